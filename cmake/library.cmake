@@ -1,0 +1,123 @@
+# Builds, for one processor: hxsetup.dll (what ships), hxinternals.dll (the same objects with every
+# operation exported, for the unit tests) and rigsubject.dll (the test rig's own test subject).
+
+option(HX_CHECKED "Trap on undefined behaviour" OFF)
+
+find_program(HX_DLLTOOL NAMES llvm-dlltool-19 REQUIRED)
+find_program(HX_RC NAMES llvm-rc-19 REQUIRED)
+
+if(HX_PROCESSOR STREQUAL "arm64")
+  set(machine arm64)
+else()
+  set(machine i386:x86-64)
+endif()
+
+# ---- import libraries: src/imports/*.def is the complete list of what the library needs of Windows
+file(GLOB importLists CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/imports/*.def)
+set(importLibraries)
+foreach(list ${importLists})
+  get_filename_component(name ${list} NAME_WE)
+  set(library ${CMAKE_BINARY_DIR}/imports/lib${name}.a)
+  add_custom_command(
+    OUTPUT ${library}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/imports
+    COMMAND ${HX_DLLTOOL} -m ${machine} -d ${list} -l ${library}
+    DEPENDS ${list} VERBATIM)
+  list(APPEND importLibraries ${library})
+endforeach()
+add_custom_target(imports DEPENDS ${importLibraries})
+
+# ---- how everything of the library is compiled
+set(compileOptions
+  -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics -funwind-tables -fno-ident
+  -ffunction-sections -fdata-sections -fno-stack-protector -fms-extensions -mno-stack-arg-probe
+  -g -gcodeview -gno-codeview-command-line
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -fdebug-compilation-dir=.
+  -Xclang -cfguard
+  -Wall -Wextra -Wpedantic -Wshadow -Wvla -Werror -Wframe-larger-than=3500 -Wno-language-extension-token
+  -Wno-microsoft-cast -Wno-missing-designated-field-initializers -Wno-gnu-zero-variadic-macro-arguments)
+set(systemIncludes /usr/share/mingw-w64/include)
+set(definitions WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 __USE_MINGW_ANSI_STDIO=0)
+if(HX_CHECKED)
+  list(APPEND compileOptions -fsanitize=undefined -fsanitize-trap=all -fno-sanitize=function,vptr)
+endif()
+
+# The options that make an image what it must be; the map of exports and the name are each library's own.
+set(linkOptions
+  -nostdlib -fuse-ld=lld-19 -shared
+  -Wl,--entry,DllMain -Wl,--no-insert-timestamp -Wl,--gc-sections
+  -Wl,--dynamicbase,--high-entropy-va,--nxcompat -Wl,--guard-cf -Wl,--disable-auto-import
+  -Wl,-Xlink=-pdbsourcepath:C:/hxsetup)
+
+file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*/*.cpp)
+set(runtimeSources ${sources})
+list(FILTER runtimeSources INCLUDE REGEX "/src/runtime/")
+list(FILTER sources EXCLUDE REGEX "/src/runtime/")
+
+# -Os is the rule; what every text passes through is compiled for speed.
+set(hotSources)
+foreach(room directive float_digits float_writer format number_writer text_sink text_writer)
+  list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/format/${room}.cpp)
+endforeach()
+set_source_files_properties(${hotSources} PROPERTIES COMPILE_OPTIONS -O2)
+
+function(hx_objects target)
+  add_library(${target} OBJECT ${ARGN})
+  target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR}/src)
+  target_include_directories(${target} SYSTEM PRIVATE ${systemIncludes})
+  target_compile_definitions(${target} PRIVATE ${definitions})
+  target_compile_options(${target} PRIVATE ${compileOptions} $<IF:$<BOOL:${HX_CHECKED}>,-O1,-Os>)
+endfunction()
+
+hx_objects(runtime ${runtimeSources})
+# The compiler must not turn the bodies of memcpy and its kin into calls of themselves.
+target_compile_options(runtime PRIVATE -fno-builtin)
+hx_objects(objects ${sources})
+
+# ---- version resource
+set(versionResource ${CMAKE_BINARY_DIR}/version.res)
+string(REPLACE "." "," versionNumbers ${PROJECT_VERSION})
+add_custom_command(
+  OUTPUT ${versionResource}
+  COMMAND ${HX_RC} /nologo /D HX_VERSION_NUMBERS=${versionNumbers},0 /D HX_VERSION_TEXT=\"${PROJECT_VERSION}\"
+          /FO ${versionResource} ${CMAKE_SOURCE_DIR}/src/runtime/version.rc
+  DEPENDS ${CMAKE_SOURCE_DIR}/src/runtime/version.rc VERBATIM)
+
+# hx_library(NAME OBJECT_TARGETS... OPTIONS link options and inputs...)
+function(hx_library target)
+  cmake_parse_arguments(arg "" "" "OBJECTS;INPUTS" ${ARGN})
+  add_library(${target} SHARED)
+  foreach(part ${arg_OBJECTS})
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${part}>)
+  endforeach()
+  add_dependencies(${target} imports)
+  set_target_properties(${target} PROPERTIES PREFIX "" IMPORT_PREFIX "" LINKER_LANGUAGE CXX
+    LINK_DEPENDS "${importLibraries};${arg_INPUTS}")
+  target_link_options(${target} PRIVATE ${linkOptions} -Wl,--pdb=${target}.pdb
+    -Wl,-Xlink=-pdbaltpath:${target}.pdb)
+  target_link_libraries(${target} PRIVATE ${arg_INPUTS} ${importLibraries})
+endfunction()
+
+set(CMAKE_CXX_STANDARD_LIBRARIES "")
+set(CMAKE_CXX_CREATE_SHARED_LIBRARY
+  "<CMAKE_CXX_COMPILER> --target=${CMAKE_CXX_COMPILER_TARGET} <LINK_FLAGS> -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
+
+add_custom_target(version DEPENDS ${versionResource})
+# The linker notes the paths of its inputs in the PDB: a copy's is the same wherever the project lies.
+configure_file(${CMAKE_SOURCE_DIR}/src/frame/entry_points.def ${CMAKE_BINARY_DIR}/entry_points.def COPYONLY)
+hx_library(hxsetup OBJECTS runtime objects INPUTS ${versionResource} ${CMAKE_BINARY_DIR}/entry_points.def)
+add_dependencies(hxsetup version)
+hx_library(hxinternals OBJECTS runtime objects)
+target_link_options(hxinternals PRIVATE -Wl,--export-all-symbols)
+
+file(GLOB subjectSources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/rig-subject/*.cpp)
+if(subjectSources)
+  hx_objects(subject ${subjectSources})
+  hx_library(rigsubject OBJECTS runtime subject)
+  target_link_options(rigsubject PRIVATE -Wl,--export-all-symbols)
+endif()
+
+# A library without anything in it, against which the benchmarks hold the loading of the real one.
+hx_objects(empty-objects ${CMAKE_SOURCE_DIR}/bench/empty/empty.cpp)
+hx_library(empty OBJECTS runtime empty-objects)
+set_target_properties(empty-objects empty PROPERTIES EXCLUDE_FROM_ALL ON)

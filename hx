@@ -1,0 +1,401 @@
+#!/bin/bash
+# The driver of hxsetup: builds, tests and shows it. "./hx help" says how.
+#
+# shellcheck disable=SC2317  # the commands' functions are called by the name on the command line
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")"
+# shellcheck source=tools/setup.sh
+. tools/setup.sh
+
+processors=(x64 arm64)
+levels=(images unit actions install)
+
+help() {
+  cat <<HELP
+usage: ./hx COMMAND
+
+  setup                   install and make all that the other commands need
+  build                   build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the checked builds
+  test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
+                          images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
+       --only x64         leave ARM64 out (or x64: --only arm64)
+  run                     build the client package, install it on the ARM64 Windows, and show what happened
+  bench                   the benchmarks, on x64
+  lint                    formatting, static checks, the rules of the source tree
+  clean                   remove build/; with --cache also what setup made
+  help                    this text
+
+Every command does the set-up that it needs. What it downloads or makes is kept, for all clones, in
+$hxCache
+(about 3 GB). Nothing outside that folder and build/ is written, but for Debian packages that are missing.
+HELP
+}
+
+# ---- the build
+
+# Runs "$@" while no other run builds in this folder.
+with_build_lock() {
+  local lock
+  mkdir -p build
+  exec {lock}>build/.lock
+  if ! flock -n "$lock"; then
+    say "waiting for another run that is building here"
+    flock "$lock"
+  fi
+  "$@" {lock}>&-
+  exec {lock}>&-
+}
+
+# build_preset PRESET [TARGET...]: configures where that is needed, and builds.
+build_preset() {
+  local preset=$1 options=() log=build/$1.log
+  shift
+  if [[ $preset == *-tests ]]; then
+    need_test_tools "${preset%-tests}"
+    options=(-DHX_TEST_TOOLS="$testTools")
+    # A compiler that changed makes a build folder worthless.
+    grep -qsFx "HX_TEST_TOOLS:UNINITIALIZED=$testTools" "build/$preset/CMakeCache.txt" || rm -rf "build/$preset"
+  fi
+  if [[ ! -f build/$preset/build.ninja || CMakePresets.json -nt build/$preset/build.ninja ]]; then
+    say "configuring $preset"
+    cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || {
+      cat "$log" >&2
+      die "configuring $preset failed"
+    }
+  fi
+  say "building $preset${*:+: $*}"
+  # Ninja itself, not through cmake: it stops its compilers when it is told to end.
+  ninja -C "build/$preset" --quiet "$@" || die "building $preset failed"
+}
+
+build_presets() {
+  local preset
+  for preset in "$@"; do
+    build_preset "$preset"
+  done
+}
+
+build() {
+  need_packages
+  with_build_lock build_presets arm64 x64 arm64-checked x64-checked
+}
+
+# ---- tests
+
+# Copies what a run needs of build/ into its own folder, so that a later build cannot disturb it.
+take_build() {
+  local preset
+  build_presets "$@"
+  for preset in "$@"; do
+    mkdir -p "$runFolder/$preset"
+    find "build/$preset" -maxdepth 1 -type f \( -name '*.dll' -o -name '*.pdb' -o -name '*.exe' \) \
+      -exec cp -t "$runFolder/$preset" {} +
+  done
+}
+
+# Makes the installer packages of the processors from the run's libraries; build/packages has the same.
+take_packages() {
+  local processor
+  for processor in "$@"; do
+    say "making the packages for $processor"
+    python3 tools/package.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
+    rm -rf "build/packages/$processor"
+    mkdir -p build/packages
+    cp -a "$runFolder/packages/$processor" build/packages/
+  done
+}
+
+# run_program PROCESSOR LEVEL PRESET FILTER: one test program against the libraries of PRESET.
+run_program() {
+  local processor=$1 level=$2 preset=$3 filter=$4 options=() status=0
+  local name=$level-$preset program=$processor-tests/${level/actions/action}_tests.exe
+  [[ -f $runFolder/$program ]] || return 0
+  mkdir -p "$runFolder/artifacts/$name"
+  if [[ -n $filter ]]; then
+    options+=("--gtest_filter=$filter")
+  else
+    options+=(--gtest_brief=1)
+  fi
+  say "$level tests on $processor, libraries of $preset"
+  in_windows "HX_LIBRARY_DIR=Z:\\run\\$preset" "HX_ARTIFACTS=Z:\\run\\artifacts\\$name" \
+    "HX_PACKAGES=Z:\\run\\packages\\$processor" "HX_PROCESSOR=$processor" \
+    wine64 "Z:\\run\\${program//\//\\}" "${options[@]}" \
+    "--gtest_output=xml:Z:\\run\\artifacts\\$name\\results.xml" || status=$?
+  echo "$status" >"$runFolder/artifacts/$name/status"
+}
+
+# Seconds that one test program may take; the slowest needs a fraction of it.
+testTimeLimit=900
+
+# run_processor PROCESSOR FILTER LEVEL...: the levels on one processor, in one Windows.
+run_processor() {
+  local processor=$1 filter=$2 level
+  shift 2
+  [[ " $* " != *" install "* ]] ||
+    tools/package.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
+  HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
+  for level in "$@"; do
+    run_program "$processor" "$level" "$processor" "$filter"
+    [[ $level != unit ]] || run_program "$processor" "$level" "$processor-checked" "$filter"
+  done
+  close_windows
+}
+
+# The images level reads the libraries as files and needs no Windows. The checks are tested with them.
+run_images() {
+  run_script images tools/check-images.py "$@"
+  run_script tools -m unittest discover --start-directory tools/tests
+}
+
+# run_script NAME PYTHON-ARGUMENTS...: a script that prints its results.
+run_script() {
+  local folder=$runFolder/artifacts/$1 status=0
+  say "$1"
+  shift
+  mkdir -p "$folder"
+  python3 "$@" >"$folder/output.txt" 2>&1 || status=$?
+  [[ $status -eq 0 ]] || cat "$folder/output.txt"
+  echo "$status" >"$folder/status"
+}
+
+test_command() {
+  local level='' filter='' only='' chosen presets=() processor
+  while [[ $# -gt 0 ]]; do
+    case $1 in
+      --only)
+        [[ ${2-} == arm64 || ${2-} == x64 ]] || die "--only takes arm64 or x64"
+        only=$2
+        shift
+        ;;
+      -*) die "unknown option $1" ;;
+      *)
+        if [[ -z $level ]]; then
+          [[ " ${levels[*]} " == *" $1 "* ]] || die "unknown level '$1': one of ${levels[*]}"
+          level=$1
+        elif [[ -z $filter ]]; then
+          filter=$1
+        else
+          die "too many arguments: $1"
+        fi
+        ;;
+    esac
+    shift
+  done
+  [[ -z $only ]] || processors=("$only")
+  chosen=("${levels[@]}")
+  [[ -z $level ]] || chosen=("$level")
+  local running=("${chosen[@]/images/}")
+  [[ -n ${running[0]} ]] || running=("${running[@]:1}")
+
+  need_packages
+  for processor in "${processors[@]}"; do
+    presets+=("$processor")
+    [[ ${#running[@]} -eq 0 ]] || presets+=("$processor-tests")
+    [[ " ${running[*]-} " != *" unit "* ]] || presets+=("$processor-checked")
+  done
+  if [[ ${#running[@]} -gt 0 ]]; then
+    for processor in "${processors[@]}"; do
+      need_rights "$processor"
+    done
+    for processor in "${processors[@]}"; do
+      need_windows "$processor"
+    done
+  fi
+  with_build_lock take_build "${presets[@]}"
+  [[ " ${running[*]-} " != *" install "* ]] || with_build_lock take_packages "${processors[@]}"
+
+  [[ " ${chosen[*]} " != *" images "* ]] || run_images "${processors[@]/#/$runFolder/}"
+
+  # The processors side by side; the tests of one do not see the other.
+  local jobs=()
+  if [[ ${#running[@]} -gt 0 ]]; then
+    for processor in "${processors[@]}"; do
+      run_processor "$processor" "$filter" "${running[@]}" 2>&1 | sed -u "s/^/$processor: /" &
+      jobs+=($!)
+    done
+  fi
+  local job failed=0
+  for job in "${jobs[@]}"; do
+    wait "$job" || failed=1
+  done
+  keep_artifacts
+  python3 tools/test-summary.py "$failed" "$runFolder/artifacts"
+}
+
+# What the run left for its reader goes to build/artifacts, folder by folder.
+keep_artifacts() {
+  local folder
+  mkdir -p build/artifacts "$runFolder/artifacts"
+  for folder in "$runFolder"/artifacts/*/; do
+    [[ -d $folder ]] || continue
+    folder=$(basename "$folder")
+    rm -rf "build/artifacts/$folder"
+    cp -a "$runFolder/artifacts/$folder" build/artifacts/
+  done
+}
+
+# ---- the other commands
+
+setup() {
+  local processor
+  need_packages
+  for processor in "${processors[@]}"; do
+    need_test_tools "$processor"
+    need_windows "$processor"
+  done
+  say "everything is there, in $hxCache"
+}
+
+run() {
+  need_packages
+  with_build_lock take_build arm64 x64
+  need_windows arm64
+  HX_RUN_FOLDER=$runFolder tools/run.sh "$@"
+}
+
+take_bench() {
+  build_presets x64
+  build_preset x64 empty
+  build_preset arm64 hxsetup
+  build_preset x64-tests bench
+  cp build/x64-tests/bench_*.exe build/x64/*.dll "$runFolder/"
+  cp build/arm64/hxsetup.dll "$runFolder/hxsetup-arm64.dll"
+}
+
+bench() {
+  local program
+  need_packages
+  need_windows x64
+  with_build_lock take_bench
+  open_windows x64 "$runFolder"
+  for program in "$runFolder"/bench_*.exe; do
+    program=$(basename "$program")
+    say "running $program"
+    in_windows 'HX_LIBRARY_DIR=Z:\run' 'HX_ARTIFACTS=Z:\run' wine64 "Z:\\run\\$program" "$@" ||
+      die "$program failed"
+  done
+  close_windows
+}
+
+lint() {
+  local failed=0 check files
+  need_packages
+  with_build_lock build_presets x64
+  say "clang-format"
+  mapfile -t files < <(find src tests bench -name '*.cpp' -o -name '*.h' | sort)
+  clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
+  say "shellcheck"
+  shellcheck -x hx tools/*.sh || failed=1
+  say "clang-tidy"
+  mapfile -t files < <(find src -name '*.cpp' | sort)
+  printf '%s\0' "${files[@]}" | xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' ||
+    failed=1
+  for check in tools/lint-*; do
+    [[ -x $check ]] || continue
+    say "${check#tools/}"
+    "$check" || failed=1
+  done
+  [[ $failed -eq 0 ]] || die "lint found something"
+  say "lint found nothing"
+}
+
+clean() {
+  local folder
+  for folder in build/.runs/*/; do
+    [[ ! -d $folder ]] || (flock -n 9) 9>"$folder/.lock" || die "another run is at work here"
+  done
+  rm -rf build
+  if [[ ${1-} == --cache ]]; then
+    say "removing $hxCache"
+    chmod -R u+w "$hxCache" 2>/dev/null || true
+    rm -rf "$hxCache"
+  fi
+}
+
+# ---- one run: from here to the end of its last process
+
+# Needs worker and runFolder.
+end_run() {
+  trap '' INT TERM HUP
+  kill -TERM -- "-$worker" 2>/dev/null || true
+  # The worker's end ends its sessions; give its compilers a moment to end in order.
+  for _ in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do
+    kill -0 -- "-$worker" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill -KILL -- "-$worker" 2>/dev/null || true
+  rm -rf "$runFolder"
+}
+interrupted() {
+  end_run
+  say "interrupted"
+  exit "$1"
+}
+
+dispatch() {
+  local name=${1-help}
+  shift || true
+  case $name in
+    setup | build | run | bench | lint | clean | help) "$name" "$@" ;;
+    test) test_command "$@" ;;
+    -h | --help) help ;;
+    *)
+      help >&2
+      exit 2
+      ;;
+  esac
+}
+
+main() {
+  if [[ -n ${HX_RUN_WORKER-} ]]; then
+    runFolder=$HX_RUN_WORKER
+    unset HX_RUN_WORKER
+    # Comes where the process that waits for this one was killed: the whole group ends.
+    trap 'trap "" TERM; kill -TERM 0; exit 143' TERM
+    dispatch "$@"
+    exit
+  fi
+
+  case ${1-help} in
+    clean | help | -h | --help)
+      dispatch "$@"
+      exit
+      ;;
+  esac
+
+  # A script's background jobs begin with interruptions ignored, and a shell cannot undo that for itself.
+  [[ -n ${HX_INTERRUPTIBLE-} ]] || HX_INTERRUPTIBLE=1 exec env --default-signal=INT "$BASH" "$hxRoot/hx" "$@"
+  unset HX_INTERRUPTIBLE
+
+  # The work is done by a process group of its own, so that an interruption, however it comes, ends all of
+  # it; this process only waits and clears up. A folder of the run's own holds what it uses and writes; the
+  # lock in it says whether its owner lives.
+  runFolder=$PWD/build/.runs/$$
+  mkdir -p build/.runs
+  exec 7>build/.runs/.lock
+  flock 7
+  for left in build/.runs/*/; do
+    [[ -d $left ]] || continue
+    if (flock -n 9) 9>"$left.lock"; then
+      rm -rf "$left"
+    fi
+  done
+  mkdir "$runFolder"
+  exec 8>"$runFolder/.lock"
+  flock 8
+  exec 7>&-
+
+  trap 'interrupted 130' INT
+  trap 'interrupted 143' TERM
+  trap 'interrupted 129' HUP
+
+  HX_RUN_WORKER=$runFolder setsid setpriv --pdeathsig TERM "$BASH" "$hxRoot/hx" "$@" 8>&- &
+  worker=$!
+  status=0
+  wait "$worker" || status=$?
+  end_run
+  exit "$status"
+}
+
+# The shell has read the whole script before it begins: a later change of the file does not reach this run.
+main "$@"

@@ -1,0 +1,9 @@
+// The family of the operating system. Used by the actions that list processes.
+#pragma once
+
+extern "C" {
+
+/// Whether the system is of the NT family, version 3.5 or later.
+bool IsNtPlatform();
+
+}  // extern "C"

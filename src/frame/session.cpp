@@ -1,0 +1,118 @@
+#include "frame/session.h"
+
+#include "format/format.h"
+#include "util/late_binding.h"
+#include "util/text.h"
+
+namespace {
+
+// The first read of a property has room for 240 + 16 characters; a longer value is read again with room for
+// its length and 16 more.
+constexpr DWORD kFirstPropertyLength = 240;
+constexpr DWORD kPropertySlack = 16;
+
+// A log line's text in bytes, with the terminator.
+constexpr unsigned kLogLineSize = 256;
+
+// The Windows folder's buffer, in characters.
+constexpr UINT kWindowsFolderSize = 128;
+
+template <typename Char, typename GetProperty>
+Char* ReadProperty(MSIHANDLE session, const Char* name, GetProperty getProperty) {
+  HeapBlock<Char> value;
+  DWORD count = kFirstPropertyLength;
+  for (;;) {
+    count += kPropertySlack;
+    value = HeapBlock<Char>(
+        static_cast<Char*>(HeapReAllocOrFree(value.release(), static_cast<size_t>(count) * sizeof(Char))));
+    if (!value) return nullptr;
+    UINT status = getProperty(session, name, value.get(), &count);
+    if (status == ERROR_SUCCESS) return value.release();
+    if (status != ERROR_MORE_DATA) return nullptr;
+  }
+}
+
+constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
+    "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoaded, 0};
+
+PathObject* MakeWindowsFolder() {
+  wchar_t folder[kWindowsFolderSize] = {};
+  // On a terminal server only the newer function names the machine's own folder.
+  if (systemWindowsDirectory.IsAvailable()) {
+    systemWindowsDirectory(folder, kWindowsFolderSize);
+  } else {
+    GetWindowsDirectoryW(folder, kWindowsFolderSize);
+  }
+  return PathFromWide(folder);
+}
+
+}  // namespace
+
+wchar_t* ReadPropertyW(MSIHANDLE session, const wchar_t* name) {
+  return ReadProperty(session, name, MsiGetPropertyW);
+}
+
+char* ReadPropertyA(MSIHANDLE session, const char* name) {
+  return ReadProperty(session, name, MsiGetPropertyA);
+}
+
+int SetDirectoryProperty(MSIHANDLE session, const wchar_t* name, PathObject* path) {
+  HeapStringW pathText(PathToWide(path));
+  if (!pathText) return 0;
+  size_t length = TxtLenW(pathText.get());
+  if (length == 0) return 0;
+
+  constexpr size_t kBackslashAndTerminator = 2;
+  HeapStringW text(
+      static_cast<wchar_t*>(HeapAllocZero((length + kBackslashAndTerminator) * sizeof(wchar_t))));
+  if (!text) return 0;
+  CopyBytes(text.get(), pathText.get(), length * sizeof(wchar_t));
+  pathText.reset();
+  if (text.get()[length - 1] != L'\\') text.get()[length] = L'\\';
+  MsiSetPropertyW(session, name, text.get());
+  return 1;
+}
+
+wchar_t* ResolveClientProgramPath(MSIHANDLE session, const void*, const char* fileName) {
+  PathRef folder;
+  {
+    HeapStringW property(ReadPropertyW(session, L"DIR_CLIENT"));
+    bool isSet = property && property.get()[0];
+    folder = PathRef(isSet ? PathFromWide(property.get()) : MakeWindowsFolder());
+  }
+  if (!folder) return nullptr;
+  PathRef program(PathJoin(folder.get(), fileName));
+  if (!program) return nullptr;
+  unsigned length = PathCopyToBuffer(program.get(), nullptr, 0);
+  if (!length) return nullptr;
+  HeapStringW text(static_cast<wchar_t*>(HeapAllocZero((size_t{length} + 1) * sizeof(wchar_t))));
+  if (!text || !PathCopyToBuffer(program.get(), text.get(), length + 1)) return nullptr;
+  return text.release();
+}
+
+int LogSetupMessage(MSIHANDLE session, const char* format, ...) {
+  InstallerRecord record(MsiCreateRecord(2));
+  if (!record) return 0;
+  char text[kLogLineSize];
+  va_list arguments;
+  va_start(arguments, format);
+  FormatStringV(text, kLogLineSize, format, arguments);
+  va_end(arguments);
+  MsiRecordSetStringA(record.get(), 0, "Hx Setup Log: [1]");
+  MsiRecordSetStringA(record.get(), 1, text);
+  MsiProcessMessage(session, INSTALLMESSAGE_INFO, record.get());
+  return 0;
+}
+
+void LogSetupTextW(MSIHANDLE session, const wchar_t* text) {
+  InstallerRecord record(MsiCreateRecord(2));
+  if (!record) return;
+  // Deliberately another mark than that of the 8-bit lines: log readers tell the two apart by it.
+  MsiRecordSetStringW(record.get(), 0, L"JN Setup Log: [1]");
+  MsiRecordSetStringW(record.get(), 1, text);
+  MsiProcessMessage(session, INSTALLMESSAGE_INFO, record.get());
+}
+
+bool IsRollback(MSIHANDLE session) {
+  return MsiGetMode(session, MSIRUNMODE_ROLLBACK);
+}

@@ -1,0 +1,252 @@
+// Owner types: one alias per kind of resource. Used everywhere a resource is held.
+//
+// An owner closes what it holds when it goes out of scope, once, and never an empty value. Where a resource
+// is deliberately not given back, `release()` says so.
+#pragma once
+
+#include <windows.h>
+// Behind windows.h, on which they build.
+#include <lm.h>
+#include <msi.h>
+#include <msiquery.h>
+#include <oleauto.h>
+
+#include "util/heap.h"
+
+/// The single owner of a resource. `Traits` names the resource's type (`Value`), the value that stands for
+/// "nothing" (`kEmpty`) and how the resource is given back (`Close`).
+template <typename Traits>
+class Unique {
+ public:
+  /// The resource as the system's functions know it.
+  using Value = typename Traits::Value;
+
+  /// Holds nothing.
+  Unique() = default;
+  /// Takes ownership of `value`.
+  explicit Unique(Value value) : value_(value) {}
+  Unique(Unique&& other) : value_(other.release()) {}
+  Unique& operator=(Unique&& other) {
+    if (this != &other) reset(other.release());
+    return *this;
+  }
+  Unique(const Unique&) = delete;
+  Unique& operator=(const Unique&) = delete;
+  ~Unique() { reset(); }
+
+  /// The resource, still owned.
+  Value get() const { return value_; }
+  /// Whether something is held.
+  explicit operator bool() const { return value_ != Traits::Empty(); }
+  /// Where a function stores the resource that it hands out. What was held before is given back first.
+  Value* put() {
+    reset();
+    return &value_;
+  }
+  /// Gives back what is held and takes ownership of `value`.
+  void reset(Value value = Traits::Empty()) {
+    if (value_ != Traits::Empty()) Traits::Close(value_);
+    value_ = value;
+  }
+  /// Returns the resource and holds nothing any more: the caller owns it.
+  Value release() {
+    Value value = value_;
+    value_ = Traits::Empty();
+    return value;
+  }
+
+ private:
+  Value value_ = Traits::Empty();
+};
+
+/// Traits of resources of a pointer type whose "nothing" is null and that `Closer` gives back.
+template <typename Type, auto Closer>
+struct NullableTraits {
+  /// The held type.
+  using Value = Type;
+  /// The value that stands for nothing.
+  static constexpr Value Empty() { return Value{}; }
+  /// Gives `value` back.
+  static void Close(Value value) { Closer(value); }
+};
+
+/// Traits of handles whose "nothing" is INVALID_HANDLE_VALUE and that `Closer` gives back.
+template <auto Closer>
+struct InvalidHandleTraits {
+  /// The held type.
+  using Value = HANDLE;
+  /// The value that stands for nothing.
+  static Value Empty() { return INVALID_HANDLE_VALUE; }
+  /// Gives `value` back.
+  static void Close(Value value) { Closer(value); }
+};
+
+/// Traits of a block of the process heap that holds `Type`s.
+template <typename Type>
+struct HeapTraits {
+  /// The held type.
+  using Value = Type*;
+  /// The value that stands for nothing.
+  static constexpr Value Empty() { return nullptr; }
+  /// Gives `value` back.
+  static void Close(Value value) { HeapFreeSafe(value); }
+};
+
+/// Traits of a counted object, given back through its own `Release`.
+template <typename Type>
+struct ObjectTraits {
+  /// The held type.
+  using Value = Type*;
+  /// The value that stands for nothing.
+  static constexpr Value Empty() { return nullptr; }
+  /// Gives `value` back.
+  static void Close(Value value) { value->ops.Release(value); }
+};
+
+/// Traits of a buffer that network management functions hand out. `NetApiBufferFree` is bound by name, so
+/// the function that frees it travels with the type.
+template <typename Type, auto Free>
+struct NetworkBufferTraits {
+  /// The held type.
+  using Value = Type*;
+  /// The value that stands for nothing.
+  static constexpr Value Empty() { return nullptr; }
+  /// Gives `value` back.
+  static void Close(Value value) { Free(value); }
+};
+
+/// A block of the process heap.
+template <typename Type>
+using HeapBlock = Unique<HeapTraits<Type>>;
+/// An 8-bit string on the process heap.
+using HeapStringA = HeapBlock<char>;
+/// A wide string on the process heap.
+using HeapStringW = HeapBlock<wchar_t>;
+/// A reference on a counted object.
+template <typename Type>
+using ObjectRef = Unique<ObjectTraits<Type>>;
+/// A search started with FindFirstFileW.
+using SearchHandle = Unique<InvalidHandleTraits<FindClose>>;
+/// A file opened with CreateFile.
+using FileHandle = Unique<InvalidHandleTraits<CloseHandle>>;
+/// A process opened with OpenProcess.
+using ProcessHandle = Unique<NullableTraits<HANDLE, CloseHandle>>;
+/// An access token.
+using TokenHandle = Unique<NullableTraits<HANDLE, CloseHandle>>;
+/// An open registry key; predefined root keys are never held.
+using RegistryKey = Unique<NullableTraits<HKEY, RegCloseKey>>;
+/// The service manager or a service.
+using ServiceHandle = Unique<NullableTraits<SC_HANDLE, CloseServiceHandle>>;
+/// A module loaded with LoadLibrary.
+using Module = Unique<NullableTraits<HMODULE, FreeLibrary>>;
+/// A string made with SysAllocString.
+using SystemString = Unique<NullableTraits<BSTR, SysFreeString>>;
+/// An installer record.
+using InstallerRecord = Unique<NullableTraits<MSIHANDLE, MsiCloseHandle>>;
+/// Memory that the system hands out for LocalFree.
+template <typename Type>
+using LocalBlock = Unique<NullableTraits<Type*, LocalFree>>;
+/// A network management buffer, freed through the late-bound function `Free`.
+template <typename Type, auto Free>
+using NetworkBuffer = Unique<NetworkBufferTraits<Type, Free>>;
+
+/// A reference on a COM interface.
+template <typename Interface>
+class ComPtr {
+ public:
+  /// Holds nothing.
+  ComPtr() = default;
+  /// Takes over one reference on `pointer`.
+  explicit ComPtr(Interface* pointer) : pointer_(pointer) {}
+  ComPtr(ComPtr&& other) : pointer_(other.release()) {}
+  ComPtr& operator=(ComPtr&& other) {
+    if (this != &other) reset(other.release());
+    return *this;
+  }
+  ComPtr(const ComPtr&) = delete;
+  ComPtr& operator=(const ComPtr&) = delete;
+  ~ComPtr() { reset(); }
+
+  /// The interface, still held.
+  Interface* get() const { return pointer_; }
+  /// Calls a method; something must be held.
+  Interface* operator->() const { return pointer_; }
+  /// Whether something is held.
+  explicit operator bool() const { return pointer_ != nullptr; }
+  /// Where a function stores the interface that it hands out. What was held before is released first.
+  Interface** put() {
+    reset();
+    return &pointer_;
+  }
+  /// The same for functions that take an untyped out pointer.
+  void** putVoid() { return reinterpret_cast<void**>(put()); }
+  /// Releases what is held and takes over one reference on `pointer`.
+  void reset(Interface* pointer = nullptr) {
+    Interface* old = pointer_;
+    pointer_ = pointer;
+    if (old) old->Release();
+  }
+  /// Returns the interface and holds nothing any more: the caller owns the reference.
+  Interface* release() {
+    Interface* pointer = pointer_;
+    pointer_ = nullptr;
+    return pointer;
+  }
+
+ private:
+  Interface* pointer_ = nullptr;
+};
+
+/// A VARIANT, cleared at the end of its scope.
+class Variant {
+ public:
+  /// VT_EMPTY.
+  Variant() : value_{} {}
+  Variant(const Variant&) = delete;
+  Variant& operator=(const Variant&) = delete;
+  ~Variant() { VariantClear(&value_); }
+
+  /// The variant, for reading and for passing it on by value (the receiver copies what it keeps).
+  const VARIANT& get() const { return value_; }
+  /// The variant, emptied, for a function that fills it.
+  VARIANT* put() {
+    VariantClear(&value_);
+    return &value_;
+  }
+
+ private:
+  VARIANT value_;
+};
+
+/// The length of a COM start: made from the result of CoInitializeEx, ends it when it was this start that
+/// succeeded.
+class ComScope {
+ public:
+  /// `started` is what CoInitializeEx returned.
+  explicit ComScope(HRESULT started) : started_(started) {}
+  ComScope(const ComScope&) = delete;
+  ComScope& operator=(const ComScope&) = delete;
+  ~ComScope() {
+    if (SUCCEEDED(started_)) CoUninitialize();
+  }
+
+  /// Whether COM can be used: also when the thread runs it already in another mode.
+  bool IsUsable() const { return SUCCEEDED(started_) || started_ == RPC_E_CHANGED_MODE; }
+
+ private:
+  HRESULT started_;
+};
+
+/// Keeps message boxes of the system (missing media, missing files) away for the length of a scope.
+class ErrorModeGuard {
+ public:
+  /// Sets SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX.
+  ErrorModeGuard() : previous_(SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX)) {}
+  ErrorModeGuard(const ErrorModeGuard&) = delete;
+  ErrorModeGuard& operator=(const ErrorModeGuard&) = delete;
+  /// Restores the mode that was in force before.
+  ~ErrorModeGuard() { SetErrorMode(previous_); }
+
+ private:
+  UINT previous_;
+};

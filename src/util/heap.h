@@ -1,0 +1,29 @@
+// The process heap and the common half of every counted object. Used by everything that allocates.
+#pragma once
+
+#include <stddef.h>
+
+#include "util/object.h"
+
+extern "C" {
+
+/// Returns a zeroed block of `size` bytes from the process heap, or null. The caller frees it with
+/// HeapFreeSafe (or holds it in a HeapBlock).
+void* HeapAllocZero(size_t size);
+
+/// Grows `block` to `size` bytes, the added bytes zeroed, and returns the block, which may have moved; a
+/// null block is allocated. On failure the old block is freed and null returned, so that the caller never
+/// keeps a stale pointer.
+void* HeapReAllocOrFree(void* block, size_t size);
+
+/// Frees a block of the process heap; null is ignored.
+void HeapFreeSafe(void* block);
+
+/// The common `Retain`: takes one more reference and returns the object; null stays null.
+Object* RefRetain(Object* object);
+
+/// The common `Release`: gives one reference back; with the last one the slots `Retain` and `Release` are
+/// cleared and the object's block is freed. Null is ignored.
+void RefRelease(Object* object);
+
+}  // extern "C"

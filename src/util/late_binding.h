@@ -1,0 +1,91 @@
+// Functions that a system may lack, bound by name at first use. Used by everything that calls such a
+// function.
+//
+// A function is declared once, where it is used, with its module, its binding rule and the value that a
+// missing function yields:
+//
+//   constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
+//       "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoaded, 0};
+//
+// The cache is process-wide; a function that was not found is looked for again at the next use. A module that
+// is loaded for one job and freed behind it is a LateModule.
+#pragma once
+
+#include "util/handles.h"
+
+/// How the module of a late-bound function is found.
+enum class BindingRule {
+  kAlreadyLoaded,  ///< only when the process has loaded it: it is never loaded for the function's sake
+  kLoadAndKeep,    ///< loaded when the process has not loaded it, and never freed
+};
+
+/// Where a late-bound function is found, and the function once it is.
+struct LateEntry {
+  const char* module;  ///< the module's name, with or without ".dll"
+  const char* name;    ///< the exported name, letter by letter
+  BindingRule rule;    ///< how the module is found
+  FARPROC function;    ///< null until it is bound
+};
+
+extern "C" {
+
+/// Returns the function of `entry`, looked up when it is not bound yet, or null when the module or the name
+/// is missing. No message box of the system appears meanwhile.
+FARPROC BindLate(LateEntry* entry);
+
+/// Loads the module `name` and returns it, or null; no message box of the system appears meanwhile. The
+/// caller frees it with FreeLibrary (or holds it in a Module).
+HMODULE LoadLate(const char* name);
+
+}  // extern "C"
+
+/// A looked-up function under its real type.
+template <typename Signature>
+Signature* FunctionAs(FARPROC function) {
+  return reinterpret_cast<Signature*>(reinterpret_cast<void*>(function));
+}
+
+template <typename Signature>
+class LateFunction;
+
+/// A late-bound function that is called like the function itself. `constexpr`, so that it needs no static
+/// initialiser.
+template <typename Result, typename... Arguments>
+class LateFunction<Result(Arguments...)> {
+ public:
+  /// Declares the function; `missing` is what a call yields when the function is not there.
+  constexpr LateFunction(const char* module, const char* name, BindingRule rule, Result missing)
+      : entry_{module, name, rule, nullptr}, missing_(missing) {}
+
+  /// Whether the function is there.
+  bool IsAvailable() { return BindLate(&entry_) != nullptr; }
+
+  /// Calls the function, or returns the value of a missing one.
+  Result operator()(Arguments... arguments) {
+    FARPROC function = BindLate(&entry_);
+    if (!function) return missing_;
+    return FunctionAs<Result(Arguments...)>(function)(arguments...);
+  }
+
+ private:
+  LateEntry entry_;
+  Result missing_;
+};
+
+/// A module that is loaded for one job and freed at the end of the scope.
+class LateModule {
+ public:
+  /// Loads the module; see LoadLate.
+  explicit LateModule(const char* name) : module_(LoadLate(name)) {}
+
+  /// The function exported as `name`, of the type `Signature`, or null when the module or the name is
+  /// missing.
+  template <typename Signature>
+  Signature* Find(const char* name) const {
+    if (!module_) return nullptr;
+    return FunctionAs<Signature>(GetProcAddress(module_.get(), name));
+  }
+
+ private:
+  Module module_;
+};

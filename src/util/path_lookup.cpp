@@ -1,0 +1,81 @@
+// Paths that are completed and spelled as they stand on the disk.
+
+#include "util/handles.h"
+#include "util/long_name.h"
+#include "util/path_node.h"
+#include "util/text.h"
+
+namespace {
+
+// The first buffer for a completed path, and the slack that each of them has behind its stated size.
+constexpr DWORD kFirstFullPath = 1025;
+constexpr size_t kFullPathSlack = 512;
+
+// The absolute form of `text` as a new wide string, or null.
+wchar_t* CompletePath(const wchar_t* text) {
+  HeapStringW full;
+  for (DWORD capacity = kFirstFullPath;;) {
+    size_t bytes = size_t{capacity} * sizeof(wchar_t) + kFullPathSlack;
+    full = HeapStringW(static_cast<wchar_t*>(HeapReAllocOrFree(full.release(), bytes)));
+    if (!full) return nullptr;
+    DWORD reported = GetFullPathNameW(text, capacity, full.get(), nullptr);
+    if (!reported) return nullptr;
+    if (reported < capacity) return full.release();
+    capacity = reported + 1;
+  }
+}
+
+// Whether `name` may be a short name on the disk, so that it is worth a look.
+bool IsWorthLookingUp(const char* name) {
+  return !TxtFindCharA(name, '*') && !TxtFindCharA(name, '\\') && HasShortNameShapeA(name, TxtLenA(name));
+}
+
+// Finds the entry that `path` names; false when there is none.
+bool FindEntry(const wchar_t* path, WIN32_FIND_DATAW* found) {
+  ErrorModeGuard errorMode;
+  SearchHandle search(FindFirstFileW(path, found));
+  return static_cast<bool>(search);
+}
+
+}  // namespace
+
+PathObject* PathFromWide(const wchar_t* text) {
+  if (!text || !*text) return nullptr;
+  if (TxtFindCharW(text, L'*')) return PathJoinWide(nullptr, text, -1);
+  HeapStringW full;
+  if (!IsDriveAbsolute(text)) {
+    full = HeapStringW(CompletePath(text));
+    if (!full) return nullptr;
+    text = full.get();
+  }
+  HeapStringW expanded(ExpandLongNames(text));
+  return PathJoinWide(nullptr, expanded.get(), -1);
+}
+
+PathObject* PathFromUtf8(const char* text) {
+  if (!text || !*text) return nullptr;
+  if (TxtFindCharA(text, '*')) return PathMake(nullptr, text, -1);
+  HeapStringW wide(Utf8ToWide(text, -1));
+  return PathFromWide(wide.get());
+}
+
+PathObject* PathJoin(PathObject* folder, const char* name) {
+  PathRef joined(PathMake(folder, name, -1));
+  // A name that stands for the folder itself is no entry of it.
+  if (!joined || joined.get() == folder || !IsWorthLookingUp(name)) return joined.release();
+  HeapStringW wide(PathToWide(joined.get()));
+  if (!wide) return nullptr;
+  WIN32_FIND_DATAW found;
+  if (!FindEntry(wide.get(), &found)) return joined.release();
+  return PathJoinWide(folder, FoundName(&found), -1);
+}
+
+PathObject* PathReplaceLeaf(PathObject* path, const char* name) {
+  if (!path) return PathJoin(nullptr, name);
+  const char* leaf = TxtFindLastCharA(path->text, '\\');
+  if (leaf == path->text) return PathJoin(path->parent, name);
+  // Only a bare drive has no backslash; like "X:\", which it is given out as, it is its own folder.
+  if (!leaf) return PathJoin(path, name);
+  PathRef folder(PathMake(path->parent, path->text, static_cast<int>(leaf - path->text)));
+  return folder ? PathJoin(folder.get(), name) : nullptr;
+}

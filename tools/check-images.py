@@ -1,0 +1,341 @@
+#!/usr/bin/env python3
+"""Checks that hxsetup.dll of each given folder is the image that it must be.
+
+    tools/check-images.py [--project ROOT] FOLDER...
+
+A folder is named after its processor (arm64..., x64...) and holds hxsetup.dll and hxsetup.pdb. Prints one
+line a check ("ok NAME" or "FAILED NAME: reason") and the count; the exit code is 1 when a check failed.
+
+image_facts.py says where the facts come from.
+"""
+
+import argparse
+import re
+import struct
+import sys
+from pathlib import Path
+
+from image_facts import (DATABASE, LIBRARY, Image, Node, number_of, parse_readobj, parse_version_resource,
+                         read_definition_file, run, why_not_leaf)
+
+# The same objects with everything kept. An import that only it has is not dead: operations need it that no
+# entry point reaches.
+INTERNALS = "hxinternals.dll"
+ORDINAL_LIBRARY = "msi.dll"
+MAX_SIZE = {"arm64": 96 * 1024}
+MACHINES = {"arm64": "IMAGE_FILE_MACHINE_ARM64", "x64": "IMAGE_FILE_MACHINE_AMD64"}
+LOAD_FROM_SYSTEM32 = 0x800
+# Reaches to the end of GuardLongJumpTargetCount.
+MIN_LOAD_CONFIG_SIZE = 192
+# What the linker puts between functions.
+PADDING = {"arm64": b"\x00", "x64": b"\xcc\x00"}
+VERSION_RESOURCE_TYPE = "VERSIONINFO (ID 16)"
+
+# The checks: each returns its reasons for failing.
+
+
+def check_machine(image):
+    machine = image.file_header.get("Machine", "").split(" ")[0]
+    expected = MACHINES.get(image.processor)
+    if expected is None:
+        return [f"the folder's name says no processor: {image.folder.name}"]
+    reasons = [] if machine == expected else [f"{machine} instead of {expected}"]
+    if "IMAGE_FILE_DLL" not in image.file_header.flags("Characteristics"):
+        reasons.append("not a library")
+    return reasons
+
+
+def differences(kind, found, expected):
+    reasons = [f"{kind} {item} is missing" for item in sorted(expected - found)]
+    return reasons + [f"{kind} {item} is not listed" for item in sorted(found - expected)]
+
+
+def check_exports(image):
+    _, entries = read_definition_file(image.project / "src/frame/entry_points.def")
+    exports = image.facts.all("Export")
+    reasons = differences("export", {e.get("Name") or "without a name" for e in exports},
+                          {name for name, _ in entries})
+    for export in exports:
+        if not image.is_code(export.number("RVA")):
+            reasons.append(f"export {export.get('Name')} is no function of the image")
+    return reasons
+
+
+def listed_imports(project):
+    """The imports that src/imports/ lists, as (dll in lower case, name or #ordinal), and complaints."""
+    listed, reasons = set(), []
+    for path in sorted((project / "src/imports").glob("*.def")):
+        library, entries = read_definition_file(path)
+        library = library.lower()
+        for name, ordinal in entries:
+            by_ordinal = library == ORDINAL_LIBRARY
+            if by_ordinal != (ordinal is not None):
+                reasons.append(f"{path.name} must list {name} by {'ordinal' if by_ordinal else 'name'}")
+            listed.add((library, f"#{ordinal}" if ordinal is not None else name))
+    return listed, reasons
+
+
+def imports_of(facts):
+    """What an image imports, as (dll in lower case, name or #ordinal)."""
+    found = set()
+    for dll in facts.all("Import"):
+        for symbol in dll.all("Symbol"):
+            name, ordinal = re.fullmatch(r"(.*?) ?\((\d+)\)", symbol).groups()
+            found.add((dll.get("Name").lower(), name or f"#{ordinal}"))
+    return found
+
+
+def check_imports(image):
+    listed, reasons = listed_imports(image.project)
+    found = imports_of(image.facts)
+    internals = image.folder / INTERNALS
+    if internals.is_file():
+        found |= imports_of(parse_readobj(run("llvm-readobj-19", "--coff-imports", str(internals))))
+    show = lambda imports: {f"{library}!{name}" for library, name in imports}
+    reasons += differences("library", {library for library, _ in found}, {library for library, _ in listed})
+    reasons += differences("import", show(found), show(listed))
+    if image.directories.number("DelayImportDescriptorRVA") != 0:
+        reasons.append("there are delayed imports")
+    return reasons
+
+
+def first_uncovered_code(image, covered, start, end):
+    """The first address in [start, end) that `covered` does not mark and that is no padding, or None."""
+    code = image.read(start, end - start)
+    return next((start + i for i, byte in enumerate(code)
+                 if not covered[start + i] and byte not in PADDING[image.processor]), None)
+
+
+def check_unwind(image):
+    functions, _ = image.symbols
+    if not functions:
+        return [f"{DATABASE} names no function"]
+    reasons = []
+    covered = bytearray(max(s.rva + s.size for s in image.sections))
+    for start, end in image.unwind_ranges:
+        covered[start:end] = b"\1" * (end - start)
+    for function in functions:
+        if not image.is_code(function.start):
+            continue
+        if not any(covered[function.start:function.end]):
+            why = why_not_leaf(image.processor, image.instructions_of(function.start, function.end))
+            if why:
+                reasons.append(f"{function.name} has none, with {why}")
+        elif first_uncovered_code(image, covered, function.start, function.end) is not None:
+            reasons.append(f"{function.name} is covered in part")
+    # No code may be unknown to the symbols, which would hide it from the check above.
+    for function in functions:
+        covered[function.start:function.end] = b"\1" * (function.end - function.start)
+    for section in image.sections:
+        if section.executable:
+            stray = first_uncovered_code(image, covered, section.rva, section.rva + section.size)
+            if stray is not None:
+                reasons.append(f"the code at {stray:#x} belongs to no known function")
+    return reasons
+
+
+def project_version(project):
+    match = re.search(r"project\([^)]*\bVERSION\s+([\d.]+)", (project / "CMakeLists.txt").read_text())
+    if not match:
+        raise RuntimeError("CMakeLists.txt states no version")
+    return match.group(1)
+
+
+def check_version(image):
+    reasons = []
+    data = None
+    for kind in image.facts.node("Resources").all("Type"):
+        if kind.get("title") == VERSION_RESOURCE_TYPE:
+            for entry in kind.find("Data"):
+                if isinstance(entry, Node) and entry.number("DataRVA"):
+                    data = image.read(entry.number("DataRVA"), entry.number("DataSize"))
+                    break
+    if data is None or image.directories.number("ResourceTableRVA") == 0:
+        return ["there is no version resource"]
+    version = project_version(image.project)
+    numbers = tuple(([int(part) for part in version.split(".")] + [0] * 4)[:4])
+    file_version, product_version, strings = parse_version_resource(data)
+    for name, found, expected in [
+            ("file version", file_version, numbers), ("product version", product_version, numbers),
+            ("FileVersion", strings.get("FileVersion"), version),
+            ("ProductVersion", strings.get("ProductVersion"), version),
+            ("OriginalFilename", strings.get("OriginalFilename"), LIBRARY)]:
+        if found != expected:
+            reasons.append(f"{name} is {found}, not {expected}")
+    return reasons
+
+
+def check_flags(image):
+    flags = image.optional_header.flags("Characteristics")
+    required = {f"IMAGE_DLL_CHARACTERISTICS_{name}"
+                for name in ("DYNAMIC_BASE", "HIGH_ENTROPY_VA", "NX_COMPAT", "GUARD_CF")}
+    return [f"{flag} is not set" for flag in sorted(required - flags)]
+
+
+def check_load_config(image):
+    config = image.load_config
+    if not config.entries:
+        return ["there is none"]
+    reasons = []
+    if config.number("Size") < MIN_LOAD_CONFIG_SIZE:
+        reasons.append(f"it has only {config.number('Size')} bytes")
+    if config.number("DependentLoadFlags") != LOAD_FROM_SYSTEM32:
+        reasons.append(f"DependentLoadFlags is {config.get('DependentLoadFlags')}")
+    for field in ("GuardCFCheckFunction", "GuardCFCheckDispatch"):
+        slot = (config.number(field) or image.base) - image.base
+        stored = image.read(slot, 8)
+        target = struct.unpack("<Q", stored)[0] - image.base if stored else None
+        if target is None or not image.is_code(target):
+            reasons.append(f"{field} does not lead to a function")
+        elif image.section_of(slot).writable:
+            reasons.append(f"{field} lies in a writable section")
+    missing = {"CF_INSTRUMENTED", "CF_FUNCTION_TABLE_PRESENT"} - config.flags("GuardFlags")
+    reasons += [f"{flag} is not set" for flag in sorted(missing)]
+    table = {number_of(value) - image.base for _, value in image.facts.node("GuardFidTable").entries}
+    if not config.number("GuardCFFunctionTable") or not config.number("GuardCFFunctionCount") or not table:
+        reasons.append("the table of call targets is empty")
+    reasons += [f"call target {rva:#x} is no code" for rva in sorted(table) if not image.is_code(rva)]
+    for export in image.facts.all("Export"):
+        if export.number("RVA") not in table:
+            reasons.append(f"{export.get('Name')} is no call target")
+    return reasons
+
+
+def check_sections(image):
+    return [f"{s.name} is both writable and executable" for s in image.sections
+            if s.writable and s.executable]
+
+
+def check_thread_storage(image):
+    if image.directories.number("TLSTableRVA") or image.directories.number("TLSTableSize"):
+        return ["there is a thread-local directory"]
+    return [f"there is a section {s.name}" for s in image.sections if s.name.startswith(".tls")]
+
+
+OBJECTS = "CMakeFiles/*.dir/src/**/*.obj"
+INITIALISER_SECTIONS = re.compile(r"\.(CRT|ctors|dtors|init_array|fini_array|init|fini)\b")
+INITIALISER_FUNCTIONS = re.compile(r"_GLOBAL__|__cxx_global_|__tls_init")
+
+
+def check_static_initialisers(image):
+    reasons = [f"there is a section {s.name}" for s in image.sections if INITIALISER_SECTIONS.match(s.name)]
+    functions, publics = image.symbols
+    reasons += [f"{f.name} is one" for f in functions if INITIALISER_FUNCTIONS.match(f.name)]
+    # The linker's lists, which it makes also when empty: -1 in front, 0 behind.
+    for name in ("__CTOR_LIST__", "__DTOR_LIST__"):
+        if name in publics and image.read(publics[name], 16) != struct.pack("<qq", -1, 0):
+            reasons.append(f"{name} is not empty")
+    # The image's sections say nothing of what the linker merged into others.
+    # A folder without the objects is a copy of the one that the project builds in.
+    for folder in (image.folder, image.project / "build" / image.folder.name):
+        objects = sorted(folder.glob(OBJECTS))
+        if objects:
+            break
+    for path in objects:
+        names = re.findall(r"^ *Name: (\.\S+)", run("llvm-readobj-19", "--sections", str(path)), re.M)
+        reasons += [f"{path.name} has a section {name}" for name in sorted(set(names))
+                    if INITIALISER_SECTIONS.match(name)]
+    return reasons
+
+
+def check_no_local_paths(image):
+    reasons = []
+    for place in [str(image.project.resolve()), "/home", "/root", "/usr"]:
+        for encoding in ("utf-8", "utf-16-le"):
+            at = image.bytes.find(place.encode(encoding))
+            if at >= 0:
+                reasons.append(f"the file holds '{place}' at {at:#x}")
+    return reasons
+
+
+def check_timestamps(image):
+    stamps = [stamp for key in ("TimeDateStamp", "Time/Date Stamp") for stamp in image.facts.find(key)]
+    if not stamps:
+        return ["none was found"]
+    return [f"{stamp} instead of 0" for stamp in stamps if not stamp.endswith("(0x0)")]
+
+
+def check_database(image):
+    debug = list(image.facts.node("DebugDirectory").find("PDBInfo"))
+    if not debug:
+        return ["the image names none"]
+    reasons = []
+    if debug[0].get("PDBFileName") != DATABASE:
+        reasons.append(f"the image names '{debug[0].get('PDBFileName')}'")
+    guid = re.search(r"GUID: (\{.*\})", image.database_text)
+    if not guid or guid.group(1) != debug[0].get("PDBGUID"):
+        reasons.append(f"{DATABASE} does not belong to the image")
+    return reasons
+
+
+def check_relocations(image):
+    reasons = []
+    if "IMAGE_FILE_RELOCS_STRIPPED" in image.file_header.flags("Characteristics"):
+        reasons.append("they are stripped")
+    entries = image.facts.node("BaseReloc").all("Entry")
+    if not image.directories.number("BaseRelocationTableSize") or not any(
+            entry.get("Type") == "DIR64" for entry in entries):
+        reasons.append("there are none")
+    return reasons
+
+
+def check_size(image):
+    limit = MAX_SIZE.get(image.processor)
+    size = len(image.bytes)
+    return [f"{size} bytes, more than {limit}"] if limit and size > limit else []
+
+
+CHECKS = {
+    "machine": check_machine,
+    "exports": check_exports,
+    "imports": check_imports,
+    "unwind-data": check_unwind,
+    "version-resource": check_version,
+    "flags": check_flags,
+    "load-configuration": check_load_config,
+    "sections": check_sections,
+    "no-thread-local-storage": check_thread_storage,
+    "no-static-initialisers": check_static_initialisers,
+    "no-local-paths": check_no_local_paths,
+    "timestamps": check_timestamps,
+    "program-database": check_database,
+    "relocations": check_relocations,
+    "size": check_size,
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parent.parent)
+    parser.add_argument("folders", type=Path, nargs="+", metavar="FOLDER")
+    arguments = parser.parse_args()
+
+    passed = failed = 0
+    for folder in arguments.folders:
+        folder = folder.resolve()
+        try:
+            image = Image(folder, arguments.project)
+            if not image.database.is_file():
+                raise RuntimeError(f"there is no {DATABASE}")
+        except (OSError, RuntimeError) as error:
+            print(f"FAILED {folder.name}/image: {error}")
+            failed += 1
+            continue
+        print(f"{folder.name}/{LIBRARY}: {len(image.bytes)} bytes")
+        for name, check in CHECKS.items():
+            try:
+                reasons = check(image)
+            except Exception as error:  # A check that cannot be made is a check that failed.
+                reasons = [f"{type(error).__name__}: {error}"]
+            if reasons:
+                print(f"FAILED {folder.name}/{name}: {'; '.join(reasons)}")
+                failed += 1
+            else:
+                print(f"ok {folder.name}/{name}")
+                passed += 1
+    print(f"{passed} passed, {failed} failed")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

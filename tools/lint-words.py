@@ -1,0 +1,101 @@
+#!/usr/bin/env python3
+"""Checks that no file of the project holds what must not be in it.
+
+    tools/lint-words.py [ROOT]
+
+Every file that git tracks or would track, and its name: no marks of unfinished work, no words about how the
+text came to be, no folders of the machine that it was written on. Sources in src/: nothing of the C++ library
+or of its run-time support, which the library does not have. Prints "FILE:LINE: what is wrong" for each
+finding; the exit code is 1 when there is one.
+"""
+
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+from cpp_tokens import tokenize
+
+EXEMPT = {"DEVELOPERS.md"}
+
+# Each pattern is broken by a pair of brackets, so that this file does not match it.
+WORDS = re.compile("|".join([
+    r"\bPar[t] [0-9]+\.[0-9]+", r"[Ss]pecificatio[n]", r"\bspec\.m[d]", r"\bthe spe[c]\b", r"share[d]/",
+    r"/wor[k]/", r"/tm[p]/[a-z]+-root", r"subagen[t]", r"\bTOD[O]\b", r"\bFIXM[E]\b", r"\bXX[X]\b"]))
+
+FORBIDDEN_WORDS = {
+    "new": "an expression with 'new'",
+    "thread_local": "'thread_local'",
+    "__thread": "'__thread'",
+    "throw": "'throw'",
+    "dynamic_cast": "'dynamic_cast'",
+}
+C_LIBRARY = {"assert", "complex", "ctype", "errno", "fenv", "inttypes", "locale", "math", "setjmp", "signal",
+             "stdio", "stdlib", "string", "tgmath", "time", "uchar", "wchar", "wctype"}
+
+
+def project_files(root):
+    listing = subprocess.run(["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+                             capture_output=True, check=True).stdout
+    for name in sorted(set(listing.decode("utf-8", "surrogateescape").split("\0"))):
+        if name and name not in EXEMPT and (root / name).is_file():
+            yield name
+
+
+def word_findings(name, text):
+    match = WORDS.search(name)
+    if match:
+        yield f"{name}:1: the file's name holds '{match.group()}'"
+    for number, line in enumerate(text.splitlines(), 1):
+        for match in WORDS.finditer(line):
+            yield f"{name}:{number}: '{match.group()}'"
+
+
+def construct_findings(name, text):
+    tokens = [t for t in tokenize(text) if t.kind not in ("comment", "doc", "trailing-doc", "literal")]
+    for index, token in enumerate(tokens):
+        before = tokens[index - 1].text if index else ""
+        after = tokens[index + 1].text if index + 1 < len(tokens) else ""
+        problem = None
+        if token.kind == "directive":
+            header = re.match(r"#\s*include\s*<([^>]*)>", token.text)
+            if header and "." not in header.group(1):
+                problem = f"the C++ library header <{header.group(1)}>"
+            elif header and header.group(1).removesuffix(".h") in C_LIBRARY:
+                problem = f"the C library header <{header.group(1)}>"
+            elif re.match(r"#\s*define\b", token.text):
+                # The text of a macro is code as well.
+                body = re.sub(r"#\s*define\s+\w+", "", token.text, count=1)
+                yield from (f"{name}:{token.line}:" + line.partition(":")[2].partition(":")[2]
+                            for line in construct_findings(name, body))
+        elif token.text == "std" and after == "::":
+            problem = "'std::'"
+        elif token.text == "delete" and before != "=":
+            problem = "an expression with 'delete'"
+        elif token.kind == "word":
+            problem = FORBIDDEN_WORDS.get(token.text)
+        if problem:
+            yield f"{name}:{token.line}: {problem} is not allowed here"
+
+
+def findings(root):
+    for name in project_files(root):
+        data = (root / name).read_bytes()
+        if b"\0" in data:
+            text = ""  # No text: only its name is looked at.
+        else:
+            text = data.decode("utf-8", "replace")
+        yield from word_findings(name, text)
+        if name.startswith("src/") and name.endswith((".h", ".cpp", ".inc")):
+            yield from construct_findings(name, text)
+
+
+def main():
+    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent)
+    found = list(findings(root))
+    print("\n".join(found), end="\n" if found else "")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,168 @@
+#!/usr/bin/env python3
+"""Makes the installer packages of one processor: tools/package.py arm64|x64 [LIBRARY [FOLDER]]
+
+LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll), FOLDER is where they are left
+(build/packages/PROCESSOR):
+  client.msi        the client package with the version that CMakeLists.txt states
+  client-newer.msi  the same with the next higher build number, to upgrade from the first
+
+The authoring in packages/ is that of the common compilers. wixl, which compiles it here, knows less than they
+do; what it leaves out or does otherwise is put right afterwards, so that the package is what its source says.
+
+The same inputs make the same bytes: product codes come from the names that they stand for, times are fixed.
+"""
+
+import hashlib
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import uuid
+import xml.etree.ElementTree as ElementTree
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
+
+# What the engine calls the processor in a package's template, and people in a version's text.
+TEMPLATES = {"arm64": "Arm64", "x64": "x64"}
+LABELS = {"arm64": "ARM64", "x64": "x64"}
+
+# The date of the packages and of the files in them; the engine shows it and does nothing with it.
+DATE = "2024/01/01 00:00:00"
+FILE_TIME = 1704067200
+
+# Types of an action that is an entry point of a library in the package.
+LIBRARY_ACTION = 1
+IGNORE_RESULT = 64
+FIRST_SEQUENCE_ONLY = 256
+
+# Directly behind InstallValidate.
+REMOVE_OLD_PRODUCT_SEQUENCE = 1401
+
+
+def fail(text):
+    sys.exit(f"tools/package.py: {text}")
+
+
+def run(*command, cwd=None):
+    """Runs a tool; what it prints as an error, or its status, stops the work. Returns its output."""
+    environment = dict(os.environ, TZ="UTC", LC_ALL="C.UTF-8")
+    result = subprocess.run(command, cwd=cwd, env=environment, text=True, capture_output=True, check=False)
+    if result.returncode != 0 or result.stderr.strip():
+        fail(f"{' '.join(map(str, command))} (status {result.returncode}):\n{result.stderr.strip()}")
+    return result.stdout
+
+
+def guid_of(name):
+    """A GUID that is always the same for the same name."""
+    return "{" + str(uuid.uuid5(uuid.NAMESPACE_DNS, f"{name}.hxsetup")).upper() + "}"
+
+
+def query(package, sql):
+    run("msibuild", package, "-q", sql)
+
+
+def export(package, table):
+    """The rows of a table, each a list of its fields."""
+    lines = run("msiinfo", "export", package, table).splitlines()
+    return [line.split("\t") for line in lines[3:]]
+
+
+def compile_authoring(source, variables, stage, package):
+    """Compiles `source` into `package` and returns its parsed text, with all variables and includes replaced."""
+    defines = [part for name, value in variables.items() for part in ("-D", f"{name}={value}")]
+    text = run("wixl", "-a", "x64", "-E", "-I", ROOT / "packages", *defines, source)
+    # wixl does not know the attribute Secure.
+    compiled = stage / "source.wxs"
+    compiled.write_text(re.sub(r' Secure="yes"', "", text), encoding="utf-8")
+    # It takes files from the folder that it runs in only.
+    run("wixl", "-a", "x64", "-o", package, compiled.name, cwd=stage)
+    return ElementTree.fromstring(text)
+
+
+def set_secure_properties(package, tree):
+    """Adds the properties marked Secure to those that the compiler found to be so itself."""
+    names = [element.get("Id") for element in tree.iter(f"{NAMESPACE}Property") if element.get("Secure") == "yes"]
+    for name, value, *_ in export(package, "Property"):
+        if name == "SecureCustomProperties":
+            names = value.split(";") + names
+            query(package, "DELETE FROM `Property` WHERE `Property` = 'SecureCustomProperties'")
+    query(package, "INSERT INTO `Property` (`Property`, `Value`) "
+                   f"VALUES ('SecureCustomProperties', '{';'.join(sorted(names))}')")
+
+
+def set_action_types(package, tree):
+    """Gives the actions the types that their attributes mean; wixl knows no firstSequence, and marks every
+    action as one that runs without impersonation."""
+    for element in tree.iter(f"{NAMESPACE}CustomAction"):
+        action, execute = element.get("Id"), element.get("Execute", "immediate")
+        if element.get("Return") != "ignore" or execute not in ("immediate", "firstSequence"):
+            fail(f"{action}: only immediate actions whose result is ignored are known here")
+        kind = LIBRARY_ACTION + IGNORE_RESULT + (FIRST_SEQUENCE_ONLY if execute == "firstSequence" else 0)
+        query(package, f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{action}'")
+
+
+def set_summary(package, stage, template, title, contents):
+    """Writes the summary: for which processor the package is, above all, which wixl knows for x64 only."""
+    rows = {1: 1252, 2: "Installation Database", 3: title, 4: "Halvorstead", 5: "Installer", 6: title,
+            7: f"{template};1033", 9: guid_of(f"package {contents}"), 12: DATE, 13: DATE, 14: 500, 15: 2,
+            18: "hxsetup", 19: 2}
+    lines = ["PropertyId\tValue", "i2\tl255", "_SummaryInformation\tPropertyId"]
+    lines += [f"{number}\t{value}" for number, value in rows.items()]
+    table = stage / "_SummaryInformation.idt"
+    table.write_bytes("".join(line + "\r\n" for line in lines).encode("cp1252"))
+    run("msibuild", package, "-i", table)
+
+
+def make_client(processor, library, version, target):
+    """Makes one client package."""
+    label = LABELS[processor]
+    with tempfile.TemporaryDirectory() as folder:
+        stage = Path(folder)
+        inputs = [library, *sorted((ROOT / "packages/client/files").iterdir())]
+        digest = hashlib.sha256(f"{processor} {version}".encode())
+        for path in inputs:
+            copy = stage / path.name
+            shutil.copyfile(path, copy)
+            os.utime(copy, (FILE_TIME, FILE_TIME))
+            digest.update(path.name.encode() + path.read_bytes())
+        package = stage / "package.msi"
+        tree = compile_authoring(ROOT / "packages/client/client.wxs", {
+            "Version": version,
+            "DisplayVersion": f"{version} ({label})",
+            "ProductCode": guid_of(f"client {version} {processor}"),
+            "Processor": label,
+            "LibraryFile": library.name,
+        }, stage, package)
+        digest.update(ElementTree.tostring(tree))
+        set_secure_properties(package, tree)
+        set_action_types(package, tree)
+        # wixl puts it behind InstallFinalize: the old version would go after the new one has come.
+        query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {REMOVE_OLD_PRODUCT_SEQUENCE} "
+                       "WHERE `Action` = 'RemoveExistingProducts'")
+        set_summary(package, stage, TEMPLATES[processor], f"Ostrel {version} for {label}", digest.hexdigest())
+        shutil.copyfile(package, target)
+
+
+def main():
+    if not 2 <= len(sys.argv) <= 4 or sys.argv[1] not in TEMPLATES:
+        sys.exit(__doc__)
+    processor = sys.argv[1]
+    library = Path(sys.argv[2] if len(sys.argv) > 2 else ROOT / f"build/{processor}/hxsetup.dll")
+    folder = Path(sys.argv[3] if len(sys.argv) > 3 else ROOT / f"build/packages/{processor}")
+    if not library.is_file():
+        fail(f"{library} is missing: build it first")
+    stated = re.search(r"^project\(hxsetup VERSION (\d+)\.(\d+)\.(\d+)",
+                       (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"), re.MULTILINE)
+    if not stated:
+        fail("CMakeLists.txt states no version")
+    major, minor, build = map(int, stated.groups())
+    folder.mkdir(parents=True, exist_ok=True)
+    make_client(processor, library, f"{major}.{minor}.{build}", folder / "client.msi")
+    make_client(processor, library, f"{major}.{minor}.{build + 1}", folder / "client-newer.msi")
+
+
+main()

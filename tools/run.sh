@@ -1,0 +1,138 @@
+#!/bin/bash
+# The client package at work on the ARM64 Windows, told from the installer's own log and from the registry.
+# "./hx run" calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/hxsetup.dll.
+#
+# All three settings stores hold settings, each its own, so that one sees which store a value came from. The
+# package runs four times: with no store selected and without a version of its own, which shows what stands
+# there without the actions, and once with each of the stores selected. Then it is removed.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. tools/setup.sh
+
+# Emulated, the runs take about 20 seconds; an installer that has not ended by then (seconds) never will.
+timeLimit=300
+
+runFolder=${HX_RUN_FOLDER:?is the folder of the run}
+story=$runFolder/story
+mkdir -p "$story"
+
+fields=(host site assetID assetLocation assetOwner)
+properties=(PROP_HOSTNAME PROP_SITE PROP_ASSETID PROP_ASSETLOCATION PROP_ASSETOWNER)
+
+# settings STORE: its values, in the order of the fields.
+settings() {
+  case $1 in
+    file) values=(file-meter.example 'Hall 3' F-1001 'Room 12' Mercer) ;;
+    user) values=(user-meter.example 'Hall 5' U-2002 'Room 34' Okafor) ;;
+    service) values=(service-meter.example 'Hall 7' S-3003 'Room 56' Lindqvist) ;;
+  esac
+}
+
+# The settings file with each value of the switch, and what goes into the registry.
+settings file
+for switch in 0 1 2 3; do
+  {
+    printf '[options]\nregistry=%s\n' "$switch"
+    for i in 1 2 3 4; do
+      printf '%s=%s\n' "${fields[i]}" "${values[i]}"
+    done
+    printf '[logon]\nhost=%s\n' "${values[0]}"
+  } | sed 's/$/\r/' >"$story/ostrel-$switch.ini"
+done
+{
+  echo REGEDIT4
+  for store in user service; do
+    settings "$store"
+    key='HKEY_CURRENT_USER\Software\Quillfern\Ostrel'
+    [[ $store == user ]] || key='HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services\Ostrel\Settings'
+    printf '\n[%s\\logon]\n"host"="%s"\n\n[%s\\options]\n' "$key" "${values[0]}" "$key"
+    for i in 1 2 3 4; do
+      printf '"%s"="%s"\n' "${fields[i]}" "${values[i]}"
+    done
+  done
+} | sed 's/$/\r/' >"$story/settings.reg"
+
+say "making the client packages for arm64"
+python3 tools/package.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
+
+say "starting the ARM64 Windows"
+status=0
+timeout --foreground "$timeLimit" \
+  tools/windows.sh arm64 --folder "$runFolder" -- wine64 cmd /c 'Z:\hx\tools\run.cmd' </dev/null |
+  while IFS= read -r line; do say "${line%$'\r'}"; done || status=$?
+[[ $status -ne 124 ]] || die "the installer did not come to an end within $timeLimit seconds"
+[[ $status -eq 0 ]] || die "the runs in Windows failed (status $status)"
+
+# ---- what it left
+
+text() { tr -d '\r' <"$1"; }
+exit_code() { text "$story/$1.code" | tr -d ' '; }
+# property RUN NAME: its value at the end of the run, "-" where it was not set.
+property() {
+  local value
+  value=$(text "$story/$1.log" | sed -n "s/^Property(S): $2 = //p" | tail -n 1)
+  printf '%s' "${value:--}"
+}
+# shown_version RUN: what the uninstall entry shows after the run, "-" without an entry.
+shown_version() {
+  local value
+  value=$(text "$story/$1.entry" | sed -n 's/^ *DisplayVersion *REG_SZ *//p')
+  printf '%s' "${value:--}"
+}
+# actions RUN: the numbers of the library's actions that the installer ran, in order.
+actions() {
+  text "$story/$1.log" | sed -n 's/^Action ended .* CustomAction\([0-9]*\)\. Return value 1\.$/\1/p' | paste -sd ' '
+}
+# The columns of the tables.
+row() { printf '  %-19s %-14s %-19s %-19s %s\n' "$@" | sed 's/ *$//'; }
+registry_text() { text "$1" | sed '/^$/d; s/^/  /'; }
+
+for run in 1 2 3 4 5; do
+  [[ $(exit_code "$run") == 0 ]] || {
+    text "$story/$run.log" >&2
+    die "run $run of the installer failed with exit code $(exit_code "$run")"
+  }
+done
+
+mkdir -p build/artifacts/run
+cp "$story"/*.log build/artifacts/run/
+say "the verbose logs are in build/artifacts/run"
+
+echo "THE STORED SETTINGS"
+echo
+echo '  C:\windows\ostrel.ini (before the first run; "registry" selects the store, and differs in the others)'
+text "$story/file.txt" | sed 's/^/    /'
+registry_text "$story/user.txt"
+registry_text "$story/service.txt"
+echo
+echo "THE RUNS OF THE PACKAGE"
+echo
+row "" before "0: settings file" "1: current user" "2: service"
+row "" "(registry=3)" "(registry=0)" "(registry=1)" "(registry=2)"
+row "run of msiexec" install "over itself" "over itself" "next version"
+row "exit code" "$(exit_code 1)" "$(exit_code 2)" "$(exit_code 3)" "$(exit_code 4)"
+row "actions run" "$(actions 1)" "$(actions 2)" "$(actions 3)" "$(actions 4)"
+for name in "${properties[@]}"; do
+  row "$name" "$(property 1 "$name")" "$(property 2 "$name")" "$(property 3 "$name")" "$(property 4 "$name")"
+done
+row ProductVersion "$(property 1 ProductVersion)" "$(property 2 ProductVersion)" "$(property 3 ProductVersion)" \
+  "$(property 4 ProductVersion)"
+row PROP_VERSION "$(property 1 PROP_VERSION)" "$(property 2 PROP_VERSION)" "$(property 3 PROP_VERSION)" \
+  "$(property 4 PROP_VERSION)"
+row DisplayVersion "$(shown_version 1)" "$(shown_version 2)" "$(shown_version 3)" "$(shown_version 4)"
+echo
+echo '  The PROP_ values are those at the end of the run, from the verbose log; DisplayVersion is the'
+echo '  uninstall entry in the registry after the run. The first run was given PROP_VERSION="".'
+echo
+echo "WHAT THE ACTIONS WROTE TO THE INSTALLER'S LOG"
+echo
+titles=([1]="before" [2]="0: settings file" [3]="1: current user" [4]="2: service" [5]="removal")
+for run in 1 2 3 4 5; do
+  lines=$(text "$story/$run.log" | sed -n '/Setup Log: /p')
+  printf '  %s\n' "${titles[run]}"
+  sed 's/^/    /' <<<"${lines:-(nothing)}"
+done
+echo
+echo "AFTER THE REMOVAL"
+echo
+printf '  exit code %s, actions run %s, DisplayVersion %s\n' "$(exit_code 5)" "$(actions 5)" "$(shown_version 5)"

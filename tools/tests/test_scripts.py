@@ -1,0 +1,27 @@
+"""The lints can be run as programs on any tree."""
+
+import os
+import subprocess
+import tempfile
+import unittest
+
+from support import TOOLS
+
+
+class ScriptsTest(unittest.TestCase):
+    def test_each_lint_runs(self):
+        scripts = sorted(TOOLS.glob("lint-*.py"))
+        self.assertGreaterEqual(len(scripts), 4)
+        with tempfile.TemporaryDirectory(prefix="hx-lint-") as root:
+            subprocess.run(["git", "init", "-q", root], check=True)
+            for script in scripts:
+                with self.subTest(script.name):
+                    self.assertTrue(os.access(script, os.X_OK))
+                    result = subprocess.run([script, root], capture_output=True, text=True)
+                    # An empty tree has everything but the lists of entry points.
+                    self.assertEqual(result.returncode, 1 if "entry-points" in script.name else 0, result.stdout)
+                    self.assertEqual(result.stderr, "")
+
+
+if __name__ == "__main__":
+    unittest.main()

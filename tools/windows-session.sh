@@ -1,0 +1,105 @@
+#!/bin/bash
+# One Windows, from its start to its end: windows-session.sh PROCESSOR TREE PRISTINE (--make | --serve)
+#
+# --make   fills the folder PRISTINE with a new prefix.
+# --serve  runs the commands that arrive on standard input, one line each, quoted as by printf %q, and writes
+#          the exit status of each on a line to descriptor 3. Ends with its input. PRISTINE is not changed:
+#          the session works on a copy of its own.
+#
+# Everything happens in namespaces of its own (users, mounts, processes, network, host name), whose first
+# process this script is: when it ends, or when the one that started it dies in whatever way, the kernel
+# ends every process in them and takes away mounts, registrations and the copy, which lies in memory.
+# Nothing that runs here reaches the network.
+#
+# Environment: HX_PROJECT is what is seen as Z:\hx (read-only), HX_RUN_FOLDER what is seen as Z:\run;
+# HX_TIME_LIMIT the seconds after which a command is ended (its status is then 124); HX_WINEDEBUG what Wine
+# is to report.
+set -euo pipefail
+
+processor=$1 tree=$2 pristine=$3 mode=$4
+
+if [[ ${HX_SESSION-} != inside ]]; then
+  HX_SESSION=inside exec setpriv --pdeathsig KILL \
+    unshare --user --map-root-user --mount --pid --fork --mount-proc --kill-child=KILL --net --uts --ipc \
+    "$BASH" "$0" "$@"
+fi
+
+die() {
+  printf '%s\n' "hx: $*" >&2
+  exit 1
+}
+
+# A first process that ignores signals could not be asked to end; the input's end or the parent's death does.
+trap 'exit 130' INT TERM HUP
+
+python3 - <<'PYTHON'
+import fcntl, socket, struct
+SIOCSIFFLAGS, IFF_UP = 0x8914, 1
+socket.sethostname("hxsetup")
+with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+    fcntl.ioctl(s, SIOCSIFFLAGS, struct.pack("16sh14x", b"lo", IFF_UP))
+PYTHON
+
+if [[ $processor == arm64 ]]; then
+  # Emulated threads that truly run at the same time now and then crash a process of Wine or leave one waiting
+  # for ever (seen with QEMU 7.2 and 10.0, and never on one processor): the session keeps the one it is on.
+  taskset -c -p "$(cut -d ' ' -f 39 /proc/$$/stat)" $$ >/dev/null
+  # The registration is the namespace's own. Older kernels, without that, have a common one by now.
+  if mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null; then
+    header='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
+    mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+    printf '%s' ":hx-arm64:M::$header:$mask:/usr/bin/qemu-aarch64-static:F" >/proc/sys/fs/binfmt_misc/register
+  fi
+fi
+
+# All that changes lies in memory and is seen in these namespaces alone; the mount point is the tree's own.
+session=$tree/windows
+mount -t tmpfs -o mode=755 tmpfs "$session"
+mkdir -m 1777 "$session/tmp"
+state=$pristine
+if [[ $mode != --make ]]; then
+  state=$session/state
+  cp -a "$pristine" "$state"
+fi
+
+# What is seen of the outside.
+outside=()
+[[ -z ${HX_PROJECT-} ]] || outside+=(--ro-bind "$HX_PROJECT" /hx)
+[[ -z ${HX_RUN_FOLDER-} ]] || outside+=(--bind "$HX_RUN_FOLDER" /run)
+
+limited=()
+[[ -z ${HX_TIME_LIMIT-} ]] || limited=(timeout --foreground --kill-after=5 "$HX_TIME_LIMIT")
+
+inside() {
+  "${limited[@]}" bwrap --die-with-parent --ro-bind "$tree" / --proc /proc --dev /dev --ro-bind /sys /sys \
+    --bind "$session/tmp" /tmp --bind "$state" /windows "${outside[@]}" --chdir / --clearenv \
+    --setenv PATH /usr/lib/wine:/usr/bin --setenv LC_ALL C.UTF-8 --setenv QEMU_CPU cortex-a72 \
+    --setenv HOME /windows/home --setenv XDG_CACHE_HOME /windows/home/.cache \
+    --setenv WINEPREFIX /windows/prefix --setenv WINEDEBUG "${HX_WINEDEBUG:--all}" \
+    "$@" </dev/null 3>&-
+}
+
+if [[ $mode == --make ]]; then
+  inside wine64 wineboot -i
+  # No display: windows exist and take messages, but are shown nowhere.
+  inside wine64 reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
+  # A program that crashes ends at once; the debugger would keep it.
+  inside wine64 reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d false /f
+  # Waits until the server has written everything down.
+  inside wineserver -w
+  exit
+fi
+
+# The server stays over the session: programs then start in a fraction of a second.
+inside wineserver -p || die "Wine for $processor does not start"
+while read -r line; do
+  eval "command=($line)"
+  variables=()
+  while [[ ${command[0]} == *=* ]]; do
+    variables+=(--setenv "${command[0]%%=*}" "${command[0]#*=}")
+    command=("${command[@]:1}")
+  done
+  status=0
+  inside "${variables[@]}" "${command[@]}" || status=$?
+  echo "$status" >&3
+done
