@@ -1,0 +1,214 @@
+// Stand-ins for COM objects. Used by tests of whatever talks to a COM interface.
+//
+//   auto& stream = TheWorld().com.Make<IStream>("stream");
+//   stream.On<&IStream::Write>([](const void*, ULONG, ULONG*) { return S_OK; });
+//   TheWorld().com.Register(CLSID_Something, stream);
+#pragma once
+
+#include <windows.h>
+
+#include <objbase.h>
+#include <oleauto.h>
+
+#include <array>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "rig/call.h"
+
+namespace rig {
+
+/// What fakes of every interface share: the table of methods, the references that the library holds (as
+/// `kInterface` in the ledger), and the way from an interface pointer back to its fake.
+class FakeBase {
+ public:
+  /// `name` stands in the trace, `iid` is the interface that the object answers for.
+  FakeBase(Rig& rig, std::string name, const GUID& iid);
+  virtual ~FakeBase() = default;
+  FakeBase(const FakeBase&) = delete;
+  FakeBase& operator=(const FakeBase&) = delete;
+
+  /// Hands the library a reference: stores the pointer and books it.
+  void Give(void* out);
+  /// Asking for the interface `iid` gives this object itself: for the bases of its interface.
+  void Also(const GUID& iid) { answers_.emplace_back(iid, this); }
+  /// Asking for `iid` gives another fake: for a second interface of the same object.
+  void Also(const GUID& iid, FakeBase& other) { answers_.emplace_back(iid, &other); }
+  /// What QueryInterface does.
+  HRESULT Query(const GUID& iid, void** out);
+  /// The name that the trace shows.
+  const std::string& Name() const { return name_; }
+  /// The object as the library sees it.
+  void* Pointer() { return &layout_; }
+
+  /// The fake behind an interface pointer.
+  static FakeBase& Of(void* pointer) { return *static_cast<Layout*>(pointer)->fake; }
+
+ protected:
+  /// Places in a method table; no interface of the system has more.
+  static constexpr size_t kSlots = 64;
+
+  /// One implemented method.
+  struct Method {
+    std::unique_ptr<Declaration> declaration;  ///< Its name and how it fails.
+    std::shared_ptr<void> answer;              ///< A std::function with the method's signature.
+  };
+
+  /// Fills a slot of the method table.
+  Declaration& Implement(size_t slot, const char* name, const void* thunk, std::shared_ptr<void> answer,
+                         const Failing& failing);
+  /// The method in a slot; fails the test when the library holds no reference to the object.
+  Method& Enter(size_t slot);
+
+  /// The rig of the run.
+  Rig& rig_;
+
+  template <auto Member, class Type>
+  friend class MethodThunk;
+
+ private:
+  /// What an interface pointer points at: the method table, as every COM object has it, and the fake.
+  struct Layout {
+    const void* const* methods;
+    FakeBase* fake;
+  };
+  /// Puts a trap into every slot.
+  template <size_t... Slots>
+  void FillWithTraps(std::index_sequence<Slots...>);
+  /// What stands in the slot of a method that the test did not implement.
+  template <size_t Slot>
+  static HRESULT Trap(void* self);
+  /// Fails the test.
+  HRESULT Trapped(size_t slot);
+  /// Implements QueryInterface, AddRef and Release.
+  void ImplementUnknown();
+
+  std::string name_;
+  std::vector<std::pair<GUID, FakeBase*>> answers_;
+  std::array<const void*, kSlots> table_ = {};
+  std::array<Method, kSlots> methods_;
+  Layout layout_;
+};
+
+/// The function that stands in the method table for `Member` (a pointer to a virtual method).
+template <auto Member, class Type = decltype(Member)>
+class MethodThunk;
+
+template <auto Member, class Interface, class Result, class... Arguments>
+class MethodThunk<Member, Result (Interface::*)(Arguments...)> {
+ public:
+  /// A test's implementation of the method.
+  using Answer = std::function<Result(Arguments...)>;
+
+  /// What the library calls.
+  static Result Call(void* self, Arguments... arguments) {
+    FakeBase::Method& method = FakeBase::Of(self).Enter(Slot());
+    auto& answer = *static_cast<Answer*>(method.answer.get());
+    return PassCall<Result>(*method.declaration, __builtin_return_address(0), answer, arguments...);
+  }
+
+  /// Its place in the method table, from the representation that the C++ ABI gives pointers to virtual
+  /// methods: the offset in the table, marked by the lowest bit of the first word (x64) or of the second
+  /// (ARM64).
+  static size_t Slot() {
+    auto member = Member;
+    uintptr_t words[2] = {};
+    static_assert(sizeof member == sizeof words);
+    std::memcpy(words, &member, sizeof words);
+    return (words[0] & ~uintptr_t{1}) / sizeof(void*);
+  }
+
+  /// "Write", out of the compiler's own name of this function.
+  static const char* Name() {
+    static const std::string name = [] {
+      std::string text = __PRETTY_FUNCTION__;
+      size_t start = text.find("Member = ");
+      size_t end = text.find_first_of(",]", start);
+      start = text.rfind("::", end) + 2;
+      return text.substr(start, end - start);
+    }();
+    return name.c_str();
+  }
+};
+
+/// A stand-in for an object with this interface. It counts references, answers QueryInterface for its own
+/// interface, and has the methods that a test gives it; any other one fails the test when called. Every
+/// method's call stands in the trace ("name.Method(arguments) = result") and takes part in the sweep.
+template <class Interface>
+class FakeObject : public FakeBase {
+ public:
+  /// `name` stands in the trace.
+  FakeObject(Rig& rig, std::string name) : FakeBase(rig, std::move(name), __uuidof(Interface)) {
+    if constexpr (std::is_base_of_v<IDispatch, Interface>) {
+      Also(__uuidof(IDispatch));
+    }
+  }
+
+  /// Implements a method; `failing` is what it returns when the sweep makes it fail. The declaration that
+  /// comes back takes the same setters as those of functions (arguments count from 0, without the object).
+  template <auto Member, class Answer>
+  Declaration& On(Answer answer, const Failing& failing = FailsAs(E_FAIL)) {
+    using Thunk = MethodThunk<Member>;
+    return Implement(Thunk::Slot(), Thunk::Name(), reinterpret_cast<const void*>(&Thunk::Call),
+                     std::make_shared<typename Thunk::Answer>(std::move(answer)), failing);
+  }
+  /// The object answers for this base of its interface too.
+  template <class Base>
+  void AlsoIs() {
+    static_assert(std::is_base_of_v<Base, Interface>);
+    Also(__uuidof(Base));
+  }
+  /// The object as an argument of its own type.
+  Interface* Get() { return static_cast<Interface*>(Pointer()); }
+};
+
+/// COM as the library meets it. Part of a world.
+class Com {
+ public:
+  /// The part of the world that belongs to this rig.
+  explicit Com(Rig& rig) : rig_(rig) {}
+  /// Sends its functions here.
+  void Install();
+
+  /// Makes a fake that lives as long as the world.
+  template <class Interface>
+  FakeObject<Interface>& Make(const std::string& name) {
+    auto fake = std::make_unique<FakeObject<Interface>>(rig_, name);
+    FakeObject<Interface>& result = *fake;
+    fakes_.push_back(std::move(fake));
+    return result;
+  }
+  /// CoCreateInstance of the class gives this object. A class that is neither registered nor missing fails
+  /// the test.
+  void Register(const CLSID& clsid, FakeBase& fake) { classes_.push_back({clsid, &fake, S_OK}); }
+  /// CoCreateInstance of the class returns `error`.
+  void Missing(const CLSID& clsid, HRESULT error = REGDB_E_CLASSNOTREG) {
+    classes_.push_back({clsid, nullptr, error});
+  }
+  /// Hands the library a system string, which it must free.
+  BSTR GiveString(std::wstring_view text);
+
+  /// What CoInitializeEx returns. After a success CoUninitialize must follow, after a failure it must not.
+  HRESULT start = S_OK;
+
+ private:
+  /// What CoCreateInstance gives for one class.
+  struct Class {
+    CLSID clsid;
+    FakeBase* fake;
+    HRESULT error;
+  };
+  /// Answers CoCreateInstance.
+  HRESULT Create(const CLSID& clsid, IUnknown* outer, const IID& iid, void** out);
+
+  Rig& rig_;
+  std::vector<Class> classes_;
+  std::vector<std::unique_ptr<FakeBase>> fakes_;
+};
+
+}  // namespace rig

@@ -1,0 +1,128 @@
+#include "rig/crash.h"
+
+#include "rig/failures.h"
+#include "rig/guarded_heap.h"
+#include "rig/print.h"
+
+namespace rig {
+namespace {
+
+/// One call that is being watched. The handler finds the innermost one and goes back to its start.
+struct Watch {
+  CONTEXT start;
+  volatile bool crashed = false;
+  EXCEPTION_RECORD record = {};
+  DWORD thread = GetCurrentThreadId();
+  Watch* outer;
+};
+
+Watch* volatile innermostWatch = nullptr;
+
+/// Makes a watch the innermost one for as long as it lives, also when the body throws.
+class Watching {
+ public:
+  explicit Watching(Watch& watch) {
+    watch.outer = innermostWatch;
+    innermostWatch = &watch;
+    outer_ = watch.outer;
+  }
+  ~Watching() { innermostWatch = outer_; }
+  Watching(const Watching&) = delete;
+  Watching& operator=(const Watching&) = delete;
+
+ private:
+  Watch* outer_;
+};
+
+bool IsCrash(DWORD code) {
+  switch (code) {
+    case EXCEPTION_ACCESS_VIOLATION:
+    case EXCEPTION_IN_PAGE_ERROR:
+    case EXCEPTION_ILLEGAL_INSTRUCTION:
+    case EXCEPTION_PRIV_INSTRUCTION:
+    case EXCEPTION_BREAKPOINT:
+    case EXCEPTION_INT_DIVIDE_BY_ZERO:
+    case EXCEPTION_INT_OVERFLOW:
+    case EXCEPTION_DATATYPE_MISALIGNMENT:
+      return true;
+    default:
+      return false;
+  }
+}
+
+LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
+  Watch* watch = innermostWatch;
+  if (watch == nullptr || watch->thread != GetCurrentThreadId() ||
+      !IsCrash(pointers->ExceptionRecord->ExceptionCode)) {
+    return EXCEPTION_CONTINUE_SEARCH;
+  }
+  watch->record = *pointers->ExceptionRecord;
+  watch->crashed = true;
+  *pointers->ContextRecord = watch->start;
+  return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+std::string Where(const void* code) {
+  HMODULE module = nullptr;
+  wchar_t path[MAX_PATH];
+  if (!GetModuleHandleExW(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          static_cast<LPCWSTR>(code), &module) ||
+      GetModuleFileNameW(module, path, MAX_PATH) == 0) {
+    return HexText(reinterpret_cast<ULONG_PTR>(code));
+  }
+  const wchar_t* name = wcsrchr(path, L'\\');
+  std::string text;
+  for (const wchar_t* at = name == nullptr ? path : name + 1; *at != L'\0'; ++at) {
+    text += static_cast<char>(*at);
+  }
+  return text + "+" + HexText(reinterpret_cast<ULONG_PTR>(code) - reinterpret_cast<ULONG_PTR>(module));
+}
+
+std::string Access(ULONG_PTR kind) {
+#ifdef __aarch64__
+  // Emulated processors do not tell one from the other.
+  (void)kind;
+  return "reading or writing ";
+#else
+  return kind == 0 ? "reading " : kind == 1 ? "writing " : "executing ";
+#endif
+}
+
+std::string Describe(const EXCEPTION_RECORD& record) {
+  std::string text = "crash at " + Where(record.ExceptionAddress) + ": ";
+  if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2) {
+    text += Access(record.ExceptionInformation[0]) + HexText(record.ExceptionInformation[1]);
+    std::string place = GuardedHeap::Get().Describe(reinterpret_cast<void*>(record.ExceptionInformation[1]));
+    return text + " (" + (place.empty() ? "outside the guarded heap" : place) + ")";
+  }
+  if (record.ExceptionCode == EXCEPTION_ILLEGAL_INSTRUCTION || record.ExceptionCode == EXCEPTION_BREAKPOINT) {
+    return text + "trap instruction (undefined behaviour found by the checked build)";
+  }
+  return text + "exception " + HexText(record.ExceptionCode);
+}
+
+}  // namespace
+
+// RtlCaptureContext returns a second time after a crash, with the registers of the first time; what changed
+// in between is therefore read from memory only (volatile), and nothing else may live across it.
+__attribute__((noinline)) bool RunCatching(void (*body)(void*), void* argument, std::string& text) {
+  static PVOID handler = AddVectoredExceptionHandler(1, OnException);
+  (void)handler;
+  Watch watch;
+  Watching watching(watch);
+  RtlCaptureContext(&watch.start);
+  if (watch.crashed) {
+    text = Describe(watch.record);
+    return false;
+  }
+  body(argument);
+  return true;
+}
+
+void ReportCrash(const std::string& text) {
+  Fail(text);
+  throw LibraryCrash(text);
+}
+
+}  // namespace rig

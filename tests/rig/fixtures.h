@@ -1,0 +1,106 @@
+// The fixtures that tests derive from. Used by every unit and action test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "rig/function.h"
+#include "rig/scene.h"
+#include "rig/sweep.h"
+#include "rig/world.h"
+
+namespace rig {
+
+/// A test with a fresh library in a fresh world. At its end everything that the library took must have been
+/// given back.
+class RiggedTest : public testing::Test {
+ protected:
+  /// Loads `file` ("hxsetup.dll"); `policy` says what a call meets that nobody answers.
+  RiggedTest(std::string file, Policy policy) : file_(std::move(file)), policy_(policy) {}
+
+  void SetUp() override;
+  void TearDown() override;
+
+  /// Prepares the world for every test of a fixture and for every run of its sweeps.
+  virtual void Arrange(World& world) { (void)world; }
+
+  /// The world of this test.
+  World& TheWorld() { return scene_->world; }
+  /// The rig of this test: trace, ledger, answers.
+  Rig& TheRig() { return scene_->rig; }
+  /// The library under test.
+  Library& TheLibrary() { return scene_->library; }
+  /// The world's installer session.
+  InstallerSession& Installer() { return scene_->world.installer; }
+  /// The world's registry.
+  Registry& TheRegistry() { return scene_->world.registry; }
+  /// The world's profile files.
+  ProfileFiles& Profile() { return scene_->world.profile; }
+  /// The world's modules.
+  Modules& TheModules() { return scene_->world.modules; }
+
+  /// Calls the exported entry point of this number with the session; a crash fails and ends the test.
+  UINT Run(int number);
+
+  /// Runs the entry point once per call that it makes with that call failing (see Sweep), in worlds that
+  /// Arrange and then `arrange` prepare. What the test arranged otherwise does not count: every run has a
+  /// world of its own. Returns the number of calls that were made to fail; no call at all fails the test.
+  size_t FailEachCall(int number, const std::function<void(World&)>& arrange = {},
+                      const SweepOptions& options = {});
+  /// The same for any piece of work, which returns the action's result.
+  size_t FailEachCall(const std::function<UINT(Scene&)>& action,
+                      const std::function<void(World&)>& arrange = {}, const SweepOptions& options = {});
+
+  /// The number of heap blocks that the library holds now.
+  size_t LiveBlocks() const { return scene_->rig.ledger.Count(kBlock); }
+
+ private:
+  /// Makes the scene and arranges its world.
+  void Open();
+
+  std::string file_;
+  Policy policy_;
+  std::unique_ptr<Scene> scene_;
+};
+
+/// A test of the shipped library's entry points: a call that nobody answers fails it.
+class ActionTest : public RiggedTest {
+ protected:
+  /// Loads hxsetup.dll.
+  ActionTest() : RiggedTest("hxsetup.dll", Policy::kAnswered) {}
+};
+
+/// A test of internal operations (HX_INTERNAL): the heap is guarded, everything else is real and not traced.
+class InternalsTest : public RiggedTest {
+ protected:
+  /// Loads hxinternals.dll.
+  InternalsTest() : RiggedTest("hxinternals.dll", Policy::kReal) {}
+};
+
+/// A test of internal operations in a rigged world, as that of an action.
+class RiggedInternalsTest : public RiggedTest {
+ protected:
+  /// Loads hxinternals.dll.
+  RiggedInternalsTest() : RiggedTest("hxinternals.dll", Policy::kAnswered) {}
+};
+
+}  // namespace rig
+
+/// Compares the calls so far with the lines given: EXPECT_TRACE({"MsiSetInternalUI(3, null) = 5"}).
+#define EXPECT_TRACE(...)                                                                \
+  ::rig::CompareLines(__FILE__, __LINE__, "trace", std::vector<std::string> __VA_ARGS__, \
+                      ::rig::Rig::Current()->trace.Lines())
+
+/// Compares the lines in the installer's log: EXPECT_LOG({"Hx Setup Log: done"}).
+#define EXPECT_LOG(...)                                                                \
+  ::rig::CompareLines(__FILE__, __LINE__, "log", std::vector<std::string> __VA_ARGS__, \
+                      ::rig::World::Current()->installer.Log())
+
+/// Compares the properties that were set, in order: EXPECT_PUBLISHED({"PROP_HOSTNAME = host"}).
+#define EXPECT_PUBLISHED(...)                                                                             \
+  ::rig::CompareLines(__FILE__, __LINE__, "list of set properties", std::vector<std::string> __VA_ARGS__, \
+                      ::rig::World::Current()->installer.Published())

@@ -1,0 +1,121 @@
+// One replaced Windows function, with its real signature. Used by the tables functions_*.cpp and by Rig::On.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <string>
+
+#include "rig/call.h"
+
+namespace rig {
+
+/// The rig's stand-in for the function `Fn`: the import slots of the library point at its Thunk.
+template <auto Fn, class Type = decltype(Fn)>
+class Function;
+
+template <auto Fn, class Result, class... Arguments>
+class Function<Fn, Result (*)(Arguments...)> {
+ public:
+  /// A pointer to the function.
+  using Type = Result (*)(Arguments...);
+
+  /// Adds its declaration to the tables; HX_FUNCTION calls this.
+  static Declaration& Declare(const char* module, const char* name, Failing failing) {
+    declaration_ =
+        &declarations::Add(new Declaration(module, name, failing, reinterpret_cast<const void*>(&Thunk)));
+    return *declaration_;
+  }
+
+  /// Its declaration. Throws std::logic_error when there is none.
+  static Declaration& GetDeclaration() {
+    if (declaration_ == nullptr) {
+      throw std::logic_error("a function is used that no line of tests/rig/functions_*.cpp declares");
+    }
+    return *declaration_;
+  }
+
+  /// The real function; null when the system lacks it.
+  static Type Real() { return reinterpret_cast<Type>(GetDeclaration().Real()); }
+
+  /// Sends its calls to `answer`.
+  static void Answer(std::function<Result(Arguments...)> answer) {
+    answer_ = std::move(answer);
+    GetDeclaration().behaviour = Declaration::Behaviour::kAnswered;
+  }
+
+ private:
+  /// What the library calls.
+  static Result Thunk(Arguments... arguments) {
+    return PassCall<Result>(*declaration_, __builtin_return_address(0), &Route, arguments...);
+  }
+
+  /// Sends a call to its answer, to the real function, or to Refuse.
+  static Result Route(Arguments... arguments) {
+    const Rig& rig = *Rig::Current();
+    switch (declaration_->behaviour) {
+      case Declaration::Behaviour::kAnswered:
+        return answer_(arguments...);
+      case Declaration::Behaviour::kReal:
+        return CallReal(arguments...);
+      default:
+        if (rig.GetPolicy() == Policy::kReal || declaration_->IsRealByDefault()) {
+          return CallReal(arguments...);
+        }
+        return Refuse(arguments...);
+    }
+  }
+
+  /// Calls the real function; fails the test when the system lacks it.
+  static Result CallReal(Arguments... arguments) {
+    Type real = Real();
+    if (real == nullptr) {
+      Fail(declaration_->Name() + " is to be the real function, which this system lacks");
+      return FailingResult();
+    }
+    return real(arguments...);
+  }
+
+  /// Fails the test because nobody answers the call.
+  static Result Refuse(Arguments... arguments) {
+    const uint64_t words[] = {ToWord(arguments)..., 0};
+    Rig& rig = *Rig::Current();
+    rig.Unexpected(*declaration_, PrintCall(*declaration_, rig, words, arguments...));
+    return FailingResult();
+  }
+
+  /// The declared failing result, with its last error.
+  static Result FailingResult() {
+    if constexpr (!std::is_void_v<Result>) {
+      const Failing& failing = declaration_->HowItFails();
+      if (failing.setsLastError) {
+        SetLastError(failing.lastError);
+      }
+      return FromWord<Result>(failing.result);
+    }
+  }
+
+  static inline Declaration* declaration_ = nullptr;
+  static inline std::function<Result(Arguments...)> answer_;
+};
+
+template <auto Fn, class Answer>
+void Rig::On(Answer answer) {
+  Function<Fn>::Answer(std::move(answer));
+}
+
+template <auto Fn>
+void Rig::UseReal() {
+  Function<Fn>::GetDeclaration().behaviour = Declaration::Behaviour::kReal;
+}
+
+}  // namespace rig
+
+/// One line declares a function: the module that exports it, its name (its signature comes from the Windows
+/// header) and how it fails; setters of Declaration may follow.
+#define HX_FUNCTION(Module, Name, ...) HX_FUNCTION_NAMED(Module, #Name, Name, __VA_ARGS__)
+
+/// The same for an export whose name is not that of its C declaration `Type`.
+#define HX_FUNCTION_NAMED(Module, Export, Type, ...)                 \
+  [[maybe_unused]] static ::rig::Declaration& declarationOf_##Type = \
+      ::rig::Function<&::Type>::Declare(#Module, Export, __VA_ARGS__)

@@ -1,0 +1,52 @@
+// The functions of the other system libraries.
+#include <windows.h>
+
+#include <objbase.h>
+#include <oleauto.h>
+#include <shlwapi.h>
+
+#include "rig/function.h"
+
+namespace rig {
+namespace {
+
+// Registry.
+HX_FUNCTION(ADVAPI32, RegOpenKeyExA, FailsAs(ERROR_ACCESS_DENIED))
+    .Hex(Arg<3>)
+    .Uses(kKey, Arg<0>)
+    .Acquires(kKey, Out<4>);
+HX_FUNCTION(ADVAPI32, RegOpenKeyExW, FailsAs(ERROR_ACCESS_DENIED))
+    .Hex(Arg<3>)
+    .Uses(kKey, Arg<0>)
+    .Acquires(kKey, Out<4>);
+HX_FUNCTION(ADVAPI32, RegQueryValueExA, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
+HX_FUNCTION(ADVAPI32, RegQueryValueExW, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
+HX_FUNCTION(ADVAPI32, RegSetValueExA, FailsAs(ERROR_ACCESS_DENIED))
+    .Uses(kKey, Arg<0>)
+    .CountedBytes(Arg<4>, Arg<5>);
+HX_FUNCTION(ADVAPI32, RegSetValueExW, FailsAs(ERROR_ACCESS_DENIED))
+    .Uses(kKey, Arg<0>)
+    .CountedBytes(Arg<4>, Arg<5>);
+HX_FUNCTION(ADVAPI32, RegDeleteKeyA, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
+HX_FUNCTION(ADVAPI32, RegDeleteKeyW, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
+HX_FUNCTION(ADVAPI32, RegDeleteValueA, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
+HX_FUNCTION(ADVAPI32, RegCloseKey, kCannotFail).Releases(kKey, Arg<0>);
+// A name that shlwapi.dll does not export: only SHDeleteKeyA and SHDeleteKeyW are there.
+HX_FUNCTION_NAMED(SHLWAPI, "SHDeleteKey", SHDeleteKeyA, FailsAs(ERROR_ACCESS_DENIED)).AbsentByDefault();
+
+// The desktop.
+HX_FUNCTION(USER32, MessageBoxA, Returns(0)).Hex(Arg<3>);
+
+// COM.
+HX_FUNCTION(OLE32, CoInitializeEx, FailsAs(E_OUTOFMEMORY)).Hex(Arg<1>);
+HX_FUNCTION(OLE32, CoUninitialize, kCannotFail);
+HX_FUNCTION(OLE32, CoCreateInstance, FailsAs(REGDB_E_CLASSNOTREG)).Hex(Arg<2>).Clears(Arg<4>);
+HX_FUNCTION(OLE32, CoTaskMemFree, kCannotFail).Releases(kTaskMemory, Arg<0>);
+HX_FUNCTION(OLEAUT32, SysAllocString, Returns(nullptr)).Quiet().Acquires(kSystemString, kResult);
+HX_FUNCTION(OLEAUT32, SysFreeString, kCannotFail).Quiet().Releases(kSystemString, Arg<0>);
+HX_FUNCTION(OLEAUT32, SysStringLen, kCannotFail).Quiet().Uses(kSystemString, Arg<0>);
+HX_FUNCTION(OLEAUT32, VariantInit, kCannotFail).Pure();
+HX_FUNCTION(OLEAUT32, VariantClear, kCannotFail).Quiet();
+
+}  // namespace
+}  // namespace rig

@@ -1,0 +1,87 @@
+// Calls the library's internal operations by name. Used by the unit tests.
+#pragma once
+
+#include <windows.h>
+
+#include "rig/crash.h"
+#include "rig/library.h"
+
+namespace rig {
+
+/// The address of an operation in the library that is loaded now. Throws std::runtime_error when no library
+/// is loaded or it does not export the name.
+void* FindInternal(const char* name);
+
+/// Finds an operation once per loaded library.
+class InternalAddress {
+ public:
+  /// The operation of this name.
+  explicit constexpr InternalAddress(const char* name) : name_(name) {}
+  /// Its address in the library that is loaded now.
+  void* Get() {
+    if (generation_ != Library::Generation()) {
+      address_ = FindInternal(name_);
+      generation_ = Library::Generation();
+    }
+    return address_;
+  }
+
+ private:
+  const char* name_;
+  void* address_ = nullptr;
+  unsigned generation_ = 0;
+};
+
+/// A callable that stands for an internal operation of the type `Function` (a function pointer type).
+template <class Function>
+class Internal;
+
+template <class Result, class... Arguments>
+class Internal<Result (*)(Arguments...)> {
+ public:
+  /// A pointer to the operation.
+  using Type = Result (*)(Arguments...);
+  /// The operation of this name.
+  explicit constexpr Internal(const char* name) : address_(name) {}
+  /// Calls the operation. A crash fails the test with its place and throws LibraryCrash.
+  Result operator()(Arguments... arguments) {
+    Type function = Get();
+    return CallGuarded([&] { return function(arguments...); });
+  }
+  /// The operation's own address, for tables of operations.
+  Type Get() { return reinterpret_cast<Type>(address_.Get()); }
+
+ private:
+  InternalAddress address_;
+};
+
+template <class Result, class... Arguments>
+class Internal<Result (*)(Arguments..., ...)> {
+ public:
+  /// A pointer to the operation.
+  using Type = Result (*)(Arguments..., ...);
+  /// The operation of this name.
+  explicit constexpr Internal(const char* name) : address_(name) {}
+  /// Calls the operation with its variable arguments. A crash fails the test and throws LibraryCrash.
+  template <class... Variable>
+  Result operator()(Arguments... arguments, Variable... variable) {
+    Type function = Get();
+    return CallGuarded([&] { return function(arguments..., variable...); });
+  }
+  /// The operation's own address.
+  Type Get() { return reinterpret_cast<Type>(address_.Get()); }
+
+ private:
+  InternalAddress address_;
+};
+
+}  // namespace rig
+
+/// Inside a named namespace that holds the tests too, after including the header that declares the operation:
+/// makes `Name` a callable for the operation in the freshly loaded hxinternals.dll. The unqualified name then
+/// finds this object, which also keeps argument-dependent look-up away from the declaration (it would not
+/// link).
+#define HX_INTERNAL(Name)                                           \
+  [[maybe_unused]] inline ::rig::Internal<decltype(&::Name)> Name { \
+    #Name                                                           \
+  }

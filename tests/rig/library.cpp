@@ -1,0 +1,134 @@
+#include "rig/library.h"
+
+#include <map>
+#include <stdexcept>
+
+#include "rig/crash.h"
+#include "rig/failures.h"
+#include "rig/print.h"
+
+namespace rig {
+namespace {
+
+Library* currentLibrary = nullptr;
+unsigned generation = 0;
+
+std::string PathOf(const std::string& file) {
+  char folder[MAX_PATH];
+  DWORD length = GetEnvironmentVariableA("HX_LIBRARY_DIR", folder, sizeof folder);
+  if (length == 0 || length >= sizeof folder) {
+    throw std::runtime_error("HX_LIBRARY_DIR must name the folder of the library under test");
+  }
+  return std::string(folder) + "\\" + file;
+}
+
+const IMAGE_NT_HEADERS64* HeadersOf(HMODULE module) {
+  auto* base = reinterpret_cast<const unsigned char*>(module);
+  auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  return reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
+}
+
+// Keeps what the library imports loaded, so that loading the next copy is quick.
+void Pin(const std::string& module) {
+  static std::map<std::string, HMODULE> pinned;
+  if (pinned.find(module) == pinned.end()) {
+    pinned[module] = LoadLibraryA(module.c_str());
+  }
+}
+
+}  // namespace
+
+Library::Library(const std::string& file) : file_(file) {
+  if (currentLibrary != nullptr) {
+    throw std::runtime_error("a library is loaded already");
+  }
+  handle_ = LoadLibraryA(PathOf(file).c_str());
+  if (handle_ == nullptr) {
+    throw std::runtime_error("cannot load " + PathOf(file) + ", error " + std::to_string(GetLastError()));
+  }
+  currentLibrary = this;
+  ++generation;
+  ForEachImport([](const Import& import) { Pin(import.module); });
+}
+
+Library::~Library() {
+  currentLibrary = nullptr;
+  ++generation;
+  FreeLibrary(handle_);
+  if (GetModuleHandleA(file_.c_str()) != nullptr) {
+    Fail(file_ + " is still loaded after the test, so the next test would meet its caches");
+  }
+}
+
+Library* Library::Current() {
+  return currentLibrary;
+}
+
+unsigned Library::Generation() {
+  return generation;
+}
+
+void Library::ForEachImport(const std::function<void(const Import&)>& visit) const {
+  auto* base = reinterpret_cast<unsigned char*>(handle_);
+  const IMAGE_DATA_DIRECTORY& directory =
+      HeadersOf(handle_)->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  if (directory.VirtualAddress == 0) {
+    return;
+  }
+  auto* descriptor = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
+  for (; descriptor->Name != 0; ++descriptor) {
+    auto* lookup = reinterpret_cast<const ULONGLONG*>(base + descriptor->OriginalFirstThunk);
+    auto* slot = reinterpret_cast<void**>(base + descriptor->FirstThunk);
+    for (; *lookup != 0; ++lookup, ++slot) {
+      Import import;
+      import.module = reinterpret_cast<const char*>(base + descriptor->Name);
+      import.slot = slot;
+      if (IMAGE_SNAP_BY_ORDINAL64(*lookup)) {
+        import.ordinal = static_cast<WORD>(IMAGE_ORDINAL64(*lookup));
+      } else {
+        import.name = reinterpret_cast<const char*>(base + (*lookup & 0x7FFFFFFF) + sizeof(WORD));
+      }
+      visit(import);
+    }
+  }
+}
+
+void Library::Patch(const Import& import, const void* target) {
+  DWORD before = 0;
+  if (!VirtualProtect(import.slot, sizeof *import.slot, PAGE_READWRITE, &before)) {
+    throw std::runtime_error("cannot write the import slot of " + import.name);
+  }
+  *import.slot = const_cast<void*>(target);
+  VirtualProtect(import.slot, sizeof *import.slot, before, &before);
+}
+
+FARPROC Library::Find(const char* name) const {
+  return GetProcAddress(handle_, name);
+}
+
+BOOL Library::CallEntry(DWORD reason) const {
+  auto* base = reinterpret_cast<unsigned char*>(handle_);
+  auto entry = reinterpret_cast<BOOL(WINAPI*)(HINSTANCE, DWORD, LPVOID)>(
+      base + HeadersOf(handle_)->OptionalHeader.AddressOfEntryPoint);
+  return CallGuarded([&] { return entry(handle_, reason, nullptr); });
+}
+
+UINT Library::CustomAction(int number, unsigned long session) const {
+  std::string name = "CustomAction" + std::to_string(number);
+  auto action = reinterpret_cast<UINT(WINAPI*)(unsigned long)>(reinterpret_cast<void*>(Find(name.c_str())));
+  if (action == nullptr) {
+    Fail(file_ + " does not export " + name);
+    return ~0U;
+  }
+  return CallGuarded([&] { return action(session); });
+}
+
+std::string Library::Where(const void* code) const {
+  auto offset = reinterpret_cast<ULONG_PTR>(code) - reinterpret_cast<ULONG_PTR>(handle_);
+  if (offset >= HeadersOf(handle_)->OptionalHeader.SizeOfImage) {
+    return {};
+  }
+  return file_ + "+" + HexText(offset);
+}
+
+}  // namespace rig

@@ -1,0 +1,50 @@
+#include "rig/world.h"
+
+#include "rig/function.h"
+
+namespace rig {
+namespace {
+
+World* currentWorld = nullptr;
+
+}  // namespace
+
+World::World(Rig& theRig)
+    : rig(theRig),
+      heap(theRig),
+      errorMode(theRig),
+      modules(theRig),
+      installer(theRig),
+      registry(theRig),
+      profile(theRig),
+      clock(theRig),
+      desktop(theRig),
+      com(theRig) {
+  currentWorld = this;
+  heap.Install();
+  if (rig.GetPolicy() == Policy::kAnswered) {
+    errorMode.Install();
+    modules.Install();
+    installer.Install();
+    registry.Install();
+    profile.Install();
+    clock.Install();
+    desktop.Install();
+    com.Install();
+  }
+}
+
+World::~World() {
+  currentWorld = nullptr;
+}
+
+World* World::Current() {
+  return currentWorld;
+}
+
+void World::CheckEnd(bool all) {
+  rig.ledger.CheckEmpty(all);
+  errorMode.Check();
+}
+
+}  // namespace rig

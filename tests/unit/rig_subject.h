@@ -1,0 +1,85 @@
+// The fixtures of the rig's own tests: they load the library with deliberate faults.
+#pragma once
+
+#include "rig-subject/subject.h"
+#include "rig/failures.h"
+#include "rig/fixtures.h"
+#include "rig/guarded_buffer.h"
+#include "rig/guarded_heap.h"
+#include "rig/internals.h"
+
+namespace rig_test {
+
+HX_INTERNAL(SubjectLeak);
+HX_INTERNAL(SubjectFree);
+HX_INTERNAL(SubjectWriteAt);
+HX_INTERNAL(SubjectReadAt);
+HX_INTERNAL(SubjectGrow);
+HX_INTERNAL(SubjectFreeTwice);
+HX_INTERNAL(SubjectFreeForeign);
+HX_INTERNAL(SubjectReadNull);
+HX_INTERNAL(SubjectTrap);
+HX_INTERNAL(SubjectPeek);
+HX_INTERNAL(SubjectCount);
+HX_INTERNAL(SubjectSum);
+HX_INTERNAL(SubjectKey);
+HX_INTERNAL(SubjectKeepRecord);
+HX_INTERNAL(SubjectDeleteKey);
+HX_INTERNAL(SubjectDeleteTree);
+HX_INTERNAL(SubjectWindowsDirectory);
+HX_INTERNAL(SubjectFindUnknown);
+HX_INTERNAL(SubjectErrorMode);
+HX_INTERNAL(SubjectGetPropertyA);
+HX_INTERNAL(SubjectGetPropertyW);
+HX_INTERNAL(SubjectSetPropertyA);
+HX_INTERNAL(SubjectSend);
+HX_INTERNAL(SubjectBox);
+HX_INTERNAL(SubjectReadValue);
+HX_INTERNAL(SubjectWriteValue);
+HX_INTERNAL(SubjectProfileInt);
+HX_INTERNAL(SubjectProfileString);
+HX_INTERNAL(SubjectStray);
+HX_INTERNAL(SubjectVersion);
+HX_INTERNAL(SubjectTicks);
+HX_INTERNAL(SubjectAction);
+HX_INTERNAL(SubjectCom);
+
+/// The subject in a rigged world.
+class RigTest : public rig::RiggedTest {
+ protected:
+  RigTest() : RiggedTest("rigsubject.dll", rig::Policy::kAnswered) {}
+
+  /// What the ledger and the world complain about when the action ends now; they forget it.
+  std::string EndOfAction() {
+    rig::FailureCapture capture;
+    TheWorld().CheckEnd(true);
+    std::string text = capture.Joined();
+    TheWorld().heap.Reclaim();
+    return text;
+  }
+
+  /// What is reported while `work` runs; a crash of the library ends it.
+  template <class Work>
+  std::string Reported(Work&& work) {
+    rig::FailureCapture capture;
+    try {
+      work();
+    } catch (const rig::LibraryCrash&) {
+    }
+    return capture.Joined();
+  }
+};
+
+/// The subject with everything real but the heap.
+class RigRealTest : public rig::RiggedTest {
+ protected:
+  RigRealTest() : RiggedTest("rigsubject.dll", rig::Policy::kReal) {}
+};
+
+inline testing::AssertionResult Has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos
+             ? testing::AssertionSuccess()
+             : testing::AssertionFailure() << "\"" << text << "\" does not hold \"" << part << "\"";
+}
+
+}  // namespace rig_test
