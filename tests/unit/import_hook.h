@@ -1,0 +1,71 @@
+// Replaces one imported function of the loaded library. Used by unit tests that watch what an operation asks
+// of the system, answer for it, or make it fail.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "rig/library.h"
+
+namespace rig {
+
+template <auto Function>
+class ImportHook;
+
+/// For as long as it lives, every call that the loaded library makes of `Function` runs `body` instead. Hooks
+/// of one function nest: `Next` calls what stood there before.
+template <class Result, class... Arguments, Result(WINAPI* Function)(Arguments...)>
+class ImportHook<Function> {
+ public:
+  using Type = Result(WINAPI*)(Arguments...);
+
+  ImportHook(const char* name, std::function<Result(Arguments...)> body)
+      : body_(std::move(body)), outer_(top_) {
+    Library::Current()->ForEachImport([&](const Import& import) {
+      if (import.name == name) import_ = import;
+    });
+    if (!import_.slot) throw std::runtime_error(std::string("the library does not import ") + name);
+    next_ = reinterpret_cast<Type>(*import_.slot);
+    top_ = this;
+    Library::Patch(import_, reinterpret_cast<void*>(&Thunk));
+  }
+  ~ImportHook() {
+    Library::Patch(import_, reinterpret_cast<void*>(next_));
+    top_ = outer_;
+  }
+  ImportHook(const ImportHook&) = delete;
+  ImportHook& operator=(const ImportHook&) = delete;
+
+  /// Calls what the library would have called without this hook.
+  Result Next(Arguments... arguments) const { return next_(arguments...); }
+
+ private:
+  static Result WINAPI Thunk(Arguments... arguments) {
+    // What `Next` reaches may be the thunk of the hook around this one.
+    ImportHook* hook = top_;
+    top_ = hook->outer_;
+    if constexpr (std::is_void_v<Result>) {
+      hook->body_(arguments...);
+      top_ = hook;
+    } else {
+      Result result = hook->body_(arguments...);
+      top_ = hook;
+      return result;
+    }
+  }
+
+  static inline ImportHook* top_ = nullptr;
+  std::function<Result(Arguments...)> body_;
+  ImportHook* outer_;
+  Import import_;
+  Type next_ = nullptr;
+};
+
+}  // namespace rig
+
+/// Declares a hook of an imported function: HX_HOOK(hook, SetErrorMode, [&](UINT mode) { ... }).
+#define HX_HOOK(variable, Function, ...) ::rig::ImportHook<&::Function> variable(#Function, __VA_ARGS__)

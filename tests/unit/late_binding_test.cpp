@@ -1,0 +1,113 @@
+// Functions bound by name: the two rules of finding a module, the cache, the error mode.
+
+#include "util/late_binding.h"
+
+#include "rig/action_test.h"
+#include "rig/internals.h"
+
+namespace late_binding_test {
+
+HX_INTERNAL(BindLate);
+HX_INTERNAL(LoadLate);
+
+class LateBindingTest : public rig::RiggedInternalsTest {};
+
+LateEntry Entry(const char* module, const char* name, BindingRule rule) {
+  return {module, name, rule, nullptr};
+}
+
+TEST_F(LateBindingTest, AFunctionOfALoadedModuleIsFoundWithoutLoading) {
+  for (BindingRule rule : {BindingRule::kAlreadyLoaded, BindingRule::kLoadAndKeep}) {
+    TheRig().trace.Clear();
+    LateEntry entry = Entry("KERNEL32", "GetVersion", rule);
+    FARPROC function = BindLate(&entry);
+    EXPECT_NE(function, nullptr);
+    EXPECT_EQ(entry.function, function);
+    EXPECT_TRACE({
+        "SetErrorMode(0x8001) = 16384",
+        R"(GetModuleHandleA("KERNEL32") = KERNEL32)",
+        R"(GetProcAddress(KERNEL32, "GetVersion") = *)",
+        "SetErrorMode(0x4000) = 32769",
+    });
+  }
+}
+
+TEST_F(LateBindingTest, AModuleThatIsNotLoadedIsLoadedUnderOneRuleOnly) {
+  LateEntry kept = Entry("OLE32", "CoInitializeEx", BindingRule::kAlreadyLoaded);
+  EXPECT_EQ(BindLate(&kept), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleA("OLE32") = null)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+  TheRig().trace.Clear();
+  LateEntry loaded = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadAndKeep);
+  EXPECT_NE(BindLate(&loaded), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleA("OLE32") = null)",
+      R"(LoadLibraryA("OLE32") = OLE32)",
+      R"(GetProcAddress(OLE32, "CoInitializeEx") = *)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+  // Kept for the life of the process.
+  TheRig().ledger.Deliberate(rig::kModule);
+}
+
+TEST_F(LateBindingTest, ABoundFunctionIsNotLookedUpAgain) {
+  LateEntry entry = Entry("KERNEL32", "GetVersion", BindingRule::kAlreadyLoaded);
+  FARPROC function = BindLate(&entry);
+  TheRig().trace.Clear();
+  EXPECT_EQ(BindLate(&entry), function);
+  EXPECT_TRACE({});
+}
+
+TEST_F(LateBindingTest, AMissingFunctionIsNullAndLookedForAgain) {
+  TheModules().MissingFunction("KERNEL32", "GetVersion");
+  LateEntry entry = Entry("KERNEL32", "GetVersion", BindingRule::kAlreadyLoaded);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  size_t calls = TheRig().trace.Lines().size();
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_EQ(TheRig().trace.Lines().size(), 2 * calls);
+}
+
+TEST_F(LateBindingTest, AMissingModuleIsNull) {
+  TheModules().Missing("OLE32");
+  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadAndKeep);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+}
+
+TEST_F(LateBindingTest, LoadingForOneJobHandsTheModuleOver) {
+  HMODULE module = LoadLate("SHLWAPI.DLL");
+  EXPECT_NE(module, nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(LoadLibraryA("SHLWAPI.DLL") = SHLWAPI)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+  TheRig().ledger.Deliberate(rig::kModule);
+}
+
+// The templates are compiled into their callers, here into the test: what they call is the library's (below).
+
+class LateFunctionTest : public rig::RiggedInternalsTest {
+ protected:
+  LateFunction<decltype(GetVersion)> version_{"KERNEL32", "GetVersion", BindingRule::kAlreadyLoaded, 77};
+};
+
+TEST_F(LateFunctionTest, CallsTheFunctionThatWasFound) {
+  EXPECT_TRUE(version_.IsAvailable());
+  EXPECT_EQ(version_(), TheWorld().clock.version);
+}
+
+TEST_F(LateFunctionTest, YieldsItsDeclaredValueWhereTheFunctionIsMissing) {
+  TheModules().MissingFunction("KERNEL32", "GetVersion");
+  EXPECT_FALSE(version_.IsAvailable());
+  EXPECT_EQ(version_(), 77u);
+}
+
+}  // namespace late_binding_test
+
+extern "C" FARPROC BindLate(LateEntry* entry) {
+  return late_binding_test::BindLate(entry);
+}
