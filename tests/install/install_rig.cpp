@@ -1,0 +1,391 @@
+#include "install/install_rig.h"
+
+#include <msi.h>
+#include <msiquery.h>
+
+#include <cstdio>
+#include <ostream>
+#include <set>
+#include <stdexcept>
+
+namespace install {
+
+namespace {
+
+// An installer that has not ended by then (milliseconds) never will; emulated processors are slow.
+constexpr DWORD kInstallerTimeLimit = 180 * 1000;
+
+constexpr char kUninstallKey[] = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
+
+std::wstring Environment(const wchar_t* name) {
+  wchar_t value[MAX_PATH];
+  DWORD length = GetEnvironmentVariableW(name, value, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) throw std::runtime_error(FromWide(name) + " must be set");
+  return value;
+}
+
+std::string ReadBytes(const std::wstring& path) {
+  std::string bytes;
+  HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return bytes;
+  char block[16384];
+  DWORD count;
+  while (ReadFile(file, block, sizeof block, &count, nullptr) && count) bytes.append(block, count);
+  CloseHandle(file);
+  return bytes;
+}
+
+// Engines write their log as UTF-16 with a mark, or in the system's 8-bit code page.
+std::string LogText(const std::string& bytes) {
+  if (bytes.size() < 2 || bytes.compare(0, 2, "\xFF\xFE") != 0) return FromWide(ToWide(bytes, CP_ACP));
+  return FromWide(
+      std::wstring(reinterpret_cast<const wchar_t*>(bytes.data() + 2), (bytes.size() - 2) / sizeof(wchar_t)));
+}
+
+std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (size_t start = 0; start < text.size();) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(start, end - start);
+    while (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(line);
+    start = end + 1;
+  }
+  return lines;
+}
+
+std::string PackageProperty(MSIHANDLE database, const wchar_t* name) {
+  std::string value;
+  MSIHANDLE view = 0, record = 0;
+  std::wstring query = std::wstring(L"SELECT `Value` FROM `Property` WHERE `Property` = '") + name + L"'";
+  if (MsiDatabaseOpenViewW(database, query.c_str(), &view) == ERROR_SUCCESS &&
+      MsiViewExecute(view, 0) == ERROR_SUCCESS && MsiViewFetch(view, &record) == ERROR_SUCCESS) {
+    wchar_t text[512];
+    DWORD length = 512;
+    if (MsiRecordGetStringW(record, 1, text, &length) == ERROR_SUCCESS) value = FromWide(text);
+  }
+  if (record) MsiCloseHandle(record);
+  if (view) MsiCloseHandle(view);
+  return value;
+}
+
+Package OpenPackage(const wchar_t* fileName) {
+  Package package;
+  package.path = Environment(L"HX_PACKAGES") + L"\\" + fileName;
+  MSIHANDLE database = 0;
+  // Null for the mode is the header's MSIDBOPEN_READONLY, which exists in 8-bit form only.
+  if (MsiOpenDatabaseW(package.path.c_str(), nullptr, &database) != ERROR_SUCCESS) {
+    throw std::runtime_error("cannot open " + FromWide(package.path));
+  }
+  package.productCode = PackageProperty(database, L"ProductCode");
+  package.version = PackageProperty(database, L"ProductVersion");
+  package.displayVersion = PackageProperty(database, L"PROP_VERSION");
+  MsiCloseHandle(database);
+  return package;
+}
+
+std::set<std::string> UninstallEntries(REGSAM view) {
+  std::set<std::string> entries;
+  HKEY key;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kUninstallKey, 0, KEY_READ | view, &key) != ERROR_SUCCESS)
+    return entries;
+  char name[256];
+  DWORD length = sizeof name;
+  for (DWORD i = 0; RegEnumKeyExA(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+       ++i, length = sizeof name) {
+    entries.insert(name);
+  }
+  RegCloseKey(key);
+  return entries;
+}
+
+// All that a test of this level may change, as a text.
+std::string DescribeMachine() {
+  std::string text;
+  for (REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+    for (const std::string& entry : UninstallEntries(view)) text += "uninstall entry " + entry + "\n";
+  }
+  for (const Package* package : {&Client(), &NewerClient()}) {
+    if (package->IsInstalled()) text += "installed: " + package->displayVersion + "\n";
+  }
+  if (FileExists(InstalledFile())) text += "file " + FromWide(InstalledFile()) + "\n";
+  if (FileExists(SettingsFile())) text += "file " + FromWide(SettingsFile()) + "\n";
+  if (KeyExists(HKEY_CURRENT_USER, kUserKeyAbove)) text += std::string("key ") + kUserKeyAbove + "\n";
+  if (KeyExists(HKEY_LOCAL_MACHINE, kServiceKeyAbove)) text += std::string("key ") + kServiceKeyAbove + "\n";
+  return text;
+}
+
+void EmptyStores() {
+  DeleteFileW(SettingsFile().c_str());
+  DeleteRegistryTree(HKEY_CURRENT_USER, kUserKeyAbove);
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kServiceKeyAbove);
+}
+
+// Prints what matters of a run's log: the library's actions and lines, what failed, and the properties.
+void PrintRun(const InstallerRun& run) {
+  static const char* const marks[] = {"start", "Setup Log:", "Return value 0.", "Return value 3.",
+                                      "(S): PROP_"};
+  std::printf("---- %s: exit code %lu; of its log:\n", run.name.c_str(), run.exitCode);
+  for (const std::string& line : run.lines) {
+    for (const char* mark : marks) {
+      if (line.find(mark) == std::string::npos) continue;
+      std::printf("     %s\n", line.c_str());
+      break;
+    }
+  }
+}
+
+std::string TestName() {
+  const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+  std::string name = std::string(test->test_suite_name()) + "." + test->name();
+  for (char& c : name) {
+    if (c == '/') c = '-';
+  }
+  return name;
+}
+
+}  // namespace
+
+const char kUserKey[] = "Software\\Quillfern\\Ostrel";
+const char kUserKeyAbove[] = "Software\\Quillfern";
+const char kServiceKey[] = "SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Settings";
+const char kServiceKeyAbove[] = "SYSTEM\\CurrentControlSet\\Services\\Ostrel";
+
+std::wstring ToWide(const std::string& text, UINT codePage) {
+  int size = static_cast<int>(text.size());
+  std::wstring wide(MultiByteToWideChar(codePage, 0, text.data(), size, nullptr, 0), L'\0');
+  MultiByteToWideChar(codePage, 0, text.data(), size, wide.data(), static_cast<int>(wide.size()));
+  return wide;
+}
+
+std::string FromWide(const std::wstring& text, UINT codePage) {
+  int size = static_cast<int>(text.size());
+  std::string bytes(WideCharToMultiByte(codePage, 0, text.data(), size, nullptr, 0, nullptr, nullptr), '\0');
+  WideCharToMultiByte(codePage, 0, text.data(), size, bytes.data(), static_cast<int>(bytes.size()), nullptr,
+                      nullptr);
+  return bytes;
+}
+
+std::string InstallerRun::Property(const std::string& property) const {
+  auto found = properties.find(property);
+  return found == properties.end() ? "" : found->second;
+}
+
+std::vector<std::string> InstallerRun::LinesWith(const std::string& mark) const {
+  std::vector<std::string> found;
+  for (const std::string& line : lines) {
+    if (line.find(mark) != std::string::npos) found.push_back(line);
+  }
+  return found;
+}
+
+bool Package::IsInstalled() const {
+  return MsiQueryProductStateW(ToWide(productCode).c_str()) == INSTALLSTATE_DEFAULT;
+}
+
+std::optional<std::string> Package::ShownVersion(REGSAM view) const {
+  return GetRegistryText(HKEY_LOCAL_MACHINE, std::string(kUninstallKey) + "\\" + productCode,
+                         "DisplayVersion", view);
+}
+
+std::vector<std::string> Package::VersionLines() const {
+  // The entry of a 64-bit package is in the 64-bit view, which is also the library's own; 32-bit programs
+  // have none.
+  return {"Hx Setup Log: set ARP version to " + displayVersion + " (default)",
+          "Hx Setup Log: set ARP version to " + displayVersion + " (64-bit)",
+          "Hx Setup Log: can't open uninstall registry key (32-bit)"};
+}
+
+const Package& Client() {
+  static const Package package = OpenPackage(L"client.msi");
+  return package;
+}
+
+const Package& NewerClient() {
+  static const Package package = OpenPackage(L"client-newer.msi");
+  return package;
+}
+
+std::wstring InstalledFile() {
+  return Environment(L"ProgramW6432") + L"\\Halvorstead\\Ostrel\\about.txt";
+}
+
+bool FileExists(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool KeyExists(HKEY root, const std::string& path, REGSAM view) {
+  HKEY key;
+  if (RegOpenKeyExA(root, path.c_str(), 0, KEY_QUERY_VALUE | view, &key) != ERROR_SUCCESS) return false;
+  RegCloseKey(key);
+  return true;
+}
+
+std::optional<std::string> GetRegistryText(HKEY root, const std::string& path, const std::string& name,
+                                           REGSAM view) {
+  HKEY key;
+  if (RegOpenKeyExA(root, path.c_str(), 0, KEY_QUERY_VALUE | view, &key) != ERROR_SUCCESS)
+    return std::nullopt;
+  wchar_t value[512] = {};
+  DWORD size = sizeof value - sizeof(wchar_t), type = 0;
+  LSTATUS status =
+      RegQueryValueExW(key, ToWide(name).c_str(), nullptr, &type, reinterpret_cast<BYTE*>(value), &size);
+  RegCloseKey(key);
+  if (status != ERROR_SUCCESS || type != REG_SZ) return std::nullopt;
+  return FromWide(value);
+}
+
+void SetRegistryText(HKEY root, const std::string& path, const std::string& name, const std::string& value) {
+  HKEY key;
+  ASSERT_EQ(RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr),
+            ERROR_SUCCESS)
+      << path;
+  std::wstring text = ToWide(value);
+  EXPECT_EQ(RegSetValueExW(key, ToWide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                           static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+            ERROR_SUCCESS)
+      << path << " " << name;
+  RegCloseKey(key);
+}
+
+void DeleteRegistryTree(HKEY root, const std::string& path) {
+  RegDeleteTreeA(root, path.c_str());
+}
+
+std::wstring SettingsFile() {
+  wchar_t folder[MAX_PATH];
+  GetWindowsDirectoryW(folder, MAX_PATH);
+  return std::wstring(folder) + L"\\ostrel.ini";
+}
+
+void WriteSettingsFile(int storeSwitch, const Settings& settings, UINT codePage) {
+  std::string text = "[options]\r\nregistry=" + std::to_string(storeSwitch) + "\r\nsite=" + settings.site +
+                     "\r\nassetID=" + settings.assetId + "\r\nassetLocation=" + settings.assetLocation +
+                     "\r\nassetOwner=" + settings.assetOwner + "\r\n[logon]\r\nhost=" + settings.host +
+                     "\r\n";
+  std::string bytes = FromWide(ToWide(text), codePage);
+  HANDLE file = CreateFileW(SettingsFile().c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  DWORD written = 0;
+  EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
+  CloseHandle(file);
+}
+
+void WriteRegistrySettings(Store store, const Settings& settings) {
+  HKEY root = store == kUserStore ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+  std::string path = store == kUserStore ? kUserKey : kServiceKey;
+  SetRegistryText(root, path + "\\logon", "host", settings.host);
+  SetRegistryText(root, path + "\\options", "site", settings.site);
+  SetRegistryText(root, path + "\\options", "assetID", settings.assetId);
+  SetRegistryText(root, path + "\\options", "assetLocation", settings.assetLocation);
+  SetRegistryText(root, path + "\\options", "assetOwner", settings.assetOwner);
+}
+
+Settings SettingsOf(Store store) {
+  static const char* const names[] = {"file", "user", "service"};
+  std::string name = names[store];
+  return {name + "-host.example", name + " site", name + "-4711", name + " room 12", name + " owner"};
+}
+
+void FillAllStores(int storeSwitch) {
+  WriteSettingsFile(storeSwitch, SettingsOf(kFileStore));
+  WriteRegistrySettings(kUserStore, SettingsOf(kUserStore));
+  WriteRegistrySettings(kServiceStore, SettingsOf(kServiceStore));
+}
+
+Settings PublishedSettings(const InstallerRun& run) {
+  return {run.Property("PROP_HOSTNAME"), run.Property("PROP_SITE"), run.Property("PROP_ASSETID"),
+          run.Property("PROP_ASSETLOCATION"), run.Property("PROP_ASSETOWNER")};
+}
+
+bool operator==(const Settings& left, const Settings& right) {
+  return left.host == right.host && left.site == right.site && left.assetId == right.assetId &&
+         left.assetLocation == right.assetLocation && left.assetOwner == right.assetOwner;
+}
+
+void PrintTo(const Settings& settings, std::ostream* stream) {
+  *stream << "host \"" << settings.host << "\", site \"" << settings.site << "\", assetID \""
+          << settings.assetId << "\", assetLocation \"" << settings.assetLocation << "\", assetOwner \""
+          << settings.assetOwner << "\"";
+}
+
+InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments) {
+  InstallerRun run;
+  run.name = name;
+  std::wstring log = Environment(L"HX_ARTIFACTS") + L"\\" + ToWide(name) + L".log";
+  std::wstring command = L"msiexec.exe " + arguments + L" /l*v \"" + log + L"\"";
+
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process;
+  if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                      &process)) {
+    ADD_FAILURE() << "cannot start " << FromWide(command) << ": " << GetLastError();
+    return run;
+  }
+  if (WaitForSingleObject(process.hProcess, kInstallerTimeLimit) != WAIT_OBJECT_0) {
+    ADD_FAILURE() << FromWide(command) << " does not come to an end";
+    TerminateProcess(process.hProcess, 1);
+  }
+  GetExitCodeProcess(process.hProcess, &run.exitCode);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+
+  run.lines = SplitLines(LogText(ReadBytes(log)));
+  const std::string mark = "Property(S): ";
+  for (const std::string& line : run.lines) {
+    size_t sign = line.find(" = ");
+    if (line.rfind(mark, 0) != 0 || sign == std::string::npos) continue;
+    run.properties[line.substr(mark.size(), sign - mark.size())] = line.substr(sign + 3);
+  }
+  return run;
+}
+
+void InstallTest::SetUp() {
+  EmptyStores();
+  before_ = DescribeMachine();
+}
+
+void InstallTest::TearDown() {
+  EmptyStores();
+  EXPECT_EQ(DescribeMachine(), before_) << "the test changed the machine";
+  if (HasFailure()) {
+    for (const auto& run : runs_) PrintRun(*run);
+  }
+}
+
+const InstallerRun& InstallTest::Msiexec(const std::string& step, const std::wstring& arguments) {
+  runs_.push_back(std::make_unique<InstallerRun>(
+      RunInstaller(TestName() + "." + std::to_string(runs_.size() + 1) + "-" + step, arguments)));
+  return *runs_.back();
+}
+
+const InstallerRun& InstallTest::Install(const Package& package, const std::wstring& properties) {
+  return Msiexec("install", L"/i \"" + package.path + L"\" /qn " + properties);
+}
+
+const InstallerRun& InstallTest::Reinstall(const Package& package, const std::wstring& properties) {
+  return Msiexec("reinstall",
+                 L"/i \"" + package.path + L"\" /qn REINSTALL=ALL REINSTALLMODE=omus " + properties);
+}
+
+const InstallerRun& InstallTest::Remove(const Package& package, const std::wstring& properties) {
+  return Msiexec("remove", L"/x \"" + package.path + L"\" /qn " + properties);
+}
+
+void InstalledClientTest::SetUpTestSuite() {
+  EmptyStores();
+  InstallerRun run = RunInstaller("InstalledClientTest.install", L"/i \"" + Client().path + L"\" /qn");
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_TRUE(Client().IsInstalled());
+}
+
+void InstalledClientTest::TearDownTestSuite() {
+  InstallerRun run = RunInstaller("InstalledClientTest.remove", L"/x \"" + Client().path + L"\" /qn");
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_FALSE(Client().IsInstalled());
+}
+
+}  // namespace install
