@@ -130,7 +130,7 @@ titles=([1]="before" [2]="0: settings file" [3]="1: current user" [4]="2: servic
 for run in 1 2 3 4 5; do
   lines=$(text "$story/$run.log" | sed -n '/Setup Log: /p')
   printf '  %s\n' "${titles[run]}"
-  sed 's/^/    /' <<<"${lines:-(nothing)}"
+  printf "%s\n" "${lines:-(nothing)}" | sed "s/^/    /"
 done
 echo
 echo "AFTER THE REMOVAL"
