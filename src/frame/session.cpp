@@ -83,8 +83,8 @@ wchar_t* ResolveClientProgramPath(MSIHANDLE session, const void*, const char* fi
   if (!folder) return nullptr;
   PathRef program(PathJoin(folder.get(), fileName));
   if (!program) return nullptr;
+  // A path that cannot be converted has no length, and is not copied either.
   unsigned length = PathCopyToBuffer(program.get(), nullptr, 0);
-  if (!length) return nullptr;
   HeapStringW text(static_cast<wchar_t*>(HeapAllocZero((size_t{length} + 1) * sizeof(wchar_t))));
   if (!text || !PathCopyToBuffer(program.get(), text.get(), length + 1)) return nullptr;
   return text.release();

@@ -60,6 +60,16 @@ TEST_F(InstalledProgramsTest, WritesTheVersionInEveryView) {
   }
 }
 
+TEST_F(InstalledProgramsTest, FreesTheProductCodeBeforeItReadsTheVersion) {
+  TheRig().MakeLoud("HeapFree");
+  EXPECT_EQ(Run(30), 0u);
+  const std::vector<std::string>& calls = TheRig().trace.Lines();
+  ASSERT_GE(calls.size(), 3u);
+  EXPECT_EQ(calls[0].rfind("MsiGetPropertyA(session, \"ProductCode\"", 0), 0u) << calls[0];
+  EXPECT_EQ(calls[1].rfind("HeapFree(", 0), 0u) << calls[1];
+  EXPECT_EQ(calls[2].rfind("MsiGetPropertyA(session, \"PROP_VERSION\"", 0), 0u) << calls[2];
+}
+
 TEST_F(InstalledProgramsTest, SaysWhichViewHasNoEntry) {
   TheRegistry().Create(kEntry, rig::View::k32);
   EXPECT_EQ(Run(30), 0u);

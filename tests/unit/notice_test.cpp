@@ -2,6 +2,7 @@
 
 #include "frame/notice.h"
 
+#include <cstring>
 #include <string>
 
 #include "rig/action_test.h"
@@ -60,6 +61,17 @@ TEST_F(NoticeTest, IsNotSentWhenTheGateCannotBeRead) {
   Installer().FailReading("PROP_SILENCE");
   Send(kWhole);
   EXPECT_TRACE({R"(MsiGetPropertyA(session, "PROP_SILENCE", *, *) = 1627)"});
+}
+
+TEST_F(NoticeTest, IsNotSentForWhatAFailedReadLeavesInTheBuffer) {
+  for (UINT status : {UINT{ERROR_MORE_DATA}, UINT{ERROR_INVALID_HANDLE}, UINT{ERROR_FUNCTION_FAILED}}) {
+    TheWorld().On<::MsiGetPropertyA>([&](MSIHANDLE, LPCSTR, LPSTR buffer, LPDWORD) -> UINT {
+      memcpy(buffer, "-1", 3);
+      return status;
+    });
+    Send(kWhole);
+  }
+  EXPECT_TRUE(Installer().Messages().empty());
 }
 
 TEST_F(NoticeTest, TheGateIsReadIntoABufferOf128Bytes) {
