@@ -54,10 +54,11 @@ set(runtimeSources ${sources})
 list(FILTER runtimeSources INCLUDE REGEX "/src/runtime/")
 list(FILTER sources EXCLUDE REGEX "/src/runtime/")
 
-# -Os is the rule; what every text passes through is compiled for speed.
+# -Os is the rule; what every text and every path passes through is compiled for speed.
 set(hotSources)
-foreach(room directive float_digits float_writer format number_writer text_sink text_writer)
-  list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/format/${room}.cpp)
+foreach(room format/directive format/float_digits format/float_writer format/format format/number_writer
+        format/text_sink format/text_writer util/heap util/path util/path_text util/text)
+  list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/${room}.cpp)
 endforeach()
 set_source_files_properties(${hotSources} PROPERTIES COMPILE_OPTIONS -O2)
 

@@ -60,7 +60,10 @@ cache_entry() {
   key=$({ declare -f "$maker" && printf '%s\n' "$@"; } | sha256sum | cut -c1-16)
   entry=$hxCache/$name-$key
   entryMade=
-  [[ ! -d $entry ]] || return 0
+  if [[ -d $entry ]]; then
+    touch -c "$entry" "$entry.objects"
+    return
+  fi
 
   new=$hxCache/.new-$name-$key
   mkdir -p "$hxCache"
@@ -86,6 +89,8 @@ cache_entry() {
     mv -T "$new" "$entry"
     entryMade=yes
     rm -f "$new.log"
+    # Predecessors stay for clones that still use them, but not for ever: each use renews the date.
+    find "$hxCache" -maxdepth 1 -name "$name-*" -mtime +60 -exec rm -rf {} +
   fi
   exec {lock}>&-
 }
