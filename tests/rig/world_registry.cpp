@@ -157,8 +157,7 @@ std::optional<std::string> Registry::PathOf(HKEY parent, const std::string& subk
   return Canonical(subkey.empty() ? start : start + "\\" + subkey, ViewOf(access));
 }
 
-LSTATUS Registry::Open(HKEY parent, const std::string& subkey, REGSAM access, HKEY* out) {
-  auto path = PathOf(parent, subkey, access);
+LSTATUS Registry::Reach(const std::optional<std::string>& path) const {
   if (!path) {
     return ERROR_INVALID_HANDLE;
   }
@@ -168,6 +167,15 @@ LSTATUS Registry::Open(HKEY parent, const std::string& subkey, REGSAM access, HK
   }
   if (found == keys_.end() || !found->second.exists) {
     return ERROR_FILE_NOT_FOUND;
+  }
+  return ERROR_SUCCESS;
+}
+
+LSTATUS Registry::Open(HKEY parent, const std::string& subkey, REGSAM access, HKEY* out) {
+  auto path = PathOf(parent, subkey, access);
+  LSTATUS status = Reach(path);
+  if (status != ERROR_SUCCESS) {
+    return status;
   }
   auto handle = reinterpret_cast<HKEY>(nextHandle_);
   nextHandle_ += 4;
@@ -226,15 +234,9 @@ LSTATUS Registry::Set(HKEY key, const std::string& name, DWORD type, std::string
 
 LSTATUS Registry::Delete(HKEY parent, const std::string& subkey, bool tree) {
   auto path = PathOf(parent, subkey, 0);
-  if (!path) {
-    return ERROR_INVALID_HANDLE;
-  }
-  auto found = keys_.find(*path);
-  if (found != keys_.end() && found->second.openError != ERROR_SUCCESS) {
-    return found->second.openError;
-  }
-  if (found == keys_.end() || !found->second.exists) {
-    return ERROR_FILE_NOT_FOUND;
+  LSTATUS status = Reach(path);
+  if (status != ERROR_SUCCESS) {
+    return status;
   }
   if (!tree && HasSubkeys(*path)) {
     return ERROR_ACCESS_DENIED;

@@ -88,6 +88,8 @@ class Registry {
   bool HasSubkeys(const std::string& canonical) const;
   /// The canonical name of a key below an open or predefined one; nothing when that one is neither.
   std::optional<std::string> PathOf(HKEY parent, const std::string& subkey, REGSAM access) const;
+  /// What opening or deleting the key at `path` gives: 0 when it is there and not denied.
+  LSTATUS Reach(const std::optional<std::string>& path) const;
 
   /// Answers RegOpenKeyEx.
   LSTATUS Open(HKEY parent, const std::string& subkey, REGSAM access, HKEY* out);
