@@ -78,10 +78,13 @@ hx_objects(objects ${sources})
 # ---- version resource
 set(versionResource ${CMAKE_BINARY_DIR}/version.res)
 string(REPLACE "." "," versionNumbers ${PROJECT_VERSION})
+# The resource compiler takes an absolute path such as /check/... for its option /c: paths are relative to the source.
+file(RELATIVE_PATH versionOutput ${CMAKE_SOURCE_DIR}/src/runtime ${versionResource})
 add_custom_command(
   OUTPUT ${versionResource}
   COMMAND ${HX_RC} /nologo /D HX_VERSION_NUMBERS=${versionNumbers},0 /D HX_VERSION_TEXT=\"${PROJECT_VERSION}\"
-          /FO ${versionResource} ${CMAKE_SOURCE_DIR}/src/runtime/version.rc
+          /FO ${versionOutput} version.rc
+  WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/src/runtime
   DEPENDS ${CMAKE_SOURCE_DIR}/src/runtime/version.rc VERBATIM)
 
 # hx_library(NAME OBJECT_TARGETS... OPTIONS link options and inputs...)
