@@ -23,8 +23,10 @@ WORDS = re.compile("|".join([
     r"\bPar[t] [0-9]+\.[0-9]+", r"[Ss]pecificatio[n]", r"\bspec\.m[d]", r"\bthe spe[c]\b", r"share[d]/",
     r"/wor[k]/", r"/tm[p]/[a-z]+-root", r"subagen[t]", r"\bTOD[O]\b", r"\bFIXM[E]\b", r"\bXX[X]\b"]))
 
+# Where objects are constructed in blocks of the process heap (util/heap.h).
+PLACE = "HeapPlace"
+
 FORBIDDEN_WORDS = {
-    "new": "an expression with 'new'",
     "thread_local": "'thread_local'",
     "__thread": "'__thread'",
     "throw": "'throw'",
@@ -72,6 +74,10 @@ def construct_findings(name, text):
             problem = "'std::'"
         elif token.text == "delete" and before != "=":
             problem = "an expression with 'delete'"
+        elif token.text == "new":
+            problem = "an expression with 'new'"
+            if PLACE in (t.text for t in tokens[index + 1:index + 5]):
+                problem = None
         elif token.kind == "word":
             problem = FORBIDDEN_WORDS.get(token.text)
         if problem:

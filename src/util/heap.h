@@ -27,3 +27,28 @@ Object* RefRetain(Object* object);
 void RefRelease(Object* object);
 
 }  // extern "C"
+
+/// Where HeapNew constructs an object.
+struct HeapPlace {
+  void* block;  ///< a block that is large enough
+};
+/// Constructs an object in a block that is there already.
+inline void* operator new(size_t, HeapPlace place) noexcept {
+  return place.block;
+}
+
+/// Returns a new default-constructed `Type` in a block of the process heap, or null when memory lacks. The
+/// caller gives it back with HeapDelete.
+template <typename Type>
+Type* HeapNew() {
+  void* block = HeapAllocZero(sizeof(Type));
+  return block ? new (HeapPlace{block}) Type() : nullptr;
+}
+
+/// Destroys what HeapNew made; null is ignored.
+template <typename Type>
+void HeapDelete(Type* object) {
+  if (!object) return;
+  object->~Type();
+  HeapFreeSafe(object);
+}

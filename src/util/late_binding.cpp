@@ -1,11 +1,32 @@
 #include "util/late_binding.h"
 
+namespace {
+
+FARPROC FindInLoadedModule(const LateEntry& entry) {
+  ErrorModeGuard quiet;
+  HMODULE module = GetModuleHandleA(entry.module);
+  if (!module && entry.rule == BindingRule::kLoadAndKeep) module = LoadLibraryA(entry.module);
+  return module ? GetProcAddress(module, entry.name) : nullptr;
+}
+
+FARPROC LoadForFunction(const LateEntry& entry) {
+  Module module(LoadLate(entry.module));
+  if (!module) return nullptr;
+  FARPROC function = GetProcAddress(module.get(), entry.name);
+  // Deliberately never freed: the function is called for as long as the process lives.
+  if (function) module.release();
+  return function;
+}
+
+}  // namespace
+
 FARPROC BindLate(LateEntry* entry) {
   if (entry->function) return entry->function;
-  ErrorModeGuard quiet;
-  HMODULE module = GetModuleHandleA(entry->module);
-  if (!module && entry->rule == BindingRule::kLoadAndKeep) module = LoadLibraryA(entry->module);
-  if (module) entry->function = GetProcAddress(module, entry->name);
+  bool isOnce = entry->rule == BindingRule::kAlreadyLoadedOnce || entry->rule == BindingRule::kLoadOnce;
+  if (isOnce && entry->isTried) return nullptr;
+  entry->isTried = true;
+  entry->function =
+      entry->rule == BindingRule::kLoadOnce ? LoadForFunction(*entry) : FindInLoadedModule(*entry);
   return entry->function;
 }
 

@@ -7,16 +7,19 @@
 //   constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
 //       "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoaded, 0};
 //
-// The cache is process-wide; a function that was not found is looked for again at the next use. A module that
-// is loaded for one job and freed behind it is a LateModule.
+// The cache is process-wide; a function that was not found is looked for again at the next use, unless its
+// rule says once. A module that is loaded for one job and freed behind it is a LateModule.
 #pragma once
 
 #include "util/handles.h"
 
 /// How the module of a late-bound function is found.
 enum class BindingRule {
-  kAlreadyLoaded,  ///< only when the process has loaded it: it is never loaded for the function's sake
-  kLoadAndKeep,    ///< loaded when the process has not loaded it, and never freed
+  kAlreadyLoaded,      ///< only when the process has loaded it: it is never loaded for the function's sake
+  kLoadAndKeep,        ///< loaded when the process has not loaded it, and never freed
+  kAlreadyLoadedOnce,  ///< like kAlreadyLoaded, but looked for only once in the life of the process
+  /// Loaded at the first use and kept if it has the function, else freed again; never tried a second time.
+  kLoadOnce,
 };
 
 /// Where a late-bound function is found, and the function once it is.
@@ -25,12 +28,13 @@ struct LateEntry {
   const char* name;    ///< the exported name, letter by letter
   BindingRule rule;    ///< how the module is found
   FARPROC function;    ///< null until it is bound
+  bool isTried;        ///< whether a look-up has been made
 };
 
 extern "C" {
 
-/// Returns the function of `entry`, looked up when it is not bound yet, or null when the module or the name
-/// is missing. No message box of the system appears meanwhile.
+/// Returns the function of `entry`, looked up when it is not bound yet and its rule allows, or null when the
+/// module or the name is missing. No message box of the system appears meanwhile.
 FARPROC BindLate(LateEntry* entry);
 
 /// Loads the module `name` and returns it, or null; no message box of the system appears meanwhile. The
@@ -55,7 +59,7 @@ class LateFunction<Result(Arguments...)> {
  public:
   /// Declares the function; `missing` is what a call yields when the function is not there.
   constexpr LateFunction(const char* module, const char* name, BindingRule rule, Result missing)
-      : entry_{module, name, rule, nullptr}, missing_(missing) {}
+      : entry_{module, name, rule, nullptr, false}, missing_(missing) {}
 
   /// Whether the function is there.
   bool IsAvailable() { return BindLate(&entry_) != nullptr; }

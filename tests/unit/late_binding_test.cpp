@@ -1,4 +1,4 @@
-// Functions bound by name: the two rules of finding a module, the cache, the error mode.
+// Functions bound by name: the rules of finding a module, the cache, the error mode.
 
 #include "util/late_binding.h"
 
@@ -13,7 +13,7 @@ HX_INTERNAL(LoadLate);
 class LateBindingTest : public rig::RiggedInternalsTest {};
 
 LateEntry Entry(const char* module, const char* name, BindingRule rule) {
-  return {module, name, rule, nullptr};
+  return {module, name, rule, nullptr, false};
 }
 
 TEST_F(LateBindingTest, AFunctionOfALoadedModuleIsFoundWithoutLoading) {
@@ -75,6 +75,69 @@ TEST_F(LateBindingTest, AMissingModuleIsNull) {
   TheModules().Missing("OLE32");
   LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadAndKeep);
   EXPECT_EQ(BindLate(&entry), nullptr);
+}
+
+TEST_F(LateBindingTest, AFunctionIsLookedForOnceWhereTheRuleSaysSo) {
+  TheModules().MissingFunction("KERNEL32", "GetVersion");
+  LateEntry entry = Entry("KERNEL32", "GetVersion", BindingRule::kAlreadyLoadedOnce);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleA("KERNEL32") = KERNEL32)",
+      R"(GetProcAddress(KERNEL32, "GetVersion") = null)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+  TheRig().trace.Clear();
+  LateEntry notLoaded = Entry("OLE32", "CoInitializeEx", BindingRule::kAlreadyLoadedOnce);
+  EXPECT_EQ(BindLate(&notLoaded), nullptr);
+  EXPECT_EQ(BindLate(&notLoaded), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleA("OLE32") = null)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+}
+
+TEST_F(LateBindingTest, AModuleThatIsLoadedOnceStaysForItsFunction) {
+  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadOnce);
+  FARPROC function = BindLate(&entry);
+  EXPECT_NE(function, nullptr);
+  EXPECT_EQ(BindLate(&entry), function);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(LoadLibraryA("OLE32") = OLE32)",
+      "SetErrorMode(0x4000) = 32769",
+      R"(GetProcAddress(OLE32, "CoInitializeEx") = *)",
+  });
+  // Kept for the life of the process.
+  TheRig().ledger.Deliberate(rig::kModule, "OLE32");
+}
+
+TEST_F(LateBindingTest, AModuleThatIsLoadedOnceIsFreedWithoutItsFunction) {
+  TheModules().MissingFunction("OLE32", "CoInitializeEx");
+  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadOnce);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(LoadLibraryA("OLE32") = OLE32)",
+      "SetErrorMode(0x4000) = 32769",
+      R"(GetProcAddress(OLE32, "CoInitializeEx") = null)",
+      "FreeLibrary(OLE32) = 1",
+  });
+}
+
+TEST_F(LateBindingTest, AModuleThatCannotBeLoadedIsTriedOnce) {
+  TheModules().Missing("OLE32");
+  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadOnce);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_EQ(BindLate(&entry), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(LoadLibraryA("OLE32") = null)",
+      "SetErrorMode(0x4000) = 32769",
+  });
 }
 
 TEST_F(LateBindingTest, LoadingForOneJobHandsTheModuleOver) {

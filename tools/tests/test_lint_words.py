@@ -46,7 +46,8 @@ class WordsTest(TreeTest):
                 ("std::move(x);", "'std::'"), ("std :: size_t n;", "'std::'"),
                 ("#include <string>", "the C++ library header"),
                 ("# include <type_traits>", "the C++ library header"), ("#include <string.h>", "the C library header"),
-                ("auto p = new Thing;", "an expression with 'new'"), ("delete p;", "an expression with 'delete'"),
+                ("auto p = new Thing;", "an expression with 'new'"),
+                ("auto p = new (block) Thing;", "an expression with 'new'"), ("delete p;", "an expression with 'delete'"),
                 ("delete[] p;", "an expression with 'delete'"), ("thread_local int x;", "'thread_local'"),
                 ("__thread int x;", "'__thread'"), ("throw 1;", "'throw'"), ("dynamic_cast<A*>(b);", "'dynamic_cast'"),
                 ("#define MAKE(x) new x", "an expression with 'new'")]:
@@ -69,6 +70,8 @@ struct A {
 const char* text = "new std::x \\" throw";
 const char c = '"';  // new
 const wchar_t* raw = LR"x(delete p; ")x";
+inline void* operator new(size_t, HeapPlace place) noexcept;
+A* a = new (HeapPlace{block}) A();
 int renewed = 1'000, new_ = 0, deleted, thrown, stdx;
 """})
 
