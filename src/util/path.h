@@ -15,7 +15,8 @@
 //   Compare          Orders two paths without regard to case; a folder comes before what it contains.
 //   CopyText         The whole path in UTF-8; `room` is the buffer's capacity in bytes, what comes behind
 //                    it is ignored. 0 when memory lacks.
-//   Query            Writes a path into a RecordBuffer and reads one back: see util/path_query.h.
+//   Query            Writes a path into a RecordBuffer and reads one back: see util/path_query.h. Offers a
+//                    walker over an existing folder: see kQueryWalker.
 #pragma once
 
 #include "util/handles.h"
@@ -67,8 +68,13 @@ PathObject* PathFromUtf8(const char* text);
 /// and something of that name exists, its spelling on the disk is taken.
 PathObject* PathJoin(PathObject* folder, const char* name);
 
-/// PathJoin of `name` onto the folder that holds the last name of `path`; of a null path, onto nothing. A
-/// bare drive counts as the folder.
+/// The folder that holds the last name of `path`: its text up to the last backslash, of a path directly under
+/// a drive the drive. A bare drive is its own folder. Null for null, for a name that stands in no folder, and
+/// when memory lacks.
+PathObject* PathFolder(PathObject* path);
+
+/// PathJoin of `name` onto the folder that holds the last name of `path` (see PathFolder); of a null path,
+/// and of a name that stands in no folder, onto nothing.
 PathObject* PathReplaceLeaf(PathObject* path, const char* name);
 
 /// The same path with ".lnk" behind its last name. The node's length deliberately counts the terminator, so

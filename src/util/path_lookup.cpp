@@ -70,12 +70,19 @@ PathObject* PathJoin(PathObject* folder, const char* name) {
   return PathJoinWide(folder, FoundName(&found), -1);
 }
 
-PathObject* PathReplaceLeaf(PathObject* path, const char* name) {
-  if (!path) return PathJoin(nullptr, name);
+PathObject* PathFolder(PathObject* path) {
+  if (!path) return nullptr;
   const char* leaf = TxtFindLastCharA(path->text, '\\');
-  if (leaf == path->text) return PathJoin(path->parent, name);
   // Only a bare drive has no backslash; like "X:\", which it is given out as, it is its own folder.
-  if (!leaf) return PathJoin(path, name);
-  PathRef folder(PathMake(path->parent, path->text, static_cast<int>(leaf - path->text)));
-  return folder ? PathJoin(folder.get(), name) : nullptr;
+  PathObject* folder = leaf ? path->parent : path;
+  if (leaf && leaf != path->text) {
+    return PathMake(path->parent, path->text, static_cast<int>(leaf - path->text));
+  }
+  return folder ? static_cast<PathObject*>(folder->ops.Retain(folder)) : nullptr;
+}
+
+PathObject* PathReplaceLeaf(PathObject* path, const char* name) {
+  PathRef folder(PathFolder(path));
+  bool standsAlone = !path || (!path->parent && TxtFindLastCharA(path->text, '\\') == path->text);
+  return folder || standsAlone ? PathJoin(folder.get(), name) : nullptr;
 }

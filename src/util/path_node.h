@@ -1,10 +1,11 @@
-// What the rooms of the path value share: the operations behind its table, the walk over the nodes of a path,
-// and the form of a drive. Used by the path*.cpp files only.
+// What the rooms of the path value share: the operations behind its table, and the walk over the nodes of a
+// path. Used by the path*.cpp files only.
 #pragma once
 
 #include <limits.h>
 #include <stddef.h>
 
+#include "util/drive.h"
 #include "util/path.h"
 
 /// The most bytes that a node's text or a whole path may have; longer ones count as lack of memory. Leaves
@@ -57,22 +58,4 @@ inline size_t SumOfLengths(const PathObject* path) {
   size_t sum = 0;
   for (; path; path = path->parent) sum += static_cast<size_t>(path->length);
   return sum;
-}
-
-/// Whether `unit` is an ASCII letter.
-template <typename Unit>
-constexpr bool IsAsciiLetter(Unit unit) {
-  return (unit >= 'A' && unit <= 'Z') || (unit >= 'a' && unit <= 'z');
-}
-
-/// Whether the two units at `text` are a drive, "X:". A terminator ends the look.
-template <typename Unit>
-constexpr bool IsDrive(const Unit* text) {
-  return IsAsciiLetter(text[0]) && text[1] == ':';
-}
-
-/// Whether terminated `text` begins with "X:\".
-template <typename Unit>
-constexpr bool IsDriveAbsolute(const Unit* text) {
-  return IsDrive(text) && text[2] == '\\';
 }

@@ -178,6 +178,40 @@ TEST_F(PathLookupTest, JoinsLookUpLikelyShortNames) {
   EXPECT_EQ(PathJoin(nullptr, nullptr), nullptr);
 }
 
+TEST_F(PathLookupTest, FindsTheFolderOfAPath) {
+  struct Case {
+    const char* path;
+    const char* folder;
+  } cases[] = {
+      {"C:\\Data\\x", "C:\\Data"},
+      {"C:\\Data|\\x", "C:\\Data"},
+      {"C:\\Data|\\x\\y", "C:\\Data|\\x"},
+      {"C:\\Data", "C:"},
+      {"C:\\|Data", "C:"},
+      {"C:\\", "C:"},
+      {"C:", "C:"},
+      {"\\x", "(null)"},
+      {"\\", "(null)"},
+      {"\\\\server\\share", "\\\\server"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    Path path{std::string_view(c.path)};
+    EXPECT_EQ(TakeNodes(PathFolder(path.get())), c.folder);
+    EXPECT_EQ(path->refCount, 1);
+  }
+  EXPECT_EQ(PathFolder(nullptr), nullptr);
+  // A drive is its own folder, and the folder around a node is that node's own object.
+  Path drive("C:");
+  PathObject* same = PathFolder(drive.get());
+  EXPECT_EQ(same, drive.get());
+  Release(same);
+  Path nested("C:\\Data|\\x");
+  PathObject* around = PathFolder(nested.get());
+  EXPECT_EQ(around, nested->parent);
+  Release(around);
+}
+
 TEST_F(PathLookupTest, ReplacesTheLeaf) {
   struct Case {
     const char* path;

@@ -18,6 +18,7 @@ HX_INTERNAL(PathJoinWide);
 HX_INTERNAL(PathFromWide);
 HX_INTERNAL(PathFromUtf8);
 HX_INTERNAL(PathJoin);
+HX_INTERNAL(PathFolder);
 HX_INTERNAL(PathReplaceLeaf);
 HX_INTERNAL(PathAppendLnk);
 HX_INTERNAL(PathCommonAncestor);
