@@ -1,5 +1,7 @@
 #include "util/path_query.h"
 
+#include "util/dir_walker.h"
+#include "util/file_status.h"
 #include "util/path_node.h"
 #include "util/text.h"
 
@@ -57,6 +59,11 @@ UINT_PTR ReadPath(PathObject*, UINT_PTR identifier, RecordBuffer* buffer) {
   return reinterpret_cast<UINT_PTR>(path);
 }
 
+UINT_PTR OfferWalker(PathObject* path, UINT_PTR wanted, RecordBuffer*) {
+  if (wanted != kWalkerConstructor || FolderExists(path) != kStatusOk) return 0;
+  return reinterpret_cast<UINT_PTR>(&DirWalkerCreate);
+}
+
 // The questions that a path answers. A selector without a row is answered with null.
 struct Question {
   DWORD selector;
@@ -65,6 +72,7 @@ struct Question {
 constexpr Question kQuestions[] = {
     {kQueryStore, StorePath},
     {kQueryRead, ReadPath},
+    {kQueryWalker, OfferWalker},
 };
 
 }  // namespace

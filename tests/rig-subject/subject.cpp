@@ -1,6 +1,9 @@
 #include "subject.h"
 
 #include <msiquery.h>
+#include <objbase.h>
+#include <shellapi.h>
+#include <shlobj.h>
 #include <stdarg.h>
 
 namespace {
@@ -8,6 +11,11 @@ namespace {
 template <typename Signature>
 Signature* Find(HMODULE module, const char* name) {
   return reinterpret_cast<Signature*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+void Copy(wchar_t* to, const wchar_t* from) {
+  while ((*to++ = *from++) != 0) {
+  }
 }
 
 }  // namespace
@@ -198,6 +206,50 @@ DWORD SubjectStray() {
   wchar_t path[MAX_PATH];
   return Find<decltype(GetModuleFileNameW)>(GetModuleHandleA("KERNEL32"), "GetModuleFileNameW")(nullptr, path,
                                                                                                 MAX_PATH);
+}
+
+HRESULT SubjectKnownFolder(const GUID* id, wchar_t* path, BOOL keep) {
+  HMODULE shell = LoadLibraryA("SHELL32");
+  HMODULE ole = LoadLibraryA("OLE32");
+  auto function = Find<decltype(SHGetKnownFolderPath)>(shell, "SHGetKnownFolderPath");
+  HRESULT result = 1;
+  if (function) {
+    wchar_t* found = nullptr;
+    result = function(*id, 0, nullptr, &found);
+    if (SUCCEEDED(result)) Copy(path, found);
+    if (!keep) Find<decltype(CoTaskMemFree)>(ole, "CoTaskMemFree")(found);
+  }
+  FreeLibrary(ole);
+  FreeLibrary(shell);
+  return result;
+}
+
+HRESULT SubjectFolder(int csidl, wchar_t* path) {
+  HMODULE module = LoadLibraryA("SHFOLDER");
+  auto function = Find<decltype(SHGetFolderPathW)>(module, "SHGetFolderPathW");
+  HRESULT result = function ? function(nullptr, csidl, nullptr, SHGFP_TYPE_CURRENT, path) : 1;
+  FreeLibrary(module);
+  return result;
+}
+
+int SubjectSplit(const wchar_t* line, wchar_t* last, BOOL keep) {
+  HMODULE module = LoadLibraryA("SHELL32");
+  int count = 0;
+  wchar_t** list = Find<decltype(CommandLineToArgvW)>(module, "CommandLineToArgvW")(line, &count);
+  FreeLibrary(module);
+  if (!list) return -1;
+  Copy(last, list[count - 1]);
+  if (!keep) Find<decltype(LocalFree)>(GetModuleHandleA("KERNEL32"), "LocalFree")(list);
+  return count;
+}
+
+int SubjectStamp(wchar_t* buffer, const wchar_t* text, int first, int second, unsigned third) {
+  return Find<decltype(wsprintfW)>(GetModuleHandleA("USER32"), "wsprintfW")(buffer, L"%s|%04d %d%%|%u", text,
+                                                                            first, second, third);
+}
+
+int SubjectStampOther(wchar_t* buffer) {
+  return Find<decltype(wsprintfW)>(GetModuleHandleA("USER32"), "wsprintfW")(buffer, L"%d %hs %d", 1, "x", 2);
 }
 
 UINT SubjectAction(MSIHANDLE session, SubjectFault fault) {

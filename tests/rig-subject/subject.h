@@ -85,6 +85,21 @@ DWORD SubjectVersion();
 /// GetTickCount.
 DWORD SubjectTicks();
 
+// ---- The shell and format texts.
+
+/// Copies the known folder's path to `path` (MAX_PATH characters) and frees it unless `keep`. Returns
+/// SHGetKnownFolderPath's result, 1 when it is missing.
+HRESULT SubjectKnownFolder(const GUID* id, wchar_t* path, BOOL keep);
+/// SHGetFolderPathW; 1 when it is missing.
+HRESULT SubjectFolder(int csidl, wchar_t* path);
+/// Splits the line and copies its last element to `last` (MAX_PATH characters); frees the list unless `keep`.
+/// Returns the number of elements, -1 on failure.
+int SubjectSplit(const wchar_t* line, wchar_t* last, BOOL keep);
+/// wsprintfW of "%s|%04d %d%%|%u" and the arguments.
+int SubjectStamp(wchar_t* buffer, const wchar_t* text, int first, int second, unsigned third);
+/// wsprintfW of "%d %hs %d" and some arguments.
+int SubjectStampOther(wchar_t* buffer);
+
 // ---- For the sweep: each allocates, opens a key, reads it, sets a property.
 
 /// What a sweep can find in SubjectAction.

@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <cstdarg>
 #include <functional>
 #include <string>
 
@@ -99,6 +100,63 @@ class Function<Fn, Result (*)(Arguments...)> {
   static inline std::function<Result(Arguments...)> answer_;
 };
 
+/// The stand-in for a function that takes a buffer, a format text and arguments that vary with it. Its
+/// answers and its real counterpart (wvsprintfW for wsprintfW) take a va_list in their place; in the trace
+/// they stand as the format text says.
+template <auto Fn, class Result, class Buffer, class Format>
+class Function<Fn, Result (*)(Buffer, Format, ...)> {
+ public:
+  /// The counterpart.
+  using ListType = Result (*)(Buffer, Format, va_list);
+
+  /// Adds its declaration to the tables; HX_VARIADIC calls this.
+  static Declaration& Declare(const char* module, const char* name, ListType real, Failing failing) {
+    real_ = real;
+    declaration_ =
+        &declarations::Add(new Declaration(module, name, failing, reinterpret_cast<const void*>(&Thunk)));
+    return *declaration_;
+  }
+
+  /// Its declaration. Throws std::logic_error when there is none.
+  static Declaration& GetDeclaration() {
+    if (declaration_ == nullptr) {
+      throw std::logic_error("a function is used that no line of tests/rig/functions_*.cpp declares");
+    }
+    return *declaration_;
+  }
+
+  /// The counterpart of the real function.
+  static ListType Real() { return real_; }
+
+  /// Sends its calls to `answer`.
+  static void Answer(std::function<Result(Buffer, Format, va_list)> answer) {
+    answer_ = std::move(answer);
+    GetDeclaration().behaviour = Declaration::Behaviour::kAnswered;
+  }
+
+ private:
+  /// What the library calls.
+  static Result Thunk(Buffer buffer, Format format, ...) {
+    VariableArguments variable{format, {}};
+    va_start(variable.list, format);
+    Result result =
+        PassCall<Result>(*declaration_, __builtin_return_address(0), &Route, buffer, format, variable);
+    va_end(variable.list);
+    return result;
+  }
+
+  /// Sends a call to its answer or to the real function.
+  static Result Route(Buffer buffer, Format format, VariableArguments variable) {
+    return declaration_->behaviour == Declaration::Behaviour::kAnswered
+               ? answer_(buffer, format, variable.list)
+               : real_(buffer, format, variable.list);
+  }
+
+  static inline Declaration* declaration_ = nullptr;
+  static inline ListType real_ = nullptr;
+  static inline std::function<Result(Buffer, Format, va_list)> answer_;
+};
+
 template <auto Fn, class Answer>
 void Rig::On(Answer answer) {
   Function<Fn>::Answer(std::move(answer));
@@ -119,3 +177,9 @@ void Rig::UseReal() {
 #define HX_FUNCTION_NAMED(Module, Export, Type, ...)                 \
   [[maybe_unused]] static ::rig::Declaration& declarationOf_##Type = \
       ::rig::Function<&::Type>::Declare(#Module, Export, __VA_ARGS__)
+
+/// The same for a function of the type that `Function` describes last; the real one is reached through
+/// `Real`, its counterpart with a va_list. Where nobody answers, the real one serves.
+#define HX_VARIADIC(Module, Name, Real, ...)                         \
+  [[maybe_unused]] static ::rig::Declaration& declarationOf_##Name = \
+      ::rig::Function<&::Name>::Declare(#Module, #Name, &::Real, __VA_ARGS__)

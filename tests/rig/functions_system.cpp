@@ -3,6 +3,8 @@
 
 #include <objbase.h>
 #include <oleauto.h>
+#include <shellapi.h>
+#include <shlobj.h>
 #include <shlwapi.h>
 
 #include "rig/function.h"
@@ -36,6 +38,13 @@ HX_FUNCTION_NAMED(SHLWAPI, "SHDeleteKey", SHDeleteKeyA, FailsAs(ERROR_ACCESS_DEN
 
 // The desktop.
 HX_FUNCTION(USER32, MessageBoxA, Returns(0)).Hex(Arg<3>);
+HX_VARIADIC(USER32, wsprintfW, wvsprintfW, Returns(0));
+
+// The shell.
+HX_FUNCTION(SHELL32, CommandLineToArgvW, FailsWith(nullptr, ERROR_NOT_ENOUGH_MEMORY))
+    .Acquires(kLocalMemory, kResult);
+HX_FUNCTION(SHELL32, SHGetKnownFolderPath, FailsAs(E_FAIL)).Acquires(kTaskMemory, Out<3>).Clears(Arg<3>);
+HX_FUNCTION(SHFOLDER, SHGetFolderPathW, FailsAs(E_FAIL));
 
 // COM.
 HX_FUNCTION(OLE32, CoInitializeEx, FailsAs(E_OUTOFMEMORY)).Hex(Arg<1>);

@@ -150,6 +150,34 @@ std::string VariantText(const VARIANT& value) {
   }
 }
 
+std::string VariableText(VariableArguments arguments) {
+  std::string out;
+  va_list list;
+  va_copy(list, arguments.list);
+  std::wstring_view format(arguments.format);
+  for (size_t at = format.find(L'%'); at < format.size(); at = format.find(L'%', at + 1)) {
+    at = format.find_first_not_of(L"0123456789", at + 1);
+    wchar_t directive = at < format.size() ? format[at] : L'\0';
+    if (directive == L'%') {
+      continue;
+    }
+    out += out.empty() ? "" : ", ";
+    if (directive == L's') {
+      const wchar_t* text = va_arg(list, const wchar_t*);
+      out += text == nullptr ? "null" : Quote(std::wstring_view(text));
+    } else if (directive == L'd') {
+      out += std::to_string(va_arg(list, int));
+    } else if (directive == L'u') {
+      out += std::to_string(va_arg(list, unsigned));
+    } else {
+      out += "...";
+      break;
+    }
+  }
+  va_end(list);
+  return out;
+}
+
 std::string HandleText(const Ledger& ledger, uint64_t value) {
   static const PredefinedKey kKeys[] = {
       {HKEY_CLASSES_ROOT, "HKEY_CLASSES_ROOT"},     {HKEY_CURRENT_USER, "HKEY_CURRENT_USER"},

@@ -5,6 +5,7 @@
 
 #include <oleauto.h>
 
+#include <cstdarg>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -31,6 +32,15 @@ std::string GuidText(const GUID& guid);
 std::string VariantText(const VARIANT& value);
 /// A handle: the name that the ledger gave it, a predefined key's name, "null" or "*".
 std::string HandleText(const Ledger& ledger, uint64_t value);
+
+/// The arguments behind a format text.
+struct VariableArguments {
+  const wchar_t* format;  ///< The text that says what they are.
+  va_list list;           ///< Where they begin.
+};
+/// The arguments as the format text says, with commas between: text for "%s", numbers for "%d" and "%u" of
+/// any width. Behind any other directive, which nobody can read, it ends with "...".
+std::string VariableText(VariableArguments arguments);
 
 /// Whether the type is one of the system's handle types.
 template <class T>
@@ -68,6 +78,8 @@ std::string Print(const Ledger& ledger, const T& value, bool hex) {
     return GuidText(value);
   } else if constexpr (std::is_same_v<T, VARIANT>) {
     return VariantText(value);
+  } else if constexpr (std::is_same_v<T, VariableArguments>) {
+    return VariableText(value);
   } else if constexpr (kIsHandle<T> || std::is_pointer_v<T>) {
     return HandleText(ledger, ToWord(value));
   } else if constexpr (std::is_floating_point_v<T>) {

@@ -19,6 +19,7 @@ World::World(Rig& theRig)
       profile(theRig),
       clock(theRig),
       desktop(theRig),
+      shell(theRig),
       com(theRig) {
   currentWorld = this;
   heap.Install();
@@ -30,6 +31,7 @@ World::World(Rig& theRig)
     profile.Install();
     clock.Install();
     desktop.Install();
+    shell.Install();
     com.Install();
   }
 }

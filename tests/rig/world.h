@@ -7,6 +7,7 @@
 #include "rig/world_process.h"
 #include "rig/world_profile.h"
 #include "rig/world_registry.h"
+#include "rig/world_shell.h"
 
 namespace rig {
 
@@ -53,6 +54,8 @@ class World {
   Clock clock;
   /// Message boxes.
   Desktop desktop;
+  /// Known folders and command lines.
+  Shell shell;
   /// COM objects.
   Com com;
 };

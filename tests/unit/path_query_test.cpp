@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "unit/path_tools.h"
+#include "util/dir_walker.h"
 
 namespace path_test {
 
@@ -168,6 +169,30 @@ TEST_F(PathQueryTest, BadEntriesGiveNull) {
   EXPECT_EQ(Read(any.get(), UINT_PTR{1} << 32 | 1, &record), nullptr);
   EXPECT_EQ(Read(any.get(), 1, nullptr), nullptr);
   EXPECT_EQ(any->ops.Query(nullptr, kQueryRead, 1, &record, "", 0), 0u);
+}
+
+HX_INTERNAL(DirWalkerCreate);
+
+TEST_F(PathQueryTest, AnExistingFolderOffersAWalker) {
+  Path folder("C:\\");
+  auto constructor = reinterpret_cast<UINT_PTR>(DirWalkerCreate.Get());
+  EXPECT_EQ(Ask(folder.get(), kQueryWalker, 3, nullptr), constructor);
+  for (UINT_PTR other : {UINT_PTR{0}, UINT_PTR{1}, UINT_PTR{2}, UINT_PTR{4}, UINT_PTR{1} << 32 | 3}) {
+    EXPECT_EQ(Ask(folder.get(), kQueryWalker, other, nullptr), 0u);
+  }
+  DWORD attributes = 0;
+  std::vector<std::wstring> asked;
+  rig::ImportHook<&::GetFileAttributesW> hook("GetFileAttributesW", [&](const wchar_t* name) {
+    asked.push_back(name);
+    return attributes;
+  });
+  Path path("C:\\Data|\\x");
+  EXPECT_EQ(Ask(path.get(), kQueryWalker, 3, nullptr), 0u);
+  attributes = INVALID_FILE_ATTRIBUTES;
+  EXPECT_EQ(Ask(path.get(), kQueryWalker, 3, nullptr), 0u);
+  attributes = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_HIDDEN;
+  EXPECT_EQ(Ask(path.get(), kQueryWalker, 3, nullptr), constructor);
+  EXPECT_EQ(asked, std::vector<std::wstring>(3, L"C:\\Data\\x"));
 }
 
 TEST_F(PathQueryTest, OtherSelectorsGiveNull) {

@@ -41,6 +41,11 @@ HX_INTERNAL(SubjectProfileString);
 HX_INTERNAL(SubjectStray);
 HX_INTERNAL(SubjectVersion);
 HX_INTERNAL(SubjectTicks);
+HX_INTERNAL(SubjectKnownFolder);
+HX_INTERNAL(SubjectFolder);
+HX_INTERNAL(SubjectSplit);
+HX_INTERNAL(SubjectStamp);
+HX_INTERNAL(SubjectStampOther);
 HX_INTERNAL(SubjectAction);
 HX_INTERNAL(SubjectCom);
 

@@ -1,0 +1,52 @@
+// Deletes whole trees.
+
+#include "util/found_entry.h"
+#include "util/tree_copy.h"
+#include "util/tree_listing.h"
+
+namespace {
+
+// Starts to list `folder`, in a new level on top.
+DWORD Open(TreeLevels* levels, TreeItem folder, WIN32_FIND_DATAW* found) {
+  HeapStringW pattern(JoinTreeName(folder.source, L"*"));
+  TreeLevel* level = pattern ? levels->Push(static_cast<TreeItem&&>(folder)) : nullptr;
+  if (!level) return ERROR_NOT_ENOUGH_MEMORY;
+  DWORD error = level->listing.Start(pattern.get(), found);
+  // A folder without entries, not even its own, is as good as empty.
+  return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
+}
+
+// Deletes the entry `found` of the folder on top; a folder among them is opened, to be deleted when it is
+// empty.
+DWORD DeleteEntry(TreeLevels* levels, WIN32_FIND_DATAW* found) {
+  TreeItem entry;
+  entry.ownSource.reset(JoinTreeName(levels->top()->folder.source, found->cFileName));
+  entry.source = entry.ownSource.get();
+  if (!entry.source) return ERROR_NOT_ENOUGH_MEMORY;
+  if (IsFolder(*found)) return Open(levels, static_cast<TreeItem&&>(entry), found);
+  return DeleteFileW(entry.source) ? ERROR_SUCCESS : GetLastError();
+}
+
+// Deletes the folder on top, which is empty now.
+DWORD DeleteTopFolder(TreeLevels* levels) {
+  // An open search would keep the folder in place.
+  levels->top()->listing.Close();
+  DWORD error = RemoveDirectoryW(levels->top()->folder.source) ? ERROR_SUCCESS : GetLastError();
+  levels->Pop();
+  return error;
+}
+
+}  // namespace
+
+DWORD TreeDelete(const wchar_t* path, WIN32_FIND_DATAW* found) {
+  if (!IsFolder(*found)) return DeleteFileW(path) ? ERROR_SUCCESS : GetLastError();
+  TreeLevels levels;
+  TreeItem folder;
+  folder.source = path;
+  DWORD error = Open(&levels, static_cast<TreeItem&&>(folder), found);
+  while (!error && levels.top()) {
+    bool isEmpty = !levels.top()->listing.Next(found);
+    error = isEmpty ? DeleteTopFolder(&levels) : DeleteEntry(&levels, found);
+  }
+  return error;
+}
