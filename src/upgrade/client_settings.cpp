@@ -11,6 +11,7 @@
 
 #include "format/format.h"
 #include "frame/session.h"
+#include "upgrade/registry_text.h"
 #include "util/late_binding.h"
 #include "util/text.h"
 
@@ -55,11 +56,7 @@ void ReadRegistrySetting(const SettingsKey& settings, const char* group, const c
   FormatString(path, kKeyPathSize, "%s\\%s", settings.path, group);
   RegistryKey key;
   if (RegOpenKeyExA(settings.root, path, 0, KEY_QUERY_VALUE, key.put()) != ERROR_SUCCESS) return;
-  DWORD size = kSettingSize;
-  LSTATUS status =
-      RegQueryValueExA(key.get(), name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &size);
-  // What a failed query leaves in the buffer is undefined, and stored text may lack its terminator.
-  buffer[status == ERROR_SUCCESS ? kSettingSize - 1 : 0] = '\0';
+  ReadRegistryText(key.get(), name, buffer, kSettingSize);
 }
 
 // Reads a setting into `buffer` (kSettingSize bytes), which stays empty when there is none. The switch is

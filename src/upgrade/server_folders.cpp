@@ -1,0 +1,40 @@
+#include "upgrade/server_folders.h"
+
+#include "upgrade/registry_text.h"
+#include "util/drive.h"
+#include "util/text.h"
+
+bool ReadPathProperty(MSIHANDLE session, const wchar_t* name, PathRef* path) {
+  path->reset();
+  HeapStringW value(ReadPropertyW(session, name));
+  if (!value || !value.get()[0]) return true;
+  path->reset(PathFromWide(value.get()));
+  return static_cast<bool>(*path);
+}
+
+void CopyLastName(PathObject* path, char* buffer) {
+  buffer[0] = '\0';
+  if (!path) return;
+  const char* backslash = TxtFindLastCharA(path->text, '\\');
+  TxtCopyNA(buffer, backslash ? backslash + 1 : path->text, kLastNameSize);
+}
+
+bool ReadLastName(MSIHANDLE session, const wchar_t* name, char* buffer) {
+  PathRef path;
+  bool isRead = ReadPathProperty(session, name, &path);
+  CopyLastName(path.get(), buffer);
+  return isRead;
+}
+
+bool OpenServerSettings(RegistryKey* key) {
+  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\Services\\Vantor\\Settings", 0,
+                       KEY_QUERY_VALUE, key->put()) == ERROR_SUCCESS;
+}
+
+bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder) {
+  char text[kLargestDataFolderText];
+  ReadRegistryText(key, "vtdf", text, size);
+  folder->reset(PathFromUtf8(text));
+  // A full path is made without the help of Windows: where it is not, memory lacks.
+  return *folder || !IsDriveAbsolute(text);
+}
