@@ -5,6 +5,8 @@ LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll), FO
 (build/packages/PROCESSOR):
   client.msi        the client package with the version that CMakeLists.txt states
   client-newer.msi  the same with the next higher build number, to upgrade from the first
+  server-older.msi  a server package of an earlier major version, which the next one upgrades
+  server.msi        the server package
 
 The authoring in packages/ is that of the common compilers. wixl, which compiles it here, knows less than they
 do; what it leaves out or does otherwise is put right afterwards, so that the package is what its source says.
@@ -34,10 +36,17 @@ LABELS = {"arm64": "ARM64", "x64": "x64"}
 DATE = "2024/01/01 00:00:00"
 FILE_TIME = 1704067200
 
-# Types of an action that is an entry point of a library in the package.
+# Types of actions: an entry point of a library in the package, a command line with its working folder, the setting
+# of a property; with what is added for the attributes Return, Execute and Impersonate.
 LIBRARY_ACTION = 1
-IGNORE_RESULT = 64
-FIRST_SEQUENCE_ONLY = 256
+COMMAND_ACTION = 34
+PROPERTY_ACTION = 51
+RETURN = {"check": 0, "ignore": 64}
+EXECUTE = {"immediate": 0, "firstSequence": 256, "deferred": 1024, "rollback": 1024 + 256, "commit": 1024 + 512}
+NO_IMPERSONATION = 2048
+
+# An attribute of a component.
+PERMANENT = 16
 
 # Directly behind InstallValidate.
 REMOVE_OLD_PRODUCT_SEQUENCE = 1401
@@ -71,13 +80,25 @@ def export(package, table):
     return [line.split("\t") for line in lines[3:]]
 
 
+def import_table(package, stage, table, head, rows):
+    """Replaces a table by `rows`, pairs of a number and a text; `head` are the lines that describe its columns."""
+    lines = [*head, *(f"{number}\t{text}" for number, text in rows)]
+    path = stage / f"{table}.idt"
+    path.write_bytes("".join(line + "\r\n" for line in lines).encode("cp1252"))
+    run("msibuild", package, "-i", path)
+
+
 def compile_authoring(source, variables, stage, package):
     """Compiles `source` into `package` and returns its parsed text, with all variables and includes replaced."""
     defines = [part for name, value in variables.items() for part in ("-D", f"{name}={value}")]
     text = run("wixl", "-a", "x64", "-E", "-I", ROOT / "packages", *defines, source)
-    # wixl does not know the attribute Secure.
+    # wixl does not know the attributes Secure and Permanent, nor the table of error texts.
+    known = re.sub(r' (Secure|Permanent)="yes"', "", text)
+    # An action's working folder and its command's text stand in the same columns as a property and its command's.
+    known = re.sub(r'(<CustomAction Id="[^"]*" )Directory=', r"\1Property=", known)
+    known = re.sub(r"<UI>\s*(<Error [^>]*>[^<]*</Error>\s*)*</UI>", "", known)
     compiled = stage / "source.wxs"
-    compiled.write_text(re.sub(r' Secure="yes"', "", text), encoding="utf-8")
+    compiled.write_text(known, encoding="utf-8")
     # It takes files from the folder that it runs in only.
     run("wixl", "-a", "x64", "-o", package, compiled.name, cwd=stage)
     return ElementTree.fromstring(text)
@@ -90,19 +111,42 @@ def set_secure_properties(package, tree):
         if name == "SecureCustomProperties":
             names = value.split(";") + names
             query(package, "DELETE FROM `Property` WHERE `Property` = 'SecureCustomProperties'")
+    if not names:
+        return
     query(package, "INSERT INTO `Property` (`Property`, `Value`) "
-                   f"VALUES ('SecureCustomProperties', '{';'.join(sorted(names))}')")
+                   f"VALUES ('SecureCustomProperties', '{';'.join(sorted(set(names)))}')")
 
 
 def set_action_types(package, tree):
     """Gives the actions the types that their attributes mean; wixl knows no firstSequence, and marks every
     action as one that runs without impersonation."""
     for element in tree.iter(f"{NAMESPACE}CustomAction"):
-        action, execute = element.get("Id"), element.get("Execute", "immediate")
-        if element.get("Return") != "ignore" or execute not in ("immediate", "firstSequence"):
-            fail(f"{action}: only immediate actions whose result is ignored are known here")
-        kind = LIBRARY_ACTION + IGNORE_RESULT + (FIRST_SEQUENCE_ONLY if execute == "firstSequence" else 0)
-        query(package, f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{action}'")
+        kind = EXECUTE[element.get("Execute", "immediate")] + RETURN[element.get("Return", "check")]
+        kind += NO_IMPERSONATION if element.get("Impersonate") == "no" else 0
+        if element.get("DllEntry"):
+            kind += LIBRARY_ACTION
+        elif element.get("Directory") and element.get("ExeCommand"):
+            kind += COMMAND_ACTION
+        elif element.get("Property"):
+            kind += PROPERTY_ACTION
+        else:
+            fail(f"{element.get('Id')}: an action of this kind is not known here")
+        query(package, f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{element.get('Id')}'")
+
+
+def set_permanent_components(package, tree):
+    """Marks the components that outlive the product."""
+    for name, _, _, attributes, *_ in export(package, "Component"):
+        element = tree.find(f".//{NAMESPACE}Component[@Id='{name}']")
+        if element.get("Permanent") == "yes":
+            query(package, f"UPDATE `Component` SET `Attributes` = {int(attributes) | PERMANENT} "
+                           f"WHERE `Component` = '{name}'")
+
+
+def set_error_texts(package, stage, tree):
+    """Writes the table of the texts that records name by number."""
+    texts = sorted((int(element.get("Id")), element.text.strip()) for element in tree.iter(f"{NAMESPACE}Error"))
+    import_table(package, stage, "Error", ["Error\tMessage", "i2\tL0", "Error\tError"], texts)
 
 
 def set_summary(package, stage, template, title, contents):
@@ -110,19 +154,17 @@ def set_summary(package, stage, template, title, contents):
     rows = {1: 1252, 2: "Installation Database", 3: title, 4: "Halvorstead", 5: "Installer", 6: title,
             7: f"{template};1033", 9: guid_of(f"package {contents}"), 12: DATE, 13: DATE, 14: 500, 15: 2,
             18: "hxsetup", 19: 2}
-    lines = ["PropertyId\tValue", "i2\tl255", "_SummaryInformation\tPropertyId"]
-    lines += [f"{number}\t{value}" for number, value in rows.items()]
-    table = stage / "_SummaryInformation.idt"
-    table.write_bytes("".join(line + "\r\n" for line in lines).encode("cp1252"))
-    run("msibuild", package, "-i", table)
+    import_table(package, stage, "_SummaryInformation",
+                 ["PropertyId\tValue", "i2\tl255", "_SummaryInformation\tPropertyId"], rows.items())
 
 
-def make_client(processor, library, version, target):
-    """Makes one client package."""
+def make_package(source, processor, library, name, version, target):
+    """Makes the package `target` from `source` in packages/; the files beside it, in files/, may be in it."""
     label = LABELS[processor]
+    source = ROOT / "packages" / source
     with tempfile.TemporaryDirectory() as folder:
         stage = Path(folder)
-        inputs = [library, *sorted((ROOT / "packages/client/files").iterdir())]
+        inputs = [library, *sorted((source.parent / "files").iterdir())]
         digest = hashlib.sha256(f"{processor} {version}".encode())
         for path in inputs:
             copy = stage / path.name
@@ -130,20 +172,23 @@ def make_client(processor, library, version, target):
             os.utime(copy, (FILE_TIME, FILE_TIME))
             digest.update(path.name.encode() + path.read_bytes())
         package = stage / "package.msi"
-        tree = compile_authoring(ROOT / "packages/client/client.wxs", {
+        tree = compile_authoring(source, {
             "Version": version,
             "DisplayVersion": f"{version} ({label})",
-            "ProductCode": guid_of(f"client {version} {processor}"),
+            "ProductCode": guid_of(f"{source.stem} {version} {processor}"),
             "Processor": label,
             "LibraryFile": library.name,
         }, stage, package)
         digest.update(ElementTree.tostring(tree))
         set_secure_properties(package, tree)
         set_action_types(package, tree)
-        # wixl puts it behind InstallFinalize: the old version would go after the new one has come.
-        query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {REMOVE_OLD_PRODUCT_SEQUENCE} "
-                       "WHERE `Action` = 'RemoveExistingProducts'")
-        set_summary(package, stage, TEMPLATES[processor], f"Ostrel {version} for {label}", digest.hexdigest())
+        set_permanent_components(package, tree)
+        set_error_texts(package, stage, tree)
+        if tree.find(f".//{NAMESPACE}MajorUpgrade") is not None:
+            # wixl puts it behind InstallFinalize: the old version would go after the new one has come.
+            query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {REMOVE_OLD_PRODUCT_SEQUENCE} "
+                           "WHERE `Action` = 'RemoveExistingProducts'")
+        set_summary(package, stage, TEMPLATES[processor], f"{name} {version} for {label}", digest.hexdigest())
         shutil.copyfile(package, target)
 
 
@@ -161,8 +206,13 @@ def main():
         fail("CMakeLists.txt states no version")
     major, minor, build = map(int, stated.groups())
     folder.mkdir(parents=True, exist_ok=True)
-    make_client(processor, library, f"{major}.{minor}.{build}", folder / "client.msi")
-    make_client(processor, library, f"{major}.{minor}.{build + 1}", folder / "client-newer.msi")
+    version = f"{major}.{minor}.{build}"
+    newer = f"{major}.{minor}.{build + 1}"
+    later = f"{major + 1}.{minor}.{build}"
+    make_package("client/client.wxs", processor, library, "Ostrel", version, folder / "client.msi")
+    make_package("client/client.wxs", processor, library, "Ostrel", newer, folder / "client-newer.msi")
+    make_package("server/older.wxs", processor, library, "Vantor server", version, folder / "server-older.msi")
+    make_package("server/server.wxs", processor, library, "Vantor server", later, folder / "server.msi")
 
 
 main()

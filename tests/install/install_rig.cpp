@@ -8,6 +8,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "install/server_rig.h"
+
 namespace install {
 
 namespace {
@@ -107,9 +109,16 @@ std::string DescribeMachine() {
   for (REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
     for (const std::string& entry : UninstallEntries(view)) text += "uninstall entry " + entry + "\n";
   }
-  for (const Package* package : {&Client(), &NewerClient()}) {
-    if (package->IsInstalled()) text += "installed: " + package->displayVersion + "\n";
+  for (const Package* package : {&Client(), &NewerClient(), &OlderServer(), &Server()}) {
+    if (package->IsInstalled()) text += "installed: " + FromWide(package->path) + "\n";
   }
+  for (const char* key : {kServerKeyAbove, kMakerKey}) {
+    if (KeyExists(HKEY_LOCAL_MACHINE, key)) text += std::string("key ") + key + "\n";
+  }
+  // The engine leaves the maker's folder behind, empty.
+  for (const std::string& name : Names(Environment(L"ProgramW6432") + L"\\Halvorstead"))
+    text += "program folder " + name + "\n";
+  for (const std::string& name : Names(L"C:")) text += "folder " + name + "\n";
   if (FileExists(InstalledFile())) text += "file " + FromWide(InstalledFile()) + "\n";
   if (FileExists(SettingsFile())) text += "file " + FromWide(SettingsFile()) + "\n";
   if (KeyExists(HKEY_CURRENT_USER, kUserKeyAbove)) text += std::string("key ") + kUserKeyAbove + "\n";
@@ -205,6 +214,16 @@ const Package& Client() {
 
 const Package& NewerClient() {
   static const Package package = OpenPackage(L"client-newer.msi");
+  return package;
+}
+
+const Package& OlderServer() {
+  static const Package package = OpenPackage(L"server-older.msi");
+  return package;
+}
+
+const Package& Server() {
+  static const Package package = OpenPackage(L"server.msi");
   return package;
 }
 

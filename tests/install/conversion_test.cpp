@@ -1,0 +1,98 @@
+// CustomAction17 in a real installer's script, over every combination of the markers that a database
+// conversion can leave, with and without the "-" before the folder.
+//
+// A failure ends an installation, so each failing combination is a run of its own; the others all stand in
+// one. The package is the client's, with the actions written into a copy of it.
+
+#include "install/server_rig.h"
+
+namespace install {
+namespace {
+
+constexpr const char* kMarkers[] = {"dbcon_completed.txt", "dbcon_cancelled.txt", "dbcon_failed.txt",
+                                    "dbcon_nospace.txt"};
+constexpr unsigned kCompleted = 1, kCancelled = 2, kAllCombinations = 16;
+
+// A library's entry point, deferred, without impersonation.
+constexpr int kDeferredAction = 1 + 1024 + 2048;
+// Directly behind InstallInitialize.
+constexpr int kFirstPlace = 1501;
+
+class ConversionTest : public ServerTest {
+ protected:
+  /// Lays down a folder with the markers of a combination and other files, and adds an action that judges it.
+  void Judge(unsigned combination, bool onlyCleans) {
+    std::string name = "Judge" + std::to_string(folders_.size());
+    std::wstring folder = elsewhere + L"\\" + ToWide(name);
+    Tree content = others_;
+    for (unsigned i = 0; i < 4; ++i) {
+      if (combination & (1u << i)) content[kMarkers[i]] = "marker";
+    }
+    WriteTree(folder, content);
+    folders_.push_back(folder);
+    std::string place = std::to_string(kFirstPlace + folders_.size());
+    statements_.push_back("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('" +
+                          name + "', " + std::to_string(kDeferredAction) + ", 'hxsetup', 'CustomAction17')");
+    statements_.push_back(
+        "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('" + name +
+        "', 'NOT REMOVE', " + place + ")");
+    statements_.push_back("INSERT INTO `Property` (`Property`, `Value`) VALUES ('" + name + "', '" +
+                          (onlyCleans ? "-" : "") + FromWide(folder) + "\\')");
+  }
+
+  const InstallerRun& RunJudges() {
+    const std::wstring package = elsewhere + L"\\conversion.msi";
+    ChangePackage(Client().path, package, statements_);
+    return Msiexec("judge", L"/i \"" + package + L"\" /qn");
+  }
+
+  size_t JudgeCount() const { return folders_.size(); }
+
+  /// All markers are gone and nothing else is.
+  void ExpectCleaned() {
+    for (const std::wstring& folder : folders_) EXPECT_EQ(ReadTree(folder), others_) << FromWide(folder);
+  }
+
+  /// The code of a run that ends with the judgement of `combination`.
+  static DWORD CodeOf(unsigned combination) {
+    if (combination & kCompleted) return ERROR_SUCCESS;
+    return combination & kCancelled ? ERROR_INSTALL_USEREXIT : ERROR_INSTALL_FAILURE;
+  }
+
+ private:
+  const Tree others_ = {{"dbcon_other.txt", "not a marker"}, {"dbcon_completed.txt.bak", "nor this"}};
+  std::vector<std::string> statements_;
+  std::vector<std::wstring> folders_;
+};
+
+class FailedConversionTest : public ConversionTest, public testing::WithParamInterface<unsigned> {};
+
+TEST_P(FailedConversionTest, EndsTheInstallation) {
+  Judge(GetParam(), false);
+  EXPECT_EQ(RunJudges().exitCode, CodeOf(GetParam()));
+  ExpectCleaned();
+  EXPECT_FALSE(Client().IsInstalled());
+}
+
+// Those without dbcon_completed.txt: the even numbers.
+INSTANTIATE_TEST_SUITE_P(Combination, FailedConversionTest, testing::Range(0u, kAllCombinations, 2u));
+
+TEST_F(ConversionTest, CompletedOnesAndThoseThatOnlyCleanGoOn) {
+  for (unsigned combination = 0; combination < kAllCombinations; ++combination) {
+    Judge(combination, true);
+    if (CodeOf(combination) == ERROR_SUCCESS) Judge(combination, false);
+  }
+  const InstallerRun& run = RunJudges();
+  EXPECT_EQ(run.exitCode, 0u);
+  ExpectCleaned();
+  EXPECT_EQ(run.LinesWith("Return value 3.").size(), 0u);
+  // The log tells of each twice: of its scheduling and of its run.
+  for (size_t i = 0; i < JudgeCount(); ++i) {
+    EXPECT_EQ(run.LinesWith(": Judge" + std::to_string(i) + ". Return value 1.").size(), 2u) << i;
+  }
+  EXPECT_TRUE(Client().IsInstalled());
+  EXPECT_EQ(Remove(Client()).exitCode, 0u);
+}
+
+}  // namespace
+}  // namespace install

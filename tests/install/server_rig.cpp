@@ -1,0 +1,244 @@
+#include "install/server_rig.h"
+
+#include <msi.h>
+#include <msiquery.h>
+
+#include <algorithm>
+#include <set>
+
+namespace install {
+
+namespace {
+
+std::string FileBytes(const std::wstring& path) {
+  std::string bytes;
+  HANDLE file =
+      CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return "(unreadable)";
+  char block[4096];
+  DWORD count;
+  while (ReadFile(file, block, sizeof block, &count, nullptr) && count) bytes.append(block, count);
+  CloseHandle(file);
+  return bytes;
+}
+
+bool IsDots(const wchar_t* name) {
+  return wcscmp(name, L".") == 0 || wcscmp(name, L"..") == 0;
+}
+
+bool IsFolder(const WIN32_FIND_DATAW& entry) {
+  return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+/// Calls `visit` for each entry of a folder; tells whether the folder could be listed.
+template <class Visit>
+bool ForEachEntry(const std::wstring& folder, Visit visit) {
+  WIN32_FIND_DATAW entry;
+  HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return false;
+  do {
+    if (!IsDots(entry.cFileName)) visit(entry);
+  } while (FindNextFileW(search, &entry));
+  FindClose(search);
+  return true;
+}
+
+bool AddTree(const std::wstring& folder, const std::string& prefix, Tree& tree) {
+  return ForEachEntry(folder, [&](const WIN32_FIND_DATAW& entry) {
+    std::wstring path = folder + L"\\" + entry.cFileName;
+    std::string name = prefix + FromWide(entry.cFileName);
+    if (IsFolder(entry)) {
+      tree[name + "\\"];
+      AddTree(path, name + "\\", tree);
+    } else {
+      tree[name] = FileBytes(path);
+    }
+  });
+}
+
+}  // namespace
+
+const char kServerKeyAbove[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor";
+const char kServerSettingsKey[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings";
+const char kMakerKey[] = "SOFTWARE\\Halvorstead";
+
+Tree ReadTree(const std::wstring& folder) {
+  Tree tree;
+  if (!AddTree(folder, "", tree)) tree["(missing)"];
+  return tree;
+}
+
+Tree Below(const Tree& tree, const std::string& folder) {
+  Tree part;
+  for (const auto& [path, bytes] : tree) {
+    if (path.size() > folder.size() && path.rfind(folder, 0) == 0) part[path.substr(folder.size())] = bytes;
+  }
+  return part;
+}
+
+Tree With(Tree outer, const std::string& name, const Tree& inner) {
+  outer[name + "\\"];
+  for (const auto& [path, bytes] : inner) outer[name + "\\" + path] = bytes;
+  return outer;
+}
+
+void WriteTree(const std::wstring& folder, const Tree& tree) {
+  for (size_t end = folder.find(L'\\', 3); end != std::wstring::npos; end = folder.find(L'\\', end + 1))
+    CreateDirectoryW(folder.substr(0, end).c_str(), nullptr);
+  CreateDirectoryW(folder.c_str(), nullptr);
+  // A folder sorts before what is in it.
+  for (const auto& [path, bytes] : tree) {
+    std::wstring target = folder + L"\\" + ToWide(path);
+    if (target.back() == L'\\') {
+      CreateDirectoryW(target.c_str(), nullptr);
+      continue;
+    }
+    HANDLE file = CreateFileW(target.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE) << path << ": " << GetLastError();
+    DWORD written = 0;
+    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    CloseHandle(file);
+    EXPECT_EQ(written, bytes.size()) << path;
+  }
+}
+
+void DeleteTree(const std::wstring& folder) {
+  ForEachEntry(folder, [&](const WIN32_FIND_DATAW& entry) {
+    std::wstring path = folder + L"\\" + entry.cFileName;
+    if (IsFolder(entry)) {
+      DeleteTree(path);
+    } else {
+      SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+      DeleteFileW(path.c_str());
+    }
+  });
+  RemoveDirectoryW(folder.c_str());
+}
+
+std::vector<std::string> Names(const std::wstring& folder) {
+  std::vector<std::string> names;
+  ForEachEntry(folder, [&](const WIN32_FIND_DATAW& entry) { names.push_back(FromWide(entry.cFileName)); });
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+Tree OlderData(const std::string& format) {
+  const std::string longName(120, 'n');
+  Tree data = {
+      {"format.txt", format + "\r\n"},
+      {"empty.dat", ""},
+      {"Empty Folder\\", ""},
+      {"LONGNA~1.TXT", "a name like those of the 8.3 form"},
+      {"Helper Data\\", ""},
+      {"Helper Data\\Reports\\", ""},
+      {"Helper Data\\Reports\\Preferences\\", ""},
+      {"Helper Data\\Reports\\Preferences\\user.prefs",
+       std::string("\0\x01\xFF", 3) + std::string(9000, 'p')},
+      {longName + "\\", ""},
+      {longName + "\\" + longName.substr(20) + ".txt", "long"},
+      {"Z\u00E4hlerst\u00E4nde\\", ""},
+      {"Z\u00E4hlerst\u00E4nde\\\u0416\u0438\u043B \u6E2C\u5B9A \U0001F4C8.csv", "outside the code page"},
+      {"a.b.c", "dots"},
+      {"with 'quotes' & %signs%", "signs"},
+  };
+  std::string deep = "deep\\";
+  for (int level = 0; level < 12; ++level, deep += "level " + std::to_string(level) + "\\") {
+    data[deep];
+    data[deep + "leaf.txt"] = "level " + std::to_string(level);
+  }
+  return data;
+}
+
+Tree Converted(Tree data) {
+  data["format.txt"] = "2\r\n";
+  return data;
+}
+
+Tree OlderProgram() {
+  return {{"vt.exe", "The program of the Vantor server, version 1.\n"},
+          {"older readme.txt", "The Vantor server, version 1.\nHalvorstead\n"}};
+}
+
+Tree NewProgram() {
+  // What the package brought; that these are the files of version 2 shows in the program's text.
+  Tree program = ReadTree(L"C:\\Program Files\\Halvorstead\\Vantor");
+  EXPECT_EQ(program["vt.exe"],
+            "The program of the Vantor server, version 2: the package shows how it is installed, not the "
+            "program.\n");
+  EXPECT_NE(program["dbcon.cmd"].find("Converts the server's data"), std::string::npos);
+  return {{"vt.exe", program["vt.exe"]}, {"dbcon.cmd", program["dbcon.cmd"]}};
+}
+
+void ChangePackage(const std::wstring& source, const std::wstring& target,
+                   const std::vector<std::string>& statements) {
+  // The header has the mode for the 8-bit function only; it is a number in a pointer's place.
+  const auto writeDirectly = reinterpret_cast<const wchar_t*>(MSIDBOPEN_DIRECT);
+  MSIHANDLE database = 0;
+  ASSERT_TRUE(CopyFileW(source.c_str(), target.c_str(), FALSE));
+  ASSERT_EQ(MsiOpenDatabaseW(target.c_str(), writeDirectly, &database), 0u);
+  for (const std::string& statement : statements) {
+    MSIHANDLE view = 0;
+    EXPECT_EQ(MsiDatabaseOpenViewW(database, ToWide(statement).c_str(), &view), 0u) << statement;
+    EXPECT_EQ(MsiViewExecute(view, 0), 0u) << statement;
+    MsiCloseHandle(view);
+  }
+  EXPECT_EQ(MsiDatabaseCommit(database), 0u);
+  MsiCloseHandle(database);
+}
+
+void ServerTest::ClearAway() {
+  DeleteTree(programs);
+  DeleteTree(elsewhere);
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kServerKeyAbove);
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMakerKey);
+}
+
+void ServerTest::SetUp() {
+  ClearAway();
+  InstallTest::SetUp();
+}
+
+void ServerTest::TearDown() {
+  for (const Package* package : {&Server(), &OlderServer()}) {
+    if (package->IsInstalled()) Msiexec("clear-up", L"/x \"" + package->path + L"\" /qn");
+  }
+  ClearAway();
+  InstallTest::TearDown();
+}
+
+void ServerTest::SetDataSetting(const std::wstring& folder) {
+  SetRegistryText(HKEY_LOCAL_MACHINE, kServerSettingsKey, "vtdf", FromWide(folder));
+}
+
+std::optional<std::string> ServerTest::DataSetting() {
+  return GetRegistryText(HKEY_LOCAL_MACHINE, kServerSettingsKey, "vtdf");
+}
+
+void ServerTest::ExpectInstalled(const InstallerRun& run) {
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_TRUE(Server().IsInstalled());
+  EXPECT_FALSE(OlderServer().IsInstalled());
+  EXPECT_EQ(Server().ShownVersion(0), Server().version);
+}
+
+void ServerTest::ExpectRolledBack(const InstallerRun& run) {
+  EXPECT_FALSE(Server().IsInstalled());
+  EXPECT_EQ(Server().ShownVersion(0), std::nullopt);
+  EXPECT_NE(run.exitCode, 0u);
+}
+
+std::vector<std::string> ServerTest::DeferredActions(const InstallerRun& run) {
+  // The log tells of each action twice: when the sequence schedules it, and when the script runs it.
+  std::vector<std::string> actions;
+  std::set<std::string> scheduled;
+  for (const std::string& line : run.LinesWith("Action start")) {
+    std::string name = line.substr(line.find(": ") + 2);
+    if (name.rfind("CustomAction", 0) == 0 && !scheduled.insert(name).second) {
+      actions.push_back(name.substr(0, name.size() - 1));
+    }
+  }
+  return actions;
+}
+
+}  // namespace install

@@ -1,0 +1,78 @@
+// What the tests of the server package share: its folders, an older server that is laid down by hand, and
+// whole folder trees as values. Used by tests/install/server_*_test.cpp and conversion_test.cpp.
+#pragma once
+
+#include "install/install_rig.h"
+
+namespace install {
+
+/// A folder's content: each path in it, relative and with backslashes, with the bytes of the file; a folder's
+/// path ends in a backslash and has no bytes. A folder that does not exist has one entry, "(missing)".
+using Tree = std::map<std::string, std::string>;
+
+/// The content of a folder, all levels. Reads names and bytes itself, without the library's walker.
+Tree ReadTree(const std::wstring& folder);
+/// The part of `tree` below `folder` (which ends in a backslash), with paths relative to it.
+Tree Below(const Tree& tree, const std::string& folder);
+/// Creates the folder with all that `tree` says; what stands there already stays.
+void WriteTree(const std::wstring& folder, const Tree& tree);
+/// Deletes a folder with everything in it.
+void DeleteTree(const std::wstring& folder);
+/// The names in a folder, one level.
+std::vector<std::string> Names(const std::wstring& folder);
+
+/// The server package, and the package of the version before it.
+const Package& Server();
+const Package& OlderServer();
+
+/// The server's own settings, and the key of the maker, where the packages keep the server's folder.
+extern const char kServerSettingsKey[], kServerKeyAbove[], kMakerKey[];
+
+/// What an older server's data are like: nested folders; long names, names outside ASCII and outside the
+/// system's code page, names like those of the 8.3 form; an empty file and an empty folder. `format` is the
+/// data's format, which the converter reads: "1" is converted to "2", anything else but "2" fails.
+Tree OlderData(const std::string& format);
+/// `data` as the new server keeps them: in format 2.
+Tree Converted(Tree data);
+/// The program files of the two versions.
+Tree OlderProgram();
+Tree NewProgram();
+/// `inner`, placed in the folder `name` (without a backslash), together with `outer`.
+Tree With(Tree outer, const std::string& name, const Tree& inner);
+
+/// Copies the package file `source` to `target` and runs statements of the installer's SQL over the copy.
+void ChangePackage(const std::wstring& source, const std::wstring& target,
+                   const std::vector<std::string>& statements);
+
+/// Tests of the server package begin and end without a server: no folder, no key, no product.
+class ServerTest : public InstallTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  /// Where servers are installed when nothing else is said, and what stands beside it; no backslash at the
+  /// end.
+  const std::wstring programs = L"C:\\Program Files\\Halvorstead";
+  const std::wstring server = programs + L"\\Vantor";
+  const std::wstring aside = programs + L"\\Vantor (previous)";
+  /// A place for data outside of the server's folder, and for a server of the earlier layout.
+  const std::wstring elsewhere = L"C:\\Vantor Store";
+  const std::wstring outsideData = elsewhere + L"\\Data";
+
+  /// Says in the server's settings where its data are.
+  void SetDataSetting(const std::wstring& folder);
+  /// What the server's settings say about it, nothing where there is no such value.
+  std::optional<std::string> DataSetting();
+
+  /// The product's state and the program files, after a run that installed it.
+  void ExpectInstalled(const InstallerRun& run);
+  /// After a run that was rolled back: nothing of the new server.
+  void ExpectRolledBack(const InstallerRun& run);
+  /// The library's actions that ran in the installer's script, in order; those of a rollback among them.
+  std::vector<std::string> DeferredActions(const InstallerRun& run);
+
+ private:
+  void ClearAway();
+};
+
+}  // namespace install

@@ -1,0 +1,277 @@
+// The upgrade of a server in place: what is moved aside, what comes back, what the package's properties say,
+// and what is left when a step fails.
+
+#include <algorithm>
+
+#include "install/server_rig.h"
+
+namespace install {
+namespace {
+
+class ServerUpgradeTest : public ServerTest {
+ protected:
+  /// The bytes of errors 26000 and 26001, as far as they are sure to stand in the log.
+  static constexpr char kCannotMoveAside[] = "The folder of the older server could not be moved aside";
+  static constexpr char kCannotMerge[] = "Some files of the older server could not be copied";
+
+  /// The folders that the actions published, by their properties' names; `data` is DIR_UPG_DATA.
+  void ExpectPublished(const InstallerRun& run, const std::map<std::string, std::wstring>& expected) {
+    for (const auto& [name, value] : expected) EXPECT_EQ(run.Property(name), FromWide(value)) << name;
+  }
+
+  /// The local date as CustomAction20 writes it behind a name: a blank, and the ISO date.
+  static std::wstring DateBehindName() {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    wchar_t text[16];
+    swprintf(text, 16, L" %04d-%02d-%02d", now.wYear, now.wMonth, now.wDay);
+    return text;
+  }
+};
+
+TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  ASSERT_EQ(ReadTree(server), OlderProgram());
+
+  const Tree older = With(OlderProgram(), "Data", OlderData("1"));
+  WriteTree(server, older);
+  const InstallerRun& upgraded = Install(Server());
+  ExpectInstalled(upgraded);
+  EXPECT_EQ(
+      DeferredActions(upgraded),
+      (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Judge"}));
+  EXPECT_EQ(ReadTree(aside), older);
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
+  EXPECT_EQ(DataSetting(), FromWide(server + L"\\Data\\"));
+  EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)"}));
+
+  ExpectPublished(upgraded,
+                  {
+                      {"PROP_UPGRADE_PRODUCTCODE", ToWide(OlderServer().productCode)},
+                      {"PROP_UPGRADE", L"1"},
+                      {"PROP_REPLACING", L"1"},
+                      {"PROP_DFPRESENT", L""},
+                      {"PROP_PREVVTDF", server + L"\\Data\\"},
+                      {"DIR_PROGRAMS64", L"C:\\Program Files\\"},
+                      {"DIR_SERVER", server + L"\\"},
+                      {"DIR_DATAFOLDER", server + L"\\Data\\"},
+                      {"DIR_EXSERVER", server + L"\\"},
+                      {"DIR_EXDATA", L""},
+                      {"DIR_UPG", aside + L"\\"},
+                      {"DIR_UPG_DATA", aside + L"\\Data\\"},
+                      {"DIR_UPG_HELPERDATA", aside + L"\\Data\\Helper Data\\"},
+                      {"DIR_UPG_VRDF", aside + L"\\Data\\Helper Data\\Reports\\"},
+                      {"DIR_UPG_VRDF_PREFS", aside + L"\\Data\\Helper Data\\Reports\\Preferences\\"},
+                      {"DIR_EXADMIN", L""},
+                  });
+
+  // The data outlive the server, and so does what was moved aside.
+  EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  EXPECT_EQ(ReadTree(server), With({}, "Data", Converted(OlderData("1"))));
+  EXPECT_EQ(ReadTree(aside), older);
+}
+
+TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNotKnow) {
+  WriteTree(server, OlderProgram());
+  WriteTree(outsideData, OlderData("1"));
+  SetDataSetting(outsideData);
+
+  // A conversion that fails, and a judge that does not clean up behind it: the rollback does.
+  Tree older = OlderData("9");
+  older["dbcon.log"] = "no marker";
+  WriteTree(outsideData, older);
+  const std::wstring package = elsewhere + L"\\server.msi";
+  ChangePackage(
+      Server().path, package,
+      {"UPDATE `CustomAction` SET `Target` = '[DIR_SERVER]' WHERE `Action` = 'SetJudgeConversion'"});
+  const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn");
+  EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  ExpectRolledBack(failed);
+  EXPECT_EQ(ReadTree(outsideData), older);
+  EXPECT_EQ(ReadTree(ToWide(failed.Property("DIR_UPG_DATA")) + L"."), Tree());
+  EXPECT_EQ(ReadTree(server), OlderProgram());
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+
+  // This engine's rollback also takes away registry values that it has not written yet.
+  SetDataSetting(outsideData);
+  DeleteTree(elsewhere);
+  WriteTree(outsideData, OlderData("1"));
+
+  // Around midnight the run's date is one of two.
+  std::wstring date = DateBehindName();
+  const InstallerRun& upgraded = Install(Server());
+  if (upgraded.Property("DIR_UPG_DATA").find(FromWide(date)) == std::string::npos) date = DateBehindName();
+
+  ExpectInstalled(upgraded);
+  EXPECT_EQ(DeferredActions(upgraded),
+            (std::vector<std::string>{"CustomAction15.Server", "CustomAction15.Data", "CustomAction16.Data",
+                                      "CustomAction17.Judge"}));
+  const std::wstring data = outsideData + date;
+  EXPECT_EQ(ReadTree(aside), OlderProgram());
+  EXPECT_EQ(ReadTree(server), NewProgram());
+  EXPECT_EQ(ReadTree(data), OlderData("1"));
+  EXPECT_EQ(ReadTree(outsideData), Converted(OlderData("1")));
+  EXPECT_EQ(Names(elsewhere), (std::vector<std::string>{"Data", "Data" + FromWide(date)}));
+  EXPECT_EQ(DataSetting(), FromWide(outsideData + L"\\"));
+  ExpectPublished(upgraded, {
+                                {"PROP_UPGRADE_PRODUCTCODE", L""},
+                                {"PROP_UPGRADE", L"1"},
+                                {"PROP_REPLACING", L""},
+                                {"PROP_DFPRESENT", L"1"},
+                                {"PROP_PREVVTDF", outsideData + L"\\"},
+                                {"DIR_DATAFOLDER", outsideData + L"\\"},
+                                {"DIR_EXSERVER", server + L"\\"},
+                                {"DIR_EXDATA", outsideData + L"\\"},
+                                {"DIR_UPG", aside + L"\\"},
+                                {"DIR_UPG_DATA", data + L"\\"},
+                                {"DIR_UPG_HELPERDATA", data + L"\\Helper Data\\"},
+                                {"DIR_UPG_VRDF", data + L"\\Helper Data\\Reports\\"},
+                                {"DIR_UPG_VRDF_PREFS", data + L"\\Helper Data\\Reports\\Preferences\\"},
+                            });
+}
+
+// One older server, and three attempts to upgrade it.
+TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew) {
+  Tree older = With(OlderProgram(), "Data", OlderData("1"));
+  older["Data\\zzz in use.dat"] = "in use";
+  WriteTree(server, older);
+
+  // Another process (this one) holds the folder, as a console window does that stands in it.
+  HANDLE folder = CreateFileW(server.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                              nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  ASSERT_NE(folder, INVALID_HANDLE_VALUE);
+  const InstallerRun& stopped = Install(Server(), L"PROP_SILENCE=-1");
+  CloseHandle(folder);
+  EXPECT_EQ(stopped.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  ExpectRolledBack(stopped);
+  EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+  EXPECT_EQ(DataSetting(), std::nullopt);
+
+  // Data that the converter refuses: the server has been moved and its data copied by then. All of it is
+  // undone; only the emptied folder stays.
+  older["Data\\format.txt"] = "9\r\n";
+  WriteTree(server, older);
+  const InstallerRun& refused = Install(Server(), L"PROP_SILENCE=-1");
+  EXPECT_EQ(refused.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  ExpectRolledBack(refused);
+  EXPECT_EQ(refused.LinesWith(kCannotMoveAside).size(), 0u);
+  EXPECT_EQ(refused.LinesWith(kCannotMerge).size(), 0u);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(ReadTree(aside), Tree());
+  EXPECT_EQ(DataSetting(), std::nullopt);
+
+  // The emptied folder gives way to the next attempt. A file that cannot be read is not copied back; the
+  // upgrade goes on, and what was moved aside is whole.
+  older["Data\\format.txt"] = "1\r\n";
+  WriteTree(server, older);
+  HANDLE file = CreateFileW((server + L"\\Data\\zzz in use.dat").c_str(), GENERIC_READ, FILE_SHARE_DELETE,
+                            nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  const InstallerRun& upgraded = Install(Server(), L"PROP_SILENCE=-1");
+  CloseHandle(file);
+  ExpectInstalled(upgraded);
+  EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 1u);
+  EXPECT_EQ(upgraded.LinesWith(kCannotMoveAside).size(), 0u);
+  EXPECT_EQ(ReadTree(aside), older);
+  std::vector<std::string> names = Names(programs);
+  ASSERT_EQ(names.size(), 3u);
+  EXPECT_EQ(names[2].rfind("Vantor (previous) 2", 0), 0u) << names[2];
+  EXPECT_EQ(names[2].size(), std::string("Vantor (previous) 2024-05-01 13-07-55").size()) << names[2];
+  EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(names[2])), Tree());
+  Tree data = ReadTree(server + L"\\Data");
+  EXPECT_EQ(data.count("zzz in use.dat"), 0u);
+  EXPECT_FALSE(data.empty());
+  const Tree converted = Converted(OlderData("1"));
+  for (const auto& [path, bytes] : data) {
+    auto source = converted.find(path);
+    ASSERT_NE(source, converted.end()) << path;
+    EXPECT_EQ(bytes, source->second) << path;
+  }
+}
+
+TEST_F(ServerUpgradeTest, ServerOfTheEarlierLayoutMeetsWhatIsThereAlready) {
+  const std::wstring earlier = elsewhere + L"\\Vantor 7";
+  const std::wstring earlierAside = elsewhere + L"\\Vantor (previous)";
+  const std::wstring administration = elsewhere + L"\\Vantor Administration\\";
+  const Tree older = With(OlderProgram(), "Data", OlderData("2"));
+  WriteTree(earlier, older);
+  WriteTree(administration, {{"admin.exe", "the older administration program"}});
+  // An earlier upgrade has left its folder, and the new data folder has files: they are kept.
+  const Tree oldest = {{"oldest.txt", "left by an upgrade before"}};
+  WriteTree(earlierAside, oldest);
+  const Tree there = {{"a.b.c", "of the new server"},
+                      {"Helper Data\\", ""},
+                      {"Helper Data\\Reports\\", ""},
+                      {"Helper Data\\Reports\\new.txt", "new"}};
+  WriteTree(server + L"\\Data", there);
+
+  const InstallerRun& upgraded = Install(
+      Server(), L"PROP_PRE75SERVER=\"" + earlier + L"\" PROP_UPGRADE=\"" + administration + L"admin.exe\"");
+  ExpectInstalled(upgraded);
+  EXPECT_EQ(ReadTree(earlierAside), older);
+  Tree merged = there;
+  for (const auto& [path, bytes] : OlderData("2")) merged.emplace(path, bytes);
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", merged));
+  std::vector<std::string> names = Names(elsewhere);
+  ASSERT_EQ(names.size(), 3u);
+  EXPECT_EQ(names[0], "Vantor (previous)");
+  EXPECT_EQ(names[2], "Vantor Administration");
+  EXPECT_EQ(ReadTree(elsewhere + L"\\" + ToWide(names[1])), oldest) << names[1];
+  ExpectPublished(upgraded, {
+                                {"PROP_PREVVTDF", earlier + L"\\Data\\"},
+                                {"DIR_EXSERVER", earlier + L"\\"},
+                                {"DIR_UPG", earlierAside + L"\\"},
+                                {"DIR_DATAFOLDER", server + L"\\Data\\"},
+                                {"DIR_EXADMIN", administration},
+                                {"PROP_UPGRADE", administration + L"admin.exe"},
+                                {"PROP_DFPRESENT", L""},
+                            });
+}
+
+TEST_F(ServerUpgradeTest, SettingThatNamesAMissingFolderIsPassedOver) {
+  const Tree older = With(OlderProgram(), "Data", OlderData("1"));
+  WriteTree(server, older);
+  SetDataSetting(elsewhere + L"\\gone");
+  const InstallerRun& upgraded = Install(Server(), L"PROP_SILENCE=-1");
+  ExpectInstalled(upgraded);
+  EXPECT_EQ(
+      DeferredActions(upgraded),
+      (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Judge"}));
+  EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 0u);
+  EXPECT_EQ(ReadTree(aside), older);
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
+  EXPECT_FALSE(FileExists(elsewhere));
+  EXPECT_EQ(DataSetting(), FromWide(server + L"\\Data\\"));
+  ExpectPublished(upgraded,
+                  {{"DIR_EXDATA", elsewhere + L"\\gone\\"}, {"PROP_PREVVTDF", server + L"\\Data\\"}});
+}
+
+TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
+  // Folders without a file are no data.
+  const Tree empty = {{"Reports\\", ""}, {"Reports\\2024\\", ""}};
+  WriteTree(server + L"\\Data", empty);
+  const InstallerRun& fresh = Install(Server());
+  ExpectInstalled(fresh);
+  EXPECT_EQ(DeferredActions(fresh), std::vector<std::string>());
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", empty));
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+  ExpectPublished(fresh, {{"PROP_DFPRESENT", L""}, {"PROP_UPGRADE", L""}, {"PROP_REPLACING", L""}});
+
+  // The server goes, its data stay; the next installation finds and converts them where they are.
+  WriteTree(server + L"\\Data", {{"format.txt", "1\r\n"}});
+  EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  Tree kept = empty;
+  kept["format.txt"] = "1\r\n";
+  EXPECT_EQ(ReadTree(server), With({}, "Data", kept));
+  const InstallerRun& again = Install(Server());
+  ExpectInstalled(again);
+  EXPECT_EQ(DeferredActions(again), std::vector<std::string>{"CustomAction17.Judge"});
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(kept)));
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+  ExpectPublished(again, {{"PROP_DFPRESENT", L"1"}, {"PROP_UPGRADE", L""}});
+}
+
+}  // namespace
+}  // namespace install
