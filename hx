@@ -19,7 +19,7 @@ usage: ./hx COMMAND
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
        --only x64         leave ARM64 out (or x64: --only arm64)
-  run                     build the client package, install it on the ARM64 Windows, and show what happened
+  run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   bench                   the benchmarks, on x64
   lint                    formatting, static checks, the rules of the source tree
   clean                   remove build/; with --cache also what setup made

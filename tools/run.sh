@@ -4,7 +4,8 @@
 #
 # All three settings stores hold settings, each its own, so that one sees which store a value came from. The
 # package runs four times: with no store selected and without a version of its own, which shows what stands
-# there without the actions, and once with each of the stores selected. Then it is removed.
+# there without the actions, and once with each of the stores selected. Then it is removed. At last
+# tools/run-server.sh upgrades a server.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/setup.sh
@@ -52,7 +53,7 @@ done
   done
 } | sed 's/$/\r/' >"$story/settings.reg"
 
-say "making the client packages for arm64"
+say "making the packages for arm64"
 python3 tools/package.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
 
 say "starting the ARM64 Windows"
@@ -136,3 +137,6 @@ echo
 echo "AFTER THE REMOVAL"
 echo
 printf '  exit code %s, actions run %s, DisplayVersion %s\n' "$(exit_code 5)" "$(actions 5)" "$(shown_version 5)"
+
+echo
+tools/run-server.sh
