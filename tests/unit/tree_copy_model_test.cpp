@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <random>
 
 #include "unit/tree_model.h"
@@ -150,12 +152,17 @@ class TreeCopyModelTest : public tree_test::TreeTest {
 };
 
 TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
-  constexpr unsigned kSeed = 472024;
-  constexpr int kTrees = 2000;
+  // The same trees in every run, so that a build that passed goes on to pass; HX_SEED asks for others.
+  const char* const given = std::getenv("HX_SEED");
+  const unsigned seed = given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 472024;
+  // The checked build, which is slow, sees a quarter of what the shipped objects see.
+  const char* const library = std::getenv("HX_LIBRARY_DIR");
+  const bool isChecked = library != nullptr && std::strstr(library, "checked") != nullptr;
+  const int trees = isChecked ? 500 : 2000;
   std::map<int, int> codes;
   int changed = 0;
-  for (int one = 0; one < kTrees; ++one) {
-    random_.seed(kSeed + static_cast<unsigned>(one));
+  for (int one = 0; one < trees; ++one) {
+    random_.seed(seed + static_cast<unsigned>(one));
     Tree tree = {{L"s", kFolder}, {L"t", kFolder}};
     Grow(L"s\\", 1, 3, tree);
     Grow(L"t\\", 1, 2, tree);
@@ -181,9 +188,9 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
     int result = TreeCopyMove(line.c_str());
     auto left = SizedTree::Of(engine);
     auto wanted = SizedTree::Of(model);
-    ASSERT_EQ(result, expected) << "seed " << kSeed << " + " << one << ":" << shown << "\nbefore:\n"
+    ASSERT_EQ(result, expected) << "seed " << seed << " + " << one << ":" << shown << "\nbefore:\n"
                                 << Describe(before);
-    ASSERT_EQ(left, wanted) << "seed " << kSeed << " + " << one << ":" << shown << "\nbefore:\n"
+    ASSERT_EQ(left, wanted) << "seed " << seed << " + " << one << ":" << shown << "\nbefore:\n"
                             << Describe(before) << "engine:\n"
                             << Describe(left) << "model:\n"
                             << Describe(wanted);
@@ -197,8 +204,9 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
     tree_test::RemoveTree(model);
   }
   // The trees and lines are such that every code comes up, and that most runs do something.
-  for (int code : {0, -2, -3, -6, -7, -15, -16, -17, -18, -43}) EXPECT_GE(codes[code], 3) << code;
-  EXPECT_GT(changed, kTrees / 3);
+  for (int code : {0, -2, -3, -6, -7, -15, -16, -17, -18, -43})
+    EXPECT_GE(codes[code], isChecked ? 1 : 3) << code;
+  EXPECT_GT(changed, trees / 3);
   std::string text;
   for (const auto& [code, count] : codes) text += " " + std::to_string(code) + ":" + std::to_string(count);
   RecordProperty("codes", text);
