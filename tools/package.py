@@ -36,9 +36,10 @@ LABELS = {"arm64": "ARM64", "x64": "x64"}
 DATE = "2024/01/01 00:00:00"
 FILE_TIME = 1704067200
 
-# Types of actions: an entry point of a library in the package, a command line with its working folder, the setting
-# of a property; with what is added for the attributes Return, Execute and Impersonate.
+# Types of actions: an entry point of a library in the package, an error that ends the installation, a command line with
+# its working folder, the setting of a property; with what is added for the attributes Return, Execute and Impersonate.
 LIBRARY_ACTION = 1
+ERROR_ACTION = 19
 COMMAND_ACTION = 34
 PROPERTY_ACTION = 51
 RETURN = {"check": 0, "ignore": 64}
@@ -96,6 +97,8 @@ def compile_authoring(source, variables, stage, package):
     known = re.sub(r' (Secure|Permanent)="yes"', "", text)
     # An action's working folder and its command's text stand in the same columns as a property and its command's.
     known = re.sub(r'(<CustomAction Id="[^"]*" )Directory=', r"\1Property=", known)
+    # It knows no actions that show an error; their text stands where a property's value stands.
+    known = re.sub(r'(<CustomAction Id="([^"]*)"\s+)Error=', r'\1Property="\2" Value=', known)
     known = re.sub(r"<UI>\s*(<Error [^>]*>[^<]*</Error>\s*)*</UI>", "", known)
     compiled = stage / "source.wxs"
     compiled.write_text(known, encoding="utf-8")
@@ -125,6 +128,9 @@ def set_action_types(package, tree):
         kind += NO_IMPERSONATION if element.get("Impersonate") == "no" else 0
         if element.get("DllEntry"):
             kind += LIBRARY_ACTION
+        elif element.get("Error"):
+            kind = ERROR_ACTION
+            query(package, f"UPDATE `CustomAction` SET `Source` = '' WHERE `Action` = '{element.get('Id')}'")
         elif element.get("Directory") and element.get("ExeCommand"):
             kind += COMMAND_ACTION
         elif element.get("Property"):

@@ -73,7 +73,7 @@ done
 echo
 echo "THE UPGRADE: WHAT THE DEFERRED ACTIONS WERE TOLD"
 echo
-for action in Server Data Judge; do
+for action in Server Data Clear Judge; do
   deferred "$action" | while IFS=$'\t' read -r name data; do
     printf '  %-22s %s\n' "$name" "$data"
   done

@@ -68,8 +68,10 @@ def names(folder):
     every = [path.relative_to(folder) for path in folder.rglob("*")]
     foreign = sum(not path.name.isascii() for path in every)
     short = sum(re.fullmatch(r"[A-Z]{1,6}~\d(\.[A-Z]{0,3})?", path.name) is not None for path in every)
+    longest = max(len(path.name) for path in every)
+    levels = max(len(path.parts) for path in every)
     print(f"names: {foreign:,} outside ASCII, {short:,} like those of the 8.3 form, the longest of "
-          f"{max(len(path.name) for path in every)} characters; at most {max(len(path.parts) for path in every)} levels")
+          f"{longest} characters; at most {levels} levels")
 
 
 def main():

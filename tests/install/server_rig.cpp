@@ -69,12 +69,25 @@ Tree ReadTree(const std::wstring& folder) {
   return tree;
 }
 
-Tree Below(const Tree& tree, const std::string& folder) {
-  Tree part;
-  for (const auto& [path, bytes] : tree) {
-    if (path.size() > folder.size() && path.rfind(folder, 0) == 0) part[path.substr(folder.size())] = bytes;
+Tree TakeStamped(Tree& tree) {
+  static const std::string shape = " 0000-00-00 00-00-00";
+  Tree stamped;
+  for (auto entry = tree.begin(); entry != tree.end();) {
+    const std::string& path = entry->first;
+    size_t end = std::min(path.find('\\'), path.size());
+    bool isStamped = end > shape.size();
+    for (size_t i = 0; isStamped && i < shape.size(); ++i) {
+      char c = path[end - shape.size() + i];
+      isStamped = shape[i] == '0' ? c >= '0' && c <= '9' : c == shape[i];
+    }
+    if (!isStamped) {
+      ++entry;
+      continue;
+    }
+    stamped[path.substr(0, end - shape.size()) + path.substr(end)] = entry->second;
+    entry = tree.erase(entry);
   }
-  return part;
+  return stamped;
 }
 
 Tree With(Tree outer, const std::string& name, const Tree& inner) {
@@ -101,6 +114,10 @@ void WriteTree(const std::wstring& folder, const Tree& tree) {
     CloseHandle(file);
     EXPECT_EQ(written, bytes.size()) << path;
   }
+}
+
+void MakeReadOnly(const std::wstring& path) {
+  EXPECT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY)) << FromWide(path);
 }
 
 void DeleteTree(const std::wstring& folder) {
@@ -226,6 +243,20 @@ void ServerTest::ExpectRolledBack(const InstallerRun& run) {
   EXPECT_FALSE(Server().IsInstalled());
   EXPECT_EQ(Server().ShownVersion(0), std::nullopt);
   EXPECT_NE(run.exitCode, 0u);
+}
+
+void ServerTest::ExpectRefused(const InstallerRun& run, const std::string& action) {
+  EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_FALSE(Server().IsInstalled());
+  // This engine shows the text of such an action to people only.
+  EXPECT_EQ(run.LinesWith(": " + action + ". Return value 0.").size(), 1u) << action;
+  EXPECT_EQ(run.LinesWith(": InstallInitialize.").size(), 0u);
+  EXPECT_EQ(DeferredActions(run), std::vector<std::string>());
+}
+
+void ServerTest::ExpectPublished(const InstallerRun& run,
+                                 const std::map<std::string, std::wstring>& expected) {
+  for (const auto& [name, value] : expected) EXPECT_EQ(run.Property(name), FromWide(value)) << name;
 }
 
 std::vector<std::string> ServerTest::DeferredActions(const InstallerRun& run) {

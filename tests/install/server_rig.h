@@ -12,10 +12,13 @@ using Tree = std::map<std::string, std::string>;
 
 /// The content of a folder, all levels. Reads names and bytes itself, without the library's walker.
 Tree ReadTree(const std::wstring& folder);
-/// The part of `tree` below `folder` (which ends in a backslash), with paths relative to it.
-Tree Below(const Tree& tree, const std::string& folder);
+/// Takes out of `tree` what was renamed aside: the entries, with all in them, whose first name ends in a date
+/// and a time. Returns it under the names that it had before.
+Tree TakeStamped(Tree& tree);
 /// Creates the folder with all that `tree` says; what stands there already stays.
 void WriteTree(const std::wstring& folder, const Tree& tree);
+/// Marks a file as read-only: it can be copied and moved then, but not deleted.
+void MakeReadOnly(const std::wstring& path);
 /// Deletes a folder with everything in it.
 void DeleteTree(const std::wstring& folder);
 /// The names in a folder, one level.
@@ -50,6 +53,10 @@ class ServerTest : public InstallTest {
   void SetUp() override;
   void TearDown() override;
 
+  /// The texts of errors 26000 and 26001, as far as they are sure to stand in the log.
+  static constexpr char kCannotMoveAside[] = "The folder of the older server could not be moved aside";
+  static constexpr char kCannotMerge[] = "Some files of the older server could not be copied";
+
   /// Where servers are installed when nothing else is said, and what stands beside it; no backslash at the
   /// end.
   const std::wstring programs = L"C:\\Program Files\\Halvorstead";
@@ -68,6 +75,10 @@ class ServerTest : public InstallTest {
   void ExpectInstalled(const InstallerRun& run);
   /// After a run that was rolled back: nothing of the new server.
   void ExpectRolledBack(const InstallerRun& run);
+  /// After a run that the error action `action` of the package has ended, before there was a script.
+  void ExpectRefused(const InstallerRun& run, const std::string& action);
+  /// The properties at the end of a run, by their names.
+  void ExpectPublished(const InstallerRun& run, const std::map<std::string, std::wstring>& expected);
   /// The library's actions that ran in the installer's script, in order; those of a rollback among them.
   std::vector<std::string> DeferredActions(const InstallerRun& run);
 

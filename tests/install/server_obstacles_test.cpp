@@ -1,0 +1,126 @@
+// What stands in the way of a server's upgrade: data that are not where they are looked for, or not there at
+// all, leavings of an earlier conversion, files that resist the rollback.
+
+#include "install/server_rig.h"
+
+namespace install {
+namespace {
+
+class ServerObstaclesTest : public ServerTest {};
+
+// The engine knows the older product. Its data have the marker of a conversion long ago, which says nothing
+// about this one, and a file that the rollback cannot delete.
+TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) {
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  Tree older = With(OlderProgram(), "Data", OlderData("9"));
+  older["Data\\Helper Data\\locked.dat"] = "read-only";
+  older["Data\\dbcon_completed.txt"] = "a marker of long ago";
+  WriteTree(server, older);
+  MakeReadOnly(server + L"\\Data\\Helper Data\\locked.dat");
+
+  const InstallerRun& failed = Install(Server());
+  EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  ExpectRolledBack(failed);
+  EXPECT_TRUE(OlderServer().IsInstalled());
+  Tree restored = ReadTree(server);
+  Tree resisted = TakeStamped(restored);
+  EXPECT_EQ(restored, older);
+  EXPECT_EQ(resisted.count("Data\\Helper Data\\locked.dat"), 1u);
+  EXPECT_EQ(ReadTree(aside), Tree());
+
+  // The next attempt takes everything aside, what the last one has left too. This engine's rollback has
+  // forgotten which product the older one is a version of, so it is not found as one, and stays registered.
+  Tree whole = ReadTree(server);
+  whole["Data\\format.txt"] = "1\r\n";
+  WriteTree(server + L"\\Data", {{"format.txt", "1\r\n"}});
+  EXPECT_EQ(Install(Server()).exitCode, 0u);
+  EXPECT_TRUE(Server().IsInstalled());
+  EXPECT_EQ(ReadTree(aside), whole);
+  Tree data = Converted(OlderData("1"));
+  data["Helper Data\\locked.dat"] = "read-only";
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", data));
+}
+
+TEST_F(ServerObstaclesTest, DataThatAreNotWhereTheyShouldBeAreRefused) {
+  const Tree older = With(OlderProgram(), "Data", With(OlderData("1"), "Store", {{"data.db", "deep"}}));
+  WriteTree(server, older);
+  SetDataSetting(elsewhere + L"\\gone");
+  ExpectRefused(Install(Server()), "RefuseMissingData");
+  SetDataSetting(server + L"\\Data\\Store");
+  ExpectRefused(Install(Server()), "RefuseDeepData");
+  SetDataSetting(server);
+  ExpectRefused(Install(Server()), "RefuseDeepData");
+  EXPECT_EQ(DataSetting(), FromWide(server));
+
+  // A package that would keep the folder under its own name, which counts without regard to case.
+  const std::wstring package = elsewhere + L"\\server.msi";
+  WriteTree(elsewhere, {});
+  ChangePackage(Server().path, package,
+                {"UPDATE `Property` SET `Value` = 'VANTOR' WHERE `Property` = 'ServerAsideName'"});
+  SetDataSetting(server + L"\\Data");
+  ExpectRefused(Msiexec("own-name", L"/i \"" + package + L"\" /qn"), "RefuseAsideName");
+
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+}
+
+// The command line says where the server and its data are, without the backslash that folders have; the
+// registry says something else of both.
+TEST_F(ServerObstaclesTest, GivenFoldersGoBeforeWhatIsFound) {
+  const Tree older = With(OlderProgram(), "Data", OlderData("1"));
+  WriteTree(server, older);
+  SetDataSetting(elsewhere + L"\\gone");
+  SetRegistryText(HKEY_LOCAL_MACHINE, std::string(kMakerKey) + "\\Vantor", "ServerFolder",
+                  FromWide(elsewhere + L"\\other\\"));
+  const InstallerRun& upgraded = Install(
+      Server(), L"PROP_SILENCE=-1 DIR_SERVER=\"" + server + L"\" DIR_DATAFOLDER=\"" + server + L"\\Data\"");
+  ExpectInstalled(upgraded);
+  EXPECT_EQ(DeferredActions(upgraded),
+            (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Clear",
+                                      "CustomAction17.Judge"}));
+  EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 0u);
+  EXPECT_EQ(ReadTree(aside), older);
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
+  EXPECT_FALSE(FileExists(elsewhere));
+  EXPECT_EQ(DataSetting(), FromWide(server + L"\\Data\\"));
+  ExpectPublished(upgraded, {{"DIR_SERVER", server + L"\\"},
+                             {"DIR_DATAFOLDER", server + L"\\Data\\"},
+                             {"DIR_EXDATA", elsewhere + L"\\gone\\"},
+                             {"PROP_PREVVTDF", server + L"\\Data\\"},
+                             {"PROP_DATAFOLDERGIVEN", L"1"},
+                             {"PROP_NODATA", L""}});
+}
+
+TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
+  // The engine knows this one; it has no data folder.
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  const InstallerRun& missing = Install(Server(), L"PROP_SILENCE=-1");
+  ExpectInstalled(missing);
+  EXPECT_EQ(
+      DeferredActions(missing),
+      (std::vector<std::string>{"CustomAction15.Server", "CustomAction17.Clear", "CustomAction17.Judge"}));
+  EXPECT_EQ(missing.LinesWith(kCannotMerge).size(), 0u);
+  EXPECT_EQ(ReadTree(aside), OlderProgram());
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", {}));
+  ExpectPublished(missing, {{"PROP_NODATA", L"1"},
+                            {"PROP_PREVVTDF", server + L"\\Data\\"},
+                            {"DIR_DATAFOLDER", server + L"\\Data\\"},
+                            {"DIR_EXDATA", L""}});
+  EXPECT_EQ(Remove(Server()).exitCode, 0u);
+
+  // This one is only found, and its data folder is empty.
+  DeleteTree(programs);
+  WriteTree(server, With(OlderProgram(), "Data", {}));
+  const InstallerRun& empty = Install(Server(), L"PROP_SILENCE=-1 PROP_UPGRADE=1");
+  ExpectInstalled(empty);
+  EXPECT_EQ(DeferredActions(empty),
+            (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Clear",
+                                      "CustomAction17.Judge"}));
+  EXPECT_EQ(empty.LinesWith(kCannotMerge).size(), 0u);
+  EXPECT_EQ(ReadTree(aside), With(OlderProgram(), "Data", {}));
+  EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", {}));
+  ExpectPublished(empty, {{"PROP_NODATA", L""}});
+}
+
+}  // namespace
+}  // namespace install
