@@ -100,6 +100,21 @@ int SubjectStamp(wchar_t* buffer, const wchar_t* text, int first, int second, un
 /// wsprintfW of "%d %hs %d" and some arguments.
 int SubjectStampOther(wchar_t* buffer);
 
+// ---- Services and windows.
+
+/// Opens the service with `access` through a manager handle that may only connect, sends it the control and
+/// closes both, the service not when `keep`. Stores the state that the control's status record says, 0 when
+/// it says none. Returns the first error.
+DWORD SubjectService(const char* name, DWORD access, DWORD control, DWORD* state, BOOL keep);
+/// Starts the service, with one argument or, where that is null, none, and stores the state that a query then
+/// says. Returns the last error.
+DWORD SubjectStartService(const char* name, const char* argument, DWORD* state);
+/// Whether FindWindowA finds the window.
+BOOL SubjectFindWindow(const char* windowClass, const char* title);
+/// Finds the window and posts it the message with 1 and 2, or sends it with 3 and 4. False when posting
+/// fails.
+BOOL SubjectTellWindow(const char* windowClass, const char* title, UINT message, BOOL post);
+
 // ---- For the sweep: each allocates, opens a key, reads it, sets a property.
 
 /// What a sweep can find in SubjectAction.

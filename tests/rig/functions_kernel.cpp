@@ -63,6 +63,17 @@ HX_FUNCTION(KERNEL32, GetVersion, kCannotFail).Quiet();
 HX_FUNCTION(KERNEL32, GetVersionExA, FailsWith(FALSE, ERROR_INSUFFICIENT_BUFFER)).Quiet();
 HX_FUNCTION(KERNEL32, Sleep, kCannotFail);
 
+// Processes.
+HX_FUNCTION(KERNEL32, GetCurrentProcess, kCannotFail).Quiet().RealByDefault();
+HX_FUNCTION(KERNEL32, IsWow64Process, FailsWith(FALSE, ERROR_INVALID_HANDLE)).RealByDefault();
+HX_FUNCTION(KERNEL32, OpenProcess, FailsWith(nullptr, ERROR_ACCESS_DENIED))
+    .Hex(Arg<0>)
+    .Acquires(kHandle, kResult);
+HX_FUNCTION(KERNEL32, TerminateProcess, FailsWith(FALSE, ERROR_ACCESS_DENIED)).Uses(kHandle, Arg<0>);
+HX_FUNCTION(KERNEL32, WaitForSingleObject, FailsWith(WAIT_FAILED, ERROR_INVALID_HANDLE))
+    .Uses(kHandle, Arg<0>);
+HX_FUNCTION(KERNEL32, QueryFullProcessImageNameW, FailsWith(FALSE, ERROR_GEN_FAILURE)).Uses(kHandle, Arg<0>);
+
 // Private profile files.
 HX_FUNCTION(KERNEL32, GetPrivateProfileIntA, kCannotFail);
 HX_FUNCTION(KERNEL32, GetPrivateProfileStringA, FailsWith(0, ERROR_FILE_NOT_FOUND));
@@ -90,6 +101,14 @@ HX_FUNCTION(KERNEL32, CreateFileW, FailsWith(INVALID_HANDLE_VALUE, ERROR_ACCESS_
     .Acquires(kHandle, kResult)
     .Hex(Arg<1>)
     .Hex(Arg<5>);
+HX_FUNCTION(KERNEL32, CreateFileA, FailsWith(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED))
+    .RealByDefault()
+    .Acquires(kHandle, kResult)
+    .Hex(Arg<1>)
+    .Hex(Arg<5>);
+HX_FUNCTION(KERNEL32, SetFilePointer, FailsWith(INVALID_SET_FILE_POINTER, ERROR_NEGATIVE_SEEK))
+    .RealByDefault()
+    .Uses(kHandle, Arg<0>);
 HX_FUNCTION(KERNEL32, ReadFile, FailsWith(FALSE, ERROR_READ_FAULT)).RealByDefault().Uses(kHandle, Arg<0>);
 HX_FUNCTION(KERNEL32, WriteFile, FailsWith(FALSE, ERROR_DISK_FULL))
     .RealByDefault()

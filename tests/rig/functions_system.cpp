@@ -6,6 +6,7 @@
 #include <shellapi.h>
 #include <shlobj.h>
 #include <shlwapi.h>
+#include <wtsapi32.h>
 
 #include "rig/function.h"
 
@@ -36,14 +37,48 @@ HX_FUNCTION(ADVAPI32, RegCloseKey, kCannotFail).Releases(kKey, Arg<0>);
 // A name that shlwapi.dll does not export: only SHDeleteKeyA and SHDeleteKeyW are there.
 HX_FUNCTION_NAMED(SHLWAPI, "SHDeleteKey", SHDeleteKeyA, FailsAs(ERROR_ACCESS_DENIED)).AbsentByDefault();
 
+// Privileges.
+HX_FUNCTION(ADVAPI32, LookupPrivilegeValueA, FailsWith(FALSE, ERROR_NO_SUCH_PRIVILEGE));
+HX_FUNCTION(ADVAPI32, OpenProcessToken, FailsWith(FALSE, ERROR_ACCESS_DENIED))
+    .Hex(Arg<1>)
+    .Acquires(kHandle, Out<2>);
+HX_FUNCTION(ADVAPI32, AdjustTokenPrivileges, FailsWith(FALSE, ERROR_INVALID_HANDLE)).Uses(kHandle, Arg<0>);
+
+// Sessions.
+HX_FUNCTION(WTSAPI32, WTSEnumerateProcessesW, FailsWith(FALSE, ERROR_ACCESS_DENIED))
+    .Acquires(kSessionMemory, Out<3>);
+HX_FUNCTION(WTSAPI32, WTSEnumerateSessionsW, FailsWith(FALSE, ERROR_ACCESS_DENIED))
+    .Acquires(kSessionMemory, Out<3>);
+HX_FUNCTION(WTSAPI32, WTSQuerySessionInformationW, FailsWith(FALSE, ERROR_FILE_NOT_FOUND))
+    .Acquires(kSessionMemory, Out<3>);
+HX_FUNCTION(WTSAPI32, WTSFreeMemory, kCannotFail).Releases(kSessionMemory, Arg<0>);
+
+// Services.
+HX_FUNCTION(ADVAPI32, OpenSCManagerA, FailsWith(nullptr, ERROR_ACCESS_DENIED))
+    .Hex(Arg<2>)
+    .Acquires(kService, kResult);
+HX_FUNCTION(ADVAPI32, OpenServiceA, FailsWith(nullptr, ERROR_ACCESS_DENIED))
+    .Uses(kService, Arg<0>)
+    .Hex(Arg<2>)
+    .Acquires(kService, kResult);
+HX_FUNCTION(ADVAPI32, ControlService, FailsWith(FALSE, ERROR_SERVICE_NOT_ACTIVE)).Uses(kService, Arg<0>);
+HX_FUNCTION(ADVAPI32, QueryServiceStatus, FailsWith(FALSE, ERROR_ACCESS_DENIED)).Uses(kService, Arg<0>);
+HX_FUNCTION(ADVAPI32, StartServiceA, FailsWith(FALSE, ERROR_SERVICE_REQUEST_TIMEOUT)).Uses(kService, Arg<0>);
+HX_FUNCTION(ADVAPI32, CloseServiceHandle, kCannotFail).Releases(kService, Arg<0>);
+
 // The desktop.
 HX_FUNCTION(USER32, MessageBoxA, Returns(0)).Hex(Arg<3>);
+HX_FUNCTION(USER32, FindWindowA, FailsWith(nullptr, ERROR_FILE_NOT_FOUND));
+// Its result is the window's own.
+HX_FUNCTION(USER32, SendMessageA, kCannotFail);
+HX_FUNCTION(USER32, PostMessageA, FailsWith(FALSE, ERROR_INVALID_WINDOW_HANDLE));
 HX_VARIADIC(USER32, wsprintfW, wvsprintfW, Returns(0));
 
 // The shell.
 HX_FUNCTION(SHELL32, CommandLineToArgvW, FailsWith(nullptr, ERROR_NOT_ENOUGH_MEMORY))
     .Acquires(kLocalMemory, kResult);
 HX_FUNCTION(SHELL32, SHGetKnownFolderPath, FailsAs(E_FAIL)).Acquires(kTaskMemory, Out<3>).Clears(Arg<3>);
+HX_FUNCTION(SHFOLDER, SHGetFolderPathA, FailsAs(E_FAIL));
 HX_FUNCTION(SHFOLDER, SHGetFolderPathW, FailsAs(E_FAIL));
 
 // COM.

@@ -19,8 +19,12 @@ World::World(Rig& theRig)
       profile(theRig),
       clock(theRig),
       desktop(theRig),
+      windows(theRig),
+      services(theRig),
       shell(theRig),
-      com(theRig) {
+      sessions(theRig),
+      com(theRig),
+      tasks(theRig, com) {
   currentWorld = this;
   heap.Install();
   if (rig.GetPolicy() == Policy::kAnswered) {
@@ -31,8 +35,12 @@ World::World(Rig& theRig)
     profile.Install();
     clock.Install();
     desktop.Install();
+    windows.Install();
+    services.Install();
     shell.Install();
+    sessions.Install();
     com.Install();
+    tasks.Install();
   }
 }
 

@@ -7,7 +7,11 @@
 #include "rig/world_process.h"
 #include "rig/world_profile.h"
 #include "rig/world_registry.h"
+#include "rig/world_services.h"
+#include "rig/world_sessions.h"
 #include "rig/world_shell.h"
+#include "rig/world_tasks.h"
+#include "rig/world_windows.h"
 
 namespace rig {
 
@@ -54,10 +58,18 @@ class World {
   Clock clock;
   /// Message boxes.
   Desktop desktop;
+  /// The windows of other programs.
+  Windows windows;
+  /// The service manager.
+  Services services;
   /// Known folders and command lines.
   Shell shell;
+  /// Terminal sessions, processes and privileges.
+  Sessions sessions;
   /// COM objects.
   Com com;
+  /// The Task Scheduler.
+  TaskScheduler tasks;
 };
 
 }  // namespace rig

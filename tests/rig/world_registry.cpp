@@ -82,6 +82,10 @@ void Registry::SetBytes(const std::string& path, const std::string& name, DWORD 
   Make(path, view).values[Upper(name)] = {type, IsText(type) ? FromAnsi(bytes) : std::string(bytes)};
 }
 
+void Registry::Unset(const std::string& path, const std::string& name, View view) {
+  Make(path, view).values.erase(Upper(name));
+}
+
 void Registry::Deny(const std::string& path, LSTATUS error, View view) {
   keys_[Canonical(path, view)].openError = error;
 }

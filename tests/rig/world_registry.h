@@ -39,6 +39,8 @@ class Registry {
   /// Makes the key and sets a value of any type to exactly these bytes, as the 8-bit functions see them.
   void SetBytes(const std::string& path, const std::string& name, DWORD type, std::string_view bytes,
                 View view = View::k64);
+  /// Makes the key and sees to it that it has no value of this name.
+  void Unset(const std::string& path, const std::string& name, View view = View::k64);
   /// Opening the key returns `error`.
   void Deny(const std::string& path, LSTATUS error = ERROR_ACCESS_DENIED, View view = View::k64);
   /// Setting a value of the key returns `error`.

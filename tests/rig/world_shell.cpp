@@ -89,6 +89,14 @@ HRESULT Shell::GiveKnownFolder(const GUID& id, wchar_t** path) {
 }
 
 void Shell::Install() {
+  rig_.On<::SHGetFolderPathA>([this](HWND, int csidl, HANDLE, DWORD, char* path) {
+    wchar_t wide[MAX_PATH];
+    HRESULT result = GiveFolder(csidl, wide);
+    if (result == S_OK) {
+      WideCharToMultiByte(CP_ACP, 0, wide, -1, path, MAX_PATH, nullptr, nullptr);
+    }
+    return result;
+  });
   rig_.On<::SHGetFolderPathW>(
       [this](HWND, int csidl, HANDLE, DWORD, wchar_t* path) { return GiveFolder(csidl, path); });
   rig_.On<::SHGetKnownFolderPath>(

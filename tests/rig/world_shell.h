@@ -20,11 +20,12 @@ class Shell {
   /// Sends its functions here.
   void Install();
 
-  /// SHGetFolderPathW gives this folder for a CSIDL. An empty text is given out as it is, with success.
+  /// SHGetFolderPathA and SHGetFolderPathW give this folder for a CSIDL. An empty text is given out as it is,
+  /// with success.
   void Set(int csidl, std::wstring path) { folders_[csidl] = {S_OK, std::move(path)}; }
   /// SHGetKnownFolderPath gives this folder for a KNOWNFOLDERID.
   void Set(const GUID& id, std::wstring path) { known_[id] = {S_OK, std::move(path)}; }
-  /// SHGetFolderPathW fails with `result` for a CSIDL.
+  /// SHGetFolderPathA and SHGetFolderPathW fail with `result` for a CSIDL.
   void Fail(int csidl, HRESULT result = E_FAIL) { folders_[csidl] = {result, {}}; }
   /// SHGetKnownFolderPath fails with `result` for a KNOWNFOLDERID.
   void Fail(const GUID& id, HRESULT result = E_FAIL) { known_[id] = {result, {}}; }

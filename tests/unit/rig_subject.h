@@ -46,6 +46,10 @@ HX_INTERNAL(SubjectFolder);
 HX_INTERNAL(SubjectSplit);
 HX_INTERNAL(SubjectStamp);
 HX_INTERNAL(SubjectStampOther);
+HX_INTERNAL(SubjectService);
+HX_INTERNAL(SubjectStartService);
+HX_INTERNAL(SubjectFindWindow);
+HX_INTERNAL(SubjectTellWindow);
 HX_INTERNAL(SubjectAction);
 HX_INTERNAL(SubjectCom);
 

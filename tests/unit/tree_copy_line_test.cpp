@@ -1,5 +1,7 @@
 // The copy/move engine's command line: its elements, the forms of sources and targets, what ends a run.
 
+#include <windows.h>
+// Behind windows.h, on which it builds.
 #include <shellapi.h>
 
 #include "unit/tree_copy_tools.h"

@@ -1,0 +1,300 @@
+#include "client/agent_task.h"
+
+#include "client/logon_trigger.h"
+#include "util/handles.h"
+
+namespace {
+
+// Identifiers of the task service, which no import library holds.
+constexpr CLSID kTaskServiceClass = {
+    0x0F87369F, 0xA4E5, 0x4CFC, {0xBD, 0x3E, 0x73, 0xE6, 0x15, 0x45, 0x72, 0xDD}};
+constexpr IID kTaskServiceId = {0x2FABA4C7, 0x4DA9, 0x4013, {0x96, 0x97, 0x20, 0xCC, 0x3F, 0xD4, 0x0F, 0x85}};
+constexpr IID kDailyTriggerId = {
+    0x126C5CD8, 0xB288, 0x41D5, {0x8D, 0xBF, 0xE4, 0x91, 0x44, 0x6A, 0xDC, 0x5C}};
+constexpr IID kExecActionId = {0x4C3D624D, 0xFD6B, 0x49A3, {0xB9, 0xB7, 0x09, 0xCB, 0x3C, 0xD3, 0xF0, 0x47}};
+
+// Flags of IRegisteredTask::RunEx, which the compiler's headers lack.
+constexpr LONG kRunIgnoringConstraints = 2;
+constexpr LONG kRunInSession = 4;
+
+constexpr wchar_t kFolder[] = L"Quillfern";
+// Both name the root folder.
+constexpr wchar_t kRootToRegister[] = L"\\";
+constexpr wchar_t kRoot[] = L"";
+constexpr wchar_t kSystemAccount[] = L"SYSTEM";
+
+// What the two kinds of task differ in. A null text and a flag that is not set mean a field that is left
+// alone.
+struct TaskShape {
+  VARIANT_BOOL mayBeTerminated;
+  VARIANT_BOOL avoidsBatteries;  // neither starts nor goes on running on batteries
+  const wchar_t* idleWait;
+  TASK_TRIGGER_TYPE2 triggerType;
+  TaskStep noTrigger;
+  const IID* triggerInterface;
+  TaskStep noInterface;
+  const wchar_t* triggerId;
+  const wchar_t* startBoundary;
+  const wchar_t* randomDelay;
+  const wchar_t* triggerTimeLimit;
+  bool hasHighestRights;
+};
+// clang-format off
+constexpr TaskShape kLogonShape = {
+    VARIANT_FALSE, VARIANT_FALSE, nullptr,
+    TASK_TRIGGER_LOGON, kStepLogonTrigger, &kLogonTriggerId, kStepLogonInterface,
+    L"LogonTrigger", L"2016-01-01T00:00:00", nullptr, nullptr, false};
+constexpr TaskShape kDailyShape = {
+    VARIANT_TRUE, VARIANT_TRUE, L"PT5M",
+    TASK_TRIGGER_DAILY, kStepDailyTrigger, &kDailyTriggerId, kStepDailyInterface,
+    L"UpdateTrigger", L"2016-01-01T02:30:00", L"P1DT0S", L"PT1H", true};
+// clang-format on
+
+// What they have in common.
+constexpr wchar_t kAuthor[] = L"Halvorstead Client Installer";
+constexpr wchar_t kNoTimeLimit[] = L"PT0S";
+constexpr TASK_INSTANCES_POLICY kInstances = TASK_INSTANCES_PARALLEL;
+
+// A text that a method only reads and that is deliberately handed over as it stands, without the length that
+// a system string has in front.
+BSTR AsItStands(const wchar_t* text) {
+  return const_cast<BSTR>(text);
+}
+
+// A text as a system string for the length of a call. A null text is no string, which is no failure.
+class CallText {
+ public:
+  explicit CallText(const wchar_t* text) : isGiven_(text), string_(text ? SysAllocString(text) : nullptr) {}
+  BSTR get() const { return string_.get(); }
+  bool IsMissing() const { return isGiven_ && !string_; }
+  // The string as a variant that does not own it.
+  VARIANT AsVariant() const {
+    VARIANT variant = {};
+    variant.vt = VT_BSTR;
+    variant.bstrVal = string_.get();
+    return variant;
+  }
+
+ private:
+  bool isGiven_;
+  SystemString string_;
+};
+
+// Calls `Method` of `object` with `text` and `rest`. E_OUTOFMEMORY when there is no memory for the text.
+template <auto Method, typename Interface, typename... Rest>
+HRESULT CallWith(const ComPtr<Interface>& object, const wchar_t* text, Rest... rest) {
+  CallText string(text);
+  if (string.IsMissing()) return E_OUTOFMEMORY;
+  return (object.get()->*Method)(string.get(), rest...);
+}
+
+// Where the agent's tasks are.
+struct TaskPlace {
+  ComPtr<ITaskService> service;
+  ComPtr<ITaskFolder> root;
+  ComPtr<ITaskFolder> folder;
+};
+
+// Connects to the task service of this machine and opens the root folder `rootPath`. 0, or the step that
+// failed: the same codes whether a task is to be registered or to be used.
+int OpenRoot(TaskPlace* place, const wchar_t* rootPath) {
+  if (FAILED(CoCreateInstance(kTaskServiceClass, nullptr, CLSCTX_INPROC_SERVER, kTaskServiceId,
+                              place->service.putVoid()))) {
+    return kAccessService;
+  }
+  if (FAILED(place->service->Connect(VARIANT{}, VARIANT{}, VARIANT{}, VARIANT{}))) return kAccessConnect;
+  if (FAILED(CallWith<&ITaskService::GetFolder>(place->service, rootPath, place->root.put()))) {
+    return kAccessRoot;
+  }
+  return 0;
+}
+static_assert(static_cast<int>(kStepService) == kAccessService &&
+              static_cast<int>(kStepConnect) == kAccessConnect &&
+              static_cast<int>(kStepFolder) == kAccessRoot);
+
+// Opens the maker's folder. 0 or a TaskAccessStep.
+int OpenFolder(TaskPlace* place) {
+  int status = OpenRoot(place, kRoot);
+  if (status) return status;
+  return FAILED(CallWith<&ITaskFolder::GetFolder>(place->root, kFolder, place->folder.put())) ? kAccessFolder
+                                                                                              : 0;
+}
+
+// Opens the task `name` in the maker's folder. 0 or a TaskAccessStep.
+int OpenTask(const wchar_t* name, ComPtr<IRegisteredTask>* task) {
+  TaskPlace place;
+  int status = OpenFolder(&place);
+  if (status) return status;
+  return FAILED(CallWith<&ITaskFolder::GetTask>(place.folder, name, task->put())) ? kAccessTask : 0;
+}
+
+// Opens the maker's folder, made where it lacks, and removes the task `name` from it. 0 or a TaskStep.
+int PrepareFolder(TaskPlace* place, const wchar_t* name) {
+  int status = OpenRoot(place, kRootToRegister);
+  if (status) return status;
+  if (FAILED(CallWith<&ITaskFolder::GetFolder>(place->root, kFolder, place->folder.put())) &&
+      FAILED(CallWith<&ITaskFolder::CreateFolder>(place->root, kFolder, VARIANT{}, place->folder.put()))) {
+    return kStepFolder;
+  }
+  CallWith<&ITaskFolder::DeleteTask>(place->folder, name, LONG{0});
+  return 0;
+}
+
+int SetAuthor(const ComPtr<ITaskDefinition>& definition) {
+  ComPtr<IRegistrationInfo> info;
+  if (FAILED(definition->get_RegistrationInfo(info.put()))) return kStepRegistrationInfo;
+  return FAILED(info->put_Author(AsItStands(kAuthor))) ? kStepAuthor : 0;
+}
+
+int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskSettings>& settings) {
+  if (FAILED(settings->put_StartWhenAvailable(VARIANT_TRUE))) return kStepStartWhenAvailable;
+  if (FAILED(settings->put_MultipleInstances(kInstances))) return kStepMultipleInstances;
+  if (FAILED(settings->put_AllowDemandStart(VARIANT_TRUE))) return kStepDemandStart;
+  if (FAILED(settings->put_AllowHardTerminate(shape.mayBeTerminated))) return kStepHardTerminate;
+  if (FAILED(settings->put_DisallowStartIfOnBatteries(shape.avoidsBatteries))) return kStepStartOnBatteries;
+  if (FAILED(settings->put_StopIfGoingOnBatteries(shape.avoidsBatteries))) return kStepStopOnBatteries;
+  // A task of every 0 days needs no network; no action asks for one.
+  if (interval > 0) settings->put_RunOnlyIfNetworkAvailable(VARIANT_TRUE);
+  if (FAILED(CallWith<&ITaskSettings::put_ExecutionTimeLimit>(settings, kNoTimeLimit))) return kStepTimeLimit;
+  return 0;
+}
+
+int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskSettings>& settings) {
+  if (!shape.idleWait) return 0;
+  ComPtr<IIdleSettings> idle;
+  if (FAILED(settings->get_IdleSettings(idle.put()))) return kStepIdleSettings;
+  return FAILED(idle->put_WaitTimeout(AsItStands(shape.idleWait))) ? kStepIdleWait : 0;
+}
+
+// Makes a trigger of the shape's kind, with what both kinds have: name and start, whose failing is of no
+// account.
+template <typename Trigger>
+int MakeTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers, ComPtr<Trigger>* result) {
+  ComPtr<ITrigger> trigger;
+  if (FAILED(triggers->Create(shape.triggerType, trigger.put()))) return shape.noTrigger;
+  if (FAILED(trigger->QueryInterface(*shape.triggerInterface, result->putVoid()))) return shape.noInterface;
+  CallWith<&ITrigger::put_Id>(*result, shape.triggerId);
+  CallWith<&ITrigger::put_StartBoundary>(*result, shape.startBoundary);
+  return 0;
+}
+
+int AddLogonTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers) {
+  ComPtr<ILogonTrigger> trigger;
+  int status = MakeTrigger(shape, triggers, &trigger);
+  if (status) return status;
+  return FAILED(trigger->put_UserId(nullptr)) ? kStepLogonUser : 0;
+}
+
+int AddDailyTrigger(const TaskShape& shape, int interval, const ComPtr<ITriggerCollection>& triggers) {
+  ComPtr<IDailyTrigger> trigger;
+  int status = MakeTrigger(shape, triggers, &trigger);
+  if (status) return status;
+  if (FAILED(trigger->put_DaysInterval(static_cast<short>(interval)))) return kStepDaysInterval;
+  CallWith<&IDailyTrigger::put_RandomDelay>(trigger, shape.randomDelay);
+  CallWith<&IDailyTrigger::put_ExecutionTimeLimit>(trigger, shape.triggerTimeLimit);
+  return 0;
+}
+
+int SetRights(const TaskShape& shape, const ComPtr<ITaskDefinition>& definition) {
+  if (!shape.hasHighestRights) return 0;
+  ComPtr<IPrincipal> principal;
+  if (FAILED(definition->get_Principal(principal.put()))) return kStepPrincipal;
+  return FAILED(principal->put_RunLevel(TASK_RUNLEVEL_HIGHEST)) ? kStepRunLevel : 0;
+}
+
+// Settings, trigger and rights: all in which the shapes differ.
+int ApplyShape(const TaskShape& shape, int interval, const ComPtr<ITaskDefinition>& definition) {
+  ComPtr<ITaskSettings> settings;
+  if (FAILED(definition->get_Settings(settings.put()))) return kStepSettings;
+  int status = SetSettings(shape, interval, settings);
+  if (status) return status;
+  ComPtr<ITriggerCollection> triggers;
+  if (FAILED(definition->get_Triggers(triggers.put()))) return kStepTriggers;
+  status = SetIdleWait(shape, settings);
+  if (status) return status;
+  settings.reset();
+  status = shape.triggerType == TASK_TRIGGER_LOGON ? AddLogonTrigger(shape, triggers)
+                                                   : AddDailyTrigger(shape, interval, triggers);
+  return status ? status : SetRights(shape, definition);
+}
+
+int AddAction(const wchar_t* executable, const wchar_t* arguments,
+              const ComPtr<ITaskDefinition>& definition) {
+  ComPtr<IActionCollection> actions;
+  if (FAILED(definition->get_Actions(actions.put()))) return kStepActions;
+  ComPtr<IAction> action;
+  if (FAILED(actions->Create(TASK_ACTION_EXEC, action.put()))) return kStepAction;
+  ComPtr<IExecAction> program;
+  if (FAILED(action->QueryInterface(kExecActionId, program.putVoid()))) return kStepExecInterface;
+  if (FAILED(CallWith<&IExecAction::put_Path>(program, executable))) return kStepPath;
+  if (arguments && FAILED(CallWith<&IExecAction::put_Arguments>(program, arguments))) return kStepArguments;
+  return 0;
+}
+
+int RegisterDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, const wchar_t* account,
+                       const ComPtr<ITaskDefinition>& definition) {
+  CallText user(account ? account : kSystemAccount);
+  CallText noDescriptor(L"");
+  if (user.IsMissing() || noDescriptor.IsMissing()) return kStepRegister;
+  ComPtr<IRegisteredTask> task;
+  if (FAILED(CallWith<&ITaskFolder::RegisterTaskDefinition>(
+          folder, name, definition.get(), LONG{TASK_CREATE_OR_UPDATE}, user.AsVariant(), VARIANT{},
+          account ? TASK_LOGON_GROUP : TASK_LOGON_SERVICE_ACCOUNT, noDescriptor.AsVariant(), task.put()))) {
+    return kStepRegister;
+  }
+  TASK_STATE state;
+  HRESULT result = task->get_State(&state);
+  if (FAILED(result)) return result;
+  SystemString path;
+  result = task->get_Path(path.put());
+  return FAILED(result) ? result : 0;
+}
+
+}  // namespace
+
+int RegisterAgentTask(const wchar_t* name, const wchar_t* executable, const wchar_t* arguments,
+                      const wchar_t* account, int interval) {
+  const TaskShape& shape = interval < 0 ? kLogonShape : kDailyShape;
+  TaskPlace place;
+  int status = PrepareFolder(&place, name);
+  if (status) return status;
+  ComPtr<ITaskDefinition> definition;
+  if (FAILED(place.service->NewTask(0, definition.put()))) return kStepDefinition;
+  place.service.reset();
+  status = SetAuthor(definition);
+  if (!status) status = ApplyShape(shape, interval, definition);
+  if (!status) status = AddAction(executable, arguments, definition);
+  return status ? status : RegisterDefinition(place.folder, name, account, definition);
+}
+
+int RunAgentTask(const wchar_t* account, int session) {
+  ComPtr<IRegisteredTask> task;
+  int status = OpenTask(kUserAgentTask, &task);
+  if (status) return status;
+  CallText user(account);
+  if (user.IsMissing()) return kAccessUse;
+  bool isInSession = session >= 0;
+  LONG flags = kRunIgnoringConstraints | (isInSession ? kRunInSession : 0);
+  ComPtr<IRunningTask> running;
+  return FAILED(task->RunEx(VARIANT{}, flags, isInSession ? session : 0, user.get(), running.put()))
+             ? kAccessUse
+             : 0;
+}
+
+int CheckAgentTask(const wchar_t* name) {
+  ComPtr<IRegisteredTask> task;
+  int status = OpenTask(name, &task);
+  if (status) return status;
+  TASK_STATE state;
+  return FAILED(task->get_State(&state)) ? kAccessUse : 0;
+}
+
+int DeleteAgentTask(const wchar_t* name) {
+  TaskPlace place;
+  int status = OpenFolder(&place);
+  if (status) return status;
+  CallWith<&ITaskFolder::DeleteTask>(place.folder, name, LONG{0});
+  // Refused, as it is meant to be, while another task is left in it.
+  CallWith<&ITaskFolder::DeleteFolder>(place.root, kFolder, LONG{0});
+  return 0;
+}

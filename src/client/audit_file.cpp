@@ -1,0 +1,53 @@
+// The audit file of the machine.
+//
+// CustomAction11  empties the audit file in the application data folder of all users, if it is there: it then
+//                 holds twelve zero bytes. Silent; reads no property; returns 0 in every outcome.
+
+#include <shlobj.h>
+
+#include "util/handles.h"
+#include "util/late_binding.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr char kAuditFile[] = "\\Ostrel Audit";
+// The head of an audit file without any record, in bytes.
+constexpr DWORD kEmptyHeadSize = 12;
+
+// Asks for the application data folder of all users, or where there is none the Windows folder, into `folder`
+// (MAX_PATH bytes). False when there is neither.
+bool FindDataFolder(char* folder) {
+  folder[0] = '\0';
+  {
+    LateModule module("SHFOLDER");
+    auto* getFolderPath = module.Find<decltype(SHGetFolderPathA)>("SHGetFolderPathA");
+    if (getFolderPath &&
+        FAILED(getFolderPath(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) {
+      folder[0] = '\0';
+    }
+  }
+  if (folder[0]) return true;
+  UINT length = GetWindowsDirectoryA(folder, MAX_PATH);
+  return length && length < MAX_PATH;
+}
+
+}  // namespace
+
+extern "C" UINT WINAPI CustomAction11(MSIHANDLE) {
+  char path[MAX_PATH + sizeof kAuditFile];
+  if (!FindDataFolder(path)) return ERROR_SUCCESS;
+  size_t length = TxtLenA(path);
+  if (path[length - 1] == '\\') --length;
+  TxtCopyA(path + length, kAuditFile);
+
+  FileHandle file(CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return ERROR_SUCCESS;
+  SetFilePointer(file.get(), 0, nullptr, FILE_BEGIN);
+  SetEndOfFile(file.get());
+  const BYTE zeros[kEmptyHeadSize] = {};
+  DWORD written;
+  WriteFile(file.get(), zeros, kEmptyHeadSize, &written, nullptr);
+  return ERROR_SUCCESS;
+}

@@ -1,0 +1,152 @@
+// The nightly audit, a work item of the older Task Scheduler.
+//
+// CustomAction6  creates the work item: ostrel32.exe of the client folder, every night. Reads PROP_TASKUSER
+// and
+//                PROP_TASKPASS (both needed), PROP_TASKHOUR, PROP_TASKTIME, PROP_TASKPARAM and DIR_CLIENT. An
+//                existing one stays as it is.
+// CustomAction7  deletes it.
+// CustomAction8  starts the service that runs tasks.
+//
+// All are silent and return 0 in every outcome.
+
+#include <mstask.h>
+#include <objidl.h>
+
+#include "client/number_text.h"
+#include "client/schedule_service.h"
+#include "frame/com_start.h"
+#include "frame/session.h"
+
+namespace {
+
+// Identifiers of the older Task Scheduler, which no import library holds.
+constexpr CLSID kTaskSchedulerClass = {
+    0x148BD52A, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
+constexpr IID kTaskSchedulerId = {
+    0x148BD527, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
+constexpr CLSID kTaskClass = {0x148BD520, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
+constexpr IID kTaskId = {0x148BD524, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
+constexpr IID kPersistFileId = {0x0000010B, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+
+constexpr wchar_t kWorkItem[] = L"Ostrel";
+
+// The buffers of the properties, in characters with the terminator.
+constexpr DWORD kAccountSize = 128;
+constexpr DWORD kShortSize = 32;
+
+constexpr DWORD kHoursADay = 24;
+
+// What the package says about the audit.
+struct Audit {
+  wchar_t user[kAccountSize];
+  wchar_t password[kAccountSize];
+  wchar_t parameters[kShortSize];
+  WORD hour;
+  int runTime;  // milliseconds; none when not positive
+};
+
+// Reads a property into `buffer` of `size` characters. False when it is empty, too long or cannot be read.
+bool ReadShortW(MSIHANDLE session, const wchar_t* name, wchar_t* buffer, DWORD size) {
+  return MsiGetPropertyW(session, name, buffer, &size) == ERROR_SUCCESS && buffer[0];
+}
+
+// The number that a property begins with; 0 when it is empty, too long or cannot be read.
+DWORD ReadNumber(MSIHANDLE session, const char* name) {
+  char text[kShortSize];
+  DWORD size = kShortSize;
+  return MsiGetPropertyA(session, name, text, &size) == ERROR_SUCCESS ? ParseDigitsA(text) : 0;
+}
+
+void ReadSchedule(MSIHANDLE session, Audit* audit) {
+  audit->hour = static_cast<WORD>(ReadNumber(session, "PROP_TASKHOUR") % kHoursADay);
+  audit->runTime = static_cast<int>(ReadNumber(session, "PROP_TASKTIME"));
+}
+
+// The older Task Scheduler, with its service running; nothing when there is none.
+ComPtr<ITaskScheduler> OpenScheduler() {
+  ComPtr<ITaskScheduler> scheduler;
+  if (EnsureScheduleService() != ERROR_SUCCESS ||
+      FAILED(CoCreateInstance(kTaskSchedulerClass, nullptr, CLSCTX_INPROC_SERVER, kTaskSchedulerId,
+                              scheduler.putVoid()))) {
+    scheduler.release();
+  }
+  return scheduler;
+}
+
+// Every night at `hour`, from long ago and without an end.
+bool SetNightlyTrigger(const ComPtr<ITask>& task, WORD hour) {
+  WORD index;
+  ITaskTrigger* trigger = nullptr;
+  // The trigger is deliberately never released.
+  if (FAILED(task->CreateTrigger(&index, &trigger))) return false;
+  TASK_TRIGGER record = {};
+  static_assert(sizeof record == 48);
+  record.cbTriggerSize = sizeof record;
+  record.wBeginYear = 2000;
+  record.wBeginMonth = 1;
+  record.wBeginDay = 1;
+  record.wStartHour = hour;
+  record.TriggerType = TASK_TIME_TRIGGER_DAILY;
+  record.Type.Daily.DaysInterval = 1;
+  return SUCCEEDED(trigger->SetTrigger(&record));
+}
+
+void CreateWorkItem(const Audit& audit, const wchar_t* parameters, const wchar_t* executable) {
+  ComPtr<ITaskScheduler> scheduler = OpenScheduler();
+  if (!scheduler) return;
+  ComPtr<ITask> task;
+  if (FAILED(
+          scheduler->NewWorkItem(kWorkItem, kTaskClass, kTaskId, reinterpret_cast<IUnknown**>(task.put())))) {
+    return;
+  }
+  scheduler.reset();
+  task->SetApplicationName(executable);
+  task->SetParameters(parameters);
+  if (audit.runTime > 0) task->SetMaxRunTime(static_cast<DWORD>(audit.runTime));
+  task->SetAccountInformation(audit.user, audit.password);
+  if (!SetNightlyTrigger(task, audit.hour)) return;
+  ComPtr<IPersistFile> file;
+  if (FAILED(task->QueryInterface(kPersistFileId, file.putVoid()))) return;
+  task.reset();
+  file->Save(nullptr, TRUE);
+}
+
+}  // namespace
+
+extern "C" UINT WINAPI CustomAction6(MSIHANDLE session) {
+  Audit audit;
+  if (!ReadShortW(session, L"PROP_TASKUSER", audit.user, kAccountSize) ||
+      !ReadShortW(session, L"PROP_TASKPASS", audit.password, kAccountSize)) {
+    return ERROR_SUCCESS;
+  }
+  HeapStringW executable(ResolveClientProgramPath(session, nullptr, "ostrel32.exe"));
+  if (!executable) return ERROR_SUCCESS;
+  ReadSchedule(session, &audit);
+  bool hasParameters = ReadShortW(session, L"PROP_TASKPARAM", audit.parameters, kShortSize);
+
+  HRESULT started;
+  StartCom(&started);
+  ComScope com(started);
+  if (com.IsUsable()) {
+    CreateWorkItem(audit, hasParameters ? audit.parameters : L"-auditmode", executable.get());
+  }
+  return ERROR_SUCCESS;
+}
+
+extern "C" UINT WINAPI CustomAction7(MSIHANDLE) {
+  HRESULT started;
+  StartCom(&started);
+  ComScope com(started);
+  if (!com.IsUsable()) return ERROR_SUCCESS;
+  ComPtr<ITaskScheduler> scheduler = OpenScheduler();
+  if (scheduler) scheduler->Delete(kWorkItem);
+  return ERROR_SUCCESS;
+}
+
+extern "C" UINT WINAPI CustomAction8(MSIHANDLE) {
+  HRESULT started;
+  StartCom(&started);
+  ComScope com(started);
+  if (com.IsUsable()) EnsureScheduleService();
+  return ERROR_SUCCESS;
+}

@@ -1,0 +1,17 @@
+// Numbers in the properties of the scheduled tasks. Used by the actions that register tasks.
+//
+// More than 32 bits of digits wrap around, deliberately: the packages' numbers always did.
+#pragma once
+
+#include <windows.h>
+
+extern "C" {
+
+/// The value of the decimal digits that `text` begins with; 0 when it begins with none, a sign among them.
+DWORD ParseDigitsA(const char* text);
+
+/// The value of an interval: a sign or none, then hexadecimal digits behind "0x" (of this case) or decimal
+/// ones, up to the first other character. "-" negates. Without any digit 0.
+int ParseIntervalA(const char* text);
+
+}  // extern "C"

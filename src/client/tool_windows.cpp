@@ -1,0 +1,40 @@
+#include "client/tool_windows.h"
+
+namespace {
+
+constexpr DWORD kLongestWait = 5000;  // milliseconds
+constexpr DWORD kPollInterval = 500;  // milliseconds
+
+constexpr char kNetworkToolTitle[] = "Ostrel";
+// What the network tools understand as a request to end.
+constexpr UINT kShutdownMessage = WM_USER + 1000;
+constexpr WPARAM kShutdownCommand = 1001;
+
+}  // namespace
+
+int WaitWindowGone(const char* windowClass, const char* title) {
+  DWORD deadline = GetTickCount() + kLongestWait;
+  while (FindWindowA(windowClass, title)) {
+    Sleep(kPollInterval);
+    if (deadline < GetTickCount()) return 0;
+  }
+  return 1;
+}
+
+int CloseToolWindow(const char* windowClass, const char* title) {
+  HWND window = FindWindowA(windowClass, title);
+  if (!window) return 1;
+  SendMessageA(window, WM_CLOSE, 0, 0);
+  return WaitWindowGone(windowClass, title);
+}
+
+int CloseNetworkTool(const char* windowClass) {
+  HWND window = FindWindowA(windowClass, kNetworkToolTitle);
+  if (!window) return 1;
+  SendMessageA(window, kShutdownMessage, 0, 0);
+  if (WaitWindowGone(windowClass, kNetworkToolTitle)) return 1;
+  PostMessageA(window, WM_ENDSESSION, TRUE, 0);
+  if (WaitWindowGone(windowClass, kNetworkToolTitle)) return 1;
+  SendMessageA(window, WM_COMMAND, kShutdownCommand, 0);
+  return WaitWindowGone(windowClass, kNetworkToolTitle);
+}

@@ -1,0 +1,155 @@
+// The tracking library's place in every process.
+//
+// CustomAction9   adds the tracking library to the libraries that Windows loads into processes with windows.
+// CustomAction10  takes it out again.
+//
+// Both are silent, read no property and return 0 in every outcome.
+
+#include "client/tracking_hook.h"
+
+#include "util/handles.h"
+#include "util/late_binding.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr char kWindowsKey[] = "Software\\Microsoft\\Windows NT\\CurrentVersion\\Windows";
+constexpr char kListValue[] = "AppInit_DLLs";
+constexpr char kSwitchValue[] = "LoadAppInit_DLLs";
+constexpr DWORD kSwitchedOn = 1;
+
+// The libraries, each with the view of the registry that its processes see.
+constexpr char kLibrary32[] = "OSTRACK.DLL";
+constexpr char kLibrary64[] = "OSTRK64.DLL";
+
+// Room behind a list for a blank, a name and terminators, beside the name itself.
+constexpr size_t kListSlack = 8;
+
+constinit LateFunction<decltype(IsWow64Process)> isWow64Process{"KERNEL32", "IsWow64Process",
+                                                                BindingRule::kAlreadyLoaded, FALSE};
+
+RegistryKey OpenWindowsKey(REGSAM view) {
+  RegistryKey key;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kWindowsKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE | view, key.put()) !=
+      ERROR_SUCCESS) {
+    key.release();  // What a failing call leaves behind is no key.
+  }
+  return key;
+}
+
+void WriteList(HKEY key, const char* list, size_t size) {
+  RegSetValueExA(key, kListValue, 0, REG_SZ, reinterpret_cast<const BYTE*>(list), static_cast<DWORD>(size));
+}
+
+// Reads the list, of `size` bytes, into a new block that has `slack` zero bytes more. Null when that fails.
+HeapStringA ReadList(HKEY key, DWORD size, size_t slack) {
+  HeapStringA list(static_cast<char*>(HeapAllocZero(size + slack)));
+  if (list && RegQueryValueExA(key, kListValue, nullptr, nullptr, reinterpret_cast<BYTE*>(list.get()),
+                               &size) != ERROR_SUCCESS) {
+    list.reset();
+  }
+  return list;
+}
+
+// Adds `name` to the list. False when the rest is to be left alone, because something failed.
+bool AddToList(HKEY key, const char* name) {
+  size_t nameLength = TxtLenA(name);
+  DWORD type;
+  DWORD size = 0;
+  if (RegQueryValueExA(key, kListValue, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) {
+    WriteList(key, name, nameLength + 1);
+    return true;
+  }
+  if (type != REG_SZ) return true;
+  HeapStringA list = ReadList(key, size, nameLength + kListSlack);
+  if (!list) return false;
+  if (TxtFindA(list.get(), name)) return true;
+  size_t newSize = size + nameLength;
+  char* end = list.get() + TxtLenA(list.get());
+  // A size of 1 is the terminator of an empty list.
+  if (size > 1) {
+    *end++ = ' ';
+    ++newSize;
+  }
+  TxtCopyA(end, name);
+  WriteList(key, list.get(), newSize);
+  return true;
+}
+
+// Makes Windows heed the list. A switch of another type, however long its data, is left alone, like one that
+// cannot be read.
+void SwitchOn(HKEY key) {
+  DWORD type = REG_DWORD;
+  DWORD value = 0;
+  DWORD size = sizeof value;
+  LSTATUS status =
+      RegQueryValueExA(key, kSwitchValue, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
+  if (status == ERROR_FILE_NOT_FOUND) {
+    value = 0;
+  } else if (status != ERROR_SUCCESS || type != REG_DWORD) {
+    return;
+  }
+  if (value & kSwitchedOn) return;
+  value |= kSwitchedOn;
+  RegSetValueExA(key, kSwitchValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
+}
+
+// Cuts `length` characters at `found` out of `list`, with the blank that parts them from the rest.
+void CutOut(const char* list, char* found, size_t length) {
+  char* behind = found + length;
+  if (found == list) {
+    if (*behind == ' ') ++behind;
+  } else if (found[-1] == ' ') {
+    --found;
+  }
+  MoveBytes(found, behind, TxtLenA(behind) + 1);
+}
+
+// Does `edit` to the libraries, each in the view that concerns it.
+void EditViews(int (*edit)(const char* name, REGSAM view)) {
+  BOOL isWow64 = FALSE;
+  if (isWow64Process(GetCurrentProcess(), &isWow64) && isWow64) {
+    edit(kLibrary64, KEY_WOW64_64KEY);
+    edit(kLibrary32, KEY_WOW64_32KEY);
+  } else {
+    edit(kLibrary32, 0);
+  }
+}
+
+}  // namespace
+
+int AddAppInitDll(const char* name, REGSAM view) {
+  RegistryKey key = OpenWindowsKey(view);
+  if (key && AddToList(key.get(), name)) SwitchOn(key.get());
+  return 0;
+}
+
+int RemoveAppInitDll(const char* name, REGSAM view) {
+  RegistryKey key = OpenWindowsKey(view);
+  if (!key) return 0;
+  DWORD type;
+  DWORD size = 0;
+  if (RegQueryValueExA(key.get(), kListValue, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) return 0;
+  if (type != REG_SZ) return 0;
+  HeapStringA list = ReadList(key.get(), size, 1);
+  if (!list) return 0;
+  const char* found = TxtFindA(list.get(), name);
+  if (!found) return 0;
+  CutOut(list.get(), list.get() + (found - list.get()), TxtLenA(name));
+  if (list.get()[0]) {
+    WriteList(key.get(), list.get(), TxtLenA(list.get()) + 1);
+  } else {
+    RegDeleteValueA(key.get(), kListValue);
+  }
+  return 0;
+}
+
+extern "C" UINT WINAPI CustomAction9(MSIHANDLE) {
+  EditViews(AddAppInitDll);
+  return ERROR_SUCCESS;
+}
+
+extern "C" UINT WINAPI CustomAction10(MSIHANDLE) {
+  EditViews(RemoveAppInitDll);
+  return ERROR_SUCCESS;
+}

@@ -1,0 +1,16 @@
+#include "frame/com_start.h"
+
+#include <objbase.h>
+
+#include "util/late_binding.h"
+
+int StartCom(HRESULT* started) {
+  *started = E_NOTIMPL;
+  // Looked up anew each time: another action may have unloaded the library since.
+  HMODULE module = GetModuleHandleA("OLE32");
+  if (!module) return 0;
+  auto* initialize = FunctionAs<decltype(CoInitializeEx)>(GetProcAddress(module, "CoInitializeEx"));
+  if (!initialize) return 0;
+  *started = initialize(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+  return 1;
+}

@@ -1,0 +1,93 @@
+// The Task Scheduler in memory, through its newer and its older interfaces. Part of a world.
+#pragma once
+
+#include <windows.h>
+
+#include <mstask.h>
+#include <taskschd.h>
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "rig/com.h"
+
+namespace rig {
+
+/// The Task Scheduler: its root folder, the folder "Quillfern" below it and the tasks in that, and the work
+/// items of the older interfaces. The objects are fakes whose calls stand in the trace: "service", "root",
+/// "folder", "definition", "info", "settings", "idle", "triggers", "trigger" (with the interfaces "daily" and
+/// "logon"), "principal", "actions", "action" (with the interface "program"), "task", "running"; "scheduler",
+/// "item", "schedule" and "file". Only what the library needs is there. Each text must be a system string
+/// that the library holds, except where the library hands over a plain one on purpose, where it must not be.
+class TaskScheduler {
+ public:
+  /// The part of the world that belongs to this rig.
+  TaskScheduler(Rig& rig, Com& com) : rig_(rig), com_(com) {}
+  /// Makes the objects.
+  void Install();
+  /// The method ("folder.GetTask") returns `error` and does nothing.
+  void FailMethod(const std::string& method, HRESULT error) { failing_[method] = error; }
+  /// Asking a trigger or an action for its interface fails: "daily", "logon", "program", "file".
+  void MissingInterface(const std::string& name) { missing_.insert(name); }
+
+  /// Whether the folder "Quillfern" is there.
+  bool hasFolder = false;
+  /// The names of the tasks in it.
+  std::set<std::string> tasks;
+  /// The sessions in which the user agent's task can be run; in others RunEx fails.
+  std::set<LONG> sessions;
+  /// The users for whom it can be run; for others RunEx fails.
+  std::set<std::string> users;
+  /// The names of the work items.
+  std::set<std::string> items;
+  /// The trigger of the last work item, and the bytes of that record.
+  TASK_TRIGGER schedule = {};
+
+ private:
+  /// Gives `fake` the method `Member` that answers as `answer` does, unless a test makes it fail.
+  template <auto Member, class Interface, class Answer>
+  Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
+  /// Gives `fake` a method that accepts what it is told.
+  template <auto Member, class Interface>
+  void Accept(FakeObject<Interface>& fake, const char* name);
+  /// Gives `fake` a method that hands out `result`.
+  template <auto Member, class Interface>
+  void HandOut(FakeObject<Interface>& fake, const char* name, FakeBase& result);
+  /// What the method is to fail with, or S_OK.
+  HRESULT FailureOf(const std::string& method) const;
+  /// Fails the test when a text is not a system string that the library holds.
+  void CheckText(BSTR text) const;
+  /// The same for a text in a variant.
+  void CheckText(const VARIANT& value) const;
+  /// Other arguments are no texts.
+  template <class Other>
+  void CheckText(const Other&) const {}
+  /// Fails the test when a text is a system string.
+  void CheckPlain(BSTR text) const;
+
+  /// Makes the service and the folders.
+  void InstallFolders();
+  /// Makes the definition with its registration information and principal.
+  void InstallDefinition();
+  /// Makes the settings of the definition.
+  void InstallSettings();
+  /// Makes the triggers of the definition.
+  void InstallTriggers();
+  /// Makes the actions of the definition.
+  void InstallActions();
+  /// Makes the registered task.
+  void InstallTask();
+  /// Makes the objects of the older interfaces.
+  void InstallWorkItems();
+
+  Rig& rig_;
+  Com& com_;
+  std::map<std::string, HRESULT> failing_;
+  std::set<std::string> missing_;
+  FakeObject<ITaskFolder>* folder_ = nullptr;
+  FakeObject<ITaskDefinition>* definition_ = nullptr;
+  FakeObject<IRegisteredTask>* task_ = nullptr;
+};
+
+}  // namespace rig

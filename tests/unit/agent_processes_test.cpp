@@ -1,0 +1,46 @@
+// The running agents, where the path of the agent tells no folder.
+#include "client/agent_processes.h"
+
+#include "rig/internals_test.h"
+
+namespace agent_processes_test {
+
+HX_INTERNAL(StopAgentProcesses);
+
+class AgentProcessesTest : public rig::RiggedInternalsTest {
+ protected:
+  // Stops the agents of the world, with this path of the agent.
+  int Stop(const wchar_t* agentPath) {
+    wchar_t name[] = L"osua.exe";
+    std::vector<WTS_PROCESS_INFOW> entries;
+    for (const rig::Process& process : TheWorld().sessions.processes) {
+      entries.push_back({process.session, process.id, name, nullptr});
+    }
+    return StopAgentProcesses(static_cast<MSIHANDLE>(TheRig().session), entries.data(),
+                              static_cast<DWORD>(entries.size()), agentPath);
+  }
+};
+
+TEST_F(AgentProcessesTest, WithoutAFolderEveryAgentIsStoppedUnasked) {
+  TheWorld().sessions.processes = {{1, 2, "osua.exe", "D:\\Elsewhere\\osua.exe"}, {2, 2, "osua.exe", ""}};
+  EXPECT_EQ(Stop(L"osua.exe"), 2);
+  EXPECT_TRUE(TheWorld().sessions.processes[0].ended);
+  EXPECT_TRUE(TheWorld().sessions.processes[1].ended);
+  for (const std::string& line : TheRig().trace.Lines()) {
+    EXPECT_NE(line.rfind("QueryFull", 0), 0u) << line;
+  }
+  EXPECT_LOG({});
+}
+
+TEST_F(AgentProcessesTest, ARootIsAFolder) {
+  TheWorld().sessions.processes = {{1, 2, "osua.exe", "\\osua.exe"}, {2, 2, "osua.exe", "C:\\osua.exe"}};
+  EXPECT_EQ(Stop(L"\\osua.exe"), 1);
+  EXPECT_LOG({"Hx Setup Log: agent restart:  pid 2 is not ours, left alone (1)", "JN Setup Log: C:\\osua.exe",
+              "JN Setup Log: \\osua.exe"});
+}
+
+TEST_F(AgentProcessesTest, ANullListHoldsNoAgents) {
+  EXPECT_EQ(Stop(L"C:\\Client\\osua.exe"), 0);
+}
+
+}  // namespace agent_processes_test
