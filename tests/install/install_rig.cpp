@@ -17,6 +17,9 @@ namespace {
 // An installer that has not ended by then (milliseconds) never will; emulated processors are slow.
 constexpr DWORD kInstallerTimeLimit = 180 * 1000;
 
+// How often the installer is started before it counts as one that cannot be.
+constexpr int kStartAttempts = 3;
+
 constexpr char kUninstallKey[] = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
 std::wstring Environment(const wchar_t* name) {
@@ -339,8 +342,13 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process;
-  if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                      &process)) {
+  // Under emulation a process now and then dies before its first instruction, and has then done nothing.
+  BOOL isStarted = FALSE;
+  for (int attempt = 0; !isStarted && attempt < kStartAttempts; ++attempt) {
+    isStarted = CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                               &startup, &process);
+  }
+  if (!isStarted) {
     ADD_FAILURE() << "cannot start " << FromWide(command) << ": " << GetLastError();
     return run;
   }
