@@ -6,8 +6,8 @@
 namespace {
 
 constexpr wchar_t kAgentName[] = L"osua.exe";
-// Where the installer keeps what it runs out of a package. Deliberately not looked up: as on every machine so
-// far.
+// Where the installer keeps what it runs out of a package. Deliberately not looked up: a Windows elsewhere
+// has its agents restarted from the client folder only.
 constexpr wchar_t kInstallerCache[] = L"C:\\Windows\\Installer\\";
 constexpr int kInstallerCacheLength = sizeof kInstallerCache / sizeof *kInstallerCache - 1;
 // The buffer of an image path, in characters with the terminator.

@@ -1,7 +1,7 @@
 // CustomAction38: restarts the agent of every user. Stops the agents that run from the client folder or from
 // the installer's cache, in all sessions, and starts the agent again in each session of a user by running its
-// task there. Reads DIR_CLIENT. Says in the log what happened to each process and session; in a rollback it
-// does nothing and says nothing. Returns 0 in every outcome.
+// task there. Reads DIR_CLIENT. Says in the log how many agents stopped, which did not, and what
+// happened in each session; in a rollback it does nothing and says nothing. Returns 0 in every outcome.
 
 #include "client/agent_processes.h"
 #include "client/agent_task.h"

@@ -23,8 +23,7 @@ constexpr wchar_t kRootToRegister[] = L"\\";
 constexpr wchar_t kRoot[] = L"";
 constexpr wchar_t kSystemAccount[] = L"SYSTEM";
 
-// What the two kinds of task differ in. A null text and a flag that is not set mean a field that is left
-// alone.
+// What the two kinds of task differ in. A null text means a field that is left alone.
 struct TaskShape {
   VARIANT_BOOL mayBeTerminated;
   VARIANT_BOOL avoidsBatteries;  // neither starts nor goes on running on batteries

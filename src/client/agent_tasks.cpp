@@ -2,12 +2,12 @@
 //
 // CustomAction27  registers the task that starts the agent of each user at logon. Reads DIR_CLIENT.
 // CustomAction28  deletes it.
-// CustomAction31  registers the task that updates the agent every PROP_UPDATEINTERVAL days. Reads
-// PROP_UPDATEINTERVAL,
-//                 DIR_APPDATA and DIR_CLIENT.
+// CustomAction31  registers the task that updates the agent every PROP_UPDATEINTERVAL days. Reads that
+//                 property, DIR_APPDATA and DIR_CLIENT.
 // CustomAction32  deletes it.
 //
-// All write their outcome to the log and return 0 whatever it is.
+// The registrations write their outcome to the log, the deletions only what failed; all return 0 whatever
+// it is.
 
 #include "client/agent_task.h"
 #include "client/number_text.h"

@@ -12,7 +12,7 @@
 namespace {
 
 constexpr char kAuditFile[] = "\\Ostrel Audit";
-// The head of an audit file without any record, in bytes.
+// What is left of the file, in bytes, all of them zero.
 constexpr DWORD kEmptyHeadSize = 12;
 
 // Asks for the application data folder of all users, or where there is none the Windows folder, into `folder`

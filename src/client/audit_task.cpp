@@ -1,9 +1,8 @@
 // The nightly audit, a work item of the older Task Scheduler.
 //
-// CustomAction6  creates the work item: ostrel32.exe of the client folder, every night. Reads PROP_TASKUSER
-// and
-//                PROP_TASKPASS (both needed), PROP_TASKHOUR, PROP_TASKTIME, PROP_TASKPARAM and DIR_CLIENT. An
-//                existing one stays as it is.
+// CustomAction6  creates the work item: ostrel32.exe of the client folder, every night. Reads
+//                PROP_TASKUSER and PROP_TASKPASS (both needed), PROP_TASKHOUR, PROP_TASKTIME, PROP_TASKPARAM
+//                and DIR_CLIENT. An existing one stays as it is.
 // CustomAction7  deletes it.
 // CustomAction8  starts the service that runs tasks.
 //

@@ -1,6 +1,6 @@
 // Numbers in the properties of the scheduled tasks. Used by the actions that register tasks.
 //
-// More than 32 bits of digits wrap around, deliberately: the packages' numbers always did.
+// More than 32 bits of digits wrap around, deliberately.
 #pragma once
 
 #include <windows.h>

@@ -1,8 +1,8 @@
 // Closing the windows of the product's desktop tools. Used by the action that makes way for new files.
 //
 // A window is found by its class and its title. Waits poll twice a second and end after five seconds by the
-// system's tick count, which is compared as it stands, on purpose: where the deadline wraps around, the wait
-// ends at the first poll; where only the count does, it lasts until the window is gone.
+// system's tick count, which is compared as it stands, on purpose: where the count wraps around meanwhile, a
+// wait can end at its first poll, or last until the window is gone.
 #pragma once
 
 #include <windows.h>

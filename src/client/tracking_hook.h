@@ -11,7 +11,7 @@ extern "C" {
 int AddAppInitDll(const char* name, REGSAM view);
 
 /// Takes the first occurrence of `name` out of the list of the registry view `view`, also out of a longer
-/// entry; an empty list is deleted. Gives up silently where something fails. Returns 0.
+/// entry; a list that is empty then is deleted. Gives up silently where something fails. Returns 0.
 int RemoveAppInitDll(const char* name, REGSAM view);
 
 }  // extern "C"

@@ -1,4 +1,4 @@
-// The family of the operating system. Used by the actions that list processes.
+// The family of the operating system. Used by the actions that talk to the client service.
 #pragma once
 
 extern "C" {

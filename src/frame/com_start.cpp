@@ -6,7 +6,7 @@
 
 int StartCom(HRESULT* started) {
   *started = E_NOTIMPL;
-  // Looked up anew each time: another action may have unloaded the library since.
+  // Looked up anew each time; nothing of it is kept.
   HMODULE module = GetModuleHandleA("OLE32");
   if (!module) return 0;
   auto* initialize = FunctionAs<decltype(CoInitializeEx)>(GetProcAddress(module, "CoInitializeEx"));
