@@ -28,9 +28,6 @@ constexpr char kServiceName[] = "Ostrel";
 // A control of the service's own.
 constexpr DWORD kServiceControl = 200;
 
-constexpr DWORD kLongestWait = 5000;  // milliseconds, by the system's tick count
-constexpr DWORD kPollInterval = 500;  // milliseconds
-
 // The buffer of REBOOT, in bytes with the terminator.
 constexpr DWORD kShortPropertySize = 128;
 

@@ -2,9 +2,6 @@
 
 namespace {
 
-constexpr DWORD kLongestWait = 5000;  // milliseconds
-constexpr DWORD kPollInterval = 500;  // milliseconds
-
 constexpr char kNetworkToolTitle[] = "Ostrel";
 // What the network tools understand as a request to end.
 constexpr UINT kShutdownMessage = WM_USER + 1000;

@@ -7,6 +7,11 @@
 
 #include <windows.h>
 
+/// How long a window, or the service, is given to go: milliseconds of the system's tick count.
+constexpr DWORD kLongestWait = 5000;
+/// How long is slept between two looks, in milliseconds.
+constexpr DWORD kPollInterval = 500;
+
 extern "C" {
 
 /// Waits until there is no such window. 1 when there is none, 0 when it stayed.
