@@ -230,17 +230,20 @@ int AddAction(const wchar_t* executable, const wchar_t* arguments,
   return 0;
 }
 
-int RegisterDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, const wchar_t* account,
-                       const ComPtr<ITaskDefinition>& definition) {
+HRESULT SaveDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, const wchar_t* account,
+                       const ComPtr<ITaskDefinition>& definition, IRegisteredTask** task) {
   CallText user(account ? account : kSystemAccount);
   CallText noDescriptor(L"");
-  if (user.IsMissing() || noDescriptor.IsMissing()) return kStepRegister;
+  if (user.IsMissing() || noDescriptor.IsMissing()) return E_OUTOFMEMORY;
+  return CallWith<&ITaskFolder::RegisterTaskDefinition>(
+      folder, name, definition.get(), LONG{TASK_CREATE_OR_UPDATE}, user.AsVariant(), VARIANT{},
+      account ? TASK_LOGON_GROUP : TASK_LOGON_SERVICE_ACCOUNT, noDescriptor.AsVariant(), task);
+}
+
+int RegisterDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, const wchar_t* account,
+                       const ComPtr<ITaskDefinition>& definition) {
   ComPtr<IRegisteredTask> task;
-  if (FAILED(CallWith<&ITaskFolder::RegisterTaskDefinition>(
-          folder, name, definition.get(), LONG{TASK_CREATE_OR_UPDATE}, user.AsVariant(), VARIANT{},
-          account ? TASK_LOGON_GROUP : TASK_LOGON_SERVICE_ACCOUNT, noDescriptor.AsVariant(), task.put()))) {
-    return kStepRegister;
-  }
+  if (FAILED(SaveDefinition(folder, name, account, definition, task.put()))) return kStepRegister;
   TASK_STATE state;
   HRESULT result = task->get_State(&state);
   if (FAILED(result)) return result;

@@ -33,7 +33,7 @@ constexpr wchar_t kWorkItem[] = L"Ostrel";
 constexpr DWORD kAccountSize = 128;
 constexpr DWORD kShortSize = 32;
 
-constexpr DWORD kHoursADay = 24;
+constexpr int kHoursADay = 24;
 
 // What the package says about the audit.
 struct Audit {
@@ -50,15 +50,21 @@ bool ReadShortW(MSIHANDLE session, const wchar_t* name, wchar_t* buffer, DWORD s
 }
 
 // The number that a property begins with; 0 when it is empty, too long or cannot be read.
-DWORD ReadNumber(MSIHANDLE session, const char* name) {
+int ReadNumber(MSIHANDLE session, const char* name) {
   char text[kShortSize];
   DWORD size = kShortSize;
   return MsiGetPropertyA(session, name, text, &size) == ERROR_SUCCESS ? ParseDigitsA(text) : 0;
 }
 
+// The hour of the day that `number` stands for; a negative one counts back from midnight.
+WORD HourOfDay(int number) {
+  int hour = number % kHoursADay;
+  return static_cast<WORD>(hour < 0 ? hour + kHoursADay : hour);
+}
+
 void ReadSchedule(MSIHANDLE session, Audit* audit) {
-  audit->hour = static_cast<WORD>(ReadNumber(session, "PROP_TASKHOUR") % kHoursADay);
-  audit->runTime = static_cast<int>(ReadNumber(session, "PROP_TASKTIME"));
+  audit->hour = HourOfDay(ReadNumber(session, "PROP_TASKHOUR"));
+  audit->runTime = ReadNumber(session, "PROP_TASKTIME");
 }
 
 // The older Task Scheduler, with its service running; nothing when there is none.

@@ -21,8 +21,8 @@ DWORD ParseDigits(const char* text, unsigned base) {
 
 }  // namespace
 
-DWORD ParseDigitsA(const char* text) {
-  return ParseDigits(text, kDecimal);
+int ParseDigitsA(const char* text) {
+  return static_cast<int>(ParseDigits(text, kDecimal));
 }
 
 int ParseIntervalA(const char* text) {

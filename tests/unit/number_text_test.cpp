@@ -11,29 +11,31 @@ HX_INTERNAL(ParseIntervalA);
 class NumberTextTest : public rig::InternalsTest {
  protected:
   // Read up to their terminator, and not a byte further.
-  static DWORD Digits(const std::string& text) { return ParseDigitsA(rig::GuardedBuffer::Of(text).Data()); }
+  static int Digits(const std::string& text) { return ParseDigitsA(rig::GuardedBuffer::Of(text).Data()); }
   static int Interval(const std::string& text) { return ParseIntervalA(rig::GuardedBuffer::Of(text).Data()); }
 };
 
 TEST_F(NumberTextTest, DigitsEndAtTheFirstOtherCharacter) {
-  EXPECT_EQ(Digits("7pm"), 7u);
-  EXPECT_EQ(Digits("0019"), 19u);
-  EXPECT_EQ(Digits("26"), 26u);
-  EXPECT_EQ(Digits(""), 0u);
-  EXPECT_EQ(Digits(" 7"), 0u);
-  EXPECT_EQ(Digits("+7"), 0u);
-  EXPECT_EQ(Digits("-7"), 0u);
-  EXPECT_EQ(Digits("0x0A"), 0u);
-  EXPECT_EQ(Digits("1a"), 1u);
-  EXPECT_EQ(Digits("9:"), 9u);
-  EXPECT_EQ(Digits("9/"), 9u);
+  EXPECT_EQ(Digits("7pm"), 7);
+  EXPECT_EQ(Digits("0019"), 19);
+  EXPECT_EQ(Digits("26"), 26);
+  EXPECT_EQ(Digits(""), 0);
+  EXPECT_EQ(Digits(" 7"), 0);
+  EXPECT_EQ(Digits("+7"), 0);
+  EXPECT_EQ(Digits("-7"), 0);
+  EXPECT_EQ(Digits("0x0A"), 0);
+  EXPECT_EQ(Digits("1a"), 1);
+  EXPECT_EQ(Digits("9:"), 9);
+  EXPECT_EQ(Digits("9/"), 9);
 }
 
 TEST_F(NumberTextTest, DigitsWrapAround) {
-  EXPECT_EQ(Digits("4294967295"), 0xFFFFFFFFu);
-  EXPECT_EQ(Digits("4294967296"), 0u);
-  EXPECT_EQ(Digits("4294967303"), 7u);
-  EXPECT_EQ(Digits("99999999999999999999"), 1661992959u);
+  EXPECT_EQ(Digits("4294967295"), -1);
+  EXPECT_EQ(Digits("2147483647"), 2147483647);
+  EXPECT_EQ(Digits("2147483648"), -2147483647 - 1);
+  EXPECT_EQ(Digits("4294967296"), 0);
+  EXPECT_EQ(Digits("4294967303"), 7);
+  EXPECT_EQ(Digits("99999999999999999999"), 1661992959);
 }
 
 TEST_F(NumberTextTest, IntervalsAreDecimalOrHexadecimal) {
