@@ -12,19 +12,26 @@ else()
   set(machine i386:x86-64)
 endif()
 
-# ---- import libraries: src/imports/*.def is the complete list of what the library needs of Windows
-file(GLOB importLists CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/imports/*.def)
-set(importLibraries)
-foreach(list ${importLists})
-  get_filename_component(name ${list} NAME_WE)
-  set(library ${CMAKE_BINARY_DIR}/imports/lib${name}.a)
-  add_custom_command(
-    OUTPUT ${library}
-    COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/imports
-    COMMAND ${HX_DLLTOOL} -m ${machine} -d ${list} -l ${library}
-    DEPENDS ${list} VERBATIM)
-  list(APPEND importLibraries ${library})
-endforeach()
+# ---- import libraries
+# hx_import_libraries(RESULT FOLDER): one import library for each list of functions in FOLDER; their paths go to RESULT.
+function(hx_import_libraries result folder)
+  file(GLOB lists CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.def)
+  set(libraries)
+  foreach(list ${lists})
+    get_filename_component(name ${list} NAME_WE)
+    set(library ${CMAKE_BINARY_DIR}/${folder}/lib${name}.a)
+    add_custom_command(
+      OUTPUT ${library}
+      COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/${folder}
+      COMMAND ${HX_DLLTOOL} -m ${machine} -d ${list} -l ${library}
+      DEPENDS ${list} VERBATIM)
+    list(APPEND libraries ${library})
+  endforeach()
+  set(${result} ${libraries} PARENT_SCOPE)
+endfunction()
+
+# The complete list of what the library needs of Windows.
+hx_import_libraries(importLibraries src/imports)
 add_custom_target(imports DEPENDS ${importLibraries})
 
 # ---- how everything of the library is compiled
@@ -42,10 +49,9 @@ if(HX_CHECKED)
   list(APPEND compileOptions -fsanitize=undefined -fsanitize-trap=all -fno-sanitize=function,vptr)
 endif()
 
-# The options that make an image what it must be; the map of exports and the name are each library's own.
+# The options that make an image what it must be; the entry, the map of exports and the name are each image's own.
 set(linkOptions
-  -nostdlib -fuse-ld=lld-19 -shared
-  -Wl,--entry,DllMain -Wl,--no-insert-timestamp -Wl,--gc-sections
+  -nostdlib -fuse-ld=lld-19 -Wl,--no-insert-timestamp -Wl,--gc-sections
   -Wl,--dynamicbase,--high-entropy-va,--nxcompat -Wl,--guard-cf -Wl,--disable-auto-import
   -Wl,-Xlink=-pdbsourcepath:C:/hxsetup)
 
@@ -97,7 +103,7 @@ function(hx_library target)
   add_dependencies(${target} imports)
   set_target_properties(${target} PROPERTIES PREFIX "" IMPORT_PREFIX "" LINKER_LANGUAGE CXX
     LINK_DEPENDS "${importLibraries};${arg_INPUTS}")
-  target_link_options(${target} PRIVATE ${linkOptions} -Wl,--pdb=${target}.pdb
+  target_link_options(${target} PRIVATE ${linkOptions} -shared -Wl,--entry,DllMain -Wl,--pdb=${target}.pdb
     -Wl,-Xlink=-pdbaltpath:${target}.pdb)
   target_link_libraries(${target} PRIVATE ${arg_INPUTS} ${importLibraries})
 endfunction()
@@ -125,3 +131,17 @@ endif()
 hx_objects(empty-objects ${CMAKE_SOURCE_DIR}/bench/empty/empty.cpp)
 hx_library(empty OBJECTS runtime empty-objects)
 set_target_properties(empty-objects empty PROPERTIES EXCLUDE_FROM_ALL ON)
+
+# The stand-in for the client's programs, which the client package installs.
+if(NOT HX_CHECKED)
+  hx_import_libraries(agentImports packages/client/programs/imports)
+  add_custom_target(agent-imports DEPENDS ${agentImports})
+  hx_objects(agent-objects ${CMAKE_SOURCE_DIR}/packages/client/programs/agent.cpp)
+  set(CMAKE_CXX_LINK_EXECUTABLE
+    "<CMAKE_CXX_COMPILER> --target=${CMAKE_CXX_COMPILER_TARGET} <LINK_FLAGS> -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
+  add_executable(agent $<TARGET_OBJECTS:agent-objects> $<TARGET_OBJECTS:runtime>)
+  add_dependencies(agent agent-imports)
+  set_target_properties(agent PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS "${agentImports}")
+  target_link_options(agent PRIVATE ${linkOptions} -Wl,--entry,Main -Wl,--subsystem,windows)
+  target_link_libraries(agent PRIVATE ${agentImports})
+endif()

@@ -1,0 +1,238 @@
+// The stand-in for the client's programs: what the client package installs here, and what tests and the
+// demonstration start. It does nothing of its own; it is there to be stopped, closed and started, and records
+// what is done to it.
+//
+// What it is depends on the name of its file:
+//   ostrel.exe                  the service "Ostrel"; with the argument "stubborn" it does not end when it is
+//   told to stop osua.exe                    the agent of a session: waits until it is ended osau.exe,
+//   ostrel32.exe      end at once any other                   a tool with a window: CLASS TITLE [REFUSALS
+//   [DELAY]] on its command line. It refuses the
+//                               first REFUSALS requests to close, and closes DELAY milliseconds behind the
+//                               next one.
+//
+// The record is the file "Ostrel record.txt" in the folder that all users share, a line for each event.
+#include <windows.h>
+
+namespace {
+
+constexpr char kServiceName[] = "Ostrel";
+
+// What the network tools understand beside WM_CLOSE: a message of their own, and a command of their menu.
+constexpr UINT kShutdownMessage = 2024;
+constexpr WPARAM kShutdownCommand = 1001;
+constexpr UINT_PTR kClosingTimer = 1;
+
+// A line of the record, and any other text that is put together here; what does not fit is cut.
+struct Line {
+  static constexpr size_t kSize = 512;
+  char text[kSize] = {};
+  size_t length = 0;
+
+  Line& operator<<(const char* part) {
+    while (*part && length + 1 < kSize) text[length++] = *part++;
+    text[length] = 0;
+    return *this;
+  }
+  Line& operator<<(DWORD number) {
+    char digits[11];
+    char* digit = digits + sizeof digits - 1;
+    *digit = 0;
+    do {
+      *--digit = static_cast<char>('0' + number % 10);
+    } while (number /= 10);
+    return *this << digit;
+  }
+};
+
+void Record(const Line& event) {
+  Line path;
+  path.length = GetEnvironmentVariableA("ProgramData", path.text, MAX_PATH);
+  path << "\\Ostrel record.txt";
+  // Only an append is whole where several programs write at the same time.
+  HANDLE file =
+      CreateFileA(path.text, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return;
+  Line line = event;
+  line << "\r\n";
+  DWORD written;
+  WriteFile(file, line.text, static_cast<DWORD>(line.length), &written, nullptr);
+  CloseHandle(file);
+}
+
+bool IsName(const char* text, const char* name) {
+  return CompareStringA(LOCALE_USER_DEFAULT, NORM_IGNORECASE, text, -1, name, -1) == CSTR_EQUAL;
+}
+
+// Takes the next word of a command line, cutting it off in place; quotation marks hold words together.
+char* TakeWord(char*& rest) {
+  while (*rest == ' ') ++rest;
+  char end = ' ';
+  if (*rest == '"') {
+    end = '"';
+    ++rest;
+  }
+  char* word = rest;
+  while (*rest && *rest != end) ++rest;
+  if (*rest) *rest++ = 0;
+  return word;
+}
+
+DWORD ToNumber(const char* digits) {
+  DWORD number = 0;
+  for (; *digits >= '0' && *digits <= '9'; ++digits) number = number * 10 + static_cast<DWORD>(*digits - '0');
+  return number;
+}
+
+// ---- the service
+
+SERVICE_STATUS_HANDLE serviceHandle;
+bool isStubborn;
+
+void Report(DWORD state) {
+  SERVICE_STATUS status = {};
+  status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  status.dwCurrentState = state;
+  status.dwControlsAccepted = state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP : 0;
+  SetServiceStatus(serviceHandle, &status);
+}
+
+void WINAPI HandleControl(DWORD control) {
+  if (control == SERVICE_CONTROL_INTERROGATE) return Report(SERVICE_RUNNING);
+  Record(Line() << "ostrel.exe: control " << control);
+  if (control != SERVICE_CONTROL_STOP || isStubborn) return Report(SERVICE_RUNNING);
+  Record(Line() << "ostrel.exe: stopped");
+  Report(SERVICE_STOPPED);
+}
+
+void WINAPI ServeControls(DWORD, char**) {
+  serviceHandle = RegisterServiceCtrlHandlerA(kServiceName, HandleControl);
+  Record(Line() << "ostrel.exe: started");
+  Report(SERVICE_RUNNING);
+}
+
+void RunService(bool stubborn) {
+  isStubborn = stubborn;
+  char name[sizeof kServiceName];
+  lstrcpyA(name, kServiceName);
+  SERVICE_TABLE_ENTRYA services[] = {{name, ServeControls}, {nullptr, nullptr}};
+  StartServiceCtrlDispatcherA(services);
+}
+
+// ---- a tool
+
+// What a tool needs of USER32, which the other programs are spared: it takes longer to load than they run.
+struct Windows {
+  decltype(&RegisterClassA) registerClass;
+  decltype(&CreateWindowExA) createWindow;
+  decltype(&DefWindowProcA) defaultProcedure;
+  decltype(&DestroyWindow) destroyWindow;
+  decltype(&GetMessageA) getMessage;
+  decltype(&DispatchMessageA) dispatchMessage;
+  decltype(&PostQuitMessage) postQuitMessage;
+  decltype(&SetTimer) setTimer;
+
+  Windows() {
+    HMODULE module = LoadLibraryA("USER32");
+    Find(module, "RegisterClassA", &registerClass);
+    Find(module, "CreateWindowExA", &createWindow);
+    Find(module, "DefWindowProcA", &defaultProcedure);
+    Find(module, "DestroyWindow", &destroyWindow);
+    Find(module, "GetMessageA", &getMessage);
+    Find(module, "DispatchMessageA", &dispatchMessage);
+    Find(module, "PostQuitMessage", &postQuitMessage);
+    Find(module, "SetTimer", &setTimer);
+  }
+  template <typename F>
+  static void Find(HMODULE module, const char* name, F* function) {
+    *function = reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+  }
+};
+
+struct Tool {
+  const Windows* windows;
+  const char* windowClass;
+  DWORD refusals;
+  DWORD delay;
+  bool isClosing;
+} tool;
+
+// A request to close, by the name that the record gives it.
+void RequestClose(HWND window, const char* request) {
+  Line line;
+  line << tool.windowClass << ": " << request;
+  bool refuses = tool.refusals > 0;
+  if (refuses) {
+    --tool.refusals;
+    line << " refused";
+  }
+  Record(line);
+  if (refuses || tool.isClosing) return;
+  tool.isClosing = true;
+  if (tool.delay) {
+    tool.windows->setTimer(window, kClosingTimer, tool.delay, nullptr);
+  } else {
+    tool.windows->destroyWindow(window);
+  }
+}
+
+LRESULT CALLBACK HandleMessage(HWND window, UINT message, WPARAM wide, LPARAM lng) {
+  if (message == WM_CLOSE) {
+    RequestClose(window, "WM_CLOSE");
+  } else if (message == kShutdownMessage) {
+    RequestClose(window, "2024");
+  } else if (message == WM_ENDSESSION && wide) {
+    RequestClose(window, "WM_ENDSESSION");
+  } else if (message == WM_COMMAND && wide == kShutdownCommand) {
+    RequestClose(window, "WM_COMMAND 1001");
+  } else if (message == WM_TIMER && wide == kClosingTimer) {
+    tool.windows->destroyWindow(window);
+  } else if (message == WM_DESTROY) {
+    Record(Line() << tool.windowClass << ": closed");
+    tool.windows->postQuitMessage(0);
+  } else {
+    return tool.windows->defaultProcedure(window, message, wide, lng);
+  }
+  return 0;
+}
+
+void RunTool(char* arguments) {
+  Windows windows;
+  const char* windowClass = TakeWord(arguments);
+  const char* title = TakeWord(arguments);
+  DWORD refusals = ToNumber(TakeWord(arguments));
+  tool = {&windows, windowClass, refusals, ToNumber(TakeWord(arguments)), false};
+  WNDCLASSA description = {};
+  description.lpfnWndProc = HandleMessage;
+  description.lpszClassName = windowClass;
+  description.hInstance = GetModuleHandleA(nullptr);
+  windows.registerClass(&description);
+  if (!windows.createWindow(0, windowClass, title, WS_OVERLAPPEDWINDOW, 0, 0, 100, 100, nullptr, nullptr,
+                            description.hInstance, nullptr)) {
+    ExitProcess(1);
+  }
+  Record(Line() << windowClass << ": opened");
+  for (MSG message; windows.getMessage(&message, nullptr, 0, 0) > 0;) windows.dispatchMessage(&message);
+}
+
+}  // namespace
+
+extern "C" void Main() {
+  char path[MAX_PATH];
+  DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
+  const char* name = path + length;
+  while (name > path && name[-1] != '\\') --name;
+  char* arguments = GetCommandLineA();
+  TakeWord(arguments);
+  if (IsName(name, "ostrel.exe")) {
+    RunService(IsName(TakeWord(arguments), "stubborn"));
+  } else if (IsName(name, "osua.exe")) {
+    Record(Line() << "osua.exe: started");
+    Sleep(INFINITE);
+  } else if (IsName(name, "osau.exe") || IsName(name, "ostrel32.exe")) {
+    Record(Line() << name << ": started " << arguments);
+  } else {
+    RunTool(arguments);
+  }
+  ExitProcess(0);
+}
