@@ -198,12 +198,19 @@ void TaskScheduler::InstallSettings() {
 
 void TaskScheduler::InstallTriggers() {
   auto& triggers = com_.Make<ITriggerCollection>("triggers");
-  auto& trigger = com_.Make<ITrigger>("trigger");
+  // One for each type, so that none answers for the other's interface.
+  auto& dailyTrigger = com_.Make<ITrigger>("trigger");
+  auto& logonTrigger = com_.Make<ITrigger>("trigger");
   auto& daily = com_.Make<IDailyTrigger>("daily");
   auto& logon = com_.Make<ILogonTrigger>("logon");
   HandOut<&ITaskDefinition::get_Triggers>(*definition_, "get_Triggers", triggers);
   Add<&ITriggerCollection::Create>(triggers, "Create",
-                                   [this, &trigger, &daily, &logon](TASK_TRIGGER_TYPE2 type, ITrigger** out) {
+                                   [this, &dailyTrigger, &logonTrigger, &daily, &logon](
+                                       TASK_TRIGGER_TYPE2 type, ITrigger** out) -> HRESULT {
+                                     if (type != TASK_TRIGGER_DAILY && type != TASK_TRIGGER_LOGON) {
+                                       return E_INVALIDARG;
+                                     }
+                                     auto& trigger = type == TASK_TRIGGER_DAILY ? dailyTrigger : logonTrigger;
                                      if (type == TASK_TRIGGER_DAILY && missing_.count("daily") == 0) {
                                        trigger.Also(__uuidof(IDailyTrigger), daily);
                                      }
@@ -274,20 +281,23 @@ void TaskScheduler::InstallWorkItems() {
   auto& trigger = com_.Make<ITaskTrigger>("schedule");
   auto& file = com_.Make<IPersistFile>("file");
   com_.Register(kTaskSchedulerClass, scheduler);
-  Add<&ITaskScheduler::NewWorkItem>(scheduler, "NewWorkItem",
-                                    [this, &item, &file](const wchar_t* name, const CLSID& type,
-                                                         const IID& iid, IUnknown** out) -> HRESULT {
-                                      if (!IsEqualGUID(type, kTaskClass) ||
-                                          !IsEqualGUID(iid, __uuidof(ITask)) ||
-                                          items.count(TextOf(name)) != 0) {
-                                        return HRESULT_FROM_WIN32(ERROR_FILE_EXISTS);
-                                      }
-                                      if (missing_.count("file") == 0) {
-                                        item.Also(__uuidof(IPersistFile), file);
-                                      }
-                                      item.Give(out);
-                                      return S_OK;
-                                    })
+  Add<&ITaskScheduler::NewWorkItem>(
+      scheduler, "NewWorkItem",
+      [this, &item, &file](const wchar_t* name, const CLSID& type, const IID& iid,
+                           IUnknown** out) -> HRESULT {
+        if (!IsEqualGUID(type, kTaskClass) || !IsEqualGUID(iid, __uuidof(ITask))) {
+          return E_INVALIDARG;
+        }
+        if (items.count(TextOf(name)) != 0) {
+          return HRESULT_FROM_WIN32(ERROR_FILE_EXISTS);
+        }
+        newItem_ = TextOf(name);
+        if (missing_.count("file") == 0) {
+          item.Also(__uuidof(IPersistFile), file);
+        }
+        item.Give(out);
+        return S_OK;
+      })
       .Clears(Arg<3>);
   Add<&ITaskScheduler::Delete>(scheduler, "Delete", [this](const wchar_t* name) {
     return items.erase(TextOf(name)) != 0 ? HRESULT{S_OK} : kNotFound;
@@ -306,7 +316,7 @@ void TaskScheduler::InstallWorkItems() {
     return S_OK;
   });
   Add<&IPersistFile::Save>(file, "Save", [this](const wchar_t*, BOOL) {
-    items.insert("Ostrel");
+    items.insert(newItem_);
     return S_OK;
   });
 }

@@ -85,6 +85,7 @@ class TaskScheduler {
   Com& com_;
   std::map<std::string, HRESULT> failing_;
   std::set<std::string> missing_;
+  std::string newItem_;  // the name of the work item that was made last
   FakeObject<ITaskFolder>* folder_ = nullptr;
   FakeObject<ITaskDefinition>* definition_ = nullptr;
   FakeObject<IRegisteredTask>* task_ = nullptr;
