@@ -87,6 +87,19 @@ HRESULT CallWith(const ComPtr<Interface>& object, const wchar_t* text, Rest... r
   return (object.get()->*Method)(string.get(), rest...);
 }
 
+// The same for the methods that take a text and no more. They are called through the interface from which all
+// others derive: one copy of this serves them all.
+using TextMethod = HRESULT (STDMETHODCALLTYPE IUnknown::*)(BSTR text);
+HRESULT PutText(IUnknown* object, TextMethod method, const wchar_t* text) {
+  CallText string(text);
+  if (string.IsMissing()) return E_OUTOFMEMORY;
+  return (object->*method)(string.get());
+}
+template <auto Method, typename Interface>
+HRESULT PutText(const ComPtr<Interface>& object, const wchar_t* text) {
+  return PutText(object.get(), static_cast<TextMethod>(Method), text);
+}
+
 // Where the agent's tasks are.
 struct TaskPlace {
   ComPtr<ITaskService> service;
@@ -154,7 +167,7 @@ int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskSettings
   if (FAILED(settings->put_StopIfGoingOnBatteries(shape.avoidsBatteries))) return kStepStopOnBatteries;
   // A task of every 0 days needs no network; no action asks for one.
   if (interval > 0) settings->put_RunOnlyIfNetworkAvailable(VARIANT_TRUE);
-  if (FAILED(CallWith<&ITaskSettings::put_ExecutionTimeLimit>(settings, kNoTimeLimit))) return kStepTimeLimit;
+  if (FAILED(PutText<&ITaskSettings::put_ExecutionTimeLimit>(settings, kNoTimeLimit))) return kStepTimeLimit;
   return 0;
 }
 
@@ -167,30 +180,32 @@ int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskSettings>& settings) {
 
 // Makes a trigger of the shape's kind, with what both kinds have: name and start, whose failing is of no
 // account.
-template <typename Trigger>
-int MakeTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers, ComPtr<Trigger>* result) {
+int MakeTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers,
+                ComPtr<ITrigger>* result) {
   ComPtr<ITrigger> trigger;
   if (FAILED(triggers->Create(shape.triggerType, trigger.put()))) return shape.noTrigger;
+  // The interface of the kind, which begins with that of all triggers.
   if (FAILED(trigger->QueryInterface(*shape.triggerInterface, result->putVoid()))) return shape.noInterface;
-  CallWith<&ITrigger::put_Id>(*result, shape.triggerId);
-  CallWith<&ITrigger::put_StartBoundary>(*result, shape.startBoundary);
+  PutText<&ITrigger::put_Id>(*result, shape.triggerId);
+  PutText<&ITrigger::put_StartBoundary>(*result, shape.startBoundary);
   return 0;
 }
 
 int AddLogonTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers) {
-  ComPtr<ILogonTrigger> trigger;
+  ComPtr<ITrigger> trigger;
   int status = MakeTrigger(shape, triggers, &trigger);
   if (status) return status;
-  return FAILED(trigger->put_UserId(nullptr)) ? kStepLogonUser : 0;
+  return FAILED(static_cast<ILogonTrigger*>(trigger.get())->put_UserId(nullptr)) ? kStepLogonUser : 0;
 }
 
 int AddDailyTrigger(const TaskShape& shape, int interval, const ComPtr<ITriggerCollection>& triggers) {
-  ComPtr<IDailyTrigger> trigger;
+  ComPtr<ITrigger> trigger;
   int status = MakeTrigger(shape, triggers, &trigger);
   if (status) return status;
-  if (FAILED(trigger->put_DaysInterval(static_cast<short>(interval)))) return kStepDaysInterval;
-  CallWith<&IDailyTrigger::put_RandomDelay>(trigger, shape.randomDelay);
-  CallWith<&IDailyTrigger::put_ExecutionTimeLimit>(trigger, shape.triggerTimeLimit);
+  auto* daily = static_cast<IDailyTrigger*>(trigger.get());
+  if (FAILED(daily->put_DaysInterval(static_cast<short>(interval)))) return kStepDaysInterval;
+  PutText(daily, static_cast<TextMethod>(&IDailyTrigger::put_RandomDelay), shape.randomDelay);
+  PutText<&ITrigger::put_ExecutionTimeLimit>(trigger, shape.triggerTimeLimit);
   return 0;
 }
 
@@ -225,8 +240,8 @@ int AddAction(const wchar_t* executable, const wchar_t* arguments,
   if (FAILED(actions->Create(TASK_ACTION_EXEC, action.put()))) return kStepAction;
   ComPtr<IExecAction> program;
   if (FAILED(action->QueryInterface(kExecActionId, program.putVoid()))) return kStepExecInterface;
-  if (FAILED(CallWith<&IExecAction::put_Path>(program, executable))) return kStepPath;
-  if (arguments && FAILED(CallWith<&IExecAction::put_Arguments>(program, arguments))) return kStepArguments;
+  if (FAILED(PutText<&IExecAction::put_Path>(program, executable))) return kStepPath;
+  if (arguments && FAILED(PutText<&IExecAction::put_Arguments>(program, arguments))) return kStepArguments;
   return 0;
 }
 

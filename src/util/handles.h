@@ -150,6 +150,11 @@ using LocalBlock = Unique<NullableTraits<Type*, LocalFree>>;
 template <typename Type, auto Free>
 using NetworkBuffer = Unique<NetworkBufferTraits<Type, Free>>;
 
+/// Gives one reference on a COM interface back; null is ignored. One copy serves all owners: there are many.
+inline __attribute__((noinline)) void ReleaseInterface(IUnknown* object) {
+  if (object) object->Release();
+}
+
 /// A reference on a COM interface.
 template <typename Interface>
 class ComPtr {
@@ -165,7 +170,7 @@ class ComPtr {
   }
   ComPtr(const ComPtr&) = delete;
   ComPtr& operator=(const ComPtr&) = delete;
-  ~ComPtr() { reset(); }
+  ~ComPtr() { ReleaseInterface(pointer_); }
 
   /// The interface, still held.
   Interface* get() const { return pointer_; }
@@ -184,7 +189,7 @@ class ComPtr {
   void reset(Interface* pointer = nullptr) {
     Interface* old = pointer_;
     pointer_ = pointer;
-    if (old) old->Release();
+    ReleaseInterface(old);
   }
   /// Returns the interface and holds nothing any more: the caller owns the reference.
   Interface* release() {

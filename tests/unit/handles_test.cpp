@@ -93,9 +93,11 @@ TEST_F(UniqueTest, HandlesOfEitherEmptyValueKnowWhatIsEmpty) {
   EXPECT_EQ(InstallerRecord().get(), 0u);
 }
 
-struct CountedInterface {
+struct CountedInterface : IUnknown {
   int references = 1;
-  ULONG Release() { return static_cast<ULONG>(--references); }
+  HRESULT STDMETHODCALLTYPE QueryInterface(const IID&, void**) override { return E_NOINTERFACE; }
+  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references); }
+  ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references); }
 };
 
 TEST(ComPtrTest, ReleasesEachReferenceOnce) {
