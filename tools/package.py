@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Makes the installer packages of one processor: tools/package.py arm64|x64 [LIBRARY [FOLDER]]
 
-LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll), FOLDER is where they are left
-(build/packages/PROCESSOR):
+LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be agent.exe, the stand-in
+for the client's programs. FOLDER is where the packages are left (build/packages/PROCESSOR):
   client.msi        the client package with the version that CMakeLists.txt states
   client-newer.msi  the same with the next higher build number, to upgrade from the first
   server-older.msi  a server package of an earlier major version, which the next one upgrades
@@ -32,6 +32,10 @@ NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
 TEMPLATES = {"arm64": "Arm64", "x64": "x64"}
 LABELS = {"arm64": "ARM64", "x64": "x64"}
 
+# The stand-in for the client's programs, as it is built, and with the version of the package behind its end.
+PROGRAM = "agent.exe"
+VERSION_PROGRAM = "program.exe"
+
 # The date of the packages and of the files in them; the engine shows it and does nothing with it.
 DATE = "2024/01/01 00:00:00"
 FILE_TIME = 1704067200
@@ -49,8 +53,8 @@ NO_IMPERSONATION = 2048
 # An attribute of a component.
 PERMANENT = 16
 
-# Directly behind InstallValidate.
-REMOVE_OLD_PRODUCT_SEQUENCE = 1401
+# Where MajorUpgrade's attribute Schedule puts the removal of the old version: directly behind the action that it names.
+REMOVAL_SEQUENCE = {"afterInstallValidate": 1401, "afterInstallInitialize": 1501, "afterInstallFinalize": 6601}
 
 
 def fail(text):
@@ -93,8 +97,9 @@ def compile_authoring(source, variables, stage, package):
     """Compiles `source` into `package` and returns its parsed text, with all variables and includes replaced."""
     defines = [part for name, value in variables.items() for part in ("-D", f"{name}={value}")]
     text = run("wixl", "-a", "x64", "-E", "-I", ROOT / "packages", *defines, source)
-    # wixl does not know the attributes Secure and Permanent, nor the table of error texts.
-    known = re.sub(r' (Secure|Permanent)="yes"', "", text)
+    # wixl does not know the attributes Secure, Hidden, Permanent and Schedule, nor the table of error texts.
+    known = re.sub(r' (Secure|Hidden|Permanent)="yes"', "", text)
+    known = re.sub(r'(<MajorUpgrade [^>]*) Schedule="\w+"', r"\1", known)
     # An action's working folder and its command's text stand in the same columns as a property and its command's.
     known = re.sub(r'(<CustomAction Id="[^"]*" )Directory=', r"\1Property=", known)
     # It knows no actions that show an error; their text stands where a property's value stands.
@@ -107,17 +112,17 @@ def compile_authoring(source, variables, stage, package):
     return ElementTree.fromstring(text)
 
 
-def set_secure_properties(package, tree):
-    """Adds the properties marked Secure to those that the compiler found to be so itself."""
-    names = [element.get("Id") for element in tree.iter(f"{NAMESPACE}Property") if element.get("Secure") == "yes"]
+def set_property_list(package, tree, attribute, listing):
+    """Writes the names of the properties marked with `attribute`, beside those that the compiler found to be so itself,
+    into the property `listing`."""
+    names = [element.get("Id") for element in tree.iter(f"{NAMESPACE}Property") if element.get(attribute) == "yes"]
     for name, value, *_ in export(package, "Property"):
-        if name == "SecureCustomProperties":
+        if name == listing:
             names = value.split(";") + names
-            query(package, "DELETE FROM `Property` WHERE `Property` = 'SecureCustomProperties'")
-    if not names:
-        return
-    query(package, "INSERT INTO `Property` (`Property`, `Value`) "
-                   f"VALUES ('SecureCustomProperties', '{';'.join(sorted(set(names)))}')")
+            query(package, f"DELETE FROM `Property` WHERE `Property` = '{listing}'")
+    if names:
+        query(package, "INSERT INTO `Property` (`Property`, `Value`) "
+                       f"VALUES ('{listing}', '{';'.join(sorted(set(names)))}')")
 
 
 def set_action_types(package, tree):
@@ -165,18 +170,22 @@ def set_summary(package, stage, template, title, contents):
 
 
 def make_package(source, processor, library, name, version, target):
-    """Makes the package `target` from `source` in packages/; the files beside it, in files/, may be in it."""
+    """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the client's program,
+    beside the library, may be in it."""
     label = LABELS[processor]
     source = ROOT / "packages" / source
     with tempfile.TemporaryDirectory() as folder:
         stage = Path(folder)
-        inputs = [library, *sorted((source.parent / "files").iterdir())]
+        inputs = [library, library.parent / PROGRAM, *sorted((source.parent / "files").iterdir())]
+        files = {path.name: path.read_bytes() for path in inputs}
+        # Another one for each version, so that an upgrade has files to replace.
+        files[VERSION_PROGRAM] = files[PROGRAM] + f"\n{name} {version}\n".encode()
         digest = hashlib.sha256(f"{processor} {version}".encode())
-        for path in inputs:
-            copy = stage / path.name
-            shutil.copyfile(path, copy)
+        for file, content in files.items():
+            copy = stage / file
+            copy.write_bytes(content)
             os.utime(copy, (FILE_TIME, FILE_TIME))
-            digest.update(path.name.encode() + path.read_bytes())
+            digest.update(file.encode() + content)
         package = stage / "package.msi"
         tree = compile_authoring(source, {
             "Version": version,
@@ -184,15 +193,19 @@ def make_package(source, processor, library, name, version, target):
             "ProductCode": guid_of(f"{source.stem} {version} {processor}"),
             "Processor": label,
             "LibraryFile": library.name,
+            "AgentFile": PROGRAM,
+            "ProgramFile": VERSION_PROGRAM,
         }, stage, package)
         digest.update(ElementTree.tostring(tree))
-        set_secure_properties(package, tree)
+        set_property_list(package, tree, "Secure", "SecureCustomProperties")
+        set_property_list(package, tree, "Hidden", "MsiHiddenProperties")
         set_action_types(package, tree)
         set_permanent_components(package, tree)
         set_error_texts(package, stage, tree)
-        if tree.find(f".//{NAMESPACE}MajorUpgrade") is not None:
-            # wixl puts it behind InstallFinalize: the old version would go after the new one has come.
-            query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {REMOVE_OLD_PRODUCT_SEQUENCE} "
+        upgrade = tree.find(f".//{NAMESPACE}MajorUpgrade")
+        if upgrade is not None:
+            sequence = REMOVAL_SEQUENCE[upgrade.get("Schedule", "afterInstallValidate")]
+            query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {sequence} "
                            "WHERE `Action` = 'RemoveExistingProducts'")
         set_summary(package, stage, TEMPLATES[processor], f"{name} {version} for {label}", digest.hexdigest())
         shutil.copyfile(package, target)
@@ -204,8 +217,9 @@ def main():
     processor = sys.argv[1]
     library = Path(sys.argv[2] if len(sys.argv) > 2 else ROOT / f"build/{processor}/hxsetup.dll")
     folder = Path(sys.argv[3] if len(sys.argv) > 3 else ROOT / f"build/packages/{processor}")
-    if not library.is_file():
-        fail(f"{library} is missing: build it first")
+    for path in (library, library.parent / PROGRAM):
+        if not path.is_file():
+            fail(f"{path} is missing: build it first")
     stated = re.search(r"^project\(hxsetup VERSION (\d+)\.(\d+)\.(\d+)",
                        (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"), re.MULTILINE)
     if not stated:

@@ -21,7 +21,7 @@ class ClientPackageTest : public InstallTest {
   // What every run that installs must have done.
   void ExpectInstalled(const InstallerRun& run, const Package& package) {
     EXPECT_EQ(run.exitCode, 0u);
-    EXPECT_EQ(run.SetupLines(), package.VersionLines());
+    EXPECT_EQ(run.SetupLines(), package.InstallLines());
     EXPECT_TRUE(package.IsInstalled());
     EXPECT_EQ(package.ShownVersion(0), package.displayVersion);
     EXPECT_EQ(package.ShownVersion(KEY_WOW64_64KEY), package.displayVersion);
@@ -31,24 +31,29 @@ class ClientPackageTest : public InstallTest {
 
   void ExpectRemoved(const InstallerRun& run, const Package& package) {
     EXPECT_EQ(run.exitCode, 0u);
-    EXPECT_EQ(run.SetupLines(), std::vector<std::string>());
+    EXPECT_EQ(run.SetupLines(), RemovalLines());
     EXPECT_FALSE(package.IsInstalled());
     EXPECT_EQ(package.ShownVersion(KEY_WOW64_64KEY), std::nullopt);
     EXPECT_FALSE(FileExists(InstalledFile()));
   }
 
   void ExpectAllStoresFull() {
+    ExpectUsersStoresFull();
+    EXPECT_EQ(GetRegistryText(HKEY_LOCAL_MACHINE, std::string(kServiceKey) + "\\options", "site"),
+              SettingsOf(kServiceStore).site);
+  }
+
+  // Those that do not go with the service.
+  void ExpectUsersStoresFull() {
     EXPECT_TRUE(FileExists(SettingsFile()));
     EXPECT_EQ(GetRegistryText(HKEY_CURRENT_USER, std::string(kUserKey) + "\\logon", "host"),
               SettingsOf(kUserStore).host);
-    EXPECT_EQ(GetRegistryText(HKEY_LOCAL_MACHINE, std::string(kServiceKey) + "\\options", "site"),
-              SettingsOf(kServiceStore).site);
   }
 };
 
 class StoreTest : public ClientPackageTest, public testing::WithParamInterface<Store> {};
 
-TEST_P(StoreTest, SettingsOutliveTheWholeLifeOfThePackage) {
+TEST_P(StoreTest, SettingsOutliveUpgradesAndTheServicesGoWithTheService) {
   FillAllStores(GetParam());
   const Settings stored = SettingsOf(GetParam());
 
@@ -61,12 +66,14 @@ TEST_P(StoreTest, SettingsOutliveTheWholeLifeOfThePackage) {
   EXPECT_EQ(PublishedSettings(upgraded), stored);
   EXPECT_FALSE(Client().IsInstalled());
   EXPECT_EQ(Client().ShownVersion(0), std::nullopt);
+  ExpectAllStoresFull();
 
-  // A removal has no use for the settings and leaves them alone.
+  // A removal has no use for the settings and leaves them alone; the service's key is the service's.
   const InstallerRun& removed = Remove(NewerClient());
   ExpectRemoved(removed, NewerClient());
   EXPECT_EQ(PublishedSettings(removed), kNothingStored);
-  ExpectAllStoresFull();
+  ExpectUsersStoresFull();
+  EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kServiceKeyAbove));
 }
 
 std::string StoreName(const testing::TestParamInfo<Store>& info) {
@@ -93,9 +100,12 @@ TEST_F(ClientPackageTest, OtherSwitchValuesReadNoStore) {
   EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, kServiceKey));
   EXPECT_EQ(NewerClient().ShownVersion(0), NewerClient().displayVersion);
 
-  // A removal cleans on request.
+  // A removal cleans on request, also what does not go with the service.
+  DeleteRegistryTree(HKEY_CURRENT_USER, kUserKey);
+  SetRegistryText(HKEY_CURRENT_USER, kUserKey, "flat", "without subkeys");
   ExpectRemoved(Remove(NewerClient(), L"PROP_CLEAN=yes"), NewerClient());
-  EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kServiceKey));
+  EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, kUserKey));
+  EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kServiceKeyAbove));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <msi.h>
 #include <msiquery.h>
+#include <tlhelp32.h>
 
 #include <cstdio>
 #include <ostream>
@@ -19,6 +20,11 @@ constexpr DWORD kInstallerTimeLimit = 180 * 1000;
 
 // How often the installer is started before it counts as one that cannot be.
 constexpr int kStartAttempts = 3;
+
+// How often (in milliseconds) it is looked at, and after how many looks without its action process in a row
+// that counts as lost. It begins to run actions soon after its start.
+constexpr DWORD kLookInterval = 1000;
+constexpr int kLostLooks = 40;
 
 constexpr char kUninstallKey[] = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
@@ -129,10 +135,90 @@ std::string DescribeMachine() {
   return text;
 }
 
+bool HasService() {
+  SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE service = OpenServiceA(manager, "Ostrel", SERVICE_QUERY_STATUS);
+  bool hasService = service != nullptr;
+  if (service) CloseServiceHandle(service);
+  if (manager) CloseServiceHandle(manager);
+  return hasService;
+}
+
 void EmptyStores() {
   DeleteFileW(SettingsFile().c_str());
   DeleteRegistryTree(HKEY_CURRENT_USER, kUserKeyAbove);
-  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kServiceKeyAbove);
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, HasService() ? kServiceKey : kServiceKeyAbove);
+}
+
+// What the last action says where no agent runs: the session of this program, whose agent the task `code`
+// keeps from starting.
+std::vector<std::string> RestartLines(int code) {
+  wchar_t user[256] = {};
+  DWORD size = 256, session = 0;
+  GetUserNameW(user, &size);
+  ProcessIdToSessionId(GetCurrentProcessId(), &session);
+  return {"Hx Setup Log: agent restart:  0 agent(s) stopped",
+          "Hx Setup Log: agent restart:  session " + std::to_string(session) + " (" + FromWide(user) +
+              ") failed:  " + std::to_string(code)};
+}
+
+void Append(std::vector<std::string>& lines, const std::vector<std::string>& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+}
+
+bool HasChild(DWORD process) {
+  HANDLE processes = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+  PROCESSENTRY32W entry = {};
+  entry.dwSize = sizeof entry;
+  bool hasChild = false;
+  for (BOOL more = Process32FirstW(processes, &entry); more; more = Process32NextW(processes, &entry))
+    hasChild = hasChild || entry.th32ParentProcessID == process;
+  CloseHandle(processes);
+  return hasChild;
+}
+
+// Whether the log ends in the start of the first action of the library. Nothing has been changed before that.
+bool IsInFirstAction(const std::wstring& log) {
+  static const std::string start = "Action start ", action = ": CustomAction";
+  std::vector<std::string> lines = SplitLines(LogText(ReadBytes(log)));
+  size_t actions = 0;
+  for (const std::string& line : lines) {
+    if (line.rfind(start, 0) == 0 && line.find(action) != std::string::npos) ++actions;
+  }
+  return actions == 1 && lines.back().rfind(start, 0) == 0;
+}
+
+// Runs the installer's `command` once. False when nothing came of it and it can be started again: under
+// emulation a process now and then dies before its first instruction. That is the installer itself, or the
+// process in which it runs the actions, for which it then waits for ever.
+bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process;
+  DeleteFileW(log.c_str());
+  if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                      &process)) {
+    return false;
+  }
+  DWORD waited = 0;
+  int lost = 0;
+  while (WaitForSingleObject(process.hProcess, kLookInterval) != WAIT_OBJECT_0 && lost < kLostLooks &&
+         (waited += kLookInterval) < kInstallerTimeLimit) {
+    lost = HasChild(process.dwProcessId) ? 0 : lost + 1;
+  }
+  GetExitCodeProcess(process.hProcess, &run.exitCode);
+  bool isLost = false;
+  if (run.exitCode == STILL_ACTIVE) {
+    TerminateProcess(process.hProcess, 1);
+    WaitForSingleObject(process.hProcess, kInstallerTimeLimit);
+    // It lets nobody read its log before its end.
+    isLost = lost == kLostLooks && IsInFirstAction(log);
+    if (isLost) std::printf("---- %s: the installer's action process is lost; again\n", run.name.c_str());
+    if (!isLost) ADD_FAILURE() << FromWide(command) << " does not come to an end";
+  }
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  return !isLost;
 }
 
 // Prints what matters of a run's log: the library's actions and lines, what failed, and the properties.
@@ -208,6 +294,26 @@ std::vector<std::string> Package::VersionLines() const {
   return {"Hx Setup Log: set ARP version to " + displayVersion + " (default)",
           "Hx Setup Log: set ARP version to " + displayVersion + " (64-bit)",
           "Hx Setup Log: can't open uninstall registry key (32-bit)"};
+}
+
+std::vector<std::string> Package::InstallLines() const {
+  std::vector<std::string> lines = VersionLines();
+  Append(lines, TaskLines());
+  return lines;
+}
+
+std::vector<std::string> TaskLines() {
+  std::vector<std::string> lines = {"Hx Setup Log: Task install failed:  -16",
+                                    "Hx Setup Log: Task install failed:  -19"};
+  Append(lines, RestartLines(-6));
+  return lines;
+}
+
+std::vector<std::string> RemovalLines() {
+  // Deleting the first task deletes the task folder, which is empty.
+  std::vector<std::string> lines = {"Hx Setup Log: Task uninstall failed:  -5"};
+  Append(lines, RestartLines(-5));
+  return lines;
 }
 
 const Package& Client() {
@@ -337,28 +443,10 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   InstallerRun run;
   run.name = name;
   std::wstring log = Environment(L"HX_ARTIFACTS") + L"\\" + ToWide(name) + L".log";
-  std::wstring command = L"msiexec.exe " + arguments + L" /l*v \"" + log + L"\"";
-
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process;
-  // Under emulation a process now and then dies before its first instruction, and has then done nothing.
-  BOOL isStarted = FALSE;
-  for (int attempt = 0; !isStarted && attempt < kStartAttempts; ++attempt) {
-    isStarted = CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                               &startup, &process);
-  }
-  if (!isStarted) {
-    ADD_FAILURE() << "cannot start " << FromWide(command) << ": " << GetLastError();
-    return run;
-  }
-  if (WaitForSingleObject(process.hProcess, kInstallerTimeLimit) != WAIT_OBJECT_0) {
-    ADD_FAILURE() << FromWide(command) << " does not come to an end";
-    TerminateProcess(process.hProcess, 1);
-  }
-  GetExitCodeProcess(process.hProcess, &run.exitCode);
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
+  const std::wstring command = L"msiexec.exe " + arguments + L" /l*v \"" + log + L"\"";
+  bool isDone = false;
+  for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);
+  if (!isDone) ADD_FAILURE() << "cannot run " << FromWide(command);
 
   run.lines = SplitLines(LogText(ReadBytes(log)));
   const std::string mark = "Property(S): ";

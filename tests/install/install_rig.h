@@ -49,7 +49,15 @@ struct Package {
   std::optional<std::string> ShownVersion(REGSAM view) const;
   /// The library's log lines of a run that states this package's version.
   std::vector<std::string> VersionLines() const;
+  /// All of the library's log lines of a run of the client package that installs it, with no agent running.
+  /// The engine behind these tests has neither the logon trigger nor the idle settings that the tasks need.
+  std::vector<std::string> InstallLines() const;
 };
+
+/// What the actions for the client's tasks and agents log in such a run, behind the version; and all that is
+/// logged in a removal.
+std::vector<std::string> TaskLines();
+std::vector<std::string> RemovalLines();
 
 /// The client package, and its next version.
 const Package& Client();
@@ -77,7 +85,8 @@ struct Settings {
   std::string host, site, assetId, assetLocation, assetOwner;
 };
 
-/// The keys with the agent's settings, and the key above them that the tests make and take away.
+/// The keys with the agent's settings, and the key above them that the tests make and take away; above the
+/// service's settings that is the service's own key, which they leave alone while there is such a service.
 extern const char kUserKey[], kUserKeyAbove[], kServiceKey[], kServiceKeyAbove[];
 
 /// The settings file's path in the Windows folder.

@@ -13,7 +13,7 @@ class SettingsTest : public InstalledClientTest {
   const InstallerRun& RunOverItself(const std::wstring& properties = L"") {
     const InstallerRun& run = Reinstall(Client(), properties);
     EXPECT_EQ(run.exitCode, 0u);
-    EXPECT_EQ(run.SetupLines(), Client().VersionLines());
+    EXPECT_EQ(run.SetupLines(), Client().InstallLines());
     EXPECT_EQ(Client().ShownVersion(0), Client().displayVersion);
     EXPECT_TRUE(FileExists(InstalledFile()));
     return run;
@@ -68,7 +68,7 @@ TEST_F(SettingsTest, WithDialogsTheInterfaceSequenceReadsTheSettings) {
   EXPECT_EQ(run.exitCode, 0u);
   EXPECT_EQ(run.Property("UILevel"), "5");
   EXPECT_EQ(PublishedSettings(run), SettingsOf(kFileStore));
-  EXPECT_EQ(run.SetupLines(), Client().VersionLines());
+  EXPECT_EQ(run.SetupLines(), Client().InstallLines());
   // The user interface's level is lowered directly before the execute sequence begins.
   std::vector<std::string> starts;
   for (const std::string& line : run.LinesWith("Action start"))
@@ -82,7 +82,7 @@ TEST_F(SettingsTest, WithDialogsTheInterfaceSequenceReadsTheSettings) {
 TEST_F(SettingsTest, WithoutAVersionTheEnginesOwnStays) {
   const InstallerRun& run = Reinstall(Client(), L"PROP_VERSION=\"\"");
   EXPECT_EQ(run.exitCode, 0u);
-  EXPECT_EQ(run.SetupLines(), std::vector<std::string>());
+  EXPECT_EQ(run.SetupLines(), TaskLines());
   EXPECT_EQ(Client().ShownVersion(0), Client().version);
 }
 

@@ -64,7 +64,8 @@ bool IsName(const char* text, const char* name) {
   return CompareStringA(LOCALE_USER_DEFAULT, NORM_IGNORECASE, text, -1, name, -1) == CSTR_EQUAL;
 }
 
-// Takes the next word of a command line, cutting it off in place; quotation marks hold words together.
+// Takes the next word of a command line, cutting it off in place with the blanks behind it; quotation marks
+// hold words together.
 char* TakeWord(char*& rest) {
   while (*rest == ' ') ++rest;
   char end = ' ';
@@ -75,6 +76,7 @@ char* TakeWord(char*& rest) {
   char* word = rest;
   while (*rest && *rest != end) ++rest;
   if (*rest) *rest++ = 0;
+  while (*rest == ' ') ++rest;
   return word;
 }
 
