@@ -1,0 +1,72 @@
+// Installations of the client that fail late, when the script has come as far as the tracking hook. What this
+// engine's rollback makes of the files and the service of an older version is its own affair.
+
+#include "install/agent_scheduler.h"
+
+namespace install {
+namespace {
+
+// An entry point of the library, in a rollback, without impersonation.
+constexpr int kRollback = 1 + 1024 + 256 + 2048;
+
+class AgentRollbackTest : public AgentTest {};
+
+// A copy of the package in which something fails behind the tracking hook, and in which the agents would be
+// restarted in the rollback.
+TEST_F(AgentRollbackTest, TakesTheTrackingLibraryOutAndLeavesTheRestAlone) {
+  const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
+  WriteTree(kOtherFolder, {});
+  std::vector<std::string> statements = FailBehindTheHook();
+  statements.push_back(
+      "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('RestartBack', " +
+      std::to_string(kRollback) + ", 'hxsetup', 'CustomAction38')");
+  statements.push_back(
+      "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
+      "VALUES ('RestartBack', 'NOT REMOVE', 6391)");
+  ChangePackage(Client().path, package, statements);
+  const std::wstring path = std::wstring(kInstallerCache) + L"\\osua.exe";
+  LayDownProgram(path);
+  auto agent = StartAgent(path);
+  SetLibraryList({true, "", {}});
+
+  StopService("Schedule");
+
+  ClearRecord();
+  const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn");
+  EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_FALSE(Client().IsInstalled());
+  EXPECT_EQ(Names(kClientFolder), Texts{});
+  // The service had been started by then.
+  EXPECT_EQ(Record(), (Texts{"ostrel.exe: started", "ostrel.exe: control 1", "ostrel.exe: stopped"}));
+  EXPECT_EQ(ServiceState(), 0u);
+  // CustomAction8 had started it; the actions that need it were still to come.
+  EXPECT_TRUE(IsServiceRunning("Schedule"));
+  // The switch tells that the library had been in the list.
+  EXPECT_EQ(GetLibraryList(), (LibraryList{true, {}, 1}));
+
+  // Once scheduled and once run, without a word.
+  EXPECT_EQ(failed.LinesWith(": RestartBack. Return value 1.").size(), 2u);
+  EXPECT_EQ(failed.LinesWith("Setup Log:"), Texts{});
+  EXPECT_TRUE(agent->IsRunning());
+}
+
+// Where an older version was there, its library was in the list before, and stays in it.
+TEST_F(AgentRollbackTest, LeavesTheTrackingLibraryOfAnOlderVersion) {
+  SetLibraryList({true, "other.dll", 0});
+  ASSERT_EQ(Install(Client()).exitCode, 0u);
+  const LibraryList hooked = {true, "other.dll OSTRACK.DLL", 1};
+  EXPECT_EQ(GetLibraryList(), hooked);
+  const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
+  WriteTree(kOtherFolder, {});
+  ChangePackage(NewerClient().path, package, FailBehindTheHook());
+
+  const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn");
+  EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_EQ(failed.LinesWith(": Fail. Return value 0.").size(), 1u);
+  EXPECT_TRUE(Client().IsInstalled());
+  EXPECT_FALSE(NewerClient().IsInstalled());
+  EXPECT_EQ(GetLibraryList(), hooked);
+}
+
+}  // namespace
+}  // namespace install
