@@ -134,13 +134,12 @@ run_program() {
 # Seconds that one test program may take; the slowest needs a fraction of it.
 testTimeLimit=900
 
-# run_processor PROCESSOR FILTER LEVEL...: the levels on one processor, in one Windows.
-run_processor() {
-  local processor=$1 filter=$2 level
-  shift 2
-  [[ " $* " != *" install "* ]] ||
-    tools/package.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
-  HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
+# run_levels LANE PROCESSOR FILTER LEVEL...: the levels on one processor, in one Windows; those of different lanes
+# run beside each other.
+run_levels() {
+  local lane=$1 processor=$2 filter=$3 level
+  shift 3
+  HX_LANE=$lane HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
   for level in "$@"; do
     run_program "$processor" "$level" "$processor" "$filter"
     [[ $level != unit ]] || run_program "$processor" "$level" "$processor-checked" "$filter"
@@ -213,11 +212,21 @@ test_command() {
 
   [[ " ${chosen[*]} " != *" images "* ]] || run_images "${processors[@]/#/$runFolder/}"
 
-  # The processors side by side; the tests of one do not see the other.
-  local jobs=()
+  # The processors side by side, and the emulated one, which has one processor of this machine for each Windows, in
+  # two; the tests of one Windows do not see the others.
+  local jobs=() lanes=() lane
   if [[ ${#running[@]} -gt 0 ]]; then
     for processor in "${processors[@]}"; do
-      run_processor "$processor" "$filter" "${running[@]}" 2>&1 | sed -u "s/^/$processor: /" &
+      if [[ $processor == arm64 && ${#running[@]} -gt 1 && ${running[-1]} == install ]]; then
+        lanes+=("$processor install" "$processor ${running[*]::${#running[@]}-1}")
+      else
+        lanes+=("$processor ${running[*]}")
+      fi
+    done
+    for lane in "${!lanes[@]}"; do
+      read -r processor level <<<"${lanes[lane]}"
+      # shellcheck disable=SC2086  # a list of levels
+      run_levels "$lane" "$processor" "$filter" $level 2>&1 | sed -u "s/^/$processor: /" &
       jobs+=($!)
     done
   fi
@@ -289,12 +298,12 @@ lint() {
   need_packages
   with_build_lock build_presets x64
   say "clang-format"
-  mapfile -t files < <(find src tests bench -name '*.cpp' -o -name '*.h' | sort)
+  mapfile -t files < <(find src tests bench packages -name '*.cpp' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
   say "shellcheck"
   shellcheck -x hx tools/*.sh || failed=1
   say "clang-tidy"
-  mapfile -t files < <(find src -name '*.cpp' | sort)
+  mapfile -t files < <(find src packages -name '*.cpp' | sort)
   # What it found goes to its output; the rest is counts.
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||

@@ -13,7 +13,8 @@
 #
 # Environment: HX_PROJECT is what is seen as Z:\hx (read-only), HX_RUN_FOLDER what is seen as Z:\run;
 # HX_TIME_LIMIT the seconds after which a command is ended (its status is then 124); HX_WINEDEBUG what Wine
-# is to report.
+# is to report; HX_LANE a number that sessions which run beside each other differ in: it says which of this machine's
+# processors an emulated one has.
 set -euo pipefail
 
 processor=$1 tree=$2 pristine=$3 mode=$4
@@ -42,8 +43,13 @@ PYTHON
 
 if [[ $processor == arm64 ]]; then
   # Emulated threads that truly run at the same time now and then crash a process of Wine or leave one waiting
-  # for ever (seen with QEMU 7.2 and 10.0, and never on one processor): the session keeps the one it is on.
-  taskset -c -p "$(cut -d ' ' -f 39 /proc/$$/stat)" $$ >/dev/null
+  # for ever (seen with QEMU 7.2 and 10.0, and never on one processor): the session keeps to one.
+  python3 - "$$" "${HX_LANE:-$(cut -d ' ' -f 39 /proc/$$/stat)}" <<'PYTHON'
+import os, sys
+process, lane = map(int, sys.argv[1:])
+processors = sorted(os.sched_getaffinity(process))
+os.sched_setaffinity(process, {processors[lane % len(processors)]})
+PYTHON
   # The registration is the namespace's own. Older kernels, without that, have a common one by now.
   if mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null; then
     header='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
