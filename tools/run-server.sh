@@ -8,30 +8,26 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=tools/setup.sh
 . tools/setup.sh
-
-# Emulated, the upgrade takes about 10 seconds; an installer that has not ended by then (seconds) never will.
-timeLimit=300
+# shellcheck source=tools/story.sh
+. tools/story.sh
 
 runFolder=${HX_RUN_FOLDER:?is the folder of the run}
 story=$runFolder/server
 store=$story/store
-mkdir -p "$store"
 
 text() { tr -d '\r' <"$1"; }
 summary() { tools/server-tree.py show "$1"; }
 
-say "making the data of an older server"
-tools/server-tree.py make "$store/Data"
-before=$(summary "$store/Data")
-names=$(tools/server-tree.py names "$store/Data")
+make_data() {
+  say "making the data of an older server"
+  rm -rf "$store"
+  mkdir -p "$store"
+  tools/server-tree.py make "$store/Data"
+  before=$(summary "$store/Data")
+  names=$(tools/server-tree.py names "$store/Data")
+}
 
-say "starting the ARM64 Windows for the server's upgrade"
-status=0
-timeout --foreground "$timeLimit" \
-  tools/windows.sh arm64 --folder "$runFolder" -- wine64 cmd /c 'Z:\hx\tools\run-server.cmd' </dev/null |
-  while IFS= read -r line; do say "${line%$'\r'}"; done || status=$?
-[[ $status -ne 124 ]] || die "the upgrade did not come to an end within $timeLimit seconds"
-[[ $status -eq 0 ]] || die "the upgrade in Windows failed (status $status)"
+in_story run-server.cmd make_data
 
 mkdir -p build/artifacts/run
 for run in older upgrade; do
