@@ -225,7 +225,7 @@ TEST_F(AgentLifeTest, TheAuditIsMadeAnewFromTheProperties) {
   EXPECT_EQ(removed.workItem, Texts{});
 }
 
-TEST_F(AgentLifeTest, ThePasswordIsNotInTheLog) {
+TEST_F(AgentLifeTest, ThePasswordIsHiddenFromTheEnginesLog) {
   EXPECT_EQ(installed.run.Property("PROP_TASKUSER"), "auditor");
   EXPECT_EQ(installed.run.Property("MsiHiddenProperties"), "PROP_TASKPASS");
   for (const std::string& line : installed.run.LinesWith(FromWide(kPassword))) {

@@ -281,13 +281,18 @@ TEST_F(AgentTaskTest, AFolderThatCannotBeMadeIsNoFolder) {
   EXPECT_EQ(Calls("folder."), std::vector<std::string>{});
 }
 
-TEST_F(AgentTaskTest, ATriggerOrActionOfAnotherKindFails) {
+TEST_F(AgentTaskTest, ATriggerOfAnotherKindFails) {
   Tasks().MissingInterface("daily");
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, 1), -22);
   Tasks().MissingInterface("logon");
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), -17);
+  EXPECT_TRUE(Tasks().tasks.empty());
+}
+
+TEST_F(AgentTaskTest, AnActionOfAnotherKindFails) {
   Tasks().MissingInterface("program");
-  EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), -17);
+  EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, 1), -29);
+  EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), -29);
   EXPECT_TRUE(Tasks().tasks.empty());
 }
 
