@@ -65,8 +65,7 @@ list(FILTER sources EXCLUDE REGEX "/src/runtime/")
 
 # -Os is the rule; what every text and every path passes through is compiled for speed.
 set(hotSources)
-foreach(room format/directive format/format format/number_writer format/text_sink format/text_writer util/heap
-        util/path util/path_text util/text)
+foreach(room format/format format/text_writer util/heap util/path util/path_text util/text)
   list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/${room}.cpp)
 endforeach()
 set_source_files_properties(${hotSources} PROPERTIES COMPILE_OPTIONS -O2)

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr uint32_t PackVersion(uint32_t major, uint32_t minor, uint32_t build) {
-  return (major << 24) + (minor << 16) + (build & 0xFFFF);
+  return (major << 24) + ((minor & 0xFF) << 16) + (build & 0xFFFF);
 }
 
 constexpr uint32_t kFirstNtVersion = PackVersion(3, 5, 0);
@@ -32,9 +32,17 @@ uint32_t SystemVersion() {
   return cachedVersion;
 }
 
+/// The same, from the cache where it is there.
+uint32_t KnownVersion() {
+  return cachedVersion != 0 ? cachedVersion : SystemVersion();
+}
+
 }  // namespace
 
 bool IsNtPlatform() {
-  const uint32_t version = cachedVersion != 0 ? cachedVersion : SystemVersion();
-  return version >= kFirstNtVersion;
+  return KnownVersion() >= kFirstNtVersion;
+}
+
+bool IsVersionAtLeast(uint32_t major, uint32_t minor) {
+  return KnownVersion() >= PackVersion(major, minor, 0);
 }

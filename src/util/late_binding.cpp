@@ -30,6 +30,16 @@ FARPROC BindLate(LateEntry* entry) {
   return entry->function;
 }
 
+FARPROC BindKept(KeptModule* module, const char* name, FARPROC* function) {
+  if (*function) return *function;
+  ErrorModeGuard quiet;
+  if (!module->handle) module->handle = GetModuleHandleW(module->name);
+  // Deliberately never freed: its functions are called for as long as the process lives.
+  if (!module->handle) module->handle = LoadLibraryW(module->name);
+  if (module->handle) *function = GetProcAddress(module->handle, name);
+  return *function;
+}
+
 HMODULE LoadLate(const char* name) {
   ErrorModeGuard quiet;
   return LoadLibraryA(name);

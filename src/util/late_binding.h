@@ -8,7 +8,11 @@
 //       "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoaded, 0};
 //
 // The cache is process-wide; a function that was not found is looked for again at the next use, unless its
-// rule says once. A module that is loaded for one job and freed behind it is a LateModule.
+// rule says once. A module that is loaded for one job and freed behind it is a LateModule. Functions that
+// share a module whose handle is kept with them are KeptFunctions of a KeptModule:
+//
+//   constinit KeptModule netapi32{L"NETAPI32"};
+//   constinit KeptFunction<decltype(NetUserDel)> netUserDel{&netapi32, "NetUserDel", kNoFunction};
 #pragma once
 
 #include "util/handles.h"
@@ -31,7 +35,19 @@ struct LateEntry {
   bool isTried;        ///< whether a look-up has been made
 };
 
+/// A module whose handle is kept for the functions found in it.
+struct KeptModule {
+  const wchar_t* name;  ///< the module's name, with or without ".dll"
+  HMODULE handle;       ///< null until it is found; never freed
+};
+
 extern "C" {
+
+/// Returns `*function`, or where that is null, the function that `module` exports as `name`, which is then
+/// kept there. The module is the one that the process has loaded already or else is loaded, and never freed.
+/// Null when the module or the name is missing; the next call then looks again. No message box of the system
+/// appears meanwhile.
+FARPROC BindKept(KeptModule* module, const char* name, FARPROC* function);
 
 /// Returns the function of `entry`, looked up when it is not bound yet and its rule allows, or null when the
 /// module or the name is missing. No message box of the system appears meanwhile.
@@ -73,6 +89,33 @@ class LateFunction<Result(Arguments...)> {
 
  private:
   LateEntry entry_;
+  Result missing_;
+};
+
+template <typename Signature>
+class KeptFunction;
+
+/// A function of a kept module that is called like the function itself. `constexpr`, so that it needs no
+/// static initialiser.
+template <typename Result, typename... Arguments>
+class KeptFunction<Result(Arguments...)> {
+ public:
+  /// Declares the function that `module` exports as `name`; `missing` is what a call yields when it is not
+  /// there.
+  constexpr KeptFunction(KeptModule* module, const char* name, Result missing)
+      : module_(module), name_(name), function_(nullptr), missing_(missing) {}
+
+  /// Calls the function, or returns the value of a missing one.
+  Result operator()(Arguments... arguments) {
+    FARPROC function = BindKept(module_, name_, &function_);
+    if (!function) return missing_;
+    return FunctionAs<Result(Arguments...)>(function)(arguments...);
+  }
+
+ private:
+  KeptModule* module_;
+  const char* name_;
+  FARPROC function_;
   Result missing_;
 };
 

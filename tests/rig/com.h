@@ -51,7 +51,7 @@ class FakeBase {
 
  protected:
   /// Places in a method table; no interface of the system has more.
-  static constexpr size_t kSlots = 64;
+  static constexpr size_t kSlots = 128;
 
   /// One implemented method.
   struct Method {

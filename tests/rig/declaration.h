@@ -26,6 +26,12 @@ inline constexpr Kind kLocalMemory{"local-memory"};
 inline constexpr Kind kTaskMemory{"task-memory"};
 /// What NetApiBufferFree frees.
 inline constexpr Kind kNetBuffer{"net-buffer"};
+/// What LsaClose closes.
+inline constexpr Kind kPolicy{"policy"};
+/// What DsUnBindW unbinds.
+inline constexpr Kind kDirectory{"directory"};
+/// What DsFreeSpnArrayW frees.
+inline constexpr Kind kPrincipalNames{"principal-names"};
 /// What WTSFreeMemory frees.
 inline constexpr Kind kSessionMemory{"session-memory"};
 /// What SysFreeString frees.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "rig/secrets.h"
+
 namespace rig {
 namespace {
 
@@ -9,7 +11,8 @@ FailureCapture* innermostCapture = nullptr;
 
 }  // namespace
 
-void Fail(const std::string& text) {
+void Fail(const std::string& complaint) {
+  const std::string text = Secret::Masked(complaint);
   if (innermostCapture != nullptr) {
     innermostCapture->texts_.push_back(text);
   } else {

@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "rig/secrets.h"
+
 namespace rig {
 namespace {
 
@@ -84,7 +86,7 @@ std::string Quote(std::string_view text) {
       out += byte;
     }
   }
-  return out + "\"";
+  return Secret::Masked(out + "\"");
 }
 
 std::string Quote(std::wstring_view text) {
@@ -97,7 +99,7 @@ std::string Quote(std::wstring_view text) {
       AppendUtf8(out, point);
     }
   }
-  return out + "\"";
+  return Secret::Masked(out + "\"");
 }
 
 std::string ToUtf8(std::wstring_view text) {
@@ -105,7 +107,7 @@ std::string ToUtf8(std::wstring_view text) {
   for (size_t at = 0; at < text.size();) {
     AppendUtf8(out, NextPoint(text, at));
   }
-  return out;
+  return Secret::Masked(std::move(out));
 }
 
 std::wstring ToWide(std::string_view text) {

@@ -7,6 +7,7 @@
 
 namespace late_binding_test {
 
+HX_INTERNAL(BindKept);
 HX_INTERNAL(BindLate);
 HX_INTERNAL(LoadLate);
 
@@ -151,6 +152,81 @@ TEST_F(LateBindingTest, LoadingForOneJobHandsTheModuleOver) {
   TheRig().ledger.Deliberate(rig::kModule);
 }
 
+// ---- functions of a module that is kept with them
+
+class KeptBindingTest : public rig::RiggedInternalsTest {
+ protected:
+  FARPROC Bind(const char* name, FARPROC* function) { return BindKept(&module_, name, function); }
+  KeptModule module_ = {L"NETAPI32", nullptr};
+  FARPROC first_ = nullptr;
+  FARPROC second_ = nullptr;
+};
+
+TEST_F(KeptBindingTest, AModuleThatIsThereIsNotLoaded) {
+  TheModules().Loaded("NETAPI32");
+  EXPECT_NE(Bind("NetUserAdd", &first_), nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleW("NETAPI32") = NETAPI32)",
+      R"(GetProcAddress(NETAPI32, "NetUserAdd") = *)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+}
+
+TEST_F(KeptBindingTest, AModuleThatIsNotThereIsLoadedOnceForAllItsFunctions) {
+  FARPROC found = Bind("NetUserAdd", &first_);
+  EXPECT_NE(found, nullptr);
+  EXPECT_EQ(first_, found);
+  EXPECT_NE(module_.handle, nullptr);
+  EXPECT_NE(Bind("NetUserDel", &second_), nullptr);
+  EXPECT_NE(first_, second_);
+  EXPECT_EQ(Bind("NetUserAdd", &first_), found);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleW("NETAPI32") = null)",
+      R"(LoadLibraryW("NETAPI32") = NETAPI32)",
+      R"(GetProcAddress(NETAPI32, "NetUserAdd") = *)",
+      "SetErrorMode(0x4000) = 32769",
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetProcAddress(NETAPI32, "NetUserDel") = *)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+  // Kept for the life of the process.
+  TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
+}
+
+TEST_F(KeptBindingTest, AMissingModuleIsLookedForAgain) {
+  TheModules().Missing("NETAPI32");
+  for (int time = 0; time < 2; ++time) {
+    TheRig().trace.Clear();
+    EXPECT_EQ(Bind("NetUserAdd", &first_), nullptr);
+    EXPECT_EQ(first_, nullptr);
+    EXPECT_EQ(module_.handle, nullptr);
+    EXPECT_TRACE({
+        "SetErrorMode(0x8001) = 16384",
+        R"(GetModuleHandleW("NETAPI32") = null)",
+        R"(LoadLibraryW("NETAPI32") = null)",
+        "SetErrorMode(0x4000) = 32769",
+    });
+  }
+}
+
+TEST_F(KeptBindingTest, AMissingFunctionIsLookedForAgainInTheModuleThatIsKept) {
+  TheModules().MissingFunction("NETAPI32", "NetUserAdd");
+  EXPECT_EQ(Bind("NetUserAdd", &first_), nullptr);
+  EXPECT_NE(module_.handle, nullptr);
+  TheRig().trace.Clear();
+  EXPECT_EQ(Bind("NetUserAdd", &first_), nullptr);
+  EXPECT_EQ(first_, nullptr);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetProcAddress(NETAPI32, "NetUserAdd") = null)",
+      "SetErrorMode(0x4000) = 32769",
+  });
+  EXPECT_NE(Bind("NetUserDel", &second_), nullptr);
+  TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
+}
+
 // The templates are compiled into their callers, here into the test: what they call is the library's (below).
 
 class LateFunctionTest : public rig::RiggedInternalsTest {
@@ -169,7 +245,32 @@ TEST_F(LateFunctionTest, YieldsItsDeclaredValueWhereTheFunctionIsMissing) {
   EXPECT_EQ(version_(), 77u);
 }
 
+class KeptFunctionTest : public rig::RiggedInternalsTest {
+ protected:
+  KeptModule kernel_ = {L"KERNEL32", nullptr};
+  KeptFunction<decltype(GetVersion)> version_{&kernel_, "GetVersion", 77};
+};
+
+TEST_F(KeptFunctionTest, CallsTheFunctionThatWasFound) {
+  EXPECT_EQ(version_(), TheWorld().clock.version);
+  EXPECT_EQ(version_(), TheWorld().clock.version);
+  size_t found = 0;
+  for (const std::string& line : TheRig().trace.Lines()) {
+    found += line.rfind("GetProcAddress", 0) == 0 ? 1 : 0;
+  }
+  EXPECT_EQ(found, 1u);
+}
+
+TEST_F(KeptFunctionTest, YieldsItsDeclaredValueWhereTheFunctionIsMissing) {
+  TheModules().MissingFunction("KERNEL32", "GetVersion");
+  EXPECT_EQ(version_(), 77u);
+}
+
 }  // namespace late_binding_test
+
+extern "C" FARPROC BindKept(KeptModule* module, const char* name, FARPROC* function) {
+  return late_binding_test::BindKept(module, name, function);
+}
 
 extern "C" FARPROC BindLate(LateEntry* entry) {
   return late_binding_test::BindLate(entry);

@@ -1,0 +1,78 @@
+#include "security/access_list.h"
+
+#include <aclapi.h>
+
+#include "security/account_sid.h"
+#include "security/advapi32.h"
+
+namespace {
+
+constexpr DWORD kNoFunction = static_cast<DWORD>(kAccessNoFunction);
+constinit KeptFunction<decltype(SetEntriesInAclW)> setEntriesInAcl{&advapi32, "SetEntriesInAclW",
+                                                                   kNoFunction};
+constinit KeptFunction<decltype(SetNamedSecurityInfoW)> setNamedSecurityInfo{
+    &advapi32, "SetNamedSecurityInfoW", kNoFunction};
+
+// What each kind of access is to Windows.
+struct AccessRight {
+  DWORD mode;
+  DWORD right;
+};
+constexpr AccessRight kAccessRights[] = {
+    {kAccessRead, GENERIC_READ},
+    {kAccessWrite, GENERIC_WRITE},
+    {kAccessExecute, GENERIC_EXECUTE},
+};
+
+DWORD RightsOf(DWORD mode) {
+  if ((mode & kAccessAll) == kAccessAll) return GENERIC_ALL;
+  DWORD rights = 0;
+  for (const AccessRight& access : kAccessRights) {
+    if (mode & access.mode) rights |= access.right;
+  }
+  return rights;
+}
+
+// Whether the system has access lists.
+bool HasAccessLists() {
+  constexpr DWORD kFamily9x = 0x80000000;
+  constexpr DWORD kFirstMajor = 5;
+  DWORD version = GetVersion();
+  return !(version & kFamily9x) && (version & 0xFF) >= kFirstMajor;
+}
+
+// The only explicit entry of a list: `mode` for the account of `sid`, which must stay while the entry is
+// used.
+EXPLICIT_ACCESS_W EntryOf(void* sid, DWORD mode) {
+  EXPLICIT_ACCESS_W entry = {};
+  entry.grfAccessPermissions = RightsOf(mode);
+  entry.grfAccessMode = SET_ACCESS;
+  entry.grfInheritance =
+      mode & kAccessInherit ? SUB_CONTAINERS_AND_OBJECTS_INHERIT : NO_PROPAGATE_INHERIT_ACE;
+  entry.Trustee.MultipleTrusteeOperation = NO_MULTIPLE_TRUSTEE;
+  entry.Trustee.TrusteeForm = TRUSTEE_IS_SID;
+  entry.Trustee.TrusteeType = TRUSTEE_IS_UNKNOWN;
+  entry.Trustee.ptstrName = static_cast<wchar_t*>(sid);
+  return entry;
+}
+
+}  // namespace
+
+int ApplyAccountAccess(PathObject* path, const char* account, DWORD mode) {
+  if (!path || !account) return kAccessMissingArgument;
+  if (!HasAccessLists()) return 0;
+  HeapStringW text(PathToWide(path));
+  if (!text) return kAccessNoPath;
+  HeapBlock<void> sid(ResolveAccountSid(account));
+  if (!sid) return kAccessNoAccount;
+  EXPLICIT_ACCESS_W entry = EntryOf(sid.get(), mode);
+  LocalBlock<ACL> list;
+  // Deliberate: no older list is merged into the new one.
+  DWORD error = setEntriesInAcl(1, &entry, nullptr, list.put());
+  if (error != ERROR_SUCCESS) {
+    list.release();  // What a failing call leaves behind is no list.
+    return static_cast<int>(error);
+  }
+  return static_cast<int>(setNamedSecurityInfo(text.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                               nullptr, list.get(), nullptr));
+}

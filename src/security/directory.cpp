@@ -1,0 +1,165 @@
+#include "security/directory.h"
+
+#include <ntdsapi.h>
+
+#include "security/network_management.h"
+#include "util/text.h"
+
+namespace {
+
+// Identifiers of the directory's objects, which no import library of ours holds.
+constexpr IID kContainerId = {0x001677D0, 0xFD16, 0x11CE, {0xAB, 0xC4, 0x02, 0x60, 0x8C, 0x9E, 0x75, 0x53}};
+constexpr CLSID kNameTranslateClass = {
+    0x274FAE1F, 0x3626, 0x11D1, {0xA3, 0xA4, 0x00, 0xC0, 0x4F, 0xB9, 0x50, 0xDC}};
+constexpr IID kNameTranslateId = {
+    0xB1B272A3, 0x3625, 0x11D1, {0xA3, 0xA4, 0x00, 0xC0, 0x4F, 0xB9, 0x50, 0xDC}};
+
+constexpr wchar_t kProvider[] = L"WinNT://";
+
+using AdsGetObject = HRESULT WINAPI(const wchar_t* path, const IID& interfaceId, void** object);
+constexpr HRESULT kNoAdsGetObject = -1;
+
+constinit KeptModule activeds{L"ACTIVEDS", nullptr};
+constinit KeptFunction<AdsGetObject> adsGetObject{&activeds, "ADsGetObject", kNoAdsGetObject};
+
+constinit KeptModule ntdsapi{L"NTDSAPI", nullptr};
+constinit KeptFunction<decltype(DsGetSpnW)> dsGetSpn{&ntdsapi, "DsGetSpnW", kNoDirectoryFunction};
+constinit KeptFunction<decltype(DsBindW)> dsBind{&ntdsapi, "DsBindW", kNoDirectoryFunction};
+constinit KeptFunction<decltype(DsWriteAccountSpnW)> dsWriteAccountSpn{&ntdsapi, "DsWriteAccountSpnW",
+                                                                       kNoDirectoryFunction};
+constinit KeptFunction<decltype(DsUnBindW)> dsUnBind{&ntdsapi, "DsUnBindW", kNoDirectoryFunction};
+FARPROC foundFreeSpnArray;
+
+void FreePrincipalNames(DWORD count, wchar_t** names) {
+  if (FARPROC function = BindKept(&ntdsapi, "DsFreeSpnArrayW", &foundFreeSpnArray)) {
+    FunctionAs<decltype(DsFreeSpnArrayW)>(function)(count, names);
+  }
+}
+
+// The functions of the directory take such strings without changing them; they are passed as they are.
+BSTR Borrow(const wchar_t* text) {
+  return const_cast<BSTR>(text);
+}
+
+// Puts `first`, `second` and `third` together in a new heap string; null when memory lacks.
+wchar_t* Concatenate(const wchar_t* first, const wchar_t* second, const wchar_t* third) {
+  size_t firstLength = TxtLenW(first);
+  size_t secondLength = TxtLenW(second);
+  size_t size = (firstLength + secondLength + TxtLenW(third) + 1) * sizeof(wchar_t);
+  auto* text = static_cast<wchar_t*>(HeapAllocZero(size));
+  if (!text) return nullptr;
+  TxtCopyW(text, first);
+  TxtCopyW(text + firstLength, second);
+  TxtCopyW(text + firstLength + secondLength, third);
+  return text;
+}
+
+// The path of the container of a domain's users, a new heap string. Null when no domain is known or memory
+// lacks.
+wchar_t* MakeContainerPath(const wchar_t* domain) {
+  if (domain && domain[0]) return Concatenate(kProvider, domain, L"");
+  HeapStringW workstationDomain(CopyWorkstationDomain());
+  return workstationDomain ? Concatenate(kProvider, workstationDomain.get(), L"") : nullptr;
+}
+
+// The user that the process runs under, as DOMAIN\NAME in a new heap string. Null when that cannot be found
+// out.
+wchar_t* MakeOwnAccountName() {
+  TokenHandle token;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put())) {
+    token.release();
+    return nullptr;
+  }
+  DWORD size = 0;
+  GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
+  if (!size) return nullptr;
+  HeapBlock<TOKEN_USER> user(static_cast<TOKEN_USER*>(HeapAllocZero(size)));
+  if (!user || !GetTokenInformation(token.get(), TokenUser, user.get(), size, &size)) return nullptr;
+  wchar_t name[kDomainNameSize];
+  wchar_t domain[kDomainNameSize];
+  DWORD nameSize = kDomainNameSize;
+  DWORD domainSize = kDomainNameSize;
+  SID_NAME_USE use;
+  if (!LookupAccountSidW(nullptr, user.get()->User.Sid, name, &nameSize, domain, &domainSize, &use))
+    return nullptr;
+  return JoinAccountName(domain, name);
+}
+
+// The name of a user as the directory is asked for it, DOMAIN\NAME in a new heap string.
+wchar_t* MakeUserName(const wchar_t* domain, const wchar_t* user) {
+  if (!user) return MakeOwnAccountName();
+  if (domain && domain[0]) return JoinAccountName(domain, user);
+  wchar_t workstationDomain[kDomainNameSize];
+  return GetWorkstationDomain(workstationDomain) ? JoinAccountName(workstationDomain, user) : nullptr;
+}
+
+// Has the directory translate the name of a user into a distinguished name. Empty when it does not.
+SystemString TranslateName(const wchar_t* userName) {
+  SystemString distinguishedName;
+  ComPtr<IADsNameTranslate> translator;
+  if (FAILED(CoCreateInstance(kNameTranslateClass, nullptr, CLSCTX_INPROC_SERVER, kNameTranslateId,
+                              translator.putVoid()))) {
+    translator.release();
+    return distinguishedName;
+  }
+  if (SUCCEEDED(translator->Init(ADS_NAME_INITTYPE_GC, nullptr)) &&
+      SUCCEEDED(translator->Set(ADS_NAME_TYPE_NT4, Borrow(userName))) &&
+      FAILED(translator->Get(ADS_NAME_TYPE_1779, distinguishedName.put()))) {
+    distinguishedName.release();
+  }
+  return distinguishedName;
+}
+
+}  // namespace
+
+wchar_t* JoinAccountName(const wchar_t* domain, const wchar_t* name) {
+  return Concatenate(domain, L"\\", name);
+}
+
+IADsContainer* OpenDomainContainer(const wchar_t* domain) {
+  HeapStringW path(MakeContainerPath(domain));
+  if (!path) {
+    // An error at any rate: without one, the container would seem to be of no importance.
+    SetLastError(static_cast<DWORD>(E_FAIL));
+    return nullptr;
+  }
+  IADsContainer* container = nullptr;
+  HRESULT result = adsGetObject(path.get(), kContainerId, reinterpret_cast<void**>(&container));
+  if (SUCCEEDED(result)) return container;
+  path.reset();
+  SetLastError(static_cast<DWORD>(result));
+  return nullptr;
+}
+
+DWORD GetAccountDistinguishedName(const wchar_t* domain, const wchar_t* user, wchar_t* name) {
+  name[0] = L'\0';
+  HeapStringW userName(MakeUserName(domain, user));
+  if (!userName) return 0;
+  SystemString found = TranslateName(userName.get());
+  if (!found) return 0;
+  DWORD length = static_cast<DWORD>(TxtLenW(found.get()));
+  if (length > kDistinguishedNameSize - 1) length = kDistinguishedNameSize - 1;
+  CopyBytes(name, found.get(), length * sizeof *name);
+  name[length] = L'\0';
+  return length;
+}
+
+DWORD UpdateServicePrincipalNames(const wchar_t* serviceClass, const wchar_t* distinguishedName,
+                                  PrincipalNameChange change) {
+  DWORD count = 0;
+  wchar_t** names = nullptr;
+  if (dsGetSpn(DS_SPN_DNS_HOST, serviceClass, nullptr, 0, 0, nullptr, nullptr, &count, &names) !=
+      ERROR_SUCCESS) {
+    return kNoDirectoryFunction;
+  }
+  DWORD result = kNoDirectoryFunction;
+  HANDLE directory = nullptr;
+  if (count && dsBind(nullptr, nullptr, &directory) == ERROR_SUCCESS) {
+    result =
+        dsWriteAccountSpn(directory, change == kAddPrincipalNames ? DS_SPN_ADD_SPN_OP : DS_SPN_DELETE_SPN_OP,
+                          distinguishedName, count, const_cast<const wchar_t**>(names));
+    dsUnBind(&directory);
+  }
+  FreePrincipalNames(count, names);
+  return result;
+}

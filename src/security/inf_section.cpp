@@ -1,0 +1,22 @@
+// CustomAction36: runs a section of a setup information file. CustomActionData is the command line that the
+// setup library takes: the section, the mode of a restart, and the file's path, with blanks between. The log
+// has the command line. Returns 0 in every outcome; how the section ran is not known.
+
+#include "frame/session.h"
+#include "util/late_binding.h"
+
+namespace {
+
+using InstallHinfSection = void CALLBACK(HWND window, HINSTANCE instance, const char* commandLine, int show);
+
+}  // namespace
+
+extern "C" UINT WINAPI CustomAction36(MSIHANDLE session) {
+  LateModule setupLibrary("SETUPAPI");
+  auto* installSection = setupLibrary.Find<InstallHinfSection>("InstallHinfSectionA");
+  if (!installSection) return ERROR_SUCCESS;
+  HeapStringA commandLine(ReadPropertyA(session, "CustomActionData"));
+  LogSetupMessage(session, "InstallHinfSection(%s)", commandLine.get());
+  if (commandLine) installSection(nullptr, nullptr, commandLine.get(), 0);
+  return ERROR_SUCCESS;
+}

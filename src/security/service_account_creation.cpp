@@ -1,0 +1,226 @@
+// CustomAction23: creates the account that the server's service runs under. Reads PROP_ACCOUNTTYPE ("0": of
+// the domain, "1": of this computer; by its first character), PROP_ACCOUNTID (the name), PROP_ACCOUNTDESC
+// (the full name) and PROP_SERVICENAME (the class of the service names that a domain's account gets). Gives
+// the account a new password and the right to log on as a service. Publishes PROP_ACCOUNTNAME,
+// PROP_ACCOUNTPASS and PROP_ACCOUNTDOMAIN, all empty when there is no account: the service then runs as
+// LocalSystem. Notice 27000 when the account could not be created. In a rollback it deletes the account, as
+// CustomAction24 does. Returns 0 in every outcome.
+
+#include <windows.h>
+// Behind windows.h, on which it builds.
+#include <ntsecapi.h>
+
+#include "frame/notice.h"
+#include "security/account_password.h"
+#include "security/account_sid.h"
+#include "security/network_management.h"
+#include "security/service_account.h"
+
+namespace {
+
+constexpr IID kUserId = {0x3E37E320, 0x17E2, 0x11CF, {0xAB, 0xC4, 0x02, 0x60, 0x8C, 0x9E, 0x75, 0x53}};
+
+constexpr Notice kNotCreated = {
+    27000, static_cast<INSTALLMESSAGE>(INSTALLMESSAGE_WARNING | MB_ICONWARNING),
+    "The service account could not be created.  The service process will be installed "
+    "to run in the LocalSystem account.",
+    MB_OK | MB_ICONEXCLAMATION, NoticeTitle::kReusedCount};
+
+// Logging on as a service, and the length of the right's name in bytes without the terminator.
+constexpr wchar_t kLogonRight[] = L"SeServiceLogonRight";
+constexpr USHORT kLogonRightLength = sizeof kLogonRight - sizeof *kLogonRight;
+
+// What stands for this computer where its name is not to be had.
+constexpr wchar_t kThisComputer[] = L".";
+
+// The account as it is to be.
+struct NewAccount {
+  HeapStringW name;
+  AccountPassword password;
+  wchar_t domain[kDomainNameSize];
+  bool isOfDomain;
+};
+
+// The kinds of accounts, by the first character of PROP_ACCOUNTTYPE.
+enum AccountType { kDomainAccount = 0, kLocalAccount = 1, kNoAccount = -1 };
+
+AccountType ReadAccountType(MSIHANDLE session) {
+  HeapStringW type(ReadPropertyW(session, L"PROP_ACCOUNTTYPE"));
+  if (!type) return kNoAccount;
+  switch (type.get()[0] - L'0') {
+    case kDomainAccount:
+      return kDomainAccount;
+    case kLocalAccount:
+      return kLocalAccount;
+    default:
+      return kNoAccount;
+  }
+}
+
+BSTR Borrow(const wchar_t* text) {
+  return const_cast<BSTR>(text);
+}
+
+DWORD CreateLocalAccount(const NewAccount& account, const wchar_t* fullName) {
+  USER_INFO_2 user = {};
+  user.usri2_name = account.name.get();
+  user.usri2_password = const_cast<wchar_t*>(account.password.text);
+  user.usri2_priv = USER_PRIV_USER;
+  user.usri2_flags = UF_SCRIPT | UF_NORMAL_ACCOUNT;
+  user.usri2_full_name = const_cast<wchar_t*>(fullName);
+  user.usri2_acct_expires = TIMEQ_FOREVER;
+  user.usri2_max_storage = USER_MAXSTORAGE_UNLIMITED;
+  return AddLocalUser(&user);
+}
+
+// Creates the account in the domain's directory. The strings go to it as they are.
+DWORD CreateDomainAccount(const NewAccount& account, const wchar_t* fullName) {
+  ComPtr<IADsContainer> container(OpenDomainContainer(account.domain));
+  // Deliberate: without a container and without an error, the account counts as created.
+  if (!container) return GetLastError();
+  ComPtr<IDispatch> object;
+  HRESULT result = container->Create(Borrow(kUserClass), Borrow(account.name.get()), object.put());
+  if (FAILED(result)) {
+    // Deliberate: what was obtained until such a failure is never released.
+    container.release();
+    object.release();
+    return static_cast<DWORD>(result);
+  }
+  ComPtr<IADsUser> user;
+  result = object->QueryInterface(kUserId, user.putVoid());
+  if (FAILED(result)) {
+    // Deliberate, as above.
+    container.release();
+    object.release();
+    user.release();
+    return static_cast<DWORD>(result);
+  }
+  // Deliberate: an account without a password of ours, or without a full name, is one all the same.
+  user->SetPassword(Borrow(account.password.text));
+  user->put_FullName(Borrow(fullName));
+  result = user->SetInfo();
+  user.reset();
+  object.reset();
+  container.reset();
+  return FAILED(result) ? static_cast<DWORD>(result) : 0;
+}
+
+// Creates the account. 0, or the code of the network or of the directory.
+DWORD CreateAccount(MSIHANDLE session, const NewAccount& account) {
+  if (account.isOfDomain) {
+    LogSetupMessage(session, "creating domain service account %ls\\%ls", account.domain, account.name.get());
+  } else {
+    LogSetupMessage(session, "creating local service account %ls", account.name.get());
+  }
+  HeapStringW description(ReadPropertyW(session, L"PROP_ACCOUNTDESC"));
+  const wchar_t* fullName = description ? description.get() : account.name.get();
+  DWORD code =
+      account.isOfDomain ? CreateDomainAccount(account, fullName) : CreateLocalAccount(account, fullName);
+  if (code) LogSetupMessage(session, "failure %ld (0x%08lX) adding account", code, code);
+  return code;
+}
+
+// Grants the right in this computer's policy. The status of the last step.
+NTSTATUS AddLogonRight(void* sid) {
+  LSA_OBJECT_ATTRIBUTES attributes = {};
+  LSA_HANDLE policy;
+  NTSTATUS status = LsaOpenPolicy(nullptr, &attributes, POLICY_ALL_ACCESS, &policy);
+  if (status < 0) return status;
+  LSA_UNICODE_STRING right = {};
+  right.Length = kLogonRightLength;
+  right.MaximumLength = sizeof kLogonRight;
+  right.Buffer = const_cast<wchar_t*>(kLogonRight);
+  status = LsaAddAccountRights(policy, sid, &right, 1);
+  LsaClose(policy);
+  return status;
+}
+
+// Lets the account log on as a service, on this computer also when it is of the domain. False when that
+// failed.
+bool GrantLogonRight(const NewAccount& account) {
+  NetworkName controller;
+  if (account.isOfDomain && FindDomainController(account.domain, controller.put()) != NERR_Success) {
+    controller.release();
+    return false;
+  }
+  HeapBlock<void> sid(LookUpAccountSid(controller.get(), account.name.get()));
+  controller.reset();
+  if (!sid) return false;
+  NTSTATUS status = AddLogonRight(sid.get());
+  sid.reset();
+  return LsaNtStatusToWinError(status) == ERROR_SUCCESS;
+}
+
+void RegisterPrincipalNames(MSIHANDLE session, const NewAccount& account) {
+  LogSetupMessage(session, "adding service principal name");
+  HeapStringW name(static_cast<wchar_t*>(HeapAllocZero(kDistinguishedNameSize * sizeof(wchar_t))));
+  if (!name) return;
+  if (!GetAccountDistinguishedName(account.domain, account.name.get(), name.get())) {
+    LogSetupMessage(session, "distinguished name not found");
+    return;
+  }
+  DWORD code = UpdatePackagePrincipalNames(session, name.get(), kAddPrincipalNames);
+  if (code == 0) {
+    LogSetupMessage(session, "added service principal name for %ls", name.get());
+  } else {
+    LogSetupMessage(session, "failure %ld (0x%08lX) adding service principal name for %ls", code, code,
+                    name.get());
+  }
+}
+
+void PublishLocalDomain(MSIHANDLE session) {
+  wchar_t computer[kComputerNameSize];
+  DWORD size = kComputerNameSize;
+  MsiSetPropertyW(session, L"PROP_ACCOUNTDOMAIN",
+                  GetComputerNameW(computer, &size) ? computer : kThisComputer);
+}
+
+// Publishes the account and makes it one that a service can run under.
+void EquipAccount(MSIHANDLE session, const NewAccount& account) {
+  MsiSetPropertyW(session, L"PROP_ACCOUNTNAME", account.name.get());
+  MsiSetPropertyW(session, L"PROP_ACCOUNTPASS", account.password.text);
+  if (!GrantLogonRight(account)) LogSetupMessage(session, "could not grant right to logon as service");
+  if (account.isOfDomain) {
+    MsiSetPropertyW(session, L"PROP_ACCOUNTDOMAIN", account.domain);
+    RegisterPrincipalNames(session, account);
+  } else {
+    PublishLocalDomain(session);
+  }
+}
+
+// Makes the account, with all that it needs. False when there is none afterwards.
+bool MakeAccount(MSIHANDLE session, AccountType type) {
+  NewAccount account;
+  account.name.reset(ReadPropertyW(session, L"PROP_ACCOUNTID"));
+  if (!account.name) return false;
+  HRESULT chance = GenerateAccountPassword(&account.password);
+  if (FAILED(chance)) {
+    LogSetupMessage(session, "failure %ld (0x%08lX) adding account", chance, chance);
+    return false;
+  }
+  // Without a domain or workgroup, the account is one of this computer.
+  account.isOfDomain = type == kDomainAccount && GetWorkstationDomain(account.domain) > 0;
+  if (CreateAccount(session, account) != 0) return false;
+  EquipAccount(session, account);
+  return true;
+}
+
+void PublishNoAccount(MSIHANDLE session) {
+  LogSetupMessage(session, "no service account, using LocalSystem");
+  MsiSetPropertyW(session, L"PROP_ACCOUNTDOMAIN", L"");
+  MsiSetPropertyW(session, L"PROP_ACCOUNTNAME", L"");
+  MsiSetPropertyW(session, L"PROP_ACCOUNTPASS", L"");
+}
+
+}  // namespace
+
+extern "C" UINT WINAPI CustomAction23(MSIHANDLE session) {
+  if (IsRollback(session)) return CustomAction24(session);
+  AccountType type = ReadAccountType(session);
+  if (type != kNoAccount) {
+    if (MakeAccount(session, type)) return ERROR_SUCCESS;
+    SendNotice(session, &kNotCreated);
+  }
+  PublishNoAccount(session);
+  return ERROR_SUCCESS;
+}

@@ -1,0 +1,115 @@
+// CustomAction24: deletes the account that the server's service runs under, if the installer made it: that is
+// one whose name is the value of PROP_ACCOUNTID. The account is the one that the service says, else
+// PROP_ACCOUNTNAME of PROP_ACCOUNTDOMAIN. The names of services (class PROP_SERVICENAME) on a domain's
+// account go with it. The log says which account is deleted or why none is. Returns 0 in every outcome.
+
+#include "security/network_management.h"
+#include "security/service_account.h"
+#include "util/text.h"
+
+namespace {
+
+constexpr wchar_t kServiceName[] = L"Vantor";
+constexpr wchar_t kSystemAccount[] = L"LocalSystem";
+
+bool IsSameName(const wchar_t* a, const wchar_t* b) {
+  return CompareStringW(LOCALE_SYSTEM_DEFAULT, NORM_IGNORECASE, a, -1, b, -1) == CSTR_EQUAL;
+}
+
+wchar_t* CopyText(const wchar_t* text) {
+  auto* copy = static_cast<wchar_t*>(HeapAllocZero((TxtLenW(text) + 1) * sizeof *text));
+  return copy ? TxtCopyW(copy, text) : nullptr;
+}
+
+// The account that the service runs under, a new heap string; null when there is none of its own.
+wchar_t* ReadServiceAccount() {
+  ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ENUMERATE_SERVICE));
+  if (!manager) return nullptr;
+  ServiceHandle service(OpenServiceW(manager.get(), kServiceName, SERVICE_QUERY_CONFIG));
+  if (!service) return nullptr;
+  DWORD size = 0;
+  QueryServiceConfigW(service.get(), nullptr, 0, &size);
+  if (!size) return nullptr;
+  HeapBlock<QUERY_SERVICE_CONFIGW> configuration(static_cast<QUERY_SERVICE_CONFIGW*>(HeapAllocZero(size)));
+  if (!configuration || !QueryServiceConfigW(service.get(), configuration.get(), size, &size)) return nullptr;
+  const wchar_t* account = configuration.get()->lpServiceStartName;
+  if (!account || !account[0] || IsSameName(account, kSystemAccount)) return nullptr;
+  return CopyText(account);
+}
+
+// The account that the installation published, a new heap string; null when there is none.
+wchar_t* ReadPublishedAccount(MSIHANDLE session) {
+  HeapStringW name(ReadPropertyW(session, L"PROP_ACCOUNTNAME"));
+  if (!name || !name.get()[0]) return nullptr;
+  HeapStringW domain(ReadPropertyW(session, L"PROP_ACCOUNTDOMAIN"));
+  if (domain && domain.get()[0]) return JoinAccountName(domain.get(), name.get());
+  return name.release();
+}
+
+// Cuts an account's text at its first backslash. The user; `domain` is what stands before, or null.
+const wchar_t* SplitAccount(wchar_t* account, const wchar_t** domain) {
+  const wchar_t* backslash = TxtFindCharW(account, L'\\');
+  *domain = backslash ? account : nullptr;
+  if (!backslash) return account;
+  account[backslash - account] = L'\0';
+  return backslash + 1;
+}
+
+bool IsRemote(const wchar_t* domain) {
+  if (!domain || !domain[0] || (domain[0] == L'.' && !domain[1])) return false;
+  wchar_t computer[kComputerNameSize];
+  DWORD size = kComputerNameSize;
+  return !GetComputerNameW(computer, &size) || !IsSameName(computer, domain);
+}
+
+void DeleteLocalAccount(const wchar_t* user) {
+  // The result is ignored on purpose: nothing of the removal depends on it.
+  if (HasLocalUser(user)) DeleteLocalUser(user);
+}
+
+bool HasDomainUser(const wchar_t* domain, const wchar_t* user) {
+  ComPtr<IADsContainer> container(OpenDomainContainer(domain));
+  if (!container) return false;
+  ComPtr<IDispatch> object;
+  if (SUCCEEDED(container->GetObject(const_cast<BSTR>(kUserClass), const_cast<BSTR>(user), object.put())))
+    return true;
+  object.release();  // What a failing call leaves behind is no object.
+  return false;
+}
+
+void RemovePrincipalNames(MSIHANDLE session, const wchar_t* domain, const wchar_t* user) {
+  HeapStringW name(static_cast<wchar_t*>(HeapAllocZero(kDistinguishedNameSize * sizeof(wchar_t))));
+  if (name && GetAccountDistinguishedName(domain, user, name.get())) {
+    UpdatePackagePrincipalNames(session, name.get(), kRemovePrincipalNames);
+  }
+}
+
+void DeleteDomainAccount(MSIHANDLE session, const wchar_t* domain, const wchar_t* user) {
+  if (!HasDomainUser(domain, user)) return;
+  RemovePrincipalNames(session, domain, user);
+  ComPtr<IADsContainer> container(OpenDomainContainer(domain));
+  if (container) container->Delete(const_cast<BSTR>(kUserClass), const_cast<BSTR>(user));
+}
+
+}  // namespace
+
+extern "C" UINT WINAPI CustomAction24(MSIHANDLE session) {
+  HeapStringW account(ReadServiceAccount());
+  if (!account) account.reset(ReadPublishedAccount(session));
+  if (!account) return ERROR_SUCCESS;
+  const wchar_t* domain;
+  const wchar_t* user = SplitAccount(account.get(), &domain);
+  HeapStringW ownName(ReadPropertyW(session, L"PROP_ACCOUNTID"));
+  if (!user[0]) {
+    LogSetupMessage(session, "no account to delete");
+  } else if (!ownName || !IsSameName(user, ownName.get())) {
+    LogSetupMessage(session, "account was not created by installer (%ls)", user);
+  } else if (IsRemote(domain)) {
+    LogSetupMessage(session, "deleting domain service account %ls\\%ls", domain, user);
+    DeleteDomainAccount(session, domain, user);
+  } else {
+    LogSetupMessage(session, "deleting local service account %ls", user);
+    DeleteLocalAccount(user);
+  }
+  return ERROR_SUCCESS;
+}

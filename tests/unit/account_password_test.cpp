@@ -1,0 +1,241 @@
+// The passwords of service accounts: the mapping of chance to text, the classes, the memory afterwards.
+
+#include "security/account_password.h"
+
+#include <objbase.h>
+
+#include <array>
+#include <cstring>
+#include <deque>
+#include <string>
+
+#include "rig/internals_test.h"
+#include "rig/print.h"
+#include "unit/import_hook.h"
+
+namespace account_password_test {
+
+HX_INTERNAL(GenerateAccountPassword);
+
+using Bytes = std::array<BYTE, sizeof(GUID)>;
+
+// The letter of a number, 0 to 63.
+char Letter(unsigned number) {
+  if (number < 22) return static_cast<char>('A' + number);
+  if (number < 44) return static_cast<char>('a' + number - 22);
+  return number < 54 ? static_cast<char>('0' + number - 44) : "!=$-+.,~^_"[number - 54];
+}
+
+// The password that 16 bytes stand for.
+std::string TextOf(const Bytes& bytes) {
+  std::string text;
+  for (size_t at : {2, 5, 8, 11, 14}) {
+    text += Letter(bytes[at] % 64);
+    text += Letter(bytes[at] / 64);
+    text += "AA";
+  }
+  return text;
+}
+
+// Whether a text has a small letter, a digit and one of the other characters; a capital it always has.
+bool HasAllClasses(const std::string& text) {
+  bool hasSmall = false;
+  bool hasDigit = false;
+  bool hasOther = false;
+  for (char letter : text) {
+    bool isSmall = letter >= 'a' && letter <= 'v';
+    bool isDigit = letter >= '0' && letter <= '9';
+    hasSmall |= isSmall;
+    hasDigit |= isDigit;
+    hasOther |= !isSmall && !isDigit && !(letter >= 'A' && letter <= 'V');
+  }
+  return hasSmall && hasDigit && hasOther;
+}
+
+// Sixteen bytes of which only those that count are given; the others are all ones.
+Bytes Chance(BYTE a, BYTE b, BYTE c, BYTE d, BYTE e) {
+  Bytes bytes;
+  bytes.fill(0xFF);
+  bytes[2] = a;
+  bytes[5] = b;
+  bytes[8] = c;
+  bytes[11] = d;
+  bytes[14] = e;
+  return bytes;
+}
+
+class AccountPasswordTest : public rig::InternalsTest {
+ protected:
+  // A password, or the number of an error.
+  std::string Make(const std::deque<Bytes>& chances, HRESULT behind = E_UNEXPECTED) {
+    std::deque<Bytes> left = chances;
+    TheRig().On<::CoCreateGuid>([&left, behind](GUID* out) {
+      if (left.empty()) return behind;
+      std::memcpy(out, left.front().data(), sizeof *out);
+      left.pop_front();
+      return HRESULT{S_OK};
+    });
+    rig::GuardedBuffer memory(sizeof(AccountPassword));
+    HRESULT result = GenerateAccountPassword(memory.As<AccountPassword>());
+    taken_ = chances.size() - left.size();
+    if (SUCCEEDED(result) && memory.As<AccountPassword>()->text[kPasswordLength] != L'\0')
+      return "without an end";
+    return FAILED(result) ? rig::HexText(static_cast<uint32_t>(result)) : rig::ToUtf8(memory.As<wchar_t>());
+  }
+  // There is this GUID, and then none.
+  void DrawOnce(const GUID& chance) {
+    bool isDrawn = false;
+    TheRig().On<::CoCreateGuid>([chance, isDrawn](GUID* out) mutable {
+      if (isDrawn) return E_UNEXPECTED;
+      isDrawn = true;
+      *out = chance;
+      return HRESULT{S_OK};
+    });
+  }
+  // How many GUIDs the last one took.
+  size_t taken_ = 0;
+};
+
+TEST_F(AccountPasswordTest, BytesStandForTextAsTheyLieInMemory) {
+  const std::vector<std::pair<Bytes, const char*>> known = {
+      {Chance(0x16, 0x2C, 0x36, 0x00, 0x00), "aAAA0AAA!AAAAAAAAAAA"},
+      {Chance(0xFF, 0x2C, 0x16, 0x40, 0x80), "_DAA0AAAaAAAABAAACAA"},
+      {Chance(0x15, 0x16, 0x2B, 0x2C, 0x36), "VAAAaAAAvAAA0AAA!AAA"},
+      {Chance(0x35, 0xF5, 0x2B, 0xEB, 0x76), "9AAA9DAAvAAAvDAA!BAA"},
+      {Chance(0x37, 0x38, 0x39, 0x2D, 0x17), "=AAA$AAA-AAA1AAAbAAA"},
+      {Chance(0x3A, 0x3B, 0x3C, 0x2E, 0x18), "+AAA.AAA,AAA2AAAcAAA"},
+      {Chance(0x3D, 0x3E, 0x3F, 0xAF, 0xD9), "~AAA^AAA_AAA3CAAdDAA"},
+      {{0x00, 0x11, 0x56, 0x33, 0x44, 0xAC, 0x66, 0x77, 0xF6, 0x99, 0xAA, 0x2B, 0xCC, 0xDD, 0x35, 0xFF},
+       "aBAA0CAA!DAAvAAA9AAA"},
+  };
+  for (const auto& [bytes, text] : known) {
+    EXPECT_EQ(Make({bytes}), text);
+  }
+}
+
+TEST_F(AccountPasswordTest, AGuidIsTakenFieldByField) {
+  // In each field the lowest byte lies first.
+  DrawOnce({0x00560000, 0xAC00, 0x0000, {0xF6, 0, 0, 0x2B, 0, 0, 0x35, 0}});
+  rig::GuardedBuffer memory(sizeof(AccountPassword));
+  EXPECT_EQ(GenerateAccountPassword(memory.As<AccountPassword>()), S_OK);
+  EXPECT_EQ(rig::ToUtf8(memory.As<wchar_t>()), "aBAA0CAA!DAAvAAA9AAA");
+}
+
+TEST_F(AccountPasswordTest, EveryOtherByteIsLeftOut) {
+  for (size_t at = 0; at < sizeof(GUID); ++at) {
+    Bytes bytes = Chance(0x16, 0x2C, 0x36, 0x16, 0x16);
+    std::string before = Make({bytes});
+    bytes[at] = static_cast<BYTE>(bytes[at] ^ 0x01);
+    bool counts = at % 3 == 2;
+    EXPECT_EQ(Make({bytes}) != before, counts) << at;
+  }
+}
+
+TEST_F(AccountPasswordTest, IsDrawnAgainUntilAllClassesAreThere) {
+  const Bytes good = Chance(0x16, 0x2C, 0x36, 0, 0);
+  const std::vector<Bytes> bad = {
+      Chance(0x00, 0x00, 0x00, 0x00, 0x00), Chance(0x16, 0x2C, 0x00, 0x2C, 0x16),
+      Chance(0x16, 0x36, 0x3F, 0x16, 0x00), Chance(0x2C, 0x36, 0x35, 0x36, 0xC0),
+      Chance(0x16, 0x16, 0x16, 0x16, 0x16), Chance(0x2C, 0x2C, 0x2C, 0x2C, 0x2C),
+      Chance(0x36, 0x36, 0x36, 0x36, 0x36),
+  };
+  for (const Bytes& one : bad) {
+    EXPECT_EQ(Make({one, good}), "aAAA0AAA!AAAAAAAAAAA");
+    EXPECT_EQ(taken_, 2u) << TextOf(one);
+  }
+  std::deque<Bytes> many(500, bad[0]);
+  many.push_back(good);
+  EXPECT_EQ(Make(many), "aAAA0AAA!AAAAAAAAAAA");
+  EXPECT_EQ(taken_, 501u);
+  EXPECT_EQ(Make({good, good}), "aAAA0AAA!AAAAAAAAAAA");
+  EXPECT_EQ(taken_, 1u);
+}
+
+TEST_F(AccountPasswordTest, WithoutChanceThereIsTheErrorOfTheSystem) {
+  EXPECT_EQ(Make({}, E_OUTOFMEMORY), "0x8007000e");
+  EXPECT_EQ(Make({Chance(0, 0, 0, 0, 0)}, static_cast<HRESULT>(0x80070005)), "0x80070005");
+  EXPECT_EQ(taken_, 1u);
+}
+
+TEST_F(AccountPasswordTest, IsClearedAtItsEnd) {
+  using Destructor = void (*)(void*);
+  auto destroy = reinterpret_cast<Destructor>(rig::FindInternal("_ZN15AccountPasswordD1Ev"));
+  rig::GuardedBuffer memory(sizeof(AccountPassword));
+  GUID chance;
+  std::memcpy(&chance, Chance(0x16, 0x2C, 0x36, 0, 0).data(), sizeof chance);
+  DrawOnce(chance);
+  ASSERT_EQ(GenerateAccountPassword(memory.As<AccountPassword>()), S_OK);
+  EXPECT_EQ(memory.Data()[0], 'a');
+  destroy(memory.Data());
+  for (size_t at = 0; at < memory.Size(); ++at) {
+    EXPECT_EQ(memory.Data()[at], 0) << at;
+  }
+}
+
+// A sequence of numbers that is the same in every run.
+class Numbers {
+ public:
+  uint64_t Next() {
+    state_ += 0x9E3779B97F4A7C15ULL;
+    uint64_t mixed = (state_ ^ state_ >> 30) * 0xBF58476D1CE4E5B9ULL;
+    mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EBULL;
+    return mixed ^ mixed >> 31;
+  }
+
+ private:
+  uint64_t state_ = 20261115;
+};
+
+TEST_F(AccountPasswordTest, AMillionAreWhatTheirBytesStandFor) {
+#if defined(__aarch64__)
+  constexpr int kPasswords = 20000;  // Under emulation.
+#else
+  constexpr int kPasswords = 1000000;
+#endif
+  constexpr int kMostDraws = 1000;  // For one password; 100 would do.
+  int draws = 0;
+  Numbers numbers;
+  Bytes bytes = {};
+  int incomplete = 0;
+  HX_HOOK(hook, CoCreateGuid, [&](GUID* out) -> HRESULT {
+    if (++draws > kMostDraws) return E_UNEXPECTED;
+    uint64_t halves[2] = {numbers.Next(), numbers.Next()};
+    std::memcpy(bytes.data(), halves, sizeof halves);
+    std::memcpy(out, halves, sizeof halves);
+    // What was drawn before was thrown away, so it must have lacked a class.
+    incomplete += HasAllClasses(TextOf(bytes)) ? 0 : 1;
+    return S_OK;
+  });
+  rig::GuardedBuffer memory(sizeof(AccountPassword));
+  auto* password = memory.As<AccountPassword>();
+  auto generate = GenerateAccountPassword.Get();
+  std::array<int, 128> first = {};
+  std::array<int, 128> second = {};
+  int drawn = 0;
+  for (int count = 0; count < kPasswords; ++count) {
+    memory.Fill(0xCD);
+    int before = incomplete;
+    draws = 0;
+    ASSERT_EQ(generate(password), S_OK);
+    drawn += incomplete - before + 1;
+    std::string expected = TextOf(bytes);
+    bool isSame = HasAllClasses(expected);
+    for (size_t at = 0; at <= kPasswordLength; ++at) {
+      isSame = isSame && password->text[at] == static_cast<wchar_t>(expected.c_str()[at]);
+    }
+    ASSERT_TRUE(isSame) << "password " << count;
+    for (size_t at = 0; at < kPasswordLength; at += 4) {
+      ++first[static_cast<unsigned char>(expected[at])];
+      ++second[static_cast<unsigned char>(expected[at + 1])];
+    }
+  }
+  // Every character comes, and the second of a group is one of four.
+  for (unsigned number = 0; number < 64; ++number) {
+    EXPECT_GT(first[static_cast<unsigned char>(Letter(number))], 0) << number;
+    EXPECT_EQ(second[static_cast<unsigned char>(Letter(number))] > 0, number < 4) << number;
+  }
+  // Of the draws about 23 in 100 have all classes.
+  EXPECT_NEAR(static_cast<double>(kPasswords) / drawn, 0.234, 0.01);
+}
+
+}  // namespace account_password_test
