@@ -134,11 +134,12 @@ hx_objects(empty-objects ${CMAKE_SOURCE_DIR}/bench/empty/empty.cpp)
 hx_library(empty OBJECTS runtime empty-objects)
 set_target_properties(empty-objects empty PROPERTIES EXCLUDE_FROM_ALL ON)
 
-# The stand-in for the client's programs, which the client package installs.
+# The stand-in for the programs of client and server, which the packages install; and the witness, a library whose
+# actions look around in the installer's own process.
 if(NOT HX_CHECKED)
-  hx_import_libraries(agentImports packages/client/programs/imports)
+  hx_import_libraries(agentImports packages/programs/imports)
   add_custom_target(agent-imports DEPENDS ${agentImports})
-  hx_objects(agent-objects ${CMAKE_SOURCE_DIR}/packages/client/programs/agent.cpp)
+  hx_objects(agent-objects ${CMAKE_SOURCE_DIR}/packages/programs/agent.cpp)
   set(CMAKE_CXX_LINK_EXECUTABLE
     "<CMAKE_CXX_COMPILER> --target=${CMAKE_CXX_COMPILER_TARGET} <LINK_FLAGS> -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
   add_executable(agent $<TARGET_OBJECTS:agent-objects> $<TARGET_OBJECTS:runtime>)
@@ -146,4 +147,14 @@ if(NOT HX_CHECKED)
   set_target_properties(agent PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS "${agentImports}")
   target_link_options(agent PRIVATE ${linkOptions} -Wl,--entry,Main -Wl,--subsystem,windows)
   target_link_libraries(agent PRIVATE ${agentImports})
+
+  hx_import_libraries(witnessImports packages/witness/imports)
+  add_custom_target(witness-imports DEPENDS ${witnessImports})
+  hx_objects(witness-objects ${CMAKE_SOURCE_DIR}/packages/witness/witness.cpp)
+  add_library(witness SHARED $<TARGET_OBJECTS:witness-objects> $<TARGET_OBJECTS:runtime>)
+  add_dependencies(witness witness-imports)
+  set_target_properties(witness PROPERTIES PREFIX "" IMPORT_PREFIX "" LINKER_LANGUAGE CXX
+    LINK_DEPENDS "${witnessImports}")
+  target_link_options(witness PRIVATE ${linkOptions} -shared -Wl,--entry,DllMain)
+  target_link_libraries(witness PRIVATE ${witnessImports})
 endif()

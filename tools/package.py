@@ -2,11 +2,13 @@
 """Makes the installer packages of one processor: tools/package.py arm64|x64 [LIBRARY [FOLDER]]
 
 LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be agent.exe, the stand-in
-for the client's programs. FOLDER is where the packages are left (build/packages/PROCESSOR):
-  client.msi        the client package with the version that CMakeLists.txt states
-  client-newer.msi  the same with the next higher build number, to upgrade from the first
-  server-older.msi  a server package of an earlier major version, which the next one upgrades
-  server.msi        the server package
+for the programs, and witness.dll, which looks around for tests and demonstration. FOLDER is where the packages are
+left (build/packages/PROCESSOR):
+  client.msi          the client package with the version that CMakeLists.txt states
+  client-newer.msi    the same with the next higher build number, to upgrade from the first
+  server-older.msi    a server package of an earlier major version, which the next one upgrades
+  server.msi          the server package
+  server-watched.msi  the same as a product of its own, with the witness in it
 
 The authoring in packages/ is that of the common compilers. wixl, which compiles it here, knows less than they
 do; what it leaves out or does otherwise is put right afterwards, so that the package is what its source says.
@@ -32,8 +34,9 @@ NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
 TEMPLATES = {"arm64": "Arm64", "x64": "x64"}
 LABELS = {"arm64": "ARM64", "x64": "x64"}
 
-# The stand-in for the client's programs, as it is built, and with the version of the package behind its end.
+# The stand-in for the programs, as it is built, and with the version of the package behind its end; the witness.
 PROGRAM = "agent.exe"
+WITNESS = "witness.dll"
 VERSION_PROGRAM = "program.exe"
 
 # The date of the packages and of the files in them; the engine shows it and does nothing with it.
@@ -55,6 +58,10 @@ PERMANENT = 16
 
 # Where MajorUpgrade's attribute Schedule puts the removal of the old version: directly behind the action that it names.
 REMOVAL_SEQUENCE = {"afterInstallValidate": 1401, "afterInstallInitialize": 1501, "afterInstallFinalize": 6601}
+
+
+# The numbers in a sequence that stand for its end, by the attribute OnExit.
+EXIT_SEQUENCE = {"success": -1, "cancel": -2, "error": -3, "suspend": -4}
 
 
 def fail(text):
@@ -104,6 +111,7 @@ def compile_authoring(source, variables, stage, package):
     known = re.sub(r'(<CustomAction Id="[^"]*" )Directory=', r"\1Property=", known)
     # It knows no actions that show an error; their text stands where a property's value stands.
     known = re.sub(r'(<CustomAction Id="([^"]*)"\s+)Error=', r'\1Property="\2" Value=', known)
+    known = re.sub(r'OnExit="(\w+)"', lambda exit: f'Sequence="{EXIT_SEQUENCE[exit[1]]}"', known)
     known = re.sub(r"<UI>\s*(<Error [^>]*>[^<]*</Error>\s*)*</UI>", "", known)
     compiled = stage / "source.wxs"
     compiled.write_text(known, encoding="utf-8")
@@ -169,14 +177,15 @@ def set_summary(package, stage, template, title, contents):
                  ["PropertyId\tValue", "i2\tl255", "_SummaryInformation\tPropertyId"], rows.items())
 
 
-def make_package(source, processor, library, name, version, target):
-    """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the client's program,
-    beside the library, may be in it."""
+def make_package(source, processor, library, name, version, target, watched=False):
+    """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the stand-in for the
+    programs, beside the library, may be in it. The witness is, where it shall be `watched`."""
     label = LABELS[processor]
     source = ROOT / "packages" / source
     with tempfile.TemporaryDirectory() as folder:
         stage = Path(folder)
-        inputs = [library, library.parent / PROGRAM, *sorted((source.parent / "files").iterdir())]
+        beside = [library.parent / PROGRAM, library.parent / WITNESS]
+        inputs = [library, *beside, *sorted((source.parent / "files").iterdir())]
         files = {path.name: path.read_bytes() for path in inputs}
         # Another one for each version, so that an upgrade has files to replace.
         files[VERSION_PROGRAM] = files[PROGRAM] + f"\n{name} {version}\n".encode()
@@ -187,14 +196,16 @@ def make_package(source, processor, library, name, version, target):
             os.utime(copy, (FILE_TIME, FILE_TIME))
             digest.update(file.encode() + content)
         package = stage / "package.msi"
+        watching = {"WitnessFile": WITNESS} if watched else {}
         tree = compile_authoring(source, {
             "Version": version,
             "DisplayVersion": f"{version} ({label})",
-            "ProductCode": guid_of(f"{source.stem} {version} {processor}"),
+            "ProductCode": guid_of(f"{source.stem} {version} {processor}{' watched' * watched}"),
             "Processor": label,
             "LibraryFile": library.name,
             "AgentFile": PROGRAM,
             "ProgramFile": VERSION_PROGRAM,
+            **watching,
         }, stage, package)
         digest.update(ElementTree.tostring(tree))
         set_property_list(package, tree, "Secure", "SecureCustomProperties")
@@ -217,7 +228,7 @@ def main():
     processor = sys.argv[1]
     library = Path(sys.argv[2] if len(sys.argv) > 2 else ROOT / f"build/{processor}/hxsetup.dll")
     folder = Path(sys.argv[3] if len(sys.argv) > 3 else ROOT / f"build/packages/{processor}")
-    for path in (library, library.parent / PROGRAM):
+    for path in (library, library.parent / PROGRAM, library.parent / WITNESS):
         if not path.is_file():
             fail(f"{path} is missing: build it first")
     stated = re.search(r"^project\(hxsetup VERSION (\d+)\.(\d+)\.(\d+)",
@@ -233,6 +244,8 @@ def main():
     make_package("client/client.wxs", processor, library, "Ostrel", newer, folder / "client-newer.msi")
     make_package("server/older.wxs", processor, library, "Vantor server", version, folder / "server-older.msi")
     make_package("server/server.wxs", processor, library, "Vantor server", later, folder / "server.msi")
+    make_package("server/server.wxs", processor, library, "Vantor server", later, folder / "server-watched.msi",
+                 watched=True)
 
 
 main()

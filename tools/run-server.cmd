@@ -16,3 +16,23 @@ msiexec /i %packages%\server.msi /qn PROP_SILENCE=-1 /l*v %story%\upgrade.log
 echo %errorlevel%> %story%\upgrade.code
 dir /s /b /a-d "%maker%" > %story%\programs-after.txt
 reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings > %story%\setting-after.txt
+
+echo removing it, and installing it anew with an account of its own
+msiexec /x %packages%\server.msi /qn /l*v %story%\away.log
+echo %errorlevel%> %story%\away.code
+msiexec /i %packages%\server-watched.msi /qn PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1 DIR_DATAFOLDER=%story%\private\Data /l*v %story%\account.log
+echo %errorlevel%> %story%\account.code
+reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor /v ObjectName > %story%\account.txt
+reg query HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Vantor /v EventMessageFile >> %story%\account.txt
+sc query Vantor >> %story%\account.txt
+
+echo removing that
+msiexec /x %packages%\server-watched.msi /qn PROP_SILENCE=-1 WITNESSACCOUNT=vantor /l*v %story%\removal.log
+echo %errorlevel%> %story%\removal.code
+
+echo having an installation fail
+msiexec /i %packages%\server-watched.msi /qn PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1 WITNESSFAILURE=1 /l*v %story%\rollback.log
+echo %errorlevel%> %story%\rollback.code
+reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor > %story%\rollback.txt 2>&1
+
+exit /b 0

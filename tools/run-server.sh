@@ -1,5 +1,6 @@
 #!/bin/bash
-# The upgrade of a server on the ARM64 Windows, told from the folders, the installer's own log and the registry.
+# The upgrade of a server on the ARM64 Windows, and its life with an account of its own, told from the folders, the
+# installer's own log and the registry.
 # tools/run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds packages/arm64.
 #
 # The older server's programs are on drive C:. Its data are elsewhere, in a folder that is seen here as well: so it
@@ -20,8 +21,11 @@ summary() { tools/server-tree.py show "$1"; }
 
 make_data() {
   say "making the data of an older server"
-  rm -rf "$store"
-  mkdir -p "$store"
+  rm -rf "$store" "$story/private"
+  mkdir -p "$store" "$story/private/Data"
+  # What is in the folder inherits what its owner may do, and that others may do nothing.
+  chmod 700 "$story/private"
+  chmod 755 "$story/private/Data"
   tools/server-tree.py make "$store/Data"
   before=$(summary "$store/Data")
   names=$(tools/server-tree.py names "$store/Data")
@@ -30,12 +34,13 @@ make_data() {
 in_story run-server.cmd make_data
 
 mkdir -p build/artifacts/run
-for run in older upgrade; do
-  cp "$story/$run.log" "build/artifacts/run/server-$run.log"
+for run in older upgrade away account removal rollback; do
+  # This engine lists hidden properties too, in a run that fails.
+  sed 's/\(PROP_ACCOUNTPASS = \).*/\1********/' "$story/$run.log" >"build/artifacts/run/server-$run.log"
   code=$(text "$story/$run.code" | tr -d ' ')
-  [[ $code == 0 ]] || {
-    text "$story/$run.log" >&2
-    die "the installer failed with exit code $code"
+  [[ $code == 0 || $run$code == rollback1603 ]] || {
+    text "build/artifacts/run/server-$run.log" >&2
+    die "the installer's run \"$run\" ended with exit code $code"
   }
 done
 
@@ -51,7 +56,7 @@ setting() { text "$1" | sed -n 's/^ *vtdf *REG_SZ *//p'; }
 properties=(PROP_UPGRADE PROP_REPLACING PROP_DFPRESENT PROP_PREVVTDF DIR_PROGRAMS64 DIR_SERVER DIR_DATAFOLDER
   DIR_EXSERVER DIR_EXDATA DIR_UPG DIR_UPG_DATA DIR_UPG_HELPERDATA DIR_UPG_VRDF DIR_UPG_VRDF_PREFS)
 # The installer sets the data of a deferred action as the property of the action's name.
-deferred() { text "$story/upgrade.log" | sed -n "s/^Property(S): \(CustomAction[0-9]*\.$1\) = /\1\t/p"; }
+deferred() { text "$story/upgrade.log" | sed -n "s/^Property(S): \(CustomAction1[567]\.$1\) = /\1\t/p"; }
 
 echo "THE OLDER SERVER"
 echo
@@ -79,11 +84,11 @@ echo "THE UPGRADE: THE INSTALLER'S SCRIPT"
 echo
 # Each action has its start in the log twice: when it is scheduled, and when the script runs it.
 text "$story/upgrade.log" | awk '
-  /^Action ended .*(CustomAction|ConvertDatabase|InstallFiles)/ {
+  /^Action ended .*(CustomAction1[567]|ConvertDatabase|InstallFiles)/ {
     sub(/^Action ended [^ ]* /, ""); name = $1
     if (seen[name]++) print "  " $0
   }
-  /Setup Log:|older server could/ { print "  " $0 }'
+  /older server could/ { print "  " $0 }'
 echo
 echo "THE NEW SERVER"
 echo
@@ -93,3 +98,48 @@ printf '  vtdf = %s\n' "$(setting "$story/setting-after.txt")"
 for folder in "$store"/*/; do
   printf '  Z:\\run\\server\\store\\%s\n      %s\n' "$(basename "$folder")" "$(summary "$folder")"
 done
+
+# ---- the account, and what goes with it
+
+# told RUN: the actions that said something, with what they and the witness said.
+told() {
+  text "$story/$1.log" | LC_ALL=C awk '
+    /^Action ended / {
+      name = $4
+      sub(/\.$/, "", name)
+      if (count) print "  " name
+      for (i = 1; i <= count; ++i) print "      " lines[i]
+      count = 0
+    }
+    /Setup Log:|^Witness:/ { lines[++count] = $0 }'
+}
+published() {
+  local value
+  value=$(text "$story/account.log" | sed -n "s/^Property(S): $1 = //p")
+  printf '  %-20s %s\n' "$1" "${value:--}"
+}
+
+echo
+echo "A SERVER WITH AN ACCOUNT OF ITS OWN: THE INSTALLATION"
+echo
+told account
+echo
+for name in PROP_ACCOUNTNAME PROP_ACCOUNTDOMAIN PROP_ACCOUNTPASS; do published "$name"; done
+text "$story/account.txt" |
+  sed -n 's/^ *\(ObjectName\|EventMessageFile\) *REG_SZ *\(.*\)/\1\t\2/p; s/^ *STATE *: [0-9]* */STATE\t/p' |
+  while IFS=$'\t' read -r name value; do printf '  %-20s %s\n' "$name" "$value"; done
+printf '  %-20s %s\n' 'the data folder' "drwxr-xr-x, then $(stat -c %A "$story/private/Data") (seen from outside)"
+echo
+echo "  This engine keeps new accounts for the installer's process only and cannot look them up: hence the right"
+echo "  that is not granted, and -36. The witness has access set for the user who installs, whom it can look up."
+echo
+echo "ITS REMOVAL"
+echo
+told removal
+echo
+echo "AN INSTALLATION THAT FAILS: THE ACCOUNT IS MADE, AND GONE AFTER THE ROLLBACK"
+echo
+told rollback
+echo
+printf '  exit code %s, service %s\n' "$(text "$story/rollback.code")" \
+  "$(grep -q ObjectName "$story/rollback.txt" && echo 'still there' || echo gone)"

@@ -9,7 +9,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "install/server_rig.h"
+#include "install/security_rig.h"
 
 namespace install {
 
@@ -221,6 +221,24 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   return !isLost;
 }
 
+// The password of the server's account, which this engine lists with the other properties of a failed run.
+constexpr char kPasswordProperty[] = "PROP_ACCOUNTPASS";
+
+// No log that is kept holds a password: writes the log's `bytes` anew, with stars in its place.
+void HidePassword(const std::wstring& log, std::string bytes, const std::string& password) {
+  std::string wide;
+  for (char c : password) wide += {c, '\0'};
+  for (const std::string& text : {password, wide}) {
+    for (size_t at = 0; (at = bytes.find(text, at)) != std::string::npos; at += text.size()) {
+      for (size_t i = 0; i < text.size(); ++i) bytes[at + i] = text[i] ? '*' : '\0';
+    }
+  }
+  HANDLE file = CreateFileW(log.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  DWORD written = 0;
+  EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
+  CloseHandle(file);
+}
+
 // Prints what matters of a run's log: the library's actions and lines, what failed, and the properties.
 void PrintRun(const InstallerRun& run) {
   static const char* const marks[] = {"start", "Setup Log:", "Return value 0.", "Return value 3.",
@@ -228,7 +246,7 @@ void PrintRun(const InstallerRun& run) {
   std::printf("---- %s: exit code %lu; of its log:\n", run.name.c_str(), run.exitCode);
   for (const std::string& line : run.lines) {
     for (const char* mark : marks) {
-      if (line.find(mark) == std::string::npos) continue;
+      if (line.find(mark) == std::string::npos || line.find(kPasswordProperty) != std::string::npos) continue;
       std::printf("     %s\n", line.c_str());
       break;
     }
@@ -333,6 +351,11 @@ const Package& OlderServer() {
 
 const Package& Server() {
   static const Package package = OpenPackage(L"server.msi");
+  return package;
+}
+
+const Package& WatchedServer() {
+  static const Package package = OpenPackage(L"server-watched.msi");
   return package;
 }
 
@@ -448,13 +471,16 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);
   if (!isDone) ADD_FAILURE() << "cannot run " << FromWide(command);
 
-  run.lines = SplitLines(LogText(ReadBytes(log)));
+  const std::string bytes = ReadBytes(log);
+  run.lines = SplitLines(LogText(bytes));
   const std::string mark = "Property(S): ";
   for (const std::string& line : run.lines) {
     size_t sign = line.find(" = ");
     if (line.rfind(mark, 0) != 0 || sign == std::string::npos) continue;
     run.properties[line.substr(mark.size(), sign - mark.size())] = line.substr(sign + 3);
   }
+  const std::string password = run.Property(kPasswordProperty);
+  if (!password.empty()) HidePassword(log, bytes, password);
   return run;
 }
 

@@ -79,7 +79,8 @@ class ServerTest : public InstallTest {
   void ExpectRefused(const InstallerRun& run, const std::string& action);
   /// The properties at the end of a run, by their names.
   void ExpectPublished(const InstallerRun& run, const std::map<std::string, std::wstring>& expected);
-  /// The library's actions that ran in the installer's script, in order; those of a rollback among them.
+  /// The library's actions for folders and data that ran in the installer's script, in order; those of a
+  /// rollback among them.
   std::vector<std::string> DeferredActions(const InstallerRun& run);
 
  private:

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "install/server_rig.h"
+#include "install/security_rig.h"
 
 namespace install {
 namespace {
@@ -236,6 +236,17 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   const InstallerRun& fresh = Install(Server());
   ExpectInstalled(fresh);
   EXPECT_EQ(DeferredActions(fresh), std::vector<std::string>());
+  // Nobody has asked for an account: the service is LocalSystem's, which can be named without looking it up.
+  const std::string folder = FromWide(server);
+  EXPECT_EQ(fresh.SetupLines(),
+            (std::vector<std::string>{
+                SetupLine("no service account, using LocalSystem"),
+                SetupLine("InstallHinfSection(DefaultInstall 128 " + folder + "\\vantor.inf)"),
+                SetupLine("no change to ACL on \\"),
+                SetupLine("set ACL (0) for LocalSystem=500 on " + folder),
+                SetupLine("installing complex firewall rules"),
+            }));
+  EXPECT_EQ(ServerAccount(), "LocalSystem");
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", empty));
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   ExpectPublished(fresh, {{"PROP_DFPRESENT", L""}, {"PROP_UPGRADE", L""}, {"PROP_REPLACING", L""}});

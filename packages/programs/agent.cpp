@@ -1,21 +1,28 @@
-// The stand-in for the client's programs: what the client package installs here, and what tests and the
+// The stand-in for the programs of client and server: what the packages install here, and what tests and the
 // demonstration start. It does nothing of its own; it is there to be stopped, closed and started, and records
 // what is done to it.
 //
 // What it is depends on the name of its file:
-//   ostrel.exe                  the service "Ostrel"; with the argument "stubborn" it does not end when it is
-//   told to stop osua.exe                    the agent of a session: waits until it is ended osau.exe,
-//   ostrel32.exe      end at once any other                   a tool with a window: CLASS TITLE [REFUSALS
-//   [DELAY]] on its command line. It refuses the
-//                               first REFUSALS requests to close, and closes DELAY milliseconds behind the
-//                               next one.
+//
+//   ostrel.exe, vt.exe       the services "Ostrel" and "Vantor"; with the argument "stubborn" they do not end
+//                            when they are told to stop
+//   osua.exe                 the agent of a session: waits until it is ended
+//   osau.exe, ostrel32.exe   end at once
+//   any other                a tool with a window: CLASS TITLE [REFUSALS [DELAY]] on its command line. It
+//                            refuses the first REFUSALS requests to close, and closes DELAY milliseconds
+//                            behind the next one.
 //
 // The record is the file "Ostrel record.txt" in the folder that all users share, a line for each event.
 #include <windows.h>
 
 namespace {
 
-constexpr char kServiceName[] = "Ostrel";
+// The programs that are services.
+struct ServiceProgram {
+  const char* file;
+  const char* service;
+};
+constexpr ServiceProgram kServicePrograms[] = {{"ostrel.exe", "Ostrel"}, {"vt.exe", "Vantor"}};
 
 // What the network tools understand beside WM_CLOSE: a message of their own, and a command of their menu.
 constexpr UINT kShutdownMessage = 2024;
@@ -89,7 +96,12 @@ DWORD ToNumber(const char* digits) {
 // ---- the service
 
 SERVICE_STATUS_HANDLE serviceHandle;
+const ServiceProgram* serviceProgram;
 bool isStubborn;
+
+void RecordService(const Line& event) {
+  Record(Line() << serviceProgram->file << ": " << event.text);
+}
 
 void Report(DWORD state) {
   SERVICE_STATUS status = {};
@@ -101,22 +113,23 @@ void Report(DWORD state) {
 
 void WINAPI HandleControl(DWORD control) {
   if (control == SERVICE_CONTROL_INTERROGATE) return Report(SERVICE_RUNNING);
-  Record(Line() << "ostrel.exe: control " << control);
+  RecordService(Line() << "control " << control);
   if (control != SERVICE_CONTROL_STOP || isStubborn) return Report(SERVICE_RUNNING);
-  Record(Line() << "ostrel.exe: stopped");
+  RecordService(Line() << "stopped");
   Report(SERVICE_STOPPED);
 }
 
 void WINAPI ServeControls(DWORD, char**) {
-  serviceHandle = RegisterServiceCtrlHandlerA(kServiceName, HandleControl);
-  Record(Line() << "ostrel.exe: started");
+  serviceHandle = RegisterServiceCtrlHandlerA(serviceProgram->service, HandleControl);
+  RecordService(Line() << "started");
   Report(SERVICE_RUNNING);
 }
 
-void RunService(bool stubborn) {
+void RunService(const ServiceProgram* program, bool stubborn) {
+  serviceProgram = program;
   isStubborn = stubborn;
-  char name[sizeof kServiceName];
-  lstrcpyA(name, kServiceName);
+  char name[16];
+  lstrcpyA(name, program->service);
   SERVICE_TABLE_ENTRYA services[] = {{name, ServeControls}, {nullptr, nullptr}};
   StartServiceCtrlDispatcherA(services);
 }
@@ -226,9 +239,12 @@ extern "C" void Main() {
   while (name > path && name[-1] != '\\') --name;
   char* arguments = GetCommandLineA();
   TakeWord(arguments);
-  if (IsName(name, "ostrel.exe")) {
-    RunService(IsName(TakeWord(arguments), "stubborn"));
-  } else if (IsName(name, "osua.exe")) {
+  for (const ServiceProgram& program : kServicePrograms) {
+    if (!IsName(name, program.file)) continue;
+    RunService(&program, IsName(TakeWord(arguments), "stubborn"));
+    ExitProcess(0);
+  }
+  if (IsName(name, "osua.exe")) {
     Record(Line() << "osua.exe: started");
     Sleep(INFINITE);
   } else if (IsName(name, "osau.exe") || IsName(name, "ostrel32.exe")) {

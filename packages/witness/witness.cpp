@@ -1,0 +1,96 @@
+// The witness: actions that look around in the installer's own process and tell its log what they see. The
+// packages that are tested and shown have it beside the library; no other package should.
+//
+// Not every engine keeps an account beyond the process that made it, which here is the one that runs the
+// actions: only an action can see whether it is there.
+//
+//   WitnessAccount   says whether this computer has the account that PROP_ACCOUNTID names
+//   RestoreAccount   makes it anew where WITNESSACCOUNT is its name: as an installation before would have
+//   left it WitnessAccess    says what access the file or folder in CustomActionData gives, as the system
+//   writes lists WitnessFailure   fails
+#include <windows.h>
+// Behind windows.h, on which they build.
+#include <aclapi.h>
+#include <lm.h>
+#include <msi.h>
+#include <msiquery.h>
+#include <sddl.h>
+
+namespace {
+
+constexpr DWORD kTextSize = 512;
+constexpr DWORD kAccountLevel = 1;
+
+// A property of the session; empty where there is none, and where it is longer than anything that is shown.
+struct Property {
+  wchar_t text[kTextSize];
+
+  Property(MSIHANDLE session, const wchar_t* name) {
+    DWORD size = kTextSize;
+    if (MsiGetPropertyW(session, name, text, &size) != ERROR_SUCCESS) text[0] = L'\0';
+  }
+};
+
+void Say(MSIHANDLE session, const wchar_t* subject, const wchar_t* fact) {
+  MSIHANDLE record = MsiCreateRecord(2);
+  MsiRecordSetStringW(record, 0, L"Witness: [1] [2]");
+  MsiRecordSetStringW(record, 1, subject);
+  MsiRecordSetStringW(record, 2, fact);
+  MsiProcessMessage(session, INSTALLMESSAGE_INFO, record);
+  MsiCloseHandle(record);
+}
+
+bool HasAccount(const wchar_t* name) {
+  BYTE* information = nullptr;
+  if (NetUserGetInfo(nullptr, name, kAccountLevel, &information) != NERR_Success) return false;
+  NetApiBufferFree(information);
+  return true;
+}
+
+}  // namespace
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD, void*) {
+  return TRUE;
+}
+
+extern "C" __declspec(dllexport) UINT WINAPI WitnessAccount(MSIHANDLE session) {
+  Property name(session, L"PROP_ACCOUNTID");
+  Say(session, name.text, HasAccount(name.text) ? L"is an account of this computer" : L"is no account");
+  return ERROR_SUCCESS;
+}
+
+extern "C" __declspec(dllexport) UINT WINAPI RestoreAccount(MSIHANDLE session) {
+  Property name(session, L"WITNESSACCOUNT");
+  if (!name.text[0] || HasAccount(name.text)) return ERROR_SUCCESS;
+  USER_INFO_1 account = {};
+  account.usri1_name = name.text;
+  // An account that nobody logs on to; without any text, not every engine takes it.
+  account.usri1_password = name.text;
+  account.usri1_priv = USER_PRIV_USER;
+  account.usri1_flags = UF_SCRIPT | UF_NORMAL_ACCOUNT;
+  // Held for good: not every engine keeps accounts beyond the time that this module is loaded.
+  LoadLibraryA("NETAPI32");
+  NetUserAdd(nullptr, kAccountLevel, reinterpret_cast<BYTE*>(&account), nullptr);
+  return ERROR_SUCCESS;
+}
+
+extern "C" __declspec(dllexport) UINT WINAPI WitnessAccess(MSIHANDLE session) {
+  Property path(session, L"CustomActionData");
+  PSECURITY_DESCRIPTOR security = nullptr;
+  wchar_t* list = nullptr;
+  if (GetNamedSecurityInfoW(path.text, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr,
+                            nullptr, &security) == ERROR_SUCCESS &&
+      ConvertSecurityDescriptorToStringSecurityDescriptorW(security, SDDL_REVISION_1,
+                                                           DACL_SECURITY_INFORMATION, &list, nullptr)) {
+    Say(session, path.text, list);
+  } else {
+    Say(session, path.text, L"does not tell");
+  }
+  LocalFree(list);
+  LocalFree(security);
+  return ERROR_SUCCESS;
+}
+
+extern "C" __declspec(dllexport) UINT WINAPI WitnessFailure(MSIHANDLE) {
+  return ERROR_INSTALL_FAILURE;
+}

@@ -1,0 +1,170 @@
+// The actions for accounts, access, firewall and service configuration, one by one, on what this engine has
+// of all that.
+
+#include <lm.h>
+
+#include "install/agent_rig.h"
+#include "install/security_rig.h"
+
+namespace install {
+namespace {
+
+class SecuritySessionTest : public SecurityTest {
+ protected:
+  void TearDown() override {
+    for (const wchar_t* name : {L"vantor", L"somebody"}) {
+      if (HasAccount(name)) NetUserDel(nullptr, name);
+    }
+    SecurityTest::TearDown();
+  }
+};
+
+// The password's format: five groups of four characters, of which the last three say which of four values the
+// first one's byte began with.
+bool HasPasswordShape(const std::string& text) {
+  if (text.size() != 20) return false;
+  for (size_t i = 0; i < text.size(); i += 4) {
+    if (text[i + 1] < 'A' || text[i + 1] > 'D' || text.substr(i + 2, 2) != "AA") return false;
+  }
+  return true;
+}
+
+TEST_F(SecuritySessionTest, AnAccountIsMadePublishedAndDeleted) {
+  Session session;
+  session.Set("PROP_ACCOUNTTYPE", "1");
+  session.Set("PROP_ACCOUNTID", "vantor");
+  session.Set("PROP_ACCOUNTDESC", "The server's account");
+  // This engine does not look up the accounts that it makes, and so grants them nothing.
+  EXPECT_EQ(session.Run("CustomAction23"),
+            (Texts{"creating local service account vantor", "could not grant right to logon as service"}));
+  EXPECT_TRUE(HasAccount(L"vantor"));
+  EXPECT_EQ(session.Get("PROP_ACCOUNTNAME"), "vantor");
+  EXPECT_EQ(session.Get("PROP_ACCOUNTDOMAIN"), ComputerName());
+  EXPECT_TRUE(HasPasswordShape(session.Get("PROP_ACCOUNTPASS")));
+
+  // An account of another name is somebody's own, whoever published it.
+  USER_INFO_1 other = {};
+  wchar_t name[] = L"somebody";
+  other.usri1_name = other.usri1_password = name;
+  other.usri1_priv = USER_PRIV_USER;
+  ASSERT_EQ(NetUserAdd(nullptr, 1, reinterpret_cast<BYTE*>(&other), nullptr),
+            static_cast<NET_API_STATUS>(NERR_Success));
+  session.Set("PROP_ACCOUNTNAME", "somebody");
+  EXPECT_EQ(session.Run("CustomAction24"), Texts{"account was not created by installer (somebody)"});
+  EXPECT_TRUE(HasAccount(L"somebody"));
+  EXPECT_TRUE(HasAccount(L"vantor"));
+
+  // The service's account goes before the published one.
+  MakeServer(server + L"\\vt.exe", L".\\vantor");
+  EXPECT_EQ(session.Run("CustomAction24"), Texts{"deleting local service account vantor"});
+  EXPECT_TRUE(HasAccount(L"somebody"));
+  EXPECT_FALSE(HasAccount(L"vantor"));
+}
+
+TEST_F(SecuritySessionTest, WithoutAnAccountTheServiceIsToRunAsLocalSystem) {
+  Session session;
+  session.Set("PROP_SILENCE", "-1");
+  for (const char* type : {"", "2", "local"}) {
+    session.Set("PROP_ACCOUNTTYPE", type);
+    session.Set("PROP_ACCOUNTNAME", "somebody");
+    session.Set("PROP_ACCOUNTDOMAIN", "ELSEWHERE");
+    session.Set("PROP_ACCOUNTPASS", "given");
+    EXPECT_EQ(session.Run("CustomAction23"), Texts{"no service account, using LocalSystem"}) << type;
+    EXPECT_EQ(session.Get("PROP_ACCOUNTNAME"), "");
+    EXPECT_EQ(session.Get("PROP_ACCOUNTDOMAIN"), "");
+    EXPECT_EQ(session.Get("PROP_ACCOUNTPASS"), "");
+    EXPECT_EQ(session.Run("CustomAction24"), Texts{});
+  }
+  // In no domain, a computer is in a workgroup, here of its own name; no directory knows it.
+  session.Set("PROP_ACCOUNTTYPE", "0");
+  EXPECT_EQ(session.Run("CustomAction23"),
+            (Texts{"creating domain service account " + ComputerName() + "\\vantor",
+                   "failure -2147467259 (0x80004005) adding account",
+                   "Notice: Warning 27000.The account for the Vantor server could not be created, so the "
+                   "server will run as "
+                   "LocalSystem. The reason is in the installation's log.",
+                   "no service account, using LocalSystem"}));
+}
+
+// This engine keeps of a list what the system below it can: what the owner and what everybody may do. The
+// entries of a folder are always ones that are inherited.
+TEST_F(SecuritySessionTest, AccessIsSetOnOneFolderAndReadBack) {
+  const std::wstring data = elsewhere + L"\\Data", sub = data + L"\\Sub", file = sub + L"\\file.txt";
+  const std::wstring other = elsewhere + L"\\Other";
+  WriteTree(data, {{"Sub\\", ""}, {"Sub\\file.txt", "x"}});
+  WriteTree(other, {});
+  const std::string user = UserName();
+  // Nothing but the way through comes from above.
+  SetAccess(elsewhere, "D:(A;OICI;0x1200a0;;;USER)");
+  const std::string before = AccessTo(data), beforeSub = AccessTo(sub), beforeFile = AccessTo(file);
+
+  Session session;
+  session.Set("CustomActionData", "\\" + user + "*" + FromWide(data) + "\\");
+  EXPECT_EQ(session.Run("CustomAction25"),
+            (Texts{"setting ACL for " + user + " on \\" + user, "set ACL for " + user}));
+  EXPECT_EQ(before, "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)");
+  EXPECT_EQ(AccessTo(data), "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)");
+  EXPECT_EQ(AccessTo(sub), beforeSub);
+  EXPECT_EQ(AccessTo(file), beforeFile);
+
+  // The account of a real service, by its letters. That it may change the list itself is the owner's right.
+  MakeServer(server + L"\\vt.exe", ToWide(ComputerName() + "\\" + user));
+  session.Set("CustomActionData", "Vantor*rx*" + FromWide(other));
+  EXPECT_EQ(session.Run("CustomAction33"),
+            Texts{"set ACL (0) for " + ComputerName() + "\\" + user + "=500 on " + FromWide(other)});
+  EXPECT_EQ(AccessTo(other), "D:(A;OICI;FA;;;SY)(A;OICI;0x1e00a9;;;USER)");
+  // What comes from above is joined to the entry, and not the entries that the file had.
+  SetAccess(sub, "D:(A;OICI;0x1200a0;;;USER)");
+  session.Set("CustomActionData", "Vantor*r*" + FromWide(file));
+  EXPECT_EQ(session.Run("CustomAction33"),
+            Texts{"set ACL (0) for " + ComputerName() + "\\" + user + "=400 on " + FromWide(file)});
+  EXPECT_EQ(beforeFile, "D:(A;;FA;;;SY)(A;;FA;;;USER)(A;;0x1200a9;;;WD)");
+  EXPECT_EQ(AccessTo(file), "D:(A;;FA;;;SY)(A;;0x1e00a9;;;USER)");
+  SetAccess(sub, "D:(A;OICI;FA;;;USER)");
+  SetAccess(elsewhere, "D:(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)");
+}
+
+TEST_F(SecuritySessionTest, AccessThatCannotBeSetIsLogged) {
+  const std::wstring data = elsewhere + L"\\Data";
+  WriteTree(data, {});
+  const std::string before = AccessTo(data), path = "*" + FromWide(data);
+  Session session;
+  auto granting = [&](const std::string& text) {
+    session.Set("CustomActionData", text);
+    return session.Run("CustomAction25");
+  };
+  EXPECT_EQ(granting("nobody here" + path), (Texts{"setting ACL for nobody here on nobody here",
+                                                   "failure -36 (0xFFFFFFDC) setting ACL for nobody here"}));
+  EXPECT_EQ(granting("LocalService" + path + "\\missing"),
+            (Texts{"setting ACL for LocalService on LocalService",
+                   "failure 2 (0x00000002) setting ACL for LocalService"}));
+  EXPECT_EQ(granting("\\" + path), Texts{"no change to ACL on \\"});
+  EXPECT_EQ(granting("nobody"), Texts{"no path to apply ACL (nobody)"});
+  session.Set("CustomActionData", "Vantor*rx" + path);
+  EXPECT_EQ(session.Run("CustomAction33"), Texts{"opening service failed:  1060"});
+  EXPECT_EQ(AccessTo(data), before);
+}
+
+TEST_F(SecuritySessionTest, FailureActionsAreAskedFor) {
+  Session session;
+  session.Set("PROP_COMPONENT", "Vantor");
+  EXPECT_EQ(session.Run("CustomAction37"), Texts{"opening service failed:  1060"});
+  MakeServer(server + L"\\vt.exe", L"LocalSystem");
+  // This engine does not tell what is to be done when a service fails.
+  EXPECT_EQ(session.Run("CustomAction37"), Texts{"query service sizing failed:  124"});
+}
+
+TEST_F(SecuritySessionTest, ExceptionsAreAskedForAndTakenBack) {
+  Session session;
+  session.Set("PROP_SILENCE", "-1");
+  // This engine takes every rule; the third entry has no program and ends the list.
+  session.Set("PROP_FIREWALLDATA", "Server@TCP/C:\\a\\vt.exe;Tool/C:\\b\\tool.exe;no program");
+  EXPECT_EQ(session.Run("CustomAction5"), Texts(2, "installing complex firewall rules"));
+  EXPECT_EQ(session.Run("CustomAction19"), Texts(2, "removing complex firewall rules"));
+  session.Set("PROP_FIREWALLDATA", "");
+  EXPECT_EQ(session.Run("CustomAction5"), Texts{});
+  EXPECT_EQ(session.Run("CustomAction19"), Texts{});
+}
+
+}  // namespace
+}  // namespace install
