@@ -54,12 +54,6 @@ constexpr wchar_t kAuthor[] = L"Halvorstead Client Installer";
 constexpr wchar_t kNoTimeLimit[] = L"PT0S";
 constexpr TASK_INSTANCES_POLICY kInstances = TASK_INSTANCES_PARALLEL;
 
-// A text that a method only reads and that is deliberately handed over as it stands, without the length that
-// a system string has in front.
-BSTR AsItStands(const wchar_t* text) {
-  return const_cast<BSTR>(text);
-}
-
 // A text as a system string for the length of a call. A null text is no string, which is no failure.
 class CallText {
  public:

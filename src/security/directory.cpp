@@ -36,11 +36,6 @@ void FreePrincipalNames(DWORD count, wchar_t** names) {
   }
 }
 
-// The functions of the directory take such strings without changing them; they are passed as they are.
-BSTR Borrow(const wchar_t* text) {
-  return const_cast<BSTR>(text);
-}
-
 // Puts `first`, `second` and `third` together in a new heap string; null when memory lacks.
 wchar_t* Concatenate(const wchar_t* first, const wchar_t* second, const wchar_t* third) {
   size_t firstLength = TxtLenW(first);
@@ -103,7 +98,7 @@ SystemString TranslateName(const wchar_t* userName) {
     return distinguishedName;
   }
   if (SUCCEEDED(translator->Init(ADS_NAME_INITTYPE_GC, nullptr)) &&
-      SUCCEEDED(translator->Set(ADS_NAME_TYPE_NT4, Borrow(userName))) &&
+      SUCCEEDED(translator->Set(ADS_NAME_TYPE_NT4, AsItStands(userName))) &&
       FAILED(translator->Get(ADS_NAME_TYPE_1779, distinguishedName.put()))) {
     distinguishedName.release();
   }

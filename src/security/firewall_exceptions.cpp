@@ -60,28 +60,19 @@ struct FirewallEntry {
   }
 };
 
-// Cuts `text` at its first `unit` and returns what follows, or null when it has none.
-wchar_t* CutAt(wchar_t* text, wchar_t unit) {
-  const wchar_t* found = TxtFindCharW(text, unit);
-  if (!found) return nullptr;
-  wchar_t* behind = text + (found - text);
-  *behind = L'\0';
-  return behind + 1;
-}
-
 // Takes the next program off the list at `*rest`. False at its end, and where no path follows. The look for
 // the path runs over the whole rest, on purpose: an entry without one takes in what stands before the next
 // one's.
 bool TakeEntry(wchar_t** rest, FirewallEntry* entry) {
   wchar_t* text = *rest;
   if (!*text) return false;
-  wchar_t* path = CutAt(text, L'/');
+  wchar_t* path = TxtCutW(text, L'/');
   if (!path) return false;
   entry->name = text;
-  const wchar_t* selector = CutAt(text, L'@');
+  const wchar_t* selector = TxtCutW(text, L'@');
   entry->selector = selector ? selector : kAllProtocols;
   entry->path = path;
-  wchar_t* behind = CutAt(path, L';');
+  wchar_t* behind = TxtCutW(path, L';');
   *rest = behind ? behind : path + TxtLenW(path);
   return true;
 }

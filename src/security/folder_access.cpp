@@ -28,15 +28,6 @@ constexpr PermissionLetter kPermissionLetters[] = {
     {L'x', kAccessExecute},
 };
 
-// Cuts `text` at its first separator and returns what follows, or null when there is none.
-wchar_t* CutAtSeparator(wchar_t* text) {
-  const wchar_t* separator = TxtFindCharW(text, kSeparator);
-  if (!separator) return nullptr;
-  wchar_t* behind = text + (separator - text);
-  *behind = L'\0';
-  return behind + 1;
-}
-
 // `text` in UTF-8, a new heap string; null when memory lacks.
 char* ToUtf8(const wchar_t* text) {
   unsigned size = FormatString(nullptr, 0, "%ls", text) + 1;
@@ -83,7 +74,7 @@ extern "C" UINT WINAPI CustomAction25(MSIHANDLE session) {
   if (IsRollback(session)) return ERROR_SUCCESS;
   HeapStringW data(ReadPropertyW(session, L"CustomActionData"));
   if (!data) return ERROR_SUCCESS;
-  const wchar_t* path = CutAtSeparator(data.get());
+  const wchar_t* path = TxtCutW(data.get(), kSeparator);
   if (!path) {
     LogSetupMessage(session, "no path to apply ACL (%ls)", data.get());
     return ERROR_SUCCESS;
@@ -109,9 +100,9 @@ extern "C" UINT WINAPI CustomAction33(MSIHANDLE session) {
   if (IsRollback(session)) return ERROR_SUCCESS;
   HeapStringW data(ReadPropertyW(session, L"CustomActionData"));
   if (!data) return ERROR_SUCCESS;
-  wchar_t* letters = CutAtSeparator(data.get());
+  wchar_t* letters = TxtCutW(data.get(), kSeparator);
   if (!letters) return ERROR_SUCCESS;
-  const wchar_t* pathText = CutAtSeparator(letters);
+  const wchar_t* pathText = TxtCutW(letters, kSeparator);
   if (!pathText) return ERROR_SUCCESS;
   PathRef path(PathFromWide(pathText));
   GrantServiceAccess(session, data.get(), ParseMode(letters), path.get());

@@ -57,10 +57,6 @@ AccountType ReadAccountType(MSIHANDLE session) {
   }
 }
 
-BSTR Borrow(const wchar_t* text) {
-  return const_cast<BSTR>(text);
-}
-
 DWORD CreateLocalAccount(const NewAccount& account, const wchar_t* fullName) {
   USER_INFO_2 user = {};
   user.usri2_name = account.name.get();
@@ -79,7 +75,7 @@ DWORD CreateDomainAccount(const NewAccount& account, const wchar_t* fullName) {
   // Deliberate: without a container and without an error, the account counts as created.
   if (!container) return GetLastError();
   ComPtr<IDispatch> object;
-  HRESULT result = container->Create(Borrow(kUserClass), Borrow(account.name.get()), object.put());
+  HRESULT result = container->Create(AsItStands(kUserClass), AsItStands(account.name.get()), object.put());
   if (FAILED(result)) {
     // Deliberate: what was obtained until such a failure is never released.
     container.release();
@@ -96,8 +92,8 @@ DWORD CreateDomainAccount(const NewAccount& account, const wchar_t* fullName) {
     return static_cast<DWORD>(result);
   }
   // Deliberate: an account without a password of ours, or without a full name, is one all the same.
-  user->SetPassword(Borrow(account.password.text));
-  user->put_FullName(Borrow(fullName));
+  user->SetPassword(AsItStands(account.password.text));
+  user->put_FullName(AsItStands(fullName));
   result = user->SetInfo();
   user.reset();
   object.reset();

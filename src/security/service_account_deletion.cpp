@@ -48,11 +48,9 @@ wchar_t* ReadPublishedAccount(MSIHANDLE session) {
 
 // Cuts an account's text at its first backslash. The user; `domain` is what stands before, or null.
 const wchar_t* SplitAccount(wchar_t* account, const wchar_t** domain) {
-  const wchar_t* backslash = TxtFindCharW(account, L'\\');
-  *domain = backslash ? account : nullptr;
-  if (!backslash) return account;
-  account[backslash - account] = L'\0';
-  return backslash + 1;
+  const wchar_t* user = TxtCutW(account, L'\\');
+  *domain = user ? account : nullptr;
+  return user ? user : account;
 }
 
 bool IsRemote(const wchar_t* domain) {
@@ -71,8 +69,7 @@ bool HasDomainUser(const wchar_t* domain, const wchar_t* user) {
   ComPtr<IADsContainer> container(OpenDomainContainer(domain));
   if (!container) return false;
   ComPtr<IDispatch> object;
-  if (SUCCEEDED(container->GetObject(const_cast<BSTR>(kUserClass), const_cast<BSTR>(user), object.put())))
-    return true;
+  if (SUCCEEDED(container->GetObject(AsItStands(kUserClass), AsItStands(user), object.put()))) return true;
   object.release();  // What a failing call leaves behind is no object.
   return false;
 }
@@ -88,7 +85,7 @@ void DeleteDomainAccount(MSIHANDLE session, const wchar_t* domain, const wchar_t
   if (!HasDomainUser(domain, user)) return;
   RemovePrincipalNames(session, domain, user);
   ComPtr<IADsContainer> container(OpenDomainContainer(domain));
-  if (container) container->Delete(const_cast<BSTR>(kUserClass), const_cast<BSTR>(user));
+  if (container) container->Delete(AsItStands(kUserClass), AsItStands(user));
 }
 
 }  // namespace

@@ -155,6 +155,12 @@ inline __attribute__((noinline)) void ReleaseInterface(IUnknown* object) {
   if (object) object->Release();
 }
 
+/// A text for a method that only reads it: deliberately handed over as it stands, without the length that a
+/// system string has in front. It stays the caller's.
+inline BSTR AsItStands(const wchar_t* text) {
+  return const_cast<BSTR>(text);
+}
+
 /// A reference on a COM interface.
 template <typename Interface>
 class ComPtr {

@@ -118,6 +118,14 @@ const wchar_t* TxtFindLastCharW(const wchar_t* text, wchar_t unit) {
   return FindLast(text, unit);
 }
 
+wchar_t* TxtCutW(wchar_t* text, wchar_t unit) {
+  const wchar_t* found = TxtFindCharW(text, unit);
+  if (!found) return nullptr;
+  text += found - text;
+  *text = L'\0';
+  return text + 1;
+}
+
 const char* TxtFindA(const char* text, const char* wanted) {
   for (; *text; ++text) {
     size_t matched = 0;

@@ -34,6 +34,10 @@ const char* TxtFindLastCharA(const char* text, char unit);
 /// The last `unit` before the terminator of `text`, or null.
 const wchar_t* TxtFindLastCharW(const wchar_t* text, wchar_t unit);
 
+/// Ends `text` at its first `unit`, which is overwritten by a terminator, and returns what follows; null, and
+/// nothing is changed, when it has none.
+wchar_t* TxtCutW(wchar_t* text, wchar_t unit);
+
 /// The first place in `text` where `wanted` stands (case matters), or null. An empty `wanted` stands at the
 /// start; in an empty `text` nothing is found, not even an empty `wanted`.
 const char* TxtFindA(const char* text, const char* wanted);

@@ -63,6 +63,16 @@ TEST_F(ServiceAccountCreationTest, ALocalAccountIsMadeGivenItsRightAndPublished)
   EXPECT_EQ(Published(), "svc|<password>|PC7");
 }
 
+TEST_F(ServiceAccountCreationTest, ALongNameIsUsedWholeAndLoggedAsFarAsALineGoes) {
+  const std::string name(300, 'n');
+  SetType("1");
+  Installer().Set("PROP_ACCOUNTID", name);
+  EXPECT_EQ(Run(23), 0u);
+  EXPECT_LOG({"Hx Setup Log: " + ("creating local service account " + name).substr(0, 255)});
+  EXPECT_EQ(Accounts().users.count(name), 1u);
+  EXPECT_EQ(Published(), name + "|<password>|PC7");
+}
+
 TEST_F(ServiceAccountCreationTest, AnAccountOfTheDomainIsMadeInItsDirectory) {
   SetType("0");
   EXPECT_EQ(Run(23), 0u);

@@ -210,6 +210,22 @@ TEST_F(ServiceAccountDeletionTest, WithoutAComputerNameADomainCountsAsAnother) {
   EXPECT_EQ(Left(), kAll);
 }
 
+TEST_F(ServiceAccountDeletionTest, ALongNameIsComparedAndDeletedWhole) {
+  const std::string name(300, 'n');
+  for (const std::string& other : {name + "n", name.substr(1)}) Accounts().users[other];
+  Accounts().users[name];
+  Installer().Set("PROP_ACCOUNTID", name);
+  for (const std::string& account : {name + "n", name.substr(1), name}) {
+    Installer().Set("PROP_ACCOUNTNAME", account);
+    EXPECT_EQ(Run(24), 0u);
+    EXPECT_EQ(Accounts().users.count(account), account == name ? 0u : 1u);
+  }
+  EXPECT_LOG(
+      {"Hx Setup Log: " + ("account was not created by installer (" + name + "n)").substr(0, 255),
+       "Hx Setup Log: " + ("account was not created by installer (" + name.substr(1) + ")").substr(0, 255),
+       "Hx Setup Log: " + ("deleting local service account " + name).substr(0, 255)});
+}
+
 // ---- the service's configuration
 
 TEST_F(ServiceAccountDeletionTest, AServiceThatCannotBeAskedLeavesThePublishedAccount) {
@@ -352,6 +368,17 @@ TEST_F(ServiceAccountDeletionTest, InARollbackAnyOtherAccountIsLeftAlone) {
   SetService("PC7\\other");
   EXPECT_EQ(Run(23), 0u);
   EXPECT_LOG({"Hx Setup Log: account was not created by installer (other)"});
+  EXPECT_EQ(Left(), kAll);
+}
+
+TEST_F(ServiceAccountDeletionTest, ARollbackOfARefusedCreationLeavesTheOlderAccount) {
+  Installer().Set("PROP_ACCOUNTTYPE", "1");
+  EXPECT_EQ(Run(23), 0u);
+  Installer().rollback = true;
+  EXPECT_EQ(Run(23), 0u);
+  EXPECT_LOG({"Hx Setup Log: creating local service account svc",
+              "Hx Setup Log: failure 2224 (0x000008B0) adding account",
+              "Hx Setup Log: no service account, using LocalSystem"});
   EXPECT_EQ(Left(), kAll);
 }
 

@@ -14,11 +14,9 @@
 namespace account_sid_test {
 
 HX_INTERNAL(ResolveAccountSid);
-HX_INTERNAL(LookUpAccountSid);
 HX_INTERNAL(HeapFreeSafe);
 
 using Bytes = std::vector<BYTE>;
-using Rooms = std::vector<std::pair<DWORD, DWORD>>;
 
 // The bytes that a first look-up has room for: 256, and 256 characters.
 constexpr ptrdiff_t kFirstRoom = 768;
@@ -191,35 +189,6 @@ TEST_F(AccountSidTest, LongNamesAreLookedUpWhole) {
   Accounts().domains[domain].accounts["svc"];
   // An identifier of 28 bytes, and 2001 characters.
   EXPECT_EQ(Resolve((domain + "\\svc").c_str(), 28 + 2 * 2001), SidOf(domain + "\\svc"));
-}
-
-TEST_F(AccountSidTest, ALookUpGetsTheRoomThatItAsksFor) {
-  Accounts().demands = {{300, 10}, {301, 10}, {28, 257}};
-  EXPECT_EQ(Take(LookUpAccountSid(nullptr, L"svc"), 28 + 2 * 257), SidOf("PC7\\svc"));
-  EXPECT_EQ(Accounts().rooms, (Rooms{{256, 256}, {300, 10}, {301, 10}, {28, 257}}));
-}
-
-TEST_F(AccountSidTest, ALookUpThatAsksForNoMoreRoomEnds) {
-  Accounts().demands = {{300, 300}, {300, 300}, {300, 300}};
-  EXPECT_EQ(LookUpAccountSid(nullptr, L"svc"), nullptr);
-  EXPECT_EQ(Accounts().rooms, (Rooms{{256, 256}, {300, 300}}));
-}
-
-// Also when it told of more room.
-TEST_F(AccountSidTest, OtherErrorsEndALookUp) {
-  for (DWORD error : {ERROR_NONE_MAPPED, ERROR_ACCESS_DENIED, ERROR_MORE_DATA, ERROR_SUCCESS}) {
-    int calls = 0;
-    TheWorld().On<::LookupAccountNameW>([error, &calls](const wchar_t*, const wchar_t*, void*, DWORD* sidSize,
-                                                        wchar_t*, DWORD* domainSize, SID_NAME_USE*) {
-      ++calls;
-      *sidSize += 100;
-      *domainSize += 100;
-      SetLastError(calls < 3 ? error : ERROR_NONE_MAPPED);
-      return FALSE;
-    });
-    EXPECT_EQ(LookUpAccountSid(nullptr, L"svc"), nullptr) << error;
-    EXPECT_EQ(calls, 1) << error;
-  }
 }
 
 TEST_F(AccountSidTest, SurvivesEveryFailure) {

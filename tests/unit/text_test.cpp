@@ -25,6 +25,7 @@ HX_INTERNAL(TxtFindCharA);
 HX_INTERNAL(TxtFindCharW);
 HX_INTERNAL(TxtFindLastCharA);
 HX_INTERNAL(TxtFindLastCharW);
+HX_INTERNAL(TxtCutW);
 HX_INTERNAL(TxtFindA);
 HX_INTERNAL(TxtCompareA);
 HX_INTERNAL(TxtCompareIA);
@@ -145,6 +146,23 @@ TEST_F(TextTest, FindsTheFirstAndLastUnit) {
   // Wide units are compared whole.
   EXPECT_EQ(TxtFindCharW(L"\x0161", L'a'), nullptr);
   EXPECT_EQ(TxtFindLastCharW(L"\x0161", L'a'), nullptr);
+}
+
+TEST_F(TextTest, CuttingEndsTheTextAtTheFirstUnit) {
+  wchar_t twice[] = L"a*b*c";
+  EXPECT_EQ(TxtCutW(twice, L'*'), twice + 2);
+  EXPECT_EQ(std::wstring(twice, 5), std::wstring(L"a\0b*c", 5));
+  wchar_t first[] = L"*b";
+  EXPECT_EQ(TxtCutW(first, L'*'), first + 1);
+  EXPECT_STREQ(first, L"");
+  wchar_t last[] = L"a*";
+  EXPECT_EQ(TxtCutW(last, L'*'), last + 2);
+  EXPECT_STREQ(last, L"a");
+  wchar_t without[] = L"ab";
+  EXPECT_EQ(TxtCutW(without, L'*'), nullptr);
+  EXPECT_STREQ(without, L"ab");
+  wchar_t empty[] = L"";
+  EXPECT_EQ(TxtCutW(empty, L'*'), nullptr);
 }
 
 TEST_F(TextTest, FindsASubstring) {
