@@ -137,9 +137,10 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
   }
 }
 
-// Somebody has given the service an account of his own.
+// An installation had made an account, and somebody has given the service one of his own since.
 TEST_F(SecurityPackageTest, AServiceThatIsThereKeepsItsAccount) {
   const std::string own = ComputerName() + "\\somebody";
+  SetRegistryText(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Vantor", "Account", "vantor");
   MakeServer(server + L"\\vt.exe", ToWide(own));
   const InstallerRun& installed = Install(WatchedServer(), L"PROP_ACCOUNTTYPE=1");
   EXPECT_EQ(installed.exitCode, 0u);
