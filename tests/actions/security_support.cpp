@@ -1,68 +1,9 @@
 #include "actions/security_support.h"
 
-#include "rig/print.h"
-
 namespace security_test {
-
-std::string Quoted(const std::string& text) {
-  return rig::Quote(std::string_view(text));
-}
 
 std::string ListOf(const std::string& path, const std::string& rights, const std::string& account) {
   return path + ": rights=" + rights + " mode=2 inherits=3 multiple=null/0 form=0 type=0 sid=" + account;
-}
-
-Calls& Calls::Add(const std::string& line) {
-  lines.push_back(line);
-  return *this;
-}
-
-Calls& Calls::Read(const std::string& name, const std::string& result) {
-  return Add("MsiGetPropertyW(session, \"" + name + "\", *, *) = " + result);
-}
-
-Calls& Calls::Log(const std::string& text) {
-  std::string record = "record#" + std::to_string(++records_);
-  return Add("MsiCreateRecord(2) = " + record)
-      .Add("MsiRecordSetStringA(" + record + ", 0, \"Hx Setup Log: [1]\") = 0")
-      .Add("MsiRecordSetStringA(" + record + ", 1, " + Quoted(text) + ") = 0")
-      .Add("MsiProcessMessage(session, 0x4000000, " + record + ") = 1")
-      .Add("MsiCloseHandle(" + record + ") = 0");
-}
-
-void Calls::BeginBind(const std::string& module) {
-  Add("SetErrorMode(0x8001) = 16384");
-  if (!modules_.insert(module).second) {
-    return;
-  }
-  if (module == "ADVAPI32") {
-    Add("GetModuleHandleW(\"ADVAPI32\") = ADVAPI32");
-    return;
-  }
-  Add("GetModuleHandleW(\"" + module + "\") = null");
-  Add("LoadLibraryW(\"" + module + "\") = " + module);
-}
-
-Calls& Calls::LackFunction(const std::string& module, const std::string& function) {
-  BeginBind(module);
-  return Add("GetProcAddress(" + module + ", \"" + function + "\") = null")
-      .Add("SetErrorMode(0x4000) = 32769");
-}
-
-Calls& Calls::LackModule(const std::string& module) {
-  return Add("SetErrorMode(0x8001) = 16384")
-      .Add("GetModuleHandleW(\"" + module + "\") = null")
-      .Add("LoadLibraryW(\"" + module + "\") = null")
-      .Add("SetErrorMode(0x4000) = 32769");
-}
-
-Calls& Calls::Late(const std::string& module, const std::string& call) {
-  std::string function = call.substr(0, call.find('('));
-  if (functions_.insert(function).second) {
-    BeginBind(module);
-    Add("GetProcAddress(" + module + ", \"" + function + "\") = *").Add("SetErrorMode(0x4000) = 32769");
-  }
-  return Add(call);
 }
 
 Calls& Calls::MakePath(const std::string& path) {

@@ -8,32 +8,20 @@
 #include <string>
 #include <vector>
 
+#include "actions/expected_calls.h"
 #include "rig/action_test.h"
 #include "rig/world_security.h"
 
 namespace security_test {
 
-/// The calls that a test expects, with the numbers of what they take.
-class Calls {
- public:
-  /// The lines so far.
-  std::vector<std::string> lines;
+using expected::Quoted;
 
+/// The calls that a test expects, with the numbers of what they take.
+class Calls : public expected::CallList<Calls> {
+ public:
   /// Begins as the actions do: asks whether the installer rolls back.
   Calls() { Add("MsiGetMode(session, 17) = 0"); }
 
-  /// Adds any line.
-  Calls& Add(const std::string& line);
-  /// Reads a property as wide text.
-  Calls& Read(const std::string& name, const std::string& result = "0");
-  /// Writes a line to the log.
-  Calls& Log(const std::string& text);
-  /// Looks for a function by name, in vain: its module lacks it.
-  Calls& LackFunction(const std::string& module, const std::string& function);
-  /// Looks for a function by name, in vain: there is no such module.
-  Calls& LackModule(const std::string& module);
-  /// Calls a function of a module, found by name before its first call; `call` is the whole line.
-  Calls& Late(const std::string& module, const std::string& call);
   /// Makes a path of this text, which has no names but the last one that may be short.
   Calls& MakePath(const std::string& path);
   /// Asks for this computer's name.
@@ -48,12 +36,6 @@ class Calls {
   Calls& CloseService();
 
  private:
-  /// The beginning of a look for a function: finds its module.
-  void BeginBind(const std::string& module);
-
-  std::set<std::string> modules_;
-  std::set<std::string> functions_;
-  int records_ = 0;
   int lists_ = 0;
 };
 
@@ -87,7 +69,5 @@ Calls BeginFullControl(const std::string& account);
 /// The list of a path whose only entry gives rights, "0x10000000", to an account; inherited unless told
 /// otherwise.
 std::string ListOf(const std::string& path, const std::string& rights, const std::string& account);
-/// Text as it stands in a trace.
-std::string Quoted(const std::string& text);
 
 }  // namespace security_test

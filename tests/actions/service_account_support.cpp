@@ -2,78 +2,18 @@
 
 #include <algorithm>
 
-#include "rig/print.h"
-
 namespace service_account_test {
+
+using expected::Quoted;
+
 namespace {
 
 constexpr char kContainerId[] = "{001677D0-FD16-11CE-ABC4-02608C9E7553}";
 
-std::string Quoted(const std::string& text) {
-  return rig::Quote(std::string_view(text));
-}
-
 }  // namespace
-
-Calls& Calls::Add(const std::string& line) {
-  lines.push_back(line);
-  return *this;
-}
-
-Calls& Calls::Read(const std::string& name, const std::string& result) {
-  return Add("MsiGetPropertyW(session, \"" + name + "\", *, *) = " + result);
-}
 
 Calls& Calls::Set(const std::string& name, const std::string& value) {
   return Add("MsiSetPropertyW(session, \"" + name + "\", " + Quoted(value) + ") = 0");
-}
-
-Calls& Calls::Log(const std::string& text) {
-  std::string record = "record#" + std::to_string(++records_);
-  return Add("MsiCreateRecord(2) = " + record)
-      .Add("MsiRecordSetStringA(" + record + ", 0, \"Hx Setup Log: [1]\") = 0")
-      .Add("MsiRecordSetStringA(" + record + ", 1, " + Quoted(text) + ") = 0")
-      .Add("MsiProcessMessage(session, 0x4000000, " + record + ") = 1")
-      .Add("MsiCloseHandle(" + record + ") = 0");
-}
-
-void Calls::BeginBind(const std::string& module) {
-  Add("SetErrorMode(0x8001) = 16384");
-  if (!modules_.insert(module).second) {
-    return;
-  }
-  if (module == "ADVAPI32") {
-    Add("GetModuleHandleW(\"ADVAPI32\") = ADVAPI32");
-    return;
-  }
-  Add("GetModuleHandleW(\"" + module + "\") = null");
-  Add("LoadLibraryW(\"" + module + "\") = " + module);
-}
-
-Calls& Calls::Bind(const std::string& module, const std::string& function) {
-  if (!functions_.insert(function).second) {
-    return *this;
-  }
-  BeginBind(module);
-  Add("GetProcAddress(" + module + ", \"" + function + "\") = *");
-  return Add("SetErrorMode(0x4000) = 32769");
-}
-
-Calls& Calls::LackFunction(const std::string& module, const std::string& function) {
-  BeginBind(module);
-  Add("GetProcAddress(" + module + ", \"" + function + "\") = null");
-  return Add("SetErrorMode(0x4000) = 32769");
-}
-
-Calls& Calls::LackModule(const std::string& module) {
-  Add("SetErrorMode(0x8001) = 16384");
-  Add("GetModuleHandleW(\"" + module + "\") = null");
-  Add("LoadLibraryW(\"" + module + "\") = null");
-  return Add("SetErrorMode(0x4000) = 32769");
-}
-
-Calls& Calls::Late(const std::string& module, const std::string& call) {
-  return Bind(module, call.substr(0, call.find('('))).Add(call);
 }
 
 Calls& Calls::AskWorkgroup(int buffer) {
@@ -114,7 +54,7 @@ Calls& Calls::Grant(const std::string& controller) {
 }
 
 Calls& Calls::Notice(int number) {
-  std::string record = "record#" + std::to_string(++records_);
+  std::string record = NewRecord();
   return Add("MsiGetPropertyA(session, \"PROP_SILENCE\", *, *) = 0")
       .Add("MsiCreateRecord(2) = " + record)
       .Add("MsiRecordSetInteger(" + record + ", 1, " + std::to_string(number) + ") = 0")

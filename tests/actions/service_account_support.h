@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "actions/expected_calls.h"
 #include "rig/action_test.h"
 #include "rig/world_accounts.h"
 #include "rig/world_directory.h"
@@ -14,27 +15,10 @@
 namespace service_account_test {
 
 /// The calls that a test expects, with the numbers of what they take.
-class Calls {
+class Calls : public expected::CallList<Calls> {
  public:
-  /// The lines so far.
-  std::vector<std::string> lines;
-
-  /// Adds any line.
-  Calls& Add(const std::string& line);
-  /// Reads a property as wide text.
-  Calls& Read(const std::string& name, const std::string& result = "0");
   /// Sets a property.
   Calls& Set(const std::string& name, const std::string& value);
-  /// Writes a line to the log.
-  Calls& Log(const std::string& text);
-  /// Finds a function of a module by name, unless it has been found before.
-  Calls& Bind(const std::string& module, const std::string& function);
-  /// Looks for a function in vain: the module lacks it.
-  Calls& LackFunction(const std::string& module, const std::string& function);
-  /// Looks for a function in vain: there is no such module.
-  Calls& LackModule(const std::string& module);
-  /// Calls a function found by name; `call` is the whole line.
-  Calls& Late(const std::string& module, const std::string& call);
   /// Asks for the workgroup, in the buffer of this number.
   Calls& AskWorkgroup(int buffer);
   /// Opens the container of CORP.
@@ -53,14 +37,6 @@ class Calls {
   Calls& AskService(const std::string& account);
   /// Asks for the account of the service "Vantor", which is not there.
   Calls& LackService();
-
- private:
-  /// The beginning of a look for a function: finds its module.
-  void BeginBind(const std::string& module);
-
-  std::set<std::string> modules_;
-  std::set<std::string> functions_;
-  int records_ = 0;
 };
 
 /// A test of CustomAction23 or CustomAction24. The computer is PC7, in the domain CORP.
