@@ -3,14 +3,26 @@
 
 ARTIFACTS holds one folder for each program that ran, with its exit status in the file "status" and its
 results: GoogleTest's results.xml, or an output.txt that ends as Python's unittest does or whose last line reads
-"N passed, N failed". FAILED is not 0
-where a program could not be run to its end. Prints the sum as its only line; the exit status is 0 where
-something ran and nothing failed. A program that ended badly counts as a failure of its own.
+"N passed, N failed". FAILED is not 0 where a program could not be run to its end. Prints the sum as its only line,
+and before it, on the error output, what failed; the exit status is 0 where something ran and nothing failed. A program
+that ended badly counts as a failure of its own.
 """
 import pathlib
 import re
 import sys
 import xml.etree.ElementTree
+
+
+def print_failures(folder):
+    """What GoogleTest's failed tests of one folder said, once more: their output may be far above."""
+    try:
+        cases = list(xml.etree.ElementTree.parse(folder / "results.xml").iter("testcase"))
+    except (OSError, xml.etree.ElementTree.ParseError):
+        return
+    for case in cases:
+        for failure in case.findall("failure"):
+            print(f"{folder.name}: {case.get('classname')}.{case.get('name')}: {failure.get('message')}",
+                  file=sys.stderr)
 
 
 def results_of(folder):
@@ -43,6 +55,7 @@ def main():
     total_passed, total_failed = 0, broken
     for status_file in sorted(pathlib.Path(sys.argv[2]).glob("*/status")):
         status = int(status_file.read_text())
+        print_failures(status_file.parent)
         results = results_of(status_file.parent)
         passed, failed = results or (0, 0)
         if results is None or (status != 0 and failed == 0):
