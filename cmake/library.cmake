@@ -134,8 +134,8 @@ hx_objects(empty-objects ${CMAKE_SOURCE_DIR}/bench/empty/empty.cpp)
 hx_library(empty OBJECTS runtime empty-objects)
 set_target_properties(empty-objects empty PROPERTIES EXCLUDE_FROM_ALL ON)
 
-# The stand-in for the programs of client and server, which the packages install; and the witness, a library whose
-# actions look around in the installer's own process.
+# The stand-ins for the programs of client and server and for the tracking library, which the packages install; and the
+# witness, a library whose actions look around in the installer's own process.
 if(NOT HX_CHECKED)
   hx_import_libraries(agentImports packages/programs/imports)
   add_custom_target(agent-imports DEPENDS ${agentImports})
@@ -148,13 +148,20 @@ if(NOT HX_CHECKED)
   target_link_options(agent PRIVATE ${linkOptions} -Wl,--entry,Main -Wl,--subsystem,windows)
   target_link_libraries(agent PRIVATE ${agentImports})
 
+  # hx_stand_in(NAME SOURCE IMPORTS): a library that the packages bring along.
+  function(hx_stand_in name source imports)
+    hx_objects(${name}-objects ${CMAKE_SOURCE_DIR}/${source})
+    add_library(${name} SHARED $<TARGET_OBJECTS:${name}-objects> $<TARGET_OBJECTS:runtime>)
+    add_dependencies(${name} ${name}-imports)
+    set_target_properties(${name} PROPERTIES PREFIX "" IMPORT_PREFIX "" LINKER_LANGUAGE CXX
+      LINK_DEPENDS "${imports}")
+    target_link_options(${name} PRIVATE ${linkOptions} -shared -Wl,--entry,DllMain)
+    target_link_libraries(${name} PRIVATE ${imports})
+  endfunction()
+
   hx_import_libraries(witnessImports packages/witness/imports)
   add_custom_target(witness-imports DEPENDS ${witnessImports})
-  hx_objects(witness-objects ${CMAKE_SOURCE_DIR}/packages/witness/witness.cpp)
-  add_library(witness SHARED $<TARGET_OBJECTS:witness-objects> $<TARGET_OBJECTS:runtime>)
-  add_dependencies(witness witness-imports)
-  set_target_properties(witness PROPERTIES PREFIX "" IMPORT_PREFIX "" LINKER_LANGUAGE CXX
-    LINK_DEPENDS "${witnessImports}")
-  target_link_options(witness PRIVATE ${linkOptions} -shared -Wl,--entry,DllMain)
-  target_link_libraries(witness PRIVATE ${witnessImports})
+  hx_stand_in(witness packages/witness/witness.cpp "${witnessImports}")
+  add_custom_target(ostrack-imports DEPENDS ${agentImports})
+  hx_stand_in(ostrack packages/programs/tracking.cpp "${agentImports}")
 endif()

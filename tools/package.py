@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Makes the installer packages of one processor: tools/package.py arm64|x64 [LIBRARY [FOLDER]]
 
-LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be agent.exe, the stand-in
-for the programs, and witness.dll, which looks around for tests and demonstration. FOLDER is where the packages are
+LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be the stand-ins agent.exe
+(the programs) and ostrack.dll (the tracking library), and witness.dll, which looks around for tests and demonstration. FOLDER is where the packages are
 left (build/packages/PROCESSOR):
   client.msi          the client package with the version that CMakeLists.txt states
   client-newer.msi    the same with the next higher build number, to upgrade from the first
@@ -34,8 +34,10 @@ NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
 TEMPLATES = {"arm64": "Arm64", "x64": "x64"}
 LABELS = {"arm64": "ARM64", "x64": "x64"}
 
-# The stand-in for the programs, as it is built, and with the version of the package behind its end; the witness.
+# The stand-ins for the programs, as it is built and with the version of the package behind its end, and for the tracking
+# library; the witness.
 PROGRAM = "agent.exe"
+TRACKING = "ostrack.dll"
 WITNESS = "witness.dll"
 VERSION_PROGRAM = "program.exe"
 
@@ -179,12 +181,12 @@ def set_summary(package, stage, template, title, contents):
 
 def make_package(source, processor, library, name, version, target, watched=False):
     """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the stand-in for the
-    programs, beside the library, may be in it. The witness is, where it shall be `watched`."""
+    programs and the tracking library, beside the library, may be in it. The witness is, where it shall be `watched`."""
     label = LABELS[processor]
     source = ROOT / "packages" / source
     with tempfile.TemporaryDirectory() as folder:
         stage = Path(folder)
-        beside = [library.parent / PROGRAM, library.parent / WITNESS]
+        beside = [library.parent / name for name in (PROGRAM, TRACKING, WITNESS)]
         inputs = [library, *beside, *sorted((source.parent / "files").iterdir())]
         files = {path.name: path.read_bytes() for path in inputs}
         # Another one for each version, so that an upgrade has files to replace.
@@ -205,6 +207,7 @@ def make_package(source, processor, library, name, version, target, watched=Fals
             "LibraryFile": library.name,
             "AgentFile": PROGRAM,
             "ProgramFile": VERSION_PROGRAM,
+            "TrackingFile": TRACKING,
             **watching,
         }, stage, package)
         digest.update(ElementTree.tostring(tree))
@@ -228,7 +231,7 @@ def main():
     processor = sys.argv[1]
     library = Path(sys.argv[2] if len(sys.argv) > 2 else ROOT / f"build/{processor}/hxsetup.dll")
     folder = Path(sys.argv[3] if len(sys.argv) > 3 else ROOT / f"build/packages/{processor}")
-    for path in (library, library.parent / PROGRAM, library.parent / WITNESS):
+    for path in (library, *(library.parent / name for name in (PROGRAM, TRACKING, WITNESS))):
         if not path.is_file():
             fail(f"{path} is missing: build it first")
     stated = re.search(r"^project\(hxsetup VERSION (\d+)\.(\d+)\.(\d+)",

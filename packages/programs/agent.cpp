@@ -12,8 +12,8 @@
 //                            refuses the first REFUSALS requests to close, and closes DELAY milliseconds
 //                            behind the next one.
 //
-// The record is the file "Ostrel record.txt" in the folder that all users share, a line for each event.
-#include <windows.h>
+// Each event is a line of the record (record.h).
+#include "record.h"
 
 namespace {
 
@@ -28,44 +28,6 @@ constexpr ServiceProgram kServicePrograms[] = {{"ostrel.exe", "Ostrel"}, {"vt.ex
 constexpr UINT kShutdownMessage = 2024;
 constexpr WPARAM kShutdownCommand = 1001;
 constexpr UINT_PTR kClosingTimer = 1;
-
-// A line of the record, and any other text that is put together here; what does not fit is cut.
-struct Line {
-  static constexpr size_t kSize = 512;
-  char text[kSize] = {};
-  size_t length = 0;
-
-  Line& operator<<(const char* part) {
-    while (*part && length + 1 < kSize) text[length++] = *part++;
-    text[length] = 0;
-    return *this;
-  }
-  Line& operator<<(DWORD number) {
-    char digits[11];
-    char* digit = digits + sizeof digits - 1;
-    *digit = 0;
-    do {
-      *--digit = static_cast<char>('0' + number % 10);
-    } while (number /= 10);
-    return *this << digit;
-  }
-};
-
-void Record(const Line& event) {
-  Line path;
-  path.length = GetEnvironmentVariableA("ProgramData", path.text, MAX_PATH);
-  path << "\\Ostrel record.txt";
-  // Only an append is whole where several programs write at the same time.
-  HANDLE file =
-      CreateFileA(path.text, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return;
-  Line line = event;
-  line << "\r\n";
-  DWORD written;
-  WriteFile(file, line.text, static_cast<DWORD>(line.length), &written, nullptr);
-  CloseHandle(file);
-}
 
 bool IsName(const char* text, const char* name) {
   return CompareStringA(LOCALE_USER_DEFAULT, NORM_IGNORECASE, text, -1, name, -1) == CSTR_EQUAL;

@@ -375,7 +375,7 @@ AgentState RunAndLook(const std::string& name, const std::wstring& arguments) {
   return state;
 }
 
-std::vector<std::string> FailBehindTheHook() {
+std::vector<std::string> FailInScript(int sequence) {
   // An entry point of the library, deferred, without impersonation. It judges a conversion of which nothing
   // tells that it succeeded.
   constexpr int kDeferredAction = 1 + 1024 + 2048;
@@ -383,7 +383,8 @@ std::vector<std::string> FailBehindTheHook() {
           "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Fail', " +
               std::to_string(kDeferredAction) + ", 'hxsetup', 'CustomAction17')",
           "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
-          "VALUES ('Fail', 'NOT REMOVE', 6440)"};
+          "VALUES ('Fail', 'NOT REMOVE', " +
+              std::to_string(sequence) + ")"};
 }
 
 void AgentTest::SetUp() {

@@ -139,9 +139,12 @@ class AgentMachine {
 /// Runs msiexec, with a log named `name`, and looks around. The record begins anew with the run.
 AgentState RunAndLook(const std::string& name, const std::wstring& arguments);
 
-/// What makes a copy of a client package one that fails in its script, directly behind CustomAction9 to
-/// CustomAction11: statements for ChangePackage.
-std::vector<std::string> FailBehindTheHook();
+/// Places for a failure: directly behind CustomAction9 to CustomAction11; and where the service has been
+/// stopped, but no file been touched.
+constexpr int kBehindTheHook = 6440, kBehindStopServices = 1950;
+/// What makes a copy of a client package one that fails in its script, at this place of the sequence:
+/// statements for ChangePackage.
+std::vector<std::string> FailInScript(int sequence);
 
 /// Tests that begin and end with a machine without an agent. The product is removed where a test leaves it.
 class AgentTest : public InstallTest {

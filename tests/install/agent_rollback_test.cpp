@@ -16,7 +16,7 @@ class AgentRollbackTest : public AgentTest {};
 TEST_F(AgentRollbackTest, TakesTheTrackingLibraryOutAndLeavesTheRestAlone) {
   const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
   WriteTree(kOtherFolder, {});
-  std::vector<std::string> statements = FailBehindTheHook();
+  std::vector<std::string> statements = FailInScript(kBehindTheHook);
   statements.push_back(
       "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('RestartBack', " +
       std::to_string(kRollback) + ", 'hxsetup', 'CustomAction38')");
@@ -58,7 +58,7 @@ TEST_F(AgentRollbackTest, LeavesTheTrackingLibraryOfAnOlderVersion) {
   EXPECT_EQ(GetLibraryList(), hooked);
   const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
   WriteTree(kOtherFolder, {});
-  ChangePackage(NewerClient().path, package, FailBehindTheHook());
+  ChangePackage(NewerClient().path, package, FailInScript(kBehindTheHook));
 
   const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn");
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));

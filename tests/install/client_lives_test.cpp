@@ -1,0 +1,227 @@
+// Whole lives of a client package, with the whole machine before and after each of their runs.
+
+#include <algorithm>
+
+#include "install/agent_scheduler.h"
+#include "install/machine_state.h"
+
+namespace install {
+namespace {
+
+// What every installation leaves on this machine when it is removed: the folder of the maker, which this
+// engine does not take away, and the switch of the libraries' list, which others may need.
+const Texts kLeft = {
+    "+ C:\\Program Files\\Halvorstead\\",
+    "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs = 1",
+};
+
+std::string UninstallKey(const std::string& package) {
+  return "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" + package + "\\";
+}
+
+// What the installation of a client into the folder brings, behind the folder itself.
+Texts Installed(const Package& package, const std::string& name, const std::string& folder) {
+  const std::string service = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\";
+  return {
+      "+ " + folder + "about.txt",
+      "+ " + folder + "osau.exe",
+      "+ " + folder + "ostrel.exe",
+      "+ " + folder + "ostrel32.exe",
+      "+ " + folder + "osua.exe",
+      "+ C:\\windows\\system32\\OSTRACK.DLL",
+      "+ C:\\windows\\system32\\tasks\\Quillfern\\",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Ostrel\\",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Ostrel\\Folder = \"" + folder + "\"",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Ostrel\\Product = \"" + name + "\"",
+      "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs = \"OSTRACK.DLL\"",
+      "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs = 1",
+      "+ " + UninstallKey(name),
+      "+ " + UninstallKey(name) + "Comments = \"Software metering client agent\"",
+      "+ " + UninstallKey(name) + "DisplayName = \"Ostrel\"",
+      "+ " + UninstallKey(name) + "DisplayVersion = \"" + package.displayVersion + "\"",
+      "+ " + UninstallKey(name) + "Publisher = \"Halvorstead\"",
+      "+ " + service,
+      "+ " + service + "Description = \"Software metering agent\"",
+      "+ " + service + "DisplayName = \"Ostrel\"",
+      "+ " + service + "ErrorControl = 1",
+      "+ " + service + "ImagePath = \"" + folder + "ostrel.exe\"",
+      "+ " + service + "ObjectName = \"LocalSystem\"",
+      "+ " + service + "PreshutdownTimeout = 180000",
+      "+ " + service + "Start = 2",
+      "+ " + service + "Type = 16",
+      "+ product " + name + " = " + package.version,
+      "+ service Ostrel = running",
+  };
+}
+
+Texts operator+(Texts texts, const Texts& more) {
+  texts.insert(texts.end(), more.begin(), more.end());
+  return texts;
+}
+
+class ClientLivesTest : public AgentTest {
+ protected:
+  void SetUp() override {
+    AgentTest::SetUp();
+    // An earlier test may have left it, as every removal does.
+    RemoveDirectoryW(L"C:\\Program Files\\Halvorstead");
+    before = MachineState::Now();
+  }
+  void TearDown() override {
+    DeleteTree(kMetering);
+    AgentTest::TearDown();
+  }
+
+  // What is different from the machine before the test.
+  std::string Changes() const { return MachineState::Now().Since(before); }
+
+  const std::string folder = FromWide(kClientFolder) + "\\";
+  const std::wstring kMetering = L"C:\\Metering";
+  MachineState before;
+};
+
+TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
+  ASSERT_EQ(Install(Client()).exitCode, 0u);
+  const Texts folders = {"+ C:\\Program Files\\Halvorstead\\", "+ " + folder};
+  const MachineState installed = MachineState::Now();
+  EXPECT_EQ(installed.Since(before), Joined(folders + Installed(Client(), "{client}", folder)));
+  // The list's name leads to the library.
+  HMODULE tracking = LoadLibraryW(L"OSTRACK.DLL");
+  ASSERT_NE(tracking, nullptr);
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(tracking, path, MAX_PATH);
+  EXPECT_STRCASEEQ(FromWide(path).c_str(), "C:\\windows\\system32\\OSTRACK.DLL");
+  FreeLibrary(tracking);
+  EXPECT_EQ(RecordOf("OSTRACK.DLL: "), Texts{"OSTRACK.DLL: in install_tests.exe"});
+
+  // A repair brings back what was lost or changed.
+  StopAgentService();
+  for (const wchar_t* lost :
+       {L"C:\\windows\\system32\\OSTRACK.DLL", L"C:\\Program Files\\Halvorstead\\Ostrel\\osua.exe"})
+    EXPECT_TRUE(DeleteFileW(lost));
+  WriteTree(kClientFolder, {{"osau.exe", "damaged"}});
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Ostrel");
+  SetLibraryList({true, "other.dll", 0});
+  ASSERT_EQ(Reinstall(Client(), L"REINSTALLMODE=amus").exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(installed),
+            "~ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs = "
+            "\"other.dll OSTRACK.DLL\"\n");
+  SetLibraryList({true, "OSTRACK.DLL", 1});
+
+  // Other options: the audit is made, and its account's password stands nowhere.
+  ASSERT_EQ(Install(Client(), L"PROP_TASKUSER=auditor PROP_TASKPASS=1-Pass-1 PROP_TASKHOUR=3").exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(installed), "+ C:\\windows\\tasks\\Ostrel.job\n");
+
+  // The next version, whose programs are others, takes the place of this one.
+  ASSERT_EQ(Install(NewerClient()).exitCode, 0u);
+  const MachineState upgraded = MachineState::Now();
+  EXPECT_EQ(upgraded.Since(installed),
+            Joined({"~ " + folder + "osau.exe", "~ " + folder + "ostrel.exe", "~ " + folder + "ostrel32.exe",
+                    "+ C:\\windows\\tasks\\Ostrel.job",
+                    "~ HKLM\\SOFTWARE\\Halvorstead\\Ostrel\\Product = \"{client-newer}\"",
+                    "+ " + UninstallKey("{client-newer}"),
+                    "+ " + UninstallKey("{client-newer}") + "Comments = \"Software metering client agent\"",
+                    "+ " + UninstallKey("{client-newer}") + "DisplayName = \"Ostrel\"",
+                    "+ " + UninstallKey("{client-newer}") + "DisplayVersion = \"" +
+                        NewerClient().displayVersion + "\"",
+                    "+ " + UninstallKey("{client-newer}") + "Publisher = \"Halvorstead\"",
+                    "- " + UninstallKey("{client}"), "+ product {client-newer} = " + NewerClient().version,
+                    "- product {client}"}));
+
+  ASSERT_EQ(Remove(NewerClient()).exitCode, 0u);
+  EXPECT_EQ(Changes(), Joined(kLeft));
+}
+
+// The folder is named once; every later run finds it again.
+TEST_F(ClientLivesTest, InAFolderOfItsOwn) {
+  const std::string chosen = FromWide(kMetering) + "\\Ostrel\\";
+  ASSERT_EQ(Install(Client(), L"DIR_CLIENT=\"" + kMetering + L"\\Ostrel\"").exitCode, 0u);
+  const Texts folders = {"+ C:\\Metering\\", "+ " + chosen};
+  EXPECT_EQ(Changes(), Joined(folders + Installed(Client(), "{client}", chosen)));
+  ASSERT_EQ(Install(NewerClient()).exitCode, 0u);
+  EXPECT_EQ(Changes(), Joined(folders + Installed(NewerClient(), "{client-newer}", chosen)));
+  ASSERT_EQ(Remove(NewerClient()).exitCode, 0u);
+  EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", kLeft[1]}));
+}
+
+// Half-way: the script has come as far as the hook. The engine's own part of the way back is none here: it
+// takes away what it has installed and does not bring the older files, values and service back. What the
+// actions have done stays as it was with the older version: the library in the list, the audit, the tasks'
+// folder.
+TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
+  ASSERT_EQ(Install(Client(), L"PROP_TASKUSER=auditor PROP_TASKPASS=1-Pass-1").exitCode, 0u);
+  const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
+  WriteTree(kOtherFolder, {});
+  ChangePackage(NewerClient().path, package, FailInScript(kBehindTheHook));
+  const MachineState installed = MachineState::Now();
+  EXPECT_EQ(Msiexec("failing", L"/i \"" + package + L"\" /qn").exitCode,
+            static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_EQ(MachineState::Now().Since(installed),
+            Joined({"- " + folder, "- C:\\windows\\system32\\OSTRACK.DLL", "- HKLM\\SOFTWARE\\Halvorstead\\",
+                    "- HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\", "- service Ostrel"}));
+
+  // The older version, installed over what is left, is whole again.
+  EXPECT_EQ(Reinstall(Client()).exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(installed), "");
+}
+
+// Each public property of the package on one command line, as an administrator deploys it.
+TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
+  const std::map<std::string, std::string> given = {
+      {"DIR_CLIENT", "C:\\Metering\\Ostrel\\"},
+      {"PROP_ASSETID", "A-17"},
+      {"PROP_ASSETLOCATION", "Room 4"},
+      {"PROP_ASSETOWNER", "Brandt"},
+      {"PROP_CLEAN", "yes"},
+      {"PROP_HOSTNAME", "meter.example"},
+      {"PROP_RESETAUDIT", "1"},
+      {"PROP_SILENCE", "-1"},
+      {"PROP_SITE", "Hall 9"},
+      {"PROP_TASKHOUR", "4"},
+      {"PROP_TASKPARAM", "-quick"},
+      {"PROP_TASKPASS", "1-Pass-1"},
+      {"PROP_TASKTIME", "3600000"},
+      {"PROP_TASKUSER", "auditor"},
+      {"PROP_UPDATEINTERVAL", "7"},
+  };
+  std::wstring arguments;
+  for (const auto& [name, value] : given) {
+    std::string quoted = value;
+    // A backslash before the mark would take its meaning away.
+    if (quoted.back() == '\\') quoted.pop_back();
+    arguments += ToWide(" " + name + "=\"" + quoted + "\"");
+  }
+  WriteAuditFile("the counts of a month");
+  before = MachineState::Now();
+  const InstallerRun& run = Install(Client(), arguments);
+  ASSERT_EQ(run.exitCode, 0u);
+  for (const auto& [name, value] : given) EXPECT_EQ(run.Property(name), value) << name;
+
+  // The package has no other public property, but what its searches find.
+  Texts names = {"CLIENTFOLDERFOUND", "PROP_INSTALLEDCLIENT", "WIX_DOWNGRADE_DETECTED",
+                 "WIX_UPGRADE_DETECTED"};
+  for (const auto& [name, value] : given) names.push_back(name);
+  std::sort(names.begin(), names.end());
+  std::string secure;
+  for (const std::string& name : names) secure += (secure.empty() ? "" : ";") + name;
+  EXPECT_EQ(run.Property("SecureCustomProperties"), secure);
+
+  Texts changes = Installed(Client(), "{client}", "C:\\Metering\\Ostrel\\");
+  changes.insert(changes.begin(), {"+ C:\\Metering\\", "+ C:\\Metering\\Ostrel\\"});
+  changes.insert(changes.begin() + 7, "~ C:\\ProgramData\\Ostrel Audit");
+  changes.insert(changes.begin() + 10, "+ C:\\windows\\tasks\\Ostrel.job");
+  EXPECT_EQ(Changes(), Joined(changes));
+  Scheduler scheduler;
+  EXPECT_EQ(scheduler.WorkItem(),
+            (Texts{"program C:\\Metering\\Ostrel\\ostrel32.exe", "parameters -quick", "at most 3600000 ms",
+                   "size 48, begins 2000-1-1, ends 0-0-0, at 4:00, duration 0, interval 0, flags 0, type 1, "
+                   "every 1 days, random 0"}));
+  EXPECT_EQ(AuditBytes(), std::string(12, '\0'));
+
+  ASSERT_EQ(Remove(Client()).exitCode, 0u);
+  EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", "~ C:\\ProgramData\\Ostrel Audit", kLeft[1]}));
+}
+
+}  // namespace
+}  // namespace install
