@@ -171,9 +171,11 @@ repeat_failed() {
   done
 }
 
-# The images level reads the libraries as files and needs no Windows. The checks are tested with them.
+# The images level reads the libraries as files and needs no Windows. With them go the page that explains their texts,
+# and the tests of the checks.
 run_images() {
   run_script images tools/check-images.py "$@"
+  run_script texts tools/check-texts.py "$@"
   run_script tools -m unittest discover --start-directory tools/tests
 }
 
