@@ -1,7 +1,5 @@
 // Whole lives of a client package, with the whole machine before and after each of their runs.
 
-#include <algorithm>
-
 #include "install/agent_scheduler.h"
 #include "install/machine_state.h"
 
@@ -14,10 +12,6 @@ const Texts kLeft = {
     "+ C:\\Program Files\\Halvorstead\\",
     "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs = 1",
 };
-
-std::string UninstallKey(const std::string& package) {
-  return "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" + package + "\\";
-}
 
 // What the installation of a client into the folder brings, behind the folder itself.
 Texts Installed(const Package& package, const std::string& name, const std::string& folder) {
@@ -185,27 +179,16 @@ TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
       {"PROP_TASKUSER", "auditor"},
       {"PROP_UPDATEINTERVAL", "7"},
   };
-  std::wstring arguments;
-  for (const auto& [name, value] : given) {
-    std::string quoted = value;
-    // A backslash before the mark would take its meaning away.
-    if (quoted.back() == '\\') quoted.pop_back();
-    arguments += ToWide(" " + name + "=\"" + quoted + "\"");
-  }
   WriteAuditFile("the counts of a month");
   before = MachineState::Now();
-  const InstallerRun& run = Install(Client(), arguments);
+  const InstallerRun& run = Install(Client(), CommandLine(given));
   ASSERT_EQ(run.exitCode, 0u);
   for (const auto& [name, value] : given) EXPECT_EQ(run.Property(name), value) << name;
 
   // The package has no other public property, but what its searches find.
-  Texts names = {"CLIENTFOLDERFOUND", "PROP_INSTALLEDCLIENT", "WIX_DOWNGRADE_DETECTED",
-                 "WIX_UPGRADE_DETECTED"};
-  for (const auto& [name, value] : given) names.push_back(name);
-  std::sort(names.begin(), names.end());
-  std::string secure;
-  for (const std::string& name : names) secure += (secure.empty() ? "" : ";") + name;
-  EXPECT_EQ(run.Property("SecureCustomProperties"), secure);
+  EXPECT_EQ(run.Property("SecureCustomProperties"),
+            SecureList(given, {"CLIENTFOLDERFOUND", "PROP_INSTALLEDCLIENT", "WIX_DOWNGRADE_DETECTED",
+                               "WIX_UPGRADE_DETECTED"}));
 
   Texts changes = Installed(Client(), "{client}", "C:\\Metering\\Ostrel\\");
   changes.insert(changes.begin(), {"+ C:\\Metering\\", "+ C:\\Metering\\Ostrel\\"});

@@ -2,6 +2,7 @@
 
 #include <msi.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "install/security_rig.h"
@@ -259,6 +260,27 @@ std::string Joined(const Texts& lines) {
   std::string text;
   for (const std::string& line : lines) text += line + "\n";
   return text;
+}
+
+std::string UninstallKey(const std::string& package) {
+  return "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" + package + "\\";
+}
+
+std::wstring CommandLine(const std::map<std::string, std::string>& properties) {
+  std::string text;
+  for (auto [name, value] : properties) {
+    if (!value.empty() && value.back() == '\\') value.pop_back();
+    text += " " + name + "=\"" + value + "\"";
+  }
+  return ToWide(text);
+}
+
+std::string SecureList(const std::map<std::string, std::string>& properties, Texts others) {
+  for (const auto& [name, value] : properties) others.push_back(name);
+  std::sort(others.begin(), others.end());
+  std::string list;
+  for (const std::string& name : others) list += (list.empty() ? "" : ";") + name;
+  return list;
 }
 
 }  // namespace install

@@ -38,4 +38,16 @@ class MachineState {
 /// Lines as one text, as MachineState::Since has them.
 std::string Joined(const Texts& lines);
 
+/// The key of a package in the list of installed programs, with a backslash at its end; `package` as
+/// MachineState::Since names it.
+std::string UninstallKey(const std::string& package);
+
+/// Properties by their names, as they stand on a command line. A folder's backslash at the end is left out:
+/// before the quotation mark it would take the mark's meaning away.
+std::wstring CommandLine(const std::map<std::string, std::string>& properties);
+
+/// A package's list of the properties that reach the installer's service: the names of `properties`, and
+/// `others`.
+std::string SecureList(const std::map<std::string, std::string>& properties, Texts others);
+
 }  // namespace install

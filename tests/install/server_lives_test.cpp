@@ -1,0 +1,202 @@
+// Whole lives of a server package, with the whole machine before and after each of their runs.
+
+#include "install/machine_state.h"
+#include "install/security_rig.h"
+
+namespace install {
+namespace {
+
+// A server's data, in the format that the converter knows or in another.
+Tree Data(const std::string& format) {
+  return {{"format.txt", OlderData(format)["format.txt"]},
+          {"Helper Data\\", ""},
+          {"Helper Data\\counts.dat", "17"}};
+}
+
+// What the installation of the server brings beside files: in its registry, with the account that the service
+// has and the value for the account that was made.
+Texts Registered(const std::string& folder, const std::string& data, const std::string& account,
+                 const std::string& made) {
+  const std::string services = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\";
+  const std::string source = services + "Eventlog\\Application\\Vantor\\", service = services + "Vantor\\";
+  return {
+      "+ HKLM\\SOFTWARE\\Halvorstead\\",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Account = \"" + made + "\"",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Product = \"{server}\"",
+      "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\ServerFolder = \"" + folder + "\"",
+      "+ " + UninstallKey("{server}"),
+      "+ " + UninstallKey("{server}") + "Comments = \"Software metering server\"",
+      "+ " + UninstallKey("{server}") + "DisplayName = \"Vantor Server\"",
+      "+ " + UninstallKey("{server}") + "DisplayVersion = \"" + Server().version + "\"",
+      "+ " + UninstallKey("{server}") + "Publisher = \"Halvorstead\"",
+      "+ " + source,
+      "+ " + source + "EventMessageFile = \"" + folder + "vt.exe\"",
+      "+ " + source + "TypesSupported = 7",
+      "+ " + service,
+      "+ " + service + "Description = \"Software metering server\"",
+      "+ " + service + "DisplayName = \"Vantor\"",
+      "+ " + service + "ErrorControl = 1",
+      "+ " + service + "ImagePath = \"" + folder + "vt.exe\"",
+      "+ " + service + "ObjectName = \"" + account + "\"",
+      "+ " + service + "PreshutdownTimeout = 180000",
+      "+ " + service + "Settings\\",
+      "+ " + service + "Settings\\vtdf = \"" + data + "\"",
+      "+ " + service + "Start = 2",
+      "+ " + service + "Type = 16",
+      "+ product {server} = " + Server().version,
+      "+ service Vantor = running",
+  };
+}
+
+class ServerLivesTest : public SecurityTest {
+ protected:
+  void SetUp() override {
+    SecurityTest::SetUp();
+    // An earlier test may have left it, as every removal does.
+    RemoveDirectoryW(programs.c_str());
+    before = MachineState::Now();
+  }
+  void TearDown() override {
+    DeleteTree(L"C:\\Metering");
+    SecurityTest::TearDown();
+  }
+
+  std::string Changes() const { return MachineState::Now().Since(before); }
+
+  const std::string folder = FromWide(server) + "\\", previous = FromWide(aside) + "\\";
+  MachineState before;
+};
+
+TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  WriteTree(server + L"\\Data", Data("1"));
+  const MachineState older = MachineState::Now();
+
+  ASSERT_EQ(Install(Server()).exitCode, 0u);
+  const MachineState upgraded = MachineState::Now();
+  Texts changes = {
+      "+ " + previous,
+      "+ " + previous + "Data\\",
+      "+ " + previous + "Data\\Helper Data\\",
+      "+ " + previous + "Data\\Helper Data\\counts.dat",
+      "+ " + previous + "Data\\format.txt",
+      "+ " + previous + "older readme.txt",
+      "+ " + previous + "vt.exe",
+      // The data are converted.
+      "~ " + folder + "Data\\format.txt",
+      "+ " + folder + "dbcon.cmd",
+      "- " + folder + "older readme.txt",
+      "+ " + folder + "vantor.inf",
+      "~ " + folder + "vt.exe",
+  };
+  for (const std::string& line : Registered(folder, folder + "Data\\", "LocalSystem", "")) {
+    // These the older server had.
+    if (line == "+ HKLM\\SOFTWARE\\Halvorstead\\" || line == "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\" ||
+        line.find("ServerFolder") != std::string::npos) {
+      continue;
+    }
+    if (line == "+ " + UninstallKey("{server}")) changes.push_back("- " + UninstallKey("{server-older}"));
+    if (line.rfind("+ product", 0) == 0) changes.push_back("- product {server-older}");
+    changes.push_back(line);
+  }
+  EXPECT_EQ(upgraded.Since(older), Joined(changes));
+
+  // A repair brings back what was lost or changed.
+  DeleteFileW((server + L"\\dbcon.cmd").c_str());
+  WriteTree(server, {{"vantor.inf", "damaged"}});
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kEventSourceKey);
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead");
+  ASSERT_EQ(Reinstall(Server(), L"REINSTALLMODE=amus").exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(upgraded), "");
+
+  // Other options: a service that is there keeps its account.
+  ASSERT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1 PROP_SILENCE=-1").exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(upgraded), "");
+
+  // Both servers' data stay, and where the server was.
+  ASSERT_EQ(Remove(Server()).exitCode, 0u);
+  EXPECT_EQ(Changes(),
+            Joined({"+ " + FromWide(programs) + "\\", "+ " + previous, "+ " + previous + "Data\\",
+                    "+ " + previous + "Data\\Helper Data\\",
+                    "+ " + previous + "Data\\Helper Data\\counts.dat", "+ " + previous + "Data\\format.txt",
+                    "+ " + previous + "older readme.txt", "+ " + previous + "vt.exe", "+ " + folder,
+                    "+ " + folder + "Data\\", "+ " + folder + "Data\\Helper Data\\",
+                    "+ " + folder + "Data\\Helper Data\\counts.dat", "+ " + folder + "Data\\format.txt",
+                    "+ HKLM\\SOFTWARE\\Halvorstead\\", "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\",
+                    "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\ServerFolder = \"" + folder + "\""}));
+}
+
+// Half-way: the older server has been moved aside and the data been copied back, when they cannot be
+// converted. All of it is where it was; what is lost is the engine's own part of the way back, the older
+// package's value.
+TEST_F(ServerLivesTest, AnUpgradeThatFailsLeavesTheOlderServer) {
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  WriteTree(server + L"\\Data", Data("9"));
+  const MachineState older = MachineState::Now();
+  EXPECT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1").exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_EQ(MachineState::Now().Since(older), Joined({"+ " + previous, "- HKLM\\SOFTWARE\\Halvorstead\\"}));
+}
+
+// Each public property that is an administrator's on one command line: among them other folders for the
+// server and for its data, and an account of its own.
+TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
+  const std::map<std::string, std::string> given = {
+      {"DIR_DATAFOLDER", "C:\\Vantor Store\\Data\\"},
+      {"DIR_SERVER", "C:\\Metering\\Vantor\\"},
+      {"DIR_UPG_HELPERDATA", "Counts"},
+      {"DIR_UPG_VRDF", "Lists"},
+      {"DIR_UPG_VRDF_PREFS", "Choices"},
+      {"PROP_ACCOUNTDESC", "The meter's server"},
+      {"PROP_ACCOUNTID", "meter"},
+      {"PROP_ACCOUNTTYPE", "1"},
+      {"PROP_SERVICENAME", "METER"},
+      {"PROP_SILENCE", "-1"},
+      {"PROP_UPGRADE", "0"},
+  };
+  // What the package finds or answers itself, and so takes from nobody.
+  const Texts own = {"ACCOUNTFOUND",         "DIR_EXADMIN",
+                     "DIR_EXDATA",           "DIR_EXSERVER",
+                     "DIR_PROGRAMS64",       "DIR_UPG",
+                     "DIR_UPG_DATA",         "PROP_ACCOUNTDOMAIN",
+                     "PROP_ACCOUNTNAME",     "PROP_ACCOUNTPASS",
+                     "PROP_DATAFOLDERGIVEN", "PROP_DFPRESENT",
+                     "PROP_FIREWALLDATA",    "PROP_INSTALLEDSERVER",
+                     "PROP_NEWERSERVER",     "PROP_NODATA",
+                     "PROP_PRE75SERVER",     "PROP_PREVVTDF",
+                     "PROP_REPLACING",       "PROP_UPGRADE_PRODUCTCODE",
+                     "SERVICEFOUND"};
+  const InstallerRun& run = Install(Server(), CommandLine(given));
+  ASSERT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(run.Property("SecureCustomProperties"), SecureList(given, own));
+  const std::string data = given.at("DIR_DATAFOLDER");
+  std::map<std::string, std::string> answered = given;
+  answered["DIR_UPG_HELPERDATA"] = "C:\\Metering\\Vantor (previous)\\Data\\Counts\\";
+  answered["DIR_UPG_VRDF"] = answered["DIR_UPG_HELPERDATA"] + "Lists\\";
+  answered["DIR_UPG_VRDF_PREFS"] = answered["DIR_UPG_VRDF"] + "Choices\\";
+  answered["PROP_ACCOUNTNAME"] = "meter";
+  answered["PROP_ACCOUNTDOMAIN"] = ComputerName();
+  answered["PROP_FIREWALLDATA"] = "Vantor server/C:\\Metering\\Vantor\\vt.exe";
+  for (const auto& [name, value] : answered) EXPECT_EQ(run.Property(name), value) << name;
+
+  Texts changes = {"+ C:\\Metering\\",
+                   "+ C:\\Metering\\Vantor\\",
+                   "+ C:\\Metering\\Vantor\\dbcon.cmd",
+                   "+ C:\\Metering\\Vantor\\vantor.inf",
+                   "+ C:\\Metering\\Vantor\\vt.exe",
+                   "+ C:\\Vantor Store\\",
+                   "+ C:\\Vantor Store\\Data\\"};
+  for (const std::string& line :
+       Registered("C:\\Metering\\Vantor\\", data, ComputerName() + "\\meter", "meter"))
+    changes.push_back(line);
+  EXPECT_EQ(Changes(), Joined(changes));
+
+  ASSERT_EQ(Remove(Server()).exitCode, 0u);
+  EXPECT_EQ(Changes(),
+            Joined({"+ C:\\Metering\\", "+ C:\\Vantor Store\\", "+ C:\\Vantor Store\\Data\\",
+                    "+ HKLM\\SOFTWARE\\Halvorstead\\", "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\",
+                    "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\ServerFolder = \"C:\\Metering\\Vantor\\\""}));
+}
+
+}  // namespace
+}  // namespace install
