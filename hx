@@ -21,6 +21,9 @@ usage: ./hx COMMAND
        --only x64         leave ARM64 out (or x64: --only arm64)
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   bench                   the benchmarks, on x64
+  dist                    the release archive build/dist/hxsetup-VERSION.zip; signs where HX_SIGN_PKCS12 (or
+                          HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
+       --verify           make it again elsewhere, from a fresh clone, and compare
   lint                    formatting, static checks, the rules of the source tree
   clean                   remove build/; with --cache also what setup made
   help                    this text
@@ -325,6 +328,28 @@ bench() {
   close_windows
 }
 
+dist() {
+  local second=$runFolder/second
+  [[ $# -eq 0 || "$*" == --verify ]] || die "dist takes --verify and nothing else"
+  [[ $# -eq 0 || -z ${HX_SIGN_TIMESTAMP-} ]] || die "no two releases with a time stamp are the same"
+  need_packages
+  # Before the work, and once more with it.
+  python3 tools/dist.py --check || exit 1
+  with_build_lock take_build arm64 x64
+  python3 tools/check-images.py "$runFolder/arm64" "$runFolder/x64" >"$runFolder/images.txt" || {
+    cat "$runFolder/images.txt" >&2
+    die "these libraries cannot be released"
+  }
+  [[ -n ${HX_SIGN_PKCS12-}${HX_SIGN_CERTIFICATE-} ]] || say "the libraries are not signed"
+  python3 tools/dist.py "$runFolder" build/dist
+  [[ $# -gt 0 ]] || return 0
+  say "making the same release in another folder"
+  git clone -q . "$second"
+  "$second/hx" dist >"$runFolder/second.txt"
+  diff -r build/dist "$second/build/dist" >&2 || die "the second release differs from the first"
+  say "the second release is the same, bit by bit"
+}
+
 lint() {
   local failed=0 check files
   need_packages
@@ -386,7 +411,7 @@ dispatch() {
   local name=${1-help}
   shift || true
   case $name in
-    setup | build | run | bench | lint | clean | help) "$name" "$@" ;;
+    setup | build | run | bench | dist | lint | clean | help) "$name" "$@" ;;
     test) test_command "$@" ;;
     -h | --help) help ;;
     *)

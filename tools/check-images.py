@@ -134,13 +134,6 @@ def check_unwind(image):
     return reasons
 
 
-def project_version(project):
-    match = re.search(r"project\([^)]*\bVERSION\s+([\d.]+)", (project / "CMakeLists.txt").read_text())
-    if not match:
-        raise RuntimeError("CMakeLists.txt states no version")
-    return match.group(1)
-
-
 def check_version(image):
     reasons = []
     data = None
@@ -152,7 +145,7 @@ def check_version(image):
                     break
     if data is None or image.directories.number("ResourceTableRVA") == 0:
         return ["there is no version resource"]
-    version = project_version(image.project)
+    version = (image.project / "VERSION").read_text(encoding="utf-8").strip()
     numbers = tuple(([int(part) for part in version.split(".")] + [0] * 4)[:4])
     file_version, product_version, strings = parse_version_resource(data)
     for name, found, expected in [
@@ -240,11 +233,16 @@ def check_static_initialisers(image):
 
 def check_no_local_paths(image):
     reasons = []
-    for place in [str(image.project.resolve()), "/home", "/root", "/usr"]:
-        for encoding in ("utf-8", "utf-16-le"):
-            at = image.bytes.find(place.encode(encoding))
-            if at >= 0:
-                reasons.append(f"the file holds '{place}' at {at:#x}")
+    project = str(image.project.resolve())
+    # The symbols may name the system's headers.
+    foreign = [project, "/home", "/root"]
+    for path, places in ((image.path, [*foreign, "/usr"]), (image.database, foreign)):
+        content = path.read_bytes()
+        for place in places:
+            for encoding in ("utf-8", "utf-16-le"):
+                at = content.find(place.encode(encoding))
+                if at >= 0:
+                    reasons.append(f"{path.name} holds '{place}' at {at:#x}")
     return reasons
 
 

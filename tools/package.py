@@ -4,10 +4,10 @@
 LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be the stand-ins agent.exe
 (the programs) and ostrack.dll (the tracking library), and witness.dll, which looks around for tests and demonstration. FOLDER is where the packages are
 left (build/packages/PROCESSOR):
-  client.msi          the client package with the version that CMakeLists.txt states
+  client.msi          the client package, with the version that the file VERSION states
   client-newer.msi    the same with the next higher build number, to upgrade from the first
-  server-older.msi    a server package of an earlier major version, which the next one upgrades
-  server.msi          the server package
+  server-older.msi    an older server package, which the next one upgrades
+  server.msi          the server package, with the version of the library as well
   server-watched.msi  the same as a product of its own, with the witness in it
 
 The authoring in packages/ is that of the common compilers. wixl, which compiles it here, knows less than they
@@ -40,6 +40,9 @@ PROGRAM = "agent.exe"
 TRACKING = "ostrack.dll"
 WITNESS = "witness.dll"
 VERSION_PROGRAM = "program.exe"
+
+# The version of what an upgrade finds; lower than every version of the library.
+OLDER_VERSION = "0.9.0"
 
 # The date of the packages and of the files in them; the engine shows it and does nothing with it.
 DATE = "2024/01/01 00:00:00"
@@ -234,21 +237,19 @@ def main():
     for path in (library, *(library.parent / name for name in (PROGRAM, TRACKING, WITNESS))):
         if not path.is_file():
             fail(f"{path} is missing: build it first")
-    stated = re.search(r"^project\(hxsetup VERSION (\d+)\.(\d+)\.(\d+)",
-                       (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"), re.MULTILINE)
-    if not stated:
-        fail("CMakeLists.txt states no version")
-    major, minor, build = map(int, stated.groups())
+    version = (ROOT / "VERSION").read_text(encoding="utf-8").strip()
+    major, minor, build = map(int, version.split("."))
+    if (major, minor, build) <= tuple(map(int, OLDER_VERSION.split("."))):
+        fail(f"VERSION is {version}, and the older packages have {OLDER_VERSION}")
     folder.mkdir(parents=True, exist_ok=True)
-    version = f"{major}.{minor}.{build}"
     newer = f"{major}.{minor}.{build + 1}"
-    later = f"{major + 1}.{minor}.{build}"
     make_package("client/client.wxs", processor, library, "Ostrel", version, folder / "client.msi")
     make_package("client/client.wxs", processor, library, "Ostrel", newer, folder / "client-newer.msi")
-    make_package("server/older.wxs", processor, library, "Vantor server", version, folder / "server-older.msi")
-    make_package("server/server.wxs", processor, library, "Vantor server", later, folder / "server.msi")
-    make_package("server/server.wxs", processor, library, "Vantor server", later, folder / "server-watched.msi",
+    make_package("server/older.wxs", processor, library, "Vantor server", OLDER_VERSION, folder / "server-older.msi")
+    make_package("server/server.wxs", processor, library, "Vantor server", version, folder / "server.msi")
+    make_package("server/server.wxs", processor, library, "Vantor server", version, folder / "server-watched.msi",
                  watched=True)
 
 
-main()
+if __name__ == "__main__":
+    main()

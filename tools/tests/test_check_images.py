@@ -25,10 +25,10 @@ COMPILE = ["-c", "-ffreestanding", "-fno-exceptions", "-fno-rtti", "-funwind-tab
            "-isystem", "/usr/share/mingw-w64/include"]
 LINK = ["-nostdlib", "-fuse-ld=lld-19", "-shared", "-Wl,--entry,DllMain", "-Wl,--no-insert-timestamp",
         "-Wl,--gc-sections", "-Wl,--guard-cf", "-Wl,--disable-auto-import",
-        "-Wl,--pdb=hxsetup.pdb", "-Wl,-Xlink=-pdbaltpath:hxsetup.pdb"]
+        "-Wl,--pdb=hxsetup.pdb", "-Wl,-Xlink=-pdbaltpath:hxsetup.pdb", "-Wl,-Xlink=-pdbsourcepath:C:/tiny"]
 
 LISTS = {
-    "CMakeLists.txt": "project(tiny VERSION 1.2.3 LANGUAGES CXX)\n",
+    "VERSION": "1.2.3\n",
     "src/frame/entry_points.def": "; A comment.\nEXPORTS\nCustomAction2\n",
     "src/imports/kernel32.def": "LIBRARY KERNEL32.dll\nEXPORTS\nGetTickCount\n",
     "src/imports/msi.def": "LIBRARY msi.dll\nEXPORTS\nMsiSetInternalUI @141 NONAME\n",
@@ -91,10 +91,11 @@ class Workshop:
         for path in sorted((project / "src/imports").glob("*.def")):
             library = folder / f"lib{path.stem}.a"
             self.run("llvm-dlltool-19", "-m", MACHINES[processor], "-d", path, "-l", library)
-            libraries.append(library)
+            libraries.append(library.name)
         options = [option for option in LINK if option not in without]
+        # The linker notes the paths of its inputs in the database.
         self.run("clang++-19", target, *options, *link, "-o", "hxsetup.dll", self.runtime(processor), "tiny.obj",
-                 resource or self.resource(), project / "src/frame/entry_points.def", *libraries, cwd=folder)
+                 resource or self.resource(), "../../src/frame/entry_points.def", *libraries, cwd=folder)
         return project
 
     def clone(self, project, name):
@@ -335,7 +336,7 @@ class Unwind(ImageTest):
 class Version(ImageTest):
     def test_other_version(self):
         project = workshop.clone(good["x64"], self.id())
-        (project / "CMakeLists.txt").write_text("project(tiny VERSION 1.2.4)\n")
+        (project / "VERSION").write_text("1.2.4\n")
         self.assert_fails(project, "version-resource", "file version is (1, 2, 3, 0), not (1, 2, 4, 0)")
 
     def test_other_file_name(self):
@@ -410,13 +411,17 @@ class Rest(ImageTest):
                 name = f"{self.id()}-{kind}"
                 project = workshop.image(name, code=f"extern const {kind} place[]; const {kind} place[] = {text};",
                                          without=["-Wl,--gc-sections"])
-                self.assert_fails(project, "no-local-paths", "the file holds '/")
+                self.assert_fails(project, "no-local-paths", "hxsetup.dll holds '/")
 
     def test_project_folder(self):
         project = workshop.clone(good["x64"], self.id())
         with open(project / "build/x64/hxsetup.dll", "ab") as file:
             file.write(str(project).encode())
-        self.assert_fails(project, "no-local-paths", f"the file holds '{project}'")
+        self.assert_fails(project, "no-local-paths", f"hxsetup.dll holds '{project}'")
+
+    def test_project_folder_in_the_database(self):
+        project = self.image(without=["-Wl,-Xlink=-pdbsourcepath:C:/tiny"])
+        self.assert_fails(project, "no-local-paths", f"hxsetup.pdb holds '{project}'")
 
     def test_timestamp(self):
         self.assert_fails(self.patched(lambda data: coff_header(data) + 4, put("<I", 1700000000)), "timestamps",
