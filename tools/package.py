@@ -2,8 +2,8 @@
 """Makes the installer packages of one processor: tools/package.py arm64|x64 [LIBRARY [FOLDER]]
 
 LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be the stand-ins agent.exe
-(the programs) and ostrack.dll (the tracking library), and witness.dll, which looks around for tests and demonstration. FOLDER is where the packages are
-left (build/packages/PROCESSOR):
+(the programs) and ostrack.dll (the tracking library), and witness.dll, which looks around for tests and demonstration.
+FOLDER is where the packages are left (build/packages/PROCESSOR):
   client.msi          the client package, with the version that the file VERSION states
   client-newer.msi    the same with the next higher build number, to upgrade from the first
   server-older.msi    an older server package, which the next one upgrades
