@@ -142,11 +142,20 @@ if(NOT HX_CHECKED)
   hx_objects(agent-objects ${CMAKE_SOURCE_DIR}/packages/programs/agent.cpp)
   set(CMAKE_CXX_LINK_EXECUTABLE
     "<CMAKE_CXX_COMPILER> --target=${CMAKE_CXX_COMPILER_TARGET} <LINK_FLAGS> -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
+  # The texts that the firewall reads out of a program.
+  set(agentResource ${CMAKE_BINARY_DIR}/agent.res)
+  file(RELATIVE_PATH agentOutput ${CMAKE_SOURCE_DIR}/packages/programs ${agentResource})
+  add_custom_command(
+    OUTPUT ${agentResource}
+    COMMAND ${HX_RC} /nologo /FO ${agentOutput} agent.rc
+    WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/packages/programs
+    DEPENDS ${CMAKE_SOURCE_DIR}/packages/programs/agent.rc VERBATIM)
+  add_custom_target(agent-resource DEPENDS ${agentResource})
   add_executable(agent $<TARGET_OBJECTS:agent-objects> $<TARGET_OBJECTS:runtime>)
-  add_dependencies(agent agent-imports)
-  set_target_properties(agent PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS "${agentImports}")
+  add_dependencies(agent agent-imports agent-resource)
+  set_target_properties(agent PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS "${agentImports};${agentResource}")
   target_link_options(agent PRIVATE ${linkOptions} -Wl,--entry,Main -Wl,--subsystem,windows)
-  target_link_libraries(agent PRIVATE ${agentImports})
+  target_link_libraries(agent PRIVATE ${agentResource} ${agentImports})
 
   # hx_stand_in(NAME SOURCE IMPORTS): a library that the packages bring along.
   function(hx_stand_in name source imports)

@@ -7,7 +7,7 @@
 //   WitnessAccount   says whether this computer has the account that PROP_ACCOUNTID names
 //   RestoreAccount   makes it anew where WITNESSACCOUNT is its name: as an installation before would have
 //   left it WitnessAccess    says what access the file or folder in CustomActionData gives, as the system
-//   writes lists WitnessFailure   fails
+//   writes lists WitnessFailure   fails WitnessCancel    ends as a user does who has had enough
 #include <windows.h>
 // Behind windows.h, on which they build.
 #include <aclapi.h>
@@ -93,4 +93,8 @@ extern "C" __declspec(dllexport) UINT WINAPI WitnessAccess(MSIHANDLE session) {
 
 extern "C" __declspec(dllexport) UINT WINAPI WitnessFailure(MSIHANDLE) {
   return ERROR_INSTALL_FAILURE;
+}
+
+extern "C" __declspec(dllexport) UINT WINAPI WitnessCancel(MSIHANDLE) {
+  return ERROR_INSTALL_USEREXIT;
 }

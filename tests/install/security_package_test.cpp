@@ -1,19 +1,46 @@
 // The server's service, its account, its access and what else the package asks of the machine, in the runs of
 // a product's life. A witness in the package sees what this engine keeps for the installer's process only.
 
-#include <regex>
-
 #include "install/agent_rig.h"
 #include "install/security_rig.h"
 
 namespace install {
 namespace {
 
+/// Whether `line` holds what looks like a password, wherever it stands in it: five groups of four characters,
+/// of which the first is one of the password's alphabet, the second one of four letters, and the others "AA".
+bool HoldsAPassword(const std::string& line) {
+  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVabcdefghijklmnopqrstuv0123456789!=$-+.,~^_";
+  constexpr size_t kLength = 20, kGroup = 4;
+  for (size_t start = 0; start + kLength <= line.size(); ++start) {
+    size_t at = 0;
+    while (at < kLength && alphabet.find(line[start + at]) != std::string::npos &&
+           line[start + at + 1] >= 'A' && line[start + at + 1] <= 'D' &&
+           line.compare(start + at + 2, 2, "AA") == 0) {
+      at += kGroup;
+    }
+    if (at == kLength) return true;
+  }
+  return false;
+}
+
+bool HoldsAPassword(const InstallerRun& run) {
+  for (const std::string& line : run.lines) {
+    if (HoldsAPassword(line)) return true;
+  }
+  return false;
+}
+
 class SecurityPackageTest : public SecurityTest {
  protected:
   const std::string folder = FromWide(server);
-  const std::string account = ComputerName() + "\\vantor";
   const std::string setupFile = folder + "\\vantor.inf";
+
+  static std::string AccountOf(const std::string& name) { return ComputerName() + "\\" + name; }
+  static std::string IsThere(const std::string& name) {
+    return "Witness: " + name + " is an account of this computer";
+  }
+  static std::string IsGone(const std::string& name) { return "Witness: " + name + " is no account"; }
 
   /// What the library and the witness said, in order and without what the witness says of access.
   static Texts Told(const InstallerRun& run) {
@@ -30,48 +57,64 @@ class SecurityPackageTest : public SecurityTest {
     return GetRegistryText(HKEY_LOCAL_MACHINE, kEventSourceKey, "EventMessageFile");
   }
 
-  /// What the actions say of a service whose account has this name, and which this engine cannot look up;
-  /// then of the witness's own access.
-  Texts AccessLines() const {
-    const std::string user = UserName();
-    return {"set ACL (-36) for " + account + "=500 on " + folder, "setting ACL for " + user + " on " + user,
-            "set ACL for " + user};
-  }
-
   static void Append(Texts& texts, const Texts& more) { texts.insert(texts.end(), more.begin(), more.end()); }
 
-  /// What an installation says that makes the account, up to the access.
-  Texts MakingLines() const {
-    Texts lines = {"creating local service account vantor",
-                   "could not grant right to logon as service",
-                   "Witness: vantor is an account of this computer",
-                   "InstallHinfSection(DefaultInstall 128 " + setupFile + ")",
-                   "setting ACL for " + account + " on " + account,
-                   "failure -36 (0xFFFFFFDC) setting ACL for " + account};
-    Append(lines, AccessLines());
-    return lines;
+  std::string RunsSection(const std::string& section) const {
+    return "InstallHinfSection(" + section + " 128 " + setupFile + ")";
+  }
+  /// What CustomAction33 says of a service whose account this engine cannot look up.
+  std::string ServerAccessLine(const std::string& name) const {
+    return "set ACL (-36) for " + AccountOf(name) + "=500 on " + folder;
+  }
+  /// What CustomAction25 says of the witness's own access, for the user who installs.
+  static Texts WitnessAccessLines() {
+    const std::string user = UserName();
+    return {"setting ACL for " + user + " on " + user, "set ACL for " + user};
   }
 
-  /// Whether anything in a log looks like a password.
-  static bool HoldsAPassword(const InstallerRun& run) {
-    static const std::regex shape("(^|[ =])([^ ][A-D]AA){5}($| )");
-    for (const std::string& line : run.lines) {
-      if (std::regex_search(line, shape)) return true;
-    }
-    return false;
+  /// What an installation says that makes the account, up to the access.
+  Texts MakingLines(const std::string& name) const {
+    const std::string account = AccountOf(name);
+    Texts lines = {"creating local service account " + name,
+                   "could not grant right to logon as service",
+                   IsThere(name),
+                   RunsSection("DefaultInstall"),
+                   "setting ACL for " + account + " on " + account,
+                   "failure -36 (0xFFFFFFDC) setting ACL for " + account,
+                   ServerAccessLine(name)};
+    Append(lines, WitnessAccessLines());
+    return lines;
   }
 };
 
+TEST_F(SecurityPackageTest, APasswordIsFoundWhereverItStands) {
+  const std::string sample = "aBAA0CAA!DAAqAAA.BAA";
+  for (const char* around : {"", " ", "\"", "'", ",", ";", ".", "=", "x", "A", "AA", "aBAA"}) {
+    EXPECT_TRUE(HoldsAPassword(around + sample + around)) << around;
+    EXPECT_TRUE(HoldsAPassword("Property = " + (around + sample))) << around;
+    EXPECT_TRUE(HoldsAPassword((sample + around) + " and more")) << around;
+  }
+  for (const char* other :
+       {"", "aBAA0CAA!DAAqAAA.BA", "BAA0CAA!DAAqAAA.BAA", "aBAA0CAA!DAAqEAA.BAA", "aBAA0CAA!DAA AAA.BAA",
+        "wBAA0CAA!DAAqAAA.BAA", "aBAA0CAA!DABqAAA.BAA", "aBAA,0CAA,!DAA,qAAA,.BAA"}) {
+    EXPECT_FALSE(HoldsAPassword(std::string(other))) << other;
+  }
+}
+
+// The account is called otherwise than the package calls it, and the service gets another one in the end.
 TEST_F(SecurityPackageTest, AServiceLivesAndGoesWithItsAccount) {
-  const InstallerRun& installed = Install(WatchedServer(), L"PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1");
+  const std::string account = AccountOf("meter");
+  const InstallerRun& installed =
+      Install(WatchedServer(), L"PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=meter");
   EXPECT_EQ(installed.exitCode, 0u);
-  Texts told = MakingLines();
+  Texts told = MakingLines("meter");
   told.push_back("installing complex firewall rules");
   EXPECT_EQ(Told(installed), told);
-  EXPECT_EQ(installed.Property("PROP_ACCOUNTNAME"), "vantor");
+  EXPECT_EQ(installed.Property("PROP_ACCOUNTNAME"), "meter");
   EXPECT_EQ(installed.Property("PROP_ACCOUNTDOMAIN"), ComputerName());
   EXPECT_FALSE(HoldsAPassword(installed));
   EXPECT_EQ(ServerAccount(), account);
+  EXPECT_EQ(NotedAccount(), ".\\meter");
   EXPECT_TRUE(IsServiceRunning("Vantor"));
   EXPECT_EQ(RecordOf("vt.exe: "), Texts{"vt.exe: started"});
   EXPECT_EQ(EventSource(), folder + "\\vt.exe");
@@ -79,24 +122,70 @@ TEST_F(SecurityPackageTest, AServiceLivesAndGoesWithItsAccount) {
   const std::string list = " D:(A;OICI;FA;;;SY)";
   EXPECT_EQ(installed.LinesWith("Witness: " + folder + "\\Data\\" + list).size(), 1u);
 
-  // A repair makes nothing anew: nobody knows the password any more.
+  // A repair makes nothing anew: nobody knows the password any more. Nor does it touch the data folder.
   const InstallerRun& repaired = Reinstall(WatchedServer(), L"PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1");
   EXPECT_EQ(repaired.exitCode, 0u);
-  told = {"Witness: vantor is no account", "InstallHinfSection(DefaultInstall 128 " + setupFile + ")"};
-  Append(told, AccessLines());
+  told = {IsGone("meter"), RunsSection("DefaultInstall"), ServerAccessLine("meter")};
+  Append(told, WitnessAccessLines());
   told.push_back("installing complex firewall rules");
   EXPECT_EQ(Told(repaired), told);
   EXPECT_EQ(ServerAccount(), account);
+  EXPECT_EQ(NotedAccount(), ".\\meter");
   EXPECT_TRUE(IsServiceRunning("Vantor"));
 
-  const InstallerRun& removed = Remove(WatchedServer(), L"WITNESSACCOUNT=vantor PROP_ACCOUNTID=somebody");
+  // A removal that fails leaves the account to the service.
+  const std::wstring account24 = L"WITNESSACCOUNT=meter PROP_ACCOUNTID=somebody PROP_ACCOUNTDOMAIN=ELSEWHERE";
+  const InstallerRun& failed = Remove(WatchedServer(), account24 + L" WITNESSFAILURE=1");
+  EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_EQ(Told(failed), (Texts{"query service sizing failed:  124", "removing complex firewall rules",
+                                 IsThere("meter")}));
+  EXPECT_EQ(ServerAccount(), account);
+  EXPECT_EQ(NotedAccount(), ".\\meter");
+
+  SetServerAccount(AccountOf("somebody"));
+  const InstallerRun& removed = Remove(WatchedServer(), account24);
   EXPECT_EQ(removed.exitCode, 0u);
-  EXPECT_EQ(Told(removed),
-            (Texts{"query service sizing failed:  124", "Witness: vantor is an account of this computer",
-                   "deleting local service account vantor", "Witness: vantor is no account",
-                   "InstallHinfSection(Remove 128 " + setupFile + ")", "removing complex firewall rules"}));
+  EXPECT_EQ(Told(removed), (Texts{"query service sizing failed:  124", "removing complex firewall rules",
+                                  RunsSection("Remove"), IsThere("meter"),
+                                  "deleting local service account meter", IsGone("meter")}));
   EXPECT_EQ(ServerAccount(), std::nullopt);
+  EXPECT_EQ(NotedAccount(), "(none)");
   EXPECT_EQ(EventSource(), std::nullopt);
+}
+
+TEST_F(SecurityPackageTest, AnAccountOutlivesItsServiceAndAServerThatIsReplaced) {
+  ASSERT_EQ(Install(WatchedServer(), L"PROP_ACCOUNTTYPE=1").exitCode, 0u);
+  // Somebody has deleted the service: it is made anew, for LocalSystem, which needs no access.
+  DeleteServer();
+  const InstallerRun& repaired = Reinstall(WatchedServer());
+  EXPECT_EQ(repaired.exitCode, 0u);
+  Texts told = {"no service account, using LocalSystem", IsGone("vantor"), RunsSection("DefaultInstall")};
+  Append(told, WitnessAccessLines());
+  told.push_back("installing complex firewall rules");
+  EXPECT_EQ(Told(repaired), told);
+  EXPECT_EQ(ServerAccount(), "LocalSystem");
+  EXPECT_EQ(NotedAccount(), ".\\vantor");
+
+  // A newer server has come: what has one name in both of them is the newer one's.
+  const InstallerRun& replaced = Remove(
+      WatchedServer(), L"WITNESSACCOUNT=vantor UPGRADINGPRODUCTCODE={7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28}");
+  EXPECT_EQ(replaced.exitCode, 0u);
+  EXPECT_EQ(Told(replaced), (Texts{IsThere("vantor"), IsThere("vantor")}));
+  EXPECT_EQ(EventSource(), folder + "\\vt.exe");
+}
+
+// An installation before has noted an account, and its service is gone: the name is that account's, whatever
+// is given.
+TEST_F(SecurityPackageTest, ACancelledInstallationDeletesTheAccount) {
+  SetRegistryText(HKEY_LOCAL_MACHINE, kVantorKey, "Account", "meter");
+  const InstallerRun& cancelled =
+      Install(WatchedServer(), L"PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=other WITNESSFAILURE=cancel");
+  EXPECT_EQ(cancelled.exitCode, static_cast<DWORD>(ERROR_INSTALL_USEREXIT));
+  EXPECT_EQ(Told(cancelled),
+            (Texts{"creating local service account meter", "could not grant right to logon as service",
+                   IsThere("meter"), "deleting local service account meter"}));
+  EXPECT_FALSE(WatchedServer().IsInstalled());
+  EXPECT_EQ(ServerAccount(), std::nullopt);
 }
 
 // Twice: where the rollback action can read the properties, and where only the actions at the sequence's end
@@ -109,9 +198,9 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
   const InstallerRun& rolledBack =
       Msiexec("rollback", L"/i \"" + package + L"\" /qn PROP_ACCOUNTTYPE=1 WITNESSFAILURE=1");
   EXPECT_EQ(rolledBack.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-  Texts told = MakingLines();
-  Append(told, {"Witness: vantor is an account of this computer", "deleting local service account vantor",
-                "Witness: vantor is no account", "InstallHinfSection(Remove 128 " + setupFile + ")"});
+  Texts told = MakingLines("vantor");
+  Append(told, {IsThere("vantor"), "deleting local service account vantor", IsGone("vantor"),
+                RunsSection("Remove")});
   EXPECT_EQ(Told(rolledBack), told);
   EXPECT_FALSE(WatchedServer().IsInstalled());
   EXPECT_EQ(ServerAccount(), std::nullopt);
@@ -123,9 +212,9 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
   const InstallerRun& failed =
       Msiexec("failed", L"/i \"" + package + L"\" /qn PROP_ACCOUNTTYPE=1 WITNESSFAILURE=1");
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-  told = MakingLines();
-  Append(told, {"deleting local service account vantor", "Witness: vantor is no account",
-                "Witness: vantor is no account", "InstallHinfSection(Remove 128 " + setupFile + ")"});
+  told = MakingLines("vantor");
+  Append(told, {"deleting local service account vantor", IsGone("vantor"), IsGone("vantor"),
+                RunsSection("Remove")});
   EXPECT_EQ(Told(failed), told);
 
   // This engine lists the properties of a failed run, the hidden one too; no other line has the password.
@@ -133,30 +222,32 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
     const std::string password = run->Property("PROP_ACCOUNTPASS");
     EXPECT_EQ(password.size(), 20u);
     EXPECT_EQ(run->Property("MsiHiddenProperties"), "PROP_ACCOUNTPASS");
+    EXPECT_EQ(run->Property("SecureCustomProperties").find("PROP_ACCOUNTPASS"), std::string::npos);
     EXPECT_EQ(run->LinesWith(password), Texts{"Property(S): PROP_ACCOUNTPASS = " + password});
   }
 }
 
-// An installation had made an account, and somebody has given the service one of his own since.
+// Another installer has made the service, with an account of its own: one that this engine can look up.
 TEST_F(SecurityPackageTest, AServiceThatIsThereKeepsItsAccount) {
-  const std::string own = ComputerName() + "\\somebody";
-  SetRegistryText(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Vantor", "Account", "vantor");
+  const std::string own = AccountOf(UserName());
   MakeServer(server + L"\\vt.exe", ToWide(own));
   const InstallerRun& installed = Install(WatchedServer(), L"PROP_ACCOUNTTYPE=1");
   EXPECT_EQ(installed.exitCode, 0u);
-  EXPECT_EQ(installed.LinesWith("service account"), Texts{});
+  Texts told = {IsGone("vantor"), RunsSection("DefaultInstall"), "setting ACL for " + own + " on " + own,
+                "set ACL for " + own, "set ACL (0) for " + own + "=500 on " + folder};
+  Append(told, WitnessAccessLines());
+  told.push_back("installing complex firewall rules");
+  EXPECT_EQ(Told(installed), told);
   // This engine does not change a service that is there; others do, with the package's account.
   EXPECT_EQ(installed.LinesWith(": InstallServices."), Texts{});
-  EXPECT_EQ(installed.LinesWith("Witness: vantor"), Texts{"Witness: vantor is no account"});
   EXPECT_EQ(ServerAccount(), own);
+  EXPECT_EQ(NotedAccount(), "\\");
+
+  // No installation has made an account: one of the name that is made otherwise is somebody's own.
   const InstallerRun& removed = Remove(WatchedServer(), L"WITNESSACCOUNT=vantor");
   EXPECT_EQ(removed.exitCode, 0u);
-  Texts told = Told(removed);
-  ASSERT_GE(told.size(), 4u);
-  EXPECT_EQ(Texts(told.begin() + 1, told.begin() + 4),
-            (Texts{"Witness: vantor is an account of this computer",
-                   "account was not created by installer (somebody)",
-                   "Witness: vantor is an account of this computer"}));
+  EXPECT_EQ(Told(removed), (Texts{"query service sizing failed:  124", "removing complex firewall rules",
+                                  RunsSection("Remove"), IsThere("vantor"), IsThere("vantor")}));
   EXPECT_EQ(ServerAccount(), std::nullopt);
 }
 

@@ -51,6 +51,7 @@ std::string Replaced(std::string text, const std::string& what, const std::strin
 
 }  // namespace
 
+const char kVantorKey[] = "SOFTWARE\\Halvorstead\\Vantor";
 const char kEventSourceKey[] = "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Vantor";
 
 Session::Session() {
@@ -169,6 +170,22 @@ std::optional<std::string> ServerAccount() {
   }
   CloseServiceHandle(manager);
   return account;
+}
+
+void SetServerAccount(const std::string& account) {
+  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE service = OpenServiceW(manager, kService, SERVICE_CHANGE_CONFIG);
+  EXPECT_TRUE(ChangeServiceConfigW(service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, nullptr,
+                                   nullptr, nullptr, nullptr, ToWide(account).c_str(), nullptr, nullptr))
+      << GetLastError();
+  CloseServiceHandle(service);
+  CloseServiceHandle(manager);
+}
+
+std::string NotedAccount() {
+  std::optional<std::string> name = GetRegistryText(HKEY_LOCAL_MACHINE, kVantorKey, "Account");
+  std::optional<std::string> domain = GetRegistryText(HKEY_LOCAL_MACHINE, kVantorKey, "AccountDomain");
+  return name && domain ? *domain + "\\" + *name : "(none)";
 }
 
 void SecurityTest::SetUp() {

@@ -54,6 +54,14 @@ extern const char kEventSourceKey[];
 void MakeServer(const std::wstring& program, const std::wstring& account);
 /// The account that the service "Vantor" runs under, as the service manager says; nothing without a service.
 std::optional<std::string> ServerAccount();
+/// Gives the service "Vantor" another account, as an administrator would.
+void SetServerAccount(const std::string& account);
+
+/// The key of the server's packages, and the account that an installation has noted there, with its domain
+/// before it;
+/// "(none)" without such values.
+extern const char kVantorKey[];
+std::string NotedAccount();
 
 /// Tests that begin and end without a server and its service.
 class SecurityTest : public ServerTest {

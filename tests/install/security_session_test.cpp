@@ -106,6 +106,11 @@ TEST_F(SecuritySessionTest, AccessIsSetOnOneFolderAndReadBack) {
   EXPECT_EQ(AccessTo(data), "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)");
   EXPECT_EQ(AccessTo(sub), beforeSub);
   EXPECT_EQ(AccessTo(file), beforeFile);
+  // Nor does this engine hand the entry on to what is made in the folder afterwards: inheritance cannot be
+  // seen here.
+  WriteTree(data, {{"New\\", ""}, {"new.txt", "x"}});
+  EXPECT_EQ(AccessTo(data + L"\\New"), beforeSub);
+  EXPECT_EQ(AccessTo(data + L"\\new.txt"), beforeFile);
 
   // The account of a real service, by its letters. That it may change the list itself is the owner's right.
   MakeServer(server + L"\\vt.exe", ToWide(ComputerName() + "\\" + user));

@@ -209,26 +209,23 @@ void ChangePackage(const std::wstring& source, const std::wstring& target,
   MsiCloseHandle(database);
 }
 
-namespace {
-
-void DeleteService(const char* name) {
+void DeleteServer() {
+  static const char name[] = "Vantor";
   SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
   if (SC_HANDLE service = OpenServiceA(manager, name, SERVICE_ALL_ACCESS)) {
     // A stand-in that is emulated can end before it has answered; what counts is that it has.
     SERVICE_STATUS status;
     ControlService(service, SERVICE_CONTROL_STOP, &status);
     WaitUntil("the service stops", [&] { return !IsServiceRunning(name); });
-    ::DeleteService(service);
+    DeleteService(service);
     CloseServiceHandle(service);
   }
   CloseServiceHandle(manager);
 }
 
-}  // namespace
-
 void ServerTest::ClearAway() {
   // It outlives the package where an older version is registered beside it.
-  DeleteService("Vantor");
+  DeleteServer();
   WaitUntil("the program goes", [&] {
     DeleteTree(programs);
     return !FileExists(programs);

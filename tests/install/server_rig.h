@@ -43,6 +43,9 @@ Tree NewProgram();
 /// `inner`, placed in the folder `name` (without a backslash), together with `outer`.
 Tree With(Tree outer, const std::string& name, const Tree& inner);
 
+/// Stops and deletes the service "Vantor", where there is one, as an administrator would.
+void DeleteServer();
+
 /// Copies the package file `source` to `target` and runs statements of the installer's SQL over the copy.
 void ChangePackage(const std::wstring& source, const std::wstring& target,
                    const std::vector<std::string>& statements);

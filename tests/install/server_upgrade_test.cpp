@@ -18,6 +18,43 @@ class ServerUpgradeTest : public ServerTest {
     swprintf(text, 16, L" %04d-%02d-%02d", now.wYear, now.wMonth, now.wDay);
     return text;
   }
+
+  /// The texts that the firewall shows for a program's rules are in the program.
+  static void ExpectFirewallTexts(const std::wstring& program) {
+    HMODULE image = LoadLibraryExW(program.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    ASSERT_NE(image, nullptr) << GetLastError();
+    for (const auto& [base, protocol] : {std::pair(1000, "TCP"), std::pair(1010, "UDP")}) {
+      auto textAt = [image = image, base = base](int offset) {
+        wchar_t text[256] = {};
+        return LoadStringW(image, base + offset, text, 256) ? FromWide(text) : "(none)";
+      };
+      EXPECT_EQ(textAt(0), std::string("Vantor server (") + protocol + ")");
+      EXPECT_EQ(textAt(1), "Vantor server");
+      EXPECT_EQ(textAt(2),
+                std::string("Lets the metering clients reach the Vantor server by ") + protocol + ".");
+    }
+    FreeLibrary(image);
+  }
+
+  /// The server package as a later version of itself, which upgrades it.
+  Package LaterServer() {
+    Package later = Server();
+    later.path = elsewhere + L"\\later.msi";
+    later.productCode = "{7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28}";
+    later.version = "9.0.0";
+    WriteTree(elsewhere, {});
+    const std::string upgradeCode = "{0D1E5A3B-7E6F-4B53-8C79-2B8B54E1C6A0}";
+    ChangePackage(
+        Server().path, later.path,
+        {"UPDATE `Property` SET `Value` = '" + later.productCode + "' WHERE `Property` = 'ProductCode'",
+         "UPDATE `Property` SET `Value` = '9.0.0' WHERE `Property` = 'ProductVersion'",
+         "INSERT INTO `Upgrade` (`UpgradeCode`, `VersionMin`, `VersionMax`, `Attributes`, "
+         "`ActionProperty`) VALUES ('" +
+             upgradeCode +
+             "', '1.0.0', '9.0.0', 256, "
+             "'PROP_UPGRADE_PRODUCTCODE')"});
+    return later;
+  }
 };
 
 TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
@@ -236,24 +273,32 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   const InstallerRun& fresh = Install(Server());
   ExpectInstalled(fresh);
   EXPECT_EQ(DeferredActions(fresh), std::vector<std::string>());
-  // Nobody has asked for an account: the service is LocalSystem's, which can be named without looking it up.
+  // Nobody has asked for an account: the service is LocalSystem's, and the folders stay as they were made.
   const std::string folder = FromWide(server);
   EXPECT_EQ(fresh.SetupLines(),
             (std::vector<std::string>{
                 SetupLine("no service account, using LocalSystem"),
                 SetupLine("InstallHinfSection(DefaultInstall 128 " + folder + "\\vantor.inf)"),
-                SetupLine("no change to ACL on \\"),
-                SetupLine("set ACL (0) for LocalSystem=500 on " + folder),
                 SetupLine("installing complex firewall rules"),
             }));
   EXPECT_EQ(ServerAccount(), "LocalSystem");
+  const std::string made = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)";
+  EXPECT_EQ(AccessTo(server), made);
+  EXPECT_EQ(AccessTo(server + L"\\Data"), made);
+  ExpectFirewallTexts(server + L"\\vt.exe");
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", empty));
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   ExpectPublished(fresh, {{"PROP_DFPRESENT", L""}, {"PROP_UPGRADE", L""}, {"PROP_REPLACING", L""}});
 
   // The server goes, its data stay; the next installation finds and converts them where they are.
   WriteTree(server + L"\\Data", {{"format.txt", "1\r\n"}});
-  EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  const InstallerRun& removed = Remove(Server());
+  EXPECT_EQ(removed.exitCode, 0u);
+  EXPECT_EQ(removed.SetupLines(), (std::vector<std::string>{
+                                      SetupLine("query service sizing failed:  124"),
+                                      SetupLine("removing complex firewall rules"),
+                                      SetupLine("InstallHinfSection(Remove 128 " + folder + "\\vantor.inf)"),
+                                  }));
   Tree kept = empty;
   kept["format.txt"] = "1\r\n";
   EXPECT_EQ(ReadTree(server), With({}, "Data", kept));
@@ -264,6 +309,52 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(kept)));
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   ExpectPublished(again, {{"PROP_DFPRESENT", L"1"}, {"PROP_UPGRADE", L""}});
+}
+
+// The data folder of the upgraded server is a new one, and the service's account must reach it as it did the
+// old.
+TEST_F(ServerUpgradeTest, AnUpgradeGivesTheServicesAccountTheNewDataFolder) {
+  const Package later = LaterServer();
+  // Others get nothing from above, but this engine makes every folder one that they may read.
+  SetAccess(elsewhere, "D:(A;OICI;FA;;;USER)");
+  const std::string made = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)";
+  const std::string given = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)";
+  const std::wstring dataFolder = L" DIR_DATAFOLDER=\"" + outsideData;
+  ASSERT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1" + dataFolder + L"\"").exitCode, 0u);
+  WriteTree(outsideData, OlderData("1"));
+  // An account that this engine can look up.
+  const std::string account = ComputerName() + "\\" + UserName(), folder = FromWide(server);
+  const std::vector<std::string> lines = {
+      SetupLine("InstallHinfSection(DefaultInstall 128 " + folder + "\\vantor.inf)"),
+      SetupLine("setting ACL for " + account + " on " + account),
+      SetupLine("set ACL for " + account),
+      SetupLine("set ACL (0) for " + account + "=500 on " + folder),
+      SetupLine("installing complex firewall rules"),
+  };
+  SetServerAccount(account);
+  EXPECT_EQ(AccessTo(outsideData), made);
+
+  const InstallerRun& upgraded = Install(later, L"PROP_ACCOUNTTYPE=1");
+  EXPECT_EQ(upgraded.exitCode, 0u);
+  EXPECT_TRUE(later.IsInstalled());
+  EXPECT_FALSE(Server().IsInstalled());
+  EXPECT_EQ(upgraded.SetupLines(), lines);
+  EXPECT_EQ(ReadTree(outsideData), Converted(OlderData("1")));
+  EXPECT_EQ(AccessTo(outsideData), given);
+  EXPECT_EQ(AccessTo(ToWide(upgraded.Property("DIR_UPG_DATA"))), made);
+  // The removal of the older version, inside of this run, has left what the two have in common.
+  EXPECT_EQ(ServerAccount(), account);
+  EXPECT_EQ(NotedAccount(), ".\\vantor");
+  EXPECT_NE(GetRegistryText(HKEY_LOCAL_MACHINE, kEventSourceKey, "EventMessageFile"), std::nullopt);
+
+  // So do repairs that make the data folder anew: one that is given another, and one that finds none.
+  EXPECT_EQ(Reinstall(later, dataFolder + L" 2\"").SetupLines(), lines);
+  EXPECT_EQ(AccessTo(outsideData + L" 2"), given);
+  DeleteTree(outsideData + L" 2");
+  EXPECT_EQ(Reinstall(later).SetupLines(), lines);
+
+  EXPECT_EQ(Remove(later).exitCode, 0u);
+  EXPECT_EQ(NotedAccount(), "(none)");
 }
 
 }  // namespace
