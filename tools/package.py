@@ -182,6 +182,20 @@ def set_summary(package, stage, template, title, contents):
                  ["PropertyId\tValue", "i2\tl255", "_SummaryInformation\tPropertyId"], rows.items())
 
 
+def complete(package, stage, tree):
+    """Puts right in the compiled package what the compiler left out of its source, or did otherwise."""
+    set_property_list(package, tree, "Secure", "SecureCustomProperties")
+    set_property_list(package, tree, "Hidden", "MsiHiddenProperties")
+    set_action_types(package, tree)
+    set_permanent_components(package, tree)
+    set_error_texts(package, stage, tree)
+    upgrade = tree.find(f".//{NAMESPACE}MajorUpgrade")
+    if upgrade is not None:
+        sequence = REMOVAL_SEQUENCE[upgrade.get("Schedule", "afterInstallValidate")]
+        query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {sequence} "
+                       "WHERE `Action` = 'RemoveExistingProducts'")
+
+
 def make_package(source, processor, library, name, version, target, watched=False):
     """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the stand-in for the
     programs and the tracking library, beside the library, may be in it. The witness is, where it shall be `watched`."""
@@ -214,16 +228,7 @@ def make_package(source, processor, library, name, version, target, watched=Fals
             **watching,
         }, stage, package)
         digest.update(ElementTree.tostring(tree))
-        set_property_list(package, tree, "Secure", "SecureCustomProperties")
-        set_property_list(package, tree, "Hidden", "MsiHiddenProperties")
-        set_action_types(package, tree)
-        set_permanent_components(package, tree)
-        set_error_texts(package, stage, tree)
-        upgrade = tree.find(f".//{NAMESPACE}MajorUpgrade")
-        if upgrade is not None:
-            sequence = REMOVAL_SEQUENCE[upgrade.get("Schedule", "afterInstallValidate")]
-            query(package, f"UPDATE `InstallExecuteSequence` SET `Sequence` = {sequence} "
-                           "WHERE `Action` = 'RemoveExistingProducts'")
+        complete(package, stage, tree)
         set_summary(package, stage, TEMPLATES[processor], f"{name} {version} for {label}", digest.hexdigest())
         shutil.copyfile(package, target)
 

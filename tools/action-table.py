@@ -1,0 +1,312 @@
+#!/usr/bin/env python3
+"""Ties the entry points, the fragments in packages/ and the pages together.
+
+    tools/action-table.py [--write] [ROOT]
+
+Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md are what
+the fragments say. Such a part stands between "<!-- generated: NAME -->" and "<!-- end of NAME -->". --write writes
+them anew; of the table of properties the last column is written by hand, and is kept. Prints a line for each finding;
+the exit code is 1 when there is one.
+"""
+
+import re
+import sys
+import textwrap
+from collections import namedtuple
+from pathlib import Path
+
+from installer_run import names_in, run_sequence
+from kit_checks import ENGINE, LATER, NOT_SECURE, PAIRS, findings, is_library, kind_of, read_kit, reads_data, used_in
+from package_facts import PUBLIC, named_in
+
+GUIDE = "docs/authoring.md"
+PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
+
+# A run of a model package: what is set before its sequence begins or by actions whose work is not followed here, and
+# what is set besides where the options of the package are used.
+Scenario = namedtuple("Scenario", "name properties options")
+
+INSTALLED = {"Installed": "1", "ProductCode": "{this}"}
+REMOVED = {**INSTALLED, "REMOVE": "ALL"}
+AUDIT = {"PROP_TASKUSER": "auditor", "PROP_TASKPASS": "secret", "PROP_RESETAUDIT": "1"}
+CLIENT = {"PROP_INSTALLEDCLIENT": "{this}", "CLIENTFOLDERFOUND": "P\\Ostrel\\"}
+PLACES = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_PROGRAMS64": "P\\"}
+# What the finding actions answer where no server is and where one is.
+NO_SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\", "DIR_EXSERVER": "P\\Vantor\\"}
+SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\Data\\", "DIR_EXSERVER": "P\\Vantor\\",
+          "SERVERFOLDERFOUND": "P\\Vantor\\"}
+ACCOUNT = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUNTPASS": "secret"}
+KEPT = {"ACCOUNTFOUND": "vantor", "ACCOUNTDOMAINFOUND": ".", "SERVICEFOUND": "HERE\\vantor"}
+SERVICE = {"SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}"}
+OUTSIDE = {"DIR_EXDATA": "D\\Data\\", "PROP_PREVVTDF": "D\\Data\\"}
+
+SCENARIOS = {
+    "client/client.wxs": [
+        Scenario("install", {"ProductCode": "{this}"}, AUDIT),
+        Scenario("upgrade", {**CLIENT, "ProductCode": "{this}", "WIX_UPGRADE_DETECTED": "{old}",
+                             "PROP_INSTALLEDCLIENT": "{old}"}, AUDIT),
+        Scenario("repair", {**CLIENT, **INSTALLED, "REINSTALL": "ALL"}, AUDIT),
+        Scenario("removal", {**CLIENT, **REMOVED}, AUDIT),
+        Scenario("replaced", {**CLIENT, **REMOVED, "PROP_INSTALLEDCLIENT": "{new}"}, AUDIT),
+    ],
+    "server/server.wxs": [
+        Scenario("install", NO_SERVER, ACCOUNT),
+        Scenario("upgrade", {**SERVER, **SERVICE, "PROP_INSTALLEDSERVER": "{old}", "PROP_UPGRADE": "1",
+                             "PROP_UPGRADE_PRODUCTCODE": "{old}", "PROP_REPLACING": "1"}, {**OUTSIDE, **KEPT}),
+        Scenario("repair", {**SERVER, **SERVICE, **INSTALLED, "REINSTALL": "ALL"}, KEPT),
+        Scenario("removal", {**SERVER, **SERVICE, **REMOVED}, KEPT),
+        Scenario("replaced", {**SERVER, **SERVICE, **REMOVED, "PROP_INSTALLEDSERVER": "{new}"}, KEPT),
+    ],
+}
+
+# The engine's own actions that the diagrams show, with the numbers that compilers give them.
+STANDARD = {
+    "AppSearch": 50, "LaunchConditions": 100, "CostInitialize": 800, "CostFinalize": 1000, "InstallValidate": 1400,
+    "InstallInitialize": 1500, "StopServices": 1900, "DeleteServices": 2000, "RemoveFiles": 3500,
+    "CreateFolders": 3700, "InstallFiles": 4000, "WriteRegistryValues": 5000, "InstallServices": 5800,
+    "StartServices": 5900, "RegisterProduct": 6100, "InstallFinalize": 6600,
+}
+
+
+def link(name):
+    return f"[{name}](actions.md#{name.lower()})"
+
+
+def number_of(name):
+    return int(re.match(r"\D*(\d+)", name)[1])
+
+
+def runs_as(action):
+    """When an action runs, and with whose rights."""
+    kind = kind_of(action)
+    if kind in LATER:
+        return f"{kind}, {'SYSTEM' if action.get('Impersonate') == 'no' else 'the user'}"
+    return "immediate, once" if kind == "firstSequence" else "immediate"
+
+
+def place_of(row):
+    names = {-1: "after success", -2: "after a cancel", -3: "after a failure", -4: "when suspended"}
+    return names.get(row.number) or f"{'UI ' * (row.place == 'UI')}{row.number}"
+
+
+def partner_of(kit, fragment, name, action):
+    """The other half of a pair; of an action that undoes, what it undoes; of an action with data, who sets them."""
+    entry = action["DllEntry"]
+    said = [f"pair of {other if entry == first else first}" for first, other in PAIRS if entry in (first, other)]
+    setters = sorted(setter for setter, other in fragment.actions.items() if other.get("Property") == name)
+    if reads_data(kit, action):
+        said.append("data: " + ", ".join(f"`{setter}`" for setter in setters))
+    return "; ".join(said)
+
+
+def table(head, rows):
+    return [f"| {' | '.join(head)} |", f"|{'---|' * len(head)}", *(f"| {' | '.join(row)} |" for row in rows)]
+
+
+def actions_part(kit):
+    rows = []
+    for fragment in kit.fragments.values():
+        for name, action in fragment.actions.items():
+            if not is_library(action):
+                continue
+            placed = [row for row in fragment.rows if row.action == name]
+            conditions = list(dict.fromkeys(row.condition for row in placed))
+            rows.append([link(action["DllEntry"]), f"`{name}`", f"`{fragment.name}`", runs_as(action),
+                         "checked" if action.get("Return", "check") == "check" else "ignored",
+                         ", ".join(place_of(row) for row in placed),
+                         ", ".join(f"`{condition}`" if condition else "always" for condition in conditions),
+                         partner_of(kit, fragment, name, action)])
+    rows.sort(key=lambda row: (number_of(row[1]), row[1].strip("`")))
+    return table(["Entry point", "Action", "Fragment", "Runs", "Result", "Place", "Condition", "Belongs to"], rows)
+
+
+def fragments_part(kit):
+    rows = []
+    for fragment in kit.fragments.values():
+        models = [model.name.partition("/")[0] for model in kit.models if fragment.name in model.fragments]
+        entries = sorted(set(fragment.entry_points()), key=number_of)
+        rows.append([f"`{fragment.name}`", fragment.purpose(), ", ".join(str(number_of(name)) for name in entries),
+                     ", ".join(f"`{need}`" for need in fragment.needs()), ", ".join(fragment.errors),
+                     ", ".join(models)])
+    return table(["Fragment", "What for", "Entry points", "Needs", "Error texts", "Model"], rows)
+
+
+def properties_part(kit, old):
+    """The properties of the kit. The last column is kept from `old`, the part as it stands."""
+    meanings = {match[1]: match[2] for line in old.splitlines()
+                if (match := re.match(r"\| `([\w.]+)` \|.*\| ([^|]*) \|$", line))}
+    names = set()
+    for fragment in kit.fragments.values():
+        own = {action.get("Property") for action in fragment.actions.values()} | set(fragment.properties)
+        names |= (used_in(kit, fragment) - ENGINE) | own | fragment.searched
+    names -= {None, *(name for fragment in kit.fragments.values() for name in fragment.actions)}
+    rows = [property_row(kit, name, meanings.get(name, "")) for name in names]
+    rows.sort(key=lambda row: (not PUBLIC.fullmatch(row[0].strip("`")), row[0]))
+    return table(["Property", "Default", "Secure", "Fragment", "Read by", "Set by", "Values"], rows)
+
+
+def property_row(kit, name, meaning):
+    declared = [(fragment, fragment.properties[name]) for fragment in kit.fragments.values()
+                if name in fragment.properties]
+    readers, makers = [], []
+    for entry, section in sorted(kit.sections.items(), key=lambda item: number_of(item[0])):
+        readers += [str(number_of(entry))] * (name in section.reads)
+        makers += [str(number_of(entry))] * (name in section.writes)
+    for fragment in kit.fragments.values():
+        texts = [word for value in fragment.values() for word in named_in(value)]
+        texts += [word for row in fragment.rows for word in names_in(row.condition)]
+        readers += [f"`{fragment.name}`"] * (name in texts)
+        makers += ["a search"] * (name in fragment.searched)
+        makers += [f"`{setter}`" for setter, action in fragment.actions.items() if action.get("Property") == name]
+    values = [attributes["Value"] for _, attributes in declared if "Value" in attributes]
+    return [f"`{name}`", ", ".join(f"`{value}`" for value in values), secure_of(kit, name, declared),
+            ", ".join(f"`{fragment.name}`" for fragment, _ in declared), ", ".join(readers),
+            ", ".join(dict.fromkeys(makers)), meaning]
+
+
+def secure_of(kit, name, declared):
+    """Whether what a user gives reaches the service's process, and whether the log hides it."""
+    if not PUBLIC.fullmatch(name):
+        return "private"
+    if name in ENGINE:
+        return "the engine's"
+    if name in NOT_SECURE:
+        return f"no: {NOT_SECURE[name]}"
+    if not declared:
+        own = [model.properties[name].get("Secure") == "yes" for model in kit.models if name in model.properties]
+        return "yes, by the package" if own and all(own) else "the package's choice"
+    marks = {mark for _, attributes in declared for mark in ("Secure", "Hidden") if attributes.get(mark) == "yes"}
+    return ("yes" if "Secure" in marks else "no") + ", hidden" * ("Hidden" in marks)
+
+
+def notices_part(kit):
+    rows = []
+    for number, sender in sorted(kit.notices.items()):
+        for fragment in kit.fragments.values():
+            if number in fragment.errors:
+                element = fragment.root.find(f".//Error[@Id='{number}']")
+                rows.append([number, link(sender), f"`{fragment.name}`", element.text.strip()])
+    return table(["Number", "Sent by", "Fragment", "Text"], rows)
+
+
+MARKS = {"immediate": "now", "firstSequence": "now", "deferred": "script", "rollback": "undo", "commit": "commit"}
+
+
+def mark_of(action):
+    if action is None:
+        return "engine"
+    if action.get("Error"):
+        return "refuse"
+    return "set" if action.get("Property") and action.get("Value") is not None else MARKS[kind_of(action)]
+
+
+def marks_of(model, scenario):
+    """What each action does in a run: its mark, in brackets where only the options make it run."""
+    rows = [row for row in model.rows if row.place == "execute"]
+    plain, optional = ({(row.number, row.action) for row, _ in run_sequence(rows, model.actions, properties)}
+                       for properties in ({**model.defaults(), **scenario.properties},
+                                          {**model.defaults(), **scenario.properties, **scenario.options}))
+    for key in sorted(plain | optional):
+        mark = mark_of(model.actions.get(key[1]))
+        yield key, mark if key in plain else f"({mark})"
+
+
+def diagram_lines(model):
+    scenarios = SCENARIOS[model.name]
+    columns = [dict(marks_of(model, scenario)) for scenario in scenarios]
+    own = {(row.number, row.action) for row in model.rows if row.place == "execute" and row.number > 0}
+    lines = own | {(number, name) for name, number in STANDARD.items() if name not in {name for _, name in own}}
+    yield f"{'':44}{''.join(f'{scenario.name:>10}' for scenario in scenarios)}"
+    for number, name in sorted(lines):
+        if (number, name) not in own:
+            yield f"{number:>6} {f' {name} '.center(36 + 10 * len(scenarios), '-')}"
+            continue
+        yield f"{number:>6}  {name:36}{''.join(f'{column.get((number, name), chr(46)):>10}' for column in columns)}"
+
+
+def dialog_lines(model):
+    """The rows of the dialogs' sequence, in short: most of them stand in the other one as well."""
+    execute = {row[1:4] for row in model.rows if row.place == "execute"}
+    rows = sorted(row for row in model.rows if row.place == "UI")
+    alone = [f"{row.number} {row.action}" for row in rows if row[1:4] not in execute]
+    both = [str(row.number) for row in rows if row[1:4] in execute]
+    yield "InstallUISequence, with dialogs only"
+    yield ""
+    for head, words in ("in it alone", alone), ("as below", both):
+        if words:
+            yield from textwrap.wrap(f"{head}: {', '.join(words)}", 94, initial_indent="  ", subsequent_indent="    ")
+
+
+def sequence_part(kit, name):
+    """The diagram of a model: which action runs when."""
+    model = next((model for model in kit.models if model.name == name), None)
+    if model is None:
+        return [f"packages/{name} is missing"]
+    lines = ["```text"]
+    lines += [*dialog_lines(model), "", "InstallExecuteSequence", "", *diagram_lines(model), "", ""]
+    lines += ["When the run fails, from the top", ""]
+    undo = {}
+    for scenario in SCENARIOS[name]:
+        for (number, action), mark in marks_of(model, scenario):
+            if mark.strip("()") == "undo":
+                undo.setdefault((-number, action), []).append(scenario.name)
+    lines += [f"{-number:>6}  {action:36}    {', '.join(names)}" for (number, action), names in sorted(undo.items())]
+    lines += [f"{place_of(row):>16}  {row.action:26}    {row.condition}" for row in model.rows if row.number < 0]
+    return lines + ["```"]
+
+
+PARTS = {
+    "fragments": lambda kit, _: fragments_part(kit),
+    "actions": lambda kit, _: actions_part(kit),
+    "properties": properties_part,
+    "notices": lambda kit, _: notices_part(kit),
+    "client": lambda kit, _: sequence_part(kit, "client/client.wxs"),
+    "server": lambda kit, _: sequence_part(kit, "server/server.wxs"),
+}
+
+
+def generated(kit, page):
+    """The guide with its parts as they have to be, and what is wrong with their marks."""
+    wrong = [f"{GUIDE}: there is no part of the name {name}" for _, name, *_ in PART.findall(page) if name not in PARTS]
+    found = [name for _, name, *_ in PART.findall(page)]
+    wrong += [f"{GUIDE}: the part {name} is there {found.count(name)} times"
+              for name in PARTS if found.count(name) != 1]
+
+    def part(match):
+        if match[2] not in PARTS:
+            return match[0]
+        return match[1] + "".join(line.rstrip() + "\n" for line in PARTS[match[2]](kit, match[3])) + match[4]
+
+    return PART.sub(part, page), wrong
+
+
+def guide_findings(kit, write):
+    path = kit.root / GUIDE
+    if not path.is_file():
+        yield f"{GUIDE} does not exist"
+        return
+    page = path.read_text(encoding="utf-8")
+    new, wrong = generated(kit, page)
+    yield from wrong
+    if write and new != page:
+        path.write_text(new, encoding="utf-8")
+    elif new != page:
+        for (_, name, old, _), (*_, now, _) in zip(PART.findall(page), PART.findall(new)):
+            if old != now:
+                yield f"{GUIDE}: the part {name} is out of date: run tools/action-table.py --write"
+    for _, part, text, _ in PART.findall(new):
+        for name in re.findall(r"^\| `([\w.]+)` \|.*\|  \|$", text, re.MULTILINE) if part == "properties" else ():
+            yield f"{GUIDE}: nothing is said of the values of {name}"
+
+
+def main():
+    arguments = [argument for argument in sys.argv[1:] if argument not in ("--write", "--check")]
+    root = Path(arguments[0] if arguments else Path(__file__).resolve().parent.parent)
+    kit = read_kit(root)
+    found = [*findings(kit, SCENARIOS), *guide_findings(kit, "--write" in sys.argv)]
+    print("\n".join(found), end="\n" if found else "")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

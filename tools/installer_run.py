@@ -1,0 +1,150 @@
+"""Which actions of a package run, and in which order: the conditions of Windows Installer, and a run through a
+sequence. For the scripts beside it."""
+
+import re
+
+# An operator with "~" compares without regard to case.
+TOKEN = re.compile(r'\s*(?:"([^"]*)"|(~?(?:<<|>>|><|<>|<=|>=|=|<|>))|([()])|(-?\d+)|([A-Za-z_][\w.]*))')
+LOGIC = {
+    "IMP": lambda left, right: not left or right,
+    "EQV": lambda left, right: left == right,
+    "XOR": lambda left, right: left != right,
+    "OR": lambda left, right: left or right,
+    "AND": lambda left, right: left and right,
+}
+COMPARE = {
+    "=": lambda left, right: left == right,
+    "<>": lambda left, right: left != right,
+    "<": lambda left, right: left < right,
+    ">": lambda left, right: left > right,
+    "<=": lambda left, right: left <= right,
+    ">=": lambda left, right: left >= right,
+}
+COMPARE_TEXT = {
+    "><": lambda left, right: right in left,
+    "<<": lambda left, right: left.startswith(right),
+    ">>": lambda left, right: left.endswith(right),
+}
+
+
+def tokens(condition):
+    """The words of a condition, each as a kind and a text; the states of components and features are not known here."""
+    found, position = [], 0
+    text = condition.rstrip()
+    while position < len(text):
+        match = TOKEN.match(text, position)
+        if not match:
+            raise ValueError(f"no condition is read here: {text[position:]!r} in {condition!r}")
+        kind = ("text", "operator", "bracket", "number", "name")[match.lastindex - 1]
+        word = match[match.lastindex]
+        if kind == "name" and (word.upper() in LOGIC or word.upper() == "NOT"):
+            kind, word = "logic", word.upper()
+        found.append((kind, word))
+        position = match.end()
+    return found
+
+
+def names_in(condition):
+    """The properties that a condition asks for."""
+    return [word for kind, word in tokens(condition) if kind == "name"]
+
+
+class Condition:
+    """One condition, read from left to right; the logical words bind in the order of LOGIC, the last one closest."""
+
+    def __init__(self, condition, properties):
+        self.condition = condition
+        self.properties = properties
+        self.left = tokens(condition)
+
+    def value(self):
+        if not self.left:
+            return True
+        result = self.logic(0)
+        if self.left:
+            raise ValueError(f"more than one condition: {self.condition!r}")
+        return result
+
+    def logic(self, level):
+        if level == len(LOGIC):
+            return self.term()
+        word = list(LOGIC)[level]
+        result = self.logic(level + 1)
+        while self.left and self.left[0] == ("logic", word):
+            self.left.pop(0)
+            result = LOGIC[word](result, self.logic(level + 1))
+        return result
+
+    def term(self):
+        kind, word = self.next()
+        if (kind, word) == ("logic", "NOT"):
+            return not self.term()
+        if (kind, word) == ("bracket", "("):
+            result = self.logic(0)
+            if self.next() != ("bracket", ")"):
+                raise ValueError(f"a bracket is not closed: {self.condition!r}")
+            return result
+        first = self.operand(kind, word)
+        if self.left and self.left[0][0] == "operator":
+            operator = self.next()[1]
+            return compare(operator, first, self.operand(*self.next()))
+        # A property alone asks whether it is set; a number alone, whether it is not 0.
+        return first not in ("", 0)
+
+    def operand(self, kind, word):
+        if kind == "name":
+            return self.properties.get(word, "")
+        if kind == "number":
+            return int(word)
+        if kind == "text":
+            return word
+        raise ValueError(f"{word!r} is in a wrong place: {self.condition!r}")
+
+    def next(self):
+        if not self.left:
+            raise ValueError(f"the condition ends too early: {self.condition!r}")
+        return self.left.pop(0)
+
+
+def compare(operator, left, right):
+    plain = operator.removeprefix("~")
+    if plain in COMPARE and isinstance(left, int) != isinstance(right, int):
+        # A number is compared with a text only where that is one as well; otherwise they just differ.
+        try:
+            left, right = int(left), int(right)
+        except ValueError:
+            return plain == "<>"
+    if isinstance(left, int) and isinstance(right, int) and plain in COMPARE:
+        return COMPARE[plain](left, right)
+    left, right = str(left), str(right)
+    if operator != plain:
+        left, right = left.lower(), right.lower()
+    return {**COMPARE, **COMPARE_TEXT}[plain](left, right)
+
+
+def holds(condition, properties):
+    """Whether a condition is met; an empty one always is."""
+    return Condition(condition or "", properties).value()
+
+
+def format_text(text, properties):
+    """A property action's value, with the properties named in brackets replaced."""
+    text = re.sub(r"\[([A-Za-z_][\w.]*)\]", lambda match: str(properties.get(match[1], "")), text)
+    return "" if text == "{}" else text
+
+
+def run_sequence(rows, actions, properties):
+    """Goes through a sequence as the engine does: yields the rows whose condition holds, each with the properties as
+    they are then. Actions that set a property set it; what the others would change must be in `properties` from the
+    start.
+
+    `rows` have a `number`, an `action` and a `condition`; those with a number below 1 stand for the sequence's end and
+    are not reached. `actions` has the attributes of each action by its name."""
+    state = dict(properties)
+    for row in sorted((row for row in rows if row.number > 0), key=lambda row: row.number):
+        if not holds(row.condition, state):
+            continue
+        yield row, dict(state)
+        action = actions.get(row.action)
+        if action is not None and action.get("Value") is not None and action.get("Property"):
+            state[action["Property"]] = format_text(action["Value"], state)

@@ -1,0 +1,268 @@
+"""What must hold between the library's entry points, the fragments and models in packages/, and the pages. For
+action-table.py. Each check yields one line for each finding."""
+
+import re
+from collections import namedtuple
+
+from entry_points import LIST, PAGE, headings, listed
+from installer_run import names_in, run_sequence
+from package_facts import (PUBLIC, named_in, read_code_properties, read_fragments, read_jobs, read_mentions,
+                           read_models, read_notices, read_sections)
+
+# Who installs and who removes the same thing: a fragment has both or neither.
+PAIRS = [("CustomAction5", "CustomAction19"), ("CustomAction6", "CustomAction7"), ("CustomAction9", "CustomAction10"),
+         ("CustomAction23", "CustomAction24"), ("CustomAction27", "CustomAction28"),
+         ("CustomAction31", "CustomAction32")]
+
+NOTICES = ["25000", "25001", "25003", "26000", "26001", "27000"]
+
+# What the engine, or the compiler of a package, sets or heeds itself.
+ENGINE = {"Installed", "REMOVE", "REINSTALL", "REINSTALLMODE", "REBOOT", "MSIRESTARTMANAGERCONTROL", "UILevel",
+          "UPGRADINGPRODUCTCODE", "ProductCode", "ProductName", "ProductVersion", "System64Folder", "WindowsFolder",
+          "LogonUser", "ComputerName", "Privileged", "VersionNT64", "WIX_UPGRADE_DETECTED", "CustomActionData"}
+
+# Below this key a model writes the values that its fragments look for in later runs; others are the system's.
+OWN_KEY = "SOFTWARE\\Halvorstead\\"
+
+# Public properties that must not be secure, each for its reason. Any other public property that an action, a condition
+# or a value reads must be: with dialogs it is set in the process of the user who installs, or comes from that user's
+# command line, and must reach the service's process. Free are a folder of the package that no fragment declares, and
+# what actions of the library make in the execute sequence only, where it is used.
+NOT_SECURE = {"PROP_VERSION": "belongs to the package", "PROP_COMPONENT": "belongs to the package"}
+
+# Actions that are set to run later get nothing but this one text.
+LATER = ("deferred", "rollback", "commit")
+
+# Everything that is read, once.
+Kit = namedtuple("Kit", "root exported fragments models sections jobs notices")
+
+
+def read_kit(root):
+    fragments = read_fragments(root)
+    return Kit(root, list(listed(root)), fragments, read_models(root, fragments), read_sections(root), read_jobs(root),
+               read_notices(root))
+
+
+def kind_of(action):
+    return action.get("Execute", "immediate")
+
+
+def is_library(action):
+    return action.get("BinaryKey") == "hxsetup"
+
+
+def reads_data(kit, action):
+    """Whether an action of the library gets its input as CustomActionData."""
+    section = kit.sections.get(action.get("DllEntry"))
+    return kind_of(action) in LATER and section is not None and "CustomActionData" in section.reads
+
+
+def used_in(kit, authoring):
+    """The properties that a file's conditions and values, and the entry points that it calls, read."""
+    used = {name for row in authoring.rows for name in names_in(row.condition)}
+    used |= {name for value in authoring.values() for name in named_in(value)}
+    for name in authoring.entry_points():
+        used |= kit.sections[name].reads if name in kit.sections else set()
+    return used
+
+
+def made_in(kit, authoring):
+    """The properties that a file gives a value: by declaring them, by a search, an action, or a folder."""
+    made = set(authoring.properties) | authoring.searched | authoring.folders
+    made |= {action["Property"] for action in authoring.actions.values() if action.get("Property")}
+    for name in authoring.entry_points():
+        made |= kit.sections[name].writes if name in kit.sections else set()
+    return made
+
+
+def check_names(kit):
+    """Entry points, fragments and pages speak of the same names."""
+    exported = set(kit.exported)
+    called = {name for fragment in kit.fragments.values() for name in fragment.entry_points()}
+    yield from (f"{name}: {LIST} lists it, but no fragment calls it" for name in kit.exported if name not in called)
+    described = set(headings(kit.root)) & set(kit.jobs)
+    yield from (f"{name}: {LIST} lists it, but {PAGE} does not describe it" for name in kit.exported
+                if name not in described)
+    pages = sorted((kit.root / "docs").glob("*.md")) + sorted((kit.root / "packages").rglob("*.wx?"))
+    for path in pages:
+        yield from (f"{path.relative_to(kit.root)}: {name} is not exported"
+                    for name in sorted(read_mentions(path) - exported))
+
+
+def check_actions(kit):
+    """Each action of a fragment is named after the entry point that it calls, and stands in a sequence."""
+    for fragment in kit.fragments.values():
+        placed = {row.action for row in fragment.rows}
+        for name, action in fragment.actions.items():
+            if name not in placed:
+                yield f"{fragment.name}: {name} stands in no sequence"
+            match = re.fullmatch(r"(CustomAction\d+)(\.\w+)?", name)
+            if is_library(action) and (not match or match[1] != action.get("DllEntry")):
+                yield f"{fragment.name}: {name} calls {action.get('DllEntry')}"
+            if is_library(action) and kind_of(action) in LATER and action.get("Impersonate") != "no":
+                yield f"{fragment.name}: {name} is deferred, and would not run as SYSTEM"
+        for place, number, action, *_ in fragment.rows:
+            later = kind_of(fragment.actions.get(action, {})) in LATER
+            if later and (place, 1500 < number < 6600) != ("execute", True):
+                yield f"{fragment.name}: {action} is deferred, and stands outside of the script"
+
+
+def check_data(kit):
+    """What an action that runs later is told is set in front of it, in the same sequence."""
+    for fragment in kit.fragments.values():
+        for name, action in fragment.actions.items():
+            if not reads_data(kit, action):
+                continue
+            setters = {setter for setter, other in fragment.actions.items() if other.get("Property") == name}
+            for row in fragment.rows:
+                if row.action == name and not any(
+                        other.action in setters and other.place == row.place and other.number < row.number
+                        for other in fragment.rows):
+                    yield f"{fragment.name}: nothing sets the data of {name} before {row.number}"
+
+
+def check_pairs(kit):
+    for fragment in kit.fragments.values():
+        called = fragment.entry_points()
+        for pair in PAIRS:
+            if len(set(pair) & set(called)) == 1:
+                half, other = pair if pair[0] in called else pair[::-1]
+                yield f"{fragment.name}: calls {half}, but not {other}"
+
+
+def check_notices(kit):
+    """Each notice has its text once, in the fragment of the action that sends it."""
+    if sorted(kit.notices) != NOTICES:
+        yield f"{PAGE}: the notices are {', '.join(sorted(kit.notices))}, not {', '.join(NOTICES)}"
+    for number in NOTICES:
+        found = [fragment.name for fragment in kit.fragments.values() for error in fragment.errors if error == number]
+        sender = kit.notices.get(number)
+        if len(found) != 1:
+            yield f"error {number}: its text is in {len(found)} fragments{': ' * bool(found)}{', '.join(found)}"
+        elif sender and sender not in kit.fragments[found[0]].entry_points():
+            yield f"error {number}: its text is in {found[0]}, which does not call {sender}"
+    for fragment in kit.fragments.values():
+        yield from (f"{fragment.name}: nothing sends error {number}" for number in fragment.errors
+                    if number not in NOTICES)
+
+
+def check_secrets(kit):
+    """Passwords are hidden, and go into nothing that is not."""
+    for file in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
+        for name, attributes in file.properties.items():
+            if "PASS" in name.upper() and attributes.get("Hidden") != "yes":
+                yield f"{file.name}: {name} is a password, and not hidden"
+    for model in kit.models:
+        hidden = {name for name, attributes in model.properties.items() if attributes.get("Hidden") == "yes"}
+        yield from (f"{model.name}: the service's password {name} is not hidden" for name in
+                    sorted(model.passwords - hidden))
+        for name, action in model.actions.items():
+            for key in ("Value", "ExeCommand"):
+                taken = set(named_in(action.get(key, ""))) & hidden
+                covered = action.get("HideTarget") == "yes" and (key != "Value" or action.get("Property") in hidden)
+                if taken and not covered:
+                    yield f"{model.name}: {name} shows {', '.join(sorted(taken))}"
+
+
+def check_models(kit):
+    """Each fragment is in a model, with the fragments that it needs."""
+    for name in kit.fragments:
+        if not any(name in model.fragments for model in kit.models):
+            yield f"{name}: no model package includes it"
+    for model in kit.models:
+        yield from (f"{model.name}: there is no fragment {name}" for name in model.unknown)
+        for name in model.fragments:
+            yield from (f"{model.name}: includes {name}, but not {need}" for need in kit.fragments[name].needs()
+                        if need not in model.fragments)
+
+
+def check_needs(kit):
+    """A fragment's head names what it needs: other fragments, and properties of the package."""
+    for fragment in kit.fragments.values():
+        missing = used_in(kit, fragment) - made_in(kit, fragment) - ENGINE
+        heads = fragment.head + "".join(kit.fragments[need].head for need in fragment.needs() if need in kit.fragments)
+        for name in sorted(missing):
+            makers = [other.name for other in kit.fragments.values() if name in made_in(kit, other)]
+            if not set(makers) & set(fragment.needs()) and not re.search(rf"\b{name}\b", heads):
+                yield (f"{fragment.name}: reads {name}{' of ' * bool(makers)}{' or '.join(makers)}, "
+                       "and its head does not say so")
+
+
+def check_variables(kit):
+    """A fragment's head names the compiler's variables that it reads."""
+    for fragment in kit.fragments.values():
+        yield from (f"{fragment.name}: reads the variable {name}, and its head does not say so"
+                    for name in sorted(set(re.findall(r"\$\(var\.(\w+)\)", fragment.text)))
+                    if not re.search(rf"\b{name}\b", fragment.head))
+
+
+def check_secure(kit):
+    """See NOT_SECURE."""
+    for model in kit.models:
+        for name in model.fragments:
+            for used in sorted(used_in(kit, kit.fragments[name]) - ENGINE):
+                if not PUBLIC.fullmatch(used) or is_free(kit, model, used):
+                    continue
+                secure = model.properties.get(used, {}).get("Secure") == "yes"
+                if secure == (used in NOT_SECURE):
+                    yield f"{model.name}: {used}, which {name} reads, is {'' if secure else 'not '}secure"
+
+
+def is_free(kit, model, name):
+    """Whether a public property may be secure or not; see NOT_SECURE."""
+    if name in model.folders and name not in model.properties:
+        return True
+    writers = {action for action, attributes in model.actions.items() if is_library(attributes)
+               and attributes["DllEntry"] in kit.sections and name in kit.sections[attributes["DllEntry"]].writes}
+    early = {row.action for row in model.rows if row.place == "UI"}
+    return bool(writers) and name not in NOT_SECURE and not writers & early
+
+
+def check_searches(kit):
+    """A model writes what its fragments look for in later runs."""
+    for model in kit.models:
+        for name in model.fragments:
+            yield from (f"{model.name}: does not write {value} of {key}, which {name} looks for"
+                        for key, value in sorted(kit.fragments[name].searches - set(model.registry))
+                        if key.startswith(OWN_KEY))
+
+
+def check_runs(kit, scenarios):
+    """No action that runs later is scheduled without its data, whatever the run."""
+    for model in kit.models:
+        for scenario in scenarios.get(model.name, []):
+            for properties in (scenario.properties, {**scenario.properties, **scenario.options}):
+                yield from (f"{model.name}: {line}" for line in data_findings(kit, model, scenario, properties))
+
+
+def data_findings(kit, model, scenario, properties):
+    rows = [row for row in model.rows if row.place == "execute"]
+    for row, state in run_sequence(rows, model.actions, {**model.defaults(), **properties}):
+        action = model.actions.get(row.action, {})
+        if action.get("Error"):
+            yield f"{scenario.name}: {row.action} ends the run"
+        if is_library(action) and reads_data(kit, action) and not state.get(row.action):
+            yield f"{scenario.name}: {row.action} runs without its data"
+
+
+def check_sources(kit):
+    """The page's rows of what is read and written name the properties that the sources name."""
+    page = {name for section in kit.sections.values() for name in section.reads | section.writes
+            if name.startswith(("PROP_", "DIR_"))}
+    code = read_code_properties(kit.root)
+    yield from (f"{PAGE}: no row Reads or Writes names {name}, which src/ does" for name in sorted(code - page))
+    yield from (f"{PAGE}: a row Reads or Writes names {name}, which src/ does not" for name in sorted(page - code))
+
+
+CHECKS = [check_names, check_actions, check_data, check_pairs, check_notices, check_secrets, check_models, check_needs,
+          check_variables, check_secure, check_searches, check_sources]
+
+
+def findings(kit, scenarios):
+    for check in CHECKS:
+        yield from check(kit)
+    yield from check_runs(kit, scenarios)
+
+
+__all__ = ["ENGINE", "LATER", "NOT_SECURE", "PAIRS", "Kit", "findings", "is_library", "kind_of", "made_in",
+           "read_kit", "reads_data", "used_in"]

@@ -1,0 +1,184 @@
+"""Reads the installer authoring in packages/ and what docs/actions.md says of the entry points. For the scripts beside
+it.
+
+A fragment is a file packages/NAME.wxi that authors include; a model is a package packages/FOLDER/NAME.wxs that includes
+some. What a fragment in a model's own folder holds (a witness for tests) is no part of either.
+"""
+
+import re
+import xml.etree.ElementTree as ElementTree
+from collections import namedtuple
+
+from entry_points import NAME, PAGE, page_lines
+
+# What docs/actions.md says of one entry point: the names in the rows "Reads" and "Writes" of its section.
+Section = namedtuple("Section", "reads writes")
+
+# One row of a sequence: `place` is "UI" or "execute", `file` the name of the file that it stands in.
+Row = namedtuple("Row", "place number action condition file")
+
+EXIT_NUMBERS = {"success": -1, "cancel": -2, "error": -3, "suspend": -4}
+SEQUENCES = {"InstallUISequence": "UI", "InstallExecuteSequence": "execute"}
+
+# Where MajorUpgrade removes older versions, by its attribute Schedule.
+REMOVAL = {"afterInstallValidate": 1401, "afterInstallInitialize": 1501, "afterInstallFinalize": 6601}
+
+PUBLIC = re.compile(r"[A-Z][A-Z0-9_.]*")
+
+# How a head begins to tell what entry points do.
+NAMED = re.compile(r"(CustomAction\d+(, )?)+: ")
+
+# The properties that the page speaks of.
+PROPERTY = re.compile(r"(PROP|DIR)_[A-Z0-9_]+|REBOOT|ProductName|ProductCode|CustomActionData")
+
+
+class Authoring:
+    """One file of authoring: a fragment, or a model without what it includes.
+
+    `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows` those of
+    the sequences, `properties` the attributes of each declared property, `searched` the properties that a search sets,
+    `errors` the numbers of its error texts, `folders` its directories, `passwords` the properties that its services log
+    on with, `includes` the files that it includes, `searches` the registry values that it looks for, each a key and a
+    name, and `registry` what it writes there."""
+
+    def __init__(self, path):
+        self.name = path.name
+        self.text = path.read_text(encoding="utf-8")
+        self.root = ElementTree.fromstring(self.text)
+        for element in self.root.iter():
+            element.tag = element.tag.rpartition("}")[2]
+        comment = re.search(r"<!--(.*?)-->", self.text, re.DOTALL)
+        self.head = re.sub(r"[ \t]+", " ", comment[1]).strip() if comment else ""
+        self.actions = {element.get("Id"): element.attrib for element in self.root.iter("CustomAction")}
+        self.properties = {element.get("Id"): element.attrib for element in self.root.iter("Property")}
+        self.searched = {element.get("Id") for element in self.root.iter("Property") if len(element)}
+        self.searched |= {element.get("Property") for element in self.root.iter("UpgradeVersion")}
+        self.errors = [element.get("Id") for element in self.root.iter("Error")]
+        self.folders = {element.get("Id") for element in self.root.iter("Directory")}
+        self.passwords = {name for element in self.root.iter("ServiceInstall")
+                          for name in named_in(element.get("Password", ""))}
+        self.searches = {(element.get("Key"), element.get("Name")) for element in self.root.iter("RegistrySearch")}
+        self.registry = {(element.get("Key"), element.get("Name")): element.get("Value")
+                         for element in self.root.iter("RegistryValue")}
+        self.includes = re.findall(r"<\?include\s+(\S+?)\s*\?>", self.text)
+        self.rows = list(self.read_rows())
+
+    def read_rows(self):
+        for tag, place in SEQUENCES.items():
+            for sequence in self.root.iter(tag):
+                for element in sequence:
+                    number = element.get("Sequence")
+                    number = int(number) if number else EXIT_NUMBERS[element.get("OnExit")]
+                    action = element.get("Action", element.tag)
+                    yield Row(place, number, action, (element.text or "").strip(), self.name)
+        upgrade = self.root.find(".//MajorUpgrade")
+        if upgrade is not None:
+            number = REMOVAL[upgrade.get("Schedule", "afterInstallValidate")]
+            yield Row("execute", number, "RemoveExistingProducts", "", self.name)
+            self.searched |= {"WIX_UPGRADE_DETECTED"}
+
+    def purpose(self):
+        """What the head says first, and of each entry point that begins a sentence of its first paragraph."""
+        first, *others = sentences(self.head.split("\n\n")[0])
+        said = [NAMED.sub("", sentence) for sentence in [first] + [other for other in others if NAMED.match(other)]]
+        return " ".join(text[:1].upper() + text[1:] for text in said)
+
+    def needs(self):
+        """The fragments that its head says must be included too."""
+        return sorted({name for sentence in sentences(self.head) if "must be included too" in sentence
+                       for name in re.findall(r"\w+\.wxi", sentence)} - {self.name})
+
+    def values(self):
+        """All formatted texts of the actions."""
+        return [action[key] for action in self.actions.values() for key in ("Value", "ExeCommand", "Error")
+                if action.get(key)]
+
+    def entry_points(self):
+        return [action["DllEntry"] for action in self.actions.values() if action.get("BinaryKey") == "hxsetup"]
+
+
+class Model:
+    """A package with all that it includes: `files` are its own file and the fragments."""
+
+    def __init__(self, root, path, fragments, name=None):
+        self.name = name or path.relative_to(root / "packages").as_posix()
+        own = Authoring(path)
+        self.fragments = [name for name in own.includes if name in fragments]
+        self.unknown = [name for name in own.includes
+                        if name not in fragments and not (root / "packages" / name).is_file()]
+        self.files = [own] + [fragments[name] for name in self.fragments]
+        self.actions = {name: action for file in self.files for name, action in file.actions.items()}
+        self.rows = [row for file in self.files for row in file.rows]
+        self.properties = {}
+        for file in reversed(self.files):
+            for name, attributes in file.properties.items():
+                self.properties[name] = {**self.properties.get(name, {}), **attributes}
+        self.folders = own.folders
+        self.passwords = own.passwords
+        self.registry = own.registry
+
+    def defaults(self):
+        return {name: attributes["Value"] for name, attributes in self.properties.items() if "Value" in attributes}
+
+
+def sentences(text):
+    """The sentences of a comment."""
+    return re.split(r"(?<=\.)\s+(?=\S)", " ".join(text.split()))
+
+
+def named_in(text):
+    """The properties that a formatted text names in brackets."""
+    return re.findall(r"\[([A-Za-z_][\w.]*)\]", text)
+
+
+def read_fragments(root):
+    """The fragments by their names."""
+    return {path.name: Authoring(path) for path in sorted((root / "packages").glob("*.wxi"))}
+
+
+def read_models(root, fragments):
+    """The models that include a fragment."""
+    models = [Model(root, path, fragments) for path in sorted((root / "packages").glob("*/*.wxs"))]
+    return [model for model in models if model.fragments or model.unknown]
+
+
+def read_sections(root):
+    """What the page says of each entry point."""
+    sections, name = {}, None
+    for line in page_lines(root):
+        if line.startswith("## "):
+            match = re.match(r"## (CustomAction\d+)\b", line)
+            name = match[1] if match else None
+            if name:
+                sections[name] = Section(set(), set())
+        match = re.match(r"\| (Reads|Writes|Notice) \| (.*) \|$", line)
+        if name and match:
+            names = {word for word in re.findall(r"\w+", match[2]) if PROPERTY.fullmatch(word)}
+            if match[1] == "Writes":
+                sections[name].writes.update(names)
+            else:
+                sections[name].reads.update(names)
+    return sections
+
+
+def read_jobs(root):
+    """The job of each entry point, from the page's summary table."""
+    return {match[1]: match[2] for line in page_lines(root)
+            if (match := re.match(r"\| \[(CustomAction\d+)\]\(#\w+\) \| (.*?) \|", line))}
+
+
+def read_notices(root):
+    """The numbers in the page's table of notices, each with the entry point that sends it."""
+    return {match[1]: match[2] for line in page_lines(root)
+            if (match := re.match(r"\| (\d{5}) \| \[(CustomAction\d+)\]", line))}
+
+
+def read_code_properties(root):
+    """The properties that src/ reads and writes by name."""
+    return {name for path in (root / "src").rglob("*.cpp")
+            for name in re.findall(r'"((?:PROP|DIR)_[A-Z0-9_]+)"', path.read_text(encoding="utf-8"))}
+
+
+def read_mentions(path):
+    """The entry points that a file names anywhere."""
+    return set(NAME.findall(path.read_text(encoding="utf-8")))

@@ -1,0 +1,402 @@
+"""action-table.py and kit_checks.py: each disagreement between entry points, fragments, models and pages is found, and
+the generated parts of the guide are what the fragments say."""
+
+import contextlib
+import io
+import re
+import sys
+import unittest
+from unittest import mock
+
+from support import TreeTest
+
+LIST = "src/frame/entry_points.def"
+PAGE = "docs/actions.md"
+GUIDE = "docs/authoring.md"
+CLIENT = "packages/client/client.wxs"
+SERVER = "packages/server/server.wxs"
+NOTICES = "packages/notices.wxi"
+SERVICE = "packages/service.wxi"
+TASK = "packages/task.wxi"
+
+# Entry point: what its section says that it reads and writes.
+SECTIONS = {
+    1: ("`PROP_SILENCE`", "nothing"), 5: ("`PROP_LIST` and `PROP_SILENCE`", "rules"),
+    15: ("`CustomActionData`", "files"), 16: ("`CustomActionData`", "files"),
+    19: ("`PROP_LIST`", "rules"), 23: ("`PROP_NAME`", "`PROP_USERPASS`"),
+    24: ("`PROP_NAME`", "the account"), 27: ("`DIR_CLIENT`", "the task"), 28: ("nothing", "the task"),
+}
+NOTICE_SENDERS = {25000: 5, 25001: 5, 25003: 1, 26000: 15, 26001: 16, 27000: 23}
+
+
+def page(sections=None, senders=None):
+    sections, senders = sections or SECTIONS, senders or NOTICE_SENDERS
+    rows = "".join(f"| [CustomAction{n}](#customaction{n}) | does {n} | immediate |\n" for n in sections)
+    notices = "".join(f"| {number} | [CustomAction{n}](#customaction{n}) | when |\n" for number, n in senders.items())
+    texts = "".join(f"\n## CustomAction{n}\n\n| | |\n|---|---|\n| Reads | {reads} |\n| Writes | {writes} |\n"
+                    for n, (reads, writes) in sections.items())
+    return f"# Actions\n\n| Entry point | Job | Phase |\n|---|---|---|\n{rows}\n{notices}{texts}"
+
+
+def call(name, entry=None, execute=None):
+    later = f' Execute="{execute}" Impersonate="no"' if execute else ""
+    return f'<CustomAction Id="{name}" BinaryKey="hxsetup" DllEntry="{entry or name.partition(".")[0]}"{later}/>\n'
+
+
+def fragment(head, content):
+    return f"<!--\n  {head}\n-->\n<Include>\n{content}</Include>\n"
+
+
+def model(*names, content=""):
+    includes = "".join(f"<?include {name}.wxi?>\n" for name in names)
+    return (f'<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"><Product>\n{includes}{content}'
+            '<Directory Id="TARGETDIR"><Directory Id="DIR_CLIENT"/></Directory></Product></Wix>\n')
+
+
+SERVICE_TEXT = fragment(
+    "CustomAction1, CustomAction5: the service. The fragment notices.wxi must be included too.",
+    '<Property Id="PROP_LIST" Secure="yes"/>\n<Property Id="PROP_NAME" Value="vt" Secure="yes"/>\n'
+    '<Property Id="PROP_USERPASS" Secure="yes" Hidden="yes"/>\n<UI>'
+    + "".join(f'<Error Id="{number}">Text {number}.</Error>' for number in NOTICE_SENDERS) + "</UI>\n"
+    + call("CustomAction1") + call("CustomAction5") + call("CustomAction19") + call("CustomAction23")
+    + call("CustomAction24") + '<CustomAction Id="SetMove" Property="CustomAction15.Move" Value="[PROP_NAME]"/>\n'
+    + call("CustomAction15.Move", execute="deferred")
+    + '<CustomAction Id="SetBack" Property="CustomAction16.Back" Value="back"/>\n'
+    + call("CustomAction16.Back", execute="rollback")
+    + """<InstallExecuteSequence>
+      <Custom Action="CustomAction1" Sequence="1380">NOT REMOVE</Custom>
+      <Custom Action="SetMove" Sequence="1510">PROP_NAME</Custom>
+      <Custom Action="SetBack" Sequence="1520"/>
+      <Custom Action="CustomAction16.Back" Sequence="2000"/>
+      <Custom Action="CustomAction15.Move" Sequence="2010">PROP_NAME</Custom>
+      <Custom Action="CustomAction23" Sequence="4910">NOT Installed</Custom>
+      <Custom Action="CustomAction5" Sequence="6620">NOT (REMOVE ~= "ALL")</Custom>
+      <Custom Action="CustomAction19" Sequence="6640">REMOVE ~= "ALL"</Custom>
+      <Custom Action="CustomAction24" OnExit="error"/>
+    </InstallExecuteSequence>
+""")
+TASK_TEXT = fragment(
+    "CustomAction27, CustomAction28: the task. DIR_CLIENT is the folder of its program.",
+    call("CustomAction27") + call("CustomAction28", execute="deferred")
+    + """<InstallUISequence><Custom Action="CustomAction27" Sequence="700"/></InstallUISequence>
+    <InstallExecuteSequence>
+      <Custom Action="CustomAction28" Sequence="6460">REMOVE</Custom>
+      <Custom Action="CustomAction27" Sequence="6620">NOT REMOVE</Custom>
+    </InstallExecuteSequence>
+""")
+
+
+class KitTest(TreeTest):
+    script = "action-table.py"
+
+    def setUp(self):
+        super().setUp()
+        self.write({
+            LIST: "EXPORTS\n" + "".join(f"CustomAction{n}\n" for n in SECTIONS),
+            "src/client/all.cpp": 'Read(L"PROP_SILENCE", "PROP_LIST", "PROP_NAME", "PROP_USERPASS", "DIR_CLIENT");\n',
+            PAGE: page(),
+            NOTICES: fragment("PROP_SILENCE: whether notices are sent.",
+                              '<Property Id="PROP_SILENCE" Secure="yes"/>\n'),
+            SERVICE: SERVICE_TEXT,
+            TASK: TASK_TEXT,
+            CLIENT: model("notices", "service", "task"),
+            SERVER: model("notices"),
+            GUIDE: "".join(f"<!-- generated: {name} -->\n<!-- end of {name} -->\nText.\n\n"
+                           for name in self.module.PARTS),
+        })
+        self.regenerate()
+        self.write({GUIDE: re.sub(r"^(\| `\w+` \|.*)\|  \|$", r"\1| meaning |", self.guide(), flags=re.MULTILINE)})
+
+    def guide(self):
+        return (self.root / GUIDE).read_text(encoding="utf-8")
+
+    def regenerate(self):
+        output = io.StringIO()
+        with mock.patch.object(sys, "argv", [self.script, "--write", str(self.root)]), \
+                contextlib.redirect_stdout(output):
+            self.module.main()
+        return output.getvalue().splitlines()
+
+    def assert_broken(self, path, old, new, *expected):
+        """What is found when `old` is replaced in a file, beside what that makes out of date in the guide."""
+        text = (self.root / path).read_text(encoding="utf-8")
+        self.assertIn(old, text)
+        self.write({path: text.replace(old, new)})
+        found = [line for line in self.regenerate() if not line.startswith(f"{GUIDE}: nothing is said")]
+        self.assertEqual(len(found), len(expected), found)
+        for line, beginning in zip(found, expected):
+            self.assertTrue(line.startswith(beginning), f"{line!r} does not begin with {beginning!r}")
+
+
+class ChecksTest(KitTest):
+    def test_agreement(self):
+        self.assert_clean({})
+
+    def test_entry_point_without_a_fragment(self):
+        self.assert_broken(LIST, "CustomAction28\n", "CustomAction28\nCustomAction29\n",
+                           f"CustomAction29: {LIST} lists it, but no fragment calls it",
+                           f"CustomAction29: {LIST} lists it, but {PAGE} does not describe it")
+
+    def test_fragment_names_what_is_not_exported(self):
+        self.assert_broken(TASK, "the task.", "the task, behind CustomAction99.",
+                           "packages/task.wxi: CustomAction99 is not exported")
+
+    def test_fragment_calls_what_is_not_exported(self):
+        self.assert_broken(LIST, "CustomAction1\n", "", "docs/actions.md: CustomAction1 is not exported",
+                           f"{GUIDE}: CustomAction1 is not exported",
+                           "packages/service.wxi: CustomAction1 is not exported")
+
+    def test_page_names_what_is_not_exported(self):
+        self.write({"docs/other.md": "See CustomAction98.\n"})
+        self.assertEqual(self.lint(), (1, ["docs/other.md: CustomAction98 is not exported"]))
+
+    def test_model_names_what_is_not_exported(self):
+        self.assert_broken(SERVER, "<Product>", "<Product><!-- CustomAction97 -->",
+                           "packages/server/server.wxs: CustomAction97 is not exported")
+
+    def test_other_entry_point(self):
+        self.assert_broken(SERVICE, 'DllEntry="CustomAction15"', 'DllEntry="CustomAction16"',
+                           f"CustomAction15: {LIST} lists it, but no",
+                           "service.wxi: CustomAction15.Move calls CustomAction16",
+                           "error 26000: its text is in service.wxi, which does not call CustomAction15")
+
+    def test_name_that_only_begins_alike(self):
+        self.assert_broken(TASK, "CustomAction28", "CustomAction2",
+                           f"CustomAction28: {LIST} lists it, but no",
+                           "packages/task.wxi: CustomAction2 is not exported",
+                           "task.wxi: calls CustomAction27, but not CustomAction28")
+
+    def test_not_in_a_sequence(self):
+        self.assert_broken(TASK, '<Custom Action="CustomAction28" Sequence="6460">REMOVE</Custom>', "",
+                           "task.wxi: CustomAction28 stands in no sequence")
+
+    def test_deferred_with_the_users_rights(self):
+        self.assert_broken(TASK, ' Impersonate="no"', "",
+                           "task.wxi: CustomAction28 is deferred, and would not run as SYSTEM")
+
+    def test_deferred_outside_of_the_script(self):
+        self.assert_broken(TASK, '"6460"', '"6601"', "task.wxi: CustomAction28 is deferred, and stands outside")
+
+    def test_deferred_in_the_dialogs_sequence(self):
+        self.assert_broken(TASK, '<Custom Action="CustomAction27" Sequence="700"/>',
+                           '<Custom Action="CustomAction28" Sequence="1600"/>',
+                           "task.wxi: CustomAction28 is deferred, and stands outside")
+
+    def test_no_data(self):
+        self.assert_broken(SERVICE, 'Property="CustomAction15.Move"', 'Property="Other"',
+                           "service.wxi: nothing sets the data of CustomAction15.Move before 2010",
+                           *[f"client/client.wxs: {run}: CustomAction15.Move runs without its data"
+                             for run in ("install", "upgrade", "repair", "removal", "replaced") for _ in range(2)])
+
+    def test_data_too_late(self):
+        self.assert_broken(SERVICE, 'Action="SetBack" Sequence="1520"', 'Action="SetBack" Sequence="2001"',
+                           "service.wxi: nothing sets the data of CustomAction16.Back before 2000",
+                           *["client/client.wxs: "] * 10)
+
+    def test_data_under_another_condition(self):
+        """In the removal nothing sets the data."""
+        self.assert_broken(SERVICE, 'Sequence="1510">PROP_NAME', 'Sequence="1510">NOT REMOVE',
+                           *[f"client/client.wxs: {run}: CustomAction15.Move runs without its data"
+                             for run in ("removal", "replaced") for _ in range(2)])
+
+    def test_data_in_the_other_sequence(self):
+        self.assert_broken(SERVICE, '<Custom Action="SetBack" Sequence="1520"/>',
+                           '</InstallExecuteSequence><InstallUISequence><Custom Action="SetBack" Sequence="1520"/>'
+                           "</InstallUISequence><InstallExecuteSequence>",
+                           "service.wxi: nothing sets the data of CustomAction16.Back before 2000",
+                           *["client/client.wxs: "] * 10)
+
+    def test_data_without_an_option_only(self):
+        self.assert_broken(SERVICE, 'Sequence="1510">PROP_NAME', 'Sequence="1510">NOT PROP_RESETAUDIT',
+                           "service.wxi: reads PROP_RESETAUDIT",
+                           "client/client.wxs: PROP_RESETAUDIT, which service.wxi reads, is not secure",
+                           *[f"client/client.wxs: {run}: CustomAction15.Move runs without its data"
+                             for run in ("install", "upgrade", "repair", "removal", "replaced")])
+
+    def test_run_that_is_refused(self):
+        self.write({CLIENT: model("notices", "service", "task", content='<CustomAction Id="Refuse" Error="No."/>'
+                                  '<InstallExecuteSequence><Custom Action="Refuse" Sequence="90">REINSTALL</Custom>'
+                                  "</InstallExecuteSequence>")})
+        self.assertEqual(self.regenerate(), ["client/client.wxs: repair: Refuse ends the run"] * 2)
+
+    def test_half_a_pair(self):
+        self.assert_broken(SERVICE, call("CustomAction19"), "", f"CustomAction19: {LIST} lists it, but no",
+                           "service.wxi: calls CustomAction5, but not CustomAction19")
+
+    def test_the_other_half(self):
+        self.assert_broken(TASK, call("CustomAction27"), "", f"CustomAction27: {LIST} lists it, but no",
+                           "task.wxi: calls CustomAction28, but not CustomAction27")
+
+    def test_error_text_missing(self):
+        self.assert_broken(SERVICE, '<Error Id="26001">Text 26001.</Error>', "",
+                           "error 26001: its text is in 0 fragments")
+
+    def test_error_text_twice(self):
+        self.assert_broken(TASK, "<Include>\n", '<Include>\n<UI><Error Id="25003">Again.</Error></UI>\n',
+                           "error 25003: its text is in 2 fragments: service.wxi, task.wxi")
+
+    def test_error_text_of_nobody(self):
+        self.assert_broken(TASK, "<Include>\n", '<Include>\n<UI><Error Id="25002">More.</Error></UI>\n',
+                           "task.wxi: nothing sends error 25002")
+
+    def test_notices_of_the_page(self):
+        self.write({PAGE: page(senders={**NOTICE_SENDERS, 28000: 1})})
+        found = self.regenerate()
+        self.assertEqual(len(found), 1, found)
+        self.assertIn("28000", found[0])
+
+    def test_password_that_is_not_hidden(self):
+        self.assert_broken(SERVICE, ' Hidden="yes"', "", "service.wxi: PROP_USERPASS is a password, and not hidden")
+
+    def test_services_password(self):
+        self.write({CLIENT: model("notices", "service", "task", content='<ServiceInstall Password="[PROP_NAME]"/>')})
+        self.assertEqual(self.regenerate(), ["client/client.wxs: the service's password PROP_NAME is not hidden"])
+
+    def test_password_that_is_passed_on(self):
+        self.assert_broken(SERVICE, 'Value="back"', 'Value="back [PROP_USERPASS]"',
+                           "client/client.wxs: SetBack shows PROP_USERPASS")
+
+    def test_password_that_is_passed_on_covered(self):
+        self.assert_broken(SERVICE, 'Value="back"', 'Value="back [PROP_USERPASS]" HideTarget="yes"',
+                           "client/client.wxs: SetBack shows PROP_USERPASS")
+        text = (self.root / SERVICE).read_text(encoding="utf-8")
+        self.write({SERVICE: text.replace("<UI>", '<Property Id="CustomAction16.Back" Hidden="yes"/><UI>')})
+        self.assertEqual([line for line in self.regenerate() if "shows" in line], [])
+
+    def test_fragment_in_no_model(self):
+        self.assert_broken(CLIENT, "<?include task.wxi?>\n", "", "task.wxi: no model package includes it")
+
+    def test_fragment_that_is_not_there(self):
+        self.assert_broken(SERVER, "<?include notices.wxi?>", "<?include notice.wxi?>",
+                           "server/server.wxs: there is no fragment notice.wxi")
+
+    def test_needed_fragment_not_included(self):
+        self.write({CLIENT: model("service", "task")})
+        found = self.regenerate()
+        self.assertEqual(found[0], "client/client.wxs: includes service.wxi, but not notices.wxi")
+
+    def test_need_that_the_head_does_not_name(self):
+        self.assert_broken(SERVICE, "The fragment notices.wxi must be included too.", "",
+                           "service.wxi: reads PROP_SILENCE of notices.wxi, and its head does not say so")
+
+    def test_property_that_nobody_sets(self):
+        self.assert_broken(TASK, "REMOVE</Custom>", "NOT Wanted</Custom>",
+                           "task.wxi: reads Wanted, and its head does not say so")
+
+    def test_variable_that_the_head_does_not_name(self):
+        self.assert_broken(TASK, "<Include>\n", '<Include>\n<Binary SourceFile="$(var.Library)"/>\n',
+                           "task.wxi: reads the variable Library, and its head does not say so")
+        self.assert_broken(TASK, "the task.", "the task. The variable Library names a file.")
+
+    def test_not_secure(self):
+        self.assert_broken(SERVICE, 'Id="PROP_LIST" Secure="yes"', 'Id="PROP_LIST"',
+                           "client/client.wxs: PROP_LIST, which service.wxi reads, is not secure")
+
+    def test_secure_by_the_package(self):
+        self.assert_broken(SERVICE, '<Property Id="PROP_LIST" Secure="yes"/>', "",
+                           "service.wxi: reads PROP_LIST, and its head does not say so",
+                           "client/client.wxs: PROP_LIST, which service.wxi reads, is not secure")
+        self.write({CLIENT: model("notices", "service", "task", content='<Property Id="PROP_LIST" Secure="yes"/>')})
+        self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
+
+    def test_secure_that_must_not_be(self):
+        sections = {**SECTIONS, 27: ("`PROP_COMPONENT`, `DIR_CLIENT`", "the task")}
+        self.write({PAGE: page(sections), "src/client/more.cpp": '"PROP_COMPONENT"\n'})
+        self.assert_broken(TASK, "<Include>\n", '<Include>\n<Property Id="PROP_COMPONENT" Value="V" Secure="yes"/>\n',
+                           "client/client.wxs: PROP_COMPONENT, which task.wxi reads, is secure")
+
+    def test_secure_is_free_where_the_property_is_made(self):
+        """An action of the execute sequence makes it; one of the dialogs' sequence does that in another process."""
+        self.assert_broken(SERVICE, '"PROP_USERPASS" Secure="yes"', '"PROP_USERPASS"')
+        text = (self.root / SERVICE).read_text(encoding="utf-8").replace("NOT Installed", "PROP_USERPASS")
+        self.write({SERVICE: text})
+        self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
+        self.assert_broken(SERVICE, "</Include>", '<InstallUISequence><Custom Action="CustomAction23" Sequence="9"/>'
+                           "</InstallUISequence></Include>",
+                           "client/client.wxs: PROP_USERPASS, which service.wxi reads, is not secure")
+
+    def test_search_for_what_nobody_writes(self):
+        key = "SOFTWARE\\Halvorstead\\Ostrel"
+        search = (f'<Property Id="PROP_OLD" Secure="yes"><RegistrySearch Id="S" Key="{key}" Name="Old"/></Property>'
+                  '<Property Id="PROP_SYSTEM"><RegistrySearch Id="T" Key="SOFTWARE\\Other" Name="Old"/></Property>')
+        self.assert_broken(TASK, "<Include>\n", f"<Include>\n{search}",
+                           f"client/client.wxs: does not write Old of {key}, which task.wxi looks for")
+        self.write({CLIENT: model("notices", "service", "task", content=f'<RegistryValue Key="{key}" Name="Old"/>')})
+        self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
+
+    def test_property_that_the_page_does_not_name(self):
+        self.write({"src/client/more.cpp": 'Read("PROP_MORE");\n'})
+        self.assertEqual(self.regenerate(), [f"{PAGE}: no row Reads or Writes names PROP_MORE, which src/ does"])
+
+    def test_property_that_only_the_page_names(self):
+        self.write({"src/client/all.cpp": 'Read(L"PROP_SILENCE", "PROP_LIST", "PROP_NAME", "PROP_USERPASS");\n'})
+        self.assertEqual(self.regenerate(), [f"{PAGE}: a row Reads or Writes names DIR_CLIENT, which src/ does not"])
+
+
+class GuideTest(KitTest):
+    def test_out_of_date(self):
+        self.assert_found({TASK: TASK_TEXT.replace("6460", "6461")},
+                          f"{GUIDE}: the part actions is out of date", f"{GUIDE}: the part client is out of date")
+        self.assertEqual(self.regenerate(), [])
+        self.assert_clean({})
+
+    def test_changed_by_hand(self):
+        self.assert_found({GUIDE: self.guide().replace("does", "did").replace("6460", "6462")},
+                          f"{GUIDE}: the part actions is out of date", f"{GUIDE}: the part client is out of date")
+
+    def test_part_missing(self):
+        self.assert_found({GUIDE: self.guide().replace("<!-- generated: notices -->", "")},
+                          f"{GUIDE}: the part notices is there 0 times")
+
+    def test_unknown_part(self):
+        self.assert_found({GUIDE: self.guide() + "<!-- generated: other -->\n<!-- end of other -->\n"},
+                          f"{GUIDE}: there is no part of the name other")
+
+    def test_no_guide(self):
+        (self.root / GUIDE).unlink()
+        self.assertEqual(self.lint(), (1, [f"{GUIDE} does not exist"]))
+
+    def test_values_by_hand(self):
+        self.assertIn("| meaning |", self.guide())
+        row = next(line for line in self.guide().splitlines() if line.startswith("| `PROP_LIST` |"))
+        self.assertEqual(row, "| `PROP_LIST` |  | yes | `service.wxi` | 5, 19 |  | meaning |")
+        self.assert_found({GUIDE: self.guide().replace(row, row.replace("meaning", ""))},
+                          f"{GUIDE}: nothing is said of the values of PROP_LIST")
+
+    def test_new_property(self):
+        self.assert_broken(TASK, "<Include>\n", '<Include>\n<Property Id="PROP_NEW" Value="9" Secure="yes"/>\n')
+        self.assertIn("| `PROP_NEW` | `9` | yes | `task.wxi` |  |  |  |", self.guide())
+        self.assertIn("| `PROP_NAME` | `vt` | yes | `service.wxi` | 23, 24, `service.wxi` |  | meaning |", self.guide())
+        self.assertEqual(self.lint(), (1, [f"{GUIDE}: nothing is said of the values of PROP_NEW"]))
+
+    def test_rows(self):
+        guide = self.guide()
+        self.assertIn("| [CustomAction15](actions.md#customaction15) | `CustomAction15.Move` | `service.wxi` | "
+                      "deferred, SYSTEM | checked | 2010 | `PROP_NAME` | data: `SetMove` |", guide)
+        self.assertIn("| `CustomAction27` | `task.wxi` | immediate | checked | UI 700, 6620 | always, `NOT REMOVE` | "
+                      "pair of CustomAction28 |", guide)
+        self.assertIn("| `CustomAction24` | `service.wxi` | immediate | checked | after a failure | always |", guide)
+        self.assertIn("| `service.wxi` | The service. | 1, 5, 15, 16, 19, 23, 24 | `notices.wxi` |", guide)
+        self.assertIn("| 26000 | [CustomAction15](actions.md#customaction15) | `service.wxi` | Text 26000. |", guide)
+
+    def test_pictures(self):
+        lines = [line.split() for line in self.guide().splitlines()]
+        self.assertIn(["1510", "SetMove", *["set"] * 5], lines)
+        self.assertIn(["2000", "CustomAction16.Back", *["undo"] * 5], lines)
+        self.assertIn(["4910", "CustomAction23", "now", "now", ".", ".", "."], lines)
+        self.assertIn(["6460", "CustomAction28", ".", ".", ".", "script", "script"], lines)
+        self.assertIn(["in", "it", "alone:", "700", "CustomAction27"], lines)
+        self.assertIn(["2000", "CustomAction16.Back", "install,", "upgrade,", "repair,", "removal,", "replaced"], lines)
+        self.assertIn(["after", "a", "failure", "CustomAction24"], lines)
+
+    def test_options(self):
+        """What runs only with the options of a package stands in brackets."""
+        self.assert_broken(TASK, "NOT REMOVE</Custom>", "PROP_RESETAUDIT</Custom>",
+                           "task.wxi: reads PROP_RESETAUDIT",
+                           "client/client.wxs: PROP_RESETAUDIT, which task.wxi reads, is not secure")
+        lines = [line.split() for line in self.guide().splitlines()]
+        self.assertIn(["6620", "CustomAction27", *["(now)"] * 5], lines)
+
+
+if __name__ == "__main__":
+    unittest.main()

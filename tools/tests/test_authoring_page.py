@@ -1,0 +1,219 @@
+"""docs/authoring.md: its examples are compiled into packages as they stand on the page, and are right by the rules of
+the fragments; what the pictures say of the engine's own actions is what compilers do."""
+
+import re
+import subprocess
+import tempfile
+import unittest
+import xml.etree.ElementTree as ElementTree
+from pathlib import Path
+
+from support import TOOLS, load_script
+
+ROOT = TOOLS.parent
+GUIDE = ROOT / "docs/authoring.md"
+PACKAGE = load_script("package.py")
+TABLE = load_script("action-table.py")
+CHECKS = load_script("kit_checks.py")
+FACTS = load_script("package_facts.py")
+
+# What the examples take from beside their source.
+FILES = {
+    "client.wxs": ["ostrel.exe", "osua.exe", "osau.exe", "ostrel32.exe"],
+    "server.wxs": ["vt.exe", "dbcon.cmd"],
+}
+MODELS = {"client.wxs": "client/client.wxs", "server.wxs": "server/server.wxs"}
+
+
+# What a model has for its fragments, an example needs as well.
+NEEDED = {"RegistryValue", "ServiceInstall", "ServiceControl", "InstallServices", "RemoveExistingProducts"}
+
+
+def examples():
+    """The examples by their file names, each put together from its pieces."""
+    texts = {}
+    for name, piece in re.findall(r"<!-- example: (\S+) -->\n```xml\n(.*?)```\n", GUIDE.read_text(encoding="utf-8"),
+                                  re.DOTALL):
+        texts[name] = texts.get(name, "") + piece
+    return texts
+
+
+def shared(root):
+    """The elements of authoring that can be compared, each with its attributes and text."""
+    for element in root.iter():
+        tag = element.tag.rpartition("}")[2]
+        key = element.get("Id") or element.get("Action") or element.get("Name") or element.get("Sequence")
+        if tag in ("Wix", "Product", "Package", "MajorUpgrade", "Upgrade", "UpgradeVersion") or key is None:
+            continue
+        attributes = {name: value for name, value in element.attrib.items() if name not in ("Source", "Secure")}
+        yield f"{tag} {key}", {**attributes, "text": " ".join((element.text or "").split())}
+
+
+class CompiledTest(unittest.TestCase):
+    """The tables of the compiled examples."""
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory(prefix="hx-guide-")
+        cls.addClassCleanup(folder.cleanup)
+        cls.packages = {}
+        for name, text in examples().items():
+            stage = Path(folder.name) / name.removesuffix(".wxs")
+            stage.mkdir()
+            for file in ["hxsetup.dll", *FILES[name]]:
+                (stage / file).write_bytes(f"stands for {file}\n".encode())
+            source = stage / name
+            source.write_text(text, encoding="utf-8")
+            package = stage / "package.msi"
+            tree = PACKAGE.compile_authoring(source, {"LibraryFile": "hxsetup.dll"}, stage, package)
+            PACKAGE.complete(package, stage, tree)
+            PACKAGE.set_summary(package, stage, "Arm64", name, text)
+            cls.packages[name] = package
+
+    def rows(self, name, table):
+        return {row[0]: row[1:] for row in PACKAGE.export(self.packages[name], table)}
+
+    def test_both_are_there(self):
+        self.assertEqual(sorted(self.packages), sorted(FILES))
+
+    def test_library_and_files(self):
+        for name, files in FILES.items():
+            with self.subTest(name):
+                streams = subprocess.run(["msiinfo", "streams", self.packages[name]], capture_output=True, text=True,
+                                         check=True)
+                self.assertIn("Binary.hxsetup", streams.stdout.splitlines())
+                found = {row[1].split("|")[-1] for row in self.rows(name, "File").values()}
+                self.assertEqual(found, set(files))
+
+    def test_actions_are_placed(self):
+        for name, model in self.models():
+            with self.subTest(name):
+                actions, rows = self.rows(name, "CustomAction"), self.rows(name, "InstallExecuteSequence")
+                self.assertEqual(set(actions), set(model.actions))
+                for row in model.rows:
+                    if row.place == "execute":
+                        self.assertEqual(rows[row.action], [row.condition, str(row.number)], row.action)
+                calls = {action: row[2] for action, row in actions.items() if row[1] == "hxsetup"}
+                self.assertGreater(len(calls), 9)
+                for action, target in calls.items():
+                    self.assertEqual(target, action.partition(".")[0])
+
+    def test_call_of_ones_own(self):
+        """The piece that calls an entry point beside the fragments, in the package that it is for."""
+        name, piece = re.search(r"<!-- piece of (\S+) -->\n```xml\n(.*?)```\n", GUIDE.read_text(encoding="utf-8"),
+                                re.DOTALL).groups()
+        stage = self.packages[name].parent
+        source, package = stage / "more.wxs", stage / "more.msi"
+        source.write_text(examples()[name].replace("    <Feature", piece + "    <Feature"), encoding="utf-8")
+        tree = PACKAGE.compile_authoring(source, {"LibraryFile": "hxsetup.dll"}, stage, package)
+        PACKAGE.complete(package, stage, tree)
+        known = self.rows(name, "CustomAction")
+        added = {row[0]: row[1:4] for row in PACKAGE.export(package, "CustomAction") if row[0] not in known}
+        call, = [action for action, row in added.items() if row[1] == "hxsetup"]
+        setter, = set(added) - {call}
+        # A library's action, its result ignored, deferred, without impersonation; and a setting of its data.
+        self.assertEqual(added[call], [str(1 + 64 + 1024 + 2048), "hxsetup", call.partition(".")[0]])
+        self.assertEqual(added[setter][:2], ["51", call])
+        numbers = {row[0]: int(row[2]) for row in PACKAGE.export(package, "InstallExecuteSequence")}
+        self.assertLess(numbers["CostFinalize"], numbers[setter])
+        self.assertLess(numbers[setter], numbers[call])
+
+    def test_secure_and_hidden(self):
+        for name, model in self.models():
+            with self.subTest(name):
+                properties = self.rows(name, "Property")
+                for listing, mark in (("SecureCustomProperties", "Secure"), ("MsiHiddenProperties", "Hidden")):
+                    marked = {each for each, attributes in model.properties.items() if attributes.get(mark) == "yes"}
+                    self.assertTrue(marked)
+                    self.assertLessEqual(marked, set(properties[listing][0].split(";")))
+
+    def test_error_texts(self):
+        self.assertEqual(set(self.rows("client.wxs", "Error")), {"25003"})
+        self.assertEqual(set(self.rows("server.wxs", "Error")), {"25000", "25001", "26000", "26001", "27000"})
+
+    def test_removal_of_older_versions(self):
+        for name in FILES:
+            with self.subTest(name):
+                rows = self.rows(name, "InstallExecuteSequence")
+                self.assertGreater(int(rows["RemoveExistingProducts"][1]), int(rows["InstallFinalize"][1]))
+
+    def test_processor(self):
+        for name, package in self.packages.items():
+            with self.subTest(name):
+                summary = subprocess.run(["msiinfo", "suminfo", package], capture_output=True, text=True, check=True)
+                self.assertRegex(summary.stdout, r"Arm64;1033")
+
+    def test_numbers_of_the_engine(self):
+        """The numbers that the pictures give the engine's own actions."""
+        for name, model in self.models():
+            rows = self.rows(name, "InstallExecuteSequence")
+            own = {row.action for row in model.rows}
+            for action, number in TABLE.STANDARD.items():
+                if action in rows and action not in own:
+                    self.assertEqual(int(rows[action][1]), number, f"{name}: {action}")
+            self.assertIn("InstallFinalize", rows)
+
+    def models(self):
+        fragments = FACTS.read_fragments(ROOT)
+        for name, package in self.packages.items():
+            source = package.parent / name
+            yield name, FACTS.Model(package.parent.parent / "none", source, fragments, name)
+
+
+class RulesTest(unittest.TestCase):
+    """The examples keep the rules that the models keep."""
+
+    def test_rules(self):
+        kit = CHECKS.read_kit(ROOT)
+        with tempfile.TemporaryDirectory(prefix="hx-guide-") as folder:
+            for name, text in examples().items():
+                source = Path(folder) / name
+                source.write_text(text, encoding="utf-8")
+                model = FACTS.Model(ROOT, source, kit.fragments, MODELS[name])
+                mine = kit._replace(models=[model])
+                with self.subTest(name):
+                    found = [*CHECKS.check_secrets(mine), *CHECKS.check_secure(mine),
+                             *CHECKS.check_searches(mine), *CHECKS.check_runs(mine, TABLE.SCENARIOS)]
+                    found += [line for line in CHECKS.check_models(mine) if line.startswith(MODELS[name])]
+                    self.assertEqual(found, [])
+
+    def test_as_in_the_models(self):
+        """What an example shares with the model, by identifier, action or registry value, is the same there."""
+        for name, text in examples().items():
+            theirs = dict(shared(ElementTree.parse(ROOT / "packages" / MODELS[name]).getroot()))
+            mine = dict(shared(ElementTree.fromstring(text)))
+            self.assertGreater(len(set(mine) & set(theirs)), 10)
+            needed = {key for key in theirs if key.split()[0] in NEEDED}
+            self.assertTrue(needed)
+            self.assertEqual(needed - set(mine), set())
+            for key in sorted(set(mine) & set(theirs)):
+                with self.subTest(f"{name}: {key}"):
+                    known = {attribute: theirs[key].get(attribute) for attribute in mine[key]}
+                    self.assertEqual(mine[key], known)
+
+    def test_pairs(self):
+        text = GUIDE.read_text(encoding="utf-8")
+        pairs = re.findall(r"^\| \[(CustomAction\d+)\]\(\S+\) \| \[(CustomAction\d+)\]\(\S+\) \|", text, re.MULTILINE)
+        self.assertEqual(pairs, CHECKS.PAIRS)
+
+    def test_links(self):
+        """Links between the pages lead to a page, and to a heading of it."""
+        text = GUIDE.read_text(encoding="utf-8")
+        for page, heading in re.findall(r"\]\(([\w./-]*)#?([\w-]*)\)", text):
+            with self.subTest(f"{page}#{heading}"):
+                target = GUIDE.parent / page if page else GUIDE
+                self.assertTrue(target.exists())
+                if heading:
+                    names = re.findall(r"^#+ (.*)$", target.read_text(encoding="utf-8"), re.MULTILINE)
+                    self.assertIn(heading, [re.sub(r"[^\w -]", "", name).lower().replace(" ", "-") for name in names])
+
+
+class TreeTest(unittest.TestCase):
+    def test_the_kit_is_right(self):
+        """The entry points, the fragments and the pages of this tree agree, and the guide is up to date."""
+        result = subprocess.run([TOOLS / "action-table.py"], capture_output=True, text=True, check=False)
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+
+
+if __name__ == "__main__":
+    unittest.main()
