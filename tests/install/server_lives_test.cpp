@@ -157,26 +157,13 @@ TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
       {"PROP_UPGRADE", "0"},
   };
   // What the package finds or answers itself, and so takes from nobody.
-  const Texts own = {"ACCOUNTDOMAINFOUND",
-                     "ACCOUNTFOUND",
-                     "DIR_EXADMIN",
-                     "DIR_EXDATA",
-                     "DIR_EXSERVER",
-                     "DIR_PROGRAMS64",
-                     "DIR_UPG",
-                     "DIR_UPG_DATA",
-                     "PROP_ACCOUNTDOMAIN",
-                     "PROP_ACCOUNTNAME",
-                     "PROP_DATAFOLDERGIVEN",
-                     "PROP_DFPRESENT",
-                     "PROP_FIREWALLDATA",
-                     "PROP_INSTALLEDSERVER",
-                     "PROP_NEWERSERVER",
-                     "PROP_NODATA",
-                     "PROP_PRE75SERVER",
-                     "PROP_PREVVTDF",
-                     "PROP_REPLACING",
-                     "PROP_UPGRADE_PRODUCTCODE",
+  const Texts own = {"ACCOUNTDOMAINFOUND", "DATAFOLDERFOUND",   "ACCOUNTFOUND",
+                     "DIR_EXADMIN",        "DIR_EXDATA",        "DIR_EXSERVER",
+                     "DIR_PROGRAMS64",     "DIR_UPG",           "DIR_UPG_DATA",
+                     "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTNAME",  "PROP_DATAFOLDERGIVEN",
+                     "PROP_DFPRESENT",     "PROP_FIREWALLDATA", "PROP_INSTALLEDSERVER",
+                     "PROP_NEWERSERVER",   "PROP_NODATA",       "PROP_PRE75SERVER",
+                     "PROP_PREVVTDF",      "PROP_REPLACING",    "PROP_UPGRADE_PRODUCTCODE",
                      "SERVICEFOUND"};
   const InstallerRun& run = Install(Server(), CommandLine(given));
   ASSERT_EQ(run.exitCode, 0u);

@@ -347,11 +347,15 @@ TEST_F(ServerUpgradeTest, AnUpgradeGivesTheServicesAccountTheNewDataFolder) {
   EXPECT_EQ(NotedAccount(), ".\\vantor");
   EXPECT_NE(GetRegistryText(HKEY_LOCAL_MACHINE, kEventSourceKey, "EventMessageFile"), std::nullopt);
 
-  // So do repairs that make the data folder anew: one that is given another, and one that finds none.
+  // So do repairs that make the data folder anew: one that is given another, and one that does not find the
+  // one that the server's settings name. It takes no other.
   EXPECT_EQ(Reinstall(later, dataFolder + L" 2\"").SetupLines(), lines);
   EXPECT_EQ(AccessTo(outsideData + L" 2"), given);
   DeleteTree(outsideData + L" 2");
   EXPECT_EQ(Reinstall(later).SetupLines(), lines);
+  EXPECT_EQ(AccessTo(outsideData + L" 2"), given);
+  EXPECT_EQ(DataSetting(), FromWide(outsideData) + " 2\\");
+  EXPECT_FALSE(FileExists(server + L"\\Data"));
 
   EXPECT_EQ(Remove(later).exitCode, 0u);
   EXPECT_EQ(NotedAccount(), "(none)");
