@@ -31,6 +31,7 @@ constinit KeptFunction<decltype(DsUnBindW)> dsUnBind{&ntdsapi, "DsUnBindW", kNoD
 FARPROC foundFreeSpnArray;
 
 void FreePrincipalNames(DWORD count, wchar_t** names) {
+  // Deliberate: where the function is missing, the names are lost.
   if (FARPROC function = BindKept(&ntdsapi, "DsFreeSpnArrayW", &foundFreeSpnArray)) {
     FunctionAs<decltype(DsFreeSpnArrayW)>(function)(count, names);
   }
@@ -153,6 +154,7 @@ DWORD UpdateServicePrincipalNames(const wchar_t* serviceClass, const wchar_t* di
     result =
         dsWriteAccountSpn(directory, change == kAddPrincipalNames ? DS_SPN_ADD_SPN_OP : DS_SPN_DELETE_SPN_OP,
                           distinguishedName, count, const_cast<const wchar_t**>(names));
+    // Deliberate: where the function is missing, the handle is lost.
     dsUnBind(&directory);
   }
   FreePrincipalNames(count, names);

@@ -31,6 +31,7 @@ const wchar_t* AskWorkstationDomain(NetworkMemory<BYTE>* owner) {
 }  // namespace
 
 DWORD FreeNetApiBuffer(void* buffer) {
+  // Deliberate: where the function is missing, the buffer is lost.
   return netApiBufferFree(buffer);
 }
 

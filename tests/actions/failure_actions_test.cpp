@@ -99,6 +99,15 @@ TEST_F(FailureActionsTest, NamesMayHaveAnyCharacters) {
   Machine().services["Dienst für 日本"].actions = {kRestart};
   Installer().Set("PROP_COMPONENT", "Dienst für 日本");
   EXPECT_EQ(Run(37), 0u);
+  EXPECT_TRACE((Ask(Calls()
+                        .Read("PROP_COMPONENT")
+                        .OpenService("Dienst für 日本", "0x3")
+                        .Add("QueryServiceConfig2A(service#2, 2, null, 0, *) = 0"),
+                    "71")
+                    .Add("ChangeServiceConfig2A(service#2, 2, *) = 1")
+                    .Log("service failure actions removed")
+                    .CloseService()
+                    .lines));
   EXPECT_EQ(Machine().services["Dienst für 日本"].changes.size(), 1u);
   EXPECT_TRUE(Vantor().changes.empty());
 }
@@ -148,6 +157,13 @@ TEST_F(FailureActionsTest, AreNotReadWithoutASize) {
 TEST_F(FailureActionsTest, ASizeThatIsToldWithSuccessServesToo) {
   Vantor().sizingError = ERROR_SUCCESS;
   EXPECT_EQ(Run(37), 0u);
+  Calls calls = Begin();
+  calls.Add("QueryServiceConfig2A(service#2, 2, null, 0, *) = 1");
+  EXPECT_TRACE((Ask(calls, kSize)
+                    .Add("ChangeServiceConfig2A(service#2, 2, *) = 1")
+                    .Log("service failure actions removed")
+                    .CloseService()
+                    .lines));
   EXPECT_EQ(Vantor().changes.size(), 1u);
 }
 

@@ -234,12 +234,18 @@ TEST_F(FirewallComTest, WithoutItsFunctionTheListIsLeftAlone) {
   Calls calls;
   calls.Read().Add("GetModuleHandleA(\"OLE32\") = OLE32");
   EXPECT_TRACE((calls.Add("GetProcAddress(OLE32, \"CoInitializeEx\") = null").lines));
+  TheRig().trace.Clear();
+  EXPECT_EQ(Run(19), 0u);
+  EXPECT_TRACE((calls.lines));
 }
 
 TEST_F(FirewallComTest, WithoutItsModuleTheListIsLeftAlone) {
   TheModules().Missing("OLE32");
   TheWorld().On<::GetModuleHandleA>([](const char*) { return HMODULE{}; });
   EXPECT_EQ(Run(5), 0u);
+  EXPECT_TRACE((Calls().Read().Add("GetModuleHandleA(\"OLE32\") = null").lines));
+  TheRig().trace.Clear();
+  EXPECT_EQ(Run(19), 0u);
   EXPECT_TRACE((Calls().Read().Add("GetModuleHandleA(\"OLE32\") = null").lines));
 }
 

@@ -84,6 +84,14 @@ TEST_F(FolderAccessAccountsTest, ADomainIsWhatStandsBeforeTheFirstBackslash) {
   Machine().accounts.domains[".."].accounts["svc\\x"];
   SetData("..\\svc\\x*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
+  Calls calls = BeginFullControl("..\\svc\\x");
+  calls.AskComputer()
+      .Late("NETAPI32", R"(NetGetDCName(null, "..", *) = 0)")
+      .LookUp(R"("\\\\DC2")", "svc\\x")
+      .Late("NETAPI32", "NetApiBufferFree(net-buffer#1) = 0")
+      .SetList(kPath)
+      .Log("set ACL for ..\\svc\\x");
+  EXPECT_TRACE((calls.lines));
   EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "..\\svc\\x")});
 }
 
@@ -295,8 +303,12 @@ TEST_F(FolderAccessAccountsTest, AnOverlongNameOfThisComputerIsNotRead) {
 
 TEST_F(FolderAccessAccountsTest, TheLongestNameOfThisComputerIsRead) {
   Machine().accounts.computer = std::string(63, 'P');
-  SetData(std::string(63, 'p') + "\\svc*S:\\Data");
+  const std::string account = std::string(63, 'p') + "\\svc";
+  SetData(account + "*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
+  Calls calls = BeginFullControl(account);
+  calls.AskComputer().LookUp("null", "svc").SetList(kPath).Log("set ACL for " + account);
+  EXPECT_TRACE((calls.lines));
   EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", std::string(63, 'P') + "\\svc")});
 }
 
@@ -354,7 +366,16 @@ TEST_F(FolderAccessAccountsTest, WithoutItsFunctionTheControllersNameStays) {
   TheModules().MissingFunction("NETAPI32", "NetApiBufferFree");
   SetData("CORP\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
-  EXPECT_LOG({"Hx Setup Log: setting ACL for CORP\\svc on CORP\\svc", "Hx Setup Log: set ACL for CORP\\svc"});
+  Calls calls = BeginFullControl("CORP\\svc");
+  calls.AskComputer()
+      .Late("NETAPI32", R"(NetGetDCName(null, "CORP", *) = 0)")
+      .LookUp(R"("\\\\DC1")", "svc")
+      .LackFunction("NETAPI32", "NetApiBufferFree")
+      .SetList(kPath)
+      .Log("set ACL for CORP\\svc");
+  EXPECT_TRACE((calls.lines));
+  // Nobody can give it back.
+  EXPECT_EQ(TheRig().ledger.Count(rig::kNetBuffer), 1u);
 }
 
 }  // namespace folder_access_accounts_test

@@ -78,12 +78,21 @@ TEST_F(FolderAccessTest, WithoutAPathTheFailureIsAMissingArgument) {
 TEST_F(FolderAccessTest, APathMayHoldMoreOfTheSeparator) {
   SetData("svc*S:\\Data\\*.txt");
   EXPECT_EQ(Run(25), 0u);
+  // A name like that is not looked for.
+  EXPECT_TRACE((Calls()
+                    .Read("CustomActionData")
+                    .Log("setting ACL for svc on svc")
+                    .LookUp("null", "svc")
+                    .SetList("S:\\Data\\*.txt")
+                    .Log("set ACL for svc")
+                    .lines));
   EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Data\\*.txt", "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(FolderAccessTest, ATrailingBackslashIsNotOfThePath) {
   SetData("svc*S:\\Data\\");
   EXPECT_EQ(Run(25), 0u);
+  EXPECT_TRACE((BeginFullControl("svc").LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
   EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Data", "0x10000000", "PC7\\svc")});
 }
 
@@ -103,6 +112,7 @@ TEST_F(FolderAccessTest, Version5HasAccessLists) {
   TheWorld().clock.version = 0x08930005;
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
+  EXPECT_TRACE((BeginFullControl("svc").LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
   EXPECT_EQ(Machine().lists.size(), 1u);
 }
 

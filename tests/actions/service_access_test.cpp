@@ -185,6 +185,14 @@ TEST_F(ServiceAccessTest, ASizeThatIsToldWithSuccessServesToo) {
   Vantor().sizingError = ERROR_SUCCESS;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
+  EXPECT_TRACE((Begin()
+                    .Add("QueryServiceConfigA(service#2, null, 0, *) = 1")
+                    .Add("QueryServiceConfigA(service#2, *, " + std::string(kSize) + ", *) = 1")
+                    .LookUp("null", "svc")
+                    .SetList(kPath)
+                    .Log("set ACL (0) for .\\svc=700 on S:\\Data")
+                    .CloseService()
+                    .lines));
   EXPECT_EQ(Machine().lists.size(), 1u);
 }
 
@@ -228,6 +236,89 @@ TEST_F(ServiceAccessTest, AServiceUnderAnAccountOfTheDomainIsLookedUpThere) {
   EXPECT_EQ(Run(33), 0u);
   EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "CORP\\svc")});
   EXPECT_LOG({"Hx Setup Log: set ACL (0) for CORP\\svc=700 on S:\\Data"});
+}
+
+// Whom the service runs under, as the service manager spells it, and whom that means.
+TEST_F(ServiceAccessTest, EverySpellingOfTheServicesAccountIsResolved) {
+  struct Spelling {
+    const char* account;
+    const char* system;  // What the look-up is given: null for one that is not looked up.
+    const char* owner;   // Empty where there is none.
+  };
+  for (const Spelling& one : {Spelling{"svc", "null", "PC7\\svc"},
+                              {".\\svc", "null", "PC7\\svc"},
+                              {"\\svc", "null", "PC7\\svc"},
+                              {"pC7\\SVC", "null", "PC7\\svc"},
+                              {"corp\\svc", R"("\\\\DC1")", "CORP\\svc"},
+                              {"LOCALSYSTEM", nullptr, "<LocalSystem>"},
+                              {"localservice", nullptr, "<LocalService>"},
+                              {".\\LocalSystem", "null", ""},
+                              {"ghost", "null", ""}}) {
+    std::string account = one.account;
+    SCOPED_TRACE(account);
+    Vantor().account = account;
+    SetData("Vantor*rx*S:\\Data");
+    EXPECT_EQ(Run(33), 0u);
+    Calls calls = Begin();
+    // The account follows a record of 64 bytes and the texts before it, as for ".\svc".
+    calls.Add("QueryServiceConfigA(service#2, null, 0, *) = 0")
+        .Add("QueryServiceConfigA(service#2, *, " + std::to_string(94 + account.size() + 1) + ", *) = 1");
+    size_t backslash = account.find('\\');
+    bool hasDomain = backslash != std::string::npos && backslash != 0 && account[0] != '.';
+    bool isOfDomain = hasDomain && one.system[0] == '"';
+    if (hasDomain) calls.AskComputer();
+    if (isOfDomain) calls.Late("NETAPI32", R"(NetGetDCName(null, "corp", *) = 0)");
+    bool isFound = one.owner[0] != '\0';
+    if (one.system != nullptr) {
+      calls.LookUp(one.system, account.substr(backslash + 1), isFound ? "1" : "0");
+    } else {
+      const char* type = account == "LOCALSYSTEM" ? "22" : "23";
+      calls.Late("ADVAPI32", std::string("CreateWellKnownSid(") + type + ", null, *, *) = 1");
+    }
+    if (isOfDomain) calls.Late("NETAPI32", "NetApiBufferFree(net-buffer#1) = 0");
+    if (isFound) calls.SetList(kPath);
+    calls.Log(std::string("set ACL (") + (isFound ? "0" : "-36") + ") for " + account + "=500 on S:\\Data");
+    EXPECT_TRACE((calls.CloseService().lines));
+    const std::vector<std::string> set = {ListOf(kPath, "0xa0000000", one.owner)};
+    EXPECT_EQ(Machine().lists, isFound ? set : std::vector<std::string>{});
+    NewScene();
+  }
+}
+
+// Each function, and each module, that is missing.
+TEST_F(ServiceAccessTest, WhatIsMissingIsTheResult) {
+  struct Missing {
+    const char* module;
+    const char* function;  // Null: the whole module.
+    const char* account;
+    const char* result;
+  };
+  for (const Missing& one : {Missing{"ADVAPI32", nullptr, ".\\svc", "-36"},
+                             {"ADVAPI32", nullptr, "LocalSystem", "-36"},
+                             {"ADVAPI32", "LookupAccountNameW", ".\\svc", "-36"},
+                             {"ADVAPI32", "LookupAccountNameW", "LocalSystem", "0"},
+                             {"ADVAPI32", "CreateWellKnownSid", "LocalSystem", "-36"},
+                             {"ADVAPI32", "CreateWellKnownSid", ".\\svc", "0"},
+                             {"ADVAPI32", "SetEntriesInAclW", ".\\svc", "-1"},
+                             {"ADVAPI32", "SetNamedSecurityInfoW", ".\\svc", "-1"},
+                             {"NETAPI32", nullptr, "CORP\\svc", "-36"},
+                             {"NETAPI32", nullptr, ".\\svc", "0"},
+                             {"NETAPI32", "NetGetDCName", "CORP\\svc", "-36"},
+                             {"NETAPI32", "NetApiBufferFree", "CORP\\svc", "0"}}) {
+    SCOPED_TRACE(std::string(one.function == nullptr ? one.module : one.function) + " for " + one.account);
+    if (one.function == nullptr) {
+      TheModules().Missing(one.module);
+    } else {
+      TheModules().MissingFunction(one.module, one.function);
+    }
+    Vantor().account = one.account;
+    SetData("Vantor*rwx*S:\\Data");
+    EXPECT_EQ(Run(33), 0u);
+    EXPECT_LOG(
+        {std::string("Hx Setup Log: set ACL (") + one.result + ") for " + one.account + "=700 on S:\\Data"});
+    EXPECT_EQ(Machine().lists.size(), std::string(one.result) == "0" ? 1u : 0u);
+    NewScene();
+  }
 }
 
 // A driver has none.

@@ -3,8 +3,10 @@
 
 #include "actions/service_account_support.h"
 #include "rig/function.h"
-// Behind the directory's interfaces, on which it builds.
+// Behind windows.h and the directory's interfaces, on which they build.
 #include <adshlp.h>
+#include <lm.h>
+#include <ntsecapi.h>
 
 namespace service_account_failure_test {
 
@@ -147,6 +149,36 @@ TEST_F(ServiceAccountFailureTest, AnExistingUserOfTheDomainIsLeftAsItIs) {
   EXPECT_EQ(Run(23), 0u);
   EXPECT_EQ(LogBehindKind(), (Log{Failure("-2147022672 (0x800708B0)"), kUsingSystem}));
   EXPECT_EQ(DomainUsers()["svc"].fullName, "somebody");
+}
+
+TEST_F(ServiceAccountFailureTest, WhatAFailingLookForAControllerLeavesIsNotFreed) {
+  SetType("0");
+  TheWorld().On<::NetGetDCName>([](const wchar_t*, const wchar_t*, BYTE** out) -> DWORD {
+    *out = reinterpret_cast<BYTE*>(uintptr_t{0xBADBAD0});
+    return NERR_DCNotFound;
+  });
+  EXPECT_EQ(Run(23), 0u);
+  EXPECT_EQ(LogBehindKind(), (Log{kNoRight, "Hx Setup Log: adding service principal name", kNamesAdded}));
+}
+
+// A status that is no failure: the policy is open, and what comes of the right decides.
+TEST_F(ServiceAccountFailureTest, APolicyMayBeOpenedWithAStatusOfItsOwn) {
+  for (NTSTATUS added : {NTSTATUS{0}, static_cast<NTSTATUS>(0xC0000060)}) {
+    SetType("1");
+    auto policy = reinterpret_cast<LSA_HANDLE>(uintptr_t{0x50110C});
+    TheWorld().On<::LsaOpenPolicy>(
+        [policy](LSA_UNICODE_STRING*, LSA_OBJECT_ATTRIBUTES*, ACCESS_MASK, LSA_HANDLE* out) {
+          *out = policy;
+          return NTSTATUS{0x40000000};
+        });
+    TheWorld().On<::LsaAddAccountRights>(
+        [added](LSA_HANDLE, void*, LSA_UNICODE_STRING*, ULONG) { return added; });
+    TheWorld().On<::LsaClose>([](LSA_HANDLE) { return NTSTATUS{0}; });
+    EXPECT_EQ(Run(23), 0u);
+    EXPECT_EQ(LogBehindKind(), added == 0 ? Log{} : Log{kNoRight});
+    EXPECT_EQ(Published(), "svc|<password>|PC7");
+    NewScene();
+  }
 }
 
 // ---- the names of services

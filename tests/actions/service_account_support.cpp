@@ -131,15 +131,17 @@ void ServiceAccountTest::NameLost(rig::Rig& rig) {
   if (lacksUser) {
     rig.ledger.Deliberate(rig::kInterface, "object");
   }
-  if (has("GetProcAddress(NETAPI32, \"NetApiBufferFree\")", "null")) {
-    rig.ledger.Deliberate(rig::kNetBuffer);
-  }
-  if (has("GetProcAddress(NTDSAPI, \"DsUnBindW\")", "null")) {
-    rig.ledger.Deliberate(rig::kDirectory);
-  }
-  if (has("GetProcAddress(NTDSAPI, \"DsFreeSpnArrayW\")", "null")) {
-    rig.ledger.Deliberate(rig::kPrincipalNames);
-  }
+  // All that is held of what a missing function was to take back.
+  auto lose = [&](const rig::Kind& kind, const std::string& module, const std::string& function) {
+    if (has("GetProcAddress(" + module + ", \"" + function + "\")", "null")) {
+      for (size_t count = rig.ledger.Count(kind); count > 0; --count) {
+        rig.ledger.Deliberate(kind);
+      }
+    }
+  };
+  lose(rig::kNetBuffer, "NETAPI32", "NetApiBufferFree");
+  lose(rig::kDirectory, "NTDSAPI", "DsUnBindW");
+  lose(rig::kPrincipalNames, "NTDSAPI", "DsFreeSpnArrayW");
 }
 
 size_t ServiceAccountTest::SweepAction(int number, const std::function<void(rig::World&)>& arrange,

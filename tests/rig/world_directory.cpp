@@ -32,6 +32,15 @@ wchar_t* MakeText(const std::string& text) {
   return static_cast<wchar_t*>(std::memcpy(MakeNetworkBuffer(size), wide.c_str(), size));
 }
 
+// What a failing method leaves where it was to hand something out: something that is nothing of the kind.
+template <class Type>
+void LeaveRubbish(Type** out) {
+  *out = reinterpret_cast<Type*>(uintptr_t{0xBADBAD0});
+}
+template <class Type>
+void LeaveRubbish(Type) {
+}
+
 }  // namespace
 
 Directory::Directory(World& world, Accounts& accounts) : world_(world), accounts_(accounts) {
@@ -58,8 +67,11 @@ Declaration& Directory::Add(FakeObject<Interface>& fake, const char* name, Answe
   std::string method = fake.Name() + "." + name;
   return fake
       .template On<Member>([this, method, answer](auto... arguments) -> HRESULT {
-        DWORD code = RefusalOf(method);
-        return code != 0 ? static_cast<HRESULT>(code) : answer(arguments...);
+        if (DWORD code = RefusalOf(method)) {
+          (LeaveRubbish(arguments), ...);
+          return static_cast<HRESULT>(code);
+        }
+        return answer(arguments...);
       })
       .TextArguments();
 }
@@ -73,6 +85,7 @@ void Directory::CheckPlain(const wchar_t* text) const {
 HRESULT Directory::Open(const std::string& path, const IID& iid, void** out) {
   *out = nullptr;
   if (DWORD code = RefusalOf("ADsGetObject")) {
+    LeaveRubbish(out);
     return static_cast<HRESULT>(code);
   }
   constexpr size_t kStart = sizeof kProvider - 1;

@@ -27,7 +27,8 @@ class Directory {
   Directory(const Directory&) = delete;
   Directory& operator=(const Directory&) = delete;
 
-  /// The method ("container.Create") or function ("DsBindW") fails with this code.
+  /// The method ("container.Create") or function ("DsBindW") fails with this code; a method then leaves
+  /// rubbish where it was to hand something out.
   void Refuse(const std::string& call, DWORD code) { refused_[call] = code; }
   /// Objects of new users do not have the interface of users.
   void HideUsers() { hidesUsers_ = true; }

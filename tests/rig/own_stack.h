@@ -1,0 +1,39 @@
+// A stack of its own for a piece of work, which can be searched afterwards. Used by tests that look for what
+// an action leaves in memory.
+#pragma once
+
+#include <windows.h>
+
+#include <exception>
+#include <functional>
+#include <string_view>
+
+namespace rig {
+
+/// Runs work on a fresh stack, which stays as the work left it. One at a time on a thread.
+class OwnStack {
+ public:
+  /// Makes the stack. Throws std::runtime_error where the system has none.
+  OwnStack();
+  ~OwnStack();
+  OwnStack(const OwnStack&) = delete;
+  OwnStack& operator=(const OwnStack&) = delete;
+
+  /// Runs `work`, once; what it throws is thrown again.
+  void Run(const std::function<void()>& work);
+  /// All that the stack holds, from its lowest byte in use to its end.
+  std::string_view Content() const { return {low_, static_cast<size_t>(high_ - low_)}; }
+
+ private:
+  /// The start of the stack.
+  static void WINAPI Enter(void* self);
+
+  void* outside_ = nullptr;
+  void* inside_ = nullptr;
+  const std::function<void()>* work_ = nullptr;
+  std::exception_ptr thrown_;
+  const char* low_ = nullptr;
+  const char* high_ = nullptr;
+};
+
+}  // namespace rig

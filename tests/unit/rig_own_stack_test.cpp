@@ -1,0 +1,44 @@
+// Stacks of their own: what was on them can be found, and what is thrown on them comes out.
+
+#include "rig/own_stack.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace rig_own_stack_test {
+
+// Puts a text on the stack, letter by letter.
+__attribute__((noinline)) void Leave(const std::string& text) {
+  volatile char copy[32] = {};
+  for (size_t at = 0; at < text.size(); ++at) copy[at] = text[at];
+}
+
+TEST(RigOwnStackTest, ShowsWhatWasLeftOnIt) {
+  const std::string text = "left behind " + std::to_string(4711);
+  rig::OwnStack stack;
+  stack.Run([&] { Leave(text); });
+  EXPECT_NE(stack.Content().find(text), std::string_view::npos);
+}
+
+TEST(RigOwnStackTest, IsAnotherOneEachTime) {
+  const std::string text = "left behind " + std::to_string(4712);
+  {
+    rig::OwnStack stack;
+    stack.Run([&] { Leave(text); });
+  }
+  Leave(text);
+  bool isRun = false;
+  rig::OwnStack stack;
+  stack.Run([&] { isRun = true; });
+  EXPECT_TRUE(isRun);
+  EXPECT_EQ(stack.Content().find(text), std::string_view::npos);
+}
+
+TEST(RigOwnStackTest, ThrowsWhatTheWorkThrows) {
+  rig::OwnStack stack;
+  EXPECT_THROW(stack.Run([] { throw std::runtime_error("thrown"); }), std::runtime_error);
+}
+
+}  // namespace rig_own_stack_test
