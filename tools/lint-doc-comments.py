@@ -13,9 +13,9 @@ copying and moving, and private data. A header begins with a comment that says w
 
 import re
 import sys
-from pathlib import Path
 
 from cpp_tokens import tokenize
+from lint_report import report
 
 FOLDERS = ["src", "tests/rig"]
 
@@ -447,10 +447,7 @@ def findings(root):
 
 
 def main():
-    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent)
-    found = list(findings(root))
-    print("\n".join(found), end="\n" if found else "")
-    return 1 if found else 0
+    return report(findings)
 
 
 if __name__ == "__main__":

@@ -13,6 +13,7 @@ from collections import Counter
 from pathlib import Path
 
 from entry_points import LIST, PAGE, defined, headings, listed, rows
+from lint_report import report
 
 SOURCES = [
     (f"{LIST} lists", listed),
@@ -40,10 +41,7 @@ def findings(root):
 
 
 def main():
-    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent)
-    found = list(findings(root))
-    print("\n".join(found), end="\n" if found else "")
-    return 1 if found else 0
+    return report(findings)
 
 
 if __name__ == "__main__":

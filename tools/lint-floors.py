@@ -8,7 +8,8 @@ Prints "FILE:LINE: what is wrong" for each finding; the exit code is 1 when ther
 
 import re
 import sys
-from pathlib import Path
+
+from lint_report import report
 
 # From the ground up. Floors of the same height never include each other.
 HEIGHTS = {"runtime": 0, "util": 1, "format": 2, "frame": 3, "client": 4, "security": 4, "upgrade": 4}
@@ -49,10 +50,7 @@ def findings(root):
 
 
 def main():
-    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent)
-    found = list(findings(root))
-    print("\n".join(found), end="\n" if found else "")
-    return 1 if found else 0
+    return report(findings)
 
 
 if __name__ == "__main__":

@@ -12,9 +12,9 @@ finding; the exit code is 1 when there is one.
 import re
 import subprocess
 import sys
-from pathlib import Path
 
 from cpp_tokens import tokenize
+from lint_report import report
 
 EXEMPT = {"DEVELOPERS.md"}
 
@@ -97,10 +97,7 @@ def findings(root):
 
 
 def main():
-    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent)
-    found = list(findings(root))
-    print("\n".join(found), end="\n" if found else "")
-    return 1 if found else 0
+    return report(findings)
 
 
 if __name__ == "__main__":

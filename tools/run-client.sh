@@ -36,11 +36,38 @@ done
 
 # ---- what it left
 
-# The columns of the table of states: machine, before, after, removed.
-row() { printf '  %-16s %-24s %-26s %-26s %s\n' "$@" | sed 's/ *$//'; }
-columns() {
-  local name=$1 show=$2
-  row "$name" "$("$show" machine)" "$("$show" before)" "$("$show" after)" "$("$show" removed)"
+# The table of states: a row for each thing, a column for each moment that "moments" names.
+moments=()
+row() {
+  printf '  %-17s' "$1"
+  shift
+  printf ' %-26s' "$@"
+}
+states() {
+  local name=$1 show=$2 moment values=()
+  for moment in "${moments[@]}"; do values+=("$("$show" "$moment")"); done
+  row "$name" "${values[@]}" | sed 's/ *$//'
+  echo
+}
+# table MOMENT TITLE [MOMENT TITLE...]
+table() {
+  local titles=()
+  moments=()
+  while [[ $# -gt 0 ]]; do
+    moments+=("$1")
+    titles+=("$2")
+    shift 2
+  done
+  row '' "${titles[@]}" | sed 's/ *$//'
+  echo
+  states service service
+  states ostrel.exe program
+  states running processes
+  states AppInit_DLLs hook
+  states LoadAppInit_DLLs switch
+  states 'audit file' audit
+  states tasks tasks
+  echo
 }
 service() { text "$story/$1.service" | sed -n 's/^ *STATE *: [0-9]* *//p' | grep . || printf -- -; }
 # Of the service's program, the line that every version has behind its end.
@@ -76,30 +103,25 @@ script() {
     /Setup Log:|Halvorstead Client is running/ { lines[++count] = $0 }'
 }
 
-echo "A CLIENT IN USE: WHAT WAS THERE, AND WHAT IS THERE NOW"
+chapter "A CLIENT IS UPGRADED WHILE IT IS IN USE"
+section "What was there"
+echo "  A client is installed, and its service runs. So do an agent of it (osua) and one that only has the name, in"
+echo "  C:\\Elsewhere; a tool with a window that closes when it is asked to (audra), and a network tool that refuses the"
+echo "  first time (tollgate)."
 echo
-row "" "the machine" "older client, in use" "newer client" removed
-row "run of msiexec" - install "install over it" remove
-columns service service
-columns ostrel.exe program
-columns running processes
-columns AppInit_DLLs hook
-columns LoadAppInit_DLLs switch
-columns 'audit file' audit
-columns tasks tasks
-echo
-echo "  Of the two agents (osua) one is the client's; the other, in C:\\Elsewhere, only has its name. This"
-echo "  engine lacks the logon triggers and idle settings that the agents' tasks need: hence -16 and -19"
-echo "  below, the task folder that stays empty, and -6 and -5, because the task cannot be started."
-echo
-echo "THE UPGRADE: THE ACTIONS AS THEY RAN, AND WHAT THEY WROTE TO THE LOG"
-echo
+table machine "before anything" before "the older client, in use"
+section "What the package did: msiexec /i client-newer.msi /qn"
 script upgrade 'InstallFiles StartServices RemoveExistingProducts'
 echo
-echo "THE UPGRADE: WHAT THE CLIENT'S PROGRAMS RECORDED"
+echo "  Under each action stands what it wrote to the log. This engine lacks the logon triggers and idle settings that the"
+echo "  agents' tasks need: hence -16 and -19, the task folder that stays empty, and -6, because the task cannot be started."
 echo
+section "What the client's programs say was done to them"
 text "$story/after.record" | tail -n "+$(($(wc -l <"$story/before.record") + 1))" | sed 's/^/  /'
 echo
-echo "THE REMOVAL"
-echo
+section "What is there now"
+table before "the older client, in use" after "the newer client"
+section "And when the client is removed"
 script removal 'StopServices DeleteServices RemoveFiles'
+echo
+table after "the newer client" removed "removed"

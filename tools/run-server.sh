@@ -58,30 +58,29 @@ properties=(PROP_UPGRADE PROP_REPLACING PROP_DFPRESENT PROP_PREVVTDF DIR_PROGRAM
 # The installer sets the data of a deferred action as the property of the action's name.
 deferred() { text "$story/upgrade.log" | sed -n "s/^Property(S): \(CustomAction1[567]\.$1\) = /\1\t/p"; }
 
-echo "THE OLDER SERVER"
+chapter "A SERVER IS UPGRADED IN PLACE, WITH ITS DATA"
+section "What was there"
+echo "  An older server, and its data in a folder of their own. Equal fingerprints are equal names and contents."
 echo
 echo '  C:\Program Files\Halvorstead'
 programs "$story/programs-before.txt"
 printf '  vtdf = %s\n' "$(setting "$story/setting-before.txt")"
 printf '      %s\n' "$before" "$names"
 echo
-echo "THE UPGRADE: WHAT THE ACTIONS FOUND AND DECIDED"
-echo
+section "What the package did: it found and decided"
 for name in "${properties[@]}"; do
   value=$(text "$story/upgrade.log" | sed -n "s/^Property(S): $name = //p" | tail -n 1)
   printf '  %-20s %s\n' "$name" "${value:--}"
 done
 echo
-echo "THE UPGRADE: WHAT THE DEFERRED ACTIONS WERE TOLD"
-echo
+section "What it told the deferred actions"
 for action in Server Data Clear Judge; do
   deferred "$action" | while IFS=$'\t' read -r name data; do
     printf '  %-22s %s\n' "$name" "$data"
   done
 done
 echo
-echo "THE UPGRADE: THE INSTALLER'S SCRIPT"
-echo
+section "What the installer's script ran, with results (1 is success)"
 # Each action has its start in the log twice: when it is scheduled, and when the script runs it.
 text "$story/upgrade.log" | awk '
   /^Action ended .*(CustomAction1[567]|ConvertDatabase|InstallFiles)/ {
@@ -90,7 +89,8 @@ text "$story/upgrade.log" | awk '
   }
   /older server could/ { print "  " $0 }'
 echo
-echo "THE NEW SERVER"
+section "What is there now"
+echo "  The new server, with the data converted; the older one as it was, beside it."
 echo
 echo '  C:\Program Files\Halvorstead'
 programs "$story/programs-after.txt"
@@ -120,10 +120,14 @@ published() {
 }
 
 echo
-echo "A SERVER WITH AN ACCOUNT OF ITS OWN: THE INSTALLATION"
+chapter "A SERVER GETS AN ACCOUNT OF ITS OWN"
+section "What was there"
+echo "  No server: the one above has been removed. Its data are now in a folder that only its owner may enter."
 echo
+section "What the package did: msiexec /i server-watched.msi /qn PROP_ACCOUNTTYPE=1 ..."
 told account
 echo
+section "What is there now"
 for name in PROP_ACCOUNTNAME PROP_ACCOUNTDOMAIN PROP_ACCOUNTPASS; do published "$name"; done
 text "$story/account.txt" |
   sed -n 's/^ *\(ObjectName\|EventMessageFile\) *REG_SZ *\(.*\)/\1\t\2/p; s/^ *STATE *: [0-9]* */STATE\t/p' |
@@ -133,12 +137,10 @@ echo
 echo "  This engine keeps new accounts for the installer's process only and cannot look them up: hence the right"
 echo "  that is not granted, and -36. The witness has access set for the user who installs, whom it can look up."
 echo
-echo "ITS REMOVAL"
-echo
+section "And when the server is removed"
 told removal
 echo
-echo "AN INSTALLATION THAT FAILS: THE ACCOUNT IS MADE, AND GONE AFTER THE ROLLBACK"
-echo
+section "And when an installation fails: the account is made, and gone after the rollback"
 told rollback
 echo
 printf '  exit code %s, service %s\n' "$(text "$story/rollback.code")" \

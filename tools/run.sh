@@ -1,11 +1,12 @@
 #!/bin/bash
-# The client package at work on the ARM64 Windows, told from the installer's own log and from the registry.
+# The demonstration on the ARM64 Windows, told from the installer's own log, the registry and the folders, in chapters:
+# tools/run-client.sh upgrades a client that is in use; tools/run-server.sh upgrades a server and gives one an account;
+# and here a client package takes over stored settings.
 # "./hx run" calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/hxsetup.dll.
 #
-# All three settings stores hold settings, each its own, so that one sees which store a value came from. The
+# The settings: all three stores hold some, each its own, so that one sees which store a value came from. The
 # package runs four times: with no store selected and without a version of its own, which shows what stands
-# there without the actions, and once with each of the stores selected. Then it is removed. After that
-# tools/run-client.sh upgrades a client that is in use; tools/run-server.sh upgrades a server, beside all this.
+# there without the actions, and once with each of the stores selected. Then it is removed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/setup.sh
@@ -97,15 +98,22 @@ mkdir -p build/artifacts/run
 cp "$story"/*.log build/artifacts/run/
 say "the verbose logs are in build/artifacts/run"
 
-echo "THE STORED SETTINGS"
+tools/run-client.sh >"$runFolder/client.txt"
+status=0
+wait "$server" || status=$?
+cat "$runFolder/client.txt"
+cat "$runFolder/server.txt"
+echo
+chapter "A CLIENT TAKES OVER THE SETTINGS THAT A MACHINE HAS"
+section "What was there"
+echo "  Settings of an older agent, in all three places that an agent may have kept them in."
 echo
 echo '  C:\windows\ostrel.ini (before the first run; "registry" selects the store, and differs in the others)'
 text "$story/file.txt" | sed 's/^/    /'
 registry_text "$story/user.txt"
 registry_text "$story/service.txt"
 echo
-echo "THE RUNS OF THE PACKAGE"
-echo
+section "What the package did, run by run"
 row "" before "0: settings file" "1: current user" "2: service"
 row "" "(registry=3)" "(registry=0)" "(registry=1)" "(registry=2)"
 row "run of msiexec" install "over itself" "over itself" "next version"
@@ -123,8 +131,7 @@ echo
 echo '  The PROP_ values are those at the end of the run, from the verbose log; DisplayVersion is the'
 echo '  uninstall entry in the registry after the run. The first run was given PROP_VERSION="".'
 echo
-echo "WHAT THESE ACTIONS WROTE TO THE INSTALLER'S LOG"
-echo
+section "What these actions wrote to the installer's log"
 titles=([1]="before" [2]="0: settings file" [3]="1: current user" [4]="2: service" [5]="removal")
 for run in 1 2 3 4 5; do
   lines=$(text "$story/$run.log" | grep -E 'Setup Log: .*(ARP| uninstall registry)' || true)
@@ -132,14 +139,6 @@ for run in 1 2 3 4 5; do
   printf "%s\n" "${lines:-(nothing)}" | sed "s/^/    /"
 done
 echo
-echo "AFTER THE REMOVAL"
-echo
+section "And when it is removed"
 printf '  exit code %s, actions run %s, DisplayVersion %s\n' "$(exit_code 5)" "$(actions 5)" "$(shown_version 5)"
-
-echo
-tools/run-client.sh
-echo
-status=0
-wait "$server" || status=$?
-cat "$runFolder/server.txt"
 exit "$status"

@@ -22,3 +22,7 @@ in_story() {
   done
   [[ $status -eq 0 ]] || die "tools/$script failed in Windows (status $status)"
 }
+
+# The story's headings.
+chapter() { printf '%s\n%s\n\n' "$1" "${1//?/=}"; }
+section() { printf '%s\n\n' "$1"; }
