@@ -115,7 +115,7 @@ told() {
 }
 published() {
   local value
-  value=$(text "$story/account.log" | sed -n "s/^Property(S): $1 = //p")
+  value=$(text build/artifacts/run/server-account.log | sed -n "s/^Property(S): $1 = //p")
   printf '  %-20s %s\n' "$1" "${value:--}"
 }
 

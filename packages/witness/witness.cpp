@@ -5,9 +5,16 @@
 // actions: only an action can see whether it is there.
 //
 //   WitnessAccount   says whether this computer has the account that PROP_ACCOUNTID names
+//
 //   RestoreAccount   makes it anew where WITNESSACCOUNT is its name: as an installation before would have
-//   left it WitnessAccess    says what access the file or folder in CustomActionData gives, as the system
-//   writes lists WitnessFailure   fails WitnessCancel    ends as a user does who has had enough
+//   left it
+//
+//   WitnessAccess    says what access the file or folder in CustomActionData gives, as the system writes
+//   lists
+//
+//   WitnessFailure   fails
+//
+//   WitnessCancel    ends the sequence as a user does who cancels it
 #include <windows.h>
 // Behind windows.h, on which they build.
 #include <aclapi.h>

@@ -89,21 +89,30 @@ wchar_t* MakeUserName(const wchar_t* domain, const wchar_t* user) {
   return GetWorkstationDomain(workstationDomain) ? JoinAccountName(workstationDomain, user) : nullptr;
 }
 
-// Has the directory translate the name of a user into a distinguished name. Empty when it does not.
-SystemString TranslateName(const wchar_t* userName) {
-  SystemString distinguishedName;
+// Has the directory translate the name of a user into a distinguished name, and copies as much of that to
+// `name` as there is room for. The length in characters; 0 when there is no such name.
+DWORD TranslateName(const wchar_t* userName, wchar_t* name) {
   ComPtr<IADsNameTranslate> translator;
   if (FAILED(CoCreateInstance(kNameTranslateClass, nullptr, CLSCTX_INPROC_SERVER, kNameTranslateId,
                               translator.putVoid()))) {
     translator.release();
-    return distinguishedName;
+    return 0;
   }
-  if (SUCCEEDED(translator->Init(ADS_NAME_INITTYPE_GC, nullptr)) &&
-      SUCCEEDED(translator->Set(ADS_NAME_TYPE_NT4, AsItStands(userName))) &&
-      FAILED(translator->Get(ADS_NAME_TYPE_1779, distinguishedName.put()))) {
-    distinguishedName.release();
+  SystemString found;
+  if (FAILED(translator->Init(ADS_NAME_INITTYPE_GC, nullptr)) ||
+      FAILED(translator->Set(ADS_NAME_TYPE_NT4, AsItStands(userName)))) {
+    return 0;
   }
-  return distinguishedName;
+  if (FAILED(translator->Get(ADS_NAME_TYPE_1779, found.put()))) {
+    found.release();  // What a failing call leaves behind is no text.
+    return 0;
+  }
+  if (!found) return 0;
+  DWORD length = static_cast<DWORD>(TxtLenW(found.get()));
+  if (length > kDistinguishedNameSize - 1) length = kDistinguishedNameSize - 1;
+  CopyBytes(name, found.get(), length * sizeof *name);
+  name[length] = L'\0';
+  return length;
 }
 
 }  // namespace
@@ -130,14 +139,7 @@ IADsContainer* OpenDomainContainer(const wchar_t* domain) {
 DWORD GetAccountDistinguishedName(const wchar_t* domain, const wchar_t* user, wchar_t* name) {
   name[0] = L'\0';
   HeapStringW userName(MakeUserName(domain, user));
-  if (!userName) return 0;
-  SystemString found = TranslateName(userName.get());
-  if (!found) return 0;
-  DWORD length = static_cast<DWORD>(TxtLenW(found.get()));
-  if (length > kDistinguishedNameSize - 1) length = kDistinguishedNameSize - 1;
-  CopyBytes(name, found.get(), length * sizeof *name);
-  name[length] = L'\0';
-  return length;
+  return userName ? TranslateName(userName.get(), name) : 0;
 }
 
 DWORD UpdateServicePrincipalNames(const wchar_t* serviceClass, const wchar_t* distinguishedName,

@@ -221,22 +221,28 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   return !isLost;
 }
 
-// The password of the server's account, which this engine lists with the other properties of a failed run.
-constexpr char kPasswordProperty[] = "PROP_ACCOUNTPASS";
-
-// No log that is kept holds a password: writes the log's `bytes` anew, with stars in its place.
-void HidePassword(const std::wstring& log, std::string bytes, const std::string& password) {
-  std::string wide;
-  for (char c : password) wide += {c, '\0'};
-  for (const std::string& text : {password, wide}) {
-    for (size_t at = 0; (at = bytes.find(text, at)) != std::string::npos; at += text.size()) {
-      for (size_t i = 0; i < text.size(); ++i) bytes[at + i] = text[i] ? '*' : '\0';
-    }
-  }
-  HANDLE file = CreateFileW(log.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+// No log that is kept holds a password: writes the file anew.
+void WriteBytes(const std::wstring& path, const std::string& bytes) {
+  HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
   DWORD written = 0;
   EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
   CloseHandle(file);
+}
+
+// Whether a password begins at this place of a text whose characters have `width` bytes.
+bool IsPassword(const std::string& text, size_t start, size_t width) {
+  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVabcdefghijklmnopqrstuv0123456789!=$-+.,~^_";
+  constexpr size_t kLength = 20, kGroup = 4;
+  if (start + kLength * width > text.size()) return false;
+  for (size_t i = 0; i < kLength; ++i) {
+    const char c = text[start + i * width];
+    if (width > 1 && text[start + i * width + 1] != 0) return false;
+    bool fits = c == 'A';
+    if (i % kGroup == 0) fits = alphabet.find(c) != std::string::npos;
+    if (i % kGroup == 1) fits = c >= 'A' && c <= 'D';
+    if (!fits) return false;
+  }
+  return true;
 }
 
 // Prints what matters of a run's log: the library's actions and lines, what failed, and the properties.
@@ -246,7 +252,7 @@ void PrintRun(const InstallerRun& run) {
   std::printf("---- %s: exit code %lu; of its log:\n", run.name.c_str(), run.exitCode);
   for (const std::string& line : run.lines) {
     for (const char* mark : marks) {
-      if (line.find(mark) == std::string::npos || line.find(kPasswordProperty) != std::string::npos) continue;
+      if (line.find(mark) == std::string::npos) continue;
       std::printf("     %s\n", line.c_str());
       break;
     }
@@ -263,6 +269,20 @@ std::string TestName() {
 }
 
 }  // namespace
+
+const char kHiddenPassword[] = "********************";
+
+bool HidePasswords(std::string& text) {
+  bool isHidden = false;
+  for (size_t width : {1, 2}) {
+    for (size_t start = 0; start < text.size(); ++start) {
+      if (!IsPassword(text, start, width)) continue;
+      for (size_t i = 0; i + 1 < sizeof kHiddenPassword; ++i) text[start + i * width] = kHiddenPassword[i];
+      isHidden = true;
+    }
+  }
+  return isHidden;
+}
 
 const char kUserKey[] = "Software\\Quillfern\\Ostrel";
 const char kUserKeyAbove[] = "Software\\Quillfern";
@@ -471,7 +491,8 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);
   if (!isDone) ADD_FAILURE() << "cannot run " << FromWide(command);
 
-  const std::string bytes = ReadBytes(log);
+  std::string bytes = ReadBytes(log);
+  if (HidePasswords(bytes)) WriteBytes(log, bytes);
   run.lines = SplitLines(LogText(bytes));
   const std::string mark = "Property(S): ";
   for (const std::string& line : run.lines) {
@@ -479,8 +500,6 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
     if (line.rfind(mark, 0) != 0 || sign == std::string::npos) continue;
     run.properties[line.substr(mark.size(), sign - mark.size())] = line.substr(sign + 3);
   }
-  const std::string password = run.Property(kPasswordProperty);
-  if (!password.empty()) HidePassword(log, bytes, password);
   return run;
 }
 

@@ -20,6 +20,14 @@ namespace install {
 std::wstring ToWide(const std::string& text, UINT codePage = CP_UTF8);
 std::string FromWide(const std::wstring& text, UINT codePage = CP_UTF8);
 
+/// What stands in the logs, and so in the lines and properties of a run, for a password of the server's
+/// account.
+extern const char kHiddenPassword[];
+/// Puts that in the place of whatever looks like such a password, wherever it stands in `text`: five groups
+/// of four characters, of which the first is one of the password's alphabet, the second one of four letters,
+/// and the others "AA"; in bytes, or in UTF-16. True where there was one.
+bool HidePasswords(std::string& text);
+
 /// One run of msiexec, as it left things.
 struct InstallerRun {
   std::string name;                               ///< the step, and the name of its log

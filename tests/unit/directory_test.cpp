@@ -208,6 +208,20 @@ TEST_F(DirectoryTest, ALongNameIsCutTo1023Characters) {
   }
 }
 
+TEST_F(DirectoryTest, TheTranslationGoesBackBeforeTheNameThatWasTranslated) {
+  for (const char* call : {"SysFreeString", "HeapFree"}) TheRig().MakeLoud(call);
+  EXPECT_EQ(NameOf(L"CORP", L"svc"), "CN=svc,CN=Users,DC=CORP");
+  EXPECT_TRACE({
+      "CoCreateInstance({274FAE1F-3626-11D1-A3A4-00C04FB950DC}, null, 0x1, "
+      "{B1B272A3-3625-11D1-A3A4-00C04FB950DC}, *) = 0",
+      "translator.Init(3, null) = 0",
+      R"(translator.Set(3, "CORP\\svc") = 0)",
+      "translator.Get(1, *) = 0",
+      "SysFreeString(string#1)",
+      "HeapFree(*, 0, block#1) = 1",
+  });
+}
+
 TEST_F(DirectoryTest, TheFirstStepThatFailsEndsTheTranslation) {
   for (const char* call : {"translator.Init", "translator.Set", "translator.Get"}) {
     TheRig().trace.Clear();
