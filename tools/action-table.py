@@ -203,7 +203,7 @@ def mark_of(action):
 def marks_of(model, scenario):
     """What each action does in a run: its mark, in brackets where only the options make it run."""
     rows = [row for row in model.rows if row.place == "execute"]
-    plain, optional = ({(row.number, row.action) for row, _ in run_sequence(rows, model.actions, properties)}
+    plain, optional = ({(row.number, row.action) for row, _ in run_sequence(rows, model.actions, properties, model.found)}
                        for properties in ({**model.defaults(), **scenario.properties},
                                           {**model.defaults(), **scenario.properties, **scenario.options}))
     for key in sorted(plain | optional):

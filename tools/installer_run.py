@@ -3,6 +3,9 @@ sequence. For the scripts beside it."""
 
 import re
 
+# The place of the engine's action that looks for what the package's searches name.
+APP_SEARCH = 50
+
 # An operator with "~" compares without regard to case.
 TOKEN = re.compile(r'\s*(?:"([^"]*)"|(~?(?:<<|>>|><|<>|<=|>=|=|<|>))|([()])|(-?\d+)|([A-Za-z_][\w.]*))')
 LOGIC = {
@@ -133,15 +136,19 @@ def format_text(text, properties):
     return "" if text == "{}" else text
 
 
-def run_sequence(rows, actions, properties):
+def run_sequence(rows, actions, properties, searched=()):
     """Goes through a sequence as the engine does: yields the rows whose condition holds, each with the properties as
     they are then. Actions that set a property set it; what the others would change must be in `properties` from the
-    start.
+    start. Those named in `searched` are not set before the engine searches for them.
 
     `rows` have a `number`, an `action` and a `condition`; those with a number below 1 stand for the sequence's end and
     are not reached. `actions` has the attributes of each action by its name."""
-    state = dict(properties)
+    state = {name: value for name, value in properties.items() if name not in searched}
+    found = {name: value for name, value in properties.items() if name in searched}
     for row in sorted((row for row in rows if row.number > 0), key=lambda row: row.number):
+        if row.number > APP_SEARCH:
+            state |= found
+            found = {}
         if not holds(row.condition, state):
             continue
         yield row, dict(state)

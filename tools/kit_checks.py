@@ -237,7 +237,7 @@ def check_runs(kit, scenarios):
 
 def data_findings(kit, model, scenario, properties):
     rows = [row for row in model.rows if row.place == "execute"]
-    for row, state in run_sequence(rows, model.actions, {**model.defaults(), **properties}):
+    for row, state in run_sequence(rows, model.actions, {**model.defaults(), **properties}, model.found):
         action = model.actions.get(row.action, {})
         if action.get("Error"):
             yield f"{scenario.name}: {row.action} ends the run"

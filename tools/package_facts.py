@@ -35,11 +35,11 @@ PROPERTY = re.compile(r"(PROP|DIR)_[A-Z0-9_]+|REBOOT|ProductName|ProductCode|Cus
 class Authoring:
     """One file of authoring: a fragment, or a model without what it includes.
 
-    `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows` those of
-    the sequences, `properties` the attributes of each declared property, `searched` the properties that a search sets,
-    `errors` the numbers of its error texts, `folders` its directories, `passwords` the properties that its services log
-    on with, `includes` the files that it includes, `searches` the registry values that it looks for, each a key and a
-    name, and `registry` what it writes there."""
+    `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows`
+    those of the sequences, `properties` the attributes of each declared property, `searched` the properties that a
+    search sets, `found` those of them that AppSearch sets, `errors` the numbers of its error texts, `folders` its
+    directories, `passwords` the properties that its services log on with, `includes` the files that it includes,
+    `searches` the registry values that it looks for, each a key and a name, and `registry` what it writes there."""
 
     def __init__(self, path):
         self.name = path.name
@@ -52,6 +52,7 @@ class Authoring:
         self.actions = {element.get("Id"): element.attrib for element in self.root.iter("CustomAction")}
         self.properties = {element.get("Id"): element.attrib for element in self.root.iter("Property")}
         self.searched = {element.get("Id") for element in self.root.iter("Property") if len(element)}
+        self.found = set(self.searched)
         self.searched |= {element.get("Property") for element in self.root.iter("UpgradeVersion")}
         self.errors = [element.get("Id") for element in self.root.iter("Error")]
         self.folders = {element.get("Id") for element in self.root.iter("Directory")}
@@ -109,6 +110,7 @@ class Model:
         self.files = [own] + [fragments[name] for name in self.fragments]
         self.actions = {name: action for file in self.files for name, action in file.actions.items()}
         self.rows = [row for file in self.files for row in file.rows]
+        self.found = {name for file in self.files for name in file.found}
         self.properties = {}
         for file in reversed(self.files):
             for name, attributes in file.properties.items():

@@ -53,6 +53,12 @@ class SequenceTest(unittest.TestCase):
         self.assertEqual(self.run_rows(*rows, A="1"), [("Set", None), ("Call", "<1>"), ("Call", "<1>"),
                                                        ("Clear", "<1>"), ("Engine", "")])
 
+    def test_what_is_searched_for(self):
+        rows = [Row(40, "Set", "A"), Row(45, "Call", "A"), Row(55, "Call", "A"), Row(60, "Call", "B")]
+        actions = {"Set": {"Property": "A", "Value": "{}"}, "Call": {}}
+        run = MODULE.run_sequence(rows, actions, {"A": "1", "B": "2"}, {"A"})
+        self.assertEqual([(row.number, state.get("A")) for row, state in run], [(55, "1"), (60, "1")])
+
     def test_condition_fails(self):
         self.assertEqual(self.run_rows((10, "Set", "A"), (20, "Call", "P")), [])
 
