@@ -116,8 +116,15 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
   ASSERT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1 PROP_SILENCE=-1").exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(upgraded), "");
 
+  ASSERT_EQ(Reinstall(Server(), L"DIR_DATAFOLDER=\"C:\\Vantor Store\\Data\"").exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(upgraded),
+            Joined({"+ C:\\Vantor Store\\", "+ C:\\Vantor Store\\Data\\",
+                    "~ HKLM\\SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings\\vtdf = "
+                    "\"C:\\Vantor Store\\Data\\\""}));
+
   // Both servers' data stay, and where the server was.
   ASSERT_EQ(Remove(Server()).exitCode, 0u);
+  DeleteTree(elsewhere);
   EXPECT_EQ(Changes(),
             Joined({"+ " + FromWide(programs) + "\\", "+ " + previous, "+ " + previous + "Data\\",
                     "+ " + previous + "Data\\Helper Data\\",
@@ -156,14 +163,30 @@ TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
       {"PROP_SILENCE", "-1"},
       {"PROP_UPGRADE", "0"},
   };
-  // What the package finds or answers itself, and so takes from nobody.
-  const Texts own = {"ACCOUNTDOMAINFOUND", "DATAFOLDERFOUND",   "ACCOUNTFOUND",
-                     "DIR_EXADMIN",        "DIR_EXDATA",        "DIR_EXSERVER",
-                     "DIR_PROGRAMS64",     "DIR_UPG",           "DIR_UPG_DATA",
-                     "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTNAME",  "PROP_DATAFOLDERGIVEN",
-                     "PROP_DFPRESENT",     "PROP_FIREWALLDATA", "PROP_INSTALLEDSERVER",
-                     "PROP_NEWERSERVER",   "PROP_NODATA",       "PROP_PRE75SERVER",
-                     "PROP_PREVVTDF",      "PROP_REPLACING",    "PROP_UPGRADE_PRODUCTCODE",
+  // What the package finds or answers itself; and PROP_PRE75SERVER, for a package that looks for a server of
+  // the earlier layout.
+  const Texts own = {"ACCOUNTDOMAINFOUND",
+                     "DATAFOLDERFOUND",
+                     "SERVERFOLDERFOUND",
+                     "ACCOUNTFOUND",
+                     "DIR_EXADMIN",
+                     "DIR_EXDATA",
+                     "DIR_EXSERVER",
+                     "DIR_PROGRAMS64",
+                     "DIR_UPG",
+                     "DIR_UPG_DATA",
+                     "PROP_ACCOUNTDOMAIN",
+                     "PROP_ACCOUNTNAME",
+                     "PROP_DATAFOLDERGIVEN",
+                     "PROP_DFPRESENT",
+                     "PROP_FIREWALLDATA",
+                     "PROP_INSTALLEDSERVER",
+                     "PROP_NEWERSERVER",
+                     "PROP_NODATA",
+                     "PROP_PRE75SERVER",
+                     "PROP_PREVVTDF",
+                     "PROP_REPLACING",
+                     "PROP_UPGRADE_PRODUCTCODE",
                      "SERVICEFOUND"};
   const InstallerRun& run = Install(Server(), CommandLine(given));
   ASSERT_EQ(run.exitCode, 0u);
