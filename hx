@@ -193,6 +193,16 @@ run_script() {
   echo "$status" >"$folder/status"
 }
 
+# run_checks_of_runs FILTER: what the installer's engine ran in the install tests against what the guide says of it. The
+# logs of tests that were run again stand for those of the first time. With a filter only some tests have left logs.
+run_checks_of_runs() {
+  local processor folders
+  for processor in "${processors[@]}"; do
+    folders=("$runFolder/artifacts/install-$processor"{,-again})
+    run_script "runs-$processor" tools/check-runs.py ${1:+--some} "${folders[@]}"
+  done
+}
+
 test_command() {
   local level='' filter='' only='' chosen presets=() processor
   while [[ $# -gt 0 ]]; do
@@ -269,6 +279,7 @@ test_command() {
     # shellcheck disable=SC2086  # a list of levels
     repeat_failed "$lane" "$processor" $level 2>&1 | sed -u "s/^/$processor: /" || failed=1
   done
+  [[ " ${chosen[*]} " != *" install "* ]] || run_checks_of_runs "$filter"
   keep_artifacts
   python3 tools/test-summary.py "$failed" "$runFolder/artifacts"
 }

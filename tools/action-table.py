@@ -12,60 +12,15 @@ the exit code is 1 when there is one.
 import re
 import sys
 import textwrap
-from collections import namedtuple
 from pathlib import Path
 
 from installer_run import names_in, run_sequence
 from kit_checks import ENGINE, LATER, NOT_SECURE, PAIRS, findings, is_library, kind_of, read_kit, reads_data, used_in
 from package_facts import PUBLIC, named_in
+from package_runs import ANSWERS, SCENARIOS, STANDARD
 
 GUIDE = "docs/authoring.md"
 PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
-
-# A run of a model package: what is set before its sequence begins or by actions whose work is not followed here, and
-# what is set besides where the options of the package are used.
-Scenario = namedtuple("Scenario", "name properties options")
-
-INSTALLED = {"Installed": "1", "ProductCode": "{this}"}
-REMOVED = {**INSTALLED, "REMOVE": "ALL"}
-AUDIT = {"PROP_TASKUSER": "auditor", "PROP_TASKPASS": "secret", "PROP_RESETAUDIT": "1"}
-CLIENT = {"PROP_INSTALLEDCLIENT": "{this}", "CLIENTFOLDERFOUND": "P\\Ostrel\\"}
-PLACES = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_PROGRAMS64": "P\\"}
-# What the finding actions answer where no server is and where one is.
-NO_SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\", "DIR_EXSERVER": "P\\Vantor\\"}
-SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\Data\\", "DIR_EXSERVER": "P\\Vantor\\",
-          "SERVERFOLDERFOUND": "P\\Vantor\\"}
-ACCOUNT = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUNTPASS": "secret"}
-KEPT = {"ACCOUNTFOUND": "vantor", "ACCOUNTDOMAINFOUND": ".", "SERVICEFOUND": "HERE\\vantor"}
-SERVICE = {"SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}"}
-OUTSIDE = {"DIR_EXDATA": "D\\Data\\", "PROP_PREVVTDF": "D\\Data\\"}
-
-SCENARIOS = {
-    "client/client.wxs": [
-        Scenario("install", {"ProductCode": "{this}"}, AUDIT),
-        Scenario("upgrade", {**CLIENT, "ProductCode": "{this}", "WIX_UPGRADE_DETECTED": "{old}",
-                             "PROP_INSTALLEDCLIENT": "{old}"}, AUDIT),
-        Scenario("repair", {**CLIENT, **INSTALLED, "REINSTALL": "ALL"}, AUDIT),
-        Scenario("removal", {**CLIENT, **REMOVED}, AUDIT),
-        Scenario("replaced", {**CLIENT, **REMOVED, "PROP_INSTALLEDCLIENT": "{new}"}, AUDIT),
-    ],
-    "server/server.wxs": [
-        Scenario("install", NO_SERVER, ACCOUNT),
-        Scenario("upgrade", {**SERVER, **SERVICE, "PROP_INSTALLEDSERVER": "{old}", "PROP_UPGRADE": "1",
-                             "PROP_UPGRADE_PRODUCTCODE": "{old}", "PROP_REPLACING": "1"}, {**OUTSIDE, **KEPT}),
-        Scenario("repair", {**SERVER, **SERVICE, **INSTALLED, "REINSTALL": "ALL"}, KEPT),
-        Scenario("removal", {**SERVER, **SERVICE, **REMOVED}, KEPT),
-        Scenario("replaced", {**SERVER, **SERVICE, **REMOVED, "PROP_INSTALLEDSERVER": "{new}"}, KEPT),
-    ],
-}
-
-# The engine's own actions that the diagrams show, with the numbers that compilers give them.
-STANDARD = {
-    "AppSearch": 50, "LaunchConditions": 100, "CostInitialize": 800, "CostFinalize": 1000, "InstallValidate": 1400,
-    "InstallInitialize": 1500, "StopServices": 1900, "DeleteServices": 2000, "RemoveFiles": 3500,
-    "CreateFolders": 3700, "InstallFiles": 4000, "WriteRegistryValues": 5000, "InstallServices": 5800,
-    "StartServices": 5900, "RegisterProduct": 6100, "InstallFinalize": 6600,
-}
 
 
 def link(name):
@@ -203,7 +158,8 @@ def mark_of(action):
 def marks_of(model, scenario):
     """What each action does in a run: its mark, in brackets where only the options make it run."""
     rows = [row for row in model.rows if row.place == "execute"]
-    plain, optional = ({(row.number, row.action) for row, _ in run_sequence(rows, model.actions, properties, model.found)}
+    plain, optional = ({(row.number, row.action)
+                        for row, _ in run_sequence(rows, model.actions, properties, model.found, ANSWERS)}
                        for properties in ({**model.defaults(), **scenario.properties},
                                           {**model.defaults(), **scenario.properties, **scenario.options}))
     for key in sorted(plain | optional):

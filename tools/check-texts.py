@@ -206,6 +206,15 @@ def error_texts(root):
     return errors
 
 
+def refusals(root):
+    """The texts with which a package refuses an installation, in the order of their files."""
+    texts = []
+    for path in sorted((root / "packages").rglob("*.wx[is]")):
+        for text in re.findall(r'\b(?:Error|Message|DowngradeErrorMessage)="([^"]*)"', path.read_text(encoding="utf-8")):
+            texts.append(" ".join(html.unescape(text).split()))
+    return texts
+
+
 def notices_of(sources):
     """{number: (text of the box, declaration)} of the notices."""
     notices = {}
@@ -215,6 +224,10 @@ def notices_of(sources):
             number = int(texts[texts.index("{") + 1])
             notices[number] = (next(t.value for t in sources.texts if t.owner is declaration), declaration)
     return notices
+
+
+# The heading above the texts of the packages' own refusals.
+REFUSALS = "Texts with which a package refuses"
 
 
 class Check:
@@ -307,6 +320,12 @@ class Check:
         for number in sorted((rows.keys() | blocks.keys()) - {str(number) for number in self.notices}):
             yield f"{PAGE}: there is no notice {number}"
 
+    def check_refusals(self):
+        """Each text with which a package refuses, to the letter, and no other."""
+        texts, blocks = refusals(self.root), self.page.blocks.get(REFUSALS, [])
+        yield from (f"{PAGE}: below '{REFUSALS}' is missing: {text}" for text in texts if text not in blocks)
+        yield from (f"{PAGE}: no package says: {text}" for text in blocks if text not in texts)
+
     def check_codes(self):
         """Each code that the sources name is in its table, and the tables have no others."""
         wanted = {heading: {} for heading in CODE_TABLES}
@@ -387,6 +406,7 @@ class Check:
         "lines": check_lines,
         "fixed-texts": check_fixed_texts,
         "notices": check_notices,
+        "refusals": check_refusals,
         "codes": check_codes,
         "return-codes": check_return_codes,
         "images": check_images,

@@ -136,14 +136,17 @@ def format_text(text, properties):
     return "" if text == "{}" else text
 
 
-def run_sequence(rows, actions, properties, searched=()):
+def run_sequence(rows, actions, properties, searched=(), answers=None, given=None):
     """Goes through a sequence as the engine does: yields the rows whose condition holds, each with the properties as
     they are then. Actions that set a property set it; what the others would change must be in `properties` from the
-    start. Those named in `searched` are not set before the engine searches for them.
+    start. Those named in `searched` are not set before the engine searches for them, unless they are in `given`, with
+    the values that they have until then; those that `answers` names for an action are not set before it has run.
 
     `rows` have a `number`, an `action` and a `condition`; those with a number below 1 stand for the sequence's end and
     are not reached. `actions` has the attributes of each action by its name."""
-    state = {name: value for name, value in properties.items() if name not in searched}
+    answers = answers or {}
+    later = {*searched, *(name for names in answers.values() for name in names)}
+    state = {name: value for name, value in properties.items() if name not in later} | (given or {})
     found = {name: value for name, value in properties.items() if name in searched}
     for row in sorted((row for row in rows if row.number > 0), key=lambda row: row.number):
         if row.number > APP_SEARCH:
@@ -155,3 +158,4 @@ def run_sequence(rows, actions, properties, searched=()):
         action = actions.get(row.action)
         if action is not None and action.get("Value") is not None and action.get("Property"):
             state[action["Property"]] = format_text(action["Value"], state)
+        state |= {name: properties[name] for name in answers.get(row.action, ()) if name in properties}

@@ -8,6 +8,7 @@ from entry_points import LIST, PAGE, headings, listed
 from installer_run import names_in, run_sequence
 from package_facts import (PUBLIC, named_in, read_code_properties, read_fragments, read_jobs, read_mentions,
                            read_models, read_notices, read_sections)
+from package_runs import ANSWERS
 
 # Who installs and who removes the same thing: a fragment has both or neither.
 PAIRS = [("CustomAction5", "CustomAction19"), ("CustomAction6", "CustomAction7"), ("CustomAction9", "CustomAction10"),
@@ -237,7 +238,7 @@ def check_runs(kit, scenarios):
 
 def data_findings(kit, model, scenario, properties):
     rows = [row for row in model.rows if row.place == "execute"]
-    for row, state in run_sequence(rows, model.actions, {**model.defaults(), **properties}, model.found):
+    for row, state in run_sequence(rows, model.actions, {**model.defaults(), **properties}, model.found, ANSWERS):
         action = model.actions.get(row.action, {})
         if action.get("Error"):
             yield f"{scenario.name}: {row.action} ends the run"

@@ -9,6 +9,8 @@ FOLDER is where the packages are left (build/packages/PROCESSOR):
   server-older.msi    an older server package, which the next one upgrades
   server.msi          the server package, with the version of the library as well
   server-watched.msi  the same as a product of its own, with the witness in it
+  guide-client.msi    the examples of docs/authoring.md, with the stand-ins for the programs
+  guide-server.msi
 
 The authoring in packages/ is that of the common compilers. wixl, which compiles it here, knows less than they
 do; what it leaves out or does otherwise is put right afterwards, so that the package is what its source says.
@@ -26,6 +28,8 @@ import tempfile
 import uuid
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
+
+from guide_examples import FILES, examples
 
 ROOT = Path(__file__).resolve().parent.parent
 NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
@@ -196,6 +200,14 @@ def complete(package, stage, tree):
                        "WHERE `Action` = 'RemoveExistingProducts'")
 
 
+def copy_files(files, stage):
+    """Lays down files by their names and contents, with the same time for all."""
+    for name, content in files.items():
+        copy = stage / name
+        copy.write_bytes(content)
+        os.utime(copy, (FILE_TIME, FILE_TIME))
+
+
 def make_package(source, processor, library, name, version, target, watched=False):
     """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the stand-in for the
     programs and the tracking library, beside the library, may be in it. The witness is, where it shall be `watched`."""
@@ -210,10 +222,8 @@ def make_package(source, processor, library, name, version, target, watched=Fals
         files[VERSION_PROGRAM] = files[PROGRAM] + f"\n{name} {version}\n".encode()
         digest = hashlib.sha256(f"{processor} {version}".encode())
         for file, content in files.items():
-            copy = stage / file
-            copy.write_bytes(content)
-            os.utime(copy, (FILE_TIME, FILE_TIME))
             digest.update(file.encode() + content)
+        copy_files(files, stage)
         package = stage / "package.msi"
         watching = {"WitnessFile": WITNESS} if watched else {}
         tree = compile_authoring(source, {
@@ -230,6 +240,32 @@ def make_package(source, processor, library, name, version, target, watched=Fals
         digest.update(ElementTree.tostring(tree))
         complete(package, stage, tree)
         set_summary(package, stage, TEMPLATES[processor], f"{name} {version} for {label}", digest.hexdigest())
+        shutil.copyfile(package, target)
+
+
+def make_example(name, text, processor, library, target):
+    """Makes the package `target` of an example of the guide, whose text is complete but for the programs: the stand-in
+    beside the library is each of them."""
+    with tempfile.TemporaryDirectory() as folder:
+        stage = Path(folder)
+        stand_in = (library.parent / PROGRAM).read_bytes()
+        scripts = ROOT / "packages/server/files"
+        files = {file: stand_in if file.endswith(".exe") else (scripts / file).read_bytes() for file in FILES[name]}
+        files[library.name] = library.read_bytes()
+        copy_files(files, stage)
+        # A compiler gives the product a code of its own for "*".
+        code = guid_of(f"guide {name} {processor}")
+        text, count = re.subn(r'(<Product Id=)"\*"', rf'\1"{code}"', text)
+        if count != 1:
+            fail(f"the example {name} does not leave its product code to the compiler")
+        source, package = stage / f"guide-{name}", stage / "package.msi"
+        source.write_text(text, encoding="utf-8")
+        tree = compile_authoring(source, {"LibraryFile": library.name}, stage, package)
+        complete(package, stage, tree)
+        product = tree.find(f"{NAMESPACE}Product")
+        digest = hashlib.sha256(b"".join([processor.encode(), text.encode(), *files.values()]))
+        set_summary(package, stage, TEMPLATES[processor],
+                    f"{product.get('Name')} {product.get('Version')} for {LABELS[processor]}", digest.hexdigest())
         shutil.copyfile(package, target)
 
 
@@ -254,6 +290,8 @@ def main():
     make_package("server/server.wxs", processor, library, "Vantor server", version, folder / "server.msi")
     make_package("server/server.wxs", processor, library, "Vantor server", version, folder / "server-watched.msi",
                  watched=True)
+    for name, text in examples().items():
+        make_example(name, text, processor, library, folder / f"guide-{Path(name).stem}.msi")
 
 
 if __name__ == "__main__":

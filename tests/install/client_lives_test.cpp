@@ -158,6 +158,21 @@ TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
   // The older version, installed over what is left, is whole again.
   EXPECT_EQ(Reinstall(Client()).exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(installed), "");
+
+  // A newer one has come, by what the registry says, and removes this one: what both of them have is the
+  // newer one's. It runs with a log here, which this engine does not write for the removal that an
+  // upgrade starts.
+  SetRegistryText(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Ostrel", "Product", "another");
+  const InstallerRun& replaced = Remove(Client());
+  EXPECT_EQ(replaced.exitCode, 0u);
+  EXPECT_EQ(replaced.SetupLines(), Texts{});
+  DeleteTree(kOtherFolder);
+  EXPECT_EQ(Changes(),
+            Joined({"+ C:\\Program Files\\Halvorstead\\", "+ C:\\windows\\system32\\tasks\\Quillfern\\",
+                    "+ C:\\windows\\tasks\\Ostrel.job",
+                    "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs = "
+                    "\"OSTRACK.DLL\"",
+                    kLeft[1]}));
 }
 
 // Each public property of the package on one command line, as an administrator deploys it.

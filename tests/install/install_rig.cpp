@@ -364,6 +364,16 @@ const Package& NewerClient() {
   return package;
 }
 
+const Package& GuideClient() {
+  static const Package package = OpenPackage(L"guide-client.msi");
+  return package;
+}
+
+const Package& GuideServer() {
+  static const Package package = OpenPackage(L"guide-server.msi");
+  return package;
+}
+
 const Package& OlderServer() {
   static const Package package = OpenPackage(L"server-older.msi");
   return package;

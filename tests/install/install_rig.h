@@ -71,6 +71,10 @@ std::vector<std::string> RemovalLines();
 const Package& Client();
 const Package& NewerClient();
 
+/// The two packages of the authors' guide.
+const Package& GuideClient();
+const Package& GuideServer();
+
 /// The file that the client package installs.
 std::wstring InstalledFile();
 

@@ -11,31 +11,15 @@ from pathlib import Path
 from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
-GUIDE = ROOT / "docs/authoring.md"
+EXAMPLES = load_script("guide_examples.py")
+GUIDE, FILES, MODELS, examples = EXAMPLES.GUIDE, EXAMPLES.FILES, EXAMPLES.MODELS, EXAMPLES.examples
 PACKAGE = load_script("package.py")
 TABLE = load_script("action-table.py")
 CHECKS = load_script("kit_checks.py")
 FACTS = load_script("package_facts.py")
 
-# What the examples take from beside their source.
-FILES = {
-    "client.wxs": ["ostrel.exe", "osua.exe", "osau.exe", "ostrel32.exe"],
-    "server.wxs": ["vt.exe", "dbcon.cmd"],
-}
-MODELS = {"client.wxs": "client/client.wxs", "server.wxs": "server/server.wxs"}
-
-
 # What a model has for its fragments, an example needs as well.
 NEEDED = {"RegistryValue", "ServiceInstall", "ServiceControl", "InstallServices", "RemoveExistingProducts"}
-
-
-def examples():
-    """The examples by their file names, each put together from its pieces."""
-    texts = {}
-    for name, piece in re.findall(r"<!-- example: (\S+) -->\n```xml\n(.*?)```\n", GUIDE.read_text(encoding="utf-8"),
-                                  re.DOTALL):
-        texts[name] = texts.get(name, "") + piece
-    return texts
 
 
 def shared(root):

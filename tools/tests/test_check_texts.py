@@ -85,7 +85,9 @@ SOURCES = {
         }
         """,
     "packages/job.wxi": r"""
-        <Include><UI><Error Id="25000">All &quot;is&quot; over.</Error></UI></Include>
+        <Include><UI><Error Id="25000">All &quot;is&quot; over.</Error></UI><CustomAction Id="Refuse" Error="Not &quot;here&quot;:
+            nothing was changed."/>
+        </Include>
         """,
     "src/util/names.cpp": r"""
         constexpr char kPattern[] = "not of the log";
@@ -121,6 +123,12 @@ Look.
 
 ```text
 All "is" over.
+```
+
+## Texts with which a package refuses
+
+```text
+Not "here": nothing was changed.
 ```
 
 | Action | Returns |
@@ -255,6 +263,10 @@ class TextsTest(unittest.TestCase):
     def test_notice_without_a_text_of_a_package(self):
         self.edit("packages/job.wxi", "25000", "25001")
         self.assert_found("no fragment has a text for notice 25000")
+
+    def test_text_of_a_refusal(self):
+        self.edit("packages/job.wxi", "nothing was", "nothing is")
+        self.assert_found('is missing: Not "here": nothing is changed.', 'no package says: Not "here": nothing was changed.')
 
     def test_number_of_a_notice(self):
         self.edit_page("| 25000 |", "| 25001 |")

@@ -59,6 +59,17 @@ class SequenceTest(unittest.TestCase):
         run = MODULE.run_sequence(rows, actions, {"A": "1", "B": "2"}, {"A"})
         self.assertEqual([(row.number, state.get("A")) for row, state in run], [(55, "1"), (60, "1")])
 
+    def test_what_is_given_until_the_search(self):
+        rows = [Row(40, "Call", "A"), Row(55, "Call", "A")]
+        run = MODULE.run_sequence(rows, {}, {"A": "1"}, {"A"}, given={"A": "2"})
+        self.assertEqual([(row.number, state.get("A")) for row, state in run], [(40, "2"), (55, "1")])
+
+    def test_what_an_action_answers(self):
+        rows = [Row(60, "Set", "A"), Row(65, "Call", ""), Row(70, "Set", "A"), Row(75, "Other", "")]
+        answers = {"Call": ["A", "B"], "Nobody": ["C"]}
+        run = MODULE.run_sequence(rows, {}, {"A": "1", "C": "3"}, answers=answers)
+        self.assertEqual([(row.number, state) for row, state in run], [(65, {}), (70, {"A": "1"}), (75, {"A": "1"})])
+
     def test_condition_fails(self):
         self.assertEqual(self.run_rows((10, "Set", "A"), (20, "Call", "P")), [])
 

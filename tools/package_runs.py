@@ -1,0 +1,53 @@
+"""The runs of the model packages that the guide shows, and the engine's own actions in them. For the scripts beside it.
+"""
+
+from collections import namedtuple
+
+# A run of a model package: what is set before its sequence begins or by actions whose work is not followed here, and
+# what is set besides where the options of the package are used.
+Scenario = namedtuple("Scenario", "name properties options")
+
+INSTALLED = {"Installed": "1", "ProductCode": "{this}"}
+REMOVED = {**INSTALLED, "REMOVE": "ALL"}
+AUDIT = {"PROP_TASKUSER": "auditor", "PROP_TASKPASS": "secret", "PROP_RESETAUDIT": "1"}
+CLIENT = {"PROP_INSTALLEDCLIENT": "{this}", "CLIENTFOLDERFOUND": "P\\Ostrel\\"}
+PLACES = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_PROGRAMS64": "P\\"}
+# What the finding actions answer where no server is and where one is.
+NO_SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\", "DIR_EXSERVER": "P\\Vantor\\"}
+SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\Data\\", "DIR_EXSERVER": "P\\Vantor\\",
+          "SERVERFOLDERFOUND": "P\\Vantor\\"}
+ACCOUNT = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUNTPASS": "secret"}
+KEPT = {"ACCOUNTFOUND": "vantor", "ACCOUNTDOMAINFOUND": ".", "SERVICEFOUND": "HERE\\vantor"}
+# What goes with a server's service: the product that it is of, and its setting.
+SERVICE = {"SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}", "DATAFOLDERFOUND": "P\\Vantor\\Data\\"}
+OUTSIDE = {"DIR_EXDATA": "D\\Data\\", "PROP_PREVVTDF": "D\\Data\\"}
+
+# What actions answer that is not set before they run, and not where they do not.
+ANSWERS = {"CustomAction23": ("PROP_ACCOUNTNAME", "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTPASS")}
+
+SCENARIOS = {
+    "client/client.wxs": [
+        Scenario("install", {"ProductCode": "{this}"}, AUDIT),
+        Scenario("upgrade", {**CLIENT, "ProductCode": "{this}", "WIX_UPGRADE_DETECTED": "{old}",
+                             "PROP_INSTALLEDCLIENT": "{old}"}, AUDIT),
+        Scenario("repair", {**CLIENT, **INSTALLED, "REINSTALL": "ALL"}, AUDIT),
+        Scenario("removal", {**CLIENT, **REMOVED}, AUDIT),
+        Scenario("replaced", {**CLIENT, **REMOVED, "PROP_INSTALLEDCLIENT": "{new}"}, AUDIT),
+    ],
+    "server/server.wxs": [
+        Scenario("install", NO_SERVER, ACCOUNT),
+        Scenario("upgrade", {**SERVER, **SERVICE, "PROP_INSTALLEDSERVER": "{old}", "PROP_UPGRADE": "1",
+                             "PROP_UPGRADE_PRODUCTCODE": "{old}", "PROP_REPLACING": "1"}, {**OUTSIDE, **KEPT}),
+        Scenario("repair", {**SERVER, **SERVICE, **INSTALLED, "REINSTALL": "ALL"}, KEPT),
+        Scenario("removal", {**SERVER, **SERVICE, **REMOVED}, KEPT),
+        Scenario("replaced", {**SERVER, **SERVICE, **REMOVED, "PROP_INSTALLEDSERVER": "{new}"}, KEPT),
+    ],
+}
+
+# The engine's own actions that the diagrams show, with the numbers that compilers give them.
+STANDARD = {
+    "AppSearch": 50, "LaunchConditions": 100, "CostInitialize": 800, "CostFinalize": 1000, "InstallValidate": 1400,
+    "InstallInitialize": 1500, "StopServices": 1900, "DeleteServices": 2000, "RemoveFiles": 3500,
+    "CreateFolders": 3700, "InstallFiles": 4000, "WriteRegistryValues": 5000, "InstallServices": 5800,
+    "StartServices": 5900, "RegisterProduct": 6100, "InstallFinalize": 6600,
+}
