@@ -249,11 +249,13 @@ test_command() {
   with_build_lock take_build "${presets[@]}"
   [[ " ${running[*]-} " != *" install "* ]] || with_build_lock take_packages "${processors[@]}"
 
-  [[ " ${chosen[*]} " != *" images "* ]] || run_images "${processors[@]/#/$runFolder/}"
-
-  # The processors side by side, and the emulated one, which has one processor of this machine for each Windows, in
-  # two; the tests of one Windows do not see the others.
+  # All side by side: the checks of the files, the processors, and the emulated one, which has one processor of this
+  # machine for each Windows, in two; the tests of one Windows do not see the others.
   local jobs=() lanes=() lane
+  if [[ " ${chosen[*]} " == *" images "* ]]; then
+    run_images "${processors[@]/#/$runFolder/}" &
+    jobs+=($!)
+  fi
   if [[ ${#running[@]} -gt 0 ]]; then
     for processor in "${processors[@]}"; do
       if [[ $processor == arm64 && ${#running[@]} -gt 1 && ${running[-1]} == install ]]; then

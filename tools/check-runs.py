@@ -79,7 +79,7 @@ RUNS = [
     # What the registry had of the maker was deleted before.
     Run(SERVER, "repair", f"{SERVER_LIFE}3-reinstall", unlike={"SERVERFOLDERFOUND": "", "PROP_INSTALLEDSERVER": ""}),
     Run(SERVER, "repair", f"{SERVER_LIFE}4-install"),
-    Run(SERVER, "removal", f"{SERVER_LIFE}5-remove"),
+    Run(SERVER, "removal", f"{SERVER_LIFE}6-remove"),
     Run(SERVER, "install", f"Server{EVERY_PROPERTY}1-install", True, {**GIVEN_FOLDER, "DIR_SERVER": "M\\Vantor"}),
     Run(SERVER, "removal", f"Server{EVERY_PROPERTY}2-remove", True, {"PROP_INSTALLEDSERVER": ""},
         given={"PROP_INSTALLEDSERVER": "another"}),

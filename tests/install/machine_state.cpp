@@ -37,9 +37,14 @@ const RegistryPart kRegistryParts[] = {
 const char* const kForeignKeys[] = {
     "HKLM\\SOFTWARE\\Classes",
     "HKLM\\SOFTWARE\\Wow6432Node\\Classes",
+    "HKLM\\SOFTWARE\\Microsoft\\Cryptography",
+    "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer",
     "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Installer",
+    "HKLM\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Telephony",
     "HKCU\\Software\\Classes",
 };
+
+constexpr wchar_t kWindowsFolder[] = L"C:\\windows\\";
 
 constexpr char kUninstallKeys[] = "\\CurrentVersion\\Uninstall\\";
 // Of an entry in the list of installed programs, what a package says; the engine writes twenty values more.
@@ -156,20 +161,28 @@ class MachineState::Collector {
   void Add(const std::string& name, const std::string& value) { entries_[name] = {value, " = " + value}; }
 
   void AddFile(const std::wstring& path, const WIN32_FIND_DATAW& found) {
-    const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
-    Entry entry;
-    // Reading all files would take seconds, and none of the others changes.
-    if (path.compare(0, 11, L"C:\\windows\\") != 0 || found.nFileSizeLow < 64 * 1024) {
-      const std::string access = AccessTo(path);
-      if (access != (isFolder ? usualFolder_ : usualFile_)) entry.shown = " = " + access;
-      if (!isFolder) entry.value = Hash(Content(path));
-    }
-    entry.value += entry.shown;
     for (const wchar_t* foreign : kForeignFolders) {
       if (path == foreign) return;
     }
+    const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
+    Entry entry;
+    if (path.rfind(kWindowsFolder, 0) == 0) {
+      // A thousand files of the system, which take seconds to open.
+      if (!isFolder) entry.value = Stamp(found);
+    } else {
+      const std::string access = AccessTo(path);
+      if (access != (isFolder ? usualFolder_ : usualFile_)) entry.shown = " = " + access;
+      entry.value = entry.shown + (isFolder ? "" : Hash(Content(path)));
+    }
     entries_[FromWide(path) + (isFolder ? "\\" : "")] = entry;
     if (isFolder && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) AddFiles(path);
+  }
+
+  // What says of a file whether it is another than before, without a look into it.
+  static std::string Stamp(const WIN32_FIND_DATAW& found) {
+    const FILETIME& time = found.ftLastWriteTime;
+    return std::to_string(found.nFileSizeLow) + "/" + std::to_string(time.dwHighDateTime) + "/" +
+           std::to_string(time.dwLowDateTime);
   }
 
   static std::string Content(const std::wstring& path) {

@@ -7,8 +7,9 @@
 namespace install {
 
 /// What there is on the machine at one moment: each file and folder of drive C: with its content, and its
-/// access list where that is not the usual one; each value and key of the registry that an installation can
-/// reach; each service's state; each product that the engine knows.
+/// access list where that is not the usual one (in the Windows folder, with size and time only); each value
+/// and key of the registry that an installation can reach; each service's state; each product that the engine
+/// knows.
 ///
 /// Left out is what the engine keeps for itself (its cache and its keys) and what a machine changes without
 /// anybody's doing. Accounts and the firewall's exceptions exist for one process only under the engine behind
