@@ -115,11 +115,8 @@ run_program() {
   local name=$level-$preset${5-} program=$processor-tests/${level/actions/action}_tests.exe
   [[ -f $runFolder/$program ]] || return 0
   mkdir -p "$runFolder/artifacts/$name"
-  if [[ -n $filter ]]; then
-    options+=("--gtest_filter=$filter")
-  else
-    options+=(--gtest_brief=1)
-  fi
+  [[ -z $filter ]] || options+=("--gtest_filter=$filter")
+  [[ -n $chosenTests ]] || options+=(--gtest_brief=1)
   say "$level tests on $processor, libraries of $preset"
   for attempt in 1 2 3; do
     status=0
@@ -138,34 +135,47 @@ run_program() {
 # Seconds that one test program may take; the slowest needs a fraction of it.
 testTimeLimit=900
 
-# run_levels LANE PROCESSOR FILTER LEVEL...: the levels on one processor, in one Windows; those of different lanes
+# The filter that the user has given; empty where all tests are to run.
+chosenTests=''
+
+# The install tests in two parts, each for a Windows of its own.
+declare -A partTests=(
+  [servers]='Server*:Security*:Conversion*:Guide*'
+  [others]='-Server*:Security*:Conversion*:Guide*'
+)
+
+# run_levels LANE PROCESSOR LEVEL[:PART]...: the levels on one processor, in one Windows; those of different lanes
 # run beside each other.
 run_levels() {
-  local lane=$1 processor=$2 filter=$3 level
-  shift 3
+  local lane=$1 processor=$2 level part filter
+  shift 2
   HX_LANE=$lane HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
   for level in "$@"; do
-    run_program "$processor" "$level" "$processor" "$filter"
+    IFS=: read -r level part <<<"$level"
+    filter=$chosenTests
+    [[ -z $part ]] || filter=${partTests[$part]}
+    run_program "$processor" "$level" "$processor" "$filter" "${part:+-$part}"
     [[ $level != unit ]] || run_program "$processor" "$level" "$processor-checked" "$filter"
   done
   close_windows
 }
 
-# repeat_failed LANE PROCESSOR LEVEL...: what failed in a lane whose emulator crashed is run again, once, in a Windows of
+# repeat_failed LANE PROCESSOR LEVEL[:PART]...: what failed in a lane whose emulator crashed is run again, once, in a Windows of
 # its own, and then counts: what a process said that lost another one on the way is no word about the library.
 repeat_failed() {
-  local lane=$1 processor=$2 level preset name folder failed
+  local lane=$1 processor=$2 level part preset folder failed
   shift 2
   [[ $processor == arm64 ]] && grep -qs 'qemu: uncaught target signal' "$runFolder/lane$lane.txt" || return 0
   for level in "$@"; do
+    IFS=: read -r level part <<<"$level"
     for preset in "$processor" "$processor-checked"; do
-      name=$level-$preset folder=$runFolder/artifacts/$level-$preset
+      folder=$runFolder/artifacts/$level-$preset${part:+-$part}
       [[ -f $folder/status ]] || continue
       failed=$(tools/repeated-tests.py failed "$folder/results.xml")
       [[ -n $failed ]] || continue
       say "$level tests on $processor: the emulator crashed, and these failed; again: $failed"
       HX_LANE=$lane HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
-      run_program "$processor" "$level" "$preset" "$failed" -again
+      run_program "$processor" "$level" "$preset" "$failed" "${part:+-$part}-again"
       close_windows
       tools/repeated-tests.py merge "$folder/results.xml" "$folder-again/results.xml" || return
       # The second run's results are in the first one's now.
@@ -193,18 +203,18 @@ run_script() {
   echo "$status" >"$folder/status"
 }
 
-# run_checks_of_runs FILTER: what the installer's engine ran in the install tests against what the guide says of it. The
+# run_checks_of_runs: what the installer's engine ran in the install tests against what the guide says of it. The
 # logs of tests that were run again stand for those of the first time. With a filter only some tests have left logs.
 run_checks_of_runs() {
   local processor folders
   for processor in "${processors[@]}"; do
-    folders=("$runFolder/artifacts/install-$processor"{,-again})
-    run_script "runs-$processor" tools/check-runs.py ${1:+--some} "${folders[@]}"
+    folders=("$runFolder/artifacts/install-$processor"{,-others,-servers}{,-again})
+    run_script "runs-$processor" tools/check-runs.py ${chosenTests:+--some} "${folders[@]}"
   done
 }
 
 test_command() {
-  local level='' filter='' only='' chosen presets=() processor
+  local level='' only='' chosen presets=() processor
   while [[ $# -gt 0 ]]; do
     case $1 in
       --only)
@@ -217,8 +227,8 @@ test_command() {
         if [[ -z $level ]]; then
           [[ " ${levels[*]} " == *" $1 "* ]] || die "unknown level '$1': one of ${levels[*]}"
           level=$1
-        elif [[ -z $filter ]]; then
-          filter=$1
+        elif [[ -z $chosenTests ]]; then
+          chosenTests=$1
         else
           die "too many arguments: $1"
         fi
@@ -258,8 +268,9 @@ test_command() {
   fi
   if [[ ${#running[@]} -gt 0 ]]; then
     for processor in "${processors[@]}"; do
-      if [[ $processor == arm64 && ${#running[@]} -gt 1 && ${running[-1]} == install ]]; then
-        lanes+=("$processor install" "$processor ${running[*]::${#running[@]}-1}")
+      if [[ $processor == arm64 && -z $chosenTests && ${#running[@]} -gt 1 && ${running[-1]} == install ]]; then
+        # Those of even and of odd numbers share a processor; the install tests wait much.
+        lanes+=("$processor install:others" "$processor ${running[*]::${#running[@]}-1}" "$processor install:servers")
       else
         lanes+=("$processor ${running[*]}")
       fi
@@ -267,7 +278,7 @@ test_command() {
     for lane in "${!lanes[@]}"; do
       read -r processor level <<<"${lanes[lane]}"
       # shellcheck disable=SC2086  # a list of levels
-      run_levels "$lane" "$processor" "$filter" $level 2>&1 | sed -u "s/^/$processor: /" |
+      run_levels "$lane" "$processor" $level 2>&1 | sed -u "s/^/$processor: /" |
         tee "$runFolder/lane$lane.txt" &
       jobs+=($!)
     done
@@ -281,7 +292,7 @@ test_command() {
     # shellcheck disable=SC2086  # a list of levels
     repeat_failed "$lane" "$processor" $level 2>&1 | sed -u "s/^/$processor: /" || failed=1
   done
-  [[ " ${chosen[*]} " != *" install "* ]] || run_checks_of_runs "$filter"
+  [[ " ${chosen[*]} " != *" install "* ]] || run_checks_of_runs
   keep_artifacts
   python3 tools/test-summary.py "$failed" "$runFolder/artifacts"
 }

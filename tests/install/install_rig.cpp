@@ -24,7 +24,7 @@ constexpr int kStartAttempts = 3;
 // How often (in milliseconds) it is looked at, and after how many looks without its action process in a row
 // that counts as lost. It begins to run actions soon after its start.
 constexpr DWORD kLookInterval = 1000;
-constexpr int kLostLooks = 25;
+constexpr int kLostLooks = 40;
 
 constexpr char kUninstallKey[] = "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall";
 
