@@ -1,6 +1,7 @@
 """What the tests of dist.py share: libraries to release, and programs to run on what came of them."""
 
 import os
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -44,3 +45,15 @@ def open_shop():
         for name in STAND_INS:
             (built / name).write_bytes(f"{name} {processor}".encode())
     return Path(folder.name), libraries
+
+
+def copy_project(project, folder):
+    """The released files of this project as a commit of their own: it need not be a checkout itself."""
+    copy = folder / "project"
+    for name in ("docs", "packages"):
+        shutil.copytree(project / name, copy / name)
+    for name in ("CHANGELOG.md", "VERSION"):
+        shutil.copy(project / name, copy)
+    for command in (("init", "-q"), ("add", "-A"), ("commit", "-q", "-m", "Everything")):
+        run("git", "-c", "user.name=Tester", "-c", "user.email=tester@example.com", *command, cwd=copy)
+    return copy

@@ -11,7 +11,7 @@ import zipfile
 from pathlib import Path
 from unittest import mock
 
-from dist_support import PROCESSORS, STAND_INS, open_shop, run
+from dist_support import PROCESSORS, STAND_INS, copy_project, open_shop, run
 from support import TOOLS, load_script
 
 PROJECT = TOOLS.parent
@@ -41,8 +41,9 @@ COMMIT_TIME = 1763717001
 
 
 def setUpModule():
-    global shop, libraries
+    global shop, libraries, checkout
     shop, libraries = open_shop()
+    checkout = copy_project(PROJECT, shop)
 
 
 class DistTest(unittest.TestCase):
@@ -82,10 +83,10 @@ class DistTest(unittest.TestCase):
 class Archive(DistTest):
     def release(self):
         """The release of this project as it stands, unpacked."""
-        return self.unpack(dist.make_release(PROJECT, libraries, self.folder / "out", {}))
+        return self.unpack(dist.make_release(checkout, libraries, self.folder / "out", {}))
 
     def test_is_complete(self):
-        archive = dist.make_release(PROJECT, libraries, self.folder / "out", {})
+        archive = dist.make_release(checkout, libraries, self.folder / "out", {})
         self.assertEqual(archive.name, f"hxsetup-{VERSION}.zip")
         expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").glob("*.md"),
                     *(PROJECT / "packages").glob("*.wxi"), *(PROJECT / "packages/client").rglob("*.*"),

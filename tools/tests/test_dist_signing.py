@@ -11,7 +11,7 @@ import unittest
 import zipfile
 from pathlib import Path
 
-from dist_support import PROCESSORS, open_shop, run
+from dist_support import PROCESSORS, copy_project, open_shop, run
 from support import TOOLS, load_script
 
 PROJECT = TOOLS.parent
@@ -41,8 +41,9 @@ def make_certificate(name, usage, *more):
 
 
 def setUpModule():
-    global shop, libraries, unsigned
+    global shop, libraries, checkout, unsigned
     shop, libraries = open_shop()
+    checkout = copy_project(PROJECT, shop)
     unsigned = {processor: libraries / processor / "hxsetup.dll" for processor in PROCESSORS}
     make_certificate("maker", "codeSigning")
     make_certificate("stranger", "codeSigning")
@@ -208,7 +209,7 @@ class Signing(unittest.TestCase):
         self.assertTrue((shop / "query.tsq").is_file())
 
     def test_archive(self):
-        archive = dist.make_release(PROJECT, libraries, self.folder / "out", with_container())
+        archive = dist.make_release(checkout, libraries, self.folder / "out", with_container())
         with zipfile.ZipFile(archive) as content:
             content.extractall(self.folder)
         top = self.folder / archive.stem
@@ -216,7 +217,7 @@ class Signing(unittest.TestCase):
         self.assertIn("The libraries are signed.", (top / "README.txt").read_text())
         for processor in PROCESSORS:
             self.assert_verifies(top / processor / "hxsetup.dll")
-        again = dist.make_release(PROJECT, libraries, self.folder / "again", with_container())
+        again = dist.make_release(checkout, libraries, self.folder / "again", with_container())
         self.assertEqual(again.read_bytes(), archive.read_bytes())
 
 
