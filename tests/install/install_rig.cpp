@@ -245,6 +245,29 @@ bool IsPassword(const std::string& text, size_t start, size_t width) {
   return true;
 }
 
+// Whether the service of this name has been deleted, but is still there because its process or a handle is:
+// nobody can make it anew then.
+bool IsGoing(const wchar_t* name) {
+  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE service = OpenServiceW(manager, name, SERVICE_CHANGE_CONFIG);
+  bool isRefused = !service;
+  if (service) {
+    isRefused = !ChangeServiceConfigW(service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+  }
+  const bool isGoing = isRefused && GetLastError() == ERROR_SERVICE_MARKED_FOR_DELETE;
+  if (service) CloseServiceHandle(service);
+  CloseServiceHandle(manager);
+  return isGoing;
+}
+
+// A removal ends before the process of the service that it has deleted does.
+void WaitForDeletedServices() {
+  for (const wchar_t* name : {L"Ostrel", L"Vantor"}) {
+    for (DWORD waited = 0; IsGoing(name) && waited < kInstallerTimeLimit; waited += 50) Sleep(50);
+  }
+}
+
 // Prints what matters of a run's log: the library's actions and lines, what failed, and the properties.
 void PrintRun(const InstallerRun& run) {
   static const char* const marks[] = {"start", "Setup Log:", "Return value 0.", "Return value 3.",
@@ -497,6 +520,7 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   run.name = name;
   std::wstring log = Environment(L"HX_ARTIFACTS") + L"\\" + ToWide(name) + L".log";
   const std::wstring command = L"msiexec.exe " + arguments + L" /l*v \"" + log + L"\"";
+  WaitForDeletedServices();
   bool isDone = false;
   for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);
   if (!isDone) ADD_FAILURE() << "cannot run " << FromWide(command);
