@@ -1,7 +1,11 @@
-// What a search says of the entry that it found. Used by those who ask whether it is a folder, and who list.
+// What a search says about the entry that it found: whether it is a folder, and whether it is the entry that
+// was looked for. Windows finds an entry by its short (8.3) name too, and drops dots and blanks at the end of
+// a name, so a look-up can find another entry. Used by those who look up and list.
 #pragma once
 
 #include <windows.h>
+
+#include "util/text.h"
 
 /// Whether the entry is a folder, or a link to one.
 inline bool IsFolder(const WIN32_FIND_DATAW& found) {
@@ -12,4 +16,30 @@ inline bool IsFolder(const WIN32_FIND_DATAW& found) {
 inline bool IsDots(const WIN32_FIND_DATAW& found) {
   const wchar_t* name = found.cFileName;
   return name[0] == L'.' && (!name[1] || (name[1] == L'.' && !name[2]));
+}
+
+/// Whether Windows drops the end of `name`, a dot or a blank. Files and folders with such names exist (other
+/// systems make them).
+inline bool IsNameCut(const wchar_t* name) {
+  size_t length = TxtLenW(name);
+  return length && (name[length - 1] == L'.' || name[length - 1] == L' ');
+}
+
+/// Whether `path`, which ends in the name `name` of an entry, leads to that entry. If Windows drops the end
+/// of the name, only a path that begins with "\\?\" does; any other path leads to another entry, or to none.
+inline bool LeadsTo(const wchar_t* path, const wchar_t* name) {
+  return !IsNameCut(name) || (path[0] == L'\\' && path[1] == L'\\' && path[2] == L'?');
+}
+
+/// Whether two names are the same to the file system: by their units, without regard to case.
+inline bool IsSameName(const wchar_t* a, const wchar_t* b) {
+  return CompareStringOrdinal(a, -1, b, -1, TRUE) == CSTR_EQUAL;
+}
+
+/// Whether `found`, the answer to a look-up of an entry called `name`, is certainly another entry: it has
+/// another name, and `name` is its short name or a name that Windows cuts. An answer without a name is no
+/// evidence.
+inline bool IsAnotherEntry(const WIN32_FIND_DATAW& found, const wchar_t* name) {
+  if (!found.cFileName[0] || IsSameName(found.cFileName, name)) return false;
+  return IsNameCut(name) || IsSameName(found.cAlternateFileName, name);
 }

@@ -43,6 +43,11 @@ bool LookUp(const wchar_t* name, WIN32_FIND_DATAW* found) {
   return static_cast<bool>(SearchHandle(FindFirstFileW(name, found)));
 }
 
+// Where `name`, which was joined onto a folder, begins in `path`; null for a null path.
+const wchar_t* EntryOf(const wchar_t* path, const wchar_t* name) {
+  return path ? path + TxtLenW(path) - TxtLenW(name) : nullptr;
+}
+
 // Renames `target` to a name that ends with the local time.
 bool RenameAside(const wchar_t* target) {
   size_t length = TxtLenW(target);
@@ -62,11 +67,13 @@ class TreeCopier {
  public:
   explicit TreeCopier(DWORD options) : options_(options) {}
 
-  int Run(const wchar_t* source, const wchar_t* target);
+  // Copies or moves one item and everything in it. `entry` as in TreeItem.
+  int Run(const wchar_t* source, const wchar_t* target, const wchar_t* entry);
 
  private:
   int PlaceItem(TreeItem item);
-  int ClearTarget(const wchar_t* target);
+  bool Find(const TreeItem& item, const wchar_t* path);
+  int ClearTarget(const TreeItem& item);
   int OpenFolder(TreeItem folder);
   int PlaceNextEntry();
   bool Has(DWORD option) const { return options_ & option; }
@@ -77,10 +84,11 @@ class TreeCopier {
   WIN32_FIND_DATAW found_;
 };
 
-int TreeCopier::Run(const wchar_t* source, const wchar_t* target) {
+int TreeCopier::Run(const wchar_t* source, const wchar_t* target, const wchar_t* entry) {
   TreeItem tree;
   tree.source = source;
   tree.target = target;
+  tree.entry = entry;
   int status = PlaceItem(static_cast<TreeItem&&>(tree));
   while (levels_.top()) {
     status = PlaceNextEntry();
@@ -90,38 +98,53 @@ int TreeCopier::Run(const wchar_t* source, const wchar_t* target) {
   return status;
 }
 
-// Copies or moves one item. A folder to copy becomes the level on top.
+// Whether `path`, the source or the target of `item`, leads to the item and to no other entry.
+bool IsReached(const TreeItem& item, const wchar_t* path) {
+  return !item.entry || LeadsTo(path, item.entry);
+}
+
+// Looks up `path`, the source or the target of `item`. An answer that is certainly another entry counts as
+// none.
+bool TreeCopier::Find(const TreeItem& item, const wchar_t* path) {
+  return LookUp(path, &found_) && !(item.entry && IsAnotherEntry(found_, item.entry));
+}
+
+// Copies or moves one item. A folder to copy becomes the level on top. An item that its path does not lead to
+// fails at the first step that would touch something: that step would touch another entry.
 int TreeCopier::PlaceItem(TreeItem item) {
   const wchar_t* source = item.source;
   const wchar_t* target = item.target;
   if (!source || !target) return kStatusNoMemory;
   bool isMerged = false;
-  if (LookUp(target, &found_)) {
+  if (Find(item, target)) {
     if (Has(kTreeOverwrite)) {
-      if (int status = ClearTarget(target)) return status;
+      if (int status = ClearTarget(item)) return status;
     } else {
       if (Has(kTreeMove)) return kTreeTargetExists;
       if (!IsFolder(found_) || !Has(kTreeRecurse)) return kStatusOk;
       isMerged = true;
     }
   }
-  if (Has(kTreeMove)) return MoveFileW(source, target) ? kStatusOk : kTreeNotMoved;
+  bool isReached = IsReached(item, source) && IsReached(item, target);
+  if (Has(kTreeMove)) return isReached && MoveFileW(source, target) ? kStatusOk : kTreeNotMoved;
 
-  if (!LookUp(source, &found_)) return kTreeNoSource;
+  if (!Find(item, source)) return kTreeNoSource;
   if (!IsFolder(found_)) {
-    // A folder of the file's name is deliberately left in its place, without a code.
+    // On purpose: a folder with the file's name stays in its place, without a code.
     if (isMerged) return kStatusOk;
-    return CopyFileW(source, target, TRUE) ? kStatusOk : kTreeNotCopied;
+    return isReached && CopyFileW(source, target, TRUE) ? kStatusOk : kTreeNotCopied;
   }
   if (!Has(kTreeRecurse)) return kTreeSourceIsFolder;
-  if (!isMerged && !CreateDirectoryW(target, nullptr)) return kTreeFolderNotCreated;
+  if (!isMerged && !(isReached && CreateDirectoryW(target, nullptr))) return kTreeFolderNotCreated;
+  if (!isReached) return Has(kTreeIgnoreErrors) ? kStatusOk : kStatusNotFound;
   return OpenFolder(static_cast<TreeItem&&>(item));
 }
 
-// Makes room for what overwrites `target`, of which `found_` is the look-up.
-int TreeCopier::ClearTarget(const wchar_t* target) {
-  if (Has(kTreeKeepAside)) return RenameAside(target) ? kStatusOk : kTreeNotRenamed;
-  return TreeDelete(target, &found_) == ERROR_SUCCESS ? kStatusOk : kTreeNotDeleted;
+// Makes room for what overwrites the target of `item`; `found_` is the target's look-up.
+int TreeCopier::ClearTarget(const TreeItem& item) {
+  bool isReached = IsReached(item, item.target);
+  if (Has(kTreeKeepAside)) return isReached && RenameAside(item.target) ? kStatusOk : kTreeNotRenamed;
+  return isReached && TreeDelete(item.target, &found_) == ERROR_SUCCESS ? kStatusOk : kTreeNotDeleted;
 }
 
 // Starts to copy what is in `folder`.
@@ -143,12 +166,13 @@ int TreeCopier::PlaceNextEntry() {
     levels_.Pop();
     return isWhole ? kStatusOk : kStatusNotFound;
   }
-  TreeItem entry;
-  entry.ownSource.reset(JoinTreeName(level->folder.source, found_.cFileName));
-  entry.ownTarget.reset(JoinTreeName(level->folder.target, found_.cFileName));
-  entry.source = entry.ownSource.get();
-  entry.target = entry.ownTarget.get();
-  return PlaceItem(static_cast<TreeItem&&>(entry));
+  TreeItem item;
+  item.ownSource.reset(JoinTreeName(level->folder.source, found_.cFileName));
+  item.ownTarget.reset(JoinTreeName(level->folder.target, found_.cFileName));
+  item.source = item.ownSource.get();
+  item.target = item.ownTarget.get();
+  item.entry = EntryOf(item.source, found_.cFileName);
+  return PlaceItem(static_cast<TreeItem&&>(item));
 }
 
 // `name` without the dots at its end and then without one backslash: "C:\Dir\." and "C:\Dir\" become
@@ -189,7 +213,8 @@ int PlaceMatches(const wchar_t* pattern, const wchar_t* target, DWORD options) {
   while (listing.Next(&found)) {
     HeapStringW itemSource(WithLeaf(pattern, found.cFileName));
     HeapStringW itemTarget(WithLeaf(target, found.cFileName));
-    int status = TreeCopyMoveItem(itemSource.get(), itemTarget.get(), options);
+    int status = TreeCopier(options).Run(itemSource.get(), itemTarget.get(),
+                                         EntryOf(itemSource.get(), found.cFileName));
     if (status && !(options & kTreeIgnoreErrors)) return status;
   }
   return listing.IsWhole() ? kStatusOk : kStatusNotFound;
@@ -206,7 +231,7 @@ int PlaceSource(const wchar_t* source, const wchar_t* target, DWORD options) {
 }  // namespace
 
 int TreeCopyMoveItem(const wchar_t* source, const wchar_t* target, DWORD options) {
-  return TreeCopier(options).Run(source, target);
+  return TreeCopier(options).Run(source, target, nullptr);
 }
 
 int TreeCopyMove(const wchar_t* arguments) {

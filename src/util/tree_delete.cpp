@@ -16,13 +16,14 @@ DWORD Open(TreeLevels* levels, TreeItem folder, WIN32_FIND_DATAW* found) {
   return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
 }
 
-// Deletes the entry `found` of the folder on top; a folder among them is opened, to be deleted when it is
-// empty.
+// Deletes the entry `found` of the folder on top; a folder is opened, and deleted after it has been emptied.
 DWORD DeleteEntry(TreeLevels* levels, WIN32_FIND_DATAW* found) {
   TreeItem entry;
   entry.ownSource.reset(JoinTreeName(levels->top()->folder.source, found->cFileName));
   entry.source = entry.ownSource.get();
   if (!entry.source) return ERROR_NOT_ENOUGH_MEMORY;
+  // The path would delete another entry.
+  if (!LeadsTo(entry.source, found->cFileName)) return ERROR_INVALID_NAME;
   if (IsFolder(*found)) return Open(levels, static_cast<TreeItem&&>(entry), found);
   return DeleteFileW(entry.source) ? ERROR_SUCCESS : GetLastError();
 }

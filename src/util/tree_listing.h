@@ -33,6 +33,8 @@ struct TreeItem {
   const wchar_t* source = nullptr;
   /// Its new name, or null.
   const wchar_t* target = nullptr;
+  /// The name under which a listing gave it, a part of `source`; null for an item that the caller named.
+  const wchar_t* entry = nullptr;
   /// Null, or the block of `source`.
   HeapStringW ownSource;
   /// Null, or the block of `target`.

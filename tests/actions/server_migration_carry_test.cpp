@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "actions/server_migration_support.h"
+#include "unit/name_disk.h"
 
 namespace server_migration_carry_test {
 
@@ -67,6 +68,27 @@ TEST_F(CarryOverTest, MergesIntoTheNewServer) {
   EXPECT_TRUE(IsUntouched());
   EXPECT_PUBLISHED({});
   EXPECT_LOG({});
+}
+
+// An entry whose name leads to another one, which is there already, is neither copied nor left out without a
+// word.
+TEST_F(CarryOverTest, SaysThatAnEntryWithACutNameIsNotCopied) {
+  name_disk::Disk disk;
+  const std::string report = "report", other = "another report";
+  for (const wchar_t* name : {L"Old", L"New"}) disk.Plant(L"S:", name, nullptr);
+  disk.Plant(L"S:\\Old", L"report", &report);
+  disk.Plant(L"S:\\Old", L"report.", &other);
+  disk.Install(TheRig());
+  IsHeard();
+  SetData(R"(hx -ckrni "S:\Old\*" -e "S:\Old\*" "S:\New\.")");
+  EXPECT_EQ(Run(16), 0u);
+  ASSERT_EQ(Installer().Messages().size(), 1u);
+  EXPECT_EQ(Installer().Messages()[0].fields, (std::vector<std::string>{"", "26001", ""}));
+  EXPECT_EQ(disk.Tree(), (std::map<std::wstring, std::string>{{L"Old", "<folder>"},
+                                                              {L"Old\\report", report},
+                                                              {L"Old\\report.", other},
+                                                              {L"New", "<folder>"},
+                                                              {L"New\\report", report}}));
 }
 
 TEST_F(CarryOverTest, MakesTheseCalls) {

@@ -43,6 +43,10 @@ HX_FUNCTION(KERNEL32, CompareStringA, FailsWith(0, ERROR_INVALID_PARAMETER))
     .Pure()
     .CountedText(Arg<2>, Arg<3>)
     .CountedText(Arg<4>, Arg<5>);
+HX_FUNCTION(KERNEL32, CompareStringOrdinal, FailsWith(0, ERROR_INVALID_PARAMETER))
+    .Pure()
+    .CountedText(Arg<0>, Arg<1>)
+    .CountedText(Arg<2>, Arg<3>);
 HX_FUNCTION(KERNEL32, CompareStringW, FailsWith(0, ERROR_INVALID_PARAMETER))
     .Pure()
     .CountedText(Arg<2>, Arg<3>)

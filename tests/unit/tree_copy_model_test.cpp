@@ -185,7 +185,7 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
     for (size_t at = line.find(L"\\\""); at != std::wstring::npos; at = line.find(L"\\\"", at + 3)) {
       line.insert(at, L"\\");
     }
-    int expected = tree_model::Engine({kStamp}).Run(Under(model, elements));
+    int expected = tree_model::Engine<tree_model::RealFiles>({kStamp}).Run(Under(model, elements));
     int result = TreeCopyMove(line.c_str());
     auto left = SizedTree::Of(engine);
     auto wanted = SizedTree::Of(model);

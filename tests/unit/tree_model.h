@@ -1,9 +1,10 @@
-// The copy/move engine as a plain program over std::filesystem. Used by the engine's model test.
+// The copy/move engine as a plain program over files of several kinds. Used by the engine's model tests.
 #pragma once
 
 #include <windows.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,19 +22,59 @@ inline bool IsRefused(const std::wstring& path) {
   return fs::path(path).filename() == L"locked";
 }
 
-/// The entries of a folder, in the order in which the system lists them.
-inline std::vector<std::wstring> Entries(const std::wstring& folder) {
-  std::vector<std::wstring> names;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(folder, error))
-    names.push_back(entry.path().filename().wstring());
-  return names;
-}
+/// What a look-up finds.
+struct Found {
+  std::wstring name;   ///< The entry's own name.
+  std::wstring alias;  ///< Its short name, or empty.
+  bool isFolder;
+};
 
-/// The engine.
+/// The model's files: those of std::filesystem. The names in them lead to no other entries.
+class RealFiles {
+ public:
+  /// The names in a folder, in the order in which the system lists them.
+  static std::vector<std::wstring> Entries(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error))
+      names.push_back(entry.path().filename().wstring());
+    return names;
+  }
+  /// Looks a path up.
+  static std::optional<Found> Find(const std::wstring& path) {
+    std::error_code error;
+    if (!fs::exists(path, error)) return std::nullopt;
+    return Found{fs::path(path).filename().wstring(), L"", fs::is_directory(path, error)};
+  }
+  static bool MakeFolder(const std::wstring& path) {
+    std::error_code error;
+    return !IsRefused(path) && fs::create_directory(path, error) && !error;
+  }
+  static bool Rename(const std::wstring& from, const std::wstring& to) {
+    std::error_code error;
+    if (fs::exists(to, error)) return false;
+    fs::rename(from, to, error);
+    return !error;
+  }
+  static bool Copy(const std::wstring& from, const std::wstring& to) {
+    std::error_code error;
+    return !IsRefused(to) && fs::copy_file(from, to, error) && !error;
+  }
+  static bool DeleteFile(const std::wstring& path) {
+    std::error_code error;
+    return !IsRefused(path) && fs::remove(path, error) && !error;
+  }
+  static bool RemoveFolder(const std::wstring& path) {
+    std::error_code error;
+    return fs::remove(path, error) && !error;
+  }
+};
+
+/// The engine, over files of the kind `Files`.
+template <class Files>
 class Engine {
  public:
-  explicit Engine(World world) : world_(std::move(world)) {}
+  explicit Engine(World world, Files files = Files()) : world_(std::move(world)), files_(files) {}
 
   /// Runs over the elements behind the first one.
   int Run(const std::vector<std::wstring>& elements) {
@@ -101,35 +142,24 @@ class Engine {
     return name;
   }
   static std::wstring FolderOf(const std::wstring& name) { return name.substr(0, name.rfind(L'\\') + 1); }
-  static bool Exists(const std::wstring& name) {
-    std::error_code error;
-    return fs::exists(name, error);
+  bool IsFolder(const std::wstring& path) {
+    std::optional<Found> found = files_.Find(path);
+    return found && found->isFolder;
   }
-  static bool IsFolder(const std::wstring& name) {
-    std::error_code error;
-    return fs::is_directory(name, error);
+
+  static bool IsSame(const std::wstring& a, const std::wstring& b) {
+    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
   }
-  static bool MakeFolder(const std::wstring& name) {
-    std::error_code error;
-    return !IsRefused(name) && fs::create_directory(name, error) && !error;
-  }
-  static bool Rename(const std::wstring& from, const std::wstring& to) {
-    std::error_code error;
-    if (Exists(to)) return false;
-    fs::rename(from, to, error);
-    return !error;
-  }
+  /// Whether Windows drops the end of the name.
+  static bool IsCut(const std::wstring& name) { return name.ends_with(L'.') || name.ends_with(L' '); }
+
   // From the inside, in the order of the listing, up to the first failure.
-  static bool Delete(const std::wstring& name) {
-    std::error_code error;
-    if (IsFolder(name)) {
-      for (const std::wstring& entry : Entries(name)) {
-        if (!Delete(name + L"\\" + entry)) return false;
-      }
-    } else if (IsRefused(name)) {
-      return false;
+  bool Delete(const std::wstring& name) {
+    if (!IsFolder(name)) return files_.DeleteFile(name);
+    for (const std::wstring& entry : files_.Entries(name)) {
+      if (IsCut(entry) || !Delete(name + L"\\" + entry)) return false;
     }
-    return fs::remove(name, error) && !error;
+    return files_.RemoveFolder(name);
   }
 
   // The pattern's last name has at most one asterisk; names are of the plain 8.3 form.
@@ -149,59 +179,68 @@ class Engine {
 
   int Source(const std::wstring& source, const std::wstring& target, unsigned options) {
     auto create = [&] {
-      if ((options & kCreate) != 0) MakeFolder(Trimmed(target));
+      if ((options & kCreate) != 0) files_.MakeFolder(Trimmed(target));
     };
     if (source.find_first_of(L"*?") == std::wstring::npos) {
       create();
-      return Item(Trimmed(source), Trimmed(target), options);
+      return Item(Trimmed(source), Trimmed(target), L"", options);
     }
     std::wstring folder = FolderOf(source);
     std::wstring pattern = source.substr(folder.size());
     if (!IsFolder(folder)) return -43;
     std::vector<std::wstring> matches;
-    for (const std::wstring& name : Entries(folder)) {
+    for (const std::wstring& name : files_.Entries(folder)) {
       if (Matches(name, pattern)) matches.push_back(name);
     }
     // A folder's own entries match too, and make the target come into being.
     if (matches.empty() && !Matches(L".", pattern) && !Matches(L"..", pattern)) return 0;
     create();
     for (const std::wstring& name : matches) {
-      int status = Item(folder + name, FolderOf(target) + name, options);
+      int status = Item(folder + name, FolderOf(target) + name, name, options);
       if (status != 0 && (options & kIgnore) == 0) return status;
     }
     return 0;
   }
 
-  int Item(const std::wstring& source, const std::wstring& target, unsigned options) {
+  // `entry` is the name that a listing gave; empty for an item that the command line names.
+  int Item(const std::wstring& source, const std::wstring& target, const std::wstring& entry,
+           unsigned options) {
+    // What is not reached by its name is not touched, nor is anything else in its place.
+    const bool isReached = !IsCut(entry);
+    auto find = [&](const std::wstring& path) {
+      std::optional<Found> found = files_.Find(path);
+      bool isOther = found && !entry.empty() && !found->name.empty() && !IsSame(found->name, entry) &&
+                     (!isReached || IsSame(found->alias, entry));
+      return isOther ? std::nullopt : found;
+    };
     bool merges = false;
-    if (Exists(target)) {
+    if (std::optional<Found> there = find(target)) {
       if ((options & kOverwrite) == 0) {
         if ((options & kMove) != 0) return -15;
-        if (!IsFolder(target) || (options & kRecurse) == 0) return 0;
+        if (!there->isFolder || (options & kRecurse) == 0) return 0;
         merges = true;
       } else if ((options & kAside) != 0) {
-        if (!Rename(target, target + world_.stamp)) return -2;
-      } else if (!Delete(target)) {
+        if (!isReached || !files_.Rename(target, target + world_.stamp)) return -2;
+      } else if (!isReached || !Delete(target)) {
         return -3;
       }
     }
-    if ((options & kMove) != 0) return Rename(source, target) ? 0 : -6;
-    if (!Exists(source)) return -16;
-    if (!IsFolder(source)) {
-      if (merges) return 0;
-      std::error_code error;
-      return !IsRefused(target) && fs::copy_file(source, target, error) && !error ? 0 : -7;
-    }
+    if ((options & kMove) != 0) return isReached && files_.Rename(source, target) ? 0 : -6;
+    std::optional<Found> here = find(source);
+    if (!here) return -16;
+    if (!here->isFolder) return merges || (isReached && files_.Copy(source, target)) ? 0 : -7;
     if ((options & kRecurse) == 0) return -17;
-    if (!merges && !MakeFolder(target)) return -18;
-    for (const std::wstring& name : Entries(source)) {
-      int status = Item(source + L"\\" + name, target + L"\\" + name, options);
+    if (!merges && !(isReached && files_.MakeFolder(target))) return -18;
+    if (!isReached) return (options & kIgnore) != 0 ? 0 : -43;
+    for (const std::wstring& name : files_.Entries(source)) {
+      int status = Item(source + L"\\" + name, target + L"\\" + name, name, options);
       if (status != 0 && (options & kIgnore) == 0) return status;
     }
     return 0;
   }
 
   World world_;
+  Files files_;
 };
 
 }  // namespace tree_model

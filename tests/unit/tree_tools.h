@@ -26,9 +26,10 @@ using Tree = std::map<std::wstring, std::string>;
 /// The contents of a folder in a Tree. No file has these.
 inline constexpr char kFolder[] = "<folder>";
 
-/// The form of an absolute path that Windows takes at any length.
+/// The form of an absolute path that Windows takes at any length and with any name, dots and blanks at its
+/// end too.
 inline std::wstring Unlimited(const std::wstring& path) {
-  return L"\\\\?\\" + path;
+  return path.starts_with(L"\\\\?\\") ? path : L"\\\\?\\" + path;
 }
 
 /// Writes a file. Its folder must be there.
