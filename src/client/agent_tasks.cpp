@@ -81,8 +81,8 @@ int ReadUpdateInterval(MSIHANDLE session) {
 
 // The updater's arguments as a new heap string, for the configuration in `dataFolder`. Null when there is no
 // memory, and when the folder cannot be part of a path.
-wchar_t* MakeUpdateArguments(const wchar_t* dataFolder) {
-  PathRef folder(PathFromWide(dataFolder));
+wchar_t* MakeUpdateArguments(wchar_t* dataFolder) {
+  PathRef folder(PathFromWrittenWide(dataFolder));
   if (!folder) return nullptr;
   PathRef file(PathJoin(folder.get(), "osau.xml"));
   if (!file) return nullptr;

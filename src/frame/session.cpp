@@ -78,7 +78,7 @@ wchar_t* ResolveClientProgramPath(MSIHANDLE session, const void*, const char* fi
   {
     HeapStringW property(ReadPropertyW(session, L"DIR_CLIENT"));
     bool isSet = property && property.get()[0];
-    folder = PathRef(isSet ? PathFromWide(property.get()) : MakeWindowsFolder());
+    folder = PathRef(isSet ? PathFromWrittenWide(property.get()) : MakeWindowsFolder());
   }
   if (!folder) return nullptr;
   PathRef program(PathJoin(folder.get(), fileName));

@@ -36,9 +36,9 @@ char* ToUtf8(const wchar_t* text) {
   return buffer;
 }
 
-int GrantFullControl(const wchar_t* account, const wchar_t* pathText) {
+int GrantFullControl(const wchar_t* account, wchar_t* pathText) {
   HeapStringA name(ToUtf8(account));
-  PathRef path(PathFromWide(pathText));
+  PathRef path(PathFromWrittenWide(pathText));
   return ApplyAccountAccess(path.get(), name.get(), kAccessInherit | kAccessAll);
 }
 
@@ -74,7 +74,7 @@ extern "C" UINT WINAPI CustomAction25(MSIHANDLE session) {
   if (IsRollback(session)) return ERROR_SUCCESS;
   HeapStringW data(ReadPropertyW(session, L"CustomActionData"));
   if (!data) return ERROR_SUCCESS;
-  const wchar_t* path = TxtCutW(data.get(), kSeparator);
+  wchar_t* path = TxtCutW(data.get(), kSeparator);
   if (!path) {
     LogSetupMessage(session, "no path to apply ACL (%ls)", data.get());
     return ERROR_SUCCESS;
@@ -102,9 +102,9 @@ extern "C" UINT WINAPI CustomAction33(MSIHANDLE session) {
   if (!data) return ERROR_SUCCESS;
   wchar_t* letters = TxtCutW(data.get(), kSeparator);
   if (!letters) return ERROR_SUCCESS;
-  const wchar_t* pathText = TxtCutW(letters, kSeparator);
+  wchar_t* pathText = TxtCutW(letters, kSeparator);
   if (!pathText) return ERROR_SUCCESS;
-  PathRef path(PathFromWide(pathText));
+  PathRef path(PathFromWrittenWide(pathText));
   GrantServiceAccess(session, data.get(), ParseMode(letters), path.get());
   return ERROR_SUCCESS;
 }

@@ -198,7 +198,7 @@ extern "C" UINT WINAPI CustomAction14(MSIHANDLE session) {
   // Deliberately read as 8-bit text, unlike everywhere else.
   HeapStringA dataFolder(ReadPropertyA(session, "DIR_DATAFOLDER"));
   if (!dataFolder || !dataFolder.get()[0]) return ERROR_SUCCESS;
-  PathRef folder(PathFromUtf8(dataFolder.get()));
+  PathRef folder(PathFromWrittenUtf8(dataFolder.get()));
   if (!folder || MayBeFolder(folder.get())) return ERROR_SUCCESS;
   if (!ReadPathProperty(session, L"DIR_UPG_DATA", &folder)) return ERROR_SUCCESS;
   if (folder && MayBeFolder(folder.get())) return ERROR_SUCCESS;

@@ -8,7 +8,7 @@ bool ReadPathProperty(MSIHANDLE session, const wchar_t* name, PathRef* path) {
   path->reset();
   HeapStringW value(ReadPropertyW(session, name));
   if (!value || !value.get()[0]) return true;
-  path->reset(PathFromWide(value.get()));
+  path->reset(PathFromWrittenWide(value.get()));
   return static_cast<bool>(*path);
 }
 
@@ -34,7 +34,7 @@ bool OpenServerSettings(RegistryKey* key) {
 bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder) {
   char text[kLargestDataFolderText];
   ReadRegistryText(key, "vtdf", text, size);
-  folder->reset(PathFromUtf8(text));
+  folder->reset(PathFromWrittenUtf8(text));
   // A full path is made without the help of Windows: where it is not, memory lacks.
   return *folder || !IsDriveAbsolute(text);
 }

@@ -157,7 +157,7 @@ extern "C" UINT WINAPI CustomAction16(MSIHANDLE session) {
 extern "C" UINT WINAPI CustomAction17(MSIHANDLE session) {
   HeapStringW data(ReadPropertyW(session, L"CustomActionData"));
   bool neverFails = data && data.get()[0] == L'-';
-  PathRef folder(PathFromWide(neverFails ? data.get() + 1 : data.get()));
+  PathRef folder(PathFromWrittenWide(neverFails ? data.get() + 1 : data.get()));
   UINT result = TakeConversionResult(folder.get());
   return neverFails ? ERROR_SUCCESS : result;
 }

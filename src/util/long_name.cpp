@@ -81,6 +81,9 @@ bool IsDots(const wchar_t* name, size_t length) {
 
 bool IsLookedUp(const wchar_t* name, size_t length, bool isLast) {
   if (!length || IsDots(name, length)) return false;
+  for (size_t i = 0; i < length; ++i) {
+    if (IsBarredFromNames(name[i])) return false;
+  }
   return isLast || HasShortNameShape(name, length);
 }
 

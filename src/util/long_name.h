@@ -12,6 +12,25 @@ constexpr size_t kShortBaseLimit = 9;
 /// Characters of a short name from its first dot to its end stay below this.
 constexpr size_t kShortExtensionLimit = 5;
 
+/// Whether `unit` can be in no name of a file or folder. Windows takes some of these for separators or
+/// wildcards, so a look-up of a name that holds one finds another entry.
+template <typename Unit>
+constexpr bool IsBarredFromNames(Unit unit) {
+  switch (unit) {
+    case '"':
+    case '*':
+    case '/':
+    case ':':
+    case '<':
+    case '>':
+    case '?':
+    case '|':
+      return true;
+    default:
+      return static_cast<unsigned>(unit) < ' ';
+  }
+}
+
 extern "C" {
 
 /// Whether a name of `length` units may be a short name: 1 to 12 units; before the first dot fewer than 9
@@ -28,7 +47,7 @@ const wchar_t* FoundName(const WIN32_FIND_DATAW* found);
 /// Replaces, in an absolute path, each name after the first that may be a short one by its name on the disk,
 /// and so the last name whatever its shape; names that are not found stay as they are. Returns a new wide
 /// string, which the caller frees with HeapFreeSafe, or null when memory lacks. No message box of the system
-/// appears meanwhile.
+/// appears meanwhile. Names that no file can have are left alone too.
 wchar_t* ExpandLongNames(const wchar_t* path);
 
 }  // extern "C"

@@ -56,16 +56,21 @@ PathObject* PathMake(PathObject* parent, const char* text, int length);
 /// PathMake of `length` units of wide `text` (negative: up to the terminator). Null for a null `text`.
 PathObject* PathJoinWide(PathObject* parent, const wchar_t* text, int length);
 
-/// Makes an absolute path with long names out of a path as users and settings give them: relative names are
-/// completed from the current folder, short (8.3) names and the letter case of the last name are replaced by
-/// what is on the disk, as far as it exists. Text with an asterisk is a pattern and is taken as it stands.
-/// Null for null and empty text.
+/// Makes an absolute path with long names: a relative name is completed from the current folder; short (8.3)
+/// names, and the last name, are replaced by the names on the disk, if they exist. A name with a character
+/// that no file name can have ("/" too) is not looked up. Text with an asterisk is a pattern and is taken as
+/// it is. Null for null and empty text.
 PathObject* PathFromWide(const wchar_t* text);
 /// PathFromWide of UTF-8 text.
 PathObject* PathFromUtf8(const char* text);
 
-/// Joins one name onto `folder` (null: makes a root) like PathMake; where the name may be a short (8.3) name
-/// and something of that name exists, its spelling on the disk is taken.
+/// PathFromWide of text that a person or a setting wrote: turns each "/" in `text` into "\" first, in place.
+PathObject* PathFromWrittenWide(wchar_t* text);
+/// PathFromWrittenWide of UTF-8 text.
+PathObject* PathFromWrittenUtf8(char* text);
+
+/// Joins one name onto `folder` (null: makes a root) like PathMake. If the name may be a short (8.3) name and
+/// an entry of that name exists, takes the name on the disk.
 PathObject* PathJoin(PathObject* folder, const char* name);
 
 /// The folder that holds the last name of `path`: its text up to the last backslash, of a path directly under

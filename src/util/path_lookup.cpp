@@ -27,7 +27,18 @@ wchar_t* CompletePath(const wchar_t* text) {
 
 // Whether `name` may be a short name on the disk, so that it is worth a look.
 bool IsWorthLookingUp(const char* name) {
-  return !TxtFindCharA(name, '*') && !TxtFindCharA(name, '\\') && HasShortNameShapeA(name, TxtLenA(name));
+  for (const char* unit = name; *unit; ++unit) {
+    if (*unit == '\\' || IsBarredFromNames(static_cast<unsigned char>(*unit))) return false;
+  }
+  return HasShortNameShapeA(name, TxtLenA(name));
+}
+
+// Turns each "/" in `text` into "\".
+template <typename Unit>
+void UseBackslashes(Unit* text) {
+  for (; text && *text; ++text) {
+    if (*text == '/') *text = '\\';
+  }
 }
 
 // Finds the entry that `path` names; false when there is none.
@@ -57,6 +68,16 @@ PathObject* PathFromUtf8(const char* text) {
   if (TxtFindCharA(text, '*')) return PathMake(nullptr, text, -1);
   HeapStringW wide(Utf8ToWide(text, -1));
   return PathFromWide(wide.get());
+}
+
+PathObject* PathFromWrittenWide(wchar_t* text) {
+  UseBackslashes(text);
+  return PathFromWide(text);
+}
+
+PathObject* PathFromWrittenUtf8(char* text) {
+  UseBackslashes(text);
+  return PathFromUtf8(text);
 }
 
 PathObject* PathJoin(PathObject* folder, const char* name) {

@@ -328,6 +328,15 @@ TEST_F(AgentTasksTest, WithoutAClientFolderThereIsNoAutoUpdateTask) {
   EXPECT_FALSE(HasUsedTasks());
 }
 
+TEST_F(AgentTasksTest, SlashesInFoldersSeparateNames) {
+  Installer().Set("DIR_CLIENT", "C:/Client/Agent/");
+  Installer().Set("DIR_APPDATA", "C:\\Agent/Data");
+  EXPECT_EQ(Run(31), 0u);
+  EXPECT_EQ(Calls({"program.put"}),
+            (Lines{R"(program.put_Path("C:\\Client\\Agent\\osau.exe") = 0)",
+                   R"(program.put_Arguments("-X \"C:\\Agent\\Data\\osau.xml\"") = 0)"}));
+}
+
 TEST_F(AgentTasksTest, ALongDataFolderFits) {
   std::string folder = "C:";
   for (int level = 0; level < 30; ++level) {

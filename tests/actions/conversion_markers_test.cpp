@@ -66,6 +66,18 @@ TEST_F(MarkersTest, ACompletedConversionSucceeds) {
   EXPECT_TRACE({calls.lines});
 }
 
+TEST_F(MarkersTest, SlashesSeparateNames) {
+  for (const char* data : {"S:\\Vantor/Data", "-S:/Vantor/Data/"}) {
+    Disk().Clear();
+    Disk().Folder("S:\\Data");
+    MakeMarkers("S:\\Vantor\\Data", 1);
+    Installer().Set("CustomActionData", data);
+    EXPECT_EQ(Run(17), 0u) << data;
+    EXPECT_EQ(Disk().List("S:\\Vantor"), (std::vector<std::string>{"Data\\", "Data\\other.txt = contents"}))
+        << data;
+  }
+}
+
 // The one that says that it was cancelled is then not asked.
 TEST_F(MarkersTest, ACompletedConversionSucceedsAlsoWhenItWasCancelled) {
   MakeMarkers("S:\\Vantor\\Data Folder", 15);

@@ -96,6 +96,12 @@ TEST_F(FolderAccessTest, ATrailingBackslashIsNotOfThePath) {
   EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Data", "0x10000000", "PC7\\svc")});
 }
 
+TEST_F(FolderAccessTest, SlashesInThePathSeparateNames) {
+  SetData("svc*S:/Srv/Data/");
+  EXPECT_EQ(Run(25), 0u);
+  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
+}
+
 TEST_F(FolderAccessTest, SystemsWithoutAccessListsAreDoneAtOnce) {
   // Version 4 of the NT family, and systems of another one.
   for (DWORD version : {DWORD{0x05650004}, DWORD{0xC0000A04}, DWORD{0x80000005}, DWORD{0x8000000A}}) {

@@ -104,6 +104,18 @@ TEST_F(UpgradeDecisionTest, FindsDataAndTheServer) {
   EXPECT_LOG({});
 }
 
+// As people write them; the folders of the last names alone are others.
+TEST_F(UpgradeDecisionTest, SlashesSeparateNames) {
+  Disk().File("S:\\Srv\\Data\\a.dat");
+  Disk().File("S:\\Srv\\Vantor\\vt.exe");
+  Disk().Folder("S:\\Data");
+  Disk().Folder("S:\\Vantor");
+  Installer().Set("DIR_DATAFOLDER", "S:\\Srv/Data");
+  Installer().Set("DIR_SERVER", "S:\\Srv/Vantor/");
+  EXPECT_EQ(Run(22), 0u);
+  EXPECT_PUBLISHED({"PROP_DFPRESENT = 1", "PROP_UPGRADE = 1"});
+}
+
 TEST_F(UpgradeDecisionTest, FindsAFileDeepBelow) {
   Disk().File("S:\\Vantor Data\\Store\\one\\two\\three\\a.dat");
   EXPECT_EQ(Run(22), 0u);

@@ -40,6 +40,26 @@ TEST_F(PreviousDataTest, TheSettingsComeFirst) {
   EXPECT_LOG({});
 }
 
+// As people write it; the folder of the last name alone is another one.
+TEST_F(PreviousDataTest, SlashesInTheSettingsSeparateNames) {
+  for (const char* written : {"S:\\Srv/Data", "S:/Srv/Data", "S:/Srv\\Data/"}) {
+    Disk().Clear();
+    Disk().Folder("S:\\Srv\\Data");
+    Disk().Folder("S:\\Data");
+    SetData(TheWorld(), written);
+    EXPECT_EQ(Run(34), 0u);
+    EXPECT_EQ(Installer().Published().back(), "PROP_PREVVTDF = S:\\Srv\\Data\\") << written;
+  }
+}
+
+TEST_F(PreviousDataTest, SlashesInFoldersSeparateNames) {
+  Installer().Set("DIR_UPG", "S:/Halvorstead/Old Data/");
+  Installer().Set("PROP_PRE75SERVER", "S:/Earlier Server");
+  Disk().Folder("S:\\Earlier Server\\Old Data");
+  EXPECT_EQ(Run(34), 0u);
+  EXPECT_PUBLISHED({"PROP_PREVVTDF = S:\\Earlier Server\\Old Data\\"});
+}
+
 TEST_F(PreviousDataTest, ThenTheEarlierServersFolder) {
   Disk().Folder("S:\\Earlier Server\\Old Data");
   Disk().Folder("S:\\Halvorstead\\Server\\Old Data");

@@ -63,6 +63,24 @@ TEST_F(DataProbeTest, IsDoneWhenTheDataFolderExists) {
   EXPECT_PUBLISHED({});
 }
 
+// As people write it; the folder of the last name alone is another one.
+TEST_F(DataProbeTest, SlashesSeparateNames) {
+  Disk().Folder("S:\\Srv\\Found");
+  Disk().Folder("S:\\Missing");
+  MakeSettings(TheWorld());
+  Installer().Set("PROP_UPGRADE_PRODUCTCODE", "{1}");
+  Installer().Set("DIR_UPG_DATA", "S:/Srv/Missing");
+  Installer().Set("DIR_DATAFOLDER", "S:\\Srv/Found");
+  EXPECT_EQ(Run(14), 0u);
+  EXPECT_PUBLISHED({});
+  Installer().Set("DIR_DATAFOLDER", "S:\\Srv/Missing");
+  EXPECT_EQ(Run(14), 0u);
+  EXPECT_PUBLISHED({"PROP_REPLACING = 1"});
+  Installer().Set("DIR_UPG_DATA", "S:\\Srv/Found");
+  EXPECT_EQ(Run(14), 0u);
+  EXPECT_EQ(Installer().Published().size(), 1u);
+}
+
 TEST_F(DataProbeTest, IsDoneWhenTheUpgradesDataFolderExists) {
   Installer().Set("DIR_UPG_DATA", "S:\\Upgrade\\Data");
   Disk().Folder("S:\\Upgrade\\Data");

@@ -113,6 +113,26 @@ TEST_F(UpgradeFoldersTest, WithoutSettingsTheDataGoIntoTheUpgradesFolder) {
   EXPECT_LOG({});
 }
 
+// As people write them; the folders of the last names alone are others.
+TEST_F(UpgradeFoldersTest, SlashesSeparateNames) {
+  for (const char* folder :
+       {"S:\\Halvorstead\\Vantor Server", "S:\\Vantor Server", "D:\\Store\\Data", "D:\\Data"}) {
+    Disk().Folder(folder);
+  }
+  TheWorld().clock.local = {2026, 11, 0, 15, 11, 30, 45, 0};
+  Installer().Set("DIR_SERVER", "S:\\Halvorstead/Vantor Server/");
+  Installer().Set("DIR_UPG", "D:/Any place/Old Server/");
+  SetData(TheWorld(), "D:\\Store/Data");
+  EXPECT_EQ(Run(20), 0u);
+  std::vector<std::string> published = Installer().Published();
+  ASSERT_GE(published.size(), 4u);
+  published.resize(4);
+  EXPECT_EQ(published, (std::vector<std::string>{"DIR_EXSERVER = S:\\Halvorstead\\Vantor Server\\",
+                                                 "DIR_EXDATA = D:\\Store\\Data\\",
+                                                 "DIR_UPG = S:\\Halvorstead\\Old Server\\",
+                                                 "DIR_UPG_DATA = D:\\Store\\Data Folder 2026-11-15\\"}));
+}
+
 TEST_F(UpgradeFoldersTest, SettingsThatMayNotBeOpenedAreNone) {
   SetData(TheWorld(), "D:\\Store");
   TheRegistry().Deny(kSettings);

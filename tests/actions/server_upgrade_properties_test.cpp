@@ -218,6 +218,14 @@ TEST_F(AdminFolderTest, PublishesTheFolderAndTheOneBeside) {
   EXPECT_LOG({});
 }
 
+TEST_F(AdminFolderTest, SlashesSeparateNames) {
+  Disk().File("S:\\Halvorstead\\Admin\\vtadmin.exe");
+  Disk().File("S:\\vtadmin.exe");
+  Installer().Set("PROP_UPGRADE", "S:\\Halvorstead/Admin/vtadmin.exe");
+  EXPECT_EQ(Run(35), 0u);
+  EXPECT_PUBLISHED({"DIR_EXADMIN = S:\\Halvorstead\\Admin\\", "DIR_UPG = S:\\Halvorstead\\Old Server\\"});
+}
+
 TEST_F(AdminFolderTest, DoesNothingWithoutTheFile) {
   EXPECT_EQ(Run(35), 0u);
   EXPECT_TRACE({Expected()

@@ -50,6 +50,12 @@ TEST_F(ServiceAccessTest, TheAccountOfTheServiceGetsAccess) {
   EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
 }
 
+TEST_F(ServiceAccessTest, SlashesInThePathSeparateNames) {
+  SetData("Vantor*rwx*S:/Srv/Data/");
+  EXPECT_EQ(Run(33), 0u);
+  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
+}
+
 TEST_F(ServiceAccessTest, EachLetterAddsItsRight) {
   struct Case {
     const char* letters;

@@ -26,9 +26,10 @@ TEST_F(PathLookupTest, PathsFromText) {
       {"C:\\Temp\\", false, {L"C:\\Temp"}, "C:\\TEMP"},
       {"C:\\", false, {}, "C:\\"},
       {"x", true, {L"C:\\Current", L"C:\\Current\\x"}, "C:\\Current\\x"},
-      {"C:x", true, {L"C:\\Current", L"C:\\Current\\C:x"}, "C:\\Current\\C:x"},
-      {"C:", true, {L"C:\\Current", L"C:\\Current\\C:"}, "C:\\Current\\C:"},
-      {"C:/x", true, {L"C:\\Current", L"C:\\Current\\C:/x"}, "C:\\Current\\C:/x"},
+      // What no name can hold is not looked up.
+      {"C:x", true, {L"C:\\Current"}, "C:\\Current\\C:x"},
+      {"C:", true, {L"C:\\Current"}, "C:\\Current\\C:"},
+      {"C:/x", true, {L"C:\\Current"}, "C:\\Current\\C:/x"},
       {"\\x", true, {L"C:\\Current", L"C:\\Current\\\\x"}, "C:\\Current\\\\x"},
       {"\xC3\xA9\xF0\x9F\x98\x80",
        true,
@@ -128,7 +129,8 @@ TEST_F(PathLookupTest, JoinsLookUpLikelyShortNames) {
       {"C:\\", "abc", {L"C:\\abc"}, "C:\\Abc"},
       {"C:", "abc", {L"C:\\abc"}, "C:|\\Abc"},
       {"", "abc", {L"\\abc"}, "\\abc"},
-      {"", "C:", {L"C:\\"}, "C:"},
+      // A drive is not the name of an entry.
+      {"", "C:", {}, "C:"},
       {"\\\\s\\t|\\u", "abc", {L"\\\\s\\t\\u\\abc"}, "\\\\s\\t|\\u|\\abc"},
       // The short name is taken where the long one cannot be expressed.
       {"C:\\Data", "marks", {L"C:\\Data\\marks"}, "C:\\Data|\\MARKS~1"},
