@@ -97,7 +97,7 @@ TEST_F(FolderAccessTest, ATrailingBackslashIsNotOfThePath) {
 }
 
 TEST_F(FolderAccessTest, SlashesInThePathSeparateNames) {
-  SetData("svc*S:/Srv/Data/");
+  SetData("svc*S:\\Srv/Data/");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
 }

@@ -51,7 +51,7 @@ TEST_F(ServiceAccessTest, TheAccountOfTheServiceGetsAccess) {
 }
 
 TEST_F(ServiceAccessTest, SlashesInThePathSeparateNames) {
-  SetData("Vantor*rwx*S:/Srv/Data/");
+  SetData("Vantor*rwx*S:\\Srv/Data/");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
 }

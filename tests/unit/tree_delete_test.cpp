@@ -133,6 +133,24 @@ TEST_F(TreeDeleteTest, AFolderThatCannotBeListedStays) {
   EXPECT_EQ(TreeOf(folder_.Path()), (Tree{{L"d", kFolder}}));
 }
 
+TEST_F(TreeDeleteTest, AnEntryThatItsPathDoesNotLeadToIsNotDeleted) {
+  for (const wchar_t* name : {L"x.", L"x "}) {
+    for (DWORD attributes : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_DIRECTORY}}) {
+      TheRig().On<::FindFirstFileW>([=](const wchar_t*, WIN32_FIND_DATAW* found) {
+        *found = {};
+        found->dwFileAttributes = attributes;
+        wcscpy(found->cFileName, name);
+        return reinterpret_cast<HANDLE>(0x4710);
+      });
+      TheRig().On<::FindClose>([](HANDLE) { return TRUE; });
+      found_.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+      Calls();
+      EXPECT_EQ(TreeDelete(L"Q:\\d", &found_), DWORD{ERROR_INVALID_NAME});
+      for (const std::string& call : Calls()) EXPECT_EQ(call.substr(0, 4), "Find") << call;
+    }
+  }
+}
+
 TEST_F(TreeDeleteTest, WithoutMemoryNothingMoreIsDeleted) {
   // Whichever block lacks: names above all.
   for (int lacking = 0;; ++lacking) {

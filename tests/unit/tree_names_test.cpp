@@ -158,6 +158,15 @@ TEST_F(TreeNamesTest, UnlimitedPathsReachCutNames) {
   }
 }
 
+TEST_F(TreeNamesTest, BothPathsMustLeadToACutName) {
+  MakeExactly({L"s\\", L"t\\", L"s\\report", L"s\\report."});
+  std::wstring own = tree_test::Unlimited(folder_.Path());
+  EXPECT_EQ(Run(L"x -mb 'T:\\s\\*' '" + own + L"\\t\\.'"), -6);
+  EXPECT_EQ(All()[L"s\\report."], "s\\report.");
+  EXPECT_EQ(Run(L"x -m '" + own + L"\\s\\*' 'T:\\t\\.'"), -6);
+  EXPECT_EQ(All()[L"s\\report."], "s\\report.");
+}
+
 /// One entry "report." or "LONGNA~1" in the source, and an answer of a test's to the look-ups.
 class TreeAnswersTest : public TreeCopyTest {
  protected:
