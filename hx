@@ -10,7 +10,11 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 processors=(x64 arm64)
 levels=(images unit actions install)
 
-help() {
+# The commands, in the order of the help, and the options that each takes beside --help.
+commands=(setup build test run bench dist lint clean help)
+declare -A optionsOf=([test]=--only [dist]=--verify [clean]=--cache)
+
+help_overview() {
   cat <<HELP
 usage: ./hx COMMAND
 
@@ -20,18 +24,255 @@ usage: ./hx COMMAND
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
        --only x64         leave ARM64 out (or x64: --only arm64)
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
-  bench                   the benchmarks, on x64
+  bench [full]            the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
   dist                    the release archive build/dist/hxsetup-VERSION.zip; signs where HX_SIGN_PKCS12 (or
                           HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
        --verify           make it again elsewhere, from a fresh clone, and compare
   lint                    formatting, static checks, the rules of the source tree
   clean                   remove build/; with --cache also what setup made
-  help                    this text
+  help [COMMAND]          this text, or what one command does; so does ./hx COMMAND --help
 
 Every command does the set-up that it needs. What it downloads or makes is kept, for all clones, in
 $hxCache
 (about 3 GB). Nothing outside that folder and build/ is written, but for Debian packages that are missing.
 HELP
+}
+
+help_setup() {
+  cat <<HELP
+usage: ./hx setup
+
+Installs the Debian packages of tools/packages.txt that are missing (which needs root, or sudo without a password),
+and makes in $hxCache
+the compiler of the tests, GoogleTest, and a Windows for each processor. Takes some minutes and about 3 GB the first
+time, and a moment later on. Every other command does the part of this that it needs.
+HELP
+}
+
+help_build() {
+  cat <<HELP
+usage: ./hx build
+
+Builds the library for both processors: build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the
+same with traps on undefined behaviour in build/arm64-checked and build/x64-checked.
+HELP
+}
+
+help_test() {
+  cat <<HELP
+usage: ./hx test [LEVEL] [FILTER] [--only x64|arm64]
+
+Builds everything and runs the tests on both processors. Ends with a line such as "6454 passed, 0 failed", and with
+status 0 if none failed. What the tests leave is in build/artifacts.
+
+  LEVEL      only one level:
+               images    the DLL files, the pages and the tools; needs no Windows
+               unit      the internal operations
+               actions   the exported entry points in a rigged Windows
+               install   packages, installed, upgraded and removed
+  FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL in front
+  --only P   only on the processor P: x64 or arm64
+
+docs/testing.md describes the levels.
+HELP
+}
+
+help_run() {
+  cat <<HELP
+usage: ./hx run
+
+The demonstration: builds the library, makes packages of a client and of a server, runs them on an ARM64 Windows
+(Wine under user-mode emulation), and prints what was there, what the packages did and what is there now. The verbose
+logs are left in build/artifacts/run. docs/demonstration.md is the output of one run.
+HELP
+}
+
+help_bench() {
+  cat <<HELP
+usage: ./hx bench [full]
+
+Builds the benchmarks and runs them on x64. Takes about two minutes after the build; "full" adds trees of 10,000 and
+100,000 files, and takes a quarter of an hour. docs/benchmarks.md says what the numbers mean.
+HELP
+}
+
+help_dist() {
+  cat <<HELP
+usage: ./hx dist [--verify]
+
+Makes the release build/dist/hxsetup-VERSION.zip and its checksum, from a commit without changes beside it. Signs the
+libraries if HX_SIGN_PKCS12 (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate.
+
+  --verify   makes the release a second time, from a fresh clone in another folder, and compares the two
+
+docs/release.md has all variables and the steps of a release.
+HELP
+}
+
+help_lint() {
+  cat <<HELP
+usage: ./hx lint
+
+Checks the sources: clang-format, shellcheck, clang-tidy and the rules of the source tree (tools/lint-*). Changes
+nothing.
+HELP
+}
+
+help_clean() {
+  cat <<HELP
+usage: ./hx clean [--cache]
+
+Removes build/. Refuses while another run is at work here.
+
+  --cache    also removes what ./hx setup made, for all clones, in $hxCache
+HELP
+}
+
+help_help() {
+  cat <<HELP
+usage: ./hx help [COMMAND]
+
+Prints what the commands are, or what one of them does.
+HELP
+}
+
+# wrong TEXT...: says what is wrong with the command line, and ends with status 2.
+wrong() {
+  printf '%s\n' "hx: $*" >&2
+  exit 2
+}
+
+# distance A B: sets "steps" to how many letters of A must be changed, added, removed or swapped with the next one to
+# get B.
+distance() {
+  local a=$1 b=$2 i j best
+  local -A cost=()
+  for ((i = 0; i <= ${#a}; ++i)); do
+    for ((j = 0; j <= ${#b}; ++j)); do
+      if ((i == 0 || j == 0)); then
+        cost[$i,$j]=$((i + j))
+        continue
+      fi
+      best=$((cost[$((i - 1)),$((j - 1))] + 1))
+      [[ ${a:i-1:1} != "${b:j-1:1}" ]] || best=$((best - 1))
+      ((cost[$((i - 1)),$j] + 1 >= best)) || best=$((cost[$((i - 1)),$j] + 1))
+      ((cost[$i,$((j - 1))] + 1 >= best)) || best=$((cost[$i,$((j - 1))] + 1))
+      if ((i > 1 && j > 1)) && [[ ${a:i-2:2} == "${b:j-1:1}${b:j-2:1}" ]]; then
+        ((cost[$((i - 2)),$((j - 2))] + 1 >= best)) || best=$((cost[$((i - 2)),$((j - 2))] + 1))
+      fi
+      cost[$i,$j]=$best
+    done
+  done
+  steps=${cost[${#a},${#b}]}
+}
+
+# nearest WORD CANDIDATE...: sets "hint" to a question that names the candidate most like WORD, or to nothing if none is.
+nearest() {
+  local word=$1 candidate steps least
+  shift
+  # More changes than these make another word, not a slip of the finger.
+  least=$(((${#word} + 2) / 3 + 1))
+  hint=''
+  for candidate in "$@"; do
+    distance "$word" "$candidate"
+    ((steps < least)) || continue
+    least=$steps
+    hint=" Did you mean $candidate?"
+  done
+}
+
+help() {
+  if [[ $# -eq 0 ]]; then help_overview; else help_for "$1"; fi
+}
+
+is_command() { [[ " ${commands[*]} " == *" $1 "* ]]; }
+
+# help_for COMMAND: what that command does.
+help_for() {
+  local hint
+  if ! is_command "$1"; then
+    nearest "$1" "${commands[@]}"
+    wrong "there is no command '$1'.$hint ./hx help lists the commands."
+  fi
+  "help_$1"
+}
+
+# no_option COMMAND OPTION: ends, because the command does not take the option.
+no_option() {
+  local hint takes=${optionsOf[$1]-}
+  nearest "$2" --help ${takes:+"$takes"}
+  wrong "$1 does not take the option '$2'.$hint ./hx $1 --help lists what it takes."
+}
+
+# no_word COMMAND WORD [CANDIDATE...]: ends, because the command does not take the word.
+no_word() {
+  local hint name=$1 word=$2
+  shift 2
+  nearest "$word" "$@"
+  wrong "$name does not take '$word'.$hint ./hx $name --help lists what it takes."
+}
+
+# Sets chosenLevel, chosenTests and onlyProcessor to what the command line of "test" says, or to nothing.
+read_test_words() {
+  chosenLevel='' chosenTests='' onlyProcessor=''
+  while [[ $# -gt 0 ]]; do
+    case $1 in
+      --only)
+        [[ ${2-} == arm64 || ${2-} == x64 ]] || wrong "--only takes arm64 or x64. ./hx test --help lists what test takes."
+        onlyProcessor=$2
+        shift
+        ;;
+      -*) no_option test "$1" ;;
+      *)
+        if [[ -z $chosenLevel ]]; then
+          [[ " ${levels[*]} " == *" $1 "* ]] || no_word test "$1" "${levels[@]}"
+          chosenLevel=$1
+        elif [[ -z $chosenTests ]]; then
+          chosenTests=$1
+        else
+          no_word test "$1"
+        fi
+        ;;
+    esac
+    shift
+  done
+}
+
+# Prints help and ends if the command line asks for it. Ends with a message if it has a word that its command does not
+# take. Runs before anything is made, so neither touches build/.
+check_command_line() {
+  local name=${1-help} word words=() hint
+  shift || true
+  case $name in
+    -h | --help) name=help ;;
+  esac
+  if ! is_command "$name"; then
+    nearest "$name" "${commands[@]}"
+    wrong "there is no command '$name'.$hint ./hx help lists the commands."
+  fi
+  for word in "$@"; do
+    case $word in
+      -h | --help)
+        help_for "$name"
+        exit
+        ;;
+    esac
+  done
+  if [[ $name == test ]]; then
+    read_test_words "$@"
+    return
+  fi
+  for word in "$@"; do
+    case $word in
+      -*) [[ $word == "${optionsOf[$name]-}" ]] || no_option "$name" "$word" ;;
+      *) words+=("$word") ;;
+    esac
+  done
+  case $name in
+    help) [[ ${#words[@]} -le 1 ]] || no_word help "${words[1]}" ;;
+    bench) [[ ${#words[@]} -eq 0 || ${words[*]} == full ]] || no_word bench "${words[*]}" full ;;
+    *) [[ ${#words[@]} -eq 0 ]] || no_word "$name" "${words[0]}" ${optionsOf[$name]+"${optionsOf[$name]}"} ;;
+  esac
 }
 
 # ---- the build
@@ -135,9 +376,6 @@ run_program() {
 # Seconds that one test program may take; the slowest needs a fraction of it.
 testTimeLimit=900
 
-# The filter that the user has given; empty where all tests are to run.
-chosenTests=''
-
 # The install tests in two parts, each for a Windows of its own.
 declare -A partTests=(
   [servers]='Server*:Security*:Conversion*:Guide*'
@@ -216,31 +454,11 @@ run_checks_of_runs() {
 }
 
 test_command() {
-  local level='' only='' chosen presets=() processor
-  while [[ $# -gt 0 ]]; do
-    case $1 in
-      --only)
-        [[ ${2-} == arm64 || ${2-} == x64 ]] || die "--only takes arm64 or x64"
-        only=$2
-        shift
-        ;;
-      -*) die "unknown option $1" ;;
-      *)
-        if [[ -z $level ]]; then
-          [[ " ${levels[*]} " == *" $1 "* ]] || die "unknown level '$1': one of ${levels[*]}"
-          level=$1
-        elif [[ -z $chosenTests ]]; then
-          chosenTests=$1
-        else
-          die "too many arguments: $1"
-        fi
-        ;;
-    esac
-    shift
-  done
-  [[ -z $only ]] || processors=("$only")
+  local chosen presets=() processor
+  read_test_words "$@"
+  [[ -z $onlyProcessor ]] || processors=("$onlyProcessor")
   chosen=("${levels[@]}")
-  [[ -z $level ]] || chosen=("$level")
+  [[ -z $chosenLevel ]] || chosen=("$chosenLevel")
   local running=("${chosen[@]/images/}")
   [[ -n ${running[0]} ]] || running=("${running[@]:1}")
 
@@ -263,7 +481,7 @@ test_command() {
 
   # All side by side: the checks of the files, the processors, and the emulated one, which has one processor of this
   # machine for each Windows, in two; the tests of one Windows do not see the others.
-  local jobs=() lanes=() lane
+  local jobs=() lanes=() lane level
   if [[ " ${chosen[*]} " == *" images "* ]]; then
     run_images "${processors[@]/#/$runFolder/}" &
     jobs+=($!)
@@ -327,7 +545,7 @@ run() {
   need_packages
   with_build_lock take_build arm64 x64
   need_windows arm64
-  HX_RUN_FOLDER=$runFolder tools/run.sh "$@"
+  HX_RUN_FOLDER=$runFolder tools/run.sh
 }
 
 take_bench() {
@@ -356,7 +574,6 @@ bench() {
 
 dist() {
   local second=$runFolder/second
-  [[ $# -eq 0 || "$*" == --verify ]] || die "dist takes --verify and nothing else"
   [[ $# -eq 0 || -z ${HX_SIGN_TIMESTAMP-} ]] || die "no two releases with a time stamp are the same"
   need_packages
   # Before the work, and once more with it.
@@ -439,11 +656,7 @@ dispatch() {
   case $name in
     setup | build | run | bench | dist | lint | clean | help) "$name" "$@" ;;
     test) test_command "$@" ;;
-    -h | --help) help ;;
-    *)
-      help >&2
-      exit 2
-      ;;
+    -h | --help) help_overview ;;
   esac
 }
 
@@ -457,6 +670,7 @@ main() {
     exit
   fi
 
+  check_command_line "$@"
   case ${1-help} in
     clean | help | -h | --help)
       dispatch "$@"

@@ -1,0 +1,144 @@
+"""The command line of ./hx: help of each command, and words that a command does not take, without any work done."""
+
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+from support import TOOLS
+
+ROOT = TOOLS.parent
+COMMANDS = ["setup", "build", "test", "run", "bench", "dist", "lint", "clean", "help"]
+
+
+class CommandLineTest(unittest.TestCase):
+    """Runs a copy of hx in a folder that has nothing to build, where any work would fail or leave a file."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="hx-front-")
+        self.addCleanup(folder.cleanup)
+        self.home = Path(folder.name)
+        self.project = self.home / "project"
+        (self.project / "tools").mkdir(parents=True)
+        (self.project / "build").mkdir()
+        (self.project / "build/kept").write_text("kept\n", encoding="utf-8")
+        shutil.copy(ROOT / "hx", self.project)
+        shutil.copy(TOOLS / "setup.sh", self.project / "tools")
+        # A package that no machine has: a command that begins its set-up stops at it.
+        (self.project / "tools/packages.txt").write_text("hx-no-such-package 1\n", encoding="utf-8")
+        self.before = self.state()
+
+    def state(self):
+        """Every file and folder with its size and time of change."""
+        return {str(path.relative_to(self.home)): (path.stat().st_size, path.stat().st_mtime_ns)
+                for path in sorted(self.home.rglob("*"))}
+
+    def hx(self, *arguments):
+        """Runs hx and checks that nothing was made: (status, output, errors)."""
+        environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
+        environment |= {"HOME": str(self.home), "XDG_CACHE_HOME": str(self.home / "cache")}
+        result = subprocess.run([self.project / "hx", *arguments], capture_output=True, text=True, check=False,
+                                env=environment, stdin=subprocess.DEVNULL, timeout=60)
+        self.assertEqual(self.state(), self.before)
+        return result.returncode, result.stdout, result.stderr
+
+    def assert_refused(self, arguments, text):
+        self.assertEqual(self.hx(*arguments), (2, "", f"hx: {text}\n"))
+
+    def test_the_help_lists_each_command(self):
+        for arguments in ([], ["help"], ["--help"], ["-h"]):
+            with self.subTest(arguments):
+                status, output, errors = self.hx(*arguments)
+                self.assertEqual((status, errors), (0, ""))
+                self.assertEqual(re.findall(r"^  ([a-z]+) ", output, re.MULTILINE), COMMANDS)
+
+    def test_each_command_prints_its_own_help(self):
+        seen = set()
+        for command in COMMANDS:
+            answers = {self.hx(*arguments) for arguments in ([command, "--help"], [command, "-h"], ["help", command])}
+            with self.subTest(command):
+                (status, output, errors), = answers
+                self.assertEqual((status, errors), (0, ""))
+                self.assertRegex(output, rf"\Ausage: \./hx {command}\b")
+                self.assertGreater(len(output.splitlines()), 2)
+                seen.add(output)
+        self.assertEqual(len(seen), len(COMMANDS))
+
+    def test_help_goes_before_all_else(self):
+        for arguments in (["test", "unit", "Path*", "--help"], ["clean", "--cache", "-h"], ["dist", "--nothing", "-h"]):
+            with self.subTest(arguments):
+                status, output, errors = self.hx(*arguments)
+                self.assertEqual((status, errors), (0, ""))
+                self.assertRegex(output, rf"\Ausage: \./hx {arguments[0]}\b")
+
+    def test_help_names_each_option(self):
+        for command, option in (("test", "--only"), ("dist", "--verify"), ("clean", "--cache"), ("bench", "full")):
+            with self.subTest(command):
+                self.assertIn(option, self.hx(command, "--help")[1])
+                self.assertIn(option, self.hx("help")[1])
+
+    def test_unknown_commands(self):
+        self.assert_refused(["tset"], "there is no command 'tset'. Did you mean test? ./hx help lists the commands.")
+        self.assert_refused(["instal"], "there is no command 'instal'. ./hx help lists the commands.")
+        self.assert_refused(["help", "cleen"],
+                            "there is no command 'cleen'. Did you mean clean? ./hx help lists the commands.")
+
+    def test_unknown_options(self):
+        for command in COMMANDS:
+            with self.subTest(command):
+                self.assert_refused(
+                    [command, "--quiet"],
+                    f"{command} does not take the option '--quiet'. ./hx {command} --help lists what it takes.")
+        for arguments, meant in ((["test", "--onyl", "x64"], "--only"), (["dist", "--verfy"], "--verify"),
+                                 (["clean", "--cahce"], "--cache"), (["run", "--hlep"], "--help")):
+            with self.subTest(arguments):
+                command, option = arguments[:2]
+                self.assert_refused(arguments, f"{command} does not take the option '{option}'. Did you mean {meant}? "
+                                               f"./hx {command} --help lists what it takes.")
+
+    def test_words_too_many(self):
+        for arguments, text in (
+                (["run", "now"], "run does not take 'now'. ./hx run --help lists what it takes."),
+                (["clean", "cache"],
+                 "clean does not take 'cache'. Did you mean --cache? ./hx clean --help lists what it takes."),
+                (["bench", "ful"], "bench does not take 'ful'. Did you mean full? ./hx bench --help lists what it takes."),
+                (["test", "unti"], "test does not take 'unti'. Did you mean unit? ./hx test --help lists what it takes."),
+                (["test", "unit", "Path*", "Tree*"],
+                 "test does not take 'Tree*'. ./hx test --help lists what it takes."),
+                (["help", "test", "run"], "help does not take 'run'. ./hx help --help lists what it takes.")):
+            with self.subTest(arguments):
+                self.assert_refused(arguments, text)
+
+    def test_processor(self):
+        for arguments in (["--only"], ["--only", "arm"], ["--only", "unit"]):
+            with self.subTest(arguments):
+                self.assert_refused(["test", *arguments],
+                                    "--only takes arm64 or x64. ./hx test --help lists what test takes.")
+
+
+class RightCommandsTest(unittest.TestCase):
+    """What a command takes gets past the check of the command line, as far as the set-up."""
+
+    def test_they_begin(self):
+        with tempfile.TemporaryDirectory(prefix="hx-front-") as folder:
+            project = Path(folder) / "project"
+            (project / "tools").mkdir(parents=True)
+            shutil.copy(ROOT / "hx", project)
+            # Stands for the set-up, and stops where that begins.
+            (project / "tools/setup.sh").write_text(
+                'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
+            for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
+                          ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["run"], ["bench"],
+                          ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"]):
+                with self.subTest(words):
+                    environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
+                    result = subprocess.run([project / "hx", *words], capture_output=True, text=True, check=False,
+                                            env=environment, stdin=subprocess.DEVNULL, timeout=60)
+                    self.assertEqual((result.returncode, result.stdout, result.stderr), (7, "begun\n", ""))
+
+
+if __name__ == "__main__":
+    unittest.main()
