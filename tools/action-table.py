@@ -3,8 +3,8 @@
 
     tools/action-table.py [--write] [ROOT]
 
-Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md are what
-the fragments say. Such a part stands between "<!-- generated: NAME -->" and "<!-- end of NAME -->". --write writes
+Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md and the
+examples of docs/actions.md are what the fragments say. Such a part stands between "<!-- generated: NAME -->" and "<!-- end of NAME -->". --write writes
 them anew; of the table of properties the last column is written by hand, and is kept. Prints a line for each finding;
 the exit code is 1 when there is one.
 """
@@ -14,6 +14,7 @@ import sys
 import textwrap
 from pathlib import Path
 
+from action_examples import examples_findings
 from installer_run import names_in, run_sequence
 from kit_checks import ENGINE, LATER, NOT_SECURE, PAIRS, findings, is_library, kind_of, read_kit, reads_data, used_in
 from package_facts import PUBLIC, named_in
@@ -259,7 +260,8 @@ def main():
     arguments = [argument for argument in sys.argv[1:] if argument not in ("--write", "--check")]
     root = Path(arguments[0] if arguments else Path(__file__).resolve().parent.parent)
     kit = read_kit(root)
-    found = [*findings(kit, SCENARIOS), *guide_findings(kit, "--write" in sys.argv)]
+    write = "--write" in sys.argv
+    found = [*findings(kit, SCENARIOS), *guide_findings(kit, write), *examples_findings(kit, root, write)]
     print("\n".join(found), end="\n" if found else "")
     return 1 if found else 0
 
