@@ -44,7 +44,7 @@ def elements_of(text):
 
 
 def defined(fragments):
-    """The preprocessor variables that the examples need: those that a package gives, and the fragments' own defaults."""
+    """The values of preprocessor variables: of those that a package gives, and the defaults that fragments give."""
     values = {"LibraryFile": "hxsetup.dll", "DisplayVersion": "1.0.0"}
     for fragment in fragments.values():
         values.update(re.findall(r'<\?define\s+(\w+)\s*=\s*"?(.*?)"?\s*\?>', fragment.text))
@@ -107,7 +107,8 @@ class PageTest(unittest.TestCase):
                     library = "" if "<Binary" in example else "<?include library.wxi?>"
                     source, package = stage / "example.wxs", stage / "example.msi"
                     source.write_text(PACKAGE_TEXT.format(library=library, example=example), encoding="utf-8")
-                    tree = PACKAGE.compile_authoring(source, values, stage, package)
+                    used = {"LibraryFile", *re.findall(r"\$\(var\.(\w+)\)", example)}
+                    tree = PACKAGE.compile_authoring(source, {name: values[name] for name in used}, stage, package)
                     PACKAGE.complete(package, stage, tree)
                     self.check_tables(package, example)
 
