@@ -111,10 +111,10 @@ echo "  first time (tollgate)."
 echo
 table machine "before anything" before "the older client, in use"
 section "What the package did: msiexec /i client-newer.msi /qn"
-script upgrade 'InstallFiles StartServices RemoveExistingProducts'
+echo "  Below each action is what it wrote to the log."
+echo "  Not the package but this engine fails here: no logon triggers (-16), no idle settings (-19), so no task to run (-6)."
 echo
-echo "  Under each action stands what it wrote to the log. This engine lacks the logon triggers and idle settings that the"
-echo "  agents' tasks need: hence -16 and -19, the task folder that stays empty, and -6, because the task cannot be started."
+script upgrade 'InstallFiles StartServices RemoveExistingProducts'
 echo
 section "What the client's programs say was done to them"
 text "$story/after.record" | tail -n "+$(($(wc -l <"$story/before.record") + 1))" | sed 's/^/  /'
@@ -122,6 +122,8 @@ echo
 section "What is there now"
 table before "the older client, in use" after "the newer client"
 section "And when the client is removed"
+echo "  -5 is no failure: the first deletion takes the empty task folder away, so the second and the start find none."
+echo
 script removal 'StopServices DeleteServices RemoveFiles'
 echo
 table after "the newer client" removed "removed"

@@ -125,6 +125,9 @@ section "What was there"
 echo "  No server: the one above has been removed. Its data are now in a folder that only its owner may enter."
 echo
 section "What the package did: msiexec /i server-watched.msi /qn PROP_ACCOUNTTYPE=1 ..."
+echo "  Not the package but this engine fails here: it cannot look up an account that it has made (no right, and -36)."
+echo "  The witness has access set for the user who installs, whom it can look up."
+echo
 told account
 echo
 section "What is there now"
@@ -134,13 +137,14 @@ text "$story/account.txt" |
   while IFS=$'\t' read -r name value; do printf '  %-20s %s\n' "$name" "$value"; done
 printf '  %-20s %s\n' 'the data folder' "drwxr-xr-x, then $(stat -c %A "$story/private/Data") (seen from outside)"
 echo
-echo "  This engine keeps new accounts for the installer's process only and cannot look them up: hence the right"
-echo "  that is not granted, and -36. The witness has access set for the user who installs, whom it can look up."
-echo
 section "And when the server is removed"
+echo "  Not the package but this engine fails here: it does not say what failure actions a service has (124)."
+echo
 told removal
 echo
 section "And when an installation fails: the account is made, and gone after the rollback"
+echo "  As above, -36 and the right that is not granted come from this engine."
+echo
 told rollback
 echo
 printf '  exit code %s, service %s\n' "$(text "$story/rollback.code")" \

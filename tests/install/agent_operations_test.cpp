@@ -1,4 +1,4 @@
-// The library's operations on tasks against the real Task Scheduler. This engine knows no logon triggers, no
+// The library's operations on tasks against Wine's Task Scheduler. This engine knows no logon triggers, no
 // idle settings and no running of tasks; what the operations answer then is fixed here too.
 
 #include "client/agent_task.h"

@@ -1,4 +1,4 @@
-// CustomAction17 in a real installer's script, over every combination of the markers that a database
+// CustomAction17 in the script of an installation, over every combination of the markers that a database
 // conversion can leave, with and without the "-" before the folder.
 //
 // A failure ends an installation, so each failing combination is a run of its own; the others all stand in

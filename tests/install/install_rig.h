@@ -1,4 +1,4 @@
-// What the tests of the install level share: runs of the real installer with their logs, the packages, the
+// What the tests of the install level share: runs of Wine's msiexec with their logs, the packages, the
 // agent's settings stores, and the registry. Used by tests/install/*_test.cpp only.
 //
 // Environment: HX_PACKAGES is the folder of the packages, HX_ARTIFACTS the folder where the logs are left.

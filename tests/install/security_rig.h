@@ -1,4 +1,4 @@
-// What the tests of the server's security share: a session of the real installer in this process, access
+// What the tests of the server's security share: a session of Wine's installer engine in this process, access
 // lists as text, accounts of this computer and the service "Vantor". Used by
 // tests/install/security_*_test.cpp.
 #pragma once
