@@ -85,7 +85,12 @@ TEST_F(ConversionTest, CompletedOnesAndThoseThatOnlyCleanGoOn) {
   const InstallerRun& run = RunJudges();
   EXPECT_EQ(run.exitCode, 0u);
   ExpectCleaned();
-  EXPECT_EQ(run.LinesWith("Return value 3.").size(), 0u);
+  // This engine writes a failure as 0, Windows Installer as 2 or 3.
+  for (const char* failure : {"0.", "2.", "3."}) {
+    for (const std::string& line : run.LinesWith(std::string("Return value ") + failure)) {
+      EXPECT_EQ(line.find(": Judge"), std::string::npos) << line;
+    }
+  }
   // The log tells of each twice: of its scheduling and of its run.
   for (size_t i = 0; i < JudgeCount(); ++i) {
     EXPECT_EQ(run.LinesWith(": Judge" + std::to_string(i) + ". Return value 1.").size(), 2u) << i;
