@@ -4,9 +4,9 @@
     tools/action-table.py [--write] [ROOT]
 
 Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md and the
-examples of docs/actions.md are what the fragments say. Such a part stands between "<!-- generated: NAME -->" and "<!-- end of NAME -->". --write writes
-them anew; of the table of properties the last column is written by hand, and is kept. Prints a line for each finding;
-the exit code is 1 when there is one.
+examples of docs/actions.md are what the fragments say. Such a part is between "<!-- generated: NAME -->" and "<!-- end
+of NAME -->". --write writes them again; of the table of properties the last column is written by hand, and is kept.
+Prints a line for each finding; the exit code is 1 if there is one.
 """
 
 import re

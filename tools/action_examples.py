@@ -1,7 +1,7 @@
 """The examples of docs/actions.md: what the fragments in packages/ have for each entry point, word by word, so that page
 and fragments cannot say different things. For the scripts beside it, and their tests.
 
-An example stands between "<!-- generated: NAME -->" and "<!-- end of NAME -->", where NAME is an entry point or
+An example is between "<!-- generated: NAME -->" and "<!-- end of NAME -->", where NAME is an entry point or
 "library", the fragment that puts the library into a package.
 """
 
@@ -11,7 +11,7 @@ import textwrap
 PAGE = "docs/actions.md"
 PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
 
-# An element without others in it, as it stands in the source.
+# The source of an element without others in it.
 ELEMENT = r"[ \t]*<{tag}\s(?:[^<>]*\s)?{attribute}=\"{value}\"[^<>]*?(?:/>|>[^<>]*</{tag}>)\n"
 
 
@@ -33,7 +33,7 @@ def rows_of(text, sequence, names):
 
 def excerpt(fragment, entry, properties):
     """What a fragment has for an entry point: the properties among `properties` that it declares, the actions that call
-    the entry point, each behind those that set its data, and their places. "" without such an action."""
+    the entry point, each after those that set its data, and their places. "" without such an action."""
     text = re.sub(r"[ \t]*<!--.*?-->\n", "", fragment.text, flags=re.DOTALL)
     calls = [name for name, action in fragment.actions.items()
              if action.get("BinaryKey") == "hxsetup" and action.get("DllEntry") == entry]
@@ -60,7 +60,7 @@ def example(kit, name):
 
 
 def examples_findings(kit, root, write):
-    """What is wrong with the examples on the page; with `write` they are written anew."""
+    """What is wrong with the examples on the page; with `write` they are written again."""
     path = root / PAGE
     page = path.read_text(encoding="utf-8")
     wrong = [f"{PAGE}: there is no entry point '{name}'" for _, name, _, _ in PART.findall(page)
@@ -78,7 +78,7 @@ def examples_findings(kit, root, write):
 
 
 def blocks(page):
-    """The examples of the page, generated or not: each with the heading that it stands below."""
+    """The examples of the page, generated or not: each with the heading above it."""
     heading = None
     for match in re.finditer(r"^## ([^\n]*)$|```xml\n(.*?)```\n", page, re.MULTILINE | re.DOTALL):
         if match[1]:

@@ -1,4 +1,4 @@
-// What a command line of the copy/move engine destroys or leaves out, as docs/actions.md tells it ("What a
+// What a command line of the copy/move engine destroys or leaves out, as docs/actions.md says ("What a
 // command line can destroy"): each line runs on folders of the disk.
 
 #include "unit/tree_tools.h"

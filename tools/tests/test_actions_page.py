@@ -1,4 +1,4 @@
-"""docs/actions.md: its examples are what the fragments have, and are compiled as they stand on the page."""
+"""docs/actions.md: its examples are what the fragments have, and are compiled word by word."""
 
 import re
 import tempfile

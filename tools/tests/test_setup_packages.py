@@ -11,7 +11,7 @@ from support import TOOLS
 
 ROOT = TOOLS.parent
 
-# What stands in front of a command: the line's beginning, an operator, a keyword, another command that runs it.
+# What comes before a command: the line's beginning, an operator, a keyword, another command that runs it.
 BEFORE = (r"(?:^|[|;&({!]|\$\(|\b(?:if|then|else|elif|do|while|until|exec|env|xargs|unshare|setsid|sudo)\s|"
           r"command=\(|\"\$\{\w+\[@\]\}\"\s)\s*")
 COMMAND = re.compile(rf"{BEFORE}([a-z][a-z0-9_.+-]*)(?=[\s;)]|$)", re.MULTILINE)
@@ -25,7 +25,7 @@ MENTIONED = {"systemctl"}
 
 
 def commands(text):
-    """The words of a shell script that stand where a command does, and are neither a function of it nor the shell's."""
+    """The words of a shell script in the places of commands that are neither its functions nor the shell's own."""
     text = re.sub(r"<<-?\s*'?(\w+)'?[^\n]*\n.*?\n\1\n", "\n", text, flags=re.DOTALL)
     text = re.sub(r"\\\n\s*", " ", text)
     text = re.sub(r"(^|\s)#.*", "", text)
@@ -71,7 +71,7 @@ class PackagesTest(unittest.TestCase):
         found = packages_of({each for script in scripts for each in commands(script.read_text(encoding="utf-8"))})
         needed = query("${Depends}, ${Pre-Depends}, ", *listed)
         covered = essential | listed | set(re.findall(r"(?:^|, )([a-z0-9.+-]+)", " ".join(needed)))
-        # The search finds commands in front, behind a pipe, in a condition and behind another command.
+        # The search finds commands at a line's beginning, after a pipe, in a condition and after another command.
         for package, command in (("coreutils", "sha256sum"), ("mount", "mount"), ("util-linux", "unshare"),
                                  ("git", "git"), ("mmdebstrap", "mmdebstrap"), ("bubblewrap", "bwrap")):
             self.assertIn(command, found.get(package, set()))
