@@ -17,7 +17,7 @@ from pathlib import Path
 from action_examples import examples_findings
 from installer_run import names_in, run_sequence
 from kit_checks import ENGINE, LATER, NOT_SECURE, PAIRS, findings, is_library, kind_of, read_kit, reads_data, used_in
-from package_facts import PUBLIC, named_in
+from package_facts import PUBLIC, VARIABLE, named_in
 from package_runs import ANSWERS, SCENARIOS, STANDARD
 
 GUIDE = "docs/authoring.md"
@@ -59,6 +59,19 @@ def table(head, rows):
     return [f"| {' | '.join(head)} |", f"|{'---|' * len(head)}", *(f"| {' | '.join(row)} |" for row in rows)]
 
 
+def variables_part(kit):
+    """The compiler's variables that a package can give the fragments, or must."""
+    readers, defaults = {}, {}
+    for fragment in kit.fragments.values():
+        defaults |= fragment.defines
+        for name in set(VARIABLE.findall(fragment.text)):
+            readers.setdefault(name, []).append(f"`{fragment.name}`")
+    asked = {name for fragment in kit.fragments.values() for name in re.findall(r"<\?ifn?def var\.(\w+)\?>", fragment.text)}
+    return table(["Variable", "Without it", "Read by"],
+                 [[f"`{name}`", f"`{defaults[name]}`" if name in defaults else "the compiler stops",
+                   ", ".join(readers[name])] for name in sorted(set(readers) & asked)])
+
+
 def actions_part(kit):
     rows = []
     for fragment in kit.fragments.values():
@@ -79,7 +92,7 @@ def actions_part(kit):
 def fragments_part(kit):
     rows = []
     for fragment in kit.fragments.values():
-        models = [model.name.partition("/")[0] for model in kit.models if fragment.name in model.fragments]
+        models = dict.fromkeys(model.name.partition("/")[0] for model in kit.models if fragment.name in model.fragments)
         entries = sorted(set(fragment.entry_points()), key=number_of)
         rows.append([f"`{fragment.name}`", fragment.purpose(), ", ".join(str(number_of(name)) for name in entries),
                      ", ".join(f"`{need}`" for need in fragment.needs()), ", ".join(fragment.errors),
@@ -214,6 +227,7 @@ def sequence_part(kit, name):
 
 PARTS = {
     "fragments": lambda kit, _: fragments_part(kit),
+    "variables": lambda kit, _: variables_part(kit),
     "actions": lambda kit, _: actions_part(kit),
     "properties": properties_part,
     "notices": lambda kit, _: notices_part(kit),

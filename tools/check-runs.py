@@ -8,7 +8,7 @@ The pictures of docs/authoring.md are made by going through the sequences with t
 (package_runs.py, installer_run.py). This goes through them in the same way for each run in RUNS, and compares all
 actions of the fragments and of the package, in their order among the engine's own actions that the pictures show, with
 the starts of actions in the run's log. An action of the script is there twice: where the sequence writes it, and where
-InstallExecute or InstallFinalize runs it.
+InstallExecute, InstallExecuteAgain or InstallFinalize runs it.
 
 Prints what differs, and last "N passed, N failed", a run counting as one; the exit code is 1 where one has failed.
 """
@@ -34,7 +34,7 @@ ROOT = Path(__file__).resolve().parent.parent
 # run. `given` is what the command line gave of what the engine then searched for.
 Run = namedtuple("Run", "package scenario log options unlike fails given", defaults=(False, {}, None, {}))
 
-CLIENT, SERVER = "client/client.wxs", "server/server.wxs"
+CLIENT, SERVER, OTHER = "client/client.wxs", "server/server.wxs", "other/other.wxs"
 GUIDE_CLIENT, GUIDE_SERVER = "client.wxs", "server.wxs"
 CLIENT_LIFE = "ClientLivesTest.FromTheInstallationToTheRemoval."
 CLIENT_FAILURE = "ClientLivesTest.AnUpgradeThatFailsLeavesWhatTheOlderVersionHad."
@@ -45,10 +45,13 @@ ACCOUNT_LIFE = "SecurityPackageTest.AServiceLivesAndGoesWithItsAccount."
 REPLACED = "SecurityPackageTest.AnAccountOutlivesItsServiceAndAServerThatIsReplaced."
 OUTSIDE_DATA = "ServerUpgradeTest.AnUpgradeGivesTheServicesAccountTheNewDataFolder."
 NO_SERVER = "ServerUpgradeTest.WithoutAnOlderServerNothingIsMoved."
+OTHER_LIFE = "OtherProductTest.LivesBesideClientAndServer."
 GUIDE_SERVER_LIFE = "GuideServerTest.IsInstalledWithAnAccountOverItsDataAndRemoved."
 
 # The older server of these tests has no service with a setting, and no "Product" in the registry.
 NO_SERVICE = {"SERVICEFOUND": "", "PROP_INSTALLEDSERVER": "", "DATAFOLDERFOUND": ""}
+# What the registry had of the maker was deleted; the folder of the client is the one that costing finds.
+NO_VALUES = {"CLIENTFOLDERFOUND": "", "PROP_INSTALLEDCLIENT": "", "DIR_CLIENT": "P\\Ostrel\\"}
 # Folders are given without the backslash at their end.
 GIVEN_FOLDER = {"DIR_DATAFOLDER": "D\\Data"}
 DATA = {"PROP_PREVVTDF": "P\\Vantor\\Data\\"}
@@ -56,7 +59,7 @@ MADE = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUN
 
 RUNS = [
     Run(CLIENT, "install", f"{CLIENT_LIFE}1-install"),
-    Run(CLIENT, "repair", f"{CLIENT_LIFE}2-reinstall", unlike={"CLIENTFOLDERFOUND": "", "PROP_INSTALLEDCLIENT": ""}),
+    Run(CLIENT, "repair", f"{CLIENT_LIFE}2-reinstall", unlike=NO_VALUES),
     # Other options for an installed client: a run that asks for no repair, and has nothing to do but its actions.
     Run(CLIENT, "repair", f"{CLIENT_LIFE}3-install", True, {"REINSTALL": "", "PROP_RESETAUDIT": ""}),
     Run(CLIENT, "upgrade", f"{CLIENT_LIFE}4-install"),
@@ -66,7 +69,7 @@ RUNS = [
     Run(CLIENT, "removal", f"Client{EVERY_PROPERTY}2-remove", unlike={"PROP_INSTALLEDCLIENT": ""},
         given={"PROP_INSTALLEDCLIENT": "another"}),
     Run(CLIENT, "upgrade", f"{CLIENT_FAILURE}2-failing", fails="Fail"),
-    Run(CLIENT, "repair", f"{CLIENT_FAILURE}3-reinstall", unlike={"CLIENTFOLDERFOUND": "", "PROP_INSTALLEDCLIENT": ""}),
+    Run(CLIENT, "repair", f"{CLIENT_FAILURE}3-reinstall", unlike=NO_VALUES),
     Run(CLIENT, "replaced", f"{CLIENT_FAILURE}4-remove"),
     Run(CLIENT, "upgrade", "AgentUpgradeTest.refused", fails="CustomAction1"),
     # There is an empty data folder.
@@ -87,6 +90,9 @@ RUNS = [
     Run(SERVER, "upgrade", f"{SERVER_FAILURE}2-install", unlike={**NO_SERVICE, **MADE}, fails="CustomAction17.Judge"),
     Run(SERVER, "repair", f"{ACCOUNT_LIFE}2-reinstall", True),
     Run(SERVER, "replaced", f"{REPLACED}3-remove", unlike={**KEPT, "SERVICEFOUND": "LocalSystem"}),
+    Run(OTHER, "install", f"{OTHER_LIFE}3-install", True),
+    Run(OTHER, "upgrade", f"{OTHER_LIFE}4-install", True),
+    Run(OTHER, "removal", f"{OTHER_LIFE}5-remove", True),
     Run(GUIDE_CLIENT, "install", "GuideClientTest.IsInstalledAndRemoved.1-install"),
     Run(GUIDE_CLIENT, "removal", "GuideClientTest.IsInstalledAndRemoved.2-remove"),
     Run(GUIDE_SERVER, "install", f"{GUIDE_SERVER_LIFE}1-install", True, {**GIVEN_FOLDER, "PROP_DFPRESENT": "1"}),
@@ -97,7 +103,7 @@ RUNS = [
 ADDED = {"Fail": (Row("execute", 6440, "Fail", "NOT REMOVE", "a test"), {"Execute": "deferred"})}
 
 # Where the sequence's script is run; and what of the engine's own actions is written into it.
-RUNS_SCRIPT = ("InstallExecute", "InstallFinalize")
+RUNS_SCRIPT = ("InstallExecute", "InstallExecuteAgain", "InstallFinalize")
 IN_SCRIPT = ("StopServices", "DeleteServices", "RemoveFiles", "CreateFolders", "InstallFiles", "WriteRegistryValues",
              "InstallServices", "StartServices", "RegisterProduct")
 

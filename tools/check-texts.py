@@ -18,6 +18,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 from image_facts import Image
+from package_facts import DEFINE, VARIABLE
 from source_texts import Sources, strings_in
 
 PAGE = "docs/troubleshooting.md"
@@ -81,6 +82,16 @@ OTHER_TEXTS = {
         1{22}2{22}4{10}8{10}""",
     "no text": "",
 }
+
+# The groups with the names that the library fixes, and the texts in them that are not names of anything outside of it.
+NAME_GROUPS = ("registry keys and values", "the agent's settings", "services and windows", "the tasks' fields",
+               "files and folders")
+NOT_NAMES = re.compile(r"""default|64-bit|32-bit|%s\\%s|-X\ "|"|LogonTrigger|UpdateTrigger|2016-.*|P[1T].*
+    |\ \(x86\)|Program\ Files|\ %d\{z::\#F\}|\\|pref|sprf""", re.VERBOSE)
+
+# The page, and the heading on it, with the table of these names.
+NAMES_PAGE = "docs/authoring.md"
+NAMES_HEADING = "By the library"
 
 # Negative numbers that are no failures.
 OTHER_CODES = {
@@ -197,11 +208,20 @@ def in_words(actions):
     return ", ".join(sorted((name.removeprefix("CustomAction") for name in actions), key=int)) or "nobody"
 
 
+def authoring(root, pattern):
+    """The text of each file of packages/, with the compiler's variables as the fragments define them."""
+    paths = sorted((root / "packages").rglob(pattern))
+    defines = {name: value for path in paths if path.suffix == ".wxi"
+               for name, value in DEFINE.findall(path.read_text(encoding="utf-8"))}
+    for path in paths:
+        yield VARIABLE.sub(lambda match: defines.get(match[1], match[0]), path.read_text(encoding="utf-8"))
+
+
 def error_texts(root):
     """{number: text} of the Error table that the packages' fragments fill."""
     errors = {}
-    for path in sorted((root / "packages").glob("*.wxi")):
-        for number, text in re.findall(r'<Error Id="(\d+)">([^<]*)</Error>', path.read_text(encoding="utf-8")):
+    for content in authoring(root, "*.wxi"):
+        for number, text in re.findall(r'<Error Id="(\d+)">([^<]*)</Error>', content):
             errors[int(number)] = html.unescape(text).strip()
     return errors
 
@@ -209,8 +229,8 @@ def error_texts(root):
 def refusals(root):
     """The texts with which a package refuses an installation, in the order of their files."""
     texts = []
-    for path in sorted((root / "packages").rglob("*.wx[is]")):
-        for text in re.findall(r'\b(?:Error|Message|DowngradeErrorMessage)="([^"]*)"', path.read_text(encoding="utf-8")):
+    for content in authoring(root, "*.wx[is]"):
+        for text in re.findall(r'\b(?:Error|Message|DowngradeErrorMessage)="([^"]*)"', content):
             texts.append(" ".join(html.unescape(text).split()))
     return texts
 
@@ -326,6 +346,33 @@ class Check:
         yield from (f"{PAGE}: below '{REFUSALS}' is missing: {text}" for text in texts if text not in blocks)
         yield from (f"{PAGE}: no package says: {text}" for text in blocks if text not in texts)
 
+    def check_names(self):
+        """Each name that the library fixes is in the authors' table of them, with the actions that use it, and no
+        other."""
+        users = {}
+        patterns = [pattern for reason, pattern in self.other.items() if reason in NAME_GROUPS]
+        for text in self.sources.texts:
+            if (not text.file.startswith(SILENT_FLOORS) and not NOT_NAMES.fullmatch(text.value)
+                    and any(pattern.fullmatch(text.value) for pattern in patterns)):
+                for name in filter(None, text.value.split("\0")):
+                    users.setdefault(name, set()).update(self.sources.entry_points_of(text.owner))
+        page = self.root / NAMES_PAGE
+        rows = Page(page.read_text(encoding="utf-8")).tables.get("Name", []) if page.is_file() else []
+        rows = [row for row in rows if row.heading == NAMES_HEADING]
+        told = set()
+        for row in rows:
+            names = re.findall(r"`([^`]+)`", row.cells["Name"])
+            yield from (f"{NAMES_PAGE}:{row.number}: '{name}' is not a name of the library" for name in names
+                        if name not in users)
+            told |= set(re.findall(r"`([^`]+)`", " ".join(row.cells.values())))
+            written = set(re.findall(r"#customaction(\d+)\)", row.cells["Action"]))
+            used = {name.removeprefix("CustomAction") for name in set().union(*(users.get(name, set()) for name in names))}
+            if set(names) <= set(users) and written != used:
+                yield (f"{NAMES_PAGE}:{row.number}: {row.cells['Name']} is of "
+                       f"{', '.join(sorted(used, key=int)) or 'no action'}")
+        yield from (f"{NAMES_PAGE}: the library's name '{name}' is not below '{NAMES_HEADING}'"
+                    for name in sorted(set(users) - told))
+
     def check_codes(self):
         """Each code that the sources name is in its table, and the tables have no others."""
         wanted = {heading: {} for heading in CODE_TABLES}
@@ -407,6 +454,7 @@ class Check:
         "fixed-texts": check_fixed_texts,
         "notices": check_notices,
         "refusals": check_refusals,
+        "names": check_names,
         "codes": check_codes,
         "return-codes": check_return_codes,
         "images": check_images,

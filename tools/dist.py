@@ -39,9 +39,9 @@ STAND_INS = ("agent.exe", "ostrack.dll")
 STAND_IN_FOLDER = "packages/programs"
 
 # The files of the project that are released as they are, at the same place, so that the links between them hold.
-RELEASED = re.compile(r"CHANGELOG\.md|VERSION|docs/[^/]+\.md|packages/[^/]+\.wxi|packages/(client|server)/.+")
+RELEASED = re.compile(r"CHANGELOG\.md|VERSION|docs/[^/]+\.md|packages/[^/]+\.wxi|packages/(client|server|other)/.+")
 # For tests and the demonstration only, and useless without its library.
-WITHHELD = {"packages/server/witness.wxi"}
+WITHHELD = {"packages/server/witness.wxi", "packages/other/one.wxs"}
 
 # A member of the archive is a plain file that everybody may read.
 MEMBER_MODE = 0o100644

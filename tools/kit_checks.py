@@ -2,12 +2,13 @@
 action-table.py. Each check yields one line for each finding."""
 
 import re
+import xml.etree.ElementTree as ElementTree
 from collections import namedtuple
 
 from entry_points import LIST, PAGE, headings, listed
 from installer_run import names_in, run_sequence
-from package_facts import (PUBLIC, named_in, read_code_properties, read_fragments, read_jobs, read_mentions,
-                           read_models, read_notices, read_sections)
+from package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variable, named_in, read_code_properties,
+                           read_fragments, read_jobs, read_mentions, read_models, read_notices, read_sections)
 from package_runs import ANSWERS
 
 # Who installs and who removes the same thing: a fragment has both or neither.
@@ -22,14 +23,25 @@ ENGINE = {"Installed", "REMOVE", "REINSTALL", "REINSTALLMODE", "REBOOT", "MSIRES
           "UPGRADINGPRODUCTCODE", "ProductCode", "ProductName", "ProductVersion", "System64Folder", "WindowsFolder",
           "LogonUser", "ComputerName", "Privileged", "VersionNT64", "WIX_UPGRADE_DETECTED", "CustomActionData"}
 
-# Below this key a model writes the values that its fragments look for in later runs; others are the system's.
-OWN_KEY = "SOFTWARE\\Halvorstead\\"
-
 # Public properties that must not be secure, each for its reason. Any other public property that an action, a condition
 # or a value reads must be: with dialogs it is set in the process of the user who installs, or comes from that user's
 # command line, and must reach the service's process. Free are a folder of the package that no fragment declares, and
 # what actions of the library make in the execute sequence only, where it is used.
 NOT_SECURE = {"PROP_VERSION": "belongs to the package", "PROP_COMPONENT": "belongs to the package"}
+
+# The names of the client, the server and their maker. In a fragment they are the values of variables, so that a
+# product of another name takes nothing for its own that is theirs; but for what the library itself looks at or says.
+PRODUCT = re.compile("Ostrel|Vantor|Halvorstead")
+LIBRARY_TEXTS = {"SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings", "25003"}
+
+# What an action or its text can have room for: a column of the table of actions.
+LONGEST_TARGET = 255
+
+# Where costing begins: what is refused before it is refused in the dialogs' sequence too.
+COST_INITIALIZE = 800
+
+# What these actions read must be set in each run that comes to them.
+LISTS = {"CustomAction5": "PROP_FIREWALLDATA", "CustomAction19": "PROP_FIREWALLDATA"}
 
 # Actions that are set to run later get nothing but this one text.
 LATER = ("deferred", "rollback", "commit")
@@ -189,12 +201,129 @@ def check_needs(kit):
                        "and its head does not say so")
 
 
+def all_fronts(kit, fragment):
+    """The fragments that must be before one, and before those."""
+    found, left = set(), [*fragment.fronts()]
+    while left:
+        name = left.pop()
+        if name in kit.fragments and name not in found:
+            found.add(name)
+            left += kit.fragments[name].fronts()
+    return found
+
+
+def variables_of(fragment):
+    return sorted(set(VARIABLE.findall(fragment.text)))
+
+
 def check_variables(kit):
-    """A fragment's head names the compiler's variables that it reads."""
+    """A fragment's head names the compiler's variables that it reads and that no fragment before it defines."""
     for fragment in kit.fragments.values():
-        yield from (f"{fragment.name}: reads the variable {name}, and its head does not say so"
-                    for name in sorted(set(re.findall(r"\$\(var\.(\w+)\)", fragment.text)))
-                    if not re.search(rf"\b{name}\b", fragment.head))
+        before = {name for front in all_fronts(kit, fragment) for name in kit.fragments[front].defines}
+        for name in variables_of(fragment):
+            if name in before or (name in fragment.defines and f"var.{name}?>" not in fragment.text):
+                continue
+            if not re.search(rf"\b{name}\b", fragment.head):
+                yield f"{fragment.name}: reads the variable {name}, and its head does not say so"
+            if name not in fragment.defines and ("ifndef", name) not in [guard[:2] for guard in fragment.guards]:
+                yield f"{fragment.name}: reads the variable {name}, and no guard asks for it"
+
+
+def check_guards(kit):
+    """A fragment begins with a guard against a second copy of itself, and asks for those that it needs."""
+    for fragment in kit.fragments.values():
+        variable = guard_variable(fragment.name)
+        beginning = (f"<?ifdef var.{variable}?><?error {fragment.name} is included twice. Include it once.?><?endif?>",
+                     f'<?define {variable} = "yes"?>')
+        lines = [line.strip() for line in fragment.text.partition("<Include>")[2].split("\n")]
+        if tuple(line for line in lines if line)[:2] != beginning:
+            yield f"{fragment.name}: does not begin with {' and '.join(beginning)}"
+        for kind, name, message in fragment.guards:
+            if not message.startswith(f"{fragment.name} "):
+                yield f"{fragment.name}: the message of the guard for {name} does not begin with the fragment's name"
+            need = re.search(r" needs (\w+\.wxi)\.", message)
+            if need and (kind, name) != ("ifndef", guard_variable(need[1])):
+                yield f"{fragment.name}: the guard that asks for {need[1]} looks at {name}"
+        if fragment.said_needs() != fragment.needs():
+            yield (f"{fragment.name}: its head wants {', '.join(fragment.said_needs()) or 'no fragment'}, "
+                   f"and its guards {', '.join(fragment.needs()) or 'none'}")
+        if any(map(is_library, fragment.actions.values())) and LIBRARY_FRAGMENT not in fragment.fronts():
+            yield f"{fragment.name}: calls the library, and does not ask for {LIBRARY_FRAGMENT}"
+
+
+def refuses(kit, one, other):
+    """Whether two fragments cannot be in one package, by their guards and by those of what they need."""
+    for left, right in ((one, other), (other, one)):
+        theirs = {guard_variable(name) for name in {right.name} | all_fronts(kit, right)}
+        for name in {left.name} | all_fronts(kit, left):
+            if theirs & {guard[1] for guard in kit.fragments[name].guards if guard[0] == "ifdef"} - {
+                    guard_variable(name)}:
+                return True
+    return False
+
+
+def check_places(kit):
+    """No two actions have one place in a sequence: not in a model, and not in fragments that can meet."""
+    fragments = list(kit.fragments.values())
+    for index, one in enumerate(fragments):
+        for other in fragments[index + 1:]:
+            shared = {row[:2] for row in one.rows} & {row[:2] for row in other.rows}
+            if shared and not refuses(kit, one, other):
+                yield (f"{one.name} and {other.name} both have the place "
+                       f"{', '.join(str(number) for _, number in sorted(shared))}, and do not refuse each other")
+    for model in kit.models:
+        places = {}
+        for row in model.rows:
+            places.setdefault(row[:2], []).append(row.action)
+        yield from (f"{model.name}: {' and '.join(actions)} have the place {number}"
+                    for (_, number), actions in sorted(places.items()) if len(actions) > 1)
+
+
+def check_product_names(kit):
+    """See PRODUCT."""
+    for fragment in kit.fragments.values():
+        for element in ElementTree.fromstring(fragment.text).iter():
+            texts = [value for key, value in element.attrib.items() if key not in ("Id", "Action")] + [element.text or ""]
+            for text in texts:
+                if PRODUCT.search(text) and text not in LIBRARY_TEXTS and element.get("Id") not in LIBRARY_TEXTS:
+                    yield f"{fragment.name}: a name of the product is not a variable: {text.strip()}"
+
+
+def check_targets(kit):
+    """What an action is told, or says, has room in its column."""
+    for file in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
+        for name, action in file.actions.items():
+            yield from (f"{file.name}: {name} has {len(action[key])} characters, and not up to {LONGEST_TARGET}"
+                        for key in ("Value", "ExeCommand", "Error") if len(action.get(key, "")) > LONGEST_TARGET)
+
+
+def check_refusals(kit):
+    """What is refused before costing is refused in both sequences, and in the same way; and before anything changes."""
+    for fragment in kit.fragments.values():
+        rows = {row[:4] for row in fragment.rows}
+        for row in sorted(rows):
+            if not fragment.actions.get(row[2], {}).get("Error"):
+                continue
+            if row[0] == "execute" and row[1] > 1400:
+                yield f"{fragment.name}: {row[2]} refuses at {row[1]}, when something may have changed"
+            other = {"UI": "execute", "execute": "UI"}[row[0]]
+            if row[1] < COST_INITIALIZE and (other, *row[1:]) not in rows:
+                yield f"{fragment.name}: {row[2]} refuses in one sequence only"
+
+
+def check_setters(kit):
+    """What a model sets for an action of the library is set before each action that reads it."""
+    for model in kit.models:
+        own = model.files[0]
+        for setter, action in own.actions.items():
+            readers = {name for name, other in model.actions.items() if is_library(other)
+                       and kind_of(other) not in LATER and other["DllEntry"] in kit.sections
+                       and action.get("Property") in kit.sections[other["DllEntry"]].reads}
+            for place, number, name, *_ in own.rows:
+                late = [row for row in model.rows if name == setter and row.place == place and row.action in readers
+                        and 0 < row.number < number]
+                yield from (f"{model.name}: {setter} sets {action['Property']} at {number}, after {row.action} has "
+                            f"read it at {row.number}" for row in late)
 
 
 def check_secure(kit):
@@ -202,11 +331,16 @@ def check_secure(kit):
     for model in kit.models:
         for name in model.fragments:
             for used in sorted(used_in(kit, kit.fragments[name]) - ENGINE):
-                if not PUBLIC.fullmatch(used) or is_free(kit, model, used):
+                if not PUBLIC.fullmatch(used) or is_free(kit, model, used) or is_elsewhere(kit, model, used):
                     continue
                 secure = model.properties.get(used, {}).get("Secure") == "yes"
                 if secure == (used in NOT_SECURE):
                     yield f"{model.name}: {used}, which {name} reads, is {'' if secure else 'not '}secure"
+
+
+def is_elsewhere(kit, model, name):
+    """Whether only a fragment that the model does not include declares a property: nothing sets it then."""
+    return name not in model.properties and any(name in fragment.properties for fragment in kit.fragments.values())
 
 
 def is_free(kit, model, name):
@@ -220,12 +354,14 @@ def is_free(kit, model, name):
 
 
 def check_searches(kit):
-    """A model writes what its fragments look for in later runs."""
+    """A model writes what its fragments look for in later runs, below the keys that variables name; others are the
+    system's."""
     for model in kit.models:
         for name in model.fragments:
+            searches = next(file.searches for file in model.files if file.name == name)
             yield from (f"{model.name}: does not write {value} of {key}, which {name} looks for"
-                        for key, value in sorted(kit.fragments[name].searches - set(model.registry))
-                        if key.startswith(OWN_KEY))
+                        for key, value in sorted(searches - set(model.registry))
+                        if key in model.variables.values())
 
 
 def check_runs(kit, scenarios):
@@ -244,6 +380,9 @@ def data_findings(kit, model, scenario, properties):
             yield f"{scenario.name}: {row.action} ends the run"
         if is_library(action) and reads_data(kit, action) and not state.get(row.action):
             yield f"{scenario.name}: {row.action} runs without its data"
+        name = LISTS.get(action.get("DllEntry")) if is_library(action) else None
+        if name and name in kit.sections[action["DllEntry"]].reads and not state.get(name):
+            yield f"{scenario.name}: {row.action} runs without {name}"
 
 
 def check_sources(kit):
@@ -256,7 +395,8 @@ def check_sources(kit):
 
 
 CHECKS = [check_names, check_actions, check_data, check_pairs, check_notices, check_secrets, check_models, check_needs,
-          check_variables, check_secure, check_searches, check_sources]
+          check_variables, check_guards, check_places, check_product_names, check_targets, check_refusals, check_setters,
+          check_secure, check_searches, check_sources]
 
 
 def findings(kit, scenarios):

@@ -9,6 +9,11 @@ FOLDER is where the packages are left (build/packages/PROCESSOR):
   server-older.msi    an older server package, which the next one upgrades
   server.msi          the server package, with the version of the library as well
   server-watched.msi  the same as a product of its own, with the witness in it
+  other.msi           a server package of another maker, with names of its own, and with the version of the library
+  other-newer.msi     the same with the next higher build number, to upgrade from the first
+  other-firewall.msi  the same as a product of its own, with one fragment only and those that this one needs
+  other-account.msi
+  other-access.msi
   guide-client.msi    the examples of docs/authoring.md, with the stand-ins for the programs
   guide-server.msi
 
@@ -44,6 +49,9 @@ PROGRAM = "agent.exe"
 TRACKING = "ostrack.dll"
 WITNESS = "witness.dll"
 VERSION_PROGRAM = "program.exe"
+
+# The packages with one fragment only, and the variables that ask for it.
+ONE_FRAGMENT = {"firewall": ["WithFirewall"], "account": ["WithAccount"], "access": ["WithAccount", "WithAccess"]}
 
 # The version of what an upgrade finds; lower than every version of the library.
 OLDER_VERSION = "0.9.0"
@@ -208,15 +216,16 @@ def copy_files(files, stage):
         os.utime(copy, (FILE_TIME, FILE_TIME))
 
 
-def make_package(source, processor, library, name, version, target, watched=False):
+def make_package(source, processor, library, name, version, target, kind="", **more):
     """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the stand-in for the
-    programs and the tracking library, beside the library, may be in it. The witness is, where it shall be `watched`."""
+    programs and the tracking library, beside the library, may be in it. A `kind` makes it another product than the one
+    without; `more` are variables for the compiler."""
     label = LABELS[processor]
     source = ROOT / "packages" / source
     with tempfile.TemporaryDirectory() as folder:
         stage = Path(folder)
         beside = [library.parent / name for name in (PROGRAM, TRACKING, WITNESS)]
-        inputs = [library, *beside, *sorted((source.parent / "files").iterdir())]
+        inputs = [library, *beside, *sorted((source.parent / "files").glob("*"))]
         files = {path.name: path.read_bytes() for path in inputs}
         # Another one for each version, so that an upgrade has files to replace.
         files[VERSION_PROGRAM] = files[PROGRAM] + f"\n{name} {version}\n".encode()
@@ -225,17 +234,16 @@ def make_package(source, processor, library, name, version, target, watched=Fals
             digest.update(file.encode() + content)
         copy_files(files, stage)
         package = stage / "package.msi"
-        watching = {"WitnessFile": WITNESS} if watched else {}
         tree = compile_authoring(source, {
             "Version": version,
             "DisplayVersion": f"{version} ({label})",
-            "ProductCode": guid_of(f"{source.stem} {version} {processor}{' watched' * watched}"),
+            "ProductCode": guid_of(f"{source.stem} {version} {processor}{kind and f' {kind}'}"),
             "Processor": label,
             "LibraryFile": library.name,
             "AgentFile": PROGRAM,
             "ProgramFile": VERSION_PROGRAM,
             "TrackingFile": TRACKING,
-            **watching,
+            **more,
         }, stage, package)
         digest.update(ElementTree.tostring(tree))
         complete(package, stage, tree)
@@ -289,7 +297,12 @@ def main():
     make_package("server/older.wxs", processor, library, "Vantor server", OLDER_VERSION, folder / "server-older.msi")
     make_package("server/server.wxs", processor, library, "Vantor server", version, folder / "server.msi")
     make_package("server/server.wxs", processor, library, "Vantor server", version, folder / "server-watched.msi",
-                 watched=True)
+                 "watched", WitnessFile=WITNESS)
+    make_package("other/other.wxs", processor, library, "Brackwell Gauge", version, folder / "other.msi")
+    make_package("other/other.wxs", processor, library, "Brackwell Gauge", newer, folder / "other-newer.msi")
+    for kind, names in ONE_FRAGMENT.items():
+        make_package("other/one.wxs", processor, library, "Brackwell Gauge", version, folder / f"other-{kind}.msi", kind,
+                     **{name: "yes" for name in names})
     for name, text in examples().items():
         make_example(name, text, processor, library, folder / f"guide-{Path(name).stem}.msi")
 

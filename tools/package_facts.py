@@ -28,23 +28,37 @@ PUBLIC = re.compile(r"[A-Z][A-Z0-9_.]*")
 # How a head begins to tell what entry points do.
 NAMED = re.compile(r"(CustomAction\d+(, )?)+: ")
 
+# A variable of the compiler; what gives one a value; what stops the compiler where one is there, or is not.
+VARIABLE = re.compile(r"\$\(var\.(\w+)\)")
+DEFINE = re.compile(r'<\?define (\w+) = "([^"]*)"\?>')
+GUARD = re.compile(r"<\?(ifdef|ifndef) var\.(\w+)\?><\?error ([^?]*)\?><\?endif\?>")
+
+# The one fragment that every package includes.
+LIBRARY_FRAGMENT = "library.wxi"
+
 # The properties that the page speaks of.
 PROPERTY = re.compile(r"(PROP|DIR)_[A-Z0-9_]+|REBOOT|ProductName|ProductCode|CustomActionData")
 
 
 class Authoring:
-    """One file of authoring: a fragment, or a model without what it includes.
+    """One file of authoring: a fragment, or a model without what it includes. `text` is what the file says; all else is
+    read with `variables` in the place of the compiler's variables, and where there is none with what the file itself
+    `defines`.
 
-    `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows`
+    `guards` are its guards, each as ("ifdef" or "ifndef", variable, message). `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows`
     those of the sequences, `properties` the attributes of each declared property, `searched` the properties that a
     search sets, `found` those of them that AppSearch sets, `errors` the numbers of its error texts, `folders` its
     directories, `passwords` the properties that its services log on with, `includes` the files that it includes,
     `searches` the registry values that it looks for, each a key and a name, and `registry` what it writes there."""
 
-    def __init__(self, path):
+    def __init__(self, path, variables=None):
         self.name = path.name
+        self.path = path
         self.text = path.read_text(encoding="utf-8")
-        self.root = ElementTree.fromstring(self.text)
+        self.defines = dict(DEFINE.findall(self.text))
+        self.guards = GUARD.findall(self.text)
+        known = {**self.defines, **(variables or {})}
+        self.root = ElementTree.fromstring(VARIABLE.sub(lambda match: known.get(match[1], match[0]), self.text))
         for element in self.root.iter():
             element.tag = element.tag.rpartition("}")[2]
         comment = re.search(r"<!--(.*?)-->", self.text, re.DOTALL)
@@ -84,10 +98,19 @@ class Authoring:
         said = [NAMED.sub("", sentence) for sentence in [first] + [other for other in others if NAMED.match(other)]]
         return " ".join(text[:1].upper() + text[1:] for text in said)
 
-    def needs(self):
+    def said_needs(self):
         """The fragments that its head says must be included too."""
         return sorted({name for sentence in sentences(self.head) if "must be included too" in sentence
                        for name in re.findall(r"\w+\.wxi", sentence)} - {self.name})
+
+    def fronts(self):
+        """The fragments that its guards want before it."""
+        return sorted(match[1] for kind, _, message in self.guards
+                      if kind == "ifndef" and (match := re.search(r" needs (\w+\.wxi)\.", message)))
+
+    def needs(self):
+        """The fragments that its guards want, beside the one that every package includes."""
+        return [name for name in self.fronts() if name != LIBRARY_FRAGMENT]
 
     def values(self):
         """All formatted texts of the actions."""
@@ -99,15 +122,18 @@ class Authoring:
 
 
 class Model:
-    """A package with all that it includes: `files` are its own file and the fragments."""
+    """A package with all that it includes: `files` are its own file and the fragments. `variables` are those that the
+    fragments define, with the values that the package gives them."""
 
     def __init__(self, root, path, fragments, name=None):
         self.name = name or path.relative_to(root / "packages").as_posix()
-        own = Authoring(path)
+        defaults = {name: value for each in fragments.values() for name, value in each.defines.items()}
+        self.variables = {**defaults, **Authoring(path).defines}
+        own = Authoring(path, self.variables)
         self.fragments = [name for name in own.includes if name in fragments]
         self.unknown = [name for name in own.includes
                         if name not in fragments and not (root / "packages" / name).is_file()]
-        self.files = [own] + [fragments[name] for name in self.fragments]
+        self.files = [own] + [Authoring(fragments[name].path, self.variables) for name in self.fragments]
         self.actions = {name: action for file in self.files for name, action in file.actions.items()}
         self.rows = [row for file in self.files for row in file.rows]
         self.found = {name for file in self.files for name in file.found}
@@ -133,9 +159,16 @@ def named_in(text):
     return re.findall(r"\[([A-Za-z_][\w.]*)\]", text)
 
 
+def guard_variable(name):
+    """The variable by which a fragment says that it is included."""
+    return "Fragment" + "".join(word.capitalize() for word in name.removesuffix(".wxi").split("_"))
+
+
 def read_fragments(root):
-    """The fragments by their names."""
-    return {path.name: Authoring(path) for path in sorted((root / "packages").glob("*.wxi"))}
+    """The fragments by their names, each with what all of them define."""
+    paths = sorted((root / "packages").glob("*.wxi"))
+    variables = {name: value for path in paths for name, value in Authoring(path).defines.items()}
+    return {path.name: Authoring(path, variables) for path in paths}
 
 
 def read_models(root, fragments):

@@ -10,24 +10,31 @@ Scenario = namedtuple("Scenario", "name properties options")
 INSTALLED = {"Installed": "1", "ProductCode": "{this}"}
 REMOVED = {**INSTALLED, "REMOVE": "ALL"}
 AUDIT = {"PROP_TASKUSER": "auditor", "PROP_TASKPASS": "secret", "PROP_RESETAUDIT": "1"}
+# A folder that the package has, or that costing gives it.
+FOLDER = {"DIR_CLIENT": "P\\Ostrel\\"}
 CLIENT = {"PROP_INSTALLEDCLIENT": "{this}", "CLIENTFOLDERFOUND": "P\\Ostrel\\"}
 PLACES = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_PROGRAMS64": "P\\"}
+ASIDE = {"DIR_UPG": "P\\Vantor (previous)\\", "DIR_UPG_DATA": "P\\Vantor (previous)\\Data\\"}
 # What the finding actions answer where no server is and where one is.
-NO_SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\", "DIR_EXSERVER": "P\\Vantor\\"}
+NO_SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\", "DIR_EXSERVER": "P\\Vantor\\", **ASIDE}
 SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\Data\\", "DIR_EXSERVER": "P\\Vantor\\",
-          "SERVERFOLDERFOUND": "P\\Vantor\\"}
+          "SERVERFOLDERFOUND": "P\\Vantor\\", **ASIDE}
 ACCOUNT = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUNTPASS": "secret"}
 KEPT = {"ACCOUNTFOUND": "vantor", "ACCOUNTDOMAINFOUND": ".", "SERVICEFOUND": "HERE\\vantor"}
 # What goes with a server's service: the product that it is of, and its setting.
 SERVICE = {"SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}", "DATAFOLDERFOUND": "P\\Vantor\\Data\\"}
-OUTSIDE = {"DIR_EXDATA": "D\\Data\\", "PROP_PREVVTDF": "D\\Data\\"}
+OUTSIDE = {"DIR_EXDATA": "D\\Data\\", "PROP_PREVVTDF": "D\\Data\\", "DIR_UPG_DATA": "D\\Data 2026-11-15\\"}
+# A product of another name.
+OTHER = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_SERVER": "P\\Gauge\\", "DIR_DATAFOLDER": "D\\Gauge\\"}
+OTHER_THERE = {**OTHER, "SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}"}
 
 # What actions answer that is not set before they run, and not where they do not.
-ANSWERS = {"CustomAction23": ("PROP_ACCOUNTNAME", "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTPASS")}
+ANSWERS = {"CustomAction20": ("DIR_UPG", "DIR_UPG_DATA"),
+           "CustomAction23": ("PROP_ACCOUNTNAME", "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTPASS")}
 
 SCENARIOS = {
     "client/client.wxs": [
-        Scenario("install", {"ProductCode": "{this}"}, AUDIT),
+        Scenario("install", {**FOLDER, "ProductCode": "{this}"}, AUDIT),
         Scenario("upgrade", {**CLIENT, "ProductCode": "{this}", "WIX_UPGRADE_DETECTED": "{old}",
                              "PROP_INSTALLEDCLIENT": "{old}"}, AUDIT),
         Scenario("repair", {**CLIENT, **INSTALLED, "REINSTALL": "ALL"}, AUDIT),
@@ -41,6 +48,11 @@ SCENARIOS = {
         Scenario("repair", {**SERVER, **SERVICE, **INSTALLED, "REINSTALL": "ALL"}, KEPT),
         Scenario("removal", {**SERVER, **SERVICE, **REMOVED}, KEPT),
         Scenario("replaced", {**SERVER, **SERVICE, **REMOVED, "PROP_INSTALLEDSERVER": "{new}"}, KEPT),
+    ],
+    "other/other.wxs": [
+        Scenario("install", OTHER, ACCOUNT),
+        Scenario("upgrade", {**OTHER_THERE, "PROP_INSTALLEDSERVER": "{old}", "WIX_UPGRADE_DETECTED": "{old}"}, KEPT),
+        Scenario("removal", {**OTHER_THERE, **REMOVED}, KEPT),
     ],
 }
 

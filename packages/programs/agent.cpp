@@ -4,8 +4,9 @@
 //
 // What it is depends on the name of its file:
 //
-//   ostrel.exe, vt.exe       the services "Ostrel" and "Vantor"; with the argument "stubborn" they do not end
-//                            when they are told to stop
+//   ostrel.exe, vt.exe, gauge.exe
+//                            the services "Ostrel", "Vantor" and "Gauge"; with the argument "stubborn" they
+//                            do not end when they are told to stop
 //   osua.exe                 the agent of a session: waits until it is ended
 //   osau.exe, ostrel32.exe   end at once
 //   any other                a tool with a window: CLASS TITLE [REFUSALS [DELAY]] on its command line. It
@@ -22,7 +23,8 @@ struct ServiceProgram {
   const char* file;
   const char* service;
 };
-constexpr ServiceProgram kServicePrograms[] = {{"ostrel.exe", "Ostrel"}, {"vt.exe", "Vantor"}};
+constexpr ServiceProgram kServicePrograms[] = {
+    {"ostrel.exe", "Ostrel"}, {"vt.exe", "Vantor"}, {"gauge.exe", "Gauge"}};
 
 // What the network tools understand beside WM_CLOSE: a message of their own, and a command of their menu.
 constexpr UINT kShutdownMessage = 2024;

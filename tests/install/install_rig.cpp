@@ -263,7 +263,7 @@ bool IsGoing(const wchar_t* name) {
 
 // A removal ends before the process of the service that it has deleted does.
 void WaitForDeletedServices() {
-  for (const wchar_t* name : {L"Ostrel", L"Vantor"}) {
+  for (const wchar_t* name : {L"Ostrel", L"Vantor", L"Gauge"}) {
     for (DWORD waited = 0; IsGoing(name) && waited < kInstallerTimeLimit; waited += 50) Sleep(50);
   }
 }
@@ -385,6 +385,23 @@ const Package& Client() {
 const Package& NewerClient() {
   static const Package package = OpenPackage(L"client-newer.msi");
   return package;
+}
+
+const Package& Gauge() {
+  static const Package package = OpenPackage(L"other.msi");
+  return package;
+}
+
+const Package& NewerGauge() {
+  static const Package package = OpenPackage(L"other-newer.msi");
+  return package;
+}
+
+const Package& Gauge(const std::string& fragment) {
+  static std::map<std::string, Package> packages;
+  auto [entry, isNew] = packages.try_emplace(fragment);
+  if (isNew) entry->second = OpenPackage((L"other-" + ToWide(fragment) + L".msi").c_str());
+  return entry->second;
 }
 
 const Package& GuideClient() {

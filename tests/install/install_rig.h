@@ -75,6 +75,12 @@ const Package& NewerClient();
 const Package& GuideClient();
 const Package& GuideServer();
 
+/// The package of another maker's product, its next version, and the one with a single fragment: "firewall",
+/// "account" or "access".
+const Package& Gauge();
+const Package& NewerGauge();
+const Package& Gauge(const std::string& fragment);
+
 /// The file that the client package installs.
 std::wstring InstalledFile();
 

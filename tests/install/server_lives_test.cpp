@@ -137,14 +137,18 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
 }
 
 // Half-way: the older server has been moved aside and the data been copied back, when they cannot be
-// converted. All of it is where it was; what is lost is the engine's own part of the way back, the older
-// package's value.
+// converted. All of it is where it was, and beside it what had been copied; what is lost is the engine's own
+// part of the way back, the older package's value.
 TEST_F(ServerLivesTest, AnUpgradeThatFailsLeavesTheOlderServer) {
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
   WriteTree(server + L"\\Data", Data("9"));
   const MachineState older = MachineState::Now();
   EXPECT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1").exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-  EXPECT_EQ(MachineState::Now().Since(older), Joined({"+ " + previous, "- HKLM\\SOFTWARE\\Halvorstead\\"}));
+  const std::string copy = folder + NameWithTime(server, "Data") + "\\";
+  EXPECT_EQ(MachineState::Now().Since(older),
+            Joined({"+ " + previous, "+ " + copy, "+ " + copy + "Helper Data\\",
+                    "+ " + copy + "Helper Data\\counts.dat", "+ " + copy + "format.txt",
+                    "- HKLM\\SOFTWARE\\Halvorstead\\"}));
 }
 
 // Each public property that is an administrator's on one command line: among them other folders for the

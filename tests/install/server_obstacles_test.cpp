@@ -1,12 +1,44 @@
 // What stands in the way of a server's upgrade: data that are not where they are looked for, or not there at
 // all, leavings of an earlier conversion, files that resist the rollback.
 
+#include <cstring>
+#include <set>
+
 #include "install/server_rig.h"
 
 namespace install {
 namespace {
 
-class ServerObstaclesTest : public ServerTest {};
+class ServerObstaclesTest : public ServerTest {
+ protected:
+  /// Writes a file beside one whose name differs from its own in case only. The system minds no case where it
+  /// opens a file by a path of its own; the machine below it does.
+  static void WriteInThisCase(const std::wstring& path, const std::string& bytes) {
+    using UnixName = char* CDECL(const wchar_t*);
+    auto* unixName = reinterpret_cast<UnixName*>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+    ASSERT_NE(unixName, nullptr);
+    const size_t name = path.rfind(L'\\') + 1;
+    char* folder = unixName(path.substr(0, name - 1).c_str());
+    ASSERT_NE(folder, nullptr);
+    std::wstring exact = L"\\\\?\\unix" + ToWide(folder) + L"/" + path.substr(name);
+    HeapFree(GetProcessHeap(), 0, folder);
+    HANDLE file = CreateFileW(exact.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE) << FromWide(exact) << ": " << GetLastError();
+    DWORD written = 0;
+    EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
+    CloseHandle(file);
+  }
+
+  /// The files of a folder whose names begin with `name`, in any case: what is in them.
+  static std::set<std::string> ContentsOf(const std::wstring& folder, const std::string& name) {
+    std::set<std::string> contents;
+    for (const auto& [path, bytes] : ReadTree(folder)) {
+      if (_strnicmp(path.c_str(), name.c_str(), name.size()) == 0) contents.insert(bytes);
+    }
+    return contents;
+  }
+};
 
 // The engine knows the older product. Its data have the marker of a conversion long ago, which says nothing
 // about this one, and a file that the rollback cannot delete.
@@ -41,6 +73,35 @@ TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) 
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", data));
 }
 
+// Such pairs are there where a folder minds case. The way back finds the first of them where the second
+// belongs.
+TEST_F(ServerObstaclesTest, RollbackLosesNeitherOfTwoNamesThatDifferInCaseOnly) {
+  const std::set<std::string> both = {"first", "second"};
+  for (const std::wstring& data : {server + L"\\Data", outsideData}) {
+    SCOPED_TRACE(FromWide(data));
+    DeleteTree(programs);
+    WriteTree(server, OlderProgram());
+    WriteTree(data, {{"format.txt", "9\r\n"}});
+    SetDataSetting(data);
+    const std::wstring folder = data == outsideData ? outsideData : server;
+    WriteInThisCase(folder + L"\\Notes.txt", "first");
+    WriteInThisCase(folder + L"\\notes.TXT", "second");
+    ASSERT_EQ(ContentsOf(folder, "notes.txt"), both);
+
+    const InstallerRun& failed = Install(Server());
+    EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+    ExpectRolledBack(failed);
+    // Of the data one had been copied. Its copy has taken the name that the restored file would be renamed
+    // to, so that the second one stays where it was put aside.
+    const bool isOutside = data == outsideData;
+    const std::wstring kept = ToWide(failed.Property(isOutside ? "DIR_UPG_DATA" : "DIR_UPG"));
+    std::set<std::string> left = ContentsOf(folder, "notes.txt");
+    left.merge(ContentsOf(kept.substr(0, kept.size() - 1), "notes.txt"));
+    EXPECT_EQ(left, both);
+    EXPECT_EQ(ReadTree(kept + L".").size(), isOutside ? 1u : 0u);
+  }
+}
+
 TEST_F(ServerObstaclesTest, DataThatAreNotWhereTheyShouldBeAreRefused) {
   const Tree older = With(OlderProgram(), "Data", With(OlderData("1"), "Store", {{"data.db", "deep"}}));
   WriteTree(server, older);
@@ -58,7 +119,7 @@ TEST_F(ServerObstaclesTest, DataThatAreNotWhereTheyShouldBeAreRefused) {
   ChangePackage(Server().path, package,
                 {"UPDATE `Property` SET `Value` = 'VANTOR' WHERE `Property` = 'ServerAsideName'"});
   SetDataSetting(server + L"\\Data");
-  ExpectRefused(Msiexec("own-name", L"/i \"" + package + L"\" /qn"), "RefuseAsideName");
+  ExpectRefused(Msiexec("own-name", L"/i \"" + package + L"\" /qn"), "RefuseAsideFolder");
 
   EXPECT_EQ(ReadTree(server), older);
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});

@@ -59,6 +59,19 @@ bool AddTree(const std::wstring& folder, const std::string& prefix, Tree& tree) 
   });
 }
 
+// What a name that was renamed aside ends in; "0" stands for a digit.
+constexpr char kTime[] = " 0000-00-00 00-00-00";
+
+bool EndsInTime(const std::string& name) {
+  constexpr size_t length = sizeof kTime - 1;
+  if (name.size() <= length) return false;
+  for (size_t i = 0; i < length; ++i) {
+    const char c = name[name.size() - length + i];
+    if (kTime[i] == '0' ? c < '0' || c > '9' : c != kTime[i]) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 const char kServerKeyAbove[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor";
@@ -72,24 +85,26 @@ Tree ReadTree(const std::wstring& folder) {
 }
 
 Tree TakeStamped(Tree& tree) {
-  static const std::string shape = " 0000-00-00 00-00-00";
   Tree stamped;
   for (auto entry = tree.begin(); entry != tree.end();) {
     const std::string& path = entry->first;
-    size_t end = std::min(path.find('\\'), path.size());
-    bool isStamped = end > shape.size();
-    for (size_t i = 0; isStamped && i < shape.size(); ++i) {
-      char c = path[end - shape.size() + i];
-      isStamped = shape[i] == '0' ? c >= '0' && c <= '9' : c == shape[i];
-    }
-    if (!isStamped) {
+    const size_t end = std::min(path.find('\\'), path.size());
+    if (!EndsInTime(path.substr(0, end))) {
       ++entry;
       continue;
     }
-    stamped[path.substr(0, end - shape.size()) + path.substr(end)] = entry->second;
+    stamped[path.substr(0, end - sizeof kTime + 1) + path.substr(end)] = entry->second;
     entry = tree.erase(entry);
   }
   return stamped;
+}
+
+std::string NameWithTime(const std::wstring& folder, const std::string& name) {
+  std::vector<std::string> found;
+  for (const std::string& entry : Names(folder)) {
+    if (EndsInTime(entry) && entry.substr(0, entry.size() - sizeof kTime + 1) == name) found.push_back(entry);
+  }
+  return found.size() == 1 ? found[0] : "";
 }
 
 Tree With(Tree outer, const std::string& name, const Tree& inner) {

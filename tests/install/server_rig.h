@@ -15,6 +15,9 @@ Tree ReadTree(const std::wstring& folder);
 /// Takes out of `tree` what was renamed aside: the entries, with all in them, whose first name ends in a date
 /// and a time. Returns it under the names that it had before.
 Tree TakeStamped(Tree& tree);
+/// The name in a folder that is `name` with a date and a time after it; empty where there is none or more
+/// than one.
+std::string NameWithTime(const std::wstring& folder, const std::string& name);
 /// Creates the folder with all that `tree` says; what stands there already stays.
 void WriteTree(const std::wstring& folder, const Tree& tree);
 /// Marks a file as read-only: it can be copied and moved then, but not deleted.

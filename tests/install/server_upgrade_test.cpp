@@ -127,9 +127,9 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
   ExpectRolledBack(failed);
   ASSERT_NE(failed.Property("DIR_UPG_DATA"), "");
-  // The copy of the read-only file cannot be deleted; it is renamed, and all is back in its place.
+  // All is back in its place, and what had been copied there is beside it: nothing is deleted in a rollback.
   Tree restored = ReadTree(outsideData);
-  EXPECT_EQ(TakeStamped(restored), (Tree{{"locked.dat", "read-only"}}));
+  EXPECT_EQ(TakeStamped(restored), older);
   EXPECT_EQ(restored, older);
   EXPECT_EQ(ReadTree(ToWide(failed.Property("DIR_UPG_DATA")) + L"."), Tree());
   EXPECT_EQ(ReadTree(server), OlderProgram());
@@ -193,7 +193,7 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   EXPECT_EQ(DataSetting(), std::nullopt);
 
   // Data that the converter refuses: the server has been moved and its data copied by then. All of it is
-  // undone; only the emptied folder stays.
+  // undone; only the emptied folder stays, and what had been copied, under another name.
   older["Data\\format.txt"] = "9\r\n";
   WriteTree(server, older);
   const InstallerRun& refused = Install(Server(), L"PROP_SILENCE=-1");
@@ -201,7 +201,10 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   ExpectRolledBack(refused);
   EXPECT_EQ(refused.LinesWith(kCannotMoveAside).size(), 0u);
   EXPECT_EQ(refused.LinesWith(kCannotMerge).size(), 0u);
-  EXPECT_EQ(ReadTree(server), older);
+  Tree restored = ReadTree(server), copied = OlderData("9");
+  copied["in use.dat"] = "in use";
+  EXPECT_EQ(TakeStamped(restored), With({}, "Data", copied));
+  EXPECT_EQ(restored, older);
   EXPECT_EQ(ReadTree(aside), Tree());
   EXPECT_EQ(DataSetting(), std::nullopt);
 
@@ -217,7 +220,9 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   ExpectInstalled(upgraded);
   EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 1u);
   EXPECT_EQ(upgraded.LinesWith(kCannotMoveAside).size(), 0u);
-  EXPECT_EQ(ReadTree(aside), older);
+  Tree kept = ReadTree(aside);
+  EXPECT_EQ(TakeStamped(kept), With({}, "Data", copied));
+  EXPECT_EQ(kept, older);
   std::vector<std::string> names = Names(programs);
   ASSERT_EQ(names.size(), 3u);
   EXPECT_EQ(names[2].rfind("Vantor (previous) 2", 0), 0u) << names[2];

@@ -15,6 +15,7 @@ PAGE = "docs/actions.md"
 GUIDE = "docs/authoring.md"
 CLIENT = "packages/client/client.wxs"
 SERVER = "packages/server/server.wxs"
+LIBRARY = "packages/library.wxi"
 NOTICES = "packages/notices.wxi"
 SERVICE = "packages/service.wxi"
 TASK = "packages/task.wxi"
@@ -43,17 +44,27 @@ def call(name, entry=None, execute=None):
     return f'<CustomAction Id="{name}" BinaryKey="hxsetup" DllEntry="{entry or name.partition(".")[0]}"{later}/>\n'
 
 
-def fragment(head, content):
-    return f"<!--\n  {head}\n-->\n<Include>\n{content}</Include>\n"
+def guards(name, *needs):
+    """What a fragment begins with."""
+    lines = [f"<?ifdef var.Fragment{name.capitalize()}?><?error {name}.wxi is included twice. Include it once.?><?endif?>",
+             f'<?define Fragment{name.capitalize()} = "yes"?>']
+    lines += [f"<?ifndef var.Fragment{need.capitalize()}?><?error {name}.wxi needs {need}.wxi. Include {need}.wxi before "
+              "it.?><?endif?>" for need in needs]
+    return "".join(line + "\n" for line in lines)
+
+
+def fragment(name, needs, head, content):
+    return f"<!--\n  {head}\n-->\n<Include>\n{guards(name, *needs)}{content}</Include>\n"
 
 
 def model(*names, content=""):
-    includes = "".join(f"<?include {name}.wxi?>\n" for name in names)
+    includes = "".join(f"<?include {name}.wxi?>\n" for name in ("library", *names))
     return (f'<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"><Product>\n{includes}{content}'
             '<Directory Id="TARGETDIR"><Directory Id="DIR_CLIENT"/></Directory></Product></Wix>\n')
 
 
 SERVICE_TEXT = fragment(
+    "service", ["library", "notices"],
     "CustomAction1, CustomAction5: the service. The fragment notices.wxi must be included too.",
     '<Property Id="PROP_LIST" Secure="yes"/>\n<Property Id="PROP_NAME" Value="vt" Secure="yes"/>\n'
     '<Property Id="PROP_USERPASS" Secure="yes" Hidden="yes"/>\n<UI>'
@@ -70,12 +81,13 @@ SERVICE_TEXT = fragment(
       <Custom Action="CustomAction16.Back" Sequence="2000"/>
       <Custom Action="CustomAction15.Move" Sequence="2010">PROP_NAME</Custom>
       <Custom Action="CustomAction23" Sequence="4910">NOT Installed</Custom>
-      <Custom Action="CustomAction5" Sequence="6620">NOT (REMOVE ~= "ALL")</Custom>
+      <Custom Action="CustomAction5" Sequence="6615">NOT (REMOVE ~= "ALL")</Custom>
       <Custom Action="CustomAction19" Sequence="6640">REMOVE ~= "ALL"</Custom>
       <Custom Action="CustomAction24" OnExit="error"/>
     </InstallExecuteSequence>
 """)
 TASK_TEXT = fragment(
+    "task", ["library"],
     "CustomAction27, CustomAction28: the task. DIR_CLIENT is the folder of its program.",
     call("CustomAction27") + call("CustomAction28", execute="deferred")
     + """<InstallUISequence><Custom Action="CustomAction27" Sequence="700"/></InstallUISequence>
@@ -95,7 +107,8 @@ class KitTest(TreeTest):
             LIST: "EXPORTS\n" + "".join(f"CustomAction{n}\n" for n in SECTIONS),
             "src/client/all.cpp": 'Read(L"PROP_SILENCE", "PROP_LIST", "PROP_NAME", "PROP_USERPASS", "DIR_CLIENT");\n',
             PAGE: page(),
-            NOTICES: fragment("PROP_SILENCE: whether notices are sent.",
+            LIBRARY: fragment("library", [], "The library.", ""),
+            NOTICES: fragment("notices", [], "PROP_SILENCE: whether notices are sent.",
                               '<Property Id="PROP_SILENCE" Secure="yes"/>\n'),
             SERVICE: SERVICE_TEXT,
             TASK: TASK_TEXT,
@@ -232,11 +245,11 @@ class ChecksTest(KitTest):
                            "error 26001: its text is in 0 fragments")
 
     def test_error_text_twice(self):
-        self.assert_broken(TASK, "<Include>\n", '<Include>\n<UI><Error Id="25003">Again.</Error></UI>\n',
+        self.assert_broken(TASK, "</Include>\n", '<UI><Error Id="25003">Again.</Error></UI></Include>\n',
                            "error 25003: its text is in 2 fragments: service.wxi, task.wxi")
 
     def test_error_text_of_nobody(self):
-        self.assert_broken(TASK, "<Include>\n", '<Include>\n<UI><Error Id="25002">More.</Error></UI>\n',
+        self.assert_broken(TASK, "</Include>\n", '<UI><Error Id="25002">More.</Error></UI></Include>\n',
                            "task.wxi: nothing sends error 25002")
 
     def test_notices_of_the_page(self):
@@ -277,16 +290,112 @@ class ChecksTest(KitTest):
 
     def test_need_that_the_head_does_not_name(self):
         self.assert_broken(SERVICE, "The fragment notices.wxi must be included too.", "",
-                           "service.wxi: reads PROP_SILENCE of notices.wxi, and its head does not say so")
+                           "service.wxi: its head wants no fragment, and its guards notices.wxi")
+
+    def test_need_that_no_guard_asks_for(self):
+        text = guards("service", "library", "notices").split("\n")[-2]
+        self.assert_broken(SERVICE, text, "",
+                           "service.wxi: reads PROP_SILENCE of notices.wxi, and its head does not say so",
+                           "service.wxi: its head wants notices.wxi, and its guards none")
+
+    def test_guard_that_looks_at_another_fragment(self):
+        self.assert_broken(SERVICE, "<?ifndef var.FragmentNotices?>", "<?ifndef var.FragmentTask?>",
+                           "service.wxi: the guard that asks for notices.wxi looks at FragmentTask")
+
+    def test_guard_of_another_fragment(self):
+        self.assert_broken(TASK, "<?error task.wxi needs", "<?error tasks.wxi needs",
+                           "task.wxi: the message of the guard for FragmentLibrary does not begin with")
+
+    def test_no_guard_against_a_second_copy(self):
+        first = guards("task").split("\n")[0]
+        self.assert_broken(TASK, first, "", "task.wxi: does not begin with <?ifdef var.FragmentTask?>")
+
+    def test_library_that_nobody_asks_for(self):
+        self.assert_broken(TASK, guards("task", "library").split("\n")[2], "",
+                           "task.wxi: calls the library, and does not ask for library.wxi")
+
+    def test_one_place_for_two_fragments(self):
+        refusal = "<?ifdef var.FragmentService?><?error task.wxi and service.wxi meet.?><?endif?>\n"
+        self.assert_broken(TASK, '"6620"', '"6615"',
+                           "service.wxi and task.wxi both have the place 6615, and do not refuse each other",
+                           "client/client.wxs: CustomAction5 and CustomAction27 have the place 6615")
+        text = (self.root / TASK).read_text(encoding="utf-8").replace("<Include>\n" + guards("task", "library"),
+                                                                      "<Include>\n" + guards("task", "library") + refusal)
+        self.write({TASK: text})
+        self.assertEqual(self.regenerate(), ["client/client.wxs: CustomAction5 and CustomAction27 have the place 6615"])
+
+    def test_place_of_a_model_in_a_fragment(self):
+        self.write({CLIENT: model("notices", "service", "task", content='<CustomAction Id="Own" Property="P" Value="1"/>'
+                                  '<InstallExecuteSequence><Custom Action="Own" Sequence="6460"/>'
+                                  "</InstallExecuteSequence>")})
+        self.assertEqual(self.regenerate(), ["client/client.wxs: Own and CustomAction28 have the place 6460"])
+
+    def test_name_of_the_product(self):
+        for name in ("Ostrel", "Vantor server", "SOFTWARE\\Halvorstead"):
+            self.write({TASK: TASK_TEXT})
+            self.assert_broken(TASK, "</Include>", f'<CustomAction Id="Set" Property="Name" Value="{name}"/>'
+                               '<InstallExecuteSequence><Custom Action="Set" Sequence="9"/></InstallExecuteSequence>'
+                               "</Include>", f"task.wxi: a name of the product is not a variable: {name}")
+
+    def test_name_of_the_product_in_a_variable(self):
+        self.assert_broken(TASK, "</Include>", '<?ifndef var.Name?><?define Name = "Vantor"?><?endif?>\n'
+                           '<CustomAction Id="Set" Property="Own" Value="$(var.Name)"/>'
+                           '<InstallExecuteSequence><Custom Action="Set" Sequence="9"/></InstallExecuteSequence>'
+                           "</Include>", "task.wxi: reads the variable Name, and its head does not say so")
+
+    def test_text_that_is_too_long(self):
+        refusal = '<CustomAction Id="Refuse" Error="{}"/><InstallExecuteSequence><Custom Action="Refuse" Sequence="1010">' \
+                  "NOT PROP_LIST</Custom></InstallExecuteSequence></Include>"
+        self.assert_broken(SERVICE, "</Include>", refusal.format("x" * 256),
+                           "service.wxi: Refuse has 256 characters, and not up to 255",
+                           *["client/client.wxs: "] * 10)
+        self.write({SERVICE: SERVICE_TEXT})
+        self.assert_broken(SERVICE, "</Include>", refusal.format("x" * 255), *["client/client.wxs: "] * 10)
+
+    def test_refusal_in_one_sequence_only(self):
+        refusal = '<CustomAction Id="Refuse" Error="No."/><{0}><Custom Action="Refuse" Sequence="{1}">PROP_LIST = "no"' \
+                  "</Custom></{0}></Include>"
+        for sequence, number, expected in (
+                ("InstallExecuteSequence", 700, ["service.wxi: Refuse refuses in one sequence only"]),
+                ("InstallUISequence", 701, ["service.wxi: Refuse refuses in one sequence only"]),
+                ("InstallExecuteSequence", 1010, []),
+                ("InstallExecuteSequence", 1450, ["service.wxi: Refuse refuses at 1450, when something may have changed"])):
+            self.write({SERVICE: SERVICE_TEXT})
+            self.assert_broken(SERVICE, "</Include>", refusal.format(sequence, number), *expected)
+
+    def test_setter_after_its_reader(self):
+        def package(number):
+            return model("notices", "service", "task", content=(
+                '<CustomAction Id="SetList" Property="PROP_LIST" Value="a/b"/><InstallExecuteSequence>'
+                f'<Custom Action="SetList" Sequence="{number}"/></InstallExecuteSequence>'))
+        for number, readers in ((6614, []), (6616, [("CustomAction5", 6615)]),
+                                (6641, [("CustomAction5", 6615), ("CustomAction19", 6640)])):
+            self.write({CLIENT: package(number)})
+            self.assertEqual(sorted(self.regenerate()), sorted(
+                f"client/client.wxs: SetList sets PROP_LIST at {number}, after {name} has read it at {place}"
+                for name, place in readers))
+
+    def test_list_that_is_not_set(self):
+        sections = {**SECTIONS, 5: ("`PROP_FIREWALLDATA` and `PROP_SILENCE`", "rules"), 19: ("`PROP_FIREWALLDATA`", "rules")}
+        self.write({PAGE: page(sections), SERVICE: SERVICE_TEXT.replace("PROP_LIST", "PROP_FIREWALLDATA"),
+                    "src/client/all.cpp": '"PROP_SILENCE", "PROP_FIREWALLDATA", "PROP_NAME", "PROP_USERPASS", "DIR_CLIENT"\n'})
+        found = [line for line in self.regenerate() if not line.startswith(GUIDE)]
+        self.assertEqual(found, [f"client/client.wxs: {run}: {action} runs without PROP_FIREWALLDATA" for run, action in
+                                 (("install", "CustomAction5"), ("upgrade", "CustomAction5"), ("repair", "CustomAction5"),
+                                  ("removal", "CustomAction19"), ("replaced", "CustomAction19")) for _ in range(2)])
 
     def test_property_that_nobody_sets(self):
         self.assert_broken(TASK, "REMOVE</Custom>", "NOT Wanted</Custom>",
                            "task.wxi: reads Wanted, and its head does not say so")
 
     def test_variable_that_the_head_does_not_name(self):
-        self.assert_broken(TASK, "<Include>\n", '<Include>\n<Binary SourceFile="$(var.Library)"/>\n',
-                           "task.wxi: reads the variable Library, and its head does not say so")
-        self.assert_broken(TASK, "the task.", "the task. The variable Library names a file.")
+        self.assert_broken(TASK, "</Include>\n", '<Binary SourceFile="$(var.Library)"/></Include>\n',
+                           "task.wxi: reads the variable Library, and its head does not say so",
+                           "task.wxi: reads the variable Library, and no guard asks for it")
+        self.assert_broken(TASK, "the task.", "the task. The variable Library names a file.",
+                           "task.wxi: reads the variable Library, and no guard asks for it")
+        self.assert_broken(TASK, "</Include>\n", "<?ifndef var.Library?><?error task.wxi needs the variable Library.?>"
+                           "<?endif?></Include>\n")
 
     def test_not_secure(self):
         self.assert_broken(SERVICE, 'Id="PROP_LIST" Secure="yes"', 'Id="PROP_LIST"',
@@ -302,7 +411,7 @@ class ChecksTest(KitTest):
     def test_secure_that_must_not_be(self):
         sections = {**SECTIONS, 27: ("`PROP_COMPONENT`, `DIR_CLIENT`", "the task")}
         self.write({PAGE: page(sections), "src/client/more.cpp": '"PROP_COMPONENT"\n'})
-        self.assert_broken(TASK, "<Include>\n", '<Include>\n<Property Id="PROP_COMPONENT" Value="V" Secure="yes"/>\n',
+        self.assert_broken(TASK, "</Include>\n", '<Property Id="PROP_COMPONENT" Value="V" Secure="yes"/></Include>\n',
                            "client/client.wxs: PROP_COMPONENT, which task.wxi reads, is secure")
 
     def test_secure_is_free_where_the_property_is_made(self):
@@ -317,9 +426,10 @@ class ChecksTest(KitTest):
 
     def test_search_for_what_nobody_writes(self):
         key = "SOFTWARE\\Halvorstead\\Ostrel"
-        search = (f'<Property Id="PROP_OLD" Secure="yes"><RegistrySearch Id="S" Key="{key}" Name="Old"/></Property>'
+        search = (f'<?define OldKey = "{key}"?><Property Id="PROP_OLD" Secure="yes">'
+                  '<RegistrySearch Id="S" Key="$(var.OldKey)" Name="Old"/></Property>'
                   '<Property Id="PROP_SYSTEM"><RegistrySearch Id="T" Key="SOFTWARE\\Other" Name="Old"/></Property>')
-        self.assert_broken(TASK, "<Include>\n", f"<Include>\n{search}",
+        self.assert_broken(TASK, "</Include>\n", f"{search}</Include>\n",
                            f"client/client.wxs: does not write Old of {key}, which task.wxi looks for")
         self.write({CLIENT: model("notices", "service", "task", content=f'<RegistryValue Key="{key}" Name="Old"/>')})
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
@@ -364,7 +474,7 @@ class GuideTest(KitTest):
                           f"{GUIDE}: nothing is said of the values of PROP_LIST")
 
     def test_new_property(self):
-        self.assert_broken(TASK, "<Include>\n", '<Include>\n<Property Id="PROP_NEW" Value="9" Secure="yes"/>\n')
+        self.assert_broken(TASK, "</Include>\n", '<Property Id="PROP_NEW" Value="9" Secure="yes"/></Include>\n')
         self.assertIn("| `PROP_NEW` | `9` | yes | `task.wxi` |  |  |  |", self.guide())
         self.assertIn("| `PROP_NAME` | `vt` | yes | `service.wxi` | 23, 24, `service.wxi` |  | meaning |", self.guide())
         self.assertEqual(self.lint(), (1, [f"{GUIDE}: nothing is said of the values of PROP_NEW"]))

@@ -2,6 +2,7 @@
 
 import tempfile
 import unittest
+import unittest.mock
 from pathlib import Path
 from types import SimpleNamespace
 
@@ -11,7 +12,7 @@ check_texts = load_script("check-texts.py")
 
 OTHER_TEXTS = {
     "properties": r"PROP_\w+|ProductName",
-    "files": r"a\ file\.txt",
+    "files and folders": r"a\ file\.txt|Sub\0b\.txt\0",
 }
 
 SOURCES = {
@@ -81,6 +82,7 @@ SOURCES = {
           HeapStringW name(ReadPropertyW(session, L"PROP_B"));
           object->Report(session);
           Open("a file.txt");
+          OpenAll("Sub\0b.txt\0");
           return RunJob(session);
         }
         """,
@@ -89,6 +91,21 @@ SOURCES = {
             nothing was changed."/>
         </Include>
         """,
+    "docs/authoring.md": """# Guide
+
+## By the library
+
+| Name | What it is | Action |
+|---|---|---|
+| `a file.txt` | a file | [2](actions.md#customaction2) |
+| `Sub` | a folder, with `b.txt` | [2](actions.md#customaction2) |
+
+## Elsewhere
+
+| Name |
+|---|
+| `c.txt` |
+""",
     "src/util/names.cpp": r"""
         constexpr char kPattern[] = "not of the log";
         """,
@@ -224,7 +241,11 @@ class TextsTest(unittest.TestCase):
     def test_new_text_that_is_no_line(self):
         self.edit("src/client/two.cpp", "a file.txt", "b file.txt")
         self.texts[-1] = "b file.txt"
-        self.assert_found("'files': no text of the sources is of this group", "'b file.txt' is not on the page")
+        self.assert_found("'b file.txt' is not on the page", "'a file.txt' is not a name of the library")
+
+    def test_group_without_a_text(self):
+        with unittest.mock.patch.dict(OTHER_TEXTS, {"nothing": "Gone"}):
+            self.assert_found("'nothing': no text of the sources is of this group")
 
     def test_line_that_counts_as_something_else(self):
         self.edit("src/client/two.cpp", "Open(", 'LogSetupTextW(session, L"PROP_C");\n          Open(')
@@ -275,6 +296,36 @@ class TextsTest(unittest.TestCase):
     def test_sender_of_a_notice(self):
         self.edit("src/client/one.cpp", "          Report(session);\n", "")
         self.assert_found("notice 25000, sent by nobody")
+
+    def test_text_of_a_refusal_in_a_variable(self):
+        self.edit("packages/job.wxi", 'Error="Not &quot;here&quot;:\n            nothing was changed."',
+                  'Error="$(var.Text)"')
+        self.sources["packages/texts.wxi"] = '<Include><?define Text = "Not &quot;here&quot;: nothing was changed."?></Include>'
+        self.assert_found()
+        self.sources["packages/texts.wxi"] = "<Include/>"
+        self.assert_found("is missing: $(var.Text)", "no package says: Not")
+
+    # The names that the library fixes.
+
+    def test_name_that_the_guide_lacks(self):
+        self.edit("docs/authoring.md", "| `a file.txt` | a file | [2](actions.md#customaction2) |\n", "")
+        self.assert_found("the library's name 'a file.txt' is not below 'By the library'")
+
+    def test_name_of_a_list_that_the_guide_lacks(self):
+        self.edit("docs/authoring.md", "`b.txt`", "b.txt")
+        self.assert_found("the library's name 'b.txt' is not below")
+
+    def test_name_that_the_library_lacks(self):
+        self.edit("docs/authoring.md", "| `Sub` |", "| `Sub`, `Sup` |")
+        self.assert_found("docs/authoring.md:8: 'Sup' is not a name of the library")
+
+    def test_action_of_a_name(self):
+        self.edit("docs/authoring.md", "a file | [2](actions.md#customaction2)", "a file | [1](actions.md#customaction1)")
+        self.assert_found("docs/authoring.md:7: `a file.txt` is of 2")
+
+    def test_no_guide(self):
+        del self.sources["docs/authoring.md"]
+        self.assert_found("'Sub' is not below", "'a file.txt' is not below", "'b.txt' is not below")
 
     # The codes.
 

@@ -90,8 +90,9 @@ class Archive(DistTest):
         self.assertEqual(archive.name, f"hxsetup-{VERSION}.zip")
         expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").glob("*.md"),
                     *(PROJECT / "packages").glob("*.wxi"), *(PROJECT / "packages/client").rglob("*.*"),
-                    *(PROJECT / "packages/server").rglob("*.*")]
-        expected = {str(path.relative_to(PROJECT)) for path in expected} - {"packages/server/witness.wxi"}
+                    *(PROJECT / "packages/server").rglob("*.*"), *(PROJECT / "packages/other").rglob("*.*")]
+        expected = {str(path.relative_to(PROJECT)) for path in expected} - {
+            "packages/server/witness.wxi", "packages/other/one.wxs"}
         self.assertGreater(len(expected), 30)
         with zipfile.ZipFile(archive) as content:
             names = content.namelist()

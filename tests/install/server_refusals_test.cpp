@@ -1,0 +1,132 @@
+// What a server package refuses before anything changes: names that are missing or cannot be used, folders
+// that contain each other, and folders that are written in a way that nothing here can use.
+
+#include "install/server_rig.h"
+
+namespace install {
+namespace {
+
+const Tree kData = {{"format.txt", "1\r\n"}};
+
+class ServerRefusalsTest : public ServerTest {
+ protected:
+  /// Installs a copy of the server package in which `statements` have been run.
+  const InstallerRun& InstallChanged(const std::vector<std::string>& statements,
+                                     const std::wstring& properties = L"") {
+    WriteTree(elsewhere, {});
+    const std::wstring package = elsewhere + L"\\server.msi";
+    ChangePackage(Server().path, package, statements);
+    const InstallerRun& run = Msiexec("changed", L"/i \"" + package + L"\" /qn " + properties);
+    DeleteFileW(package.c_str());
+    return run;
+  }
+
+  /// A statement that gives a property of the package another value, or takes it away.
+  static std::string Change(const std::string& property, const std::string& value) {
+    return "UPDATE `Property` SET `Value` = '" + value + "' WHERE `Property` = '" + property + "'";
+  }
+  static std::string Delete(const std::string& property) {
+    return "DELETE FROM `Property` WHERE `Property` = '" + property + "'";
+  }
+  /// Statements that set a property at a place of the execute sequence.
+  static std::vector<std::string> SetAt(int place, const std::string& property, const std::string& value) {
+    return {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Move', 51, '" +
+                property + "', '" + value + "')",
+            "INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('Move', " +
+                std::to_string(place) + ")"};
+  }
+
+  /// An older server, in the folder of a maker who has more in it.
+  void LayDownOlderServer() {
+    WriteTree(server, With(OlderProgram(), "Data", kData));
+    WriteTree(programs + L"\\Ostrel", {{"ostrel.ini", "the client's"}});
+    before_ = ReadTree(programs);
+  }
+  /// After a run that an action has refused: the older server and all beside it are as they were.
+  void ExpectNothingMoved(const InstallerRun& run, const std::string& action) {
+    ExpectRefused(run, action);
+    EXPECT_EQ(ReadTree(programs), before_) << action;
+    DeleteTree(programs);
+    LayDownOlderServer();
+  }
+
+ private:
+  Tree before_;
+};
+
+// Joined with such a name, the folder to put the older server into would be the maker's, with everything in
+// it.
+TEST_F(ServerRefusalsTest, ANameToKeepTheOlderServerUnderThatIsNoName) {
+  LayDownOlderServer();
+  ExpectNothingMoved(InstallChanged({Delete("ServerAsideName")}), "RefuseAsideName");
+  for (const char* name : {".", "..", "Vantor.", "Vantor ", "Kept\\", "a/b"})
+    ExpectNothingMoved(InstallChanged({Change("ServerAsideName", name)}), "RefuseAsideName");
+}
+
+TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderServerInThatContainsIt) {
+  LayDownOlderServer();
+  // Before costing, and behind it, when a folder may have become another.
+  for (const auto& [place, action] :
+       {std::pair(699, "RefuseAsideFolder"), std::pair(1005, "RefuseAsideFolderAgain")}) {
+    ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", "[DIR_EXSERVER]")), action);
+    ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", "C:\\PROGRAM FILES\\Halvorstead\\")), action);
+    // The new server's folder, and the data's.
+    ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", FromWide(elsewhere) + "\\"),
+                                      L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + outsideData + L"\""),
+                       action);
+  }
+  for (const auto& [place, action] :
+       {std::pair(699, "RefuseNoFolders"), std::pair(1005, "RefuseNoFoldersAgain")}) {
+    for (const char* property : {"DIR_UPG", "DIR_UPG_DATA", "DIR_EXSERVER"})
+      ExpectNothingMoved(InstallChanged(SetAt(place, property, "{}")), action);
+  }
+}
+
+TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderDataInThatContainsThem) {
+  LayDownOlderServer();
+  WriteTree(outsideData, kData);
+  SetDataSetting(outsideData);
+  for (const auto& [place, action] :
+       {std::pair(699, "RefuseAsideData"), std::pair(1005, "RefuseAsideDataAgain")}) {
+    for (const std::string& folder :
+         {FromWide(elsewhere) + "\\", FromWide(elsewhere) + "\\DATA\\", std::string("C:\\Program Files\\")}) {
+      ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG_DATA", folder)), action);
+      EXPECT_EQ(ReadTree(outsideData), kData) << folder;
+    }
+  }
+}
+
+TEST_F(ServerRefusalsTest, NamesThatTheFragmentsNeed) {
+  LayDownOlderServer();
+  for (const char* name : {"DIR_UPG_HELPERDATA", "DIR_UPG_VRDF", "DIR_UPG_VRDF_PREFS"})
+    ExpectNothingMoved(InstallChanged({Delete(name)}), "RefuseHelperNames");
+  ExpectNothingMoved(InstallChanged({Change("ServerDataName", "Data.")}), "RefuseDataName");
+
+  // Also where there is no older server: an installation that would end in the root of the drive.
+  DeleteTree(programs);
+  const std::string noFolder = "DELETE FROM `InstallExecuteSequence` WHERE `Action` = 'NewServerFolder'";
+  ExpectRefused(InstallChanged({Delete("ServerDataName"), noFolder}), "RefuseServerFolder");
+  ExpectRefused(InstallChanged({Delete("ServerDataName")}), "RefuseDataName");
+  EXPECT_FALSE(FileExists(programs));
+  EXPECT_EQ(DataSetting(), std::nullopt);
+}
+
+TEST_F(ServerRefusalsTest, FoldersWrittenOtherwiseThanTheyAreUsed) {
+  LayDownOlderServer();
+  for (const wchar_t* folder :
+       {L"C:\\Vantor Store\\Data\\\\", L"C:/Vantor Store/Data/", L"C:\\Vantor Store/Data"}) {
+    const std::wstring text = folder;
+    ExpectNothingMoved(Install(Server(), L"DIR_DATAFOLDER=\"" + text + L"\""), "RefuseDataFolderText");
+    ExpectNothingMoved(Install(Server(), L"DIR_SERVER=\"" + text + L"\""), "RefuseServerFolderText");
+  }
+  EXPECT_FALSE(FileExists(elsewhere));
+
+  // What the server's settings say is text of somebody's as well.
+  WriteTree(outsideData, kData);
+  SetDataSetting(outsideData + L"\\\\");
+  ExpectNothingMoved(Install(Server()), "RefuseDataSetting");
+  EXPECT_EQ(ReadTree(outsideData), kData);
+}
+
+}  // namespace
+}  // namespace install

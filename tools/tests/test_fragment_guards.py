@@ -1,0 +1,187 @@
+"""The guards of the fragments: each mistake of a package stops the compiler, with a message that says what to do."""
+
+import re
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+from support import TOOLS, load_script
+
+ROOT = TOOLS.parent
+FACTS = load_script("package_facts.py")
+
+# What must come before each fragment, in an order that works.
+BEFORE = {
+    "library": (),
+    "notices": (),
+    "audit_file": ("library",),
+    "installed_programs": ("library",),
+    "user_interface": ("library",),
+    "client_upgrade": (),
+    "client_close": ("library", "notices", "client_upgrade"),
+    "client_settings": ("library", "client_upgrade"),
+    "client_tasks": ("library", "client_upgrade"),
+    "client_restart": ("library", "client_upgrade", "client_tasks"),
+    "tracking_hook": ("library", "client_upgrade"),
+    "server_replaced": (),
+    "server_data_folder": ("library",),
+    "server_migration": ("library", "notices", "server_data_folder"),
+    "service_account": ("library", "notices", "server_replaced"),
+    "server_access": ("library", "notices", "server_replaced", "service_account"),
+    "firewall": ("library", "notices", "server_replaced"),
+    "service_configuration": ("library", "server_replaced"),
+}
+# What a fragment's own guards ask for; what is needed only by one before it is asked for by that one.
+OWN = {**BEFORE, "server_access": ("library", "service_account")}
+
+VARIABLES = {"LibraryFile": "hxsetup.dll", "DisplayVersion": "1.0.0"}
+OTHER_SERVER = {"ServiceName": "Gauge", "ServerKey": "SOFTWARE\\Maker\\Gauge", "ServerName": "gauge", "AccountId": "gauge"}
+
+ONE_PLACE = ("{0}.wxi and {1}.wxi use the same places of the sequences. Make two packages, one for the client and one for "
+             "the server.")
+OSTREL = "{0}.wxi is for the client Ostrel only: it {1}. Leave it out of a package that defines ClientKey."
+OSTREL_JOBS = {
+    "client_close": "closes the tools and stops the service of that client",
+    "client_settings": "reads and deletes the settings of that client",
+    "client_tasks": "makes and deletes the tasks of that client",
+    "client_restart": "starts the agents of that client",
+    "tracking_hook": "hooks and unhooks the tracking library of that client",
+}
+WITHOUT_SERVICE = ("server_replaced.wxi finds the variable {0} without ServiceName. Define ServiceName, ServerKey, "
+                   "ServerName and AccountId, or none of them.")
+SERVER_VARIABLES = {
+    "ServerKey": "Define the key of the server's values, such as SOFTWARE\\Maker\\Server.",
+    "ServerName": 'Define what people call the server in a sentence, after "the".',
+    "AccountId": "Define the name of the service's account, another one than vantor.",
+}
+
+
+class GuardTest(unittest.TestCase):
+    def compile(self, fragments, defined=(), variables=None):
+        """What the compiler says of a package with these fragments, in this order, and with the variables that it
+        defines before them: the message that stopped it, or None. `variables` are those of its command line."""
+        defines = "".join(f'<?define {name} = "{value}"?>\n' for name, value in dict(defined).items())
+        includes = "".join(f"<?include {name}.wxi?>\n" for name in fragments)
+        options = [part for name, value in (VARIABLES if variables is None else variables).items()
+                   for part in ("-D", f"{name}={value}")]
+        with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
+            source = Path(folder) / "package.wxs"
+            source.write_text('<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">\n<Product>\n'
+                              f"{defines}{includes}</Product></Wix>\n", encoding="utf-8")
+            result = subprocess.run(["wixl", "-E", "-I", ROOT / "packages", *options, source], capture_output=True,
+                                    text=True, check=False)
+        if result.returncode == 0:
+            self.assertEqual(result.stderr, "")
+            self.assertNotIn("$(var.", result.stdout)
+            return None
+        messages = re.findall(r"^(?:\S*/)?(\w+\.wxi):\d+: error: (.*)$", result.stderr, re.MULTILINE)
+        self.assertEqual(len(messages), 1, result.stderr)
+        self.assertEqual(messages[0][0], messages[0][1].split()[0])
+        return messages[0][1]
+
+    def assert_stops(self, message, fragments, **more):
+        with self.subTest(f"{fragments} {more}"):
+            self.assertEqual(self.compile(fragments, **more), message)
+
+    def test_each_fragment_is_known(self):
+        self.assertEqual(sorted(BEFORE), sorted(path.stem for path in (ROOT / "packages").glob("*.wxi")))
+
+    def test_right(self):
+        for name, before in BEFORE.items():
+            self.assert_stops(None, [*before, name])
+
+    def test_twice(self):
+        for name, before in BEFORE.items():
+            self.assert_stops(f"{name}.wxi is included twice. Include it once.", [*before, name, name])
+
+    def test_without_what_it_needs(self):
+        for name, needs in OWN.items():
+            for need in needs:
+                # The others, as far as they can be there without that one; the first guard that misses something stops.
+                others = [other for other in BEFORE[name] if other != need and need not in BEFORE[other]]
+                missing = next(other for other in needs if other not in others)
+                self.assertIn(missing, (need, *(other for other in needs if need in BEFORE[other])))
+                self.assert_stops(f"{name}.wxi needs {missing}.wxi. Include {missing}.wxi before it.", [*others, name])
+
+    def test_behind_what_needs_it(self):
+        self.assert_stops("firewall.wxi needs server_replaced.wxi. Include server_replaced.wxi before it.",
+                          ["library", "notices", "firewall", "server_replaced"])
+
+    def test_variables_of_the_command_line(self):
+        self.assert_stops("library.wxi needs the variable LibraryFile. Give the compiler the path of the hxsetup.dll of the "
+                          "package's processor: -dLibraryFile=PATH", ["library"], variables={"DisplayVersion": "1"})
+        self.assert_stops("installed_programs.wxi needs the variable DisplayVersion. Give the compiler the version as the "
+                          "list of installed programs shall show it: -dDisplayVersion=TEXT",
+                          ["library", "installed_programs"], variables={"LibraryFile": "hxsetup.dll"})
+
+    def test_client_and_server(self):
+        for server in ("server_replaced", "server_data_folder"):
+            self.assert_stops(ONE_PLACE.format(server, "client_upgrade"), ["library", "client_upgrade", server])
+            self.assert_stops(ONE_PLACE.format("client_upgrade", server), ["library", server, "client_upgrade"])
+
+    def test_every_pair(self):
+        """A fragment of the client and one of the server, with all that they need, in both orders."""
+        clients = [name for name in BEFORE if name == "client_upgrade" or "client_upgrade" in BEFORE[name]]
+        servers = [name for name in BEFORE if name.startswith("serve") or "server_replaced" in BEFORE[name]]
+        servers += ["service_configuration"]
+        self.assertEqual((len(clients), len(set(servers))), (6, 7))
+        for client in clients:
+            for server in set(servers):
+                for first, second in ((client, server), (server, client)):
+                    fragments = dict.fromkeys([*BEFORE[first], first, *BEFORE[second], second])
+                    with self.subTest(f"{first}, {second}"):
+                        self.assertRegex(self.compile(fragments), "use the same places of the sequences")
+
+    def test_client_of_another_name(self):
+        other = {"ClientKey": "SOFTWARE\\Maker\\Agent"}
+        self.assert_stops(None, ["library", "client_upgrade"], defined=other)
+        for name, job in OSTREL_JOBS.items():
+            before = [need for need in BEFORE[name] if need not in OSTREL_JOBS]
+            # A fragment that needs one of the others finds that one missing first.
+            expected = OSTREL.format(name, job)
+            if before != list(BEFORE[name]):
+                expected = OSTREL.format("client_tasks", OSTREL_JOBS["client_tasks"])
+            self.assert_stops(expected, [*BEFORE[name], name], defined=other)
+
+    def test_server_of_another_name(self):
+        server = [name for name in BEFORE if "server_replaced" in BEFORE[name]]
+        self.assert_stops(None, ["library", "notices", "server_replaced", *server], defined=OTHER_SERVER)
+        for name, what in SERVER_VARIABLES.items():
+            self.assert_stops(f"server_replaced.wxi needs the variable {name}, because the package defines ServiceName. "
+                              f"{what}", ["server_replaced"],
+                              defined={key: value for key, value in OTHER_SERVER.items() if key != name})
+            self.assert_stops(WITHOUT_SERVICE.format(name), ["server_replaced"], defined={name: OTHER_SERVER[name]})
+
+    def test_data_of_vantor_for_another_server(self):
+        message = ("server_data_folder.wxi is for the service Vantor only: the library reads where that service has its "
+                   "data. Leave it out of a package that defines ServiceName.")
+        self.assert_stops(message, ["library", "server_data_folder"], defined=OTHER_SERVER)
+        self.assert_stops(message, ["library", "server_replaced", "server_data_folder"], defined=OTHER_SERVER)
+        self.assert_stops(None, ["library", "server_replaced", "server_data_folder"])
+
+    def test_names_of_another_product_take_the_place_of_all(self):
+        """Nothing of the client or the server is left in what such a package looks for and says."""
+        for defined, fragments in (({"ClientKey": "SOFTWARE\\Maker\\Agent"}, ["client_upgrade"]),
+                                   (OTHER_SERVER, ["server_replaced", "service_account", "server_access", "firewall"])):
+            with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
+                source = Path(folder) / "package.wxs"
+                source.write_text(
+                    '<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"><Product>'
+                    + "".join(f'<?define {name} = "{value}"?>' for name, value in defined.items())
+                    + "".join(f"<?include {name}.wxi?>" for name in ["library", "notices", *fragments])
+                    + "</Product></Wix>", encoding="utf-8")
+                text = subprocess.run(["wixl", "-E", "-I", ROOT / "packages", "-D", "LibraryFile=x", source],
+                                      capture_output=True, text=True, check=True).stdout
+            for value in defined.values():
+                self.assertIn(value, text)
+            self.assertNotRegex(text, "(?i)vantor|ostrel|halvorstead")
+
+    def test_the_table_of_the_guide_is_theirs(self):
+        fragments = FACTS.read_fragments(ROOT)
+        for name, needs in OWN.items():
+            self.assertEqual(fragments[f"{name}.wxi"].fronts(), sorted(f"{need}.wxi" for need in needs), name)
+
+
+if __name__ == "__main__":
+    unittest.main()
