@@ -65,7 +65,7 @@ TEST_F(ServerRefusalsTest, ANameToKeepTheOlderServerUnderThatIsNoName) {
 
 TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderServerInThatContainsIt) {
   LayDownOlderServer();
-  // Before costing, and behind it, when a folder may have become another.
+  // Before costing, and after it, when a folder may have become another.
   for (const auto& [place, action] :
        {std::pair(699, "RefuseAsideFolder"), std::pair(1005, "RefuseAsideFolderAgain")}) {
     ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", "[DIR_EXSERVER]")), action);

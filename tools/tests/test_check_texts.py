@@ -307,15 +307,15 @@ class TextsTest(unittest.TestCase):
 
     # The names that the library fixes.
 
-    def test_name_that_the_guide_lacks(self):
+    def test_name_missing_in_the_guide(self):
         self.edit("docs/authoring.md", "| `a file.txt` | a file | [2](actions.md#customaction2) |\n", "")
         self.assert_found("the library's name 'a file.txt' is not below 'By the library'")
 
-    def test_name_of_a_list_that_the_guide_lacks(self):
+    def test_name_of_a_list_missing_in_the_guide(self):
         self.edit("docs/authoring.md", "`b.txt`", "b.txt")
         self.assert_found("the library's name 'b.txt' is not below")
 
-    def test_name_that_the_library_lacks(self):
+    def test_name_missing_in_the_library(self):
         self.edit("docs/authoring.md", "| `Sub` |", "| `Sub`, `Sup` |")
         self.assert_found("docs/authoring.md:8: 'Sup' is not a name of the library")
 

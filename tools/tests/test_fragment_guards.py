@@ -104,15 +104,15 @@ class GuardTest(unittest.TestCase):
                 self.assertIn(missing, (need, *(other for other in needs if need in BEFORE[other])))
                 self.assert_stops(f"{name}.wxi needs {missing}.wxi. Include {missing}.wxi before it.", [*others, name])
 
-    def test_behind_what_needs_it(self):
+    def test_after_what_needs_it(self):
         self.assert_stops("firewall.wxi needs server_replaced.wxi. Include server_replaced.wxi before it.",
                           ["library", "notices", "firewall", "server_replaced"])
 
     def test_variables_of_the_command_line(self):
         self.assert_stops("library.wxi needs the variable LibraryFile. Give the compiler the path of the hxsetup.dll of the "
                           "package's processor: -dLibraryFile=PATH", ["library"], variables={"DisplayVersion": "1"})
-        self.assert_stops("installed_programs.wxi needs the variable DisplayVersion. Give the compiler the version as the "
-                          "list of installed programs shall show it: -dDisplayVersion=TEXT",
+        self.assert_stops("installed_programs.wxi needs the variable DisplayVersion. Give the compiler the version for the "
+                          "list of installed programs: -dDisplayVersion=TEXT",
                           ["library", "installed_programs"], variables={"LibraryFile": "hxsetup.dll"})
 
     def test_client_and_server(self):
