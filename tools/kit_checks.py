@@ -40,6 +40,9 @@ LONGEST_TARGET = 255
 # Where costing begins: what is refused before it is refused in the dialogs' sequence too.
 COST_INITIALIZE = 800
 
+# Directly after InstallFinalize, where MajorUpgrade puts the removal of older versions, at the first free number.
+REMOVAL_PLACES = range(6601, 6604)
+
 # What these actions read must be set in each run that comes to them.
 LISTS = {"CustomAction5": "PROP_FIREWALLDATA", "CustomAction19": "PROP_FIREWALLDATA"}
 
@@ -263,7 +266,8 @@ def refuses(kit, one, other):
 
 
 def check_places(kit):
-    """No two actions have one place in a sequence: not in a model, and not in fragments that can meet."""
+    """No two actions have one place in a sequence: not in a model, and not in fragments that can meet. The places for the
+    removal of older versions are free."""
     fragments = list(kit.fragments.values())
     for index, one in enumerate(fragments):
         for other in fragments[index + 1:]:
@@ -271,6 +275,8 @@ def check_places(kit):
             if shared and not refuses(kit, one, other):
                 yield (f"{one.name} and {other.name} both have the place "
                        f"{', '.join(str(number) for _, number in sorted(shared))}, and do not refuse each other")
+        yield from (f"{one.name}: {row.action} has the place {row.number} of RemoveExistingProducts" for row in one.rows
+                    if row.number in REMOVAL_PLACES)
     for model in kit.models:
         places = {}
         for row in model.rows:

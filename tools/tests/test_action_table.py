@@ -188,7 +188,7 @@ class ChecksTest(KitTest):
                            "task.wxi: CustomAction28 is deferred, and would not run as SYSTEM")
 
     def test_deferred_outside_of_the_script(self):
-        self.assert_broken(TASK, '"6460"', '"6601"', "task.wxi: CustomAction28 is deferred, and stands outside")
+        self.assert_broken(TASK, '"6460"', '"6605"', "task.wxi: CustomAction28 is deferred, and stands outside")
 
     def test_deferred_in_the_dialogs_sequence(self):
         self.assert_broken(TASK, '<Custom Action="CustomAction27" Sequence="700"/>',
@@ -323,6 +323,14 @@ class ChecksTest(KitTest):
                                                                       "<Include>\n" + guards("task", "library") + refusal)
         self.write({TASK: text})
         self.assertEqual(self.regenerate(), ["client/client.wxs: CustomAction5 and CustomAction27 have the place 6615"])
+
+    def test_place_of_the_removal(self):
+        for number in ("6601", "6603"):
+            self.write({TASK: TASK_TEXT})
+            self.assert_broken(TASK, '"6620"', f'"{number}"',
+                               f"task.wxi: CustomAction27 has the place {number} of RemoveExistingProducts")
+        self.write({TASK: TASK_TEXT})
+        self.assert_broken(TASK, '"6620"', '"6604"')
 
     def test_place_of_a_model_in_a_fragment(self):
         self.write({CLIENT: model("notices", "service", "task", content='<CustomAction Id="Own" Property="P" Value="1"/>'
