@@ -153,6 +153,11 @@ class GuardTest(unittest.TestCase):
                               defined={key: value for key, value in OTHER_SERVER.items() if key != name})
             self.assert_stops(WITHOUT_SERVICE.format(name), ["server_replaced"], defined={name: OTHER_SERVER[name]})
 
+    def test_account_of_vantor_for_another_server(self):
+        self.assert_stops("server_replaced.wxi finds vantor in the variable AccountId, which is the account of the server "
+                          "Vantor. Define another name, or a removal deletes the account of the other server.",
+                          ["server_replaced"], defined={**OTHER_SERVER, "AccountId": "vantor"})
+
     def test_data_of_vantor_for_another_server(self):
         message = ("server_data_folder.wxi is for the service Vantor only: the library reads where that service has its "
                    "data. Leave it out of a package that defines ServiceName.")
