@@ -47,7 +47,8 @@ class ReplacedTest(unittest.TestCase):
         checked = {name: {action for action, attributes in self.calls(name, "removal").items()
                           if attributes.get("Return") != "ignore"}
                    for name in self.models if name in RUNS.SCENARIOS}
-        self.assertEqual(checked, {"client/client.wxs": {"CustomAction1"}, "server/server.wxs": set()})
+        self.assertEqual(checked, {"client/client.wxs": {"CustomAction1"}, "server/server.wxs": set(),
+                                  "other/other.wxs": set()})
 
 
 if __name__ == "__main__":
