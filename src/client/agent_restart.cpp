@@ -19,7 +19,7 @@ bool EnableDebugPrivilege() {
   privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
   if (!LookupPrivilegeValueA(nullptr, "SeDebugPrivilege", &privileges.Privileges[0].Luid)) return false;
   TokenHandle token;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put()))
+  if (!token.keep(OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put())))
     return false;
   // A success that left the privilege out shows in the last error only.
   SetLastError(ERROR_SUCCESS);
@@ -32,10 +32,9 @@ bool EnableDebugPrivilege() {
 void StopAgents(MSIHANDLE session, const TerminalServices& services, const wchar_t* agentPath,
                 SessionMemory<WTS_PROCESS_INFOW>* processes) {
   DWORD count = 0;
-  if (!services.enumerateProcesses(WTS_CURRENT_SERVER_HANDLE, 0, 1, processes->put(), &count)) {
-    DWORD error = GetLastError();
-    processes->release();
-    LogSetupMessage(session, "agent restart:  process enumeration failed:  %ld", error);
+  if (!processes->keep(
+          services.enumerateProcesses(WTS_CURRENT_SERVER_HANDLE, 0, 1, processes->put(), &count))) {
+    LogSetupMessage(session, "agent restart:  process enumeration failed:  %ld", GetLastError());
     return;
   }
   int stopped = StopAgentProcesses(session, processes->get(), count, agentPath);
@@ -47,9 +46,8 @@ void StartAgent(MSIHANDLE session, const TerminalServices& services, const WTS_S
   if (entry.State != WTSActive && entry.State != WTSDisconnected) return;
   SessionMemory<wchar_t> user;
   DWORD size;
-  if (!services.querySessionInformation(WTS_CURRENT_SERVER_HANDLE, entry.SessionId, WTSUserName, user.put(),
-                                        &size)) {
-    user.release();
+  if (!user.keep(services.querySessionInformation(WTS_CURRENT_SERVER_HANDLE, entry.SessionId, WTSUserName,
+                                                  user.put(), &size))) {
     return;
   }
   if (!user || !user.get()[0] || IsSameText(user.get(), -1, kSystemUser, -1)) return;
@@ -66,10 +64,8 @@ void StartAgent(MSIHANDLE session, const TerminalServices& services, const WTS_S
 void StartAgents(MSIHANDLE session, const TerminalServices& services) {
   SessionMemory<WTS_SESSION_INFOW> sessions;
   DWORD count = 0;
-  if (!services.enumerateSessions(WTS_CURRENT_SERVER_HANDLE, 0, 1, sessions.put(), &count)) {
-    DWORD error = GetLastError();
-    sessions.release();
-    LogSetupMessage(session, "agent restart:  session enumeration failed:  %ld", error);
+  if (!sessions.keep(services.enumerateSessions(WTS_CURRENT_SERVER_HANDLE, 0, 1, sessions.put(), &count))) {
+    LogSetupMessage(session, "agent restart:  session enumeration failed:  %ld", GetLastError());
     return;
   }
   for (DWORD index = 0; index < count; ++index) StartAgent(session, services, sessions.get()[index]);

@@ -104,12 +104,12 @@ struct TaskPlace {
 // Connects to the task service of this machine and opens the root folder `rootPath`. 0, or the step that
 // failed: the same codes whether a task is to be registered or to be used.
 int OpenRoot(TaskPlace* place, const wchar_t* rootPath) {
-  if (FAILED(CoCreateInstance(kTaskServiceClass, nullptr, CLSCTX_INPROC_SERVER, kTaskServiceId,
-                              place->service.putVoid()))) {
+  if (!place->service.keep(CoCreateInstance(kTaskServiceClass, nullptr, CLSCTX_INPROC_SERVER, kTaskServiceId,
+                                            place->service.putVoid()))) {
     return kAccessService;
   }
   if (FAILED(place->service->Connect(VARIANT{}, VARIANT{}, VARIANT{}, VARIANT{}))) return kAccessConnect;
-  if (FAILED(CallWith<&ITaskService::GetFolder>(place->service, rootPath, place->root.put()))) {
+  if (!place->root.keep(CallWith<&ITaskService::GetFolder>(place->service, rootPath, place->root.put()))) {
     return kAccessRoot;
   }
   return 0;
@@ -118,12 +118,15 @@ static_assert(static_cast<int>(kStepService) == kAccessService &&
               static_cast<int>(kStepConnect) == kAccessConnect &&
               static_cast<int>(kStepFolder) == kAccessRoot);
 
+bool OpenMakersFolder(TaskPlace* place) {
+  return place->folder.keep(CallWith<&ITaskFolder::GetFolder>(place->root, kFolder, place->folder.put()));
+}
+
 // Opens the maker's folder. 0 or a TaskAccessStep.
 int OpenFolder(TaskPlace* place) {
   int status = OpenRoot(place, kRoot);
   if (status) return status;
-  return FAILED(CallWith<&ITaskFolder::GetFolder>(place->root, kFolder, place->folder.put())) ? kAccessFolder
-                                                                                              : 0;
+  return OpenMakersFolder(place) ? 0 : kAccessFolder;
 }
 
 // Opens the task `name` in the maker's folder. 0 or a TaskAccessStep.
@@ -131,15 +134,16 @@ int OpenTask(const wchar_t* name, ComPtr<IRegisteredTask>* task) {
   TaskPlace place;
   int status = OpenFolder(&place);
   if (status) return status;
-  return FAILED(CallWith<&ITaskFolder::GetTask>(place.folder, name, task->put())) ? kAccessTask : 0;
+  return task->keep(CallWith<&ITaskFolder::GetTask>(place.folder, name, task->put())) ? 0 : kAccessTask;
 }
 
-// Opens the maker's folder, made where it lacks, and removes the task `name` from it. 0 or a TaskStep.
+// Opens the maker's folder, which is made if it is missing, and removes the task `name` from it. 0 or a
+// TaskStep.
 int PrepareFolder(TaskPlace* place, const wchar_t* name) {
   int status = OpenRoot(place, kRootToRegister);
   if (status) return status;
-  if (FAILED(CallWith<&ITaskFolder::GetFolder>(place->root, kFolder, place->folder.put())) &&
-      FAILED(CallWith<&ITaskFolder::CreateFolder>(place->root, kFolder, VARIANT{}, place->folder.put()))) {
+  if (!OpenMakersFolder(place) && !place->folder.keep(CallWith<&ITaskFolder::CreateFolder>(
+                                      place->root, kFolder, VARIANT{}, place->folder.put()))) {
     return kStepFolder;
   }
   CallWith<&ITaskFolder::DeleteTask>(place->folder, name, LONG{0});
@@ -148,11 +152,14 @@ int PrepareFolder(TaskPlace* place, const wchar_t* name) {
 
 int SetAuthor(const ComPtr<ITaskDefinition>& definition) {
   ComPtr<IRegistrationInfo> info;
-  if (FAILED(definition->get_RegistrationInfo(info.put()))) return kStepRegistrationInfo;
+  if (!info.keep(definition->get_RegistrationInfo(info.put()))) return kStepRegistrationInfo;
   return FAILED(info->put_Author(AsItStands(kAuthor))) ? kStepAuthor : 0;
 }
 
-int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskSettings>& settings) {
+// Sets what a task's settings say, but for the idle wait, and lets go of them again. 0 or a TaskStep.
+int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskDefinition>& definition) {
+  ComPtr<ITaskSettings> settings;
+  if (!settings.keep(definition->get_Settings(settings.put()))) return kStepSettings;
   if (FAILED(settings->put_StartWhenAvailable(VARIANT_TRUE))) return kStepStartWhenAvailable;
   if (FAILED(settings->put_MultipleInstances(kInstances))) return kStepMultipleInstances;
   if (FAILED(settings->put_AllowDemandStart(VARIANT_TRUE))) return kStepDemandStart;
@@ -165,10 +172,17 @@ int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskSettings
   return 0;
 }
 
-int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskSettings>& settings) {
+// Sets the idle wait, where the shape has one, in settings that are fetched for it alone. 0 or a TaskStep.
+int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskDefinition>& definition) {
   if (!shape.idleWait) return 0;
   ComPtr<IIdleSettings> idle;
-  if (FAILED(settings->get_IdleSettings(idle.put()))) return kStepIdleSettings;
+  {
+    ComPtr<ITaskSettings> settings;
+    if (!settings.keep(definition->get_Settings(settings.put())) ||
+        !idle.keep(settings->get_IdleSettings(idle.put()))) {
+      return kStepIdleSettings;
+    }
+  }
   return FAILED(idle->put_WaitTimeout(AsItStands(shape.idleWait))) ? kStepIdleWait : 0;
 }
 
@@ -177,9 +191,10 @@ int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskSettings>& settings) {
 int MakeTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers,
                 ComPtr<ITrigger>* result) {
   ComPtr<ITrigger> trigger;
-  if (FAILED(triggers->Create(shape.triggerType, trigger.put()))) return shape.noTrigger;
+  if (!trigger.keep(triggers->Create(shape.triggerType, trigger.put()))) return shape.noTrigger;
   // The interface of the kind, which begins with that of all triggers.
-  if (FAILED(trigger->QueryInterface(*shape.triggerInterface, result->putVoid()))) return shape.noInterface;
+  if (!result->keep(trigger->QueryInterface(*shape.triggerInterface, result->putVoid())))
+    return shape.noInterface;
   PutText<&ITrigger::put_Id>(*result, shape.triggerId);
   PutText<&ITrigger::put_StartBoundary>(*result, shape.startBoundary);
   return 0;
@@ -206,21 +221,18 @@ int AddDailyTrigger(const TaskShape& shape, int interval, const ComPtr<ITriggerC
 int SetRights(const TaskShape& shape, const ComPtr<ITaskDefinition>& definition) {
   if (!shape.hasHighestRights) return 0;
   ComPtr<IPrincipal> principal;
-  if (FAILED(definition->get_Principal(principal.put()))) return kStepPrincipal;
+  if (!principal.keep(definition->get_Principal(principal.put()))) return kStepPrincipal;
   return FAILED(principal->put_RunLevel(TASK_RUNLEVEL_HIGHEST)) ? kStepRunLevel : 0;
 }
 
 // Settings, trigger and rights: all in which the shapes differ.
 int ApplyShape(const TaskShape& shape, int interval, const ComPtr<ITaskDefinition>& definition) {
-  ComPtr<ITaskSettings> settings;
-  if (FAILED(definition->get_Settings(settings.put()))) return kStepSettings;
-  int status = SetSettings(shape, interval, settings);
+  int status = SetSettings(shape, interval, definition);
   if (status) return status;
   ComPtr<ITriggerCollection> triggers;
-  if (FAILED(definition->get_Triggers(triggers.put()))) return kStepTriggers;
-  status = SetIdleWait(shape, settings);
+  if (!triggers.keep(definition->get_Triggers(triggers.put()))) return kStepTriggers;
+  status = SetIdleWait(shape, definition);
   if (status) return status;
-  settings.reset();
   status = shape.triggerType == TASK_TRIGGER_LOGON ? AddLogonTrigger(shape, triggers)
                                                    : AddDailyTrigger(shape, interval, triggers);
   return status ? status : SetRights(shape, definition);
@@ -229,11 +241,11 @@ int ApplyShape(const TaskShape& shape, int interval, const ComPtr<ITaskDefinitio
 int AddAction(const wchar_t* executable, const wchar_t* arguments,
               const ComPtr<ITaskDefinition>& definition) {
   ComPtr<IActionCollection> actions;
-  if (FAILED(definition->get_Actions(actions.put()))) return kStepActions;
+  if (!actions.keep(definition->get_Actions(actions.put()))) return kStepActions;
   ComPtr<IAction> action;
-  if (FAILED(actions->Create(TASK_ACTION_EXEC, action.put()))) return kStepAction;
+  if (!action.keep(actions->Create(TASK_ACTION_EXEC, action.put()))) return kStepAction;
   ComPtr<IExecAction> program;
-  if (FAILED(action->QueryInterface(kExecActionId, program.putVoid()))) return kStepExecInterface;
+  if (!program.keep(action->QueryInterface(kExecActionId, program.putVoid()))) return kStepExecInterface;
   if (FAILED(PutText<&IExecAction::put_Path>(program, executable))) return kStepPath;
   if (arguments && FAILED(PutText<&IExecAction::put_Arguments>(program, arguments))) return kStepArguments;
   return 0;
@@ -252,13 +264,13 @@ HRESULT SaveDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, c
 int RegisterDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, const wchar_t* account,
                        const ComPtr<ITaskDefinition>& definition) {
   ComPtr<IRegisteredTask> task;
-  if (FAILED(SaveDefinition(folder, name, account, definition, task.put()))) return kStepRegister;
+  if (!task.keep(SaveDefinition(folder, name, account, definition, task.put()))) return kStepRegister;
   TASK_STATE state;
   HRESULT result = task->get_State(&state);
   if (FAILED(result)) return result;
   SystemString path;
   result = task->get_Path(path.put());
-  return FAILED(result) ? result : 0;
+  return path.keep(SUCCEEDED(result)) ? 0 : result;
 }
 
 }  // namespace
@@ -270,7 +282,7 @@ int RegisterAgentTask(const wchar_t* name, const wchar_t* executable, const wcha
   int status = PrepareFolder(&place, name);
   if (status) return status;
   ComPtr<ITaskDefinition> definition;
-  if (FAILED(place.service->NewTask(0, definition.put()))) return kStepDefinition;
+  if (!definition.keep(place.service->NewTask(0, definition.put()))) return kStepDefinition;
   place.service.reset();
   status = SetAuthor(definition);
   if (!status) status = ApplyShape(shape, interval, definition);
@@ -282,14 +294,15 @@ int RunAgentTask(const wchar_t* account, int session) {
   ComPtr<IRegisteredTask> task;
   int status = OpenTask(kUserAgentTask, &task);
   if (status) return status;
-  CallText user(account);
-  if (user.IsMissing()) return kAccessUse;
   bool isInSession = session >= 0;
   LONG flags = kRunIgnoringConstraints | (isInSession ? kRunInSession : 0);
   ComPtr<IRunningTask> running;
-  return FAILED(task->RunEx(VARIANT{}, flags, isInSession ? session : 0, user.get(), running.put()))
-             ? kAccessUse
-             : 0;
+  // The account's text is freed right after the call, before anything is released.
+  CallText user(account);
+  if (user.IsMissing()) return kAccessUse;
+  return running.keep(task->RunEx(VARIANT{}, flags, isInSession ? session : 0, user.get(), running.put()))
+             ? 0
+             : kAccessUse;
 }
 
 int CheckAgentTask(const wchar_t* name) {

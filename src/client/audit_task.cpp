@@ -70,10 +70,9 @@ void ReadSchedule(MSIHANDLE session, Audit* audit) {
 // The older Task Scheduler, with its service running; nothing when there is none.
 ComPtr<ITaskScheduler> OpenScheduler() {
   ComPtr<ITaskScheduler> scheduler;
-  if (EnsureScheduleService() != ERROR_SUCCESS ||
-      FAILED(CoCreateInstance(kTaskSchedulerClass, nullptr, CLSCTX_INPROC_SERVER, kTaskSchedulerId,
-                              scheduler.putVoid()))) {
-    scheduler.release();
+  if (EnsureScheduleService() == ERROR_SUCCESS) {
+    scheduler.keep(CoCreateInstance(kTaskSchedulerClass, nullptr, CLSCTX_INPROC_SERVER, kTaskSchedulerId,
+                                    scheduler.putVoid()));
   }
   return scheduler;
 }
@@ -100,7 +99,7 @@ void CreateWorkItem(const Audit& audit, const wchar_t* parameters, const wchar_t
   ComPtr<ITaskScheduler> scheduler = OpenScheduler();
   if (!scheduler) return;
   ComPtr<ITask> task;
-  if (FAILED(
+  if (!task.keep(
           scheduler->NewWorkItem(kWorkItem, kTaskClass, kTaskId, reinterpret_cast<IUnknown**>(task.put())))) {
     return;
   }
@@ -111,7 +110,7 @@ void CreateWorkItem(const Audit& audit, const wchar_t* parameters, const wchar_t
   task->SetAccountInformation(audit.user, audit.password);
   if (!SetNightlyTrigger(task, audit.hour)) return;
   ComPtr<IPersistFile> file;
-  if (FAILED(task->QueryInterface(kPersistFileId, file.putVoid()))) return;
+  if (!file.keep(task->QueryInterface(kPersistFileId, file.putVoid()))) return;
   task.reset();
   file->Save(nullptr, TRUE);
 }

@@ -30,10 +30,8 @@ constinit LateFunction<decltype(IsWow64Process)> isWow64Process{"KERNEL32", "IsW
 
 RegistryKey OpenWindowsKey(REGSAM view) {
   RegistryKey key;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kWindowsKey, 0, KEY_QUERY_VALUE | KEY_SET_VALUE | view, key.put()) !=
-      ERROR_SUCCESS) {
-    key.release();  // What a failing call leaves behind is no key.
-  }
+  REGSAM access = KEY_QUERY_VALUE | KEY_SET_VALUE | view;
+  key.keep(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kWindowsKey, 0, access, key.put()) == ERROR_SUCCESS);
   return key;
 }
 

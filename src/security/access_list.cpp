@@ -69,10 +69,7 @@ int ApplyAccountAccess(PathObject* path, const char* account, DWORD mode) {
   LocalBlock<ACL> list;
   // Deliberate: no older list is merged into the new one.
   DWORD error = setEntriesInAcl(1, &entry, nullptr, list.put());
-  if (error != ERROR_SUCCESS) {
-    list.release();  // What a failing call leaves behind is no list.
-    return static_cast<int>(error);
-  }
+  if (!list.keep(error == ERROR_SUCCESS)) return static_cast<int>(error);
   return static_cast<int>(setNamedSecurityInfo(text.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
                                                nullptr, list.get(), nullptr));
 }

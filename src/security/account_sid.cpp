@@ -48,9 +48,7 @@ bool FindAuthority(const char* domain, int length, NetworkName* controller) {
   if (!name) return false;
   if (IsThisComputer(name.get())) return true;
   if (!name.get()[0]) return false;
-  if (FindDomainController(name.get(), controller->put()) == NERR_Success) return true;
-  controller->release();  // What a failing call leaves behind is no name.
-  return false;
+  return controller->keep(FindDomainController(name.get(), controller->put()) == NERR_Success);
 }
 
 }  // namespace

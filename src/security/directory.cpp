@@ -62,10 +62,7 @@ wchar_t* MakeContainerPath(const wchar_t* domain) {
 // out.
 wchar_t* MakeOwnAccountName() {
   TokenHandle token;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put())) {
-    token.release();
-    return nullptr;
-  }
+  if (!token.keep(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()))) return nullptr;
   DWORD size = 0;
   GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
   if (!size) return nullptr;
@@ -93,18 +90,14 @@ wchar_t* MakeUserName(const wchar_t* domain, const wchar_t* user) {
 // `name` as there is room for. The length in characters; 0 when there is no such name.
 DWORD TranslateName(const wchar_t* userName, wchar_t* name) {
   ComPtr<IADsNameTranslate> translator;
-  if (FAILED(CoCreateInstance(kNameTranslateClass, nullptr, CLSCTX_INPROC_SERVER, kNameTranslateId,
-                              translator.putVoid()))) {
-    translator.release();
+  if (!translator.keep(CoCreateInstance(kNameTranslateClass, nullptr, CLSCTX_INPROC_SERVER, kNameTranslateId,
+                                        translator.putVoid()))) {
     return 0;
   }
   SystemString found;
   if (FAILED(translator->Init(ADS_NAME_INITTYPE_GC, nullptr)) ||
-      FAILED(translator->Set(ADS_NAME_TYPE_NT4, AsItStands(userName)))) {
-    return 0;
-  }
-  if (FAILED(translator->Get(ADS_NAME_TYPE_1779, found.put()))) {
-    found.release();  // What a failing call leaves behind is no text.
+      FAILED(translator->Set(ADS_NAME_TYPE_NT4, AsItStands(userName))) ||
+      !found.keep(SUCCEEDED(translator->Get(ADS_NAME_TYPE_1779, found.put())))) {
     return 0;
   }
   if (!found) return 0;

@@ -39,8 +39,7 @@ struct Exception {
 };
 
 // A collection of exceptions, or one of them, in the form that the session takes: rules, or authorised
-// applications. Both are gone through in the same steps. What a failing method leaves is null, as COM demands
-// of it.
+// applications. Both are gone through in the same steps.
 using ComObject = ComPtr<IDispatch>;
 
 INetFwRules* AsRules(const ComObject& object) {
@@ -81,7 +80,7 @@ HRESULT OpenCollection(const Exception& wanted, ComObject* collection) {
                                    : wanted.firewall.profile->get_AuthorizedApplications(
                                          PutAs<INetFwAuthorizedApplications>(collection));
   // A success without a collection is none.
-  return SUCCEEDED(result) && !*collection ? E_FAIL : result;
+  return collection->keep(result) && !*collection ? E_FAIL : result;
 }
 
 // The text by which the exception is found; the caller frees it.
@@ -98,12 +97,9 @@ HRESULT Describe(const Exception& wanted, const ComObject& item) {
 // Whether the exception is for the program, in this very spelling.
 bool IsForProgram(const Exception& wanted, const ComObject& item) {
   SystemString program;
-  if (wanted.IsRule()) {
-    AsRule(item)->get_ApplicationName(program.put());
-  } else {
-    AsApplication(item)->get_ProcessImageFileName(program.put());
-  }
-  return program &&
+  HRESULT result = wanted.IsRule() ? AsRule(item)->get_ApplicationName(program.put())
+                                   : AsApplication(item)->get_ProcessImageFileName(program.put());
+  return program.keep(SUCCEEDED(result)) && program &&
          CompareStringW(LOCALE_SYSTEM_DEFAULT, 0, program.get(), -1, wanted.path, -1) == CSTR_EQUAL;
 }
 
@@ -117,12 +113,10 @@ HRESULT FindEnabled(const Exception& wanted, bool* isThere) {
   SystemString key(MakeKey(wanted));
   if (IsEmpty(key)) return E_OUTOFMEMORY;
   ComObject item;
-  if (wanted.IsRule()) {
-    AsRules(collection)->Item(key.get(), PutAs<INetFwRule>(&item));
-  } else {
-    AsApplications(collection)->Item(key.get(), PutAs<INetFwAuthorizedApplication>(&item));
-  }
-  if (!item) return S_OK;
+  result = wanted.IsRule()
+               ? AsRules(collection)->Item(key.get(), PutAs<INetFwRule>(&item))
+               : AsApplications(collection)->Item(key.get(), PutAs<INetFwAuthorizedApplication>(&item));
+  if (!item.keep(result) || !item) return S_OK;
   if (!IsForProgram(wanted, item)) Describe(wanted, item);
   VARIANT_BOOL isEnabled;
   result =
@@ -138,7 +132,7 @@ HRESULT AddNew(const Exception& wanted) {
   ComObject item;
   result = wanted.IsRule() ? Create(kRuleClass, kRuleId, item.putVoid())
                            : Create(kApplicationClass, kApplicationId, item.putVoid());
-  if (SUCCEEDED(result)) result = Describe(wanted, item);
+  if (item.keep(result)) result = Describe(wanted, item);
   if (FAILED(result)) return result;
   // Deliberate: of the settings only a rule's last one is looked at.
   if (!wanted.IsRule()) {
@@ -154,14 +148,13 @@ HRESULT AddNew(const Exception& wanted) {
   return SUCCEEDED(result) ? AsRules(collection)->Add(rule) : result;
 }
 
-// Whether the current profile could be had.
+// Opens the current profile. False, and `profile` stays empty, when there is none.
 bool OpenProfile(ComPtr<INetFwProfile>* profile) {
   ComPtr<INetFwMgr> manager;
-  if (FAILED(Create(kManagerClass, kManagerId, manager.putVoid()))) return false;
+  if (!manager.keep(Create(kManagerClass, kManagerId, manager.putVoid()))) return false;
   ComPtr<INetFwPolicy> policy;
-  manager->get_LocalPolicy(policy.put());
-  if (policy) policy->get_CurrentProfile(profile->put());
-  return static_cast<bool>(*profile);
+  if (!policy.keep(manager->get_LocalPolicy(policy.put())) || !policy) return false;
+  return profile->keep(policy->get_CurrentProfile(profile->put())) && *profile;
 }
 
 }  // namespace
@@ -169,7 +162,9 @@ bool OpenProfile(ComPtr<INetFwProfile>* profile) {
 FirewallSession* OpenFirewall() {
   auto* session = HeapNew<FirewallSession>();
   if (!session) return nullptr;
-  if (IsVersionAtLeast(kFirstMajorWithRules, 0)) Create(kPolicyClass, kPolicyId, session->policy.putVoid());
+  if (IsVersionAtLeast(kFirstMajorWithRules, 0)) {
+    session->policy.keep(Create(kPolicyClass, kPolicyId, session->policy.putVoid()));
+  }
   if (session->policy || OpenProfile(&session->profile)) return session;
   CloseFirewall(session);
   return nullptr;

@@ -76,19 +76,17 @@ DWORD CreateDomainAccount(const NewAccount& account, const wchar_t* fullName) {
   if (!container) return GetLastError();
   ComPtr<IDispatch> object;
   HRESULT result = container->Create(AsItStands(kUserClass), AsItStands(account.name.get()), object.put());
-  if (FAILED(result)) {
-    // Deliberate: what was obtained until such a failure is never released.
+  if (!object.keep(result)) {
+    // On purpose: what was obtained until such a failure is never released.
     container.release();
-    object.release();
     return static_cast<DWORD>(result);
   }
   ComPtr<IADsUser> user;
   result = object->QueryInterface(kUserId, user.putVoid());
-  if (FAILED(result)) {
-    // Deliberate, as above.
+  if (!user.keep(result)) {
+    // On purpose, as above.
     container.release();
     object.release();
-    user.release();
     return static_cast<DWORD>(result);
   }
   // Deliberate: an account without a password of ours, or without a full name, is one all the same.
@@ -135,8 +133,8 @@ NTSTATUS AddLogonRight(void* sid) {
 // failed.
 bool GrantLogonRight(const NewAccount& account) {
   NetworkName controller;
-  if (account.isOfDomain && FindDomainController(account.domain, controller.put()) != NERR_Success) {
-    controller.release();
+  if (account.isOfDomain &&
+      !controller.keep(FindDomainController(account.domain, controller.put()) == NERR_Success)) {
     return false;
   }
   HeapBlock<void> sid(LookUpAccountSid(controller.get(), account.name.get()));

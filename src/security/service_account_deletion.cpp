@@ -69,9 +69,7 @@ bool HasDomainUser(const wchar_t* domain, const wchar_t* user) {
   ComPtr<IADsContainer> container(OpenDomainContainer(domain));
   if (!container) return false;
   ComPtr<IDispatch> object;
-  if (SUCCEEDED(container->GetObject(AsItStands(kUserClass), AsItStands(user), object.put()))) return true;
-  object.release();  // What a failing call leaves behind is no object.
-  return false;
+  return object.keep(container->GetObject(AsItStands(kUserClass), AsItStands(user), object.put()));
 }
 
 void RemovePrincipalNames(MSIHANDLE session, const wchar_t* domain, const wchar_t* user) {

@@ -55,7 +55,7 @@ void ReadRegistrySetting(const SettingsKey& settings, const char* group, const c
   char path[kKeyPathSize];
   FormatString(path, kKeyPathSize, "%s\\%s", settings.path, group);
   RegistryKey key;
-  if (RegOpenKeyExA(settings.root, path, 0, KEY_QUERY_VALUE, key.put()) != ERROR_SUCCESS) return;
+  if (!key.keep(RegOpenKeyExA(settings.root, path, 0, KEY_QUERY_VALUE, key.put()) == ERROR_SUCCESS)) return;
   ReadRegistryText(key.get(), name, buffer, kSettingSize);
 }
 

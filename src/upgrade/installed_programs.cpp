@@ -27,7 +27,7 @@ constexpr RegistryView kViews[] = {
 void SetDisplayVersion(MSIHANDLE session, const char* path, const char* version, const RegistryView& view) {
   RegistryKey key;
   REGSAM access = KEY_QUERY_VALUE | KEY_SET_VALUE | view.flag;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, key.put()) != ERROR_SUCCESS) {
+  if (!key.keep(RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, key.put()) == ERROR_SUCCESS)) {
     LogSetupMessage(session, "can't open uninstall registry key (%s)", view.name);
     return;
   }

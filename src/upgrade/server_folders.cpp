@@ -27,8 +27,8 @@ bool ReadLastName(MSIHANDLE session, const wchar_t* name, char* buffer) {
 }
 
 bool OpenServerSettings(RegistryKey* key) {
-  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\Services\\Vantor\\Settings", 0,
-                       KEY_QUERY_VALUE, key->put()) == ERROR_SUCCESS;
+  return key->keep(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\Services\\Vantor\\Settings",
+                                 0, KEY_QUERY_VALUE, key->put()) == ERROR_SUCCESS);
 }
 
 bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder) {

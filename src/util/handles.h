@@ -38,10 +38,22 @@ class Unique {
   Value get() const { return value_; }
   /// Whether something is held.
   explicit operator bool() const { return value_ != Traits::Empty(); }
-  /// Where a function stores the resource that it hands out. What was held before is given back first.
+  /// Where a call stores the resource that it hands out. What was held before is given back first.
+  ///
+  /// The rule for every such call, here and in ComPtr: what a failing call leaves there belongs to nobody. It
+  /// is neither used nor given back. So say right after the call, through `keep`, whether it succeeded:
+  ///
+  ///   if (!key.keep(RegOpenKeyExA(root, path, 0, access, key.put()) == ERROR_SUCCESS)) return;
+  ///
+  /// Only the size that a call asks for because its buffer is too small is an answer.
   Value* put() {
     reset();
     return &value_;
+  }
+  /// Keeps what a call stored at `put` if it `succeeded`; otherwise forgets it. Returns `succeeded`.
+  bool keep(bool succeeded) {
+    if (!succeeded) release();
+    return succeeded;
   }
   /// Gives back what is held and takes ownership of `value`.
   void reset(Value value = Traits::Empty()) {
@@ -184,13 +196,20 @@ class ComPtr {
   Interface* operator->() const { return pointer_; }
   /// Whether something is held.
   explicit operator bool() const { return pointer_ != nullptr; }
-  /// Where a function stores the interface that it hands out. What was held before is released first.
+  /// Where a call stores the interface that it hands out, under the rule of Unique::put. What was held before
+  /// is released first.
   Interface** put() {
     reset();
     return &pointer_;
   }
   /// The same for functions that take an untyped out pointer.
   void** putVoid() { return reinterpret_cast<void**>(put()); }
+  /// Keeps what a call stored at `put` if its `result` is a success; otherwise forgets it. Returns whether it
+  /// is a success.
+  bool keep(HRESULT result) {
+    if (FAILED(result)) release();
+    return SUCCEEDED(result);
+  }
   /// Releases what is held and takes over one reference on `pointer`.
   void reset(Interface* pointer = nullptr) {
     Interface* old = pointer_;
@@ -206,27 +225,6 @@ class ComPtr {
 
  private:
   Interface* pointer_ = nullptr;
-};
-
-/// A VARIANT, cleared at the end of its scope.
-class Variant {
- public:
-  /// VT_EMPTY.
-  Variant() : value_{} {}
-  Variant(const Variant&) = delete;
-  Variant& operator=(const Variant&) = delete;
-  ~Variant() { VariantClear(&value_); }
-
-  /// The variant, for reading and for passing it on by value (the receiver copies what it keeps).
-  const VARIANT& get() const { return value_; }
-  /// The variant, emptied, for a function that fills it.
-  VARIANT* put() {
-    VariantClear(&value_);
-    return &value_;
-  }
-
- private:
-  VARIANT value_;
 };
 
 /// The length of a COM start: made from the result of CoInitializeEx, ends it when it was this start that

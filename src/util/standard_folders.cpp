@@ -49,7 +49,8 @@ const wchar_t* ProgramFolder(const void*, FolderText* text) {
 
 const wchar_t* KnownFolder(const void* identifier, FolderText* text) {
   const auto& folder = *static_cast<const KNOWNFOLDERID*>(identifier);
-  return SUCCEEDED(knownFolderPath(folder, 0, nullptr, text->known.put())) ? text->known.get() : nullptr;
+  text->known.keep(SUCCEEDED(knownFolderPath(folder, 0, nullptr, text->known.put())));
+  return text->known.get();
 }
 
 const wchar_t* ShellFolder(const void* identifier, FolderText* text) {

@@ -106,6 +106,12 @@ LSTATUS SubjectKey(int closings, BOOL readBehind) {
   return 0;
 }
 
+void SubjectCloseLeftover() {
+  HKEY key = nullptr;
+  RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\Missing", 0, KEY_QUERY_VALUE, &key);
+  if (key) RegCloseKey(key);
+}
+
 MSIHANDLE SubjectKeepRecord() {
   return MsiCreateRecord(2);
 }
@@ -217,7 +223,7 @@ HRESULT SubjectKnownFolder(const GUID* id, wchar_t* path, BOOL keep) {
     wchar_t* found = nullptr;
     result = function(*id, 0, nullptr, &found);
     if (SUCCEEDED(result)) Copy(path, found);
-    if (!keep) Find<decltype(CoTaskMemFree)>(ole, "CoTaskMemFree")(found);
+    if (SUCCEEDED(result) && !keep) Find<decltype(CoTaskMemFree)>(ole, "CoTaskMemFree")(found);
   }
   FreeLibrary(ole);
   FreeLibrary(shell);

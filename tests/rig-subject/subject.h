@@ -45,6 +45,8 @@ int SubjectSum(int count, ...);
 /// Opens "HKEY_CURRENT_USER\Software\Subject", closes it `closings` times and then reads a value of it when
 /// `readBehind`. Returns the error of opening.
 LSTATUS SubjectKey(int closings, BOOL readBehind);
+/// Opens a key that is not there and closes what the failing call leaves.
+void SubjectCloseLeftover();
 /// Makes a record and keeps it.
 MSIHANDLE SubjectKeepRecord();
 /// Calls RegDeleteKeyA.
@@ -138,6 +140,7 @@ enum SubjectComFault {
   kSubjectComKeepsStart,     ///< Does not uninitialise COM.
   kSubjectComKeepsString,    ///< Does not free a system string.
   kSubjectComCallsOther,     ///< Calls a method that the fake does not have.
+  kSubjectComUsesLeftover,   ///< Releases what the creation leaves, also when it fails.
 };
 /// Starts COM, creates the class `{00000000-0000-0000-0000-00000000C0DE}` as IStream, writes 4 bytes to it,
 /// asks it for ISequentialStream, gives everything back. Returns the first failing HRESULT, else S_OK.

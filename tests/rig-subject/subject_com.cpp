@@ -30,6 +30,7 @@ HRESULT CreateAndUse(HMODULE ole, SubjectComFault fault) {
   if (!create) return E_NOTIMPL;
   IStream* stream = nullptr;
   HRESULT result = create(kClass, nullptr, CLSCTX_INPROC_SERVER, kStream, reinterpret_cast<void**>(&stream));
+  if (FAILED(result) && fault == kSubjectComUsesLeftover && stream) stream->Release();
   if (FAILED(result)) return result;
   result = UseStream(stream, fault);
   if (fault != kSubjectComKeepsObject) stream->Release();

@@ -31,6 +31,11 @@ struct Held {
     if (object) object->Release();
   }
   Interface* operator->() const { return object; }
+  // Forgets what a call stored in `object` if its `result` is a failure. The result.
+  HRESULT Keep(HRESULT result) {
+    if (FAILED(result)) object = nullptr;
+    return result;
+  }
   // The object, which is not released any more.
   Interface* Drop() {
     Interface* dropped = object;
@@ -76,21 +81,21 @@ struct Place {
 
   HRESULT OpenRoot(const wchar_t* path) {
     if (FAILED(com.result)) return com.result;
-    HRESULT result = CoCreateInstance(kServiceClass, nullptr, CLSCTX_INPROC_SERVER, kServiceId,
-                                      reinterpret_cast<void**>(&service.object));
+    HRESULT result = service.Keep(CoCreateInstance(kServiceClass, nullptr, CLSCTX_INPROC_SERVER, kServiceId,
+                                                   reinterpret_cast<void**>(&service.object)));
     if (FAILED(result)) return result;
     result = service->Connect(VARIANT{}, VARIANT{}, VARIANT{}, VARIANT{});
-    return FAILED(result) ? result : service->GetFolder(Text(path).string, &root.object);
+    return FAILED(result) ? result : root.Keep(service->GetFolder(Text(path).string, &root.object));
   }
   HRESULT OpenFolder() {
     HRESULT result = OpenRoot(L"");
-    return FAILED(result) ? result : root->GetFolder(Text(kFolder).string, &folder.object);
+    return FAILED(result) ? result : folder.Keep(root->GetFolder(Text(kFolder).string, &folder.object));
   }
 };
 
 HRESULT SetAuthor(ITaskDefinition* definition, SubjectTaskFault fault) {
   Held<IRegistrationInfo> info;
-  HRESULT result = definition->get_RegistrationInfo(&info.object);
+  HRESULT result = info.Keep(definition->get_RegistrationInfo(&info.object));
   if (FAILED(result)) return result;
   if (fault == kSubjectTaskSystemAuthor) return info->put_Author(Text(L"Subject").string);
   return info->put_Author(Plain(L"Subject"));
@@ -98,38 +103,38 @@ HRESULT SetAuthor(ITaskDefinition* definition, SubjectTaskFault fault) {
 
 HRESULT SetIdleWait(ITaskDefinition* definition) {
   Held<ITaskSettings> settings;
-  HRESULT result = definition->get_Settings(&settings.object);
+  HRESULT result = settings.Keep(definition->get_Settings(&settings.object));
   if (SUCCEEDED(result)) result = settings->put_StartWhenAvailable(VARIANT_TRUE);
   Held<IIdleSettings> idle;
-  if (SUCCEEDED(result)) result = settings->get_IdleSettings(&idle.object);
+  if (SUCCEEDED(result)) result = idle.Keep(settings->get_IdleSettings(&idle.object));
   return FAILED(result) ? result : idle->put_WaitTimeout(Plain(L"PT5M"));
 }
 
 HRESULT SetTrigger(ITaskDefinition* definition, TASK_TRIGGER_TYPE2 type, const IID& triggerId) {
   Held<ITriggerCollection> triggers;
-  HRESULT result = definition->get_Triggers(&triggers.object);
+  HRESULT result = triggers.Keep(definition->get_Triggers(&triggers.object));
   Held<ITrigger> trigger;
-  if (SUCCEEDED(result)) result = triggers->Create(type, &trigger.object);
+  if (SUCCEEDED(result)) result = trigger.Keep(triggers->Create(type, &trigger.object));
   Held<ITrigger> special;
   if (SUCCEEDED(result))
-    result = trigger->QueryInterface(triggerId, reinterpret_cast<void**>(&special.object));
+    result = special.Keep(trigger->QueryInterface(triggerId, reinterpret_cast<void**>(&special.object)));
   return FAILED(result) ? result : special->put_Id(Text(L"Trigger").string);
 }
 
 HRESULT SetProgram(ITaskDefinition* definition) {
   Held<IActionCollection> actions;
-  HRESULT result = definition->get_Actions(&actions.object);
+  HRESULT result = actions.Keep(definition->get_Actions(&actions.object));
   Held<IAction> action;
-  if (SUCCEEDED(result)) result = actions->Create(TASK_ACTION_EXEC, &action.object);
+  if (SUCCEEDED(result)) result = action.Keep(actions->Create(TASK_ACTION_EXEC, &action.object));
   Held<IExecAction> program;
   if (SUCCEEDED(result))
-    result = action->QueryInterface(kProgramId, reinterpret_cast<void**>(&program.object));
+    result = program.Keep(action->QueryInterface(kProgramId, reinterpret_cast<void**>(&program.object)));
   return FAILED(result) ? result : program->put_Path(Text(L"C:\\subject.exe").string);
 }
 
 HRESULT SetRights(ITaskDefinition* definition) {
   Held<IPrincipal> principal;
-  HRESULT result = definition->get_Principal(&principal.object);
+  HRESULT result = principal.Keep(definition->get_Principal(&principal.object));
   return FAILED(result) ? result : principal->put_RunLevel(TASK_RUNLEVEL_HIGHEST);
 }
 
@@ -143,7 +148,7 @@ HRESULT ReadBack(Held<IRegisteredTask>& task, SubjectTaskFault fault) {
   HRESULT result = task->get_State(&state);
   BSTR path = nullptr;
   if (SUCCEEDED(result)) result = task->get_Path(&path);
-  if (fault != kSubjectTaskKeepsPath) SysFreeString(path);
+  if (SUCCEEDED(result) && fault != kSubjectTaskKeepsPath) SysFreeString(path);
   return result;
 }
 
@@ -159,9 +164,9 @@ HRESULT Register(ITaskFolder* folder, const wchar_t* name, ITaskDefinition* defi
   VARIANT givenUser = AsVariant(fault == kSubjectTaskPlainUser ? Plain(L"SYSTEM") : user.string);
   if (fault == kSubjectTaskLosesDefinition) definition->Release();
   Held<IRegisteredTask> task;
-  HRESULT result =
-      folder->RegisterTaskDefinition(givenName, definition, TASK_CREATE_OR_UPDATE, givenUser, VARIANT{},
-                                     TASK_LOGON_SERVICE_ACCOUNT, AsVariant(Text(L"").string), &task.object);
+  HRESULT result = task.Keep(folder->RegisterTaskDefinition(givenName, definition, TASK_CREATE_OR_UPDATE,
+                                                            givenUser, VARIANT{}, TASK_LOGON_SERVICE_ACCOUNT,
+                                                            AsVariant(Text(L"").string), &task.object));
   return FAILED(result) ? result : ReadBack(task, fault);
 }
 
@@ -176,8 +181,8 @@ HRESULT Define(ITaskDefinition* definition, TASK_TRIGGER_TYPE2 type, const IID& 
 
 HRESULT OpenScheduler(const ComStart& com, Held<ITaskScheduler>* scheduler) {
   if (FAILED(com.result)) return com.result;
-  return CoCreateInstance(kSchedulerClass, nullptr, CLSCTX_INPROC_SERVER, kSchedulerId,
-                          reinterpret_cast<void**>(&scheduler->object));
+  return scheduler->Keep(CoCreateInstance(kSchedulerClass, nullptr, CLSCTX_INPROC_SERVER, kSchedulerId,
+                                          reinterpret_cast<void**>(&scheduler->object)));
 }
 
 }  // namespace
@@ -191,9 +196,9 @@ HRESULT SubjectTaskFolder(const wchar_t* root, const wchar_t* name, SubjectFolde
   Text folder(name);
   switch (use) {
     case kSubjectFolderGets:
-      return place.root->GetFolder(folder.string, &place.folder.object);
+      return place.folder.Keep(place.root->GetFolder(folder.string, &place.folder.object));
     case kSubjectFolderMakes:
-      return place.root->CreateFolder(folder.string, VARIANT{}, &place.folder.object);
+      return place.folder.Keep(place.root->CreateFolder(folder.string, VARIANT{}, &place.folder.object));
     default:
       return place.root->DeleteFolder(folder.string, 0);
   }
@@ -204,10 +209,11 @@ HRESULT SubjectRegisterTask(const wchar_t* name, TASK_TRIGGER_TYPE2 type, const 
   Place place;
   HRESULT result = place.OpenFolder();
   if (FAILED(result) && place.root.object) {
-    result = place.root->CreateFolder(Text(kFolder).string, VARIANT{}, &place.folder.object);
+    result =
+        place.folder.Keep(place.root->CreateFolder(Text(kFolder).string, VARIANT{}, &place.folder.object));
   }
   Held<ITaskDefinition> definition;
-  if (SUCCEEDED(result)) result = place.service->NewTask(0, &definition.object);
+  if (SUCCEEDED(result)) result = definition.Keep(place.service->NewTask(0, &definition.object));
   if (SUCCEEDED(result)) result = Define(definition.object, type, *triggerId, fault);
   if (SUCCEEDED(result)) result = Register(place.folder.object, name, definition.object, fault);
   if (fault == kSubjectTaskKeepsDefinition || fault == kSubjectTaskLosesDefinition) definition.Drop();
@@ -218,9 +224,11 @@ HRESULT SubjectRunTask(const wchar_t* name, LONG flags, LONG session, const wcha
   Place place;
   HRESULT result = place.OpenFolder();
   Held<IRegisteredTask> task;
-  if (SUCCEEDED(result)) result = place.folder->GetTask(Text(name).string, &task.object);
+  if (SUCCEEDED(result)) result = task.Keep(place.folder->GetTask(Text(name).string, &task.object));
   Held<IRunningTask> running;
-  return FAILED(result) ? result : task->RunEx(VARIANT{}, flags, session, Text(user).string, &running.object);
+  return FAILED(result)
+             ? result
+             : running.Keep(task->RunEx(VARIANT{}, flags, session, Text(user).string, &running.object));
 }
 
 HRESULT SubjectDeleteTask(const wchar_t* name) {
@@ -235,17 +243,19 @@ HRESULT SubjectMakeWorkItem(const wchar_t* name, const CLSID* type, WORD hour, S
   HRESULT result = OpenScheduler(com, &scheduler);
   Held<ITask> item;
   if (SUCCEEDED(result))
-    result = scheduler->NewWorkItem(name, *type, kItemId, reinterpret_cast<IUnknown**>(&item.object));
+    result =
+        item.Keep(scheduler->NewWorkItem(name, *type, kItemId, reinterpret_cast<IUnknown**>(&item.object)));
   if (SUCCEEDED(result)) result = item->SetApplicationName(L"C:\\subject.exe");
   Held<ITaskTrigger> trigger;
   WORD index;
-  if (SUCCEEDED(result)) result = item->CreateTrigger(&index, &trigger.object);
+  if (SUCCEEDED(result)) result = trigger.Keep(item->CreateTrigger(&index, &trigger.object));
   TASK_TRIGGER record = {};
   record.cbTriggerSize = sizeof record;
   record.wStartHour = hour;
   if (SUCCEEDED(result)) result = trigger->SetTrigger(&record);
   Held<IPersistFile> file;
-  if (SUCCEEDED(result)) result = item->QueryInterface(kFileId, reinterpret_cast<void**>(&file.object));
+  if (SUCCEEDED(result))
+    result = file.Keep(item->QueryInterface(kFileId, reinterpret_cast<void**>(&file.object)));
   if (SUCCEEDED(result) && fault != kSubjectItemNotSaved) result = file->Save(nullptr, TRUE);
   if (fault == kSubjectItemKeepsTrigger) trigger.Drop();
   return result;

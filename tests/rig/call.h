@@ -122,7 +122,7 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
       const Failing& failing = declaration.HowItFails();
       result = FromWord<Result>(failing.result);
       errorAfter = failing.setsLastError ? failing.lastError : errorBefore;
-      Rig::Clear(declaration, words.data(), sizes.data());
+      Rig::Spoil(declaration, words.data(), sizes.data());
     } else {
       SetLastError(errorBefore);
       result = answer(arguments...);

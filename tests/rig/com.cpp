@@ -81,7 +81,7 @@ void FakeBase::ImplementUnknown() {
       QueryThunk::Slot(), "QueryInterface", reinterpret_cast<const void*>(&QueryThunk::Call),
       std::make_shared<QueryThunk::Answer>([this](const IID& iid, void** out) { return Query(iid, out); }),
       FailsAs(E_NOINTERFACE))
-      .Clears(Arg<1>);
+      .HandsOut(Arg<1>);
   Implement(RetainThunk::Slot(), "AddRef", reinterpret_cast<const void*>(&RetainThunk::Call),
             std::make_shared<RetainThunk::Answer>([this] {
               rig_.ledger.Take(kInterface, ToWord(Pointer()));
@@ -113,6 +113,14 @@ HRESULT FakeBase::Query(const GUID& iid, void** out) {
   }
   *out = nullptr;
   return E_NOINTERFACE;
+}
+
+void FakeBase::ShowReleases() {
+  methods_.at(MethodThunk<&IUnknown::Release>::Slot()).declaration->loud = true;
+}
+
+void Com::ShowReleases() {
+  for (const auto& fake : fakes_) fake->ShowReleases();
 }
 
 BSTR Com::GiveString(std::wstring_view text) {
@@ -156,16 +164,6 @@ void Com::Install() {
   rig_.On<::SysFreeString>([](BSTR string) { FreeString(string); });
   rig_.On<::SysStringLen>([](BSTR string) {
     return string == nullptr ? 0U : *(reinterpret_cast<const UINT*>(string) - 1) / UINT{sizeof(wchar_t)};
-  });
-  rig_.On<::VariantClear>([this](VARIANT* value) {
-    if (value->vt == VT_BSTR && value->bstrVal != nullptr) {
-      rig_.ledger.Give(kSystemString, ToWord(value->bstrVal), "VariantClear");
-      FreeString(value->bstrVal);
-    } else if ((value->vt == VT_UNKNOWN || value->vt == VT_DISPATCH) && value->punkVal != nullptr) {
-      value->punkVal->Release();
-    }
-    std::memset(value, 0, sizeof *value);
-    return S_OK;
   });
 }
 

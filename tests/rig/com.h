@@ -41,6 +41,8 @@ class FakeBase {
   void Also(const GUID& iid, FakeBase& other) { answers_.emplace_back(iid, &other); }
   /// What QueryInterface does.
   HRESULT Query(const GUID& iid, void** out);
+  /// Writes each Release to the trace too.
+  void ShowReleases();
   /// The name that the trace shows.
   const std::string& Name() const { return name_; }
   /// The object as the library sees it.
@@ -190,6 +192,8 @@ class Com {
   void Missing(const CLSID& clsid, HRESULT error = REGDB_E_CLASSNOTREG) {
     classes_.push_back({clsid, nullptr, error});
   }
+  /// Writes each Release of the fakes that were made so far to the trace too.
+  void ShowReleases();
   /// Hands the library a system string, which it must free.
   BSTR GiveString(std::wstring_view text);
 

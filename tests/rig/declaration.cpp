@@ -38,7 +38,7 @@ Declaration& Declaration::AbsentByDefault() {
 
 Declaration& Declaration::Acquires(const Kind& kind, Place place) {
   acquired_.push_back({&kind, place});
-  return *this;
+  return place.where == Place::Where::kPointee ? HandsOut(place) : *this;
 }
 
 Declaration& Declaration::Releases(const Kind& kind, Place place) {
@@ -76,8 +76,8 @@ Declaration& Declaration::TextArguments() {
   return *this;
 }
 
-Declaration& Declaration::Clears(Place place) {
-  cleared_.push_back(place.index);
+Declaration& Declaration::HandsOut(Place place) {
+  handedOut_.push_back(place.index);
   return *this;
 }
 

@@ -167,8 +167,9 @@ class Declaration {
   Declaration& CountedBytes(Place data, Place count);
   /// Non-const wide pointers are texts that come in (system strings), not buffers.
   Declaration& TextArguments();
-  /// On failure the function stores null where this argument points.
-  Declaration& Clears(Place place);
+  /// The function stores what it hands out where this argument points, like Acquires(kind, Out<N>), but books
+  /// it itself. Whenever the function fails, rubbish is stored in the places of both.
+  Declaration& HandsOut(Place place);
 
   /// The module in capitals, without ".DLL".
   const std::string& Module() const { return module_; }
@@ -200,8 +201,8 @@ class Declaration {
   const std::vector<Resource>& Released() const { return released_; }
   /// What it needs alive.
   const std::vector<Resource>& Used() const { return used_; }
-  /// See Clears.
-  const std::vector<int>& Cleared() const { return cleared_; }
+  /// The arguments that point to what is handed out; see HandsOut.
+  const std::vector<int>& HandedOut() const { return handedOut_; }
   /// The counting rule of argument `index`, or null.
   const Counted* CountOf(size_t index) const;
   /// The resource kind of argument `index` (released or used), or null.
@@ -241,7 +242,7 @@ class Declaration {
   std::vector<Resource> released_;
   std::vector<Resource> used_;
   std::vector<Counted> counted_;
-  std::vector<int> cleared_;
+  std::vector<int> handedOut_;
   mutable void* realFunction_ = nullptr;
 };
 

@@ -48,7 +48,7 @@ HX_FUNCTION(ADVAPI32, LsaClose, kCannotFail).Releases(kPolicy, Arg<0>);
 HX_FUNCTION(ADVAPI32, LsaNtStatusToWinError, kCannotFail).Hex(Arg<0>);
 
 // The directory.
-HX_FUNCTION(ACTIVEDS, ADsGetObject, FailsAs(static_cast<HRESULT>(0x80072030))).Clears(Arg<2>);
+HX_FUNCTION(ACTIVEDS, ADsGetObject, FailsAs(static_cast<HRESULT>(0x80072030))).HandsOut(Arg<2>);
 HX_FUNCTION(NTDSAPI, DsGetSpnW, FailsAs(ERROR_INVALID_PARAMETER)).Acquires(kPrincipalNames, Out<8>);
 HX_FUNCTION(NTDSAPI, DsBindW, FailsAs(ERROR_NO_SUCH_DOMAIN)).Acquires(kDirectory, Out<2>);
 HX_FUNCTION(NTDSAPI, DsWriteAccountSpnW, FailsAs(ERROR_ACCESS_DENIED)).Uses(kDirectory, Arg<0>);

@@ -77,20 +77,19 @@ HX_VARIADIC(USER32, wsprintfW, wvsprintfW, Returns(0));
 // The shell.
 HX_FUNCTION(SHELL32, CommandLineToArgvW, FailsWith(nullptr, ERROR_NOT_ENOUGH_MEMORY))
     .Acquires(kLocalMemory, kResult);
-HX_FUNCTION(SHELL32, SHGetKnownFolderPath, FailsAs(E_FAIL)).Acquires(kTaskMemory, Out<3>).Clears(Arg<3>);
+HX_FUNCTION(SHELL32, SHGetKnownFolderPath, FailsAs(E_FAIL)).Acquires(kTaskMemory, Out<3>);
 HX_FUNCTION(SHFOLDER, SHGetFolderPathA, FailsAs(E_FAIL));
 HX_FUNCTION(SHFOLDER, SHGetFolderPathW, FailsAs(E_FAIL));
 
 // COM.
 HX_FUNCTION(OLE32, CoInitializeEx, FailsAs(E_OUTOFMEMORY)).Hex(Arg<1>);
 HX_FUNCTION(OLE32, CoUninitialize, kCannotFail);
-HX_FUNCTION(OLE32, CoCreateInstance, FailsAs(REGDB_E_CLASSNOTREG)).Hex(Arg<2>).Clears(Arg<4>);
+HX_FUNCTION(OLE32, CoCreateInstance, FailsAs(REGDB_E_CLASSNOTREG)).Hex(Arg<2>).HandsOut(Arg<4>);
 HX_FUNCTION(OLE32, CoTaskMemFree, kCannotFail).Releases(kTaskMemory, Arg<0>);
 HX_FUNCTION(OLEAUT32, SysAllocString, Returns(nullptr)).Quiet().Acquires(kSystemString, kResult);
 HX_FUNCTION(OLEAUT32, SysFreeString, kCannotFail).Quiet().Releases(kSystemString, Arg<0>);
 HX_FUNCTION(OLEAUT32, SysStringLen, kCannotFail).Quiet().Uses(kSystemString, Arg<0>);
 HX_FUNCTION(OLEAUT32, VariantInit, kCannotFail).Pure();
-HX_FUNCTION(OLEAUT32, VariantClear, kCannotFail).Quiet();
 
 }  // namespace
 }  // namespace rig

@@ -112,6 +112,7 @@ void Rig::CheckUses(const Declaration& declaration, const uint64_t* words) {
 void Rig::Book(const Declaration& declaration, const uint64_t* words, const size_t* sizes, uint64_t result,
                const void* caller) {
   if (!declaration.Succeeded(result)) {
+    Spoil(declaration, words, sizes);
     return;
   }
   for (const Declaration::Resource& released : declaration.Released()) {
@@ -128,10 +129,14 @@ void Rig::Book(const Declaration& declaration, const uint64_t* words, const size
   }
 }
 
-void Rig::Clear(const Declaration& declaration, const uint64_t* words, const size_t* sizes) {
-  for (int index : declaration.Cleared()) {
+void Rig::Spoil(const Declaration& declaration, const uint64_t* words, const size_t* sizes) {
+  // An address where nothing lies, and no handle.
+  const uint64_t rubbish = 0xBADBAD0;
+  for (int index : declaration.HandedOut()) {
     if (words[index] != 0) {
-      std::memset(reinterpret_cast<void*>(words[index]), 0, sizes[index]);
+      // What an untyped pointer points to is a pointer.
+      size_t size = sizes[index] == 0 || sizes[index] > sizeof rubbish ? sizeof rubbish : sizes[index];
+      std::memcpy(reinterpret_cast<void*>(words[index]), &rubbish, size);
     }
   }
 }

@@ -97,8 +97,8 @@ class Rig {
   /// Books what the call took and gave back. `sizes` are the sizes of what the pointers point to.
   void Book(const Declaration& declaration, const uint64_t* words, const size_t* sizes, uint64_t result,
             const void* caller);
-  /// Stores null where the declaration says so.
-  static void Clear(const Declaration& declaration, const uint64_t* words, const size_t* sizes);
+  /// Stores rubbish where a call that failed would have stored what it hands out: nobody may look there.
+  static void Spoil(const Declaration& declaration, const uint64_t* words, const size_t* sizes);
 
  private:
   Policy policy_;

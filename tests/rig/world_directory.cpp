@@ -108,14 +108,14 @@ void Directory::AnswerContainer() {
     newUser_ = {};
     object_->Give(out);
     return HRESULT{S_OK};
-  }).Clears(Arg<2>);
+  }).HandsOut(Arg<2>);
   Add<&IADsContainer::GetObject>(*container_, "GetObject", [this](BSTR type, BSTR name, IDispatch** out) {
     if (ToUtf8(type) != "user" || Users().count(ToUtf8(name)) == 0) {
       return kNoSuchUser;
     }
     object_->Give(out);
     return HRESULT{S_OK};
-  }).Clears(Arg<2>);
+  }).HandsOut(Arg<2>);
   Add<&IADsContainer::Delete>(*container_, "Delete", [this](BSTR type, BSTR name) {
     return ToUtf8(type) != "user" || Users().erase(ToUtf8(name)) == 0 ? kNoSuchUser : HRESULT{S_OK};
   });
@@ -135,7 +135,7 @@ void Directory::AnswerUser() {
             return HRESULT{E_NOINTERFACE};
           },
           FailsAs(E_NOINTERFACE))
-      .Clears(Arg<1>);
+      .HandsOut(Arg<1>);
   Add<&IADsUser::SetPassword>(*user_, "SetPassword", [this](BSTR password) {
     CheckPlain(password);
     newUser_.password = ToUtf8(password);

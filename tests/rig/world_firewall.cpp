@@ -61,7 +61,7 @@ void Firewall::HandOut(FakeObject<Interface>& fake, const char* name, FakeBase& 
   Add<Member>(fake, name, [this, &result](auto** out) {
     Give(result, out);
     return S_OK;
-  }).Clears(Arg<0>);
+  }).HandsOut(Arg<0>);
 }
 
 template <auto Member, class Interface>
@@ -105,7 +105,7 @@ void Firewall::InstallRules() {
     newRule_ = {};
     Give(list, out);
     return S_OK;
-  }).Clears(Arg<0>);
+  }).HandsOut(Arg<0>);
   Add<&INetFwPolicy2::get_FirewallEnabled>(policy, "get_FirewallEnabled",
                                            [this](NET_FW_PROFILE_TYPE2, VARIANT_BOOL* out) {
                                              *out = AsVariant(enabled);
@@ -120,7 +120,7 @@ void Firewall::InstallRules() {
     foundRule_ = static_cast<size_t>(place - rules.begin());
     Give(found, out);
     return HRESULT{S_OK};
-  }).Clears(Arg<1>);
+  }).HandsOut(Arg<1>);
   Add<&INetFwRules::Add>(list, "Add", [this, &rule](INetFwRule* one) {
     if (one != rule.Get()) {
       return E_INVALIDARG;
@@ -157,7 +157,7 @@ void Firewall::InstallRule(FakeObject<INetFwRule>& rule, FakeObject<INetFwRule>&
   Add<&INetFwRule::get_ApplicationName>(found, "get_ApplicationName", [this](BSTR* out) {
     *out = com_.GiveString(ToWide(rules[foundRule_].program));
     return S_OK;
-  }).Clears(Arg<0>);
+  }).HandsOut(Arg<0>);
   Tell<&INetFwRule::get_Enabled>(found, "get_Enabled", [this] { return rules[foundRule_].enabled; });
   Add<&INetFwRule::put_ApplicationName>(found, "put_ApplicationName", [this](BSTR text) {
     rules[foundRule_].program = TextOf(text);
@@ -191,7 +191,7 @@ void Firewall::InstallProfile() {
                                                     Give(list, out);
                                                     return S_OK;
                                                   })
-      .Clears(Arg<0>);
+      .HandsOut(Arg<0>);
   Tell<&INetFwProfile::get_FirewallEnabled>(profile, "get_FirewallEnabled", [this] { return enabled; });
   Tell<&INetFwProfile::get_ExceptionsNotAllowed>(profile, "get_ExceptionsNotAllowed",
                                                  [this] { return ignoresExceptions; });
@@ -219,7 +219,7 @@ void Firewall::InstallApplications(FakeObject<INetFwAuthorizedApplications>& lis
         Give(found, out);
         return HRESULT{S_OK};
       })
-      .Clears(Arg<1>);
+      .HandsOut(Arg<1>);
   Add<&INetFwAuthorizedApplications::Add>(list, "Add",
                                           [this, &application](INetFwAuthorizedApplication* one) {
                                             if (one != application.Get()) {
@@ -247,7 +247,7 @@ void Firewall::InstallApplications(FakeObject<INetFwAuthorizedApplications>& lis
         *out = com_.GiveString(ToWide(applications[foundApplication_].program));
         return S_OK;
       })
-      .Clears(Arg<0>);
+      .HandsOut(Arg<0>);
   Tell<&INetFwAuthorizedApplication::get_Enabled>(found, "get_Enabled",
                                                   [this] { return applications[foundApplication_].enabled; });
   Add<&INetFwAuthorizedApplication::put_ProcessImageFileName>(

@@ -78,7 +78,7 @@ void TaskScheduler::HandOut(FakeObject<Interface>& fake, const char* name, FakeB
   Add<Member>(fake, name, [&result](auto** out) {
     result.Give(out);
     return S_OK;
-  }).Clears(Arg<0>);
+  }).HandsOut(Arg<0>);
 }
 
 void TaskScheduler::Install() {
@@ -106,11 +106,11 @@ void TaskScheduler::InstallFolders() {
     }
     root.Give(out);
     return HRESULT{S_OK};
-  }).Clears(Arg<1>);
+  }).HandsOut(Arg<1>);
   Add<&ITaskService::NewTask>(service, "NewTask", [this](DWORD, ITaskDefinition** out) {
     definition_->Give(out);
     return S_OK;
-  }).Clears(Arg<1>);
+  }).HandsOut(Arg<1>);
 
   Add<&ITaskFolder::GetFolder>(root, "GetFolder", [this](BSTR name, ITaskFolder** out) {
     CheckText(name);
@@ -119,7 +119,7 @@ void TaskScheduler::InstallFolders() {
     }
     folder_->Give(out);
     return HRESULT{S_OK};
-  }).Clears(Arg<1>);
+  }).HandsOut(Arg<1>);
   Add<&ITaskFolder::CreateFolder>(root, "CreateFolder", [this](BSTR name, VARIANT sddl, ITaskFolder** out) {
     CheckText(name);
     if (hasFolder || TextOf(name) != kFolderName || !IsEmpty(sddl)) {
@@ -128,7 +128,7 @@ void TaskScheduler::InstallFolders() {
     hasFolder = true;
     folder_->Give(out);
     return HRESULT{S_OK};
-  }).Clears(Arg<2>);
+  }).HandsOut(Arg<2>);
   Add<&ITaskFolder::DeleteFolder>(root, "DeleteFolder", [this](BSTR name, LONG) {
     CheckText(name);
     if (!hasFolder || !tasks.empty() || TextOf(name) != kFolderName) {
@@ -148,7 +148,7 @@ void TaskScheduler::InstallFolders() {
     }
     task_->Give(out);
     return HRESULT{S_OK};
-  }).Clears(Arg<1>);
+  }).HandsOut(Arg<1>);
   Add<&ITaskFolder::RegisterTaskDefinition>(
       *folder_, "RegisterTaskDefinition",
       [this](BSTR name, ITaskDefinition*, LONG, VARIANT user, VARIANT password, TASK_LOGON_TYPE, VARIANT sddl,
@@ -162,7 +162,7 @@ void TaskScheduler::InstallFolders() {
         return S_OK;
       })
       .Uses(kInterface, Arg<1>)
-      .Clears(Arg<7>);
+      .HandsOut(Arg<7>);
 }
 
 void TaskScheduler::InstallDefinition() {
@@ -220,7 +220,7 @@ void TaskScheduler::InstallTriggers() {
                                      trigger.Give(out);
                                      return S_OK;
                                    })
-      .Clears(Arg<1>);
+      .HandsOut(Arg<1>);
   Accept<&IDailyTrigger::put_Id>(daily, "put_Id");
   Accept<&IDailyTrigger::put_StartBoundary>(daily, "put_StartBoundary");
   Accept<&IDailyTrigger::put_DaysInterval>(daily, "put_DaysInterval");
@@ -244,7 +244,7 @@ void TaskScheduler::InstallActions() {
                                     action.Give(out);
                                     return S_OK;
                                   })
-      .Clears(Arg<1>);
+      .HandsOut(Arg<1>);
   Accept<&IExecAction::put_Path>(program, "put_Path");
   Accept<&IExecAction::put_Arguments>(program, "put_Arguments");
 }
@@ -258,7 +258,7 @@ void TaskScheduler::InstallTask() {
   Add<&IRegisteredTask::get_Path>(*task_, "get_Path", [this](BSTR* out) {
     *out = com_.GiveString(L"\\Quillfern\\task");
     return S_OK;
-  }).Clears(Arg<0>);
+  }).HandsOut(Arg<0>);
   Add<&IRegisteredTask::RunEx>(
       *task_, "RunEx",
       [this, &running](VARIANT params, LONG flags, LONG session, BSTR user, IRunningTask** out) {
@@ -272,7 +272,7 @@ void TaskScheduler::InstallTask() {
         running.Give(out);
         return HRESULT{S_OK};
       })
-      .Clears(Arg<4>);
+      .HandsOut(Arg<4>);
 }
 
 void TaskScheduler::InstallWorkItems() {
@@ -298,7 +298,7 @@ void TaskScheduler::InstallWorkItems() {
         item.Give(out);
         return S_OK;
       })
-      .Clears(Arg<3>);
+      .HandsOut(Arg<3>);
   Add<&ITaskScheduler::Delete>(scheduler, "Delete", [this](const wchar_t* name) {
     return items.erase(TextOf(name)) != 0 ? HRESULT{S_OK} : kNotFound;
   });
@@ -310,7 +310,7 @@ void TaskScheduler::InstallWorkItems() {
     *index = 0;
     trigger.Give(out);
     return S_OK;
-  }).Clears(Arg<1>);
+  }).HandsOut(Arg<1>);
   Add<&ITaskTrigger::SetTrigger>(trigger, "SetTrigger", [this](TASK_TRIGGER* record) {
     schedule = *record;
     return S_OK;

@@ -1,6 +1,7 @@
 // Registering, running, checking and deleting the agent's tasks.
 #include "client/agent_task.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -17,6 +18,8 @@ constexpr wchar_t kProgram[] = L"C:\\Client\\agent.exe";
 constexpr wchar_t kArguments[] = L"-X \"C:\\Data\\agent.xml\"";
 constexpr wchar_t kGroup[] = L"Builtin\\Users";
 constexpr wchar_t kTask[] = L"Some Task";
+
+using Lines = std::vector<std::string>;
 
 // What an operation returns when a call fails: by the call's name, of the making of a string with its text.
 using Codes = std::map<std::string, int>;
@@ -39,9 +42,17 @@ class AgentTaskTest : public rig::RiggedInternalsTest {
     return calls;
   }
 
-  // Makes each call fail once: the operation must return what `codes` says, and meet every call in it. The
-  // making of the task's name into a string, which may happen several times, must give `nameCodes`, in this
-  // order.
+  // The trace from the first line that begins like this.
+  Lines Rest(const std::string& start) {
+    const Lines& all = TheRig().trace.Lines();
+    auto first = std::find_if(all.begin(), all.end(),
+                              [&](const std::string& line) { return line.rfind(start, 0) == 0; });
+    return {first, all.end()};
+  }
+
+  // Makes each call fail once: the operation must return what `codes` says, and meet every call in it; a call
+  // that is made twice has " again" after its name the second time. The making of the task's name into a
+  // string, which may happen several times, must give `nameCodes`, in this order.
   void ExpectCodes(const std::function<int()>& operation, const Codes& codes,
                    const std::vector<int>& nameCodes) {
     rig::SweepOptions options;
@@ -52,7 +63,8 @@ class AgentTaskTest : public rig::RiggedInternalsTest {
     std::set<std::string> met;
     std::vector<int> nameResults;
     options.check = [&](const rig::SweepRun& run) {
-      const std::string& call = run.name == "SysAllocString" ? run.call : run.name;
+      std::string call = run.name == "SysAllocString" ? run.call : run.name;
+      if (met.count(call) != 0 && codes.count(call + " again") != 0) call += " again";
       int result = static_cast<int>(run.result);
       if (call == kNameString) {
         nameResults.push_back(result);
@@ -137,6 +149,7 @@ TEST_F(AgentTaskTest, RegistersTheDailyShape) {
       R"(settings.put_RunOnlyIfNetworkAvailable(-1) = 0)",
       R"(settings.put_ExecutionTimeLimit("PT0S") = 0)",
       R"(definition.get_Triggers(*) = 0)",
+      R"(definition.get_Settings(*) = 0)",
       R"(settings.get_IdleSettings(*) = 0)",
       R"(idle.put_WaitTimeout("PT5M") = 0)",
       R"(triggers.Create(2, *) = 0)",
@@ -157,6 +170,95 @@ TEST_F(AgentTaskTest, RegistersTheDailyShape) {
       R"(task.get_State(*) = 0)",
       R"(task.get_Path(*) = 0)",
   });
+}
+
+// ---- when it lets go of what
+
+// The settings are released before the triggers are asked for, and those of the idle wait right after it is
+// theirs.
+TEST_F(AgentTaskTest, ReleasesInItsOwnOrder) {
+  TheWorld().com.ShowReleases();
+  TheRig().MakeLoud("SysFreeString");
+  Tasks().hasFolder = true;
+  EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), 0);
+  EXPECT_EQ(
+      Rest("definition.get_Settings"),
+      (Lines{
+          R"(definition.get_Settings(*) = 0)",
+          R"(settings.put_StartWhenAvailable(-1) = 0)",
+          R"(settings.put_MultipleInstances(0) = 0)",
+          R"(settings.put_AllowDemandStart(-1) = 0)",
+          R"(settings.put_AllowHardTerminate(0) = 0)",
+          R"(settings.put_DisallowStartIfOnBatteries(0) = 0)",
+          R"(settings.put_StopIfGoingOnBatteries(0) = 0)",
+          R"(settings.put_ExecutionTimeLimit("PT0S") = 0)",
+          R"(SysFreeString(string#4))",
+          R"(settings.Release() = 0)",
+          R"(definition.get_Triggers(*) = 0)",
+          R"(triggers.Create(9, *) = 0)",
+          R"(trigger.QueryInterface({72DADE38-FAE4-4B3E-BAF4-5D009AF02B1C}, *) = 0)",
+          R"(logon.put_Id("LogonTrigger") = 0)",
+          R"(SysFreeString(string#5))",
+          R"(logon.put_StartBoundary("2016-01-01T00:00:00") = 0)",
+          R"(SysFreeString(string#6))",
+          R"(trigger.Release() = 0)",
+          R"(logon.put_UserId(null) = 0)",
+          R"(logon.Release() = 0)",
+          R"(triggers.Release() = 0)",
+          R"(definition.get_Actions(*) = 0)",
+          R"(actions.Create(0, *) = 0)",
+          R"(action.QueryInterface({4C3D624D-FD6B-49A3-B9B7-09CB3CD3F047}, *) = 0)",
+          R"(program.put_Path("C:\\Client\\agent.exe") = 0)",
+          R"(SysFreeString(string#7))",
+          R"(program.Release() = 0)",
+          R"(action.Release() = 0)",
+          R"(actions.Release() = 0)",
+          R"(folder.RegisterTaskDefinition("Some Task", definition, 6, "Builtin\\Users", empty, 4, "", *) = 0)",
+          R"(SysFreeString(string#10))",
+          R"(SysFreeString(string#9))",
+          R"(SysFreeString(string#8))",
+          R"(task.get_State(*) = 0)",
+          R"(task.get_Path(*) = 0)",
+          R"(SysFreeString(string#11))",
+          R"(task.Release() = 0)",
+          R"(definition.Release() = 0)",
+          R"(folder.Release() = 0)",
+          R"(root.Release() = 0)",
+      }));
+  TheRig().trace.Clear();
+  EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, nullptr, 7), 0);
+  Lines daily = Rest("settings.put_ExecutionTimeLimit");
+  daily.resize(std::min<size_t>(daily.size(), 11));
+  EXPECT_EQ(daily, (Lines{
+                       R"(settings.put_ExecutionTimeLimit("PT0S") = 0)",
+                       R"(SysFreeString(string#15))",
+                       R"(settings.Release() = 0)",
+                       R"(definition.get_Triggers(*) = 0)",
+                       R"(definition.get_Settings(*) = 0)",
+                       R"(settings.get_IdleSettings(*) = 0)",
+                       R"(settings.Release() = 0)",
+                       R"(idle.put_WaitTimeout("PT5M") = 0)",
+                       R"(idle.Release() = 0)",
+                       R"(triggers.Create(2, *) = 0)",
+                       R"(trigger.QueryInterface({126C5CD8-B288-41D5-8DBF-E491446ADC5C}, *) = 0)",
+                   }));
+}
+
+// The account's text is freed right after the call that it is for.
+TEST_F(AgentTaskTest, FreesTheAccountBeforeItReleases) {
+  WithFolderAndTask(TheWorld());
+  TheWorld().com.ShowReleases();
+  TheRig().MakeLoud("SysFreeString");
+  for (const wchar_t* account : {L"someone", L"nobody"}) {
+    TheRig().trace.Clear();
+    const bool runs = RunAgentTask(account, -1) == 0;
+    EXPECT_EQ(runs, account == std::wstring(L"someone"));
+    Lines rest = Rest("task.RunEx");
+    ASSERT_FALSE(rest.empty());
+    rest.erase(rest.begin());
+    EXPECT_EQ(rest, runs ? (Lines{"SysFreeString(string#4)", "running.Release() = 0", "task.Release() = 0"})
+                         : (Lines{"SysFreeString(string#8)", "task.Release() = 0"}));
+  }
 }
 
 TEST_F(AgentTaskTest, EveryZeroDaysNeedsNoNetwork) {
@@ -253,6 +355,7 @@ TEST_F(AgentTaskTest, EachStepOfTheDailyShapeHasItsCode) {
   Codes codes = kCommonCodes;
   codes.insert({
       {"settings.put_RunOnlyIfNetworkAvailable", 0},
+      {"definition.get_Settings again", -19},
       {"settings.get_IdleSettings", -19},
       {"idle.put_WaitTimeout", -20},
       {"triggers.Create", -21},

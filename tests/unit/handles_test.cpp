@@ -76,6 +76,19 @@ TEST_F(UniqueTest, PutGivesBackTheOldValueFirst) {
   EXPECT_EQ(number.get(), 2);
 }
 
+TEST_F(UniqueTest, WhatAFailingCallLeavesIsNobodys) {
+  {
+    Number number(1);
+    *number.put() = 2;
+    EXPECT_TRUE(number.keep(true));
+    EXPECT_EQ(number.get(), 2);
+    *number.put() = 3;
+    EXPECT_FALSE(number.keep(false));
+    EXPECT_FALSE(static_cast<bool>(number));
+  }
+  EXPECT_EQ(closed, (Closed{1, 2}));
+}
+
 TEST_F(UniqueTest, ReleaseKeepsTheResourceAlive) {
   {
     Number number(5);
@@ -112,6 +125,21 @@ TEST(ComPtrTest, ReleasesEachReferenceOnce) {
     EXPECT_EQ(moved->references, 1);
   }
   EXPECT_EQ(b.references, 0);
+}
+
+TEST(ComPtrTest, WhatAFailingCallLeavesIsNobodys) {
+  CountedInterface object;
+  {
+    ComPtr<CountedInterface> pointer;
+    *pointer.put() = &object;
+    EXPECT_TRUE(pointer.keep(S_FALSE));
+    EXPECT_EQ(pointer.get(), &object);
+    // Neither null nor an object.
+    *pointer.put() = reinterpret_cast<CountedInterface*>(uintptr_t{0xBADBAD0});
+    EXPECT_FALSE(pointer.keep(E_FAIL));
+    EXPECT_EQ(pointer.get(), nullptr);
+  }
+  EXPECT_EQ(object.references, 0);
 }
 
 TEST(ComPtrTest, ReleaseKeepsTheReference) {

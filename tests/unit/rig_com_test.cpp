@@ -52,6 +52,33 @@ TEST_F(RigComTest, AnObjectReleasedTwiceIsFound) {
                   "stream.Release is called, but the library holds no reference"));
 }
 
+// What a failing call leaves is neither null nor an object, so that nobody gets away with using it.
+TEST_F(RigComTest, AnObjectOfAFailedCreationIsFound) {
+  TheWorld().On<::CoCreateInstance>(
+      [](const CLSID&, IUnknown*, DWORD, const IID&, void**) { return E_ACCESSDENIED; });
+  EXPECT_TRUE(Has(Reported([] { SubjectCom(kSubjectComUsesLeftover); }), "reading 0xbadbad0"));
+  TheRig().ledger.Forget();
+}
+
+TEST_F(RigComTest, ReleasesAreShownOnRequest) {
+  EXPECT_EQ(SubjectCom(kSubjectComSound), S_OK);
+  TheRig().trace.Clear();
+  TheWorld().com.ShowReleases();
+  TheRig().MakeLoud("SysFreeString");
+  EXPECT_EQ(SubjectCom(kSubjectComSound), S_OK);
+  std::vector<std::string> shown;
+  for (const std::string& line : TheRig().trace.Lines()) {
+    if (line.rfind("stream.", 0) == 0 || line.rfind("SysFreeString", 0) == 0) shown.push_back(line);
+  }
+  EXPECT_EQ(shown, (std::vector<std::string>{
+                       "stream.Write(\"data\", 4, null) = 0",
+                       "stream.QueryInterface({0C733A30-2A1C-11CE-ADE5-00AA0044773D}, *) = 0",
+                       "stream.Release() = 1",
+                       "stream.Release() = 0",
+                       "SysFreeString(string#2)",
+                   }));
+}
+
 TEST_F(RigComTest, AMissingUninitialiseIsFound) {
   SubjectCom(kSubjectComKeepsStart);
   EXPECT_TRUE(Has(EndOfAction(), "com-start#1 was not given back"));

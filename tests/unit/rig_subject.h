@@ -23,6 +23,7 @@ HX_INTERNAL(SubjectPeek);
 HX_INTERNAL(SubjectCount);
 HX_INTERNAL(SubjectSum);
 HX_INTERNAL(SubjectKey);
+HX_INTERNAL(SubjectCloseLeftover);
 HX_INTERNAL(SubjectKeepRecord);
 HX_INTERNAL(SubjectDeleteKey);
 HX_INTERNAL(SubjectDeleteTree);

@@ -196,6 +196,7 @@ TEST_F(RigTest, KeysMustBeClosedOnce) {
   SubjectKey(0, FALSE);
   EXPECT_TRUE(Has(EndOfAction(), "key#2 was not given back, taken at rigsubject.dll+0x"));
   EXPECT_TRUE(Has(Reported([] { SubjectKey(2, FALSE); }), "RegCloseKey gives back a key"));
+  EXPECT_TRUE(Has(Reported([] { SubjectCloseLeftover(); }), "RegCloseKey gives back a key (0xbadbad0)"));
   EXPECT_TRUE(Has(Reported([] { SubjectKey(1, TRUE); }), "RegQueryValueExA is given a key"));
 }
 
