@@ -35,8 +35,9 @@ RegistryKey OpenWindowsKey(REGSAM view) {
   return key;
 }
 
-void WriteList(HKEY key, const char* list, size_t size) {
-  RegSetValueExA(key, kListValue, 0, REG_SZ, reinterpret_cast<const BYTE*>(list), static_cast<DWORD>(size));
+bool WriteList(HKEY key, const char* list, size_t size) {
+  return RegSetValueExA(key, kListValue, 0, REG_SZ, reinterpret_cast<const BYTE*>(list),
+                        static_cast<DWORD>(size)) == ERROR_SUCCESS;
 }
 
 // Reads the list, of `size` bytes, into a new block that has `slack` zero bytes more. Null when that fails.
@@ -55,8 +56,7 @@ bool AddToList(HKEY key, const char* name) {
   DWORD type;
   DWORD size = 0;
   if (RegQueryValueExA(key, kListValue, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) {
-    WriteList(key, name, nameLength + 1);
-    return true;
+    return WriteList(key, name, nameLength + 1);
   }
   if (type != REG_SZ) return true;
   HeapStringA list = ReadList(key, size, nameLength + kListSlack);
@@ -70,8 +70,7 @@ bool AddToList(HKEY key, const char* name) {
     ++newSize;
   }
   TxtCopyA(end, name);
-  WriteList(key, list.get(), newSize);
-  return true;
+  return WriteList(key, list.get(), newSize);
 }
 
 // Makes Windows heed the list. A switch of another type, however long its data, is left alone, like one that

@@ -147,11 +147,41 @@ TEST_F(AddTrackingTest, AnAnswerOfAFailedCallCountsForNothing) {
   EXPECT_FALSE(TheRegistry().Bytes(kKey, kList, View::k32).has_value());
 }
 
-TEST_F(AddTrackingTest, AListThatCannotBeWrittenIsSurvived) {
-  TheRegistry().SetText(kKey, kList, "a.dll");
+// A list without the library is nothing to switch on.
+TEST_F(AddTrackingTest, AListThatCannotBeWrittenLeavesTheSwitchAlone) {
+  TheRegistry().Create(kKey);
   TheRegistry().DenySetting(kKey);
   EXPECT_EQ(Run(9), 0u);
+  TheRegistry().SetText(kKey, kList, "a.dll");
+  TheRegistry().SetNumber(kKey, kSwitch, 2);
+  EXPECT_EQ(Run(9), 0u);
+  const std::vector<std::string>& calls = TheRig().trace.Lines();
+  EXPECT_EQ(std::vector<std::string>(calls.begin() + 5, calls.end()),
+            (std::vector<std::string>{
+                Opens("0x3", 1),
+                R"(RegQueryValueExA(key#1, "AppInit_DLLs", null, *, null, *) = 2)",
+                R"(RegSetValueExA(key#1, "AppInit_DLLs", 0, 1, "OSTRACK.DLL\0", 12) = 5)",
+                "RegCloseKey(key#1) = 0",
+                "IsWow64Process(INVALID_HANDLE_VALUE, *) = 1",
+                Opens("0x3", 2),
+                R"(RegQueryValueExA(key#2, "AppInit_DLLs", null, *, null, *) = 0)",
+                R"(RegQueryValueExA(key#2, "AppInit_DLLs", null, null, *, *) = 0)",
+                R"(RegSetValueExA(key#2, "AppInit_DLLs", 0, 1, "a.dll OSTRACK.DLL\0", 18) = 5)",
+                "RegCloseKey(key#2) = 0",
+            }));
   EXPECT_EQ(TheRegistry().Bytes(kKey, kList), "a.dll\0"s);
+  EXPECT_EQ(TheRegistry().Bytes(kKey, kSwitch), "\2\0\0\0"s);
+}
+
+TEST_F(AddTrackingTest, A32BitProcessGoesOnWithTheSecondViewWhereTheFirstCannotBeWritten) {
+  SetWow64(TheWorld(), true);
+  TheRegistry().Create(kKey);
+  TheRegistry().Create(kKey, View::k32);
+  TheRegistry().DenySetting(kKey);
+  EXPECT_EQ(Run(9), 0u);
+  EXPECT_FALSE(TheRegistry().Bytes(kKey, kSwitch).has_value());
+  EXPECT_EQ(TheRegistry().Bytes(kKey, kList, View::k32), "OSTRACK.DLL\0"s);
+  EXPECT_EQ(TheRegistry().Bytes(kKey, kSwitch, View::k32), "\1\0\0\0"s);
 }
 
 TEST_F(AddTrackingTest, SurvivesTheFailureOfEachCall) {
