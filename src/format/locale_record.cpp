@@ -8,8 +8,10 @@ namespace {
 constexpr uint32_t kAnswerSize = 256;
 /// UTF-8 bytes that a UTF-16 unit takes at most.
 constexpr uint32_t kBytesPerUnit = 3;
-/// Room for all names at their longest. Only what is used of it is ever touched.
-constexpr uint32_t kNames = 2 * (kMonths + kWeekdays);
+/// Room for all names at their longest, those of the halves of the day among them. Only what is used of it is
+/// ever touched.
+constexpr uint32_t kHalves = 2;
+constexpr uint32_t kNames = kHalves + 2 * (kMonths + kWeekdays);
 constexpr uint32_t kNamePoolSize = kNames * kAnswerSize * kBytesPerUnit;
 /// No answer, as against an empty one.
 constexpr uint32_t kNoAnswer = 0xFFFFFFFF;
@@ -53,17 +55,17 @@ void ReadField(LCTYPE type, const char* fallback, Empty empty, char (&field)[kLo
   }
 }
 
-/// Reads a name into the pool.
-const char* ReadName(LCTYPE type) {
+/// Reads a name whole into the pool; `fallback` where there is no answer.
+const char* ReadName(LCTYPE type, const char* fallback) {
   char* name = state.names + state.namesUsed;
   const uint32_t length = ReadText(type, name, kNamePoolSize - state.namesUsed);
-  if (length == kNoAnswer) return "";
+  if (length == kNoAnswer) return fallback;
   state.namesUsed += length + 1;
   return name;
 }
 
 void ReadNames(LCTYPE first, const char** names, uint32_t count) {
-  for (uint32_t i = 0; i < count; ++i) names[i] = ReadName(first + i);
+  for (uint32_t i = 0; i < count; ++i) names[i] = ReadName(first + i, "");
 }
 
 /// Reads group sizes, which are parted by ";".
@@ -103,8 +105,8 @@ void Read(LocaleRecord* record) {
 
   ReadField(LOCALE_SDATE, "/", Empty::kStands, record->dateSeparator);
   ReadField(LOCALE_STIME, ":", Empty::kStands, record->timeSeparator);
-  ReadField(LOCALE_S1159, "AM", Empty::kStands, record->morning);
-  ReadField(LOCALE_S2359, "PM", Empty::kStands, record->afternoon);
+  record->morning = ReadName(LOCALE_S1159, "AM");
+  record->afternoon = ReadName(LOCALE_S2359, "PM");
   record->dateOrder = ReadOrder(LOCALE_IDATE);
   record->timeOrder = ReadOrder(LOCALE_ITIME);
   ReadNames(LOCALE_SMONTHNAME1, record->months, kMonths);

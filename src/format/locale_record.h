@@ -31,11 +31,11 @@ struct LocaleRecord {
 
   char dateSeparator[kLocaleFieldSize];  ///< "/"
   char timeSeparator[kLocaleFieldSize];  ///< ":"
-  char morning[kLocaleFieldSize];        ///< "AM"
-  char afternoon[kLocaleFieldSize];      ///< "PM"
   uint8_t dateOrder;                     ///< 0 month-day-year, 1 day-month-year, 2 year-month-day; 0
   uint8_t timeOrder;                     ///< 0 twelve hours, 1 twenty-four hours; 0
 
+  const char* morning;                   ///< "AM"
+  const char* afternoon;                 ///< "PM"
   const char* months[kMonths];           ///< January first; ""
   const char* shortMonths[kMonths];      ///< January first; ""
   const char* weekdays[kWeekdays];       ///< Monday first; ""

@@ -127,6 +127,22 @@ TEST_F(LocaleRecordTest, TheLongestNamesAreAllKeptWhole) {
   for (int i = 0; i < 7; ++i) EXPECT_EQ(record->shortWeekdays[i], longest);
 }
 
+TEST_F(LocaleRecordTest, TheHalvesOfTheDayAreKeptWholeAndTheSeparatorsCut) {
+  const std::wstring longest(255, L'\u20AC');
+  std::string longestUtf8;
+  for (int i = 0; i < 255; ++i) longestUtf8 += "\xE2\x82\xAC";
+  culture[LOCALE_S1159] = L"before noon, sharp";
+  culture[LOCALE_S2359] = longest;
+  culture[LOCALE_SDATE] = L"0123456789abcdef";
+  culture[LOCALE_STIME] = L"0123456789abcdef";
+  const LocaleRecord* record = UserLocale();
+  EXPECT_STREQ(record->morning, "before noon, sharp");
+  EXPECT_EQ(record->afternoon, longestUtf8);
+  EXPECT_STREQ(record->dateSeparator, "0123456789abcde");
+  EXPECT_STREQ(record->timeSeparator, "0123456789abcde");
+  EXPECT_STREQ(record->months[0], "January");
+}
+
 // Many locales have no AM and PM, and no sign for what is positive.
 TEST_F(LocaleRecordTest, AnEmptyAnswerStandsOnTheDateSideOnly) {
   for (LCTYPE type :
