@@ -50,12 +50,17 @@ wchar_t* Concatenate(const wchar_t* first, const wchar_t* second, const wchar_t*
   return text;
 }
 
-// The path of the container of a domain's users, a new heap string. Null when no domain is known or memory
-// lacks.
-wchar_t* MakeContainerPath(const wchar_t* domain) {
-  if (domain && domain[0]) return Concatenate(kProvider, domain, L"");
-  HeapStringW workstationDomain(CopyWorkstationDomain());
-  return workstationDomain ? Concatenate(kProvider, workstationDomain.get(), L"") : nullptr;
+// The path of the container of a domain's users, a new heap string; with no domain given it is the domain of
+// this computer. Null when no domain is known or out of memory; `failure` then says which: E_FAIL or
+// E_OUTOFMEMORY.
+wchar_t* MakeContainerPath(const wchar_t* domain, HRESULT* failure) {
+  HeapStringW workstationDomain;
+  if (!domain || !domain[0]) {
+    workstationDomain.reset(CopyWorkstationDomain());
+    domain = workstationDomain.get();
+  }
+  *failure = domain ? E_OUTOFMEMORY : E_FAIL;
+  return domain ? Concatenate(kProvider, domain, L"") : nullptr;
 }
 
 // The user that the process runs under, as DOMAIN\NAME in a new heap string. Null when that cannot be found
@@ -115,16 +120,15 @@ wchar_t* JoinAccountName(const wchar_t* domain, const wchar_t* name) {
 }
 
 IADsContainer* OpenDomainContainer(const wchar_t* domain) {
-  HeapStringW path(MakeContainerPath(domain));
-  if (!path) {
-    // An error at any rate: without one, the container would seem to be of no importance.
-    SetLastError(static_cast<DWORD>(E_FAIL));
-    return nullptr;
+  HRESULT result;
+  HeapStringW path(MakeContainerPath(domain, &result));
+  if (path) {
+    IADsContainer* container = nullptr;
+    result = adsGetObject(path.get(), kContainerId, reinterpret_cast<void**>(&container));
+    if (SUCCEEDED(result)) return container;
+    path.reset();
   }
-  IADsContainer* container = nullptr;
-  HRESULT result = adsGetObject(path.get(), kContainerId, reinterpret_cast<void**>(&container));
-  if (SUCCEEDED(result)) return container;
-  path.reset();
+  // Always an error: without one, the container would seem to be of no importance.
   SetLastError(static_cast<DWORD>(result));
   return nullptr;
 }

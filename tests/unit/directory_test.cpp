@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "import_hook.h"
 #include "rig/action_test.h"
 #include "rig/internals.h"
 #include "rig/print.h"
@@ -131,6 +132,22 @@ TEST_F(DirectoryTest, WithoutAnyDomainThereIsNone) {
   }
   accounts_->Refuse("NetWkstaGetInfo", ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenDomainContainer(L""), nullptr);
+  EXPECT_EQ(Paths(), std::vector<std::string>{});
+}
+
+// Out of memory is another error than no domain, and nobody is asked then.
+TEST_F(DirectoryTest, WithoutMemoryForThePathTheLastErrorSaysSo) {
+  accounts_->workgroup = "CORP";
+  for (const wchar_t* domain : {L"CORP", L""}) {
+    // Without a domain the first block is for that of this computer.
+    int blocks = *domain ? 0 : 1;
+    HX_HOOK(allocating, HeapAlloc, [&](HANDLE heap, DWORD flags, SIZE_T size) -> void* {
+      return blocks-- > 0 ? allocating.Next(heap, flags, size) : nullptr;
+    });
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_EQ(OpenDomainContainer(domain), nullptr);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(E_OUTOFMEMORY));
+  }
   EXPECT_EQ(Paths(), std::vector<std::string>{});
 }
 
