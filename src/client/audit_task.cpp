@@ -15,6 +15,7 @@
 #include "client/schedule_service.h"
 #include "frame/com_start.h"
 #include "frame/session.h"
+#include "util/text.h"
 
 namespace {
 
@@ -35,8 +36,13 @@ constexpr DWORD kShortSize = 32;
 
 constexpr int kHoursADay = 24;
 
-// What the package says about the audit.
+// What the package says about the audit. The password does not outlive it.
 struct Audit {
+  Audit() = default;
+  Audit(const Audit&) = delete;
+  Audit& operator=(const Audit&) = delete;
+  ~Audit() { WipeBytes(password, sizeof password); }
+
   wchar_t user[kAccountSize];
   wchar_t password[kAccountSize];
   wchar_t parameters[kShortSize];

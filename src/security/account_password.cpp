@@ -2,6 +2,8 @@
 
 #include <objbase.h>
 
+#include "util/text.h"
+
 namespace {
 
 // The characters of passwords, and beside each the class that it belongs to.
@@ -19,12 +21,6 @@ constexpr int kFirstByte = 2;
 constexpr int kByteStep = 3;
 constexpr int kBitsOfCharacter = 6;
 constexpr unsigned kCharacterMask = 63;
-
-// Clears memory in a way that the compiler does not leave out.
-void Wipe(void* memory, size_t size) {
-  auto* bytes = static_cast<volatile BYTE*>(memory);
-  for (size_t index = 0; index < size; ++index) bytes[index] = 0;
-}
 
 // Writes the password that the bytes stand for. Returns the classes that are missing in it.
 int WritePassword(const BYTE* bytes, wchar_t* text) {
@@ -45,7 +41,7 @@ int WritePassword(const BYTE* bytes, wchar_t* text) {
 }  // namespace
 
 AccountPassword::~AccountPassword() {
-  Wipe(text, sizeof text);
+  WipeBytes(text, sizeof text);
 }
 
 HRESULT GenerateAccountPassword(AccountPassword* password) {
@@ -54,6 +50,6 @@ HRESULT GenerateAccountPassword(AccountPassword* password) {
   do {
     result = CoCreateGuid(&chance);
   } while (SUCCEEDED(result) && WritePassword(reinterpret_cast<const BYTE*>(&chance), password->text) != 0);
-  Wipe(&chance, sizeof chance);
+  WipeBytes(&chance, sizeof chance);
   return result;
 }

@@ -172,6 +172,12 @@ void FillBytes(void* target, unsigned char value, size_t size) {
   __builtin_memset(target, value, size);
 }
 
+void WipeBytes(void* target, size_t size) {
+  // Volatile, so that the compiler does not leave out what nothing reads.
+  auto* bytes = static_cast<volatile unsigned char*>(target);
+  for (size_t index = 0; index < size; ++index) bytes[index] = 0;
+}
+
 unsigned ParseDecimalA(const char* text) {
   uint64_t value = 0;
   for (; *text >= '0' && *text <= '9'; ++text) {

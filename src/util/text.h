@@ -63,6 +63,9 @@ void MoveBytes(void* target, const void* source, size_t size);
 /// Sets `size` bytes to `value`.
 void FillBytes(void* target, unsigned char value, size_t size);
 
+/// Sets `size` bytes of a secret to 0; unlike FillBytes, also where nothing reads them afterwards.
+void WipeBytes(void* target, size_t size);
+
 /// The value of the ASCII digits that `text` begins with; 0 when it begins with none, and the largest value
 /// when they stand for more than that.
 unsigned ParseDecimalA(const char* text);

@@ -1,0 +1,183 @@
+// The audit's password, which must not outlive CustomAction6 anywhere but where it is handed over: neither on
+// the stack nor in the memory that the action gives back.
+
+#include <windows.h>
+
+#include "rig/action_test.h"
+#include "rig/guarded_heap.h"
+#include "rig/own_stack.h"
+#include "unit/import_hook.h"
+
+namespace audit_task_secret_test {
+
+constexpr wchar_t kPassword[] = L"Qz7!Wx8-Ey9.Rv0~Ut1+";
+
+// What memory holds of the password, and where; empty for nothing. Looked for in pieces of four letters, as
+// text of either width.
+std::string Secrets(std::string_view memory) {
+  constexpr size_t kPiece = 4;
+  const std::wstring_view password(kPassword);
+  std::string found;
+  for (size_t at = 0; at < password.size(); at += kPiece) {
+    std::string narrow, wide;
+    for (wchar_t letter : password.substr(at, kPiece)) {
+      narrow += static_cast<char>(letter);
+      wide += {static_cast<char>(letter), '\0'};
+    }
+    for (const std::string& piece : {narrow, wide}) {
+      for (size_t place = memory.find(piece); place != memory.npos; place = memory.find(piece, place + 1)) {
+        found += "piece " + std::to_string(at / kPiece) + " at " + std::to_string(place) + "; ";
+      }
+    }
+  }
+  return found;
+}
+
+class AuditTaskSecretTest : public rig::ActionTest {
+ protected:
+  void Arrange(rig::World& world) override {
+    world.modules.Loaded("OLE32");
+    world.services.Of("Schedule");
+    user_ = L"auditor";
+    folder_ = L"C:\\Client\\";
+    passwordLength_ = 20;
+    reads_ = 0;
+    // Answers letter by letter, so that nothing of the password stays on the stack.
+    world.On<::MsiGetPropertyW>([this](MSIHANDLE, const wchar_t* name, wchar_t* buffer, DWORD* size) -> UINT {
+      const bool isPassword = std::wstring_view(name) == L"PROP_TASKPASS";
+      const wchar_t* value = isPassword                                    ? kPassword
+                             : std::wstring_view(name) == L"PROP_TASKUSER" ? user_
+                             : std::wstring_view(name) == L"DIR_CLIENT"    ? folder_
+                                                                           : L"";
+      const DWORD length = isPassword ? passwordLength_ : static_cast<DWORD>(std::wstring_view(value).size());
+      const DWORD room = *size;
+      volatile wchar_t* target = buffer;
+      for (DWORD at = 0; at < length && at + 1 < room; ++at) target[at] = value[isPassword ? at % 20 : at];
+      target[length < room ? length : room - 1] = L'\0';
+      *size = length;
+      reads_ += isPassword ? 1 : 0;
+      return length < room ? UINT{ERROR_SUCCESS} : UINT{ERROR_MORE_DATA};
+    });
+  }
+  // Runs the action on a stack of its own and expects nothing of the password in what it leaves.
+  void RunAndSearch() {
+    TheRig().tracing = false;
+    std::vector<std::string> freed;
+    auto keep = [&](const void* block) {
+      ptrdiff_t size = block == nullptr ? -1 : rig::GuardedHeap::Get().SizeOf(block);
+      if (size > 0) freed.emplace_back(static_cast<const char*>(block), static_cast<size_t>(size));
+    };
+    UINT result = ~0U;
+    rig::OwnStack stack;
+    {
+      HX_HOOK(freeing, HeapFree, [&](HANDLE heap, DWORD flags, void* block) {
+        keep(block);
+        return freeing.Next(heap, flags, block);
+      });
+      HX_HOOK(growing, HeapReAlloc, [&](HANDLE heap, DWORD flags, void* block, SIZE_T size) {
+        keep(block);
+        return growing.Next(heap, flags, block, size);
+      });
+      stack.Run([&] { result = Run(6); });
+    }
+    EXPECT_EQ(result, 0u);
+    EXPECT_EQ(Secrets(stack.Content()), "") << "on the stack";
+    for (const std::string& block : freed)
+      EXPECT_EQ(Secrets(block), "") << "in a heap block that was given back";
+  }
+  void ExpectKeptTrigger() { TheRig().ledger.Deliberate(rig::kInterface, "schedule"); }
+  // Ends this run, with all its checks, and begins another one in a fresh world.
+  void NewScene() {
+    TearDown();
+    SetUp();
+  }
+  rig::TaskScheduler& Tasks() { return TheWorld().tasks; }
+
+  const wchar_t* user_ = nullptr;
+  const wchar_t* folder_ = nullptr;
+  // The letters of the password; beyond its own it is repeated.
+  DWORD passwordLength_ = 0;
+  // How often the password was read.
+  int reads_ = 0;
+};
+
+// The search finds what there is to be found.
+TEST_F(AuditTaskSecretTest, ASearchFindsTheSecret) {
+  EXPECT_NE(Secrets("in front Ey9. behind"), "");
+  EXPECT_NE(Secrets({"R\0v\0"
+                     "0\0~\0",
+                     8}),
+            "");
+  EXPECT_EQ(Secrets("Qz7?"), "");
+  rig::OwnStack stack;
+  stack.Run([&] {
+    // Often, because what runs afterwards overwrites the end of the stack.
+    volatile wchar_t copies[50 * 20] = {};
+    for (size_t at = 0; at < 50 * 20; ++at) copies[at] = kPassword[at % 20];
+  });
+  EXPECT_NE(Secrets(stack.Content()), "");
+}
+
+TEST_F(AuditTaskSecretTest, NothingStaysWhereTheWorkItemIsMade) {
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+  EXPECT_EQ(Tasks().items, std::set<std::string>{"Ostrel"});
+  ExpectKeptTrigger();
+}
+
+// A password that fills the buffer is handed over; of a longer one the buffer has the beginning.
+TEST_F(AuditTaskSecretTest, NothingStaysOfALongPassword) {
+  passwordLength_ = 127;
+  RunAndSearch();
+  EXPECT_EQ(Tasks().items, std::set<std::string>{"Ostrel"});
+  ExpectKeptTrigger();
+  NewScene();
+  passwordLength_ = 128;
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+  EXPECT_TRUE(Tasks().items.empty());
+}
+
+TEST_F(AuditTaskSecretTest, NothingStaysWithoutAPath) {
+  TheWorld().On<::HeapAlloc>([](HANDLE, DWORD, SIZE_T) -> void* { return nullptr; });
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+}
+
+TEST_F(AuditTaskSecretTest, NothingStaysWithoutTheScheduler) {
+  TheWorld().com.start = E_UNEXPECTED;
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+  NewScene();
+  TheModules().MissingFunction("OLE32", "CoInitializeEx");
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+  NewScene();
+  TheWorld().services.managerError = ERROR_ACCESS_DENIED;
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+  NewScene();
+  TheWorld().On<::CoCreateInstance>(
+      [](const CLSID&, IUnknown*, DWORD, const IID&, void**) { return REGDB_E_CLASSNOTREG; });
+  RunAndSearch();
+  EXPECT_EQ(reads_, 1);
+}
+
+TEST_F(AuditTaskSecretTest, NothingStaysWhereAStepFails) {
+  for (const char* step : {"scheduler.NewWorkItem", "item.SetAccountInformation", "item.CreateTrigger",
+                           "schedule.SetTrigger", "item.QueryInterface", "file.Save"}) {
+    SCOPED_TRACE(step);
+    const std::string name = step;
+    if (name == "item.QueryInterface") {
+      Tasks().MissingInterface("file");
+    } else {
+      Tasks().FailMethod(name, E_ACCESSDENIED);
+    }
+    RunAndSearch();
+    EXPECT_EQ(reads_, 1);
+    if (name != "scheduler.NewWorkItem" && name != "item.CreateTrigger") ExpectKeptTrigger();
+    NewScene();
+  }
+}
+
+}  // namespace audit_task_secret_test
