@@ -25,10 +25,13 @@ Char* ReadProperty(MSIHANDLE session, const Char* name, GetProperty getProperty)
     count += kPropertySlack;
     value = HeapBlock<Char>(
         static_cast<Char*>(HeapReAllocOrFree(value.release(), static_cast<size_t>(count) * sizeof(Char))));
-    if (!value) return nullptr;
-    UINT status = getProperty(session, name, value.get(), &count);
+    UINT status = value ? getProperty(session, name, value.get(), &count) : ERROR_OUTOFMEMORY;
     if (status == ERROR_SUCCESS) return value.release();
-    if (status != ERROR_MORE_DATA) return nullptr;
+    if (status != ERROR_MORE_DATA) {
+      value.reset();
+      SetLastError(status);
+      return nullptr;
+    }
   }
 }
 

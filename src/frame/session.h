@@ -9,7 +9,7 @@ extern "C" {
 
 /// Returns the value of the property `name` as a new heap string, which the caller frees with HeapFreeSafe
 /// (or holds in a HeapStringW); an unset property is an empty string. Null when the read or an allocation
-/// fails.
+/// fails; the last error then says why: the installer's code, or ERROR_OUTOFMEMORY.
 wchar_t* ReadPropertyW(MSIHANDLE session, const wchar_t* name);
 
 /// The same with an 8-bit name and value.

@@ -10,7 +10,8 @@ constexpr unsigned kLastNameSize = 256;
 extern "C" {
 
 /// Reads the folder or file that the property `name` holds into `path`, which stays empty when the property
-/// is unset. False when it is set and cannot be made into a path: then the caller has nothing to go on.
+/// is unset or the installer refuses to read it. False when it is set and cannot be made into a path, and
+/// when out of memory: then the caller has nothing to go on, and publishes nothing that depends on it.
 bool ReadPathProperty(MSIHANDLE session, const wchar_t* name, PathRef* path);
 
 /// Copies the last component of the path `path` (the text behind its last backslash) in UTF-8 into `buffer`

@@ -1,5 +1,7 @@
 // CustomAction34: the previous server's data folder.
 
+#include <map>
+
 #include "actions/server_drives.h"
 
 namespace server_data_folder_previous_test {
@@ -315,10 +317,11 @@ TEST_F(PreviousDataTest, SurvivesTheFailureOfEachCall) {
                  const std::vector<std::string>& published = run.scene.world.installer.Published();
                  ASSERT_LE(published.size(), 1u) << run.call;
                  if (published.empty()) return;
-                 if (run.name == "GetFileAttributesW" || run.name == "MsiGetPropertyW" ||
-                     run.call == "HeapAlloc(*, 8, 512)") {
-                   // A folder that Windows denies is passed over, and a property that cannot be read counts
-                   // as not set.
+                 server_test::ExpectNoOtherFolder(run,
+                                                  {"PROP_PREVVTDF = S:\\Halvorstead\\Server\\Old Data\\"});
+                 if (run.name == "GetFileAttributesW" || run.name == "MsiGetPropertyW") {
+                   // A folder that Windows denies is passed over, and a property that the installer does not
+                   // read counts as not set.
                    EXPECT_TRUE(published[0] == "PROP_PREVVTDF = S:\\Halvorstead\\Server\\" ||
                                published[0] == "PROP_PREVVTDF = S:\\Halvorstead\\Server\\Old Data\\" ||
                                published[0] == "PROP_PREVVTDF = S:\\Halvorstead\\Old Data\\")
@@ -327,6 +330,29 @@ TEST_F(PreviousDataTest, SurvivesTheFailureOfEachCall) {
                    EXPECT_EQ(published[0], "PROP_PREVVTDF = S:\\Halvorstead\\Server\\Old Data\\") << run.call;
                  }
                }});
+}
+
+// Out of memory for a property, the folder around the right one is not published, though it is there. A value
+// that does not fit at first is read a second time, into a block that grows.
+TEST_F(PreviousDataTest, WithoutMemoryForAPropertyNothingIsPublished) {
+  for (size_t length : {1u, 260u}) {
+    SCOPED_TRACE(length);
+    std::map<std::string, int> failed;
+    FailEachCall(34,
+                 [&](rig::World& world) {
+                   Disk().Clear();
+                   Disk().Folder("S:\\Earlier Server\\Elsewhere");
+                   Disk().Folder("S:\\Halvorstead\\Server\\Old Data");
+                   world.installer.Set("DIR_UPG", "S:\\" + std::string(length, 'p') + "\\Old Data\\");
+                 },
+                 {.check = [&](const rig::SweepRun& run) {
+                   server_test::ExpectNoOtherFolder(run,
+                                                    {"PROP_PREVVTDF = S:\\Halvorstead\\Server\\Old Data\\"});
+                   ++failed[run.name];
+                 }});
+    EXPECT_GT(failed["HeapAlloc"], 10);
+    EXPECT_EQ(failed["HeapReAlloc"], length > 1 ? 1 : 0);
+  }
 }
 
 // Nothing else is taken for the data folder because memory lacks to look at it.

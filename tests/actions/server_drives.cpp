@@ -292,4 +292,11 @@ void ServerTest::TearDown() {
   rig::ActionTest::TearDown();
 }
 
+void ExpectNoOtherFolder(const rig::SweepRun& run, const std::vector<std::string>& plain) {
+  if (run.name != "HeapAlloc" && run.name != "HeapReAlloc") return;
+  for (const std::string& line : run.scene.world.installer.Published()) {
+    EXPECT_NE(std::find(plain.begin(), plain.end(), line), plain.end()) << run.call << " published " << line;
+  }
+}
+
 }  // namespace server_test

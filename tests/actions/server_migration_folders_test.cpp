@@ -64,13 +64,14 @@ class UpgradeFoldersTest : public ServerTest {
   static std::vector<std::string> OutsideChain(const std::string& folder, const std::string& data) {
     return Chain("S:\\Halvorstead\\Vantor Server\\", folder, "S:\\Halvorstead\\", data);
   }
-  // What a run with a failing call may publish: lines of the right chain in their order. A property that
-  // cannot be read counts as not set, so that its name is empty in all that follows; settings that cannot be
-  // read are none.
+  // What a run with a failing call may publish: lines of the right chain in their order. A property that the
+  // installer does not read counts as not set, so that its name is empty in all that follows; settings that
+  // cannot be read are none. Out of memory is neither.
   static void CheckChain(const rig::SweepRun& run, const std::vector<std::string>& whole) {
     const std::vector<std::string>& published = run.scene.world.installer.Published();
     const std::vector<std::string> inside = InsideChain();
-    const bool failsToRead = run.name == "MsiGetPropertyW" || run.call == "HeapAlloc(*, 8, 512)";
+    server_test::ExpectNoOtherFolder(run, whole);
+    const bool failsToRead = run.name == "MsiGetPropertyW";
     const bool failsSettings = run.name == "RegOpenKeyExA" || run.name == "RegQueryValueExA";
     const std::vector<std::string>& chain = failsSettings ? inside : whole;
     if (failsSettings) EXPECT_EQ(published, inside);
@@ -423,6 +424,20 @@ TEST_F(UpgradeFoldersTest, SurvivesTheFailureOfEachCallWithDataInside) {
                [&](rig::World& world) {
                  Disk().Clear();
                  SetData(world, "S:\\Halvorstead\\Vantor Server\\Data Store");
+               },
+               {.check = [&](const rig::SweepRun& run) { CheckChain(run, InsideChain()); }});
+}
+
+// Values that do not fit at first are read a second time, into a block that grows.
+TEST_F(UpgradeFoldersTest, SurvivesTheFailureOfEachCallWithLongProperties) {
+  FailEachCall(20,
+               [&](rig::World& world) {
+                 Disk().Clear();
+                 for (const char* name : {"DIR_UPG", "DIR_UPG_DATA", "DIR_UPG_HELPERDATA", "DIR_UPG_VRDF",
+                                          "DIR_UPG_VRDF_PREFS"}) {
+                   const std::string value = world.installer.Get(name);
+                   world.installer.Set(name, "D:\\" + std::string(260, 'p') + value.substr(2));
+                 }
                },
                {.check = [&](const rig::SweepRun& run) { CheckChain(run, InsideChain()); }});
 }

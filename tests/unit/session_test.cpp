@@ -207,6 +207,22 @@ TEST_F(DirectoryPropertyTest, SurvivesTheFailureOfEachCall) {
   EXPECT_GE(failures, 5u);
 }
 
+TEST_F(SessionTest, TheLastErrorSaysWhyAPropertyWasNotRead) {
+  Installer().Set("PROP_SITE", std::string(300, 'x'));
+  Installer().FailReading("PROP_ASSETID", ERROR_INVALID_HANDLE);
+  EXPECT_EQ(ReadPropertyW(Session(), L"PROP_ASSETID"), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+  EXPECT_EQ(ReadPropertyA(Session(), "PROP_ASSETID"), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+  TheWorld().On<::HeapReAlloc>([](HANDLE, DWORD, void*, SIZE_T) -> void* { return nullptr; });
+  EXPECT_EQ(ReadPropertyW(Session(), L"PROP_SITE"), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_OUTOFMEMORY});
+  TheWorld().On<::HeapAlloc>([](HANDLE, DWORD, SIZE_T) -> void* { return nullptr; });
+  SetLastError(ERROR_SUCCESS);
+  EXPECT_EQ(ReadPropertyA(Session(), "PROP_SITE"), nullptr);
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_OUTOFMEMORY});
+}
+
 // ---- the client's programs
 
 class ClientProgramTest : public SessionTest {
