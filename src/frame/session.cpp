@@ -1,7 +1,7 @@
 #include "frame/session.h"
 
 #include "format/format.h"
-#include "util/late_binding.h"
+#include "util/standard_folders.h"
 #include "util/text.h"
 
 namespace {
@@ -34,9 +34,6 @@ Char* ReadProperty(MSIHANDLE session, const Char* name, GetProperty getProperty)
     }
   }
 }
-
-constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
-    "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoaded, 0};
 
 PathObject* MakeWindowsFolder() {
   wchar_t folder[kWindowsFolderSize] = {};
@@ -85,12 +82,7 @@ wchar_t* ResolveClientProgramPath(MSIHANDLE session, const void*, const char* fi
   }
   if (!folder) return nullptr;
   PathRef program(PathJoin(folder.get(), fileName));
-  if (!program) return nullptr;
-  // A path that cannot be converted has no length, and is not copied either.
-  unsigned length = PathCopyToBuffer(program.get(), nullptr, 0);
-  HeapStringW text(static_cast<wchar_t*>(HeapAllocZero((size_t{length} + 1) * sizeof(wchar_t))));
-  if (!text || !PathCopyToBuffer(program.get(), text.get(), length + 1)) return nullptr;
-  return text.release();
+  return PathToWide(program.get());
 }
 
 int LogSetupMessage(MSIHANDLE session, const char* format, ...) {

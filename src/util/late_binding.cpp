@@ -5,7 +5,6 @@ namespace {
 FARPROC FindInLoadedModule(const LateEntry& entry) {
   ErrorModeGuard quiet;
   HMODULE module = GetModuleHandleA(entry.module);
-  if (!module && entry.rule == BindingRule::kLoadAndKeep) module = LoadLibraryA(entry.module);
   return module ? GetProcAddress(module, entry.name) : nullptr;
 }
 

@@ -4,8 +4,8 @@
 // A function is declared once, where it is used, with its module, its binding rule and the value that a
 // missing function yields:
 //
-//   constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
-//       "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoaded, 0};
+//   constinit LateFunction<decltype(IsWow64Process)> isWow64Process{"KERNEL32", "IsWow64Process",
+//                                                                   BindingRule::kAlreadyLoaded, FALSE};
 //
 // The cache is process-wide; a function that was not found is looked for again at the next use, unless its
 // rule says once. A module that is loaded for one job and freed behind it is a LateModule. Functions that
@@ -20,7 +20,6 @@
 /// How the module of a late-bound function is found.
 enum class BindingRule {
   kAlreadyLoaded,      ///< only when the process has loaded it: it is never loaded for the function's sake
-  kLoadAndKeep,        ///< loaded when the process has not loaded it, and never freed
   kAlreadyLoadedOnce,  ///< like kAlreadyLoaded, but looked for only once in the life of the process
   /// Loaded at the first use and kept if it has the function, else freed again; never tried a second time.
   kLoadOnce,

@@ -3,7 +3,6 @@
 #include <shlobj.h>
 
 #include "util/handles.h"
-#include "util/late_binding.h"
 #include "util/text.h"
 
 namespace {
@@ -15,8 +14,6 @@ constinit LateFunction<decltype(SHGetKnownFolderPath)> knownFolderPath{"SHELL32"
                                                                        BindingRule::kLoadOnce, E_NOTIMPL};
 constinit LateFunction<decltype(SHGetFolderPathW)> shellFolderPath{"SHFOLDER", "SHGetFolderPathW",
                                                                    BindingRule::kLoadOnce, E_NOTIMPL};
-constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
-    "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoadedOnce, 0};
 
 // A text in memory of the task allocator.
 using TaskString = Unique<NullableTraits<PWSTR, CoTaskMemFree>>;

@@ -1,4 +1,5 @@
-// The standard folders of Windows, found by a tag of four characters. Used by the upgrade actions.
+// The standard folders of Windows, found by a tag of four characters. Used by the upgrade actions and
+// the client's programs.
 //
 //   curr          the current folder             proc   the folder of the process's program
 //   user          the user profiles              temp, logs   the temporary folder
@@ -10,8 +11,14 @@
 //   any other     the Windows folder
 #pragma once
 
+#include "util/late_binding.h"
 #include "util/object.h"
 #include "util/path.h"
+
+/// The function that names the machine's own Windows folder, which on a terminal server is another one than
+/// the user's. Looked for once in the life of the process; yields 0 where it is missing.
+inline constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
+    "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoadedOnce, 0};
 
 extern "C" {
 

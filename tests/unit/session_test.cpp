@@ -8,6 +8,7 @@
 
 #include "rig/action_test.h"
 #include "rig/internals.h"
+#include "util/standard_folders.h"
 
 namespace session_test {
 
@@ -19,6 +20,7 @@ HX_INTERNAL(LogSetupMessage);
 HX_INTERNAL(LogSetupTextW);
 HX_INTERNAL(IsRollback);
 HX_INTERNAL(PathMake);
+HX_INTERNAL(GetStandardFolder);
 HX_INTERNAL(HeapFreeSafe);
 
 class SessionTest : public rig::RiggedInternalsTest {
@@ -277,6 +279,12 @@ TEST_F(ClientProgramTest, LooksTheNewerFunctionUpOnce) {
   EXPECT_EQ(CallsOf("GetProcAddress"), 1u);
   EXPECT_EQ(CallsOf("GetModuleHandleA"), 1u);
   EXPECT_EQ(CallsOf("GetSystemWindowsDirectoryW"), 2u);
+  // Nor does the standard folder look for it again.
+  PathObject* folder = GetStandardFolder(FourCharCode("swin"));
+  EXPECT_NE(folder, nullptr);
+  Release(folder);
+  EXPECT_EQ(CallsOf("GetProcAddress"), 1u);
+  EXPECT_EQ(CallsOf("GetSystemWindowsDirectoryW"), 3u);
 }
 
 TEST_F(ClientProgramTest, MakesTheseCallsInThisOrder) {
