@@ -422,33 +422,23 @@ BOOL Accounts::QueryService(QUERY_SERVICE_CONFIGW* configuration, DWORD size, DW
 }
 
 void Accounts::AnswerService() {
-  world_.On<::OpenSCManagerA>([this](const char*, const char*, DWORD access) -> SC_HANDLE {
-    if (DWORD error = RefusalOf("OpenSCManagerA")) {
-      SetLastError(error);
-      return nullptr;
-    }
-    auto manager = reinterpret_cast<SC_HANDLE>(nextHandle_ += 0x10);
-    // Whoever opens the manager may connect to it.
-    handles_[manager] = access | SC_MANAGER_CONNECT;
-    return manager;
+  world_.On<::OpenSCManagerA>([this](const char* machine, const char* database, DWORD access) {
+    return services_.OpenManager(machine, database, access, RefusalOf("OpenSCManagerA"));
   });
-  world_.On<::OpenServiceW>([this](SC_HANDLE, const wchar_t* name, DWORD access) -> SC_HANDLE {
+  world_.On<::OpenServiceW>([this](SC_HANDLE manager, const wchar_t* name, DWORD access) {
     DWORD error = RefusalOf("OpenServiceW");
-    if (error != 0 || !hasService || std::wstring_view(name) != L"Vantor") {
-      SetLastError(error != 0 ? error : DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
-      return nullptr;
+    if (error == ERROR_SUCCESS && (!hasService || std::wstring_view(name) != L"Vantor")) {
+      error = ERROR_SERVICE_DOES_NOT_EXIST;
     }
-    auto service = reinterpret_cast<SC_HANDLE>(nextHandle_ += 0x10);
-    handles_[service] = access;
-    return service;
+    return services_.OpenService(manager, &serviceAccount, access, error);
   });
   world_.On<::QueryServiceConfigW>(
-      [this](SC_HANDLE service, QUERY_SERVICE_CONFIGW* configuration, DWORD size, DWORD* needed) {
-        DWORD error = (handles_[service] & SERVICE_QUERY_CONFIG) == 0 ? DWORD{ERROR_ACCESS_DENIED}
-                                                                      : RefusalOf("QueryServiceConfigW");
+      [this](SC_HANDLE service, QUERY_SERVICE_CONFIGW* configuration, DWORD size, DWORD* needed) -> BOOL {
+        if (services_.Reach(service, SERVICE_QUERY_CONFIG) == nullptr) return FALSE;
+        DWORD error = RefusalOf("QueryServiceConfigW");
         return error != 0 ? Refused(error) : QueryService(configuration, size, needed);
       });
-  world_.On<::CloseServiceHandle>([this](SC_HANDLE handle) -> BOOL { return handles_.erase(handle) != 0; });
+  world_.On<::CloseServiceHandle>([this](SC_HANDLE handle) { return services_.Close(handle); });
 }
 
 }  // namespace rig

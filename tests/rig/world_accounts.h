@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "rig/secrets.h"
+#include "rig/service_handles.h"
 #include "rig/world.h"
 
 namespace rig {
@@ -118,6 +119,7 @@ class Accounts {
   std::map<std::string, DWORD> refused_;
   std::map<std::string, std::vector<BYTE>, IgnoreCase> sids_;
   std::map<HANDLE, DWORD> handles_;
+  ServiceHandles<std::string> services_;  // a service is the account that it runs under
   uintptr_t nextHandle_ = 0xACC0010;
 };
 

@@ -187,11 +187,7 @@ void Security::AnswerLists() {
   });
   world_.On<::SetEntriesInAclW>(
       [this](ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old, ACL** out) -> DWORD {
-        if (entriesError != ERROR_SUCCESS) {
-          // No list: nothing lies at this address.
-          *out = reinterpret_cast<ACL*>(uintptr_t{0xBADAC10});
-          return entriesError;
-        }
+        if (entriesError != ERROR_SUCCESS) return entriesError;
         if (count != 1 || old != nullptr) {
           Fail("SetEntriesInAclW is given another number of entries than one, or an older list");
         }
@@ -215,28 +211,8 @@ void Security::AnswerLists() {
   });
 }
 
-SC_HANDLE Security::Open(ServiceSettings* service, DWORD access) {
-  auto handle = reinterpret_cast<SC_HANDLE>(nextHandle_);
-  nextHandle_ += 0x10;
-  opened_[handle] = {service, access};
-  return handle;
-}
-
-ServiceSettings* Security::Reach(SC_HANDLE handle, DWORD access) {
-  auto opened = opened_.find(handle);
-  if (opened == opened_.end() || opened->second.service == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
-  }
-  if ((opened->second.access & access) == 0) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-  }
-  return opened->second.service;
-}
-
 BOOL Security::QueryAccount(SC_HANDLE handle, BYTE* block, DWORD size, DWORD* needed) {
-  ServiceSettings* service = Reach(handle, SERVICE_QUERY_CONFIG);
+  ServiceSettings* service = handles_.Reach(handle, SERVICE_QUERY_CONFIG);
   if (service == nullptr) {
     return FALSE;
   }
@@ -253,7 +229,7 @@ BOOL Security::QueryAccount(SC_HANDLE handle, BYTE* block, DWORD size, DWORD* ne
 }
 
 BOOL Security::QueryFailureActions(SC_HANDLE handle, DWORD level, BYTE* block, DWORD size, DWORD* needed) {
-  ServiceSettings* service = Reach(handle, SERVICE_QUERY_CONFIG);
+  ServiceSettings* service = handles_.Reach(handle, SERVICE_QUERY_CONFIG);
   if (service == nullptr || level != SERVICE_CONFIG_FAILURE_ACTIONS) {
     return service == nullptr ? FALSE : RefuseWith(ERROR_INVALID_LEVEL);
   }
@@ -276,7 +252,7 @@ BOOL Security::QueryFailureActions(SC_HANDLE handle, DWORD level, BYTE* block, D
 }
 
 BOOL Security::Change(SC_HANDLE handle, DWORD level, const void* information) {
-  ServiceSettings* service = Reach(handle, SERVICE_CHANGE_CONFIG);
+  ServiceSettings* service = handles_.Reach(handle, SERVICE_CHANGE_CONFIG);
   if (service == nullptr) {
     return FALSE;
   }
@@ -307,28 +283,16 @@ BOOL Security::Change(SC_HANDLE handle, DWORD level, const void* information) {
 }
 
 void Security::AnswerServices() {
-  world_.On<::OpenSCManagerA>([this](const char* machine, const char* database, DWORD access) -> SC_HANDLE {
-    if (machine != nullptr || database != nullptr) {
-      Fail("OpenSCManagerA is given another machine or database; the world knows its own only");
-    }
-    if (managerError != ERROR_SUCCESS) {
-      SetLastError(managerError);
-      return nullptr;
-    }
-    return Open(nullptr, access);
+  world_.On<::OpenSCManagerA>([this](const char* machine, const char* database, DWORD access) {
+    return handles_.OpenManager(machine, database, access, managerError);
   });
-  world_.On<::OpenServiceW>([this](SC_HANDLE manager, const wchar_t* name, DWORD access) -> SC_HANDLE {
-    auto opened = opened_.find(manager);
+  world_.On<::OpenServiceW>([this](SC_HANDLE manager, const wchar_t* name, DWORD access) {
     auto service = services.find(ToUtf8(name));
-    DWORD error = opened == opened_.end() || opened->second.service != nullptr ? DWORD{ERROR_INVALID_HANDLE}
-                  : *name == L'\0'                                             ? DWORD{ERROR_INVALID_NAME}
-                  : service == services.end() ? DWORD{ERROR_SERVICE_DOES_NOT_EXIST}
-                                              : service->second.openError;
-    if (error != ERROR_SUCCESS) {
-      SetLastError(error);
-      return nullptr;
+    if (service != services.end()) {
+      return handles_.OpenService(manager, &service->second, access, service->second.openError);
     }
-    return Open(&service->second, access);
+    DWORD error = *name == L'\0' ? ERROR_INVALID_NAME : ERROR_SERVICE_DOES_NOT_EXIST;
+    return handles_.OpenService(manager, nullptr, access, error);
   });
   world_.On<::QueryServiceConfigA>(
       [this](SC_HANDLE handle, QUERY_SERVICE_CONFIGA* block, DWORD size, DWORD* needed) {
@@ -341,7 +305,7 @@ void Security::AnswerServices() {
   world_.On<::ChangeServiceConfig2A>([this](SC_HANDLE handle, DWORD level, void* information) {
     return Change(handle, level, information);
   });
-  world_.On<::CloseServiceHandle>([this](SC_HANDLE handle) -> BOOL { return opened_.erase(handle) != 0; });
+  world_.On<::CloseServiceHandle>([this](SC_HANDLE handle) -> BOOL { return handles_.Close(handle); });
 }
 
 }  // namespace rig

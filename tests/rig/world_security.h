@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "rig/service_handles.h"
 #include "rig/world_accounts.h"
 
 namespace rig {
@@ -61,7 +62,7 @@ class Security {
   /// What opening the service manager fails with.
   DWORD managerError = ERROR_SUCCESS;
 
-  /// What SetEntriesInAclW fails with; it then leaves something that is no list.
+  /// What SetEntriesInAclW fails with.
   DWORD entriesError = ERROR_SUCCESS;
   /// What SetNamedSecurityInfoW fails with.
   DWORD applyError = ERROR_SUCCESS;
@@ -74,20 +75,10 @@ class Security {
   std::vector<std::string> sections;
 
  private:
-  /// What stands behind a handle.
-  struct Opened {
-    ServiceSettings* service;  // Null for the manager.
-    DWORD access;
-  };
-
   /// Makes the functions of access lists.
   void AnswerLists();
   /// Makes those of services.
   void AnswerServices();
-  /// Makes a handle.
-  SC_HANDLE Open(ServiceSettings* service, DWORD access);
-  /// The service behind a handle that allows `access`; null, with the last error set, otherwise.
-  ServiceSettings* Reach(SC_HANDLE handle, DWORD access);
   /// Answers QueryServiceConfigA.
   BOOL QueryAccount(SC_HANDLE handle, BYTE* block, DWORD size, DWORD* needed);
   /// Answers QueryServiceConfig2A.
@@ -100,10 +91,9 @@ class Security {
   std::string Describe(const EXPLICIT_ACCESS_W& entry);
 
   World& world_;
-  std::map<SC_HANDLE, Opened> opened_;
+  ServiceHandles<ServiceSettings> handles_;
   std::map<const ACL*, std::string> entries_;
   const SC_ACTION* handedOut_ = nullptr;
-  uintptr_t nextHandle_ = 0x5EC0010;
 };
 
 }  // namespace rig

@@ -37,62 +37,29 @@ BOOL Tell(const Service& service, SERVICE_STATUS* status) {
   return TRUE;
 }
 
+// The letters of a service's name do not differ by their case.
+std::string Key(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  return name;
+}
+
 }  // namespace
 
 Service& Services::Of(const std::string& name) {
-  std::string key = name;
-  std::transform(key.begin(), key.end(), key.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return services_[key];
-}
-
-SC_HANDLE Services::Open(Service* service, DWORD access) {
-  auto handle = reinterpret_cast<SC_HANDLE>(nextHandle_);
-  nextHandle_ += 0x10;
-  opened_[handle] = {service, access};
-  return handle;
-}
-
-Service* Services::Reach(SC_HANDLE handle, DWORD access) {
-  auto opened = opened_.find(handle);
-  if (opened == opened_.end() || opened->second.service == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
-  }
-  if ((opened->second.access & access) == 0) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-  }
-  return opened->second.service;
+  return services_[Key(name)];
 }
 
 SC_HANDLE Services::OpenService(SC_HANDLE manager, const std::string& name, DWORD access) {
-  auto opened = opened_.find(manager);
-  if (opened == opened_.end() || opened->second.service != nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
+  auto known = services_.find(Key(name));
+  if (known == services_.end()) {
+    return handles_.OpenService(manager, nullptr, access, ERROR_SERVICE_DOES_NOT_EXIST);
   }
-  if ((opened->second.access & SC_MANAGER_CONNECT) == 0) {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-  }
-  size_t before = services_.size();
-  Service& service = Of(name);
-  if (services_.size() != before) {
-    services_.erase(std::find_if(services_.begin(), services_.end(),
-                                 [&](const auto& one) { return &one.second == &service; }));
-    SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
-    return nullptr;
-  }
-  if (service.openError != ERROR_SUCCESS) {
-    SetLastError(service.openError);
-    return nullptr;
-  }
-  return Open(&service, access);
+  return handles_.OpenService(manager, &known->second, access, known->second.openError);
 }
 
 BOOL Services::Control(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status) {
-  Service* service = Reach(handle, AccessFor(control));
+  Service* service = handles_.Reach(handle, AccessFor(control));
   if (service == nullptr) {
     return Refuse(GetLastError(), status);
   }
@@ -112,7 +79,7 @@ BOOL Services::Control(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status) 
 }
 
 BOOL Services::Query(SC_HANDLE handle, SERVICE_STATUS* status) {
-  Service* service = Reach(handle, SERVICE_QUERY_STATUS);
+  Service* service = handles_.Reach(handle, SERVICE_QUERY_STATUS);
   if (service == nullptr) {
     return Refuse(GetLastError(), status);
   }
@@ -126,7 +93,7 @@ BOOL Services::Query(SC_HANDLE handle, SERVICE_STATUS* status) {
 }
 
 BOOL Services::Start(SC_HANDLE handle, DWORD count, const char** arguments) {
-  Service* service = Reach(handle, SERVICE_START);
+  Service* service = handles_.Reach(handle, SERVICE_START);
   if (service == nullptr) {
     return FALSE;
   }
@@ -144,15 +111,8 @@ BOOL Services::Start(SC_HANDLE handle, DWORD count, const char** arguments) {
 }
 
 void Services::Install() {
-  rig_.On<::OpenSCManagerA>([this](const char* machine, const char* database, DWORD access) -> SC_HANDLE {
-    if (machine != nullptr || database != nullptr) {
-      Fail("OpenSCManagerA is given another machine or database; the world knows its own only");
-    }
-    if (managerError != ERROR_SUCCESS) {
-      SetLastError(managerError);
-      return nullptr;
-    }
-    return Open(nullptr, access);
+  rig_.On<::OpenSCManagerA>([this](const char* machine, const char* database, DWORD access) {
+    return handles_.OpenManager(machine, database, access, managerError);
   });
   rig_.On<::OpenServiceA>([this](SC_HANDLE manager, const char* name, DWORD access) {
     return OpenService(manager, name, access);
@@ -165,7 +125,7 @@ void Services::Install() {
   rig_.On<::StartServiceA>([this](SC_HANDLE handle, DWORD count, const char** arguments) {
     return Start(handle, count, arguments);
   });
-  rig_.On<::CloseServiceHandle>([this](SC_HANDLE handle) -> BOOL { return opened_.erase(handle) != 0; });
+  rig_.On<::CloseServiceHandle>([this](SC_HANDLE handle) -> BOOL { return handles_.Close(handle); });
 }
 
 }  // namespace rig

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "rig/rig.h"
+#include "rig/service_handles.h"
 
 namespace rig {
 
@@ -46,17 +47,7 @@ class Services {
   DWORD managerError = ERROR_SUCCESS;
 
  private:
-  /// What stands behind a handle.
-  struct Opened {
-    Service* service;  // Null for the manager.
-    DWORD access;
-  };
-
-  /// Makes a handle.
-  SC_HANDLE Open(Service* service, DWORD access);
-  /// The service behind a handle that allows `access`; null, with the last error set, otherwise.
-  Service* Reach(SC_HANDLE handle, DWORD access);
-  /// Answers OpenServiceA and OpenServiceW.
+  /// Answers OpenServiceA.
   SC_HANDLE OpenService(SC_HANDLE manager, const std::string& name, DWORD access);
   /// Answers ControlService.
   BOOL Control(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status);
@@ -67,8 +58,7 @@ class Services {
 
   Rig& rig_;
   std::map<std::string, Service> services_;
-  std::map<SC_HANDLE, Opened> opened_;
-  uintptr_t nextHandle_ = 0x5C0010;
+  ServiceHandles<Service> handles_;
 };
 
 }  // namespace rig
