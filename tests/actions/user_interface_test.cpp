@@ -6,6 +6,9 @@ namespace user_interface_test {
 
 class UserInterfaceTest : public rig::ActionTest {};
 
+// The level is the one that the headers of Windows Installer call basic; 2 would be no interface at all.
+static_assert(INSTALLUILEVEL_BASIC == 3 && INSTALLUILEVEL_NONE == 2);
+
 TEST_F(UserInterfaceTest, SetsTheBasicLevelAndNothingElse) {
   EXPECT_EQ(Run(2), 0u);
   EXPECT_TRACE({"MsiSetInternalUI(3, null) = 5"});
