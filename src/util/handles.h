@@ -162,9 +162,15 @@ using LocalBlock = Unique<NullableTraits<Type*, LocalFree>>;
 template <typename Type, auto Free>
 using NetworkBuffer = Unique<NetworkBufferTraits<Type, Free>>;
 
-/// Gives one reference on a COM interface back; null is ignored. One copy serves all owners: there are many.
-inline __attribute__((noinline)) void ReleaseInterface(IUnknown* object) {
+/// The one copy of ReleaseInterface that is called from everywhere: there are many owners.
+inline __attribute__((noinline)) void ReleaseInterfaceOutOfLine(IUnknown* object) {
   if (object) object->Release();
+}
+
+/// Gives one reference on a COM interface back; null is ignored. Where the compiler sees that it is null, as
+/// it does of an owner that is still empty, no call is made.
+inline void ReleaseInterface(IUnknown* object) {
+  if (!__builtin_constant_p(object == nullptr) || object) ReleaseInterfaceOutOfLine(object);
 }
 
 /// A text for a method that only reads it: deliberately handed over as it stands, without the length that a
