@@ -56,7 +56,8 @@ TEST_F(RigComTest, AnObjectReleasedTwiceIsFound) {
 TEST_F(RigComTest, AnObjectOfAFailedCreationIsFound) {
   TheWorld().On<::CoCreateInstance>(
       [](const CLSID&, IUnknown*, DWORD, const IID&, void**) { return E_ACCESSDENIED; });
-  EXPECT_TRUE(Has(Reported([] { SubjectCom(kSubjectComUsesLeftover); }), "reading 0xbadbad0"));
+  EXPECT_TRUE(
+      Has(Reported([] { SubjectCom(kSubjectComUsesLeftover); }), " 0xbadbad0 (outside the guarded heap)"));
   TheRig().ledger.Forget();
 }
 
