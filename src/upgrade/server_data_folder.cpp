@@ -123,6 +123,8 @@ bool HoldsAnyFile(PathObject* folder) {
   ObjectRef<DirWalker> walker(DirWalkerCreate(folder));
   if (!walker) return false;
   walker.get()->flags = kReturnFiles;
+  // A link to a folder around it would make the search endless.
+  walker.get()->followReparse = kSkipFolderLinks;
   return static_cast<bool>(PathRef(DirWalkerNext(walker.get())));
 }
 

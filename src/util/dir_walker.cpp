@@ -81,6 +81,7 @@ bool IsSkipped(const DirWalker& walker, const WIN32_FIND_DATAW& found, const wch
   if (!IsFolder(found) && !IsAtLimit(walker) && !MatchWildcard(name, walker.pattern)) return true;
   if (IsDots(found)) return true;
   if (!walker.followReparse && (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return true;
+  if (walker.followReparse == kSkipFolderLinks && IsFolder(found) && IsLink(found)) return true;
   return IsFolder(found) && !(walker.flags & kReturnFolders) && !IsEntered(walker);
 }
 

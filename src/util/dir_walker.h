@@ -27,6 +27,9 @@ constexpr DWORD kReturnFiles = 1;
 /// Bit of `DirWalker::flags`: folders are given out.
 constexpr DWORD kReturnFolders = 2;
 
+/// Value of `DirWalker::followReparse`: links to folders are left out, and not entered.
+constexpr DWORD kSkipFolderLinks = 2;
+
 /// An open search: one folder that is being listed.
 struct DirWalkerFrame {
   /// Not held until the first entry has been asked for.
@@ -49,7 +52,8 @@ struct DirWalker : Object {
   LONG maxDepth;
   /// kReturnFiles, kReturnFolders; all bits are set by a reset.
   DWORD flags;
-  /// 1 after a reset; 0 leaves out entries that are reparse points (links, mount points).
+  /// 1 after a reset; 0 leaves out entries that are reparse points of any kind (links, mount points, files
+  /// that are deduplicated); kSkipFolderLinks leaves out links to folders and mount points only.
   DWORD followReparse;
   /// 0 after a reset; otherwise a folder that is entered is given out when the walk leaves it, not when it is
   /// found. A folder that is found and not entered is then not given out.

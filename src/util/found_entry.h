@@ -12,6 +12,14 @@ inline bool IsFolder(const WIN32_FIND_DATAW& found) {
   return found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
 }
 
+/// Whether the entry is a link to a file or folder elsewhere. Other reparse points hold their own data: files
+/// that are deduplicated or kept in a cloud.
+inline bool IsLink(const WIN32_FIND_DATAW& found) {
+  // The field holds the tag of a reparse point. A tag of 0 is from a system that does not say it.
+  DWORD tag = found.dwReserved0;
+  return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && (!tag || IsReparseTagNameSurrogate(tag));
+}
+
 /// Whether the entry is "." or "..", under which a listing gives the folder itself and the one around it.
 inline bool IsDots(const WIN32_FIND_DATAW& found) {
   const wchar_t* name = found.cFileName;

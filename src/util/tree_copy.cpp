@@ -27,7 +27,8 @@ constexpr OptionLetter kOptionLetters[] = {
     {L'm', kTreeMove, 0},         {L'c', 0, kTreeMove},         {L'o', kTreeOverwrite, 0},
     {L'k', 0, kTreeOverwrite},    {L'b', kTreeKeepAside, 0},    {L'i', kTreeIgnoreErrors, 0},
     {L'e', 0, kTreeIgnoreErrors}, {L'r', kTreeRecurse, 0},      {L'f', 0, kTreeRecurse},
-    {L'n', kTreeCreateTarget, 0}, {L'u', 0, kTreeCreateTarget}, {L'z', 0, ~DWORD{0}},
+    {L'n', kTreeCreateTarget, 0}, {L'u', 0, kTreeCreateTarget}, {L'l', kTreeKeepLinks, 0},
+    {L'g', 0, kTreeKeepLinks},    {L'z', 0, ~DWORD{0}},
 };
 
 DWORD ApplyOptions(DWORD options, const wchar_t* letters) {
@@ -77,6 +78,8 @@ class TreeCopier {
   int OpenFolder(TreeItem folder);
   int PlaceNextEntry();
   bool Has(DWORD option) const { return options_ & option; }
+  // Whether `found_` is a link that is not gone through.
+  bool IsKeptLink() const { return Has(kTreeKeepLinks) && IsLink(found_); }
 
   const DWORD options_;
   TreeLevels levels_;
@@ -122,6 +125,7 @@ int TreeCopier::PlaceItem(TreeItem item) {
     } else {
       if (Has(kTreeMove)) return kTreeTargetExists;
       if (!IsFolder(found_) || !Has(kTreeRecurse)) return kStatusOk;
+      if (IsKeptLink()) return kTreeNotCopied;
       isMerged = true;
     }
   }
@@ -129,6 +133,7 @@ int TreeCopier::PlaceItem(TreeItem item) {
   if (Has(kTreeMove)) return isReached && MoveFileW(source, target) ? kStatusOk : kTreeNotMoved;
 
   if (!Find(item, source)) return kTreeNoSource;
+  if (IsKeptLink()) return kTreeNotCopied;
   if (!IsFolder(found_)) {
     // On purpose: a folder with the file's name stays in its place, without a code.
     if (isMerged) return kStatusOk;
@@ -144,7 +149,9 @@ int TreeCopier::PlaceItem(TreeItem item) {
 int TreeCopier::ClearTarget(const TreeItem& item) {
   bool isReached = IsReached(item, item.target);
   if (Has(kTreeKeepAside)) return isReached && RenameAside(item.target) ? kStatusOk : kTreeNotRenamed;
-  return isReached && TreeDelete(item.target, &found_) == ERROR_SUCCESS ? kStatusOk : kTreeNotDeleted;
+  DWORD links = options_ & kTreeKeepLinks;
+  return isReached && TreeDeleteWith(item.target, &found_, links) == ERROR_SUCCESS ? kStatusOk
+                                                                                   : kTreeNotDeleted;
 }
 
 // Starts to copy what is in `folder`.

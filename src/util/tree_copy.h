@@ -11,6 +11,10 @@
 //   i, e   ignore errors; stop at the first one (at the start)
 //   r, f   copy folders with what is in them; refuse to copy folders (at the start)
 //   n, u   create the target folder before each source; do not (at the start)
+//   l, g   do not go through links: delete and move the link itself, do not copy it, and copy nothing into
+//   it; go
+//          through them (at the start). The folder of a pattern and the target folder may be links all the
+//          same.
 //   z      everything as at the start
 //
 // A source with "*" or "?" stands for what it matches, each of which goes under its own name into the folder
@@ -32,6 +36,7 @@ enum TreeOptions : DWORD {
   kTreeIgnoreErrors = 8,   ///< go on after an error
   kTreeRecurse = 16,       ///< copy folders with what is in them
   kTreeCreateTarget = 32,  ///< create the target folder before each source
+  kTreeKeepLinks = 64,     ///< do not go through links
 };
 
 /// A move found its target in place and was not to overwrite it.
@@ -42,7 +47,7 @@ constexpr int kTreeNotRenamed = -2;
 constexpr int kTreeNotDeleted = -3;
 /// MoveFileW failed: nothing was moved.
 constexpr int kTreeNotMoved = -6;
-/// CopyFileW failed.
+/// CopyFileW failed; or, with kTreeKeepLinks, the source is a link, or a folder was to be copied into one.
 constexpr int kTreeNotCopied = -7;
 /// There is no source to copy.
 constexpr int kTreeNoSource = -16;
@@ -69,5 +74,9 @@ int TreeCopyMoveItem(const wchar_t* source, const wchar_t* target, DWORD options
 /// folder. `found` is the caller's look-up of the path, which says what it is; it is overwritten. Returns 0
 /// or the Windows error of the first step that failed; what was deleted before stays deleted.
 DWORD TreeDelete(const wchar_t* path, WIN32_FIND_DATAW* found);
+
+/// TreeDelete with kTreeKeepLinks or no option in `options`: with it, a link to a folder is removed itself,
+/// and nothing that it leads to.
+DWORD TreeDeleteWith(const wchar_t* path, WIN32_FIND_DATAW* found, DWORD options);
 
 }  // extern "C"

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "actions/server_drives.h"
+#include "unit/name_disk.h"
 
 namespace server_data_folder_decision_test {
 
@@ -114,6 +115,22 @@ TEST_F(UpgradeDecisionTest, SlashesSeparateNames) {
   Installer().Set("DIR_SERVER", "S:\\Srv/Vantor/");
   EXPECT_EQ(Run(22), 0u);
   EXPECT_PUBLISHED({"PROP_DFPRESENT = 1", "PROP_UPGRADE = 1"});
+}
+
+// A link to the folder that it is in has no end.
+TEST_F(UpgradeDecisionTest, LinksToFoldersAreNoData) {
+  name_disk::Disk disk;
+  disk.Plant(L"S:", L"Vantor Data", nullptr);
+  disk.Plant(L"S:\\Vantor Data", L"Empty", nullptr);
+  disk.PlantLink(L"S:\\Vantor Data", L"Self", L"S:\\Vantor Data");
+  disk.Install(TheRig());
+  Installer().Set("DIR_DATAFOLDER", "S:\\Vantor Data");
+  EXPECT_EQ(Run(22), 0u);
+  EXPECT_PUBLISHED({});
+  const std::string contents = "data";
+  disk.Plant(L"S:\\Vantor Data\\Empty", L"z", &contents);
+  EXPECT_EQ(Run(22), 0u);
+  EXPECT_EQ(Installer().Published().front(), "PROP_DFPRESENT = 1");
 }
 
 TEST_F(UpgradeDecisionTest, FindsAFileDeepBelow) {

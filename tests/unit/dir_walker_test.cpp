@@ -217,6 +217,7 @@ class DirWalkerDiskTest : public DirWalkerTest {
     const Entry& entry = folders_[folder][at++];
     memset(found, 0xCD, sizeof *found);
     found->dwFileAttributes = entry.attributes;
+    if ((entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) found->dwReserved0 = IO_REPARSE_TAG_SYMLINK;
     wcscpy(found->cFileName, entry.name.c_str());
     wcscpy(found->cAlternateFileName, entry.alternate.c_str());
   }
@@ -241,6 +242,18 @@ TEST_F(DirWalkerDiskTest, AnAlternateNameStandsInForQuestionMarks) {
   folders_[L"Q:\\x\\DIR~1"] = {{L"f", L"", kFile}};
   OwnWalker walker(OwnPath(L"Q:\\x").get());
   EXPECT_EQ(Rest(walker, L"Q:\\x"), (Names{L"ABC~1", L"???", L"?a?", L"name", L"DIR~1", L"DIR~1\\f"}));
+}
+
+TEST_F(DirWalkerDiskTest, LinksToFoldersCanBeLeftOut) {
+  folders_[L"Q:\\x"] = {{L"file", L"", kFile | kLink},
+                        {L"folder", L"", kDirectory},
+                        {L"self", L"", kDirectory | kLink},
+                        {L"z", L"", kFile}};
+  folders_[L"Q:\\x\\folder"] = {{L"in", L"", kFile}};
+  folders_[L"Q:\\x\\self"] = {{L"round", L"", kFile}};
+  OwnWalker walker(OwnPath(L"Q:\\x").get());
+  walker->followReparse = kSkipFolderLinks;
+  EXPECT_EQ(Rest(walker, L"Q:\\x"), (Names{L"file", L"folder", L"folder\\in", L"z"}));
 }
 
 TEST_F(DirWalkerDiskTest, ThePatternIsComparedWithTheNameThatIsUsed) {

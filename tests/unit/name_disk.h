@@ -21,6 +21,8 @@ struct Node {
   /// The short name, or empty if the name itself is short.
   std::wstring alias;
   bool isFolder = false;
+  /// Of a link to a folder: the path that it leads to; otherwise empty.
+  std::wstring link;
   /// Of a folder: names that differ only in case are different entries.
   bool mindsCase = false;
   std::string contents;
@@ -53,6 +55,13 @@ class Disk {
     return Add(*folder, std::move(node));
   }
 
+  /// Makes a link to a folder in the folder `path`, as Plant does.
+  Node* PlantLink(const std::wstring& path, const std::wstring& name, const std::wstring& target) {
+    Node* link = Plant(path, name, nullptr);
+    if (link != nullptr) link->link = target;
+    return link;
+  }
+
   /// The entry at a path of exact names; null if there is none.
   Node* Exactly(const std::wstring& path) {
     Node* node = &root_;
@@ -67,22 +76,27 @@ class Disk {
     return node;
   }
 
-  /// What is on the disk: paths of exact names with contents; a folder has the contents "<folder>".
+  /// What is on the disk: paths of exact names with contents; a folder has the contents "<folder>", a link
+  /// "<link>".
   std::map<std::wstring, std::string> Tree() const {
     std::map<std::wstring, std::string> tree;
     AddTree(root_, L"", tree);
     return tree;
   }
 
-  /// The entry that Windows finds for a path; null if there is none.
+  /// The entry that Windows finds for a path, a link itself; null if there is none.
   Node* Find(const std::wstring& path) {
     Node* node = &root_;
     for (const std::wstring& name : Split(Normal(path))) {
-      node = node->isFolder ? Taken(*node, name, nullptr) : nullptr;
+      node = Through(node);
+      node = node != nullptr && node->isFolder ? Taken(*node, name, nullptr) : nullptr;
       if (node == nullptr) return nullptr;
     }
     return node;
   }
+
+  /// What a node is if it is gone through: the folder that a link leads to, or the node itself.
+  Node* Through(Node* node) { return node == nullptr || node->link.empty() ? node : Find(node->link); }
 
   /// MoveFileW.
   DWORD Move(const std::wstring& from, const std::wstring& to) {
@@ -212,7 +226,7 @@ class Disk {
   }
 
   Node* FolderOf(const std::wstring& path) {
-    Node* folder = Find(path.substr(0, path.rfind(L'\\')));
+    Node* folder = Through(Find(path.substr(0, path.rfind(L'\\'))));
     return folder != nullptr && folder->isFolder ? folder : nullptr;
   }
 
@@ -286,6 +300,10 @@ class Disk {
   static WIN32_FIND_DATAW Answer(const Node& node, const std::wstring& name) {
     WIN32_FIND_DATAW found = {};
     found.dwFileAttributes = node.isFolder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_ARCHIVE;
+    if (!node.link.empty()) {
+      found.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+      found.dwReserved0 = IO_REPARSE_TAG_MOUNT_POINT;
+    }
     wcscpy(found.cFileName, name.c_str());
     wcscpy(found.cAlternateFileName, node.alias.c_str());
     return found;
@@ -295,12 +313,12 @@ class Disk {
     std::vector<WIN32_FIND_DATAW> answers;
     size_t leaf = path.rfind(L'\\') + 1;
     if (path.find_first_of(L"*?", leaf) != std::wstring::npos) {
-      Node* folder = Find(path.substr(0, leaf - 1));
+      Node* folder = Through(Find(path.substr(0, leaf - 1)));
       if (folder == nullptr || !folder->isFolder) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return INVALID_HANDLE_VALUE;
       }
-      // The tests' only pattern is "*".
+      // The patterns of the tests match everything.
       answers = {Answer(*folder, L"."), Answer(*folder, L"..")};
       for (const auto& entry : folder->entries) answers.push_back(Answer(*entry, entry->name));
     } else if (Node* node = Find(path)) {
@@ -319,7 +337,9 @@ class Disk {
   static void AddTree(const Node& folder, const std::wstring& below,
                       std::map<std::wstring, std::string>& tree) {
     for (const auto& entry : folder.entries) {
-      tree[below + entry->name] = entry->isFolder ? "<folder>" : entry->contents;
+      tree[below + entry->name] = !entry->link.empty() ? "<link>"
+                                  : entry->isFolder    ? "<folder>"
+                                                       : entry->contents;
       AddTree(*entry, below + entry->name + L"\\", tree);
     }
   }

@@ -49,7 +49,9 @@ class TreeOptionTest : public TreeCopyTest {
     if (Calls(L"x " + groups + L" -cu Q:\\s Q:\\t", "CopyFileW")) bits |= kTreeOverwrite;
     if (Calls(L"x " + groups + L" -cuo Q:\\s Q:\\t", "wsprintfW")) bits |= kTreeKeepAside;
     names_ = {{L"Q:\\s", FILE_ATTRIBUTE_DIRECTORY}};
-    if (Calls(L"x " + groups + L" -cu Q:\\s Q:\\t", "CreateDirectoryW")) bits |= kTreeRecurse;
+    if (Calls(L"x " + groups + L" -cug Q:\\s Q:\\t", "CreateDirectoryW")) bits |= kTreeRecurse;
+    names_ = {{L"Q:\\s", kFile | FILE_ATTRIBUTE_REPARSE_POINT}};
+    if (!Calls(L"x " + groups + L" -cu Q:\\s Q:\\t", "CopyFileW")) bits |= kTreeKeepLinks;
     return bits;
   }
 
@@ -62,18 +64,19 @@ struct Letter {
   DWORD sets, clears;
 };
 constexpr Letter kLetters[] = {
-    {L'm', 1, 0}, {L'c', 0, 1},  {L'o', 2, 0},  {L'k', 0, 2},  {L'b', 4, 0},  {L'i', 8, 0},
-    {L'e', 0, 8}, {L'r', 16, 0}, {L'f', 0, 16}, {L'n', 32, 0}, {L'u', 0, 32}, {L'z', 0, 63},
-    {L'M', 0, 0}, {L'Z', 0, 0},  {L'x', 0, 0},  {L'-', 0, 0},  {L'1', 0, 0},  {L'\u00E9', 0, 0},
+    {L'm', 1, 0},  {L'c', 0, 1},  {L'o', 2, 0},  {L'k', 0, 2},   {L'b', 4, 0},
+    {L'i', 8, 0},  {L'e', 0, 8},  {L'r', 16, 0}, {L'f', 0, 16},  {L'n', 32, 0},
+    {L'u', 0, 32}, {L'l', 64, 0}, {L'g', 0, 64}, {L'z', 0, 127}, {L'M', 0, 0},
+    {L'Z', 0, 0},  {L'x', 0, 0},  {L'-', 0, 0},  {L'1', 0, 0},   {L'\u00E9', 0, 0},
 };
 
 TEST_F(TreeOptionTest, LettersSetAndClear) {
   ASSERT_EQ(Bits(L""), 0u);
-  ASSERT_EQ(Bits(L"-mobirn"), 63u);
+  ASSERT_EQ(Bits(L"-mobirnl"), 127u);
   ASSERT_EQ(Bits(L"-"), 0u);
   for (const Letter& one : kLetters) {
     EXPECT_EQ(Bits(std::wstring(L"-") + one.letter), one.sets) << rig::ToUtf8(std::wstring(1, one.letter));
-    EXPECT_EQ(Bits(std::wstring(L"-mobirn") + one.letter), 63u & ~one.clears)
+    EXPECT_EQ(Bits(std::wstring(L"-mobirnl") + one.letter), 127u & ~one.clears)
         << rig::ToUtf8(std::wstring(1, one.letter));
   }
 }

@@ -27,6 +27,7 @@ struct Found {
   std::wstring name;   ///< The entry's own name.
   std::wstring alias;  ///< Its short name, or empty.
   bool isFolder;
+  bool isLink = false;
 };
 
 /// The model's files: those of std::filesystem. The names in them lead to no other entries.
@@ -91,7 +92,15 @@ class Engine {
   }
 
  private:
-  enum : unsigned { kMove = 1, kOverwrite = 2, kAside = 4, kIgnore = 8, kRecurse = 16, kCreate = 32 };
+  enum : unsigned {
+    kMove = 1,
+    kOverwrite = 2,
+    kAside = 4,
+    kIgnore = 8,
+    kRecurse = 16,
+    kCreate = 32,
+    kKeepLinks = 64
+  };
 
   static void Apply(wchar_t letter, unsigned& options) {
     switch (letter) {
@@ -128,6 +137,12 @@ class Engine {
       case L'u':
         options &= ~kCreate;
         break;
+      case L'l':
+        options |= kKeepLinks;
+        break;
+      case L'g':
+        options &= ~kKeepLinks;
+        break;
       case L'z':
         options = 0;
         break;
@@ -154,10 +169,12 @@ class Engine {
   static bool IsCut(const std::wstring& name) { return name.ends_with(L'.') || name.ends_with(L' '); }
 
   // From the inside, in the order of the listing, up to the first failure.
-  bool Delete(const std::wstring& name) {
-    if (!IsFolder(name)) return files_.DeleteFile(name);
+  bool Delete(const std::wstring& name, unsigned options) {
+    std::optional<Found> found = files_.Find(name);
+    if (!found || !found->isFolder) return files_.DeleteFile(name);
+    if (found->isLink && (options & kKeepLinks) != 0) return files_.RemoveFolder(name);
     for (const std::wstring& entry : files_.Entries(name)) {
-      if (IsCut(entry) || !Delete(name + L"\\" + entry)) return false;
+      if (IsCut(entry) || !Delete(name + L"\\" + entry, options)) return false;
     }
     return files_.RemoveFolder(name);
   }
@@ -218,16 +235,18 @@ class Engine {
       if ((options & kOverwrite) == 0) {
         if ((options & kMove) != 0) return -15;
         if (!there->isFolder || (options & kRecurse) == 0) return 0;
+        if (there->isLink && (options & kKeepLinks) != 0) return -7;
         merges = true;
       } else if ((options & kAside) != 0) {
         if (!isReached || !files_.Rename(target, target + world_.stamp)) return -2;
-      } else if (!isReached || !Delete(target)) {
+      } else if (!isReached || !Delete(target, options)) {
         return -3;
       }
     }
     if ((options & kMove) != 0) return isReached && files_.Rename(source, target) ? 0 : -6;
     std::optional<Found> here = find(source);
     if (!here) return -16;
+    if (here->isLink && (options & kKeepLinks) != 0) return -7;
     if (!here->isFolder) return merges || (isReached && files_.Copy(source, target)) ? 0 : -7;
     if ((options & kRecurse) == 0) return -17;
     if (!merges && !(isReached && files_.MakeFolder(target))) return -18;

@@ -23,11 +23,13 @@ constexpr wchar_t kStamp[] = L" 2026-11-15 11-30-45";
 class DiskFiles {
  public:
   explicit DiskFiles(Disk* disk) : disk_(disk) {}
-  std::vector<std::wstring> Entries(const std::wstring& folder) { return Disk::Names(*disk_->Find(folder)); }
+  std::vector<std::wstring> Entries(const std::wstring& folder) {
+    return Disk::Names(*disk_->Through(disk_->Find(folder)));
+  }
   std::optional<tree_model::Found> Find(const std::wstring& path) {
     Node* node = disk_->Find(path);
     if (node == nullptr) return std::nullopt;
-    return tree_model::Found{node->name, node->alias, node->isFolder};
+    return tree_model::Found{node->name, node->alias, node->isFolder, !node->link.empty()};
   }
   bool MakeFolder(const std::wstring& path) { return disk_->MakeFolder(path) == 0; }
   bool Rename(const std::wstring& from, const std::wstring& to) { return disk_->Move(from, to) == 0; }
@@ -43,6 +45,8 @@ class DiskFiles {
 /// folder.
 struct Plan {
   std::vector<std::pair<std::wstring, bool>> entries;
+  /// Links to folders, with what they lead to.
+  std::vector<std::pair<std::wstring, std::wstring>> links;
   bool sourceMindsCase = false;
 };
 
@@ -58,12 +62,21 @@ void Build(const Plan& plan, Disk& disk) {
     Node* made = disk.Plant(folder, path.substr(leaf + 1), isFolder ? nullptr : &contents);
     if (made != nullptr) made->mindsCase = disk.Exactly(folder)->mindsCase;
   }
+  const std::string secret = "from outside";
+  disk.Plant(L"Q:", L"outside", nullptr);
+  disk.Plant(L"Q:\\outside", L"a", &secret);
+  disk.Plant(L"Q:\\outside", L"Data", nullptr);
+  for (const auto& [path, target] : plan.links) {
+    size_t leaf = path.rfind(L'\\');
+    std::wstring folder = L"Q:\\" + path.substr(0, leaf);
+    if (disk.Exactly(folder) != nullptr) disk.PlantLink(folder, path.substr(leaf + 1), target);
+  }
 }
 
 std::multiset<std::string> FilesOf(const Contents& tree) {
   std::multiset<std::string> files;
   for (const auto& [path, contents] : tree) {
-    if (contents != "<folder>") files.insert(contents);
+    if (contents != "<folder>" && contents != "<link>") files.insert(contents);
   }
   return files;
 }
@@ -114,6 +127,21 @@ class TreeNamesModelTest : public tree_test::TreeTest {
       if (isFolder) Grow(path, depth + 1, plan);
     }
   }
+  /// Adds links to a plan: to a folder outside of both trees, to the folder around them, to a folder of the
+  /// other tree.
+  void AddLinks(Plan& plan) {
+    for (const wchar_t* tree : {L"s", L"t"}) {
+      for (unsigned left = Below(4); left > 0; --left) {
+        std::wstring folder = tree;
+        if (!plan.entries.empty() && Below(2) == 0) {
+          const auto& [path, isFolder] = plan.entries[Below(static_cast<unsigned>(plan.entries.size()))];
+          if (isFolder && path[0] == tree[0]) folder = path;
+        }
+        const std::wstring targets[] = {L"Q:\\outside", L"Q:\\" + folder, L"Q:\\s", L"Q:\\t"};
+        plan.links.emplace_back(folder + L"\\" + RandomName(), targets[Below(4)]);
+      }
+    }
+  }
   Plan RandomPlan() {
     Plan plan;
     plan.sourceMindsCase = Below(3) == 0;
@@ -133,8 +161,8 @@ class TreeNamesModelTest : public tree_test::TreeTest {
 /// The letters of a set of options, one bit each.
 std::wstring Letters(unsigned options) {
   std::wstring letters = L"-";
-  for (unsigned bit = 0; bit < 6; ++bit) {
-    if ((options >> bit & 1) != 0) letters += L"mobirn"[bit];
+  for (unsigned bit = 0; bit < 7; ++bit) {
+    if ((options >> bit & 1) != 0) letters += L"mobirnl"[bit];
   }
   return letters;
 }
@@ -144,11 +172,13 @@ TEST_F(TreeNamesModelTest, LosesNothingAndDoesWhatTheModelDoes) {
   const char* const given = std::getenv("HX_SEED");
   const unsigned seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 71024;
   std::map<int, int> codes;
-  for (unsigned one = 0; one < 1500; ++one) {
+  for (unsigned one = 0; one < 2560; ++one) {
     random_.seed(seed + one);
     Plan plan = RandomPlan();
     Contents before;
-    const unsigned options = one % 64;
+    const unsigned options = one % 128;
+    // Links lead round in circles; without "l" the engine would go on for ever.
+    if ((options & 64) != 0) AddLinks(plan);
     std::vector<std::wstring> elements = {Letters(options), L"Q:\\s\\*", L"Q:\\t\\."};
     if (one % 5 == 4) elements = {Letters(options), L"Q:\\s", L"Q:\\t"};
     Disk disk;
@@ -170,6 +200,14 @@ TEST_F(TreeNamesModelTest, LosesNothingAndDoesWhatTheModelDoes) {
 
     auto filesBefore = FilesOf(before);
     auto filesAfter = FilesOf(after);
+    // Nothing outside is read, written or deleted.
+    for (const auto& [path, contents] : before) {
+      if (path.starts_with(L"outside")) ASSERT_EQ(after[path], contents);
+    }
+    for (const auto& [path, contents] : after) {
+      if (path.starts_with(L"outside")) ASSERT_EQ(before.count(path), 1u) << rig::ToUtf8(path);
+    }
+    ASSERT_EQ(filesAfter.count("from outside"), 1u);
     const bool moves = (options & 1) != 0;
     const bool deletes = (options & 2) != 0 && (options & 4) == 0;
     for (const std::string& file : filesBefore) {
@@ -219,6 +257,61 @@ TEST_F(TreeNamesModelTest, WhichLettersOverwriteDecidesWhatATargetLoses) {
   }
 }
 
+TEST_F(TreeNamesModelTest, WithoutLLinksAreGoneThrough) {
+  Plan plan;
+  plan.entries = {
+      {L"s\\d", true}, {L"s\\d\\f", false}, {L"t\\x", true}, {L"t\\x\\g", false}, {L"s\\x", false}};
+  plan.links = {{L"s\\link", L"Q:\\outside"}, {L"t\\d", L"Q:\\outside"}};
+  for (const wchar_t* letters : {L"-cr", L"-crlg", L"-crlzr"}) {
+    Disk disk;
+    Build(plan, disk);
+    disk.Install(TheRig());
+    EXPECT_EQ(TreeCopyMove((std::wstring(L"x ") + letters + L" Q:\\s\\* Q:\\t\\.").c_str()), 0);
+    Contents after = disk.Tree();
+    EXPECT_EQ(after[L"outside\\f"], "from s\\d\\f");
+    EXPECT_EQ(after[L"t\\link\\a"], "from outside");
+  }
+  Disk disk;
+  Build(plan, disk);
+  disk.Install(TheRig());
+  EXPECT_EQ(TreeCopyMove(L"x -co Q:\\s\\x Q:\\t\\d"), 0);
+  EXPECT_EQ(disk.Tree().count(L"outside\\a"), 0u);
+}
+
+TEST_F(TreeNamesModelTest, WithLALinkIsDeletedAndMovedItselfAndNotCopied) {
+  Plan plan;
+  plan.entries = {{L"s\\d", true}, {L"s\\d\\f", false}, {L"s\\x", false}, {L"t\\y", true}};
+  plan.links = {{L"s\\link", L"Q:\\outside"}, {L"t\\d", L"Q:\\outside"}, {L"t\\y\\self", L"Q:\\t\\y"}};
+  auto run = [&](const wchar_t* line, Contents& after) {
+    Disk disk;
+    Build(plan, disk);
+    disk.Install(TheRig());
+    int status = TreeCopyMove(line);
+    after = disk.Tree();
+    EXPECT_EQ(after[L"outside\\a"], "from outside");
+    EXPECT_EQ(after.count(L"outside\\f"), 0u);
+    return status;
+  };
+  Contents after;
+  // Into a link nothing is copied, and a link is not.
+  EXPECT_EQ(run(L"x -crl Q:\\s\\d Q:\\t\\d", after), -7);
+  EXPECT_EQ(run(L"x -crl Q:\\s\\link Q:\\t\\new", after), -7);
+  EXPECT_EQ(after.count(L"t\\new"), 0u);
+  EXPECT_EQ(run(L"x -crli Q:\\s\\* Q:\\t\\.", after), 0);
+  EXPECT_EQ(after[L"t\\x"], "from s\\x");
+  EXPECT_EQ(after.count(L"t\\link"), 0u);
+  // In a link's place.
+  EXPECT_EQ(run(L"x -crol Q:\\s\\d Q:\\t\\d", after), 0);
+  EXPECT_EQ(after[L"t\\d\\f"], "from s\\d\\f");
+  EXPECT_EQ(run(L"x -mobl Q:\\s\\link Q:\\t\\d", after), 0);
+  EXPECT_EQ(after[L"t\\d"], "<link>");
+  EXPECT_EQ(after[std::wstring(L"t\\d") + kStamp], "<link>");
+  EXPECT_EQ(after.count(L"s\\link"), 0u);
+  // A folder with a link to itself in it is deleted.
+  EXPECT_EQ(run(L"x -mol Q:\\s\\x Q:\\t\\y", after), 0);
+  EXPECT_EQ(after[L"t\\y"], "from s\\x");
+}
+
 /// One tree with all such names, and every set of options.
 class TreeNamesLossTest : public tree_test::TreeTest, public testing::WithParamInterface<unsigned> {};
 
@@ -262,7 +355,7 @@ TEST_P(TreeNamesLossTest, WhicheverCallFails) {
   EXPECT_GE(failed, 6u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Options, TreeNamesLossTest, testing::Range(0u, 64u),
+INSTANTIATE_TEST_SUITE_P(Options, TreeNamesLossTest, testing::Range(0u, 128u),
                          [](const testing::TestParamInfo<unsigned>& one) {
                            std::string letters = rig::ToUtf8(Letters(one.param)).substr(1);
                            return letters.empty() ? std::string("none") : letters;

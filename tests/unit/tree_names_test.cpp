@@ -208,6 +208,60 @@ class TreeAnswersTest : public TreeCopyTest {
 
 using Outcome = std::pair<int, std::vector<std::string>>;
 
+TEST_F(TreeAnswersTest, TheTagOfAReparsePointSaysWhetherItIsALink) {
+  struct Case {
+    DWORD tag;
+    bool isLink;
+  } cases[] = {
+      {IO_REPARSE_TAG_MOUNT_POINT, true},
+      {IO_REPARSE_TAG_SYMLINK, true},
+      {0, true},  // a system that does not say it
+      {IO_REPARSE_TAG_DEDUP, false},
+      {0x9000001A, false},  // a file that is kept in a cloud
+  };
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.tag);
+    for (DWORD kind : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_DIRECTORY}}) {
+      List(L"e", L"e", L"");
+      TheRig().On<::FindFirstFileW>([=](const wchar_t* path, WIN32_FIND_DATAW* found) {
+        *found = {};
+        found->dwFileAttributes = kind | FILE_ATTRIBUTE_REPARSE_POINT;
+        found->dwReserved0 = one.tag;
+        wcscpy(found->cFileName, L"e");
+        std::wstring name = path;
+        if (name == L"Q:\\s\\*" || name == L"Q:\\s\\e" || name == L"Q:\\t\\e\\*")
+          return reinterpret_cast<HANDLE>(0x4710);
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+      });
+      const bool isFolder = kind == FILE_ATTRIBUTE_DIRECTORY;
+      const std::vector<std::string> copy = {isFolder ? R"(CreateDirectoryW("Q:\\t\\e", null) = 1)"
+                                                      : R"(CopyFileW("Q:\\s\\e", "Q:\\t\\e", 1) = 1)"};
+      EXPECT_EQ(Result(L"cr"), (Outcome{0, copy}));
+      EXPECT_EQ(Result(L"crl"), one.isLink ? (Outcome{-7, {}}) : (Outcome{0, copy}));
+      EXPECT_EQ(Result(L"crli"), (Outcome{0, one.isLink ? std::vector<std::string>{} : copy}));
+      EXPECT_EQ(Result(L"ml"), (Outcome{0, {R"(MoveFileW("Q:\\s\\e", "Q:\\t\\e") = 1)"}}));
+    }
+  }
+}
+
+TEST_F(TreeAnswersTest, ALinkInTheWayIsDeletedItself) {
+  List(L"e", L"e", L"");
+  for (DWORD kind : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_DIRECTORY}}) {
+    TheRig().On<::FindFirstFileW>([=](const wchar_t*, WIN32_FIND_DATAW* found) {
+      *found = {};
+      found->dwFileAttributes = kind | FILE_ATTRIBUTE_REPARSE_POINT;
+      found->dwReserved0 = IO_REPARSE_TAG_SYMLINK;
+      wcscpy(found->cFileName, L"e");
+      return reinterpret_cast<HANDLE>(0x4710);
+    });
+    const std::string deleted = kind == FILE_ATTRIBUTE_DIRECTORY ? "RemoveDirectoryW" : "DeleteFileW";
+    const std::string moved = R"(MoveFileW("Q:\\s\\e", "Q:\\t\\e") = 1)";
+    EXPECT_EQ(Result(L"mol"), (Outcome{0, {deleted + R"(("Q:\\t\\e") = 1)", moved}}));
+    EXPECT_EQ(Result(L"crl"), (Outcome{kind == FILE_ATTRIBUTE_DIRECTORY ? -7 : 0, {}}));
+  }
+}
+
 TEST_F(TreeAnswersTest, AnEmptyNameIsNoEvidence) {
   List(L"LONGNA~1", L"", L"LONGNA~1");
   EXPECT_EQ(Result(L"m"), (Outcome{-15, {}}));
