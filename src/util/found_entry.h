@@ -39,15 +39,18 @@ inline bool LeadsTo(const wchar_t* path, const wchar_t* name) {
   return !IsNameCut(name) || (path[0] == L'\\' && path[1] == L'\\' && path[2] == L'?');
 }
 
-/// Whether two names are the same to the file system: by their units, without regard to case.
-inline bool IsSameName(const wchar_t* a, const wchar_t* b) {
-  return CompareStringOrdinal(a, -1, b, -1, TRUE) == CSTR_EQUAL;
+/// Compares two names as the file system does: by their units, without regard to case. CSTR_EQUAL if they are
+/// the same, 0 if Windows cannot say.
+inline int CompareNames(const wchar_t* a, const wchar_t* b) {
+  return CompareStringOrdinal(a, -1, b, -1, TRUE);
 }
 
-/// Whether `found`, the answer to a look-up of an entry called `name`, is certainly another entry: it has
-/// another name, and `name` is its short name or a name that Windows cuts. An answer without a name is no
-/// evidence.
+/// Whether `found`, the answer to a look-up of an entry called `name`, is another entry: it has another name,
+/// and `name` is its short name or a name that Windows cuts. An answer without a name is no evidence. If
+/// Windows cannot compare, the answer counts as another entry, which is then not touched.
 inline bool IsAnotherEntry(const WIN32_FIND_DATAW& found, const wchar_t* name) {
-  if (!found.cFileName[0] || IsSameName(found.cFileName, name)) return false;
-  return IsNameCut(name) || IsSameName(found.cAlternateFileName, name);
+  if (!found.cFileName[0] || CompareNames(found.cFileName, name) == CSTR_EQUAL) return false;
+  if (IsNameCut(name)) return true;
+  int compared = CompareNames(found.cAlternateFileName, name);
+  return !compared || compared == CSTR_EQUAL;
 }
