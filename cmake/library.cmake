@@ -37,12 +37,16 @@ add_custom_target(imports DEPENDS ${importLibraries})
 # ---- how everything of the library is compiled
 set(compileOptions
   -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics -funwind-tables -fno-ident
-  -ffunction-sections -fdata-sections -fno-stack-protector -fms-extensions -mno-stack-arg-probe
+  -ffunction-sections -fdata-sections -fstack-protector-strong -fms-extensions -mno-stack-arg-probe
   -g -gcodeview -gno-codeview-command-line
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -fdebug-compilation-dir=.
   -Xclang -cfguard
   -Wall -Wextra -Wpedantic -Wshadow -Wvla -Werror -Wframe-larger-than=3500 -Wno-language-extension-token
   -Wno-microsoft-cast -Wno-missing-designated-field-initializers -Wno-gnu-zero-variadic-macro-arguments)
+# Return addresses are signed and checked, where the processor can; and kept a second time, where the system does that.
+if(HX_PROCESSOR STREQUAL "arm64")
+  list(APPEND compileOptions -mbranch-protection=standard)
+endif()
 set(systemIncludes /usr/share/mingw-w64/include)
 # The names of system libraries keep their headers from declaring functions as imported: calls then go through one
 # jump for each function, which on ARM64 takes less room than loading the address at each of them.
@@ -57,6 +61,9 @@ set(linkOptions
   -nostdlib -fuse-ld=lld-19 -Wl,--no-insert-timestamp -Wl,--gc-sections -Wl,-Xlink=-merge:.buildid=.rdata
   -Wl,--dynamicbase,--high-entropy-va,--nxcompat -Wl,--guard-cf -Wl,--disable-auto-import
   -Wl,-Xlink=-pdbsourcepath:C:/hxsetup)
+if(HX_PROCESSOR STREQUAL "x64")
+  list(APPEND linkOptions -Wl,-Xlink=-cetcompat)
+endif()
 
 file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*/*.cpp)
 set(runtimeSources ${sources})
@@ -80,7 +87,8 @@ endfunction()
 
 hx_objects(runtime ${runtimeSources})
 # The compiler must not turn the bodies of memcpy and its kin into calls of themselves, nor into code for large blocks.
-target_compile_options(runtime PRIVATE -fno-builtin -fno-vectorize)
+# Nor do they have a guard of the stack, of which they are a part.
+target_compile_options(runtime PRIVATE -fno-builtin -fno-vectorize -fno-stack-protector)
 hx_objects(objects ${sources})
 
 # ---- version resource

@@ -22,9 +22,13 @@ from image_facts import (DATABASE, LIBRARY, Image, Node, number_of, parse_readob
 # entry point reaches.
 INTERNALS = "hxinternals.dll"
 ORDINAL_LIBRARY = "msi.dll"
-MAX_SIZE = {"arm64": 96 * 1024}
+MAX_SIZE = {"arm64": 112 * 1024}
 MACHINES = {"arm64": "IMAGE_FILE_MACHINE_ARM64", "x64": "IMAGE_FILE_MACHINE_AMD64"}
 LOAD_FROM_SYSTEM32 = 0x800
+# What the guard of the stack holds in the file: the loader replaces this number, and no other.
+GUARD_NOT_CHOSEN = 0x00002B992DDFA232
+GUARD_FAILED = "__stack_chk_fail"
+SHADOW_STACK = "IMAGE_DLL_CHARACTERISTICS_EX_CET_COMPAT"
 # Reaches to the end of GuardLongJumpTargetCount.
 MIN_LOAD_CONFIG_SIZE = 192
 # What the linker puts between functions.
@@ -194,6 +198,42 @@ def check_load_config(image):
     return reasons
 
 
+def check_stack_guard(image):
+    """The loader finds the guard of the stack and can replace it, and functions compare it."""
+    if not image.load_config.entries:
+        return []  # What else is missing, another check says.
+    reasons = []
+    address = image.load_config.number("SecurityCookie")
+    slot = address - image.base if address else None
+    stored = image.read(slot, 8) if slot else None
+    if stored is None:
+        reasons.append("SecurityCookie leads nowhere")
+    else:
+        if not image.section_of(slot).writable:
+            reasons.append("the loader cannot write it")
+        if struct.unpack("<Q", stored)[0] != GUARD_NOT_CHOSEN:
+            reasons.append("it holds another number than the one that the loader replaces")
+    functions, publics = image.symbols
+    if GUARD_FAILED not in publics and not any(function.name == GUARD_FAILED for function in functions):
+        reasons.append("no function compares it")
+    return reasons
+
+
+def check_return_addresses(image):
+    """x64: the system may keep them a second time. ARM64: each function that saves its own signs it."""
+    if image.processor == "x64":
+        flags = {value.split(" ")[0] for node in image.facts.find("ExtendedCharacteristics")
+                 if isinstance(node, Node) for _, value in node.entries}
+        return [] if SHADOW_STACK in flags else [f"{SHADOW_STACK} is not set"]
+    reasons = []
+    for entry in image.facts.node("UnwindInformation").all("RuntimeFunction"):
+        data = entry.node("ExceptionData") if entry.get("ExceptionData") else entry
+        steps = " ".join(text for _, text in data.node("Prologue").entries)
+        if re.search(r"\b(x30|lr)\b", steps) and "pacibsp" not in steps:
+            reasons.append(f"the function at {entry.number('Function') - image.base:#x} does not sign it")
+    return reasons
+
+
 def check_sections(image):
     return [f"{s.name} is both writable and executable" for s in image.sections
             if s.writable and s.executable]
@@ -291,6 +331,8 @@ CHECKS = {
     "version-resource": check_version,
     "flags": check_flags,
     "load-configuration": check_load_config,
+    "stack-guard": check_stack_guard,
+    "return-addresses": check_return_addresses,
     "sections": check_sections,
     "no-thread-local-storage": check_thread_storage,
     "no-static-initialisers": check_static_initialisers,

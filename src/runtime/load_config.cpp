@@ -1,7 +1,10 @@
-// The load configuration: what the loader must know of Control Flow Guard and of the imports.
+// The load configuration: what the loader must know of Control Flow Guard, of the guard of the stack and of
+// the imports.
 
 #include <stddef.h>
 #include <windows.h>
+
+#include "runtime/stack_guard.h"
 
 extern "C" {
 
@@ -90,6 +93,7 @@ extern const LoadConfig _load_config_used;
 __attribute__((used)) const LoadConfig _load_config_used = {
     .size = sizeof(LoadConfig),
     .dependentLoadFlags = kLoadFromSystem32,
+    .securityCookie = &__stack_chk_guard,
     .guardCheckFunctionPointer = &__guard_check_icall_fptr,
     .guardDispatchFunctionPointer = &__guard_dispatch_icall_fptr,
     .guardFunctionTable = __guard_fids_table,

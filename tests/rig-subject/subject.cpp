@@ -79,6 +79,14 @@ void SubjectTrap() {
   __builtin_trap();
 }
 
+int SubjectOverrunStack(size_t length) {
+  char buffer[16] = {};
+  // The compiler must not see where the bytes go.
+  char* volatile target = buffer;
+  for (size_t i = 0; i < length; ++i) target[i] = static_cast<char>(i + 1);
+  return buffer[0];
+}
+
 unsigned char SubjectPeek(const unsigned char* address) {
   return *address;
 }

@@ -33,6 +33,9 @@ void SubjectTrap();
 /// The first byte at `address`.
 unsigned char SubjectPeek(const unsigned char* address);
 
+/// Writes `length` bytes into a buffer of 16 bytes on its stack. Returns the first byte.
+int SubjectOverrunStack(size_t length);
+
 // ---- State.
 
 /// Counts its calls since the library was loaded.

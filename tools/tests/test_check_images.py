@@ -23,6 +23,10 @@ COMPILE = ["-c", "-ffreestanding", "-fno-exceptions", "-fno-rtti", "-funwind-tab
            "-ffunction-sections", "-fdata-sections", "-g", "-gcodeview", "-gno-codeview-command-line",
            "-fdebug-compilation-dir=.", "-Os", "-std=c++20", "-Xclang", "-cfguard", "-Wno-everything",
            "-isystem", "/usr/share/mingw-w64/include"]
+# What protects return addresses: of the compiler for each processor, of the linker for x64.
+PROTECT = {"arm64": ["-mbranch-protection=standard"], "x64": []}
+KEEP_TWICE = "-Wl,-Xlink=-cetcompat"
+GUARD = "-fstack-protector-strong"
 LINK = ["-nostdlib", "-fuse-ld=lld-19", "-shared", "-Wl,--entry,DllMain", "-Wl,--no-insert-timestamp",
         "-Wl,--gc-sections", "-Wl,--guard-cf", "-Wl,--disable-auto-import",
         "-Wl,--pdb=hxsetup.pdb", "-Wl,-Xlink=-pdbaltpath:hxsetup.pdb", "-Wl,-Xlink=-pdbsourcepath:C:/tiny"]
@@ -39,9 +43,14 @@ __declspec(dllimport) unsigned GetTickCount();
 unsigned MsiSetInternalUI(unsigned, void*);
 int DllMain(void*, unsigned, void*) { return 1; }
 int Leaf(int a, int b, int c, int d, int e, int f) { return a + b + c + d + e * f; }
+int Guarded(int a) {
+  volatile char buffer[16] = {};
+  buffer[a & 15] = 1;
+  return buffer[3];
+}
 unsigned (*volatile pointer)();
 unsigned CustomAction2(unsigned a) {
-  return GetTickCount() + MsiSetInternalUI(a, nullptr) + Leaf(a, 2, 3, 4, 5, 6) + (pointer ? pointer() : 0);
+  return GetTickCount() + Guarded(a) + MsiSetInternalUI(a, nullptr) + Leaf(a, 2, 3, 4, 5, 6) + (pointer ? pointer() : 0);
 }
 }
 """
@@ -60,10 +69,13 @@ class Workshop:
 
     def runtime(self, processor):
         if processor not in self.parts:
-            runtime = self.root / f"{processor}-load_config.obj"
-            self.run("clang++-19", f"--target={TRIPLES[processor]}", *COMPILE,
-                     f"-ffile-prefix-map={PROJECT}=.", "-o", runtime, PROJECT / "src/runtime/load_config.cpp")
-            self.parts[processor] = runtime
+            self.parts[processor] = []
+            for name in ("load_config", "stack_guard"):
+                runtime = self.root / f"{processor}-{name}.obj"
+                self.run("clang++-19", f"--target={TRIPLES[processor]}", *COMPILE, *PROTECT[processor],
+                         f"-ffile-prefix-map={PROJECT}=.", "-I", PROJECT / "src", "-o", runtime,
+                         PROJECT / f"src/runtime/{name}.cpp")
+                self.parts[processor].append(runtime)
         return self.parts[processor]
 
     def resource(self, name="version.res", text_of=lambda text: text):
@@ -86,15 +98,17 @@ class Workshop:
             (project / path).write_text(text)
         (folder / "tiny.cpp").write_text(SOURCE + code)
         target = f"--target={TRIPLES[processor]}"
-        self.run("clang++-19", target, *COMPILE, "-o", "tiny.obj", "tiny.cpp", cwd=folder)
+        protection = [option for option in [GUARD, *PROTECT[processor]] if option not in without]
+        self.run("clang++-19", target, *COMPILE, *protection, "-o", "tiny.obj", "tiny.cpp", cwd=folder)
         libraries = []
         for path in sorted((project / "src/imports").glob("*.def")):
             library = folder / f"lib{path.stem}.a"
             self.run("llvm-dlltool-19", "-m", MACHINES[processor], "-d", path, "-l", library)
             libraries.append(library.name)
-        options = [option for option in LINK if option not in without]
+        options = [*LINK, KEEP_TWICE] if processor == "x64" else LINK
+        options = [option for option in options if option not in without]
         # The linker notes the paths of its inputs in the database.
-        self.run("clang++-19", target, *options, *link, "-o", "hxsetup.dll", self.runtime(processor), "tiny.obj",
+        self.run("clang++-19", target, *options, *link, "-o", "hxsetup.dll", *self.runtime(processor), "tiny.obj",
                  resource or self.resource(), "../../src/frame/entry_points.def", *libraries, cwd=folder)
         return project
 
@@ -306,7 +320,8 @@ class Unwind(ImageTest):
         def shorten(data, header):
             raw = struct.unpack_from("<I", data, header + 20)[0]
             end = struct.unpack_from("<I", data, raw + 4)[0]
-            struct.pack_into("<I", data, raw + 4, end - 1)
+            # By more than the breakpoint after a call that does not return.
+            struct.pack_into("<I", data, raw + 4, end - 6)
         self.assert_fails(self.patched(section_header(b".pdata"), shorten), "unwind-data", "is covered in part")
 
     def test_what_is_a_leaf(self):
@@ -373,6 +388,42 @@ class LoadConfiguration(ImageTest):
 
     def test_none(self):
         self.assert_fails(self.patched(directory(10), put("<Q", 0)), "load-configuration", "there is none")
+
+
+class StackGuard(ImageTest):
+    def assert_cookie_fails(self, change, reason):
+        self.assert_fails(self.patched(lambda data: load_config(data) + 88, change), "stack-guard", reason)
+
+    def test_leads_nowhere(self):
+        self.assert_cookie_fails(put("<Q", 0), "SecurityCookie leads nowhere")
+
+    def test_cannot_be_written(self):
+        def at_the_load_configuration(data, offset):
+            config = struct.unpack_from("<I", data, directory(10)(data))[0]
+            struct.pack_into("<Q", data, offset, 0x180000000 + config)
+        self.assert_cookie_fails(at_the_load_configuration, "the loader cannot write it")
+
+    def test_another_number(self):
+        guard = 0x00002B992DDFA232
+        for processor in TRIPLES:
+            with self.subTest(processor):
+                data = bytes((good[processor] / "build" / processor / "hxsetup.dll").read_bytes())
+                # Code that compares with the number holds it too; the guard is in the section of data.
+                raw = struct.unpack_from("<I", data, section_header(b".data")(data) + 20)[0]
+                at = data.index(struct.pack("<Q", guard), raw)
+                self.assert_fails(self.patched(lambda _, at=at: at, put("<Q", guard + 1), processor), "stack-guard",
+                                  "it holds another number")
+
+    def test_nothing_is_guarded(self):
+        self.assert_fails(self.image(without=[GUARD]), "stack-guard", "no function compares it")
+
+
+class ReturnAddresses(ImageTest):
+    def test_not_kept_twice(self):
+        self.assert_fails(self.image(without=[KEEP_TWICE]), "return-addresses", "CET_COMPAT is not set")
+
+    def test_not_signed(self):
+        self.assert_fails(self.image(processor="arm64", without=PROTECT["arm64"]), "return-addresses", "does not sign it")
 
 
 class Rest(ImageTest):
@@ -442,8 +493,8 @@ class Rest(ImageTest):
         self.assert_fails(self.patched(directory(5), put("<Q", 0)), "relocations", "there are none")
 
     def test_size(self):
-        grow = lambda data, offset: data.extend(bytes(96 * 1024 + 1 - offset))
-        self.assert_fails(self.patched(len, grow, "arm64"), "size", "98305 bytes, more than 98304")
+        grow = lambda data, offset: data.extend(bytes(112 * 1024 + 1 - offset))
+        self.assert_fails(self.patched(len, grow, "arm64"), "size", "114689 bytes, more than 114688")
         self.assertEqual(judge(self.patched(len, grow, "x64"))[0], {})
 
 
