@@ -156,7 +156,7 @@ int SetAuthor(const ComPtr<ITaskDefinition>& definition) {
   return FAILED(info->put_Author(AsItStands(kAuthor))) ? kStepAuthor : 0;
 }
 
-// Sets what a task's settings say, but for the idle wait, and lets go of them again. 0 or a TaskStep.
+// Sets all settings but the idle wait, and releases the settings object. 0 or a TaskStep.
 int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskDefinition>& definition) {
   ComPtr<ITaskSettings> settings;
   if (!settings.keep(definition->get_Settings(settings.put()))) return kStepSettings;

@@ -45,12 +45,11 @@ uint64_t __stack_chk_guard = kNotChosen;
 
 __attribute__((no_stack_protector)) void ChooseStackGuard() {
   if (__stack_chk_guard != kNotChosen) return;
-  // Chance enough for a system whose loader does not choose: when this runs, and where the image and the
-  // stack are.
+  // The loader did not choose. Take the time, and the places of image and stack, which nobody outside knows.
   uint64_t here = reinterpret_cast<uint64_t>(&here);
   uint64_t mixed =
       (CycleCounter() ^ here ^ reinterpret_cast<uint64_t>(&__stack_chk_guard) << 16) * 0x9E3779B97F4A7C15;
-  // The lowest byte is 0, so that no text runs over the guard and none can be made to hold it.
+  // The lowest byte is 0: no text can hold the guard.
   __stack_chk_guard = (mixed ^ mixed >> 32) << 8;
 }
 

@@ -7,9 +7,12 @@
 bool ReadPathProperty(MSIHANDLE session, const wchar_t* name, PathRef* path) {
   path->reset();
   HeapStringW value(ReadPropertyW(session, name));
-  // A property that cannot be read counts as unset. One that there is no memory for does not: its last name
-  // would be empty, and the folder around it would be published in its stead.
-  if (!value) return GetLastError() != ERROR_OUTOFMEMORY;
+  if (!value) {
+    // A property that cannot be read counts as unset; but not if memory ran out. Its last name would be
+    // empty, and the folder around it would be published.
+    DWORD error = GetLastError();
+    return error != ERROR_OUTOFMEMORY && error != ERROR_NOT_ENOUGH_MEMORY;
+  }
   if (!value.get()[0]) return true;
   path->reset(PathFromWrittenWide(value.get()));
   return static_cast<bool>(*path);

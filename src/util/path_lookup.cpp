@@ -33,14 +33,6 @@ bool IsWorthLookingUp(const char* name) {
   return HasShortNameShapeA(name, TxtLenA(name));
 }
 
-// Turns each "/" in `text` into "\".
-template <typename Unit>
-void UseBackslashes(Unit* text) {
-  for (; text && *text; ++text) {
-    if (*text == '/') *text = '\\';
-  }
-}
-
 // Finds the entry that `path` names; false when there is none.
 bool FindEntry(const wchar_t* path, WIN32_FIND_DATAW* found) {
   ErrorModeGuard errorMode;

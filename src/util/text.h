@@ -8,6 +8,15 @@
 #include <stddef.h>
 #include <windows.h>
 
+/// Turns each "/" in terminated `text` (or null) into "\", in place: in a path that a person or a setting
+/// wrote.
+template <typename Unit>
+void UseBackslashes(Unit* text) {
+  for (; text && *text; ++text) {
+    if (*text == '/') *text = '\\';
+  }
+}
+
 extern "C" {
 
 /// The number of units before the terminator.

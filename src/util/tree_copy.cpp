@@ -247,13 +247,15 @@ int TreeCopyMove(const wchar_t* arguments) {
   LocalBlock<LPWSTR> elements(CommandLineToArgvW(arguments, &count));
   if (!elements) return kStatusNoMemory;
   if (count < kFewestElements) return kStatusMissingArgument;
-  const wchar_t* target = elements.get()[count - 1];
+  wchar_t* target = elements.get()[count - 1];
+  UseBackslashes(target);
   DWORD options = 0;
   for (int i = 1; i < count - 1; ++i) {
-    const wchar_t* element = elements.get()[i];
+    wchar_t* element = elements.get()[i];
     if (element[0] == L'-') {
       options = ApplyOptions(options, element + 1);
     } else {
+      UseBackslashes(element);
       int status = PlaceSource(element, target, options);
       if (status && !(options & kTreeIgnoreErrors)) return status;
     }

@@ -11,14 +11,16 @@
 //   i, e   ignore errors; stop at the first one (at the start)
 //   r, f   copy folders with what is in them; refuse to copy folders (at the start)
 //   n, u   create the target folder before each source; do not (at the start)
-//   l, g   do not go through links: delete and move the link itself, do not copy it, and copy nothing into
-//   it; go
-//          through them (at the start). The folder of a pattern and the target folder may be links all the
-//          same.
+//   l, g   do not go through links; go through them (at the start)
 //   z      everything as at the start
 //
 // A source with "*" or "?" stands for what it matches, each of which goes under its own name into the folder
-// of the target (the text up to its last backslash); any other source becomes the target itself.
+// of the target (the text up to its last backslash); any other source becomes the target itself. A "/" in a
+// source or target counts as a backslash.
+//
+// A link is an entry that leads to a file or folder elsewhere. If links are not gone through, a link is
+// deleted and moved itself, is not copied, and nothing is copied into it. The folder of a pattern and the
+// target folder may be links all the same.
 //
 // Nothing here has a limit of its own for the length of a path or the depth of a tree: what Windows refuses
 // ends in one of the codes below. Trees are worked through without recursion.

@@ -115,9 +115,9 @@ class Calls {
 /// A path as it stands in a trace.
 std::string Quoted(const std::string& path);
 
-/// Checks a run of a sweep: where it was memory that could not be had, each property that was set has the
-/// value that a run without failures gives it, as the lines `plain` ("NAME = value") say. Above all it is no
-/// folder around that one, as a missing last name would make of it.
+/// Checks a run of a sweep: if an allocation failed, each property that was set has the value that a run
+/// without failures gives it, as the lines `plain` ("NAME = value") say. A missing last name would give the
+/// parent folder.
 void ExpectNoOtherFolder(const rig::SweepRun& run, const std::vector<std::string>& plain);
 
 /// A test of an action of the server's upgrade.

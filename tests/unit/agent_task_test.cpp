@@ -172,10 +172,10 @@ TEST_F(AgentTaskTest, RegistersTheDailyShape) {
   });
 }
 
-// ---- when it lets go of what
+// ---- the order of releases
 
-// The settings are released before the triggers are asked for, and those of the idle wait right after it is
-// theirs.
+// The settings are released before get_Triggers; fetched again for the idle wait, they are released right
+// after get_IdleSettings.
 TEST_F(AgentTaskTest, ReleasesInItsOwnOrder) {
   TheWorld().com.ShowReleases();
   TheRig().MakeLoud("SysFreeString");

@@ -57,6 +57,12 @@ TEST_F(TreeCopyDangersTest, AnEmptySourceCostsTheTarget) {
   Expect(target, L"x -crob \".\" \"@\\t\\.\"", -16, aside);
 }
 
+TEST_F(TreeCopyDangersTest, ASlashIsABackslash) {
+  const Tree before = {{L"s", kFolder}, {L"s\\f", "new"}, {L"t", kFolder}, {L"f", "beside"}};
+  const Tree after = {{L"s", kFolder}, {L"t", kFolder}, {L"t\\f", "new"}, {L"f", "beside"}};
+  Expect(before, L"x -mo \"@/s/*\" \"@\\t/.\"", 0, after);
+}
+
 TEST_F(TreeCopyDangersTest, ASourceThatIsItsTargetIsLost) {
   const Tree before = {{L"Vantor", kFolder}, {L"Vantor\\f", "data"}};
   const Tree aside = {{L"Vantor TIME", kFolder}, {L"Vantor TIME\\f", "data"}};

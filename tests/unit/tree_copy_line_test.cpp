@@ -25,6 +25,15 @@ TEST_F(TreeCopyLineTest, TheElementsAreSplitAndFreed) {
   });
 }
 
+TEST_F(TreeCopyLineTest, SlashesInSourcesAndTargetsAreBackslashes) {
+  Make({L"s\\", L"s\\a", L"t\\", L"a"});
+  // Otherwise the entries listed in s would be looked for in the folder around it, and laid down there.
+  EXPECT_EQ(Run(L"x -mo 'T:\\s/*' 'T:\\t/.'"), 0);
+  EXPECT_EQ(Made(), (Names{L"a", L"s\\", L"t\\", L"t\\a = s\\a"}));
+  EXPECT_EQ(Run(L"x -c/ 'T:/a' 'T:/s/b'"), 0);
+  EXPECT_EQ(Made(), (Names{L"a", L"s\\", L"s\\b = a", L"t\\", L"t\\a = s\\a"}));
+}
+
 TEST_F(TreeCopyLineTest, FewerThanThreeElementsAreTooFew) {
   EXPECT_EQ(TreeCopyMove(nullptr), -50);
   EXPECT_CALLS({});
