@@ -183,5 +183,27 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
   ExpectPublished(empty, {{"PROP_NODATA", L""}});
 }
 
+// The converter runs as SYSTEM, and whoever can write the data writes what it reads.
+TEST_F(ServerObstaclesTest, DataCannotHaveTheConverterRunACommand) {
+  WriteTree(elsewhere, {});
+  const std::wstring gained = elsewhere + L"\\gained.txt";
+  const std::string command = "echo gained>\"" + FromWide(gained) + "\"";
+  for (const std::string& format : {"1\" == \"1\" " + command + " & rem \"", "\" & " + command + " & rem \"",
+                                    "2\" & " + command, "& " + command}) {
+    SCOPED_TRACE(format);
+    DeleteTree(programs);
+    const Tree older = With(OlderProgram(), "Data", {{"format.txt", format + "\r\n"}});
+    WriteTree(server, older);
+
+    const InstallerRun& failed = Install(Server());
+    EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+    ExpectRolledBack(failed);
+    EXPECT_FALSE(FileExists(gained));
+    Tree restored = ReadTree(server);
+    TakeStamped(restored);
+    EXPECT_EQ(restored, older);
+  }
+}
+
 }  // namespace
 }  // namespace install

@@ -3,18 +3,25 @@ rem Converts the server's data: dbcon.cmd FOLDER
 rem
 rem The first line of FOLDER\format.txt is the format of the data. "1" becomes "2"; "2", and a folder without the
 rem file, needs nothing. Leaves one marker in FOLDER: dbcon_completed.txt, or dbcon_failed.txt for other formats.
+rem
+rem This runs as SYSTEM, on data that others write. The text of a %NAME% is put into a line before the line is taken
+rem apart, so that a quotation mark and "&" in it begin a command. The text of a !NAME! is put in afterwards. Of the
+rem format no more than two characters are looked at, and none is written anywhere.
+set "folder=%~1"
 set format=
-if not exist "%~1\format.txt" goto completed
-set /p format=<"%~1\format.txt"
-if "%format%" == "2" goto completed
-if not "%format%" == "1" goto failed
-(echo 2)>"%~1\format.txt"
+setlocal EnableDelayedExpansion
+if not exist "!folder!\format.txt" goto completed
+set /p format=<"!folder!\format.txt"
+set "format=!format:~0,2!"
+if "!format!" == "2" goto completed
+if not "!format!" == "1" goto failed
+(echo 2)>"!folder!\format.txt"
 if errorlevel 1 goto failed
 
 :completed
-(echo The data are in format 2.)>"%~1\dbcon_completed.txt"
+(echo The data are in format 2.)>"!folder!\dbcon_completed.txt"
 exit /b 0
 
 :failed
-(echo The data are in a format that cannot be converted: %format%)>"%~1\dbcon_failed.txt"
+(echo The data are in a format that cannot be converted.)>"!folder!\dbcon_failed.txt"
 exit /b 1
