@@ -110,7 +110,7 @@ def export(package, table):
 
 
 def import_table(package, stage, table, head, rows):
-    """Replaces a table by `rows`, pairs of a number and a text; `head` are the lines that describe its columns."""
+    """Replaces a table by `rows`, pairs of a key and a text; `head` are the lines that describe its columns."""
     lines = [*head, *(f"{number}\t{text}" for number, text in rows)]
     path = stage / f"{table}.idt"
     path.write_bytes("".join(line + "\r\n" for line in lines).encode("cp1252"))
@@ -129,6 +129,8 @@ def compile_authoring(source, variables, stage, package):
     # It knows no actions that show an error; their text stands where a property's value stands.
     known = re.sub(r'(<CustomAction Id="([^"]*)"\s+)Error=', r'\1Property="\2" Value=', known)
     known = re.sub(r'OnExit="(\w+)"', lambda exit: f'Sequence="{EXIT_SEQUENCE[exit[1]]}"', known)
+    # It knows no permissions but those of the older table.
+    known = re.sub(r"<PermissionEx [^>]*>.*?</PermissionEx>", "", known, flags=re.DOTALL)
     known = re.sub(r"<UI>\s*(<Error [^>]*>[^<]*</Error>\s*)*</UI>", "", known)
     compiled = stage / "source.wxs"
     compiled.write_text(known, encoding="utf-8")
@@ -179,6 +181,20 @@ def set_permanent_components(package, tree):
                            f"WHERE `Component` = '{name}'")
 
 
+def set_permissions(package, stage, tree):
+    """Writes the table of the access lists that folders get, each with the condition under which they do."""
+    rows = []
+    for folder in tree.iter(f"{NAMESPACE}Directory"):
+        for element in folder.findall(f"{NAMESPACE}Component/{NAMESPACE}CreateFolder/{NAMESPACE}PermissionEx"):
+            condition = element.findtext(f"{NAMESPACE}Condition", "").strip()
+            rows.append((f"{folder.get('Id')}Access",
+                         f"{folder.get('Id')}\tCreateFolder\t{element.get('Sddl')}\t{condition}"))
+    if rows:
+        import_table(package, stage, "MsiLockPermissionsEx",
+                     ["MsiLockPermissionsEx\tLockObject\tTable\tSDDLText\tCondition", "s72\ts72\ts32\ts0\tS255",
+                      "MsiLockPermissionsEx\tMsiLockPermissionsEx"], rows)
+
+
 def set_error_texts(package, stage, tree):
     """Writes the table of the texts that records name by number."""
     texts = sorted((int(element.get("Id")), element.text.strip()) for element in tree.iter(f"{NAMESPACE}Error"))
@@ -200,6 +216,7 @@ def complete(package, stage, tree):
     set_property_list(package, tree, "Hidden", "MsiHiddenProperties")
     set_action_types(package, tree)
     set_permanent_components(package, tree)
+    set_permissions(package, stage, tree)
     set_error_texts(package, stage, tree)
     upgrade = tree.find(f".//{NAMESPACE}MajorUpgrade")
     if upgrade is not None:

@@ -84,10 +84,8 @@ class OtherProductTest : public SecurityTest {
     if (hasService) lines.push_back("+ service Gauge = running");
     return lines;
   }
-  /// What a removal leaves: the folders of the maker, which this engine does not take away.
-  static std::string Left() {
-    return Joined({"+ C:\\Program Files\\Brackwell\\", "+ C:\\ProgramData\\Brackwell\\"});
-  }
+  /// What a removal leaves: the folder of the maker, which this engine does not take away.
+  static std::string Left() { return Joined({"+ C:\\Program Files\\Brackwell\\"}); }
 
   const std::string program = "C:\\Program Files\\Brackwell\\Gauge";
 
