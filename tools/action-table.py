@@ -5,7 +5,7 @@
 
 Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md and the
 examples of docs/actions.md are what the fragments say. Such a part is between "<!-- generated: NAME -->" and "<!-- end
-of NAME -->". --write writes them again; of the table of properties the last column is written by hand, and is kept.
+of NAME -->". --write writes them again; of the tables of properties the last column is written by hand, and is kept.
 Prints a line for each finding; the exit code is 1 if there is one.
 """
 
@@ -16,7 +16,8 @@ from pathlib import Path
 
 from action_examples import examples_findings
 from installer_run import names_in, run_sequence
-from kit_checks import ENGINE, LATER, NOT_SECURE, PAIRS, findings, is_library, kind_of, read_kit, reads_data, used_in
+from kit_checks import (ENGINE, LATER, NOT_SECURE, PAIRS, always_forgotten, findings, forgetters, is_library, kind_of,
+                        read_kit, reads_data, used_in)
 from package_facts import PUBLIC, VARIABLE, named_in
 from package_runs import ANSWERS, SCENARIOS, STANDARD
 
@@ -100,15 +101,52 @@ def fragments_part(kit):
     return table(["Fragment", "What for", "Entry points", "Needs", "Error texts", "Model"], rows)
 
 
-def properties_part(kit, old):
-    """The properties of the kit. The last column is kept from `old`, the part as it stands."""
-    meanings = {match[1]: match[2] for line in old.splitlines()
-                if (match := re.match(r"\| `([\w.]+)` \|.*\| ([^|]*) \|$", line))}
+def last_columns(part):
+    """What the last column of a part's table says of each property."""
+    return {match[1]: match[2] for line in part.splitlines()
+            if (match := re.match(r"\| `([\w.]+)` \|.*\| ([^|]*) \|$", line))}
+
+
+def properties_of(kit):
     names = set()
     for fragment in kit.fragments.values():
         own = {action.get("Property") for action in fragment.actions.values()} | set(fragment.properties)
         names |= (used_in(kit, fragment) - ENGINE) | own | fragment.searched
-    names -= {None, *(name for fragment in kit.fragments.values() for name in fragment.actions)}
+    return names - {None, *(name for fragment in kit.fragments.values() for name in fragment.actions)}
+
+
+def given_part(kit, old):
+    """Who may set the public properties, and when. The last column is kept from `old`, the part as it is."""
+    meanings = last_columns(old)
+    names = sorted(name for name in properties_of(kit) - ENGINE if PUBLIC.fullmatch(name))
+    return table(["Property", "Who may set it", "What it can cause"],
+                 [[f"`{name}`", givers_of(kit, name), meanings.get(name, "")] for name in names])
+
+
+def givers_of(kit, name):
+    files = [*kit.fragments.values(), *(model.files[0] for model in kit.models)]
+    places = [row for file in files for row in forgetters(file, name) if row.place == "execute"]
+    searched = any(name in file.searched for file in files)
+    if name in NOT_SECURE:
+        return "the package"
+    if searched or any(name in always_forgotten(file) for file in files):
+        numbers = sorted({row.number for row in places})
+        return f"nobody: forgotten at {', '.join(map(str, numbers))}, then {'searched for' if searched else 'found'}"
+    first = [row.number for row in places if row.condition == f"Installed AND {name}"]
+    if first:
+        return f"an administrator, in a first installation and an upgrade; forgotten at {first[0]} in other runs"
+    declared = [file.properties[name] for file in files if name in file.properties]
+    if any(attributes.get("Secure") == "yes" for attributes in declared):
+        return "an administrator, in any run"
+    makers = {action["DllEntry"] for file in files for action in file.actions.values() if is_library(action)
+              and action["DllEntry"] in kit.sections and name in kit.sections[action["DllEntry"]].writes}
+    return "nobody: made where it is used" if makers else "the package, and an administrator"
+
+
+def properties_part(kit, old):
+    """The properties of the kit. The last column is kept from `old`, the part as it is."""
+    meanings = last_columns(old)
+    names = properties_of(kit)
     rows = [property_row(kit, name, meanings.get(name, "")) for name in names]
     rows.sort(key=lambda row: (not PUBLIC.fullmatch(row[0].strip("`")), row[0]))
     return table(["Property", "Default", "Secure", "Fragment", "Read by", "Set by", "Values"], rows)
@@ -230,10 +268,15 @@ PARTS = {
     "variables": lambda kit, _: variables_part(kit),
     "actions": lambda kit, _: actions_part(kit),
     "properties": properties_part,
+    "given": given_part,
     "notices": lambda kit, _: notices_part(kit),
     "client": lambda kit, _: sequence_part(kit, "client/client.wxs"),
     "server": lambda kit, _: sequence_part(kit, "server/server.wxs"),
 }
+
+
+# The parts with a column that is written by hand, and what it says of a property.
+SAID = {"properties": "the values of", "given": "what can be caused by"}
 
 
 def generated(kit, page):
@@ -266,8 +309,8 @@ def guide_findings(kit, write):
             if old != now:
                 yield f"{GUIDE}: the part {name} is out of date: run tools/action-table.py --write"
     for _, part, text, _ in PART.findall(new):
-        for name in re.findall(r"^\| `([\w.]+)` \|.*\|  \|$", text, re.MULTILINE) if part == "properties" else ():
-            yield f"{GUIDE}: nothing is said of the values of {name}"
+        for name in re.findall(r"^\| `([\w.]+)` \|.*\|  \|$", text, re.MULTILINE) if part in SAID else ():
+            yield f"{GUIDE}: nothing is said of {SAID[part]} {name}"
 
 
 def main():

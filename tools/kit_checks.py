@@ -6,7 +6,7 @@ import xml.etree.ElementTree as ElementTree
 from collections import namedtuple
 
 from entry_points import LIST, PAGE, headings, listed
-from installer_run import names_in, run_sequence
+from installer_run import APP_SEARCH, names_in, run_sequence
 from package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variable, named_in, read_code_properties,
                            read_fragments, read_jobs, read_mentions, read_models, read_notices, read_sections)
 from package_runs import ANSWERS
@@ -21,13 +21,41 @@ NOTICES = ["25000", "25001", "25003", "26000", "26001", "27000"]
 # What the engine, or the compiler of a package, sets or heeds itself.
 ENGINE = {"Installed", "REMOVE", "REINSTALL", "REINSTALLMODE", "REBOOT", "MSIRESTARTMANAGERCONTROL", "UILevel",
           "UPGRADINGPRODUCTCODE", "ProductCode", "ProductName", "ProductVersion", "System64Folder", "WindowsFolder",
-          "LogonUser", "ComputerName", "Privileged", "VersionNT64", "WIX_UPGRADE_DETECTED", "CustomActionData"}
+          "LogonUser", "ComputerName", "Privileged", "AdminUser", "MSIUSEREALADMINDETECTION", "VersionNT64", "WIX_UPGRADE_DETECTED", "CustomActionData"}
 
-# Public properties that must not be secure, each for its reason. Any other public property that an action, a condition
-# or a value reads must be: with dialogs it is set in the process of the user who installs, or comes from that user's
-# command line, and must reach the service's process. Free are a folder of the package that no fragment declares, and
-# what actions of the library make in the execute sequence only, where it is used.
-NOT_SECURE = {"PROP_VERSION": "belongs to the package", "PROP_COMPONENT": "belongs to the package"}
+# Public properties that must not be secure, each for its reason. Neither must be what each sequence forgets and finds for
+# itself. Any other public property that an action, a condition or a value reads must be: with dialogs it is set in the
+# process of the user who installs, or comes from that user's command line, and must reach the service's process. Free are
+# a folder of the package that no fragment declares, and what actions of the library make in the execute sequence only,
+# where it is used.
+NOT_SECURE = dict.fromkeys(["PROP_VERSION", "PROP_COMPONENT", "PROP_FIREWALLDATA", "DIR_UPG_HELPERDATA", "DIR_UPG_VRDF",
+                            "DIR_UPG_VRDF_PREFS"], "belongs to the package")
+
+# What an action that forgets a property sets it to.
+NOTHING = "{}"
+
+# The actions of the copy/move engine, and the letters that its strings must have and must not have one without another.
+ENGINE_CALLS = ("CustomAction15", "CustomAction16")
+KEEP_LINKS, OVERWRITE, PUT_ASIDE, DEFAULTS = "lobz"
+TAKEN_BACK = {"g": KEEP_LINKS, "k": OVERWRITE}
+
+# The update task reads a file in the first of these folders as SYSTEM: it must be below the second, which is protected.
+READ_AS_SYSTEM, PROTECTED = "DIR_APPDATA", "DIR_CLIENT"
+
+# Where a path comes from that an action takes as SYSTEM: the properties in the data and the command lines of such actions,
+# each with what keeps a user from giving it. What is not here must not be named there.
+PATH_SOURCES = {
+    "DIR_SERVER": "an administrator in a first installation; then the registry",
+    "DIR_DATAFOLDER": "an administrator in a first installation; then the server's settings",
+    "DIR_EXSERVER": "CustomAction20, in the same sequence",
+    "DIR_EXDATA": "CustomAction20, in the same sequence",
+    "DIR_UPG": "CustomAction20, in the same sequence",
+    "DIR_UPG_DATA": "CustomAction20, in the same sequence",
+    "ServerDataName": "the package",
+    "System64Folder": "the engine",
+}
+# Other properties in such data, which are no paths.
+NAMES_IN_DATA = {"ServiceAccount"}
 
 # The names of the client, the server and their maker. In a fragment they are the values of variables, so that a
 # product of another name takes nothing for its own that is theirs; but for what the library itself looks at or says.
@@ -340,13 +368,101 @@ def check_secure(kit):
                 if not PUBLIC.fullmatch(used) or is_free(kit, model, used) or is_elsewhere(kit, model, used):
                     continue
                 secure = model.properties.get(used, {}).get("Secure") == "yes"
-                if secure == (used in NOT_SECURE):
+                if secure == (used in NOT_SECURE or used in always_forgotten(model)):
                     yield f"{model.name}: {used}, which {name} reads, is {'' if secure else 'not '}secure"
 
 
+def forgetters(file, name):
+    """The rows that take a property's value away, in a fragment or a model."""
+    actions = {action for action, attributes in file.actions.items()
+               if attributes.get("Property") == name and attributes.get("Value") == NOTHING}
+    return [row for row in file.rows if row.action in actions]
+
+
+def always_forgotten(file):
+    """The properties that each sequence forgets, whatever the run, before something else in it sets them."""
+    names = {action.get("Property") for action in file.actions.values() if action.get("Value") == NOTHING}
+    return {name for name in names if {row.place for row in forgetters(file, name) if row.condition == name
+                                       and kind_of(file.actions[row.action]) == "immediate"} == {"UI", "execute"}}
+
+
 def is_elsewhere(kit, model, name):
-    """Whether only a fragment that the model does not include declares a property: nothing sets it then."""
-    return name not in model.properties and any(name in fragment.properties for fragment in kit.fragments.values())
+    """Whether only a fragment that the model does not include declares a property, or sets it: nothing sets it then."""
+    return name not in model.properties and not any(name in made_in(kit, file) for file in model.files) and any(
+        name in made_in(kit, fragment) for fragment in kit.fragments.values())
+
+
+def check_findings(kit):
+    """What is searched for is forgotten before the search, in the sequence that searches; what actions find in each
+    sequence is forgotten by each."""
+    for fragment in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
+        for name in sorted(fragment.found):
+            early = {row.place for row in forgetters(fragment, name) if row.number < APP_SEARCH
+                     and kind_of(fragment.actions[row.action]) == "firstSequence"}
+            if early != {"UI", "execute"}:
+                yield f"{fragment.name}: {name} is searched for, and not forgotten before that in both sequences"
+    for model in kit.models:
+        given = {name for name, attributes in model.properties.items() if attributes.get("Secure") == "yes"}
+        for finder, action in sorted(model.actions.items()):
+            places = {row.place for row in model.rows if row.action == finder}
+            if not is_library(action) or kind_of(action) != "immediate" or places != {"UI", "execute"}:
+                continue
+            section = kit.sections.get(action["DllEntry"])
+            for name in sorted((section.writes if section else set()) - given - set(NOT_SECURE)):
+                if PUBLIC.fullmatch(name) and name not in always_forgotten(model):
+                    yield f"{model.name}: {finder} finds {name}, which is not forgotten before that in both sequences"
+
+
+def as_system(action):
+    return kind_of(action) in LATER and action.get("Impersonate") == "no"
+
+
+def check_paths(kit):
+    """See PATH_SOURCES."""
+    for model in kit.models:
+        for name, action in model.actions.items():
+            if not as_system(action):
+                continue
+            texts = [other["Value"] for other in model.actions.values()
+                     if other.get("Property") == name and other.get("Value")]
+            texts += [action.get(key, "") for key in ("ExeCommand",)]
+            for used in sorted({used for text in texts for used in named_in(text)} - set(PATH_SOURCES) - NAMES_IN_DATA):
+                yield f"{model.name}: {name} runs as SYSTEM with {used}, of which nothing says where it comes from"
+
+
+def check_strings(kit):
+    """The strings of the copy/move engine go through no links, and delete nothing."""
+    for fragment in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
+        calls = {name for name, action in fragment.actions.items()
+                 if is_library(action) and action.get("DllEntry") in ENGINE_CALLS and kind_of(action) in LATER}
+        for setter, action in fragment.actions.items():
+            if action.get("Property") not in calls or not action.get("Value"):
+                continue
+            words = re.findall(r'"[^"]*"|\S+', action["Value"])[1:-1]
+            options = set()
+            for word in words:
+                if word.startswith("-"):
+                    for letter in word[1:]:
+                        options = (options | {letter}) - {TAKEN_BACK.get(letter)} if letter != DEFAULTS else set()
+                    continue
+                if KEEP_LINKS not in options:
+                    yield f"{fragment.name}: {setter} goes through links: its string needs the letter {KEEP_LINKS}"
+                if OVERWRITE in options and PUT_ASIDE not in options:
+                    yield (f"{fragment.name}: {setter} deletes what it replaces: its string needs the letter {PUT_ASIDE} "
+                           f"beside {OVERWRITE}")
+
+
+def check_update_folder(kit):
+    """See READ_AS_SYSTEM."""
+    for model in kit.models:
+        if READ_AS_SYSTEM in model.folders and READ_AS_SYSTEM not in folders_below(model, PROTECTED):
+            yield (f"{model.name}: {READ_AS_SYSTEM} is not below {PROTECTED}: a user could make it first, and the update "
+                   "task reads it as SYSTEM")
+
+
+def folders_below(model, name):
+    return {element.get("Id") for folder in model.files[0].root.iter("Directory") if folder.get("Id") == name
+            for element in folder.iter("Directory") if element is not folder}
 
 
 def is_free(kit, model, name):
@@ -402,7 +518,7 @@ def check_sources(kit):
 
 CHECKS = [check_names, check_actions, check_data, check_pairs, check_notices, check_secrets, check_models, check_needs,
           check_variables, check_guards, check_places, check_product_names, check_targets, check_refusals, check_setters,
-          check_secure, check_searches, check_sources]
+          check_secure, check_searches, check_sources, check_findings, check_paths, check_strings, check_update_folder]
 
 
 def findings(kit, scenarios):
@@ -411,5 +527,5 @@ def findings(kit, scenarios):
     yield from check_runs(kit, scenarios)
 
 
-__all__ = ["ENGINE", "LATER", "NOT_SECURE", "PAIRS", "Kit", "findings", "is_library", "kind_of", "made_in",
+__all__ = ["ENGINE", "LATER", "NOT_SECURE", "PAIRS", "Kit", "always_forgotten", "findings", "forgetters", "is_library", "kind_of", "made_in",
            "read_kit", "reads_data", "used_in"]

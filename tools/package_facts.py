@@ -146,7 +146,8 @@ class Model:
         self.registry = own.registry
 
     def defaults(self):
-        return {name: attributes["Value"] for name, attributes in self.properties.items() if "Value" in attributes}
+        """What is set when a run begins: the properties' defaults, and that an administrator has started it."""
+        return {"AdminUser": "1"} | {name: attributes["Value"] for name, attributes in self.properties.items() if "Value" in attributes}
 
 
 def sentences(text):

@@ -29,8 +29,11 @@ OTHER = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_SERVER": "P\\Gaug
 OTHER_THERE = {**OTHER, "SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}"}
 
 # What actions answer that is not set before they run, and not where they do not.
-ANSWERS = {"CustomAction20": ("DIR_UPG", "DIR_UPG_DATA"),
-           "CustomAction23": ("PROP_ACCOUNTNAME", "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTPASS")}
+ANSWERS = {"CustomAction12": ("DIR_PROGRAMS64",),
+           "CustomAction20": ("DIR_EXSERVER", "DIR_EXDATA", "DIR_UPG", "DIR_UPG_DATA"),
+           "CustomAction22": ("PROP_UPGRADE", "PROP_REPLACING", "PROP_DFPRESENT"),
+           "CustomAction23": ("PROP_ACCOUNTNAME", "PROP_ACCOUNTDOMAIN", "PROP_ACCOUNTPASS"),
+           "CustomAction34": ("PROP_PREVVTDF",)}
 
 SCENARIOS = {
     "client/client.wxs": [
@@ -44,7 +47,7 @@ SCENARIOS = {
     "server/server.wxs": [
         Scenario("install", NO_SERVER, ACCOUNT),
         Scenario("upgrade", {**SERVER, **SERVICE, "PROP_INSTALLEDSERVER": "{old}", "PROP_UPGRADE": "1",
-                             "PROP_UPGRADE_PRODUCTCODE": "{old}", "PROP_REPLACING": "1"}, {**OUTSIDE, **KEPT}),
+                             "PROP_REPLACING": "1"}, {**OUTSIDE, **KEPT}),
         Scenario("repair", {**SERVER, **SERVICE, **INSTALLED, "REINSTALL": "ALL"}, KEPT),
         Scenario("removal", {**SERVER, **SERVICE, **REMOVED}, KEPT),
         Scenario("replaced", {**SERVER, **SERVICE, **REMOVED, "PROP_INSTALLEDSERVER": "{new}"}, KEPT),

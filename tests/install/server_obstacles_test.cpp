@@ -54,11 +54,10 @@ TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) 
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
   ExpectRolledBack(failed);
   EXPECT_TRUE(OlderServer().IsInstalled());
-  Tree restored = ReadTree(server);
-  Tree resisted = TakeStamped(restored);
-  EXPECT_EQ(restored, older);
+  EXPECT_EQ(ReadTree(server), older);
+  const Tree resisted = ReadTree(programs + L"\\" + ToWide(NameWithTime(programs, "Vantor")));
   EXPECT_EQ(resisted.count("Data\\Helper Data\\locked.dat"), 1u);
-  EXPECT_EQ(ReadTree(aside), Tree());
+  EXPECT_FALSE(FileExists(aside));
 
   // The next attempt takes everything aside, what the last one has left too. This engine's rollback has
   // forgotten which product the older one is a version of, so it is not found as one, and stays registered.
@@ -73,8 +72,56 @@ TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) 
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", data));
 }
 
-// Such pairs are there where a folder minds case. The way back finds the first of them where the second
-// belongs.
+// The folder cannot be renamed, so its entries come back one by one.
+TEST_F(ServerObstaclesTest, RollbackRestoresAServerWhoseFolderIsHeld) {
+  const Tree older = With(OlderProgram(), "Data", OlderData("1"));
+  WriteTree(server, older);
+  const InstallerRun& failed = InstallInterrupted([] {}, server);
+  EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  ExpectRolledBack(failed);
+  Tree restored = ReadTree(server);
+  EXPECT_EQ(TakeStamped(restored), With({}, "Data", OlderData("1")));
+  EXPECT_EQ(restored, older);
+  EXPECT_EQ(ReadTree(aside), Tree());
+  EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)"}));
+}
+
+// What an earlier upgrade has put aside cannot give way, or the server's folder cannot be moved. Nothing was
+// moved then, so nothing may be moved back.
+TEST_F(ServerObstaclesTest, AServerThatCannotBeMovedAsideStaysAsItIs) {
+  const Tree older = With(OlderProgram(), "Data", OlderData("1"));
+  const Tree earlier = {{"vt.exe", "of an earlier version"}, {"Data\\", ""}, {"Data\\format.txt", "0\r\n"}};
+  for (const std::wstring& data : {server + L"\\Data", outsideData}) {
+    for (const std::wstring& folder : {aside, server}) {
+      SCOPED_TRACE(FromWide(data) + ", " + FromWide(folder));
+      DeleteTree(programs);
+      DeleteTree(elsewhere);
+      WriteTree(aside, earlier);
+      WriteTree(server, older);
+      WriteTree(data, OlderData("1"));
+      SetDataSetting(data);
+      HANDLE held = HoldFolder(folder);
+      const InstallerRun& stopped = Install(Server(), L"PROP_SILENCE=-1");
+      CloseHandle(held);
+      EXPECT_EQ(stopped.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+      ExpectRolledBack(stopped);
+      EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
+      EXPECT_EQ(ReadTree(server), older);
+      // Where only the server's folder is held, the earlier one has got another name by then.
+      const std::wstring kept =
+          folder == aside ? L"Vantor (previous)" : ToWide(NameWithTime(programs, "Vantor (previous)"));
+      EXPECT_EQ(ReadTree(programs + L"\\" + kept), earlier);
+      EXPECT_EQ(Names(programs).size(), 2u);
+      if (data == outsideData) {
+        EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
+        EXPECT_EQ(Names(elsewhere), std::vector<std::string>{"Data"});
+      }
+    }
+  }
+}
+
+// Such pairs are there where a folder minds case. The way back by entries, which is that of a folder that is
+// held, finds the first of them where the second belongs.
 TEST_F(ServerObstaclesTest, RollbackLosesNeitherOfTwoNamesThatDifferInCaseOnly) {
   const std::set<std::string> both = {"first", "second"};
   for (const std::wstring& data : {server + L"\\Data", outsideData}) {
@@ -88,17 +135,14 @@ TEST_F(ServerObstaclesTest, RollbackLosesNeitherOfTwoNamesThatDifferInCaseOnly) 
     WriteInThisCase(folder + L"\\notes.TXT", "second");
     ASSERT_EQ(ContentsOf(folder, "notes.txt"), both);
 
-    const InstallerRun& failed = Install(Server());
+    const bool isOutside = data == outsideData;
+    const InstallerRun& failed = InstallInterrupted([] {}, isOutside ? L"" : server);
     EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
     ExpectRolledBack(failed);
-    // Of the data one had been copied. Its copy has taken the name that the restored file would be renamed
-    // to, so that the second one stays where it was put aside.
-    const bool isOutside = data == outsideData;
+    EXPECT_EQ(ContentsOf(folder, "notes.txt"), both);
+    // The data outside come back by their folder.
     const std::wstring kept = ToWide(failed.Property(isOutside ? "DIR_UPG_DATA" : "DIR_UPG"));
-    std::set<std::string> left = ContentsOf(folder, "notes.txt");
-    left.merge(ContentsOf(kept.substr(0, kept.size() - 1), "notes.txt"));
-    EXPECT_EQ(left, both);
-    EXPECT_EQ(ReadTree(kept + L".").size(), isOutside ? 1u : 0u);
+    EXPECT_EQ(ReadTree(kept + L"."), isOutside ? (Tree{{"(missing)", ""}}) : Tree());
   }
 }
 

@@ -128,7 +128,7 @@ TEST_F(ServerRefusalsTest, FoldersWrittenOtherwiseThanTheyAreUsed) {
   EXPECT_EQ(ReadTree(outsideData), kData);
 }
 
-// A repair would write the setting anew; the command line can say how. A removal is never refused.
+// A repair would write the setting again, and the command line cannot say how. A removal is not refused.
 TEST_F(ServerRefusalsTest, ASettingWrittenOtherwiseStopsARepairAndNoRemoval) {
   ASSERT_EQ(Install(Server()).exitCode, 0u);
   for (const wchar_t* folder : {L"C:/Vantor Store/Data", L"C:\\Vantor Store\\Data\\\\"}) {
@@ -138,9 +138,9 @@ TEST_F(ServerRefusalsTest, ASettingWrittenOtherwiseStopsARepairAndNoRemoval) {
     EXPECT_EQ(repaired.LinesWith(": RefuseDataSetting. Return value 0.").size(), 1u);
     EXPECT_EQ(DataSetting(), FromWide(folder));
   }
-  EXPECT_EQ(Reinstall(Server(), L"DIR_DATAFOLDER=\"" + outsideData + L"\"").exitCode, 0u);
-  EXPECT_EQ(DataSetting(), FromWide(outsideData) + "\\");
-  SetDataSetting(L"C:/Vantor Store/Data");
+  EXPECT_EQ(Reinstall(Server(), L"DIR_DATAFOLDER=\"" + outsideData + L"\"").exitCode,
+            static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_EQ(DataSetting(), "C:\\Vantor Store\\Data\\\\");
   EXPECT_EQ(Remove(Server(), L"DIR_SERVER=C:/Vantor DIR_DATAFOLDER=C:/Vantor").exitCode, 0u);
   EXPECT_FALSE(Server().IsInstalled());
 }

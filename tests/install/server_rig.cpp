@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <thread>
 
 #include "install/agent_rig.h"
 
@@ -33,6 +34,59 @@ bool IsFolder(const WIN32_FIND_DATAW& entry) {
   return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+bool IsLinkToFolder(const WIN32_FIND_DATAW& entry) {
+  return IsFolder(entry) && (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+}
+
+/// The calls of the machine below the system that make and delete a link.
+#if defined(__aarch64__)
+constexpr long long kMakeLinkCall = 36, kDeleteCall = 35, kCurrentFolder = -100;
+
+long long MachineCall(long long number, long long first, long long second, long long third) {
+  register long long call asm("x8") = number;
+  register long long result asm("x0") = first;
+  register long long x1 asm("x1") = second;
+  register long long x2 asm("x2") = third;
+  asm volatile("svc #0" : "+r"(result) : "r"(call), "r"(x1), "r"(x2) : "memory");
+  return result;
+}
+#else
+constexpr long long kMakeLinkCall = 88, kDeleteCall = 87;
+
+long long MachineCall(long long number, long long first, long long second) {
+  long long result = number;
+  asm volatile("syscall" : "+a"(result) : "D"(first), "S"(second) : "rcx", "r11", "memory");
+  return result;
+}
+#endif
+
+/// The name that the machine below has for a path.
+std::string MachineName(const std::wstring& path) {
+  using UnixName = char* CDECL(const wchar_t*);
+  auto* unixName = reinterpret_cast<UnixName*>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+  char* found = unixName ? unixName(path.c_str()) : nullptr;
+  const std::string name = found ? found : "";
+  if (found) HeapFree(GetProcessHeap(), 0, found);
+  EXPECT_NE(name, "") << FromWide(path);
+  return name;
+}
+
+/// The name of what `path` names, also if that is a link or is not there yet.
+std::string MachineNameOfEntry(const std::wstring& path) {
+  const size_t name = path.rfind(L'\\');
+  return MachineName(path.substr(0, name)) + "/" + FromWide(path.substr(name + 1));
+}
+
+void DeleteLink(const std::wstring& path) {
+  const std::string name = MachineNameOfEntry(path);
+#if defined(__aarch64__)
+  EXPECT_EQ(MachineCall(kDeleteCall, kCurrentFolder, reinterpret_cast<long long>(name.c_str()), 0), 0);
+#else
+  EXPECT_EQ(MachineCall(kDeleteCall, reinterpret_cast<long long>(name.c_str()), 0), 0);
+#endif
+}
+
 /// Calls `visit` for each entry of a folder; tells whether the folder could be listed.
 template <class Visit>
 bool ForEachEntry(const std::wstring& folder, Visit visit) {
@@ -50,7 +104,9 @@ bool AddTree(const std::wstring& folder, const std::string& prefix, Tree& tree) 
   return ForEachEntry(folder, [&](const WIN32_FIND_DATAW& entry) {
     std::wstring path = folder + L"\\" + entry.cFileName;
     std::string name = prefix + FromWide(entry.cFileName);
-    if (IsFolder(entry)) {
+    if (IsLinkToFolder(entry)) {
+      tree[name + "\\"] = kLink;
+    } else if (IsFolder(entry)) {
       tree[name + "\\"];
       AddTree(path, name + "\\", tree);
     } else {
@@ -58,6 +114,9 @@ bool AddTree(const std::wstring& folder, const std::string& prefix, Tree& tree) 
     }
   });
 }
+
+// How long the conversion of a package is waited for, and how often it is looked for (milliseconds).
+constexpr DWORD kWaitLimit = 120 * 1000, kWaitStep = 20;
 
 // What a name that was renamed aside ends in; "0" stands for a digit.
 constexpr char kTime[] = " 0000-00-00 00-00-00";
@@ -74,6 +133,7 @@ bool EndsInTime(const std::string& name) {
 
 }  // namespace
 
+const char kLink[] = "(link)";
 const char kServerKeyAbove[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor";
 const char kServerSettingsKey[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings";
 const char kMakerKey[] = "SOFTWARE\\Halvorstead";
@@ -133,6 +193,27 @@ void WriteTree(const std::wstring& folder, const Tree& tree) {
   }
 }
 
+void MakeLink(const std::wstring& path, const std::wstring& target) {
+  const std::string link = MachineNameOfEntry(path), text = target == L"." ? "." : MachineName(target);
+#if defined(__aarch64__)
+  const long long result = MachineCall(kMakeLinkCall, reinterpret_cast<long long>(text.c_str()),
+                                       kCurrentFolder, reinterpret_cast<long long>(link.c_str()));
+#else
+  const long long result = MachineCall(kMakeLinkCall, reinterpret_cast<long long>(text.c_str()),
+                                       reinterpret_cast<long long>(link.c_str()));
+#endif
+  ASSERT_EQ(result, 0) << FromWide(path);
+  constexpr DWORD kFolderLink = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+  ASSERT_EQ(GetFileAttributesW(path.c_str()) & kFolderLink, kFolderLink) << FromWide(path);
+}
+
+HANDLE HoldFolder(const std::wstring& folder) {
+  HANDLE held = CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                            OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  EXPECT_NE(held, INVALID_HANDLE_VALUE) << FromWide(folder);
+  return held;
+}
+
 void MakeReadOnly(const std::wstring& path) {
   EXPECT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY)) << FromWide(path);
 }
@@ -140,7 +221,9 @@ void MakeReadOnly(const std::wstring& path) {
 void DeleteTree(const std::wstring& folder) {
   ForEachEntry(folder, [&](const WIN32_FIND_DATAW& entry) {
     std::wstring path = folder + L"\\" + entry.cFileName;
-    if (IsFolder(entry)) {
+    if (IsLinkToFolder(entry)) {
+      DeleteLink(path);
+    } else if (IsFolder(entry)) {
       DeleteTree(path);
     } else {
       SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -269,6 +352,30 @@ void ServerTest::SetDataSetting(const std::wstring& folder) {
 
 std::optional<std::string> ServerTest::DataSetting() {
   return GetRegistryText(HKEY_LOCAL_MACHINE, kServerSettingsKey, "vtdf");
+}
+
+const InstallerRun& ServerTest::InstallInterrupted(const std::function<void()>& meanwhile,
+                                                   const std::wstring& held) {
+  const std::wstring package = elsewhere + L"\\server.msi", script = elsewhere + L"\\wait.cmd",
+                     reached = elsewhere + L"\\reached.txt", go = elsewhere + L"\\go.txt";
+  WriteTree(elsewhere,
+            {{"wait.cmd", "@echo off\r\necho >\"" + FromWide(reached) + "\"\r\n:wait\r\nif not exist \"" +
+                              FromWide(go) + "\" goto wait\r\n"}});
+  ChangePackage(Server().path, package,
+                {"UPDATE `CustomAction` SET `Target` = '\"[System64Folder]cmd.exe\" /d /c \"\"" +
+                 FromWide(script) + "\"\"' WHERE `Action` = 'ConvertDatabase'"});
+  HANDLE folder = nullptr;
+  std::thread other([&] {
+    for (DWORD waited = 0; !FileExists(reached) && waited < kWaitLimit; waited += kWaitStep) Sleep(kWaitStep);
+    meanwhile();
+    if (!held.empty()) folder = HoldFolder(held);
+    WriteTree(elsewhere, {{"go.txt", ""}});
+  });
+  const InstallerRun& run = Msiexec("interrupted", L"/i \"" + package + L"\" /qn");
+  other.join();
+  if (folder) CloseHandle(folder);
+  for (const std::wstring& file : {package, script, reached, go}) DeleteFileW(file.c_str());
+  return run;
 }
 
 void ServerTest::ExpectInstalled(const InstallerRun& run) {

@@ -2,6 +2,8 @@
 // whole folder trees as values. Used by tests/install/server_*_test.cpp and conversion_test.cpp.
 #pragma once
 
+#include <functional>
+
 #include "install/install_rig.h"
 
 namespace install {
@@ -10,7 +12,11 @@ namespace install {
 /// path ends in a backslash and has no bytes. A folder that does not exist has one entry, "(missing)".
 using Tree = std::map<std::string, std::string>;
 
-/// The content of a folder, all levels. Reads names and bytes itself, without the library's walker.
+/// What a tree has in the place of a link's content.
+extern const char kLink[];
+
+/// The content of a folder, all levels. Reads names and bytes itself, without the library's walker. A link to
+/// a folder has one entry, which ends in a backslash and has the bytes of kLink; nothing is read through it.
 Tree ReadTree(const std::wstring& folder);
 /// Takes out of `tree` what was renamed aside: the entries, with all in them, whose first name ends in a date
 /// and a time. Returns it under the names that it had before.
@@ -22,7 +28,13 @@ std::string NameWithTime(const std::wstring& folder, const std::string& name);
 void WriteTree(const std::wstring& folder, const Tree& tree);
 /// Marks a file as read-only: it can be copied and moved then, but not deleted.
 void MakeReadOnly(const std::wstring& path);
-/// Deletes a folder with everything in it.
+/// Makes the link `path` to a folder, whose name `target` is as it is written into the link: a path of this
+/// system, or "." for the folder that the link is in. The system has no call of its own for it that works, so
+/// it is made by the machine below.
+void MakeLink(const std::wstring& path, const std::wstring& target);
+/// Holds a folder as a console window does that is in it: it cannot be renamed.
+HANDLE HoldFolder(const std::wstring& folder);
+/// Deletes a folder with everything in it, but nothing that a link leads to.
 void DeleteTree(const std::wstring& folder);
 /// The names in a folder, one level.
 std::vector<std::string> Names(const std::wstring& folder);
@@ -76,6 +88,12 @@ class ServerTest : public InstallTest {
   void SetDataSetting(const std::wstring& folder);
   /// What the server's settings say about it, nothing where there is no such value.
   std::optional<std::string> DataSetting();
+
+  /// Installs a copy of the server package whose conversion waits while `meanwhile` runs, and leaves no
+  /// marker: the run then fails. `held` is a folder that this process holds from then on until the run has
+  /// ended; empty for none.
+  const InstallerRun& InstallInterrupted(const std::function<void()>& meanwhile,
+                                         const std::wstring& held = L"");
 
   /// The product's state and the program files, after a run that installed it.
   void ExpectInstalled(const InstallerRun& run);

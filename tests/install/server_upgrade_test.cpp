@@ -128,10 +128,9 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   ExpectRolledBack(failed);
   ASSERT_NE(failed.Property("DIR_UPG_DATA"), "");
   // All is back in its place, and what had been copied there is beside it: nothing is deleted in a rollback.
-  Tree restored = ReadTree(outsideData);
-  EXPECT_EQ(TakeStamped(restored), older);
-  EXPECT_EQ(restored, older);
-  EXPECT_EQ(ReadTree(ToWide(failed.Property("DIR_UPG_DATA")) + L"."), Tree());
+  EXPECT_EQ(ReadTree(outsideData), older);
+  EXPECT_EQ(ReadTree(elsewhere + L"\\" + ToWide(NameWithTime(elsewhere, "Data"))), older);
+  EXPECT_FALSE(FileExists(ToWide(failed.Property("DIR_UPG_DATA")) + L"."));
   EXPECT_EQ(ReadTree(server), OlderProgram());
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
 
@@ -193,7 +192,7 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   EXPECT_EQ(DataSetting(), std::nullopt);
 
   // Data that the converter refuses: the server has been moved and its data copied by then. All of it is
-  // undone; only the emptied folder stays, and what had been copied, under another name.
+  // undone; only what had been copied stays, in a folder with the time after its name.
   older["Data\\format.txt"] = "9\r\n";
   WriteTree(server, older);
   const InstallerRun& refused = Install(Server(), L"PROP_SILENCE=-1");
@@ -201,15 +200,16 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   ExpectRolledBack(refused);
   EXPECT_EQ(refused.LinesWith(kCannotMoveAside).size(), 0u);
   EXPECT_EQ(refused.LinesWith(kCannotMerge).size(), 0u);
-  Tree restored = ReadTree(server), copied = OlderData("9");
+  Tree copied = OlderData("9");
   copied["in use.dat"] = "in use";
-  EXPECT_EQ(TakeStamped(restored), With({}, "Data", copied));
-  EXPECT_EQ(restored, older);
-  EXPECT_EQ(ReadTree(aside), Tree());
+  const std::string replaced = NameWithTime(programs, "Vantor");
+  EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(replaced)), With({}, "Data", copied));
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_FALSE(FileExists(aside));
   EXPECT_EQ(DataSetting(), std::nullopt);
 
-  // The emptied folder gives way to the next attempt. A file in the middle of the data that cannot be read is
-  // not copied back; the upgrade goes on, and what was moved aside is whole.
+  // Nothing of that is in the way of the next attempt. A file in the middle of the data that cannot be read
+  // is not copied back; the upgrade goes on, and what was moved aside is whole.
   older["Data\\format.txt"] = "1\r\n";
   WriteTree(server, older);
   HANDLE file = CreateFileW((server + L"\\Data\\in use.dat").c_str(), GENERIC_READ, FILE_SHARE_DELETE,
@@ -220,14 +220,8 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   ExpectInstalled(upgraded);
   EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 1u);
   EXPECT_EQ(upgraded.LinesWith(kCannotMoveAside).size(), 0u);
-  Tree kept = ReadTree(aside);
-  EXPECT_EQ(TakeStamped(kept), With({}, "Data", copied));
-  EXPECT_EQ(kept, older);
-  std::vector<std::string> names = Names(programs);
-  ASSERT_EQ(names.size(), 3u);
-  EXPECT_EQ(names[2].rfind("Vantor (previous) 2", 0), 0u) << names[2];
-  EXPECT_EQ(names[2].size(), std::string("Vantor (previous) 2024-05-01 13-07-55").size()) << names[2];
-  EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(names[2])), Tree());
+  EXPECT_EQ(ReadTree(aside), older);
+  EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)", replaced}));
   // Only that one file is missing, whatever was to be copied behind it.
   EXPECT_EQ(ReadTree(server + L"\\Data"), Converted(OlderData("1")));
 }
@@ -352,14 +346,13 @@ TEST_F(ServerUpgradeTest, AnUpgradeGivesTheServicesAccountTheNewDataFolder) {
   EXPECT_EQ(NotedAccount(), ".\\vantor");
   EXPECT_NE(GetRegistryText(HKEY_LOCAL_MACHINE, kEventSourceKey, "EventMessageFile"), std::nullopt);
 
-  // So do repairs that make the data folder anew: one that is given another, and one that does not find the
-  // one that the server's settings name. It takes no other.
+  // So does a repair that does not find the folder that the server's settings name, and makes it. It takes no
+  // other, whatever it is given.
+  DeleteTree(outsideData);
   EXPECT_EQ(Reinstall(later, dataFolder + L" 2\"").SetupLines(), lines);
-  EXPECT_EQ(AccessTo(outsideData + L" 2"), given);
-  DeleteTree(outsideData + L" 2");
-  EXPECT_EQ(Reinstall(later).SetupLines(), lines);
-  EXPECT_EQ(AccessTo(outsideData + L" 2"), given);
-  EXPECT_EQ(DataSetting(), FromWide(outsideData) + " 2\\");
+  EXPECT_EQ(AccessTo(outsideData), given);
+  EXPECT_EQ(DataSetting(), FromWide(outsideData) + "\\");
+  EXPECT_FALSE(FileExists(outsideData + L" 2"));
   EXPECT_FALSE(FileExists(server + L"\\Data"));
 
   EXPECT_EQ(Remove(later).exitCode, 0u);

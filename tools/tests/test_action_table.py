@@ -70,7 +70,7 @@ SERVICE_TEXT = fragment(
     '<Property Id="PROP_USERPASS" Secure="yes" Hidden="yes"/>\n<UI>'
     + "".join(f'<Error Id="{number}">Text {number}.</Error>' for number in NOTICE_SENDERS) + "</UI>\n"
     + call("CustomAction1") + call("CustomAction5") + call("CustomAction19") + call("CustomAction23")
-    + call("CustomAction24") + '<CustomAction Id="SetMove" Property="CustomAction15.Move" Value="[PROP_NAME]"/>\n'
+    + call("CustomAction24") + '<CustomAction Id="SetMove" Property="CustomAction15.Move" Value="move"/>\n'
     + call("CustomAction15.Move", execute="deferred")
     + '<CustomAction Id="SetBack" Property="CustomAction16.Back" Value="back"/>\n'
     + call("CustomAction16.Back", execute="rollback")
@@ -267,11 +267,13 @@ class ChecksTest(KitTest):
 
     def test_password_that_is_passed_on(self):
         self.assert_broken(SERVICE, 'Value="back"', 'Value="back [PROP_USERPASS]"',
-                           "client/client.wxs: SetBack shows PROP_USERPASS")
+                           "client/client.wxs: SetBack shows PROP_USERPASS",
+                           "client/client.wxs: CustomAction16.Back runs as SYSTEM with PROP_USERPASS, of which")
 
     def test_password_that_is_passed_on_covered(self):
         self.assert_broken(SERVICE, 'Value="back"', 'Value="back [PROP_USERPASS]" HideTarget="yes"',
-                           "client/client.wxs: SetBack shows PROP_USERPASS")
+                           "client/client.wxs: SetBack shows PROP_USERPASS",
+                           "client/client.wxs: CustomAction16.Back runs as SYSTEM with PROP_USERPASS, of which")
         text = (self.root / SERVICE).read_text(encoding="utf-8")
         self.write({SERVICE: text.replace("<UI>", '<Property Id="CustomAction16.Back" Hidden="yes"/><UI>')})
         self.assertEqual([line for line in self.regenerate() if "shows" in line], [])
@@ -385,7 +387,7 @@ class ChecksTest(KitTest):
 
     def test_list_that_is_not_set(self):
         sections = {**SECTIONS, 5: ("`PROP_FIREWALLDATA` and `PROP_SILENCE`", "rules"), 19: ("`PROP_FIREWALLDATA`", "rules")}
-        self.write({PAGE: page(sections), SERVICE: SERVICE_TEXT.replace("PROP_LIST", "PROP_FIREWALLDATA"),
+        self.write({PAGE: page(sections), SERVICE: SERVICE_TEXT.replace('"PROP_LIST" Secure="yes"', '"PROP_FIREWALLDATA"'),
                     "src/client/all.cpp": '"PROP_SILENCE", "PROP_FIREWALLDATA", "PROP_NAME", "PROP_USERPASS", "DIR_CLIENT"\n'})
         found = [line for line in self.regenerate() if not line.startswith(GUIDE)]
         self.assertEqual(found, [f"client/client.wxs: {run}: {action} runs without PROP_FIREWALLDATA" for run, action in
@@ -430,7 +432,8 @@ class ChecksTest(KitTest):
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
         self.assert_broken(SERVICE, "</Include>", '<InstallUISequence><Custom Action="CustomAction23" Sequence="9"/>'
                            "</InstallUISequence></Include>",
-                           "client/client.wxs: PROP_USERPASS, which service.wxi reads, is not secure")
+                           "client/client.wxs: PROP_USERPASS, which service.wxi reads, is not secure",
+                           "client/client.wxs: CustomAction23 finds PROP_USERPASS, which is not forgotten")
 
     def test_search_for_what_nobody_writes(self):
         key = "SOFTWARE\\Halvorstead\\Ostrel"
@@ -438,7 +441,9 @@ class ChecksTest(KitTest):
                   '<RegistrySearch Id="S" Key="$(var.OldKey)" Name="Old"/></Property>'
                   '<Property Id="PROP_SYSTEM"><RegistrySearch Id="T" Key="SOFTWARE\\Other" Name="Old"/></Property>')
         self.assert_broken(TASK, "</Include>\n", f"{search}</Include>\n",
-                           f"client/client.wxs: does not write Old of {key}, which task.wxi looks for")
+                           f"client/client.wxs: does not write Old of {key}, which task.wxi looks for",
+                           "task.wxi: PROP_OLD is searched for, and not forgotten before that in both sequences",
+                           "task.wxi: PROP_SYSTEM is searched for, and not forgotten before that in both sequences")
         self.write({CLIENT: model("notices", "service", "task", content=f'<RegistryValue Key="{key}" Name="Old"/>')})
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
 
@@ -485,7 +490,9 @@ class GuideTest(KitTest):
         self.assert_broken(TASK, "</Include>\n", '<Property Id="PROP_NEW" Value="9" Secure="yes"/></Include>\n')
         self.assertIn("| `PROP_NEW` | `9` | yes | `task.wxi` |  |  |  |", self.guide())
         self.assertIn("| `PROP_NAME` | `vt` | yes | `service.wxi` | 23, 24, `service.wxi` |  | meaning |", self.guide())
-        self.assertEqual(self.lint(), (1, [f"{GUIDE}: nothing is said of the values of PROP_NEW"]))
+        self.assertIn("| `PROP_NEW` | an administrator, in any run |  |", self.guide())
+        self.assertEqual(self.lint(), (1, [f"{GUIDE}: nothing is said of the values of PROP_NEW",
+                                           f"{GUIDE}: nothing is said of what can be caused by PROP_NEW"]))
 
     def test_rows(self):
         guide = self.guide()

@@ -117,7 +117,9 @@ class PageTest(unittest.TestCase):
         named = re.findall(r'<CustomAction Id="([^"]*)"', example)
         actions = {}
         if named:
-            actions = {row[0]: row for row in PACKAGE.export(package, "CustomAction")}
+            # library.wxi has one of its own, which no example shows.
+            own = self.kit.fragments["library.wxi"].actions
+            actions = {row[0]: row for row in PACKAGE.export(package, "CustomAction") if row[0] not in own}
         self.assertEqual(set(actions), set(named))
         for name, row in actions.items():
             if row[2] == "hxsetup":

@@ -1,0 +1,178 @@
+// What a command line can and cannot do to a product that is installed, and who may run a package at all. An
+// ordinary user may have an installed product repaired, and the engine then runs the deferred actions as
+// SYSTEM.
+
+#include "install/machine_state.h"
+#include "install/security_rig.h"
+
+namespace install {
+namespace {
+
+class MaintenanceTest : public SecurityTest {
+ protected:
+  void TearDown() override {
+    if (Client().IsInstalled()) Msiexec("clear-up", L"/x \"" + Client().path + L"\" /qn");
+    SecurityTest::TearDown();
+  }
+
+  /// Lays down what somebody would have run as SYSTEM: a setup file and a converter that leave a trace, and
+  /// data with a marker of the conversion, which the judgement deletes.
+  void LayDownTraps() {
+    WriteTree(
+        trap,
+        {{"vantor.inf",
+          "[Version]\r\nSignature=\"$Windows NT$\"\r\n[DefaultInstall]\r\nAddReg=Trap\r\n[Remove]\r\n"
+          "AddReg=Trap\r\n[Trap]\r\nHKLM,\"SOFTWARE\\Halvorstead\\Vantor\",\"Trap\",0x00000000,\"1\"\r\n"},
+         {"dbcon.cmd", "@echo off\r\n(echo 1)>\"" + FromWide(trap) + "\\trapped.txt\"\r\n"},
+         {"vt.exe", "a program of somebody's"}});
+    WriteTree(trapData, {{"format.txt", "1\r\n"}, {"dbcon_failed.txt", "marker"}});
+  }
+
+  /// Every property of the server package that names a folder or says what was found, as an attacker would
+  /// give them.
+  std::wstring Attack() const {
+    std::wstring line;
+    for (const wchar_t* folder : {L"DIR_SERVER", L"SERVERFOLDERFOUND", L"DIR_EXSERVER", L"PROP_PRE75SERVER"})
+      line += std::wstring(folder) + L"=\"" + trap + L"\" ";
+    for (const wchar_t* folder : {L"DIR_DATAFOLDER", L"DATAFOLDERFOUND", L"DIR_EXDATA", L"PROP_PREVVTDF"})
+      line += std::wstring(folder) + L"=\"" + trapData + L"\" ";
+    for (const wchar_t* folder : {L"DIR_UPG", L"DIR_UPG_DATA"})
+      line += std::wstring(folder) + L"=\"" + elsewhere + L"\\aside\" ";
+    for (const wchar_t* finding : {L"PROP_DFPRESENT", L"PROP_UPGRADE", L"PROP_REPLACING", L"PROP_NODATA",
+                                   L"PROP_DATAFOLDERGIVEN", L"PROP_ACCOUNTTYPE"})
+      line += std::wstring(finding) + L"=1 ";
+    return line +
+           L"PROP_UPGRADE_PRODUCTCODE={7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28} SERVICEFOUND=LocalSystem "
+           L"ACCOUNTFOUND=vantor ACCOUNTDOMAINFOUND=. PROP_INSTALLEDSERVER=another";
+  }
+
+  /// A copy of a package in which the user of a run with ORDINARY=1 is no administrator. The engine keeps it, and
+  /// repairs and removes by it what was installed by it.
+  std::wstring ForOrdinaryUsers(const Package& package) {
+    WriteTree(elsewhere, {});
+    const std::wstring copy = elsewhere + L"\\ordinary.msi";
+    ChangePackage(package.path, copy,
+                  {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Ordinary', 51, "
+                   "'AdminUser', '{}')",
+                   "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Ordinary', "
+                   "'ORDINARY', 5)"});
+    return copy;
+  }
+
+  const std::wstring trap = elsewhere + L"\\Trap", trapData = elsewhere + L"\\Trap Data";
+};
+
+TEST_F(MaintenanceTest, AnInstalledServerTakesNothingFromACommandLine) {
+  ASSERT_EQ(Install(Server()).exitCode, 0u);
+  WriteTree(server + L"\\Data", {{"format.txt", "1\r\n"}});
+  LayDownTraps();
+  const MachineState before = MachineState::Now();
+  const std::string folder = FromWide(server);
+  const InstallerRun& repaired = Reinstall(Server(), Attack());
+  EXPECT_EQ(repaired.exitCode, 0u);
+  const InstallerRun& again = Install(Server(), Attack());
+  EXPECT_EQ(again.exitCode, 0u);
+  for (const InstallerRun* run : {&repaired, &again}) {
+    EXPECT_EQ(DeferredActions(*run), Texts());
+    EXPECT_EQ(run->SetupLines(),
+              (Texts{SetupLine("InstallHinfSection(DefaultInstall 128 " + folder + "\\vantor.inf)"),
+                     SetupLine("installing complex firewall rules")}));
+    ExpectPublished(*run, {{"DIR_SERVER", server + L"\\"},
+                           {"DIR_DATAFOLDER", server + L"\\Data\\"},
+                           {"PROP_UPGRADE", L""},
+                           {"PROP_PRE75SERVER", L""},
+                           {"PROP_DFPRESENT", L""},
+                           {"PROP_REPLACING", L""},
+                           {"PROP_NODATA", L""},
+                           {"PROP_DATAFOLDERGIVEN", L""},
+                           {"DIR_EXSERVER", L""},
+                           {"DIR_EXDATA", L""},
+                           {"DIR_UPG_DATA", L""},
+                           {"PROP_UPGRADE_PRODUCTCODE", L""}});
+  }
+  EXPECT_EQ(MachineState::Now().Since(before), "");
+
+  const Tree traps = ReadTree(elsewhere);
+  const InstallerRun& removed = Remove(Server(), Attack());
+  EXPECT_EQ(removed.exitCode, 0u);
+  EXPECT_EQ(
+      removed.SetupLines(),
+      (Texts{SetupLine("query service sizing failed:  124"), SetupLine("removing complex firewall rules"),
+             SetupLine("InstallHinfSection(Remove 128 " + folder + "\\vantor.inf)")}));
+  EXPECT_EQ(ReadTree(elsewhere), traps);
+  EXPECT_EQ(ReadTree(server), With({}, "Data", {{"format.txt", "1\r\n"}}));
+}
+
+// The folder is not where the registry says; nothing else than that says where it is.
+TEST_F(MaintenanceTest, ARepairThatFindsNoFolderTakesThePackagesOwn) {
+  ASSERT_EQ(Install(Server()).exitCode, 0u);
+  LayDownTraps();
+  const MachineState before = MachineState::Now();
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMakerKey);
+  DeleteRegistryTree(HKEY_LOCAL_MACHINE, kServerSettingsKey);
+  EXPECT_EQ(Reinstall(Server(), Attack()).exitCode, 0u);
+  EXPECT_EQ(MachineState::Now().Since(before), "");
+}
+
+// What an installation may be given are its folders, not what it finds there.
+TEST_F(MaintenanceTest, AFirstInstallationFindsForItself) {
+  LayDownTraps();
+  const Tree traps = ReadTree(elsewhere);
+  const InstallerRun& installed = Install(
+      Server(),
+      L"PROP_DFPRESENT=1 PROP_REPLACING=1 PROP_NODATA=1 PROP_UPGRADE_PRODUCTCODE=any DIR_EXSERVER=\"" + trap +
+          L"\" DIR_EXDATA=\"" + trapData + L"\" PROP_PREVVTDF=\"" + trapData + L"\" DATAFOLDERFOUND=\"" +
+          trapData + L"\"");
+  ExpectInstalled(installed);
+  EXPECT_EQ(DeferredActions(installed), Texts());
+  EXPECT_EQ(ReadTree(elsewhere), traps);
+  ExpectPublished(installed, {{"DIR_DATAFOLDER", server + L"\\Data\\"},
+                              {"DIR_EXSERVER", server + L"\\"},
+                              {"DIR_EXDATA", L""},
+                              {"PROP_UPGRADE", L""},
+                              {"PROP_REPLACING", L""},
+                              {"PROP_DFPRESENT", L""}});
+}
+
+TEST_F(MaintenanceTest, AnInstalledClientTakesNoFolderFromACommandLine) {
+  ASSERT_EQ(Install(Client()).exitCode, 0u);
+  WriteTree(trap, {{"osau.exe", "a program of somebody's"}});
+  const std::string key = "SOFTWARE\\Halvorstead\\Ostrel";
+  const auto folder = GetRegistryText(HKEY_LOCAL_MACHINE, key, "Folder");
+  const InstallerRun& repaired =
+      Reinstall(Client(), L"DIR_CLIENT=\"" + trap + L"\" CLIENTFOLDERFOUND=\"" + trap + L"\"");
+  EXPECT_EQ(repaired.exitCode, 0u);
+  EXPECT_EQ(repaired.Property("DIR_CLIENT"), folder);
+  // Below the programs, where nobody can make it first: the update task reads in it as SYSTEM.
+  EXPECT_EQ(repaired.Property("DIR_APPDATA"), *folder + "Update\\");
+  EXPECT_EQ(GetRegistryText(HKEY_LOCAL_MACHINE, key, "Folder"), folder);
+  EXPECT_EQ(Names(trap), Texts{"osau.exe"});
+  EXPECT_EQ(Remove(Client(), L"DIR_CLIENT=\"" + trap + L"\"").exitCode, 0u);
+  EXPECT_EQ(Names(trap), Texts{"osau.exe"});
+}
+
+// In an installation, a repair and a removal.
+TEST_F(MaintenanceTest, WithoutAnAdministratorsRightsEachRunIsRefused) {
+  for (const Package* package : {&Server(), &Client()}) {
+    SCOPED_TRACE(FromWide(package->path));
+    const std::wstring ordinary = ForOrdinaryUsers(*package);
+    const MachineState before = MachineState::Now();
+    auto expectRefused = [&](const std::wstring& arguments, const MachineState& machine) {
+      const InstallerRun& run = Msiexec("ordinary", arguments);
+      EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+      EXPECT_EQ(run.LinesWith(": RefuseNoAdministrator. Return value 0.").size(), 1u);
+      EXPECT_EQ(run.SetupLines(), Texts());
+      EXPECT_EQ(MachineState::Now().Since(machine), "") << FromWide(arguments);
+    };
+    expectRefused(L"/i \"" + ordinary + L"\" /qn ORDINARY=1", before);
+    ASSERT_EQ(Msiexec("install", L"/i \"" + ordinary + L"\" /qn").exitCode, 0u);
+    const MachineState installed = MachineState::Now();
+    expectRefused(L"/i \"" + ordinary + L"\" /qn ORDINARY=1 REINSTALL=ALL REINSTALLMODE=omus", installed);
+    expectRefused(L"/x \"" + ordinary + L"\" /qn ORDINARY=1", installed);
+    EXPECT_TRUE(package->IsInstalled());
+    EXPECT_EQ(Remove(*package).exitCode, 0u);
+  }
+}
+
+}  // namespace
+}  // namespace install
