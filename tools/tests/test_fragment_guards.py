@@ -58,17 +58,27 @@ SERVER_VARIABLES = {
 
 
 class GuardTest(unittest.TestCase):
+    @staticmethod
+    def defines(variables):
+        return "".join(f'<?define {name} = "{value}"?>\n' for name, value in dict(variables).items())
+
+    @staticmethod
+    def include(*fragments):
+        return "".join(f"<?include {name}.wxi?>\n" for name in fragments)
+
     def compile(self, fragments, defined=(), variables=None):
         """What the compiler says of a package with these fragments, in this order, and with the variables that it
         defines before them: the message that stopped it, or None. `variables` are those of its command line."""
-        defines = "".join(f'<?define {name} = "{value}"?>\n' for name, value in dict(defined).items())
-        includes = "".join(f"<?include {name}.wxi?>\n" for name in fragments)
+        return self.compile_text(self.defines(defined) + self.include(*fragments), variables)
+
+    def compile_text(self, text, variables=None):
+        """The same of a package that is this text."""
         options = [part for name, value in (VARIABLES if variables is None else variables).items()
                    for part in ("-D", f"{name}={value}")]
         with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
             source = Path(folder) / "package.wxs"
             source.write_text('<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">\n<Product>\n'
-                              f"{defines}{includes}</Product></Wix>\n", encoding="utf-8")
+                              f"{text}</Product></Wix>\n", encoding="utf-8")
             result = subprocess.run(["wixl", "-E", "-I", ROOT / "packages", *options, source], capture_output=True,
                                     text=True, check=False)
         if result.returncode == 0:
@@ -154,9 +164,26 @@ class GuardTest(unittest.TestCase):
             self.assert_stops(WITHOUT_SERVICE.format(name), ["server_replaced"], defined={name: OTHER_SERVER[name]})
 
     def test_account_of_vantor_for_another_server(self):
-        self.assert_stops("server_replaced.wxi finds vantor in the variable AccountId, which is the account of the server "
-                          "Vantor. Define another name, or a removal deletes the account of the other server.",
-                          ["server_replaced"], defined={**OTHER_SERVER, "AccountId": "vantor"})
+        for spelling in ("vantor", "Vantor", "VANTOR"):
+            self.assert_stops("server_replaced.wxi finds vantor in the variable AccountId, which is the account of the "
+                              "server Vantor. Define another name, or a removal deletes the account of the other server.",
+                              ["server_replaced"], defined={**OTHER_SERVER, "AccountId": spelling})
+
+    def test_audit_file_of_ostrel_for_another_product(self):
+        message = ("audit_file.wxi is for the client Ostrel only: it empties the audit file of that client. Leave it out of "
+                   "a package that defines ClientKey.")
+        other = {"ClientKey": "SOFTWARE\\Maker\\Agent"}
+        self.assert_stops(message, ["library", "audit_file"], defined=other)
+        self.assert_stops(message, ["library", "client_upgrade", "audit_file"], defined=other)
+        self.assert_stops(None, ["library", "client_upgrade", "audit_file"])
+        for server in ("server_replaced", "server_data_folder"):
+            self.assert_stops(f"audit_file.wxi and {server}.wxi are of two packages, one for the client and one for the "
+                              "server. Leave audit_file.wxi out of a server's.", ["library", server, "audit_file"])
+
+    def test_data_of_vantor_before_the_name_of_another_server(self):
+        fragments = self.include("library", "server_data_folder")
+        self.assertIn("server_replaced.wxi finds server_data_folder.wxi, which is for the service Vantor only",
+                      self.compile_text(fragments + self.defines(OTHER_SERVER) + self.include("server_replaced")) or "")
 
     def test_data_of_vantor_for_another_server(self):
         message = ("server_data_folder.wxi is for the service Vantor only: the library reads where that service has its "
