@@ -2,9 +2,8 @@
 // the imports.
 
 #include <stddef.h>
+#include <stdint.h>
 #include <windows.h>
-
-#include "runtime/stack_guard.h"
 
 extern "C" {
 
@@ -13,6 +12,9 @@ extern "C" {
 extern char __guard_fids_table[];
 extern char __guard_fids_count[];
 extern char __guard_flags[];
+
+/// The guard of the stack (stack_guard.cpp), which the loader chooses.
+extern uint64_t __stack_chk_guard;
 
 /// Stands in where the system does not guard calls: every target is good. On ARM64 the target is in x15 and
 /// no argument register may change.

@@ -46,16 +46,17 @@ class MaintenanceTest : public SecurityTest {
            L"ACCOUNTFOUND=vantor ACCOUNTDOMAINFOUND=. PROP_INSTALLEDSERVER=another";
   }
 
-  /// A copy of a package in which the user of a run with ORDINARY=1 is no administrator. The engine keeps it, and
-  /// repairs and removes by it what was installed by it.
+  /// A copy of a package in which the user of a run with ORDINARY=1 is no administrator. The engine keeps it,
+  /// and repairs and removes by it what was installed by it.
   std::wstring ForOrdinaryUsers(const Package& package) {
     WriteTree(elsewhere, {});
     const std::wstring copy = elsewhere + L"\\ordinary.msi";
-    ChangePackage(package.path, copy,
-                  {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Ordinary', 51, "
-                   "'AdminUser', '{}')",
-                   "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Ordinary', "
-                   "'ORDINARY', 5)"});
+    ChangePackage(
+        package.path, copy,
+        {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Ordinary', 51, "
+         "'AdminUser', '{}')",
+         "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Ordinary', "
+         "'ORDINARY', 5)"});
     return copy;
   }
 
