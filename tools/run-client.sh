@@ -85,7 +85,7 @@ tasks() { text "$story/$1.tasks" | sed 's/.*\\//' | paste -sd ' ' | grep . || pr
 # among, and below each what it wrote. What belongs into the installer's script is in the log twice: when it is
 # scheduled, and inside InstallFinalize, when it runs.
 script() {
-  local deferred='CustomAction8 CustomAction9 CustomAction10 CustomAction11 CustomAction28 CustomAction32'
+  local deferred='CustomAction8 CustomAction9 CustomAction10 CustomAction28 CustomAction32'
   text "$story/$1.log" | awk -v own="$2" -v scripted="$2 $deferred CustomAction7.Removal" '
     function among(list) { return index(" " list " ", " " name " ") }
     /^Action start .*: InstallFinalize\.$/ { isInScript = 1 }
