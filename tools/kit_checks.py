@@ -430,9 +430,17 @@ def check_paths(kit):
                 yield f"{model.name}: {name} runs as SYSTEM with {used}, of which nothing says where it comes from"
 
 
+# Deletes the markers of the conversion in a folder that others can write.
+MARKER_CALL = "CustomAction17"
+
+
 def check_strings(kit):
-    """The strings of the copy/move engine go through no links, and delete nothing."""
+    """The strings of the copy/move engine go through no links, and delete nothing; a rollback deletes no markers."""
     for fragment in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
+        for name, action in fragment.actions.items():
+            if is_library(action) and action.get("DllEntry") == MARKER_CALL and kind_of(action) == "rollback":
+                yield (f"{fragment.name}: {name} deletes files in a rollback, when others can have made the folder a link: "
+                       "leave it out")
         calls = {name for name, action in fragment.actions.items()
                  if is_library(action) and action.get("DllEntry") in ENGINE_CALLS and kind_of(action) in LATER}
         for setter, action in fragment.actions.items():

@@ -72,6 +72,13 @@ class KitSecurityTest(unittest.TestCase):
                                                       "the letter b beside o" for setter in
                                                       ("SetAsideData", "SetServerEntriesBack")))
 
+    def test_markers_that_a_rollback_deletes(self):
+        self.change(MIGRATION, '<CustomAction Id="CustomAction17.Clear" BinaryKey="hxsetup" DllEntry="CustomAction17" '
+                    'Execute="deferred"', '<CustomAction Id="CustomAction17.Clear" BinaryKey="hxsetup" '
+                    'DllEntry="CustomAction17" Execute="rollback"')
+        self.assert_found(kit_checks.check_strings, "server_migration.wxi: CustomAction17.Clear deletes files in a rollback, "
+                          "when others can have made the folder a link: leave it out")
+
     def test_path_from_nowhere(self):
         self.change(MIGRATION, 'Property="CustomAction17.Judge" Value="[DIR_DATAFOLDER]"',
                     'Property="CustomAction17.Judge" Value="[PROP_FOLDER]"')
