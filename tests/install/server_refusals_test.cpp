@@ -80,6 +80,11 @@ TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderServerInThatContainsIt) {
     for (const char* property : {"DIR_UPG", "DIR_UPG_DATA", "DIR_EXSERVER"})
       ExpectNothingMoved(InstallChanged(SetAt(place, property, "{}")), action);
   }
+  // As they are if CustomAction34 or CustomAction20 has run out of memory: the data would not be found again.
+  ExpectNothingMoved(InstallChanged(SetAt(1005, "PROP_PREVVTDF", "{}")), "RefuseNoFoldersAgain");
+  ExpectNothingMoved(InstallChanged(SetAt(1005, "DIR_UPG", "[DIR_SERVER]Vantor (previous)\\")),
+                     "RefuseNoFoldersAgain");
+  ExpectNothingMoved(InstallChanged(SetAt(699, "DIR_UPG_DATA", "[PROP_PREVVTDF]")), "RefuseNoFolders");
 }
 
 TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderDataInThatContainsThem) {
