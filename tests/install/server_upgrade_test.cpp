@@ -113,7 +113,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   WriteTree(outsideData, OlderData("1"));
   SetDataSetting(outsideData);
 
-  // A conversion that fails, and a judge that does not clean up behind it: the rollback does.
+  // A conversion that fails, and a judge that looks elsewhere: what the converter left stays in the copy.
   Tree older = OlderData("9");
   older["dbcon.log"] = "no marker";
   older["locked.dat"] = "read-only";
@@ -129,7 +129,9 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   ASSERT_NE(failed.Property("DIR_UPG_DATA"), "");
   // All is back in its place, and what had been copied there is beside it: nothing is deleted in a rollback.
   EXPECT_EQ(ReadTree(outsideData), older);
-  EXPECT_EQ(ReadTree(elsewhere + L"\\" + ToWide(NameWithTime(elsewhere, "Data"))), older);
+  Tree copied = older;
+  copied["dbcon_failed.txt"] = "The data are in a format that cannot be converted.\r\n";
+  EXPECT_EQ(ReadTree(elsewhere + L"\\" + ToWide(NameWithTime(elsewhere, "Data"))), copied);
   EXPECT_FALSE(FileExists(ToWide(failed.Property("DIR_UPG_DATA")) + L"."));
   EXPECT_EQ(ReadTree(server), OlderProgram());
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
