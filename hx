@@ -4,8 +4,8 @@
 # shellcheck disable=SC2317  # the commands' functions are called by the name on the command line
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
+# shellcheck source=tools/setup/setup.sh
+. tools/setup/setup.sh
 
 processors=(x64 arm64)
 levels=(images unit actions install)
@@ -42,7 +42,7 @@ help_setup() {
   cat <<HELP
 usage: ./hx setup
 
-Installs the Debian packages of tools/packages.txt that are missing (which needs root, or sudo without a password),
+Installs the Debian packages of tools/setup/packages.txt that are missing (which needs root, or sudo without a password),
 and makes in $hxCache
 the compiler of the tests, GoogleTest, and a Windows for each processor. Takes some minutes and about 3 GB the first
 time, and a moment later on. Every other command does the part of this that it needs.
@@ -113,7 +113,7 @@ help_lint() {
   cat <<HELP
 usage: ./hx lint
 
-Checks the sources: clang-format, shellcheck, clang-tidy and the rules of the source tree (tools/lint-*). Changes
+Checks the sources: clang-format, shellcheck, clang-tidy and the rules of the source tree (tools/lint/lint-*). Changes
 nothing.
 HELP
 }
@@ -342,7 +342,7 @@ take_packages() {
   local processor
   for processor in "$@"; do
     say "making the packages for $processor"
-    python3 tools/package.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
+    python3 tools/kit/package.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
     rm -rf "build/packages/$processor"
     mkdir -p build/packages
     cp -a "$runFolder/packages/$processor" build/packages/
@@ -411,13 +411,13 @@ repeat_failed() {
     for preset in "$processor" "$processor-checked"; do
       folder=$runFolder/artifacts/$level-$preset${part:+-$part}
       [[ -f $folder/status ]] || continue
-      failed=$(tools/repeated-tests.py failed "$folder/results.xml")
+      failed=$(tools/testing/repeated-tests.py failed "$folder/results.xml")
       [[ -n $failed ]] || continue
       say "$level tests on $processor: these failed, maybe with the emulator; again: $failed"
       HX_LANE=$lane HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
       run_program "$processor" "$level" "$preset" "$failed" "${part:+-$part}-again"
       close_windows
-      tools/repeated-tests.py merge "$folder/results.xml" "$folder-again/results.xml" || return
+      tools/testing/repeated-tests.py merge "$folder/results.xml" "$folder-again/results.xml" || return
       # The second run's results are in the first one's now.
       mv "$folder-again/status" "$folder/status"
     done
@@ -427,9 +427,9 @@ repeat_failed() {
 # The images level reads the libraries as files and needs no Windows. With them go the page that explains their texts,
 # and the tests of the checks.
 run_images() {
-  run_script images tools/check-images.py "$@"
-  run_script texts tools/check-texts.py "$@"
-  run_script tools -m unittest discover --start-directory tools/tests
+  run_script images tools/images/check-images.py "$@"
+  run_script texts tools/texts/check-texts.py "$@"
+  run_script tools -m unittest discover tools
 }
 
 # run_script NAME PYTHON-ARGUMENTS...: a script that prints its results.
@@ -449,7 +449,7 @@ run_checks_of_runs() {
   local processor folders
   for processor in "${processors[@]}"; do
     folders=("$runFolder/artifacts/install-$processor"{,-others,-servers}{,-again})
-    run_script "runs-$processor" tools/check-runs.py ${chosenTests:+--some} "${folders[@]}"
+    run_script "runs-$processor" tools/kit/check-runs.py ${chosenTests:+--some} "${folders[@]}"
   done
 }
 
@@ -514,7 +514,7 @@ test_command() {
   done
   [[ " ${chosen[*]} " != *" install "* ]] || run_checks_of_runs
   keep_artifacts
-  python3 tools/test-summary.py "$failed" "$runFolder/artifacts"
+  python3 tools/testing/test-summary.py "$failed" "$runFolder/artifacts"
 }
 
 # What the run left for its reader goes to build/artifacts, folder by folder.
@@ -545,7 +545,7 @@ run() {
   need_packages
   with_build_lock take_build arm64 x64
   need_windows arm64
-  HX_RUN_FOLDER=$runFolder tools/run.sh
+  HX_RUN_FOLDER=$runFolder tools/demonstration/run.sh
 }
 
 take_bench() {
@@ -577,14 +577,14 @@ dist() {
   [[ $# -eq 0 || -z ${HX_SIGN_TIMESTAMP-} ]] || die "no two releases with a time stamp are the same"
   need_packages
   # Before the work, and once more with it.
-  python3 tools/dist.py --check || exit 1
+  python3 tools/release/dist.py --check || exit 1
   with_build_lock take_build arm64 x64
-  python3 tools/check-images.py "$runFolder/arm64" "$runFolder/x64" >"$runFolder/images.txt" || {
+  python3 tools/images/check-images.py "$runFolder/arm64" "$runFolder/x64" >"$runFolder/images.txt" || {
     cat "$runFolder/images.txt" >&2
     die "these libraries cannot be released"
   }
   [[ -n ${HX_SIGN_PKCS12-}${HX_SIGN_CERTIFICATE-} ]] || say "the libraries are not signed"
-  python3 tools/dist.py "$runFolder" build/dist
+  python3 tools/release/dist.py "$runFolder" build/dist
   [[ $# -gt 0 ]] || return 0
   say "making the same release in another folder"
   git clone -q . "$second"
@@ -601,16 +601,16 @@ lint() {
   mapfile -t files < <(find src tests bench packages -name '*.cpp' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
   say "shellcheck"
-  shellcheck -x hx tools/*.sh || failed=1
+  shellcheck -x hx tools/*/*.sh || failed=1
   say "clang-tidy"
   mapfile -t files < <(find src packages -name '*.cpp' | sort)
   # What it found goes to its output; the rest is counts.
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||
     failed=1
-  for check in tools/lint-*; do
+  for check in tools/lint/lint-*; do
     [[ -x $check ]] || continue
-    say "${check#tools/}"
+    say "${check##*/}"
     "$check" || failed=1
   done
   [[ $failed -eq 0 ]] || die "lint found something"

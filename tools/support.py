@@ -9,14 +9,14 @@ import unittest
 from pathlib import Path
 from unittest import mock
 
-TOOLS = Path(__file__).resolve().parent.parent
+TOOLS = Path(__file__).resolve().parent
 
 
 def load_script(name):
     """The script tools/`name` as a module."""
     sys.path.insert(0, str(TOOLS))
     try:
-        spec = importlib.util.spec_from_file_location(name.replace("-", "_").removesuffix(".py"), TOOLS / name)
+        spec = importlib.util.spec_from_file_location(Path(name).stem.replace("-", "_"), TOOLS / name)
         module = importlib.util.module_from_spec(spec)
         spec.loader.exec_module(module)
         return module

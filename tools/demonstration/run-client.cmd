@@ -1,5 +1,5 @@
 @echo off
-rem What tools/run-client.sh does inside Windows; see there. Z:\run\client takes the outputs.
+rem What tools/demonstration/run-client.sh does inside Windows; see there. Z:\run\client takes the outputs.
 set story=Z:\run\client
 set packages=Z:\run\packages\arm64
 set stand-in=Z:\run\arm64\agent.exe

@@ -1,15 +1,15 @@
 #!/bin/bash
 # The upgrade of a client that is in use on the ARM64 Windows, told from the machine's state before and after, the
 # installer's own log, and what the client's programs record of what is done to them.
-# tools/run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/agent.exe and packages/arm64.
+# run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/agent.exe and packages/arm64.
 #
 # The older client's service runs, and so do an agent of it, an agent of another folder, a tool that closes when it is
 # asked to, and a network tool that refuses the first time. Then the next version is installed over it.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
-. tools/story.sh
+cd "$(dirname "$0")/../.."
+# shellcheck source=tools/setup/setup.sh
+. tools/setup/setup.sh
+. tools/demonstration/story.sh
 
 runFolder=${HX_RUN_FOLDER:?is the folder of the run}
 story=$runFolder/client

@@ -1,5 +1,5 @@
 @echo off
-rem What tools/run-server.sh does inside Windows; see there. Z:\run\server has the data and takes the outputs.
+rem What tools/demonstration/run-server.sh does inside Windows; see there. Z:\run\server has the data and takes the outputs.
 set story=Z:\run\server
 set packages=Z:\run\packages\arm64
 set maker=%ProgramFiles%\Halvorstead

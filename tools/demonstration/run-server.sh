@@ -1,23 +1,23 @@
 #!/bin/bash
 # The upgrade of a server on the ARM64 Windows, and its life with an account of its own, told from the folders, the
 # installer's own log and the registry.
-# tools/run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds packages/arm64.
+# run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds packages/arm64.
 #
 # The older server's programs are on drive C:. Its data are elsewhere, in a folder that is seen here as well: so it
 # is this system that counts and compares them before and after, and not the library under its own eyes.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-# shellcheck source=tools/setup.sh
-. tools/setup.sh
-# shellcheck source=tools/story.sh
-. tools/story.sh
+cd "$(dirname "$0")/../.."
+# shellcheck source=tools/setup/setup.sh
+. tools/setup/setup.sh
+# shellcheck source=tools/demonstration/story.sh
+. tools/demonstration/story.sh
 
 runFolder=${HX_RUN_FOLDER:?is the folder of the run}
 story=$runFolder/server
 store=$story/store
 
 text() { tr -d '\r' <"$1"; }
-summary() { tools/server-tree.py show "$1"; }
+summary() { tools/demonstration/server-tree.py show "$1"; }
 
 make_data() {
   say "making the data of an older server"
@@ -26,9 +26,9 @@ make_data() {
   # What is in the folder inherits what its owner may do, and that others may do nothing.
   chmod 700 "$story/private"
   chmod 755 "$story/private/Data"
-  tools/server-tree.py make "$store/Data"
+  tools/demonstration/server-tree.py make "$store/Data"
   before=$(summary "$store/Data")
-  names=$(tools/server-tree.py names "$store/Data")
+  names=$(tools/demonstration/server-tree.py names "$store/Data")
 }
 
 in_story run-server.cmd make_data

@@ -1,5 +1,5 @@
 @echo off
-rem What tools/run.sh does inside Windows; see there. Z:\run\story has the inputs and takes the outputs.
+rem What tools/demonstration/run.sh does inside Windows; see there. Z:\run\story has the inputs and takes the outputs.
 set story=Z:\run\story
 set packages=Z:\run\packages\arm64
 set quiet=REINSTALL=ALL REINSTALLMODE=omus

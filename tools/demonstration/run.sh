@@ -1,6 +1,6 @@
 #!/bin/bash
 # The demonstration on the ARM64 Windows, told from the installer's own log, the registry and the folders, in chapters:
-# tools/run-client.sh upgrades a client that is in use; tools/run-server.sh upgrades a server and gives one an account;
+# run-client.sh upgrades a client that is in use; run-server.sh upgrades a server and gives one an account;
 # and here a client package takes over stored settings.
 # "./hx run" calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/hxsetup.dll.
 #
@@ -8,9 +8,9 @@
 # package runs four times: with no store selected and without a version of its own, which shows what stands
 # there without the actions, and once with each of the stores selected. Then it is removed.
 set -euo pipefail
-cd "$(dirname "$0")/.."
-. tools/setup.sh
-. tools/story.sh
+cd "$(dirname "$0")/../.."
+. tools/setup/setup.sh
+. tools/demonstration/story.sh
 
 runFolder=${HX_RUN_FOLDER:?is the folder of the run}
 story=$runFolder/story
@@ -53,10 +53,10 @@ done
 } | sed 's/$/\r/' >"$story/settings.reg"
 
 say "making the packages for arm64"
-python3 tools/package.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
+python3 tools/kit/package.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
 
 # Each emulated Windows has one processor: the server's gets another one.
-HX_LANE=1 tools/run-server.sh >"$runFolder/server.txt" &
+HX_LANE=1 tools/demonstration/run-server.sh >"$runFolder/server.txt" &
 server=$!
 export HX_LANE=0
 
@@ -98,7 +98,7 @@ mkdir -p build/artifacts/run
 cp "$story"/*.log build/artifacts/run/
 say "the verbose logs are in build/artifacts/run"
 
-tools/run-client.sh >"$runFolder/client.txt"
+tools/demonstration/run-client.sh >"$runFolder/client.txt"
 status=0
 wait "$server" || status=$?
 cat "$runFolder/client.txt"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The data of a server, for the demonstration: tools/server-tree.py make|show|names FOLDER
+"""The data of a server, for the demonstration: tools/demonstration/server-tree.py make|show|names FOLDER
 
 make  fills FOLDER with an older server's data: some thousands of files in nested folders, among them long names,
       names outside ASCII, names that look like those of the 8.3 form, empty files and empty folders. Always the same.

@@ -5,22 +5,23 @@
 # Seconds after which an installer that has not ended never will; emulated, a story takes about 20.
 storyTimeLimit=120
 
-# in_story SCRIPT [PREPARE]: runs tools/SCRIPT inside a fresh ARM64 Windows, and before it, here, the function
+# in_story SCRIPT [PREPARE]: runs SCRIPT of this folder inside a fresh ARM64 Windows, and before it, here, the function
 # PREPARE. Under emulation the process in which the installer runs the actions now and then dies while it starts,
 # and the installer then waits for it for ever: the story begins again.
 in_story() {
   local script=$1 prepare=${2:-true} status attempt
   for attempt in 1 2 3; do
     "$prepare"
-    say "starting the ARM64 Windows for tools/$script"
+    say "starting the ARM64 Windows for $script"
     status=0
     timeout --foreground "$storyTimeLimit" \
-      tools/windows.sh arm64 --folder "${runFolder:?}" -- wine64 cmd /c "Z:\\hx\\tools\\$script" </dev/null |
+      tools/windows/windows.sh arm64 --folder "${runFolder:?}" -- \
+      wine64 cmd /c "Z:\\hx\\tools\\demonstration\\$script" </dev/null |
       while IFS= read -r line; do say "${line%$'\r'}"; done || status=$?
     [[ $status -eq 124 && $attempt -lt 3 ]] || break
     say "the installer did not come to an end within $storyTimeLimit seconds; starting again"
   done
-  [[ $status -eq 0 ]] || die "tools/$script failed in Windows (status $status)"
+  [[ $status -eq 0 ]] || die "$script failed in Windows (status $status)"
 }
 
 # The story's headings.

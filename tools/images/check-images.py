@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that hxsetup.dll of each given folder is the image that it must be.
 
-    tools/check-images.py [--project ROOT] FOLDER...
+    tools/images/check-images.py [--project ROOT] FOLDER...
 
 A folder is named after its processor (arm64..., x64...) and holds hxsetup.dll and hxsetup.pdb. Prints one
 line a check ("ok NAME" or "FAILED NAME: reason") and the count; the exit code is 1 when a check failed.
@@ -15,7 +15,8 @@ import struct
 import sys
 from pathlib import Path
 
-from image_facts import (DATABASE, LIBRARY, Image, Node, number_of, parse_readobj, parse_version_resource,
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from images.image_facts import (DATABASE, LIBRARY, Image, Node, number_of, parse_readobj, parse_version_resource,
                          read_definition_file, run, why_not_leaf)
 
 # The same objects with everything kept. An import that only it has is not dead: operations need it that no
@@ -346,7 +347,7 @@ CHECKS = {
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parent.parent)
+    parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parents[2])
     parser.add_argument("folders", type=Path, nargs="+", metavar="FOLDER")
     arguments = parser.parse_args()
 

@@ -15,7 +15,7 @@ from unittest import mock
 from support import TOOLS, load_script
 
 PROJECT = TOOLS.parent
-check_images = load_script("check-images.py")
+check_images = load_script("images/check-images.py")
 
 TRIPLES = {"arm64": "aarch64-w64-windows-gnu", "x64": "x86_64-w64-windows-gnu"}
 MACHINES = {"arm64": "arm64", "x64": "i386:x86-64"}

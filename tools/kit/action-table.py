@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Ties the entry points, the fragments in packages/ and the pages together.
 
-    tools/action-table.py [--write] [ROOT]
+    tools/kit/action-table.py [--write] [ROOT]
 
 Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md and the
 examples of docs/actions.md are what the fragments say. Such a part is between "<!-- generated: NAME -->" and "<!-- end
@@ -14,12 +14,13 @@ import sys
 import textwrap
 from pathlib import Path
 
-from action_examples import examples_findings
-from installer_run import names_in, run_sequence
-from kit_checks import (ENGINE, LATER, NOT_SECURE, PAIRS, always_forgotten, findings, forgetters, is_library, kind_of,
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from kit.action_examples import examples_findings
+from kit.installer_run import names_in, run_sequence
+from kit.kit_checks import (ENGINE, LATER, NOT_SECURE, PAIRS, always_forgotten, findings, forgetters, is_library, kind_of,
                         read_kit, reads_data, used_in)
-from package_facts import PUBLIC, VARIABLE, named_in
-from package_runs import ANSWERS, SCENARIOS, STANDARD
+from kit.package_facts import PUBLIC, VARIABLE, named_in
+from kit.package_runs import ANSWERS, SCENARIOS, STANDARD
 
 GUIDE = "docs/authoring.md"
 PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
@@ -307,7 +308,7 @@ def guide_findings(kit, write):
     elif new != page:
         for (_, name, old, _), (*_, now, _) in zip(PART.findall(page), PART.findall(new)):
             if old != now:
-                yield f"{GUIDE}: the part {name} is out of date: run tools/action-table.py --write"
+                yield f"{GUIDE}: the part {name} is out of date: run tools/kit/action-table.py --write"
     for _, part, text, _ in PART.findall(new):
         for name in re.findall(r"^\| `([\w.]+)` \|.*\|  \|$", text, re.MULTILINE) if part in SAID else ():
             yield f"{GUIDE}: nothing is said of {SAID[part]} {name}"
@@ -315,7 +316,7 @@ def guide_findings(kit, write):
 
 def main():
     arguments = [argument for argument in sys.argv[1:] if argument not in ("--write", "--check")]
-    root = Path(arguments[0] if arguments else Path(__file__).resolve().parent.parent)
+    root = Path(arguments[0] if arguments else Path(__file__).resolve().parents[2])
     kit = read_kit(root)
     write = "--write" in sys.argv
     found = [*findings(kit, SCENARIOS), *guide_findings(kit, write), *examples_findings(kit, root, write)]

@@ -73,7 +73,7 @@ def examples_findings(kit, root, write):
     if write:
         path.write_text(new, encoding="utf-8")
         return []
-    return [f"{PAGE}: the example '{old[1]}' is not what the fragments have: tools/action-table.py --write"
+    return [f"{PAGE}: the example '{old[1]}' is not what the fragments have: tools/kit/action-table.py --write"
             for old, after in zip(PART.findall(page), PART.findall(new)) if old != after]
 
 

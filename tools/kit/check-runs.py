@@ -20,13 +20,14 @@ import tempfile
 from collections import namedtuple
 from pathlib import Path
 
-from guide_examples import MODELS, examples
-from installer_run import holds, run_sequence
-from kit_checks import LATER, kind_of
-from package_facts import Model, Row, read_fragments, read_models
-from package_runs import ANSWERS, KEPT, SCENARIOS, STANDARD
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from kit.guide_examples import MODELS, examples
+from kit.installer_run import holds, run_sequence
+from kit.kit_checks import LATER, kind_of
+from kit.package_facts import Model, Row, read_fragments, read_models
+from kit.package_runs import ANSWERS, KEPT, SCENARIOS, STANDARD
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 
 # One run of the engine. `package` is a model's name in packages/, or of an example of the guide; `scenario` the one of
 # the pictures; `log` the log's name without its ending; `options` whether the scenario's options were used. `unlike` is

@@ -4,7 +4,7 @@ tests."""
 import re
 from pathlib import Path
 
-GUIDE = Path(__file__).resolve().parent.parent / "docs/authoring.md"
+GUIDE = Path(__file__).resolve().parents[2] / "docs/authoring.md"
 
 # What the examples take from beside their source.
 FILES = {

@@ -5,11 +5,11 @@ import re
 import xml.etree.ElementTree as ElementTree
 from collections import namedtuple
 
-from entry_points import LIST, PAGE, headings, listed
-from installer_run import APP_SEARCH, names_in, run_sequence
-from package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variable, named_in, read_code_properties,
+from kit.installer_run import APP_SEARCH, names_in, run_sequence
+from kit.package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variable, named_in, read_code_properties,
                            read_fragments, read_jobs, read_mentions, read_models, read_notices, read_sections)
-from package_runs import ANSWERS
+from kit.package_runs import ANSWERS
+from lint.entry_points import LIST, PAGE, headings, listed
 
 # Who installs and who removes the same thing: a fragment has both or neither.
 PAIRS = [("CustomAction5", "CustomAction19"), ("CustomAction6", "CustomAction7"), ("CustomAction9", "CustomAction10"),

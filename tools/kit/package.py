@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the installer packages of one processor: tools/package.py arm64|x64 [LIBRARY [FOLDER]]
+"""Makes the installer packages of one processor: tools/kit/package.py arm64|x64 [LIBRARY [FOLDER]]
 
 LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be the stand-ins agent.exe
 (the programs) and ostrack.dll (the tracking library), and witness.dll, which looks around for tests and demonstration.
@@ -34,9 +34,10 @@ import uuid
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
-from guide_examples import FILES, examples
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from kit.guide_examples import FILES, examples
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
 
 # What the engine calls the processor in a package's template, and people in a version's text.
@@ -82,7 +83,7 @@ EXIT_SEQUENCE = {"success": -1, "cancel": -2, "error": -3, "suspend": -4}
 
 
 def fail(text):
-    sys.exit(f"tools/package.py: {text}")
+    sys.exit(f"tools/kit/package.py: {text}")
 
 
 def run(*command, cwd=None):
@@ -105,7 +106,8 @@ def query(package, sql):
 
 def export(package, table):
     """The rows of a table, each a list of its fields."""
-    lines = run("msiinfo", "export", package, table).splitlines()
+    # The streams of a table go into the current folder.
+    lines = run("msiinfo", "export", package.resolve(), table, cwd=package.parent).splitlines()
     return [line.split("\t") for line in lines[3:]]
 
 

@@ -9,7 +9,7 @@ import re
 import xml.etree.ElementTree as ElementTree
 from collections import namedtuple
 
-from entry_points import NAME, PAGE, page_lines
+from lint.entry_points import NAME, PAGE, page_lines
 
 # What docs/actions.md says of one entry point: the names in the rows "Reads" and "Writes" of its section.
 Section = namedtuple("Section", "reads writes")

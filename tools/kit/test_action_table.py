@@ -99,7 +99,7 @@ TASK_TEXT = fragment(
 
 
 class KitTest(TreeTest):
-    script = "action-table.py"
+    script = "kit/action-table.py"
 
     def setUp(self):
         super().setUp()

@@ -8,9 +8,9 @@ from pathlib import Path
 from support import TOOLS, TreeTest, load_script
 
 ROOT = TOOLS.parent
-EXAMPLES = load_script("action_examples.py")
-PACKAGE = load_script("package.py")
-CHECKS = load_script("kit_checks.py")
+EXAMPLES = load_script("kit/action_examples.py")
+PACKAGE = load_script("kit/package.py")
+CHECKS = load_script("kit/kit_checks.py")
 PAGE = ROOT / EXAMPLES.PAGE
 
 # What each example is put into: a package that the compiler takes.
@@ -138,7 +138,7 @@ class PageTest(unittest.TestCase):
 class FindingsTest(TreeTest):
     """action-table.py finds an example that is not what the fragments have, and writes it."""
 
-    script = "action-table.py"
+    script = "kit/action-table.py"
 
     FRAGMENT = """<!--
   CustomAction5, CustomAction16: the list.
@@ -201,7 +201,7 @@ class FindingsTest(TreeTest):
     def test_a_wrong_one(self):
         wrong = {name: (reads, text.replace("6620", "6610")) for name, (reads, text) in self.right().items()}
         self.assertEqual(self.findings(wrong), ([
-            "docs/actions.md: the example 'CustomAction5' is not what the fragments have: tools/action-table.py --write"],
+            "docs/actions.md: the example 'CustomAction5' is not what the fragments have: tools/kit/action-table.py --write"],
             True))
 
     def test_written(self):

@@ -11,12 +11,12 @@ from pathlib import Path
 from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
-EXAMPLES = load_script("guide_examples.py")
+EXAMPLES = load_script("kit/guide_examples.py")
 GUIDE, FILES, MODELS, examples = EXAMPLES.GUIDE, EXAMPLES.FILES, EXAMPLES.MODELS, EXAMPLES.examples
-PACKAGE = load_script("package.py")
-TABLE = load_script("action-table.py")
-CHECKS = load_script("kit_checks.py")
-FACTS = load_script("package_facts.py")
+PACKAGE = load_script("kit/package.py")
+TABLE = load_script("kit/action-table.py")
+CHECKS = load_script("kit/kit_checks.py")
+FACTS = load_script("kit/package_facts.py")
 
 # What a model has for its fragments, an example needs as well.
 NEEDED = {"RegistryValue", "ServiceInstall", "ServiceControl", "InstallServices", "RemoveExistingProducts"}
@@ -195,7 +195,7 @@ class RulesTest(unittest.TestCase):
 class TreeTest(unittest.TestCase):
     def test_the_kit_is_right(self):
         """The entry points, the fragments and the pages of this tree agree, and the guide is up to date."""
-        result = subprocess.run([TOOLS / "action-table.py"], capture_output=True, text=True, check=False)
+        result = subprocess.run([TOOLS / "kit/action-table.py"], capture_output=True, text=True, check=False)
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
 
 

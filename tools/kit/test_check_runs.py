@@ -10,7 +10,7 @@ from unittest import mock
 
 from support import TOOLS, load_script
 
-MODULE = load_script("check-runs.py")
+MODULE = load_script("kit/check-runs.py")
 PACKAGES = MODULE.read_packages()
 
 ACTIONS = {
@@ -130,7 +130,7 @@ class ProgramTest(unittest.TestCase):
         ((folder or self.root) / f"{run.log}.log").write_text(log_text(actions), encoding="cp1252")
 
     def run_program(self, *options):
-        result = subprocess.run([sys.executable, TOOLS / "check-runs.py", *options, self.root, self.again],
+        result = subprocess.run([sys.executable, TOOLS / "kit/check-runs.py", *options, self.root, self.again],
                                 capture_output=True, text=True, check=False)
         self.assertEqual(result.stderr, "")
         return result.returncode, result.stdout.splitlines()

@@ -9,7 +9,7 @@ from pathlib import Path
 from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
-FACTS = load_script("package_facts.py")
+FACTS = load_script("kit/package_facts.py")
 
 # What must come before each fragment, in an order that works.
 BEFORE = {

@@ -5,7 +5,7 @@ from collections import namedtuple
 
 from support import load_script
 
-MODULE = load_script("installer_run.py")
+MODULE = load_script("kit/installer_run.py")
 Row = namedtuple("Row", "number action condition")
 
 PROPERTIES = {"Installed": "1", "REMOVE": "all", "PATH": "C:\\Vantor\\", "FIVE": "5", "ZERO": "0"}

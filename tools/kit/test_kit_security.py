@@ -10,7 +10,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
-import kit_checks  # noqa: E402  after the path is set
+from kit import kit_checks  # noqa: E402  after the path is set
 
 MIGRATION = "packages/server_migration.wxi"
 DATA = "packages/server_data_folder.wxi"

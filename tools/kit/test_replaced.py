@@ -5,9 +5,9 @@ import unittest
 
 from support import TOOLS, load_script
 
-CHECKS = load_script("kit_checks.py")
-RUNS = load_script("package_runs.py")
-RUN = load_script("installer_run.py")
+CHECKS = load_script("kit/kit_checks.py")
+RUNS = load_script("kit/package_runs.py")
+RUN = load_script("kit/installer_run.py")
 
 
 class ReplacedTest(unittest.TestCase):

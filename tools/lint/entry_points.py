@@ -3,7 +3,7 @@ for package authors. For the scripts beside it."""
 
 import re
 
-from cpp_tokens import tokenize
+from lint.cpp_tokens import tokenize
 
 LIST = "src/frame/entry_points.def"
 PAGE = "docs/actions.md"

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that every declaration in a header has a doc comment.
 
-    tools/lint-doc-comments.py [ROOT]
+    tools/lint/lint-doc-comments.py [ROOT]
 
 Looks at the headers of src/ and tests/rig/. A declaration (function, method, type, member, enumerator,
 constant, alias, macro) is documented by "///" on the lines before it, or by "///<" behind it on its last
@@ -13,9 +13,11 @@ copying and moving, and private data. A header begins with a comment that says w
 
 import re
 import sys
+from pathlib import Path
 
-from cpp_tokens import tokenize
-from lint_report import report
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from lint.cpp_tokens import tokenize
+from lint.lint_report import report
 
 FOLDERS = ["src", "tests/rig"]
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that the list of entry points, the functions in src/ and the page for package authors agree.
 
-    tools/lint-entry-points.py [ROOT]
+    tools/lint/lint-entry-points.py [ROOT]
 
 src/frame/entry_points.def, the functions CustomActionN that are defined in src/, and docs/actions.md (a
 heading "## CustomActionN" and a row "| [CustomActionN](#customactionn) |" of its summary table) must name the
@@ -12,8 +12,9 @@ import sys
 from collections import Counter
 from pathlib import Path
 
-from entry_points import LIST, PAGE, defined, headings, listed, rows
-from lint_report import report
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from lint.entry_points import LIST, PAGE, defined, headings, listed, rows
+from lint.lint_report import report
 
 SOURCES = [
     (f"{LIST} lists", listed),

@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
 """Checks that every file in src/ includes only from its own floor or from lower ones.
 
-    tools/lint-floors.py [ROOT]
+    tools/lint/lint-floors.py [ROOT]
 
 Prints "FILE:LINE: what is wrong" for each finding; the exit code is 1 when there is one.
 """
 
 import re
 import sys
+from pathlib import Path
 
-from lint_report import report
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from lint.lint_report import report
 
 # From the ground up. Floors of the same height never include each other.
 HEIGHTS = {"runtime": 0, "util": 1, "format": 2, "frame": 3, "client": 4, "security": 4, "upgrade": 4}

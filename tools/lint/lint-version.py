@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that VERSION and CHANGELOG.md agree about the version.
 
-    tools/lint-version.py [ROOT]
+    tools/lint/lint-version.py [ROOT]
 
 VERSION holds three numbers as an installer package can have them. The newest numbered heading of CHANGELOG.md is that
 version; the numbers go down from there, and every heading has its date. Prints "FILE:LINE: what is wrong" for each
@@ -11,8 +11,10 @@ finding; the exit code is 1 when there is one.
 import datetime
 import re
 import sys
+from pathlib import Path
 
-from lint_report import report
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from lint.lint_report import report
 
 VERSION = "VERSION"
 CHANGELOG = "CHANGELOG.md"

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that no file of the project holds what must not be in it.
 
-    tools/lint-words.py [ROOT]
+    tools/lint/lint-words.py [ROOT]
 
 Every file that git tracks or would track, and its name: no marks of unfinished work, no words about how the
 text came to be, no folders of the machine that it was written on. Sources in src/: nothing of the C++ library
@@ -12,9 +12,11 @@ finding; the exit code is 1 when there is one.
 import re
 import subprocess
 import sys
+from pathlib import Path
 
-from cpp_tokens import tokenize
-from lint_report import report
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from lint.cpp_tokens import tokenize
+from lint.lint_report import report
 
 EXEMPT = {"DEVELOPERS.md"}
 

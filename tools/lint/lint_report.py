@@ -6,7 +6,7 @@ from pathlib import Path
 
 def report(findings):
     """The exit status of a lint whose function `findings` yields what it finds below a root."""
-    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parent.parent)
+    root = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).resolve().parents[2])
     found = list(findings(root))
     print("\n".join(found), end="\n" if found else "")
     return 1 if found else 0

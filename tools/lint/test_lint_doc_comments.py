@@ -4,7 +4,7 @@ import unittest
 
 from support import TreeTest, load_script
 
-lint = load_script("lint-doc-comments.py")
+lint = load_script("lint/lint-doc-comments.py")
 HEAD = "// A header.\n#pragma once\n\n"
 
 # Each is one declaration, with what is said of it when it is not documented.
@@ -181,7 +181,7 @@ class DocCommentsTest(unittest.TestCase):
 
 
 class DocCommentsTree(TreeTest):
-    script = "lint-doc-comments.py"
+    script = "lint/lint-doc-comments.py"
 
     def test_which_files(self):
         bare = HEAD + "int Count();\n"

@@ -15,7 +15,7 @@ def page(*names):
 
 
 class EntryPointsTest(TreeTest):
-    script = "lint-entry-points.py"
+    script = "lint/lint-entry-points.py"
 
     def setUp(self):
         super().setUp()

@@ -8,7 +8,7 @@ FLOORS = ["runtime", "util", "format", "frame", "client", "security", "upgrade"]
 
 
 class FloorsTest(TreeTest):
-    script = "lint-floors.py"
+    script = "lint/lint-floors.py"
 
     def setUp(self):
         super().setUp()

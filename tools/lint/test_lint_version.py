@@ -10,7 +10,7 @@ def changelog(*headings):
 
 
 class VersionTest(TreeTest):
-    script = "lint-version.py"
+    script = "lint/lint-version.py"
 
     def files(self, version, *headings):
         return {"VERSION": version, "CHANGELOG.md": changelog(*headings)}

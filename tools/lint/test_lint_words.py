@@ -11,7 +11,7 @@ WORDS = ["Par" "t 2.1", "Spec" "ification", "spec" "ification", "spec" ".md", "t
 
 
 class WordsTest(TreeTest):
-    script = "lint-words.py"
+    script = "lint/lint-words.py"
 
     def setUp(self):
         super().setUp()

@@ -10,7 +10,7 @@ from support import TOOLS
 
 class ScriptsTest(unittest.TestCase):
     def test_each_lint_runs(self):
-        scripts = sorted(TOOLS.glob("lint-*.py"))
+        scripts = sorted(TOOLS.glob("lint/lint-*.py"))
         self.assertGreaterEqual(len(scripts), 5)
         with tempfile.TemporaryDirectory(prefix="hx-lint-") as root:
             subprocess.run(["git", "init", "-q", root], check=True)

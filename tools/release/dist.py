@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the release archive: tools/dist.py --check | LIBRARIES FOLDER
+"""Makes the release archive: tools/release/dist.py --check | LIBRARIES FOLDER
 
 LIBRARIES holds, in arm64/ and x64/, hxsetup.dll, hxsetup.pdb and the stand-ins as they were built; FOLDER is where
 hxsetup-VERSION.zip and hxsetup-VERSION.zip.sha256 are left. docs/release.md says what is in the archive. --check only
@@ -25,7 +25,7 @@ import time
 import zipfile
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 NAME = "hxsetup"
 PROCESSORS = ("arm64", "x64")
 LIBRARY = f"{NAME}.dll"
@@ -190,7 +190,7 @@ def main(arguments):
             return
         archive = make_release(ROOT, Path(arguments[0]), Path(arguments[1]), os.environ)
     except Refusal as refusal:
-        sys.exit(f"tools/dist.py: {refusal}")
+        sys.exit(f"tools/release/dist.py: {refusal}")
     print((archive.parent / f"{archive.name}.sha256").read_text(encoding="utf-8"), end="")
 
 

@@ -11,13 +11,13 @@ import zipfile
 from pathlib import Path
 from unittest import mock
 
-from dist_support import PROCESSORS, STAND_INS, copy_project, open_shop, run
+from release.dist_support import PROCESSORS, STAND_INS, copy_project, open_shop, run
 from support import TOOLS, load_script
 
 PROJECT = TOOLS.parent
 VERSION = (PROJECT / "VERSION").read_text().strip()
-dist = load_script("dist.py")
-package = load_script("package.py")
+dist = load_script("release/dist.py")
+package = load_script("kit/package.py")
 
 # A project with one file of each kind; what is not released is marked.
 TINY = {
@@ -63,15 +63,15 @@ class DistTest(unittest.TestCase):
         for path, text in {**TINY, **(files or {})}.items():
             (project / path).parent.mkdir(parents=True, exist_ok=True)
             (project / path).write_text(text)
-        (project / "tools").mkdir()
-        shutil.copy(TOOLS / "dist.py", project / "tools")
+        (project / "tools/release").mkdir(parents=True)
+        shutil.copy(TOOLS / "release/dist.py", project / "tools/release")
         self.git(project, "init", "-q")
         self.git(project, "add", "-A")
         self.git(project, "commit", "-q", "-m", "Everything")
         return project
 
     def dist(self, project, *arguments, check=True, **options):
-        return run(project / "tools/dist.py", *arguments, check=check, **options)
+        return run(project / "tools/release/dist.py", *arguments, check=check, **options)
 
     def unpack(self, archive):
         target = self.folder / "unpacked"
@@ -266,14 +266,14 @@ class Refused(DistTest):
 
     def test_certificate_that_is_not_there(self):
         project = self.project()
-        self.assert_refused(project, "HX_SIGN_PKCS12 is not the absolute path", env={"HX_SIGN_PKCS12": "tools/dist.py"})
+        self.assert_refused(project, "HX_SIGN_PKCS12 is not the absolute path", env={"HX_SIGN_PKCS12": "tools/release/dist.py"})
         self.assert_refused(project, "HX_SIGN_PKCS12 is not the absolute path", env={"HX_SIGN_PKCS12": "/none.p12"})
 
     def test_wrong_usage(self):
         for arguments in ([], ["--checks"], ["a", "b", "c"]):
             result = self.dist(self.project(f"tiny{len(arguments)}"), *arguments, check=False)
             self.assertEqual(result.returncode, 1)
-            self.assertIn("tools/dist.py --check | LIBRARIES FOLDER", result.stderr)
+            self.assertIn("tools/release/dist.py --check | LIBRARIES FOLDER", result.stderr)
 
 
 if __name__ == "__main__":

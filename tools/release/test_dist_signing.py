@@ -11,11 +11,11 @@ import unittest
 import zipfile
 from pathlib import Path
 
-from dist_support import PROCESSORS, copy_project, open_shop, run
+from release.dist_support import PROCESSORS, copy_project, open_shop, run
 from support import TOOLS, load_script
 
 PROJECT = TOOLS.parent
-dist = load_script("dist.py")
+dist = load_script("release/dist.py")
 PASSWORD = "throw-away phrase"
 MOMENT = 1763717001
 
@@ -184,7 +184,7 @@ class Signing(unittest.TestCase):
         command = shlex.join([sys.executable, "-B", "-c", code, *map(str, arguments)])
         # At a terminal, where it could ask, and would wait.
         result = run("timeout", "20", "script", "--quiet", "--return", "--command", command, "/dev/null",
-                     env={"PYTHONPATH": str(TOOLS)}, check=False)
+                     env={"PYTHONPATH": str(TOOLS / "release")}, check=False)
         self.assertIn("could not be signed", result.stdout)
         self.assertNotEqual(result.returncode, 0)
 

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# What ./hx and tools/windows.sh share: finding or making everything that a command needs. Sourced, not run.
+# What ./hx and tools/windows/windows.sh share: finding or making everything that a command needs. Sourced, not run.
 #
 # All that is large lies in the user's cache, one folder per thing, named after the thing and a hash of all
 # that it was made from. It is made in a folder beside and renamed into place under a lock, so that a
 # folder with its final name is always whole, whoever else is at work and whatever was interrupted.
 
-hxRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+hxRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 hxCache=${XDG_CACHE_HOME:-$HOME/.cache}/hxsetup
 wineSuite=trixie
 # libc-bin holds the locale without which file names beyond ASCII do not work.
@@ -19,12 +19,12 @@ die() {
 
 # ---- Debian packages
 
-# Installs what is missing of tools/packages.txt; without the right to, says what is missing and stops.
+# Installs what is missing of tools/setup/packages.txt; without the right to, says what is missing and stops.
 need_packages() {
   local wanted=() missing=() installed name
   while read -r name _; do
     [[ -z $name || $name == \#* ]] || wanted+=("$name")
-  done <"$hxRoot/tools/packages.txt"
+  done <"$hxRoot/tools/setup/packages.txt"
   installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${wanted[@]}" 2>/dev/null || true)
   for name in "${wanted[@]}"; do
     grep -qx "installed $name" <<<"$installed" || missing+=("$name")
@@ -79,7 +79,7 @@ cache_entry() {
     mkdir "$new"
     # A shell of its own, because in this one "set -e" may be off. The maker must not pass the lock on. Its
     # output is shown only where it fails.
-    "$BASH" -euo pipefail -c "source \"\$0\"; \"\$@\"" "$hxRoot/tools/setup.sh" "$maker" "$new" "$@" \
+    "$BASH" -euo pipefail -c "source \"\$0\"; \"\$@\"" "$hxRoot/tools/setup/setup.sh" "$maker" "$new" "$@" \
       {lock}>&- >"$new.log" 2>&1 || status=$?
     if [[ $status -ne 0 ]]; then
       tail -n 30 "$new.log" >&2
@@ -177,7 +177,7 @@ make_wine_prefix() {
   [[ $processor == x64 ]] && builtin=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows ||
     builtin=/usr/lib/aarch64-linux-gnu/wine/aarch64-windows
   mkdir -p "$folder"/windows/{prefix,home}
-  "$hxRoot/tools/windows-session.sh" "$processor" "$treeFolder/tree" "$folder/windows" --make
+  "$hxRoot/tools/windows/session.sh" "$processor" "$treeFolder/tree" "$folder/windows" --make
   while IFS= read -r -d '' file; do
     original=$builtin/${file##*/}
     ! cmp -s "$file" "$treeFolder/tree$original" || ln -sf "$original" "$file"
@@ -203,15 +203,15 @@ need_rights() {
 
 # Sets wineTree and winePrefix to the file tree and the pristine prefix for PROCESSOR.
 need_windows() {
-  local processor=$1 recorded=$hxRoot/tools/wine-$1.txt
+  local processor=$1 recorded=$hxRoot/tools/setup/wine-$1.txt
   need_rights "$processor"
   cache_entry "wine-$processor" "making a file tree with Wine for $processor (about 40 seconds, 1 GB)" \
     make_wine_tree "$processor" "$wineSuite" "$winePackages" "$(<"$recorded")"
   wineTree=$entry
   [[ -z $entryMade ]] || cmp -s "$wineTree/packages" "$recorded" ||
-    say "note: Debian has other versions now than those in tools/${recorded##*/}: see $wineTree/packages"
+    say "note: Debian has other versions now than those in tools/setup/${recorded##*/}: see $wineTree/packages"
   cache_entry "prefix-$processor" "starting Windows for $processor for the first time" \
-    make_wine_prefix "$processor" "$wineTree" "$(<"$hxRoot/tools/windows-session.sh")"
+    make_wine_prefix "$processor" "$wineTree" "$(<"$hxRoot/tools/windows/session.sh")"
   winePrefix=$entry
 }
 
@@ -225,7 +225,7 @@ open_windows() {
   exec {out}>&1
   coproc WINDOWS {
     HX_PROJECT=$hxRoot HX_RUN_FOLDER=$folder \
-      exec "$hxRoot/tools/windows-session.sh" "$processor" "$wineTree/tree" "$winePrefix/windows" --serve \
+      exec "$hxRoot/tools/windows/session.sh" "$processor" "$wineTree/tree" "$winePrefix/windows" --serve \
       3>&1 >&"$out" {out}>&-
   }
   exec {out}>&-

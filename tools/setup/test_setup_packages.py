@@ -1,4 +1,4 @@
-"""tools/packages.txt names the Debian package of each command that hx and its scripts run, but for those that every
+"""tools/setup/packages.txt names the Debian package of each command that hx and its scripts run, but for those that every
 Debian has: on a machine with nothing but these, the set-up installs all the rest."""
 
 import re
@@ -65,9 +65,9 @@ class PackagesTest(unittest.TestCase):
     def test_each_command_has_its_package(self):
         essential = {line.split()[0] for line in query("${Package} ${Essential}\n") if line.endswith(" yes")} | ALWAYS
         self.assertIn("util-linux", essential)
-        listed = {line.split()[0] for line in (TOOLS / "packages.txt").read_text(encoding="utf-8").splitlines()
+        listed = {line.split()[0] for line in (TOOLS / "setup/packages.txt").read_text(encoding="utf-8").splitlines()
                   if line and not line.startswith("#")}
-        scripts = (ROOT / "hx", *sorted(TOOLS.glob("*.sh")))
+        scripts = (ROOT / "hx", *sorted(TOOLS.glob("*/*.sh")))
         found = packages_of({each for script in scripts for each in commands(script.read_text(encoding="utf-8"))})
         needed = query("${Depends}, ${Pre-Depends}, ", *listed)
         covered = essential | listed | set(re.findall(r"(?:^|, )([a-z0-9.+-]+)", " ".join(needed)))
@@ -82,7 +82,7 @@ class PackagesTest(unittest.TestCase):
         self.assertEqual(missing, {})
 
     def test_the_list_is_sorted(self):
-        names = [line.split()[0] for line in (TOOLS / "packages.txt").read_text(encoding="utf-8").splitlines()
+        names = [line.split()[0] for line in (TOOLS / "setup/packages.txt").read_text(encoding="utf-8").splitlines()
                  if line and not line.startswith("#")]
         self.assertEqual(names, sorted(set(names)))
 

@@ -22,13 +22,13 @@ class CommandLineTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.home = Path(folder.name)
         self.project = self.home / "project"
-        (self.project / "tools").mkdir(parents=True)
+        (self.project / "tools/setup").mkdir(parents=True)
         (self.project / "build").mkdir()
         (self.project / "build/kept").write_text("kept\n", encoding="utf-8")
         shutil.copy(ROOT / "hx", self.project)
-        shutil.copy(TOOLS / "setup.sh", self.project / "tools")
+        shutil.copy(TOOLS / "setup/setup.sh", self.project / "tools/setup")
         # A package that no machine has: a command that begins its set-up stops at it.
-        (self.project / "tools/packages.txt").write_text("hx-no-such-package 1\n", encoding="utf-8")
+        (self.project / "tools/setup/packages.txt").write_text("hx-no-such-package 1\n", encoding="utf-8")
         self.before = self.state()
 
     def state(self):
@@ -125,10 +125,10 @@ class RightCommandsTest(unittest.TestCase):
     def test_they_begin(self):
         with tempfile.TemporaryDirectory(prefix="hx-front-") as folder:
             project = Path(folder) / "project"
-            (project / "tools").mkdir(parents=True)
+            (project / "tools/setup").mkdir(parents=True)
             shutil.copy(ROOT / "hx", project)
             # Stands for the set-up, and stops where that begins.
-            (project / "tools/setup.sh").write_text(
+            (project / "tools/setup/setup.sh").write_text(
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["run"], ["bench"],

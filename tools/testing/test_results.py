@@ -38,7 +38,7 @@ class ResultsTest(unittest.TestCase):
         return self.root / folder / "results.xml"
 
     def run_script(self, name, *arguments):
-        return subprocess.run([sys.executable, TOOLS / name, *map(str, arguments)], capture_output=True, text=True)
+        return subprocess.run([sys.executable, TOOLS / "testing" / name, *map(str, arguments)], capture_output=True, text=True)
 
     def summary(self, broken=0):
         result = self.run_script("test-summary.py", broken, self.root)

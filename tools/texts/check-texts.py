@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that docs/troubleshooting.md has all that the library says, and nothing else.
 
-    tools/check-texts.py [--project ROOT] FOLDER...
+    tools/texts/check-texts.py [--project ROOT] FOLDER...
 
 Each FOLDER holds a built hxsetup.dll. The page is compared with the sources and with the texts in these
 libraries: the lines of the log and the actions that write them, the notices with the texts of their message
@@ -17,9 +17,10 @@ import sys
 from pathlib import Path
 from typing import NamedTuple
 
-from image_facts import Image
-from package_facts import DEFINE, VARIABLE
-from source_texts import Sources, strings_in
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from images.image_facts import Image
+from kit.package_facts import DEFINE, VARIABLE
+from texts.source_texts import Sources, strings_in
 
 PAGE = "docs/troubleshooting.md"
 
@@ -309,7 +310,7 @@ class Check:
         for line, texts in self.lines.items():
             if line not in found:
                 yield (f"{texts[0].file}:{texts[0].line}: '{line}' is not on the page "
-                       "(a text that is no line of the log belongs to a group of tools/check-texts.py)")
+                       "(a text that is no line of the log belongs to a group of tools/texts/check-texts.py)")
                 continue
             writers = set().union(*(self.sources.entry_points_of(text.owner) for text in texts))
             if actions_in(found[line].cells.get("Actions", "")) != writers:
@@ -481,7 +482,7 @@ def sentences(data):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parent.parent)
+    parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parents[2])
     parser.add_argument("folders", type=Path, nargs="+", metavar="FOLDER")
     arguments = parser.parse_args()
 

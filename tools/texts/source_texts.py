@@ -6,7 +6,7 @@ The sources are read as clang-format leaves them, declaration by declaration; no
 import re
 from typing import NamedTuple
 
-from cpp_tokens import tokenize
+from lint.cpp_tokens import tokenize
 
 ESCAPES = {"n": "\n", "t": "\t", "r": "\r", "0": "\0"}
 ENTRY_POINT = re.compile(r"CustomAction\d+")

@@ -8,7 +8,7 @@ from types import SimpleNamespace
 
 from support import TOOLS, load_script
 
-check_texts = load_script("check-texts.py")
+check_texts = load_script("texts/check-texts.py")
 
 OTHER_TEXTS = {
     "properties": r"PROP_\w+|ProductName",

@@ -6,7 +6,7 @@ import unittest
 from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
-CHECK = load_script("check-texts.py")
+CHECK = load_script("texts/check-texts.py")
 
 
 def pages():

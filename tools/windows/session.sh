@@ -1,5 +1,5 @@
 #!/bin/bash
-# One Windows, from its start to its end: windows-session.sh PROCESSOR TREE PRISTINE (--make | --serve)
+# One Windows, from its start to its end: tools/windows/session.sh PROCESSOR TREE PRISTINE (--make | --serve)
 #
 # --make   fills the folder PRISTINE with a new prefix.
 # --serve  runs the commands that arrive on standard input, one line each, quoted as by printf %q, and writes

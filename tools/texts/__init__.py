@@ -1,0 +1,1 @@
+"""The texts of the sources against the pages that explain them."""
