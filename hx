@@ -11,7 +11,7 @@ processors=(x64 arm64)
 levels=(images unit actions install)
 
 # The commands, in the order of the help, and the options that each takes beside --help.
-commands=(setup build test run bench dist lint clean help)
+commands=(setup build test check run bench dist lint clean help)
 declare -A optionsOf=([test]=--only [dist]=--verify [clean]=--cache)
 
 help_overview() {
@@ -23,12 +23,13 @@ usage: ./hx COMMAND
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
        --only x64         leave ARM64 out (or x64: --only arm64)
+  check                   the checks of files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   bench [full]            the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
   dist                    the release archive build/dist/hxsetup-VERSION.zip; signs where HX_SIGN_PKCS12 (or
                           HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
        --verify           make it again elsewhere, from a fresh clone, and compare
-  lint                    formatting, static checks, the rules of the source tree
+  lint                    "check", and formatting and static checks of the sources
   clean                   remove build/; with --cache also what setup made
   help [COMMAND]          this text, or what one command does; so does ./hx COMMAND --help
 
@@ -62,11 +63,12 @@ help_test() {
   cat <<HELP
 usage: ./hx test [LEVEL] [FILTER] [--only x64|arm64]
 
-Builds everything and runs the tests on both processors. Ends with a line such as "6454 passed, 0 failed", and with
-status 0 if none failed. What the tests leave is in build/artifacts.
+Builds what the tests need and runs them on both processors. Says at the end how many tests there are and which passed only
+when they were run again; the last line is such as "6454 passed, 0 failed", and the status is 0 if none failed. What the
+tests leave is in build/artifacts.
 
   LEVEL      only one level:
-               images    the DLL files, the pages and the tools; needs no Windows
+               images    the checks of files (./hx check), the DLL files and the tools; needs no Windows
                unit      the internal operations
                actions   the exported entry points in a rigged Windows
                install   packages, installed, upgraded and removed
@@ -74,6 +76,16 @@ status 0 if none failed. What the tests leave is in build/artifacts.
   --only P   only on the processor P: x64 or arm64
 
 docs/testing.md describes the levels.
+HELP
+}
+
+help_check() {
+  cat <<HELP
+usage: ./hx check
+
+Runs all checks of files in seconds: the rules of the source tree (tools/lint), the links of the pages, the texts of the
+sources against the pages, the entry points, the fragments and the pages against each other. Compiles nothing. The libraries
+of build/ are checked too, if they are there and not older than their sources. ./hx lint and ./hx test images run it as well.
 HELP
 }
 
@@ -113,8 +125,7 @@ help_lint() {
   cat <<HELP
 usage: ./hx lint
 
-Checks the sources: clang-format, shellcheck, clang-tidy and the rules of the source tree (tools/lint/lint-*). Changes
-nothing.
+Checks the sources: clang-format, shellcheck, clang-tidy, and all that ./hx check does. Changes nothing.
 HELP
 }
 
@@ -292,24 +303,26 @@ with_build_lock() {
 
 # build_preset PRESET [TARGET...]: configures where that is needed, and builds.
 build_preset() {
-  local preset=$1 options=() log=build/$1.log
+  local preset=$1 settings=() options=() log=build/$1.log
   shift
   if [[ $preset == *-tests ]]; then
     need_test_tools "${preset%-tests}"
-    options=(-DHX_TEST_TOOLS="$testTools")
+    settings=(-DHX_TEST_TOOLS="$testTools")
     # A compiler that changed makes a build folder worthless.
     grep -qsFx "HX_TEST_TOOLS:UNINITIALIZED=$testTools" "build/$preset/CMakeCache.txt" || rm -rf "build/$preset"
   fi
   if [[ ! -f build/$preset/build.ninja || CMakePresets.json -nt build/$preset/build.ninja ]]; then
     say "configuring $preset"
-    cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || {
+    cmake --preset "$preset" "${settings[@]}" >"$log" 2>&1 || {
       cat "$log" >&2
       die "configuring $preset failed"
     }
   fi
   say "building $preset${*:+: $*}"
+  # At a terminal it says how many steps there are, how many are done and since how many seconds it runs.
+  [[ -t 1 ]] || options=(--quiet)
   # Ninja itself, not through cmake: it stops its compilers when it is told to end.
-  ninja -C "build/$preset" --quiet "$@" || die "building $preset failed"
+  NINJA_STATUS='[%f/%t, %e s] ' ninja -C "build/$preset" "${options[@]}" "$@" || die "building $preset failed"
 }
 
 build_presets() {
@@ -326,14 +339,23 @@ build() {
 
 # ---- tests
 
-# Copies what a run needs of build/ into its own folder, so that a later build cannot disturb it.
+# take_build "PRESET [TARGET...]"...: builds the targets of each preset, or all, and copies the libraries and programs that
+# come of them into the run's own folder, so that a later build cannot disturb it.
 take_build() {
-  local preset
-  build_presets "$@"
-  for preset in "$@"; do
+  local build preset target names targets
+  for build in "$@"; do
+    read -r preset targets <<<"$build"
+    # shellcheck disable=SC2086  # a list of targets
+    build_preset "$preset" $targets
+  done
+  for build in "$@"; do
+    read -r preset targets <<<"$build"
+    names=()
+    for target in ${targets:-"*"}; do
+      names+=(-o -name "$target.dll" -o -name "$target.pdb" -o -name "$target.exe")
+    done
     mkdir -p "$runFolder/$preset"
-    find "build/$preset" -maxdepth 1 -type f \( -name '*.dll' -o -name '*.pdb' -o -name '*.exe' \) \
-      -exec cp -t "$runFolder/$preset" {} +
+    find "build/$preset" -maxdepth 1 -type f \( "${names[@]:1}" \) -exec cp -t "$runFolder/$preset" {} +
   done
 }
 
@@ -349,184 +371,34 @@ take_packages() {
   done
 }
 
-# run_program PROCESSOR LEVEL PRESET FILTER [MARK]: one test program against the libraries of PRESET. MARK ends the name of
-# its artifacts' folder.
-run_program() {
-  local processor=$1 level=$2 preset=$3 filter=$4 options=() status attempt
-  local name=$level-$preset${5-} program=$processor-tests/${level/actions/action}_tests.exe
-  [[ -f $runFolder/$program ]] || return 0
-  mkdir -p "$runFolder/artifacts/$name"
-  [[ -z $filter ]] || options+=("--gtest_filter=$filter")
-  [[ -n $chosenTests ]] || options+=(--gtest_brief=1)
-  say "$level tests on $processor, libraries of $preset"
-  for attempt in 1 2 3; do
-    status=0
-    in_windows "HX_LIBRARY_DIR=Z:\\run\\$preset" "HX_ARTIFACTS=Z:\\run\\artifacts\\$name" \
-      "HX_PACKAGES=Z:\\run\\packages\\$processor" "HX_PROCESSOR=$processor" \
-      wine64 "Z:\\run\\${program//\//\\}" "${options[@]}" \
-      "--gtest_output=xml:Z:\\run\\artifacts\\$name\\results.xml" || status=$?
-    # A Windows program that crashes ends with the low byte of its exception; only the emulator itself ends by
-    # this signal, now and then, and what it ran has then said nothing about the library.
-    [[ $processor == arm64 && $status -eq 139 && $attempt -lt 3 ]] || break
-    say "$level tests on $processor: the emulator crashed (status $status); starting them again"
-  done
-  echo "$status" >"$runFolder/artifacts/$name/status"
-}
-
-# Seconds that one test program may take; the slowest needs a fraction of it.
-testTimeLimit=900
-
-# The install tests in two parts, each for a Windows of its own.
-declare -A partTests=(
-  [servers]='Server*:Security*:Conversion*:Guide*'
-  [others]='-Server*:Security*:Conversion*:Guide*'
-)
-
-# run_levels LANE PROCESSOR LEVEL[:PART]...: the levels on one processor, in one Windows; those of different lanes
-# run beside each other.
-run_levels() {
-  local lane=$1 processor=$2 level part filter
-  shift 2
-  HX_LANE=$lane HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
-  for level in "$@"; do
-    IFS=: read -r level part <<<"$level"
-    filter=$chosenTests
-    [[ -z $part ]] || filter=${partTests[$part]}
-    run_program "$processor" "$level" "$processor" "$filter" "${part:+-$part}"
-    [[ $level != unit ]] || run_program "$processor" "$level" "$processor-checked" "$filter"
-  done
-  close_windows
-}
-
-# repeat_failed LANE PROCESSOR LEVEL[:PART]...: what failed in a lane whose emulator crashed is run again, once, in a Windows
-# of its own, and then counts: what a process said that lost another one on the way is no word about the library. So are
-# all install tests that failed there: the emulator loses processes, of services too, without a word as well.
-repeat_failed() {
-  local lane=$1 processor=$2 level part preset folder failed
-  shift 2
-  [[ $processor == arm64 ]] || return 0
-  for level in "$@"; do
-    IFS=: read -r level part <<<"$level"
-    [[ $level == install ]] || grep -qs 'qemu: uncaught target signal' "$runFolder/lane$lane.txt" || continue
-    for preset in "$processor" "$processor-checked"; do
-      folder=$runFolder/artifacts/$level-$preset${part:+-$part}
-      [[ -f $folder/status ]] || continue
-      failed=$(tools/testing/repeated-tests.py failed "$folder/results.xml")
-      [[ -n $failed ]] || continue
-      say "$level tests on $processor: these failed, maybe with the emulator; again: $failed"
-      HX_LANE=$lane HX_TIME_LIMIT=$testTimeLimit open_windows "$processor" "$runFolder"
-      run_program "$processor" "$level" "$preset" "$failed" "${part:+-$part}-again"
-      close_windows
-      tools/testing/repeated-tests.py merge "$folder/results.xml" "$folder-again/results.xml" || return
-      # The second run's results are in the first one's now.
-      mv "$folder-again/status" "$folder/status"
-    done
-  done
-}
-
-# The images level reads the libraries as files and needs no Windows. With them go the page that explains their texts,
-# and the tests of the checks.
-run_images() {
-  run_script images tools/images/check-images.py "$@"
-  run_script texts tools/texts/check-texts.py "$@"
-  run_script tools -m unittest discover tools
-}
-
-# run_script NAME PYTHON-ARGUMENTS...: a script that prints its results.
-run_script() {
-  local folder=$runFolder/artifacts/$1 status=0
-  say "$1"
-  shift
-  mkdir -p "$folder"
-  python3 "$@" >"$folder/output.txt" 2>&1 || status=$?
-  [[ $status -eq 0 ]] || cat "$folder/output.txt"
-  echo "$status" >"$folder/status"
-}
-
-# run_checks_of_runs: what the installer's engine ran in the install tests against what the guide says of it. The
-# logs of tests that were run again stand for those of the first time. With a filter only some tests have left logs.
-run_checks_of_runs() {
-  local processor folders
-  for processor in "${processors[@]}"; do
-    folders=("$runFolder/artifacts/install-$processor"{,-others,-servers}{,-again})
-    run_script "runs-$processor" tools/kit/check-runs.py ${chosenTests:+--some} "${folders[@]}"
-  done
-}
-
+# What is built and what runs where is planned, run and added up in tools/testing.
 test_command() {
-  local chosen presets=() processor
+  local words=() windows=() builds=() packages=() verb what processor
   read_test_words "$@"
-  [[ -z $onlyProcessor ]] || processors=("$onlyProcessor")
-  chosen=("${levels[@]}")
-  [[ -z $chosenLevel ]] || chosen=("$chosenLevel")
-  local running=("${chosen[@]/images/}")
-  [[ -n ${running[0]} ]] || running=("${running[@]:1}")
+  [[ -z $chosenLevel ]] || words+=(--level "$chosenLevel")
+  # In one word, because a filter may begin with "-".
+  [[ -z $chosenTests ]] || words+=("--filter=$chosenTests")
+  [[ -z $onlyProcessor ]] || words+=(--only "$onlyProcessor")
 
   need_packages
-  for processor in "${processors[@]}"; do
-    presets+=("$processor")
-    [[ ${#running[@]} -eq 0 ]] || presets+=("$processor-tests")
-    [[ " ${running[*]-} " != *" unit "* ]] || presets+=("$processor-checked")
+  while read -r verb what; do
+    case $verb in
+      windows) windows+=("$what") ;;
+      build) builds+=("$what") ;;
+      packages) packages+=("$what") ;;
+    esac
+  done < <(python3 tools/testing/planning.py "${words[@]}")
+  [[ ${#builds[@]} -gt 0 ]] || die "the tests could not be planned"
+  for processor in "${windows[@]}"; do
+    need_rights "$processor"
   done
-  if [[ ${#running[@]} -gt 0 ]]; then
-    for processor in "${processors[@]}"; do
-      need_rights "$processor"
-    done
-    for processor in "${processors[@]}"; do
-      need_windows "$processor"
-    done
-  fi
-  with_build_lock take_build "${presets[@]}"
-  [[ " ${running[*]-} " != *" install "* ]] || with_build_lock take_packages "${processors[@]}"
-
-  # All side by side: the checks of the files, the processors, and the emulated one, which has one processor of this
-  # machine for each Windows, in two; the tests of one Windows do not see the others.
-  local jobs=() lanes=() lane level
-  if [[ " ${chosen[*]} " == *" images "* ]]; then
-    run_images "${processors[@]/#/$runFolder/}" &
-    jobs+=($!)
-  fi
-  if [[ ${#running[@]} -gt 0 ]]; then
-    for processor in "${processors[@]}"; do
-      if [[ $processor == arm64 && -z $chosenTests && ${#running[@]} -gt 1 && ${running[-1]} == install ]]; then
-        # Those of even and of odd numbers share a processor; the install tests wait much.
-        lanes+=("$processor install:others" "$processor ${running[*]::${#running[@]}-1}" "$processor install:servers")
-      else
-        lanes+=("$processor ${running[*]}")
-      fi
-    done
-    for lane in "${!lanes[@]}"; do
-      read -r processor level <<<"${lanes[lane]}"
-      # shellcheck disable=SC2086  # a list of levels
-      run_levels "$lane" "$processor" $level 2>&1 | sed -u "s/^/$processor: /" |
-        tee "$runFolder/lane$lane.txt" &
-      jobs+=($!)
-    done
-  fi
-  local job failed=0
-  for job in "${jobs[@]}"; do
-    wait "$job" || failed=1
+  for processor in "${windows[@]}"; do
+    need_windows "$processor"
   done
-  for lane in "${!lanes[@]}"; do
-    read -r processor level <<<"${lanes[lane]}"
-    # shellcheck disable=SC2086  # a list of levels
-    repeat_failed "$lane" "$processor" $level 2>&1 | sed -u "s/^/$processor: /" || failed=1
-  done
-  [[ " ${chosen[*]} " != *" install "* ]] || run_checks_of_runs
-  keep_artifacts
-  python3 tools/testing/test-summary.py "$failed" "$runFolder/artifacts"
-}
-
-# What the run left for its reader goes to build/artifacts, folder by folder.
-keep_artifacts() {
-  local folder
-  mkdir -p build/artifacts "$runFolder/artifacts"
-  for folder in "$runFolder"/artifacts/*/; do
-    [[ -d $folder ]] || continue
-    folder=$(basename "$folder")
-    rm -rf "build/artifacts/$folder"
-    cp -a "$runFolder/artifacts/$folder" build/artifacts/
-  done
+  with_build_lock take_build "${builds[@]}"
+  [[ ${#packages[@]} -eq 0 ]] || with_build_lock take_packages "${packages[@]}"
+  # It takes the place of this process, and with it the signal to end.
+  exec python3 tools/testing/run.py "$runFolder" "${words[@]}"
 }
 
 # ---- the other commands
@@ -593,8 +465,13 @@ dist() {
   say "the second release is the same, bit by bit"
 }
 
+check() {
+  need_packages
+  python3 tools/testing/check.py
+}
+
 lint() {
-  local failed=0 check files
+  local failed=0 files
   need_packages
   with_build_lock build_presets x64
   say "clang-format"
@@ -608,11 +485,8 @@ lint() {
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||
     failed=1
-  for check in tools/lint/lint-*; do
-    [[ -x $check ]] || continue
-    say "${check##*/}"
-    "$check" || failed=1
-  done
+  say "check"
+  python3 tools/testing/check.py || failed=1
   [[ $failed -eq 0 ]] || die "lint found something"
   say "lint found nothing"
 }
@@ -654,7 +528,7 @@ dispatch() {
   local name=${1-help}
   shift || true
   case $name in
-    setup | build | run | bench | dist | lint | clean | help) "$name" "$@" ;;
+    setup | build | check | run | bench | dist | lint | clean | help) "$name" "$@" ;;
     test) test_command "$@" ;;
     -h | --help) help_overview ;;
   esac

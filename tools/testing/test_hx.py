@@ -11,7 +11,7 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "test", "run", "bench", "dist", "lint", "clean", "help"]
+COMMANDS = ["setup", "build", "test", "check", "run", "bench", "dist", "lint", "clean", "help"]
 
 
 class CommandLineTest(unittest.TestCase):
@@ -131,7 +131,7 @@ class RightCommandsTest(unittest.TestCase):
             (project / "tools/setup/setup.sh").write_text(
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
-                          ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["run"], ["bench"],
+                          ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
                           ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"]):
                 with self.subTest(words):
                     environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}

@@ -1,12 +1,13 @@
 """A run's results are added up, its failures are shown again, and what is repeated takes the first results' place."""
 
-import subprocess
-import sys
+import contextlib
+import io
 import tempfile
 import unittest
 from pathlib import Path
 
-from support import TOOLS
+from testing.results import Misfit, failed, merge, note_repeated, repeated_in
+from testing.summary import report
 
 
 def suite(**cases):
@@ -23,7 +24,9 @@ def suite(**cases):
     return '<testsuites><testsuite name="S">' + "".join(lines) + "</testsuite></testsuites>"
 
 
-class ResultsTest(unittest.TestCase):
+class RunFolderTest(unittest.TestCase):
+    """Makes up the artifacts of a run."""
+
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="hx-results-")
         self.addCleanup(folder.cleanup)
@@ -37,65 +40,153 @@ class ResultsTest(unittest.TestCase):
             (self.root / folder / "status").write_text(f"{status}\n")
         return self.root / folder / "results.xml"
 
-    def run_script(self, name, *arguments):
-        return subprocess.run([sys.executable, TOOLS / "testing" / name, *map(str, arguments)], capture_output=True, text=True)
+    def say(self, folder, text, status):
+        """A script's folder."""
+        (self.root / folder).mkdir()
+        (self.root / folder / "output.txt").write_text(text)
+        (self.root / folder / "status").write_text(f"{status}\n")
 
     def summary(self, broken=0):
-        result = self.run_script("test-summary.py", broken, self.root)
-        return result.stdout, result.stderr, result.returncode
+        """(what is printed, what is printed as an error, the exit status)."""
+        output, errors = io.StringIO(), io.StringIO()
+        with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
+            status = report(self.root, broken)
+        return output.getvalue(), errors.getvalue(), status
 
+    def closing(self, broken=0):
+        """The same, of what is printed the last line."""
+        output, errors, status = self.summary(broken)
+        return output.splitlines(keepends=True)[-1], errors, status
+
+
+class ResultsTest(RunFolderTest):
     def test_results_are_added_up(self):
-        self.write("a", suite(One=None, Two=None, Three="not run"), 0)
-        self.write("b", suite(One=None), 0)
-        self.write("no-status", suite(One="broken"))
-        self.assertEqual(self.summary(), ("3 passed, 0 failed\n", "", 0))
+        self.write("unit-x64", suite(One=None, Two=None, Three="not run"), 0)
+        self.write("unit-arm64", suite(One=None), 0)
+        self.write("unit-x64-checked", suite(One="broken"))
+        self.assertEqual(self.closing(), ("3 passed, 0 failed\n", "", 0))
 
     def test_failures_are_shown_and_counted(self):
-        self.write("a", suite(One=None, Two="file.cpp:7&#x0A;wrong"), 1)
-        self.assertEqual(self.summary(), ("1 passed, 1 failed\n", "a: S.Two: file.cpp:7\nwrong\n", 1))
+        self.write("unit-x64", suite(One=None, Two="file.cpp:7&#x0A;wrong"), 1)
+        self.assertEqual(self.closing(), ("1 passed, 1 failed\n", "unit-x64: S.Two: file.cpp:7\nwrong\n", 1))
 
     def test_a_program_that_ended_badly_is_a_failure(self):
-        self.write("a", suite(One=None), 3)
-        self.write("b", None, 0)
-        said = "a: ended with status 3 before its last test\nb: ended with status 0 before its last test\n"
-        self.assertEqual(self.summary(), ("1 passed, 2 failed\n", said, 1))
+        self.write("unit-x64", suite(One=None), 3)
+        self.write("unit-arm64", None, 0)
+        said = ("unit-arm64: ended with status 0 before its last test\n"
+                "unit-x64: ended with status 3 before its last test\n")
+        self.assertEqual(self.closing(), ("1 passed, 2 failed\n", said, 1))
 
     def test_a_lane_that_broke_is_a_failure(self):
-        self.write("a", suite(One=None), 0)
-        self.assertEqual(self.summary(1), ("1 passed, 1 failed\n", "", 1))
+        self.write("unit-x64", suite(One=None), 0)
+        self.assertEqual(self.closing(1), ("1 passed, 1 failed\n", "", 1))
 
     def test_nothing_is_no_success(self):
-        self.assertEqual(self.summary(), ("0 passed, 0 failed\n", "", 1))
+        self.assertEqual(self.closing(), ("0 passed, 0 failed\n", "", 1))
 
-    def test_failed_tests_are_a_filter(self):
-        results = self.write("a", suite(One="x", Two=None, Three="y"))
-        self.assertEqual(self.run_script("repeated-tests.py", "failed", results).stdout, "S.One:S.Three\n")
-        results = self.write("b", suite(One=None))
-        self.assertEqual(self.run_script("repeated-tests.py", "failed", results).stdout, "\n")
-        results = self.write("c", "<testsuites><testsuite")
-        self.assertEqual(self.run_script("repeated-tests.py", "failed", results).stdout, "*\n")
-        self.assertEqual(self.run_script("repeated-tests.py", "failed", self.root / "none").stdout, "*\n")
+    def test_failed_tests(self):
+        self.assertEqual(failed(self.write("a", suite(One="x", Two=None, Three="y"))), ["S.One", "S.Three"])
+        self.assertEqual(failed(self.write("b", suite(One=None, Two="not run"))), [])
+        self.assertIsNone(failed(self.write("c", "<testsuites><testsuite")))
+        self.assertIsNone(failed(self.root / "none"))
 
     def test_repeated_results_take_their_place(self):
-        first = self.write("a", suite(One="x", Two=None, Three="y"), 1)
-        again = self.write("a-again", suite(One=None, Two="not run", Three="z"))
-        result = self.run_script("repeated-tests.py", "merge", first, again)
-        self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertEqual(self.summary(), ("2 passed, 1 failed\n", "a: S.Three: z\n", 1))
+        first = self.write("unit-arm64", suite(One="x", Two=None, Three="y"), 1)
+        again = self.write("unit-arm64-again", suite(One=None, Two="not run", Three="z"))
+        merge(first, again)
+        self.assertEqual(self.closing(), ("2 passed, 1 failed\n", "unit-arm64: S.Three: z\n", 1))
 
     def test_repeated_results_stand_for_none(self):
-        first = self.write("a", None, 139)
-        again = self.write("a-again", suite(One=None))
-        self.assertEqual(self.run_script("repeated-tests.py", "merge", first, again).returncode, 0)
-        (self.root / "a" / "status").write_text("0\n")
-        self.assertEqual(self.summary(), ("1 passed, 0 failed\n", "", 0))
+        first = self.write("unit-arm64", None, 139)
+        again = self.write("unit-arm64-again", suite(One=None))
+        merge(first, again)
+        (self.root / "unit-arm64" / "status").write_text("0\n")
+        self.assertEqual(self.closing(), ("1 passed, 0 failed\n", "", 0))
 
     def test_what_does_not_fit_is_refused(self):
         first = self.write("a", suite(One="x"), 1)
         other = self.write("b", suite(Two=None))
-        self.assertEqual(self.run_script("repeated-tests.py", "merge", first, other).returncode, 1)
-        self.assertEqual(self.run_script("repeated-tests.py", "merge", first, self.root / "none").returncode, 1)
+        with self.assertRaises(Misfit):
+            merge(first, other)
+        with self.assertRaises(Misfit):
+            merge(first, self.root / "none")
         self.assertEqual(first.read_text(), suite(One="x"))
+
+    def test_how_many_tests_there_are(self):
+        for preset in ("x64", "x64-checked", "arm64", "arm64-checked"):
+            self.write(f"unit-{preset}", suite(One=None, Two=None, Three="not run"), 0)
+        self.write("actions-x64", suite(One=None, Two="wrong"), 1)
+        self.write("install-x64", suite(One=None, Two=None), 0)
+        self.write("install-arm64-servers", suite(One=None, Two="not run"), 0)
+        self.write("install-arm64-others", suite(Two=None), 0)
+        self.say("checks", "ok one\n12 passed, 0 failed\n", 0)
+        self.say("tools", "....\nRan 4 tests in 0.1s\n\nOK\n", 0)
+        self.say("runs-x64", "3 passed, 0 failed\n", 0)
+        self.say("runs-arm64", "2 passed, 1 failed\n", 1)
+        self.assertEqual(self.summary(), (
+            "unit: 2 tests, run 8 times (arm64, arm64-checked, x64, x64-checked)\n"
+            "actions: 2 tests, run 2 times (x64)\n"
+            "install: 2 tests, run 4 times (arm64, x64)\n"
+            "checks of files and libraries: 12\n"
+            "checks of the installer's runs: 6\n"
+            "tests of the tools: 4\n"
+            "34 passed, 2 failed\n", "actions-x64: S.Two: wrong\n", 1))
+
+    def test_a_script_that_broke_off_is_a_failure(self):
+        self.write("unit-x64", suite(One=None), 0)
+        self.say("checks", "ok one\n", 1)
+        self.say("tools", "..F.\nRan 4 tests in 0.1s\n\nFAILED (failures=1)\n", 1)
+        self.assertEqual(self.closing(), ("4 passed, 2 failed\n", "checks: ended with status 1 before its last test\n", 1))
+
+
+class RepeatedTest(RunFolderTest):
+    """What passed only when it ran again is said, and is a failure if it is too much."""
+
+    def repeat(self, count, **cases):
+        names = [f"T{number}" for number in range(count)]
+        self.write("install-arm64", suite(**dict.fromkeys(names), **cases), 0)
+        note_repeated(self.root / "install-arm64", [f"S.{name}" for name in names])
+
+    def test_they_are_listed(self):
+        self.repeat(2, Other=None)
+        self.assertEqual(self.summary(), (
+            "install: 3 tests, run 3 times (arm64)\n"
+            "passed only when they were run again: 2\n"
+            "  install-arm64: S.T0\n"
+            "  install-arm64: S.T1\n"
+            "3 passed, 0 failed\n", "", 0))
+
+    def test_five_are_not_too_many(self):
+        self.repeat(5)
+        self.assertEqual(self.closing(), ("5 passed, 0 failed\n", "", 0))
+
+    def test_six_fail_the_run(self):
+        self.repeat(6)
+        output, errors, status = self.summary()
+        self.assertEqual((errors, status), ("", 1))
+        self.assertEqual(output.splitlines()[1], "passed only when they were run again: 6")
+        self.assertEqual(output.splitlines()[-2:], [
+            "more than 5 of them are a failure of its own: is something wrong that is not the emulator?",
+            "6 passed, 1 failed"])
+
+    def test_those_of_several_programs_are_added(self):
+        self.repeat(3)
+        self.write("unit-arm64", suite(**dict.fromkeys(["A", "B", "C"])), 0)
+        note_repeated(self.root / "unit-arm64", ["S.A", "S.B", "S.C"])
+        self.assertEqual(self.closing(), ("6 passed, 1 failed\n", "", 1))
+
+    def test_one_that_failed_again_is_a_failure_only(self):
+        self.repeat(1, Bad="wrong")
+        note_repeated(self.root / "install-arm64", ["S.Bad"])
+        output, errors, status = self.summary()
+        self.assertIn("passed only when they were run again: 1\n  install-arm64: S.T0\n1 passed", output)
+        self.assertEqual((errors, status), ("install-arm64: S.Bad: wrong\n", 1))
+
+    def test_each_counts_once(self):
+        self.repeat(1)
+        note_repeated(self.root / "install-arm64", ["S.T0"])
+        self.assertEqual(repeated_in(self.root / "install-arm64"), ["S.T0"])
+        self.assertIn("run again: 1\n", self.summary()[0])
 
 
 if __name__ == "__main__":

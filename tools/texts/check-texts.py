@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that docs/troubleshooting.md has all that the library says, and nothing else.
 
-    tools/texts/check-texts.py [--project ROOT] FOLDER...
+    tools/texts/check-texts.py [--project ROOT] [FOLDER...]
 
 Each FOLDER holds a built hxsetup.dll. The page is compared with the sources and with the texts in these
 libraries: the lines of the log and the actions that write them, the notices with the texts of their message
@@ -20,6 +20,7 @@ from typing import NamedTuple
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from images.image_facts import Image
 from kit.package_facts import DEFINE, VARIABLE
+from texts.page_links import anchors_of, links_of
 from texts.source_texts import Sources, strings_in
 
 PAGE = "docs/troubleshooting.md"
@@ -120,9 +121,6 @@ LOG_FUNCTIONS = ("LogSetupMessage", "LogSetupTextW")
 RETURN_CODES = {"ERROR_INSTALL_FAILURE": 1603, "ERROR_INSTALL_USEREXIT": 1602}
 OTHER_RETURN_CODE = re.compile(r"ERROR_INSTALL_\w+")
 
-# A link to a file of the project or to a heading.
-LINK = re.compile(r"\]\(([^)#:\s]*)(?:#([^)\s]+))?\)")
-
 # What the page writes in the place of what the format engine puts in.
 CONVERSIONS = {
     "%ld": r"(?:N|PID|SESSION|LENGTH)",
@@ -181,12 +179,6 @@ class Page:
                     self.tables.setdefault(titles[0], []).append(row)
             else:
                 titles = None
-
-
-def anchors_of(text):
-    """What a link names the headings of a page by."""
-    return {re.sub(r"[^\w\- ]", "", line.lstrip("#").strip().lower()).replace(" ", "-")
-            for line in text.splitlines() if line.startswith("#")}
 
 
 def pattern_of(format_text):
@@ -442,7 +434,7 @@ class Check:
     def check_links(self):
         """Each link of the page leads to a file, and to a heading in it."""
         folder = (self.root / PAGE).parent
-        for name, anchor in sorted(set(LINK.findall(self.page.text))):
+        for name, anchor in sorted(links_of(self.page.text)):
             target = folder / name if name else self.root / PAGE
             if not target.is_file():
                 yield f"{PAGE}: there is no {name}"
@@ -483,7 +475,7 @@ def sentences(data):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parents[2])
-    parser.add_argument("folders", type=Path, nargs="+", metavar="FOLDER")
+    parser.add_argument("folders", type=Path, nargs="*", metavar="FOLDER")
     arguments = parser.parse_args()
 
     check = Check(arguments.project, [Image(folder.resolve(), arguments.project) for folder in arguments.folders])

@@ -1,48 +1,35 @@
-"""All pages: their links lead to a file of the project, and to a heading in it."""
+"""The links of all pages are checked, and a page that no link leads to is found."""
 
-import re
-import unittest
+from support import TreeTest
 
-from support import TOOLS, load_script
-
-ROOT = TOOLS.parent
-CHECK = load_script("texts/check-texts.py")
+PAGES = {"README.md": "# Start\n\n[guide](docs/guide.md#first-steps)\n[site](https://example.com/gone.md)\n",
+         "docs/guide.md": "# Guide\n\n## First steps\n\n[back](../README.md), [here](#guide), [file](list.txt)\n",
+         "docs/list.txt": "one\n"}
 
 
-def pages():
-    return [*sorted(ROOT.glob("*.md")), *sorted((ROOT / "docs").glob("*.md"))]
+class PagesTest(TreeTest):
+    script = "texts/check-pages.py"
 
+    def test_links_that_lead_somewhere(self):
+        self.assert_clean(PAGES)
 
-def links_of(text):
-    """The links of a page, without what is in blocks of code and without other sites: each a file and a heading."""
-    text = re.sub(r"^```.*?^```$", "", text, flags=re.DOTALL | re.MULTILINE)
-    return {(file, heading) for file, heading in CHECK.LINK.findall(text) if not file.startswith(("http", "//"))}
+    def test_blocks_of_code_have_no_links(self):
+        self.assert_clean({**PAGES, "docs/guide.md": PAGES["docs/guide.md"] + "\n```\n[x](gone.md)\n```\n"})
 
+    def test_a_file_that_is_not_there(self):
+        self.assert_found({**PAGES, "docs/guide.md": "# Guide\n## First steps\n[x](gone.md) [y](gone.md#z)\n"},
+                          "docs/guide.md: there is no gone.md", "docs/guide.md: there is no gone.md")
 
-class LinksTest(unittest.TestCase):
-    def test_links(self):
-        seen = 0
-        for page in pages():
-            for file, heading in sorted(links_of(page.read_text(encoding="utf-8"))):
-                seen += 1
-                with self.subTest(f"{page.name}: {file}#{heading}"):
-                    target = page.parent / file if file else page
-                    self.assertTrue(target.exists())
-                    if heading:
-                        self.assertIn(heading, CHECK.anchors_of(target.read_text(encoding="utf-8")))
-        self.assertGreater(seen, 100)
+    def test_a_heading_that_is_not_there(self):
+        self.assert_found({**PAGES, "docs/guide.md": "# Guide\n[x](../README.md#end) [y](#end)\n"},
+                          "README.md: docs/guide.md has no heading for #first-steps",
+                          "docs/guide.md: the page has no heading for #end",
+                          "docs/guide.md: ../README.md has no heading for #end")
 
-    def test_each_page_is_named_somewhere(self):
-        """A reader of the README comes to every page, by one link or by several."""
-        reached, left = set(), [ROOT / "README.md"]
-        while left:
-            page = left.pop()
-            if page in reached or page.suffix != ".md":
-                continue
-            reached.add(page)
-            left += [(page.parent / file).resolve() for file, _ in links_of(page.read_text(encoding="utf-8")) if file]
-        self.assertEqual(set(pages()) - reached, set())
+    def test_a_page_that_nothing_leads_to(self):
+        self.assert_found({**PAGES, "docs/lost.md": "[guide](guide.md)\n", "CHANGELOG.md": "# Changes\n"},
+                          "CHANGELOG.md: no link leads here from README.md",
+                          "docs/lost.md: no link leads here from README.md")
 
-
-if __name__ == "__main__":
-    unittest.main()
+    def test_no_first_page(self):
+        self.assert_found({}, "README.md does not exist")

@@ -1,0 +1,149 @@
+#!/usr/bin/env python3
+"""Plans a test run: what is built for it, and which programs run beside each other.
+
+    tools/testing/planning.py [--level LEVEL] [--filter FILTER] [--only PROCESSOR]
+
+Prints what ./hx must have before the run, one line for each:
+
+    windows PROCESSOR             a Windows of this processor
+    build PRESET TARGET...        these targets of a preset of CMakePresets.json
+    packages PROCESSOR            the installer packages, made from the libraries of this processor
+"""
+
+import argparse
+import sys
+from typing import NamedTuple, Optional
+
+LEVELS = ("images", "unit", "actions", "install")
+PROCESSORS = ("x64", "arm64")
+# Runs under emulation.
+EMULATED = "arm64"
+
+# Seconds that one test program may take; the slowest needs a fraction of it.
+TEST_TIME_LIMIT = 900
+
+# What each level needs of the presets PROCESSOR, PROCESSOR-checked and PROCESSOR-tests.
+LIBRARY, CHECKED, TESTS = "", "-checked", "-tests"
+TARGETS = {
+    "images": {LIBRARY: ("hxsetup",)},
+    "unit": {LIBRARY: ("hxinternals", "rigsubject"), CHECKED: ("hxinternals", "rigsubject"), TESTS: ("unit_tests",)},
+    "actions": {LIBRARY: ("hxsetup",), TESTS: ("action_tests",)},
+    "install": {LIBRARY: ("hxsetup", "hxinternals", "agent", "ostrack", "witness"), TESTS: ("install_tests",)},
+}
+PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
+
+# The install tests in two parts, each for a Windows of its own.
+PART_FILTERS = {"servers": "Server*:Security*:Conversion*:Guide*", "others": "-Server*:Security*:Conversion*:Guide*"}
+
+
+class Request(NamedTuple):
+    """What the command line asks for; None if it does not say."""
+    level: Optional[str] = None
+    filter: Optional[str] = None
+    processor: Optional[str] = None
+
+    @property
+    def levels(self):
+        return (self.level,) if self.level else LEVELS
+
+    @property
+    def running(self):
+        """The levels that run in a Windows."""
+        return tuple(level for level in self.levels if level in PROGRAMS)
+
+    @property
+    def processors(self):
+        return (self.processor,) if self.processor else PROCESSORS
+
+
+class Program(NamedTuple):
+    """One run of a test program."""
+    level: str
+    processor: str
+    # Which libraries it tests.
+    preset: str
+    # Its GoogleTest filter, or None for all its tests.
+    filter: Optional[str] = None
+    # The part of the level's tests that it runs, or "" for all.
+    part: str = ""
+
+    @property
+    def name(self):
+        """The name of its folder of artifacts."""
+        return f"{self.level}-{self.preset}" + (f"-{self.part}" if self.part else "")
+
+    @property
+    def file(self):
+        """The program, relative to the run's folder."""
+        return f"{self.processor}{TESTS}/{PROGRAMS[self.level]}.exe"
+
+    @property
+    def title(self):
+        return f"{self.level} tests on {self.processor}, libraries of {self.preset}"
+
+
+class Lane(NamedTuple):
+    """Programs that run one after the other, in one Windows. Lanes run beside each other."""
+    number: int
+    processor: str
+    programs: tuple
+
+
+def builds(request):
+    """(preset, its targets) in the order in which they are built."""
+    found = []
+    for processor in request.processors:
+        for kind in (LIBRARY, TESTS, CHECKED):
+            targets = [target for level in request.levels for target in TARGETS[level].get(kind, ())]
+            if targets:
+                found.append((processor + kind, tuple(dict.fromkeys(targets))))
+    return found
+
+
+def programs(request, processor, levels, part=""):
+    for level in levels:
+        for kind in (LIBRARY, CHECKED):
+            # The level's tests run with each build of the library that it has.
+            if kind in TARGETS[level]:
+                yield Program(level, processor, processor + kind, PART_FILTERS.get(part, request.filter), part)
+
+
+def lanes(request):
+    """All side by side: the processors, and the emulated one in three, because each of its Windows has one processor of
+    this machine. Lanes of even and of odd numbers share a processor; the install tests wait much."""
+    groups = []
+    for processor in request.processors if request.running else ():
+        if processor == EMULATED and not request.filter and not request.level:
+            others = [level for level in request.running if level != "install"]
+            groups += [(processor, programs(request, processor, ["install"], "others")),
+                       (processor, programs(request, processor, others)),
+                       (processor, programs(request, processor, ["install"], "servers"))]
+        else:
+            groups.append((processor, programs(request, processor, request.running)))
+    return [Lane(number, processor, tuple(group)) for number, (processor, group) in enumerate(groups)]
+
+
+def add_arguments(parser):
+    parser.add_argument("--level", choices=LEVELS)
+    parser.add_argument("--filter")
+    parser.add_argument("--only", choices=PROCESSORS)
+
+
+def request_of(arguments):
+    return Request(arguments.level, arguments.filter, arguments.only)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    add_arguments(parser)
+    request = request_of(parser.parse_args())
+    for processor in request.processors if request.running else ():
+        print("windows", processor)
+    for preset, targets in builds(request):
+        print("build", preset, *targets)
+    for processor in request.processors if "install" in request.running else ():
+        print("packages", processor)
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,137 @@
+"""How far a test run is: what the programs say of it, and the lines that the user sees."""
+
+import re
+import shutil
+import sys
+import threading
+import time
+
+RUNNING = re.compile(r"\[==========\] Running (\d+) tests?")
+STARTS = re.compile(r"\[ RUN      \] ([\w./]+)")
+ENDS = re.compile(r"\[ *(OK|FAILED|SKIPPED) *\] ([\w./]+).*\(\d+ ms\)$")
+# What GoogleTest prints besides of tests that pass.
+CHATTER = re.compile(r"\[ RUN      \]|\[       OK \]|\[----------\]|\[==========\] Running |Note: |$")
+
+# Seconds between two looks at a run: at a terminal, and if the output goes elsewhere.
+TERMINAL_PACE, PLAIN_PACE = 0.5, 60
+
+
+class TestStream:
+    """What a GoogleTest program has said so far of its tests."""
+
+    def __init__(self):
+        # How many tests there are; None before the program says it.
+        self.total = None
+        self.done = 0
+        # The test that is running, or None; and the one before it.
+        self.running = self.last = None
+        self.failed = []
+
+    def feed(self, line):
+        """Takes a line of the output. Returns whether it is worth showing in a run of all tests."""
+        if match := RUNNING.match(line):
+            self.total = int(match[1])
+        elif match := STARTS.search(line):
+            self.running = match[1]
+        elif match := ENDS.search(line):
+            self.done += 1
+            self.running, self.last = None, match[2]
+            if match[1] == "FAILED":
+                self.failed.append(match[2])
+        return not CHATTER.match(line)
+
+    def __str__(self):
+        return f"{self.done}/{self.total}" if self.total is not None else "starting"
+
+
+def duration(seconds):
+    return f"{int(seconds) // 60}:{int(seconds) % 60:02}"
+
+
+class Screen:
+    """Prints lines from several threads. Under them, at a terminal, there is one line that says how far the run is;
+    elsewhere such a line comes once a minute. `jobs` is how many there are in all."""
+
+    def __init__(self, jobs, output=None, clock=time.monotonic):
+        self.output = output or sys.stdout
+        self.terminal = self.output.isatty()
+        self.jobs, self.finished = jobs, 0
+        self.clock, self.began = clock, clock()
+        # What runs, by the name of its lane, and how far it is: anything that str() can turn into words.
+        self.running = {}
+        self.drawn = False
+        self.lock = threading.RLock()
+
+    def state(self):
+        """The run's state in one line."""
+        with self.lock:
+            parts = [f"hx: {duration(self.clock() - self.began)}, {self.finished} of {self.jobs} done"]
+            parts += [f"{title} {stream}".rstrip() for title, stream in self.running.values()]
+        return " | ".join(parts)
+
+    def start(self, lane, title, stream=""):
+        with self.lock:
+            self.running[lane] = title, stream
+
+    def finish(self, lane):
+        with self.lock:
+            del self.running[lane]
+            self.finished += 1
+
+    def leave(self, lane):
+        """The lane runs nothing any more, whatever became of it."""
+        with self.lock:
+            self.running.pop(lane, None)
+
+    def erase(self):
+        if self.drawn:
+            self.output.write("\r\x1b[K")
+            self.drawn = False
+
+    def draw(self):
+        """Shows the state: at a terminal in the place of the last one."""
+        with self.lock:
+            state = self.state()
+            if self.terminal:
+                self.erase()
+                self.output.write(state[:shutil.get_terminal_size().columns - 1])
+                self.drawn = True
+            else:
+                self.output.write(state + "\n")
+            self.output.flush()
+
+    def line(self, text):
+        """Prints a line."""
+        with self.lock:
+            self.erase()
+            self.output.write(text + "\n")
+            self.output.flush()
+            if self.terminal and self.running:
+                self.draw()
+
+    def say(self, text):
+        """Prints a line of hx itself, which goes to the error output."""
+        with self.lock:
+            self.erase()
+            self.output.flush()
+            print(f"hx: {text}", file=sys.stderr, flush=True)
+
+    def follow(self):
+        """Shows the state again and again, until the returned function is called."""
+        end = threading.Event()
+
+        def look():
+            while not end.wait(TERMINAL_PACE if self.terminal else PLAIN_PACE):
+                self.draw()
+
+        thread = threading.Thread(target=look, daemon=True)
+        thread.start()
+
+        def stop():
+            end.set()
+            thread.join()
+            with self.lock:
+                self.erase()
+                self.output.flush()
+
+        return stop

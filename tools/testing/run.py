@@ -1,0 +1,215 @@
+#!/usr/bin/env python3
+"""Runs the tests: tools/testing/run.py FOLDER [--level LEVEL] [--filter FILTER] [--only PROCESSOR]
+
+FOLDER is the run's own: it holds the libraries and the test programs in one folder for each preset, and packages/, as
+planning.py says. ./hx test makes it and calls this. What the programs leave is copied to build/artifacts. The last line
+reads "N passed, N failed"; the exit status is 0 if something ran and nothing failed.
+"""
+
+import argparse
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import threading
+import time
+import traceback
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from testing import planning, repeating, summary
+from testing.progress import Screen, TestStream, duration
+from testing.results import RESULTS, STATUS, Misfit, failed, merge, note_repeated
+from windows.windows_session import Ended, Windows
+
+ROOT = Path(__file__).resolve().parents[2]
+# All that a program printed, in its folder of artifacts.
+OUTPUT = "program.txt"
+
+
+def windows_path(*parts):
+    """The path in Windows of something in the run's folder."""
+    return "\\".join(["Z:", "run", *"/".join(parts).split("/")])
+
+
+class Run:
+    """One run of tests."""
+
+    def __init__(self, request, folder):
+        self.request, self.folder = request, folder
+        self.lanes = planning.lanes(request)
+        self.artifacts = folder / "artifacts"
+        self.artifacts.mkdir(exist_ok=True)
+        self.checks = self.check_jobs()
+        self.screen = Screen(sum(len(lane.programs) for lane in self.lanes) + len(self.checks))
+        # What could not be run to its end.
+        self.broken = []
+        # What each program said, by its name; and the lanes in which the emulator crashed.
+        self.streams, self.crashed = {}, set()
+
+    # ---- programs in a Windows
+
+    def show(self, lane, line):
+        if repeating.CRASH_TEXT in line:
+            self.crashed.add(lane.number)
+        self.screen.line(f"{lane.processor}: {line}")
+
+    def run_program(self, windows, lane, program, again=False):
+        """Runs a test program, and once more for each time that the emulator crashes. Its results and its status are then
+        in its folder of artifacts; those of a second run (`again`) in a folder beside it. Returns the folder."""
+        folder = self.artifacts / (program.name + "-again" * again)
+        folder.mkdir(exist_ok=True)
+        options = [f"--gtest_filter={program.filter}"] if program.filter else []
+        whole = not self.request.filter
+        self.show(lane, f"hx: {program.title}" + " again" * again)
+        for attempt in range(1, repeating.ATTEMPTS + 1):
+            began = time.monotonic()
+            stream = self.streams[program.name] = TestStream()
+            self.screen.start(lane, program.name, stream)
+            with (folder / OUTPUT).open("a", encoding="utf-8") as log:
+                def take(line):
+                    log.write(line + "\n")
+                    # A run of all tests shows what is worth it, a chosen one everything.
+                    if stream.feed(line) or not whole:
+                        self.show(lane, line)
+
+                status = windows.run(
+                    {"HX_LIBRARY_DIR": windows_path(program.preset), "HX_ARTIFACTS": windows_path("artifacts", folder.name),
+                     "HX_PACKAGES": windows_path("packages", program.processor), "HX_PROCESSOR": program.processor},
+                    ["wine64", windows_path(program.file), *options,
+                     f"--gtest_output=xml:{windows_path('artifacts', folder.name, RESULTS)}"], take)
+            self.show(lane, f"hx: {program.title}: {stream} in {duration(time.monotonic() - began)}")
+            if not repeating.starts_again(program, status, attempt):
+                break
+            note_repeated(self.artifacts / program.name, repeating.broken_off(stream))
+            self.show(lane, f"hx: {program.title}: the emulator crashed (status {status}); starting them again")
+        (folder / STATUS).write_text(f"{status}\n", encoding="utf-8")
+        return folder
+
+    def run_lane(self, lane):
+        with self.open_windows(lane) as windows:
+            for program in lane.programs:
+                self.run_program(windows, lane, program)
+                self.screen.finish(lane)
+
+    def open_windows(self, lane):
+        return Windows(lane.processor, self.folder, lane.number, planning.TEST_TIME_LIMIT)
+
+    def repeat(self, lane):
+        """Runs again what repeating.py says of a lane's programs, each in a Windows of its own. That run counts."""
+        for program in lane.programs:
+            folder = self.artifacts / program.name
+            if not (folder / STATUS).is_file():
+                continue  # The lane ended before it; that is a failure already.
+            second = repeating.second_run(program, failed(folder / RESULTS), self.streams[program.name],
+                                          lane.number in self.crashed)
+            if second is None:
+                continue
+            names, counted = second
+            self.show(lane, f"hx: {program.title}: these failed, maybe with the emulator; again: {names}")
+            note_repeated(folder, counted)
+            with self.open_windows(lane) as windows:
+                again = self.run_program(windows, lane, program._replace(filter=names), again=True)
+            merge(folder / RESULTS, again / RESULTS)
+            # The second run's results are in the first one's now.
+            (again / STATUS).replace(folder / STATUS)
+
+    def guarded(self, work, lane, *arguments):
+        """Calls work(lane, *arguments). If that breaks off it is a failure of its own."""
+        try:
+            work(lane, *arguments)
+        except Exception as error:
+            if not isinstance(error, (Ended, Misfit, OSError)):
+                self.screen.line(traceback.format_exc().rstrip("\n"))
+            self.screen.say(f"{getattr(lane, 'processor', lane)}: {error}")
+            self.broken.append(lane)
+        finally:
+            self.screen.leave(lane)
+
+    # ---- checks of files
+
+    def check_jobs(self):
+        """(name, command) of the checks that need no Windows."""
+        if "images" not in self.request.levels:
+            return []
+        folders = [self.folder / processor for processor in self.request.processors]
+        return [("checks", [ROOT / "tools/testing/check.py", *folders]),
+                ("tools", [sys.executable, "-m", "unittest", "discover", ROOT / "tools"])]
+
+    def run_script(self, name, command):
+        """Runs a script that prints its results, which are shown if something failed."""
+        folder = self.artifacts / name
+        folder.mkdir(exist_ok=True)
+        began = time.monotonic()
+        self.screen.say(name)
+        self.screen.start(name, name)
+        with (folder / "output.txt").open("w", encoding="utf-8") as output:
+            status = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
+                                    cwd=ROOT, check=False).returncode
+        (folder / STATUS).write_text(f"{status}\n", encoding="utf-8")
+        self.screen.finish(name)
+        if status != 0:
+            for line in (folder / "output.txt").read_text(encoding="utf-8", errors="replace").splitlines():
+                self.screen.line(line)
+        self.screen.say(f"{name}: {'failed' if status else 'done'} in {duration(time.monotonic() - began)}")
+
+    def check_runs(self):
+        """What the installer's engine ran in the install tests against what the guide says of it. The logs of a second
+        run are in the place of the first ones'. With a filter only some tests have left logs."""
+        for processor in self.request.processors:
+            names = [program.name for lane in self.lanes for program in lane.programs
+                     if program.processor == processor and program.level == "install"]
+            folders = [self.artifacts / (name + again) for again in ("", "-again") for name in names]
+            self.screen.jobs += 1
+            self.run_script(f"runs-{processor}", [sys.executable, ROOT / "tools/kit/check-runs.py",
+                                                  *["--some"] * bool(self.request.filter), *folders])
+
+    # ---- the whole
+
+    def keep_artifacts(self):
+        """What the run left for its reader goes to build/artifacts, folder by folder."""
+        kept = ROOT / "build/artifacts"
+        kept.mkdir(parents=True, exist_ok=True)
+        for folder in sorted(path for path in self.artifacts.iterdir() if path.is_dir()):
+            shutil.rmtree(kept / folder.name, ignore_errors=True)
+            shutil.copytree(folder, kept / folder.name, symlinks=True)
+
+    def run(self):
+        """Runs everything; returns the exit status."""
+        stop = self.screen.follow()
+        # A Windows belongs to the thread that opens it: one for each lane.
+        work = [(self.run_script, *job) for job in self.checks] + [(self.run_lane, lane) for lane in self.lanes]
+        threads = [threading.Thread(target=self.guarded, args=each, daemon=True) for each in work]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        for lane in self.lanes:
+            self.guarded(self.repeat, lane)
+        if "install" in self.request.levels:
+            self.check_runs()
+        stop()
+        self.keep_artifacts()
+        return summary.report(self.artifacts, len(self.broken))
+
+
+def end_group(*_):
+    """Comes if the process that waits for this one was killed: the whole group ends."""
+    signal.signal(signal.SIGTERM, signal.SIG_IGN)
+    os.killpg(0, signal.SIGTERM)
+    os._exit(128 + signal.SIGTERM)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("folder", type=Path)
+    planning.add_arguments(parser)
+    arguments = parser.parse_args()
+    if os.getpgrp() == os.getpid():
+        signal.signal(signal.SIGTERM, end_group)
+    return Run(planning.request_of(arguments), arguments.folder.resolve()).run()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,111 @@
+"""Adds up the results of a test run.
+
+The run's artifacts hold one folder for each program that ran, with its exit status in the file "status" and its results:
+GoogleTest's results.xml, or an output.txt that ends as Python's unittest does or whose last line reads "N passed, N
+failed". A test program's folder is named LEVEL-PRESET or LEVEL-PRESET-PART, a script's as the script.
+"""
+
+import re
+import sys
+from typing import NamedTuple
+
+from testing.planning import PROGRAMS
+from testing.results import RESULTS, STATUS, cases_of, repeated_in
+
+# How many tests may pass only when they run again, before that is a failure: the emulator loses one now and then.
+MOST_REPEATED = 5
+
+FOLDER = re.compile(rf"({'|'.join(PROGRAMS)})-((?:x64|arm64)(?:-checked)?)(?:-\w+)?")
+# What the scripts' folders hold, by the beginning of their names.
+SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools", "runs": "checks of the installer's runs"}
+
+
+class Outcome(NamedTuple):
+    passed: int
+    failed: int
+
+
+def output_outcome(path):
+    """What a script's output ends with; None if it did not get that far."""
+    text = path.read_text(errors="replace") if path.is_file() else ""
+    if match := re.search(r"^(\d+) passed, (\d+) failed\s*\Z", text, re.MULTILINE):
+        return Outcome(int(match[1]), int(match[2]))
+    if match := re.search(r"^Ran (\d+) tests? in .*\n\n(?:OK|FAILED \((.*)\))\s*\Z", text, re.MULTILINE):
+        failed = sum(int(number) for number in re.findall(r"(?:failures|errors)=(\d+)", match[2] or ""))
+        return Outcome(int(match[1]) - failed, failed)
+    return None
+
+
+class Sum:
+    """The results of a run, folder by folder."""
+
+    def __init__(self, artifacts, broken):
+        self.passed, self.failed = 0, broken
+        # Of each level: the names of its tests, how many times any of them ran, and with which libraries.
+        self.tests, self.runs, self.presets = {}, {}, {}
+        # How many checks ran in the scripts, by what they are.
+        self.scripts = {}
+        # "PROGRAM: TEST" of the tests that passed only when they ran again.
+        self.repeated = []
+        for status in sorted(artifacts.glob(f"*/{STATUS}")):
+            self.add(status.parent, int(status.read_text()))
+        if len(self.repeated) > MOST_REPEATED:
+            self.failed += 1
+
+    def add(self, folder, status):
+        cases = cases_of(folder / RESULTS)
+        if cases is not None:
+            outcome = self.add_cases(folder, [case for case in cases if case.failures or not case.skipped])
+        elif (folder / RESULTS).exists():
+            outcome = None
+        else:
+            outcome = output_outcome(folder / "output.txt")
+            if outcome:
+                what = SCRIPTS.get(folder.name.partition("-")[0], folder.name)
+                self.scripts[what] = self.scripts.get(what, 0) + sum(outcome)
+        passed, failed = outcome or (0, 0)
+        if outcome is None or (status != 0 and failed == 0):
+            print(f"{folder.name}: ended with status {status} before its last test", file=sys.stderr)
+            failed += 1
+        self.passed += passed
+        self.failed += failed
+
+    def add_cases(self, folder, cases):
+        for case in cases:
+            # Once more: the output may be far above.
+            for failure in case.failures:
+                print(f"{folder.name}: {case.name}: {failure}", file=sys.stderr)
+        level, preset = FOLDER.fullmatch(folder.name).groups()
+        self.tests.setdefault(level, set()).update(case.name for case in cases)
+        self.runs[level] = self.runs.get(level, 0) + len(cases)
+        self.presets.setdefault(level, {})[preset] = None
+        failed = {case.name for case in cases if case.failures}
+        self.repeated += [f"{folder.name}: {name}" for name in repeated_in(folder) if name not in failed]
+        return Outcome(len(cases) - len(failed), len(failed))
+
+    def lines(self):
+        """What ran and how it ended; the last line is the sum."""
+        for level in sorted(self.tests, key=[*PROGRAMS].index):
+            yield (f"{level}: {counted(len(self.tests[level]), 'test')}, run {counted(self.runs[level], 'time')} "
+                   f"({', '.join(self.presets[level])})")
+        for what, count in self.scripts.items():
+            yield f"{what}: {count}"
+        if self.repeated:
+            yield f"passed only when they were run again: {len(self.repeated)}"
+            yield from (f"  {name}" for name in self.repeated)
+        if len(self.repeated) > MOST_REPEATED:
+            yield f"more than {MOST_REPEATED} of them are a failure of its own: is something wrong that is not the emulator?"
+        yield f"{self.passed} passed, {self.failed} failed"
+
+
+def counted(number, noun):
+    return f"{number} {noun}{'s' * (number != 1)}"
+
+
+def report(artifacts, broken):
+    """Prints what ran, with the sum as the last line, and before it, on the error output, what failed. `broken` is how many
+    programs could not be run to their end. A program that ended badly counts as a failure of its own. Returns the exit
+    status: 0 if something ran and nothing failed."""
+    result = Sum(artifacts, broken)
+    print("\n".join(result.lines()), flush=True)
+    return 0 if result.passed > 0 and result.failed == 0 else 1

@@ -1,0 +1,119 @@
+"""What is built for each level, and what runs beside what."""
+
+import subprocess
+import sys
+import unittest
+
+from support import TOOLS
+from testing.planning import PART_FILTERS, Request, builds, lanes
+
+UNIT_BUILD = ("hxinternals", "rigsubject")
+INSTALL_BUILD = ("hxsetup", "hxinternals", "agent", "ostrack", "witness")
+ALL_BUILD = ("hxsetup", "hxinternals", "rigsubject", "agent", "ostrack", "witness")
+
+# What one processor needs for a level; None is all levels.
+BUILDS = {
+    "images": {"": ("hxsetup",)},
+    "unit": {"": UNIT_BUILD, "-tests": ("unit_tests",), "-checked": UNIT_BUILD},
+    "actions": {"": ("hxsetup",), "-tests": ("action_tests",)},
+    "install": {"": INSTALL_BUILD, "-tests": ("install_tests",)},
+    None: {"": ALL_BUILD, "-tests": ("unit_tests", "action_tests", "install_tests"), "-checked": UNIT_BUILD},
+}
+
+
+def shown(request):
+    """The lanes of a run: each a processor and its programs' names."""
+    return [(lane.number, lane.processor, [program.name for program in lane.programs]) for lane in lanes(request)]
+
+
+class BuildsTest(unittest.TestCase):
+    def test_each_level_builds_only_what_it_needs(self):
+        for level, kinds in BUILDS.items():
+            for only in (None, "x64", "arm64"):
+                with self.subTest(level=level, only=only):
+                    expected = [(processor + kind, targets) for processor in ([only] if only else ["x64", "arm64"])
+                                for kind, targets in kinds.items()]
+                    self.assertEqual(builds(Request(level, None, only)), expected)
+                    self.assertEqual(builds(Request(level, "Path*", only)), expected)
+
+    def test_every_target_is_one_of_the_build(self):
+        files = [TOOLS.parent / "cmake/library.cmake", TOOLS.parent / "tests/CMakeLists.txt"]
+        text = "".join(file.read_text(encoding="utf-8") for file in files)
+        for kinds in BUILDS.values():
+            for target in sum(kinds.values(), ()):
+                # The programs of the tests are named after their levels.
+                name = target.removesuffix("_tests").replace("action", "actions")
+                with self.subTest(target):
+                    self.assertRegex(text, rf"hx_library\({target} |hx_stand_in\({target} |add_executable\({target} "
+                                           rf"|foreach\(level [\w ]*\b{name}\b")
+
+
+class LanesTest(unittest.TestCase):
+    def test_a_whole_run(self):
+        self.assertEqual(shown(Request()), [
+            (0, "x64", ["unit-x64", "unit-x64-checked", "actions-x64", "install-x64"]),
+            (1, "arm64", ["install-arm64-others"]),
+            (2, "arm64", ["unit-arm64", "unit-arm64-checked", "actions-arm64"]),
+            (3, "arm64", ["install-arm64-servers"])])
+
+    def test_one_processor(self):
+        self.assertEqual(shown(Request(None, None, "x64")),
+                         [(0, "x64", ["unit-x64", "unit-x64-checked", "actions-x64", "install-x64"])])
+        self.assertEqual(shown(Request(None, None, "arm64")), [
+            (0, "arm64", ["install-arm64-others"]),
+            (1, "arm64", ["unit-arm64", "unit-arm64-checked", "actions-arm64"]),
+            (2, "arm64", ["install-arm64-servers"])])
+
+    def test_one_level_has_one_windows_for_each_processor(self):
+        self.assertEqual(shown(Request("unit")), [(0, "x64", ["unit-x64", "unit-x64-checked"]),
+                                                  (1, "arm64", ["unit-arm64", "unit-arm64-checked"])])
+        self.assertEqual(shown(Request("actions", "Close*")), [(0, "x64", ["actions-x64"]), (1, "arm64", ["actions-arm64"])])
+        self.assertEqual(shown(Request("install", None, "arm64")), [(0, "arm64", ["install-arm64"])])
+
+    def test_the_images_need_no_windows(self):
+        self.assertEqual(shown(Request("images")), [])
+
+    def test_filters(self):
+        def filters(request):
+            return {program.name: program.filter for lane in lanes(request) for program in lane.programs}
+
+        self.assertEqual(filters(Request("unit", "Path*", "x64")), {"unit-x64": "Path*", "unit-x64-checked": "Path*"})
+        whole = filters(Request())
+        self.assertEqual((whole["install-arm64-servers"], whole["install-arm64-others"]),
+                         (PART_FILTERS["servers"], PART_FILTERS["others"]))
+        self.assertEqual({name for name, chosen in whole.items() if chosen},
+                         {"install-arm64-servers", "install-arm64-others"})
+
+    def test_the_two_parts_of_the_install_tests_are_all_of_them(self):
+        self.assertEqual(PART_FILTERS["others"], "-" + PART_FILTERS["servers"])
+
+    def test_programs(self):
+        unit, checked = lanes(Request("unit", None, "arm64"))[0].programs
+        self.assertEqual((unit.file, unit.preset), ("arm64-tests/unit_tests.exe", "arm64"))
+        self.assertEqual((checked.file, checked.preset), ("arm64-tests/unit_tests.exe", "arm64-checked"))
+        actions, = lanes(Request("actions", None, "x64"))[0].programs
+        self.assertEqual(actions.file, "x64-tests/action_tests.exe")
+
+
+class ScriptTest(unittest.TestCase):
+    def plan(self, *words):
+        return subprocess.run([sys.executable, TOOLS / "testing/planning.py", *words], capture_output=True, text=True,
+                              check=True).stdout.splitlines()
+
+    def test_images(self):
+        self.assertEqual(self.plan("--level", "images"), ["build x64 hxsetup", "build arm64 hxsetup"])
+
+    def test_install(self):
+        self.assertEqual(self.plan("--level", "install", "--filter=Guide*", "--only", "x64"), [
+            "windows x64", "build x64 hxsetup hxinternals agent ostrack witness", "build x64-tests install_tests",
+            "packages x64"])
+
+    def test_everything(self):
+        lines = self.plan()
+        self.assertEqual([line for line in lines if not line.startswith("build")],
+                         ["windows x64", "windows arm64", "packages x64", "packages arm64"])
+        self.assertEqual(sum(line.startswith("build") for line in lines), 6)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,81 @@
+"""Which tests run a second time: none on x64, and on ARM64 those that the emulator may have spoilt."""
+
+import unittest
+
+from testing.planning import Program
+from testing.progress import TestStream
+from testing.repeating import BEFORE_THE_FIRST, broken_off, second_run, starts_again
+
+UNIT = Program("unit", "arm64", "arm64")
+INSTALL = Program("install", "arm64", "arm64", "-Server*", "others")
+X64 = [Program("unit", "x64", "x64"), Program("install", "x64", "x64")]
+
+
+def stream(*lines):
+    result = TestStream()
+    for line in lines:
+        result.feed(line)
+    return result
+
+
+WHOLE = stream("[==========] Running 1 test from 1 test suite.", "[ RUN      ] S.A", "[       OK ] S.A (0 ms)")
+
+
+class StartsAgainTest(unittest.TestCase):
+    def test_twice_after_a_crash_of_the_emulator(self):
+        self.assertEqual([starts_again(UNIT, 139, attempt) for attempt in (1, 2, 3)], [True, True, False])
+
+    def test_not_after_a_crash_of_the_program(self):
+        for status in (0, 1, 5, 124):
+            self.assertFalse(starts_again(UNIT, status, 1))
+
+    def test_never_on_x64(self):
+        self.assertFalse(starts_again(X64[0], 139, 1))
+
+
+class BrokenOffTest(unittest.TestCase):
+    BEGINNING = ("[==========] Running 3 tests from 1 test suite.", "[ RUN      ] S.A", "[  FAILED  ] S.A (1 ms)")
+
+    def test_the_failed_ones_and_the_one_in_which_it_ended(self):
+        self.assertEqual(broken_off(stream(*self.BEGINNING, "[ RUN      ] S.B")), ["S.A", "S.B"])
+
+    def test_between_two_tests(self):
+        self.assertEqual(broken_off(stream(*self.BEGINNING)), ["S.A"])
+        self.assertEqual(broken_off(stream(*self.BEGINNING, "[ RUN      ] S.B", "[       OK ] S.B (1 ms)")), ["S.A", "S.B"])
+
+    def test_before_the_first(self):
+        self.assertEqual(broken_off(stream()), [BEFORE_THE_FIRST])
+        self.assertEqual(broken_off(stream(self.BEGINNING[0])), [BEFORE_THE_FIRST])
+
+    def test_after_the_last(self):
+        self.assertEqual(broken_off(WHOLE), [])
+
+
+class SecondRunTest(unittest.TestCase):
+    def test_never_on_x64(self):
+        for program in X64:
+            self.assertIsNone(second_run(program, ["S.A"], WHOLE, True))
+            self.assertIsNone(second_run(program, None, WHOLE, True))
+
+    def test_nothing_failed(self):
+        for program in (UNIT, INSTALL):
+            self.assertIsNone(second_run(program, [], WHOLE, True))
+
+    def test_failures_with_a_crash_of_the_emulator(self):
+        self.assertEqual(second_run(UNIT, ["S.A", "S.C"], WHOLE, True), ("S.A:S.C", ["S.A", "S.C"]))
+        self.assertIsNone(second_run(UNIT, ["S.A", "S.C"], WHOLE, False))
+
+    def test_failed_install_tests_in_any_case(self):
+        self.assertEqual(second_run(INSTALL, ["S.A"], WHOLE, False), ("S.A", ["S.A"]))
+
+    def test_a_program_without_results_runs_whole(self):
+        ended = stream(*BrokenOffTest.BEGINNING, "[ RUN      ] S.B")
+        self.assertEqual(second_run(UNIT, None, ended, True), ("*", ["S.A", "S.B"]))
+        self.assertIsNone(second_run(UNIT, None, ended, False))
+
+    def test_and_only_what_it_was_to_run(self):
+        self.assertEqual(second_run(INSTALL, None, stream(), False), ("-Server*", [BEFORE_THE_FIRST]))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,298 @@
+"""A run of tests with programs that are made up: what runs, what runs again, what is printed and what is left."""
+
+import contextlib
+import io
+import json
+import os
+import re
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+from pathlib import Path
+from unittest import mock
+
+from support import TOOLS, load_script
+from testing.planning import Request
+from windows.windows_session import Windows
+
+RUN = load_script("testing/run.py")
+CRASH = "qemu: uncaught target signal 11 (Segmentation fault) - core dumped"
+
+
+def program(status=0, *said, results=True, **cases):
+    """One run of a test program: the failure of each of its tests, or None. `said` comes before the last of them ends."""
+    lines, text = [f"[==========] Running {len(cases)} tests from 1 test suite."], ""
+    for name, failure in cases.items():
+        inner = f'<failure message="{failure}" type=""/>' if failure else ""
+        text += f'<testcase name="{name}" status="run" result="completed" classname="S">{inner}</testcase>'
+        lines += [f"[ RUN      ] S.{name}", *([failure] if failure else []),
+                  f"[  {'FAILED  ' if failure else '     OK '}] S.{name} (0 ms)"]
+    lines[-1:-1] = said
+    text = f'<testsuites><testsuite name="S">{text}</testsuite></testsuites>'
+    return {"status": status, "lines": lines, "results": text if results else None}
+
+
+class RunTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="hx-run-")
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name)
+        self.folder = self.root / "build/.runs/1"
+        self.folder.mkdir(parents=True)
+        for path, text in (("tools/testing/check.py", "print('ok one\\n2 passed, 0 failed')"),
+                           ("tools/kit/check-runs.py", "import sys\nprint(*sys.argv[1:])\nprint('1 passed, 0 failed')")):
+            (self.root / path).parent.mkdir(parents=True)
+            (self.root / path).write_text(f"#!/usr/bin/env python3\n{text}\n", encoding="utf-8")
+            (self.root / path).chmod(0o755)
+        (self.root / "tools/test_one.py").write_text(
+            "import unittest\nclass One(unittest.TestCase):\n    def test(self):\n        pass\n", encoding="utf-8")
+
+    def run_tests(self, story, request):
+        """(exit status, the lines that are printed, those of the error output)."""
+        (self.folder / "story.json").write_text(json.dumps(story), encoding="utf-8")
+        output, errors = io.StringIO(), io.StringIO()
+        with mock.patch.object(RUN, "ROOT", self.root), contextlib.redirect_stdout(output), \
+                contextlib.redirect_stderr(errors), \
+                mock.patch.object(RUN, "Windows", lambda *words: Windows(*words, serve=TOOLS / "testing/fake_windows.py")):
+            status = RUN.Run(request, self.folder).run()
+        return status, re.sub(r" in \d+:\d\d$", "", output.getvalue(), flags=re.MULTILINE).splitlines(), \
+            re.sub(r" in \d+:\d\d$", "", errors.getvalue(), flags=re.MULTILINE).splitlines()
+
+    def calls(self):
+        return (self.folder / "calls.txt").read_text(encoding="utf-8").splitlines()
+
+    def filters(self):
+        """The filter of each program that ran, "" without one."""
+        return [(match[1] if (match := re.search(r"--gtest_filter=([^' ]*)", call)) else "") for call in self.calls()]
+
+    def test_one_level(self):
+        status, output, errors = self.run_tests({"unit-x64": [program(A=None, B=None)],
+                                                 "unit-x64-checked": [program(A=None, B=None)]}, Request("unit", None, "x64"))
+        self.assertEqual((status, errors), (0, []))
+        self.assertEqual(output, [
+            "x64: hx: unit tests on x64, libraries of x64",
+            "x64: hx: unit tests on x64, libraries of x64: 2/2",
+            "x64: hx: unit tests on x64, libraries of x64-checked",
+            "x64: hx: unit tests on x64, libraries of x64-checked: 2/2",
+            "unit: 2 tests, run 4 times (x64, x64-checked)",
+            "4 passed, 0 failed"])
+        self.assertEqual(self.calls()[1], (
+            r"x64, lane 0, 900 s: 'HX_LIBRARY_DIR=Z:\run\x64-checked' 'HX_ARTIFACTS=Z:\run\artifacts\unit-x64-checked' "
+            r"'HX_PACKAGES=Z:\run\packages\x64' HX_PROCESSOR=x64 wine64 'Z:\run\x64-tests\unit_tests.exe' "
+            r"'--gtest_output=xml:Z:\run\artifacts\unit-x64-checked\results.xml'"))
+        kept = self.root / "build/artifacts/unit-x64"
+        self.assertEqual(sorted(path.name for path in kept.iterdir()), ["program.txt", "results.xml", "status"])
+        self.assertIn("[       OK ] S.B (0 ms)\n", (kept / "program.txt").read_text())
+
+    def test_artifacts_of_an_earlier_run_are_replaced_folder_by_folder(self):
+        for name in ("unit-x64", "install-x64"):
+            (self.root / "build/artifacts" / name).mkdir(parents=True)
+            (self.root / "build/artifacts" / name / "left.txt").write_text("left\n")
+        self.run_tests({"unit-x64": [program(A=None)], "unit-x64-checked": [program(A=None)]}, Request("unit", None, "x64"))
+        left = sorted(path.parent.name for path in (self.root / "build/artifacts").glob("*/left.txt"))
+        self.assertEqual(left, ["install-x64"])
+
+    def test_chosen_tests_are_shown(self):
+        _, output, _ = self.run_tests({"actions-x64": [program(A=None)]}, Request("actions", "S.A", "x64"))
+        self.assertIn("x64: [       OK ] S.A (0 ms)", output)
+        self.assertEqual(self.filters(), ["S.A"])
+
+    def test_failures_on_x64_are_not_repeated(self):
+        status, output, errors = self.run_tests({"actions-x64": [program(1, CRASH, A="wrong", B=None)]},
+                                                Request("actions", None, "x64"))
+        self.assertEqual((status, output[-1], errors), (1, "1 passed, 1 failed", ["actions-x64: S.A: wrong"]))
+        self.assertIn("x64: wrong", output)
+        self.assertEqual(len(self.calls()), 1)
+
+    def test_the_emulator_crashes(self):
+        broken = program(139, results=False, A=None, B=None)
+        del broken["lines"][-1]
+        status, output, errors = self.run_tests({"actions-arm64": [broken, broken, program(A=None, B=None)]},
+                                                Request("actions", None, "arm64"))
+        self.assertEqual((status, errors), (0, []))
+        again = "arm64: hx: actions tests on arm64, libraries of arm64: the emulator crashed (status 139); starting them again"
+        self.assertEqual(output.count(again), 2)
+        self.assertEqual(output[-4:], ["actions: 2 tests, run 2 times (arm64)", "passed only when they were run again: 1",
+                                       "  actions-arm64: S.B", "2 passed, 0 failed"])
+
+    def test_the_emulator_crashes_three_times(self):
+        broken = program(139, results=False, A=None)
+        status, output, errors = self.run_tests({"actions-arm64": [broken] * 4}, Request("actions", None, "arm64"))
+        self.assertEqual((status, len(self.calls())), (1, 3))
+        self.assertEqual(errors, ["actions-arm64: ended with status 139 before its last test"])
+        self.assertEqual(output[-1], "0 passed, 1 failed")
+
+    def test_failures_after_a_crash_in_another_process_run_again(self):
+        status, output, errors = self.run_tests({
+            "unit-arm64": [program(1, CRASH, A="wrong", B=None, C="bad")], "unit-arm64-checked": [program(A=None)],
+            "unit-arm64-again": [program(1, A=None, C="bad")]}, Request("unit", None, "arm64"))
+        self.assertEqual((status, errors), (1, ["unit-arm64: S.C: bad"]))
+        self.assertIn("arm64: hx: unit tests on arm64, libraries of arm64: these failed, maybe with the emulator; again: "
+                      "S.A:S.C", output)
+        self.assertEqual(output[-3:], ["passed only when they were run again: 1", "  unit-arm64: S.A", "3 passed, 1 failed"])
+        self.assertEqual(self.filters(), ["", "", "S.A:S.C"])
+        self.assertTrue((self.root / "build/artifacts/unit-arm64-again/results.xml").is_file())
+
+    def test_failures_without_a_crash_do_not(self):
+        status, _, _ = self.run_tests({"unit-arm64": [program(1, A="wrong")], "unit-arm64-checked": [program(A=None)]},
+                                      Request("unit", None, "arm64"))
+        self.assertEqual((status, len(self.calls())), (1, 2))
+
+    def test_failed_install_tests_run_again(self):
+        status, output, _ = self.run_tests({"install-arm64": [program(1, A="wrong", B=None)],
+                                            "install-arm64-again": [program(A=None)]}, Request("install", "S*", "arm64"))
+        self.assertEqual((status, self.filters()), (0, ["S*", "S.A"]))
+        self.assertIn("checks of the installer's runs: 1", output)
+        said = (self.root / "build/artifacts/runs-arm64/output.txt").read_text().splitlines()[0]
+        self.assertEqual(said, f"--some {self.folder}/artifacts/install-arm64 {self.folder}/artifacts/install-arm64-again")
+
+    def test_a_program_without_results_runs_again_with_its_own_filter(self):
+        broken = {**program(1, results=False, A=None, B=None)}
+        del broken["lines"][-1]
+        status, output, _ = self.run_tests({"install-arm64": [broken], "install-arm64-again": [program(A=None, B=None)]},
+                                           Request("install", "S*", "arm64"))
+        self.assertEqual((status, self.filters()), (0, ["S*", "S*"]))
+        self.assertEqual(output[-3:-1], ["passed only when they were run again: 1", "  install-arm64: S.B"])
+
+    def test_a_second_run_without_results_is_a_failure(self):
+        status, output, errors = self.run_tests({"install-arm64": [program(1, A="wrong")],
+                                                 "install-arm64-again": [program(1, results=False, A=None)]},
+                                                Request("install", None, "arm64"))
+        self.assertEqual(status, 1)
+        self.assertIn("no results", errors[0])
+        self.assertIn("install-arm64-again: ended with status 1 before its last test", errors)
+        self.assertEqual(output[-1], "1 passed, 3 failed")
+
+    def test_a_windows_that_ends_is_a_failure(self):
+        status, output, errors = self.run_tests({"unit-x64": [{"ends": True, "lines": ["the server died"]}]},
+                                                Request("unit", None, "x64"))
+        self.assertEqual((status, output[-1]), (1, "0 passed, 1 failed"))
+        self.assertIn("x64: the server died", output)
+        self.assertEqual(errors, ["hx: x64: Windows ended before its time"])
+
+    def test_an_error_of_the_tools_is_a_failure(self):
+        with mock.patch.object(RUN.Run, "run_program", side_effect=KeyError("lost")):
+            status, output, errors = self.run_tests({}, Request("unit", None, "x64"))
+        self.assertEqual((status, output[-1], errors), (1, "0 passed, 1 failed", ["hx: x64: 'lost'"]))
+
+    def test_everything(self):
+        names = ["unit-x64", "unit-x64-checked", "actions-x64", "install-x64", "unit-arm64", "unit-arm64-checked",
+                 "actions-arm64", "install-arm64-others", "install-arm64-servers"]
+        status, output, errors = self.run_tests({name: [program(A=None)] for name in names}, Request())
+        self.assertEqual(status, 0)
+        self.assertEqual(sorted(errors), ["hx: checks", "hx: checks: done", "hx: runs-arm64", "hx: runs-arm64: done",
+                                          "hx: runs-x64", "hx: runs-x64: done", "hx: tools", "hx: tools: done"])
+        self.assertEqual(output[-7:], [
+            "unit: 1 test, run 4 times (arm64, arm64-checked, x64, x64-checked)",
+            "actions: 1 test, run 2 times (arm64, x64)",
+            "install: 1 test, run 3 times (arm64, x64)",
+            "checks of files and libraries: 2",
+            "checks of the installer's runs: 2",
+            "tests of the tools: 1",
+            "14 passed, 0 failed"])
+        lanes = sorted(call.partition(":")[0] for call in self.calls())
+        self.assertEqual(lanes, ["arm64, lane 1, 900 s", *["arm64, lane 2, 900 s"] * 3, "arm64, lane 3, 900 s",
+                                 *["x64, lane 0, 900 s"] * 4])
+        folders = (self.root / "build/artifacts/runs-arm64/output.txt").read_text().split()[:4]
+        self.assertEqual([folder.rpartition("/")[2] for folder in folders],
+                         ["install-arm64-others", "install-arm64-servers", "install-arm64-others-again",
+                          "install-arm64-servers-again"])
+
+    def test_checks_that_fail_are_shown(self):
+        (self.root / "tools/testing/check.py").write_text(
+            "#!/usr/bin/env python3\nprint('FAILED pages:\\n    gone\\n1 passed, 1 failed')\nraise SystemExit(1)\n")
+        status, output, errors = self.run_tests({}, Request("images"))
+        self.assertEqual((status, output[-1]), (1, "2 passed, 1 failed"))
+        self.assertIn("    gone", output)
+        self.assertIn("hx: checks: failed", errors)
+
+
+SETUP = """
+hxRoot=$PWD hxCache=none testTools=none
+say() { printf '%s\\n' "hx: $*" >&2; }
+die() { say "$@"; exit 1; }
+need_packages() { :; }; need_rights() { :; }; need_windows() { :; }; need_test_tools() { :; }
+"""
+# Its program never ends, and says its number.
+SERVE = """#!/bin/bash
+read -r line
+sleep 1000 &
+echo $! >"$2/../../pid"
+echo "a program runs"
+wait
+"""
+NINJA = """#!/bin/bash
+mkdir -p "$2"
+"""
+
+
+class InterruptedTest(unittest.TestCase):
+    """However the front ends, everything that it started ends too."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="hx-interrupted-")
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name)
+        (self.root / "bin").mkdir()
+        for name in ("testing", "windows", "setup", "lint"):
+            (self.root / "tools" / name).mkdir(parents=True)
+        for path in [TOOLS.parent / "hx", *(TOOLS / "testing").glob("*.py"), TOOLS / "windows/windows_session.py"]:
+            copy = self.root / path.relative_to(TOOLS.parent)
+            copy.write_bytes(path.read_bytes())
+            copy.chmod(0o755)
+        for path, text in (("tools/setup/setup.sh", SETUP), ("tools/windows/serve.sh", SERVE), ("bin/ninja", NINJA),
+                           ("bin/cmake", "#!/bin/sh\n")):
+            (self.root / path).write_text(text)
+            (self.root / path).chmod(0o755)
+
+    def wait_until(self, met, what):
+        for _ in range(200):
+            if met():
+                return
+            time.sleep(0.1)
+        self.fail(f"not within 20 seconds: {what}")
+
+    def interrupt(self, number):
+        """Starts a run, sends its front the signal `number` while a program runs, and waits for its end: (its exit status,
+        its output)."""
+        environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
+        environment["PATH"] = f"{self.root}/bin:{environment['PATH']}"
+        front = subprocess.Popen([self.root / "hx", "test", "actions", "--only", "x64"], env=environment, text=True,
+                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.addCleanup(front.stdout.close)
+        self.addCleanup(front.kill)
+        self.wait_until(lambda: (self.root / "build/pid").is_file() and (self.root / "build/pid").read_text().strip()
+                        or front.poll() is not None, "a program runs")
+        if front.poll() is not None:
+            self.fail(front.stdout.read())
+        self.sleeper = int((self.root / "build/pid").read_text())
+        self.assertTrue(self.alive())
+        front.send_signal(number)
+        output, _ = front.communicate(timeout=30)
+        return front.returncode, output
+
+    def alive(self):
+        try:
+            return "Z" not in Path(f"/proc/{self.sleeper}/stat").read_text().rpartition(")")[2].split()[0]
+        except OSError:
+            return False
+
+    def test_by_a_signal(self):
+        for number, status in ((signal.SIGINT, 130), (signal.SIGTERM, 143), (signal.SIGHUP, 129)):
+            with self.subTest(number):
+                (self.root / "build/pid").unlink(missing_ok=True)
+                got, output = self.interrupt(number)
+                self.assertEqual((got, output.splitlines()[-1]), (status, "hx: interrupted"))
+                self.assertIn("x64: hx: actions tests on x64, libraries of x64\n", output)
+                self.assertFalse(self.alive())
+                self.assertEqual([path for path in (self.root / "build/.runs").iterdir() if path.is_dir()], [])
+
+    def test_if_the_front_is_killed(self):
+        self.interrupt(signal.SIGKILL)
+        self.wait_until(lambda: not self.alive(), "the program ends")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,87 @@
+"""A Windows that a script opens, in which it runs programs one after the other."""
+
+import contextlib
+import os
+import select
+import shlex
+import subprocess
+from pathlib import Path
+
+SERVE = Path(__file__).resolve().parent / "serve.sh"
+
+
+class Ended(Exception):
+    """Windows ended before its time."""
+
+
+class Windows:
+    """One Windows, from its start to its end; for a "with" statement. `folder` is Z:\\run in it, `number` differs between
+    those that run beside each other, `limit` is how many seconds a program may take (its status is then 124). `serve` is
+    the command that stands for it in tests.
+
+    It belongs to the thread that opens it, and ends with it."""
+
+    def __init__(self, processor, folder, number, limit, serve=SERVE):
+        take, give = os.pipe()
+        self.process = subprocess.Popen(
+            [serve, processor, str(folder), str(give)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, pass_fds=(give,),
+            env={**os.environ, "HX_LANE": str(number), "HX_TIME_LIMIT": str(limit)})
+        os.close(give)
+        self.statuses = take
+        self.output = self.process.stdout.fileno()
+        self.line = b""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        with contextlib.suppress(BrokenPipeError):
+            self.process.stdin.close()
+        while self.read_output(lambda line: None):
+            pass
+        self.process.wait()
+        self.process.stdout.close()
+        os.close(self.statuses)
+
+    def run(self, variables, command, show):
+        """Runs a program of the file tree with these variables of the environment. Calls `show` with each line of its
+        output, errors included. Returns its exit status; raises Ended if there is none."""
+        words = [f"{name}={value}" for name, value in variables.items()] + command
+        try:
+            self.process.stdin.write(shlex.join(words).encode() + b"\n")
+            self.process.stdin.flush()
+        except BrokenPipeError:
+            pass  # What it said at its end is read below.
+        status = b""
+        while not status.endswith(b"\n"):
+            ready, _, _ = select.select([self.output, self.statuses], [], [])
+            # The output first: whatever the program printed is there before its status.
+            if self.output in ready:
+                open_still = self.read_output(show)
+            else:
+                status += (piece := os.read(self.statuses, 64))
+                open_still = bool(piece)
+            if not open_still:
+                while self.read_output(show):
+                    pass
+                self.end_line(show)
+                raise Ended("Windows ended before its time")
+        while select.select([self.output], [], [], 0)[0] and self.read_output(show):
+            pass
+        self.end_line(show)
+        return int(status)
+
+    def read_output(self, show):
+        """Reads what is there of the output; returns whether there can be more."""
+        piece = os.read(self.output, 65536)
+        *lines, self.line = (self.line + piece).split(b"\n")
+        for line in lines:
+            show(line.decode(errors="replace").rstrip("\r"))
+        return bool(piece)
+
+    def end_line(self, show):
+        """Shows a last line without an end."""
+        if self.line:
+            show(self.line.decode(errors="replace").rstrip("\r"))
+            self.line = b""
