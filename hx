@@ -434,14 +434,13 @@ bench() {
   need_packages
   need_windows x64
   with_build_lock take_bench
-  open_windows x64 "$runFolder"
   for program in "$runFolder"/bench_*.exe; do
     program=$(basename "$program")
     say "running $program"
-    in_windows 'HX_LIBRARY_DIR=Z:\run' 'HX_ARTIFACTS=Z:\run' wine64 "Z:\\run\\$program" "$@" ||
+    tools/windows/windows.py x64 --folder "$runFolder" -- \
+      'HX_LIBRARY_DIR=Z:\run' 'HX_ARTIFACTS=Z:\run' wine64 "Z:\\run\\$program" "$@" ||
       die "$program failed"
   done
-  close_windows
 }
 
 dist() {

@@ -15,7 +15,7 @@ in_story() {
     say "starting the ARM64 Windows for $script"
     status=0
     timeout --foreground "$storyTimeLimit" \
-      tools/windows/windows.sh arm64 --folder "${runFolder:?}" -- \
+      tools/windows/windows.py arm64 --folder "${runFolder:?}" -- \
       wine64 cmd /c "Z:\\hx\\tools\\demonstration\\$script" </dev/null |
       while IFS= read -r line; do say "${line%$'\r'}"; done || status=$?
     [[ $status -eq 124 && $attempt -lt 3 ]] || break

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What ./hx and tools/windows/windows.sh share: finding or making everything that a command needs. Sourced, not run.
+# What ./hx and the scripts of tools/ share: finding or making everything that a command needs. Sourced, not run.
 #
 # All that is large lies in the user's cache, one folder per thing, named after the thing and a hash of all
 # that it was made from. It is made in a folder beside and renamed into place under a lock, so that a
@@ -212,37 +212,6 @@ need_windows() {
     say "note: Debian has other versions now than those in tools/setup/${recorded##*/}: see $wineTree/packages"
   cache_entry "prefix-$processor" "starting Windows for $processor for the first time" \
     make_wine_prefix "$processor" "$wineTree" "$(<"$hxRoot/tools/windows/session.sh")"
+  # shellcheck disable=SC2034  # for the caller
   winePrefix=$entry
-}
-
-# ---- a running Windows
-
-# open_windows PROCESSOR FOLDER: starts a Windows, in which the project is Z:\\hx (read-only) and FOLDER is
-# Z:\\run. One at a time for each shell; it ends with close_windows or with the shell, in whatever way.
-open_windows() {
-  local processor=$1 folder=$2 out
-  need_windows "$processor"
-  exec {out}>&1
-  coproc WINDOWS {
-    HX_PROJECT=$hxRoot HX_RUN_FOLDER=$folder \
-      exec "$hxRoot/tools/windows/session.sh" "$processor" "$wineTree/tree" "$winePrefix/windows" --serve \
-      3>&1 >&"$out" {out}>&-
-  }
-  exec {out}>&-
-}
-
-# in_windows [NAME=VALUE...] COMMAND [ARGUMENT...]: runs a program of the file tree, mostly wine64, in the
-# Windows that is open. Returns its exit status.
-in_windows() {
-  local status
-  printf '%q ' "$@" >&"${WINDOWS[1]}"
-  echo >&"${WINDOWS[1]}"
-  read -r status <&"${WINDOWS[0]}" || die "Windows ended before its time"
-  return "$status"
-}
-
-close_windows() {
-  local input=${WINDOWS[1]} pid=$WINDOWS_PID
-  exec {input}>&-
-  wait "$pid" || true
 }

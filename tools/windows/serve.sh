@@ -1,7 +1,7 @@
 #!/bin/bash
 # A Windows for another program: tools/windows/serve.sh PROCESSOR FOLDER DESCRIPTOR
 #
-# Starts a fresh Windows, in which the project is Z:\hx (read-only) and FOLDER is Z:\run. Runs the commands that arrive on
+# Starts a fresh Windows, in which the project is Z:\hx (read-only) and FOLDER, if it is not "", is Z:\run. Runs the commands that arrive on
 # standard input, one line each, and writes the exit status of each on a line to DESCRIPTOR; session.sh says how. Ends with
 # its input, or when the thread that started it ends in whatever way.
 set -euo pipefail
@@ -9,6 +9,7 @@ set -euo pipefail
 . "$(dirname "$0")/../setup/setup.sh"
 
 processor=$1 folder=$2 statuses=$3
+need_packages
 need_windows "$processor"
 HX_PROJECT=$hxRoot HX_RUN_FOLDER=$folder \
   exec "$hxRoot/tools/windows/session.sh" "$processor" "$wineTree/tree" "$winePrefix/windows" --serve 3>&"$statuses"

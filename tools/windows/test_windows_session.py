@@ -1,10 +1,13 @@
-"""A Windows that a script opens: its programs' output, their statuses, and its end."""
+"""A Windows that a script opens: its programs' output, their statuses, and its end; and one for a single command."""
 
+import contextlib
+import io
 import os
 import tempfile
 import unittest
 from pathlib import Path
 
+from support import load_script
 from windows.windows_session import Ended, Windows
 
 # Stands for serve.sh: each command is a piece of a shell script, which runs with standard output and the status.
@@ -19,7 +22,7 @@ echo late
 """
 
 
-class WindowsTest(unittest.TestCase):
+class ServedTest(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="hx-windows-")
         self.addCleanup(folder.cleanup)
@@ -27,6 +30,11 @@ class WindowsTest(unittest.TestCase):
         self.serve = self.folder / "serve"
         self.serve.write_text(SERVE)
         self.serve.chmod(0o755)
+
+
+class WindowsTest(ServedTest):
+    def setUp(self):
+        super().setUp()
         self.lines = []
 
     def open(self):
@@ -74,6 +82,36 @@ class WindowsTest(unittest.TestCase):
             with self.open() as windows:
                 self.run_in(windows, "echo 0 >&9")
         self.assertEqual(len(os.listdir("/proc/self/fd")), before)
+
+
+class OneCommandTest(ServedTest):
+    def command(self, *arguments):
+        """(exit status, output, errors)."""
+        output, errors = io.StringIO(), io.StringIO()
+        with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
+            try:
+                status = load_script("windows/windows.py").main(list(arguments), serve=self.serve)
+            except SystemExit as end:
+                status = end.code
+        return status, output.getvalue(), errors.getvalue()
+
+    def test_its_output_and_status(self):
+        said = self.command("x64", "--folder", str(self.folder), "--", "HX_A=1=2", "wine64", "A=B",
+                            'echo "${words[@]::3}"; echo 67 >&"$3"')
+        self.assertEqual(said, (67, "HX_A=1=2 wine64 A=B\n", ""))
+
+    def test_a_windows_that_does_not_start(self):
+        self.serve.write_text("#!/bin/sh\necho no right to\n")
+        self.assertEqual(self.command("x64", "--", "wine64"), ("hx: Windows ended before its time", "no right to\n", ""))
+
+    def test_what_is_not_right(self):
+        for arguments, text in ((["x86", "--", "wine64"], "invalid choice: 'x86'"), (["x64"], "command"),
+                                (["x64", "--", "HX_A=1"], "a command is missing"),
+                                (["x64", "--folder", f"{self.folder}/none", "--", "wine64"], "/none is not a folder")):
+            with self.subTest(arguments):
+                status, output, errors = self.command(*arguments)
+                self.assertEqual((status, output), (2, ""))
+                self.assertIn(text, errors)
 
 
 if __name__ == "__main__":
