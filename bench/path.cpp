@@ -11,7 +11,7 @@
 #include <string>
 
 #include "bench.h"
-#include "util/path.h"
+#include "paths/path.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include <fstream>
 
 #include "bench.h"
-#include "util/dir_walker.h"
-#include "util/tree_copy.h"
+#include "files/dir_walker.h"
+#include "files/tree_copy.h"
 
 namespace {
 

@@ -72,8 +72,8 @@ list(FILTER sources EXCLUDE REGEX "/src/runtime/")
 
 # -Os is the rule; what every text and every path passes through is compiled for speed.
 set(hotSources)
-foreach(room format/format format/text_writer util/heap util/path util/path_text util/text)
-  list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/${room}.cpp)
+foreach(file base/heap base/text format/format format/text_writer paths/path paths/path_text)
+  list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/${file}.cpp)
 endforeach()
 set_source_files_properties(${hotSources} PROPERTIES COMPILE_OPTIONS -O2)
 

@@ -1,7 +1,8 @@
 #include "client/agent_processes.h"
 
-#include "util/late_binding.h"
-#include "util/text.h"
+#include "base/late_binding.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
 
 namespace {
 

@@ -3,6 +3,9 @@
 // task there. Reads DIR_CLIENT. Says in the log how many agents stopped, which did not, and what
 // happened in each session; in a rollback it does nothing and says nothing. Returns 0 in every outcome.
 
+#include "base/com_owners.h"
+#include "base/heap.h"
+#include "base/windows_owners.h"
 #include "client/agent_processes.h"
 #include "client/agent_task.h"
 #include "client/terminal_services.h"

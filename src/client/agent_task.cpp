@@ -1,7 +1,7 @@
 #include "client/agent_task.h"
 
+#include "base/com_owners.h"
 #include "client/logon_trigger.h"
-#include "util/handles.h"
 
 namespace {
 

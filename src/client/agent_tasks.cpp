@@ -9,11 +9,13 @@
 // The registrations write their outcome to the log, the deletions only what failed; all return 0 whatever
 // it is.
 
+#include "base/com_owners.h"
+#include "base/heap.h"
+#include "base/text.h"
 #include "client/agent_task.h"
 #include "client/number_text.h"
 #include "frame/com_start.h"
 #include "frame/session.h"
-#include "util/text.h"
 
 namespace {
 

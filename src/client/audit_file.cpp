@@ -3,11 +3,14 @@
 // CustomAction11  empties the audit file in the application data folder of all users, if it is there: it then
 //                 holds twelve zero bytes. Silent; reads no property; returns 0 in every outcome.
 
+#include <windows.h>
+// After windows.h, on which they build.
+#include <msi.h>
 #include <shlobj.h>
 
-#include "util/handles.h"
-#include "util/late_binding.h"
-#include "util/text.h"
+#include "base/late_binding.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
 
 namespace {
 

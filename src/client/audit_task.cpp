@@ -11,11 +11,13 @@
 #include <mstask.h>
 #include <objidl.h>
 
+#include "base/com_owners.h"
+#include "base/heap.h"
+#include "base/text.h"
 #include "client/number_text.h"
 #include "client/schedule_service.h"
 #include "frame/com_start.h"
 #include "frame/session.h"
-#include "util/text.h"
 
 namespace {
 

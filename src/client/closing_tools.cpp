@@ -7,10 +7,11 @@
 //
 // Neither writes to the log.
 
+#include "base/os_version.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
 #include "client/tool_windows.h"
-#include "format/os_version.h"
 #include "frame/notice.h"
-#include "util/text.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "client/schedule_service.h"
 
-#include "util/handles.h"
+#include "base/windows_owners.h"
 
 DWORD EnsureScheduleService(void) {
   ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT));

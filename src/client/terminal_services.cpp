@@ -1,6 +1,6 @@
 #include "client/terminal_services.h"
 
-#include "util/late_binding.h"
+#include "base/late_binding.h"
 
 namespace {
 

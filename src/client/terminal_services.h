@@ -6,7 +6,7 @@
 // Behind windows.h, on which it builds.
 #include <wtsapi32.h>
 
-#include "util/handles.h"
+#include "base/owner.h"
 
 /// The functions of the terminal services.
 struct TerminalServices {

@@ -7,9 +7,14 @@
 
 #include "client/tracking_hook.h"
 
-#include "util/handles.h"
-#include "util/late_binding.h"
-#include "util/text.h"
+#include <windows.h>
+// After windows.h, on which it builds.
+#include <msi.h>
+
+#include "base/heap.h"
+#include "base/late_binding.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "format/clock.h"
+#include "base/clock.h"
 #include "format/locale_date.h"
 #include "format/locale_record.h"
 #include "format/number_writer.h"

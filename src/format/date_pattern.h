@@ -22,7 +22,7 @@
 //   v     %e-%b-%Y                               +     %a, %d %b %Y %H:%M:%S %z
 #pragma once
 
-#include "format/calendar.h"
+#include "base/calendar.h"
 #include "format/text_sink.h"
 
 extern "C" {

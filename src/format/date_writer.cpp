@@ -1,6 +1,6 @@
 #include "format/date_writer.h"
 
-#include "format/clock.h"
+#include "base/clock.h"
 #include "format/date_pattern.h"
 #include "format/format.h"
 #include "format/locale_date.h"

@@ -1,5 +1,6 @@
 #include "format/format.h"
 
+#include "base/object.h"
 #include "format/date_writer.h"
 #include "format/directive.h"
 #include "format/dump_writer.h"

@@ -1,7 +1,7 @@
 // Dates and times in the user's own style. Used by the date patterns and by the date conversions.
 #pragma once
 
-#include "format/calendar.h"
+#include "base/calendar.h"
 
 /// The styles of FormatLocaleDate.
 enum LocaleDateStyle : unsigned {

@@ -1,8 +1,7 @@
 #include "format/object_writer.h"
 
+#include "base/heap.h"
 #include "format/text_writer.h"
-#include "util/handles.h"
-#include "util/heap.h"
 
 namespace {
 

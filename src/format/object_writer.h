@@ -3,9 +3,9 @@
 // none, the directive writes nothing. Used by the conversions "ls", "lc", "O" and "p{O}".
 #pragma once
 
+#include "base/object.h"
 #include "format/directive.h"
 #include "format/output.h"
-#include "util/object.h"
 
 /// Writes wide text in UTF-8: the units that the directive's input length names, or up to the terminator.
 /// Lone surrogates become U+FFFD. Null writes nothing.

@@ -2,7 +2,7 @@
 
 #include <objbase.h>
 
-#include "util/late_binding.h"
+#include "base/late_binding.h"
 
 int StartCom(HRESULT* started) {
   *started = E_NOTIMPL;

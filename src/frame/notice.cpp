@@ -1,6 +1,7 @@
 #include "frame/notice.h"
 
-#include "util/text.h"
+#include "base/text.h"
+#include "frame/installer_record.h"
 
 namespace {
 

@@ -2,7 +2,10 @@
 // heard outside the log.
 #pragma once
 
-#include "util/handles.h"
+#include <windows.h>
+// After windows.h, on which they build.
+#include <msi.h>
+#include <msiquery.h>
 
 /// How the title of a fall-back box is read.
 enum class NoticeTitle {

@@ -1,8 +1,10 @@
 #include "frame/session.h"
 
+#include "base/heap.h"
+#include "base/text.h"
+#include "files/standard_folders.h"
 #include "format/format.h"
-#include "util/standard_folders.h"
-#include "util/text.h"
+#include "frame/installer_record.h"
 
 namespace {
 

@@ -2,8 +2,12 @@
 // library; every action includes it.
 #pragma once
 
-#include "util/handles.h"
-#include "util/path.h"
+#include <windows.h>
+// After windows.h, on which they build.
+#include <msi.h>
+#include <msiquery.h>
+
+#include "paths/path.h"
 
 extern "C" {
 

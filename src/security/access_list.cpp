@@ -2,6 +2,8 @@
 
 #include <aclapi.h>
 
+#include "base/heap.h"
+#include "base/windows_owners.h"
 #include "security/account_sid.h"
 #include "security/advapi32.h"
 

@@ -1,7 +1,7 @@
 // Access lists of files and folders. Used by the actions that let accounts reach the server's folders.
 #pragma once
 
-#include "util/path.h"
+#include "paths/path.h"
 
 /// What an account may do with a file or folder, modelled on the owner's digit of a Unix mode.
 enum AccessMode : DWORD {

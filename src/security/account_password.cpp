@@ -2,7 +2,7 @@
 
 #include <objbase.h>
 
-#include "util/text.h"
+#include "base/text.h"
 
 namespace {
 

@@ -1,8 +1,9 @@
 #include "security/account_sid.h"
 
+#include "base/heap.h"
+#include "base/text.h"
 #include "security/advapi32.h"
 #include "security/network_management.h"
-#include "util/text.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The module of accounts and access lists. Used by what binds its functions by name.
 #pragma once
 
-#include "util/late_binding.h"
+#include "base/late_binding.h"
 
 /// ADVAPI32, found once for all that look for functions of it.
 inline constinit KeptModule advapi32{L"ADVAPI32", nullptr};

@@ -2,8 +2,11 @@
 
 #include <ntdsapi.h>
 
+#include "base/com_owners.h"
+#include "base/heap.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
 #include "security/network_management.h"
-#include "util/text.h"
 
 namespace {
 

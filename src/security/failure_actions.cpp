@@ -2,6 +2,7 @@
 // manager neither starts it again nor runs a command when it ends. In a rollback it does nothing. The log
 // says what was done or what failed. Returns 0 in every outcome.
 
+#include "base/heap.h"
 #include "security/service_configuration.h"
 
 namespace {

@@ -1,7 +1,8 @@
 #include "security/firewall.h"
 
-#include "format/os_version.h"
-#include "util/text.h"
+#include "base/heap.h"
+#include "base/os_version.h"
+#include "base/text.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 // Behind windows.h, on which it builds.
 #include <netfw.h>
 
-#include "util/handles.h"
+#include "base/com_owners.h"
 
 /// The firewall, opened in one of the two ways.
 struct FirewallSession {

@@ -10,11 +10,13 @@
 //
 // Both say in the log what they do and what fails, and return 0 in every outcome.
 
+#include "base/com_owners.h"
+#include "base/heap.h"
+#include "base/text.h"
 #include "frame/com_start.h"
 #include "frame/notice.h"
 #include "frame/session.h"
 #include "security/firewall.h"
-#include "util/text.h"
 
 namespace {
 

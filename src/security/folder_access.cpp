@@ -9,10 +9,11 @@
 // Sub-folders and files inherit the entry. Both do nothing in a rollback, say in the log what came of it, and
 // return 0 in every outcome.
 
+#include "base/heap.h"
+#include "base/text.h"
 #include "format/format.h"
 #include "security/access_list.h"
 #include "security/service_configuration.h"
-#include "util/text.h"
 
 namespace {
 

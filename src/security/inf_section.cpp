@@ -2,8 +2,9 @@
 // setup library takes: the section, the mode of a restart, and the file's path, with blanks between. The log
 // has the command line. Returns 0 in every outcome; how the section ran is not known.
 
+#include "base/heap.h"
+#include "base/late_binding.h"
 #include "frame/session.h"
-#include "util/late_binding.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 #include "security/network_management.h"
 
-#include "util/text.h"
+#include "base/heap.h"
+#include "base/text.h"
 
 namespace {
 

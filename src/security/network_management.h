@@ -2,7 +2,12 @@
 // service account's actions and by whatever looks accounts up. The functions are bound by name.
 #pragma once
 
-#include "util/late_binding.h"
+#include <windows.h>
+// After windows.h, on which it builds.
+#include <lm.h>
+
+#include "base/late_binding.h"
+#include "base/owner.h"
 
 /// What a call of a network management function that is not there yields.
 constexpr DWORD kNoNetworkFunction = static_cast<DWORD>(-1);
@@ -43,8 +48,8 @@ DWORD DeleteLocalUser(const wchar_t* name);
 
 }  // extern "C"
 
-/// A buffer that a network management function handed out.
+/// A buffer that a network management function allocated.
 template <typename Type>
-using NetworkMemory = NetworkBuffer<Type, FreeNetApiBuffer>;
-/// A name that a network management function handed out.
+using NetworkMemory = Unique<NullableTraits<Type*, FreeNetApiBuffer>>;
+/// A name that a network management function allocated.
 using NetworkName = NetworkMemory<wchar_t>;

@@ -1,5 +1,7 @@
 #include "security/service_account.h"
 
+#include "base/heap.h"
+
 namespace {
 
 constexpr wchar_t kDefaultServiceClass[] = L"VANTOR";

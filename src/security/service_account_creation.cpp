@@ -10,6 +10,8 @@
 // Behind windows.h, on which it builds.
 #include <ntsecapi.h>
 
+#include "base/com_owners.h"
+#include "base/heap.h"
 #include "frame/notice.h"
 #include "security/account_password.h"
 #include "security/account_sid.h"

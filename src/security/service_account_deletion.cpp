@@ -3,9 +3,12 @@
 // PROP_ACCOUNTNAME of PROP_ACCOUNTDOMAIN. The names of services (class PROP_SERVICENAME) on a domain's
 // account go with it. The log says which account is deleted or why none is. Returns 0 in every outcome.
 
+#include "base/com_owners.h"
+#include "base/heap.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
 #include "security/network_management.h"
 #include "security/service_account.h"
-#include "util/text.h"
 
 namespace {
 

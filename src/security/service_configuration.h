@@ -2,6 +2,8 @@
 // the actions that adjust the system around an installed service.
 #pragma once
 
+#include "base/heap.h"
+#include "base/windows_owners.h"
 #include "frame/session.h"
 
 /// A service, opened through the service manager, which is held as long.

@@ -5,7 +5,7 @@
 #include "rig/function.h"
 #include "rig/guarded_heap.h"
 #include "rig/print.h"
-#include "rig/world_process.h"
+#include "rig/world/process.h"
 
 namespace rig {
 namespace {

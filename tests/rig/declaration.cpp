@@ -188,7 +188,7 @@ Declaration& Named(std::string_view name) {
   Declaration* found = FindIf([&](const Declaration& one) { return one.Name() == name; });
   if (found == nullptr) {
     throw std::invalid_argument("no function " + std::string(name) +
-                                " is declared in tests/rig/functions_*.cpp");
+                                " is declared in tests/rig/tables/*.cpp");
   }
   return *found;
 }

@@ -11,7 +11,7 @@
 #include "rig/function.h"
 #include "rig/scene.h"
 #include "rig/sweep.h"
-#include "rig/world.h"
+#include "rig/world/world.h"
 
 namespace rig {
 

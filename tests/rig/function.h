@@ -31,7 +31,7 @@ class Function<Fn, Result (*)(Arguments...)> {
   /// Its declaration. Throws std::logic_error when there is none.
   static Declaration& GetDeclaration() {
     if (declaration_ == nullptr) {
-      throw std::logic_error("a function is used that no line of tests/rig/functions_*.cpp declares");
+      throw std::logic_error("a function is used that no line of tests/rig/tables/*.cpp declares");
     }
     return *declaration_;
   }
@@ -120,7 +120,7 @@ class Function<Fn, Result (*)(Buffer, Format, ...)> {
   /// Its declaration. Throws std::logic_error when there is none.
   static Declaration& GetDeclaration() {
     if (declaration_ == nullptr) {
-      throw std::logic_error("a function is used that no line of tests/rig/functions_*.cpp declares");
+      throw std::logic_error("a function is used that no line of tests/rig/tables/*.cpp declares");
     }
     return *declaration_;
   }

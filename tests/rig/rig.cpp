@@ -62,7 +62,7 @@ void Rig::Attach(Library& library) {
     if (declaration == nullptr) {
       Fail("the library imports " + import.module + "!" +
            (import.ordinal != 0 ? "#" + std::to_string(import.ordinal) : import.name) +
-           ", which no line of tests/rig/functions_*.cpp declares");
+           ", which no line of tests/rig/tables/*.cpp declares");
     } else if (!declaration->IsUntouched()) {
       Library::Patch(import, declaration->Thunk());
     }

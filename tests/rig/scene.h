@@ -6,7 +6,7 @@
 
 #include "rig/library.h"
 #include "rig/rig.h"
-#include "rig/world.h"
+#include "rig/world/world.h"
 
 namespace rig {
 

@@ -25,7 +25,7 @@ WORDS = re.compile("|".join([
     r"\bPar[t] [0-9]+\.[0-9]+", r"[Ss]pecificatio[n]", r"\bspec\.m[d]", r"\bthe spe[c]\b", r"share[d]/",
     r"/wor[k]/", r"/tm[p]/[a-z]+-root", r"subagen[t]", r"\bTOD[O]\b", r"\bFIXM[E]\b", r"\bXX[X]\b"]))
 
-# Where objects are constructed in blocks of the process heap (util/heap.h).
+# Where objects are constructed in blocks of the process heap (base/heap.h).
 PLACE = "HeapPlace"
 
 FORBIDDEN_WORDS = {

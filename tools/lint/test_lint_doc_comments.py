@@ -185,8 +185,8 @@ class DocCommentsTree(TreeTest):
 
     def test_which_files(self):
         bare = HEAD + "int Count();\n"
-        self.assert_found({"src/util/a.h": bare, "tests/rig/b.h": bare, "tests/unit/c.h": bare, "src/util/d.cpp": bare},
-                          "src/util/a.h:4: function Count", "tests/rig/b.h:4: function Count")
+        self.assert_found({"src/base/a.h": bare, "tests/rig/b.h": bare, "tests/unit/c.h": bare, "src/base/d.cpp": bare},
+                          "src/base/a.h:4: function Count", "tests/rig/b.h:4: function Count")
 
 
 if __name__ == "__main__":

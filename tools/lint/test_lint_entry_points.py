@@ -22,7 +22,7 @@ class EntryPointsTest(TreeTest):
         self.write({
             LIST: "; CustomAction9 is a comment.\nEXPORTS\nCustomAction2\nCustomAction30\n",
             "src/frame/two.cpp": 'extern "C" UINT WINAPI CustomAction2(MSIHANDLE) {\n  return 0;\n}\n',
-            "src/upgrade/thirty.cpp": '// CustomAction7(x) {}\n'
+            "src/server/thirty.cpp": '// CustomAction7(x) {}\n'
                                       'extern "C" UINT WINAPI CustomAction30(MSIHANDLE session);\n'
                                       'extern "C" UINT WINAPI CustomAction30(MSIHANDLE session) {\n'
                                       '  Log("CustomAction8() {"); CustomAction2(session); return 0;\n}\n',

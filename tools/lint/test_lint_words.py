@@ -51,17 +51,17 @@ class WordsTest(TreeTest):
                 ("delete[] p;", "an expression with 'delete'"), ("thread_local int x;", "'thread_local'"),
                 ("__thread int x;", "'__thread'"), ("throw 1;", "'throw'"), ("dynamic_cast<A*>(b);", "'dynamic_cast'"),
                 ("#define MAKE(x) new x", "an expression with 'new'")]:
-            for name in ("src/util/a.h", "src/util/a.cpp"):
+            for name in ("src/base/a.h", "src/base/a.cpp"):
                 with self.subTest(code=code, name=name):
                     self.assert_found({name: f"// A room.\n{code}\n"}, f"{name}:2: {found}")
                     (self.root / name).unlink()
 
     def test_constructs_that_are_none(self):
-        self.assert_clean({"src/util/a.h": """// A new room, of std::nothing; throw away.
+        self.assert_clean({"src/base/a.h": """// A new room, of std::nothing; throw away.
 /* delete this */
 #include <windows.h>
 #include <stdint.h>
-#include "util/new.h"
+#include "base/new.h"
 struct A {
   A(const A&) = delete;
   A& operator=(const A&) =

@@ -26,9 +26,9 @@ from texts.source_texts import Sources, strings_in
 PAGE = "docs/troubleshooting.md"
 
 # The floors below the log: their texts are patterns, names and marks of the format engine and the file operations, and
-# their numbers, but for those of util, are measures.
-SILENT_FLOORS = ("src/runtime/", "src/util/", "src/format/")
-FLOORS_WITHOUT_CODES = ("src/runtime/", "src/format/")
+# their numbers, but for those of base, are measures.
+SILENT_FLOORS = ("src/runtime/", "src/base/", "src/paths/", "src/format/", "src/files/")
+FLOORS_WITHOUT_CODES = ("src/runtime/", "src/format/", "src/base/calendar")
 
 # What is always in what a user sees, beside the line itself.
 FIXED_TEXTS = {
@@ -111,8 +111,8 @@ CODE_TABLES = {
     "Accounts and the directory": [("src/security/network_management.h", ""), ("src/security/directory.h", ""),
                                    ("src/security/directory.cpp", "")],
     "The firewall's answers": [("src/security/firewall.h", ""), ("src/security/firewall_exceptions.cpp", "")],
-    "The copy/move engine": [("src/util/tree_copy.h", "")],
-    "Files and folders": [("src/util/status.h", "")],
+    "The copy/move engine": [("src/files/tree_copy.h", "")],
+    "Files and folders": [("src/base/status.h", "")],
 }
 
 # Their second argument is what goes to the log.

@@ -106,7 +106,7 @@ SOURCES = {
 |---|
 | `c.txt` |
 """,
-    "src/util/names.cpp": r"""
+    "src/base/names.cpp": r"""
         constexpr char kPattern[] = "not of the log";
         """,
 }
@@ -342,12 +342,12 @@ class TextsTest(unittest.TestCase):
         self.assert_found("-3 stands in the table already", "'-2, -3' is no code of")
 
     def test_code_without_a_table(self):
-        self.sources["src/util/status.h"] = ("constexpr int kStatusLost = -43;\n"
+        self.sources["src/base/status.h"] = ("constexpr int kStatusLost = -43;\n"
                                              "constexpr DWORD kGone = static_cast<DWORD>(-1);\n"
                                              "constexpr HRESULT kOff = static_cast<HRESULT>(0x800706D9);\n"
                                              "constexpr int kSmall = 7;\n")
-        self.assert_found("src/util/status.h:1: kStatusLost is in no table", "src/util/status.h:2: kGone",
-                          "src/util/status.h:3: kOff")
+        self.assert_found("src/base/status.h:1: kStatusLost is in no table", "src/base/status.h:2: kGone",
+                          "src/base/status.h:3: kOff")
 
     # The return codes.
 

@@ -1,0 +1,11 @@
+#include "base/registry_text.h"
+
+#include "base/text.h"
+
+void ReadRegistryText(HKEY key, const char* name, char* buffer, DWORD size) {
+  FillBytes(buffer, 0, size);
+  DWORD count = size;
+  LSTATUS status = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &count);
+  // What a failed query leaves in the buffer is undefined, and stored text may lack its terminator.
+  buffer[status == ERROR_SUCCESS ? size - 1 : 0] = '\0';
+}

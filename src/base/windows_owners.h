@@ -1,0 +1,23 @@
+// Owners of what Windows opens, loads and allocates. Used by everything that opens a file, a process, a
+// registry key or a service.
+#pragma once
+
+#include "base/owner.h"
+
+/// A search started with FindFirstFileW.
+using SearchHandle = Unique<InvalidHandleTraits<FindClose>>;
+/// A file opened with CreateFile.
+using FileHandle = Unique<InvalidHandleTraits<CloseHandle>>;
+/// A process opened with OpenProcess.
+using ProcessHandle = Unique<NullableTraits<HANDLE, CloseHandle>>;
+/// An access token.
+using TokenHandle = Unique<NullableTraits<HANDLE, CloseHandle>>;
+/// An open registry key; predefined root keys are never held.
+using RegistryKey = Unique<NullableTraits<HKEY, RegCloseKey>>;
+/// The service manager or a service.
+using ServiceHandle = Unique<NullableTraits<SC_HANDLE, CloseServiceHandle>>;
+/// A module loaded with LoadLibrary.
+using Module = Unique<NullableTraits<HMODULE, FreeLibrary>>;
+/// Memory that the caller of a system function frees with LocalFree.
+template <typename Type>
+using LocalBlock = Unique<NullableTraits<Type*, LocalFree>>;

@@ -1,0 +1,48 @@
+#include "server/server_folders.h"
+
+#include "base/heap.h"
+#include "base/registry_text.h"
+#include "base/text.h"
+#include "base/windows_owners.h"
+#include "paths/drive.h"
+
+bool ReadPathProperty(MSIHANDLE session, const wchar_t* name, PathRef* path) {
+  path->reset();
+  HeapStringW value(ReadPropertyW(session, name));
+  if (!value) {
+    // A property that cannot be read counts as unset; but not if memory ran out. Its last name would be
+    // empty, and the folder around it would be published.
+    DWORD error = GetLastError();
+    return error != ERROR_OUTOFMEMORY && error != ERROR_NOT_ENOUGH_MEMORY;
+  }
+  if (!value.get()[0]) return true;
+  path->reset(PathFromWrittenWide(value.get()));
+  return static_cast<bool>(*path);
+}
+
+void CopyLastName(PathObject* path, char* buffer) {
+  buffer[0] = '\0';
+  if (!path) return;
+  const char* backslash = TxtFindLastCharA(path->text, '\\');
+  TxtCopyNA(buffer, backslash ? backslash + 1 : path->text, kLastNameSize);
+}
+
+bool ReadLastName(MSIHANDLE session, const wchar_t* name, char* buffer) {
+  PathRef path;
+  bool isRead = ReadPathProperty(session, name, &path);
+  CopyLastName(path.get(), buffer);
+  return isRead;
+}
+
+bool OpenServerSettings(RegistryKey* key) {
+  return key->keep(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\Services\\Vantor\\Settings",
+                                 0, KEY_QUERY_VALUE, key->put()) == ERROR_SUCCESS);
+}
+
+bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder) {
+  char text[kLargestDataFolderText];
+  ReadRegistryText(key, "vtdf", text, size);
+  folder->reset(PathFromWrittenUtf8(text));
+  // A full path is made without the help of Windows: where it is not, memory lacks.
+  return *folder || !IsDriveAbsolute(text);
+}

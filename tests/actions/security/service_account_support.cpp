@@ -1,0 +1,166 @@
+#include "actions/security/service_account_support.h"
+
+#include <algorithm>
+
+namespace service_account_test {
+
+using expected::Quoted;
+
+namespace {
+
+constexpr char kContainerId[] = "{001677D0-FD16-11CE-ABC4-02608C9E7553}";
+
+}  // namespace
+
+Calls& Calls::Set(const std::string& name, const std::string& value) {
+  return Add("MsiSetPropertyW(session, \"" + name + "\", " + Quoted(value) + ") = 0");
+}
+
+Calls& Calls::AskWorkgroup(int buffer) {
+  Late("NETAPI32", "NetWkstaGetInfo(null, 100, *) = 0");
+  return Late("NETAPI32", "NetApiBufferFree(net-buffer#" + std::to_string(buffer) + ") = 0");
+}
+
+Calls& Calls::OpenContainer() {
+  return Late("ACTIVEDS", std::string("ADsGetObject(\"WinNT://CORP\", ") + kContainerId + ", *) = 0");
+}
+
+Calls& Calls::Translate() {
+  Add("CoCreateInstance({274FAE1F-3626-11D1-A3A4-00C04FB950DC}, null, 0x1, "
+      "{B1B272A3-3625-11D1-A3A4-00C04FB950DC}, *) = 0");
+  Add("translator.Init(3, null) = 0");
+  Add(R"(translator.Set(3, "CORP\\svc") = 0)");
+  return Add("translator.Get(1, *) = 0");
+}
+
+Calls& Calls::UpdateNames(const std::string& serviceClass, int operation) {
+  Late("NTDSAPI", "DsGetSpnW(0, \"" + serviceClass + "\", null, 0, 0, null, null, *, *) = 0");
+  Late("NTDSAPI", "DsBindW(null, null, *) = 0");
+  Late("NTDSAPI", "DsWriteAccountSpnW(directory#1, " + std::to_string(operation) +
+                      ", \"CN=svc,CN=Users,DC=CORP\", 2, principal-names#1) = 0");
+  Late("NTDSAPI", "DsUnBindW(*) = 0");
+  return Late("NTDSAPI", "DsFreeSpnArrayW(2, principal-names#1)");
+}
+
+Calls& Calls::Grant(const std::string& controller) {
+  Late("ADVAPI32", "LookupAccountNameW(" + controller + ", \"svc\", *, *, *, *, *) = 1");
+  if (controller != "null") {
+    Late("NETAPI32", "NetApiBufferFree(net-buffer#2) = 0");
+  }
+  return Add("LsaOpenPolicy(null, *, 0xf0fff, *) = 0")
+      .Add("LsaAddAccountRights(policy#1, *, *, 1) = 0")
+      .Add("LsaClose(policy#1) = 0")
+      .Add("LsaNtStatusToWinError(0x0) = 0");
+}
+
+Calls& Calls::Notice(int number) {
+  std::string record = NewRecord();
+  return Add("MsiGetPropertyA(session, \"PROP_SILENCE\", *, *) = 0")
+      .Add("MsiCreateRecord(2) = " + record)
+      .Add("MsiRecordSetInteger(" + record + ", 1, " + std::to_string(number) + ") = 0")
+      .Add("MsiProcessMessage(session, 0x2000030, " + record + ") = 1")
+      .Add("MsiCloseHandle(" + record + ") = 0");
+}
+
+Calls& Calls::NoAccount() {
+  return Log("no service account, using LocalSystem")
+      .Set("PROP_ACCOUNTDOMAIN", "")
+      .Set("PROP_ACCOUNTNAME", "")
+      .Set("PROP_ACCOUNTPASS", "");
+}
+
+Calls& Calls::AskService(const std::string& account) {
+  size_t size = sizeof(QUERY_SERVICE_CONFIGW) + (account.size() + 1) * sizeof(wchar_t);
+  return Add("OpenSCManagerA(null, null, 0x4) = service#1")
+      .Add("OpenServiceW(service#1, \"Vantor\", 0x1) = service#2")
+      .Add("QueryServiceConfigW(service#2, null, 0, *) = 0")
+      .Add("QueryServiceConfigW(service#2, *, " + std::to_string(size) + ", *) = 1")
+      .Add("CloseServiceHandle(service#2) = 1")
+      .Add("CloseServiceHandle(service#1) = 1");
+}
+
+Calls& Calls::LackService() {
+  return Add("OpenSCManagerA(null, null, 0x4) = service#1")
+      .Add("OpenServiceW(service#1, \"Vantor\", 0x1) = null")
+      .Add("CloseServiceHandle(service#1) = 1");
+}
+
+void ServiceAccountTest::Arrange(rig::World& world) {
+  // The installer's host runs COM already; the actions do not start it.
+  world.com.start = RPC_E_CHANGED_MODE;
+  directory_.reset();
+  accounts_ = std::make_unique<rig::Accounts>(world);
+  directory_ = std::make_unique<rig::Directory>(world, *accounts_);
+  world.installer.Set("PROP_ACCOUNTID", "svc");
+  world.installer.Set("PROP_ACCOUNTDESC", "Vantor service");
+}
+
+void ServiceAccountTest::TearDown() {
+  NameKept(TheRig());
+  rig::ActionTest::TearDown();
+}
+
+void ServiceAccountTest::NewScene() {
+  TearDown();
+  SetUp();
+}
+
+void ServiceAccountTest::NameKept(rig::Rig& rig) {
+  for (const char* module : {"NETAPI32", "NTDSAPI", "ACTIVEDS", "ADVAPI32"}) {
+    std::string loaded = "LoadLibraryW(\"" + std::string(module) + "\") = " + module;
+    const std::vector<std::string>& lines = rig.trace.Lines();
+    if (std::find(lines.begin(), lines.end(), loaded) != lines.end()) {
+      rig.ledger.Deliberate(rig::kModule, module);
+    }
+  }
+}
+
+void ServiceAccountTest::NameLost(rig::Rig& rig) {
+  auto has = [&](const std::string& start, const std::string& result) {
+    for (const std::string& line : rig.trace.Lines()) {
+      if (line.rfind(start, 0) == 0 && line.find(" = " + result) != std::string::npos) {
+        return true;
+      }
+    }
+    return false;
+  };
+  bool lacksUser = has("object.QueryInterface(", "0x8");
+  if (lacksUser || has("container.Create(", "0x8")) {
+    rig.ledger.Deliberate(rig::kInterface, "container");
+  }
+  if (lacksUser) {
+    rig.ledger.Deliberate(rig::kInterface, "object");
+  }
+  // All that is held of what a missing function was to take back.
+  auto lose = [&](const rig::Kind& kind, const std::string& module, const std::string& function) {
+    if (has("GetProcAddress(" + module + ", \"" + function + "\")", "null")) {
+      for (size_t count = rig.ledger.Count(kind); count > 0; --count) {
+        rig.ledger.Deliberate(kind);
+      }
+    }
+  };
+  lose(rig::kNetBuffer, "NETAPI32", "NetApiBufferFree");
+  lose(rig::kDirectory, "NTDSAPI", "DsUnBindW");
+  lose(rig::kPrincipalNames, "NTDSAPI", "DsFreeSpnArrayW");
+}
+
+size_t ServiceAccountTest::SweepAction(int number, const std::function<void(rig::World&)>& arrange,
+                                       const std::function<void(const rig::SweepRun&)>& check) {
+  rig::SweepOptions options;
+  options.check = check;
+  return FailEachCall(
+      [number](rig::Scene& scene) {
+        UINT result = scene.library.CustomAction(number, scene.rig.session);
+        NameKept(scene.rig);
+        NameLost(scene.rig);
+        return result;
+      },
+      arrange, options);
+}
+
+std::string ServiceAccountTest::Published(const rig::World& world) {
+  return world.installer.Get("PROP_ACCOUNTNAME") + "|" + world.installer.Get("PROP_ACCOUNTPASS") + "|" +
+         world.installer.Get("PROP_ACCOUNTDOMAIN");
+}
+
+}  // namespace service_account_test

@@ -1,0 +1,78 @@
+// What the tests of the service account share: a world with accounts and a directory, and the traces of what
+// the two actions often do. Used by tests/actions/service_account_*_test.cpp.
+#pragma once
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "actions/expected_calls.h"
+#include "rig/action_test.h"
+#include "rig/world/accounts.h"
+#include "rig/world/directory.h"
+
+namespace service_account_test {
+
+/// The calls that a test expects, with the numbers of what they take.
+class Calls : public expected::CallList<Calls> {
+ public:
+  /// Sets a property.
+  Calls& Set(const std::string& name, const std::string& value);
+  /// Asks for the workgroup, in the buffer of this number.
+  Calls& AskWorkgroup(int buffer);
+  /// Opens the container of CORP.
+  Calls& OpenContainer();
+  /// Translates CORP\svc into a distinguished name.
+  Calls& Translate();
+  /// Gets the names of a class, and adds them (operation 0) to the account or takes them away (2).
+  Calls& UpdateNames(const std::string& serviceClass, int operation);
+  /// Grants the right; `controller` is that of the trace.
+  Calls& Grant(const std::string& controller);
+  /// Tells the user what the notice of this number says.
+  Calls& Notice(int number);
+  /// There is no account: the end of a creation that failed.
+  Calls& NoAccount();
+  /// Asks for the account of the service "Vantor", which has this name of ASCII.
+  Calls& AskService(const std::string& account);
+  /// Asks for the account of the service "Vantor", which is not there.
+  Calls& LackService();
+};
+
+/// A test of CustomAction23 or CustomAction24. The computer is PC7, in the domain CORP.
+class ServiceAccountTest : public rig::ActionTest {
+ protected:
+  void Arrange(rig::World& world) override;
+  void TearDown() override;
+
+  /// The accounts of this world.
+  rig::Accounts& Accounts() { return *accounts_; }
+  /// The directory of this world.
+  rig::Directory& Directory() { return *directory_; }
+  /// The account of this name in CORP.
+  rig::AccountMap& DomainUsers() { return accounts_->domains.at("CORP").accounts; }
+
+  /// Runs the action once per call with that call failing; see FailEachCall.
+  size_t SweepAction(int number, const std::function<void(rig::World&)>& arrange,
+                     const std::function<void(const rig::SweepRun&)>& check);
+  /// Ends this run, with all its checks, and begins another one in a fresh world.
+  void NewScene();
+  /// Says that the modules that the action loaded are kept on purpose.
+  static void NameKept(rig::Rig& rig);
+  /// The same for what a failing start of a user leaves unreleased, and for what nobody can give back because
+  /// the function for it is missing.
+  static void NameLost(rig::Rig& rig);
+  /// The properties PROP_ACCOUNTNAME, ...PASS and ...DOMAIN, in one line.
+  static std::string Published(const rig::World& world);
+  /// The same of this test's world.
+  std::string Published() { return Published(TheWorld()); }
+
+ private:
+  std::unique_ptr<rig::Accounts> accounts_;
+  std::unique_ptr<rig::Directory> directory_;
+};
+
+/// What Published says without an account.
+inline constexpr char kNoAccount[] = "||";
+
+}  // namespace service_account_test

@@ -1,0 +1,131 @@
+// The accounts of this computer and of domains in memory: network management, the policy of rights, look-ups,
+// the service that runs under an account. A part of a world that its tests attach themselves.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <deque>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "rig/secrets.h"
+#include "rig/world/service_handles.h"
+#include "rig/world/world.h"
+
+namespace rig {
+
+/// Orders names as the system compares them: without regard to case.
+struct IgnoreCase {
+  /// Whether `a` comes before `b`; both are UTF-8.
+  bool operator()(const std::string& a, const std::string& b) const;
+};
+
+/// An account, as it was made.
+struct Account {
+  std::string password;  ///< As text; the mark of a secret in its place.
+  std::string fullName;  ///< As text.
+  std::string record;    ///< Every field of the record that made it, for a local one.
+};
+
+/// The accounts of a computer or of a domain, by name.
+using AccountMap = std::map<std::string, Account, IgnoreCase>;
+
+/// A domain.
+struct Domain {
+  std::string controller;  ///< The name of its controller; none answers when this is empty.
+  AccountMap accounts;     ///< Its users.
+};
+
+/// The accounts as the library meets them, in one world: make one in Arrange, where it attaches itself. All
+/// text is UTF-8. Stricter than Windows where its promise leaves room: buffers of the network hold to the
+/// byte what they must, what a look-up is told of room it fills with rubbish before it fails, and the room
+/// of a name is filled behind its end.
+class Accounts {
+ public:
+  /// Answers for this world, which lives longer.
+  explicit Accounts(World& world);
+  Accounts(const Accounts&) = delete;
+  Accounts& operator=(const Accounts&) = delete;
+
+  /// The function ("NetUserAdd") fails with `code`: as its result where it returns its error, otherwise as
+  /// the last error.
+  void Refuse(const std::string& function, DWORD code) { refused_[function] = code; }
+  /// What `function` is to fail with; 0 when it is not.
+  DWORD RefusalOf(const std::string& function) const;
+
+  /// The bytes of a GUID, in memory order.
+  using Chance = std::array<BYTE, 16>;
+  /// What CoCreateGuid gives, one after another; one call more fails the test. At first one whose password
+  /// has all classes.
+  std::deque<Chance> chances;
+  /// The password of the GUID that is there at first, which no trace shows.
+  static constexpr char kPassword[] = "aBAA0CAA!DAAvAAA9AAA";
+
+  std::string computer = "PC7";    ///< The name of this computer.
+  std::string workgroup = "CORP";  ///< The domain or workgroup that it is in; "\1" for a null name.
+  AccountMap users;                ///< Its accounts.
+  std::map<std::string, Domain, IgnoreCase> domains;  ///< The domains; at first CORP, with a controller.
+  std::string processUser = "PC7\\installer";         ///< Whom the process runs under.
+
+  /// Rooms that LookupAccountNameW asks for before it answers: bytes of the identifier and characters of the
+  /// domain. It asks for them even where there is room enough.
+  std::deque<std::pair<DWORD, DWORD>> demands;
+  /// The rooms that LookupAccountNameW was given, in order.
+  std::vector<std::pair<DWORD, DWORD>> rooms;
+  /// The rights that were granted, "PC7\svc SeServiceLogonRight (38 of 40)" with the lengths in bytes.
+  std::vector<std::string> rights;
+
+  bool hasService = false;     ///< Whether there is the service "Vantor".
+  std::string serviceAccount;  ///< The account that it runs under; "\1" for a null name.
+
+  /// The identifier of an account ("PC7\svc"), the same each time.
+  std::vector<BYTE> SidOf(const std::string& account);
+
+ private:
+  /// Makes the functions of accounts.
+  void AnswerUsers();
+  /// Makes those of domains.
+  void AnswerNetwork();
+  /// Makes those of look-ups.
+  void AnswerLookUps();
+  /// Makes those of the policy.
+  void AnswerPolicy();
+  /// Makes those of the process's user.
+  void AnswerToken();
+  /// Makes those of the service.
+  void AnswerService();
+  /// Answers NetUserAdd.
+  DWORD Add(DWORD level, const BYTE* buffer);
+  /// Answers LookupAccountNameW.
+  BOOL LookUp(const std::string& system, const std::string& name, void* sid, DWORD* sidSize, wchar_t* domain,
+              DWORD* domainSize);
+  /// The account ("PC7\svc") that a name means on a computer; empty when there is none.
+  std::string Resolve(const std::string& system, const std::string& name) const;
+  /// Answers LookupAccountSidW.
+  BOOL LookUpSid(const void* sid, wchar_t* name, DWORD* nameSize, wchar_t* domain, DWORD* domainSize);
+  /// The account that an identifier stands for; empty when there is none.
+  std::string OwnerOf(const void* sid) const;
+  /// Answers GetComputerNameW.
+  BOOL TellComputer(wchar_t* buffer, DWORD* size, DWORD tooSmall);
+  /// Answers QueryServiceConfigW.
+  BOOL QueryService(QUERY_SERVICE_CONFIGW* configuration, DWORD size, DWORD* needed);
+
+  World& world_;
+  Secret secret_{kPassword};
+  std::map<std::string, DWORD> refused_;
+  std::map<std::string, std::vector<BYTE>, IgnoreCase> sids_;
+  std::map<HANDLE, DWORD> handles_;
+  ServiceHandles<std::string> services_;  // a service is the account that it runs under
+  uintptr_t nextHandle_ = 0xACC0010;
+};
+
+/// A buffer of the network of exactly `size` bytes, which NetApiBufferFree takes back.
+void* MakeNetworkBuffer(size_t size);
+/// Text, or "null".
+std::string TextOrNull(const wchar_t* text);
+
+}  // namespace rig

@@ -1,0 +1,84 @@
+// The domain's directory in memory: containers and users, distinguished names, and the names of services that
+// are registered on users. A part of a world that its tests attach themselves.
+#pragma once
+
+#include <windows.h>
+// Behind windows.h, on which they build, the second on the first.
+#include <oleauto.h>
+
+#include <iads.h>
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "rig/world/accounts.h"
+
+namespace rig {
+
+/// The directory as the library meets it, in one world: make one in Arrange, where it attaches itself. Its
+/// domains and users are those of `Accounts`. The objects are fakes whose calls stand in the trace:
+/// "container", "object" (with the interface "user") and "translator". Texts must be plain ones, not system
+/// strings. Where the headers call a method GetObjectA, so does the trace.
+class Directory {
+ public:
+  /// Answers for this world, which lives longer, as do its accounts.
+  Directory(World& world, Accounts& accounts);
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
+
+  /// The method ("container.Create") or function ("DsBindW") fails with this code; a method then leaves
+  /// rubbish where it was to hand something out.
+  void Refuse(const std::string& call, DWORD code) { refused_[call] = code; }
+  /// Objects of new users do not have the interface of users.
+  void HideUsers() { hidesUsers_ = true; }
+
+  /// Distinguished names of users ("CORP\svc"); any other user's is "CN=svc,CN=Users,DC=CORP".
+  std::map<std::string, std::string> distinguishedNames;
+  /// Whether this computer has names to register.
+  bool hasPrincipalNames = true;
+  /// What is registered, "CN=svc,CN=Users,DC=CORP VANTOR/PC7".
+  std::set<std::string> registered;
+
+ private:
+  /// What the call is to fail with, or 0.
+  DWORD RefusalOf(const std::string& call) const;
+  /// Gives `fake` the method `Member`, unless a test makes it fail.
+  template <auto Member, class Interface, class Answer>
+  Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
+  /// Fails the test when a text is a system string.
+  void CheckPlain(const wchar_t* text) const;
+  /// Makes the container.
+  void AnswerContainer();
+  /// Makes the user.
+  void AnswerUser();
+  /// Makes the translator.
+  void AnswerTranslator();
+  /// Makes the functions of principal names.
+  void AnswerPrincipalNames();
+  /// Answers ADsGetObject.
+  HRESULT Open(const std::string& path, const IID& iid, void** out);
+  /// The domain whose container was opened last.
+  AccountMap& Users() { return accounts_.domains.at(domain_).accounts; }
+  /// Answers IADsNameTranslate::Set.
+  HRESULT Translate(const std::string& name);
+  /// Answers DsGetSpnW.
+  DWORD MakeNames(const std::string& serviceClass, DWORD* count, wchar_t*** names) const;
+  /// Answers DsWriteAccountSpnW.
+  DWORD WriteNames(int operation, const std::string& account, DWORD count, const wchar_t** names);
+
+  World& world_;
+  Accounts& accounts_;
+  std::map<std::string, DWORD> refused_;
+  bool hidesUsers_ = false;
+  std::string domain_;
+  std::string newName_;
+  Account newUser_;
+  bool isInitialised_ = false;
+  std::string translated_;
+  FakeObject<IADsContainer>* container_ = nullptr;
+  FakeObject<IDispatch>* object_ = nullptr;
+  FakeObject<IADsUser>* user_ = nullptr;
+};
+
+}  // namespace rig

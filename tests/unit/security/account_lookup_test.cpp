@@ -1,0 +1,127 @@
+// Looking accounts up: the room for the identifier and for the domain, which may have to grow.
+
+#include <cstring>
+#include <memory>
+
+#include "base/heap.h"
+#include "rig/action_test.h"
+#include "rig/guarded_heap.h"
+#include "rig/internals.h"
+#include "rig/world/accounts.h"
+#include "security/account_sid.h"
+
+namespace account_lookup_test {
+
+HX_INTERNAL(HeapFreeSafe);
+HX_INTERNAL(LookUpAccountSid);
+
+using Rooms = std::vector<std::pair<DWORD, DWORD>>;
+
+class AccountLookupTest : public rig::RiggedInternalsTest {
+ protected:
+  void Arrange(rig::World& world) override {
+    accounts_ = std::make_unique<rig::Accounts>(world);
+    accounts_->users["svc"];
+    accounts_->domains["CORP"].accounts["boss"];
+  }
+  // Whether the look-up finds this account, or nothing when it is empty.
+  bool Finds(const wchar_t* controller, const wchar_t* name, const std::string& account) {
+    void* sid = LookUpAccountSid(controller, name);
+    if (sid == nullptr) return account.empty();
+    std::vector<BYTE> expected = accounts_->SidOf(account);
+    bool isSame = std::memcmp(sid, expected.data(), expected.size()) == 0;
+    size_ = static_cast<size_t>(rig::GuardedHeap::Get().SizeOf(sid));
+    HeapFreeSafe(sid);
+    return isSame;
+  }
+  std::unique_ptr<rig::Accounts> accounts_;
+  // The size of the block that was found last.
+  size_t size_ = 0;
+};
+
+TEST_F(AccountLookupTest, OneBlockHoldsTheIdentifierAndTheDomain) {
+  TheRig().MakeLoud("HeapAlloc");
+  EXPECT_TRUE(Finds(nullptr, L"svc", "PC7\\svc"));
+  EXPECT_TRACE({
+      "HeapAlloc(*, 8, 768) = block#1",
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleW("ADVAPI32") = ADVAPI32)",
+      R"(GetProcAddress(ADVAPI32, "LookupAccountNameW") = *)",
+      "SetErrorMode(0x4000) = 32769",
+      R"(LookupAccountNameW(null, "svc", *, *, *, *, *) = 1)",
+  });
+  EXPECT_EQ(size_, 768u);
+}
+
+TEST_F(AccountLookupTest, AControllerKnowsTheUsersOfItsDomain) {
+  EXPECT_TRUE(Finds(L"\\\\DC1", L"boss", "CORP\\boss"));
+  EXPECT_TRUE(Finds(nullptr, L"boss", ""));
+  EXPECT_TRUE(Finds(L"\\\\DC1", L"svc", ""));
+  EXPECT_TRUE(Finds(L"\\\\DC2", L"boss", ""));
+}
+
+TEST_F(AccountLookupTest, TheBlockGrowsToWhatTheSystemAsksFor) {
+  const Rooms demands = {{257, 256}, {256, 257}, {300, 300}, {28, 300}, {700, 4}, {28, 257}, {4000, 4000}};
+  for (const auto& demand : demands) {
+    accounts_->rooms.clear();
+    accounts_->demands = {demand};
+    EXPECT_TRUE(Finds(nullptr, L"svc", "PC7\\svc")) << demand.first << ", " << demand.second;
+    EXPECT_EQ(accounts_->rooms, (Rooms{{256, 256}, demand}));
+    EXPECT_EQ(size_, demand.first + 2 * demand.second);
+  }
+}
+
+TEST_F(AccountLookupTest, TheBlockGrowsMoreThanOnce) {
+  const Rooms demands = {{300, 256}, {28, 400}, {301, 5}, {600, 401}, {601, 402}};
+  accounts_->demands = {demands.begin(), demands.end()};
+  EXPECT_TRUE(Finds(nullptr, L"svc", "PC7\\svc"));
+  Rooms rooms = {{256, 256}};
+  rooms.insert(rooms.end(), demands.begin(), demands.end());
+  EXPECT_EQ(accounts_->rooms, rooms);
+}
+
+TEST_F(AccountLookupTest, ASystemThatAsksForNoMoreIsNotAskedForEver) {
+  const std::vector<Rooms> endless = {Rooms(100, {256, 256}),
+                                      Rooms(100, {28, 4}),
+                                      Rooms(100, {300, 300}),
+                                      {{300, 10}, {10, 300}, {300, 10}, {10, 300}}};
+  for (const Rooms& demands : endless) {
+    accounts_->demands = {demands.begin(), demands.end()};
+    accounts_->rooms.clear();
+    EXPECT_TRUE(Finds(nullptr, L"svc", ""));
+    EXPECT_LE(accounts_->rooms.size(), 3u);
+  }
+}
+
+TEST_F(AccountLookupTest, AnyOtherErrorEndsIt) {
+  for (DWORD error : {ERROR_NONE_MAPPED, ERROR_ACCESS_DENIED, ERROR_MORE_DATA, ERROR_SUCCESS}) {
+    accounts_->rooms.clear();
+    TheWorld().On<::LookupAccountNameW>([this, error](const wchar_t*, const wchar_t*, void*, DWORD* sidSize,
+                                                      wchar_t*, DWORD*, SID_NAME_USE*) {
+      accounts_->rooms.emplace_back(*sidSize, 0);
+      *sidSize += accounts_->rooms.size() < 10 ? 1000 : 0;
+      SetLastError(error);
+      return FALSE;
+    });
+    EXPECT_TRUE(Finds(nullptr, L"svc", ""));
+    EXPECT_EQ(accounts_->rooms.size(), 1u);
+  }
+}
+
+TEST_F(AccountLookupTest, EveryCallMayFail) {
+  size_t calls = FailEachCall(
+      [](rig::Scene& scene) -> UINT {
+        HeapFreeSafe(LookUpAccountSid(nullptr, L"svc"));
+        // A module that does not count as loaded is loaded, and kept.
+        for (const std::string& line : scene.rig.trace.Lines()) {
+          if (line == "LoadLibraryW(\"ADVAPI32\") = ADVAPI32") {
+            scene.rig.ledger.Deliberate(rig::kModule, "ADVAPI32");
+          }
+        }
+        return 0;
+      },
+      [this](rig::World&) { accounts_->demands = {{300, 300}, {28, 1000}}; });
+  EXPECT_EQ(calls, 8u);
+}
+
+}  // namespace account_lookup_test
