@@ -1,4 +1,4 @@
-// A library with deliberate faults. Used by the test rig's own tests (tests/unit/rig_*_test.cpp), which must
+// A library with deliberate faults. Used by the test rig's own tests (tests/unit/rig/), which must
 // find each of them.
 #pragma once
 

@@ -1,5 +1,5 @@
 // The subject's use of terminal sessions, processes and privileges. Used by
-// tests/unit/rig_sessions_test.cpp.
+// tests/unit/rig/rig_sessions_test.cpp.
 #pragma once
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-// The subject's use of the Task Scheduler's objects. Used by tests/unit/rig_tasks_test.cpp.
+// The subject's use of the Task Scheduler's objects. Used by tests/unit/rig/rig_tasks_test.cpp.
 #pragma once
 
 #include <windows.h>
