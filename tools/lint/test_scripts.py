@@ -18,8 +18,8 @@ class ScriptsTest(unittest.TestCase):
                 with self.subTest(script.name):
                     self.assertTrue(os.access(script, os.X_OK))
                     result = subprocess.run([script, root], capture_output=True, text=True)
-                    # An empty tree lacks nothing but the lists of entry points and the version.
-                    lacking = script.stem in ("lint-entry-points", "lint-version")
+                    # In an empty tree, the lists of entry points, the layers and the version are missing.
+                    lacking = script.stem in ("lint-entry-points", "lint-layers", "lint-version")
                     self.assertEqual(result.returncode, 1 if lacking else 0, result.stdout)
                     self.assertEqual(result.stderr, "")
 
