@@ -17,7 +17,8 @@ MOST_REPEATED = 5
 
 FOLDER = re.compile(rf"({'|'.join(PROGRAMS)})-((?:x64|arm64)(?:-checked)?)(?:-\w+)?")
 # What the scripts' folders hold, by the beginning of their names.
-SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools", "runs": "checks of the installer's runs"}
+SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools",
+           "runs": "checks of the installer's runs"}
 
 
 class Outcome(NamedTuple):

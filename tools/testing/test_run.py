@@ -216,55 +216,91 @@ die() { say "$@"; exit 1; }
 need_packages() { :; }; need_rights() { :; }; need_windows() { :; }; need_test_tools() { :; }
 """
 # Its program never ends, and says its number.
-SERVE = """#!/bin/bash
+ENDLESS = """#!/bin/bash
 read -r line
 sleep 1000 &
 echo $! >"$2/../../pid"
 echo "a program runs"
 wait
 """
+# Its program says what is in the run's folder.
+LISTING = """#!/bin/bash
+while read -r line; do
+  (cd "$2" && ls -d */*.*)
+  echo 0 >&"$3"
+done
+"""
 NINJA = """#!/bin/bash
 mkdir -p "$2"
+touch "$2"/{hxsetup,hxinternals}.{dll,pdb} "$2"/{action,unit}_tests.exe
+echo "${@:2}" >>build/ninja.txt
 """
 
 
-class InterruptedTest(unittest.TestCase):
-    """However the front ends, everything that it started ends too."""
+class FrontTest(unittest.TestCase):
+    """A copy of hx with its tools for tests, in which the set-up, the build and Windows are made up."""
+
+    serve = LISTING
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="hx-interrupted-")
+        folder = tempfile.TemporaryDirectory(prefix="hx-front-")
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name)
         (self.root / "bin").mkdir()
-        for name in ("testing", "windows", "setup", "lint"):
+        for name in ("testing", "windows", "setup"):
             (self.root / "tools" / name).mkdir(parents=True)
         for path in [TOOLS.parent / "hx", *(TOOLS / "testing").glob("*.py"), TOOLS / "windows/windows_session.py"]:
             copy = self.root / path.relative_to(TOOLS.parent)
             copy.write_bytes(path.read_bytes())
             copy.chmod(0o755)
-        for path, text in (("tools/setup/setup.sh", SETUP), ("tools/windows/serve.sh", SERVE), ("bin/ninja", NINJA),
+        for path, text in (("tools/setup/setup.sh", SETUP), ("tools/windows/serve.sh", self.serve), ("bin/ninja", NINJA),
                            ("bin/cmake", "#!/bin/sh\n")):
             (self.root / path).write_text(text)
             (self.root / path).chmod(0o755)
 
+    def start(self, *words):
+        environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
+        environment["PATH"] = f"{self.root}/bin:{environment['PATH']}"
+        # Whoever runs this test may ignore a signal, and a shell cannot undo that.
+        front = subprocess.Popen(["env", "--default-signal", self.root / "hx", *words], env=environment, text=True,
+                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.addCleanup(front.stdout.close)
+        self.addCleanup(front.kill)
+        return front
+
+
+class BuildTest(FrontTest):
+    """What the plan names is built and taken into the run's folder, and nothing that is left of another build."""
+
+    def test_one_level(self):
+        (self.root / "build/x64").mkdir(parents=True)
+        for name in ("hxinternals.dll", "agent.exe"):
+            (self.root / "build/x64" / name).write_text("left\n")
+        output, _ = self.start("test", "actions", "S.*", "--only", "x64").communicate(timeout=60)
+        self.assertEqual((self.root / "build/ninja.txt").read_text().splitlines(),
+                         ["build/x64 --quiet hxsetup", "build/x64-tests --quiet action_tests"])
+        listed = [line.removeprefix("x64: ") for line in output.splitlines() if "/" in line and "hx:" not in line]
+        self.assertEqual(listed, ["x64-tests/action_tests.exe", "x64/hxsetup.dll", "x64/hxsetup.pdb"])
+        # The made-up program has left no results.
+        self.assertEqual(output.splitlines()[-1], "0 passed, 1 failed")
+
+
+class InterruptedTest(FrontTest):
+    """However the front ends, everything that it started ends too."""
+
+    serve = ENDLESS
+
     def wait_until(self, met, what):
-        for _ in range(200):
+        for _ in range(600):
             if met():
                 return
             time.sleep(0.1)
-        self.fail(f"not within 20 seconds: {what}")
+        self.fail(f"not within 60 seconds: {what}")
 
     def interrupt(self, number):
         """Starts a run, sends its front the signal `number` while a program runs, and waits for its end: (its exit status,
         its output)."""
-        environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
-        environment["PATH"] = f"{self.root}/bin:{environment['PATH']}"
-        # Whoever runs this test may ignore a signal, and a shell cannot undo that.
-        front = subprocess.Popen(["env", "--default-signal", self.root / "hx", "test", "actions", "--only", "x64"],
-                                 env=environment, text=True, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                 stderr=subprocess.STDOUT)
-        self.addCleanup(front.stdout.close)
-        self.addCleanup(front.kill)
+        front = self.start("test", "actions", "--only", "x64")
         self.wait_until(lambda: (self.root / "build/pid").is_file() and (self.root / "build/pid").read_text().strip()
                         or front.poll() is not None, "a program runs")
         if front.poll() is not None:
@@ -272,7 +308,7 @@ class InterruptedTest(unittest.TestCase):
         self.sleeper = int((self.root / "build/pid").read_text())
         self.assertTrue(self.alive())
         front.send_signal(number)
-        output, _ = front.communicate(timeout=30)
+        output, _ = front.communicate(timeout=60)
         return front.returncode, output
 
     def alive(self):
