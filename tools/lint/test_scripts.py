@@ -1,4 +1,4 @@
-"""The lints can be run as programs on any tree."""
+"""The lints can be run as programs on any tree; and no tool or test is where nobody finds it."""
 
 import os
 import subprocess
@@ -22,6 +22,21 @@ class ScriptsTest(unittest.TestCase):
                     lacking = script.stem in ("lint-entry-points", "lint-layers", "lint-version")
                     self.assertEqual(result.returncode, 1 if lacking else 0, result.stdout)
                     self.assertEqual(result.stderr, "")
+
+
+class LayoutTest(unittest.TestCase):
+    def test_every_file_is_in_a_folder(self):
+        """What all tests share is the only exception."""
+        self.assertEqual({path.name for path in TOOLS.iterdir() if path.is_file()}, {"support.py"})
+
+    def test_every_test_is_found(self):
+        """Tests are looked for only in folders that are packages, one below tools/."""
+        folders = {path.parent for path in TOOLS.rglob("test_*.py")}
+        self.assertGreaterEqual(len(folders), 7)
+        for folder in sorted(folders):
+            with self.subTest(folder.name):
+                self.assertEqual(folder.parent, TOOLS)
+                self.assertTrue((folder / "__init__.py").is_file())
 
 
 if __name__ == "__main__":
