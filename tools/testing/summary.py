@@ -96,6 +96,8 @@ class Sum:
             yield from (f"  {name}" for name in self.repeated)
         if len(self.repeated) > MOST_REPEATED:
             yield f"more than {MOST_REPEATED} of them are a failure of its own: is something wrong that is not the emulator?"
+        if self.passed + self.failed == 0:
+            yield 'no test ran: a filter is a GoogleTest filter of whole names, such as "Path*"'
         yield f"{self.passed} passed, {self.failed} failed"
 
 

@@ -84,6 +84,13 @@ class ResultsTest(RunFolderTest):
     def test_nothing_is_no_success(self):
         self.assertEqual(self.closing(), ("0 passed, 0 failed\n", "", 1))
 
+    def test_a_filter_that_no_test_matches(self):
+        self.write("actions-x64", suite(), 0)
+        self.assertEqual(self.summary(), (
+            "actions: 0 tests, run 0 times (x64)\n"
+            'no test ran: a filter is a GoogleTest filter of whole names, such as "Path*"\n'
+            "0 passed, 0 failed\n", "", 1))
+
     def test_failed_tests(self):
         self.assertEqual(failed(self.write("a", suite(One="x", Two=None, Three="y"))), ["S.One", "S.Three"])
         self.assertEqual(failed(self.write("b", suite(One=None, Two="not run"))), [])
