@@ -1,15 +1,16 @@
 // Links to folders in the data of a server that is upgraded, which whoever may write the data can put there:
 // the upgrade and its way back read, write and delete nothing outside of the folders that they are for.
 
-#include "install/server_rig.h"
+#include "install/machine_state.h"
+#include "install/security_rig.h"
 
 namespace install {
 namespace {
 
-class ServerLinksTest : public ServerTest {
+class ServerLinksTest : public SecurityTest {
  protected:
   void SetUp() override {
-    ServerTest::SetUp();
+    SecurityTest::SetUp();
     WriteTree(secret, kSecret);
   }
 
@@ -23,6 +24,26 @@ class ServerLinksTest : public ServerTest {
     return content;
   }
 
+  /// After a run that `action` has ended, which has told so and was rolled back.
+  void ExpectStopped(const InstallerRun& run, const std::string& action) {
+    EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+    ExpectRolledBack(run);
+    EXPECT_EQ(run.LinesWith(kCannotMoveAside).size(), 1u);
+    // The second line of each action is that of its run.
+    const Texts ends = run.LinesWith(": " + action + ". Return value ");
+    ASSERT_EQ(ends.size(), 2u);
+    EXPECT_NE(ends[1].find("Return value 0."), std::string::npos) << ends[1];
+    for (const char* later : {"CustomAction16.Data", "CustomAction17.Clear", "CustomAction25.Data"})
+      EXPECT_LT(StartsOf(run, later), 2u) << later;
+    if (Server().IsInstalled()) Remove(Server());
+  }
+  static size_t StartsOf(const InstallerRun& run, const std::string& action) {
+    size_t count = 0;
+    for (const std::string& line : run.LinesWith("Action start"))
+      count += line.find(": " + action + ".") != std::string::npos;
+    return count;
+  }
+
   void ExpectSecretKept() { EXPECT_EQ(ReadTree(secret), kSecret); }
 
   static Tree WithLinks(Tree tree, const std::vector<std::string>& names) {
@@ -30,6 +51,7 @@ class ServerLinksTest : public ServerTest {
     return tree;
   }
 
+  static constexpr wchar_t kLoud[] = L"PROP_SILENCE=-1";
   const Tree kSecret = {{"secret.txt", "nobody's business"}, {"More\\", ""}, {"More\\other.txt", "nor this"}};
   /// A folder that has nothing to do with the server.
   const std::wstring secret = elsewhere + L"\\Secret";
@@ -57,33 +79,129 @@ TEST_F(ServerLinksTest, LinksInTheOlderDataAreNotCopied) {
 }
 
 // A server of the earlier layout gets a new data folder. Somebody has made that before, with links under the
-// names that the older data have, or as a link itself.
-TEST_F(ServerLinksTest, NothingIsCopiedThroughLinksInTheNewDataFolder) {
+// names that the older data have, or as a link itself. Without a stop the new server would start with a part
+// of the data or none, and nobody would be told.
+TEST_F(ServerLinksTest, LinksInTheNewDataFolderStopAnUpgrade) {
   const std::wstring earlier = elsewhere + L"\\Vantor 7";
-  const Tree data = With({{"format.txt", "2\r\n"}}, "Reports", {{"first.txt", "1"}});
+  const Tree older =
+      With(OlderProgram(), "Data", With({{"format.txt", "1\r\n"}}, "Reports", {{"first.txt", "1"}}));
   for (const bool isAllLink : {false, true}) {
     SCOPED_TRACE(isAllLink);
     DeleteTree(programs);
-    DeleteTree(elsewhere + L"\\Vantor (previous)");
-    WriteTree(earlier, With(OlderProgram(), "Data", data));
+    WriteTree(earlier, older);
     WriteTree(server, {});
-    Tree expected = {{"Data\\", kLink}};
     if (isAllLink) {
       MakeLink(server + L"\\Data", secret);
     } else {
-      WriteTree(server + L"\\Data", {});
+      WriteTree(server + L"\\Data", {{"dbcon_failed.txt", "marker"}});
       MakeLink(server + L"\\Data\\Reports", secret);
-      expected = With({}, "Data", {{"format.txt", "2\r\n"}, {"Reports\\", kLink}});
     }
-    const InstallerRun& upgraded =
-        Install(Server(), L"PROP_SILENCE=-1 PROP_PRE75SERVER=\"" + earlier + L"\"");
-    ExpectInstalled(upgraded);
-    EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 1u);
-    for (const auto& [path, bytes] : NewProgram()) expected[path] = bytes;
-    EXPECT_EQ(ReadTree(server), expected);
-    EXPECT_EQ(ReadTree(elsewhere + L"\\Vantor (previous)"), With(OlderProgram(), "Data", data));
+    const MachineState before = MachineState::Now();
+    const InstallerRun& stopped = Install(Server(), L"PROP_PRE75SERVER=\"" + earlier + L"\" " + kLoud);
+    ExpectStopped(stopped, "CustomAction15.LookAtData");
+    EXPECT_EQ(MachineState::Now().Since(before), "");
     ExpectSecretKept();
+  }
+}
+
+// Data have outlived a server. Its service's account could put a link in the place of the folder, or into it,
+// and what follows runs as SYSTEM there: the markers are deleted, the data converted, the folder's access
+// list replaced.
+TEST_F(ServerLinksTest, LinksInDataThatAreThereStopAnInstallation) {
+  const std::string account = ComputerName() + "\\" + UserName();
+  WriteTree(secret, {{"format.txt", "1\r\n"}, {"dbcon_failed.txt", "marker"}});
+  for (const std::wstring& data : {server + L"\\Data", outsideData}) {
+    for (const bool isAllLink : {false, true}) {
+      SCOPED_TRACE(FromWide(data) + (isAllLink ? ", a link" : ", with a link in it"));
+      DeleteTree(programs);
+      DeleteTree(outsideData);
+      // This engine's rollback takes an empty folder away.
+      WriteTree(server, {{"left.txt", "of the server before"}});
+      if (isAllLink) {
+        MakeLink(data, secret);
+      } else {
+        WriteTree(data, {{"format.txt", "1\r\n"}, {"dbcon_failed.txt", "marker"}, {"Reports\\", ""}});
+        MakeLink(data + L"\\Reports\\linked", secret);
+      }
+      // A service with an account that this engine can look up.
+      MakeServer(server + L"\\vt.exe", ToWide(account));
+      const MachineState before = MachineState::Now();
+      const std::wstring given = data == outsideData ? L"DIR_DATAFOLDER=\"" + data + L"\" " : L"";
+      const InstallerRun& stopped = Install(Server(), given + kLoud);
+      ExpectStopped(stopped, "CustomAction15.LookAtData");
+      EXPECT_EQ(stopped.Property("PROP_DFPRESENT"), "1");
+      EXPECT_EQ(MachineState::Now().Since(before), "");
+      DeleteServer();
+    }
+  }
+}
+
+// A repair looks only if it makes the service again, with an account: no other gives access to the folder.
+TEST_F(ServerLinksTest, ALinkStopsARepairThatGivesAccess) {
+  ASSERT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1").exitCode, 0u);
+  DeleteTree(server + L"\\Data");
+  MakeLink(server + L"\\Data", secret);
+  const InstallerRun& plain = Reinstall(Server(), L"PROP_ACCOUNTTYPE=1");
+  EXPECT_EQ(plain.exitCode, 0u);
+  EXPECT_EQ(DeferredActions(plain), Texts());
+
+  DeleteServer();
+  const InstallerRun& stopped = Reinstall(Server(), std::wstring(L"PROP_ACCOUNTTYPE=1 ") + kLoud);
+  EXPECT_EQ(stopped.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+  EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
+  EXPECT_EQ(stopped.LinesWith("setting ACL"), Texts());
+  ExpectSecretKept();
+  // For LocalSystem no access is given, and the data may be where the administrator has them.
+  const InstallerRun& repaired = Reinstall(Server());
+  EXPECT_EQ(repaired.exitCode, 0u);
+  EXPECT_EQ(DeferredActions(repaired), Texts());
+  ExpectSecretKept();
+}
+
+// SYSTEM has only the computer's rights there, and a share itself cannot be looked up by its name. This
+// engine makes another folder of such a name during costing, so the package has it from then on.
+TEST_F(ServerLinksTest, NoLinksAreLookedForOnAShare) {
+  const std::wstring package = elsewhere + L"\\server.msi";
+  for (const auto& [folder, isLookedInto] :
+       {std::pair("\\\\nowhere\\share\\Data\\", false), std::pair("C:\\Vantor Store\\Data\\", true)}) {
+    WriteTree(outsideData, {});
+    ChangePackage(Server().path, package,
+                  {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Move', 51, "
+                   "'DIR_DATAFOLDER', '" +
+                       std::string(folder) + "')",
+                   "INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('Move', 1505)"});
+    const InstallerRun& run = Msiexec("share", L"/i \"" + package + L"\" /qn");
+    EXPECT_EQ(run.exitCode, 0u);
+    EXPECT_EQ(DeferredActions(run), isLookedInto ? Texts{"CustomAction15.LookAtData"} : Texts()) << folder;
     EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  }
+}
+
+// An administrator's own link or a mount point, mostly. It would be put aside as a link, and the new server
+// would start without data.
+TEST_F(ServerLinksTest, AnOlderDataFolderThatIsALinkStopsAnUpgrade) {
+  const std::wstring real = elsewhere + L"\\Volume";
+  for (const std::wstring& data : {server + L"\\Data", outsideData}) {
+    SCOPED_TRACE(FromWide(data));
+    DeleteTree(programs);
+    LayDown(real);
+    SetDataSetting(data);
+    MakeLink(data, real);
+    const MachineState before = MachineState::Now();
+    const InstallerRun& stopped = Install(Server(), kLoud);
+    ExpectStopped(stopped, "CustomAction15.LookAtOlder");
+    EXPECT_EQ(MachineState::Now().Since(before), "");
+
+    // The real folder's name is all that it needs.
+    SetDataSetting(real);
+    const InstallerRun& upgraded = Install(Server());
+    ExpectInstalled(upgraded);
+    EXPECT_EQ(ReadTree(real)["format.txt"], "2\r\n");
+    EXPECT_EQ(Remove(Server()).exitCode, 0u);
+    // The link first: the tools here do not see one that leads nowhere.
+    DeleteTree(programs);
+    DeleteTree(elsewhere);
+    WriteTree(secret, kSecret);
   }
 }
 
@@ -118,9 +236,9 @@ TEST_F(ServerLinksTest, TheSearchForDataEndsOnLinks) {
   MakeLink(server + L"\\Data\\again", L".");
   MakeLink(server + L"\\Data\\Reports\\and again", L".");
   MakeLink(server + L"\\Data\\linked", secret);
-  const InstallerRun& installed = Install(Server());
-  ExpectInstalled(installed);
-  ExpectPublished(installed, {{"PROP_DFPRESENT", L""}, {"PROP_UPGRADE", L""}});
+  const InstallerRun& stopped = Install(Server(), kLoud);
+  ExpectStopped(stopped, "CustomAction15.LookAtData");
+  ExpectPublished(stopped, {{"PROP_DFPRESENT", L""}, {"PROP_UPGRADE", L""}});
   ExpectSecretKept();
 }
 

@@ -181,8 +181,9 @@ TEST_F(ServerObstaclesTest, GivenFoldersGoBeforeWhatIsFound) {
       Server(), L"PROP_SILENCE=-1 DIR_SERVER=\"" + server + L"\" DIR_DATAFOLDER=\"" + server + L"\\Data\"");
   ExpectInstalled(upgraded);
   EXPECT_EQ(DeferredActions(upgraded),
-            (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Clear",
-                                      "CustomAction17.Judge"}));
+            (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server",
+                                      "CustomAction15.LookAtData", "CustomAction16.Data",
+                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 0u);
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
@@ -201,9 +202,9 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
   const InstallerRun& missing = Install(Server(), L"PROP_SILENCE=-1");
   ExpectInstalled(missing);
-  EXPECT_EQ(
-      DeferredActions(missing),
-      (std::vector<std::string>{"CustomAction15.Server", "CustomAction17.Clear", "CustomAction17.Judge"}));
+  EXPECT_EQ(DeferredActions(missing),
+            (std::vector<std::string>{"CustomAction15.Server", "CustomAction15.LookAtData",
+                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(missing.LinesWith(kCannotMerge).size(), 0u);
   EXPECT_EQ(ReadTree(aside), OlderProgram());
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", {}));
@@ -219,8 +220,9 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
   const InstallerRun& empty = Install(Server(), L"PROP_SILENCE=-1 PROP_UPGRADE=1");
   ExpectInstalled(empty);
   EXPECT_EQ(DeferredActions(empty),
-            (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Clear",
-                                      "CustomAction17.Judge"}));
+            (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server",
+                                      "CustomAction15.LookAtData", "CustomAction16.Data",
+                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(empty.LinesWith(kCannotMerge).size(), 0u);
   EXPECT_EQ(ReadTree(aside), With(OlderProgram(), "Data", {}));
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", {}));

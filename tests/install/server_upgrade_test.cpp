@@ -66,8 +66,9 @@ TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
   const InstallerRun& upgraded = Install(Server());
   ExpectInstalled(upgraded);
   EXPECT_EQ(DeferredActions(upgraded),
-            (std::vector<std::string>{"CustomAction15.Server", "CustomAction16.Data", "CustomAction17.Clear",
-                                      "CustomAction17.Judge"}));
+            (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server",
+                                      "CustomAction15.LookAtData", "CustomAction16.Data",
+                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
   EXPECT_EQ(DataSetting(), FromWide(server + L"\\Data\\"));
@@ -147,9 +148,11 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   if (upgraded.Property("DIR_UPG_DATA").find(FromWide(date)) == std::string::npos) date = DateBehindName();
 
   ExpectInstalled(upgraded);
-  EXPECT_EQ(DeferredActions(upgraded),
-            (std::vector<std::string>{"CustomAction15.Server", "CustomAction15.Data", "CustomAction16.Data",
-                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
+  EXPECT_EQ(
+      DeferredActions(upgraded),
+      (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server", "CustomAction15.Data",
+                                "CustomAction15.LookAtData", "CustomAction16.Data", "CustomAction17.Clear",
+                                "CustomAction17.Judge"}));
   const std::wstring data = outsideData + date;
   EXPECT_EQ(ReadTree(aside), OlderProgram());
   EXPECT_EQ(ReadTree(server), NewProgram());
@@ -273,7 +276,7 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   WriteTree(server + L"\\Data", empty);
   const InstallerRun& fresh = Install(Server());
   ExpectInstalled(fresh);
-  EXPECT_EQ(DeferredActions(fresh), std::vector<std::string>());
+  EXPECT_EQ(DeferredActions(fresh), std::vector<std::string>{"CustomAction15.LookAtData"});
   // Nobody has asked for an account: the service is LocalSystem's, and the folders stay as they were made.
   const std::string folder = FromWide(server);
   EXPECT_EQ(fresh.SetupLines(),
@@ -306,7 +309,8 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   const InstallerRun& again = Install(Server());
   ExpectInstalled(again);
   EXPECT_EQ(DeferredActions(again),
-            (std::vector<std::string>{"CustomAction17.Clear", "CustomAction17.Judge"}));
+            (std::vector<std::string>{"CustomAction15.LookAtData", "CustomAction17.Clear",
+                                      "CustomAction17.Judge"}));
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(kept)));
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   ExpectPublished(again, {{"PROP_DFPRESENT", L"1"}, {"PROP_UPGRADE", L""}});
