@@ -2,6 +2,7 @@
 // ordinary user may have an installed product repaired, and the engine then runs the deferred actions as
 // SYSTEM.
 
+#include "install/agent_rig.h"
 #include "install/machine_state.h"
 #include "install/security_rig.h"
 
@@ -11,6 +12,7 @@ namespace {
 class MaintenanceTest : public SecurityTest {
  protected:
   void TearDown() override {
+    DeleteFileW(AuditFile().c_str());
     if (Client().IsInstalled()) Msiexec("clear-up", L"/x \"" + Client().path + L"\" /qn");
     SecurityTest::TearDown();
   }
@@ -57,6 +59,21 @@ class MaintenanceTest : public SecurityTest {
          "'AdminUser', '{}')",
          "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Ordinary', "
          "'ORDINARY', 5)"});
+    return copy;
+  }
+
+  /// A copy of a package in which the engine makes the removal of its feature one of the whole product, at
+  /// the place where Windows Installer does.
+  std::wstring WithWholeRemoval(const Package& package) {
+    WriteTree(elsewhere, {});
+    const std::wstring copy = elsewhere + L"\\whole.msi";
+    ChangePackage(
+        package.path, copy,
+        {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Whole', 51, 'REMOVE', "
+         "'ALL')",
+         "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Whole', "
+         "'REMOVE', "
+         "1401)"});
     return copy;
   }
 
@@ -140,8 +157,8 @@ TEST_F(MaintenanceTest, AnInstalledClientTakesNoFolderFromACommandLine) {
   WriteTree(trap, {{"osau.exe", "a program of somebody's"}});
   const std::string key = "SOFTWARE\\Halvorstead\\Ostrel";
   const auto folder = GetRegistryText(HKEY_LOCAL_MACHINE, key, "Folder");
-  const InstallerRun& repaired =
-      Reinstall(Client(), L"DIR_CLIENT=\"" + trap + L"\" CLIENTFOLDERFOUND=\"" + trap + L"\"");
+  const InstallerRun& repaired = Reinstall(Client(), L"DIR_CLIENT=\"" + trap + L"\" CLIENTFOLDERFOUND=\"" +
+                                                         trap + L"\" DIR_APPDATA=\"" + trap + L"\"");
   EXPECT_EQ(repaired.exitCode, 0u);
   EXPECT_EQ(repaired.Property("DIR_CLIENT"), folder);
   // Below the programs, where nobody can make it first: the update task reads in it as SYSTEM.
@@ -152,11 +169,104 @@ TEST_F(MaintenanceTest, AnInstalledClientTakesNoFolderFromACommandLine) {
   EXPECT_EQ(Names(trap), Texts{"osau.exe"});
 }
 
+// The update task would read the folder as SYSTEM in every later run too.
+TEST_F(MaintenanceTest, NoCommandLineMovesTheUpdateFolder) {
+  WriteTree(trap, {});
+  const InstallerRun& installed = Install(Client(), L"DIR_APPDATA=\"" + trap + L"\"");
+  ASSERT_EQ(installed.exitCode, 0u);
+  EXPECT_EQ(installed.Property("DIR_APPDATA"), installed.Property("DIR_CLIENT") + "Update\\");
+}
+
+// An administrator's slip: nothing is installed in the older server's place, so that one must stay. If only
+// the feature is named, nobody knows that before the data folder turns out to be missing.
+TEST_F(MaintenanceTest, AnInstallationOfNothingLeavesTheOlderServer) {
+  for (const std::wstring& data : {server + L"\\Data", outsideData}) {
+    for (const wchar_t* slip : {L"REMOVE=ALL", L"REMOVE=ServerFeature"}) {
+      SCOPED_TRACE(FromWide(data) + ", " + FromWide(slip));
+      DeleteTree(programs);
+      DeleteTree(elsewhere);
+      ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+      WriteTree(data, {{"format.txt", "1\r\n"}, {"dbcon_failed.txt", "marker"}});
+      SetDataSetting(data);
+      const Tree olderServer = ReadTree(server), olderData = ReadTree(data);
+      const InstallerRun& run = Install(Server(), slip);
+      EXPECT_FALSE(Server().IsInstalled());
+      EXPECT_TRUE(OlderServer().IsInstalled());
+      EXPECT_EQ(ReadTree(server), olderServer);
+      EXPECT_EQ(ReadTree(data), olderData);
+      EXPECT_EQ(Names(programs), Texts{"Vantor"});
+      if (slip == std::wstring(L"REMOVE=ALL")) EXPECT_EQ(DeferredActions(run), Texts());
+      EXPECT_EQ(Remove(OlderServer()).exitCode, 0u);
+    }
+  }
+}
+
+// Data in the folder of a server that was removed.
+TEST_F(MaintenanceTest, AnInstallationOfNothingConvertsNothing) {
+  const Tree data = With({}, "Data", {{"format.txt", "1\r\n"}, {"other.txt", "not a marker"}});
+  WriteTree(server, data);
+  for (const wchar_t* slip : {L"REMOVE=ALL", L"REMOVE=ServerFeature"}) {
+    Install(Server(), slip);
+    EXPECT_EQ(ReadTree(server), data);
+    EXPECT_FALSE(Server().IsInstalled());
+  }
+}
+
+// The newer version's tasks, hook and agents are not the older one's to remove, however the removal of that
+// is asked for. This engine does not make it one of the whole product itself.
+TEST_F(MaintenanceTest, ARemovedFeatureIsNoReasonToTakeTheNewerClientsThings) {
+  const std::wstring copy = WithWholeRemoval(Client());
+  ASSERT_EQ(Msiexec("install", L"/i \"" + copy + L"\" /qn").exitCode, 0u);
+  const std::string key = "SOFTWARE\\Halvorstead\\Ostrel";
+  SetRegistryText(HKEY_LOCAL_MACHINE, key, "Product", NewerClient().productCode);
+  const InstallerRun& removed = Msiexec("feature", L"/i \"" + copy + L"\" /qn REMOVE=Agent");
+  EXPECT_EQ(removed.exitCode, 0u);
+  EXPECT_EQ(removed.Property("ClientIsReplaced"), "1");
+  EXPECT_EQ(removed.SetupLines(), Texts());
+}
+
+// Only a removal may take itself for one by a newer version.
+TEST_F(MaintenanceTest, AnInstallationIsNoUpgradeOfSomethingElse) {
+  const std::wstring slip = L"UPGRADINGPRODUCTCODE={7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28}";
+  const InstallerRun& installed = Install(Client(), slip);
+  EXPECT_EQ(installed.exitCode, 0u);
+  EXPECT_EQ(installed.SetupLines(), Client().InstallLines());
+  EXPECT_EQ(installed.Property("ClientIsReplaced"), "");
+  EXPECT_EQ(Install(Server(), slip).Property("ServerIsReplaced"), "");
+}
+
+// Users' key files are gathered once, and not by every repair.
+TEST_F(MaintenanceTest, ARepairMovesNoKeyFiles) {
+  const std::string start = ": CustomAction13.";
+  EXPECT_NE(Install(Server()).LinesWith(start), Texts());
+  EXPECT_EQ(Reinstall(Server()).LinesWith(start), Texts());
+  EXPECT_EQ(Install(Server()).LinesWith(start), Texts());
+  EXPECT_EQ(Remove(Server()).LinesWith(start), Texts());
+}
+
+// The service has an account that this engine can look up, and its folder entries of its own.
+TEST_F(MaintenanceTest, ARepairReplacesNoAccessListWhateverItIsGiven) {
+  const std::string account = ComputerName() + "\\" + UserName();
+  MakeServer(server + L"\\vt.exe", ToWide(account));
+  ASSERT_EQ(Install(Server()).exitCode, 0u);
+  const std::wstring data = server + L"\\Data";
+  SetAccess(data, "D:(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)");
+  const std::string before = AccessTo(data);
+  for (const wchar_t* given : {L"PROP_DATAFOLDERGIVEN=1", L"PROP_NODATA=1", L"PROP_ACCOUNTTYPE=1"}) {
+    const InstallerRun& repaired = Reinstall(Server(), given + (L" DIR_DATAFOLDER=\"" + data + L"\""));
+    EXPECT_EQ(repaired.exitCode, 0u);
+    EXPECT_EQ(repaired.LinesWith("setting ACL"), Texts()) << FromWide(given);
+    EXPECT_EQ(repaired.LinesWith("set ACL (0) for " + account + "=500").size(), 1u);
+    EXPECT_EQ(AccessTo(data), before);
+  }
+}
+
 // In an installation, a repair and a removal.
 TEST_F(MaintenanceTest, WithoutAnAdministratorsRightsEachRunIsRefused) {
   for (const Package* package : {&Server(), &Client()}) {
     SCOPED_TRACE(FromWide(package->path));
     const std::wstring ordinary = ForOrdinaryUsers(*package);
+    WriteAuditFile("what somebody wants to keep");
     const MachineState before = MachineState::Now();
     auto expectRefused = [&](const std::wstring& arguments, const MachineState& machine) {
       const InstallerRun& run = Msiexec("ordinary", arguments);
@@ -165,11 +275,13 @@ TEST_F(MaintenanceTest, WithoutAnAdministratorsRightsEachRunIsRefused) {
       EXPECT_EQ(run.SetupLines(), Texts());
       EXPECT_EQ(MachineState::Now().Since(machine), "") << FromWide(arguments);
     };
-    expectRefused(L"/i \"" + ordinary + L"\" /qn ORDINARY=1", before);
+    expectRefused(L"/i \"" + ordinary + L"\" /qn ORDINARY=1 PROP_RESETAUDIT=1", before);
     ASSERT_EQ(Msiexec("install", L"/i \"" + ordinary + L"\" /qn").exitCode, 0u);
     const MachineState installed = MachineState::Now();
-    expectRefused(L"/i \"" + ordinary + L"\" /qn ORDINARY=1 REINSTALL=ALL REINSTALLMODE=omus", installed);
-    expectRefused(L"/x \"" + ordinary + L"\" /qn ORDINARY=1", installed);
+    expectRefused(
+        L"/i \"" + ordinary + L"\" /qn ORDINARY=1 REINSTALL=ALL REINSTALLMODE=omus PROP_RESETAUDIT=1",
+        installed);
+    expectRefused(L"/x \"" + ordinary + L"\" /qn ORDINARY=1 PROP_RESETAUDIT=1", installed);
     EXPECT_TRUE(package->IsInstalled());
     EXPECT_EQ(Remove(*package).exitCode, 0u);
   }

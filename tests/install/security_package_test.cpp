@@ -165,6 +165,24 @@ TEST_F(SecurityPackageTest, AnAccountOutlivesItsServiceAndAServerThatIsReplaced)
   EXPECT_EQ(EventSource(), folder + "\\vt.exe");
 }
 
+// The same by the part of the product that is to be removed. This engine does not make that a removal of the
+// whole product itself, as Windows Installer does at InstallValidate (1400).
+TEST_F(SecurityPackageTest, TheRemovalOfAFeatureLeavesTheNewerServersAccount) {
+  const std::wstring copy = elsewhere + L"\\server.msi";
+  WriteTree(elsewhere, {});
+  ChangePackage(WatchedServer().path, copy,
+                {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Whole', 51, "
+                 "'REMOVE', 'ALL')",
+                 "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Whole', "
+                 "'REMOVE', 1401)"});
+  ASSERT_EQ(Msiexec("install", L"/i \"" + copy + L"\" /qn PROP_ACCOUNTTYPE=1").exitCode, 0u);
+  SetRegistryText(HKEY_LOCAL_MACHINE, kVantorKey, "Product", "{7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28}");
+  const InstallerRun& removed =
+      Msiexec("feature", L"/i \"" + copy + L"\" /qn REMOVE=ServerFeature WITNESSACCOUNT=vantor");
+  EXPECT_EQ(removed.exitCode, 0u);
+  EXPECT_EQ(Told(removed), (Texts{IsThere("vantor"), IsThere("vantor")}));
+}
+
 // An installation before has noted an account, and its service is gone: the name is that account's, whatever
 // is given.
 TEST_F(SecurityPackageTest, ACancelledInstallationDeletesTheAccount) {

@@ -17,7 +17,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from kit.action_examples import examples_findings
 from kit.installer_run import names_in, run_sequence
-from kit.kit_checks import (ENGINE, LATER, NOT_SECURE, PAIRS, always_forgotten, findings, forgetters, is_library, kind_of,
+from kit.kit_checks import (ENGINE, LATER, NOT_SECURE, NOTHING, PAIRS, always_forgotten, findings, forgetters, is_library, kind_of,
                         read_kit, reads_data, used_in)
 from kit.package_facts import PUBLIC, VARIABLE, named_in
 from kit.package_runs import ANSWERS, SCENARIOS, STANDARD
@@ -132,7 +132,8 @@ def givers_of(kit, name):
         return "the package"
     if searched or any(name in always_forgotten(file) for file in files):
         numbers = sorted({row.number for row in places})
-        return f"nobody: forgotten at {', '.join(map(str, numbers))}, then {'searched for' if searched else 'found'}"
+        then = "searched for" if searched else "found" if is_found(kit, files, name) else "where the package has it"
+        return f"nobody: forgotten at {', '.join(map(str, numbers))}, then {then}"
     first = [row.number for row in places if row.condition == f"Installed AND {name}"]
     if first:
         return f"an administrator, in a first installation and an upgrade; forgotten at {first[0]} in other runs"
@@ -142,6 +143,14 @@ def givers_of(kit, name):
     makers = {action["DllEntry"] for file in files for action in file.actions.values() if is_library(action)
               and action["DllEntry"] in kit.sections and name in kit.sections[action["DllEntry"]].writes}
     return "nobody: made where it is used" if makers else "the package, and an administrator"
+
+
+def is_found(kit, files, name):
+    """Whether an action gives a property a value; otherwise a folder of the package has that name."""
+    actions = [action for file in files for action in file.actions.values()]
+    return any(action.get("Property") == name and action.get("Value") != NOTHING for action in actions) or any(
+        is_library(action) and action["DllEntry"] in kit.sections and name in kit.sections[action["DllEntry"]].writes
+        for action in actions)
 
 
 def properties_part(kit, old):
