@@ -74,9 +74,9 @@ for name in "${properties[@]}"; do
 done
 echo
 section "What it told the deferred actions"
-for action in Server Data Clear Judge; do
+for action in LookAtOlder Server Data LookAtData Clear Judge; do
   deferred "$action" | while IFS=$'\t' read -r name data; do
-    printf '  %-22s %s\n' "$name" "$data"
+    printf '  %-26s %s\n' "$name" "$data"
   done
 done
 echo
