@@ -206,7 +206,8 @@ TEST_F(MaintenanceTest, AnInstallationOfNothingConvertsNothing) {
   const Tree data = With({}, "Data", {{"format.txt", "1\r\n"}, {"other.txt", "not a marker"}});
   WriteTree(server, data);
   for (const wchar_t* slip : {L"REMOVE=ALL", L"REMOVE=ServerFeature"}) {
-    Install(Server(), slip);
+    const InstallerRun& run = Install(Server(), slip);
+    if (slip == std::wstring(L"REMOVE=ALL")) EXPECT_EQ(DeferredActions(run), Texts());
     EXPECT_EQ(ReadTree(server), data);
     EXPECT_FALSE(Server().IsInstalled());
   }
@@ -232,7 +233,29 @@ TEST_F(MaintenanceTest, AnInstallationIsNoUpgradeOfSomethingElse) {
   EXPECT_EQ(installed.exitCode, 0u);
   EXPECT_EQ(installed.SetupLines(), Client().InstallLines());
   EXPECT_EQ(installed.Property("ClientIsReplaced"), "");
+  EXPECT_EQ(Reinstall(Client(), slip).Property("ClientIsReplaced"), "");
+  EXPECT_EQ(Remove(Client()).exitCode, 0u);
+  EXPECT_EQ(Install(Client(), slip + L" REMOVE=Agent").Property("ClientIsReplaced"), "");
+  EXPECT_EQ(Install(Server(), slip + L" REMOVE=ServerFeature").Property("ServerIsReplaced"), "");
   EXPECT_EQ(Install(Server(), slip).Property("ServerIsReplaced"), "");
+  EXPECT_EQ(Reinstall(Server(), slip).Property("ServerIsReplaced"), "");
+}
+
+// The list starts a run without an administrator's rights, which is refused.
+TEST_F(MaintenanceTest, TheListOfInstalledProgramsOffersARemovalOnly) {
+  for (const Package* package : {&Server(), &Client()}) {
+    ASSERT_EQ(Install(*package).exitCode, 0u);
+    const std::string key =
+        "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\" + package->productCode;
+    for (const char* name : {"NoModify", "NoRepair"}) {
+      DWORD value = 0, size = sizeof value;
+      EXPECT_EQ(RegGetValueA(HKEY_LOCAL_MACHINE, key.c_str(), name, RRF_RT_REG_DWORD, nullptr, &value, &size),
+                0)
+          << name;
+      EXPECT_EQ(value, 1u) << name;
+    }
+    EXPECT_EQ(Remove(*package).exitCode, 0u);
+  }
 }
 
 // Users' key files are gathered once, and not by every repair.

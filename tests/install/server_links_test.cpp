@@ -156,6 +156,14 @@ TEST_F(ServerLinksTest, ALinkStopsARepairThatGivesAccess) {
   EXPECT_EQ(repaired.exitCode, 0u);
   EXPECT_EQ(DeferredActions(repaired), Texts());
   ExpectSecretKept();
+
+  // Nor is there anything to look for in a folder that the repair itself makes.
+  DeleteServer();
+  DeleteTree(programs);
+  const InstallerRun& made = Reinstall(Server(), L"PROP_ACCOUNTTYPE=1 REINSTALLMODE=amus");
+  EXPECT_EQ(made.exitCode, 0u);
+  EXPECT_EQ(DeferredActions(made), Texts());
+  EXPECT_NE(made.LinesWith("setting ACL"), Texts());
 }
 
 // SYSTEM has only the computer's rights there, and a share itself cannot be looked up by its name. This
