@@ -4,9 +4,8 @@
 #include <windows.h>
 
 #include "rig/action_test.h"
-#include "rig/guarded_heap.h"
 #include "rig/own_stack.h"
-#include "unit/import_hook.h"
+#include "rig/secrets.h"
 
 namespace audit_task_secret_test {
 
@@ -61,29 +60,7 @@ class AuditTaskSecretTest : public rig::ActionTest {
   }
   // Runs the action on a stack of its own and expects nothing of the password in what it leaves.
   void RunAndSearch() {
-    TheRig().tracing = false;
-    std::vector<std::string> freed;
-    auto keep = [&](const void* block) {
-      ptrdiff_t size = block == nullptr ? -1 : rig::GuardedHeap::Get().SizeOf(block);
-      if (size > 0) freed.emplace_back(static_cast<const char*>(block), static_cast<size_t>(size));
-    };
-    UINT result = ~0U;
-    rig::OwnStack stack;
-    {
-      HX_HOOK(freeing, HeapFree, [&](HANDLE heap, DWORD flags, void* block) {
-        keep(block);
-        return freeing.Next(heap, flags, block);
-      });
-      HX_HOOK(growing, HeapReAlloc, [&](HANDLE heap, DWORD flags, void* block, SIZE_T size) {
-        keep(block);
-        return growing.Next(heap, flags, block, size);
-      });
-      stack.Run([&] { result = Run(6); });
-    }
-    EXPECT_EQ(result, 0u);
-    EXPECT_EQ(Secrets(stack.Content()), "") << "on the stack";
-    for (const std::string& block : freed)
-      EXPECT_EQ(Secrets(block), "") << "in a heap block that was given back";
+    rig::RunAndSearch([this] { return Run(6); }, Secrets);
   }
   void ExpectKeptTrigger() { TheRig().ledger.Deliberate(rig::kInterface, "schedule"); }
   // Ends this run, with all its checks, and begins another one in a fresh world.

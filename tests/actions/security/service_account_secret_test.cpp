@@ -7,9 +7,8 @@
 
 #include "actions/security/service_account_support.h"
 #include "rig/function.h"
-#include "rig/guarded_heap.h"
 #include "rig/own_stack.h"
-#include "unit/import_hook.h"
+#include "rig/secrets.h"
 
 namespace service_account_secret_test {
 
@@ -80,30 +79,7 @@ class ServiceAccountSecretTest : public service_account_test::ServiceAccountTest
   }
   // Runs the action on a stack of its own and expects nothing of the password in what it leaves.
   void RunAndSearch() {
-    TheRig().tracing = false;
-    std::vector<std::string> freed;
-    auto keep = [&](const void* block) {
-      ptrdiff_t size = block == nullptr ? -1 : rig::GuardedHeap::Get().SizeOf(block);
-      if (size > 0) freed.emplace_back(static_cast<const char*>(block), static_cast<size_t>(size));
-    };
-    UINT result = ~0U;
-    rig::OwnStack stack;
-    {
-      HX_HOOK(freeing, HeapFree, [&](HANDLE heap, DWORD flags, void* block) {
-        keep(block);
-        return freeing.Next(heap, flags, block);
-      });
-      HX_HOOK(growing, HeapReAlloc, [&](HANDLE heap, DWORD flags, void* block, SIZE_T size) {
-        keep(block);
-        return growing.Next(heap, flags, block, size);
-      });
-      stack.Run([&] { result = Run(23); });
-    }
-    EXPECT_EQ(result, 0u);
-    EXPECT_EQ(Secrets(stack.Content()), "") << "on the stack";
-    EXPECT_FALSE(freed.empty());
-    for (const std::string& block : freed)
-      EXPECT_EQ(Secrets(block), "") << "in a heap block that was given back";
+    EXPECT_GT(rig::RunAndSearch([this] { return Run(23); }, Secrets), 0u);
     // Without a trace nobody knows which modules were loaded, and which objects a failing start keeps.
     for (const rig::Kind* kind : {&rig::kModule, &rig::kInterface}) {
       for (size_t count = TheRig().ledger.Count(*kind); count > 0; --count) TheRig().ledger.Deliberate(*kind);

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "base/heap.h"
+#include "rig/import_hook.h"
 #include "rig/internals_test.h"
-#include "unit/import_hook.h"
 
 namespace text_test {
 

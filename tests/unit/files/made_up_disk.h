@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "unit/import_hook.h"
+#include "rig/import_hook.h"
 
 namespace path_test {
 

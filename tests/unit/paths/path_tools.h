@@ -8,8 +8,8 @@
 #include "base/heap.h"
 #include "paths/path.h"
 #include "paths/path_query.h"
+#include "rig/import_hook.h"
 #include "rig/internals_test.h"
-#include "unit/import_hook.h"
 
 namespace path_test {
 

@@ -9,10 +9,10 @@
 #include <deque>
 #include <string>
 
+#include "rig/import_hook.h"
 #include "rig/internals_test.h"
 #include "rig/own_stack.h"
 #include "rig/print.h"
-#include "unit/import_hook.h"
 
 namespace account_password_test {
 

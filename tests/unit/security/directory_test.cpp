@@ -9,10 +9,10 @@
 
 #include "base/heap.h"
 #include "rig/action_test.h"
+#include "rig/import_hook.h"
 #include "rig/internals.h"
 #include "rig/print.h"
 #include "rig/world/directory.h"
-#include "unit/import_hook.h"
 
 namespace directory_test {
 

@@ -1,4 +1,4 @@
-// Replaces one imported function of the loaded library. Used by unit tests that watch what an operation asks
+// Replaces one imported function of the loaded library. Used by tests that watch what an operation asks
 // of the system, answer for it, or make it fail.
 #pragma once
 
