@@ -21,8 +21,11 @@ class ImportHook;
 template <class Result, class... Arguments, Result(WINAPI* Function)(Arguments...)>
 class ImportHook<Function> {
  public:
+  /// The function's own type.
   using Type = Result(WINAPI*)(Arguments...);
 
+  /// Puts `body` in the place of the import `name`. Throws std::runtime_error if the library does not import
+  /// it.
   ImportHook(const char* name, std::function<Result(Arguments...)> body)
       : body_(std::move(body)), outer_(top_) {
     Library::Current()->ForEachImport([&](const Import& import) {
@@ -44,6 +47,7 @@ class ImportHook<Function> {
   Result Next(Arguments... arguments) const { return next_(arguments...); }
 
  private:
+  /// What the library calls.
   static Result WINAPI Thunk(Arguments... arguments) {
     // What `Next` reaches may be the thunk of the hook around this one.
     ImportHook* hook = top_;
