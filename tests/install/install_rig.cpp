@@ -67,10 +67,10 @@ std::vector<std::string> SplitLines(const std::string& text) {
   return lines;
 }
 
-std::string PackageProperty(MSIHANDLE database, const wchar_t* name) {
+// The first text that a statement of the installer's SQL finds.
+std::string PackageText(MSIHANDLE database, const std::wstring& query) {
   std::string value;
   MSIHANDLE view = 0, record = 0;
-  std::wstring query = std::wstring(L"SELECT `Value` FROM `Property` WHERE `Property` = '") + name + L"'";
   if (MsiDatabaseOpenViewW(database, query.c_str(), &view) == ERROR_SUCCESS &&
       MsiViewExecute(view, 0) == ERROR_SUCCESS && MsiViewFetch(view, &record) == ERROR_SUCCESS) {
     wchar_t text[512];
@@ -82,14 +82,23 @@ std::string PackageProperty(MSIHANDLE database, const wchar_t* name) {
   return value;
 }
 
+std::string PackageProperty(MSIHANDLE database, const wchar_t* name) {
+  return PackageText(database,
+                     std::wstring(L"SELECT `Value` FROM `Property` WHERE `Property` = '") + name + L"'");
+}
+
+MSIHANDLE OpenDatabase(const std::wstring& path) {
+  MSIHANDLE database = 0;
+  // Null for the mode is the header's MSIDBOPEN_READONLY, which exists in 8-bit form only.
+  if (MsiOpenDatabaseW(path.c_str(), nullptr, &database) != ERROR_SUCCESS)
+    throw std::runtime_error("cannot open " + FromWide(path));
+  return database;
+}
+
 Package OpenPackage(const wchar_t* fileName) {
   Package package;
   package.path = Environment(L"HX_PACKAGES") + L"\\" + fileName;
-  MSIHANDLE database = 0;
-  // Null for the mode is the header's MSIDBOPEN_READONLY, which exists in 8-bit form only.
-  if (MsiOpenDatabaseW(package.path.c_str(), nullptr, &database) != ERROR_SUCCESS) {
-    throw std::runtime_error("cannot open " + FromWide(package.path));
-  }
+  MSIHANDLE database = OpenDatabase(package.path);
   package.productCode = PackageProperty(database, L"ProductCode");
   package.version = PackageProperty(database, L"ProductVersion");
   package.displayVersion = PackageProperty(database, L"PROP_VERSION");
@@ -402,6 +411,26 @@ const Package& Gauge(const std::string& fragment) {
   auto [entry, isNew] = packages.try_emplace(fragment);
   if (isNew) entry->second = OpenPackage((L"other-" + ToWide(fragment) + L".msi").c_str());
   return entry->second;
+}
+
+const Package& Probe() {
+  static const Package package = OpenPackage(L"other-client.msi");
+  return package;
+}
+
+const Package& NewerProbe() {
+  static const Package package = OpenPackage(L"other-client-newer.msi");
+  return package;
+}
+
+std::string RefusalText(const std::wstring& path, const std::string& action) {
+  constexpr int kErrorAction = 19;
+  MSIHANDLE database = OpenDatabase(path);
+  std::string text =
+      PackageText(database, L"SELECT `Target` FROM `CustomAction` WHERE `Type` = " +
+                                std::to_wstring(kErrorAction) + L" AND `Action` = '" + ToWide(action) + L"'");
+  MsiCloseHandle(database);
+  return text;
 }
 
 const Package& GuideClient() {

@@ -62,6 +62,10 @@ struct Package {
   std::vector<std::string> InstallLines() const;
 };
 
+/// What an action that ends a run says to people, as the package file `path` has it; empty where there is no
+/// such action. This engine shows it to people only, so no log has it.
+std::string RefusalText(const std::wstring& path, const std::string& action);
+
 /// What the actions for the client's tasks and agents log in such a run, behind the version; and all that is
 /// logged in a removal.
 std::vector<std::string> TaskLines();
@@ -80,6 +84,10 @@ const Package& GuideServer();
 const Package& Gauge();
 const Package& NewerGauge();
 const Package& Gauge(const std::string& fragment);
+
+/// The client package of that maker, and its next version.
+const Package& Probe();
+const Package& NewerProbe();
 
 /// The file that the client package installs.
 std::wstring InstalledFile();

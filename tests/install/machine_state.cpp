@@ -58,9 +58,9 @@ std::string Hash(const std::string& bytes) {
 
 // The packages whose product codes are shown by name.
 std::string WithNames(std::string text) {
-  for (const Package* package :
-       {&Client(), &NewerClient(), &OlderServer(), &Server(), &WatchedServer(), &GuideClient(),
-        &GuideServer(), &Gauge(), &NewerGauge(), &Gauge("firewall"), &Gauge("account"), &Gauge("access")}) {
+  for (const Package* package : {&Client(), &NewerClient(), &OlderServer(), &Server(), &WatchedServer(),
+                                 &GuideClient(), &GuideServer(), &Gauge(), &NewerGauge(), &Gauge("firewall"),
+                                 &Gauge("account"), &Gauge("access"), &Probe(), &NewerProbe()}) {
     const std::wstring stem = package->path.substr(package->path.rfind(L'\\') + 1);
     const std::string name = "{" + FromWide(stem.substr(0, stem.rfind(L'.'))) + "}";
     for (size_t at = 0; (at = text.find(package->productCode, at)) != std::string::npos; at += name.size())

@@ -14,6 +14,8 @@ FOLDER is where the packages are left (build/packages/PROCESSOR):
   other-firewall.msi  the same as a product of its own, with one fragment only and those that this one needs
   other-account.msi
   other-access.msi
+  other-client.msi    a client package of that maker, with a name of its own
+  other-client-newer.msi  the same with the next higher build number, to upgrade from the first
   guide-client.msi    the examples of docs/authoring.md, with the stand-ins for the programs
   guide-server.msi
 
@@ -322,6 +324,8 @@ def main():
     for kind, names in ONE_FRAGMENT.items():
         make_package("other/one.wxs", processor, library, "Brackwell Gauge", version, folder / f"other-{kind}.msi", kind,
                      **{name: "yes" for name in names})
+    make_package("other/client.wxs", processor, library, "Brackwell Probe", version, folder / "other-client.msi", "probe")
+    make_package("other/client.wxs", processor, library, "Brackwell Probe", newer, folder / "other-client-newer.msi", "probe")
     for name, text in examples().items():
         make_example(name, text, processor, library, folder / f"guide-{Path(name).stem}.msi")
 
