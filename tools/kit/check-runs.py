@@ -16,15 +16,15 @@ Prints what differs, and last "N passed, N failed", a run counting as one; the e
 import difflib
 import re
 import sys
-import tempfile
 from collections import namedtuple
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from kit.guide_examples import MODELS, examples
+from kit.guide_examples import MODELS
 from kit.installer_run import holds, run_sequence
 from kit.kit_checks import LATER, kind_of
-from kit.package_facts import Model, Row, read_fragments, read_models
+from kit.package_facts import Row, read_fragments
+from kit.package_facts import read_packages as read_all_packages
 from kit.package_runs import ANSWERS, KEPT, SCENARIOS, STANDARD
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -116,14 +116,7 @@ START = re.compile(r"^Action start \d+:\d\d:\d\d: (\S+)\.\s*$", re.MULTILINE)
 
 def read_packages(root=ROOT):
     """The packages of the runs by their names: the models, and the examples of the guide."""
-    fragments = read_fragments(root)
-    packages = {model.name: model for model in read_models(root, fragments)}
-    with tempfile.TemporaryDirectory(prefix="hx-runs-") as folder:
-        for name, text in examples().items():
-            source = Path(folder) / name
-            source.write_text(text, encoding="utf-8")
-            packages[name] = Model(root, source, fragments, name)
-    return packages
+    return {package.name: package for package in read_all_packages(root, read_fragments(root))}
 
 
 def properties_of(run, package):

@@ -7,7 +7,8 @@ from collections import namedtuple
 
 from kit.installer_run import APP_SEARCH, names_in, run_sequence
 from kit.package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variable, named_in, read_code_properties,
-                           read_fragments, read_jobs, read_mentions, read_models, read_notices, read_sections)
+                               read_fragments, read_jobs, read_mentions, read_models, read_notices, read_packages,
+                               read_sections)
 from kit.package_runs import ANSWERS
 from lint.entry_points import LIST, PAGE, headings, listed
 
@@ -77,14 +78,20 @@ LISTS = {"CustomAction5": "PROP_FIREWALLDATA", "CustomAction19": "PROP_FIREWALLD
 # Actions that are set to run later get nothing but this one text.
 LATER = ("deferred", "rollback", "commit")
 
-# Everything that is read, once.
-Kit = namedtuple("Kit", "root exported fragments models sections jobs notices")
+# How a package refuses a run without an administrator's rights: the action, its place in both sequences, its condition, and
+# the property without which the engine answers that condition otherwise.
+REFUSAL, REFUSAL_PLACE, REFUSAL_CONDITION = "RefuseNoAdministrator", 10, "NOT AdminUser"
+RIGHTS, REAL_RIGHTS = "AdminUser", "MSIUSEREALADMINDETECTION"
+
+# Everything that is read, once. `models` are the packages in packages/ that include a fragment, `packages` all of these
+# and the examples of the guide.
+Kit = namedtuple("Kit", "root exported fragments models packages sections jobs notices")
 
 
 def read_kit(root):
     fragments = read_fragments(root)
-    return Kit(root, list(listed(root)), fragments, read_models(root, fragments), read_sections(root), read_jobs(root),
-               read_notices(root))
+    return Kit(root, list(listed(root)), fragments, read_models(root, fragments), read_packages(root, fragments),
+               read_sections(root), read_jobs(root), read_notices(root))
 
 
 def kind_of(action):
@@ -468,6 +475,42 @@ def check_update_folder(kit):
                    "task reads it as SYSTEM")
 
 
+def check_administrator(kit):
+    """A package with actions of its own or of the library refuses a run without an administrator's rights, before all of
+    them; and none of the library's is in a sequence that has no such refusal."""
+    for package in kit.packages:
+        yield from (f"{package.name}: {action} calls the library in {sequence}, where nothing refuses the run"
+                    for sequence, action in package.others if is_library(package.actions.get(action, {})))
+        if package.actions:
+            yield from (f"{package.name}: {text}" for text in refusal_findings(package))
+
+
+def refusal_findings(package):
+    action = package.actions.get(REFUSAL)
+    if not action:
+        yield f"has no {REFUSAL}: include {LIBRARY_FRAGMENT}"
+        return
+    if not action.get("Error") or set(action) != {"Id", "Error"}:
+        yield f"{REFUSAL} is not an action with an error only"
+    for place in ("UI", "execute"):
+        rows = [row for row in package.rows if row.place == place]
+        own = [row[1:4:2] for row in rows if row.action == REFUSAL]
+        if own != [(REFUSAL_PLACE, REFUSAL_CONDITION)]:
+            yield (f"{REFUSAL} is in the {place} sequence as {own or 'nothing'}, not once at {REFUSAL_PLACE} with "
+                   f"{REFUSAL_CONDITION}")
+        yield from (f"{row.action} is at {row.number} of the {place} sequence, before {REFUSAL}" for row in rows
+                    if 0 <= row.number <= REFUSAL_PLACE and row.action != REFUSAL)
+    attributes = package.properties.get(REAL_RIGHTS, {})
+    if attributes.get("Value") != "1":
+        yield f"{REAL_RIGHTS} is not 1, so {RIGHTS} says in each repair that the user is an administrator"
+    if attributes.get("Secure") == "yes":
+        yield f"{REAL_RIGHTS} is secure, so a user can give another value"
+    if RIGHTS in package.properties:
+        yield f"{RIGHTS} is declared, so it is set whoever the user is"
+    yield from (f"{name} sets {action['Property']}" for name, action in package.actions.items()
+                if action.get("Property") in (RIGHTS, REAL_RIGHTS))
+
+
 def folders_below(model, name):
     return {element.get("Id") for folder in model.files[0].root.iter("Directory") if folder.get("Id") == name
             for element in folder.iter("Directory") if element is not folder}
@@ -526,7 +569,8 @@ def check_sources(kit):
 
 CHECKS = [check_names, check_actions, check_data, check_pairs, check_notices, check_secrets, check_models, check_needs,
           check_variables, check_guards, check_places, check_product_names, check_targets, check_refusals, check_setters,
-          check_secure, check_searches, check_sources, check_findings, check_paths, check_strings, check_update_folder]
+          check_secure, check_searches, check_sources, check_findings, check_paths, check_strings, check_update_folder,
+          check_administrator]
 
 
 def findings(kit, scenarios):

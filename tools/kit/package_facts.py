@@ -6,9 +6,12 @@ some. What a fragment in a model's own folder holds (a witness for tests) is no 
 """
 
 import re
+import tempfile
 import xml.etree.ElementTree as ElementTree
 from collections import namedtuple
+from pathlib import Path
 
+from kit.guide_examples import examples
 from lint.entry_points import NAME, PAGE, page_lines
 
 # What docs/actions.md says of one entry point: the names in the rows "Reads" and "Writes" of its section.
@@ -19,6 +22,9 @@ Row = namedtuple("Row", "place number action condition file")
 
 EXIT_NUMBERS = {"success": -1, "cancel": -2, "error": -3, "suspend": -4}
 SEQUENCES = {"InstallUISequence": "UI", "InstallExecuteSequence": "execute"}
+
+# The sequences of an administrative installation and of an advertisement, by the compilers' names and the tables'.
+OTHER_SEQUENCES = ("AdminUISequence", "AdminExecuteSequence", "AdvertiseExecuteSequence", "AdvtExecuteSequence")
 
 # Where MajorUpgrade removes older versions, by its attribute Schedule.
 REMOVAL = {"afterInstallValidate": 1401, "afterInstallInitialize": 1501, "afterInstallFinalize": 6601}
@@ -46,7 +52,7 @@ class Authoring:
     `defines`.
 
     `guards` are its guards, each as ("ifdef" or "ifndef", variable, message). `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows`
-    those of the sequences, `properties` the attributes of each declared property, `searched` the properties that a
+    those of the sequences, `others` what stands in the OTHER_SEQUENCES, each a sequence and an action, `properties` the attributes of each declared property, `searched` the properties that a
     search sets, `found` those of them that AppSearch sets, `errors` the numbers of its error texts, `folders` its
     directories, `passwords` the properties that its services log on with, `includes` the files that it includes,
     `searches` the registry values that it looks for, each a key and a name, and `registry` what it writes there."""
@@ -77,6 +83,8 @@ class Authoring:
                          for element in self.root.iter("RegistryValue")}
         self.includes = re.findall(r"<\?include\s+(\S+?)\s*\?>", self.text)
         self.rows = list(self.read_rows())
+        self.others = [(tag, element.get("Action", element.tag)) for tag in OTHER_SEQUENCES
+                       for sequence in self.root.iter(tag) for element in sequence]
 
     def read_rows(self):
         for tag, place in SEQUENCES.items():
@@ -136,6 +144,7 @@ class Model:
         self.files = [own] + [Authoring(fragments[name].path, self.variables) for name in self.fragments]
         self.actions = {name: action for file in self.files for name, action in file.actions.items()}
         self.rows = [row for file in self.files for row in file.rows]
+        self.others = [row for file in self.files for row in file.others]
         self.found = {name for file in self.files for name in file.found}
         self.properties = {}
         for file in reversed(self.files):
@@ -174,8 +183,23 @@ def read_fragments(root):
 
 def read_models(root, fragments):
     """The models that include a fragment."""
-    models = [Model(root, path, fragments) for path in sorted((root / "packages").glob("*/*.wxs"))]
-    return [model for model in models if model.fragments or model.unknown]
+    return [model for model in read_all_models(root, fragments) if model.fragments or model.unknown]
+
+
+def read_all_models(root, fragments):
+    return [Model(root, path, fragments) for path in sorted((root / "packages").glob("*/*.wxs"))]
+
+
+def read_packages(root, fragments):
+    """Every package: those in packages/, and the examples of the guide, if it is there."""
+    packages = read_all_models(root, fragments)
+    guide = root / "docs/authoring.md"
+    with tempfile.TemporaryDirectory(prefix="hx-packages-") as folder:
+        for name, text in (examples(guide) if guide.is_file() else {}).items():
+            source = Path(folder) / name
+            source.write_text(text, encoding="utf-8")
+            packages.append(Model(root, source, fragments, name))
+    return packages
 
 
 def read_sections(root):

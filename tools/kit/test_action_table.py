@@ -63,6 +63,11 @@ def model(*names, content=""):
             '<Directory Id="TARGETDIR"><Directory Id="DIR_CLIENT"/></Directory></Product></Wix>\n')
 
 
+LIBRARY_TEXT = fragment(
+    "library", [], "The library.",
+    '<Property Id="MSIUSEREALADMINDETECTION" Value="1"/>\n<CustomAction Id="RefuseNoAdministrator" Error="Refused."/>\n'
+    + "".join(f'<{tag}><Custom Action="RefuseNoAdministrator" Sequence="10">NOT AdminUser</Custom></{tag}>\n'
+              for tag in ("InstallUISequence", "InstallExecuteSequence")))
 SERVICE_TEXT = fragment(
     "service", ["library", "notices"],
     "CustomAction1, CustomAction5: the service. The fragment notices.wxi must be included too.",
@@ -107,7 +112,7 @@ class KitTest(TreeTest):
             LIST: "EXPORTS\n" + "".join(f"CustomAction{n}\n" for n in SECTIONS),
             "src/client/all.cpp": 'Read(L"PROP_SILENCE", "PROP_LIST", "PROP_NAME", "PROP_USERPASS", "DIR_CLIENT");\n',
             PAGE: page(),
-            LIBRARY: fragment("library", [], "The library.", ""),
+            LIBRARY: LIBRARY_TEXT,
             NOTICES: fragment("notices", [], "PROP_SILENCE: whether notices are sent.",
                               '<Property Id="PROP_SILENCE" Secure="yes"/>\n'),
             SERVICE: SERVICE_TEXT,
@@ -344,13 +349,13 @@ class ChecksTest(KitTest):
         for name in ("Ostrel", "Vantor server", "SOFTWARE\\Halvorstead"):
             self.write({TASK: TASK_TEXT})
             self.assert_broken(TASK, "</Include>", f'<CustomAction Id="Set" Property="Name" Value="{name}"/>'
-                               '<InstallExecuteSequence><Custom Action="Set" Sequence="9"/></InstallExecuteSequence>'
+                               '<InstallExecuteSequence><Custom Action="Set" Sequence="19"/></InstallExecuteSequence>'
                                "</Include>", f"task.wxi: a name of the product is not a variable: {name}")
 
     def test_name_of_the_product_in_a_variable(self):
         self.assert_broken(TASK, "</Include>", '<?ifndef var.Name?><?define Name = "Vantor"?><?endif?>\n'
                            '<CustomAction Id="Set" Property="Own" Value="$(var.Name)"/>'
-                           '<InstallExecuteSequence><Custom Action="Set" Sequence="9"/></InstallExecuteSequence>'
+                           '<InstallExecuteSequence><Custom Action="Set" Sequence="19"/></InstallExecuteSequence>'
                            "</Include>", "task.wxi: reads the variable Name, and its head does not say so")
 
     def test_text_that_is_too_long(self):
@@ -430,7 +435,7 @@ class ChecksTest(KitTest):
         text = (self.root / SERVICE).read_text(encoding="utf-8").replace("NOT Installed", "PROP_USERPASS")
         self.write({SERVICE: text})
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
-        self.assert_broken(SERVICE, "</Include>", '<InstallUISequence><Custom Action="CustomAction23" Sequence="9"/>'
+        self.assert_broken(SERVICE, "</Include>", '<InstallUISequence><Custom Action="CustomAction23" Sequence="19"/>'
                            "</InstallUISequence></Include>",
                            "client/client.wxs: PROP_USERPASS, which service.wxi reads, is not secure",
                            "client/client.wxs: CustomAction23 finds PROP_USERPASS, which is not forgotten")

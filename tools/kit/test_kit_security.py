@@ -16,6 +16,14 @@ MIGRATION = "packages/server_migration.wxi"
 DATA = "packages/server_data_folder.wxi"
 SERVER = "packages/server/server.wxs"
 CLIENT = "packages/client/client.wxs"
+OLDER = "packages/server/older.wxs"
+LIBRARY = "packages/library.wxi"
+GUIDE = "docs/authoring.md"
+
+# Every package that runs actions.
+PACKAGES = ("client/client.wxs", "other/client.wxs", "other/one.wxs", "other/other.wxs", "server/server.wxs", "client.wxs", "server.wxs")
+# One row of the refusal, in both sequences.
+REFUSAL = '<Custom Action="RefuseNoAdministrator" Sequence="10">NOT AdminUser</Custom>'
 
 
 class KitSecurityTest(unittest.TestCase):
@@ -24,7 +32,7 @@ class KitSecurityTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name)
         shutil.copytree(ROOT / "packages", self.root / "packages")
-        for name in ("docs/actions.md", "src/frame/entry_points.def"):
+        for name in (GUIDE, "docs/actions.md", "src/frame/entry_points.def"):
             (self.root / name).parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(ROOT / name, self.root / name)
 
@@ -42,7 +50,7 @@ class KitSecurityTest(unittest.TestCase):
 
     def test_fragments_as_they_are(self):
         for check in (kit_checks.check_strings, kit_checks.check_paths, kit_checks.check_findings,
-                      kit_checks.check_update_folder, kit_checks.check_secure):
+                      kit_checks.check_update_folder, kit_checks.check_secure, kit_checks.check_administrator):
             self.assert_found(check)
 
     def test_string_that_goes_through_links(self):
@@ -116,6 +124,106 @@ class KitSecurityTest(unittest.TestCase):
                     '      <Directory Id="System64Folder">')
         self.assert_found(kit_checks.check_update_folder, "client/client.wxs: DIR_APPDATA is not below DIR_CLIENT: a user could "
                           "make it first, and the update task reads it as SYSTEM")
+
+    def assert_all_found(self, *texts):
+        """Each package that runs actions has each of these findings, and nothing else is found."""
+        self.assert_found(kit_checks.check_administrator, *(f"{package}: {text}" for package in PACKAGES for text in texts))
+
+    def test_every_package_is_looked_at(self):
+        packages = [package.name for package in kit_checks.read_kit(self.root).packages]
+        self.assertEqual(sorted(packages), sorted([*PACKAGES, "server/older.wxs"]))
+
+    def test_package_without_the_library_fragment(self):
+        """In packages/ and in the guide. The fragments that call the library do not compile without it; the package's own
+        actions do."""
+        self.change(CLIENT, "    <?include library.wxi?>\n", "")
+        self.change(GUIDE, "    <?include library.wxi?>\n", "")
+        self.assert_found(kit_checks.check_administrator, *(f"{package}: has no RefuseNoAdministrator: include library.wxi"
+                                                            for package in ("client/client.wxs", "client.wxs",
+                                                                            "server.wxs")))
+
+    def test_package_that_begins_to_run_actions(self):
+        self.change(OLDER, "    <Feature ", '    <CustomAction Id="Own" Property="OWN" Value="1"/>\n    <Feature ')
+        self.assert_found(kit_checks.check_administrator, "server/older.wxs: has no RefuseNoAdministrator: include library.wxi")
+
+    def test_refusal_that_is_not_one(self):
+        self.change(LIBRARY, 'Id="RefuseNoAdministrator"\n                Error=', 'Id="RefuseNoAdministrator"\n'
+                    '                Property="REFUSED" Value=')
+        self.assert_all_found("RefuseNoAdministrator is not an action with an error only")
+
+    def test_refusal_that_an_action_skips(self):
+        self.change(LIBRARY, 'Id="RefuseNoAdministrator"\n', 'Id="RefuseNoAdministrator" Execute="firstSequence"\n')
+        self.assert_all_found("RefuseNoAdministrator is not an action with an error only")
+
+    def change_row(self, place, new):
+        """Writes `new` in the place of the refusal's row in one sequence."""
+        tag = {"UI": "InstallUISequence", "execute": "InstallExecuteSequence"}[place]
+        self.change(LIBRARY, f"<{tag}>\n    {REFUSAL}", f"<{tag}>\n    {new}")
+
+    def test_refusal_in_one_sequence_only(self):
+        for place in ("UI", "execute"):
+            with self.subTest(place):
+                self.change_row(place, "<!-- nothing -->")
+                self.assert_all_found(f"RefuseNoAdministrator is in the {place} sequence as nothing, not once at 10 with "
+                                      "NOT AdminUser")
+                shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
+
+    def test_refusal_at_another_place(self):
+        self.change_row("execute", REFUSAL.replace('"10"', '"9"'))
+        self.assert_all_found("RefuseNoAdministrator is in the execute sequence as [(9, 'NOT AdminUser')], not once at 10 "
+                              "with NOT AdminUser")
+
+    def test_refusal_with_another_condition(self):
+        for place in ("UI", "execute"):
+            for condition in ("NOT Privileged", "NOT AdminUser AND NOT Installed", ""):
+                with self.subTest(f"{place} {condition}"):
+                    self.change_row(place, REFUSAL.replace("NOT AdminUser", condition))
+                    self.assert_all_found(f"RefuseNoAdministrator is in the {place} sequence as [(10, '{condition}')], not "
+                                          "once at 10 with NOT AdminUser")
+                    shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
+
+    def test_action_before_the_refusal(self):
+        self.change(DATA, '<Custom Action="ForgetUpgradeProducts" Sequence="20">', '<Custom Action="ForgetUpgradeProducts" '
+                    'Sequence="10">')
+        self.assert_found(kit_checks.check_administrator, *(
+            f"{package}: ForgetUpgradeProducts is at 10 of the {place} sequence, before RefuseNoAdministrator"
+            for package in ("server/server.wxs", "server.wxs") for place in ("UI", "execute")))
+
+    def test_engines_action_before_the_refusal(self):
+        self.change(CLIENT, "    <Directory Id=\"TARGETDIR\"", '    <InstallUISequence><AppSearch Sequence="1"/>'
+                    '</InstallUISequence>\n    <Directory Id="TARGETDIR"')
+        self.assert_found(kit_checks.check_administrator,
+                          "client/client.wxs: AppSearch is at 1 of the UI sequence, before RefuseNoAdministrator")
+
+    def test_rights_that_the_engine_lends(self):
+        for old, new in ((' Value="1"/>', ' Value="0"/>'), ('<Property Id="MSIUSEREALADMINDETECTION" Value="1"/>', "")):
+            self.change(LIBRARY, old, new)
+            self.assert_all_found("MSIUSEREALADMINDETECTION is not 1, so AdminUser says in each repair that the user is an "
+                                  "administrator")
+            shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
+
+    def test_rights_that_a_user_can_give(self):
+        self.change(LIBRARY, 'Id="MSIUSEREALADMINDETECTION" Value="1"', 'Id="MSIUSEREALADMINDETECTION" Value="1" Secure="yes"')
+        self.assert_all_found("MSIUSEREALADMINDETECTION is secure, so a user can give another value")
+
+    def test_rights_that_a_package_sets(self):
+        self.change(CLIENT, "    <Directory Id=\"TARGETDIR\"", '    <Property Id="AdminUser" Value="1"/>\n'
+                    '    <CustomAction Id="Rights" Property="AdminUser" Value="1"/>\n'
+                    '    <CustomAction Id="Detection" Property="MSIUSEREALADMINDETECTION" Value="{}"/>\n'
+                    '    <Directory Id="TARGETDIR"')
+        self.assert_found(kit_checks.check_administrator,
+                          "client/client.wxs: AdminUser is declared, so it is set whoever the user is",
+                          "client/client.wxs: Rights sets AdminUser",
+                          "client/client.wxs: Detection sets MSIUSEREALADMINDETECTION")
+
+    def test_action_of_the_library_where_nothing_refuses(self):
+        row = '<Custom Action="CustomAction30" Sequence="20"/>'
+        for tag in ("AdminExecuteSequence", "AdminUISequence", "AdvertiseExecuteSequence", "AdvtExecuteSequence"):
+            with self.subTest(tag):
+                self.change("packages/installed_programs.wxi", "</Include>", f"  <{tag}>{row}</{tag}>\n</Include>")
+                self.assert_found(kit_checks.check_administrator, "client/client.wxs: CustomAction30 calls the library in "
+                                  f"{tag}, where nothing refuses the run")
+                shutil.copyfile(ROOT / "packages/installed_programs.wxi", self.root / "packages/installed_programs.wxi")
 
 
 if __name__ == "__main__":
