@@ -1,0 +1,99 @@
+"""package.py: what the tables of each package that it makes say of security, whatever the compiler and the script have made of
+its source."""
+
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+from unittest import mock
+
+from support import load_script
+
+PACKAGE = load_script("kit/package.py")
+
+# Those of another maker, whose data are in a folder that every user could make first.
+DATA_OF_ANOTHER_MAKER = {"other", "other-newer", "other-access", "other-account", "other-firewall"}
+# Those that run no actions.
+WITHOUT_ACTIONS = {"server-older"}
+PACKAGES = {"client", "client-newer", "guide-client", "guide-server", "other", "other-newer", "other-access", "other-account",
+            "other-client", "other-client-newer", "other-firewall", "server", "server-older", "server-watched"}
+
+# Owner, group and the whole access list, of SYSTEM and the administrators; nothing comes from the folder above.
+PROTECTED = "O:BAG:SYD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)"
+
+SEQUENCES = ("InstallUISequence", "InstallExecuteSequence")
+OTHER_SEQUENCES = ("AdminUISequence", "AdminExecuteSequence", "AdvtExecuteSequence")
+
+
+class PackagesTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory(prefix="hx-packages-")
+        cls.addClassCleanup(folder.cleanup)
+        for file in ("hxsetup.dll", PACKAGE.PROGRAM, PACKAGE.TRACKING, PACKAGE.WITNESS):
+            (Path(folder.name) / file).write_bytes(f"stands for {file}\n".encode())
+        made = Path(folder.name) / "made"
+        with mock.patch.object(sys, "argv", ["package.py", "x64", f"{folder.name}/hxsetup.dll", str(made)]):
+            PACKAGE.main()
+        cls.packages = {path.stem: path for path in made.glob("*.msi")}
+
+    def rows(self, name, table):
+        """The rows of a table, without the key, by their keys; nothing if there is no such table."""
+        tables = subprocess.run(["msiinfo", "tables", self.packages[name]], capture_output=True, text=True, check=True)
+        if table not in tables.stdout.split():
+            return {}
+        return {row[0]: row[1:] for row in PACKAGE.export(self.packages[name], table)}
+
+    def each(self):
+        for name in sorted(PACKAGES - WITHOUT_ACTIONS):
+            with self.subTest(name):
+                yield name
+
+    def test_each_is_made(self):
+        self.assertEqual(set(self.packages), PACKAGES)
+        for name in WITHOUT_ACTIONS:
+            self.assertEqual(self.rows(name, "CustomAction"), {})
+
+    def test_folder_above_the_data_of_another_maker(self):
+        """It has an owner: a user who has made the folder before would stay its owner, and could change the list."""
+        for name in sorted(self.packages):
+            with self.subTest(name):
+                self.assertEqual(self.rows(name, "MsiLockPermissionsEx"), {} if name not in DATA_OF_ANOTHER_MAKER else {
+                    "MakerDataFolderAccess": ["MakerDataFolder", "CreateFolder", PROTECTED, "NOT Installed"]})
+                self.assertEqual(self.rows(name, "LockPermissions"), {})
+                if name in DATA_OF_ANOTHER_MAKER:
+                    self.assertIn("MakerDataFolder", self.rows(name, "CreateFolder"))
+
+    def test_refusal_of_a_run_without_rights(self):
+        """The first action of both sequences, whatever the compiler has put there."""
+        for name in self.each():
+            self.assertEqual(self.rows(name, "CustomAction")["RefuseNoAdministrator"][0], str(PACKAGE.ERROR_ACTION))
+            for table in SEQUENCES:
+                rows = self.rows(name, table)
+                self.assertEqual(rows["RefuseNoAdministrator"], ["NOT AdminUser", "10"])
+                before = [action for action, (_, number) in rows.items() if 0 <= int(number) <= 10]
+                self.assertEqual(before, ["RefuseNoAdministrator"], table)
+
+    def test_rights_are_the_users_own(self):
+        for name in self.each():
+            properties = self.rows(name, "Property")
+            self.assertEqual(properties["MSIUSEREALADMINDETECTION"], ["1"])
+            self.assertNotIn("AdminUser", properties)
+            self.assertNotIn("MSIUSEREALADMINDETECTION", properties["SecureCustomProperties"][0].split(";"))
+
+    def test_nothing_runs_where_nothing_refuses(self):
+        """In an administrative installation and in an advertisement only the engine's own actions run."""
+        for name in self.each():
+            own = set(self.rows(name, "CustomAction"))
+            self.assertTrue(own)
+            for table in OTHER_SEQUENCES:
+                self.assertEqual(own & set(self.rows(name, table)), set(), table)
+
+    def test_the_script_names_the_packages(self):
+        self.assertEqual(set(re.findall(r"^  ([\w-]+)\.msi\b", PACKAGE.__doc__, re.MULTILINE)), PACKAGES)
+
+
+if __name__ == "__main__":
+    unittest.main()
