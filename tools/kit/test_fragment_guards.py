@@ -18,7 +18,7 @@ BEFORE = {
     "audit_file": ("library",),
     "installed_programs": ("library",),
     "user_interface": ("library",),
-    "client_upgrade": (),
+    "client_upgrade": ("library",),
     "client_close": ("library", "notices", "client_upgrade"),
     "client_settings": ("library", "client_upgrade"),
     "client_tasks": ("library", "client_upgrade"),
