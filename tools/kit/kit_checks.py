@@ -490,7 +490,7 @@ def refusal_findings(package):
     if not action:
         yield f"has no {REFUSAL}: include {LIBRARY_FRAGMENT}"
         return
-    if not action.get("Error") or set(action) != {"Id", "Error"}:
+    if set(action) != {"Id", "Error"}:
         yield f"{REFUSAL} is not an action with an error only"
     for place in ("UI", "execute"):
         rows = [row for row in package.rows if row.place == place]

@@ -182,6 +182,13 @@ class KitSecurityTest(unittest.TestCase):
                                           "once at 10 with NOT AdminUser")
                     shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
 
+    def test_refusal_with_a_second_row(self):
+        self.change(CLIENT, "    <Directory Id=\"TARGETDIR\"", '    <InstallUISequence><Custom Action="RefuseNoAdministrator" '
+                    'Sequence="30">NOT Privileged</Custom></InstallUISequence>\n    <Directory Id="TARGETDIR"')
+        self.assert_found(kit_checks.check_administrator,
+                          "client/client.wxs: RefuseNoAdministrator is in the UI sequence as [(30, 'NOT Privileged'), (10, 'NOT "
+                          "AdminUser')], not once at 10 with NOT AdminUser")
+
     def test_action_before_the_refusal(self):
         self.change(DATA, '<Custom Action="ForgetUpgradeProducts" Sequence="20">', '<Custom Action="ForgetUpgradeProducts" '
                     'Sequence="10">')
