@@ -2,7 +2,8 @@
 """Stands for tools/windows/serve.sh in tests: fake_windows.py PROCESSOR FOLDER DESCRIPTOR
 
 FOLDER/story.json says what each test program does, by the name of its folder of artifacts and run by run: its "status",
-what it prints ("lines"), and its "results" (the text of results.xml, or null). "ends": true is a Windows that ends in it.
+what it prints ("lines"), what is printed when Windows ends ("late"), and its "results" (the text of results.xml, or null).
+"ends": true is a Windows that ends in it.
 FOLDER/calls.txt takes the commands.
 """
 
@@ -13,7 +14,7 @@ import sys
 from pathlib import Path
 
 processor, folder, statuses = sys.argv[1], Path(sys.argv[2]), int(sys.argv[3])
-seen = {}
+seen, late = {}, ""
 for line in sys.stdin:
     with (folder / "calls.txt").open("a", encoding="utf-8") as calls:
         print(f"{processor}, lane {os.environ['HX_LANE']}, {os.environ['HX_TIME_LIMIT']} s: {line}", end="", file=calls)
@@ -26,4 +27,7 @@ for line in sys.stdin:
         sys.exit(1)
     if run.get("results"):
         (folder / "artifacts" / name / "results.xml").write_text(run["results"], encoding="utf-8")
+    late = run.get("late", "")
     os.write(statuses, f"{run['status']}\n".encode())
+if late:
+    print(late)

@@ -8,7 +8,7 @@ import time
 
 RUNNING = re.compile(r"\[==========\] Running (\d+) tests?")
 STARTS = re.compile(r"\[ RUN      \] ([\w./]+)")
-ENDS = re.compile(r"\[ *(OK|FAILED|SKIPPED) *\] ([\w./]+).*\(\d+ ms\)$")
+ENDS = re.compile(r"\[ *(OK|FAILED|SKIPPED) *\] ([\w./]+).*\(\d+ ms\)")
 # What GoogleTest prints besides of tests that pass.
 CHATTER = re.compile(r"\[ RUN      \]|\[       OK \]|\[----------\]|\[==========\] Running |Note: |$")
 

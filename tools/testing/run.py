@@ -50,9 +50,12 @@ class Run:
 
     # ---- programs in a Windows
 
-    def show(self, lane, line):
+    def notice_crash(self, lane, line):
         if repeating.CRASH_TEXT in line:
             self.crashed.add(lane.number)
+
+    def show(self, lane, line):
+        self.notice_crash(lane, line)
         self.screen.line(f"{lane.processor}: {line}")
 
     def run_program(self, windows, lane, program, again=False):
@@ -70,6 +73,7 @@ class Run:
             with (folder / OUTPUT).open("a", encoding="utf-8") as log:
                 def take(line):
                     log.write(line + "\n")
+                    self.notice_crash(lane, line)
                     # A run of all tests shows what is worth it, a chosen one everything.
                     if stream.feed(line) or not whole:
                         self.show(lane, line)
@@ -94,7 +98,8 @@ class Run:
                 self.screen.finish(lane)
 
     def open_windows(self, lane):
-        return Windows(lane.processor, self.folder, lane.number, planning.TEST_TIME_LIMIT)
+        return Windows(lane.processor, self.folder, lane.number, planning.TEST_TIME_LIMIT,
+                       lambda line: self.show(lane, line))
 
     def repeat(self, lane):
         """Runs again what repeating.py says of a lane's programs, each in a Windows of its own. That run counts."""

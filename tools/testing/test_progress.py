@@ -57,6 +57,12 @@ class StreamTest(unittest.TestCase):
             ("2/3", "T.Left"), ("3/3", None)])
         self.assertEqual((stream.failed, stream.last), (["S.Bad/1"], "T.Left"))
 
+    def test_what_another_process_says_in_the_same_line(self):
+        stream = TestStream()
+        for line in ("[ RUN      ] S.A", "[       OK ] S.A (0 ms)qemu: uncaught target signal 11"):
+            stream.feed(line)
+        self.assertEqual((stream.done, stream.running), (1, None))
+
 
 class Terminal(io.StringIO):
     def isatty(self):

@@ -135,6 +135,19 @@ class RunTest(unittest.TestCase):
         self.assertEqual(self.filters(), ["", "", "S.A:S.C"])
         self.assertTrue((self.root / "build/artifacts/unit-arm64-again/results.xml").is_file())
 
+    def test_a_crash_is_seen_in_whatever_line_it_is(self):
+        first = program(1, A="wrong", B=None)
+        first["lines"][-2] += CRASH
+        status, _, _ = self.run_tests({"actions-arm64": [first], "actions-arm64-again": [program(A=None)]},
+                                      Request("actions", None, "arm64"))
+        self.assertEqual((status, len(self.calls())), (0, 2))
+
+    def test_a_crash_is_seen_after_the_last_program(self):
+        status, output, _ = self.run_tests({"actions-arm64": [{**program(1, A="wrong"), "late": CRASH}],
+                                            "actions-arm64-again": [program(A=None)]}, Request("actions", None, "arm64"))
+        self.assertEqual((status, len(self.calls())), (0, 2))
+        self.assertIn(f"arm64: {CRASH}", output)
+
     def test_failures_without_a_crash_do_not(self):
         status, _, _ = self.run_tests({"unit-arm64": [program(1, A="wrong")], "unit-arm64-checked": [program(A=None)]},
                                       Request("unit", None, "arm64"))

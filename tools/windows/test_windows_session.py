@@ -35,10 +35,10 @@ class ServedTest(unittest.TestCase):
 class WindowsTest(ServedTest):
     def setUp(self):
         super().setUp()
-        self.lines = []
+        self.lines, self.rest = [], []
 
     def open(self):
-        return Windows("x64", self.folder, 3, 900, serve=self.serve)
+        return Windows("x64", self.folder, 3, 900, self.rest.append, serve=self.serve)
 
     def run_in(self, windows, script):
         """What a command returns, and what it shows; descriptor 9 takes its status."""
@@ -52,6 +52,7 @@ class WindowsTest(ServedTest):
             self.assertEqual(self.run_in(windows, "printf 'three\\r\\nand half'; echo 139 >&9"), (139, ["three", "and half"]))
             self.assertEqual(self.run_in(windows, "echo 1 >&9"), (1, []))
         self.assertEqual((self.folder / "given").read_text(), f"x64 {self.folder} 3 900\nclosed\n")
+        self.assertEqual(self.rest, ["late"])
 
     def test_all_output_comes_before_the_status(self):
         with self.open() as windows:
@@ -98,7 +99,7 @@ class OneCommandTest(ServedTest):
     def test_its_output_and_status(self):
         said = self.command("x64", "--folder", str(self.folder), "--", "HX_A=1=2", "wine64", "A=B",
                             'echo "${words[@]::3}"; echo 67 >&"$3"')
-        self.assertEqual(said, (67, "HX_A=1=2 wine64 A=B\n", ""))
+        self.assertEqual(said, (67, "HX_A=1=2 wine64 A=B\nlate\n", ""))
 
     def test_a_windows_that_does_not_start(self):
         self.serve.write_text("#!/bin/sh\necho no right to\n")

@@ -41,7 +41,7 @@ def main(arguments, serve=SERVE):
     folder = parsed.folder.resolve() if parsed.folder else ""
     try:
         with Windows(parsed.processor, folder, os.environ.get("HX_LANE", ""), os.environ.get("HX_TIME_LIMIT", ""),
-                     serve=serve) as windows:
+                     show, serve=serve) as windows:
             return windows.run(variables, words, show)
     except Ended as error:
         sys.exit(f"hx: {error}")

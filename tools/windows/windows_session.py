@@ -16,12 +16,12 @@ class Ended(Exception):
 
 class Windows:
     """One Windows, from its start to its end; for a "with" statement. `folder` is Z:\\run in it, `number` differs between
-    those that run beside each other, `limit` is how many seconds a program may take (its status is then 124). `serve` is
-    the command that stands for it in tests.
+    those that run beside each other, `limit` is how many seconds a program may take (its status is then 124), `rest` is
+    called with each line that comes after the last program. `serve` is the command that stands for it in tests.
 
     It belongs to the thread that opens it, and ends with it."""
 
-    def __init__(self, processor, folder, number, limit, serve=SERVE):
+    def __init__(self, processor, folder, number, limit, rest, serve=SERVE):
         take, give = os.pipe()
         self.process = subprocess.Popen(
             [serve, processor, str(folder), str(give)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
@@ -29,6 +29,7 @@ class Windows:
             env={**os.environ, "HX_LANE": str(number), "HX_TIME_LIMIT": str(limit)})
         os.close(give)
         self.statuses = take
+        self.rest = rest
         self.output = self.process.stdout.fileno()
         self.line = b""
 
@@ -38,8 +39,9 @@ class Windows:
     def __exit__(self, *_):
         with contextlib.suppress(BrokenPipeError):
             self.process.stdin.close()
-        while self.read_output(lambda line: None):
+        while self.read_output(self.rest):
             pass
+        self.end_line(self.rest)
         self.process.wait()
         self.process.stdout.close()
         os.close(self.statuses)
