@@ -371,7 +371,7 @@ take_packages() {
   done
 }
 
-# What is built and what runs where is planned, run and added up in tools/testing.
+# tools/testing plans what is built and run, runs it and adds up the results.
 test_command() {
   local words=() windows=() builds=() packages=() verb what processor
   read_test_words "$@"

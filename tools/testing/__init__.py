@@ -1,1 +1,1 @@
-"""A test run: what is built for it, what runs where, what runs again, and the sum of the results."""
+"""A test run: what is built for it, which programs run at the same time, which run again, and the sum of the results."""

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Stands for tools/windows/serve.sh in tests: fake_windows.py PROCESSOR FOLDER DESCRIPTOR
+"""Replaces tools/windows/serve.sh in tests: fake_windows.py PROCESSOR FOLDER DESCRIPTOR
 
 FOLDER/story.json says what each test program does, by the name of its folder of artifacts and run by run: its "status",
 what it prints ("lines"), what is printed when Windows ends ("late"), and its "results" (the text of results.xml, or null).

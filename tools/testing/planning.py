@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plans a test run: what is built for it, and which programs run beside each other.
+"""Plans a test run: what is built for it, and which programs run at the same time.
 
     tools/testing/planning.py [--level LEVEL] [--filter FILTER] [--only PROCESSOR]
 
@@ -83,7 +83,7 @@ class Program(NamedTuple):
 
 
 class Lane(NamedTuple):
-    """Programs that run one after the other, in one Windows. Lanes run beside each other."""
+    """Programs that run one after the other, in one Windows. Lanes run at the same time."""
     number: int
     processor: str
     programs: tuple
@@ -109,8 +109,8 @@ def programs(request, processor, levels, part=""):
 
 
 def lanes(request):
-    """All side by side: the processors, and the emulated one in three, because each of its Windows has one processor of
-    this machine. Lanes of even and of odd numbers share a processor; the install tests wait much."""
+    """The lanes of a run: one for each processor, and three for the emulated one, because each emulated Windows has only one
+    processor of this machine. Lanes of even and of odd numbers share a processor; the install tests mostly wait."""
     groups = []
     for processor in request.processors if request.running else ():
         if processor == EMULATED and not request.filter and not request.level:

@@ -9,7 +9,7 @@ import time
 RUNNING = re.compile(r"\[==========\] Running (\d+) tests?")
 STARTS = re.compile(r"\[ RUN      \] ([\w./]+)")
 ENDS = re.compile(r"\[ *(OK|FAILED|SKIPPED) *\] ([\w./]+).*\(\d+ ms\)")
-# What GoogleTest prints besides of tests that pass.
+# What GoogleTest prints of tests that pass, and around all tests.
 CHATTER = re.compile(r"\[ RUN      \]|\[       OK \]|\[----------\]|\[==========\] Running |Note: |$")
 
 # Seconds between two looks at a run: at a terminal, and if the output goes elsewhere.
@@ -28,7 +28,7 @@ class TestStream:
         self.failed = []
 
     def feed(self, line):
-        """Takes a line of the output. Returns whether it is worth showing in a run of all tests."""
+        """Takes a line of the output. Returns true if a run of all tests should show it."""
         if match := RUNNING.match(line):
             self.total = int(match[1])
         elif match := STARTS.search(line):
@@ -79,7 +79,7 @@ class Screen:
             self.finished += 1
 
     def leave(self, lane):
-        """The lane runs nothing any more, whatever became of it."""
+        """The lane no longer runs anything, finished or not."""
         with self.lock:
             self.running.pop(lane, None)
 

@@ -2,7 +2,7 @@
 
 On ARM64 the programs run under emulation, and the emulator has faults of its own, which say nothing about the library:
 - the emulator itself ends by a segmentation fault: its program starts again, at most twice;
-- it crashed in another process of that Windows: whatever failed there runs again, once, in a fresh Windows;
+- it crashed in another process of that Windows: the tests that failed there run again, once, in a fresh Windows;
 - it loses the process of a service without a word: every install test that failed runs again, once, likewise.
 """
 
@@ -38,7 +38,7 @@ def second_run(program, failed, stream, emulator_crashed):
     """(the filter of a program's second run, the tests that count as run again), or None if there is none.
 
     `failed` are the names of its failed tests, None if it broke off before it wrote its results: it then runs whole.
-    `stream` is what it said; `emulator_crashed` is whether CRASH_TEXT came in its lane."""
+    `stream` is what it said; `emulator_crashed` is true if CRASH_TEXT came in its lane."""
     if program.processor != EMULATED or not (program.level == "install" or emulator_crashed):
         return None
     if failed is None:

@@ -60,7 +60,7 @@ class Run:
 
     def run_program(self, windows, lane, program, again=False):
         """Runs a test program, and once more for each time that the emulator crashes. Its results and its status are then
-        in its folder of artifacts; those of a second run (`again`) in a folder beside it. Returns the folder."""
+        in its folder of artifacts; those of a second run (`again`) in a folder of their own. Returns the folder."""
         folder = self.artifacts / (program.name + "-again" * again)
         folder.mkdir(exist_ok=True)
         options = [f"--gtest_filter={program.filter}"] if program.filter else []

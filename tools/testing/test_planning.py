@@ -1,4 +1,4 @@
-"""What is built for each level, and what runs beside what."""
+"""What is built for each level, and which programs run at the same time."""
 
 import subprocess
 import sys

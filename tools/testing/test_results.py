@@ -11,7 +11,7 @@ from testing.summary import report
 
 
 def suite(**cases):
-    """The text of a results.xml: a test's name and its failure's text, None where it passed, "not run"."""
+    """The text of a results.xml: a test's name and its failure's text, None if it passed, or "not run"."""
     lines = []
     for name, failure in cases.items():
         if failure == "not run":

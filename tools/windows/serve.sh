@@ -3,7 +3,7 @@
 #
 # Starts a fresh Windows, in which the project is Z:\hx (read-only) and FOLDER, if it is not "", is Z:\run. Runs the
 # commands that arrive on standard input, one line each, and writes the exit status of each on a line to DESCRIPTOR;
-# session.sh says how. Ends with its input, or when the thread that started it ends in whatever way.
+# session.sh says how. Ends with its input, or with the thread that started it, however that ends.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=../setup/setup.sh
 . "$(dirname "$0")/../setup/setup.sh"

@@ -16,8 +16,8 @@ class Ended(Exception):
 
 class Windows:
     """One Windows, from its start to its end; for a "with" statement. `folder` is Z:\\run in it, `number` differs between
-    those that run beside each other, `limit` is how many seconds a program may take (its status is then 124), `rest` is
-    called with each line that comes after the last program. `serve` is the command that stands for it in tests.
+    those that run at the same time, `limit` is how many seconds a program may take (its status is then 124), `rest` is
+    called with each line that comes after the last program. Tests replace the command `serve`.
 
     It belongs to the thread that opens it, and ends with it."""
 
@@ -58,7 +58,7 @@ class Windows:
         status = b""
         while not status.endswith(b"\n"):
             ready, _, _ = select.select([self.output, self.statuses], [], [])
-            # The output first: whatever the program printed is there before its status.
+            # The output first: all that the program printed is there before its status.
             if self.output in ready:
                 open_still = self.read_output(show)
             else:
@@ -75,7 +75,7 @@ class Windows:
         return int(status)
 
     def read_output(self, show):
-        """Reads what is there of the output; returns whether there can be more."""
+        """Reads the output that is there; returns false at its end."""
         piece = os.read(self.output, 65536)
         *lines, self.line = (self.line + piece).split(b"\n")
         for line in lines:
