@@ -288,14 +288,14 @@ TEST_F(StopServiceTest, AServiceThatRefusesToStopStopsTheInstallation) {
 
 TEST_F(StopServiceTest, AFirstQueryThatFailsEndsTheWait) {
   TheService().stateAfter.clear();
-  TheService().queryError = ERROR_ACCESS_DENIED;
+  TheService().statusError = ERROR_ACCESS_DENIED;
   EXPECT_EQ(Run(1), 0u);
   EXPECT_EQ(Count("Sleep(500)"), 0);
 }
 
 TEST_F(StopServiceTest, ALaterQueryThatFailsEndsTheWait) {
   TheService().coming = {SERVICE_RUNNING, SERVICE_RUNNING};
-  TheService().queryError = ERROR_ACCESS_DENIED;
+  TheService().statusError = ERROR_ACCESS_DENIED;
   EXPECT_EQ(Run(1), 0u);
   EXPECT_EQ(Count("Sleep(500)"), 2);
 }

@@ -17,7 +17,7 @@ class FailureActionsTest : public security_test::SecurityTest {
     Vantor().actions = {kRestart, kRun};
     world.installer.Set("PROP_COMPONENT", "Vantor");
   }
-  rig::ServiceSettings& Vantor() { return Machine().services["Vantor"]; }
+  rig::Service& Vantor() { return rig::World::Current()->services.Of("Vantor"); }
   // The calls up to the failure actions.
   static Calls Begin() {
     Calls calls;
@@ -96,7 +96,7 @@ TEST_F(FailureActionsTest, AnEmptyNameIsLeftToTheSystemToRefuse) {
 }
 
 TEST_F(FailureActionsTest, NamesMayHaveAnyCharacters) {
-  Machine().services["Dienst für 日本"].actions = {kRestart};
+  TheWorld().services.Of("Dienst für 日本").actions = {kRestart};
   Installer().Set("PROP_COMPONENT", "Dienst für 日本");
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Ask(Calls()
@@ -108,12 +108,12 @@ TEST_F(FailureActionsTest, NamesMayHaveAnyCharacters) {
                     .Log("service failure actions removed")
                     .CloseService()
                     .lines));
-  EXPECT_EQ(Machine().services["Dienst für 日本"].changes.size(), 1u);
+  EXPECT_EQ(TheWorld().services.Of("Dienst für 日本").changes.size(), 1u);
   EXPECT_TRUE(Vantor().changes.empty());
 }
 
 TEST_F(FailureActionsTest, WithoutTheManagerNothingIsDone) {
-  Machine().managerError = ERROR_ACCESS_DENIED;
+  TheWorld().services.managerError = ERROR_ACCESS_DENIED;
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Calls()
                     .Read("PROP_COMPONENT")
@@ -123,7 +123,7 @@ TEST_F(FailureActionsTest, WithoutTheManagerNothingIsDone) {
 }
 
 TEST_F(FailureActionsTest, AServiceThatIsNotThereIsTold) {
-  Machine().services.clear();
+  TheWorld().services.Remove("Vantor");
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Calls()
                     .Read("PROP_COMPONENT")
@@ -174,7 +174,7 @@ TEST_F(FailureActionsTest, ALackOfMemoryIsNotTold) {
 }
 
 TEST_F(FailureActionsTest, ThatCannotBeReadAreTold) {
-  Vantor().queryError = ERROR_SERVICE_MARKED_FOR_DELETE;
+  Vantor().configurationError = ERROR_SERVICE_MARKED_FOR_DELETE;
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Ask(AskSize(Begin()), kSize, "0").Log("query service failed:  1072").CloseService().lines));
   EXPECT_TRUE(Vantor().changes.empty());

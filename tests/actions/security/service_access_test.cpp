@@ -15,8 +15,10 @@ class ServiceAccessTest : public security_test::SecurityTest {
   void Arrange(rig::World& world) override {
     security_test::SecurityTest::Arrange(world);
     Vantor().account = ".\\svc";
+    Vantor().program = "C:\\Vantor\\vantor.exe";
+    Vantor().displayName = "Vantor";
   }
-  rig::ServiceSettings& Vantor() { return Machine().services["Vantor"]; }
+  rig::Service& Vantor() { return rig::World::Current()->services.Of("Vantor"); }
   // The calls up to the configuration.
   static Calls Begin() {
     Calls calls;
@@ -146,7 +148,7 @@ TEST_F(ServiceAccessTest, APathMayHoldMoreOfTheSeparator) {
 }
 
 TEST_F(ServiceAccessTest, WithoutTheManagerNothingIsSet) {
-  Machine().managerError = RPC_S_SERVER_UNAVAILABLE;
+  TheWorld().services.managerError = RPC_S_SERVER_UNAVAILABLE;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_TRACE((Calls()
@@ -203,7 +205,7 @@ TEST_F(ServiceAccessTest, ASizeThatIsToldWithSuccessServesToo) {
 }
 
 TEST_F(ServiceAccessTest, AConfigurationThatCannotBeReadIsTold) {
-  Vantor().queryError = ERROR_ACCESS_DENIED;
+  Vantor().configurationError = ERROR_ACCESS_DENIED;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_TRACE((Begin()
@@ -372,7 +374,7 @@ TEST_F(ServiceAccessTest, OnASystemWithoutAccessListsTheResultIsSuccess) {
 }
 
 TEST_F(ServiceAccessTest, NamesMayHaveAnyCharacters) {
-  Machine().services["Dienst für 日本"].account = ".\\Jürgen";
+  TheWorld().services.Of("Dienst für 日本").account = ".\\Jürgen";
   Machine().accounts.users["Jürgen"];
   Installer().codePage = CP_UTF8;
   SetData("Dienst für 日本*rwx*S:\\Daten für 日本");

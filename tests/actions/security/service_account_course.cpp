@@ -212,9 +212,8 @@ void Course::AskService() {
   if (isThere) {
     calls_.Add("QueryServiceConfigW(service#2, null, 0, *) = 0");
     if (now_.failing.count("QueryServiceConfigW") == 0) {
-      size_t length = *now_.service == "\1" ? 1 : now_.service->size();
-      calls_.Add("QueryServiceConfigW(service#2, *, " +
-                 std::to_string(sizeof(QUERY_SERVICE_CONFIGW) + (length + 1) * sizeof(wchar_t)) +
+      std::optional<std::string> account = now_.service == "\1" ? std::nullopt : now_.service;
+      calls_.Add("QueryServiceConfigW(service#2, *, " + std::to_string(ConfigurationSize(account)) +
                  ", *) = " + (now_.isUnanswered ? "0" : "1"));
     }
     calls_.Add("CloseServiceHandle(service#2) = 1");
@@ -294,7 +293,7 @@ void CourseTest::Fail(Circumstances& now, const std::string& call, DWORD code) {
     });
     now.failing[call] = rig::HexText(code);
   } else {
-    Accounts().Refuse(call, code);
+    RefuseCall(call, code);
     Directory().Refuse(call == "container.GetObjectA" ? "container.GetObject" : call, code);
     const bool isHandle = call == "OpenSCManagerA" || call == "OpenServiceW";
     const bool isFlag =
@@ -318,8 +317,11 @@ void CourseTest::Prepare(const Circumstances& now) {
   installer.Set("PROP_ACCOUNTDOMAIN", now.publishedDomain);
   Accounts().workgroup = now.workgroup;
   Accounts().computer = now.computer;
-  Accounts().hasService = now.service.has_value();
-  Accounts().serviceAccount = now.service.value_or("");
+  if (now.service.has_value()) {
+    SetService(now.service == "\1" ? std::nullopt : now.service);
+  } else {
+    TheWorld().services.Remove("Vantor");
+  }
   Accounts().demands.clear();
   for (size_t count = 1; count < now.lookUps; ++count) {
     Accounts().demands.emplace_back(static_cast<DWORD>(300 + count), DWORD{300});

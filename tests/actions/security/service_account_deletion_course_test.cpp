@@ -100,15 +100,14 @@ TEST_F(ServiceAccountDeletionCourseTest, AServiceThatTellsOnlyItsSizeHasNoAccoun
   now.service = "CORP\\svc";
   now.isUnanswered = true;
   now.publishedName = "svc";
-  TheWorld().On<::QueryServiceConfigW>(
-      [size = sizeof(QUERY_SERVICE_CONFIGW) + (now.service->size() + 1) * sizeof(wchar_t)](
-          SC_HANDLE, QUERY_SERVICE_CONFIGW* block, DWORD, DWORD* needed) {
-        *needed = static_cast<DWORD>(size);
-        // What a failing query leaves is no configuration.
-        if (block != nullptr) block->lpServiceStartName = const_cast<wchar_t*>(L"CORP\\svc");
-        SetLastError(block == nullptr ? ERROR_INSUFFICIENT_BUFFER : ERROR_ACCESS_DENIED);
-        return FALSE;
-      });
+  TheWorld().On<::QueryServiceConfigW>([size = service_account_test::ConfigurationSize(now.service)](
+                                           SC_HANDLE, QUERY_SERVICE_CONFIGW* block, DWORD, DWORD* needed) {
+    *needed = static_cast<DWORD>(size);
+    // What a failing query leaves is no configuration.
+    if (block != nullptr) block->lpServiceStartName = const_cast<wchar_t*>(L"CORP\\svc");
+    SetLastError(block == nullptr ? ERROR_INSUFFICIENT_BUFFER : ERROR_ACCESS_DENIED);
+    return FALSE;
+  });
   ExpectDeletion(now);
 }
 

@@ -18,10 +18,6 @@ class ServiceAccountDeletionTest : public service_account_test::ServiceAccountTe
                               "CN=svc,CN=Users,DC=CORP VANTOR/pc7.corp.example",
                               "CN=svc,CN=Users,DC=CORP HOST/PC7"};
   }
-  void SetService(const std::string& account) {
-    Accounts().hasService = true;
-    Accounts().serviceAccount = account;
-  }
   // Which accounts are there: "svc other|svc other", of the computer and of the domain.
   std::string Left() {
     std::string left;
@@ -130,7 +126,9 @@ TEST_F(ServiceAccountDeletionTest, EverySpellingOfAnAccountFindsItsPlace) {
 TEST_F(ServiceAccountDeletionTest, LocalSystemIsNoAccountOfTheServiceInAnyCase) {
   Installer().Set("PROP_ACCOUNTID", "LocalSystem");
   Accounts().users["LocalSystem"];
-  for (const char* account : {"LocalSystem", "localsystem", "LOCALSYSTEM", "", "\1"}) {
+  using Account = std::optional<std::string>;
+  for (const Account& account :
+       {Account("LocalSystem"), Account("localsystem"), Account("LOCALSYSTEM"), Account(""), Account()}) {
     TheRig().trace.Clear();
     SetService(account);
     EXPECT_EQ(Run(24), 0u);
@@ -233,7 +231,7 @@ TEST_F(ServiceAccountDeletionTest, AServiceThatCannotBeAskedLeavesThePublishedAc
   for (const char* call : {"OpenSCManagerA", "OpenServiceW", "QueryServiceConfigW"}) {
     SetService("CORP\\svc");
     Installer().Set("PROP_ACCOUNTNAME", "svc");
-    Accounts().Refuse(call, ERROR_ACCESS_DENIED);
+    RefuseCall(call, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run(24), 0u);
     EXPECT_EQ(Left(), kLocalDeleted) << call;
     NewScene();

@@ -70,11 +70,10 @@ Calls& Calls::NoAccount() {
 }
 
 Calls& Calls::AskService(const std::string& account) {
-  size_t size = sizeof(QUERY_SERVICE_CONFIGW) + (account.size() + 1) * sizeof(wchar_t);
   return Add("OpenSCManagerA(null, null, 0x4) = service#1")
       .Add("OpenServiceW(service#1, \"Vantor\", 0x1) = service#2")
       .Add("QueryServiceConfigW(service#2, null, 0, *) = 0")
-      .Add("QueryServiceConfigW(service#2, *, " + std::to_string(size) + ", *) = 1")
+      .Add("QueryServiceConfigW(service#2, *, " + std::to_string(ConfigurationSize(account)) + ", *) = 1")
       .Add("CloseServiceHandle(service#2) = 1")
       .Add("CloseServiceHandle(service#1) = 1");
 }
@@ -85,6 +84,12 @@ Calls& Calls::LackService() {
       .Add("CloseServiceHandle(service#1) = 1");
 }
 
+size_t ConfigurationSize(const std::optional<std::string>& account) {
+  // Command line, group, dependencies and display name are empty.
+  size_t characters = 4 + (account.has_value() ? account->size() + 1 : 0);
+  return sizeof(QUERY_SERVICE_CONFIGW) + characters * sizeof(wchar_t);
+}
+
 void ServiceAccountTest::Arrange(rig::World& world) {
   // The installer's host runs COM already; the actions do not start it.
   world.com.start = RPC_E_CHANGED_MODE;
@@ -93,6 +98,23 @@ void ServiceAccountTest::Arrange(rig::World& world) {
   directory_ = std::make_unique<rig::Directory>(world, *accounts_);
   world.installer.Set("PROP_ACCOUNTID", "svc");
   world.installer.Set("PROP_ACCOUNTDESC", "Vantor service");
+}
+
+void ServiceAccountTest::SetService(const std::optional<std::string>& account) {
+  rig::World::Current()->services.Of("Vantor").account = account;
+}
+
+void ServiceAccountTest::RefuseCall(const std::string& function, DWORD code) {
+  rig::Services& services = rig::World::Current()->services;
+  if (function == "OpenSCManagerA") {
+    services.managerError = code;
+  } else if (function == "OpenServiceW") {
+    services.Of("Vantor").openError = code;
+  } else if (function == "QueryServiceConfigW") {
+    services.Of("Vantor").sizingError = code;
+  } else {
+    Accounts().Refuse(function, code);
+  }
 }
 
 void ServiceAccountTest::TearDown() {

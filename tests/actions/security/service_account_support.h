@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -49,6 +50,12 @@ class ServiceAccountTest : public rig::ActionTest {
   rig::Accounts& Accounts() { return *accounts_; }
   /// The directory of this world.
   rig::Directory& Directory() { return *directory_; }
+  /// Makes the service "Vantor" run under this account; none for a null name. Makes the service if it does
+  /// not exist.
+  static void SetService(const std::optional<std::string>& account);
+  /// The function fails with `code`, as Accounts::Refuse makes it fail; also a function of the service
+  /// manager, then for the service "Vantor".
+  void RefuseCall(const std::string& function, DWORD code);
   /// The account of this name in CORP.
   rig::AccountMap& DomainUsers() { return accounts_->domains.at("CORP").accounts; }
 
@@ -71,6 +78,9 @@ class ServiceAccountTest : public rig::ActionTest {
   std::unique_ptr<rig::Accounts> accounts_;
   std::unique_ptr<rig::Directory> directory_;
 };
+
+/// The size in bytes of the configuration of a service whose account has this name of ASCII; none for null.
+size_t ConfigurationSize(const std::optional<std::string>& account);
 
 /// What Published says without an account.
 inline constexpr char kNoAccount[] = "||";

@@ -154,8 +154,7 @@ TEST_F(ServiceAccountSweepTest, TheDeletionOfALocalAccount) {
           world.installer.rollback = isRollback;
           world.installer.Set("PROP_ACCOUNTNAME", "svc");
           world.installer.Set("PROP_ACCOUNTDOMAIN", "PC7");
-          Accounts().hasService = true;
-          Accounts().serviceAccount = "pc7\\svc";
+          SetService("pc7\\svc");
         },
         [this](const rig::SweepRun& run) {
           if (run.name == "MsiGetMode") return;
@@ -185,8 +184,7 @@ TEST_F(ServiceAccountSweepTest, TheDeletionOfAnAccountOfTheDomain) {
       24,
       [this](rig::World&) {
         PopulateForDeletion();
-        Accounts().hasService = true;
-        Accounts().serviceAccount = "CORP\\svc";
+        SetService("CORP\\svc");
       },
       [this](const rig::SweepRun& run) { CheckDeletion(run, false, true); });
   EXPECT_GT(calls, 40u);
@@ -198,8 +196,7 @@ TEST_F(ServiceAccountSweepTest, AnAccountOfAnotherNameStays) {
         24,
         [this, account](rig::World&) {
           PopulateForDeletion();
-          Accounts().hasService = true;
-          Accounts().serviceAccount = account;
+          SetService(account);
         },
         [this](const rig::SweepRun& run) { CheckDeletion(run, false, false); });
   }

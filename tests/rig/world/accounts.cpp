@@ -82,10 +82,6 @@ bool WriteName(const std::string& text, wchar_t* buffer, DWORD* size) {
 
 }  // namespace
 
-bool IgnoreCase::operator()(const std::string& a, const std::string& b) const {
-  return CompareStringOrdinal(ToWide(a).c_str(), -1, ToWide(b).c_str(), -1, TRUE) == CSTR_LESS_THAN;
-}
-
 void* MakeNetworkBuffer(size_t size) {
   return GuardedHeap::Get().Allocate(size);
 }
@@ -103,7 +99,6 @@ Accounts::Accounts(World& world) : world_(world) {
   AnswerLookUps();
   AnswerPolicy();
   AnswerToken();
-  AnswerService();
 }
 
 DWORD Accounts::RefusalOf(const std::string& function) const {
@@ -404,41 +399,6 @@ void Accounts::AnswerToken() {
         std::memcpy(user + 1, sid.data(), sid.size());
         return TRUE;
       });
-}
-
-BOOL Accounts::QueryService(QUERY_SERVICE_CONFIGW* configuration, DWORD size, DWORD* needed) {
-  std::wstring account = ToWide(serviceAccount);
-  size_t textSize = (account.size() + 1) * sizeof(wchar_t);
-  *needed = static_cast<DWORD>(sizeof *configuration + textSize);
-  if (size < *needed) {
-    return Refused(ERROR_INSUFFICIENT_BUFFER);
-  }
-  std::memset(configuration, 0, size);
-  if (serviceAccount != kNullName) {
-    configuration->lpServiceStartName = reinterpret_cast<wchar_t*>(configuration + 1);
-    std::memcpy(configuration->lpServiceStartName, account.c_str(), textSize);
-  }
-  return TRUE;
-}
-
-void Accounts::AnswerService() {
-  world_.On<::OpenSCManagerA>([this](const char* machine, const char* database, DWORD access) {
-    return services_.OpenManager(machine, database, access, RefusalOf("OpenSCManagerA"));
-  });
-  world_.On<::OpenServiceW>([this](SC_HANDLE manager, const wchar_t* name, DWORD access) {
-    DWORD error = RefusalOf("OpenServiceW");
-    if (error == ERROR_SUCCESS && (!hasService || std::wstring_view(name) != L"Vantor")) {
-      error = ERROR_SERVICE_DOES_NOT_EXIST;
-    }
-    return services_.OpenService(manager, &serviceAccount, access, error);
-  });
-  world_.On<::QueryServiceConfigW>(
-      [this](SC_HANDLE service, QUERY_SERVICE_CONFIGW* configuration, DWORD size, DWORD* needed) -> BOOL {
-        if (services_.Reach(service, SERVICE_QUERY_CONFIG) == nullptr) return FALSE;
-        DWORD error = RefusalOf("QueryServiceConfigW");
-        return error != 0 ? Refused(error) : QueryService(configuration, size, needed);
-      });
-  world_.On<::CloseServiceHandle>([this](SC_HANDLE handle) { return services_.Close(handle); });
 }
 
 }  // namespace rig

@@ -1,5 +1,5 @@
-// The accounts of this computer and of domains in memory: network management, the policy of rights, look-ups,
-// the service that runs under an account. A part of a world that its tests attach themselves.
+// The accounts of this computer and of domains in memory: network management, the policy of rights, look-ups.
+// A part of a world that its tests attach themselves.
 #pragma once
 
 #include <windows.h>
@@ -12,17 +12,11 @@
 #include <utility>
 #include <vector>
 
+#include "rig/ignore_case.h"
 #include "rig/secrets.h"
-#include "rig/world/service_handles.h"
 #include "rig/world/world.h"
 
 namespace rig {
-
-/// Orders names as the system compares them: without regard to case.
-struct IgnoreCase {
-  /// Whether `a` comes before `b`; both are UTF-8.
-  bool operator()(const std::string& a, const std::string& b) const;
-};
 
 /// An account, as it was made.
 struct Account {
@@ -79,9 +73,6 @@ class Accounts {
   /// The rights that were granted, "PC7\svc SeServiceLogonRight (38 of 40)" with the lengths in bytes.
   std::vector<std::string> rights;
 
-  bool hasService = false;     ///< Whether there is the service "Vantor".
-  std::string serviceAccount;  ///< The account that it runs under; "\1" for a null name.
-
   /// The identifier of an account ("PC7\svc"), the same each time.
   std::vector<BYTE> SidOf(const std::string& account);
 
@@ -96,8 +87,6 @@ class Accounts {
   void AnswerPolicy();
   /// Makes those of the process's user.
   void AnswerToken();
-  /// Makes those of the service.
-  void AnswerService();
   /// Answers NetUserAdd.
   DWORD Add(DWORD level, const BYTE* buffer);
   /// Answers LookupAccountNameW.
@@ -111,15 +100,12 @@ class Accounts {
   std::string OwnerOf(const void* sid) const;
   /// Answers GetComputerNameW.
   BOOL TellComputer(wchar_t* buffer, DWORD* size, DWORD tooSmall);
-  /// Answers QueryServiceConfigW.
-  BOOL QueryService(QUERY_SERVICE_CONFIGW* configuration, DWORD size, DWORD* needed);
 
   World& world_;
   Secret secret_{kPassword};
   std::map<std::string, DWORD> refused_;
   std::map<std::string, std::vector<BYTE>, IgnoreCase> sids_;
   std::map<HANDLE, DWORD> handles_;
-  ServiceHandles<std::string> services_;  // a service is the account that it runs under
   uintptr_t nextHandle_ = 0xACC0010;
 };
 

@@ -3,36 +3,63 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "rig/ignore_case.h"
 #include "rig/rig.h"
-#include "rig/world/service_handles.h"
 
 namespace rig {
 
-/// One service, as a test arranges it and finds it afterwards.
+/// One service, as a test arranges it and finds it afterwards. Text is UTF-8: functions with 8-bit text give
+/// it as it is here, those with wide text convert it.
 struct Service {
-  DWORD state = SERVICE_RUNNING;  ///< What it is in.
-  /// The states that it takes on, one with each QueryServiceStatus, before that answers; the last one stays.
+  DWORD openError = ERROR_SUCCESS;  ///< What opening it fails with.
+
+  DWORD state = SERVICE_RUNNING;  ///< Its state.
+  /// The states to come: each QueryServiceStatus first moves the service to the next one; the last one stays.
   std::deque<DWORD> coming;
-  /// The state that it takes on with a control that succeeds; with others it stays as it is.
+  /// The state after a control that succeeds. Any other control leaves the state as it is.
   std::map<DWORD, DWORD> stateAfter = {{SERVICE_CONTROL_STOP, SERVICE_STOPPED}};
-  DWORD stateAfterStart = SERVICE_RUNNING;  ///< The state that it takes on when it is started.
-  DWORD openError = ERROR_SUCCESS;          ///< What opening it fails with.
-  /// What QueryServiceStatus fails with, once the states to come are used up.
-  DWORD queryError = ERROR_SUCCESS;
+  DWORD stateAfterStart = SERVICE_RUNNING;  ///< The state after a start that succeeds.
+  /// What QueryServiceStatus fails with after the states to come are used up.
+  DWORD statusError = ERROR_SUCCESS;
   DWORD startError = ERROR_SUCCESS;              ///< What starting it fails with.
-  std::map<DWORD, DWORD> controlErrors;          ///< What a control fails with.
+  std::map<DWORD, DWORD> controlErrors;          ///< What each control fails with.
   std::vector<DWORD> controls;                   ///< The controls that reached it, in order.
   std::vector<std::vector<std::string>> starts;  ///< The arguments of each start that reached it.
+
+  std::string program;                                 ///< Its command line.
+  std::string displayName;                             ///< The name that users see.
+  std::optional<std::string> account = "LocalSystem";  ///< The account that it runs under; none for null.
+
+  DWORD resetPeriod = 86400;                              ///< Seconds until failures are forgotten.
+  std::optional<std::string> rebootMessage = "Good bye";  ///< The message before a restart; none for null.
+  std::optional<std::string> command = "mend.exe /now";   ///< The command after a failure; none for null.
+  std::vector<SC_ACTION> actions;                         ///< The action for each failure, in order.
+  /// Every field that ChangeServiceConfig2A was given, "level=2 reset=0xffffffff ..."; the list of actions is
+  /// "kept" if it is the one that the last query returned.
+  std::vector<std::string> changes;
+
+  /// What asking for the size of its configuration fails with; ERROR_SUCCESS lets it succeed.
+  DWORD sizingError = ERROR_INSUFFICIENT_BUFFER;
+  DWORD configurationError = ERROR_SUCCESS;  ///< What asking for its configuration fails with.
+  DWORD changeError = ERROR_SUCCESS;         ///< What changing its configuration fails with.
+  DWORD demand = 0;  ///< The size in bytes that its configuration pretends to need; 0 for the true size.
 };
 
-/// The services of the machine; there is none at first. A handle allows what it was opened for and nothing
-/// else. A stopped service takes no control, one that is not stopped cannot be started. A status record that
-/// a failing call was given says SERVICE_RUNNING, so that nobody gets away with looking at it.
+/// The services of the machine; at first there are none. The rules are strict:
+/// - A handle allows only what it was opened for. Every handle of the manager allows opening services.
+/// - A stopped service takes no control, and a service that is not stopped cannot be started.
+/// - A call that fails leaves a status record that says SERVICE_RUNNING, so that nobody gets away with
+/// reading
+///   it.
+/// - A configuration fills its block to the byte: the record, then the texts and lists that it points to. A
+///   block that is too small is filled with rubbish.
 class Services {
  public:
   /// The part of the world that belongs to this rig.
@@ -40,25 +67,50 @@ class Services {
   /// Sends its functions here.
   void Install();
 
-  /// The service of this name (any letter case), made, running, when it is not there.
-  Service& Of(const std::string& name);
+  /// The service of this name, in any case; makes it, running, if it does not exist.
+  Service& Of(const std::string& name) { return services_[name]; }
+  /// Removes the service of this name; no effect if it does not exist.
+  void Remove(const std::string& name) { services_.erase(name); }
 
   /// What opening the service manager fails with.
   DWORD managerError = ERROR_SUCCESS;
 
  private:
-  /// Answers OpenServiceA.
+  /// An open handle.
+  struct Opened {
+    Service* service;  // Null for the manager.
+    DWORD access;
+  };
+
+  /// Answers the functions that open and close handles.
+  void InstallHandles();
+  /// Answers the functions that read and change configurations.
+  void InstallConfiguration();
+
+  /// Makes a handle; null for `service` makes one of the manager.
+  SC_HANDLE Open(Service* service, DWORD access);
+  /// Answers OpenServiceA and OpenServiceW.
   SC_HANDLE OpenService(SC_HANDLE manager, const std::string& name, DWORD access);
+  /// The service of a handle that allows `access`; otherwise null, with the last error set.
+  Service* Reach(SC_HANDLE handle, DWORD access);
   /// Answers ControlService.
   BOOL Control(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status);
   /// Answers QueryServiceStatus.
-  BOOL Query(SC_HANDLE handle, SERVICE_STATUS* status);
+  BOOL QueryStatus(SC_HANDLE handle, SERVICE_STATUS* status);
   /// Answers StartServiceA.
   BOOL Start(SC_HANDLE handle, DWORD count, const char** arguments);
+  /// Answers QueryServiceConfigA, and QueryServiceConfigW if `isWide`.
+  BOOL QueryConfiguration(SC_HANDLE handle, bool isWide, void* block, DWORD size, DWORD* needed);
+  /// Answers QueryServiceConfig2A.
+  BOOL QueryFailureActions(SC_HANDLE handle, DWORD level, BYTE* block, DWORD size, DWORD* needed);
+  /// Answers ChangeServiceConfig2A.
+  BOOL ChangeFailureActions(SC_HANDLE handle, DWORD level, const void* information);
 
   Rig& rig_;
-  std::map<std::string, Service> services_;
-  ServiceHandles<Service> handles_;
+  std::map<std::string, Service, IgnoreCase> services_;
+  std::map<SC_HANDLE, Opened> opened_;
+  uintptr_t nextHandle_ = 0x5C0010;
+  const SC_ACTION* lastActions_ = nullptr;  // the list that the last query returned
 };
 
 }  // namespace rig

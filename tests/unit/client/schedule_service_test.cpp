@@ -50,10 +50,10 @@ TEST_F(ScheduleServiceTest, EachFailureIsGivenOut) {
   Schedule().openError = ERROR_SERVICE_MARKED_FOR_DELETE;
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
   Schedule().openError = ERROR_SUCCESS;
-  Schedule().queryError = ERROR_BUSY;
+  Schedule().statusError = ERROR_BUSY;
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_BUSY});
   EXPECT_TRUE(Schedule().starts.empty());
-  Schedule().queryError = ERROR_SUCCESS;
+  Schedule().statusError = ERROR_SUCCESS;
   Schedule().startError = ERROR_SERVICE_DISABLED;
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_SERVICE_DISABLED});
 }

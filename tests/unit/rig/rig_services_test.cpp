@@ -82,7 +82,7 @@ TEST_F(RigTest, AServicePassesThroughTheStatesToComeAndThenCannotBeQueried) {
   rig::Service& service = TheWorld().services.Of("Subject");
   service.state = SERVICE_STOPPED;
   service.coming = {SERVICE_START_PENDING, SERVICE_STOPPED};
-  service.queryError = ERROR_INVALID_HANDLE;
+  service.statusError = ERROR_INVALID_HANDLE;
   EXPECT_EQ(SubjectStartService("Subject", nullptr, &state), 0U);
   EXPECT_EQ(state, DWORD{SERVICE_START_PENDING});
   EXPECT_EQ(SubjectStartService("Subject", nullptr, &state), DWORD{ERROR_SERVICE_ALREADY_RUNNING});
