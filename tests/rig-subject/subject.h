@@ -114,6 +114,9 @@ DWORD SubjectService(const char* name, DWORD access, DWORD control, DWORD* state
 /// Starts the service, with one argument or, where that is null, none, and stores the state that a query then
 /// says. Returns the last error.
 DWORD SubjectStartService(const char* name, const char* argument, DWORD* state);
+/// Opens the service with `access`, asks for its configuration in a block of 512 bytes, of wide text or not,
+/// and stores the account's name, which must be ASCII; stores nothing for null. Returns the last error.
+DWORD SubjectServiceAccount(const char* name, DWORD access, BOOL wide, char* account);
 /// Whether FindWindowA finds the window.
 BOOL SubjectFindWindow(const char* windowClass, const char* title);
 /// Finds the window and posts it the message with 1 and 2, or sends it with 3 and 4. False when posting

@@ -29,6 +29,34 @@ DWORD SubjectStartService(const char* name, const char* argument, DWORD* state) 
   return error;
 }
 
+DWORD SubjectServiceAccount(const char* name, DWORD access, BOOL wide, char* account) {
+  SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE service = OpenServiceA(manager, name, access);
+  alignas(8) BYTE block[512];
+  DWORD needed = 0;
+  DWORD error = ERROR_SUCCESS;
+  if (wide) {
+    auto* record = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(block);
+    if (!QueryServiceConfigW(service, record, sizeof block, &needed)) error = GetLastError();
+    if (!error && record->lpServiceStartName) {
+      const wchar_t* text = record->lpServiceStartName;
+      do *account++ = static_cast<char>(*text);
+      while (*text++);
+    }
+  } else {
+    auto* record = reinterpret_cast<QUERY_SERVICE_CONFIGA*>(block);
+    if (!QueryServiceConfigA(service, record, sizeof block, &needed)) error = GetLastError();
+    if (!error && record->lpServiceStartName) {
+      const char* text = record->lpServiceStartName;
+      do *account++ = *text;
+      while (*text++);
+    }
+  }
+  CloseServiceHandle(service);
+  CloseServiceHandle(manager);
+  return error;
+}
+
 BOOL SubjectFindWindow(const char* windowClass, const char* title) {
   return FindWindowA(windowClass, title) != nullptr;
 }

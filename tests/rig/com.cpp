@@ -138,9 +138,10 @@ HRESULT Com::Create(const CLSID& clsid, IUnknown* outer, const IID& iid, void** 
     Fail("CoCreateInstance is called while COM is not started");
     return CO_E_NOTINITIALIZED;
   }
-  for (const Class& one : classes_) {
-    if (IsEqualGUID(one.clsid, clsid)) {
-      return one.fake == nullptr ? one.error : one.fake->Query(iid, out);
+  // The last word on a class counts, so that a test can replace an object of the world.
+  for (auto one = classes_.rbegin(); one != classes_.rend(); ++one) {
+    if (IsEqualGUID(one->clsid, clsid)) {
+      return one->fake == nullptr ? one->error : one->fake->Query(iid, out);
     }
   }
   Fail("unexpected call: CoCreateInstance of the class " + GuidText(clsid) +

@@ -28,20 +28,20 @@ class RiggedTest : public testing::Test {
   /// Prepares the world for every test of a fixture and for every run of its sweeps.
   virtual void Arrange(World& world) { (void)world; }
 
-  /// The world of this test.
-  World& TheWorld() { return scene_->world; }
-  /// The rig of this test: trace, ledger, answers.
-  Rig& TheRig() { return scene_->rig; }
+  /// The world of this test; during a sweep, the world of the current run.
+  World& TheWorld() { return *World::Current(); }
+  /// The rig of that world: trace, ledger, answers.
+  Rig& TheRig() { return TheWorld().rig; }
   /// The library under test.
   Library& TheLibrary() { return scene_->library; }
   /// The world's installer session.
-  InstallerSession& Installer() { return scene_->world.installer; }
+  InstallerSession& Installer() { return TheWorld().installer; }
   /// The world's registry.
-  Registry& TheRegistry() { return scene_->world.registry; }
+  Registry& TheRegistry() { return TheWorld().registry; }
   /// The world's profile files.
-  ProfileFiles& Profile() { return scene_->world.profile; }
+  ProfileFiles& Profile() { return TheWorld().profile; }
   /// The world's modules.
-  Modules& TheModules() { return scene_->world.modules; }
+  Modules& TheModules() { return TheWorld().modules; }
 
   /// Calls the exported entry point of this number with the session; a crash fails and ends the test.
   UINT Run(int number);

@@ -17,7 +17,7 @@ class FailureActionsTest : public security_test::SecurityTest {
     Vantor().actions = {kRestart, kRun};
     world.installer.Set("PROP_COMPONENT", "Vantor");
   }
-  rig::Service& Vantor() { return rig::World::Current()->services.Of("Vantor"); }
+  rig::Service& Vantor() { return TheWorld().services.Of("Vantor"); }
   // The calls up to the failure actions.
   static Calls Begin() {
     Calls calls;

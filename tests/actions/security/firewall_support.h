@@ -9,7 +9,6 @@
 
 #include "rig/action_test.h"
 #include "rig/print.h"
-#include "rig/world/firewall.h"
 
 namespace firewall_test {
 
@@ -182,7 +181,6 @@ class Calls {
 class FirewallTest : public rig::ActionTest {
  protected:
   void Arrange(rig::World& world) override {
-    firewall_ = std::make_unique<rig::Firewall>(world);
     world.modules.Loaded("OLE32");
     world.installer.Set("PROP_SILENCE", "-1");
     world.installer.Set("PROP_FIREWALLDATA", "Vantor/C:\\Vantor\\vt.exe");
@@ -194,7 +192,7 @@ class FirewallTest : public rig::ActionTest {
   }
 
   /// The firewall of this test or of this run of a sweep.
-  rig::Firewall& TheFirewall() { return *firewall_; }
+  rig::Firewall& TheFirewall() { return TheWorld().firewall; }
   /// Sets the list of exceptions.
   void SetList(const std::string& list) { Installer().Set("PROP_FIREWALLDATA", list); }
   /// The system is one that has no rules yet.
@@ -212,9 +210,6 @@ class FirewallTest : public rig::ActionTest {
     }
     return notices;
   }
-
- private:
-  std::unique_ptr<rig::Firewall> firewall_;
 };
 
 }  // namespace firewall_test

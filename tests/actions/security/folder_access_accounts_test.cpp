@@ -46,7 +46,7 @@ TEST_F(FolderAccessAccountsTest, AccountsOfThisComputerAreLookedUpHere) {
                       .SetList(kPath)
                       .Log("set ACL for " + account)
                       .lines));
-    EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
+    EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
     NewScene();
   }
 }
@@ -59,7 +59,7 @@ TEST_F(FolderAccessAccountsTest, ThisComputersNameInAnyCaseIsThisComputer) {
     Calls calls = BeginFullControl(account);
     calls.AskComputer().LookUp("null", "svc").SetList(kPath).Log("set ACL for " + account);
     EXPECT_TRACE((calls.lines));
-    EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
+    EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
     NewScene();
   }
 }
@@ -75,13 +75,13 @@ TEST_F(FolderAccessAccountsTest, AccountsOfADomainAreLookedUpAtItsController) {
       .SetList(kPath)
       .Log("set ACL for corp\\svc");
   EXPECT_TRACE((calls.lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "CORP\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "CORP\\svc")});
 }
 
 // Anything that only begins like ".\" is a domain, and the first backslash parts it from the name.
 TEST_F(FolderAccessAccountsTest, ADomainIsWhatStandsBeforeTheFirstBackslash) {
-  Machine().accounts.domains[".."].controller = "\\\\DC2";
-  Machine().accounts.domains[".."].accounts["svc\\x"];
+  Accounts().domains[".."].controller = "\\\\DC2";
+  Accounts().domains[".."].accounts["svc\\x"];
   SetData("..\\svc\\x*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   Calls calls = BeginFullControl("..\\svc\\x");
@@ -92,11 +92,11 @@ TEST_F(FolderAccessAccountsTest, ADomainIsWhatStandsBeforeTheFirstBackslash) {
       .SetList(kPath)
       .Log("set ACL for ..\\svc\\x");
   EXPECT_TRACE((calls.lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "..\\svc\\x")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "..\\svc\\x")});
 }
 
 TEST_F(FolderAccessAccountsTest, AComputerWithoutANameIsNoneOfTheDomains) {
-  Machine().accounts.Refuse("GetComputerNameExW", ERROR_MORE_DATA);
+  Accounts().Refuse("GetComputerNameExW", ERROR_MORE_DATA);
   SetData("PC7\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   Calls calls = BeginFullControl("PC7\\svc");
@@ -188,8 +188,8 @@ TEST_F(FolderAccessAccountsTest, TheSystemsOwnAccountsAreNotLookedUp) {
                       .SetList(kPath)
                       .Log("set ACL for " + account)
                       .lines));
-    EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", known.owner)});
-    EXPECT_EQ(Machine().wellKnownRooms, std::vector<DWORD>{68});
+    EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", known.owner)});
+    EXPECT_EQ(Lists().wellKnownSizes, std::vector<DWORD>{68});
     NewScene();
   }
 }
@@ -212,7 +212,7 @@ TEST_F(FolderAccessAccountsTest, ALookUpThatWantsMoreRoomGetsIt) {
   // More for the identifier, more for the domain, both, and again more; less of one than before.
   for (const Rooms& demands :
        {Rooms{{300, 4}}, {{28, 400}}, {{512, 512}}, {{257, 4}, {260, 300}, {28, 301}}}) {
-    Machine().accounts.demands.assign(demands.begin(), demands.end());
+    Accounts().demands.assign(demands.begin(), demands.end());
     SetData("svc*S:\\Data");
     EXPECT_EQ(Run(25), 0u);
     Calls calls = BeginFullControl("svc");
@@ -222,32 +222,32 @@ TEST_F(FolderAccessAccountsTest, ALookUpThatWantsMoreRoomGetsIt) {
     EXPECT_TRACE((calls.LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
     Rooms rooms = demands;
     rooms.insert(rooms.begin(), {256, 256});
-    EXPECT_EQ(Machine().accounts.rooms, rooms);
-    EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
+    EXPECT_EQ(Accounts().rooms, rooms);
+    EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
     NewScene();
   }
 }
 
 TEST_F(FolderAccessAccountsTest, ALookUpThatWantsNoMoreRoomIsNotAskedForEver) {
-  Machine().accounts.demands.assign(5, {256, 256});
+  Accounts().demands.assign(5, {256, 256});
   ExpectLog("svc*S:\\Data", {"setting ACL for svc on svc", "failure -36 (0xFFFFFFDC) setting ACL for svc"});
-  EXPECT_EQ(Machine().accounts.rooms.size(), 1u);
+  EXPECT_EQ(Accounts().rooms.size(), 1u);
 }
 
 TEST_F(FolderAccessAccountsTest, MemoryThatTheLookUpAsksForMayLack) {
-  Machine().accounts.demands = {{0x70000000, 4}};
+  Accounts().demands = {{0x70000000, 4}};
   ExpectLog("svc*S:\\Data", {"setting ACL for svc on svc", "failure -36 (0xFFFFFFDC) setting ACL for svc"});
 }
 
 TEST_F(FolderAccessAccountsTest, OtherFailuresOfALookUpAreFinal) {
-  Machine().accounts.Refuse("LookupAccountNameW", ERROR_TRUSTED_RELATIONSHIP_FAILURE);
+  Accounts().Refuse("LookupAccountNameW", ERROR_TRUSTED_RELATIONSHIP_FAILURE);
   ExpectLog("svc*S:\\Data", {"setting ACL for svc on svc", "failure -36 (0xFFFFFFDC) setting ACL for svc"});
-  EXPECT_EQ(Machine().accounts.rooms.size(), 1u);
+  EXPECT_EQ(Accounts().rooms.size(), 1u);
 }
 
 // The lines of the log are 8-bit text, in UTF-8, whatever the system's code page.
 TEST_F(FolderAccessAccountsTest, NamesMayHaveAnyCharacters) {
-  Machine().accounts.users["Jürgen"];
+  Accounts().users["Jürgen"];
   SetData("Jürgen*S:\\Daten für 日本");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("Jürgen", "Jürgen", "S:\\Daten für 日本")
@@ -255,12 +255,12 @@ TEST_F(FolderAccessAccountsTest, NamesMayHaveAnyCharacters) {
                     .SetList("S:\\Daten für 日本")
                     .Log("set ACL for Jürgen")
                     .lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Daten für 日本", "0x10000000", "PC7\\Jürgen")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Daten für 日本", "0x10000000", "PC7\\Jürgen")});
 }
 
 TEST_F(FolderAccessAccountsTest, DomainsMayHaveAnyCharacters) {
-  Machine().accounts.domains["ВЕТВЬ"].controller = "\\\\DC𝔘";
-  Machine().accounts.domains["ВЕТВЬ"].accounts["служба"];
+  Accounts().domains["ВЕТВЬ"].controller = "\\\\DC𝔘";
+  Accounts().domains["ВЕТВЬ"].accounts["служба"];
   SetData("ВЕТВЬ\\служба*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   Calls calls = BeginFullControl("ВЕТВЬ\\служба");
@@ -275,41 +275,41 @@ TEST_F(FolderAccessAccountsTest, DomainsMayHaveAnyCharacters) {
 
 TEST_F(FolderAccessAccountsTest, OverlongNamesAreCutInTheLogOnly) {
   std::string user(400, 'u');
-  Machine().accounts.users[user];
+  Accounts().users[user];
   SetData(user + "*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_LOG({"Hx Setup Log: setting ACL for " + std::string(239, 'u'),
               "Hx Setup Log: set ACL for " + std::string(243, 'u')});
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\" + user)});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "PC7\\" + user)});
 }
 
 TEST_F(FolderAccessAccountsTest, OverlongDomainsAreAskedForWhole) {
   std::string domain(300, 'D');
-  Machine().accounts.domains[domain].controller = "\\\\" + std::string(500, 'c');
-  Machine().accounts.domains[domain].accounts["svc"];
+  Accounts().domains[domain].controller = "\\\\" + std::string(500, 'c');
+  Accounts().domains[domain].accounts["svc"];
   SetData(domain + "\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   // The name of the domain has no place in the first room.
-  EXPECT_EQ(Machine().accounts.rooms, (std::vector<std::pair<DWORD, DWORD>>{{256, 256}, {28, 301}}));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", domain + "\\svc")});
+  EXPECT_EQ(Accounts().rooms, (std::vector<std::pair<DWORD, DWORD>>{{256, 256}, {28, 301}}));
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", domain + "\\svc")});
 }
 
 TEST_F(FolderAccessAccountsTest, AnOverlongNameOfThisComputerIsNotRead) {
-  Machine().accounts.computer = std::string(64, 'P');
+  Accounts().computer = std::string(64, 'P');
   ExpectLog(std::string(64, 'P') + "\\svc*S:\\Data",
             {"setting ACL for " + std::string(64, 'P') + "\\svc on " + std::string(64, 'P') + "\\svc",
              "failure -36 (0xFFFFFFDC) setting ACL for " + std::string(64, 'P') + "\\svc"});
 }
 
 TEST_F(FolderAccessAccountsTest, TheLongestNameOfThisComputerIsRead) {
-  Machine().accounts.computer = std::string(63, 'P');
+  Accounts().computer = std::string(63, 'P');
   const std::string account = std::string(63, 'p') + "\\svc";
   SetData(account + "*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   Calls calls = BeginFullControl(account);
   calls.AskComputer().LookUp("null", "svc").SetList(kPath).Log("set ACL for " + account);
   EXPECT_TRACE((calls.lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", std::string(63, 'P') + "\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", std::string(63, 'P') + "\\svc")});
 }
 
 TEST_F(FolderAccessAccountsTest, WithoutLookUpsNoAccountIsFound) {

@@ -17,8 +17,8 @@ TEST_F(FolderAccessTest, AnAccountOfThisComputerGetsFullControl) {
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("svc").LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
-  EXPECT_EQ(Machine().accounts.rooms, (std::vector<std::pair<DWORD, DWORD>>{{256, 256}}));
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Accounts().rooms, (std::vector<std::pair<DWORD, DWORD>>{{256, 256}}));
 }
 
 TEST_F(FolderAccessTest, InARollbackNothingIsRead) {
@@ -86,20 +86,20 @@ TEST_F(FolderAccessTest, APathMayHoldMoreOfTheSeparator) {
                     .SetList("S:\\Data\\*.txt")
                     .Log("set ACL for svc")
                     .lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Data\\*.txt", "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Data\\*.txt", "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(FolderAccessTest, ATrailingBackslashIsNotOfThePath) {
   SetData("svc*S:\\Data\\");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("svc").LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Data", "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Data", "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(FolderAccessTest, SlashesInThePathSeparateNames) {
   SetData("svc*S:\\Srv/Data/");
   EXPECT_EQ(Run(25), 0u);
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(FolderAccessTest, SystemsWithoutAccessListsAreDoneAtOnce) {
@@ -109,7 +109,7 @@ TEST_F(FolderAccessTest, SystemsWithoutAccessListsAreDoneAtOnce) {
     SetData("svc*S:\\Data");
     EXPECT_EQ(Run(25), 0u);
     EXPECT_TRACE((BeginFullControl("svc").Log("set ACL for svc").lines));
-    EXPECT_TRUE(Machine().lists.empty());
+    EXPECT_TRUE(Lists().applied.empty());
     NewScene();
   }
 }
@@ -119,11 +119,11 @@ TEST_F(FolderAccessTest, Version5HasAccessLists) {
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("svc").LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
-  EXPECT_EQ(Machine().lists.size(), 1u);
+  EXPECT_EQ(Lists().applied.size(), 1u);
 }
 
 TEST_F(FolderAccessTest, AListThatCannotBeMadeIsAFailureOfTheSystem) {
-  Machine().entriesError = ERROR_INVALID_ACL;
+  Lists().entriesError = ERROR_INVALID_ACL;
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("svc")
@@ -134,7 +134,7 @@ TEST_F(FolderAccessTest, AListThatCannotBeMadeIsAFailureOfTheSystem) {
 }
 
 TEST_F(FolderAccessTest, AListThatCannotBeSetIsAFailureOfTheSystem) {
-  Machine().applyError = ERROR_ACCESS_DENIED;
+  Lists().applyError = ERROR_ACCESS_DENIED;
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("svc")
@@ -182,7 +182,7 @@ TEST_F(FolderAccessTest, FunctionsAreFoundOncePerProcess) {
     EXPECT_EQ(line.find("GetModuleHandleW"), std::string::npos) << line;
     EXPECT_EQ(line.find("LoadLibraryW"), std::string::npos) << line;
   }
-  EXPECT_EQ(Machine().lists.size(), 2u);
+  EXPECT_EQ(Lists().applied.size(), 2u);
 }
 
 TEST_F(FolderAccessTest, AFunctionThatWasMissingIsLookedForAgain) {
@@ -202,11 +202,11 @@ TEST_F(FolderAccessTest, SurvivesEveryFailure) {
       25,
       [this](rig::World& world) {
         world.installer.Set("CustomActionData", "CORP\\svc*S:\\Data");
-        Machine().accounts.demands = {{300, 300}};
+        Accounts().demands = {{300, 300}};
       },
       [this](const rig::SweepRun& run) {
         // Whatever was set is this; what failed otherwise is told, unless telling is what failed.
-        for (const std::string& list : Machine().lists) {
+        for (const std::string& list : Lists().applied) {
           EXPECT_EQ(list, ListOf(kPath, "0x10000000", "CORP\\svc"));
         }
         std::vector<std::string> log = run.scene.world.installer.Log();
@@ -221,7 +221,7 @@ TEST_F(FolderAccessTest, SurvivesEveryFailure) {
         if (result != kResults.end()) {
           EXPECT_EQ(last, "Hx Setup Log: failure " + result->second + " setting ACL for CORP\\svc")
               << run.call;
-          EXPECT_TRUE(Machine().lists.empty()) << run.call;
+          EXPECT_TRUE(Lists().applied.empty()) << run.call;
         }
       });
   EXPECT_GE(calls, 40u);
@@ -234,7 +234,7 @@ TEST_F(FolderAccessTest, SurvivesEveryFailureForTheSystemsAccounts) {
         if (run.name == "CreateWellKnownSid") {
           EXPECT_EQ(run.scene.world.installer.Log().back(),
                     "Hx Setup Log: failure -36 (0xFFFFFFDC) setting ACL for LocalSystem");
-          EXPECT_TRUE(Machine().lists.empty());
+          EXPECT_TRUE(Lists().applied.empty());
         }
       });
 }

@@ -46,7 +46,7 @@ TEST_F(InfSectionTest, IsRunWithTheDataAsTheyStand) {
     SetData(data);
     EXPECT_EQ(Run(36), 0u);
     EXPECT_TRACE((All(data, "InstallHinfSection(" + std::string(data) + ")")));
-    EXPECT_EQ(Machine().sections, Lines{data});
+    EXPECT_EQ(TheWorld().setup.sections, Lines{data});
     NewScene();
   }
 }
@@ -55,7 +55,7 @@ TEST_F(InfSectionTest, IsRunWithTheDataAsTheyStand) {
 TEST_F(InfSectionTest, IsRunWithTheDataInTheSystemsCodePage) {
   SetData("Jürgen 128 C:\\für.inf");
   EXPECT_EQ(Run(36), 0u);
-  EXPECT_EQ(Machine().sections, Lines{"J\xFCrgen 128 C:\\f\xFCr.inf"});
+  EXPECT_EQ(TheWorld().setup.sections, Lines{"J\xFCrgen 128 C:\\f\xFCr.inf"});
   EXPECT_LOG({"Hx Setup Log: InstallHinfSection(Jürgen 128 C:\\für.inf)"});
 }
 
@@ -70,7 +70,7 @@ TEST_F(InfSectionTest, IsRunInARollbackToo) {
 TEST_F(InfSectionTest, EmptyDataAreLoggedAndRun) {
   EXPECT_EQ(Run(36), 0u);
   EXPECT_TRACE((All("", "InstallHinfSection()")));
-  EXPECT_EQ(Machine().sections, Lines{""});
+  EXPECT_EQ(TheWorld().setup.sections, Lines{""});
 }
 
 TEST_F(InfSectionTest, UnreadableDataAreLoggedAndNotRun) {
@@ -80,7 +80,7 @@ TEST_F(InfSectionTest, UnreadableDataAreLoggedAndNotRun) {
   AddLog(lines, "InstallHinfSection()");
   lines.push_back("FreeLibrary(SETUPAPI) = 1");
   EXPECT_TRACE((lines));
-  EXPECT_TRUE(Machine().sections.empty());
+  EXPECT_TRUE(TheWorld().setup.sections.empty());
 }
 
 TEST_F(InfSectionTest, OverlongDataAreCutInTheLogOnly) {
@@ -94,7 +94,7 @@ TEST_F(InfSectionTest, OverlongDataAreCutInTheLogOnly) {
   lines.push_back("InstallHinfSectionA(null, null, " + Quoted(data) + ", 0)");
   lines.push_back("FreeLibrary(SETUPAPI) = 1");
   EXPECT_TRACE((lines));
-  EXPECT_EQ(Machine().sections, Lines{data});
+  EXPECT_EQ(TheWorld().setup.sections, Lines{data});
 }
 
 TEST_F(InfSectionTest, WithoutTheSetupLibraryNothingIsRead) {
@@ -124,19 +124,19 @@ TEST_F(InfSectionTest, EachRunLoadsTheSetupLibrary) {
     count += line == "LoadLibraryA(\"SETUPAPI\") = SETUPAPI";
   }
   EXPECT_EQ(count, 2u);
-  EXPECT_EQ(Machine().sections, (Lines{kCommand, kCommand}));
+  EXPECT_EQ(TheWorld().setup.sections, (Lines{kCommand, kCommand}));
 }
 
 TEST_F(InfSectionTest, SurvivesEveryFailure) {
   size_t calls = SweepAction(
       36, [](rig::World& world) { world.installer.Set("CustomActionData", std::string(300, 'd')); },
       [this](const rig::SweepRun& run) {
-        for (const std::string& section : Machine().sections) {
+        for (const std::string& section : TheWorld().setup.sections) {
           EXPECT_EQ(section, std::string(300, 'd')) << run.call;
         }
         bool isRead = run.name != "MsiGetPropertyA" && run.name != "HeapAlloc" && run.name != "HeapReAlloc";
         bool isFound = run.name != "LoadLibraryA" && run.name != "GetProcAddress";
-        EXPECT_EQ(Machine().sections.size(), isRead && isFound ? 1u : 0u) << run.call;
+        EXPECT_EQ(TheWorld().setup.sections.size(), isRead && isFound ? 1u : 0u) << run.call;
       });
   EXPECT_GE(calls, 7u);
 }

@@ -1,5 +1,7 @@
 #include "actions/security/security_support.h"
 
+#include "rig/kept.h"
+
 namespace security_test {
 
 std::string ListOf(const std::string& path, const std::string& rights, const std::string& account) {
@@ -44,14 +46,23 @@ Calls BeginFullControl(const std::string& account) {
 }
 
 void SecurityTest::Arrange(rig::World& world) {
-  security_ = std::make_unique<rig::Security>(world);
-  security_->accounts.users["svc"];
-  security_->accounts.domains["CORP"].accounts["svc"];
-  security_->accounts.domains["BRANCH"].accounts["svc"];
+  world.accounts.users["svc"];
+  world.accounts.domains["CORP"].accounts["svc"];
+  world.accounts.domains["BRANCH"].accounts["svc"];
+  // A path is spelled as it is given.
+  world.On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) {
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return INVALID_HANDLE_VALUE;
+  });
+}
+
+void SecurityTest::NameKept(rig::Rig& rig) {
+  rig::KeepModules(rig, {"NETAPI32", "ADVAPI32"});
+  rig::KeepWithout(rig, "NETAPI32", "NetApiBufferFree", rig::kNetBuffer);
 }
 
 void SecurityTest::TearDown() {
-  rig::Security::NameKept(TheRig());
+  NameKept(TheRig());
   rig::ActionTest::TearDown();
 }
 
@@ -67,7 +78,7 @@ size_t SecurityTest::SweepAction(int number, const std::function<void(rig::World
   return FailEachCall(
       [number](rig::Scene& scene) {
         UINT result = scene.library.CustomAction(number, scene.rig.session);
-        rig::Security::NameKept(scene.rig);
+        NameKept(scene.rig);
         return result;
       },
       arrange, options);

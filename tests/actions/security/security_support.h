@@ -3,14 +3,12 @@
 // service_access_test.cpp, failure_actions_test.cpp and inf_section_test.cpp.
 #pragma once
 
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "actions/expected_calls.h"
 #include "rig/action_test.h"
-#include "rig/world/security.h"
 
 namespace security_test {
 
@@ -46,9 +44,14 @@ class SecurityTest : public rig::ActionTest {
   void Arrange(rig::World& world) override;
   void TearDown() override;
 
-  /// The machine of this test.
-  rig::Security& Machine() { return *security_; }
+  /// The access lists of this world.
+  rig::AccessLists& Lists() { return TheWorld().accessLists; }
+  /// The accounts of this world.
+  rig::Accounts& Accounts() { return TheWorld().accounts; }
 
+  /// Says what the action keeps on purpose: the modules that it loaded, and what it could not free because
+  /// the function for it is missing.
+  static void NameKept(rig::Rig& rig);
   /// Runs the action once per call with that call failing; see FailEachCall.
   size_t SweepAction(int number, const std::function<void(rig::World&)>& arrange,
                      const std::function<void(const rig::SweepRun&)>& check);
@@ -56,9 +59,6 @@ class SecurityTest : public rig::ActionTest {
   void SetData(const std::string& data) { Installer().Set("CustomActionData", data); }
   /// Ends this run, with all its checks, and begins another one in a fresh world.
   void NewScene();
-
- private:
-  std::unique_ptr<rig::Security> security_;
 };
 
 /// The calls of CustomAction25 up to the look-up of the account; `given` is what stands before the "*".

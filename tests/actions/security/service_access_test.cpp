@@ -18,7 +18,7 @@ class ServiceAccessTest : public security_test::SecurityTest {
     Vantor().program = "C:\\Vantor\\vantor.exe";
     Vantor().displayName = "Vantor";
   }
-  rig::Service& Vantor() { return rig::World::Current()->services.Of("Vantor"); }
+  rig::Service& Vantor() { return TheWorld().services.Of("Vantor"); }
   // The calls up to the configuration.
   static Calls Begin() {
     Calls calls;
@@ -36,7 +36,7 @@ class ServiceAccessTest : public security_test::SecurityTest {
   void ExpectOnlyLog(const std::string& line) {
     EXPECT_EQ(Run(33), 0u);
     EXPECT_LOG({"Hx Setup Log: " + line});
-    EXPECT_TRUE(Machine().lists.empty());
+    EXPECT_TRUE(Lists().applied.empty());
   }
 };
 
@@ -49,13 +49,13 @@ TEST_F(ServiceAccessTest, TheAccountOfTheServiceGetsAccess) {
                     .Log("set ACL (0) for .\\svc=700 on S:\\Data")
                     .CloseService()
                     .lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(ServiceAccessTest, SlashesInThePathSeparateNames) {
   SetData("Vantor*rwx*S:\\Srv/Data/");
   EXPECT_EQ(Run(33), 0u);
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(ServiceAccessTest, EachLetterAddsItsRight) {
@@ -85,7 +85,7 @@ TEST_F(ServiceAccessTest, EachLetterAddsItsRight) {
                           {"ŷѲx", "0x20000000", "100"}}) {
     SetData("Vantor*" + std::string(one.letters) + "*S:\\Data");
     EXPECT_EQ(Run(33), 0u);
-    EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, one.rights, "PC7\\svc")}) << one.letters;
+    EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, one.rights, "PC7\\svc")}) << one.letters;
     EXPECT_LOG({"Hx Setup Log: set ACL (0) for .\\svc=" + std::string(one.mode) + " on S:\\Data"});
     NewScene();
   }
@@ -143,7 +143,7 @@ TEST_F(ServiceAccessTest, TheServiceHasItsNameEvenWithoutOne) {
 TEST_F(ServiceAccessTest, APathMayHoldMoreOfTheSeparator) {
   SetData("Vantor*r*S:\\Data\\*.txt");
   EXPECT_EQ(Run(33), 0u);
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Data\\*.txt", "0x80000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Data\\*.txt", "0x80000000", "PC7\\svc")});
   EXPECT_LOG({"Hx Setup Log: set ACL (0) for .\\svc=400 on S:\\Data\\*.txt"});
 }
 
@@ -201,7 +201,7 @@ TEST_F(ServiceAccessTest, ASizeThatIsToldWithSuccessServesToo) {
                     .Log("set ACL (0) for .\\svc=700 on S:\\Data")
                     .CloseService()
                     .lines));
-  EXPECT_EQ(Machine().lists.size(), 1u);
+  EXPECT_EQ(Lists().applied.size(), 1u);
 }
 
 TEST_F(ServiceAccessTest, AConfigurationThatCannotBeReadIsTold) {
@@ -235,14 +235,14 @@ TEST_F(ServiceAccessTest, AServiceUnderTheSystemsAccountNeedsNoLookUp) {
                     .Log("set ACL (0) for LocalSystem=500 on S:\\Data")
                     .CloseService()
                     .lines));
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0xa0000000", "<LocalSystem>")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0xa0000000", "<LocalSystem>")});
 }
 
 TEST_F(ServiceAccessTest, AServiceUnderAnAccountOfTheDomainIsLookedUpThere) {
   Vantor().account = "CORP\\svc";
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(kPath, "0x10000000", "CORP\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "CORP\\svc")});
   EXPECT_LOG({"Hx Setup Log: set ACL (0) for CORP\\svc=700 on S:\\Data"});
 }
 
@@ -288,7 +288,7 @@ TEST_F(ServiceAccessTest, EverySpellingOfTheServicesAccountIsResolved) {
     calls.Log(std::string("set ACL (") + (isFound ? "0" : "-36") + ") for " + account + "=500 on S:\\Data");
     EXPECT_TRACE((calls.CloseService().lines));
     const std::vector<std::string> set = {ListOf(kPath, "0xa0000000", one.owner)};
-    EXPECT_EQ(Machine().lists, isFound ? set : std::vector<std::string>{});
+    EXPECT_EQ(Lists().applied, isFound ? set : std::vector<std::string>{});
     NewScene();
   }
 }
@@ -324,7 +324,7 @@ TEST_F(ServiceAccessTest, WhatIsMissingIsTheResult) {
     EXPECT_EQ(Run(33), 0u);
     EXPECT_LOG(
         {std::string("Hx Setup Log: set ACL (") + one.result + ") for " + one.account + "=700 on S:\\Data"});
-    EXPECT_EQ(Machine().lists.size(), std::string(one.result) == "0" ? 1u : 0u);
+    EXPECT_EQ(Lists().applied.size(), std::string(one.result) == "0" ? 1u : 0u);
     NewScene();
   }
 }
@@ -349,11 +349,11 @@ TEST_F(ServiceAccessTest, AnUnknownAccountIsNotFound) {
 }
 
 TEST_F(ServiceAccessTest, ErrorsOfTheSystemAreTheResult) {
-  Machine().applyError = ERROR_FILE_NOT_FOUND;
+  Lists().applyError = ERROR_FILE_NOT_FOUND;
   SetData("Vantor*w*S:\\Data");
   ExpectOnlyLog("set ACL (2) for .\\svc=200 on S:\\Data");
   NewScene();
-  Machine().entriesError = ERROR_NONE_MAPPED;
+  Lists().entriesError = ERROR_NONE_MAPPED;
   SetData("Vantor*w*S:\\Data");
   ExpectOnlyLog("set ACL (1332) for .\\svc=200 on S:\\Data");
 }
@@ -375,12 +375,12 @@ TEST_F(ServiceAccessTest, OnASystemWithoutAccessListsTheResultIsSuccess) {
 
 TEST_F(ServiceAccessTest, NamesMayHaveAnyCharacters) {
   TheWorld().services.Of("Dienst für 日本").account = ".\\Jürgen";
-  Machine().accounts.users["Jürgen"];
+  Accounts().users["Jürgen"];
   Installer().codePage = CP_UTF8;
   SetData("Dienst für 日本*rwx*S:\\Daten für 日本");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_LOG({"Hx Setup Log: set ACL (0) for .\\Jürgen=700 on S:\\Daten für 日本"});
-  EXPECT_EQ(Machine().lists, std::vector{ListOf("S:\\Daten für 日本", "0x10000000", "PC7\\Jürgen")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Daten für 日本", "0x10000000", "PC7\\Jürgen")});
 }
 
 TEST_F(ServiceAccessTest, OverlongPathsAreCutInTheLogOnly) {
@@ -388,7 +388,7 @@ TEST_F(ServiceAccessTest, OverlongPathsAreCutInTheLogOnly) {
   SetData("Vantor*rwx*" + path);
   EXPECT_EQ(Run(33), 0u);
   EXPECT_LOG({("Hx Setup Log: set ACL (0) for .\\svc=700 on " + path).substr(0, 14 + 255)});
-  EXPECT_EQ(Machine().lists, std::vector{ListOf(path, "0x10000000", "PC7\\svc")});
+  EXPECT_EQ(Lists().applied, std::vector{ListOf(path, "0x10000000", "PC7\\svc")});
 }
 
 TEST_F(ServiceAccessTest, SurvivesEveryFailure) {
@@ -399,7 +399,7 @@ TEST_F(ServiceAccessTest, SurvivesEveryFailure) {
         world.installer.Set("CustomActionData", "Vantor*rx*S:\\Data");
       },
       [this](const rig::SweepRun& run) {
-        for (const std::string& list : Machine().lists) {
+        for (const std::string& list : Lists().applied) {
           EXPECT_EQ(list, ListOf(kPath, "0xa0000000", "CORP\\svc"));
         }
         const std::map<std::string, std::string> kLines = {
@@ -417,7 +417,7 @@ TEST_F(ServiceAccessTest, SurvivesEveryFailure) {
         if (line != kLines.end()) {
           EXPECT_EQ(run.scene.world.installer.Log(),
                     std::vector<std::string>{"Hx Setup Log: " + line->second});
-          EXPECT_TRUE(Machine().lists.empty()) << run.call;
+          EXPECT_TRUE(Lists().applied.empty()) << run.call;
         }
       });
   EXPECT_GE(calls, 35u);

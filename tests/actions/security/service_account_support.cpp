@@ -1,6 +1,6 @@
 #include "actions/security/service_account_support.h"
 
-#include <algorithm>
+#include "rig/kept.h"
 
 namespace service_account_test {
 
@@ -93,19 +93,16 @@ size_t ConfigurationSize(const std::optional<std::string>& account) {
 void ServiceAccountTest::Arrange(rig::World& world) {
   // The installer's host runs COM already; the actions do not start it.
   world.com.start = RPC_E_CHANGED_MODE;
-  directory_.reset();
-  accounts_ = std::make_unique<rig::Accounts>(world);
-  directory_ = std::make_unique<rig::Directory>(world, *accounts_);
   world.installer.Set("PROP_ACCOUNTID", "svc");
   world.installer.Set("PROP_ACCOUNTDESC", "Vantor service");
 }
 
 void ServiceAccountTest::SetService(const std::optional<std::string>& account) {
-  rig::World::Current()->services.Of("Vantor").account = account;
+  TheWorld().services.Of("Vantor").account = account;
 }
 
 void ServiceAccountTest::RefuseCall(const std::string& function, DWORD code) {
-  rig::Services& services = rig::World::Current()->services;
+  rig::Services& services = TheWorld().services;
   if (function == "OpenSCManagerA") {
     services.managerError = code;
   } else if (function == "OpenServiceW") {
@@ -128,13 +125,7 @@ void ServiceAccountTest::NewScene() {
 }
 
 void ServiceAccountTest::NameKept(rig::Rig& rig) {
-  for (const char* module : {"NETAPI32", "NTDSAPI", "ACTIVEDS", "ADVAPI32"}) {
-    std::string loaded = "LoadLibraryW(\"" + std::string(module) + "\") = " + module;
-    const std::vector<std::string>& lines = rig.trace.Lines();
-    if (std::find(lines.begin(), lines.end(), loaded) != lines.end()) {
-      rig.ledger.Deliberate(rig::kModule, module);
-    }
-  }
+  rig::KeepModules(rig, {"NETAPI32", "NTDSAPI", "ACTIVEDS", "ADVAPI32"});
 }
 
 void ServiceAccountTest::NameLost(rig::Rig& rig) {
@@ -153,17 +144,9 @@ void ServiceAccountTest::NameLost(rig::Rig& rig) {
   if (lacksUser) {
     rig.ledger.Deliberate(rig::kInterface, "object");
   }
-  // All that is held of what a missing function was to take back.
-  auto lose = [&](const rig::Kind& kind, const std::string& module, const std::string& function) {
-    if (has("GetProcAddress(" + module + ", \"" + function + "\")", "null")) {
-      for (size_t count = rig.ledger.Count(kind); count > 0; --count) {
-        rig.ledger.Deliberate(kind);
-      }
-    }
-  };
-  lose(rig::kNetBuffer, "NETAPI32", "NetApiBufferFree");
-  lose(rig::kDirectory, "NTDSAPI", "DsUnBindW");
-  lose(rig::kPrincipalNames, "NTDSAPI", "DsFreeSpnArrayW");
+  rig::KeepWithout(rig, "NETAPI32", "NetApiBufferFree", rig::kNetBuffer);
+  rig::KeepWithout(rig, "NTDSAPI", "DsUnBindW", rig::kDirectory);
+  rig::KeepWithout(rig, "NTDSAPI", "DsFreeSpnArrayW", rig::kPrincipalNames);
 }
 
 size_t ServiceAccountTest::SweepAction(int number, const std::function<void(rig::World&)>& arrange,

@@ -2,7 +2,6 @@
 // the two actions often do. Used by tests/actions/service_account_*_test.cpp.
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -10,8 +9,6 @@
 
 #include "actions/expected_calls.h"
 #include "rig/action_test.h"
-#include "rig/world/accounts.h"
-#include "rig/world/directory.h"
 
 namespace service_account_test {
 
@@ -47,17 +44,17 @@ class ServiceAccountTest : public rig::ActionTest {
   void TearDown() override;
 
   /// The accounts of this world.
-  rig::Accounts& Accounts() { return *accounts_; }
+  rig::Accounts& Accounts() { return TheWorld().accounts; }
   /// The directory of this world.
-  rig::Directory& Directory() { return *directory_; }
+  rig::Directory& Directory() { return TheWorld().directory; }
   /// Makes the service "Vantor" run under this account; none for a null name. Makes the service if it does
   /// not exist.
-  static void SetService(const std::optional<std::string>& account);
+  void SetService(const std::optional<std::string>& account);
   /// The function fails with `code`, as Accounts::Refuse makes it fail; also a function of the service
   /// manager, then for the service "Vantor".
   void RefuseCall(const std::string& function, DWORD code);
   /// The account of this name in CORP.
-  rig::AccountMap& DomainUsers() { return accounts_->domains.at("CORP").accounts; }
+  rig::AccountMap& DomainUsers() { return Accounts().domains.at("CORP").accounts; }
 
   /// Runs the action once per call with that call failing; see FailEachCall.
   size_t SweepAction(int number, const std::function<void(rig::World&)>& arrange,
@@ -73,10 +70,6 @@ class ServiceAccountTest : public rig::ActionTest {
   static std::string Published(const rig::World& world);
   /// The same of this test's world.
   std::string Published() { return Published(TheWorld()); }
-
- private:
-  std::unique_ptr<rig::Accounts> accounts_;
-  std::unique_ptr<rig::Directory> directory_;
 };
 
 /// The size in bytes of the configuration of a service whose account has this name of ASCII; none for null.

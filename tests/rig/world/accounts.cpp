@@ -9,6 +9,7 @@
 #include "rig/function.h"
 #include "rig/guarded_heap.h"
 #include "rig/print.h"
+#include "rig/world/process.h"
 
 namespace rig {
 namespace {
@@ -90,15 +91,18 @@ std::string TextOrNull(const wchar_t* text) {
   return text == nullptr ? "null" : Quote(std::wstring_view(text));
 }
 
-Accounts::Accounts(World& world) : world_(world) {
+Accounts::Accounts(Rig& rig, const Sessions& sessions) : rig_(rig), sessions_(sessions) {
   chances = {
       {0xEE, 0xEE, 0x56, 0xEE, 0xEE, 0xAC, 0xEE, 0xEE, 0xF6, 0xEE, 0xEE, 0x2B, 0xEE, 0xEE, 0x35, 0xEE}};
   domains["CORP"].controller = "\\\\DC1";
-  AnswerUsers();
-  AnswerNetwork();
-  AnswerLookUps();
-  AnswerPolicy();
-  AnswerToken();
+}
+
+void Accounts::Install() {
+  InstallUsers();
+  InstallNetwork();
+  InstallLookUps();
+  InstallPolicy();
+  InstallUserOfProcess();
 }
 
 DWORD Accounts::RefusalOf(const std::string& function) const {
@@ -148,14 +152,14 @@ DWORD Accounts::Add(DWORD level, const BYTE* buffer) {
   return NERR_Success;
 }
 
-void Accounts::AnswerUsers() {
-  world_.On<::NetUserAdd>([this](const wchar_t* server, DWORD level, BYTE* buffer, DWORD* wrong) -> DWORD {
+void Accounts::InstallUsers() {
+  rig_.On<::NetUserAdd>([this](const wchar_t* server, DWORD level, BYTE* buffer, DWORD* wrong) -> DWORD {
     if (server != nullptr || wrong != nullptr) {
       Fail("NetUserAdd is given a server or a place for the number of a field");
     }
     return Add(level, buffer);
   });
-  world_.On<::NetUserGetInfo>([this](const wchar_t*, const wchar_t* name, DWORD level, BYTE** out) -> DWORD {
+  rig_.On<::NetUserGetInfo>([this](const wchar_t*, const wchar_t* name, DWORD level, BYTE** out) -> DWORD {
     *out = nullptr;
     if (DWORD error = RefusalOf("NetUserGetInfo")) {
       return error;
@@ -170,14 +174,14 @@ void Accounts::AnswerUsers() {
     *out = MakeRecord(&USER_INFO_1::usri1_name, user->first);
     return NERR_Success;
   });
-  world_.On<::NetUserDel>([this](const wchar_t*, const wchar_t* name) -> DWORD {
+  rig_.On<::NetUserDel>([this](const wchar_t*, const wchar_t* name) -> DWORD {
     DWORD error = RefusalOf("NetUserDel");
     if (error != 0) {
       return error;
     }
     return users.erase(ToUtf8(name)) == 0 ? DWORD{NERR_UserNotFound} : DWORD{NERR_Success};
   });
-  world_.On<::CoCreateGuid>([this](GUID* out) -> HRESULT {
+  rig_.On<::CoCreateGuid>([this](GUID* out) -> HRESULT {
     if (DWORD error = RefusalOf("CoCreateGuid")) {
       return static_cast<HRESULT>(error);
     }
@@ -192,12 +196,12 @@ void Accounts::AnswerUsers() {
   });
 }
 
-void Accounts::AnswerNetwork() {
-  world_.On<::NetApiBufferFree>([](void* buffer) -> DWORD {
+void Accounts::InstallNetwork() {
+  rig_.On<::NetApiBufferFree>([](void* buffer) -> DWORD {
     Heap::TakeBack(buffer);
     return NERR_Success;
   });
-  world_.On<::NetWkstaGetInfo>([this](wchar_t*, DWORD level, BYTE** out) -> DWORD {
+  rig_.On<::NetWkstaGetInfo>([this](wchar_t*, DWORD level, BYTE** out) -> DWORD {
     *out = nullptr;
     if (DWORD error = RefusalOf("NetWkstaGetInfo")) {
       return error;
@@ -208,7 +212,7 @@ void Accounts::AnswerNetwork() {
     *out = MakeRecord(&WKSTA_INFO_100::wki100_langroup, workgroup);
     return NERR_Success;
   });
-  world_.On<::NetGetDCName>([this](const wchar_t*, const wchar_t* name, BYTE** out) -> DWORD {
+  rig_.On<::NetGetDCName>([this](const wchar_t*, const wchar_t* name, BYTE** out) -> DWORD {
     *out = nullptr;
     if (DWORD error = RefusalOf("NetGetDCName")) {
       return error;
@@ -288,32 +292,31 @@ BOOL Accounts::TellComputer(wchar_t* buffer, DWORD* size, DWORD tooSmall) {
   return WriteName(computer, buffer, size) ? TRUE : Refused(tooSmall);
 }
 
-void Accounts::AnswerLookUps() {
-  world_.On<::LookupAccountNameW>([this](const wchar_t* system, const wchar_t* name, void* sid,
-                                         DWORD* sidSize, wchar_t* domain, DWORD* domainSize,
-                                         SID_NAME_USE* use) {
+void Accounts::InstallLookUps() {
+  rig_.On<::LookupAccountNameW>([this](const wchar_t* system, const wchar_t* name, void* sid, DWORD* sidSize,
+                                       wchar_t* domain, DWORD* domainSize, SID_NAME_USE* use) {
     *use = SidTypeUser;
     return LookUp(system == nullptr ? "" : ToUtf8(system), ToUtf8(name), sid, sidSize, domain, domainSize);
   });
-  world_.On<::LookupAccountSidW>([this](const wchar_t*, void* sid, wchar_t* name, DWORD* nameSize,
-                                        wchar_t* domain, DWORD* domainSize, SID_NAME_USE* use) {
+  rig_.On<::LookupAccountSidW>([this](const wchar_t*, void* sid, wchar_t* name, DWORD* nameSize,
+                                      wchar_t* domain, DWORD* domainSize, SID_NAME_USE* use) {
     *use = SidTypeUser;
     return LookUpSid(sid, name, nameSize, domain, domainSize);
   });
-  world_.On<::GetComputerNameW>([this](wchar_t* buffer, DWORD* size) {
+  rig_.On<::GetComputerNameW>([this](wchar_t* buffer, DWORD* size) {
     DWORD error = RefusalOf("GetComputerNameW");
     return error != 0 ? Refused(error) : TellComputer(buffer, size, ERROR_BUFFER_OVERFLOW);
   });
-  world_.On<::GetComputerNameExW>([this](COMPUTER_NAME_FORMAT format, wchar_t* buffer, DWORD* size) {
+  rig_.On<::GetComputerNameExW>([this](COMPUTER_NAME_FORMAT format, wchar_t* buffer, DWORD* size) {
     DWORD error =
         format != ComputerNameNetBIOS ? DWORD{ERROR_INVALID_PARAMETER} : RefusalOf("GetComputerNameExW");
     return error != 0 ? Refused(error) : TellComputer(buffer, size, ERROR_MORE_DATA);
   });
 }
 
-void Accounts::AnswerPolicy() {
-  world_.On<::LsaOpenPolicy>([this](LSA_UNICODE_STRING* system, LSA_OBJECT_ATTRIBUTES* attributes,
-                                    ACCESS_MASK access, LSA_HANDLE* out) -> NTSTATUS {
+void Accounts::InstallPolicy() {
+  rig_.On<::LsaOpenPolicy>([this](LSA_UNICODE_STRING* system, LSA_OBJECT_ATTRIBUTES* attributes,
+                                  ACCESS_MASK access, LSA_HANDLE* out) -> NTSTATUS {
     const LSA_OBJECT_ATTRIBUTES zeros = {};
     if (system != nullptr || std::memcmp(attributes, &zeros, sizeof zeros) != 0) {
       Fail("LsaOpenPolicy is given another system or attributes");
@@ -322,14 +325,14 @@ void Accounts::AnswerPolicy() {
       return static_cast<NTSTATUS>(status);
     }
     *out = reinterpret_cast<LSA_HANDLE>(nextHandle_ += 0x10);
-    handles_[*out] = access;
+    policies_[*out] = access;
     return 0;
   });
-  world_.On<::LsaAddAccountRights>(
+  rig_.On<::LsaAddAccountRights>(
       [this](LSA_HANDLE policy, void* sid, LSA_UNICODE_STRING* names, ULONG count) -> NTSTATUS {
         constexpr DWORD kNeeded = POLICY_CREATE_ACCOUNT | POLICY_LOOKUP_NAMES;
-        auto opened = handles_.find(policy);
-        if (opened == handles_.end()) {
+        auto opened = policies_.find(policy);
+        if (opened == policies_.end()) {
           return kBadHandle;
         }
         if ((opened->second & kNeeded) != kNeeded) {
@@ -352,8 +355,8 @@ void Accounts::AnswerPolicy() {
         }
         return 0;
       });
-  world_.On<::LsaClose>([this](LSA_HANDLE policy) { return handles_.erase(policy) == 0 ? kBadHandle : 0; });
-  world_.On<::LsaNtStatusToWinError>([](NTSTATUS status) -> ULONG {
+  rig_.On<::LsaClose>([this](LSA_HANDLE policy) { return policies_.erase(policy) == 0 ? kBadHandle : 0; });
+  rig_.On<::LsaNtStatusToWinError>([](NTSTATUS status) -> ULONG {
     switch (status) {
       case 0:
         return ERROR_SUCCESS;
@@ -367,24 +370,12 @@ void Accounts::AnswerPolicy() {
   });
 }
 
-void Accounts::AnswerToken() {
-  world_.On<::OpenProcessToken>([this](HANDLE process, DWORD access, HANDLE* out) {
-    if (process != GetCurrentProcess()) {
-      Fail("OpenProcessToken is given another process");
-    }
-    if (DWORD error = RefusalOf("OpenProcessToken")) {
-      return Refused(error);
-    }
-    // A handle of the system's, because the system's own CloseHandle closes it.
-    *out = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    handles_[*out] = access;
-    return TRUE;
-  });
-  world_.On<::GetTokenInformation>(
+void Accounts::InstallUserOfProcess() {
+  rig_.On<::GetTokenInformation>(
       [this](HANDLE token, TOKEN_INFORMATION_CLASS kind, void* buffer, DWORD size, DWORD* needed) {
-        auto opened = handles_.find(token);
-        if (opened == handles_.end() || kind != TokenUser || (opened->second & TOKEN_QUERY) == 0) {
-          return Refused(opened == handles_.end() ? ERROR_INVALID_HANDLE : ERROR_ACCESS_DENIED);
+        std::optional<DWORD> access = sessions_.AccessOfToken(token);
+        if (!access.has_value() || kind != TokenUser || (*access & TOKEN_QUERY) == 0) {
+          return Refused(access.has_value() ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE);
         }
         if (DWORD error = RefusalOf("GetTokenInformation")) {
           return Refused(error);

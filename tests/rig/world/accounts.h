@@ -1,5 +1,5 @@
 // The accounts of this computer and of domains in memory: network management, the policy of rights, look-ups.
-// A part of a world that its tests attach themselves.
+// Part of a world.
 #pragma once
 
 #include <windows.h>
@@ -14,7 +14,7 @@
 
 #include "rig/ignore_case.h"
 #include "rig/secrets.h"
-#include "rig/world/world.h"
+#include "rig/world/sessions.h"
 
 namespace rig {
 
@@ -34,16 +34,17 @@ struct Domain {
   AccountMap accounts;     ///< Its users.
 };
 
-/// The accounts as the library meets them, in one world: make one in Arrange, where it attaches itself. All
-/// text is UTF-8. Stricter than Windows where its promise leaves room: buffers of the network hold to the
-/// byte what they must, what a look-up is told of room it fills with rubbish before it fails, and the room
-/// of a name is filled behind its end.
+/// The accounts of this computer and of its domains. All text is UTF-8. Stricter than Windows where its
+/// promise leaves room: a buffer of the network ends with the last byte that it needs, a look-up that fails
+/// first fills the buffers that it was given with rubbish, and the rest of a buffer after a name is rubbish.
 class Accounts {
  public:
-  /// Answers for this world, which lives longer.
-  explicit Accounts(World& world);
+  /// The part of the world that belongs to this rig; `sessions` is the part that opens tokens.
+  Accounts(Rig& rig, const Sessions& sessions);
   Accounts(const Accounts&) = delete;
   Accounts& operator=(const Accounts&) = delete;
+  /// Sends its functions here.
+  void Install();
 
   /// The function ("NetUserAdd") fails with `code`: as its result where it returns its error, otherwise as
   /// the last error.
@@ -77,16 +78,16 @@ class Accounts {
   std::vector<BYTE> SidOf(const std::string& account);
 
  private:
-  /// Makes the functions of accounts.
-  void AnswerUsers();
-  /// Makes those of domains.
-  void AnswerNetwork();
-  /// Makes those of look-ups.
-  void AnswerLookUps();
-  /// Makes those of the policy.
-  void AnswerPolicy();
-  /// Makes those of the process's user.
-  void AnswerToken();
+  /// Answers the functions of accounts.
+  void InstallUsers();
+  /// Answers the functions of domains.
+  void InstallNetwork();
+  /// Answers look-ups.
+  void InstallLookUps();
+  /// Answers the functions of the policy.
+  void InstallPolicy();
+  /// Answers questions about the process's user.
+  void InstallUserOfProcess();
   /// Answers NetUserAdd.
   DWORD Add(DWORD level, const BYTE* buffer);
   /// Answers LookupAccountNameW.
@@ -101,11 +102,12 @@ class Accounts {
   /// Answers GetComputerNameW.
   BOOL TellComputer(wchar_t* buffer, DWORD* size, DWORD tooSmall);
 
-  World& world_;
+  Rig& rig_;
+  const Sessions& sessions_;
   Secret secret_{kPassword};
   std::map<std::string, DWORD> refused_;
   std::map<std::string, std::vector<BYTE>, IgnoreCase> sids_;
-  std::map<HANDLE, DWORD> handles_;
+  std::map<void*, DWORD> policies_;
   uintptr_t nextHandle_ = 0xACC0010;
 };
 

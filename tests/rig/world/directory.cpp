@@ -8,6 +8,7 @@
 
 #include "rig/function.h"
 #include "rig/print.h"
+#include "rig/world/process.h"
 
 // The headers do not say the identifiers of these interfaces to the compiler.
 __CRT_UUID_DECL(IADsContainer, 0x001677D0, 0xFD16, 0x11CE, 0xAB, 0xC4, 0x02, 0x60, 0x8C, 0x9E, 0x75, 0x53)
@@ -43,15 +44,15 @@ void LeaveRubbish(Type) {
 
 }  // namespace
 
-Directory::Directory(World& world, Accounts& accounts) : world_(world), accounts_(accounts) {
-  container_ = &world_.com.Make<IADsContainer>("container");
-  object_ = &world_.com.Make<IDispatch>("object");
-  user_ = &world_.com.Make<IADsUser>("user");
-  AnswerContainer();
-  AnswerUser();
-  AnswerTranslator();
-  AnswerPrincipalNames();
-  world_.On<::ADsGetObject>([this](const wchar_t* path, const IID& iid, void** out) {
+void Directory::Install() {
+  container_ = &com_.Make<IADsContainer>("container");
+  object_ = &com_.Make<IDispatch>("object");
+  user_ = &com_.Make<IADsUser>("user");
+  InstallContainer();
+  InstallUser();
+  InstallTranslator();
+  InstallPrincipalNames();
+  rig_.On<::ADsGetObject>([this](const wchar_t* path, const IID& iid, void** out) {
     CheckPlain(path);
     return Open(ToUtf8(path), iid, out);
   });
@@ -77,7 +78,7 @@ Declaration& Directory::Add(FakeObject<Interface>& fake, const char* name, Answe
 }
 
 void Directory::CheckPlain(const wchar_t* text) const {
-  if (text != nullptr && world_.rig.ledger.Holds(kSystemString, ToWord(text))) {
+  if (text != nullptr && rig_.ledger.Holds(kSystemString, ToWord(text))) {
     Fail("a text for the directory is a system string, and should be a plain one: " + ToUtf8(text));
   }
 }
@@ -97,7 +98,7 @@ HRESULT Directory::Open(const std::string& path, const IID& iid, void** out) {
   return container_->Query(iid, out);
 }
 
-void Directory::AnswerContainer() {
+void Directory::InstallContainer() {
   Add<&IADsContainer::Create>(*container_, "Create", [this](BSTR type, BSTR name, IDispatch** out) {
     CheckPlain(type);
     CheckPlain(name);
@@ -121,7 +122,7 @@ void Directory::AnswerContainer() {
   });
 }
 
-void Directory::AnswerUser() {
+void Directory::InstallUser() {
   // Named by its type, because the headers overload it with a template.
   constexpr auto kQuery = static_cast<HRESULT (IUnknown::*)(REFIID, void**)>(&IUnknown::QueryInterface);
   object_
@@ -165,9 +166,9 @@ HRESULT Directory::Translate(const std::string& name) {
   return S_OK;
 }
 
-void Directory::AnswerTranslator() {
-  auto& translator = world_.com.Make<IADsNameTranslate>("translator");
-  world_.com.Register(kNameTranslate, translator);
+void Directory::InstallTranslator() {
+  auto& translator = com_.Make<IADsNameTranslate>("translator");
+  com_.Register(kNameTranslate, translator);
   Add<&IADsNameTranslate::Init>(translator, "Init", [this](long type, BSTR path) {
     isInitialised_ = type == ADS_NAME_INITTYPE_GC && path == nullptr;
     return isInitialised_ ? S_OK : E_INVALIDARG;
@@ -180,7 +181,7 @@ void Directory::AnswerTranslator() {
     if (type != ADS_NAME_TYPE_1779 || translated_.empty()) {
       return E_INVALIDARG;
     }
-    *out = world_.com.GiveString(ToWide(translated_));
+    *out = com_.GiveString(ToWide(translated_));
     return S_OK;
   });
 }
@@ -211,26 +212,26 @@ DWORD Directory::WriteNames(int operation, const std::string& account, DWORD cou
   return ERROR_SUCCESS;
 }
 
-void Directory::AnswerPrincipalNames() {
-  world_.On<::DsGetSpnW>([this](DS_SPN_NAME_TYPE, const wchar_t* serviceClass, const wchar_t*, USHORT, USHORT,
-                                const wchar_t**, const USHORT*, DWORD* count, wchar_t*** names) -> DWORD {
+void Directory::InstallPrincipalNames() {
+  rig_.On<::DsGetSpnW>([this](DS_SPN_NAME_TYPE, const wchar_t* serviceClass, const wchar_t*, USHORT, USHORT,
+                              const wchar_t**, const USHORT*, DWORD* count, wchar_t*** names) -> DWORD {
     DWORD error = RefusalOf("DsGetSpnW");
     return error != 0 ? error : MakeNames(ToUtf8(serviceClass), count, names);
   });
-  world_.On<::DsBindW>([this](const wchar_t*, const wchar_t*, HANDLE* out) -> DWORD {
+  rig_.On<::DsBindW>([this](const wchar_t*, const wchar_t*, HANDLE* out) -> DWORD {
     if (DWORD error = RefusalOf("DsBindW")) {
       return error;
     }
     *out = kDirectoryHandle;
     return ERROR_SUCCESS;
   });
-  world_.On<::DsWriteAccountSpnW>([this](HANDLE, DS_SPN_WRITE_OP operation, const wchar_t* account,
-                                         DWORD count, const wchar_t** names) -> DWORD {
+  rig_.On<::DsWriteAccountSpnW>([this](HANDLE, DS_SPN_WRITE_OP operation, const wchar_t* account, DWORD count,
+                                       const wchar_t** names) -> DWORD {
     DWORD error = RefusalOf("DsWriteAccountSpnW");
     return error != 0 ? error : WriteNames(operation, ToUtf8(account), count, names);
   });
-  world_.On<::DsUnBindW>([](HANDLE*) -> DWORD { return ERROR_SUCCESS; });
-  world_.On<::DsFreeSpnArrayW>([this](DWORD count, wchar_t** names) {
+  rig_.On<::DsUnBindW>([](HANDLE*) -> DWORD { return ERROR_SUCCESS; });
+  rig_.On<::DsFreeSpnArrayW>([this](DWORD count, wchar_t** names) {
     if (count != (hasPrincipalNames ? 2U : 0U)) {
       Fail("DsFreeSpnArrayW is given another number of names than there are");
       return;

@@ -1,5 +1,5 @@
 // The domain's directory in memory: containers and users, distinguished names, and the names of services that
-// are registered on users. A part of a world that its tests attach themselves.
+// are registered on users. Part of a world.
 #pragma once
 
 #include <windows.h>
@@ -12,20 +12,22 @@
 #include <set>
 #include <string>
 
+#include "rig/com.h"
 #include "rig/world/accounts.h"
 
 namespace rig {
 
-/// The directory as the library meets it, in one world: make one in Arrange, where it attaches itself. Its
-/// domains and users are those of `Accounts`. The objects are fakes whose calls stand in the trace:
+/// The directory of the domains and users of `Accounts`. The objects are fakes; their calls are in the trace:
 /// "container", "object" (with the interface "user") and "translator". Texts must be plain ones, not system
-/// strings. Where the headers call a method GetObjectA, so does the trace.
+/// strings. If the headers call a method GetObjectA, so does the trace.
 class Directory {
  public:
-  /// Answers for this world, which lives longer, as do its accounts.
-  Directory(World& world, Accounts& accounts);
+  /// The part of the world that belongs to this rig.
+  Directory(Rig& rig, Com& com, Accounts& accounts) : rig_(rig), com_(com), accounts_(accounts) {}
   Directory(const Directory&) = delete;
   Directory& operator=(const Directory&) = delete;
+  /// Makes the objects and sends its functions here.
+  void Install();
 
   /// The method ("container.Create") or function ("DsBindW") fails with this code; a method then leaves
   /// rubbish where it was to hand something out.
@@ -49,13 +51,13 @@ class Directory {
   /// Fails the test when a text is a system string.
   void CheckPlain(const wchar_t* text) const;
   /// Makes the container.
-  void AnswerContainer();
+  void InstallContainer();
   /// Makes the user.
-  void AnswerUser();
+  void InstallUser();
   /// Makes the translator.
-  void AnswerTranslator();
+  void InstallTranslator();
   /// Makes the functions of principal names.
-  void AnswerPrincipalNames();
+  void InstallPrincipalNames();
   /// Answers ADsGetObject.
   HRESULT Open(const std::string& path, const IID& iid, void** out);
   /// The domain whose container was opened last.
@@ -67,7 +69,8 @@ class Directory {
   /// Answers DsWriteAccountSpnW.
   DWORD WriteNames(int operation, const std::string& account, DWORD count, const wchar_t** names);
 
-  World& world_;
+  Rig& rig_;
+  Com& com_;
   Accounts& accounts_;
   std::map<std::string, DWORD> refused_;
   bool hidesUsers_ = false;

@@ -88,7 +88,7 @@ void Firewall::Tell(FakeObject<Interface>& fake, const char* name, Answer answer
   });
 }
 
-Firewall::Firewall(World& world) : rig_(world.rig), com_(world.com) {
+void Firewall::Install() {
   InstallRules();
   InstallProfile();
 }

@@ -1,5 +1,4 @@
-// The Windows Firewall in memory, through its newer and its older interfaces. A part that a test adds to its
-// world. Used by the tests of the firewall's exceptions.
+// The Windows Firewall in memory, through its newer and its older interfaces. Part of a world.
 #pragma once
 
 #include <windows.h>
@@ -12,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "rig/world/world.h"
+#include "rig/com.h"
 
 namespace rig {
 
@@ -39,16 +38,18 @@ struct AuthorizedApplication {
   bool operator==(const AuthorizedApplication&) const = default;
 };
 
-/// The firewall of a world. The objects are fakes whose calls stand in the trace: "policy", "rules", "rule"
-/// (a new one) and "found" (one that is there) of the newer interfaces; "manager", "localpolicy", "profile",
-/// "applications", "application" and "foundapplication" of the older ones. Only what the library needs is
-/// there. Each text must be a system string that the library holds.
+/// The firewall, at first without any exception. The objects are fakes; their calls are in the trace:
+/// "policy", "rules", "rule" (a new one) and "found" (one that is there) of the newer interfaces; "manager",
+/// "localpolicy", "profile", "applications", "application" and "foundapplication" of the older ones. Only
+/// what the library needs is there. Each text must be a system string that the library holds.
 class Firewall {
  public:
-  /// Adds a firewall to `world`: both kinds of interfaces, without any exception.
-  explicit Firewall(World& world);
+  /// The part of the world that belongs to this rig.
+  Firewall(Rig& rig, Com& com) : rig_(rig), com_(com) {}
   Firewall(const Firewall&) = delete;
   Firewall& operator=(const Firewall&) = delete;
+  /// Makes the objects of both interfaces.
+  void Install();
 
   /// Every call of the method ("rules.Add") returns `error` and does nothing.
   void FailMethod(const std::string& method, HRESULT error) { failing_[method] = error; }

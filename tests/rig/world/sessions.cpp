@@ -112,6 +112,11 @@ Process* Sessions::Reach(HANDLE handle, DWORD access) {
   return opened->second.process;
 }
 
+std::optional<DWORD> Sessions::AccessOfToken(HANDLE token) const {
+  auto opened = tokens_.find(token);
+  return opened == tokens_.end() ? std::nullopt : std::optional(opened->second);
+}
+
 void Sessions::InstallProcesses() {
   rig_.On<::OpenProcess>([this](DWORD access, BOOL, DWORD id) -> HANDLE {
     for (Process& one : processes) {
@@ -170,11 +175,15 @@ void Sessions::InstallPrivileges() {
     *out = kDebugPrivilege;
     return TRUE;
   });
-  rig_.On<::OpenProcessToken>([this](HANDLE process, DWORD, HANDLE* out) {
-    if (tokenError != ERROR_SUCCESS || process != GetCurrentProcess()) {
+  rig_.On<::OpenProcessToken>([this](HANDLE process, DWORD access, HANDLE* out) {
+    if (process != GetCurrentProcess()) {
+      Fail("OpenProcessToken is given another process");
+    }
+    if (tokenError != ERROR_SUCCESS) {
       return Failed(tokenError);
     }
     *out = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    tokens_[*out] = access;
     return TRUE;
   });
   rig_.On<::AdjustTokenPrivileges>(

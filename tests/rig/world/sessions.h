@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,9 @@ class Sessions {
   /// The attributes that the debug privilege was given.
   std::vector<DWORD> enabled;
 
+  /// The access that a token of this process was opened with; none if `token` is not one.
+  std::optional<DWORD> AccessOfToken(HANDLE token) const;
+
  private:
   /// What a process handle stands for.
   struct Opened {
@@ -81,6 +85,7 @@ class Sessions {
 
   Rig& rig_;
   std::map<HANDLE, Opened> opened_;
+  std::map<HANDLE, DWORD> tokens_;
 };
 
 }  // namespace rig

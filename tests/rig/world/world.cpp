@@ -21,9 +21,14 @@ World::World(Rig& theRig)
       desktop(theRig),
       windows(theRig),
       services(theRig),
+      setup(theRig),
       shell(theRig),
       sessions(theRig),
+      accounts(theRig, sessions),
+      accessLists(theRig, accounts),
       com(theRig),
+      directory(theRig, com, accounts),
+      firewall(theRig, com),
       tasks(theRig, com) {
   currentWorld = this;
   heap.Install();
@@ -37,9 +42,14 @@ World::World(Rig& theRig)
     desktop.Install();
     windows.Install();
     services.Install();
+    setup.Install();
     shell.Install();
     sessions.Install();
+    accounts.Install();
+    accessLists.Install();
     com.Install();
+    directory.Install();
+    firewall.Install();
     tasks.Install();
   }
 }

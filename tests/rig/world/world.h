@@ -3,20 +3,29 @@
 
 #include "rig/com.h"
 #include "rig/rig.h"
+#include "rig/world/access_lists.h"
+#include "rig/world/accounts.h"
+#include "rig/world/directory.h"
+#include "rig/world/firewall.h"
 #include "rig/world/installer.h"
 #include "rig/world/process.h"
 #include "rig/world/profile.h"
 #include "rig/world/registry.h"
 #include "rig/world/services.h"
 #include "rig/world/sessions.h"
+#include "rig/world/setup_library.h"
 #include "rig/world/shell.h"
 #include "rig/world/tasks.h"
 #include "rig/world/windows.h"
 
 namespace rig {
 
-/// Everything that a test arranges before the action runs and looks at afterwards. Each part answers its
-/// functions; Rig::On and Rig::UseReal override it for one function.
+/// Everything that a test arranges before the action runs and looks at afterwards. Every part is a member, so
+/// every world has all of them, and no two parts answer the same function. Rig::On and Rig::UseReal override
+/// a part for one function.
+///
+/// A part is a class in a file of its own: the constructor takes the rig and the parts that it uses, and
+/// Install sends its functions to it. World makes and installs the parts in the order of the members.
 class World {
  public:
   /// Under Policy::kReal only the heap is the world's; the other parts are there, but answer nothing.
@@ -62,12 +71,22 @@ class World {
   Windows windows;
   /// The service manager.
   Services services;
+  /// The setup library.
+  SetupLibrary setup;
   /// Known folders and command lines.
   Shell shell;
   /// Terminal sessions, processes and privileges.
   Sessions sessions;
+  /// Accounts of this computer and of domains.
+  Accounts accounts;
+  /// The access lists of files.
+  AccessLists accessLists;
   /// COM objects.
   Com com;
+  /// The directory of the domains.
+  Directory directory;
+  /// The firewall.
+  Firewall firewall;
   /// The Task Scheduler.
   TaskScheduler tasks;
 };

@@ -127,6 +127,13 @@ TEST_F(RigTest, AClassThatNobodyRegisteredFails) {
   EXPECT_EQ(SubjectCom(kSubjectComSound), E_ACCESSDENIED);
 }
 
+TEST_F(RigComTest, TheLastWordOnAClassCounts) {
+  TheWorld().com.Missing(kClass, E_ACCESSDENIED);
+  EXPECT_EQ(SubjectCom(kSubjectComSound), E_ACCESSDENIED);
+  Populate(TheWorld());
+  EXPECT_EQ(SubjectCom(kSubjectComSound), S_OK);
+}
+
 TEST_F(RigTest, GivenMemoryMustComeBack) {
   TheWorld().heap.Give(rig::kLocalMemory, 16);
   TheWorld().com.GiveString(L"text");

@@ -77,6 +77,39 @@ TEST_F(RigTest, AStoppedServiceCanBeStarted) {
   EXPECT_EQ(service.starts, (std::vector<Lines>{{}, {}, {"quick"}}));
 }
 
+TEST_F(RigTest, AServiceIsOneForControlAndConfiguration) {
+  rig::Service& service = TheWorld().services.Of("Subject");
+  service.account = "PC7\\svc";
+  DWORD state = 0;
+  EXPECT_EQ(SubjectService("Subject", SERVICE_STOP, SERVICE_CONTROL_STOP, &state, FALSE), 0U);
+  for (BOOL wide : {FALSE, TRUE}) {
+    char account[64] = "none";
+    EXPECT_EQ(SubjectServiceAccount("SUBJECT", SERVICE_QUERY_CONFIG, wide, account), 0U);
+    EXPECT_STREQ(account, "PC7\\svc");
+  }
+}
+
+TEST_F(RigTest, AConfigurationCanBeRefused) {
+  rig::Service& service = TheWorld().services.Of("Subject");
+  for (BOOL wide : {FALSE, TRUE}) {
+    char account[64] = "none";
+    service.account.reset();
+    EXPECT_EQ(SubjectServiceAccount("Subject", SERVICE_QUERY_CONFIG, wide, account), 0U);
+    service.account = "svc";
+    EXPECT_EQ(SubjectServiceAccount("Subject", SERVICE_QUERY_STATUS, wide, account),
+              DWORD{ERROR_ACCESS_DENIED});
+    service.demand = 513;
+    EXPECT_EQ(SubjectServiceAccount("Subject", SERVICE_QUERY_CONFIG, wide, account),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
+    service.demand = 0;
+    service.configurationError = ERROR_SERVICE_MARKED_FOR_DELETE;
+    EXPECT_EQ(SubjectServiceAccount("Subject", SERVICE_QUERY_CONFIG, wide, account),
+              DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    service.configurationError = ERROR_SUCCESS;
+    EXPECT_STREQ(account, "none");
+  }
+}
+
 TEST_F(RigTest, AServicePassesThroughTheStatesToComeAndThenCannotBeQueried) {
   DWORD state = 0;
   rig::Service& service = TheWorld().services.Of("Subject");

@@ -50,6 +50,7 @@ HX_INTERNAL(SubjectStamp);
 HX_INTERNAL(SubjectStampOther);
 HX_INTERNAL(SubjectService);
 HX_INTERNAL(SubjectStartService);
+HX_INTERNAL(SubjectServiceAccount);
 HX_INTERNAL(SubjectFindWindow);
 HX_INTERNAL(SubjectTellWindow);
 HX_INTERNAL(SubjectAction);

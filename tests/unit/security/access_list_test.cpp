@@ -6,7 +6,7 @@
 
 #include "base/heap.h"
 #include "rig/internals_test.h"
-#include "rig/world/security.h"
+#include "rig/kept.h"
 
 namespace access_list_test {
 
@@ -33,25 +33,26 @@ class Path {
 class AccessListTest : public rig::RiggedInternalsTest {
  protected:
   void Arrange(rig::World& world) override {
-    machine_ = std::make_unique<rig::Security>(world);
-    machine_->accounts.users["svc"];
+    // A path is spelled as it is given.
+    world.On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) {
+      SetLastError(ERROR_FILE_NOT_FOUND);
+      return INVALID_HANDLE_VALUE;
+    });
+    world.accounts.users["svc"];
   }
-  rig::Security& Machine() { return *machine_; }
+  rig::AccessLists& Lists() { return TheWorld().accessLists; }
   // Applies a mode to S:\Data and returns the entry that it got.
   std::string EntryOf(DWORD mode) {
-    Machine().lists.clear();
+    Lists().applied.clear();
     Path path("S:\\Data");
     EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", mode), 0) << std::hex << mode;
-    EXPECT_EQ(Machine().lists.size(), 1u);
-    return Machine().lists.empty() ? "" : Machine().lists.front();
+    EXPECT_EQ(Lists().applied.size(), 1u);
+    return Lists().applied.empty() ? "" : Lists().applied.front();
   }
   static std::string Entry(const std::string& rights, const std::string& inherits) {
     return "S:\\Data: rights=" + rights + " mode=2 inherits=" + inherits +
            " multiple=null/0 form=0 type=0 sid=PC7\\svc";
   }
-
- private:
-  std::unique_ptr<rig::Security> machine_;
 };
 
 TEST_F(AccessListTest, EachModeHasItsRightsAndItsInheritance) {
@@ -103,10 +104,10 @@ TEST_F(AccessListTest, OnlyVersion5OfTheNtFamilyAndLaterHasLists) {
                           {0xC0000A04, false},
                           {0xFFFFFFFF, false}}) {
     TheWorld().clock.version = one.version;
-    Machine().lists.clear();
+    Lists().applied.clear();
     Path path("S:\\Data");
     EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), 0);
-    EXPECT_EQ(Machine().lists.size(), one.hasLists ? 1u : 0u) << std::hex << one.version;
+    EXPECT_EQ(Lists().applied.size(), one.hasLists ? 1u : 0u) << std::hex << one.version;
   }
 }
 
@@ -128,7 +129,7 @@ TEST_F(AccessListTest, AnAccountThatIsNotFoundIsMinus36) {
   for (const char* account : {"ghost", "", "\\", "PC8\\svc"}) {
     EXPECT_EQ(ApplyAccountAccess(path.get(), account, kAccessAll), -36) << account;
   }
-  EXPECT_TRUE(Machine().lists.empty());
+  EXPECT_TRUE(Lists().applied.empty());
   TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
 }
 
@@ -139,18 +140,18 @@ TEST_F(AccessListTest, FunctionsThatAreMissingAreMinus1) {
   TheModules().MissingFunction("ADVAPI32", "SetEntriesInAclW");
   // It was found before, and serves.
   EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), -1);
-  EXPECT_TRUE(Machine().lists.empty());
+  EXPECT_TRUE(Lists().applied.empty());
 }
 
 TEST_F(AccessListTest, ErrorsOfTheSystemAreTheResult) {
   Path path("S:\\Data");
   for (DWORD error : {ERROR_ACCESS_DENIED, ERROR_FILE_NOT_FOUND, ERROR_INVALID_ACL}) {
-    Machine().applyError = error;
+    Lists().applyError = error;
     EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), static_cast<int>(error));
   }
-  Machine().entriesError = ERROR_NONE_MAPPED;
+  Lists().entriesError = ERROR_NONE_MAPPED;
   EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), ERROR_NONE_MAPPED);
-  EXPECT_TRUE(Machine().lists.empty());
+  EXPECT_TRUE(Lists().applied.empty());
 }
 
 TEST_F(AccessListTest, ThePathIsGivenAsText) {
@@ -158,7 +159,7 @@ TEST_F(AccessListTest, ThePathIsGivenAsText) {
   PathObject* file = PathMake(folder.get(), "日本.txt", -1);
   EXPECT_EQ(ApplyAccountAccess(file, "LocalSystem", kAccessRead), 0);
   file->ops.Release(file);
-  EXPECT_EQ(Machine().lists,
+  EXPECT_EQ(Lists().applied,
             std::vector<std::string>{"S:\\Dätå\\日本.txt: rights=0x80000000 mode=2 inherits=4 "
                                      "multiple=null/0 form=0 type=0 sid=<LocalSystem>"});
 }
@@ -168,7 +169,8 @@ TEST_F(AccessListTest, SurvivesEveryFailure) {
       [](rig::Scene& scene) -> UINT {
         Path path("S:\\Data");
         auto result = static_cast<UINT>(ApplyAccountAccess(path.get(), "LocalService", kAccessAll));
-        rig::Security::NameKept(scene.rig);
+        rig::KeepModules(scene.rig, {"NETAPI32", "ADVAPI32"});
+        rig::KeepWithout(scene.rig, "NETAPI32", "NetApiBufferFree", rig::kNetBuffer);
         return result;
       },
       {},

@@ -7,7 +7,6 @@
 #include "rig/action_test.h"
 #include "rig/guarded_heap.h"
 #include "rig/internals.h"
-#include "rig/world/accounts.h"
 #include "security/account_sid.h"
 
 namespace account_lookup_test {
@@ -20,21 +19,20 @@ using Rooms = std::vector<std::pair<DWORD, DWORD>>;
 class AccountLookupTest : public rig::RiggedInternalsTest {
  protected:
   void Arrange(rig::World& world) override {
-    accounts_ = std::make_unique<rig::Accounts>(world);
-    accounts_->users["svc"];
-    accounts_->domains["CORP"].accounts["boss"];
+    world.accounts.users["svc"];
+    world.accounts.domains["CORP"].accounts["boss"];
   }
   // Whether the look-up finds this account, or nothing when it is empty.
   bool Finds(const wchar_t* controller, const wchar_t* name, const std::string& account) {
     void* sid = LookUpAccountSid(controller, name);
     if (sid == nullptr) return account.empty();
-    std::vector<BYTE> expected = accounts_->SidOf(account);
+    std::vector<BYTE> expected = Accounts().SidOf(account);
     bool isSame = std::memcmp(sid, expected.data(), expected.size()) == 0;
     size_ = static_cast<size_t>(rig::GuardedHeap::Get().SizeOf(sid));
     HeapFreeSafe(sid);
     return isSame;
   }
-  std::unique_ptr<rig::Accounts> accounts_;
+  rig::Accounts& Accounts() { return TheWorld().accounts; }
   // The size of the block that was found last.
   size_t size_ = 0;
 };
@@ -63,21 +61,21 @@ TEST_F(AccountLookupTest, AControllerKnowsTheUsersOfItsDomain) {
 TEST_F(AccountLookupTest, TheBlockGrowsToWhatTheSystemAsksFor) {
   const Rooms demands = {{257, 256}, {256, 257}, {300, 300}, {28, 300}, {700, 4}, {28, 257}, {4000, 4000}};
   for (const auto& demand : demands) {
-    accounts_->rooms.clear();
-    accounts_->demands = {demand};
+    Accounts().rooms.clear();
+    Accounts().demands = {demand};
     EXPECT_TRUE(Finds(nullptr, L"svc", "PC7\\svc")) << demand.first << ", " << demand.second;
-    EXPECT_EQ(accounts_->rooms, (Rooms{{256, 256}, demand}));
+    EXPECT_EQ(Accounts().rooms, (Rooms{{256, 256}, demand}));
     EXPECT_EQ(size_, demand.first + 2 * demand.second);
   }
 }
 
 TEST_F(AccountLookupTest, TheBlockGrowsMoreThanOnce) {
   const Rooms demands = {{300, 256}, {28, 400}, {301, 5}, {600, 401}, {601, 402}};
-  accounts_->demands = {demands.begin(), demands.end()};
+  Accounts().demands = {demands.begin(), demands.end()};
   EXPECT_TRUE(Finds(nullptr, L"svc", "PC7\\svc"));
   Rooms rooms = {{256, 256}};
   rooms.insert(rooms.end(), demands.begin(), demands.end());
-  EXPECT_EQ(accounts_->rooms, rooms);
+  EXPECT_EQ(Accounts().rooms, rooms);
 }
 
 TEST_F(AccountLookupTest, ASystemThatAsksForNoMoreIsNotAskedForEver) {
@@ -86,25 +84,25 @@ TEST_F(AccountLookupTest, ASystemThatAsksForNoMoreIsNotAskedForEver) {
                                       Rooms(100, {300, 300}),
                                       {{300, 10}, {10, 300}, {300, 10}, {10, 300}}};
   for (const Rooms& demands : endless) {
-    accounts_->demands = {demands.begin(), demands.end()};
-    accounts_->rooms.clear();
+    Accounts().demands = {demands.begin(), demands.end()};
+    Accounts().rooms.clear();
     EXPECT_TRUE(Finds(nullptr, L"svc", ""));
-    EXPECT_LE(accounts_->rooms.size(), 3u);
+    EXPECT_LE(Accounts().rooms.size(), 3u);
   }
 }
 
 TEST_F(AccountLookupTest, AnyOtherErrorEndsIt) {
   for (DWORD error : {ERROR_NONE_MAPPED, ERROR_ACCESS_DENIED, ERROR_MORE_DATA, ERROR_SUCCESS}) {
-    accounts_->rooms.clear();
+    Accounts().rooms.clear();
     TheWorld().On<::LookupAccountNameW>([this, error](const wchar_t*, const wchar_t*, void*, DWORD* sidSize,
                                                       wchar_t*, DWORD*, SID_NAME_USE*) {
-      accounts_->rooms.emplace_back(*sidSize, 0);
-      *sidSize += accounts_->rooms.size() < 10 ? 1000 : 0;
+      Accounts().rooms.emplace_back(*sidSize, 0);
+      *sidSize += Accounts().rooms.size() < 10 ? 1000 : 0;
       SetLastError(error);
       return FALSE;
     });
     EXPECT_TRUE(Finds(nullptr, L"svc", ""));
-    EXPECT_EQ(accounts_->rooms.size(), 1u);
+    EXPECT_EQ(Accounts().rooms.size(), 1u);
   }
 }
 
@@ -120,7 +118,7 @@ TEST_F(AccountLookupTest, EveryCallMayFail) {
         }
         return 0;
       },
-      [this](rig::World&) { accounts_->demands = {{300, 300}, {28, 1000}}; });
+      [this](rig::World&) { Accounts().demands = {{300, 300}, {28, 1000}}; });
   EXPECT_EQ(calls, 8u);
 }
 

@@ -9,7 +9,7 @@
 #include "base/heap.h"
 #include "rig/guarded_heap.h"
 #include "rig/internals_test.h"
-#include "rig/world/security.h"
+#include "rig/kept.h"
 
 namespace account_sid_test {
 
@@ -24,14 +24,13 @@ constexpr ptrdiff_t kFirstRoom = 768;
 class AccountSidTest : public rig::RiggedInternalsTest {
  protected:
   void Arrange(rig::World& world) override {
-    machine_ = std::make_unique<rig::Security>(world);
     Accounts().users["svc"];
     Accounts().domains["CORP"].accounts["svc"];
     // In the process, so that nothing is loaded for good.
     world.modules.Loaded("NETAPI32");
   }
-  rig::Security& Machine() { return *machine_; }
-  rig::Accounts& Accounts() { return machine_->accounts; }
+  rig::AccessLists& Lists() { return TheWorld().accessLists; }
+  rig::Accounts& Accounts() { return TheWorld().accounts; }
 
   // The bytes of an identifier, which lies at the start of a block of `size` bytes that is freed; none for
   // null.
@@ -59,9 +58,6 @@ class AccountSidTest : public rig::RiggedInternalsTest {
     }
     return false;
   }
-
- private:
-  std::unique_ptr<rig::Security> machine_;
 };
 
 TEST_F(AccountSidTest, NoAccountIsNone) {
@@ -129,7 +125,7 @@ TEST_F(AccountSidTest, TheSystemsAccountsHaveTheirIdentifiersByDefinition) {
   for (const char* account : {"LocalService", "LOCALSERVICE", "localservice"}) {
     EXPECT_EQ(Resolve(account, SECURITY_MAX_SID_SIZE), service) << account;
   }
-  EXPECT_EQ(Machine().wellKnownRooms, (std::vector<DWORD>(6, 68)));
+  EXPECT_EQ(Lists().wellKnownSizes, (std::vector<DWORD>(6, 68)));
   EXPECT_FALSE(Called("LookupAccountNameW"));
 }
 
@@ -196,7 +192,8 @@ TEST_F(AccountSidTest, SurvivesEveryFailure) {
     FailEachCall(
         [account](rig::Scene& scene) -> UINT {
           void* sid = ResolveAccountSid(account);
-          rig::Security::NameKept(scene.rig);
+          rig::KeepModules(scene.rig, {"NETAPI32", "ADVAPI32"});
+          rig::KeepWithout(scene.rig, "NETAPI32", "NetApiBufferFree", rig::kNetBuffer);
           HeapFreeSafe(sid);
           return sid == nullptr ? 1 : 0;
         },

@@ -11,8 +11,8 @@
 #include "rig/action_test.h"
 #include "rig/import_hook.h"
 #include "rig/internals.h"
+#include "rig/kept.h"
 #include "rig/print.h"
-#include "rig/world/directory.h"
 
 namespace directory_test {
 
@@ -28,25 +28,15 @@ class DirectoryTest : public rig::RiggedInternalsTest {
  protected:
   void Arrange(rig::World& world) override {
     world.com.start = RPC_E_CHANGED_MODE;
-    accounts_ = std::make_unique<rig::Accounts>(world);
-    directory_ = std::make_unique<rig::Directory>(world, *accounts_);
-    accounts_->domains["CORP"].accounts["svc"];
-    accounts_->domains["PC7"].accounts["installer"];
+    world.accounts.domains["CORP"].accounts["svc"];
+    world.accounts.domains["PC7"].accounts["installer"];
   }
   void TearDown() override {
     NameKept(TheRig());
     rig::RiggedInternalsTest::TearDown();
   }
   // Modules that were loaded are kept for the life of the process.
-  static void NameKept(rig::Rig& rig) {
-    for (const char* module : {"NETAPI32", "NTDSAPI", "ACTIVEDS"}) {
-      const std::vector<std::string>& lines = rig.trace.Lines();
-      std::string loaded = "LoadLibraryW(\"" + std::string(module) + "\") = " + module;
-      if (std::find(lines.begin(), lines.end(), loaded) != lines.end()) {
-        rig.ledger.Deliberate(rig::kModule, module);
-      }
-    }
-  }
+  static void NameKept(rig::Rig& rig) { rig::KeepModules(rig, {"NETAPI32", "NTDSAPI", "ACTIVEDS"}); }
   // The paths that the directory was asked for.
   std::vector<std::string> Paths() {
     std::vector<std::string> paths;
@@ -76,8 +66,8 @@ class DirectoryTest : public rig::RiggedInternalsTest {
   DWORD Update(PrincipalNameChange change) {
     return UpdateServicePrincipalNames(L"VANTOR", L"CN=svc", change);
   }
-  std::unique_ptr<rig::Accounts> accounts_;
-  std::unique_ptr<rig::Directory> directory_;
+  rig::Accounts& Accounts() { return TheWorld().accounts; }
+  rig::Directory& Directory() { return TheWorld().directory; }
 };
 
 TEST_F(DirectoryTest, ANameIsJoinedBehindItsDomain) {
@@ -109,12 +99,12 @@ TEST_F(DirectoryTest, AContainerIsThatOfItsDomain) {
 
 TEST_F(DirectoryTest, WithoutADomainItIsThatOfTheComputersWhole) {
   const std::string longName(200, 'D');
-  accounts_->domains[longName];
+  Accounts().domains[longName];
   for (const std::string& domain : {std::string("CORP"), longName}) {
     for (const wchar_t* given : {static_cast<const wchar_t*>(nullptr), L""}) {
       TheRig().trace.Clear();
       NameKept(TheRig());
-      accounts_->workgroup = domain;
+      Accounts().workgroup = domain;
       IADsContainer* container = OpenDomainContainer(given);
       ASSERT_NE(container, nullptr);
       container->Release();
@@ -127,18 +117,18 @@ TEST_F(DirectoryTest, WithoutADomainItIsThatOfTheComputersWhole) {
 
 TEST_F(DirectoryTest, WithoutAnyDomainThereIsNone) {
   for (const char* workgroup : {"", "\1"}) {
-    accounts_->workgroup = workgroup;
+    Accounts().workgroup = workgroup;
     EXPECT_EQ(OpenDomainContainer(nullptr), nullptr);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(E_FAIL));
   }
-  accounts_->Refuse("NetWkstaGetInfo", ERROR_ACCESS_DENIED);
+  Accounts().Refuse("NetWkstaGetInfo", ERROR_ACCESS_DENIED);
   EXPECT_EQ(OpenDomainContainer(L""), nullptr);
   EXPECT_EQ(Paths(), std::vector<std::string>{});
 }
 
 // Out of memory is another error than no domain, and nobody is asked then.
 TEST_F(DirectoryTest, WithoutMemoryForThePathTheLastErrorSaysSo) {
-  accounts_->workgroup = "CORP";
+  Accounts().workgroup = "CORP";
   for (const wchar_t* domain : {L"CORP", L""}) {
     // Without a domain the first block is for that of this computer.
     int blocks = *domain ? 0 : 1;
@@ -155,7 +145,7 @@ TEST_F(DirectoryTest, WithoutMemoryForThePathTheLastErrorSaysSo) {
 TEST_F(DirectoryTest, ARefusalIsTheLastError) {
   EXPECT_EQ(OpenDomainContainer(L"ELSEWHERE"), nullptr);
   EXPECT_EQ(GetLastError(), 0x8007054Bu);
-  directory_->Refuse("ADsGetObject", 0x80041001);
+  Directory().Refuse("ADsGetObject", 0x80041001);
   EXPECT_EQ(OpenDomainContainer(L"CORP"), nullptr);
   EXPECT_EQ(GetLastError(), 0x80041001u);
 }
@@ -181,10 +171,10 @@ TEST_F(DirectoryTest, AUserIsAskedForByDomainAndName) {
 
 TEST_F(DirectoryTest, WithoutADomainAUserIsOneOfTheComputersCutTo63Characters) {
   EXPECT_EQ(NameOf(nullptr, L"svc"), "CN=svc,CN=Users,DC=CORP");
-  accounts_->workgroup = std::string(70, 'D');
+  Accounts().workgroup = std::string(70, 'D');
   EXPECT_EQ(NameOf(nullptr, L"svc"), "");
   EXPECT_EQ(Asked()[1], "translator.Set(3, \"" + std::string(63, 'D') + "\\\\svc\") = 0x800708ad");
-  accounts_->workgroup = "";
+  Accounts().workgroup = "";
   EXPECT_EQ(NameOf(nullptr, L"svc"), "");
   EXPECT_EQ(Asked().size(), 2u);
 }
@@ -208,20 +198,22 @@ TEST_F(DirectoryTest, WithoutAUserItIsThatOfTheProcess) {
 
 TEST_F(DirectoryTest, AProcessWhoseUserIsNotToBeHadHasNoName) {
   for (const char* call : {"OpenProcessToken", "GetTokenInformation", "LookupAccountSidW"}) {
-    accounts_->Refuse(call, ERROR_ACCESS_DENIED);
+    const bool isToken = std::string(call) == "OpenProcessToken";
+    TheWorld().sessions.tokenError = isToken ? DWORD{ERROR_ACCESS_DENIED} : DWORD{ERROR_SUCCESS};
+    Accounts().Refuse(call, isToken ? DWORD{ERROR_SUCCESS} : DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(NameOf(nullptr, nullptr), "") << call;
-    accounts_->Refuse(call, 0);
+    Accounts().Refuse(call, ERROR_SUCCESS);
   }
-  accounts_->processUser = "PC7\\" + std::string(64, 'u');
+  Accounts().processUser = "PC7\\" + std::string(64, 'u');
   EXPECT_EQ(NameOf(nullptr, nullptr), "");
-  accounts_->processUser = std::string(64, 'd') + "\\installer";
+  Accounts().processUser = std::string(64, 'd') + "\\installer";
   EXPECT_EQ(NameOf(nullptr, nullptr), "");
   EXPECT_EQ(Asked().size(), 0u);
 }
 
 TEST_F(DirectoryTest, ALongNameIsCutTo1023Characters) {
   for (size_t size : {1, 1022, 1023, 1024, 1025, 3000}) {
-    directory_->distinguishedNames["CORP\\svc"] = std::string(size, 'N');
+    Directory().distinguishedNames["CORP\\svc"] = std::string(size, 'N');
     EXPECT_EQ(NameOf(L"CORP", L"svc"), std::string(std::min<size_t>(size, 1023), 'N'));
   }
 }
@@ -243,10 +235,10 @@ TEST_F(DirectoryTest, TheTranslationGoesBackBeforeTheNameThatWasTranslated) {
 TEST_F(DirectoryTest, TheFirstStepThatFailsEndsTheTranslation) {
   for (const char* call : {"translator.Init", "translator.Set", "translator.Get"}) {
     TheRig().trace.Clear();
-    directory_->Refuse(call, 0x80072030);
+    Directory().Refuse(call, 0x80072030);
     EXPECT_EQ(NameOf(L"CORP", L"svc"), "");
     EXPECT_EQ(TheRig().trace.Lines().back().rfind(call, 0), 0u) << TheRig().trace.Lines().back();
-    directory_->Refuse(call, 0);
+    Directory().Refuse(call, 0);
   }
 }
 
@@ -264,13 +256,13 @@ TEST_F(DirectoryTest, WithoutATranslatorThereIsNoName) {
 // ---- names of services
 
 TEST_F(DirectoryTest, NamesAreAddedAndTakenAway) {
-  directory_->registered = {"CN=svc HOST/PC7"};
+  Directory().registered = {"CN=svc HOST/PC7"};
   EXPECT_EQ(Update(kAddPrincipalNames), 0u);
-  EXPECT_EQ(directory_->registered, (std::set<std::string>{"CN=svc HOST/PC7", "CN=svc VANTOR/PC7",
+  EXPECT_EQ(Directory().registered, (std::set<std::string>{"CN=svc HOST/PC7", "CN=svc VANTOR/PC7",
                                                            "CN=svc VANTOR/pc7.corp.example"}));
   TheRig().trace.Clear();
   EXPECT_EQ(Update(kRemovePrincipalNames), 0u);
-  EXPECT_EQ(directory_->registered, std::set<std::string>{"CN=svc HOST/PC7"});
+  EXPECT_EQ(Directory().registered, std::set<std::string>{"CN=svc HOST/PC7"});
   EXPECT_TRACE({
       R"(DsGetSpnW(0, "VANTOR", null, 0, 0, null, null, *, *) = 0)",
       "DsBindW(null, null, *) = 0",
@@ -282,7 +274,7 @@ TEST_F(DirectoryTest, NamesAreAddedAndTakenAway) {
 }
 
 TEST_F(DirectoryTest, AComputerWithoutNamesHasNothingToAdd) {
-  directory_->hasPrincipalNames = false;
+  Directory().hasPrincipalNames = false;
   EXPECT_EQ(Update(kAddPrincipalNames), kFailed);
   const std::vector<std::string>& lines = TheRig().trace.Lines();
   EXPECT_EQ(lines.back(), "DsFreeSpnArrayW(0, principal-names#1)");
@@ -295,10 +287,10 @@ TEST_F(DirectoryTest, StepsThatFailAreMinusOneAndTheLastOnesOwnError) {
   const std::vector<std::pair<const char*, DWORD>> steps = {
       {"DsGetSpnW", kFailed}, {"DsBindW", kFailed}, {"DsWriteAccountSpnW", 8453}};
   for (const auto& [call, result] : steps) {
-    directory_->Refuse(call, 8453);
+    Directory().Refuse(call, 8453);
     EXPECT_EQ(Update(kAddPrincipalNames), result) << call;
-    EXPECT_TRUE(directory_->registered.empty());
-    directory_->Refuse(call, 0);
+    EXPECT_TRUE(Directory().registered.empty());
+    Directory().Refuse(call, 0);
   }
 }
 
@@ -308,7 +300,7 @@ TEST_F(DirectoryTest, MissingFunctionsAreMinusOne) {
   }
   // Each is found as soon as those before it are there.
   EXPECT_EQ(Update(kAddPrincipalNames), kFailed);
-  EXPECT_TRUE(directory_->registered.empty());
+  EXPECT_TRUE(Directory().registered.empty());
 }
 
 }  // namespace directory_test

@@ -5,7 +5,6 @@
 
 #include "rig/internals_test.h"
 #include "rig/print.h"
-#include "rig/world/firewall.h"
 
 namespace firewall_test {
 
@@ -27,11 +26,8 @@ constexpr HRESULT kRefused = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
 class FirewallTest : public rig::RiggedInternalsTest {
  protected:
   // The caller starts COM; these operations find it started.
-  void Arrange(rig::World& world) override {
-    firewall_ = std::make_unique<rig::Firewall>(world);
-    world.com.start = RPC_E_CHANGED_MODE;
-  }
-  rig::Firewall& TheFirewall() { return *firewall_; }
+  void Arrange(rig::World& world) override { world.com.start = RPC_E_CHANGED_MODE; }
+  rig::Firewall& TheFirewall() { return TheWorld().firewall; }
   static void MakeOld(rig::World& world) { world.clock.versionInfo.dwMajorVersion = 5; }
 
   // The text, which is freed as the library would free it; "null" for none.
@@ -61,9 +57,6 @@ class FirewallTest : public rig::RiggedInternalsTest {
     return WithFirewall(
         [&](FirewallSession* session) { return RemoveFirewallRule(session, path, name, base); });
   }
-
- private:
-  std::unique_ptr<rig::Firewall> firewall_;
 };
 
 // ---- opening

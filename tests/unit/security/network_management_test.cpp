@@ -6,7 +6,6 @@
 #include "rig/action_test.h"
 #include "rig/internals.h"
 #include "rig/print.h"
-#include "rig/world/accounts.h"
 
 namespace network_management_test {
 
@@ -23,7 +22,6 @@ constexpr DWORD kMissing = 0xFFFFFFFF;
 
 class NetworkManagementTest : public rig::RiggedInternalsTest {
  protected:
-  void Arrange(rig::World& world) override { accounts_ = std::make_unique<rig::Accounts>(world); }
   void TearDown() override {
     if (keeps_) TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
     rig::RiggedInternalsTest::TearDown();
@@ -36,7 +34,7 @@ class NetworkManagementTest : public rig::RiggedInternalsTest {
     *length = GetWorkstationDomain(buffer.As<wchar_t>());
     return rig::ToUtf8(buffer.As<wchar_t>());
   }
-  std::unique_ptr<rig::Accounts> accounts_;
+  rig::Accounts& Accounts() { return TheWorld().accounts; }
 
  private:
   bool keeps_ = false;
@@ -45,7 +43,7 @@ class NetworkManagementTest : public rig::RiggedInternalsTest {
 TEST_F(NetworkManagementTest, TheDomainIsCutToItsBuffer) {
   Keeps();
   for (size_t size : {1, 4, 62, 63, 64, 65, 300}) {
-    accounts_->workgroup = std::string(size, 'D');
+    Accounts().workgroup = std::string(size, 'D');
     DWORD length = 0;
     size_t cut = std::min<size_t>(size, 63);
     EXPECT_EQ(Domain(&length), std::string(cut, 'D'));
@@ -58,24 +56,24 @@ TEST_F(NetworkManagementTest, TheDomainIsCutToItsBuffer) {
 TEST_F(NetworkManagementTest, TheWholeDomainIsCopiedWhole) {
   Keeps();
   for (size_t size : {1, 63, 64, 300}) {
-    accounts_->workgroup = std::string(size, 'D');
+    Accounts().workgroup = std::string(size, 'D');
     wchar_t* copy = CopyWorkstationDomain();
     ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(rig::ToUtf8(copy), accounts_->workgroup);
+    EXPECT_EQ(rig::ToUtf8(copy), Accounts().workgroup);
     HeapFreeSafe(copy);
   }
-  accounts_->workgroup = "";
+  Accounts().workgroup = "";
   EXPECT_EQ(CopyWorkstationDomain(), nullptr);
 }
 
 TEST_F(NetworkManagementTest, WithoutADomainTheBufferIsAsItWas) {
   Keeps();
   wchar_t buffer[kDomainNameSize] = L"before";
-  accounts_->workgroup = "\1";
+  Accounts().workgroup = "\1";
   EXPECT_EQ(GetWorkstationDomain(buffer), 0u);
   EXPECT_EQ(GetWorkstationDomain(nullptr), 0u);
   EXPECT_EQ(CopyWorkstationDomain(), nullptr);
-  accounts_->Refuse("NetWkstaGetInfo", ERROR_ACCESS_DENIED);
+  Accounts().Refuse("NetWkstaGetInfo", ERROR_ACCESS_DENIED);
   EXPECT_EQ(GetWorkstationDomain(buffer), 0u);
   EXPECT_EQ(GetWorkstationDomain(nullptr), 0u);
   EXPECT_EQ(CopyWorkstationDomain(), nullptr);
@@ -84,7 +82,7 @@ TEST_F(NetworkManagementTest, WithoutADomainTheBufferIsAsItWas) {
 
 TEST_F(NetworkManagementTest, AnEmptyDomainIsAnEmptyText) {
   Keeps();
-  accounts_->workgroup = "";
+  Accounts().workgroup = "";
   DWORD length = 77;
   EXPECT_EQ(Domain(&length), "");
   EXPECT_EQ(length, 0u);

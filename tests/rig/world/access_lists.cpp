@@ -1,8 +1,5 @@
-#include "rig/world/security.h"
+#include "rig/world/access_lists.h"
 
-#include <setupapi.h>
-
-#include <algorithm>
 #include <cstring>
 
 #include "rig/function.h"
@@ -43,33 +40,7 @@ std::string WellKnownSid(BYTE number) {
 
 }  // namespace
 
-Security::Security(World& world) : accounts(world), world_(world) {
-  AnswerLists();
-  world.On<::InstallHinfSectionA>(
-      [this](HWND, HINSTANCE, const char* commandLine, INT) { sections.emplace_back(commandLine); });
-  world.On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) {
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    return INVALID_HANDLE_VALUE;
-  });
-}
-
-void Security::NameKept(Rig& rig) {
-  auto has = [&rig](const std::string& start) {
-    const std::vector<std::string>& lines = rig.trace.Lines();
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& line) { return line.rfind(start, 0) == 0; });
-  };
-  for (const std::string module : {"NETAPI32", "ADVAPI32"}) {
-    if (has("LoadLibraryW(\"" + module + "\") = " + module)) {
-      rig.ledger.Deliberate(kModule, module);
-    }
-  }
-  if (has("GetProcAddress(NETAPI32, \"NetApiBufferFree\") = null")) {
-    rig.ledger.Deliberate(kNetBuffer);
-  }
-}
-
-std::string Security::OwnerOf(const void* sid) {
+std::string AccessLists::OwnerOf(const void* sid) {
   auto is = [sid](const void* bytes, size_t size) {
     return SizeOfSid(sid) == size && std::memcmp(sid, bytes, size) == 0;
   };
@@ -80,16 +51,16 @@ std::string Security::OwnerOf(const void* sid) {
     }
   }
   std::vector<std::string> names;
-  for (const auto& [user, account] : accounts.users) {
-    names.push_back(accounts.computer + "\\" + user);
+  for (const auto& [user, account] : accounts_.users) {
+    names.push_back(accounts_.computer + "\\" + user);
   }
-  for (const auto& [domain, what] : accounts.domains) {
+  for (const auto& [domain, what] : accounts_.domains) {
     for (const auto& [user, account] : what.accounts) {
       names.push_back(domain + "\\" + user);
     }
   }
   for (const std::string& name : names) {
-    std::vector<BYTE> bytes = accounts.SidOf(name);
+    std::vector<BYTE> bytes = accounts_.SidOf(name);
     if (is(bytes.data(), bytes.size())) {
       return name;
     }
@@ -97,7 +68,7 @@ std::string Security::OwnerOf(const void* sid) {
   return "nobody";
 }
 
-std::string Security::Describe(const EXPLICIT_ACCESS_W& entry) {
+std::string AccessLists::Describe(const EXPLICIT_ACCESS_W& entry) {
   const TRUSTEE_W& trustee = entry.Trustee;
   return "rights=" + HexText(entry.grfAccessPermissions) + " mode=" + std::to_string(entry.grfAccessMode) +
          " inherits=" + std::to_string(entry.grfInheritance) +
@@ -106,9 +77,9 @@ std::string Security::Describe(const EXPLICIT_ACCESS_W& entry) {
          " type=" + std::to_string(trustee.TrusteeType) + " sid=" + OwnerOf(trustee.ptstrName);
 }
 
-void Security::AnswerLists() {
-  world_.On<::CreateWellKnownSid>([this](WELL_KNOWN_SID_TYPE type, void* domain, void* sid, DWORD* size) {
-    wellKnownRooms.push_back(*size);
+void AccessLists::Install() {
+  rig_.On<::CreateWellKnownSid>([this](WELL_KNOWN_SID_TYPE type, void* domain, void* sid, DWORD* size) {
+    wellKnownSizes.push_back(*size);
     for (const WellKnown& one : kWellKnown) {
       std::string bytes = WellKnownSid(one.number);
       if (one.type == type && domain == nullptr && *size >= bytes.size()) {
@@ -120,19 +91,18 @@ void Security::AnswerLists() {
     }
     return RefuseWith(ERROR_INVALID_PARAMETER);
   });
-  world_.On<::SetEntriesInAclW>(
-      [this](ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old, ACL** out) -> DWORD {
-        if (entriesError != ERROR_SUCCESS) return entriesError;
-        if (count != 1 || old != nullptr) {
-          Fail("SetEntriesInAclW is given another number of entries than one, or an older list");
-        }
-        std::string text = Describe(entries[0]);
-        *out = static_cast<ACL*>(GuardedHeap::Get().Allocate(sizeof(ACL)));
-        entries_[*out] = text;
-        return ERROR_SUCCESS;
-      });
-  world_.On<::SetNamedSecurityInfoW>([this](wchar_t* name, SE_OBJECT_TYPE type, SECURITY_INFORMATION what,
-                                            void* owner, void* group, ACL* list, ACL* audit) -> DWORD {
+  rig_.On<::SetEntriesInAclW>([this](ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old, ACL** out) -> DWORD {
+    if (entriesError != ERROR_SUCCESS) return entriesError;
+    if (count != 1 || old != nullptr) {
+      Fail("SetEntriesInAclW is given another number of entries than one, or an older list");
+    }
+    std::string text = Describe(entries[0]);
+    *out = static_cast<ACL*>(GuardedHeap::Get().Allocate(sizeof(ACL)));
+    entries_[*out] = text;
+    return ERROR_SUCCESS;
+  });
+  rig_.On<::SetNamedSecurityInfoW>([this](wchar_t* name, SE_OBJECT_TYPE type, SECURITY_INFORMATION what,
+                                          void* owner, void* group, ACL* list, ACL* audit) -> DWORD {
     if (type != SE_FILE_OBJECT || what != DACL_SECURITY_INFORMATION || owner != nullptr || group != nullptr ||
         audit != nullptr) {
       Fail("SetNamedSecurityInfoW is given more to set than the access list of a file");
@@ -141,7 +111,7 @@ void Security::AnswerLists() {
       return applyError;
     }
     auto entry = entries_.find(list);
-    lists.push_back(ToUtf8(name) + ": " + (entry == entries_.end() ? "no list" : entry->second));
+    applied.push_back(ToUtf8(name) + ": " + (entry == entries_.end() ? "no list" : entry->second));
     return ERROR_SUCCESS;
   });
 }
