@@ -29,14 +29,14 @@ enum SubjectTaskFault {
   kSubjectTaskSystemAuthor,     ///< Hands over the author as a system string.
   kSubjectTaskKeepsPath,        ///< Does not free the path of the registered task.
 };
-/// Registers the task `name` in the folder "Quillfern", which it makes where it lacks: with an author, idle
+/// Registers the task `name` in the folder "Subject", which it makes where it lacks: with an author, idle
 /// settings, a trigger of `type` that is asked for the interface `triggerId`, a program and the highest
 /// rights. Reads the registered task's state and path.
 HRESULT SubjectRegisterTask(const wchar_t* name, TASK_TRIGGER_TYPE2 type, const IID* triggerId,
                             SubjectTaskFault fault);
-/// Runs the task of the folder "Quillfern" with `flags` in `session` and for `user` (may be null).
+/// Runs the task of the folder "Subject" with `flags` in `session` and for `user` (may be null).
 HRESULT SubjectRunTask(const wchar_t* name, LONG flags, LONG session, const wchar_t* user);
-/// Deletes the task of the folder "Quillfern".
+/// Deletes the task of the folder "Subject".
 HRESULT SubjectDeleteTask(const wchar_t* name);
 
 /// How SubjectMakeWorkItem treats its work item.

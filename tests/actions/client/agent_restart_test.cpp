@@ -23,6 +23,7 @@ class AgentRestartTest : public rig::ActionTest {
   void Arrange(rig::World& world) override {
     world.installer.Set("DIR_CLIENT", "C:\\Client\\");
     world.tasks.hasFolder = true;
+    world.tasks.folderName = "Quillfern";
     world.tasks.tasks = {"Ostrel User Agent Task"};
     // The library of the session functions is deliberately kept.
     world.rig.ledger.Deliberate(rig::kModule, "WTSAPI32");

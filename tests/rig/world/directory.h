@@ -39,7 +39,7 @@ class Directory {
   std::map<std::string, std::string> distinguishedNames;
   /// Whether this computer has names to register.
   bool hasPrincipalNames = true;
-  /// What is registered, "CN=svc,CN=Users,DC=CORP VANTOR/PC7".
+  /// What is registered, "CN=svc,CN=Users,DC=CORP HOST/PC7".
   std::set<std::string> registered;
 
  private:

@@ -20,7 +20,6 @@ constexpr CLSID kTaskSchedulerClass = {
     0x148BD52A, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
 constexpr CLSID kTaskClass = {0x148BD520, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
 
-constexpr char kFolderName[] = "Quillfern";
 constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
 std::string TextOf(const wchar_t* text) {
@@ -36,6 +35,13 @@ bool IsEmpty(const VARIANT& value) {
 HRESULT TaskScheduler::FailureOf(const std::string& method) const {
   auto failing = failing_.find(method);
   return failing == failing_.end() ? S_OK : failing->second;
+}
+
+bool TaskScheduler::HasFolder(const std::string& name) {
+  if (hasFolder && folderName.empty()) {
+    folderName = name;
+  }
+  return hasFolder && folderName == name;
 }
 
 void TaskScheduler::CheckText(BSTR text) const {
@@ -114,7 +120,7 @@ void TaskScheduler::InstallFolders() {
 
   Add<&ITaskFolder::GetFolder>(root, "GetFolder", [this](BSTR name, ITaskFolder** out) {
     CheckText(name);
-    if (!hasFolder || TextOf(name) != kFolderName) {
+    if (!HasFolder(TextOf(name))) {
       return kNotFound;
     }
     folder_->Give(out);
@@ -122,19 +128,21 @@ void TaskScheduler::InstallFolders() {
   }).HandsOut(Arg<1>);
   Add<&ITaskFolder::CreateFolder>(root, "CreateFolder", [this](BSTR name, VARIANT sddl, ITaskFolder** out) {
     CheckText(name);
-    if (hasFolder || TextOf(name) != kFolderName || !IsEmpty(sddl)) {
+    if (hasFolder || !IsEmpty(sddl)) {
       return HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS);
     }
     hasFolder = true;
+    folderName = TextOf(name);
     folder_->Give(out);
     return HRESULT{S_OK};
   }).HandsOut(Arg<2>);
   Add<&ITaskFolder::DeleteFolder>(root, "DeleteFolder", [this](BSTR name, LONG) {
     CheckText(name);
-    if (!hasFolder || !tasks.empty() || TextOf(name) != kFolderName) {
+    if (!HasFolder(TextOf(name)) || !tasks.empty()) {
       return HRESULT_FROM_WIN32(ERROR_DIR_NOT_EMPTY);
     }
     hasFolder = false;
+    folderName.clear();
     return HRESULT{S_OK};
   });
   Add<&ITaskFolder::DeleteTask>(*folder_, "DeleteTask", [this](BSTR name, LONG) {
@@ -256,7 +264,7 @@ void TaskScheduler::InstallTask() {
     return S_OK;
   });
   Add<&IRegisteredTask::get_Path>(*task_, "get_Path", [this](BSTR* out) {
-    *out = com_.GiveString(L"\\Quillfern\\task");
+    *out = com_.GiveString(L"\\" + ToWide(folderName) + L"\\task");
     return S_OK;
   }).HandsOut(Arg<0>);
   Add<&IRegisteredTask::RunEx>(

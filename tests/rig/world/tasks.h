@@ -14,12 +14,13 @@
 
 namespace rig {
 
-/// The Task Scheduler: its root folder, the folder "Quillfern" below it and the tasks in that, and the work
-/// items of the older interfaces. The objects are fakes whose calls stand in the trace: "service", "root",
-/// "folder", "definition", "info", "settings", "idle", "triggers", "trigger" (with the interfaces "daily" and
-/// "logon"), "principal", "actions", "action" (with the interface "program"), "task", "running"; "scheduler",
-/// "item", "schedule" and "file". Only what the library needs is there. Each text must be a system string
-/// that the library holds, except where the library hands over a plain one on purpose, where it must not be.
+/// The Task Scheduler: its root folder, at most one folder below it with tasks in it, and the work items of
+/// the older interfaces. The objects are fakes; their calls are in the trace: "service", "root", "folder",
+/// "definition", "info", "settings", "idle", "triggers", "trigger" (with the interfaces "daily" and "logon"),
+/// "principal", "actions", "action" (with the interface "program"), "task", "running"; "scheduler", "item",
+/// "schedule" and "file". They have only the methods that the library needs. Each text must be a system
+/// string that the library holds. A few must be plain texts on purpose: there, a system string fails the
+/// test.
 class TaskScheduler {
  public:
   /// The part of the world that belongs to this rig.
@@ -31,8 +32,10 @@ class TaskScheduler {
   /// Asking a trigger or an action for its interface fails: "daily", "logon", "program", "file".
   void MissingInterface(const std::string& name) { missing_.insert(name); }
 
-  /// Whether the folder "Quillfern" is there.
+  /// There is a folder below the root.
   bool hasFolder = false;
+  /// The name of that folder. If it is empty, the first name that the library asks for becomes the name.
+  std::string folderName;
   /// The names of the tasks in it.
   std::set<std::string> tasks;
   /// The sessions in which the user agent's task can be run; in others RunEx fails.
@@ -54,6 +57,8 @@ class TaskScheduler {
   /// Gives `fake` a method that hands out `result`.
   template <auto Member, class Interface>
   void HandOut(FakeObject<Interface>& fake, const char* name, FakeBase& result);
+  /// Whether there is a folder of this name; sets folderName if it is empty.
+  bool HasFolder(const std::string& name);
   /// What the method is to fail with, or S_OK.
   HRESULT FailureOf(const std::string& method) const;
   /// Fails the test when a text is not a system string that the library holds.

@@ -44,8 +44,8 @@ TEST_F(RigTasksTest, ATaskIsRegisteredStepByStep) {
       "{2FABA4C7-4DA9-4013-9697-20CC3FD40F85}, *) = 0",
       "service.Connect(empty, empty, empty, empty) = 0",
       "service.GetFolder(\"\", *) = 0",
-      "root.GetFolder(\"Quillfern\", *) = 0x80070002",
-      "root.CreateFolder(\"Quillfern\", empty, *) = 0",
+      "root.GetFolder(\"Subject\", *) = 0x80070002",
+      "root.CreateFolder(\"Subject\", empty, *) = 0",
       "service.NewTask(0, *) = 0",
       "definition.get_RegistrationInfo(*) = 0",
       "info.put_Author(\"Subject\") = 0",
@@ -73,24 +73,35 @@ TEST_F(RigTasksTest, ATaskIsRegisteredStepByStep) {
 
 TEST_F(RigTasksTest, TheRootHasTwoNames) {
   Tasks().hasFolder = true;
-  EXPECT_EQ(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderGets), S_OK);
-  EXPECT_EQ(SubjectTaskFolder(L"\\", L"Quillfern", kSubjectFolderGets), S_OK);
-  EXPECT_EQ(SubjectTaskFolder(L"\\Other", L"Quillfern", kSubjectFolderGets), kNoFile);
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderGets), S_OK);
+  EXPECT_EQ(SubjectTaskFolder(L"\\", L"Subject", kSubjectFolderGets), S_OK);
+  EXPECT_EQ(SubjectTaskFolder(L"\\Other", L"Subject", kSubjectFolderGets), kNoFile);
+}
+
+TEST_F(RigTasksTest, AFolderHasTheNameThatATestGivesItOrElseTheFirstThatIsAskedFor) {
+  Tasks().hasFolder = true;
+  Tasks().folderName = "Named";
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderGets), kNoFile);
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Named", kSubjectFolderGets), S_OK);
+  Tasks().folderName.clear();
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderGets), S_OK);
+  EXPECT_EQ(Tasks().folderName, "Subject");
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Named", kSubjectFolderGets), kNoFile);
 }
 
 TEST_F(RigTasksTest, AFolderIsMadeOnceAndDeletedWhenItIsEmpty) {
-  EXPECT_EQ(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderGets), kNoFile);
-  EXPECT_TRUE(FAILED(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderDeletes)));
-  EXPECT_EQ(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderMakes), S_OK);
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderGets), kNoFile);
+  EXPECT_TRUE(FAILED(SubjectTaskFolder(L"", L"Subject", kSubjectFolderDeletes)));
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderMakes), S_OK);
   EXPECT_EQ(SubjectTaskFolder(L"", L"Other", kSubjectFolderGets), kNoFile);
-  EXPECT_EQ(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderMakes),
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderMakes),
             HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS));
   Tasks().tasks = {"Task"};
-  EXPECT_EQ(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderDeletes),
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderDeletes),
             HRESULT_FROM_WIN32(ERROR_DIR_NOT_EMPTY));
   EXPECT_TRUE(Tasks().hasFolder);
   EXPECT_EQ(SubjectDeleteTask(L"Task"), S_OK);
-  EXPECT_EQ(SubjectTaskFolder(L"", L"Quillfern", kSubjectFolderDeletes), S_OK);
+  EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderDeletes), S_OK);
   EXPECT_FALSE(Tasks().hasFolder);
   EXPECT_EQ(EndOfAction(), "");
 }
