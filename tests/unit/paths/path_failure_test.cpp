@@ -29,9 +29,9 @@ std::string Gave(wchar_t* text) {
 struct Operation {
   const char* name;
   std::function<std::string()> run;
-  const char* expected;     // when nothing fails
-  const char* whenFailing;  // when memory or a conversion fails
-  int calls;                // that there are at least
+  const char* expected;     // if nothing fails
+  const char* whenFailing;  // if memory or a conversion fails
+  int calls = 0;            // at least so many calls can fail
 };
 
 class PathFailures : public PathFailureTest {
