@@ -16,6 +16,14 @@ TEST_F(UserInterfaceTest, SetsTheBasicLevelAndNothingElse) {
   EXPECT_LOG({});
 }
 
+// The sweep has nothing to do here. If the action ever makes a call that can fail, this test says that it
+// needs a sweep like those of the others.
+TEST_F(UserInterfaceTest, HasNoCallThatCanFail) {
+  rig::FailureCapture capture;
+  EXPECT_EQ(FailEachCall(2), 0u);
+  EXPECT_EQ(capture.Joined(), "the sweep found no call that could fail");
+}
+
 class EntryTest : public rig::ActionTest {};
 
 TEST_F(EntryTest, AttachingSwitchesThreadNotificationsOff) {
