@@ -46,7 +46,7 @@ class CallList {
     if (!functions_.insert(function).second) return static_cast<Derived&>(*this);
     return LookFor(module, function, "*");
   }
-  /// Looks for a function by name, in vain: its module lacks it.
+  /// Looks for a function by name that its module does not export.
   Derived& LackFunction(const std::string& module, const std::string& function) {
     return LookFor(module, function, "null");
   }

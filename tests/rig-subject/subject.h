@@ -111,8 +111,8 @@ int SubjectStampOther(wchar_t* buffer);
 /// closes both, the service not when `keep`. Stores the state that the control's status record says, 0 when
 /// it says none. Returns the first error.
 DWORD SubjectService(const char* name, DWORD access, DWORD control, DWORD* state, BOOL keep);
-/// Starts the service, with one argument or, where that is null, none, and stores the state that a query then
-/// says. Returns the last error.
+/// Starts the service, with one argument or, if that is null, none, and stores the state that a query then
+/// gives. Returns the last error.
 DWORD SubjectStartService(const char* name, const char* argument, DWORD* state);
 /// Opens the service with `access`, asks for its configuration in a block of 512 bytes, of wide text or not,
 /// and stores the account's name, which must be ASCII; stores nothing for null. Returns the last error.

@@ -18,11 +18,11 @@ struct SubjectEntry {
 enum SubjectListFault {
   kSubjectListSound,       ///< Frees it.
   kSubjectListKept,        ///< Does not.
-  kSubjectListReadBehind,  ///< Reads far behind its end.
+  kSubjectListReadBehind,  ///< Reads far after its end.
   kSubjectListReadFreed,   ///< Reads it when it has freed it.
   kSubjectListFreedTwice,  ///< Frees it twice.
 };
-/// Copies the list of processes to `entries`, which has room for `*count`, and stores how many there are.
+/// Copies the list of processes to `entries`, which holds `*count`, and stores how many there are.
 /// Returns the error, as all of these functions do.
 DWORD SubjectListProcesses(SubjectEntry* entries, DWORD* count, SubjectListFault fault);
 /// The same with the list of sessions.

@@ -29,7 +29,7 @@ enum SubjectTaskFault {
   kSubjectTaskSystemAuthor,     ///< Hands over the author as a system string.
   kSubjectTaskKeepsPath,        ///< Does not free the path of the registered task.
 };
-/// Registers the task `name` in the folder "Subject", which it makes where it lacks: with an author, idle
+/// Registers the task `name` in the folder "Subject", which it makes if it is missing: with an author, idle
 /// settings, a trigger of `type` that is asked for the interface `triggerId`, a program and the highest
 /// rights. Reads the registered task's state and path.
 HRESULT SubjectRegisterTask(const wchar_t* name, TASK_TRIGGER_TYPE2 type, const IID* triggerId,

@@ -14,7 +14,7 @@
 
 namespace rig {
 
-/// The size of what a pointer argument points to; 0 where that is unknown.
+/// The size of what a pointer argument points to; 0 if unknown.
 template <class T>
 constexpr size_t PointeeSize() {
   using Pointee = std::remove_pointer_t<T>;
@@ -39,7 +39,7 @@ T FromWord(uint64_t word) {
   }
 }
 
-/// One argument as it stands in the trace.
+/// One argument, as the trace shows it.
 template <class T>
 std::string PrintArgument(const Declaration& declaration, const Rig& rig, size_t index, const T& value,
                           const uint64_t* words) {
@@ -64,7 +64,7 @@ std::string PrintArgument(const Declaration& declaration, const Rig& rig, size_t
   return Print<std::remove_cv_t<T>>(rig.ledger, value, declaration.IsHex(index));
 }
 
-/// A whole call as it stands in the trace, without its result.
+/// A call without its result, as the trace shows it.
 template <class... Arguments>
 std::string PrintCall(const Declaration& declaration, const Rig& rig, const uint64_t* words,
                       const Arguments&... arguments) {
@@ -75,7 +75,7 @@ std::string PrintCall(const Declaration& declaration, const Rig& rig, const uint
   return text + ")";
 }
 
-/// The name of a resource that a call handed out as its result, or the plain result.
+/// The name of the resource that a call returned, or the plain result.
 template <class Result>
 std::string PrintResult(const Declaration& declaration, const Rig& rig, const Result& result) {
   for (const Declaration::Resource& acquired : declaration.Acquired()) {

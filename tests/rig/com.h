@@ -27,13 +27,13 @@ namespace rig {
 /// `kInterface` in the ledger), and the way from an interface pointer back to its fake.
 class FakeBase {
  public:
-  /// `name` stands in the trace, `iid` is the interface that the object answers for.
+  /// The trace shows `name`; `iid` is the interface that the object answers for.
   FakeBase(Rig& rig, std::string name, const GUID& iid);
   virtual ~FakeBase() = default;
   FakeBase(const FakeBase&) = delete;
   FakeBase& operator=(const FakeBase&) = delete;
 
-  /// Hands the library a reference: stores the pointer and books it.
+  /// Gives the library a reference: stores the pointer and books it.
   void Give(void* out);
   /// Asking for the interface `iid` gives this object itself: for the bases of its interface.
   void Also(const GUID& iid) { answers_.emplace_back(iid, this); }
@@ -48,7 +48,7 @@ class FakeBase {
   /// The object as the library sees it.
   void* Pointer() { return &layout_; }
 
-  /// The fake behind an interface pointer.
+  /// The fake of an interface pointer.
   static FakeBase& Of(void* pointer) { return *static_cast<Layout*>(pointer)->fake; }
 
  protected:
@@ -82,7 +82,7 @@ class FakeBase {
   /// Puts a trap into every slot.
   template <size_t... Slots>
   void FillWithTraps(std::index_sequence<Slots...>);
-  /// What stands in the slot of a method that the test did not implement.
+  /// The slot of a method that the test did not implement.
   template <size_t Slot>
   static HRESULT Trap(void* self);
   /// Fails the test.
@@ -97,7 +97,7 @@ class FakeBase {
   Layout layout_;
 };
 
-/// The function that stands in the method table for `Member` (a pointer to a virtual method).
+/// The function in the method table for `Member` (a pointer to a virtual method).
 template <auto Member, class Type = decltype(Member)>
 class MethodThunk;
 
@@ -140,11 +140,11 @@ class MethodThunk<Member, Result (Interface::*)(Arguments...)> {
 
 /// A stand-in for an object with this interface. It counts references, answers QueryInterface for its own
 /// interface, and has the methods that a test gives it; any other one fails the test when called. Every
-/// method's call stands in the trace ("name.Method(arguments) = result") and takes part in the sweep.
+/// method's call is in the trace ("name.Method(arguments) = result") and takes part in the sweep.
 template <class Interface>
 class FakeObject : public FakeBase {
  public:
-  /// `name` stands in the trace.
+  /// The trace shows `name`.
   FakeObject(Rig& rig, std::string name) : FakeBase(rig, std::move(name), __uuidof(Interface)) {
     if constexpr (std::is_base_of_v<IDispatch, Interface>) {
       Also(__uuidof(IDispatch));
@@ -185,16 +185,16 @@ class Com {
     fakes_.push_back(std::move(fake));
     return result;
   }
-  /// CoCreateInstance of the class gives this object. A class that is neither registered nor missing fails
-  /// the test.
+  /// Makes CoCreateInstance of the class give this object. The last call of Register or Missing for a class
+  /// counts; a class without any fails the test.
   void Register(const CLSID& clsid, FakeBase& fake) { classes_.push_back({clsid, &fake, S_OK}); }
-  /// CoCreateInstance of the class returns `error`.
+  /// Makes CoCreateInstance of the class return `error`.
   void Missing(const CLSID& clsid, HRESULT error = REGDB_E_CLASSNOTREG) {
     classes_.push_back({clsid, nullptr, error});
   }
   /// Writes each Release of the fakes that were made so far to the trace too.
   void ShowReleases();
-  /// Hands the library a system string, which it must free.
+  /// Makes a system string that the library must free.
   BSTR GiveString(std::wstring_view text);
 
   /// What CoInitializeEx returns. After a success CoUninitialize must follow, after a failure it must not.

@@ -10,7 +10,7 @@
 
 namespace rig {
 
-/// Thrown (in the test, behind the library's frames) when a call into the library crashed; ends the test.
+/// Thrown in the test after the library's frames are gone, if a call into the library crashed; ends the test.
 class LibraryCrash : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,5 +1,5 @@
-// What the rig knows about one function: how it fails, what it takes and gives back, how its call reads in
-// the trace. Used by the tables functions_*.cpp (one line per function) and by the fakes of COM objects.
+// Declares one function to the rig: how it fails, what it acquires and releases, how its call reads in the
+// trace. Used by tables/ (one line per function) and by the fakes of COM objects.
 #pragma once
 
 #include <windows.h>
@@ -12,10 +12,10 @@
 
 namespace rig {
 
-/// A kind of resource, told from others by its address; its name stands in the trace ("key#1") and in the
-/// ledger's complaints.
+/// A kind of resource, identified by its address. Its name is in the trace ("key#1") and in the ledger's
+/// complaints.
 struct Kind {
-  const char* name;  ///< As it stands in the trace.
+  const char* name;  ///< Its name in the trace.
 };
 
 /// A block of the process heap.
@@ -53,7 +53,7 @@ inline constexpr Kind kInterface{"interface"};
 /// A start of COM, which CoUninitialize ends.
 inline constexpr Kind kComStart{"com-start"};
 
-/// Where a function's resource is found.
+/// The place of a function's resource in a call.
 struct Place {
   /// What the index counts.
   enum class Where : uint8_t {
@@ -68,7 +68,7 @@ struct Place {
 /// The value of argument N (from 0).
 template <int N>
 inline constexpr Place Arg{Place::Where::kArgument, N};
-/// The value that the function stores where argument N points.
+/// The value that the function stores through argument N.
 template <int N>
 inline constexpr Place Out{Place::Where::kPointee, N};
 /// The function's result.
@@ -85,7 +85,7 @@ struct Failing {
   };
   Success success = Success::kAlways;  ///< Which results mean success.
   uint64_t result = 0;                 ///< The failing result's bits.
-  bool setsLastError = false;          ///< Whether failing sets the last error.
+  bool setsLastError = false;          ///< Failing sets the last error.
   DWORD lastError = 0;                 ///< The last error that it sets.
 };
 
@@ -124,16 +124,16 @@ inline constexpr Failing kCannotFail{};
 /// line; places count the arguments from 0.
 class Declaration {
  public:
-  /// A resource that the function takes, uses or gives back.
+  /// A resource that the function acquires, uses or releases.
   struct Resource {
     const Kind* kind;  ///< What it is.
-    Place place;       ///< Where it is found.
+    Place place;       ///< Its place in the call.
   };
   /// An argument whose length another argument gives.
   struct Counted {
     int data;   ///< The argument's number.
     int count;  ///< The number of the one that counts.
-    bool text;  ///< Text rather than bytes.
+    bool text;  ///< It is text, not bytes.
   };
 
   /// A function `name` of `module` that the library reaches through `thunk`.
@@ -143,7 +143,7 @@ class Declaration {
   Declaration& Ordinal(WORD ordinal);
   /// Kept out of the trace unless a test asks for it.
   Declaration& Quiet();
-  /// The real function serves where nobody answers.
+  /// The real function is called if nobody answers.
   Declaration& RealByDefault();
   /// A function of its arguments and of the machine's locale only: quiet and real.
   Declaration& Pure() { return Quiet().RealByDefault(); }
@@ -151,9 +151,9 @@ class Declaration {
   Declaration& Untouched();
   /// Not exported by today's systems: GetProcAddress does not find it unless a test provides it.
   Declaration& AbsentByDefault();
-  /// On success the function hands out a resource.
+  /// On success the caller owns a new resource.
   Declaration& Acquires(const Kind& kind, Place place);
-  /// On success the function takes back a resource.
+  /// On success the function frees a resource.
   Declaration& Releases(const Kind& kind, Place place);
   /// The argument must be a live resource of this kind.
   Declaration& Uses(const Kind& kind, Place place);
@@ -167,8 +167,8 @@ class Declaration {
   Declaration& CountedBytes(Place data, Place count);
   /// Non-const wide pointers are texts that come in (system strings), not buffers.
   Declaration& TextArguments();
-  /// The function stores what it hands out where this argument points, like Acquires(kind, Out<N>), but books
-  /// it itself. Whenever the function fails, rubbish is stored in the places of both.
+  /// The function stores a resource through this argument, like Acquires(kind, Out<N>), but books it itself.
+  /// If the function fails, rubbish is stored through the arguments of both.
   Declaration& HandsOut(Place place);
 
   /// The module in capitals, without ".DLL".
@@ -179,7 +179,7 @@ class Declaration {
   WORD GetOrdinal() const { return ordinal_; }
   /// How the function fails.
   const Failing& HowItFails() const { return failing_; }
-  /// Whether the function can fail.
+  /// True if the function can fail.
   bool CanFail() const { return failing_.success != Failing::Success::kAlways; }
   /// See Quiet.
   bool IsQuiet() const { return quiet_; }
@@ -195,29 +195,29 @@ class Declaration {
   bool TakesSession() const { return session_; }
   /// See Hex.
   bool IsHex(size_t index) const { return (hex_ >> index & 1) != 0; }
-  /// What it takes on success.
+  /// What it acquires on success.
   const std::vector<Resource>& Acquired() const { return acquired_; }
-  /// What it gives back on success.
+  /// What it releases on success.
   const std::vector<Resource>& Released() const { return released_; }
-  /// What it needs alive.
+  /// What must be alive when it is called.
   const std::vector<Resource>& Used() const { return used_; }
-  /// The arguments that point to what is handed out; see HandsOut.
+  /// The arguments through which it stores resources; see HandsOut.
   const std::vector<int>& HandedOut() const { return handedOut_; }
   /// The counting rule of argument `index`, or null.
   const Counted* CountOf(size_t index) const;
   /// The resource kind of argument `index` (released or used), or null.
   const Kind* KindOf(size_t index) const;
-  /// What the import slot or GetProcAddress gives the library.
+  /// The address that the library gets from its import slot or from GetProcAddress.
   const void* Thunk() const { return thunk_; }
-  /// The real function; null when the system lacks it.
+  /// The real function; null if the system does not have it.
   void* Real() const;
-  /// Whether this result means success.
+  /// True if this result means success.
   bool Succeeded(uint64_t result) const;
 
   /// What a test said about this function; every rig starts with kAsDeclared.
   enum class Behaviour : uint8_t {
     kAsDeclared,  ///< Nothing.
-    kReal,        ///< The real function serves.
+    kReal,        ///< The real function is called.
     kAnswered,    ///< A test or the world answers.
   };
   /// What a test said about this function.
@@ -255,11 +255,11 @@ Declaration& Add(Declaration* declaration);
 Declaration* Find(std::string_view module, std::string_view name);
 /// The function with this export number, or null.
 Declaration* Find(std::string_view module, WORD ordinal);
-/// Whether some function of the module is declared.
+/// True if a function of the module is declared.
 bool HasModule(std::string_view module);
-/// The first function of this name. Throws std::invalid_argument when there is none.
+/// The first function of this name. Throws std::invalid_argument if there is none.
 Declaration& Named(std::string_view name);
-/// Every behaviour back to kAsDeclared, every function quiet again.
+/// Resets every behaviour to kAsDeclared and makes every function quiet again.
 void Reset();
 /// "C:\Windows\kernel32.dll" -> "KERNEL32".
 std::string ModuleName(std::string_view path);

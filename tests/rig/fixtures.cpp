@@ -32,7 +32,7 @@ size_t RiggedTest::FailEachCall(int number, const std::function<void(World&)>& a
 
 size_t RiggedTest::FailEachCall(const std::function<UINT(Scene&)>& action,
                                 const std::function<void(World&)>& arrange, const SweepOptions& options) {
-  // Scenes exist one at a time: the test's own one is closed and opened anew behind the sweep.
+  // Only one scene can exist: the test's own scene is closed, and opened again after the sweep.
   scene_->world.CheckEnd(true);
   scene_.reset();
   size_t calls = Sweep(

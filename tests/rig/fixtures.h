@@ -15,8 +15,8 @@
 
 namespace rig {
 
-/// A test with a fresh library in a fresh world. At its end everything that the library took must have been
-/// given back.
+/// A test with a fresh library in a fresh world. At its end the library must have freed everything that it
+/// acquired.
 class RiggedTest : public testing::Test {
  protected:
   /// Loads `file` ("hxsetup.dll"); `policy` says what a call meets that nobody answers.
@@ -51,7 +51,7 @@ class RiggedTest : public testing::Test {
   /// world of its own. Returns the number of calls that were made to fail; no call at all fails the test.
   size_t FailEachCall(int number, const std::function<void(World&)>& arrange = {},
                       const SweepOptions& options = {});
-  /// The same for any piece of work, which returns the action's result.
+  /// The same for any function that returns the action's result.
   size_t FailEachCall(const std::function<UINT(Scene&)>& action,
                       const std::function<void(World&)>& arrange = {}, const SweepOptions& options = {});
 
@@ -81,7 +81,7 @@ class InternalsTest : public RiggedTest {
   InternalsTest() : RiggedTest("hxinternals.dll", Policy::kReal) {}
 };
 
-/// A test of internal operations in a rigged world, as that of an action.
+/// A test of internal operations in a rigged world, like that of an action.
 class RiggedInternalsTest : public RiggedTest {
  protected:
   /// Loads hxinternals.dll.

@@ -1,4 +1,4 @@
-// One replaced Windows function, with its real signature. Used by the tables functions_*.cpp and by Rig::On.
+// One replaced Windows function, with its real signature. Used by tables/ and by Rig::On.
 #pragma once
 
 #include <windows.h>
@@ -11,7 +11,7 @@
 
 namespace rig {
 
-/// The rig's stand-in for the function `Fn`: the import slots of the library point at its Thunk.
+/// Replaces the function `Fn`: the import slots of the library point at its Thunk.
 template <auto Fn, class Type = decltype(Fn)>
 class Function;
 
@@ -36,7 +36,7 @@ class Function<Fn, Result (*)(Arguments...)> {
     return *declaration_;
   }
 
-  /// The real function; null when the system lacks it.
+  /// The real function; null if the system does not have it.
   static Type Real() { return reinterpret_cast<Type>(GetDeclaration().Real()); }
 
   /// Sends its calls to `answer`.
@@ -67,7 +67,7 @@ class Function<Fn, Result (*)(Arguments...)> {
     }
   }
 
-  /// Calls the real function; fails the test when the system lacks it.
+  /// Calls the real function; fails the test if the system does not have it.
   static Result CallReal(Arguments... arguments) {
     Type real = Real();
     if (real == nullptr) {

@@ -6,7 +6,7 @@
 
 namespace rig {
 
-/// A buffer of exactly so many bytes whose first byte behind the end is unreadable: writing or reading one
+/// A buffer of exactly so many bytes; the first byte after its end is unreadable: writing or reading one
 /// byte too far ends the test with a crash report. Fresh ones are filled with GuardedHeap::kRubbish. What
 /// was written before its first byte is reported when it is destroyed.
 class GuardedBuffer {
@@ -19,7 +19,7 @@ class GuardedBuffer {
   GuardedBuffer& operator=(const GuardedBuffer&) = delete;
   GuardedBuffer& operator=(GuardedBuffer&&) = delete;
 
-  /// A copy of `text`, with its terminator unless told otherwise.
+  /// A copy of `text`, by default with its terminator.
   static GuardedBuffer Of(std::string_view text, bool terminated = true);
   /// The same for wide text.
   static GuardedBuffer Of(std::wstring_view text, bool terminated = true);

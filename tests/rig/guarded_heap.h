@@ -12,17 +12,17 @@
 
 namespace rig {
 
-/// Hands out blocks that end at a no-access page. The few bytes between a block's end and that page (there
+/// Gives blocks that end at a no-access page. The few bytes between a block's end and that page (there
 /// because of the alignment) and the bytes right before the block hold a canary that is checked when the
-/// block is given back; a block given back stays unreadable, and its pages are used again only after a
+/// block is freed. A freed block stays unreadable, and its pages are used again only after a
 /// long queue of others. One thread only, as the library itself.
 class GuardedHeap {
  public:
-  /// What giving back a block found.
+  /// The result of freeing a block.
   enum class FreeResult {
     kFreed,    ///< All is well.
-    kOverrun,  ///< Freed, but bytes right behind or right before the block were overwritten.
-    kTwice,    ///< The block had been given back already.
+    kOverrun,  ///< Freed, but bytes right after or right before the block were overwritten.
+    kTwice,    ///< The block was freed before.
     kNotOurs,  ///< No block begins at this address.
   };
 
@@ -39,11 +39,11 @@ class GuardedHeap {
   /// A block of `size` bytes (0 gives a block that must not be touched at all), filled with rubbish; ends as
   /// near to the no-access page as `alignment` (a power of two) lets it. Null when memory is exhausted.
   void* Allocate(size_t size, size_t alignment = kAlignment);
-  /// Gives a block back.
+  /// Frees a block.
   FreeResult Free(void* block);
   /// The size in bytes of a block that is in use, or -1 when none begins at `block`.
   ptrdiff_t SizeOf(const void* block) const;
-  /// Where an address lies, in words ("2 bytes behind a block of 16 bytes"); empty when outside this heap.
+  /// The place of an address, in words ("2 bytes behind a block of 16 bytes"); empty outside this heap.
   std::string Describe(const void* address) const;
 
  private:

@@ -32,7 +32,7 @@ class InternalAddress {
   unsigned generation_ = 0;
 };
 
-/// A callable that stands for an internal operation of the type `Function` (a function pointer type).
+/// Calls an internal operation of the type `Function` (a function pointer type).
 template <class Function>
 class Internal;
 

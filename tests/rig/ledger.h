@@ -1,5 +1,4 @@
-// Who holds what: every resource that the library takes and has not given back. Used by the rig and the
-// worlds.
+// The resources that the library acquired and has not freed yet. Used by the rig and the world.
 #pragma once
 
 #include <cstddef>
@@ -17,11 +16,12 @@ namespace rig {
 /// same one again counts up.
 class Ledger {
  public:
-  /// Notes that the library took a resource; `note` says more ("24 bytes"), `taker` is the code that took it.
+  /// Notes that the library acquired a resource; `note` says more ("24 bytes"), `taker` is the code that took
+  /// it.
   void Take(const Kind& kind, uint64_t value, std::string note = {}, const void* taker = nullptr);
-  /// Notes that the library gave one back. One that it does not hold fails the test; false then.
+  /// Notes that the library freed a resource. If it does not hold it, fails the test and returns false.
   bool Give(const Kind& kind, uint64_t value, const std::string& by);
-  /// Whether the library holds it.
+  /// True if the library holds it.
   bool Holds(const Kind& kind, uint64_t value) const;
   /// How many of a kind the library holds.
   size_t Count(const Kind& kind) const;

@@ -13,7 +13,7 @@ struct Import {
   std::string module;     ///< As the image spells it, for example "KERNEL32.dll".
   std::string name;       ///< Empty when imported by ordinal.
   WORD ordinal = 0;       ///< 0 when imported by name.
-  void** slot = nullptr;  ///< Where the address stands that the library calls.
+  void** slot = nullptr;  ///< Holds the address that the library calls.
 };
 
 /// A freshly loaded copy of a library of the folder that HX_LIBRARY_DIR names: its process-wide caches are

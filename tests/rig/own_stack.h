@@ -13,7 +13,7 @@ namespace rig {
 /// Runs work on a fresh stack, which stays as the work left it. One at a time on a thread.
 class OwnStack {
  public:
-  /// Makes the stack. Throws std::runtime_error where the system has none.
+  /// Makes the stack. Throws std::runtime_error if the system has no memory for it.
   OwnStack();
   ~OwnStack();
   OwnStack(const OwnStack&) = delete;

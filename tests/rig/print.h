@@ -1,4 +1,4 @@
-// Writes arguments and results as they stand in the trace. Used by the calls' dispatch (call.h).
+// Writes arguments and results as the trace shows them. Used by the dispatch of calls (call.h).
 #pragma once
 
 #include <windows.h>
@@ -16,7 +16,7 @@
 
 namespace rig {
 
-/// Quoted text; control characters, quotes and backslashes escaped. Bytes outside ASCII stand as they are.
+/// Quoted text; control characters, quotes and backslashes escaped. Bytes outside ASCII stay as they are.
 std::string Quote(std::string_view text);
 /// The same for wide text, as UTF-8; a lone surrogate reads \uD800.
 std::string Quote(std::wstring_view text);
@@ -33,7 +33,7 @@ std::string VariantText(const VARIANT& value);
 /// A handle: the name that the ledger gave it, a predefined key's name, "null" or "*".
 std::string HandleText(const Ledger& ledger, uint64_t value);
 
-/// The arguments behind a format text.
+/// The arguments after a format text.
 struct VariableArguments {
   const wchar_t* format;  ///< The text that says what they are.
   va_list list;           ///< Where they begin.
@@ -42,7 +42,7 @@ struct VariableArguments {
 /// any width. Behind any other directive, which nobody can read, it ends with "...".
 std::string VariableText(VariableArguments arguments);
 
-/// Whether the type is one of the system's handle types.
+/// True if the type is one of the system's handle types.
 template <class T>
 inline constexpr bool kIsHandle =
     std::is_same_v<T, HKEY> || std::is_same_v<T, HMODULE> || std::is_same_v<T, HWND> ||
@@ -60,10 +60,10 @@ uint64_t ToWord(const T& value) {
   }
 }
 
-/// An integer: decimal, or hexadecimal when told so, when it is a failing HRESULT or 65536 and more.
+/// An integer: decimal, or hexadecimal if requested or if it is a failing HRESULT or at least 65536.
 std::string IntegerText(int64_t value, bool isSigned, size_t size, bool hex);
 
-/// A value of any type as it stands in the trace.
+/// A value of any type, as the trace shows it.
 template <class T>
 std::string Print(const Ledger& ledger, const T& value, bool hex) {
   if constexpr (std::is_same_v<T, const char*>) {

@@ -130,7 +130,7 @@ void Rig::Book(const Declaration& declaration, const uint64_t* words, const size
 }
 
 void Rig::Spoil(const Declaration& declaration, const uint64_t* words, const size_t* sizes) {
-  // An address where nothing lies, and no handle.
+  // An address without memory, which is not a handle either.
   const uint64_t rubbish = 0xBADBAD0;
   for (int index : declaration.HandedOut()) {
     if (words[index] != 0) {

@@ -75,29 +75,29 @@ class Rig {
   void EndCounting() { counting_ = false; }
   /// The calls counted since BeginCounting.
   const std::vector<CountedCall>& Counted() const { return counted_; }
-  /// Whether the call that was to fail was reached.
+  /// True if the call that had to fail was reached.
   bool FailureApplied() const { return failureApplied_; }
 
   // What follows serves the dispatch of calls (call.h).
 
-  /// Whether this function's calls are written to the trace.
+  /// True if this function's calls are written to the trace.
   bool Traces(const Declaration& declaration) const {
     return tracing && (!declaration.IsQuiet() || declaration.loud);
   }
-  /// Whether calls are being counted.
+  /// True while calls are counted.
   bool IsCounting() const { return counting_; }
   /// What a call meets that nobody answers.
   Policy GetPolicy() const { return policy_; }
-  /// Counts a call; whether it must fail.
+  /// Counts a call; returns true if it must fail.
   bool CountCall(const Declaration& declaration, std::string text);
   /// Fails the test because nobody answers this call.
   void Unexpected(const Declaration& declaration, const std::string& call);
   /// Checks that the arguments that must be live resources are.
   void CheckUses(const Declaration& declaration, const uint64_t* words);
-  /// Books what the call took and gave back. `sizes` are the sizes of what the pointers point to.
+  /// Books what the call acquired and released. `sizes` are the sizes of what the pointers point to.
   void Book(const Declaration& declaration, const uint64_t* words, const size_t* sizes, uint64_t result,
             const void* caller);
-  /// Stores rubbish where a call that failed would have stored what it hands out: nobody may look there.
+  /// Stores rubbish in the outputs of a call that failed: nobody may read them.
   static void Spoil(const Declaration& declaration, const uint64_t* words, const size_t* sizes);
 
  private:

@@ -1,5 +1,6 @@
-// Texts that must not be written anywhere: the passwords of accounts. Used by worlds that know such a text,
-// by whatever writes traces and failures, and by tests that look for such a text in memory.
+// Texts that must not be written anywhere: the passwords of accounts. Used by the part of the world that
+// knows such a text, by everything that writes traces and failures, and by tests that look for such a text in
+// memory.
 #pragma once
 
 #include <windows.h>
@@ -11,7 +12,7 @@
 
 namespace rig {
 
-/// What stands in the place of a secret, in traces, messages, set properties and failures alike.
+/// Replaces a secret in traces, messages, set properties and failures.
 inline constexpr char kSecretMark[] = "<password>";
 
 /// Keeps texts secret for as long as it lives.
@@ -23,7 +24,7 @@ class Secret {
   Secret(const Secret&) = delete;
   Secret& operator=(const Secret&) = delete;
 
-  /// `text` with the mark in the place of every secret in it.
+  /// `text` with the mark instead of every secret in it.
   static std::string Masked(std::string text);
 
  private:

@@ -138,7 +138,7 @@ class Calls {
   Calls& AskPolicy(const std::string& result = "0") {
     return Add("policy.get_FirewallEnabled(0x7fffffff, *) = " + result);
   }
-  /// Asks whether that of the profile is on.
+  /// Asks whether the firewall of the profile is on.
   Calls& AskProfile(const std::string& result = "0") {
     return Add("profile.get_FirewallEnabled(*) = " + result);
   }
@@ -170,7 +170,7 @@ class Calls {
   }
 
  private:
-  /// A text as it stands in a trace.
+  /// A text as the trace shows it.
   static std::string Quoted(const std::string& text) { return rig::Quote(std::string_view(text)); }
 
   int records_ = 0;
@@ -184,7 +184,7 @@ class FirewallTest : public rig::ActionTest {
     world.modules.Loaded("OLE32");
     world.installer.Set("PROP_SILENCE", "-1");
     world.installer.Set("PROP_FIREWALLDATA", "Vantor/C:\\Vantor\\vt.exe");
-    // COM ends behind its last object.
+    // COM ends after its last object is released.
     world.On<::CoUninitialize>([&world] {
       EXPECT_EQ(world.rig.ledger.Count(rig::kInterface), 0u);
       world.rig.ledger.Give(rig::kComStart, 1, "CoUninitialize");

@@ -1,6 +1,6 @@
 // What the tests of access lists, of a service's configuration and of the setup library share: their world,
-// and the traces of what the actions often do. Used by tests/actions/folder_access_*test.cpp,
-// service_access_test.cpp, failure_actions_test.cpp and inf_section_test.cpp.
+// and the traces of what the actions often do. Used by the tests folder_access_*, service_access,
+// failure_actions and inf_section beside it.
 #pragma once
 
 #include <set>
@@ -24,7 +24,7 @@ class Calls : public expected::CallList<Calls> {
   Calls& MakePath(const std::string& path);
   /// Asks for this computer's name.
   Calls& AskComputer() { return Add("GetComputerNameExW(0, *, *) = 1"); }
-  /// Looks a name up on a computer, "null" or the name as it stands in the trace.
+  /// Looks a name up on a computer: "null" or the quoted name, as the trace shows it.
   Calls& LookUp(const std::string& computer, const std::string& name, const std::string& result = "1");
   /// Makes a list of one entry and gives it to a path.
   Calls& SetList(const std::string& path);
@@ -61,13 +61,13 @@ class SecurityTest : public rig::ActionTest {
   void NewScene();
 };
 
-/// The calls of CustomAction25 up to the look-up of the account; `given` is what stands before the "*".
+/// The calls of CustomAction25 up to the look-up of the account; `given` is the text before the "*".
 Calls BeginFullControl(const std::string& account, const std::string& given,
                        const std::string& path = "S:\\Data");
-/// The same for an account that is what stands there.
+/// The same for an account that is spelled as in the data.
 Calls BeginFullControl(const std::string& account);
-/// The list of a path whose only entry gives rights, "0x10000000", to an account; inherited unless told
-/// otherwise.
+/// The list of a path whose only entry gives rights, "0x10000000", to an account; inherited by
+/// default.
 std::string ListOf(const std::string& path, const std::string& rights, const std::string& account);
 
 }  // namespace security_test

@@ -1,5 +1,5 @@
 // What the tests of the service account share: a world with accounts and a directory, and the traces of what
-// the two actions often do. Used by tests/actions/service_account_*_test.cpp.
+// the two actions often do. Used by the tests service_account_* beside it.
 #pragma once
 
 #include <optional>
@@ -23,17 +23,17 @@ class Calls : public expected::CallList<Calls> {
   Calls& OpenContainer();
   /// Translates CORP\svc into a distinguished name.
   Calls& Translate();
-  /// Gets the names of a class, and adds them (operation 0) to the account or takes them away (2).
+  /// Gets the names of a class, and adds them to the account (operation 0) or removes them (2).
   Calls& UpdateNames(const std::string& serviceClass, int operation);
   /// Grants the right; `controller` is that of the trace.
   Calls& Grant(const std::string& controller);
   /// Tells the user what the notice of this number says.
   Calls& Notice(int number);
-  /// There is no account: the end of a creation that failed.
+  /// Logs that there is no account: the end of a creation that failed.
   Calls& NoAccount();
-  /// Asks for the account of the service "Vantor", which has this name of ASCII.
+  /// Asks for the account of the service "Vantor", whose name is this ASCII text.
   Calls& AskService(const std::string& account);
-  /// Asks for the account of the service "Vantor", which is not there.
+  /// Asks for the account of the service "Vantor", which does not exist.
   Calls& LackService();
 };
 
@@ -63,7 +63,7 @@ class ServiceAccountTest : public rig::ActionTest {
   void NewScene();
   /// Says that the modules that the action loaded are kept on purpose.
   static void NameKept(rig::Rig& rig);
-  /// The same for what a failing start of a user leaves unreleased, and for what nobody can give back because
+  /// The same for what a failing creation of a user leaves unreleased, and for what nobody can free because
   /// the function for it is missing.
   static void NameLost(rig::Rig& rig);
   /// The properties PROP_ACCOUNTNAME, ...PASS and ...DOMAIN, in one line.

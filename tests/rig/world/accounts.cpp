@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-// Behind windows.h, on which they build.
+// After windows.h, on which they build.
 #include <lm.h>
 #include <ntsecapi.h>
 
@@ -51,7 +51,7 @@ std::string Describe(const USER_INFO_2& user) {
          Numbered("page", user.usri2_code_page);
 }
 
-// A record of the network with one name, which ends where the buffer ends.
+// A record of the network with one name, which ends at the end of the buffer.
 template <class Record>
 BYTE* MakeRecord(wchar_t* Record::* field, const std::string& text) {
   std::wstring wide = ToWide(text);
@@ -66,8 +66,8 @@ BYTE* MakeRecord(wchar_t* Record::* field, const std::string& text) {
   return buffer;
 }
 
-// Writes a text where it fits with its terminator, rubbish behind it, and its length; else only rubbish and
-// the room that it needs.
+// Writes a text with its terminator, fills the rest with rubbish and sets the length. If the text does not
+// fit, writes only rubbish and sets the size that the text needs.
 bool WriteName(const std::string& text, wchar_t* buffer, DWORD* size) {
   std::wstring wide = ToWide(text);
   auto length = static_cast<DWORD>(wide.size());

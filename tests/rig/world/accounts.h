@@ -18,9 +18,9 @@
 
 namespace rig {
 
-/// An account, as it was made.
+/// An account, as the library made it.
 struct Account {
-  std::string password;  ///< As text; the mark of a secret in its place.
+  std::string password;  ///< As text, with the mark of a secret for a secret.
   std::string fullName;  ///< As text.
   std::string record;    ///< Every field of the record that made it, for a local one.
 };
@@ -30,7 +30,7 @@ using AccountMap = std::map<std::string, Account, IgnoreCase>;
 
 /// A domain.
 struct Domain {
-  std::string controller;  ///< The name of its controller; none answers when this is empty.
+  std::string controller;  ///< The name of its controller; if it is empty, no controller answers.
   AccountMap accounts;     ///< Its users.
 };
 
@@ -46,30 +46,30 @@ class Accounts {
   /// Sends its functions here.
   void Install();
 
-  /// The function ("NetUserAdd") fails with `code`: as its result where it returns its error, otherwise as
-  /// the last error.
+  /// Makes the function ("NetUserAdd") fail with `code`: the result of a function that returns its error,
+  /// otherwise the last error.
   void Refuse(const std::string& function, DWORD code) { refused_[function] = code; }
-  /// What `function` is to fail with; 0 when it is not.
+  /// The code that `function` fails with; 0 if it does not fail.
   DWORD RefusalOf(const std::string& function) const;
 
   /// The bytes of a GUID, in memory order.
   using Chance = std::array<BYTE, 16>;
-  /// What CoCreateGuid gives, one after another; one call more fails the test. At first one whose password
-  /// has all classes.
+  /// The GUIDs that CoCreateGuid gives, in order; one call more fails the test. At first one GUID, whose
+  /// password has characters of all classes.
   std::deque<Chance> chances;
-  /// The password of the GUID that is there at first, which no trace shows.
+  /// The password of that GUID; no trace shows it.
   static constexpr char kPassword[] = "aBAA0CAA!DAAvAAA9AAA";
 
   std::string computer = "PC7";    ///< The name of this computer.
   std::string workgroup = "CORP";  ///< The domain or workgroup that it is in; "\1" for a null name.
   AccountMap users;                ///< Its accounts.
   std::map<std::string, Domain, IgnoreCase> domains;  ///< The domains; at first CORP, with a controller.
-  std::string processUser = "PC7\\installer";         ///< Whom the process runs under.
+  std::string processUser = "PC7\\installer";         ///< The account that the process runs under.
 
-  /// Rooms that LookupAccountNameW asks for before it answers: bytes of the identifier and characters of the
-  /// domain. It asks for them even where there is room enough.
+  /// Buffer sizes that LookupAccountNameW asks for before it answers: bytes of the identifier and characters
+  /// of the domain. It asks for them even if the buffers are large enough.
   std::deque<std::pair<DWORD, DWORD>> demands;
-  /// The rooms that LookupAccountNameW was given, in order.
+  /// The buffer sizes that LookupAccountNameW was given, in order.
   std::vector<std::pair<DWORD, DWORD>> rooms;
   /// The rights that were granted, "PC7\svc SeServiceLogonRight (38 of 40)" with the lengths in bytes.
   std::vector<std::string> rights;
@@ -93,11 +93,11 @@ class Accounts {
   /// Answers LookupAccountNameW.
   BOOL LookUp(const std::string& system, const std::string& name, void* sid, DWORD* sidSize, wchar_t* domain,
               DWORD* domainSize);
-  /// The account ("PC7\svc") that a name means on a computer; empty when there is none.
+  /// The account ("PC7\svc") that a name means on a computer; empty if there is none.
   std::string Resolve(const std::string& system, const std::string& name) const;
   /// Answers LookupAccountSidW.
   BOOL LookUpSid(const void* sid, wchar_t* name, DWORD* nameSize, wchar_t* domain, DWORD* domainSize);
-  /// The account that an identifier stands for; empty when there is none.
+  /// The account of an identifier; empty if there is none.
   std::string OwnerOf(const void* sid) const;
   /// Answers GetComputerNameW.
   BOOL TellComputer(wchar_t* buffer, DWORD* size, DWORD tooSmall);
@@ -111,7 +111,7 @@ class Accounts {
   uintptr_t nextHandle_ = 0xACC0010;
 };
 
-/// A buffer of the network of exactly `size` bytes, which NetApiBufferFree takes back.
+/// A buffer of the network of exactly `size` bytes, which NetApiBufferFree frees.
 void* MakeNetworkBuffer(size_t size);
 /// Text, or "null".
 std::string TextOrNull(const wchar_t* text);

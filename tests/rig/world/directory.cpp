@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-// Behind windows.h, on which they build.
+// After windows.h, on which they build.
 #include <adshlp.h>
 #include <ntdsapi.h>
 
@@ -33,7 +33,7 @@ wchar_t* MakeText(const std::string& text) {
   return static_cast<wchar_t*>(std::memcpy(MakeNetworkBuffer(size), wide.c_str(), size));
 }
 
-// What a failing method leaves where it was to hand something out: something that is nothing of the kind.
+// Stores an invalid pointer: the output of a failing method.
 template <class Type>
 void LeaveRubbish(Type** out) {
   *out = reinterpret_cast<Type*>(uintptr_t{0xBADBAD0});
@@ -188,7 +188,7 @@ void Directory::InstallTranslator() {
 
 DWORD Directory::MakeNames(const std::string& serviceClass, DWORD* count, wchar_t*** names) const {
   *count = hasPrincipalNames ? 2 : 0;
-  // Without names there is a list all the same, which must be freed.
+  // Even without names there is a list, which must be freed.
   *names = static_cast<wchar_t**>(MakeNetworkBuffer(*count * sizeof **names));
   if (hasPrincipalNames) {
     (*names)[0] = MakeText(serviceClass + "/pc7.corp.example");

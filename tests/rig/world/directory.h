@@ -3,7 +3,7 @@
 #pragma once
 
 #include <windows.h>
-// Behind windows.h, on which they build, the second on the first.
+// After windows.h, on which they build, the second on the first.
 #include <oleauto.h>
 
 #include <iads.h>
@@ -29,26 +29,26 @@ class Directory {
   /// Makes the objects and sends its functions here.
   void Install();
 
-  /// The method ("container.Create") or function ("DsBindW") fails with this code; a method then leaves
-  /// rubbish where it was to hand something out.
+  /// Makes the method ("container.Create") or function ("DsBindW") fail with this code. A failing method
+  /// leaves rubbish in its output.
   void Refuse(const std::string& call, DWORD code) { refused_[call] = code; }
   /// Objects of new users do not have the interface of users.
   void HideUsers() { hidesUsers_ = true; }
 
   /// Distinguished names of users ("CORP\svc"); any other user's is "CN=svc,CN=Users,DC=CORP".
   std::map<std::string, std::string> distinguishedNames;
-  /// Whether this computer has names to register.
+  /// This computer has names to register.
   bool hasPrincipalNames = true;
   /// What is registered, "CN=svc,CN=Users,DC=CORP HOST/PC7".
   std::set<std::string> registered;
 
  private:
-  /// What the call is to fail with, or 0.
+  /// The code that the call fails with, or 0.
   DWORD RefusalOf(const std::string& call) const;
   /// Gives `fake` the method `Member`, unless a test makes it fail.
   template <auto Member, class Interface, class Answer>
   Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
-  /// Fails the test when a text is a system string.
+  /// Fails the test if a text is a system string.
   void CheckPlain(const wchar_t* text) const;
   /// Makes the container.
   void InstallContainer();

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// After windows.h, on which it builds.
 #include <netfw.h>
 
 #include <map>
@@ -19,7 +19,7 @@ namespace rig {
 struct FirewallRule {
   std::string name;              ///< Its name, by which it is found, letter by letter.
   std::string program;           ///< The program that it is for.
-  bool enabled = false;          ///< Whether it is in force.
+  bool enabled = false;          ///< It is in force.
   std::string grouping = "";     ///< Its group.
   std::string description = "";  ///< Its description.
   LONG protocol = 256;           ///< The IP protocol; 256 for any.
@@ -33,8 +33,8 @@ struct FirewallRule {
 struct AuthorizedApplication {
   std::string name;     ///< What the list shows.
   std::string program;  ///< The program, by which it is found, in any case.
-  bool enabled = true;  ///< Whether it is in force.
-  LONG scope = -1;      ///< From where it may be reached; -1 while nobody said.
+  bool enabled = true;  ///< It is in force.
+  LONG scope = -1;      ///< The addresses that may reach it; -1 if not set.
   bool operator==(const AuthorizedApplication&) const = default;
 };
 
@@ -57,30 +57,30 @@ class Firewall {
   void FailCall(const std::string& method, int number, HRESULT error) {
     failingCalls_[{method, number}] = error;
   }
-  /// A method that should hand out this object succeeds and hands out nothing.
+  /// A method that returns this object succeeds, but returns nothing.
   void Withhold(const std::string& object) { withheld_.insert(object); }
   /// The firewall's service does not run: every call that needs it returns kNotRunning.
   void StopService() { isRunning_ = false; }
 
-  /// What a call returns while the service does not run.
+  /// The result of a call while the service does not run.
   static constexpr HRESULT kNotRunning = static_cast<HRESULT>(0x800706D9);
-  /// What looking for an exception returns that is not there.
+  /// The result of looking for an exception that does not exist.
   static constexpr HRESULT kNotFound = static_cast<HRESULT>(0x80070002);
 
   /// The rules, in order; of two with one name the first is found.
   std::vector<FirewallRule> rules;
   /// The authorised applications of the current profile.
   std::vector<AuthorizedApplication> applications;
-  /// Whether the firewall is on.
+  /// The firewall is on.
   bool enabled = true;
-  /// Whether the current profile ignores its exceptions.
+  /// The current profile ignores its exceptions.
   bool ignoresExceptions = false;
 
  private:
   /// Gives `fake` a method that answers as `answer` does, unless a test makes it fail.
   template <auto Member, class Interface, class Answer>
   Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
-  /// Gives `fake` a method that hands out `result`.
+  /// Gives `fake` a method that returns `result`.
   template <auto Member, class Interface>
   void HandOut(FakeObject<Interface>& fake, const char* name, FakeBase& result);
   /// Gives `fake` a method that sets a text of `target`.
@@ -89,14 +89,14 @@ class Firewall {
   /// Gives `fake` a method that sets a number.
   template <auto Member, class Interface>
   void SetNumber(FakeObject<Interface>& fake, const char* name, LONG* target);
-  /// Gives `fake` a method that tells whether something holds.
+  /// Gives `fake` a method that returns a truth value.
   template <auto Member, class Interface, class Answer>
   void Tell(FakeObject<Interface>& fake, const char* name, Answer answer);
-  /// What this call of the method is to fail with, or S_OK.
+  /// The error of this call of the method, or S_OK.
   HRESULT FailureOf(const std::string& method);
-  /// Hands out `fake` unless it is withheld.
+  /// Stores `fake` unless it is withheld.
   void Give(FakeBase& fake, void* out);
-  /// The text; fails the test when it is no system string that the library holds.
+  /// The text; fails the test if it is not a system string that the library holds.
   std::string TextOf(BSTR text) const;
 
   /// Makes the policy and the rules.

@@ -44,7 +44,7 @@ class InstallerSession {
   void FailSetting(const std::string& name, UINT error = ERROR_FUNCTION_FAILED) { unsettable_[name] = error; }
   /// The properties that the library set, "NAME = value", in order.
   const std::vector<std::string>& Published() const { return published_; }
-  /// The texts of the INSTALLMESSAGE_INFO messages, as they stand in the installer's log.
+  /// The texts of the INSTALLMESSAGE_INFO messages, as they are in the installer's log.
   std::vector<std::string> Log() const;
   /// Every message.
   const std::vector<Message>& Messages() const { return messages_; }

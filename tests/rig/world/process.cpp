@@ -108,7 +108,7 @@ HMODULE Modules::HandleOf(const std::string& module) {
       return handle;
     }
   }
-  // Addresses that nothing lies at: the library must not look behind a module handle.
+  // Addresses without memory: the library must not look into a module.
   auto handle = reinterpret_cast<HMODULE>(uintptr_t{0x7F0000000000} + handles_.size() * 0x10000);
   handles_[handle] = module;
   rig_.ledger.Call(ToWord(handle), module);

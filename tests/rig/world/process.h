@@ -25,10 +25,10 @@ class Heap {
   void Install();
   /// Frees the blocks that the library still holds; the ledger forgets everything.
   void Reclaim();
-  /// Hands the library `size` bytes of memory of another kind (kLocalMemory, kTaskMemory, kNetBuffer ...),
-  /// filled from `bytes` when not null; the library must give it back through that kind's own function.
+  /// Gives the library `size` bytes of memory of another kind (kLocalMemory, kTaskMemory, kNetBuffer ...),
+  /// filled from `bytes` if not null; the library must free it with that kind's own function.
   void* Give(const Kind& kind, size_t size, const void* bytes = nullptr);
-  /// Takes back what Give gave; null is allowed.
+  /// Frees what Give gave; null is allowed.
   static void TakeBack(void* memory);
 
  private:
@@ -63,7 +63,7 @@ class Modules {
   }
 
  private:
-  /// The handle that stands for a module.
+  /// The handle of a module.
   HMODULE HandleOf(const std::string& module);
   /// Answers GetModuleHandle.
   HMODULE Find(const char* path);

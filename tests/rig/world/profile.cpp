@@ -20,7 +20,7 @@ bool IsBlank(char letter) {
   return letter == ' ' || letter == '\t';
 }
 
-// What stands behind the "=" loses the blanks around it and one pair of quotation marks.
+// The text after "=" loses the blanks around it and one pair of quotation marks.
 std::string Trimmed(std::string value) {
   while (!value.empty() && IsBlank(value.front())) {
     value.erase(value.begin());

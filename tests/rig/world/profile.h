@@ -18,7 +18,7 @@ class ProfileFiles {
   /// Sends its functions here.
   void Install();
 
-  /// Writes one value, 8-bit text as it stands in the file.
+  /// Writes one value: 8-bit text, as it is in the file.
   void Set(const std::string& file, const std::string& section, const std::string& key,
            const std::string& value);
 

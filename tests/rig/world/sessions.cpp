@@ -15,7 +15,7 @@ namespace {
 // Any value serves.
 constexpr LUID kDebugPrivilege = {20, 0};
 
-// One buffer for an array and the texts behind it, as the terminal services give it.
+// One buffer for an array followed by its texts, as the terminal services make it.
 template <class Entry>
 Entry* MakeEntries(const std::vector<Entry>& entries, const std::vector<std::string>& texts,
                    wchar_t* Entry::* text) {
@@ -197,7 +197,7 @@ void Sessions::InstallPrivileges() {
         if (privilegeError == ERROR_SUCCESS) {
           enabled.push_back(privileges->Privileges[0].Attributes);
         }
-        // As Windows does on success only where it is told to; what stood there before must not matter.
+        // On success the last error is set only on request: an older last error must not matter.
         if (privilegeError != ERROR_SUCCESS) {
           SetLastError(privilegeError);
         }

@@ -17,13 +17,13 @@ struct TerminalSession {
   DWORD id;          ///< Its number.
   int state;         ///< WTSActive ...
   std::string user;  ///< Who is logged on; empty for nobody.
-  /// What asking for the user gives.
+  /// The answer to a question for the user.
   enum class Asking {
     kWorks,         ///< The user.
     kFails,         ///< An error.
     kGivesNothing,  ///< A success without any text.
   };
-  Asking asking = Asking::kWorks;  ///< What asking for the user gives here.
+  Asking asking = Asking::kWorks;  ///< The answer to a question for its user.
 };
 
 /// One process, as a test arranges it and finds it afterwards.
@@ -31,15 +31,15 @@ struct Process {
   DWORD id;                              ///< Its number.
   DWORD session;                         ///< The session that it belongs to.
   std::string name;                      ///< The file name; empty for a process without one.
-  std::string image;                     ///< The path of its image; empty when that cannot be read.
-  DWORD openError = ERROR_SUCCESS;       ///< What opening it fails with.
-  DWORD terminateError = ERROR_SUCCESS;  ///< What ending it fails with.
-  DWORD waitResult = WAIT_OBJECT_0;      ///< What waiting for it gives once it was told to end.
-  bool ended = false;                    ///< Whether it was told to end.
+  std::string image;                     ///< The path of its image; empty if it cannot be read.
+  DWORD openError = ERROR_SUCCESS;       ///< The error of opening it.
+  DWORD terminateError = ERROR_SUCCESS;  ///< The error of ending it.
+  DWORD waitResult = WAIT_OBJECT_0;      ///< The result of waiting for it after it was ended.
+  bool ended = false;                    ///< It was ended.
 };
 
-/// What the terminal services, the processes and the privileges of this one answer. Buffers are the system's
-/// own and must be freed; a process handle allows what it was opened for and nothing else.
+/// The terminal services, the processes and the privileges of this process. Buffers belong to the terminal
+/// services and must be freed. A process handle allows only what it was opened for.
 class Sessions {
  public:
   /// The part of the world that belongs to this rig.
@@ -55,12 +55,12 @@ class Sessions {
   DWORD sessionsError = ERROR_SUCCESS;
   /// What WTSEnumerateProcessesW fails with.
   DWORD processesError = ERROR_SUCCESS;
-  /// The last error of AdjustTokenPrivileges, which succeeds: ERROR_NOT_ALL_ASSIGNED where the privilege is
-  /// not held.
+  /// The last error after AdjustTokenPrivileges, which succeeds: ERROR_NOT_ALL_ASSIGNED if the process does
+  /// not hold the privilege.
   DWORD privilegeError = ERROR_SUCCESS;
   /// What OpenProcessToken fails with.
   DWORD tokenError = ERROR_SUCCESS;
-  /// Whether the privilege "SeDebugPrivilege" is known.
+  /// The privilege "SeDebugPrivilege" exists.
   bool hasDebugPrivilege = true;
   /// The attributes that the debug privilege was given.
   std::vector<DWORD> enabled;
@@ -69,18 +69,18 @@ class Sessions {
   std::optional<DWORD> AccessOfToken(HANDLE token) const;
 
  private:
-  /// What a process handle stands for.
+  /// An open process handle.
   struct Opened {
     Process* process;
     DWORD access;
   };
-  /// The process behind a handle that allows `access`; null, with the last error set, otherwise.
+  /// The process of a handle that allows `access`; otherwise null, with the last error set.
   Process* Reach(HANDLE handle, DWORD access);
   /// Answers the functions of WTSAPI32.
   void InstallTerminalServices();
-  /// Answers those that open, ask, end and await a process.
+  /// Answers the functions that open, query, end and await a process.
   void InstallProcesses();
-  /// Answers those of a process's privileges.
+  /// Answers the functions of this process's token and privileges.
   void InstallPrivileges();
 
   Rig& rig_;

@@ -8,7 +8,7 @@
 
 namespace rig {
 
-/// Takes what the setup library is told to run, and runs nothing.
+/// Notes the sections that the library runs; nothing is run.
 class SetupLibrary {
  public:
   /// The part of the world that belongs to this rig.

@@ -12,7 +12,7 @@
 namespace rig {
 namespace {
 
-// Lays the list out as the system does: the pointers first, the texts behind them, in one block.
+// Lays the list out as the system does: first the pointers, then the texts, in one block.
 wchar_t** GiveList(const std::vector<std::wstring>& texts) {
   size_t size = (texts.size() + 1) * sizeof(wchar_t*);
   for (const std::wstring& text : texts) {

@@ -51,24 +51,24 @@ class TaskScheduler {
   /// Gives `fake` the method `Member` that answers as `answer` does, unless a test makes it fail.
   template <auto Member, class Interface, class Answer>
   Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
-  /// Gives `fake` a method that accepts what it is told.
+  /// Gives `fake` a method that accepts any arguments.
   template <auto Member, class Interface>
   void Accept(FakeObject<Interface>& fake, const char* name);
-  /// Gives `fake` a method that hands out `result`.
+  /// Gives `fake` a method that returns `result`.
   template <auto Member, class Interface>
   void HandOut(FakeObject<Interface>& fake, const char* name, FakeBase& result);
   /// Whether there is a folder of this name; sets folderName if it is empty.
   bool HasFolder(const std::string& name);
-  /// What the method is to fail with, or S_OK.
+  /// The error of the method, or S_OK.
   HRESULT FailureOf(const std::string& method) const;
-  /// Fails the test when a text is not a system string that the library holds.
+  /// Fails the test if a text is not a system string that the library holds.
   void CheckText(BSTR text) const;
   /// The same for a text in a variant.
   void CheckText(const VARIANT& value) const;
-  /// Other arguments are no texts.
+  /// Other arguments are not texts.
   template <class Other>
   void CheckText(const Other&) const {}
-  /// Fails the test when a text is a system string.
+  /// Fails the test if a text is a system string.
   void CheckPlain(BSTR text) const;
 
   /// Makes the service and the folders.

@@ -28,13 +28,13 @@ namespace rig {
 /// Install sends its functions to it. World makes and installs the parts in the order of the members.
 class World {
  public:
-  /// Under Policy::kReal only the heap is the world's; the other parts are there, but answer nothing.
+  /// Under Policy::kReal only the heap answers; the other parts exist, but answer nothing.
   explicit World(Rig& rig);
   ~World();
   World(const World&) = delete;
   World& operator=(const World&) = delete;
 
-  /// The world that is in force, or null.
+  /// The current world, or null.
   static World* Current();
 
   /// Sends the function to the test's own answer; see Rig::On.
@@ -45,8 +45,8 @@ class World {
   /// Sends the function to the real one.
   void UseReal(std::string_view name) { rig.UseReal(name); }
 
-  /// What must hold at the end of an action: everything given back, the error mode restored. With `all`, what
-  /// the test names as kept on purpose must really have been kept.
+  /// Checks the end of an action: everything is freed and the error mode is restored. With `all`, what the
+  /// test names as kept on purpose must really be kept.
   void CheckEnd(bool all);
 
   /// The rig that this world answers for.

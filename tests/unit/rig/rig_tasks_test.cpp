@@ -173,7 +173,7 @@ TEST_F(RigTasksTest, AMethodThatFailsDoesNothing) {
   Tasks().FailMethod("folder.DeleteTask", E_OUTOFMEMORY);
   EXPECT_EQ(SubjectDeleteTask(L"Old"), E_OUTOFMEMORY);
   EXPECT_EQ(Tasks().tasks, (std::set<std::string>{"Old"}));
-  // Of the methods that hand something out, none hands out anything.
+  // No method that fails returns an object.
   Tasks().FailMethod("definition.get_Principal", E_FAIL);
   EXPECT_EQ(RegisterDaily(L"Task"), E_FAIL);
   Tasks().FailMethod("service.NewTask", E_UNEXPECTED);

@@ -1,4 +1,4 @@
-// Looking accounts up: the room for the identifier and for the domain, which may have to grow.
+// Looking accounts up: the buffers for the identifier and for the domain may have to grow.
 
 #include <cstring>
 #include <memory>

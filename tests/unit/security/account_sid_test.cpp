@@ -18,7 +18,7 @@ HX_INTERNAL(HeapFreeSafe);
 
 using Bytes = std::vector<BYTE>;
 
-// The bytes that a first look-up has room for: 256, and 256 characters.
+// The bytes of the buffers of a first look-up: 256, and 256 characters.
 constexpr ptrdiff_t kFirstRoom = 768;
 
 class AccountSidTest : public rig::RiggedInternalsTest {

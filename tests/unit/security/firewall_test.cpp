@@ -169,7 +169,7 @@ class FirewallPropertiesTest : public FirewallTest {
     application->Release();
     return result;
   }
-  // From now on a method fails, or succeeds in a way of its own; the trace begins anew.
+  // From now on a method fails, or succeeds in a way of its own; the trace begins again.
   void Answer(const char* method, HRESULT error) {
     TheRig().trace.Clear();
     failing_ = method;
@@ -253,7 +253,7 @@ TEST_F(FirewallPropertiesTest, AnApplicationNeedsBoth) {
   EXPECT_EQ(SetApplication(kPath, L"Name"), kRefused);
 }
 
-// Memory that lacks for a text is E_OUTOFMEMORY, but for the texts that a rule can do without.
+// Out of memory for a text is E_OUTOFMEMORY, except for texts that a rule does not need.
 TEST_F(FirewallPropertiesTest, LackOfMemoryIsOneOfTheResults) {
   std::vector<UINT> results;
   rig::SweepOptions options;
@@ -346,7 +346,7 @@ TEST_F(FirewallTest, TheCollectionOfApplicationsMustBeHad) {
   EXPECT_EQ(Remove(kPath, L"Name", 0), kFirewallNoCollection);
 }
 
-// A rule is made behind a second look at the collection, whose failure counts like the first one's.
+// A rule is made after a second look at the collection, whose failure counts like that of the first look.
 TEST_F(FirewallTest, TheCollectionMustBeHadTwice) {
   TheFirewall().FailCall("policy.get_Rules", 2, kRefused);
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), kRefused);
@@ -375,7 +375,7 @@ TEST_F(FirewallTest, RemovingIsNotLookedAt) {
   EXPECT_EQ(TheRig().trace.Lines().back(), R"(rules.Remove("@C:\\p.exe,-1000") = 0x80070005)");
 }
 
-// ---- whether it is off
+// ---- a firewall that is off
 
 TEST_F(FirewallTest, IsOffOnlyWhereItSaysSo) {
   auto isOff = [this] {
