@@ -4,17 +4,24 @@
 
 namespace {
 
-FARPROC FindInLoadedModule(const LateEntry& entry) {
-  ErrorModeGuard quiet;
-  HMODULE module = GetModuleHandleA(entry.module);
-  return module ? GetProcAddress(module, entry.name) : nullptr;
+HMODULE FindKeptModule(LateModule* module) {
+  if (!module->handle) module->handle = GetModuleHandleW(module->wideName);
+  // On purpose never freed: its functions are called for as long as the process lives.
+  if (!module->handle) module->handle = LoadLibraryW(module->wideName);
+  return module->handle;
 }
 
-FARPROC LoadForFunction(const LateEntry& entry) {
-  Module module(LoadLate(entry.module));
+FARPROC FindInModule(LateModule* module, const char* name) {
+  ErrorModeGuard quiet;
+  HMODULE handle = module->rule == LateRule::kKept ? FindKeptModule(module) : GetModuleHandleA(module->name);
+  return handle ? GetProcAddress(handle, name) : nullptr;
+}
+
+FARPROC LoadForFunction(const LateModule& late, const char* name) {
+  Module module(LoadLate(late.name));
   if (!module) return nullptr;
-  FARPROC function = GetProcAddress(module.get(), entry.name);
-  // Deliberately never freed: the function is called for as long as the process lives.
+  FARPROC function = GetProcAddress(module.get(), name);
+  // On purpose never freed: the function is called for as long as the process lives.
   if (function) module.release();
   return function;
 }
@@ -22,23 +29,12 @@ FARPROC LoadForFunction(const LateEntry& entry) {
 }  // namespace
 
 FARPROC BindLate(LateEntry* entry) {
-  if (entry->function) return entry->function;
-  bool isOnce = entry->rule == BindingRule::kAlreadyLoadedOnce || entry->rule == BindingRule::kLoadOnce;
-  if (isOnce && entry->isTried) return nullptr;
-  entry->isTried = true;
-  entry->function =
-      entry->rule == BindingRule::kLoadOnce ? LoadForFunction(*entry) : FindInLoadedModule(*entry);
+  if (entry->function || entry->isFinal) return entry->function;
+  LateModule* module = entry->module;
+  entry->isFinal = module->rule == LateRule::kLoadedOnce || module->rule == LateRule::kLoadOnce;
+  entry->function = module->rule == LateRule::kLoadOnce ? LoadForFunction(*module, entry->name)
+                                                        : FindInModule(module, entry->name);
   return entry->function;
-}
-
-FARPROC BindKept(KeptModule* module, const char* name, FARPROC* function) {
-  if (*function) return *function;
-  ErrorModeGuard quiet;
-  if (!module->handle) module->handle = GetModuleHandleW(module->name);
-  // Deliberately never freed: its functions are called for as long as the process lives.
-  if (!module->handle) module->handle = LoadLibraryW(module->name);
-  if (module->handle) *function = GetProcAddress(module->handle, name);
-  return *function;
 }
 
 HMODULE LoadLate(const char* name) {

@@ -1,59 +1,75 @@
-// Functions that a system may lack, bound by name at first use. Used by everything that calls such a
-// function.
+// Functions that a system may lack, bound by name. Used by everything that calls such a function.
 //
-// A function is declared once, where it is used, with its module, its binding rule and the value that a
-// missing function yields:
+// A function that is called for as long as the process lives is a LateFunction of a LateModule. The module's
+// rule says how the module is found; the function is declared with the value that a call returns if the
+// function is missing:
 //
-//   constinit LateFunction<decltype(IsWow64Process)> isWow64Process{"KERNEL32", "IsWow64Process",
-//                                                                   BindingRule::kAlreadyLoaded, FALSE};
+//   constinit LateModule kernel32{"KERNEL32", LateRule::kLoaded};
+//   constinit LateFunction<decltype(IsWow64Process)> isWow64Process{&kernel32, "IsWow64Process", FALSE};
 //
-// The cache is process-wide; a function that was not found is looked for again at the next use, unless its
-// rule says once. A module that is loaded for one job and freed behind it is a LateModule. Functions that
-// share a module whose handle is kept with them are KeptFunctions of a KeptModule:
+// Each rule has its own calls, in this order:
 //
-//   constinit KeptModule netapi32{L"NETAPI32"};
-//   constinit KeptFunction<decltype(NetUserDel)> netUserDel{&netapi32, "NetUserDel", kNoFunction};
+//   kLoaded      SetErrorMode, GetModuleHandleA, GetProcAddress, SetErrorMode
+//   kLoadedOnce  the same
+//   kLoadOnce    SetErrorMode, LoadLibraryA, SetErrorMode, GetProcAddress; if that fails, FreeLibrary
+//   kKept        SetErrorMode, GetModuleHandleW, if that fails LoadLibraryW, GetProcAddress, SetErrorMode;
+//                without the two in the middle once the module is kept
+//
+// A module that is loaded for one job is held in a Module, which frees it at the end of the scope:
+//
+//   Module setupLibrary(LoadLate("SETUPAPI"));
+//   auto* installSection = FindFunction<InstallHinfSection>(setupLibrary.get(), "InstallHinfSectionA");
 #pragma once
+
+#include <stdint.h>
 
 #include "base/windows_owners.h"
 
-/// How the module of a late-bound function is found.
-enum class BindingRule {
-  kAlreadyLoaded,      ///< only when the process has loaded it: it is never loaded for the function's sake
-  kAlreadyLoadedOnce,  ///< like kAlreadyLoaded, but looked for only once in the life of the process
-  /// Loaded at the first use and kept if it has the function, else freed again; never tried a second time.
-  kLoadOnce,
+/// How a module of late-bound functions is found, and whether a look-up that failed is repeated.
+enum class LateRule : uint8_t {
+  kLoaded,      ///< only if the process has loaded it: it is never loaded for the function's sake
+  kLoadedOnce,  ///< like kLoaded, but a function is looked up only once in the life of the process
+  kLoadOnce,    ///< loaded for each function, once; kept if it has the function, otherwise freed
+  kKept,        ///< loaded unless the process has it, and kept for all functions that are found in it
 };
 
-/// Where a late-bound function is found, and the function once it is.
+/// A module in which functions are found by name.
+struct LateModule {
+  /// A module that is found by its 8-bit name, with or without ".dll".
+  constexpr LateModule(const char* moduleName, LateRule moduleRule)
+      : name(moduleName), handle(nullptr), rule(moduleRule) {}
+  /// A module that is found by its wide name, with or without ".dll": one with the rule kKept.
+  explicit constexpr LateModule(const wchar_t* moduleName)
+      : wideName(moduleName), handle(nullptr), rule(LateRule::kKept) {}
+
+  union {
+    const char* name;         ///< the name, unless the rule is kKept
+    const wchar_t* wideName;  ///< the name if the rule is kKept
+  };
+  HMODULE handle;  ///< the module once it is found, if the rule is kKept; never freed
+  LateRule rule;   ///< how the module is found
+};
+
+/// A function of a module, and its address once it is found.
 struct LateEntry {
-  const char* module;  ///< the module's name, with or without ".dll"
-  const char* name;    ///< the exported name, letter by letter
-  BindingRule rule;    ///< how the module is found
-  FARPROC function;    ///< null until it is bound
-  bool isTried;        ///< whether a look-up has been made
-};
+  /// The function that `lateModule` exports as `exportedName`, letter by letter; not looked up yet.
+  constexpr LateEntry(LateModule* lateModule, const char* exportedName)
+      : module(lateModule), name(exportedName), function(nullptr), isFinal(false) {}
 
-/// A module whose handle is kept for the functions found in it.
-struct KeptModule {
-  const wchar_t* name;  ///< the module's name, with or without ".dll"
-  HMODULE handle;       ///< null until it is found; never freed
+  LateModule* module;  ///< where the function is looked up
+  const char* name;    ///< the exported name
+  FARPROC function;    ///< null until it is bound
+  bool isFinal;        ///< true if there is no further look-up
 };
 
 extern "C" {
 
-/// Returns `*function`, or where that is null, the function that `module` exports as `name`, which is then
-/// kept there. The module is the one that the process has loaded already or else is loaded, and never freed.
-/// Null when the module or the name is missing; the next call then looks again. No message box of the system
-/// appears meanwhile.
-FARPROC BindKept(KeptModule* module, const char* name, FARPROC* function);
-
-/// Returns the function of `entry`, looked up when it is not bound yet and its rule allows, or null when the
-/// module or the name is missing. No message box of the system appears meanwhile.
+/// Returns the function of `entry`. Looks it up first if it is not bound yet and the module's rule allows.
+/// Null if the module or the function is missing. No message box of the system appears.
 FARPROC BindLate(LateEntry* entry);
 
-/// Loads the module `name` and returns it, or null; no message box of the system appears meanwhile. The
-/// caller frees it with FreeLibrary (or holds it in a Module).
+/// Loads the module `name` and returns it, or null; no message box of the system appears. The caller frees it
+/// with FreeLibrary (or holds it in a Module).
 HMODULE LoadLate(const char* name);
 
 }  // extern "C"
@@ -64,74 +80,49 @@ Signature* FunctionAs(FARPROC function) {
   return reinterpret_cast<Signature*>(reinterpret_cast<void*>(function));
 }
 
+/// Returns the function that `module` exports as `name`, or null if it is missing; null also if `module` is.
+template <typename Signature>
+Signature* FindFunction(HMODULE module, const char* name) {
+  return module ? FunctionAs<Signature>(GetProcAddress(module, name)) : nullptr;
+}
+
 template <typename Signature>
 class LateFunction;
 
 /// A late-bound function that is called like the function itself. `constexpr`, so that it needs no static
 /// initialiser.
 template <typename Result, typename... Arguments>
-class LateFunction<Result(Arguments...)> {
+class LateFunction<Result(Arguments...)> : LateEntry {
  public:
-  /// Declares the function; `missing` is what a call yields when the function is not there.
-  constexpr LateFunction(const char* module, const char* name, BindingRule rule, Result missing)
-      : entry_{module, name, rule, nullptr, false}, missing_(missing) {}
-
-  /// Whether the function is there.
-  bool IsAvailable() { return BindLate(&entry_) != nullptr; }
-
-  /// Calls the function, or returns the value of a missing one.
-  Result operator()(Arguments... arguments) {
-    FARPROC function = BindLate(&entry_);
-    if (!function) return missing_;
-    return FunctionAs<Result(Arguments...)>(function)(arguments...);
-  }
-
- private:
-  LateEntry entry_;
-  Result missing_;
-};
-
-template <typename Signature>
-class KeptFunction;
-
-/// A function of a kept module that is called like the function itself. `constexpr`, so that it needs no
-/// static initialiser.
-template <typename Result, typename... Arguments>
-class KeptFunction<Result(Arguments...)> {
- public:
-  /// Declares the function that `module` exports as `name`; `missing` is what a call yields when it is not
+  /// Declares the function that `lateModule` exports as `exportedName`; a call returns `missing` if it is not
   /// there.
-  constexpr KeptFunction(KeptModule* module, const char* name, Result missing)
-      : module_(module), name_(name), function_(nullptr), missing_(missing) {}
+  constexpr LateFunction(LateModule* lateModule, const char* exportedName, Result missing)
+      : LateEntry(lateModule, exportedName), missing_(missing) {}
+
+  /// True if the function is there.
+  bool IsAvailable() { return BindLate(this) != nullptr; }
 
   /// Calls the function, or returns the value of a missing one.
   Result operator()(Arguments... arguments) {
-    FARPROC function = BindKept(module_, name_, &function_);
-    if (!function) return missing_;
-    return FunctionAs<Result(Arguments...)>(function)(arguments...);
+    FARPROC found = BindLate(this);
+    return found ? FunctionAs<Result(Arguments...)>(found)(arguments...) : missing_;
   }
 
  private:
-  KeptModule* module_;
-  const char* name_;
-  FARPROC function_;
   Result missing_;
 };
 
-/// A module that is loaded for one job and freed at the end of the scope.
-class LateModule {
+/// A late-bound function without a result: a call does nothing if it is missing.
+template <typename... Arguments>
+class LateFunction<void(Arguments...)> : LateEntry {
  public:
-  /// Loads the module; see LoadLate.
-  explicit LateModule(const char* name) : module_(LoadLate(name)) {}
+  /// Declares the function that `lateModule` exports as `exportedName`.
+  constexpr LateFunction(LateModule* lateModule, const char* exportedName)
+      : LateEntry(lateModule, exportedName) {}
 
-  /// The function exported as `name`, of the type `Signature`, or null when the module or the name is
-  /// missing.
-  template <typename Signature>
-  Signature* Find(const char* name) const {
-    if (!module_) return nullptr;
-    return FunctionAs<Signature>(GetProcAddress(module_.get(), name));
+  /// Calls the function if it is there.
+  void operator()(Arguments... arguments) {
+    FARPROC found = BindLate(this);
+    if (found) FunctionAs<void(Arguments...)>(found)(arguments...);
   }
-
- private:
-  Module module_;
 };

@@ -18,8 +18,9 @@ constexpr DWORD kExitWait = 10000;
 
 constexpr DWORD kAccessToStop = PROCESS_TERMINATE | SYNCHRONIZE;
 
+constinit LateModule kernel32{"KERNEL32", LateRule::kLoaded};
 constinit LateFunction<decltype(QueryFullProcessImageNameW)> queryImagePath{
-    "KERNEL32", "QueryFullProcessImageNameW", BindingRule::kAlreadyLoaded, FALSE};
+    &kernel32, "QueryFullProcessImageNameW", FALSE};
 
 // Which processes are ours: those whose image lies under the client folder, or in the installer's cache.
 struct ClientFolder {

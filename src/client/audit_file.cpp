@@ -23,8 +23,8 @@ constexpr DWORD kEmptyHeadSize = 12;
 bool FindDataFolder(char* folder) {
   folder[0] = '\0';
   {
-    LateModule module("SHFOLDER");
-    auto* getFolderPath = module.Find<decltype(SHGetFolderPathA)>("SHGetFolderPathA");
+    Module module(LoadLate("SHFOLDER"));
+    auto* getFolderPath = FindFunction<decltype(SHGetFolderPathA)>(module.get(), "SHGetFolderPathA");
     if (getFolderPath &&
         FAILED(getFolderPath(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) {
       folder[0] = '\0';

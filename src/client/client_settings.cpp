@@ -118,8 +118,8 @@ extern "C" UINT WINAPI CustomAction4(MSIHANDLE session) {
 
   // Deliberate: the name is looked up as it stands, without the suffix of the 8-bit or the wide form; where
   // the library does not export it, keys that have subkeys stay.
-  LateModule shellApi("SHLWAPI.DLL");
-  if (auto* deleteKey = shellApi.Find<decltype(SHDeleteKeyA)>("SHDeleteKey")) {
+  Module shellApi(LoadLate("SHLWAPI.DLL"));
+  if (auto* deleteKey = FindFunction<decltype(SHDeleteKeyA)>(shellApi.get(), "SHDeleteKey")) {
     for (const SettingsKey& key : keys) deleteKey(key.root, key.path);
   }
   return ERROR_SUCCESS;

@@ -10,16 +10,16 @@ decltype(WTSFreeMemory)* foundFreeMemory;
 }  // namespace
 
 TerminalServicesStatus FindTerminalServices(TerminalServices* services) {
-  // Deliberately never freed.
+  // On purpose never freed: buffers are freed by its functions until the action ends.
   HMODULE module = LoadLate("WTSAPI32");
   if (!module) return kTerminalServicesNoLibrary;
   services->enumerateSessions =
-      FunctionAs<decltype(WTSEnumerateSessionsW)>(GetProcAddress(module, "WTSEnumerateSessionsW"));
-  services->querySessionInformation = FunctionAs<decltype(WTSQuerySessionInformationW)>(
-      GetProcAddress(module, "WTSQuerySessionInformationW"));
+      FindFunction<decltype(WTSEnumerateSessionsW)>(module, "WTSEnumerateSessionsW");
+  services->querySessionInformation =
+      FindFunction<decltype(WTSQuerySessionInformationW)>(module, "WTSQuerySessionInformationW");
   services->enumerateProcesses =
-      FunctionAs<decltype(WTSEnumerateProcessesW)>(GetProcAddress(module, "WTSEnumerateProcessesW"));
-  services->freeMemory = FunctionAs<decltype(WTSFreeMemory)>(GetProcAddress(module, "WTSFreeMemory"));
+      FindFunction<decltype(WTSEnumerateProcessesW)>(module, "WTSEnumerateProcessesW");
+  services->freeMemory = FindFunction<decltype(WTSFreeMemory)>(module, "WTSFreeMemory");
   foundFreeMemory = services->freeMemory;
   bool isComplete = services->enumerateSessions && services->querySessionInformation &&
                     services->enumerateProcesses && services->freeMemory;

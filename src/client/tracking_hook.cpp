@@ -30,8 +30,8 @@ constexpr char kLibrary64[] = "OSTRK64.DLL";
 // Room behind a list for a blank, a name and terminators, beside the name itself.
 constexpr size_t kListSlack = 8;
 
-constinit LateFunction<decltype(IsWow64Process)> isWow64Process{"KERNEL32", "IsWow64Process",
-                                                                BindingRule::kAlreadyLoaded, FALSE};
+constinit LateModule kernel32{"KERNEL32", LateRule::kLoaded};
+constinit LateFunction<decltype(IsWow64Process)> isWow64Process{&kernel32, "IsWow64Process", FALSE};
 
 RegistryKey OpenWindowsKey(REGSAM view) {
   RegistryKey key;

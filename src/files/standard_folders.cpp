@@ -10,10 +10,11 @@ namespace {
 // The buffer of a folder's text, in characters with the terminator.
 constexpr UINT kFolderSize = MAX_PATH;
 
-constinit LateFunction<decltype(SHGetKnownFolderPath)> knownFolderPath{"SHELL32", "SHGetKnownFolderPath",
-                                                                       BindingRule::kLoadOnce, E_NOTIMPL};
-constinit LateFunction<decltype(SHGetFolderPathW)> shellFolderPath{"SHFOLDER", "SHGetFolderPathW",
-                                                                   BindingRule::kLoadOnce, E_NOTIMPL};
+constinit LateModule shell32{"SHELL32", LateRule::kLoadOnce};
+constinit LateFunction<decltype(SHGetKnownFolderPath)> knownFolderPath{&shell32, "SHGetKnownFolderPath",
+                                                                       E_NOTIMPL};
+constinit LateModule shfolder{"SHFOLDER", LateRule::kLoadOnce};
+constinit LateFunction<decltype(SHGetFolderPathW)> shellFolderPath{&shfolder, "SHGetFolderPathW", E_NOTIMPL};
 
 // A text in memory of the task allocator.
 using TaskString = Unique<NullableTraits<PWSTR, CoTaskMemFree>>;

@@ -15,10 +15,12 @@
 #include "base/object.h"
 #include "paths/path.h"
 
-/// The function that names the machine's own Windows folder, which on a terminal server is another one than
-/// the user's. Looked for once in the life of the process; yields 0 where it is missing.
+/// The module of systemWindowsDirectory.
+inline constinit LateModule systemWindowsModule{"KERNEL32", LateRule::kLoadedOnce};
+/// The function that names the machine's own Windows folder, which on a terminal server differs from the
+/// user's. Looked up once in the life of the process; returns 0 if it is missing.
 inline constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
-    "KERNEL32", "GetSystemWindowsDirectoryW", BindingRule::kAlreadyLoadedOnce, 0};
+    &systemWindowsModule, "GetSystemWindowsDirectoryW", 0};
 
 extern "C" {
 

@@ -6,10 +6,8 @@
 
 int StartCom(HRESULT* started) {
   *started = E_NOTIMPL;
-  // Looked up anew each time; nothing of it is kept.
-  HMODULE module = GetModuleHandleA("OLE32");
-  if (!module) return 0;
-  auto* initialize = FunctionAs<decltype(CoInitializeEx)>(GetProcAddress(module, "CoInitializeEx"));
+  // On purpose looked up each time and not kept: COM's library may be loaded or freed between two actions.
+  auto* initialize = FindFunction<decltype(CoInitializeEx)>(GetModuleHandleA("OLE32"), "CoInitializeEx");
   if (!initialize) return 0;
   *started = initialize(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
   return 1;

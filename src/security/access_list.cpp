@@ -10,9 +10,9 @@
 namespace {
 
 constexpr DWORD kNoFunction = static_cast<DWORD>(kAccessNoFunction);
-constinit KeptFunction<decltype(SetEntriesInAclW)> setEntriesInAcl{&advapi32, "SetEntriesInAclW",
+constinit LateFunction<decltype(SetEntriesInAclW)> setEntriesInAcl{&advapi32, "SetEntriesInAclW",
                                                                    kNoFunction};
-constinit KeptFunction<decltype(SetNamedSecurityInfoW)> setNamedSecurityInfo{
+constinit LateFunction<decltype(SetNamedSecurityInfoW)> setNamedSecurityInfo{
     &advapi32, "SetNamedSecurityInfoW", kNoFunction};
 
 // What each kind of access is to Windows.

@@ -7,9 +7,9 @@
 
 namespace {
 
-constinit KeptFunction<decltype(LookupAccountNameW)> lookupAccountName{&advapi32, "LookupAccountNameW",
+constinit LateFunction<decltype(LookupAccountNameW)> lookupAccountName{&advapi32, "LookupAccountNameW",
                                                                        FALSE};
-constinit KeptFunction<decltype(CreateWellKnownSid)> createWellKnownSid{&advapi32, "CreateWellKnownSid",
+constinit LateFunction<decltype(CreateWellKnownSid)> createWellKnownSid{&advapi32, "CreateWellKnownSid",
                                                                         FALSE};
 
 // What a first look-up has room for: an identifier in bytes, and behind it the name of a domain in

@@ -4,4 +4,4 @@
 #include "base/late_binding.h"
 
 /// ADVAPI32, found once for all that look for functions of it.
-inline constinit KeptModule advapi32{L"ADVAPI32", nullptr};
+inline constinit LateModule advapi32{L"ADVAPI32"};

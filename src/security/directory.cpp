@@ -22,23 +22,16 @@ constexpr wchar_t kProvider[] = L"WinNT://";
 using AdsGetObject = HRESULT WINAPI(const wchar_t* path, const IID& interfaceId, void** object);
 constexpr HRESULT kNoAdsGetObject = -1;
 
-constinit KeptModule activeds{L"ACTIVEDS", nullptr};
-constinit KeptFunction<AdsGetObject> adsGetObject{&activeds, "ADsGetObject", kNoAdsGetObject};
+constinit LateModule activeds{L"ACTIVEDS"};
+constinit LateFunction<AdsGetObject> adsGetObject{&activeds, "ADsGetObject", kNoAdsGetObject};
 
-constinit KeptModule ntdsapi{L"NTDSAPI", nullptr};
-constinit KeptFunction<decltype(DsGetSpnW)> dsGetSpn{&ntdsapi, "DsGetSpnW", kNoDirectoryFunction};
-constinit KeptFunction<decltype(DsBindW)> dsBind{&ntdsapi, "DsBindW", kNoDirectoryFunction};
-constinit KeptFunction<decltype(DsWriteAccountSpnW)> dsWriteAccountSpn{&ntdsapi, "DsWriteAccountSpnW",
+constinit LateModule ntdsapi{L"NTDSAPI"};
+constinit LateFunction<decltype(DsGetSpnW)> dsGetSpn{&ntdsapi, "DsGetSpnW", kNoDirectoryFunction};
+constinit LateFunction<decltype(DsBindW)> dsBind{&ntdsapi, "DsBindW", kNoDirectoryFunction};
+constinit LateFunction<decltype(DsWriteAccountSpnW)> dsWriteAccountSpn{&ntdsapi, "DsWriteAccountSpnW",
                                                                        kNoDirectoryFunction};
-constinit KeptFunction<decltype(DsUnBindW)> dsUnBind{&ntdsapi, "DsUnBindW", kNoDirectoryFunction};
-FARPROC foundFreeSpnArray;
-
-void FreePrincipalNames(DWORD count, wchar_t** names) {
-  // Deliberate: where the function is missing, the names are lost.
-  if (FARPROC function = BindKept(&ntdsapi, "DsFreeSpnArrayW", &foundFreeSpnArray)) {
-    FunctionAs<decltype(DsFreeSpnArrayW)>(function)(count, names);
-  }
-}
+constinit LateFunction<decltype(DsUnBindW)> dsUnBind{&ntdsapi, "DsUnBindW", kNoDirectoryFunction};
+constinit LateFunction<decltype(DsFreeSpnArrayW)> dsFreeSpnArray{&ntdsapi, "DsFreeSpnArrayW"};
 
 // Puts `first`, `second` and `third` together in a new heap string; null when memory lacks.
 wchar_t* Concatenate(const wchar_t* first, const wchar_t* second, const wchar_t* third) {
@@ -159,6 +152,7 @@ DWORD UpdateServicePrincipalNames(const wchar_t* serviceClass, const wchar_t* di
     // Deliberate: where the function is missing, the handle is lost.
     dsUnBind(&directory);
   }
-  FreePrincipalNames(count, names);
+  // On purpose: if the function is missing, the names are lost.
+  dsFreeSpnArray(count, names);
   return result;
 }

@@ -13,8 +13,8 @@ using InstallHinfSection = void CALLBACK(HWND window, HINSTANCE instance, const 
 }  // namespace
 
 extern "C" UINT WINAPI CustomAction36(MSIHANDLE session) {
-  LateModule setupLibrary("SETUPAPI");
-  auto* installSection = setupLibrary.Find<InstallHinfSection>("InstallHinfSectionA");
+  Module setupLibrary(LoadLate("SETUPAPI"));
+  auto* installSection = FindFunction<InstallHinfSection>(setupLibrary.get(), "InstallHinfSectionA");
   if (!installSection) return ERROR_SUCCESS;
   HeapStringA commandLine(ReadPropertyA(session, "CustomActionData"));
   LogSetupMessage(session, "InstallHinfSection(%s)", commandLine.get());

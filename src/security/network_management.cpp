@@ -5,16 +5,16 @@
 
 namespace {
 
-constinit KeptModule netapi32{L"NETAPI32", nullptr};
-constinit KeptFunction<decltype(NetApiBufferFree)> netApiBufferFree{&netapi32, "NetApiBufferFree",
+constinit LateModule netapi32{L"NETAPI32"};
+constinit LateFunction<decltype(NetApiBufferFree)> netApiBufferFree{&netapi32, "NetApiBufferFree",
                                                                     kNoNetworkFunction};
-constinit KeptFunction<decltype(NetWkstaGetInfo)> netWkstaGetInfo{&netapi32, "NetWkstaGetInfo",
+constinit LateFunction<decltype(NetWkstaGetInfo)> netWkstaGetInfo{&netapi32, "NetWkstaGetInfo",
                                                                   kNoNetworkFunction};
-constinit KeptFunction<decltype(NetGetDCName)> netGetDCName{&netapi32, "NetGetDCName", kNoNetworkFunction};
-constinit KeptFunction<decltype(NetUserAdd)> netUserAdd{&netapi32, "NetUserAdd", kNoNetworkFunction};
-constinit KeptFunction<decltype(NetUserGetInfo)> netUserGetInfo{&netapi32, "NetUserGetInfo",
+constinit LateFunction<decltype(NetGetDCName)> netGetDCName{&netapi32, "NetGetDCName", kNoNetworkFunction};
+constinit LateFunction<decltype(NetUserAdd)> netUserAdd{&netapi32, "NetUserAdd", kNoNetworkFunction};
+constinit LateFunction<decltype(NetUserGetInfo)> netUserGetInfo{&netapi32, "NetUserGetInfo",
                                                                 kNoNetworkFunction};
-constinit KeptFunction<decltype(NetUserDel)> netUserDel{&netapi32, "NetUserDel", kNoNetworkFunction};
+constinit LateFunction<decltype(NetUserDel)> netUserDel{&netapi32, "NetUserDel", kNoNetworkFunction};
 
 constexpr DWORD kWorkstationLevel = 100;
 constexpr DWORD kNewUserLevel = 2;

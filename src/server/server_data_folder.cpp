@@ -70,8 +70,8 @@ bool KeepExistingFolder(PathRef* path) {
 
 // Asks Windows for the folder of programs into `folder` (at least MAX_PATH characters).
 bool AskForProgramFiles(wchar_t* folder) {
-  LateModule module("SHFOLDER");
-  auto* getFolderPath = module.Find<decltype(SHGetFolderPathW)>("SHGetFolderPathW");
+  Module module(LoadLate("SHFOLDER"));
+  auto* getFolderPath = FindFunction<decltype(SHGetFolderPathW)>(module.get(), "SHGetFolderPathW");
   if (!getFolderPath) return false;
   folder[0] = L'\0';
   return SUCCEEDED(getFolderPath(nullptr, CSIDL_PROGRAM_FILES, nullptr, SHGFP_TYPE_CURRENT, folder)) &&

@@ -7,20 +7,16 @@
 
 namespace late_binding_test {
 
-HX_INTERNAL(BindKept);
 HX_INTERNAL(BindLate);
 HX_INTERNAL(LoadLate);
 
 class LateBindingTest : public rig::RiggedInternalsTest {};
 
-LateEntry Entry(const char* module, const char* name, BindingRule rule) {
-  return {module, name, rule, nullptr, false};
-}
-
 TEST_F(LateBindingTest, AFunctionOfALoadedModuleIsFoundWithoutLoading) {
-  for (BindingRule rule : {BindingRule::kAlreadyLoaded, BindingRule::kAlreadyLoadedOnce}) {
+  for (LateRule rule : {LateRule::kLoaded, LateRule::kLoadedOnce}) {
     TheRig().trace.Clear();
-    LateEntry entry = Entry("KERNEL32", "GetVersion", rule);
+    LateModule kernel("KERNEL32", rule);
+    LateEntry entry(&kernel, "GetVersion");
     FARPROC function = BindLate(&entry);
     EXPECT_NE(function, nullptr);
     EXPECT_EQ(entry.function, function);
@@ -33,9 +29,10 @@ TEST_F(LateBindingTest, AFunctionOfALoadedModuleIsFoundWithoutLoading) {
   }
 }
 
-TEST_F(LateBindingTest, AModuleThatIsNotLoadedIsNotLoadedWhereTheRuleSaysSo) {
-  LateEntry kept = Entry("OLE32", "CoInitializeEx", BindingRule::kAlreadyLoaded);
-  EXPECT_EQ(BindLate(&kept), nullptr);
+TEST_F(LateBindingTest, AModuleThatIsNotLoadedIsNotLoadedIfTheRuleSaysSo) {
+  LateModule ole("OLE32", LateRule::kLoaded);
+  LateEntry entry(&ole, "CoInitializeEx");
+  EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_TRACE({
       "SetErrorMode(0x8001) = 16384",
       R"(GetModuleHandleA("OLE32") = null)",
@@ -44,16 +41,18 @@ TEST_F(LateBindingTest, AModuleThatIsNotLoadedIsNotLoadedWhereTheRuleSaysSo) {
 }
 
 TEST_F(LateBindingTest, ABoundFunctionIsNotLookedUpAgain) {
-  LateEntry entry = Entry("KERNEL32", "GetVersion", BindingRule::kAlreadyLoaded);
+  LateModule kernel("KERNEL32", LateRule::kLoaded);
+  LateEntry entry(&kernel, "GetVersion");
   FARPROC function = BindLate(&entry);
   TheRig().trace.Clear();
   EXPECT_EQ(BindLate(&entry), function);
   EXPECT_TRACE({});
 }
 
-TEST_F(LateBindingTest, AMissingFunctionIsNullAndLookedForAgain) {
+TEST_F(LateBindingTest, AMissingFunctionIsNullAndLookedUpAgain) {
   TheModules().MissingFunction("KERNEL32", "GetVersion");
-  LateEntry entry = Entry("KERNEL32", "GetVersion", BindingRule::kAlreadyLoaded);
+  LateModule kernel("KERNEL32", LateRule::kLoaded);
+  LateEntry entry(&kernel, "GetVersion");
   EXPECT_EQ(BindLate(&entry), nullptr);
   size_t calls = TheRig().trace.Lines().size();
   EXPECT_EQ(BindLate(&entry), nullptr);
@@ -62,15 +61,17 @@ TEST_F(LateBindingTest, AMissingFunctionIsNullAndLookedForAgain) {
 
 TEST_F(LateBindingTest, AMissingModuleIsNull) {
   TheModules().Missing("OLE32");
-  for (BindingRule rule : {BindingRule::kAlreadyLoaded, BindingRule::kLoadOnce}) {
-    LateEntry entry = Entry("OLE32", "CoInitializeEx", rule);
+  for (LateRule rule : {LateRule::kLoaded, LateRule::kLoadOnce}) {
+    LateModule ole("OLE32", rule);
+    LateEntry entry(&ole, "CoInitializeEx");
     EXPECT_EQ(BindLate(&entry), nullptr);
   }
 }
 
-TEST_F(LateBindingTest, AFunctionIsLookedForOnceWhereTheRuleSaysSo) {
+TEST_F(LateBindingTest, AFunctionIsLookedUpOnceIfTheRuleSaysSo) {
   TheModules().MissingFunction("KERNEL32", "GetVersion");
-  LateEntry entry = Entry("KERNEL32", "GetVersion", BindingRule::kAlreadyLoadedOnce);
+  LateModule kernel("KERNEL32", LateRule::kLoadedOnce);
+  LateEntry entry(&kernel, "GetVersion");
   EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_TRACE({
@@ -80,7 +81,8 @@ TEST_F(LateBindingTest, AFunctionIsLookedForOnceWhereTheRuleSaysSo) {
       "SetErrorMode(0x4000) = 32769",
   });
   TheRig().trace.Clear();
-  LateEntry notLoaded = Entry("OLE32", "CoInitializeEx", BindingRule::kAlreadyLoadedOnce);
+  LateModule ole("OLE32", LateRule::kLoadedOnce);
+  LateEntry notLoaded(&ole, "CoInitializeEx");
   EXPECT_EQ(BindLate(&notLoaded), nullptr);
   EXPECT_EQ(BindLate(&notLoaded), nullptr);
   EXPECT_TRACE({
@@ -91,7 +93,8 @@ TEST_F(LateBindingTest, AFunctionIsLookedForOnceWhereTheRuleSaysSo) {
 }
 
 TEST_F(LateBindingTest, AModuleThatIsLoadedOnceStaysForItsFunction) {
-  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadOnce);
+  LateModule ole("OLE32", LateRule::kLoadOnce);
+  LateEntry entry(&ole, "CoInitializeEx");
   FARPROC function = BindLate(&entry);
   EXPECT_NE(function, nullptr);
   EXPECT_EQ(BindLate(&entry), function);
@@ -107,7 +110,8 @@ TEST_F(LateBindingTest, AModuleThatIsLoadedOnceStaysForItsFunction) {
 
 TEST_F(LateBindingTest, AModuleThatIsLoadedOnceIsFreedWithoutItsFunction) {
   TheModules().MissingFunction("OLE32", "CoInitializeEx");
-  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadOnce);
+  LateModule ole("OLE32", LateRule::kLoadOnce);
+  LateEntry entry(&ole, "CoInitializeEx");
   EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_TRACE({
@@ -121,7 +125,8 @@ TEST_F(LateBindingTest, AModuleThatIsLoadedOnceIsFreedWithoutItsFunction) {
 
 TEST_F(LateBindingTest, AModuleThatCannotBeLoadedIsTriedOnce) {
   TheModules().Missing("OLE32");
-  LateEntry entry = Entry("OLE32", "CoInitializeEx", BindingRule::kLoadOnce);
+  LateModule ole("OLE32", LateRule::kLoadOnce);
+  LateEntry entry(&ole, "CoInitializeEx");
   EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_EQ(BindLate(&entry), nullptr);
   EXPECT_TRACE({
@@ -131,7 +136,7 @@ TEST_F(LateBindingTest, AModuleThatCannotBeLoadedIsTriedOnce) {
   });
 }
 
-TEST_F(LateBindingTest, LoadingForOneJobHandsTheModuleOver) {
+TEST_F(LateBindingTest, AModuleForOneJobBelongsToTheCaller) {
   HMODULE module = LoadLate("SHLWAPI.DLL");
   EXPECT_NE(module, nullptr);
   EXPECT_TRACE({
@@ -142,19 +147,26 @@ TEST_F(LateBindingTest, LoadingForOneJobHandsTheModuleOver) {
   TheRig().ledger.Deliberate(rig::kModule);
 }
 
+TEST_F(LateBindingTest, AFunctionIsFoundInAModuleThatTheCallerHolds) {
+  EXPECT_EQ(FindFunction<decltype(GetVersion)>(nullptr, "GetVersion"), nullptr);
+  const HMODULE module = GetModuleHandleA("KERNEL32");
+  EXPECT_NE(module, nullptr);
+  EXPECT_NE(FindFunction<decltype(GetVersion)>(module, "GetVersion"), nullptr);
+  EXPECT_EQ(FindFunction<decltype(GetVersion)>(module, "NoSuchFunction"), nullptr);
+}
+
 // ---- functions of a module that is kept with them
 
 class KeptBindingTest : public rig::RiggedInternalsTest {
  protected:
-  FARPROC Bind(const char* name, FARPROC* function) { return BindKept(&module_, name, function); }
-  KeptModule module_ = {L"NETAPI32", nullptr};
-  FARPROC first_ = nullptr;
-  FARPROC second_ = nullptr;
+  LateModule module_{L"NETAPI32"};
+  LateEntry first_{&module_, "NetUserAdd"};
+  LateEntry second_{&module_, "NetUserDel"};
 };
 
-TEST_F(KeptBindingTest, AModuleThatIsThereIsNotLoaded) {
+TEST_F(KeptBindingTest, AModuleThatTheProcessHasIsNotLoaded) {
   TheModules().Loaded("NETAPI32");
-  EXPECT_NE(Bind("NetUserAdd", &first_), nullptr);
+  EXPECT_NE(BindLate(&first_), nullptr);
   EXPECT_TRACE({
       "SetErrorMode(0x8001) = 16384",
       R"(GetModuleHandleW("NETAPI32") = NETAPI32)",
@@ -163,14 +175,14 @@ TEST_F(KeptBindingTest, AModuleThatIsThereIsNotLoaded) {
   });
 }
 
-TEST_F(KeptBindingTest, AModuleThatIsNotThereIsLoadedOnceForAllItsFunctions) {
-  FARPROC found = Bind("NetUserAdd", &first_);
+TEST_F(KeptBindingTest, AModuleThatTheProcessDoesNotHaveIsLoadedOnceForAllItsFunctions) {
+  FARPROC found = BindLate(&first_);
   EXPECT_NE(found, nullptr);
-  EXPECT_EQ(first_, found);
+  EXPECT_EQ(first_.function, found);
   EXPECT_NE(module_.handle, nullptr);
-  EXPECT_NE(Bind("NetUserDel", &second_), nullptr);
-  EXPECT_NE(first_, second_);
-  EXPECT_EQ(Bind("NetUserAdd", &first_), found);
+  EXPECT_NE(BindLate(&second_), nullptr);
+  EXPECT_NE(first_.function, second_.function);
+  EXPECT_EQ(BindLate(&first_), found);
   EXPECT_TRACE({
       "SetErrorMode(0x8001) = 16384",
       R"(GetModuleHandleW("NETAPI32") = null)",
@@ -185,12 +197,12 @@ TEST_F(KeptBindingTest, AModuleThatIsNotThereIsLoadedOnceForAllItsFunctions) {
   TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
 }
 
-TEST_F(KeptBindingTest, AMissingModuleIsLookedForAgain) {
+TEST_F(KeptBindingTest, AModuleThatCannotBeLoadedIsTriedAgain) {
   TheModules().Missing("NETAPI32");
   for (int time = 0; time < 2; ++time) {
     TheRig().trace.Clear();
-    EXPECT_EQ(Bind("NetUserAdd", &first_), nullptr);
-    EXPECT_EQ(first_, nullptr);
+    EXPECT_EQ(BindLate(&first_), nullptr);
+    EXPECT_EQ(first_.function, nullptr);
     EXPECT_EQ(module_.handle, nullptr);
     EXPECT_TRACE({
         "SetErrorMode(0x8001) = 16384",
@@ -201,19 +213,19 @@ TEST_F(KeptBindingTest, AMissingModuleIsLookedForAgain) {
   }
 }
 
-TEST_F(KeptBindingTest, AMissingFunctionIsLookedForAgainInTheModuleThatIsKept) {
+TEST_F(KeptBindingTest, AMissingFunctionIsLookedUpAgainInTheKeptModule) {
   TheModules().MissingFunction("NETAPI32", "NetUserAdd");
-  EXPECT_EQ(Bind("NetUserAdd", &first_), nullptr);
+  EXPECT_EQ(BindLate(&first_), nullptr);
   EXPECT_NE(module_.handle, nullptr);
   TheRig().trace.Clear();
-  EXPECT_EQ(Bind("NetUserAdd", &first_), nullptr);
-  EXPECT_EQ(first_, nullptr);
+  EXPECT_EQ(BindLate(&first_), nullptr);
+  EXPECT_EQ(first_.function, nullptr);
   EXPECT_TRACE({
       "SetErrorMode(0x8001) = 16384",
       R"(GetProcAddress(NETAPI32, "NetUserAdd") = null)",
       "SetErrorMode(0x4000) = 32769",
   });
-  EXPECT_NE(Bind("NetUserDel", &second_), nullptr);
+  EXPECT_NE(BindLate(&second_), nullptr);
   TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
 }
 
@@ -221,29 +233,27 @@ TEST_F(KeptBindingTest, AMissingFunctionIsLookedForAgainInTheModuleThatIsKept) {
 
 class LateFunctionTest : public rig::RiggedInternalsTest {
  protected:
-  LateFunction<decltype(GetVersion)> version_{"KERNEL32", "GetVersion", BindingRule::kAlreadyLoaded, 77};
+  LateModule loaded_{"KERNEL32", LateRule::kLoaded};
+  LateModule kept_{L"KERNEL32"};
+  LateFunction<decltype(GetVersion)> loadedVersion_{&loaded_, "GetVersion", 77};
+  LateFunction<decltype(GetVersion)> keptVersion_{&kept_, "GetVersion", 77};
 };
 
 TEST_F(LateFunctionTest, CallsTheFunctionThatWasFound) {
-  EXPECT_TRUE(version_.IsAvailable());
-  EXPECT_EQ(version_(), TheWorld().clock.version);
+  EXPECT_TRUE(loadedVersion_.IsAvailable());
+  EXPECT_EQ(loadedVersion_(), TheWorld().clock.version);
 }
 
-TEST_F(LateFunctionTest, YieldsItsDeclaredValueWhereTheFunctionIsMissing) {
+TEST_F(LateFunctionTest, ReturnsItsDeclaredValueIfTheFunctionIsMissing) {
   TheModules().MissingFunction("KERNEL32", "GetVersion");
-  EXPECT_FALSE(version_.IsAvailable());
-  EXPECT_EQ(version_(), 77u);
+  EXPECT_FALSE(loadedVersion_.IsAvailable());
+  EXPECT_EQ(loadedVersion_(), 77u);
+  EXPECT_EQ(keptVersion_(), 77u);
 }
 
-class KeptFunctionTest : public rig::RiggedInternalsTest {
- protected:
-  KeptModule kernel_ = {L"KERNEL32", nullptr};
-  KeptFunction<decltype(GetVersion)> version_{&kernel_, "GetVersion", 77};
-};
-
-TEST_F(KeptFunctionTest, CallsTheFunctionThatWasFound) {
-  EXPECT_EQ(version_(), TheWorld().clock.version);
-  EXPECT_EQ(version_(), TheWorld().clock.version);
+TEST_F(LateFunctionTest, AFunctionOfAKeptModuleIsLookedUpOnce) {
+  EXPECT_EQ(keptVersion_(), TheWorld().clock.version);
+  EXPECT_EQ(keptVersion_(), TheWorld().clock.version);
   size_t found = 0;
   for (const std::string& line : TheRig().trace.Lines()) {
     found += line.rfind("GetProcAddress", 0) == 0 ? 1 : 0;
@@ -251,16 +261,23 @@ TEST_F(KeptFunctionTest, CallsTheFunctionThatWasFound) {
   EXPECT_EQ(found, 1u);
 }
 
-TEST_F(KeptFunctionTest, YieldsItsDeclaredValueWhereTheFunctionIsMissing) {
-  TheModules().MissingFunction("KERNEL32", "GetVersion");
-  EXPECT_EQ(version_(), 77u);
+TEST_F(LateFunctionTest, ACallWithoutAResultDoesNothingIfTheFunctionIsMissing) {
+  LateFunction<decltype(Sleep)> sleep(&loaded_, "Sleep");
+  sleep(5);
+  EXPECT_EQ(TheRig().trace.Lines().back(), "Sleep(5)");
+  TheModules().MissingFunction("KERNEL32", "Sleep");
+  LateFunction<decltype(Sleep)> missing(&loaded_, "Sleep");
+  TheRig().trace.Clear();
+  missing(5);
+  EXPECT_TRACE({
+      "SetErrorMode(0x8001) = 16384",
+      R"(GetModuleHandleA("KERNEL32") = KERNEL32)",
+      R"(GetProcAddress(KERNEL32, "Sleep") = null)",
+      "SetErrorMode(0x4000) = 32769",
+  });
 }
 
 }  // namespace late_binding_test
-
-extern "C" FARPROC BindKept(KeptModule* module, const char* name, FARPROC* function) {
-  return late_binding_test::BindKept(module, name, function);
-}
 
 extern "C" FARPROC BindLate(LateEntry* entry) {
   return late_binding_test::BindLate(entry);
