@@ -35,30 +35,7 @@ struct Exception {
   const wchar_t* name;
   int base;
   LONG protocol;
-
-  bool IsRule() const { return firewall.IsComplex(); }
 };
-
-// A collection of exceptions, or one of them, in the form that the session takes: rules, or authorised
-// applications. Both are gone through in the same steps.
-using ComObject = ComPtr<IDispatch>;
-
-INetFwRules* AsRules(const ComObject& object) {
-  return static_cast<INetFwRules*>(object.get());
-}
-INetFwRule* AsRule(const ComObject& object) {
-  return static_cast<INetFwRule*>(object.get());
-}
-INetFwAuthorizedApplications* AsApplications(const ComObject& object) {
-  return static_cast<INetFwAuthorizedApplications*>(object.get());
-}
-INetFwAuthorizedApplication* AsApplication(const ComObject& object) {
-  return static_cast<INetFwAuthorizedApplication*>(object.get());
-}
-template <typename Interface>
-Interface** PutAs(ComObject* object) {
-  return reinterpret_cast<Interface**>(object->put());
-}
 
 HRESULT Create(const CLSID& classId, const IID& interfaceId, void** object) {
   return CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interfaceId, object);
@@ -68,85 +45,139 @@ bool IsEmpty(const SystemString& text) {
   return !text || !text.get()[0];
 }
 
-// Calls `put` of `object` with `text`, which it frees. E_OUTOFMEMORY for an empty text. Out of line for its
-// size.
-template <typename Interface>
-[[gnu::noinline]] HRESULT PutText(Interface* object, HRESULT (WINAPI Interface::*put)(BSTR), BSTR text) {
+// Calls `put` of `object` with `text`, which it frees. E_OUTOFMEMORY for an empty text. The method is called
+// through the interface from which all others derive: one copy of this serves them all.
+using TextMethod = HRESULT (WINAPI IUnknown::*)(BSTR text);
+HRESULT PutText(IUnknown* object, TextMethod put, BSTR text) {
   SystemString owner(text);
   return IsEmpty(owner) ? E_OUTOFMEMORY : (object->*put)(owner.get());
 }
+template <auto Put, typename Interface>
+HRESULT PutText(Interface* object, BSTR text) {
+  return PutText(object, static_cast<TextMethod>(Put), text);
+}
 
-HRESULT OpenCollection(const Exception& wanted, ComObject* collection) {
-  HRESULT result = wanted.IsRule() ? wanted.firewall.policy->get_Rules(PutAs<INetFwRules>(collection))
-                                   : wanted.firewall.profile->get_AuthorizedApplications(
-                                         PutAs<INetFwAuthorizedApplications>(collection));
-  // A success without a collection is none.
+// The two forms of an exception, of one shape: a collection, an item in it, and what each form does its own
+// way. The steps below are written once for both.
+
+// An exception as a rule of the policy.
+struct RuleForm {
+  using Collection = INetFwRules;
+  using Item = INetFwRule;
+
+  static HRESULT OpenCollection(const FirewallSession& firewall, Collection** collection) {
+    return firewall.policy->get_Rules(collection);
+  }
+  // The text by which the exception is found; the caller frees it.
+  static BSTR MakeKey(const Exception& wanted) {
+    return BuildRuleString(wanted.path, wanted.name, wanted.base, 0);
+  }
+  static HRESULT CreateItem(void** item) { return Create(kRuleClass, kRuleId, item); }
+  // Says what the exception is for.
+  static HRESULT Describe(const Exception& wanted, Item* rule) {
+    return SetRuleProperties(rule, wanted.path, wanted.name, wanted.base);
+  }
+  static HRESULT GetProgram(Item* rule, BSTR* program) { return rule->get_ApplicationName(program); }
+  // Says what a new exception allows. On purpose: only the result of the last setting counts.
+  static HRESULT Allow(const Exception& wanted, Item* rule) {
+    rule->put_Direction(NET_FW_RULE_DIR_IN);
+    rule->put_Action(NET_FW_ACTION_ALLOW);
+    if (wanted.protocol) rule->put_Protocol(wanted.protocol);
+    rule->put_Profiles(NET_FW_PROFILE2_ALL);
+    return rule->put_Enabled(VARIANT_TRUE);
+  }
+};
+
+// An exception as an authorised application of the current profile.
+struct ApplicationForm {
+  using Collection = INetFwAuthorizedApplications;
+  using Item = INetFwAuthorizedApplication;
+
+  static HRESULT OpenCollection(const FirewallSession& firewall, Collection** collection) {
+    return firewall.profile->get_AuthorizedApplications(collection);
+  }
+  // The text by which the exception is found; the caller frees it.
+  static BSTR MakeKey(const Exception& wanted) { return SysAllocString(wanted.path); }
+  static HRESULT CreateItem(void** item) { return Create(kApplicationClass, kApplicationId, item); }
+  // Says what the exception is for.
+  static HRESULT Describe(const Exception& wanted, Item* application) {
+    return SetApplicationProperties(application, wanted.path, wanted.name);
+  }
+  static HRESULT GetProgram(Item* application, BSTR* program) {
+    return application->get_ProcessImageFileName(program);
+  }
+  // Says what a new exception allows. On purpose: the result of the setting does not count.
+  static HRESULT Allow(const Exception&, Item* application) {
+    application->put_Scope(NET_FW_SCOPE_ALL);
+    return S_OK;
+  }
+};
+
+// True if `program` is the wanted one, in this very spelling.
+bool IsWantedProgram(const Exception& wanted, BSTR program) {
+  return program && CompareStringW(LOCALE_SYSTEM_DEFAULT, 0, program, -1, wanted.path, -1) == CSTR_EQUAL;
+}
+
+template <typename Form>
+HRESULT OpenCollection(const Exception& wanted, ComPtr<typename Form::Collection>* collection) {
+  HRESULT result = Form::OpenCollection(wanted.firewall, collection->put());
+  // S_OK with a null collection is a failure.
   return collection->keep(result) && !*collection ? E_FAIL : result;
 }
 
-// The text by which the exception is found; the caller frees it.
-BSTR MakeKey(const Exception& wanted) {
-  return wanted.IsRule() ? BuildRuleString(wanted.path, wanted.name, wanted.base, 0)
-                         : SysAllocString(wanted.path);
-}
-
-HRESULT Describe(const Exception& wanted, const ComObject& item) {
-  return wanted.IsRule() ? SetRuleProperties(AsRule(item), wanted.path, wanted.name, wanted.base)
-                         : SetApplicationProperties(AsApplication(item), wanted.path, wanted.name);
-}
-
-// Whether the exception is for the program, in this very spelling.
-bool IsForProgram(const Exception& wanted, const ComObject& item) {
+template <typename Form>
+bool IsForProgram(const Exception& wanted, typename Form::Item* item) {
   SystemString program;
-  HRESULT result = wanted.IsRule() ? AsRule(item)->get_ApplicationName(program.put())
-                                   : AsApplication(item)->get_ProcessImageFileName(program.put());
-  return program.keep(SUCCEEDED(result)) && program &&
-         CompareStringW(LOCALE_SYSTEM_DEFAULT, 0, program.get(), -1, wanted.path, -1) == CSTR_EQUAL;
+  HRESULT result = Form::GetProgram(item, program.put());
+  return program.keep(SUCCEEDED(result)) && IsWantedProgram(wanted, program.get());
 }
 
-// Whether an enabled exception is there already; one for another program becomes one for this. The result
-// says whether that could be found out.
+// Looks for an enabled exception; one for another program becomes one for this. Fails if that cannot be found
+// out.
+template <typename Form>
 HRESULT FindEnabled(const Exception& wanted, bool* isThere) {
   *isThere = false;
-  ComObject collection;
-  HRESULT result = OpenCollection(wanted, &collection);
+  ComPtr<typename Form::Collection> collection;
+  HRESULT result = OpenCollection<Form>(wanted, &collection);
   if (FAILED(result)) return result;
-  SystemString key(MakeKey(wanted));
+  SystemString key(Form::MakeKey(wanted));
   if (IsEmpty(key)) return E_OUTOFMEMORY;
-  ComObject item;
-  result = wanted.IsRule()
-               ? AsRules(collection)->Item(key.get(), PutAs<INetFwRule>(&item))
-               : AsApplications(collection)->Item(key.get(), PutAs<INetFwAuthorizedApplication>(&item));
-  if (!item.keep(result) || !item) return S_OK;
-  if (!IsForProgram(wanted, item)) Describe(wanted, item);
+  ComPtr<typename Form::Item> item;
+  if (!item.keep(collection->Item(key.get(), item.put())) || !item) return S_OK;
+  if (!IsForProgram<Form>(wanted, item.get())) Form::Describe(wanted, item.get());
   VARIANT_BOOL isEnabled;
-  result =
-      wanted.IsRule() ? AsRule(item)->get_Enabled(&isEnabled) : AsApplication(item)->get_Enabled(&isEnabled);
-  *isThere = SUCCEEDED(result) && isEnabled;
+  *isThere = SUCCEEDED(item->get_Enabled(&isEnabled)) && isEnabled;
   return S_OK;
 }
 
+template <typename Form>
 HRESULT AddNew(const Exception& wanted) {
-  ComObject collection;
-  HRESULT result = OpenCollection(wanted, &collection);
+  ComPtr<typename Form::Collection> collection;
+  HRESULT result = OpenCollection<Form>(wanted, &collection);
   if (FAILED(result)) return result;
-  ComObject item;
-  result = wanted.IsRule() ? Create(kRuleClass, kRuleId, item.putVoid())
-                           : Create(kApplicationClass, kApplicationId, item.putVoid());
-  if (item.keep(result)) result = Describe(wanted, item);
-  if (FAILED(result)) return result;
-  // Deliberate: of the settings only a rule's last one is looked at.
-  if (!wanted.IsRule()) {
-    AsApplication(item)->put_Scope(NET_FW_SCOPE_ALL);
-    return AsApplications(collection)->Add(AsApplication(item));
-  }
-  INetFwRule* rule = AsRule(item);
-  rule->put_Direction(NET_FW_RULE_DIR_IN);
-  rule->put_Action(NET_FW_ACTION_ALLOW);
-  if (wanted.protocol) rule->put_Protocol(wanted.protocol);
-  rule->put_Profiles(NET_FW_PROFILE2_ALL);
-  result = rule->put_Enabled(VARIANT_TRUE);
-  return SUCCEEDED(result) ? AsRules(collection)->Add(rule) : result;
+  ComPtr<typename Form::Item> item;
+  result = Form::CreateItem(item.putVoid());
+  if (item.keep(result)) result = Form::Describe(wanted, item.get());
+  if (SUCCEEDED(result)) result = Form::Allow(wanted, item.get());
+  return SUCCEEDED(result) ? collection->Add(item.get()) : result;
+}
+
+template <typename Form>
+HRESULT AddUnlessThere(const Exception& wanted) {
+  bool isThere;
+  HRESULT result = FindEnabled<Form>(wanted, &isThere);
+  return FAILED(result) || isThere ? result : AddNew<Form>(wanted);
+}
+
+template <typename Form>
+int Remove(const Exception& wanted) {
+  ComPtr<typename Form::Collection> collection;
+  if (FAILED(OpenCollection<Form>(wanted, &collection))) return kFirewallNoCollection;
+  SystemString key(Form::MakeKey(wanted));
+  if (IsEmpty(key)) return kFirewallNoKey;
+  // On purpose the result does not count: what is not there need not be removed.
+  collection->Remove(key.get());
+  return 0;
 }
 
 // Opens the current profile. False, and `profile` stays empty, when there is none.
@@ -179,25 +210,13 @@ HRESULT AddFirewallRule(FirewallSession* session, const wchar_t* path, const wch
                         LONG protocol) {
   if (!session) return E_OUTOFMEMORY;
   const Exception wanted = {*session, path, name, base, protocol};
-  bool isThere;
-  HRESULT result = FindEnabled(wanted, &isThere);
-  return FAILED(result) || isThere ? result : AddNew(wanted);
+  return session->IsComplex() ? AddUnlessThere<RuleForm>(wanted) : AddUnlessThere<ApplicationForm>(wanted);
 }
 
 int RemoveFirewallRule(FirewallSession* session, const wchar_t* path, const wchar_t* name, int base) {
   if (!session) return kFirewallNoCollection;
   const Exception wanted = {*session, path, name, base, 0};
-  ComObject collection;
-  if (FAILED(OpenCollection(wanted, &collection))) return kFirewallNoCollection;
-  SystemString key(MakeKey(wanted));
-  if (IsEmpty(key)) return kFirewallNoKey;
-  // The result is ignored on purpose: what is not there need not be removed.
-  if (wanted.IsRule()) {
-    AsRules(collection)->Remove(key.get());
-  } else {
-    AsApplications(collection)->Remove(key.get());
-  }
-  return 0;
+  return session->IsComplex() ? Remove<RuleForm>(wanted) : Remove<ApplicationForm>(wanted);
 }
 
 BSTR BuildRuleString(const wchar_t* path, const wchar_t* name, int base, int offset) {
@@ -210,22 +229,22 @@ BSTR BuildRuleString(const wchar_t* path, const wchar_t* name, int base, int off
 }
 
 HRESULT SetRuleProperties(INetFwRule* rule, const wchar_t* path, const wchar_t* name, int base) {
-  HRESULT result = PutText(rule, &INetFwRule::put_ApplicationName, SysAllocString(path));
+  HRESULT result = PutText<&INetFwRule::put_ApplicationName>(rule, SysAllocString(path));
   if (FAILED(result)) return result;
-  result = PutText(rule, &INetFwRule::put_Name, BuildRuleString(path, name, base, 0));
+  result = PutText<&INetFwRule::put_Name>(rule, BuildRuleString(path, name, base, 0));
   if (FAILED(result)) return result;
   // Deliberate: a rule without group and description is one all the same.
-  PutText(rule, &INetFwRule::put_Grouping, BuildRuleString(path, name, base, kGroupText));
-  if (base) PutText(rule, &INetFwRule::put_Description, BuildRuleString(path, name, base, kDescriptionText));
+  PutText<&INetFwRule::put_Grouping>(rule, BuildRuleString(path, name, base, kGroupText));
+  if (base) PutText<&INetFwRule::put_Description>(rule, BuildRuleString(path, name, base, kDescriptionText));
   return result;
 }
 
 HRESULT SetApplicationProperties(INetFwAuthorizedApplication* application, const wchar_t* path,
                                  const wchar_t* name) {
   HRESULT result =
-      PutText(application, &INetFwAuthorizedApplication::put_ProcessImageFileName, SysAllocString(path));
+      PutText<&INetFwAuthorizedApplication::put_ProcessImageFileName>(application, SysAllocString(path));
   if (FAILED(result)) return result;
-  return PutText(application, &INetFwAuthorizedApplication::put_Name, SysAllocString(name));
+  return PutText<&INetFwAuthorizedApplication::put_Name>(application, SysAllocString(name));
 }
 
 bool IsFirewallOff(FirewallSession* session) {
