@@ -5,8 +5,9 @@
 //
 //   % [position$] [flags] [width] [.precision] [length] letter [{variant:modifiers:text}]
 //
-// with printf's letters and more; docs and tables are with the code that serves them: directive.h (the parts
-// of a directive), format.cpp (the letters), text_sink.h (the escapes), date_pattern.h (dates).
+// with printf's letters and more. Docs and tables are with the code that serves them: directive.h (the parts
+// of a directive), format.cpp (the letters), plain_directive.h (the quick way of most directives),
+// text_sink.h (the escapes), date_pattern.h (dates).
 //
 // Unlike printf, a precision is first of all the most bytes that its conversion may write.
 #pragma once

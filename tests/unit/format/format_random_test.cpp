@@ -216,14 +216,21 @@ class FormatMaker {
   bool prefixed = false;
 
   std::string format;
+  /// The same format with the position of its argument in each directive. It means the same, but the quick
+  /// way of plain directives refuses a position, so all of it goes the full way.
+  std::string positioned;
   std::vector<uint64_t> slots;
 
   void Make() {
     format.clear();
+    positioned.clear();
     slots.clear();
     for (uint32_t pieces = random_.Below(6); pieces > 0; --pieces) {
       Literal();
+      positioned += '%' + std::to_string(slots.size() + 1) + '$';
+      const size_t start = format.size();
       Directive();
+      positioned += format.substr(start + 1);
     }
     Literal();
   }
@@ -233,8 +240,10 @@ class FormatMaker {
     const uint32_t length = random_.OneIn(2) ? random_.Below(20) : 0;
     for (uint32_t i = 0; i < length; ++i) {
       const char c = static_cast<char>(1 + random_.Below(255));
-      // A brace behind a directive would belong to it.
-      format += c == '%' || (i == 0 && c == '{') ? '!' : c;
+      // A brace after a directive would belong to it.
+      const char literal = c == '%' || (i == 0 && c == '{') ? '!' : c;
+      format += literal;
+      positioned += literal;
     }
   }
 
@@ -375,6 +384,34 @@ TEST_F(FormatRandomTest, EveryFormatStaysInItsBuffer) {
     CheckFormat(maker, random);
     if (HasFatalFailure()) {
       FAIL() << "format " << testing::PrintToString(maker.format) << (maker.prefixed ? " (prefixed)" : "");
+    }
+  }
+  EXPECT_EQ(LiveBlocks(), 0u);
+}
+
+/// Formats into a guarded buffer of `size` bytes.
+std::string WrittenInto(unsigned size, const std::string& text, const std::vector<uint64_t>& slots) {
+  const auto format = rig::GuardedBuffer::Of(text);
+  rig::GuardedBuffer buffer(size);
+  const unsigned written = FormatStringV(buffer.Data(), size, format.Data(),
+                                         reinterpret_cast<va_list>(const_cast<uint64_t*>(slots.data())));
+  return std::string(buffer.Data(), written);
+}
+
+TEST_F(FormatRandomTest, TheQuickWayOfPlainDirectivesWritesWhatTheFullWayWrites) {
+  Random random(RunSeed());
+  const auto data = MakeData(random);
+  FormatMaker maker(random, data.Data());
+  for (int run = 0; run < 20000; ++run) {
+    maker.prefixed = random.OneIn(2);
+    maker.Make();
+    // In a buffer with room for all of it, and in one that cuts it.
+    const unsigned ample =
+        FormatStringV(nullptr, 0, maker.format.c_str(), reinterpret_cast<va_list>(maker.slots.data())) + 64;
+    for (const unsigned size : {ample, random.Below(ample)}) {
+      ASSERT_EQ(WrittenInto(size, maker.format, maker.slots),
+                WrittenInto(size, maker.positioned, maker.slots))
+          << "format " << testing::PrintToString(maker.format) << ", buffer of " << size << " bytes";
     }
   }
   EXPECT_EQ(LiveBlocks(), 0u);
