@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "rig/failures.h"
+#include "rig/print.h"
 
 namespace rig {
 
@@ -15,6 +16,30 @@ void Trace::End(size_t line, const std::string& outcome) {
   if (line < lines_.size()) {
     lines_[line] += outcome;
   }
+}
+
+std::vector<std::string> Trace::LinesStarting(const std::vector<std::string>& starts) const {
+  std::vector<std::string> found;
+  for (const std::string& line : lines_) {
+    if (std::any_of(starts.begin(), starts.end(),
+                    [&](const std::string& start) { return line.rfind(start, 0) == 0; })) {
+      found.push_back(line);
+    }
+  }
+  return found;
+}
+
+std::vector<std::string> Trace::LinesIn(const std::string& folder) const {
+  // As it reads in a line: without the quotation marks around a whole text.
+  const std::string quoted = Quote(folder);
+  const std::string own = quoted.substr(1, quoted.size() - 2);
+  std::vector<std::string> lines = lines_;
+  for (std::string& line : lines) {
+    for (size_t at = line.find(own); at != std::string::npos; at = line.find(own, at)) {
+      line.replace(at, own.size(), "T:");
+    }
+  }
+  return lines;
 }
 
 std::string DescribeDifference(const std::vector<std::string>& expected,

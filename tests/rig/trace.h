@@ -16,6 +16,10 @@ class Trace {
   void End(size_t line, const std::string& outcome);
   /// The lines so far.
   const std::vector<std::string>& Lines() const { return lines_; }
+  /// The lines so far that begin with one of `starts`.
+  std::vector<std::string> LinesStarting(const std::vector<std::string>& starts) const;
+  /// The lines so far, with "T:" wherever the path `folder` is.
+  std::vector<std::string> LinesIn(const std::string& folder) const;
   /// Forgets them.
   void Clear() { lines_.clear(); }
 

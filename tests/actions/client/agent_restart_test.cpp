@@ -40,18 +40,7 @@ class AgentRestartTest : public rig::ActionTest {
     World38().sessions.push_back({id, state, user, asking});
   }
   // The trace's lines that begin like one of these.
-  Lines Calls(const Lines& starts) {
-    Lines calls;
-    for (const std::string& line : TheRig().trace.Lines()) {
-      for (const std::string& start : starts) {
-        if (line.rfind(start, 0) == 0) {
-          calls.push_back(line);
-          break;
-        }
-      }
-    }
-    return calls;
-  }
+  Lines Calls(const Lines& starts) { return TheRig().trace.LinesStarting(starts); }
   // The processes that were told to end.
   std::set<DWORD> Ended() {
     std::set<DWORD> ended;

@@ -25,17 +25,7 @@ class AgentTasksTest : public rig::ActionTest {
   rig::TaskScheduler& Tasks() { return TheWorld().tasks; }
 
   // The trace's lines that begin like one of these.
-  Lines Calls(const Lines& starts) {
-    Lines calls;
-    for (const std::string& line : TheRig().trace.Lines()) {
-      for (const std::string& start : starts) {
-        if (line.rfind(start, 0) == 0) {
-          calls.push_back(line);
-        }
-      }
-    }
-    return calls;
-  }
+  Lines Calls(const Lines& starts) { return TheRig().trace.LinesStarting(starts); }
   bool HasUsedTasks() { return !Calls({"CoCreateInstance"}).empty(); }
 
   // Makes each call of an installing action fail once. The log must say which step failed, or that all is

@@ -53,16 +53,7 @@ class AuditFileTest : public rig::ActionTest {
   }
 
   // The calls so far, with "T:" for the test's folder.
-  std::vector<std::string> Calls() {
-    std::vector<std::string> lines = TheRig().trace.Lines();
-    const std::string quoted = rig::Quote(folder_);
-    const std::string own = quoted.substr(1, quoted.size() - 2);
-    for (std::string& line : lines) {
-      const size_t at = line.find(own);
-      if (at != std::string::npos) line.replace(at, own.size(), "T:");
-    }
-    return lines;
-  }
+  std::vector<std::string> Calls() { return TheRig().trace.LinesIn(folder_); }
 
   std::string folder_;
 };

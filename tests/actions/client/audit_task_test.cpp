@@ -28,16 +28,7 @@ class AuditTaskTest : public rig::ActionTest {
 
   // The calls of the Task Scheduler and of the service manager.
   Lines Calls(const Lines& starts = {"CoCreate", "scheduler", "item", "schedule", "file"}) {
-    Lines calls;
-    for (const std::string& line : TheRig().trace.Lines()) {
-      for (const std::string& start : starts) {
-        if (line.rfind(start, 0) == 0) {
-          calls.push_back(line);
-          break;
-        }
-      }
-    }
-    return calls;
+    return TheRig().trace.LinesStarting(starts);
   }
 };
 

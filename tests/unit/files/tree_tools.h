@@ -165,17 +165,10 @@ class TreeTest : public rig::RiggedInternalsTest {
   /// The test's folder; "T:" in Calls.
   OwnFolder folder_;
 
-  /// The calls so far, with "T:" for the test's folder; the trace begins anew.
+  /// The calls since the last time, with "T:" for the test's folder.
   std::vector<std::string> Calls() {
-    std::vector<std::string> lines = TheRig().trace.Lines();
+    std::vector<std::string> lines = TheRig().trace.LinesIn(rig::ToUtf8(folder_.Path()));
     TheRig().trace.Clear();
-    std::string quoted = rig::Quote(folder_.Path());
-    std::string own = quoted.substr(1, quoted.size() - 2);
-    for (std::string& line : lines) {
-      for (size_t at = line.find(own); at != std::string::npos; at = line.find(own, at)) {
-        line.replace(at, own.size(), "T:");
-      }
-    }
     return lines;
   }
 };
