@@ -7,7 +7,7 @@
 #include "base/heap.h"
 #include "base/windows_owners.h"
 #include "client/agent_processes.h"
-#include "client/agent_task.h"
+#include "client/registered_task.h"
 #include "client/terminal_services.h"
 #include "frame/session.h"
 

@@ -12,8 +12,9 @@
 #include "base/com_owners.h"
 #include "base/heap.h"
 #include "base/text.h"
-#include "client/agent_task.h"
 #include "client/number_text.h"
+#include "client/registered_task.h"
+#include "client/task_registration.h"
 #include "frame/com_start.h"
 #include "frame/session.h"
 

@@ -1,8 +1,9 @@
 // The library's operations on tasks against Wine's Task Scheduler. This engine knows no logon triggers, no
 // idle settings and no running of tasks; what the operations answer then is fixed here too.
 
-#include "client/agent_task.h"
+#include "client/registered_task.h"
 #include "client/schedule_service.h"
+#include "client/task_registration.h"
 #include "install/agent_scheduler.h"
 #include "rig/internals.h"
 

@@ -105,8 +105,8 @@ OTHER_CODES = {
 
 # The tables of codes on the page, each under the heading of its own: the files, and the enumerations in them or "".
 CODE_TABLES = {
-    "Registering a task": [("src/client/agent_task.h", "TaskStep")],
-    "Reaching a task": [("src/client/agent_task.h", "TaskAccessStep")],
+    "Registering a task": [("src/client/task_registration.h", "TaskStep")],
+    "Reaching a task": [("src/client/task_folder.h", "TaskAccessStep")],
     "Access to a file or folder": [("src/security/access_list.h", "")],
     "Accounts and the directory": [("src/security/network_management.h", ""), ("src/security/directory.h", ""),
                                    ("src/security/directory.cpp", "")],

@@ -1,13 +1,13 @@
-// Registering, running, checking and deleting the agent's tasks.
-#include "client/agent_task.h"
-
+// Registering the agent's tasks, and running, checking and deleting registered ones.
 #include <algorithm>
 #include <map>
 #include <set>
 
+#include "client/registered_task.h"
+#include "client/task_registration.h"
 #include "rig/internals_test.h"
 
-namespace agent_task_test {
+namespace task_registration_test {
 
 HX_INTERNAL(RegisterAgentTask);
 HX_INTERNAL(RunAgentTask);
@@ -33,12 +33,8 @@ class AgentTaskTest : public rig::RiggedInternalsTest {
 
   // The trace's lines that begin like this, without their results.
   std::vector<std::string> Calls(const std::string& start) {
-    std::vector<std::string> calls;
-    for (const std::string& line : TheRig().trace.Lines()) {
-      if (line.rfind(start, 0) == 0) {
-        calls.push_back(line.substr(0, line.rfind(" = ")));
-      }
-    }
+    std::vector<std::string> calls = TheRig().trace.LinesStarting({start});
+    for (std::string& call : calls) call = call.substr(0, call.rfind(" = "));
     return calls;
   }
 
@@ -512,4 +508,4 @@ TEST_F(AgentTaskTest, DeletingSaysWhatFailed) {
   EXPECT_EQ(folderResults, (std::vector<int>{-5, 0}));
 }
 
-}  // namespace agent_task_test
+}  // namespace task_registration_test

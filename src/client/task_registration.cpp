@@ -1,26 +1,18 @@
-#include "client/agent_task.h"
+#include "client/task_registration.h"
 
 #include "base/com_owners.h"
 #include "client/logon_trigger.h"
+#include "client/task_folder.h"
 
 namespace {
 
-// Identifiers of the task service, which no import library holds.
-constexpr CLSID kTaskServiceClass = {
-    0x0F87369F, 0xA4E5, 0x4CFC, {0xBD, 0x3E, 0x73, 0xE6, 0x15, 0x45, 0x72, 0xDD}};
-constexpr IID kTaskServiceId = {0x2FABA4C7, 0x4DA9, 0x4013, {0x96, 0x97, 0x20, 0xCC, 0x3F, 0xD4, 0x0F, 0x85}};
+// Identifiers of the task service's objects, which no import library holds.
 constexpr IID kDailyTriggerId = {
     0x126C5CD8, 0xB288, 0x41D5, {0x8D, 0xBF, 0xE4, 0x91, 0x44, 0x6A, 0xDC, 0x5C}};
 constexpr IID kExecActionId = {0x4C3D624D, 0xFD6B, 0x49A3, {0xB9, 0xB7, 0x09, 0xCB, 0x3C, 0xD3, 0xF0, 0x47}};
 
-// Flags of IRegisteredTask::RunEx, which the compiler's headers lack.
-constexpr LONG kRunIgnoringConstraints = 2;
-constexpr LONG kRunInSession = 4;
-
-constexpr wchar_t kFolder[] = L"Quillfern";
-// Both name the root folder.
-constexpr wchar_t kRootToRegister[] = L"\\";
-constexpr wchar_t kRoot[] = L"";
+// The path of the root folder, spelled differently from the one that opens it for registered tasks.
+constexpr wchar_t kRoot[] = L"\\";
 constexpr wchar_t kSystemAccount[] = L"SYSTEM";
 
 // What the two kinds of task differ in. A null text means a field that is left alone.
@@ -54,35 +46,8 @@ constexpr wchar_t kAuthor[] = L"Halvorstead Client Installer";
 constexpr wchar_t kNoTimeLimit[] = L"PT0S";
 constexpr TASK_INSTANCES_POLICY kInstances = TASK_INSTANCES_PARALLEL;
 
-// A text as a system string for the length of a call. A null text is no string, which is no failure.
-class CallText {
- public:
-  explicit CallText(const wchar_t* text) : isGiven_(text), string_(text ? SysAllocString(text) : nullptr) {}
-  BSTR get() const { return string_.get(); }
-  bool IsMissing() const { return isGiven_ && !string_; }
-  // The string as a variant that does not own it.
-  VARIANT AsVariant() const {
-    VARIANT variant = {};
-    variant.vt = VT_BSTR;
-    variant.bstrVal = string_.get();
-    return variant;
-  }
-
- private:
-  bool isGiven_;
-  SystemString string_;
-};
-
-// Calls `Method` of `object` with `text` and `rest`. E_OUTOFMEMORY when there is no memory for the text.
-template <auto Method, typename Interface, typename... Rest>
-HRESULT CallWith(const ComPtr<Interface>& object, const wchar_t* text, Rest... rest) {
-  CallText string(text);
-  if (string.IsMissing()) return E_OUTOFMEMORY;
-  return (object.get()->*Method)(string.get(), rest...);
-}
-
-// The same for the methods that take a text and no more. They are called through the interface from which all
-// others derive: one copy of this serves them all.
+// CallWith for the methods that take a text and nothing else. They are called through the interface from
+// which all others derive: one copy of this serves them all.
 using TextMethod = HRESULT (STDMETHODCALLTYPE IUnknown::*)(BSTR text);
 HRESULT PutText(IUnknown* object, TextMethod method, const wchar_t* text) {
   CallText string(text);
@@ -94,56 +59,18 @@ HRESULT PutText(const ComPtr<Interface>& object, const wchar_t* text) {
   return PutText(object.get(), static_cast<TextMethod>(Method), text);
 }
 
-// Where the agent's tasks are.
-struct TaskPlace {
-  ComPtr<ITaskService> service;
-  ComPtr<ITaskFolder> root;
-  ComPtr<ITaskFolder> folder;
-};
-
-// Connects to the task service of this machine and opens the root folder `rootPath`. 0, or the step that
-// failed: the same codes whether a task is to be registered or to be used.
-int OpenRoot(TaskPlace* place, const wchar_t* rootPath) {
-  if (!place->service.keep(CoCreateInstance(kTaskServiceClass, nullptr, CLSCTX_INPROC_SERVER, kTaskServiceId,
-                                            place->service.putVoid()))) {
-    return kAccessService;
-  }
-  if (FAILED(place->service->Connect(VARIANT{}, VARIANT{}, VARIANT{}, VARIANT{}))) return kAccessConnect;
-  if (!place->root.keep(CallWith<&ITaskService::GetFolder>(place->service, rootPath, place->root.put()))) {
-    return kAccessRoot;
-  }
-  return 0;
-}
+// OpenRootFolder has the same codes for both.
 static_assert(static_cast<int>(kStepService) == kAccessService &&
               static_cast<int>(kStepConnect) == kAccessConnect &&
               static_cast<int>(kStepFolder) == kAccessRoot);
 
-bool OpenMakersFolder(TaskPlace* place) {
-  return place->folder.keep(CallWith<&ITaskFolder::GetFolder>(place->root, kFolder, place->folder.put()));
-}
-
-// Opens the maker's folder. 0 or a TaskAccessStep.
-int OpenFolder(TaskPlace* place) {
-  int status = OpenRoot(place, kRoot);
-  if (status) return status;
-  return OpenMakersFolder(place) ? 0 : kAccessFolder;
-}
-
-// Opens the task `name` in the maker's folder. 0 or a TaskAccessStep.
-int OpenTask(const wchar_t* name, ComPtr<IRegisteredTask>* task) {
-  TaskPlace place;
-  int status = OpenFolder(&place);
-  if (status) return status;
-  return task->keep(CallWith<&ITaskFolder::GetTask>(place.folder, name, task->put())) ? 0 : kAccessTask;
-}
-
 // Opens the maker's folder, which is made if it is missing, and removes the task `name` from it. 0 or a
 // TaskStep.
-int PrepareFolder(TaskPlace* place, const wchar_t* name) {
-  int status = OpenRoot(place, kRootToRegister);
+int PrepareFolder(TaskFolder* place, const wchar_t* name) {
+  int status = OpenRootFolder(place, kRoot);
   if (status) return status;
   if (!OpenMakersFolder(place) && !place->folder.keep(CallWith<&ITaskFolder::CreateFolder>(
-                                      place->root, kFolder, VARIANT{}, place->folder.put()))) {
+                                      place->root, kMakersFolder, VARIANT{}, place->folder.put()))) {
     return kStepFolder;
   }
   CallWith<&ITaskFolder::DeleteTask>(place->folder, name, LONG{0});
@@ -278,7 +205,7 @@ int RegisterDefinition(const ComPtr<ITaskFolder>& folder, const wchar_t* name, c
 int RegisterAgentTask(const wchar_t* name, const wchar_t* executable, const wchar_t* arguments,
                       const wchar_t* account, int interval) {
   const TaskShape& shape = interval < 0 ? kLogonShape : kDailyShape;
-  TaskPlace place;
+  TaskFolder place;
   int status = PrepareFolder(&place, name);
   if (status) return status;
   ComPtr<ITaskDefinition> definition;
@@ -288,37 +215,4 @@ int RegisterAgentTask(const wchar_t* name, const wchar_t* executable, const wcha
   if (!status) status = ApplyShape(shape, interval, definition);
   if (!status) status = AddAction(executable, arguments, definition);
   return status ? status : RegisterDefinition(place.folder, name, account, definition);
-}
-
-int RunAgentTask(const wchar_t* account, int session) {
-  ComPtr<IRegisteredTask> task;
-  int status = OpenTask(kUserAgentTask, &task);
-  if (status) return status;
-  bool isInSession = session >= 0;
-  LONG flags = kRunIgnoringConstraints | (isInSession ? kRunInSession : 0);
-  ComPtr<IRunningTask> running;
-  // The account's text is freed right after the call, before anything is released.
-  CallText user(account);
-  if (user.IsMissing()) return kAccessUse;
-  return running.keep(task->RunEx(VARIANT{}, flags, isInSession ? session : 0, user.get(), running.put()))
-             ? 0
-             : kAccessUse;
-}
-
-int CheckAgentTask(const wchar_t* name) {
-  ComPtr<IRegisteredTask> task;
-  int status = OpenTask(name, &task);
-  if (status) return status;
-  TASK_STATE state;
-  return FAILED(task->get_State(&state)) ? kAccessUse : 0;
-}
-
-int DeleteAgentTask(const wchar_t* name) {
-  TaskPlace place;
-  int status = OpenFolder(&place);
-  if (status) return status;
-  CallWith<&ITaskFolder::DeleteTask>(place.folder, name, LONG{0});
-  // Refused, as it is meant to be, while another task is left in it.
-  CallWith<&ITaskFolder::DeleteFolder>(place.root, kFolder, LONG{0});
-  return 0;
 }
