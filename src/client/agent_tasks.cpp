@@ -76,8 +76,7 @@ void Delete(MSIHANDLE session, const wchar_t* name) {
 // The days between two updates; 0 when there are to be none.
 int ReadUpdateInterval(MSIHANDLE session) {
   char text[kIntervalSize];
-  DWORD count = kIntervalSize;
-  if (MsiGetPropertyA(session, "PROP_UPDATEINTERVAL", text, &count) != ERROR_SUCCESS) return 0;
+  if (!ReadShortProperty(session, "PROP_UPDATEINTERVAL", text)) return 0;
   int interval = ParseIntervalA(text);
   return interval > 0 ? interval : 0;
 }

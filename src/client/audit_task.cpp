@@ -52,16 +52,16 @@ struct Audit {
   int runTime;  // milliseconds; none when not positive
 };
 
-// Reads a property into `buffer` of `size` characters. False when it is empty, too long or cannot be read.
-bool ReadShortW(MSIHANDLE session, const wchar_t* name, wchar_t* buffer, DWORD size) {
-  return MsiGetPropertyW(session, name, buffer, &size) == ERROR_SUCCESS && buffer[0];
+// Reads a property into `buffer`. False if it is empty, too long or cannot be read.
+template <DWORD size>
+bool ReadGiven(MSIHANDLE session, const wchar_t* name, wchar_t (&buffer)[size]) {
+  return ReadShortProperty(session, name, buffer) && buffer[0];
 }
 
-// The number that a property begins with; 0 when it is empty, too long or cannot be read.
+// The number that a property begins with; 0 if it is empty, too long or cannot be read.
 int ReadNumber(MSIHANDLE session, const char* name) {
   char text[kShortSize];
-  DWORD size = kShortSize;
-  return MsiGetPropertyA(session, name, text, &size) == ERROR_SUCCESS ? ParseDigitsA(text) : 0;
+  return ReadShortProperty(session, name, text) ? ParseDigitsA(text) : 0;
 }
 
 // The hour of the day that `number` stands for; a negative one counts back from midnight.
@@ -127,14 +127,14 @@ void CreateWorkItem(const Audit& audit, const wchar_t* parameters, const wchar_t
 
 extern "C" UINT WINAPI CustomAction6(MSIHANDLE session) {
   Audit audit;
-  if (!ReadShortW(session, L"PROP_TASKUSER", audit.user, kAccountSize) ||
-      !ReadShortW(session, L"PROP_TASKPASS", audit.password, kAccountSize)) {
+  if (!ReadGiven(session, L"PROP_TASKUSER", audit.user) ||
+      !ReadGiven(session, L"PROP_TASKPASS", audit.password)) {
     return ERROR_SUCCESS;
   }
   HeapStringW executable(ResolveClientProgramPath(session, nullptr, "ostrel32.exe"));
   if (!executable) return ERROR_SUCCESS;
   ReadSchedule(session, &audit);
-  bool hasParameters = ReadShortW(session, L"PROP_TASKPARAM", audit.parameters, kShortSize);
+  bool hasParameters = ReadGiven(session, L"PROP_TASKPARAM", audit.parameters);
 
   HRESULT started;
   StartCom(&started);

@@ -84,16 +84,11 @@ void PublishSetting(MSIHANDLE session, const char* group, const char* name, cons
   if (value[0]) MsiSetPropertyA(session, property, value);
 }
 
-bool ReadSteeringProperty(MSIHANDLE session, const char* name, char (&value)[kSettingSize]) {
-  DWORD count = kSettingSize;
-  return MsiGetPropertyA(session, name, value, &count) == ERROR_SUCCESS;
-}
-
 }  // namespace
 
 extern "C" UINT WINAPI CustomAction3(MSIHANDLE session) {
   char host[kSettingSize];
-  if (!ReadSteeringProperty(session, "PROP_HOSTNAME", host)) return ERROR_SUCCESS;
+  if (!ReadShortProperty(session, "PROP_HOSTNAME", host)) return ERROR_SUCCESS;
   // "vantor" is the default of the dialogs, not a choice that somebody made.
   if (host[0] && TxtCompareA(host, "vantor") != 0) return ERROR_SUCCESS;
   PublishSetting(session, "logon", "host", "PROP_HOSTNAME");
@@ -109,7 +104,7 @@ extern "C" UINT WINAPI CustomAction26(MSIHANDLE session) {
 
 extern "C" UINT WINAPI CustomAction4(MSIHANDLE session) {
   char clean[kSettingSize];
-  if (!ReadSteeringProperty(session, "PROP_CLEAN", clean)) return ERROR_SUCCESS;
+  if (!ReadShortProperty(session, "PROP_CLEAN", clean)) return ERROR_SUCCESS;
   // Deliberate: an empty value, and so an unset property, cleans too.
   if (clean[0] && TxtCompareA(clean, "yes") != 0 && TxtCompareA(clean, "1") != 0) return ERROR_SUCCESS;
 

@@ -12,6 +12,7 @@
 #include "base/windows_owners.h"
 #include "client/tool_windows.h"
 #include "frame/notice.h"
+#include "frame/session.h"
 
 namespace {
 
@@ -60,9 +61,7 @@ struct ClientService {
 
 bool IsRebootForced(MSIHANDLE session) {
   char reboot[kShortPropertySize];
-  DWORD count = kShortPropertySize;
-  return MsiGetPropertyA(session, "REBOOT", reboot, &count) == ERROR_SUCCESS &&
-         TxtCompareIA(reboot, "Force") == 0;
+  return ReadShortProperty(session, "REBOOT", reboot) && TxtCompareIA(reboot, "Force") == 0;
 }
 
 // Waits until the service runs no more; that it is about to stop is enough, and so is that its state cannot

@@ -21,6 +21,7 @@ void ShowNoticeBox(MSIHANDLE session, const Notice& notice, char* buffer, DWORD 
 
 void SendNotice(MSIHANDLE session, const Notice* notice) {
   char buffer[kShortPropertySize];
+  // On purpose not ReadShortProperty: some notices' titles are cut to the length that is left here.
   DWORD count = kShortPropertySize;
   if (MsiGetPropertyA(session, "PROP_SILENCE", buffer, &count) != ERROR_SUCCESS) return;
   if (TxtCompareA(buffer, "-1") != 0) return;

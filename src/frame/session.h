@@ -39,3 +39,19 @@ void LogSetupTextW(MSIHANDLE session, const wchar_t* text);
 bool IsRollback(MSIHANDLE session);
 
 }  // extern "C"
+
+/// Reads the property `name` into `buffer`, whose size counts the terminator; an unset property is an empty
+/// text. Returns false if the value does not fit or cannot be read; the buffer then holds what the installer
+/// left there.
+template <DWORD size>
+bool ReadShortProperty(MSIHANDLE session, const char* name, char (&buffer)[size]) {
+  DWORD count = size;
+  return MsiGetPropertyA(session, name, buffer, &count) == ERROR_SUCCESS;
+}
+
+/// The same with a wide name and value.
+template <DWORD size>
+bool ReadShortProperty(MSIHANDLE session, const wchar_t* name, wchar_t (&buffer)[size]) {
+  DWORD count = size;
+  return MsiGetPropertyW(session, name, buffer, &count) == ERROR_SUCCESS;
+}
