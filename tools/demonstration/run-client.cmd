@@ -1,5 +1,5 @@
 @echo off
-rem What tools/demonstration/run-client.sh does inside Windows; see there. Z:\run\client takes the outputs.
+rem The part of tools/demonstration/run-client.sh that runs inside Windows; see there. The outputs go to Z:\run\client.
 set story=Z:\run\client
 set packages=Z:\run\packages\arm64
 set stand-in=Z:\run\arm64\agent.exe
@@ -7,7 +7,7 @@ set client=%ProgramFiles%\Halvorstead\Ostrel
 set elsewhere=C:\Elsewhere
 set hook=HKLM\Software\Microsoft\Windows NT\CurrentVersion\Windows
 
-echo preparing a machine with a library of somebody else in the list
+echo preparing a machine whose list already names another library
 reg add "%hook%" /v AppInit_DLLs /d elsewhere.dll /f >nul
 reg add "%hook%" /v LoadAppInit_DLLs /t REG_DWORD /d 0 /f >nul
 call :state machine
@@ -39,7 +39,7 @@ echo %errorlevel%> %story%\removal.code
 call :state removed
 goto :eof
 
-rem What is there, under the name of the moment.
+rem Saves the state of the machine; %1 is the name of the moment.
 :state
 sc query Ostrel > %story%\%1.service
 tasklist > %story%\%1.processes

@@ -1,10 +1,10 @@
 #!/bin/bash
-# The upgrade of a client that is in use on the ARM64 Windows, told from the machine's state before and after, the
-# installer's own log, and what the client's programs record of what is done to them.
-# run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/agent.exe and packages/arm64.
+# Upgrades a client that is in use on the ARM64 Windows, and prints the machine's state before and after, the actions
+# with their lines from the installer's own log, and the record of the client's programs.
+# Called by run.sh; HX_RUN_FOLDER is the folder of the run, which contains arm64/agent.exe and packages/arm64.
 #
-# The older client's service runs, and so do an agent of it, an agent of another folder, a tool that closes when it is
-# asked to, and a network tool that refuses the first time. Then the next version is installed over it.
+# Running are the older client's service, its agent, an agent of another folder, a tool that closes when asked, and a
+# network tool that refuses the first request. Then the next version is installed over the older one.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 # shellcheck source=tools/setup/setup.sh
@@ -34,9 +34,9 @@ for run in older upgrade removal; do
   }
 done
 
-# ---- what it left
+# ---- the state of the machine
 
-# The table of states: a row for each thing, a column for each moment that "moments" names.
+# The table of states: a row for each item, a column for each moment in "moments".
 moments=()
 row() {
   printf '  %-17s' "$1"
@@ -70,7 +70,7 @@ table() {
   echo
 }
 service() { text "$story/$1.service" | sed -n 's/^ *STATE *: [0-9]* *//p' | grep . || printf -- -; }
-# Of the service's program, the line that every version has behind its end.
+# The last line of the service's program: each version has its own.
 program() { tail -n 1 "$story/$1.program" 2>/dev/null || printf -- -; }
 processes() {
   text "$story/$1.processes" | sed -n 's/^\(audra\|tollgate\|osua\|osau\|ostrel32\)\.exe .*/\1/p' | sort | uniq -c |
@@ -81,9 +81,9 @@ switch() { text "$story/$1.hook" | sed -n 's/^ *LoadAppInit_DLLs *REG_DWORD *0x/
 audit() { stat -c '%s bytes' "$story/$1.audit" 2>/dev/null || printf -- -; }
 tasks() { text "$story/$1.tasks" | sed 's/.*\\//' | paste -sd ' ' | grep . || printf -- -; }
 
-# script RUN ACTIONS: the library's actions in the order in which they ran, those of the installer that they stand
-# among, and below each what it wrote. What belongs into the installer's script is in the log twice: when it is
-# scheduled, and inside InstallFinalize, when it runs.
+# script RUN ACTIONS: prints the library's actions and the given actions of the installer in the order in which they
+# ran, each with its lines below it. An action of the installer's script is in the log twice: when it is scheduled, and
+# inside InstallFinalize, when it runs.
 script() {
   local deferred='CustomAction8 CustomAction9 CustomAction10 CustomAction28 CustomAction32'
   text "$story/$1.log" | awk -v own="$2" -v scripted="$2 $deferred CustomAction7.Removal" '
@@ -105,14 +105,14 @@ script() {
 
 chapter "A CLIENT IS UPGRADED WHILE IT IS IN USE"
 section "What was there"
-echo "  A client is installed, and its service runs. So do an agent of it (osua) and one that only has the name, in"
-echo "  C:\\Elsewhere; a tool with a window that closes when it is asked to (audra), and a network tool that refuses the"
-echo "  first time (tollgate)."
+echo "  A client is installed, and its service runs. Its agent runs (osua), and so does another program of the same"
+echo "  name in C:\\Elsewhere, a tool whose window closes when asked (audra), and a network tool that refuses the first"
+echo "  request (tollgate)."
 echo
 table machine "before anything" before "the older client, in use"
 section "What the package did: msiexec /i client-newer.msi /qn"
-echo "  Below each action is what it wrote to the log."
-echo "  Not the package but this engine fails here: no logon triggers (-16), no idle settings (-19), so no task to run (-6)."
+echo "  Below each action are its lines of the log. The failures are this engine's, not the package's: it has no logon"
+echo "  triggers (-16) and no idle settings (-19), so there is no task to run (-6)."
 echo
 script upgrade 'InstallFiles StartServices RemoveExistingProducts'
 echo
@@ -122,7 +122,8 @@ echo
 section "What is there now"
 table before "the older client, in use" after "the newer client"
 section "And when the client is removed"
-echo "  -5 is no failure: the first deletion takes the empty task folder away, so the second and the start find none."
+echo "  -5 is not an error: the first deletion removes the empty task folder, so the second deletion and the start find"
+echo "  no folder."
 echo
 script removal 'StopServices DeleteServices RemoveFiles'
 echo

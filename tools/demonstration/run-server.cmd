@@ -1,5 +1,5 @@
 @echo off
-rem What tools/demonstration/run-server.sh does inside Windows; see there. Z:\run\server has the data and takes the outputs.
+rem The part of tools/demonstration/run-server.sh that runs inside Windows; see there. Data and outputs: Z:\run\server.
 set story=Z:\run\server
 set packages=Z:\run\packages\arm64
 set maker=%ProgramFiles%\Halvorstead
@@ -17,7 +17,7 @@ echo %errorlevel%> %story%\upgrade.code
 dir /s /b /a-d "%maker%" > %story%\programs-after.txt
 reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings > %story%\setting-after.txt
 
-echo removing it, and installing it anew with an account of its own
+echo removing it, and installing it again with its own account
 msiexec /x %packages%\server.msi /qn /l*v %story%\away.log
 echo %errorlevel%> %story%\away.code
 msiexec /i %packages%\server-watched.msi /qn PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1 DIR_DATAFOLDER=%story%\private\Data /l*v %story%\account.log
@@ -30,7 +30,7 @@ echo removing that
 msiexec /x %packages%\server-watched.msi /qn PROP_SILENCE=-1 WITNESSACCOUNT=vantor /l*v %story%\removal.log
 echo %errorlevel%> %story%\removal.code
 
-echo having an installation fail
+echo making an installation fail
 msiexec /i %packages%\server-watched.msi /qn PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1 WITNESSFAILURE=1 /l*v %story%\rollback.log
 echo %errorlevel%> %story%\rollback.code
 reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor > %story%\rollback.txt 2>&1

@@ -1,10 +1,10 @@
 #!/bin/bash
-# The upgrade of a server on the ARM64 Windows, and its life with an account of its own, told from the folders, the
-# installer's own log and the registry.
-# run.sh calls it; HX_RUN_FOLDER is the folder of the run, which holds packages/arm64.
+# Upgrades a server on the ARM64 Windows, then installs and removes one with its own account. Prints the folders, the
+# registry and the lines of the installer's own log.
+# Called by run.sh; HX_RUN_FOLDER is the folder of the run, which contains packages/arm64.
 #
-# The older server's programs are on drive C:. Its data are elsewhere, in a folder that is seen here as well: so it
-# is this system that counts and compares them before and after, and not the library under its own eyes.
+# The older server's programs are on drive C:. Its data are in a folder that this system sees too. So this system counts
+# and compares them before and after, independently of the library.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 # shellcheck source=tools/setup/setup.sh
@@ -23,7 +23,7 @@ make_data() {
   say "making the data of an older server"
   rm -rf "$store" "$story/private"
   mkdir -p "$store" "$story/private/Data"
-  # What is in the folder inherits what its owner may do, and that others may do nothing.
+  # The folder's content inherits full access for the owner, and none for others.
   chmod 700 "$story/private"
   chmod 755 "$story/private/Data"
   tools/demonstration/server-tree.py make "$store/Data"
@@ -35,7 +35,7 @@ in_story run-server.cmd make_data
 
 mkdir -p build/artifacts/run
 for run in older upgrade away account removal rollback; do
-  # This engine lists hidden properties too, in a run that fails.
+  # This engine also lists hidden properties if a run fails.
   sed 's/\(PROP_ACCOUNTPASS = \).*/\1********/' "$story/$run.log" >"build/artifacts/run/server-$run.log"
   code=$(text "$story/$run.code" | tr -d ' ')
   [[ $code == 0 || $run$code == rollback1603 ]] || {
@@ -45,22 +45,22 @@ for run in older upgrade away account removal rollback; do
 done
 
 dated=("$store/Data "*)
-[[ $(summary "${dated[0]}") == "$before" ]] || die "what was moved aside is not what was there"
-[[ $(summary "$store/Data") == "${before/format 1/format 2}" ]] || die "the new server's data are not the older one's"
+[[ $(summary "${dated[0]}") == "$before" ]] || die "the data that were moved aside have changed"
+[[ $(summary "$store/Data") == "${before/format 1/format 2}" ]] || die "the new data differ from the older ones"
 
-# ---- what it left
+# ---- the upgrade
 
-# Of the programs' folder, what stands behind the maker's name.
+# The files of a listing, without the path up to the maker's folder.
 programs() { text "$1" | sed 's/^.*\\Halvorstead\\/      /' | sort; }
 setting() { text "$1" | sed -n 's/^ *vtdf *REG_SZ *//p'; }
 properties=(PROP_UPGRADE PROP_REPLACING PROP_DFPRESENT PROP_PREVVTDF DIR_PROGRAMS64 DIR_SERVER DIR_DATAFOLDER
   DIR_EXSERVER DIR_EXDATA DIR_UPG DIR_UPG_DATA DIR_UPG_HELPERDATA DIR_UPG_VRDF DIR_UPG_VRDF_PREFS)
-# The installer sets the data of a deferred action as the property of the action's name.
+# The installer sets the data of a deferred action as a property with the action's name.
 deferred() { text "$story/upgrade.log" | sed -n "s/^Property(S): \(CustomAction1[567]\.$1\) = /\1\t/p"; }
 
 chapter "A SERVER IS UPGRADED IN PLACE, WITH ITS DATA"
 section "What was there"
-echo "  An older server, and its data in a folder of their own. Equal fingerprints are equal names and contents."
+echo "  An older server, with its data in a separate folder. Equal fingerprints mean equal names and contents."
 echo
 echo '  C:\Program Files\Halvorstead'
 programs "$story/programs-before.txt"
@@ -73,7 +73,7 @@ for name in "${properties[@]}"; do
   printf '  %-20s %s\n' "$name" "${value:--}"
 done
 echo
-section "What it told the deferred actions"
+section "What it passed to the deferred actions"
 for action in LookAtOlder Server Data LookAtData Clear Judge; do
   deferred "$action" | while IFS=$'\t' read -r name data; do
     printf '  %-26s %s\n' "$name" "$data"
@@ -81,7 +81,7 @@ for action in LookAtOlder Server Data LookAtData Clear Judge; do
 done
 echo
 section "What the installer's script ran, with results (1 is success)"
-# Each action has its start in the log twice: when it is scheduled, and when the script runs it.
+# The log has each action twice: when it is scheduled, and when the script runs it.
 text "$story/upgrade.log" | awk '
   /^Action ended .*(CustomAction1[567]|ConvertDatabase|InstallFiles)/ {
     sub(/^Action ended [^ ]* /, ""); name = $1
@@ -90,7 +90,7 @@ text "$story/upgrade.log" | awk '
   /older server could/ { print "  " $0 }'
 echo
 section "What is there now"
-echo "  The new server, with the data converted; the older one as it was, beside it."
+echo "  The new server with the converted data, and beside it the older server, unchanged."
 echo
 echo '  C:\Program Files\Halvorstead'
 programs "$story/programs-after.txt"
@@ -99,9 +99,9 @@ for folder in "$store"/*/; do
   printf '  Z:\\run\\server\\store\\%s\n      %s\n' "$(basename "$folder")" "$(summary "$folder")"
 done
 
-# ---- the account, and what goes with it
+# ---- the account
 
-# told RUN: the actions that said something, with what they and the witness said.
+# told RUN: prints the actions that logged something, with their lines and the witness's.
 told() {
   text "$story/$1.log" | LC_ALL=C awk '
     /^Action ended / {
@@ -122,11 +122,11 @@ published() {
 echo
 chapter "A SERVER GETS AN ACCOUNT OF ITS OWN"
 section "What was there"
-echo "  No server: the one above has been removed. Its data are now in a folder that only its owner may enter."
+echo "  No server: the one above has been removed. The new data folder is in a folder that only its owner may enter."
 echo
 section "What the package did: msiexec /i server-watched.msi /qn PROP_ACCOUNTTYPE=1 ..."
-echo "  Not the package but this engine fails here: it cannot look up an account that it has made (no right, and -36)."
-echo "  The witness has access set for the user who installs, whom it can look up."
+echo "  The failures are this engine's, not the package's: it cannot look up an account that it has created (no right,"
+echo "  and -36). So the witness also sets access for the user who installs, whom the engine can look up."
 echo
 told account
 echo
@@ -135,15 +135,15 @@ for name in PROP_ACCOUNTNAME PROP_ACCOUNTDOMAIN PROP_ACCOUNTPASS; do published "
 text "$story/account.txt" |
   sed -n 's/^ *\(ObjectName\|EventMessageFile\) *REG_SZ *\(.*\)/\1\t\2/p; s/^ *STATE *: [0-9]* */STATE\t/p' |
   while IFS=$'\t' read -r name value; do printf '  %-20s %s\n' "$name" "$value"; done
-printf '  %-20s %s\n' 'the data folder' "drwxr-xr-x, then $(stat -c %A "$story/private/Data") (seen from outside)"
+printf '  %-20s drwxr-xr-x, then %s (seen from outside Windows)\n' 'the data folder' "$(stat -c %A "$story/private/Data")"
 echo
 section "And when the server is removed"
-echo "  Not the package but this engine fails here: it does not say what failure actions a service has (124)."
+echo "  The failure is this engine's, not the package's: it does not report a service's failure actions (124)."
 echo
 told removal
 echo
-section "And when an installation fails: the account is made, and gone after the rollback"
-echo "  As above, -36 and the right that is not granted come from this engine."
+section "And when an installation fails: the account is created, and deleted by the rollback"
+echo "  As above, -36 and the missing right come from this engine."
 echo
 told rollback
 echo

@@ -1,5 +1,5 @@
 @echo off
-rem What tools/demonstration/run.sh does inside Windows; see there. Z:\run\story has the inputs and takes the outputs.
+rem The part of tools/demonstration/run.sh that runs inside Windows; see there. Inputs and outputs: Z:\run\story.
 set story=Z:\run\story
 set packages=Z:\run\packages\arm64
 set quiet=REINSTALL=ALL REINSTALLMODE=omus

@@ -1,12 +1,12 @@
 #!/bin/bash
-# The demonstration on the ARM64 Windows, told from the installer's own log, the registry and the folders, in chapters:
-# run-client.sh upgrades a client that is in use; run-server.sh upgrades a server and gives one an account;
-# and here a client package takes over stored settings.
-# "./hx run" calls it; HX_RUN_FOLDER is the folder of the run, which holds arm64/hxsetup.dll.
+# The demonstration on the ARM64 Windows, in chapters. It prints lines of the installer's own log, the registry and the
+# folders. run-client.sh upgrades a client that is in use; run-server.sh upgrades a server and installs one with its own
+# account; this script lets a client package take over stored settings.
+# Called by "./hx run"; HX_RUN_FOLDER is the folder of the run, which contains arm64/hxsetup.dll.
 #
-# The settings: all three stores hold some, each its own, so that one sees which store a value came from. The
-# package runs four times: with no store selected and without a version of its own, which shows what stands
-# there without the actions, and once with each of the stores selected. Then it is removed.
+# Each of the three stores has different settings, which shows the store that a value came from. The package runs four
+# times: once with no store selected and an empty version, which shows the values without the actions, and once with
+# each store selected. Then it is removed.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . tools/setup/setup.sh
@@ -19,7 +19,7 @@ mkdir -p "$story"
 fields=(host site assetID assetLocation assetOwner)
 properties=(PROP_HOSTNAME PROP_SITE PROP_ASSETID PROP_ASSETLOCATION PROP_ASSETOWNER)
 
-# settings STORE: its values, in the order of the fields.
+# settings STORE: sets `values` to the store's settings, in the order of the fields.
 settings() {
   case $1 in
     file) values=(file-meter.example 'Hall 3' F-1001 'Room 12' Mercer) ;;
@@ -28,7 +28,7 @@ settings() {
   esac
 }
 
-# The settings file with each value of the switch, and what goes into the registry.
+# The settings file with each value of the switch, and the import file for the registry.
 settings file
 for switch in 0 1 2 3; do
   {
@@ -55,35 +55,35 @@ done
 say "making the packages for arm64"
 python3 tools/kit/package.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
 
-# Each emulated Windows has one processor: the server's gets another one.
+# Each emulated Windows has one processor; the server's Windows gets another processor than the client's.
 HX_LANE=1 tools/demonstration/run-server.sh >"$runFolder/server.txt" &
 server=$!
 export HX_LANE=0
 
 in_story run.cmd
 
-# ---- what it left
+# ---- the settings
 
 text() { tr -d '\r' <"$1"; }
 exit_code() { text "$story/$1.code" | tr -d ' '; }
-# property RUN NAME: its value at the end of the run, "-" where it was not set.
+# property RUN NAME: prints its value at the end of the run, "-" if it was not set.
 property() {
   local value
   value=$(text "$story/$1.log" | sed -n "s/^Property(S): $2 = //p" | tail -n 1)
   printf '%s' "${value:--}"
 }
-# shown_version RUN: what the uninstall entry shows after the run, "-" without an entry.
+# shown_version RUN: prints the version of the uninstall entry after the run, "-" without an entry.
 shown_version() {
   local value
   value=$(text "$story/$1.entry" | sed -n 's/^ *DisplayVersion *REG_SZ *//p')
   printf '%s' "${value:--}"
 }
-# actions RUN: the numbers of the actions for settings and version that the installer ran, in order.
+# actions RUN: prints the numbers of the actions for settings and version that the installer ran, in order.
 actions() {
   text "$story/$1.log" | sed -n 's/^Action ended .* CustomAction\(3\|26\|4\|30\)\. Return value 1\.$/\1/p' |
     paste -sd ' '
 }
-# The columns of the tables.
+# Prints a row of the table.
 row() { printf '  %-19s %-14s %-19s %-19s %s\n' "$@" | sed 's/ *$//'; }
 registry_text() { text "$1" | sed '/^$/d; s/^/  /'; }
 
@@ -106,9 +106,9 @@ cat "$runFolder/server.txt"
 echo
 chapter "A CLIENT TAKES OVER THE SETTINGS THAT A MACHINE HAS"
 section "What was there"
-echo "  Settings of an older agent, in all three places that an agent may have kept them in."
+echo "  Settings of an older agent, in each of the three places where an agent may have stored them."
 echo
-echo '  C:\windows\ostrel.ini (before the first run; "registry" selects the store, and differs in the others)'
+echo '  C:\windows\ostrel.ini (before the first run; "registry" selects the store, and changes before each later run)'
 text "$story/file.txt" | sed 's/^/    /'
 registry_text "$story/user.txt"
 registry_text "$story/service.txt"
@@ -128,8 +128,8 @@ row PROP_VERSION "$(property 1 PROP_VERSION)" "$(property 2 PROP_VERSION)" "$(pr
   "$(property 4 PROP_VERSION)"
 row DisplayVersion "$(shown_version 1)" "$(shown_version 2)" "$(shown_version 3)" "$(shown_version 4)"
 echo
-echo '  The PROP_ values are those at the end of the run, from the verbose log; DisplayVersion is the'
-echo '  uninstall entry in the registry after the run. The first run was given PROP_VERSION="".'
+echo '  The PROP_ values are from the verbose log, at the end of the run. DisplayVersion is from the uninstall'
+echo '  entry in the registry, after the run. The first run had PROP_VERSION="" on its command line.'
 echo
 section "What these actions wrote to the installer's log"
 titles=([1]="before" [2]="0: settings file" [3]="1: current user" [4]="2: service" [5]="removal")

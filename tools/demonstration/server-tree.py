@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
-"""The data of a server, for the demonstration: tools/demonstration/server-tree.py make|show|names FOLDER
+"""Makes and describes the data of a server for the demonstration.
 
-make  fills FOLDER with an older server's data: some thousands of files in nested folders, among them long names,
-      names outside ASCII, names that look like those of the 8.3 form, empty files and empty folders. Always the same.
-show  prints one line about FOLDER: how many files and folders it has, how many bytes, and a fingerprint of
-      all names and contents; format.txt, which a conversion changes, is shown by its first line instead.
-names prints one line about the names in FOLDER.
+    tools/demonstration/server-tree.py make|show|names FOLDER
+
+make   fills FOLDER with an older server's data, the same in every run: a few thousand files in nested folders, among
+       them long names, names outside ASCII, names like short (8.3) names, empty files and empty folders.
+show   prints one line about FOLDER: the number of files, folders and bytes, and a fingerprint of all names and
+       contents. A conversion changes format.txt; its first line is printed instead.
+names  prints one line about the names in FOLDER.
 """
 
 import hashlib
@@ -43,7 +45,7 @@ def make(folder):
 
 def show(folder):
     if not folder.is_dir():
-        print("(there is no such folder)")
+        print("(no such folder)")
         return
     digest = hashlib.sha256()
     files = folders = size = 0
@@ -70,7 +72,7 @@ def names(folder):
     short = sum(re.fullmatch(r"[A-Z]{1,6}~\d(\.[A-Z]{0,3})?", path.name) is not None for path in every)
     longest = max(len(path.name) for path in every)
     levels = max(len(path.parts) for path in every)
-    print(f"names: {foreign:,} outside ASCII, {short:,} like those of the 8.3 form, the longest of "
+    print(f"names: {foreign:,} outside ASCII, {short:,} like short (8.3) names, the longest with "
           f"{longest} characters; at most {levels} levels")
 
 
