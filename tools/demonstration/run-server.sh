@@ -135,7 +135,8 @@ for name in PROP_ACCOUNTNAME PROP_ACCOUNTDOMAIN PROP_ACCOUNTPASS; do published "
 text "$story/account.txt" |
   sed -n 's/^ *\(ObjectName\|EventMessageFile\) *REG_SZ *\(.*\)/\1\t\2/p; s/^ *STATE *: [0-9]* */STATE\t/p' |
   while IFS=$'\t' read -r name value; do printf '  %-20s %s\n' "$name" "$value"; done
-printf '  %-20s drwxr-xr-x, then %s (seen from outside Windows)\n' 'the data folder' "$(stat -c %A "$story/private/Data")"
+mode=$(stat -c %A "$story/private/Data")
+printf '  %-20s %s\n' 'the data folder' "drwxr-xr-x, then $mode (seen from outside Windows)"
 echo
 section "And when the server is removed"
 echo "  The failure is this engine's, not the package's: it does not report a service's failure actions (124)."
