@@ -1,12 +1,12 @@
-// The client package on a machine where the client runs already: its installation, a repair and its removal.
-// One machine and three runs of the installer for all tests; each looks at one thing in what they have left.
+// Installs, repairs and removes the client package on a machine where a client already runs. All tests share
+// one machine and three runs of the installer; each checks one result of these runs.
 
 #include "install/agent_scheduler.h"
 
 namespace install {
 namespace {
 
-// The session and the user of this process, as the library's log names them.
+// This process's session and user, as the library's log names them.
 std::string SessionText() {
   DWORD session = 0;
   ProcessIdToSessionId(GetCurrentProcessId(), &session);
@@ -54,8 +54,8 @@ class AgentLifeTest : public testing::Test {
 AgentLifeTest::Life* AgentLifeTest::life_ = nullptr;
 
 void AgentLifeTest::Life::InstallOverRunningClient() {
-  // Tools, opened in another order than that in which they are closed, the last one in the middle of its
-  // work, and windows that only look like them.
+  // Tools, opened in another order than they are closed in; the last one is busy. Also windows that only look
+  // like them.
   for (auto [windowClass, title] : {std::pair("Tollgate32", "Ostrel"),
                                     {"Warden32", "Warden"},
                                     {"Lendo32", "Lendo"},
@@ -88,7 +88,7 @@ void AgentLifeTest::Life::InstallOverRunningClient() {
   SetLibraryList({true, "other.dll", 2});
   WriteAuditFile("the counts of a month");
 
-  // A copy of the package that tells the record where it is: in front of CustomAction1, and behind it, when
+  // A copy of the package that writes its progress into the record: before CustomAction1, and after it, when
   // the script, which replaces files, has not begun.
   const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
   const std::wstring marker = std::wstring(kOtherFolder) + L"\\osau.exe";
@@ -129,7 +129,7 @@ void AgentLifeTest::Life::RemoveEverything() {
   removed = RunAndLook("AgentLifeTest.remove", L"/x \"" + Client().path + L"\" /qn");
 }
 
-// What CustomAction38 says at the end of a run, of an agent that is not the package's too.
+// The lines of CustomAction38 at the end of a run, with an agent that is not the package's.
 Texts RestartLines(const Texts& before, DWORD foreignAgent, int stopped, int code) {
   const std::string head = "Hx Setup Log: agent restart:  ";
   Texts lines = before;
@@ -146,7 +146,7 @@ Texts RestartLines(const Texts& before, DWORD foreignAgent, int stopped, int cod
 TEST_F(AgentLifeTest, ToolsAndServiceGoInOrderBeforeTheScriptBegins) {
   EXPECT_EQ(installed.run.exitCode, 0u);
   EXPECT_TRUE(installed.hasClient);
-  // Each tool has gone when the next one is asked, also the one that takes its time.
+  // Each tool has closed before the next one is asked, even the slow one.
   EXPECT_EQ(
       installed.record,
       (Texts{"osau.exe: started in front", "AudraClass: WM_CLOSE", "AudraClass: closed", "Lendo: WM_CLOSE",
@@ -154,7 +154,7 @@ TEST_F(AgentLifeTest, ToolsAndServiceGoInOrderBeforeTheScriptBegins) {
              "Lendo32: WM_CLOSE", "Lendo32: closed", "Warden32: WM_CLOSE", "Warden32: closed",
              "Tollgate: 2024", "Tollgate: closed", "Tollgate32: 2024", "Tollgate32: closed",
              "ostrel.exe: control 1", "ostrel.exe: stopped", "osau.exe: started behind",
-             // By the package, in its script; then the new service hears of the installation.
+             // The package starts the service in its script; then the new service gets its control 200.
              "ostrel.exe: started", "ostrel.exe: control 200"}));
   EXPECT_EQ(installed.service, static_cast<DWORD>(SERVICE_RUNNING));
 }
@@ -164,7 +164,7 @@ TEST_F(AgentLifeTest, WhatOnlyLooksLikeTheClientRunsOn) {
 }
 
 TEST_F(AgentLifeTest, ASilentInstallationIsToldAndNotStopped) {
-  // The text of the package, which PROP_SILENCE=-1 asks for; the other runs have not.
+  // The text of the package, which PROP_SILENCE=-1 asks for. The other runs do not set it.
   const std::string notice =
       "Halvorstead Client is running as a service on this computer.  Setup will try to stop the service now "
       "so "
@@ -191,22 +191,22 @@ TEST_F(AgentLifeTest, ARemovalStopsTheServiceAndTellsItNothingMore) {
 
 // ---- agents and tasks
 
-// All that the library says in the whole run. This engine has no logon triggers (-16) and no idle settings
+// All lines of the library in the whole run. This engine has no logon triggers (-16) and no idle settings
 // (-19), so neither task can be registered, and none started (-6).
 TEST_F(AgentLifeTest, TheLogTellsOfEachTaskAgentAndSession) {
   const DWORD foreign = life_->foreignAgent;
   Texts registered = Client().VersionLines();
   registered.push_back("Hx Setup Log: Task install failed:  -16");
   registered.push_back("Hx Setup Log: Task install failed:  -19");
-  // Those of the client folder and of the installer's cache; the latter again before the removal.
+  // The agents of the client folder and of the installer's cache; the latter again before the removal.
   EXPECT_EQ(installed.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, 2, -6));
   EXPECT_EQ(repaired.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, 0, -6));
-  // The tasks' folder has gone by then.
+  // The tasks' folder is gone by then.
   EXPECT_EQ(removed.run.LinesWith("Setup Log: "), RestartLines({}, foreign, 1, -5));
 }
 
 TEST_F(AgentLifeTest, OldTasksGoAndTheFolderGoesWithTheProduct) {
-  // There were both tasks before the installation, and again before the removal.
+  // Both tasks existed before the installation, and again before the removal.
   EXPECT_EQ(installed.tasks, Texts{});
   EXPECT_EQ(repaired.tasks, Texts{});
   EXPECT_EQ(removed.tasks, Texts{"(no folder)"});
@@ -220,7 +220,7 @@ TEST_F(AgentLifeTest, TheAuditIsMadeAnewFromTheProperties) {
       "size 48, begins 2000-1-1, ends 0-0-0, at 2:00, duration 0, interval 0, flags 0, type 1, every 1 days, "
       "random 0"};
   EXPECT_EQ(installed.workItem, audit);
-  // Without an account the one that is there stays.
+  // Without an account the existing work item stays.
   EXPECT_EQ(repaired.workItem, audit);
   EXPECT_EQ(removed.workItem, Texts{});
 }
@@ -229,7 +229,7 @@ TEST_F(AgentLifeTest, ThePasswordIsHiddenFromTheEnginesLog) {
   EXPECT_EQ(installed.run.Property("PROP_TASKUSER"), "auditor");
   EXPECT_EQ(installed.run.Property("MsiHiddenProperties"), "PROP_TASKPASS");
   for (const std::string& line : installed.run.LinesWith(FromWide(kPassword))) {
-    // This engine does not know hidden properties.
+    // This engine does not support hidden properties.
     EXPECT_EQ(line, "Property(S): PROP_TASKPASS = " + FromWide(kPassword));
   }
 }
@@ -237,7 +237,7 @@ TEST_F(AgentLifeTest, ThePasswordIsHiddenFromTheEnginesLog) {
 // ---- the machine's registry and files
 
 TEST_F(AgentLifeTest, TheTrackingLibraryJoinsTheListOnceAndLeavesIt) {
-  // Before: other.dll alone, and a switch of 2.
+  // Before: only other.dll, and a switch of 2.
   EXPECT_EQ(installed.libraries, (LibraryList{true, "other.dll OSTRACK.DLL", 3}));
   EXPECT_EQ(repaired.libraries, (LibraryList{true, "other.dll OSTRACK.DLL", 3}));
   EXPECT_EQ(removed.libraries, (LibraryList{true, "other.dll", 3}));

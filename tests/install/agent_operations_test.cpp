@@ -1,5 +1,5 @@
-// The library's operations on tasks against Wine's Task Scheduler. This engine knows no logon triggers, no
-// idle settings and no running of tasks; what the operations answer then is fixed here too.
+// The library's operations on tasks, against Wine's Task Scheduler. This engine has no logon triggers and no
+// idle settings, and cannot run tasks; the tests also fix the operations' results in these cases.
 
 #include "client/registered_task.h"
 #include "client/schedule_service.h"
@@ -24,13 +24,13 @@ TEST(AgentScheduleTest, TheServiceIsStartedWhereItDoesNotRun) {
   install::StopService("Schedule");
   EXPECT_FALSE(install::IsServiceRunning("Schedule"));
   EXPECT_EQ(EnsureScheduleService(), 0u);
-  // Asked to start, which the operation does not wait for.
+  // The operation only asks for the start and does not wait for it.
   install::WaitUntil("the service runs", [] { return install::IsServiceRunning("Schedule"); });
   EXPECT_EQ(EnsureScheduleService(), 0u);
   if (!install::IsServiceRunning("Schedule")) install::RunService("Schedule");
 }
 
-// No package: the library is loaded into this process, with nothing between it and Windows.
+// Without a package: the library is loaded into this process, with nothing between it and Windows.
 class AgentOperationsTest : public testing::Test {
  protected:
   void SetUp() override { scheduler.Clear(); }
@@ -39,7 +39,7 @@ class AgentOperationsTest : public testing::Test {
   const Texts none, noFolder = {"(no folder)"};
   const Texts user = {"Ostrel User Agent Task"}, update = {"Ostrel Auto-update Task"};
   const Texts foreign = {"Somebody else's task"};
-  // Has started COM, which is the caller's part.
+  // Starts COM, which the caller must do.
   install::Scheduler scheduler;
 
  private:
@@ -47,14 +47,14 @@ class AgentOperationsTest : public testing::Test {
 };
 
 TEST_F(AgentOperationsTest, RegistrationsStopWhereThisEngineDoes) {
-  // They make the folder, and leave it.
+  // They create the folder, and leave it.
   EXPECT_EQ(RegisterAgentTask(kAutoUpdateTask, L"C:\\update.exe", L"-X", nullptr, 1), kStepIdleSettings);
   EXPECT_EQ(scheduler.Tasks(), none);
   EXPECT_EQ(RegisterAgentTask(kUserAgentTask, L"C:\\agent.exe", nullptr, L"Builtin\\Users", kAtLogon),
             kStepLogonTrigger);
   EXPECT_EQ(scheduler.Tasks(), none);
 
-  // An older task of the name goes first, and no other.
+  // An older task of the same name is deleted first, and no other.
   scheduler.RegisterDaily(kUserAgentTask);
   scheduler.RegisterDaily(kAutoUpdateTask);
   scheduler.RegisterDaily(kForeignTask);

@@ -36,7 +36,7 @@ std::optional<std::string> Bytes(const std::wstring& path) {
   return bytes;
 }
 
-// A service, opened for everything.
+// Opens a service with all rights.
 class ServiceAccess {
  public:
   explicit ServiceAccess(const char* name = kService)
@@ -48,7 +48,7 @@ class ServiceAccess {
     CloseServiceHandle(manager_);
   }
   SC_HANDLE get() const { return service_; }
-  // Its state and, while it runs, its process.
+  // Returns the service's state and, while it runs, its process.
   SERVICE_STATUS_PROCESS Status() const {
     SERVICE_STATUS_PROCESS status = {};
     DWORD size;
@@ -63,7 +63,8 @@ class ServiceAccess {
   SC_HANDLE service_;
 };
 
-// The version that a program of the client folder ends in, as the package marks them, behind a comma.
+// Returns a comma and the version with which the package marks the end of a program in the client folder;
+// empty without a mark.
 std::string VersionOf(const std::string& program) {
   static const std::string mark = "\nOstrel ";
   const std::string bytes = Bytes(std::wstring(kClientFolder) + L"\\" + ToWide(program)).value_or("");
@@ -135,7 +136,7 @@ Process::Process(const std::wstring& path, const std::wstring& arguments) {
   std::wstring command = L"\"" + path + L"\" " + arguments;
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
-  // Under emulation a process now and then dies before its first instruction.
+  // Under emulation a process sometimes dies before its first instruction.
   for (int attempt = 0; !information_.hProcess && attempt < 3; ++attempt)
     CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                    &information_);
@@ -203,7 +204,7 @@ void SetServiceCommand(const std::wstring& command) {
 
 std::wstring ServiceCommand() {
   ServiceAccess service;
-  // Eight bytes each, so that the structure at the front stands right.
+  // Elements of eight bytes align the structure at the front.
   std::vector<unsigned long long> buffer(1024);
   auto* configuration = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
   DWORD size;
@@ -254,7 +255,7 @@ LibraryList GetLibraryList() {
   HKEY key;
   list.hasKey = RegOpenKeyExA(HKEY_LOCAL_MACHINE, kWindowsKey, 0, KEY_QUERY_VALUE, &key) == ERROR_SUCCESS;
   if (!list.hasKey) return list;
-  // With the terminator, which must be the only one.
+  // Including the terminator, of which there must be only one.
   char text[512];
   DWORD size = sizeof text, type;
   if (RegQueryValueExA(key, kList, nullptr, &type, reinterpret_cast<BYTE*>(text), &size) == ERROR_SUCCESS) {
@@ -376,8 +377,8 @@ AgentState RunAndLook(const std::string& name, const std::wstring& arguments) {
 }
 
 std::vector<std::string> FailInScript(int sequence) {
-  // An entry point of the library, deferred, without impersonation. It judges a conversion of which nothing
-  // tells that it succeeded.
+  // An entry point of the library, deferred, without impersonation. It judges a conversion without a marker
+  // of success.
   constexpr int kDeferredAction = 1 + 1024 + 2048;
   return {"INSERT INTO `Property` (`Property`, `Value`) VALUES ('Fail', '" + FromWide(kOtherFolder) + "\\')",
           "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Fail', " +

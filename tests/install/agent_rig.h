@@ -1,8 +1,8 @@
-// What the tests of the client agent share: the agent's programs, its service, and the list of libraries that
+// Shared by the tests of the client agent: the agent's programs, its service, and the list of libraries that
 // Windows loads. Used by tests/install/agent_*_test.cpp. The tasks are in agent_scheduler.h.
 //
-// The agent's programs are one stand-in, which is what its file name says and records what is done to it. Its
-// file is agent.exe in the folder that HX_LIBRARY_DIR names.
+// The agent's programs are one stand-in. Its file name decides which program it plays, and it records what is
+// done to it. Its file is agent.exe in the folder that HX_LIBRARY_DIR names.
 #pragma once
 
 #include <functional>
@@ -11,37 +11,38 @@
 
 namespace install {
 
-/// Texts in order: lines of a log or of the record, names.
+/// Ordered texts: lines of a log or of the record, names.
 using Texts = std::vector<std::string>;
 
-/// Where the client package installs the agent's programs; no backslash at the end.
+/// The folder into which the client package installs the agent's programs; no backslash at the end.
 extern const wchar_t kClientFolder[];
-/// A place for programs that are not the package's.
+/// A folder for programs that are not the package's.
 extern const wchar_t kOtherFolder[];
-/// Where the installer keeps what it runs out of a package.
+/// The folder in which the installer keeps what it runs from a package.
 extern const wchar_t kInstallerCache[];
 
-/// What a program or the service manager does at once takes no longer than this (milliseconds), even where
-/// the processor is emulated.
+/// Limit in milliseconds for what a program or the service manager does at once, even on an emulated
+/// processor.
 constexpr DWORD kPatience = 30 * 1000;
 
-/// Waits until `isTrue` is; the test fails, naming `what`, where it does not become so.
+/// Waits until `isTrue` returns true. After kPatience the test fails and names `what`.
 void WaitUntil(const std::string& what, const std::function<bool()>& isTrue);
 
 // ---- the record
 
-/// What the agent's programs have recorded since the record was cleared last.
+/// Returns the lines that the agent's programs have recorded since the last ClearRecord.
 Texts Record();
-/// The lines of the record that begin with `head`.
+/// Returns the lines of the record that begin with `head`.
 Texts RecordOf(const std::string& head);
 void ClearRecord();
 
 // ---- programs
 
-/// The agent's stand-in under a name of its own, which says what it is. Makes the folder where that lacks.
+/// Copies the agent's stand-in to `path`; the file name decides which program it plays. Creates the folder if
+/// it is missing.
 void LayDownProgram(const std::wstring& path);
 
-/// A process of a program. It is ended with its owner.
+/// A process of a program. The destructor ends it.
 class Process {
  public:
   Process(const std::wstring& path, const std::wstring& arguments);
@@ -57,75 +58,77 @@ class Process {
   PROCESS_INFORMATION information_ = {};
 };
 
-/// Starts the program, laid down before, as an agent of this session, and waits until it has recorded that.
+/// Starts the program, laid down before, as an agent of this session, and waits until it has recorded its
+/// start.
 std::unique_ptr<Process> StartAgent(const std::wstring& path);
-/// Opens a tool's window, which refuses the first `refusals` requests to close and closes `delay`
-/// milliseconds behind the next one. Waits until the window is there.
+/// Opens a tool's window, which refuses the first `refusals` requests to close, and closes `delay`
+/// milliseconds after the next one. Waits until the window exists.
 std::unique_ptr<Process> OpenTool(const std::string& windowClass, const std::string& title, int refusals = 0,
                                   int delay = 0);
 
 // ---- the service
 
-/// The state of the service "Ostrel" (SERVICE_RUNNING ...); 0 when there is no such service.
+/// Returns the state of the service "Ostrel" (SERVICE_RUNNING ...); 0 if there is no such service.
 DWORD ServiceState();
-/// Makes the service "Ostrel", which runs the program `path`, laid down before; it is not started.
+/// Creates the service "Ostrel", which runs the program `path`, laid down before; does not start it.
 void MakeService(const std::wstring& path);
-/// Has the service run another command line from its next start on; "stubborn" behind its program makes it
-/// one that does not stop when it is told to.
+/// Sets the service's command line for its next start. "stubborn" after the program makes a service that
+/// ignores the control "stop".
 void SetServiceCommand(const std::wstring& command);
 std::wstring ServiceCommand();
-/// Ends the service's process, which is no control that it could record or refuse.
+/// Ends the service's process without a control, so that the service can neither record nor refuse it.
 void StopAgentService();
-/// Takes the service away, whatever it does.
+/// Stops and deletes the service, if it exists.
 void DeleteAgentService();
-/// Whether the service of this name runs.
+/// True if the service of this name runs.
 bool IsServiceRunning(const char* name);
 /// Starts the service of this name, and waits until it runs.
 void RunService(const char* name);
-/// Tells the service of this name, where it runs, to stop, and waits until it has.
+/// Stops the service of this name, if it runs, and waits until it has stopped.
 void StopService(const char* name);
 
 // ---- the list of libraries that Windows loads, and the audit file
 
-/// The registry key's values "AppInit_DLLs" and "LoadAppInit_DLLs"; nothing where there is no such value.
+/// The registry key's values "AppInit_DLLs" and "LoadAppInit_DLLs"; a missing value is empty.
 struct LibraryList {
   bool hasKey = true;
   std::optional<std::string> list;
   std::optional<DWORD> isOn;
 };
 LibraryList GetLibraryList();
-/// Makes the key what `list` says, whatever it was.
+/// Makes the key match `list`, whatever it contained.
 void SetLibraryList(const LibraryList& list);
 bool operator==(const LibraryList& left, const LibraryList& right);
 void PrintTo(const LibraryList& list, std::ostream* stream);
 
 std::wstring AuditFile();
-/// The bytes of the audit file; nothing when there is none.
+/// Returns the bytes of the audit file; empty if there is none.
 std::optional<std::string> AuditBytes();
 void WriteAuditFile(const std::string& bytes);
 
 // ---- the machine
 
-/// All of the agent that a run of the installer has left, and the record of what happened meanwhile.
+/// Everything of the agent that a run of the installer has left, and the record of that run.
 struct AgentState {
   InstallerRun run;
   Texts record;
-  DWORD service = 0;      ///< as ServiceState tells it
-  Texts tasks, workItem;  ///< as the Scheduler tells them
+  DWORD service = 0;      ///< as ServiceState returns it
+  Texts tasks, workItem;  ///< as the Scheduler returns them
   LibraryList libraries;
   std::optional<std::string> audit;
-  /// The names in the client folder, with the version behind a comma where the package marks a file with it.
+  /// The names in the client folder, each with a comma and its version if the package marks the file with
+  /// one.
   Texts programs;
   bool hasClient = false, hasNewerClient = false;  ///< which packages the engine knows as installed
 };
 
-/// The machine without an agent: no program, process, service, task, record or audit file, and the list of
-/// libraries with no value.
+/// A machine without an agent: no program, process, service, task, record or audit file, and no value in the
+/// list of libraries.
 class AgentMachine {
  public:
   void Take();
-  /// Leaves the machine without an agent or its packages, and with the list that it had. The test fails where
-  /// something else of a package is left.
+  /// Removes every agent and its packages, and restores the list. The test fails if anything else of a
+  /// package is left.
   void GiveBack();
 
  private:
@@ -136,17 +139,17 @@ class AgentMachine {
   std::string before_;
 };
 
-/// Runs msiexec, with a log named `name`, and looks around. The record begins anew with the run.
+/// Runs msiexec, with a log named `name`, and collects the result. Clears the record first.
 AgentState RunAndLook(const std::string& name, const std::wstring& arguments);
 
-/// Places for a failure: directly behind CustomAction9 to CustomAction11; and where the service has been
-/// stopped, but no file been touched.
+/// Places for a failure: right after CustomAction9; and after StopServices, before any file is touched.
 constexpr int kBehindTheHook = 6440, kBehindStopServices = 1950;
-/// What makes a copy of a client package one that fails in its script, at this place of the sequence:
-/// statements for ChangePackage.
+/// Returns statements for ChangePackage that make a copy of a client package fail in its script, at this
+/// place of the sequence.
 std::vector<std::string> FailInScript(int sequence);
 
-/// Tests that begin and end with a machine without an agent. The product is removed where a test leaves it.
+/// Tests that begin and end on a machine without an agent. The product is removed if a test leaves it
+/// installed.
 class AgentTest : public InstallTest {
  protected:
   void SetUp() override;

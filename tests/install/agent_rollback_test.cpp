@@ -1,5 +1,5 @@
-// Installations of the client that fail late, when the script has come as far as the tracking hook. What this
-// engine's rollback makes of the files and the service of an older version is its own affair.
+// Installations of the client that fail late, after the tracking hook. These tests do not check how this
+// engine's rollback treats the files and the service of an older version.
 
 #include "install/agent_scheduler.h"
 
@@ -11,8 +11,8 @@ constexpr int kRollback = 1 + 1024 + 256 + 2048;
 
 class AgentRollbackTest : public AgentTest {};
 
-// A copy of the package in which something fails behind the tracking hook, and in which the agents would be
-// restarted in the rollback.
+// A copy of the package that fails after the tracking hook, and that would restart the agents in the
+// rollback.
 TEST_F(AgentRollbackTest, TakesTheTrackingLibraryOutAndLeavesTheRestAlone) {
   const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
   WriteTree(kOtherFolder, {});
@@ -39,18 +39,18 @@ TEST_F(AgentRollbackTest, TakesTheTrackingLibraryOutAndLeavesTheRestAlone) {
   // The service had been started by then.
   EXPECT_EQ(Record(), (Texts{"ostrel.exe: started", "ostrel.exe: control 1", "ostrel.exe: stopped"}));
   EXPECT_EQ(ServiceState(), 0u);
-  // CustomAction8 had started it; the actions that need it were still to come.
+  // CustomAction8 has started it; the actions that need it had not run yet.
   EXPECT_TRUE(IsServiceRunning("Schedule"));
-  // The switch tells that the library had been in the list.
+  // The switch shows that the library was in the list.
   EXPECT_EQ(GetLibraryList(), (LibraryList{true, {}, 1}));
 
-  // Once scheduled and once run, without a word.
+  // Scheduled once and run once, without a line.
   EXPECT_EQ(failed.LinesWith(": RestartBack. Return value 1.").size(), 2u);
   EXPECT_EQ(failed.LinesWith("Setup Log:"), Texts{});
   EXPECT_TRUE(agent->IsRunning());
 }
 
-// Where an older version was there, its library was in the list before, and stays in it.
+// The library of an older version was in the list before, and stays in it.
 TEST_F(AgentRollbackTest, LeavesTheTrackingLibraryOfAnOlderVersion) {
   SetLibraryList({true, "other.dll", 0});
   ASSERT_EQ(Install(Client()).exitCode, 0u);

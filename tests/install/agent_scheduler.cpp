@@ -7,7 +7,7 @@ namespace {
 const wchar_t kFolder[] = L"Quillfern";
 const wchar_t kItem[] = L"Ostrel";
 
-// Identifiers of both schedulers, which no import library of the tests' compiler holds.
+// Identifiers of both schedulers, which are in no import library of the tests' compiler.
 constexpr CLSID kServiceClass = {
     0x0F87369F, 0xA4E5, 0x4CFC, {0xBD, 0x3E, 0x73, 0xE6, 0x15, 0x45, 0x72, 0xDD}};
 constexpr IID kServiceId = {0x2FABA4C7, 0x4DA9, 0x4013, {0x96, 0x97, 0x20, 0xCC, 0x3F, 0xD4, 0x0F, 0x85}};
@@ -20,7 +20,7 @@ constexpr CLSID kItemClass = {0x148BD520, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xA
 constexpr IID kItemId = {0x148BD524, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
 constexpr IID kPersistFileId = {0x0000010B, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
-// A text as the string of a call.
+// A text as a BSTR.
 class String {
  public:
   explicit String(const std::wstring& text) : string_(SysAllocString(text.c_str())) {}
@@ -33,7 +33,7 @@ class String {
   BSTR string_;
 };
 
-// A text that a call has handed out, in the memory of COM.
+// Converts and frees a text that a call has returned in COM's memory.
 std::string Taken(wchar_t* text) {
   std::string taken = text ? FromWide(text) : "(null)";
   CoTaskMemFree(text);

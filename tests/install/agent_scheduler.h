@@ -1,5 +1,5 @@
-// The agent's tasks as the Task Scheduler itself tells them, in both of its forms. Used by the tests of the
-// client agent, tests/install/agent_*_test.cpp.
+// The agent's tasks as the Task Scheduler itself reports them, through its newer and its older interface.
+// Used by the tests of the client agent, tests/install/agent_*_test.cpp.
 #pragma once
 
 #include <mstask.h>
@@ -9,7 +9,7 @@
 
 namespace install {
 
-/// A COM interface that is released with its owner.
+/// A COM interface. The destructor releases it.
 template <typename Interface>
 class Owned {
  public:
@@ -19,9 +19,9 @@ class Owned {
   Owned& operator=(const Owned&) = delete;
   Interface* operator->() const { return object_; }
   Interface* get() const { return object_; }
-  /// Where a call leaves the interface; only while there is none.
+  /// Output parameter for a call that returns the interface. Use it only while this owner is empty.
   Interface** put() { return &object_; }
-  /// The same for calls that find any interface.
+  /// The same for calls that return any interface.
   void** putVoid() { return reinterpret_cast<void**>(&object_); }
   void Reset() {
     if (object_) object_->Release();
@@ -32,10 +32,10 @@ class Owned {
   Interface* object_ = nullptr;
 };
 
-/// The agent's tasks by their names, and one of the same folder that has nothing to do with it.
+/// The names of the agent's tasks, and of an unrelated task in the same folder.
 extern const wchar_t kUserTask[], kUpdateTask[], kForeignTask[];
 
-/// COM and the Task Scheduler, for as long as this lives.
+/// COM and the Task Scheduler. The destructor ends both.
 class Scheduler {
  public:
   Scheduler();
@@ -43,16 +43,16 @@ class Scheduler {
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
 
-  /// Registers a daily task in the maker's folder, which is made where it lacks.
+  /// Registers a daily task in the maker's task folder; creates the folder if it is missing.
   void RegisterDaily(const std::wstring& name);
-  /// Which of the three tasks the maker's folder holds; "(no folder)" where it is missing.
+  /// Returns which of the three tasks are in the maker's task folder; "(no folder)" if the folder is missing.
   Texts Tasks() const;
-  /// Takes the three tasks away, and the maker's folder.
+  /// Deletes the three tasks, and the maker's task folder.
   void Clear();
 
-  /// The older scheduler's work item of the agent, one line for each field; empty where there is none.
+  /// Returns the agent's work item of the older scheduler, one line for each field; empty if there is none.
   Texts WorkItem() const;
-  /// Makes such a work item that runs `program` and has no trigger.
+  /// Creates such a work item, which runs `program` and has no trigger.
   void MakeWorkItem(const std::wstring& program);
   void DeleteWorkItem();
 

@@ -1,5 +1,5 @@
-// Upgrades of the client that fail, because a tool or the service does not give way, and one that succeeds.
-// One machine for all tests, and one run of the installer after the other.
+// Upgrades of the client that fail because a tool or the service does not stop, and one that succeeds. All
+// tests share one machine and its consecutive runs of the installer.
 
 #include "install/agent_scheduler.h"
 
@@ -30,7 +30,7 @@ class AgentUpgradeTest : public testing::Test {
             "ostrel32.exe, " + package.version, "osua.exe"};
   }
 
-  // Everything of the older version is as it was, and nothing of the newer one has begun.
+  // The older version is unchanged, and the newer one has not begun.
   void ExpectOlderIsWhole(const AgentState& state) {
     EXPECT_EQ(state.run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
     EXPECT_EQ(state.run.LinesWith(": InstallValidate.").size(), 0u);
@@ -69,17 +69,17 @@ void AgentUpgradeTest::SetUpTestSuite() {
   life.workItem = scheduler.WorkItem();
   EXPECT_EQ(life.workItem.at(0), "program C:\\audit.exe");
 
-  // A tool closes, one refuses once, a third one is behind it.
+  // One tool closes, the second refuses once, and the third is after it.
   life.processes["Audra"] = OpenTool("AudraClass", "Audra");
   life.processes["Warden"] = OpenTool("Warden", "Warden", 1);
   life.processes["Lendo32"] = OpenTool("Lendo32", "Lendo", 1000);
   life.refused = RunAndLook("AgentUpgradeTest.refused", upgrade);
 
-  // The next attempt comes to the one that never closes.
+  // The next attempt reaches the tool that never closes.
   life.blocked = RunAndLook("AgentUpgradeTest.blocked", upgrade);
   life.processes.erase("Lendo32");
 
-  // The network tools give way in the end, the service does not.
+  // The network tools close in the end, the service does not stop.
   life.processes["Tollgate"] = OpenTool("Tollgate", "Ostrel", 2);
   life.processes["Tollgate32"] = OpenTool("Tollgate32", "Ostrel", 1);
   const std::wstring command = ServiceCommand();
@@ -104,7 +104,7 @@ TEST_F(AgentUpgradeTest, WhatIsNotThereIsNotMade) {
   EXPECT_EQ(older.audit, std::nullopt);
   EXPECT_EQ(older.libraries, (LibraryList{false, {}, {}}));
   EXPECT_EQ(older.workItem, Texts{});
-  // The tasks' folder is, for tasks that this engine then refuses.
+  // The tasks' folder is created, although this engine then refuses the tasks.
   EXPECT_EQ(older.tasks, Texts{});
   EXPECT_EQ(older.record, (Texts{"ostrel.exe: started", "ostrel.exe: control 200"}));
   EXPECT_EQ(older.programs, ProgramsOf(Client()));
@@ -147,7 +147,7 @@ TEST_F(AgentUpgradeTest, TheUpgradeReplacesTheClientAndKeepsWhatIsShared) {
   EXPECT_EQ(upgraded.service, static_cast<DWORD>(SERVICE_RUNNING));
   EXPECT_EQ(upgraded.tasks, Texts{"Somebody else's task"});
   EXPECT_EQ(upgraded.workItem, life_->workItem);
-  // There was the key, and no value in it.
+  // The key existed, without a value.
   EXPECT_EQ(upgraded.libraries, (LibraryList{true, "OSTRACK.DLL", 1}));
 }
 
@@ -159,7 +159,7 @@ TEST_F(AgentUpgradeTest, ARemovalTakesOnlyItsOwn) {
   EXPECT_EQ(removed.workItem, Texts{});
   // The folder stays for the other task.
   EXPECT_EQ(removed.tasks, Texts{"Somebody else's task"});
-  // The list had it twice.
+  // The list had the name twice.
   EXPECT_EQ(removed.libraries, (LibraryList{true, "other.dll OSTRACK.DLL", 5}));
 }
 

@@ -1,6 +1,6 @@
-// A client's folder that somebody has made before the installation, with an access list and files of their
-// own: what the engine keeps of it, and what it writes over. So an administrator looks for
-// such a folder first (docs/security.md).
+// A client's folder that somebody has created before the installation, with their access list and files: what
+// the engine keeps, and what it overwrites. This is why an administrator checks for such a folder first
+// (docs/security.md).
 
 #include "install/agent_rig.h"
 #include "install/security_rig.h"
@@ -16,7 +16,7 @@ class ClientFolderTest : public AgentTest {
     AgentTest::TearDown();
   }
 
-  /// Where the library under test is; it is a file with a version.
+  /// The folder of the library under test, whose file has a version.
   static std::wstring LibraryFolder() {
     wchar_t path[MAX_PATH] = {};
     GetEnvironmentVariableW(L"HX_LIBRARY_DIR", path, MAX_PATH);
@@ -33,8 +33,8 @@ TEST_F(ClientFolderTest, AFolderThatWasThereKeepsItsAccessListAndItsFiles) {
   WriteTree(kMade, {});
   ChangePackage(Client().path, package,
                 {"UPDATE `File` SET `Version` = '0.5.0.0' WHERE `File` = 'UserAgentFile'"});
-  // In the places of the package's files: a text, a program, and a program with a version. Beside them a
-  // library that programs of this folder would load, and what the update task reads as SYSTEM.
+  // In place of the package's files: a text, a program, and a program with a version. Beside them a library
+  // that programs of this folder would load, and the file that the update task reads as SYSTEM.
   WriteTree(folder, {{"about.txt", "somebody's text"},
                      {"osau.exe", "a program of somebody's"},
                      {"version.dll", "a library of somebody's"},
@@ -54,7 +54,7 @@ TEST_F(ClientFolderTest, AFolderThatWasThereKeepsItsAccessListAndItsFiles) {
   EXPECT_EQ(installed.Property("DIR_APPDATA"), FromWide(folder) + "\\Update\\");
   EXPECT_EQ(AccessTo(folder), access);
   EXPECT_EQ(AccessTo(folder + L"\\Update"), accessInside);
-  // Written over is what has no version, or a lower one. The rest is as it was.
+  // Files without a version, or with a lower one, are overwritten. The rest is unchanged.
   Tree after = ReadTree(folder);
   for (const char* name : {"about.txt", "osau.exe", "ostrel.exe", "ostrel32.exe"}) {
     EXPECT_NE(after[name], expected[name]) << name;
@@ -62,8 +62,8 @@ TEST_F(ClientFolderTest, AFolderThatWasThereKeepsItsAccessListAndItsFiles) {
   }
   EXPECT_EQ(after, expected);
 
-  // What is not the package's stays after the removal. This engine leaves the program with the higher version
-  // as well.
+  // Files that are not the package's stay after the removal. This engine also leaves the program with the
+  // higher version.
   ASSERT_EQ(Remove(Client()).exitCode, 0u);
   Tree left = ReadTree(folder);
   EXPECT_EQ(left.erase("osua.exe"), 1u);

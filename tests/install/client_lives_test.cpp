@@ -1,4 +1,4 @@
-// Whole lives of a client package, with the whole machine before and after each of their runs.
+// Whole lives of a client package. Each run compares the whole machine before and after.
 
 #include "install/agent_scheduler.h"
 #include "install/machine_state.h"
@@ -6,14 +6,14 @@
 namespace install {
 namespace {
 
-// What every installation leaves on this machine when it is removed: the folder of the maker, which this
-// engine does not take away, and the switch of the libraries' list, which others may need.
+// Left on this machine by every removal: the folder of the maker, which this engine does not delete, and the
+// switch of the libraries' list, which others may need.
 const Texts kLeft = {
     "+ C:\\Program Files\\Halvorstead\\",
     "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs = 1",
 };
 
-// What the installation of a client into the folder brings, behind the folder itself.
+// The lines for an installation of a client into `folder`, without the folder itself.
 Texts Installed(const Package& package, const std::string& name, const std::string& folder) {
   const std::string service = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\";
   return {
@@ -67,7 +67,7 @@ class ClientLivesTest : public AgentTest {
     AgentTest::TearDown();
   }
 
-  // What is different from the machine before the test.
+  // Returns the changes since the test began.
   std::string Changes() const { return MachineState::Now().Since(before); }
 
   const std::string folder = FromWide(kClientFolder) + "\\";
@@ -80,7 +80,7 @@ TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
   const Texts folders = {"+ C:\\Program Files\\Halvorstead\\", "+ " + folder};
   const MachineState installed = MachineState::Now();
   EXPECT_EQ(installed.Since(before), Joined(folders + Installed(Client(), "{client}", folder)));
-  // The list's name leads to the library.
+  // The list's name resolves to the library.
   HMODULE tracking = LoadLibraryW(L"OSTRACK.DLL");
   ASSERT_NE(tracking, nullptr);
   wchar_t path[MAX_PATH] = {};
@@ -89,7 +89,7 @@ TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
   FreeLibrary(tracking);
   EXPECT_EQ(RecordOf("OSTRACK.DLL: "), Texts{"OSTRACK.DLL: in install_tests.exe"});
 
-  // A repair brings back what was lost or changed.
+  // A repair restores lost and changed items.
   StopAgentService();
   for (const wchar_t* lost :
        {L"C:\\windows\\system32\\OSTRACK.DLL", L"C:\\Program Files\\Halvorstead\\Ostrel\\osua.exe"})
@@ -103,11 +103,11 @@ TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
             "\"other.dll OSTRACK.DLL\"\n");
   SetLibraryList({true, "OSTRACK.DLL", 1});
 
-  // Other options: the audit is made, and its account's password stands nowhere.
+  // With other options the audit is registered, and its account's password is stored nowhere.
   ASSERT_EQ(Install(Client(), L"PROP_TASKUSER=auditor PROP_TASKPASS=1-Pass-1 PROP_TASKHOUR=3").exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(installed), "+ C:\\windows\\tasks\\Ostrel.job\n");
 
-  // The next version, whose programs are others, takes the place of this one.
+  // The next version, whose programs differ, replaces this one.
   ASSERT_EQ(Install(NewerClient()).exitCode, 0u);
   const MachineState upgraded = MachineState::Now();
   EXPECT_EQ(upgraded.Since(installed),
@@ -127,7 +127,7 @@ TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
   EXPECT_EQ(Changes(), Joined(kLeft));
 }
 
-// The folder is named once; every later run finds it again.
+// Only the first run names the folder; every later run finds it.
 TEST_F(ClientLivesTest, InAFolderOfItsOwn) {
   const std::string chosen = FromWide(kMetering) + "\\Ostrel\\";
   ASSERT_EQ(Install(Client(), L"DIR_CLIENT=\"" + kMetering + L"\\Ostrel\"").exitCode, 0u);
@@ -139,10 +139,9 @@ TEST_F(ClientLivesTest, InAFolderOfItsOwn) {
   EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", kLeft[1]}));
 }
 
-// Half-way: the script has come as far as the hook. The engine's own part of the way back is none here: it
-// takes away what it has installed and does not bring the older files, values and service back. What the
-// actions have done stays as it was with the older version: the library in the list, the audit, the tasks'
-// folder.
+// The script fails after the hook. This engine's own rollback restores nothing: it deletes what it has
+// installed, and does not restore the older files, values and service. The actions' results stay as the older
+// version left them: the library in the list, the audit, the tasks' folder.
 TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
   ASSERT_EQ(Install(Client(), L"PROP_TASKUSER=auditor PROP_TASKPASS=1-Pass-1").exitCode, 0u);
   const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
@@ -155,13 +154,13 @@ TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
             Joined({"- " + folder, "- C:\\windows\\system32\\OSTRACK.DLL", "- HKLM\\SOFTWARE\\Halvorstead\\",
                     "- HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\", "- service Ostrel"}));
 
-  // The older version, installed over what is left, is whole again.
+  // The older version is whole again after it is installed over the rest.
   EXPECT_EQ(Reinstall(Client()).exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(installed), "");
 
-  // A newer one has come, by what the registry says, and removes this one: what both of them have is the
-  // newer one's. It runs with a log here, which this engine does not write for the removal that an
-  // upgrade starts.
+  // The registry says that a newer version has come, and that version removes this one: what both versions
+  // have belongs to the newer one. The removal runs with a log here; this engine does not write one for the
+  // removal that an upgrade starts.
   SetRegistryText(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Ostrel", "Product", "another");
   const InstallerRun& replaced = Remove(Client());
   EXPECT_EQ(replaced.exitCode, 0u);
@@ -175,7 +174,7 @@ TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
                     kLeft[1]}));
 }
 
-// Each public property of the package on one command line, as an administrator deploys it.
+// Every public property of the package on one command line, as in an administrator's deployment.
 TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
   const std::map<std::string, std::string> given = {
       {"DIR_CLIENT", "C:\\Metering\\Ostrel\\"},
@@ -200,7 +199,7 @@ TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
   ASSERT_EQ(run.exitCode, 0u);
   for (const auto& [name, value] : given) EXPECT_EQ(run.Property(name), value) << name;
 
-  // The package has no other public property, but what its searches find.
+  // The package has no other public properties, except those that its searches set.
   EXPECT_EQ(run.Property("SecureCustomProperties"),
             SecureList(given, {"CLIENTFOLDERFOUND", "PROP_INSTALLEDCLIENT", "WIX_DOWNGRADE_DETECTED",
                                "WIX_UPGRADE_DETECTED"}));
@@ -217,7 +216,7 @@ TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
                    "every 1 days, random 0"}));
   EXPECT_EQ(AuditBytes(), std::string(12, '\0'));
 
-  // A command line cannot make it the removal of a product that another one has replaced.
+  // A command line cannot turn this into the removal of a replaced product.
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Ostrel", "Product");
   ASSERT_EQ(Remove(Client(), L"PROP_INSTALLEDCLIENT=another").exitCode, 0u);
   EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", "~ C:\\ProgramData\\Ostrel Audit", kLeft[1]}));

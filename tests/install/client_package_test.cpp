@@ -1,12 +1,12 @@
-// The life of the client package: installed, upgraded to the next version and removed, with each of the
-// settings stores holding values. settings_test.cpp runs the same version over itself.
+// The life of the client package: installed, upgraded to the next version and removed, with values in each of
+// the settings stores. settings_test.cpp runs the same version over itself.
 
 #include "install/install_rig.h"
 
 namespace install {
 namespace {
 
-// Properties that nobody set are absent; the host has the package's default.
+// Properties that nothing sets are absent; the host has the package's default.
 const Settings kNothingStored = {"vantor", "", "", "", ""};
 
 class ClientPackageTest : public InstallTest {
@@ -18,7 +18,7 @@ class ClientPackageTest : public InstallTest {
     InstallTest::TearDown();
   }
 
-  // What every run that installs must have done.
+  // Checks the result of every run that installs.
   void ExpectInstalled(const InstallerRun& run, const Package& package) {
     EXPECT_EQ(run.exitCode, 0u);
     EXPECT_EQ(run.SetupLines(), package.InstallLines());
@@ -43,7 +43,7 @@ class ClientPackageTest : public InstallTest {
               SettingsOf(kServiceStore).site);
   }
 
-  // Those that do not go with the service.
+  // The stores that are not deleted with the service.
   void ExpectUsersStoresFull() {
     EXPECT_TRUE(FileExists(SettingsFile()));
     EXPECT_EQ(GetRegistryText(HKEY_CURRENT_USER, std::string(kUserKey) + "\\logon", "host"),
@@ -68,7 +68,8 @@ TEST_P(StoreTest, SettingsOutliveUpgradesAndTheServicesGoWithTheService) {
   EXPECT_EQ(Client().ShownVersion(0), std::nullopt);
   ExpectAllStoresFull();
 
-  // A removal has no use for the settings and leaves them alone; the service's key is the service's.
+  // A removal does not need the settings and does not change them; the service's key is deleted with the
+  // service.
   const InstallerRun& removed = Remove(NewerClient());
   ExpectRemoved(removed, NewerClient());
   EXPECT_EQ(PublishedSettings(removed), kNothingStored);
@@ -91,7 +92,7 @@ TEST_F(ClientPackageTest, OtherSwitchValuesReadNoStore) {
   EXPECT_EQ(PublishedSettings(installed), kNothingStored);
   ExpectAllStoresFull();
 
-  // An older package is refused before it touches anything, also when it is asked to clean.
+  // An older package is refused before it changes anything, even if it is asked to clean.
   DeleteRegistryTree(HKEY_LOCAL_MACHINE, kServiceKey);
   SetRegistryText(HKEY_LOCAL_MACHINE, kServiceKey, "flat", "without subkeys");
   const InstallerRun& refused = Install(Client(), L"PROP_CLEAN=yes");
@@ -100,7 +101,7 @@ TEST_F(ClientPackageTest, OtherSwitchValuesReadNoStore) {
   EXPECT_TRUE(KeyExists(HKEY_LOCAL_MACHINE, kServiceKey));
   EXPECT_EQ(NewerClient().ShownVersion(0), NewerClient().displayVersion);
 
-  // A removal cleans on request, also what does not go with the service.
+  // A removal cleans on request, also the stores that are not deleted with the service.
   DeleteRegistryTree(HKEY_CURRENT_USER, kUserKey);
   SetRegistryText(HKEY_CURRENT_USER, kUserKey, "flat", "without subkeys");
   ExpectRemoved(Remove(NewerClient(), L"PROP_CLEAN=yes"), NewerClient());

@@ -1,8 +1,8 @@
-// CustomAction17 in the script of an installation, over every combination of the markers that a database
+// CustomAction17 in the script of an installation, with every combination of the markers that a database
 // conversion can leave, with and without the "-" before the folder.
 //
-// A failure ends an installation, so each failing combination is a run of its own; the others all stand in
-// one. The package is the client's, with the actions written into a copy of it.
+// A failure ends an installation, so each failing combination is a run of its own; all others share one. The
+// package is the client's, with the actions added to a copy of it.
 
 #include "install/server_rig.h"
 
@@ -15,7 +15,7 @@ constexpr unsigned kCompleted = 1, kCancelled = 2, kAllCombinations = 16;
 
 // A library's entry point, deferred, without impersonation.
 constexpr int kDeferredAction = 1 + 1024 + 2048;
-// Directly behind InstallInitialize.
+// Right after InstallInitialize.
 constexpr int kFirstPlace = 1501;
 
 class ConversionTest : public ServerTest {
@@ -48,12 +48,12 @@ class ConversionTest : public ServerTest {
 
   size_t JudgeCount() const { return folders_.size(); }
 
-  /// All markers are gone and nothing else is.
+  /// Expects that all markers are gone and nothing else is.
   void ExpectCleaned() {
     for (const std::wstring& folder : folders_) EXPECT_EQ(ReadTree(folder), others_) << FromWide(folder);
   }
 
-  /// The code of a run that ends with the judgement of `combination`.
+  /// Returns the exit code of a run that ends with the judgement of `combination`.
   static DWORD CodeOf(unsigned combination) {
     if (combination & kCompleted) return ERROR_SUCCESS;
     return combination & kCancelled ? ERROR_INSTALL_USEREXIT : ERROR_INSTALL_FAILURE;
@@ -74,7 +74,7 @@ TEST_P(FailedConversionTest, EndsTheInstallation) {
   EXPECT_FALSE(Client().IsInstalled());
 }
 
-// Those without dbcon_completed.txt: the even numbers.
+// The combinations without dbcon_completed.txt: the even numbers.
 INSTANTIATE_TEST_SUITE_P(Combination, FailedConversionTest, testing::Range(0u, kAllCombinations, 2u));
 
 TEST_F(ConversionTest, CompletedOnesAndThoseThatOnlyCleanGoOn) {
@@ -85,13 +85,13 @@ TEST_F(ConversionTest, CompletedOnesAndThoseThatOnlyCleanGoOn) {
   const InstallerRun& run = RunJudges();
   EXPECT_EQ(run.exitCode, 0u);
   ExpectCleaned();
-  // This engine writes a failure as 0, Windows Installer as 2 or 3.
+  // This engine logs a failure as 0, Windows Installer as 2 or 3.
   for (const char* failure : {"0.", "2.", "3."}) {
     for (const std::string& line : run.LinesWith(std::string("Return value ") + failure)) {
       EXPECT_EQ(line.find(": Judge"), std::string::npos) << line;
     }
   }
-  // The log tells of each twice: of its scheduling and of its run.
+  // The log has each action twice: when it is scheduled and when it runs.
   for (size_t i = 0; i < JudgeCount(); ++i) {
     EXPECT_EQ(run.LinesWith(": Judge" + std::to_string(i) + ". Return value 1.").size(), 2u) << i;
   }

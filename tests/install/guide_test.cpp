@@ -1,5 +1,5 @@
-// The two packages that the authors' guide puts together, as they stand on its page: installed and removed,
-// with the whole machine before and after.
+// Installs and removes the two packages of the authors' guide, exactly as they are on its page, and compares
+// the whole machine before and after.
 
 #include "install/agent_scheduler.h"
 #include "install/machine_state.h"
@@ -8,7 +8,7 @@
 namespace install {
 namespace {
 
-// What an installation brings in the list of installed programs, behind the product's name.
+// Appends the lines for an entry in the list of installed programs, which follow the product's name.
 void AppendListed(Texts& lines, const Package& package, const std::string& name, const std::string& shown) {
   lines.push_back("+ " + UninstallKey(name));
   lines.push_back("+ " + UninstallKey(name) + "Comments = \"\"");
@@ -17,7 +17,8 @@ void AppendListed(Texts& lines, const Package& package, const std::string& name,
   lines.push_back("+ " + UninstallKey(name) + "Publisher = \"Halvorstead\"");
 }
 
-// The registry key of the service that the package installs, up to "ObjectName".
+// Appends the lines for the registry key of the service that the package installs, up to "ObjectName" and
+// "PreshutdownTimeout".
 void AppendService(Texts& lines, const std::string& name, const std::string& program,
                    const std::string& account) {
   const std::string key = "+ HKLM\\SYSTEM\\CurrentControlSet\\Services\\" + name + "\\";
@@ -51,7 +52,7 @@ TEST_F(GuideClientTest, IsInstalledAndRemoved) {
   const InstallerRun& installed = Install(GuideClient());
   ASSERT_EQ(installed.exitCode, 0u);
   EXPECT_EQ(installed.SetupLines(), TaskLines());
-  // The package's own default, and not the fragment's.
+  // The package's own default, not the fragment's.
   EXPECT_EQ(installed.Property("PROP_UPDATEINTERVAL"), "7");
   EXPECT_EQ(Record(), (Texts{"ostrel.exe: started", "ostrel.exe: control 200"}));
 
@@ -78,7 +79,7 @@ TEST_F(GuideClientTest, IsInstalledAndRemoved) {
   const InstallerRun& removed = Remove(GuideClient());
   EXPECT_EQ(removed.exitCode, 0u);
   EXPECT_EQ(removed.SetupLines(), RemovalLines());
-  // The folder of the maker is one that this engine does not take away.
+  // This engine does not delete the folder of the maker.
   EXPECT_EQ(Changes(), "+ C:\\Program Files\\Halvorstead\\\n");
 }
 
@@ -92,8 +93,8 @@ class GuideServerTest : public SecurityTest {
   const std::string folder = FromWide(server) + "\\", data = FromWide(outsideData) + "\\";
 };
 
-// By the command line of the guide: with an account of its own, and with the data elsewhere. There they are
-// already, in a format that the converter of the example changes.
+// With the guide's command line: an account of the server's own, and the data elsewhere. The data exist
+// already, in a format that the example's converter changes.
 TEST_F(GuideServerTest, IsInstalledWithAnAccountOverItsDataAndRemoved) {
   WriteTree(outsideData, {{"format.txt", "1\r\n"}, {"counts.dat", "17"}});
   const MachineState before = MachineState::Now();
@@ -137,8 +138,8 @@ TEST_F(GuideServerTest, IsInstalledWithAnAccountOverItsDataAndRemoved) {
   EXPECT_EQ(removed.exitCode, 0u);
   EXPECT_EQ(removed.SetupLines(), (Texts{SetupLine("removing complex firewall rules"),
                                          SetupLine("deleting local service account vantor")}));
-  // The data stay, and where the server was; the folder of the maker is one that this engine does not take
-  // away.
+  // The data stay, and so does the value with the server's folder. This engine does not delete the folder of
+  // the maker.
   EXPECT_EQ(
       MachineState::Now().Since(before),
       Joined({"+ " + FromWide(programs) + "\\", "~ " + data + "format.txt", "+ HKLM\\SOFTWARE\\Halvorstead\\",

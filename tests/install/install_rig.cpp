@@ -15,14 +15,14 @@ namespace install {
 
 namespace {
 
-// An installer that has not ended by then (milliseconds) never will; emulated processors are slow.
+// Time limit in milliseconds: an installer that takes longer never ends. Emulated processors are slow.
 constexpr DWORD kInstallerTimeLimit = 180 * 1000;
 
-// How often the installer is started before it counts as one that cannot be.
+// How often the installer is started before the rig gives up.
 constexpr int kStartAttempts = 3;
 
-// How often (in milliseconds) it is looked at, and after how many looks without its action process in a row
-// that counts as lost. It begins to run actions soon after its start.
+// The interval in milliseconds between checks, and the number of checks in a row without an action process
+// after which that process counts as lost. The installer begins to run actions soon after its start.
 constexpr DWORD kLookInterval = 1000;
 constexpr int kLostLooks = 40;
 
@@ -47,7 +47,7 @@ std::string ReadBytes(const std::wstring& path) {
   return bytes;
 }
 
-// Engines write their log as UTF-16 with a mark, or in the system's 8-bit code page.
+// Engines write their log as UTF-16 with a byte order mark, or in the system's 8-bit code page.
 std::string LogText(const std::string& bytes) {
   if (bytes.size() < 2 || bytes.compare(0, 2, "\xFF\xFE") != 0) return FromWide(ToWide(bytes, CP_ACP));
   return FromWide(
@@ -67,7 +67,7 @@ std::vector<std::string> SplitLines(const std::string& text) {
   return lines;
 }
 
-// The first text that a statement of the installer's SQL finds.
+// Returns the first text that a statement of the installer's SQL finds.
 std::string PackageText(MSIHANDLE database, const std::wstring& query) {
   std::string value;
   MSIHANDLE view = 0, record = 0;
@@ -89,7 +89,7 @@ std::string PackageProperty(MSIHANDLE database, const wchar_t* name) {
 
 MSIHANDLE OpenDatabase(const std::wstring& path) {
   MSIHANDLE database = 0;
-  // Null for the mode is the header's MSIDBOPEN_READONLY, which exists in 8-bit form only.
+  // Null for the mode is the header's MSIDBOPEN_READONLY, which exists only in 8-bit form.
   if (MsiOpenDatabaseW(path.c_str(), nullptr, &database) != ERROR_SUCCESS)
     throw std::runtime_error("cannot open " + FromWide(path));
   return database;
@@ -121,7 +121,7 @@ std::set<std::string> UninstallEntries(REGSAM view) {
   return entries;
 }
 
-// All that a test of this level may change, as a text.
+// Describes everything that a test of this level may change, as a text.
 std::string DescribeMachine() {
   std::string text;
   for (REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
@@ -133,7 +133,7 @@ std::string DescribeMachine() {
   for (const char* key : {kServerKeyAbove, kMakerKey}) {
     if (KeyExists(HKEY_LOCAL_MACHINE, key)) text += std::string("key ") + key + "\n";
   }
-  // The engine leaves the maker's folder behind, empty.
+  // The engine leaves the maker's folder empty.
   for (const std::string& name : Names(Environment(L"ProgramW6432") + L"\\Halvorstead"))
     text += "program folder " + name + "\n";
   for (const std::string& name : Names(L"C:")) text += "folder " + name + "\n";
@@ -159,8 +159,8 @@ void EmptyStores() {
   DeleteRegistryTree(HKEY_LOCAL_MACHINE, HasService() ? kServiceKey : kServiceKeyAbove);
 }
 
-// What the last action says where no agent runs: the session of this program, whose agent the task `code`
-// keeps from starting.
+// The lines of the last action if no agent runs. They name this program's session; the task `code` keeps its
+// agent from starting.
 std::vector<std::string> RestartLines(int code) {
   wchar_t user[256] = {};
   DWORD size = 256, session = 0;
@@ -186,7 +186,7 @@ bool HasChild(DWORD process) {
   return hasChild;
 }
 
-// Whether the log ends in the start of the first action of the library. Nothing has been changed before that.
+// True if the log ends at the start of the library's first action. Nothing has been changed before that.
 bool IsInFirstAction(const std::wstring& log) {
   static const std::string start = "Action start ", action = ": CustomAction";
   std::vector<std::string> lines = SplitLines(LogText(ReadBytes(log)));
@@ -197,9 +197,9 @@ bool IsInFirstAction(const std::wstring& log) {
   return actions == 1 && lines.back().rfind(start, 0) == 0;
 }
 
-// Runs the installer's `command` once. False when nothing came of it and it can be started again: under
-// emulation a process now and then dies before its first instruction. That is the installer itself, or the
-// process in which it runs the actions, for which it then waits for ever.
+// Runs the installer's `command` once. False if nothing was changed and it can be started again: under
+// emulation a process sometimes dies before its first instruction. That is the installer itself, or the
+// process in which it runs the actions; the installer then waits forever for that process.
 bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
@@ -220,7 +220,7 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   if (run.exitCode == STILL_ACTIVE) {
     TerminateProcess(process.hProcess, 1);
     WaitForSingleObject(process.hProcess, kInstallerTimeLimit);
-    // It lets nobody read its log before its end.
+    // Nobody can read the installer's log before the installer ends.
     isLost = lost == kLostLooks && IsInFirstAction(log);
     if (isLost) std::printf("---- %s: the installer's action process is lost; again\n", run.name.c_str());
     if (!isLost) ADD_FAILURE() << FromWide(command) << " does not come to an end";
@@ -230,7 +230,7 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   return !isLost;
 }
 
-// No log that is kept holds a password: writes the file anew.
+// Overwrites a log, so that no log that is kept contains a password.
 void WriteBytes(const std::wstring& path, const std::string& bytes) {
   HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
   DWORD written = 0;
@@ -238,7 +238,7 @@ void WriteBytes(const std::wstring& path, const std::string& bytes) {
   CloseHandle(file);
 }
 
-// Whether a password begins at this place of a text whose characters have `width` bytes.
+// True if a password begins at `start`; a character of `text` has `width` bytes.
 bool IsPassword(const std::string& text, size_t start, size_t width) {
   static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVabcdefghijklmnopqrstuv0123456789!=$-+.,~^_";
   constexpr size_t kLength = 20, kGroup = 4;
@@ -254,8 +254,8 @@ bool IsPassword(const std::string& text, size_t start, size_t width) {
   return true;
 }
 
-// Whether the service of this name has been deleted, but is still there because its process or a handle is:
-// nobody can make it anew then.
+// True if the service of this name has been deleted, but still exists because its process or a handle does.
+// It cannot be created again until then.
 bool IsGoing(const wchar_t* name) {
   SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   SC_HANDLE service = OpenServiceW(manager, name, SERVICE_CHANGE_CONFIG);
@@ -270,14 +270,14 @@ bool IsGoing(const wchar_t* name) {
   return isGoing;
 }
 
-// A removal ends before the process of the service that it has deleted does.
+// A removal ends before the process of the deleted service does.
 void WaitForDeletedServices() {
   for (const wchar_t* name : {L"Ostrel", L"Vantor", L"Gauge"}) {
     for (DWORD waited = 0; IsGoing(name) && waited < kInstallerTimeLimit; waited += 50) Sleep(50);
   }
 }
 
-// Prints what matters of a run's log: the library's actions and lines, what failed, and the properties.
+// Prints the important part of a run's log: the library's actions and lines, failures, and the properties.
 void PrintRun(const InstallerRun& run) {
   static const char* const marks[] = {"start", "Setup Log:", "Return value 0.", "Return value 3.",
                                       "(S): PROP_"};
@@ -359,8 +359,8 @@ std::optional<std::string> Package::ShownVersion(REGSAM view) const {
 }
 
 std::vector<std::string> Package::VersionLines() const {
-  // The entry of a 64-bit package is in the 64-bit view, which is also the library's own; 32-bit programs
-  // have none.
+  // The entry of a 64-bit package is in the 64-bit view, which is also the library's own; the 32-bit view has
+  // none.
   return {"Hx Setup Log: set ARP version to " + displayVersion + " (default)",
           "Hx Setup Log: set ARP version to " + displayVersion + " (64-bit)",
           "Hx Setup Log: can't open uninstall registry key (32-bit)"};
@@ -380,7 +380,7 @@ std::vector<std::string> TaskLines() {
 }
 
 std::vector<std::string> RemovalLines() {
-  // Deleting the first task deletes the task folder, which is empty.
+  // Deleting the first task deletes the task folder, which is then empty.
   std::vector<std::string> lines = {"Hx Setup Log: Task uninstall failed:  -5"};
   Append(lines, RestartLines(-5));
   return lines;

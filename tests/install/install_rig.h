@@ -1,7 +1,7 @@
-// What the tests of the install level share: runs of Wine's msiexec with their logs, the packages, the
-// agent's settings stores, and the registry. Used by tests/install/*_test.cpp only.
+// Shared by the tests of the install level: runs of Wine's msiexec with their logs, the packages, the agent's
+// settings stores, and the registry. Used only by tests/install/*_test.cpp.
 //
-// Environment: HX_PACKAGES is the folder of the packages, HX_ARTIFACTS the folder where the logs are left.
+// Environment: HX_PACKAGES is the folder of the packages, HX_ARTIFACTS the folder for the logs.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,58 +16,59 @@
 
 namespace install {
 
-/// Texts are UTF-8 unless something else is said. These convert; characters that have no form become '?'.
+/// Converts between UTF-8 (or another 8-bit code page) and UTF-16; a character without a counterpart becomes
+/// '?'. All texts are UTF-8 unless stated otherwise.
 std::wstring ToWide(const std::string& text, UINT codePage = CP_UTF8);
 std::string FromWide(const std::wstring& text, UINT codePage = CP_UTF8);
 
-/// What stands in the logs, and so in the lines and properties of a run, for a password of the server's
-/// account.
+/// Replaces a password of the server's account in the logs, and so in the lines and properties of a run.
 extern const char kHiddenPassword[];
-/// Puts that in the place of whatever looks like such a password, wherever it stands in `text`: five groups
-/// of four characters, of which the first is one of the password's alphabet, the second one of four letters,
-/// and the others "AA"; in bytes, or in UTF-16. True where there was one.
+/// Puts kHiddenPassword in place of everything in `text` that looks like such a password, in bytes or in
+/// UTF-16: five groups of four characters, of which the first is one of the password's alphabet, the second
+/// one of four letters, and the others "AA". Returns true if there was one.
 bool HidePasswords(std::string& text);
 
-/// One run of msiexec, as it left things.
+/// The result of one run of msiexec.
 struct InstallerRun {
   std::string name;                               ///< the step, and the name of its log
   DWORD exitCode = 0;                             ///< the whole code of the process, not its low byte
   std::vector<std::string> lines;                 ///< the verbose log
   std::map<std::string, std::string> properties;  ///< the properties at the end of the run
 
-  /// The value of a property, or an empty text where it was not set.
+  /// Returns the value of a property; empty if it was not set.
   std::string Property(const std::string& property) const;
-  /// The log's lines that hold `mark`, whole and in order.
+  /// Returns the log's lines that contain `mark`, whole and in order.
   std::vector<std::string> LinesWith(const std::string& mark) const;
-  /// The lines that the library wrote.
+  /// Returns the lines that the library wrote.
   std::vector<std::string> SetupLines() const { return LinesWith("Hx Setup Log:"); }
 };
 
-/// A package file and what its database says.
+/// A package file and the contents of its database.
 struct Package {
   std::wstring path;
   std::string productCode;     ///< with braces
   std::string version;         ///< ProductVersion, which the engine writes into the uninstall entry
-  std::string displayVersion;  ///< PROP_VERSION, which the entry shall show
+  std::string displayVersion;  ///< PROP_VERSION, which the entry must show
 
-  /// Whether the engine knows the product as installed.
+  /// True if the engine knows the product as installed.
   bool IsInstalled() const;
-  /// "DisplayVersion" of the uninstall entry in a registry view (0, KEY_WOW64_64KEY or KEY_WOW64_32KEY);
-  /// nothing where the entry or the value is missing.
+  /// Returns "DisplayVersion" of the uninstall entry in a registry view (0, KEY_WOW64_64KEY or
+  /// KEY_WOW64_32KEY); empty if the entry or the value is missing.
   std::optional<std::string> ShownVersion(REGSAM view) const;
-  /// The library's log lines of a run that states this package's version.
+  /// Returns the library's log lines of a run that writes this package's version.
   std::vector<std::string> VersionLines() const;
-  /// All of the library's log lines of a run of the client package that installs it, with no agent running.
-  /// The engine behind these tests has neither the logon trigger nor the idle settings that the tasks need.
+  /// Returns all log lines of the library in a run of the client package that installs it, with no agent
+  /// running. The engine of these tests has neither the logon trigger nor the idle settings that the tasks
+  /// need.
   std::vector<std::string> InstallLines() const;
 };
 
-/// What an action that ends a run says to people, as the package file `path` has it; empty where there is no
-/// such action. This engine shows it to people only, so no log has it.
+/// Returns the text that an action which ends the run shows to the user, from the package file `path`; empty
+/// if there is no such action. This engine only shows the text, so no log has it.
 std::string RefusalText(const std::wstring& path, const std::string& action);
 
-/// What the actions for the client's tasks and agents log in such a run, behind the version; and all that is
-/// logged in a removal.
+/// The lines of the actions for the client's tasks and agents in such a run, after the version; and all lines
+/// of a removal.
 std::vector<std::string> TaskLines();
 std::vector<std::string> RemovalLines();
 
@@ -89,7 +90,7 @@ const Package& Gauge(const std::string& fragment);
 const Package& Probe();
 const Package& NewerProbe();
 
-/// The file that the client package installs.
+/// Returns the path of the file that the client package installs.
 std::wstring InstalledFile();
 
 bool FileExists(const std::wstring& path);
@@ -111,35 +112,36 @@ struct Settings {
   std::string host, site, assetId, assetLocation, assetOwner;
 };
 
-/// The keys with the agent's settings, and the key above them that the tests make and take away; above the
-/// service's settings that is the service's own key, which they leave alone while there is such a service.
+/// The keys with the agent's settings, and the key above each, which the tests create and delete. Above the
+/// service's settings that is the service's own key, which the tests do not touch while there is such a
+/// service.
 extern const char kUserKey[], kUserKeyAbove[], kServiceKey[], kServiceKeyAbove[];
 
-/// The settings file's path in the Windows folder.
+/// Returns the settings file's path in the Windows folder.
 std::wstring SettingsFile();
-/// Writes the settings file with the switch and settings; `codePage` is the one that the file is written in.
+/// Writes the settings file with the switch and settings, in `codePage`.
 void WriteSettingsFile(int storeSwitch, const Settings& settings, UINT codePage = CP_ACP);
 /// Writes settings into a registry store.
 void WriteRegistrySettings(Store store, const Settings& settings);
-/// Different settings for each of the three stores: every value begins with the store's name.
+/// Returns different settings for each of the three stores: every value begins with the store's name.
 Settings SettingsOf(Store store);
 /// Fills all three stores with their settings and sets the switch, so that a wrong choice shows.
 void FillAllStores(int storeSwitch);
-/// The settings as a run's properties show them.
+/// Returns the settings from a run's properties.
 Settings PublishedSettings(const InstallerRun& run);
 
 bool operator==(const Settings& left, const Settings& right);
 void PrintTo(const Settings& settings, std::ostream* stream);
 
-/// Every test begins and ends with the same machine: the stores empty and the installed products those that
-/// were there. A test that fails prints what matters of its runs' logs.
+/// Every test begins and ends with the same machine: the stores empty and the same products installed. A
+/// failing test prints the important part of its runs' logs.
 class InstallTest : public testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  /// Runs msiexec with `arguments`, to which the log is added; the log's file is named after the test and
-  /// `step`. Fails the test when the installer does not come to an end.
+  /// Runs msiexec with `arguments` and a log, which is named after the test and `step`. Fails the test if the
+  /// installer does not end.
   const InstallerRun& Msiexec(const std::string& step, const std::wstring& arguments);
 
   /// The steps of a product's life, without dialogs; `properties` as on a command line.
@@ -152,8 +154,8 @@ class InstallTest : public testing::Test {
   std::vector<std::unique_ptr<InstallerRun>> runs_;
 };
 
-/// Tests with the client package installed already: one installation for all of them, and one removal. A test
-/// runs the package over itself.
+/// Tests with an installed client package: one installation for all of them, and one removal. A test runs the
+/// package over itself.
 class InstalledClientTest : public InstallTest {
  protected:
   static void SetUpTestSuite();

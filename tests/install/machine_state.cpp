@@ -11,7 +11,7 @@ namespace install {
 
 namespace {
 
-// Folders whose content changes by itself or belongs to the engine; no backslash at the end.
+// Folders that change by themselves or belong to the engine; no backslash at the end.
 const wchar_t* const kForeignFolders[] = {
     L"C:\\windows\\Installer",
     L"C:\\windows\\temp",
@@ -20,8 +20,8 @@ const wchar_t* const kForeignFolders[] = {
     L"C:\\ProgramData\\Ostrel record.txt",
 };
 
-// The keys that are looked through, and those in them that are not: the engine's own, and the classes,
-// thousands of keys that no package here touches.
+// The keys to compare, and the keys in them to skip: the engine's own, and the classes, thousands of keys
+// that no package here touches.
 struct RegistryPart {
   HKEY root;
   const char* name;
@@ -47,7 +47,8 @@ const char* const kForeignKeys[] = {
 constexpr wchar_t kWindowsFolder[] = L"C:\\windows\\";
 
 constexpr char kUninstallKeys[] = "\\CurrentVersion\\Uninstall\\";
-// Of an entry in the list of installed programs, what a package says; the engine writes twenty values more.
+// The values that a package writes into its entry in the list of installed programs; the engine writes twenty
+// more.
 const char* const kUninstallValues[] = {"DisplayName", "DisplayVersion", "Publisher", "Comments"};
 
 std::string Hash(const std::string& bytes) {
@@ -179,7 +180,7 @@ class MachineState::Collector {
     if (isFolder && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) AddFiles(path);
   }
 
-  // What says of a file whether it is another than before, without a look into it.
+  // Returns the file's properties that show a change, without reading its content.
   static std::string Stamp(const WIN32_FIND_DATAW& found) {
     const FILETIME& time = found.ftLastWriteTime;
     return std::to_string(found.nFileSizeLow) + "/" + std::to_string(time.dwHighDateTime) + "/" +
