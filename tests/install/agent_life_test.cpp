@@ -159,11 +159,11 @@ TEST_F(AgentLifeTest, ToolsAndServiceGoInOrderBeforeTheScriptBegins) {
   EXPECT_EQ(installed.service, static_cast<DWORD>(SERVICE_RUNNING));
 }
 
-TEST_F(AgentLifeTest, WhatOnlyLooksLikeTheClientRunsOn) {
+TEST_F(AgentLifeTest, LookalikesOfTheClientKeepRunning) {
   EXPECT_EQ(life_->running, (Texts{"agent elsewhere", "window of another title", "window of no tool"}));
 }
 
-TEST_F(AgentLifeTest, ASilentInstallationIsToldAndNotStopped) {
+TEST_F(AgentLifeTest, ASilentInstallationLogsTheNoticeAndGoesOn) {
   // The text of the package, which PROP_SILENCE=-1 asks for. The other runs do not set it.
   const std::string notice =
       "Halvorstead Client is running as a service on this computer.  Setup will try to stop the service now "
@@ -180,7 +180,7 @@ TEST_F(AgentLifeTest, AServiceThatDoesNotRunIsLeftToThePackage) {
   EXPECT_EQ(repaired.service, static_cast<DWORD>(SERVICE_RUNNING));
 }
 
-TEST_F(AgentLifeTest, ARemovalStopsTheServiceAndTellsItNothingMore) {
+TEST_F(AgentLifeTest, ARemovalStopsTheServiceAndSendsItNothingElse) {
   EXPECT_EQ(removed.run.exitCode, 0u);
   EXPECT_EQ(removed.record, (Texts{"osau.exe: started in front", "ostrel.exe: control 1",
                                    "ostrel.exe: stopped", "osau.exe: started behind"}));
@@ -193,7 +193,7 @@ TEST_F(AgentLifeTest, ARemovalStopsTheServiceAndTellsItNothingMore) {
 
 // All lines of the library in the whole run. This engine has no logon triggers (-16) and no idle settings
 // (-19), so neither task can be registered, and none started (-6).
-TEST_F(AgentLifeTest, TheLogTellsOfEachTaskAgentAndSession) {
+TEST_F(AgentLifeTest, TheLogNamesEachTaskAgentAndSession) {
   const DWORD foreign = life_->foreignAgent;
   Texts registered = Client().VersionLines();
   registered.push_back("Hx Setup Log: Task install failed:  -16");
@@ -205,14 +205,14 @@ TEST_F(AgentLifeTest, TheLogTellsOfEachTaskAgentAndSession) {
   EXPECT_EQ(removed.run.LinesWith("Setup Log: "), RestartLines({}, foreign, 1, -5));
 }
 
-TEST_F(AgentLifeTest, OldTasksGoAndTheFolderGoesWithTheProduct) {
+TEST_F(AgentLifeTest, OldTasksAreDeletedAndTheFolderGoesWithTheProduct) {
   // Both tasks existed before the installation, and again before the removal.
   EXPECT_EQ(installed.tasks, Texts{});
   EXPECT_EQ(repaired.tasks, Texts{});
   EXPECT_EQ(removed.tasks, Texts{"(no folder)"});
 }
 
-TEST_F(AgentLifeTest, TheAuditIsMadeAnewFromTheProperties) {
+TEST_F(AgentLifeTest, TheAuditIsReplacedFromTheProperties) {
   const Texts audit = {
       "program C:\\Program Files\\Halvorstead\\Ostrel\\ostrel32.exe", "parameters -auditmode -all",
       "at most 7200000 ms",

@@ -19,7 +19,7 @@ HX_INTERNAL(CheckAgentTask);
 HX_INTERNAL(DeleteAgentTask);
 
 // Without the fixture: a connection to the Task Scheduler does not always outlive its service.
-TEST(AgentScheduleTest, TheServiceIsStartedWhereItDoesNotRun) {
+TEST(AgentScheduleTest, TheServiceIsStartedIfItDoesNotRun) {
   rig::Library library("hxinternals.dll");
   install::StopService("Schedule");
   EXPECT_FALSE(install::IsServiceRunning("Schedule"));
@@ -46,7 +46,7 @@ class AgentOperationsTest : public testing::Test {
   rig::Library library_{"hxinternals.dll"};
 };
 
-TEST_F(AgentOperationsTest, RegistrationsStopWhereThisEngineDoes) {
+TEST_F(AgentOperationsTest, RegistrationsFailAtWhatThisEngineDoesNotSupport) {
   // They create the folder, and leave it.
   EXPECT_EQ(RegisterAgentTask(kAutoUpdateTask, L"C:\\update.exe", L"-X", nullptr, 1), kStepIdleSettings);
   EXPECT_EQ(scheduler.Tasks(), none);

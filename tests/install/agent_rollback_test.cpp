@@ -13,7 +13,7 @@ class AgentRollbackTest : public AgentTest {};
 
 // A copy of the package that fails after the tracking hook, and that would restart the agents in the
 // rollback.
-TEST_F(AgentRollbackTest, TakesTheTrackingLibraryOutAndLeavesTheRestAlone) {
+TEST_F(AgentRollbackTest, UnhooksTheTrackingLibraryAndChangesNothingElse) {
   const std::wstring package = std::wstring(kOtherFolder) + L"\\client.msi";
   WriteTree(kOtherFolder, {});
   std::vector<std::string> statements = FailInScript(kBehindTheHook);

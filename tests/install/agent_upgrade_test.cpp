@@ -98,7 +98,7 @@ void AgentUpgradeTest::SetUpTestSuite() {
   life.removed = RunAndLook("AgentUpgradeTest.removed", L"/x \"" + NewerClient().path + L"\" /qn");
 }
 
-TEST_F(AgentUpgradeTest, WhatIsNotThereIsNotMade) {
+TEST_F(AgentUpgradeTest, MissingItemsAreNotCreated) {
   EXPECT_EQ(older.run.exitCode, 0u);
   EXPECT_TRUE(older.hasClient);
   EXPECT_EQ(older.audit, std::nullopt);
@@ -116,13 +116,13 @@ TEST_F(AgentUpgradeTest, AToolThatRefusesEndsTheUpgradeBeforeAnythingElseIsAsked
   ExpectOlderIsWhole(life_->refused);
 }
 
-TEST_F(AgentUpgradeTest, TheNextAttemptStartsAnew) {
+TEST_F(AgentUpgradeTest, TheNextAttemptStartsFromTheBeginning) {
   EXPECT_EQ(life_->blocked.record,
             (Texts{"Warden: WM_CLOSE", "Warden: closed", "Lendo32: WM_CLOSE refused"}));
   ExpectOlderIsWhole(life_->blocked);
 }
 
-TEST_F(AgentUpgradeTest, NetworkToolsAreAskedInThreeWaysAndAServiceThatGoesOnEndsTheUpgrade) {
+TEST_F(AgentUpgradeTest, NetworkToolsAreAskedInThreeWaysAndAServiceThatKeepsRunningEndsTheUpgrade) {
   EXPECT_EQ(life_->stubborn.record,
             (Texts{"Tollgate: 2024 refused", "Tollgate: WM_ENDSESSION refused", "Tollgate: WM_COMMAND 1001",
                    "Tollgate: closed", "Tollgate32: 2024 refused", "Tollgate32: WM_ENDSESSION",
@@ -151,7 +151,7 @@ TEST_F(AgentUpgradeTest, TheUpgradeReplacesTheClientAndKeepsWhatIsShared) {
   EXPECT_EQ(upgraded.libraries, (LibraryList{true, "OSTRACK.DLL", 1}));
 }
 
-TEST_F(AgentUpgradeTest, ARemovalTakesOnlyItsOwn) {
+TEST_F(AgentUpgradeTest, ARemovalDeletesOnlyItsOwnItems) {
   EXPECT_EQ(removed.run.exitCode, 0u);
   EXPECT_FALSE(removed.hasNewerClient);
   EXPECT_EQ(removed.service, 0u);

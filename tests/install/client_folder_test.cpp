@@ -27,7 +27,7 @@ class ClientFolderTest : public AgentTest {
   const std::wstring folder = kMade + L"\\Ostrel";
 };
 
-TEST_F(ClientFolderTest, AFolderThatWasThereKeepsItsAccessListAndItsFiles) {
+TEST_F(ClientFolderTest, AnExistingFolderKeepsItsAccessListAndItsFiles) {
   // The package's program has a lower version than the one that somebody has put in its place.
   const std::wstring package = kMade + L"\\client.msi";
   WriteTree(kMade, {});

@@ -128,7 +128,7 @@ TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
 }
 
 // Only the first run names the folder; every later run finds it.
-TEST_F(ClientLivesTest, InAFolderOfItsOwn) {
+TEST_F(ClientLivesTest, InAChosenFolder) {
   const std::string chosen = FromWide(kMetering) + "\\Ostrel\\";
   ASSERT_EQ(Install(Client(), L"DIR_CLIENT=\"" + kMetering + L"\\Ostrel\"").exitCode, 0u);
   const Texts folders = {"+ C:\\Metering\\", "+ " + chosen};

@@ -53,7 +53,7 @@ class ClientPackageTest : public InstallTest {
 
 class StoreTest : public ClientPackageTest, public testing::WithParamInterface<Store> {};
 
-TEST_P(StoreTest, SettingsOutliveUpgradesAndTheServicesGoWithTheService) {
+TEST_P(StoreTest, SettingsSurviveUpgradesAndTheServicesSettingsGoWithIt) {
   FillAllStores(GetParam());
   const Settings stored = SettingsOf(GetParam());
 

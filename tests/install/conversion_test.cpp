@@ -77,7 +77,7 @@ TEST_P(FailedConversionTest, EndsTheInstallation) {
 // The combinations without dbcon_completed.txt: the even numbers.
 INSTANTIATE_TEST_SUITE_P(Combination, FailedConversionTest, testing::Range(0u, kAllCombinations, 2u));
 
-TEST_F(ConversionTest, CompletedOnesAndThoseThatOnlyCleanGoOn) {
+TEST_F(ConversionTest, CompletedConversionsAndCleaningSucceed) {
   for (unsigned combination = 0; combination < kAllCombinations; ++combination) {
     Judge(combination, true);
     if (CodeOf(combination) == ERROR_SUCCESS) Judge(combination, false);

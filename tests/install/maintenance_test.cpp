@@ -1,5 +1,5 @@
-// What a command line can and cannot do to a product that is installed, and who may run a package at all. An
-// ordinary user may have an installed product repaired, and the engine then runs the deferred actions as
+// What a command line can and cannot do to an installed product, and who may run a package at all. An
+// ordinary user may start a repair of an installed product, and the engine then runs the deferred actions as
 // SYSTEM.
 
 #include "install/agent_rig.h"
@@ -17,7 +17,7 @@ class MaintenanceTest : public SecurityTest {
     SecurityTest::TearDown();
   }
 
-  /// Lays down what somebody would have run as SYSTEM: a setup file and a converter that leave a trace, and
+  /// Lays down files that somebody wants SYSTEM to run: a setup file and a converter that leave a trace, and
   /// data with a marker of the conversion, which the judgement deletes.
   void LayDownTraps() {
     WriteTree(
@@ -30,8 +30,8 @@ class MaintenanceTest : public SecurityTest {
     WriteTree(trapData, {{"format.txt", "1\r\n"}, {"dbcon_failed.txt", "marker"}});
   }
 
-  /// Every property of the server package that names a folder or says what was found, as an attacker would
-  /// give them.
+  /// Returns every property of the server package that names a folder or says what was found, with values
+  /// that an attacker would give.
   std::wstring Attack() const {
     std::wstring line;
     for (const wchar_t* folder : {L"DIR_SERVER", L"SERVERFOLDERFOUND", L"DIR_EXSERVER", L"PROP_PRE75SERVER"})
@@ -48,8 +48,8 @@ class MaintenanceTest : public SecurityTest {
            L"ACCOUNTFOUND=vantor ACCOUNTDOMAINFOUND=. PROP_INSTALLEDSERVER=another";
   }
 
-  /// A copy of a package in which the user of a run with ORDINARY=1 is no administrator. The engine keeps it,
-  /// and repairs and removes by it what was installed by it.
+  /// Returns a copy of a package in which the user of a run with ORDINARY=1 is not an administrator. The
+  /// engine keeps the copy, and repairs and removes with it what it has installed.
   std::wstring ForOrdinaryUsers(const Package& package) {
     WriteTree(elsewhere, {});
     const std::wstring copy = elsewhere + L"\\ordinary.msi";
@@ -62,8 +62,8 @@ class MaintenanceTest : public SecurityTest {
     return copy;
   }
 
-  /// A copy of a package in which the engine makes the removal of its feature one of the whole product, at
-  /// the place where Windows Installer does.
+  /// Returns a copy of a package in which the engine turns the removal of its feature into a removal of the
+  /// whole product, at the same place as Windows Installer.
   std::wstring WithWholeRemoval(const Package& package) {
     WriteTree(elsewhere, {});
     const std::wstring copy = elsewhere + L"\\whole.msi";
@@ -121,8 +121,8 @@ TEST_F(MaintenanceTest, AnInstalledServerTakesNothingFromACommandLine) {
   EXPECT_EQ(ReadTree(server), With({}, "Data", {{"format.txt", "1\r\n"}}));
 }
 
-// The folder is not where the registry says; nothing else than that says where it is.
-TEST_F(MaintenanceTest, ARepairThatFindsNoFolderTakesThePackagesOwn) {
+// The folder is not where the registry says, and nothing else says where it is.
+TEST_F(MaintenanceTest, ARepairThatFindsNoFolderUsesThePackagesDefault) {
   ASSERT_EQ(Install(Server()).exitCode, 0u);
   LayDownTraps();
   const MachineState before = MachineState::Now();
@@ -132,8 +132,8 @@ TEST_F(MaintenanceTest, ARepairThatFindsNoFolderTakesThePackagesOwn) {
   EXPECT_EQ(MachineState::Now().Since(before), "");
 }
 
-// What an installation may be given are its folders, not what it finds there.
-TEST_F(MaintenanceTest, AFirstInstallationFindsForItself) {
+// A command line may give an installation its folders, but not what it finds there.
+TEST_F(MaintenanceTest, AFirstInstallationFindsThingsItself) {
   LayDownTraps();
   const Tree traps = ReadTree(elsewhere);
   const InstallerRun& installed = Install(
@@ -161,7 +161,7 @@ TEST_F(MaintenanceTest, AnInstalledClientTakesNoFolderFromACommandLine) {
                                                          trap + L"\" DIR_APPDATA=\"" + trap + L"\"");
   EXPECT_EQ(repaired.exitCode, 0u);
   EXPECT_EQ(repaired.Property("DIR_CLIENT"), folder);
-  // Below the programs, where nobody can make it first: the update task reads in it as SYSTEM.
+  // Below the programs, where an ordinary user cannot create it first: the update task reads in it as SYSTEM.
   EXPECT_EQ(repaired.Property("DIR_APPDATA"), *folder + "Update\\");
   EXPECT_EQ(GetRegistryText(HKEY_LOCAL_MACHINE, key, "Folder"), folder);
   EXPECT_EQ(Names(trap), Texts{"osau.exe"});
@@ -169,7 +169,7 @@ TEST_F(MaintenanceTest, AnInstalledClientTakesNoFolderFromACommandLine) {
   EXPECT_EQ(Names(trap), Texts{"osau.exe"});
 }
 
-// The update task would read the folder as SYSTEM in every later run too.
+// Otherwise the update task would read the given folder as SYSTEM in every later run.
 TEST_F(MaintenanceTest, NoCommandLineMovesTheUpdateFolder) {
   WriteTree(trap, {});
   const InstallerRun& installed = Install(Client(), L"DIR_APPDATA=\"" + trap + L"\"");
@@ -177,8 +177,8 @@ TEST_F(MaintenanceTest, NoCommandLineMovesTheUpdateFolder) {
   EXPECT_EQ(installed.Property("DIR_APPDATA"), installed.Property("DIR_CLIENT") + "Update\\");
 }
 
-// An administrator's slip: nothing is installed in the older server's place, so that one must stay. If only
-// the feature is named, nobody knows that before the data folder turns out to be missing.
+// An administrator's mistake: nothing replaces the older server, so it must stay. If only the feature is
+// named, that is not noticed before the data folder turns out to be missing.
 TEST_F(MaintenanceTest, AnInstallationOfNothingLeavesTheOlderServer) {
   for (const std::wstring& data : {server + L"\\Data", outsideData}) {
     for (const wchar_t* slip : {L"REMOVE=ALL", L"REMOVE=ServerFeature"}) {
@@ -213,9 +213,9 @@ TEST_F(MaintenanceTest, AnInstallationOfNothingConvertsNothing) {
   }
 }
 
-// The newer version's tasks, hook and agents are not the older one's to remove, however the removal of that
-// is asked for. This engine does not make it one of the whole product itself.
-TEST_F(MaintenanceTest, ARemovedFeatureIsNoReasonToTakeTheNewerClientsThings) {
+// The removal of the older client must not remove the newer one's tasks, hook and agents, however it is
+// requested. This engine does not turn it into a removal of the whole product itself.
+TEST_F(MaintenanceTest, RemovingTheFeatureLeavesTheNewerClientsItems) {
   const std::wstring copy = WithWholeRemoval(Client());
   ASSERT_EQ(Msiexec("install", L"/i \"" + copy + L"\" /qn").exitCode, 0u);
   const std::string key = "SOFTWARE\\Halvorstead\\Ostrel";
@@ -226,8 +226,8 @@ TEST_F(MaintenanceTest, ARemovedFeatureIsNoReasonToTakeTheNewerClientsThings) {
   EXPECT_EQ(removed.SetupLines(), Texts());
 }
 
-// Only a removal may take itself for one by a newer version.
-TEST_F(MaintenanceTest, AnInstallationIsNoUpgradeOfSomethingElse) {
+// Only a removal may act as one by a newer version.
+TEST_F(MaintenanceTest, OnlyARemovalActsAsOneByANewerVersion) {
   const std::wstring slip = L"UPGRADINGPRODUCTCODE={7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28}";
   const InstallerRun& installed = Install(Client(), slip);
   EXPECT_EQ(installed.exitCode, 0u);
@@ -241,7 +241,7 @@ TEST_F(MaintenanceTest, AnInstallationIsNoUpgradeOfSomethingElse) {
   EXPECT_EQ(Reinstall(Server(), slip).Property("ServerIsReplaced"), "");
 }
 
-// The list starts a run without an administrator's rights, which is refused.
+// The list starts a run without administrator's rights, which is refused.
 TEST_F(MaintenanceTest, TheListOfInstalledProgramsOffersARemovalOnly) {
   for (const Package* package : {&Server(), &Client()}) {
     ASSERT_EQ(Install(*package).exitCode, 0u);
@@ -258,7 +258,7 @@ TEST_F(MaintenanceTest, TheListOfInstalledProgramsOffersARemovalOnly) {
   }
 }
 
-// Users' key files are gathered once, and not by every repair.
+// Users' key files are gathered once, not in every repair.
 TEST_F(MaintenanceTest, ARepairMovesNoKeyFiles) {
   const std::string start = ": CustomAction13.";
   EXPECT_NE(Install(Server()).LinesWith(start), Texts());
@@ -267,7 +267,7 @@ TEST_F(MaintenanceTest, ARepairMovesNoKeyFiles) {
   EXPECT_EQ(Remove(Server()).LinesWith(start), Texts());
 }
 
-// The service has an account that this engine can look up, and its folder entries of its own.
+// The service has an account that this engine can look up, and its folder has explicit entries.
 TEST_F(MaintenanceTest, ARepairReplacesNoAccessListWhateverItIsGiven) {
   const std::string account = ComputerName() + "\\" + UserName();
   MakeServer(server + L"\\vt.exe", ToWide(account));
@@ -285,7 +285,7 @@ TEST_F(MaintenanceTest, ARepairReplacesNoAccessListWhateverItIsGiven) {
 }
 
 // In an installation, a repair and a removal.
-TEST_F(MaintenanceTest, WithoutAnAdministratorsRightsEachRunIsRefused) {
+TEST_F(MaintenanceTest, EachRunWithoutAdministratorRightsIsRefused) {
   for (const Package* package : {&Server(), &Client()}) {
     SCOPED_TRACE(FromWide(package->path));
     const std::wstring ordinary = ForOrdinaryUsers(*package);

@@ -1,5 +1,5 @@
-// A client package of another maker, with a key of its own: installed, repaired, upgraded and removed beside
-// the client Ostrel, whose folder and key it does not take for its own.
+// A client package of another maker, with its own key: installed, repaired, upgraded and removed beside the
+// client Ostrel. It does not use Ostrel's folder and key.
 
 #include "install/machine_state.h"
 
@@ -22,7 +22,8 @@ class OtherClientTest : public AgentTest {
     AgentTest::TearDown();
   }
 
-  /// What a package brings to its folder, which has a backslash at its end, and to the registry.
+  /// Returns the lines for what a package adds to its folder, which has a backslash at its end, and to the
+  /// registry.
   static Texts Brought(const Package& package, const std::string& name, const std::string& folder) {
     return {"+ " + folder + "probe.exe",
             "+ HKLM\\SOFTWARE\\Brackwell\\",
@@ -56,7 +57,7 @@ TEST_F(OtherClientTest, LivesBesideTheClientInAFolderOfItsOwn) {
   const InstallerRun& installed = Install(Probe(), ToWide(given));
   ASSERT_EQ(installed.exitCode, 0u);
   EXPECT_EQ(installed.SetupLines(), Texts());
-  // Nothing was found: neither Ostrel's folder nor its product.
+  // Neither Ostrel's folder nor its product was found.
   EXPECT_EQ(installed.Property("CLIENTFOLDERFOUND"), "");
   EXPECT_EQ(installed.Property("PROP_INSTALLEDCLIENT"), "");
   Texts changes = {"+ C:\\Probes\\", "+ " + folder};
@@ -64,14 +65,14 @@ TEST_F(OtherClientTest, LivesBesideTheClientInAFolderOfItsOwn) {
   const MachineState there = MachineState::Now();
   EXPECT_EQ(there.Since(before), Joined(changes));
 
-  // The folder is the one of its own key, whatever a command line says.
+  // The folder comes from the package's own key, whatever a command line says.
   const InstallerRun& repaired =
       Reinstall(Probe(), L"DIR_CLIENT=\"" + another + L"\" CLIENTFOLDERFOUND=\"" + another + L"\"");
   EXPECT_EQ(repaired.exitCode, 0u);
   EXPECT_EQ(repaired.Property("DIR_CLIENT"), folder);
   EXPECT_EQ(MachineState::Now().Since(there), "");
 
-  // The newer version comes into the same folder, and knows the older one.
+  // The newer version is installed into the same folder, and finds the older one.
   const InstallerRun& upgraded = Install(NewerProbe());
   ASSERT_EQ(upgraded.exitCode, 0u);
   EXPECT_EQ(upgraded.Property("DIR_CLIENT"), folder);

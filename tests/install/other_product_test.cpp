@@ -1,6 +1,5 @@
-// A package with a product, a service and a maker of its own, which uses the fragments of a server:
-// installed, upgraded and removed beside the client and the server; and the same package with one of the
-// fragments only.
+// A package of another product, service and maker, which uses the fragments of a server: installed, upgraded
+// and removed beside the client and the server; and the same package with only one of the fragments.
 
 #include "install/machine_state.h"
 #include "install/security_rig.h"
@@ -31,15 +30,15 @@ class OtherProductTest : public SecurityTest {
     SecurityTest::TearDown();
   }
 
-  /// The account that the service "Gauge" runs under, and the one that is noted for it.
+  /// Returns the account that the service "Gauge" runs under, and the one that is noted for it.
   static std::string Accounts() {
     return GetRegistryText(HKEY_LOCAL_MACHINE, kGaugeService, "ObjectName").value_or("(none)") + ", " +
            GetRegistryText(HKEY_LOCAL_MACHINE, kGaugeKey, "AccountDomain").value_or("(none)") + "\\" +
            GetRegistryText(HKEY_LOCAL_MACHINE, kGaugeKey, "Account").value_or("(none)");
   }
 
-  /// What the library logs where it makes the account and where it gives it the folders. This engine makes no
-  /// account that it can look up.
+  /// Returns the library's lines for creating the account and giving it access to the folders. This engine
+  /// cannot look up accounts that it creates.
   static Texts MakingLines() {
     return {SetupLine("creating local service account gauge"),
             SetupLine("could not grant right to logon as service")};
@@ -56,7 +55,8 @@ class OtherProductTest : public SecurityTest {
     return all;
   }
 
-  /// What a package brings: its program, and the service where it has one; up to the state of the product.
+  /// Returns the lines for what a package adds: its program, and the service if it has one; up to the state
+  /// of the product.
   Texts Brought(const Package& package, const std::string& name, bool hasService) const {
     Texts lines = {"+ C:\\Program Files\\Brackwell\\",      "+ " + program + "\\",
                    "+ " + program + "\\gauge.exe",          "+ C:\\ProgramData\\Brackwell\\",
@@ -84,7 +84,7 @@ class OtherProductTest : public SecurityTest {
     if (hasService) lines.push_back("+ service Gauge = running");
     return lines;
   }
-  /// What a removal leaves: the folder of the maker, which this engine does not take away.
+  /// Returns what a removal leaves: the folder of the maker, which this engine does not delete.
   static std::string Left() { return Joined({"+ C:\\Program Files\\Brackwell\\"}); }
 
   const std::string program = "C:\\Program Files\\Brackwell\\Gauge";
@@ -113,8 +113,8 @@ TEST_F(OtherProductTest, LivesBesideClientAndServer) {
   const std::string accounts = ComputerName() + "\\gauge, .\\gauge";
   EXPECT_EQ(Accounts(), accounts);
 
-  // The newer version, whose MajorUpgrade removes the older one directly after InstallFinalize. The account
-  // stays, and is not made a second time.
+  // The newer version's MajorUpgrade removes the older one directly after InstallFinalize. The account stays,
+  // and is not created again.
   const InstallerRun& upgraded = Install(NewerGauge(), L"PROP_ACCOUNTTYPE=1");
   ASSERT_EQ(upgraded.exitCode, 0u);
   EXPECT_EQ(upgraded.SetupLines(), Together({AccessLines(), firewall}));
@@ -129,9 +129,10 @@ TEST_F(OtherProductTest, LivesBesideClientAndServer) {
   EXPECT_EQ(MachineState::Now().Since(before), Left());
 }
 
-// After InstallFinalize the product is installed, and its service has the account. What fails there, as the
-// removal of an older version can, must not delete it: Windows Installer then leaves the product as it is.
-TEST_F(OtherProductTest, WhatFailsDirectlyAfterInstallFinalizeDeletesNoAccount) {
+// After InstallFinalize the product is installed, and its service has the account. A failure there, such as
+// that of removing an older version, must not delete the account: Windows Installer leaves the product
+// installed.
+TEST_F(OtherProductTest, AFailureDirectlyAfterInstallFinalizeDeletesNoAccount) {
   WriteTree(elsewhere, {});
   const std::wstring package = elsewhere + L"\\other.msi";
   for (const auto& [place, isDeleted] : {std::pair(6565, true), std::pair(6601, false)}) {
@@ -144,17 +145,17 @@ TEST_F(OtherProductTest, WhatFailsDirectlyAfterInstallFinalizeDeletesNoAccount) 
                        std::to_string(place) + ")"});
     const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn PROP_ACCOUNTTYPE=1");
     EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-    // In front of the script's run it is the sequence's end that deletes the account.
+    // Before the script's run the end of the sequence deletes the account.
     EXPECT_EQ(failed.LinesWith(": CustomAction24.Failed.").empty(), !isDeleted);
     EXPECT_EQ(failed.LinesWith(": InstallExecuteAgain.").empty(), isDeleted);
-    // The service has been started with its password, which the sequence forgets before anything can fail.
+    // The service has been started with its password, which the sequence empties before anything can fail.
     EXPECT_EQ(RecordOf("gauge.exe: started").size(), isDeleted ? 0u : 1u);
     if (!isDeleted) EXPECT_EQ(failed.Property("PROP_ACCOUNTPASS"), "");
     EXPECT_EQ(failed.Property("AccountAsked"), isDeleted ? "1" : "");
   }
 }
 
-// Each of the fragments alone, where another product holds the keys of the client and of the server.
+// Each fragment by itself, while another product has the keys of the client and of the server.
 TEST_F(OtherProductTest, OneFragmentOnly) {
   for (const char* key : {"SOFTWARE\\Halvorstead\\Ostrel", "SOFTWARE\\Halvorstead\\Vantor"}) {
     SetRegistryText(HKEY_LOCAL_MACHINE, key, "Product", "{another}");
@@ -191,8 +192,8 @@ TEST_F(OtherProductTest, OneFragmentOnly) {
   }
 }
 
-// CustomAction24 looks at this service first, whatever the package's own is called: it finds an account that
-// is not the package's, leaves it alone, and looks no further.
+// CustomAction24 checks the service "Vantor" first, whatever the package's own service is called. It finds an
+// account that is not the package's, leaves it alone, and looks no further.
 TEST_F(OtherProductTest, TheAccountOfTheServiceVantorIsLeftAlone) {
   const std::string account = ComputerName() + "\\" + UserName();
   MakeServer(server + L"\\vt.exe", ToWide(account));

@@ -1,5 +1,5 @@
-// What the fragments refuse when a package has not the folders that their actions need: in an installation
-// and in a repair, with their text, and before anything changes. A removal is never refused.
+// What the fragments refuse if a package does not have the folders that their actions need: in an
+// installation and in a repair, with a text, and before anything changes. A removal is never refused.
 
 #include "install/machine_state.h"
 #include "install/security_rig.h"
@@ -23,7 +23,7 @@ class PackageRefusalsTest : public SecurityTest {
     machine_.GiveBack();
   }
 
-  /// A copy of a package in which `statements` have been run.
+  /// Returns a copy of a package in which `statements` have been run.
   std::wstring Changed(const Package& package, const std::vector<std::string>& statements) {
     WriteTree(elsewhere, {});
     const std::wstring copy = elsewhere + L"\\changed.msi";
@@ -31,7 +31,8 @@ class PackageRefusalsTest : public SecurityTest {
     return copy;
   }
 
-  /// Runs the engine with a package that refuses the run by `action`, which says `text`, and changes nothing.
+  /// Runs the engine with a package, and expects that `action` refuses the run with `text` and that nothing
+  /// changes.
   void ExpectRefusal(const std::wstring& package, const std::wstring& properties, const std::string& action,
                      const std::string& text) {
     const MachineState before = MachineState::Now();
@@ -43,8 +44,8 @@ class PackageRefusalsTest : public SecurityTest {
     EXPECT_EQ(MachineState::Now().Since(before), "") << action;
   }
 
-  /// The whole of it: a copy of `package`, changed by `statements` too, that loses a folder's property after
-  /// costing in a run with LOSES=1.
+  /// Does all of it: makes a copy of `package`, changed by `statements`, that loses a folder's property after
+  /// costing in a run with LOSES=1, and expects the refusals.
   void ExpectRefusedWithout(const Package& package, const std::string& folder,
                             std::vector<std::string> statements, const std::string& action,
                             const std::string& text) {
@@ -85,7 +86,7 @@ TEST_F(PackageRefusalsTest, AClientWithoutItsFolder) {
   ExpectRefusedWithout(Client(), "DIR_CLIENT", {}, "RefuseNoClientFolder", kNoClientFolder);
 }
 
-// The mistake itself: the folder has another name.
+// The author's mistake itself: the folder has another name.
 TEST_F(PackageRefusalsTest, AClientWhoseFolderHasAnotherName) {
   const std::wstring copy = Changed(
       Client(), {"INSERT INTO `Directory` (`Directory`, `Directory_Parent`, `DefaultDir`) VALUES "
@@ -107,7 +108,7 @@ TEST_F(PackageRefusalsTest, AServiceWithAnAccountWithoutTheFoldersThatItReaches)
   }
 }
 
-// Of the model's fragments server_access.wxi comes first; a package can have the other one alone.
+// In the model server_access.wxi comes first; another package may include only the other fragment.
 TEST_F(PackageRefusalsTest, ASetupFileWithoutItsFolder) {
   ExpectRefusedWithout(Server(), "DIR_SERVER",
                        {"DELETE FROM `InstallExecuteSequence` WHERE `Action` = 'RefuseNoAccessFolders'"},

@@ -1,5 +1,5 @@
-// The server's service, its account, its access and what else the package asks of the machine, in the runs of
-// a product's life. A witness in the package sees what this engine keeps for the installer's process only.
+// The server's service, its account, its access and the package's other demands, in the runs of a product's
+// life. A witness in the package sees what this engine keeps only for the installer's process.
 
 #include "install/agent_rig.h"
 #include "install/security_rig.h"
@@ -18,7 +18,7 @@ class SecurityPackageTest : public SecurityTest {
   }
   static std::string IsGone(const std::string& name) { return "Witness: " + name + " is no account"; }
 
-  /// What the library and the witness said, in order and without what the witness says of access.
+  /// Returns the lines of the library and the witness, in order, without the witness's lines about access.
   static Texts Told(const InstallerRun& run) {
     Texts told;
     for (const std::string& line : run.lines) {
@@ -28,7 +28,7 @@ class SecurityPackageTest : public SecurityTest {
     return told;
   }
 
-  /// The value that the section of the INF file writes.
+  /// Returns the value that the section of the INF file writes.
   static std::optional<std::string> EventSource() {
     return GetRegistryText(HKEY_LOCAL_MACHINE, kEventSourceKey, "EventMessageFile");
   }
@@ -38,17 +38,17 @@ class SecurityPackageTest : public SecurityTest {
   std::string RunsSection(const std::string& section) const {
     return "InstallHinfSection(" + section + " 128 " + setupFile + ")";
   }
-  /// What CustomAction33 says of a service whose account this engine cannot look up.
+  /// Returns CustomAction33's line for a service whose account this engine cannot look up.
   std::string ServerAccessLine(const std::string& name) const {
     return "set ACL (-36) for " + AccountOf(name) + "=500 on " + folder;
   }
-  /// What CustomAction25 says of the witness's own access, for the user who installs.
+  /// Returns CustomAction25's lines for the witness's own access, for the user who installs.
   static Texts WitnessAccessLines() {
     const std::string user = UserName();
     return {"setting ACL for " + user + " on " + user, "set ACL for " + user};
   }
 
-  /// What an installation says that makes the account, up to the access.
+  /// Returns the lines of an installation that creates the account, up to the access.
   Texts MakingLines(const std::string& name) const {
     const std::string account = AccountOf(name);
     Texts lines = {"creating local service account " + name,
@@ -63,14 +63,14 @@ class SecurityPackageTest : public SecurityTest {
   }
 };
 
-TEST_F(SecurityPackageTest, APasswordIsHiddenWhereverItStands) {
+TEST_F(SecurityPackageTest, APasswordIsHiddenEverywhere) {
   const std::string sample = "aBAA0CAA!DAAqAAA.BAA", stars = kHiddenPassword;
   for (const char* around : {"", " ", "\"", "'", ",", ";", ".", "=", "x", "*"}) {
     std::string text = "Property = " + (around + sample) + around;
     EXPECT_TRUE(HidePasswords(text)) << around;
     EXPECT_EQ(text, "Property = " + (around + stars) + around);
   }
-  // Where it cannot be told from what stands around it, none of it is left.
+  // If the text around it hides where the password begins, none of the password is left.
   for (const char* around : {"A", "AA", "aBAA"}) {
     std::string text = (around + sample) + around;
     EXPECT_TRUE(HidePasswords(text)) << around;
@@ -90,7 +90,7 @@ TEST_F(SecurityPackageTest, APasswordIsHiddenWhereverItStands) {
   }
 }
 
-// The account is called otherwise than the package calls it, and the service gets another one in the end.
+// The account has another name than the package's, and the service gets another account in the end.
 TEST_F(SecurityPackageTest, AServiceLivesAndGoesWithItsAccount) {
   const std::string account = AccountOf("meter");
   const InstallerRun& installed =
@@ -107,11 +107,11 @@ TEST_F(SecurityPackageTest, AServiceLivesAndGoesWithItsAccount) {
   EXPECT_TRUE(IsServiceRunning("Vantor"));
   EXPECT_EQ(RecordOf("vt.exe: "), Texts{"vt.exe: started"});
   EXPECT_EQ(EventSource(), folder + "\\vt.exe");
-  // The witness has seen in the installer what is seen here.
+  // The witness has seen in the installer what is visible here.
   const std::string list = " D:(A;OICI;FA;;;SY)";
   EXPECT_EQ(installed.LinesWith("Witness: " + folder + "\\Data\\" + list).size(), 1u);
 
-  // A repair makes nothing anew: nobody knows the password any more. Nor does it touch the data folder.
+  // A repair creates nothing again: nobody knows the password any more. Nor does it change the data folder.
   const InstallerRun& repaired = Reinstall(WatchedServer(), L"PROP_SILENCE=-1 PROP_ACCOUNTTYPE=1");
   EXPECT_EQ(repaired.exitCode, 0u);
   told = {IsGone("meter"), RunsSection("DefaultInstall"), ServerAccessLine("meter")};
@@ -129,7 +129,7 @@ TEST_F(SecurityPackageTest, AServiceLivesAndGoesWithItsAccount) {
   EXPECT_EQ(Told(failed), (Texts{"query service sizing failed:  124", "removing complex firewall rules",
                                  RunsSection("Remove"), RunsSection("DefaultInstall"), IsThere("meter")}));
   EXPECT_EQ(EventSource(), folder + "\\vt.exe");
-  // The service was deleted by then; this engine's way back makes one without an account.
+  // The service was deleted by then; this engine's rollback creates one without an account.
   EXPECT_EQ(ServerAccount(), "");
   EXPECT_EQ(NotedAccount(), ".\\meter");
 
@@ -146,7 +146,7 @@ TEST_F(SecurityPackageTest, AServiceLivesAndGoesWithItsAccount) {
 
 TEST_F(SecurityPackageTest, AnAccountOutlivesItsServiceAndAServerThatIsReplaced) {
   ASSERT_EQ(Install(WatchedServer(), L"PROP_ACCOUNTTYPE=1").exitCode, 0u);
-  // Somebody has deleted the service: it is made anew, for LocalSystem, which needs no access.
+  // Somebody has deleted the service: it is created again, for LocalSystem, which needs no access.
   DeleteServer();
   const InstallerRun& repaired = Reinstall(WatchedServer());
   EXPECT_EQ(repaired.exitCode, 0u);
@@ -157,7 +157,7 @@ TEST_F(SecurityPackageTest, AnAccountOutlivesItsServiceAndAServerThatIsReplaced)
   EXPECT_EQ(ServerAccount(), "LocalSystem");
   EXPECT_EQ(NotedAccount(), ".\\vantor");
 
-  // A newer server has come: what has one name in both of them is the newer one's.
+  // A newer server has come: an item with the same name in both belongs to the newer one.
   const InstallerRun& replaced = Remove(
       WatchedServer(), L"WITNESSACCOUNT=vantor UPGRADINGPRODUCTCODE={7B0D2C4E-9A61-4F3B-8E5D-1C7A6B9F0D28}");
   EXPECT_EQ(replaced.exitCode, 0u);
@@ -165,8 +165,8 @@ TEST_F(SecurityPackageTest, AnAccountOutlivesItsServiceAndAServerThatIsReplaced)
   EXPECT_EQ(EventSource(), folder + "\\vt.exe");
 }
 
-// The same by the part of the product that is to be removed. This engine does not make that a removal of the
-// whole product itself, as Windows Installer does at InstallValidate (1400).
+// The same for the removal of the product's feature. This engine does not turn it into a removal of the whole
+// product, as Windows Installer does at InstallValidate (1400).
 TEST_F(SecurityPackageTest, TheRemovalOfAFeatureLeavesTheNewerServersAccount) {
   const std::wstring copy = elsewhere + L"\\server.msi";
   WriteTree(elsewhere, {});
@@ -183,7 +183,7 @@ TEST_F(SecurityPackageTest, TheRemovalOfAFeatureLeavesTheNewerServersAccount) {
   EXPECT_EQ(Told(removed), (Texts{IsThere("vantor"), IsThere("vantor")}));
 }
 
-// An installation before has noted an account, and its service is gone: the name is that account's, whatever
+// An earlier installation has noted an account, and its service is gone: the account gets that name, whatever
 // is given.
 TEST_F(SecurityPackageTest, ACancelledInstallationDeletesTheAccount) {
   SetRegistryText(HKEY_LOCAL_MACHINE, kVantorKey, "Account", "meter");
@@ -197,7 +197,7 @@ TEST_F(SecurityPackageTest, ACancelledInstallationDeletesTheAccount) {
   EXPECT_EQ(ServerAccount(), std::nullopt);
 }
 
-// Twice: where the rollback action can read the properties, and where only the actions at the sequence's end
+// Twice: once the rollback action can read the properties, and once only the actions at the sequence's end
 // can.
 TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
   const std::wstring package = elsewhere + L"\\server.msi";
@@ -213,7 +213,7 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
   EXPECT_EQ(Told(rolledBack), told);
   EXPECT_FALSE(WatchedServer().IsInstalled());
   EXPECT_EQ(ServerAccount(), std::nullopt);
-  // This engine's rollback takes the files away first, and no section of a file that is gone is run.
+  // This engine's rollback deletes the files first, and a section of a missing file is not run.
   EXPECT_EQ(EventSource(), folder + "\\vt.exe");
 
   ChangePackage(WatchedServer().path, package,
@@ -226,7 +226,8 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
                 RunsSection("Remove")});
   EXPECT_EQ(Told(failed), told);
 
-  // This engine lists the properties of a failed run, the hidden one too; no other line has the password.
+  // This engine lists the properties of a failed run, including the hidden one; no other line has the
+  // password.
   for (const InstallerRun* run : {&rolledBack, &failed}) {
     EXPECT_EQ(run->Property("MsiHiddenProperties"), "PROP_ACCOUNTPASS");
     EXPECT_EQ(run->Property("SecureCustomProperties").find("PROP_ACCOUNTPASS"), std::string::npos);
@@ -235,7 +236,7 @@ TEST_F(SecurityPackageTest, ARollbackDeletesTheAccount) {
   }
 }
 
-// An entry that replaces those of a drive's root would keep everybody else from the drive.
+// An entry that replaces those of a drive's root would lock everybody else out of the drive.
 TEST_F(SecurityPackageTest, ADrivesRootKeepsItsAccess) {
   const std::string before = AccessTo(L"C:\\");
   const InstallerRun& installed = Install(Server(), L"PROP_ACCOUNTTYPE=1 DIR_DATAFOLDER=C:\\");
@@ -249,8 +250,8 @@ TEST_F(SecurityPackageTest, ADrivesRootKeepsItsAccess) {
   EXPECT_EQ(Remove(Server()).exitCode, 0u);
 }
 
-// Another installer has made the service, with an account of its own: one that this engine can look up.
-TEST_F(SecurityPackageTest, AServiceThatIsThereKeepsItsAccount) {
+// Another installer has created the service, with an account that this engine can look up.
+TEST_F(SecurityPackageTest, AnExistingServiceKeepsItsAccount) {
   const std::string own = AccountOf(UserName());
   MakeServer(server + L"\\vt.exe", ToWide(own));
   const InstallerRun& installed =
@@ -261,13 +262,13 @@ TEST_F(SecurityPackageTest, AServiceThatIsThereKeepsItsAccount) {
   Append(told, WitnessAccessLines());
   told.push_back("installing complex firewall rules");
   EXPECT_EQ(Told(installed), told);
-  // This engine does not change a service that is there; others do, with the package's account.
+  // This engine does not change an existing service; others do, with the package's account.
   EXPECT_EQ(installed.LinesWith(": InstallServices."), Texts{});
   EXPECT_EQ(ServerAccount(), own);
   EXPECT_EQ(NotedAccount(), "\\");
 
-  // No installation has made an account, whatever a command line has said: one of the name that is made
-  // otherwise is somebody's own.
+  // No installation has created an account, whatever a command line says: an account of that name that was
+  // created otherwise belongs to somebody else.
   const InstallerRun& removed = Remove(WatchedServer(), L"WITNESSACCOUNT=vantor");
   EXPECT_EQ(removed.exitCode, 0u);
   EXPECT_EQ(Told(removed), (Texts{"query service sizing failed:  124", "removing complex firewall rules",

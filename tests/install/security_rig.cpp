@@ -26,7 +26,7 @@ int WINAPI TakeLine(void*, UINT type, LPCWSTR message) {
   return IDOK;
 }
 
-// The identifier of this process's user, as text.
+// Returns the identifier of this process's user, as text.
 std::string UserIdentifier() {
   HANDLE token = nullptr;
   OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);

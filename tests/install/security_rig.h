@@ -1,4 +1,4 @@
-// What the tests of the server's security share: a session of Wine's installer engine in this process, access
+// Shared by the tests of the server's security: a session of Wine's installer engine in this process, access
 // lists as text, accounts of this computer and the service "Vantor". Used by
 // tests/install/security_*_test.cpp.
 #pragma once
@@ -7,12 +7,12 @@
 
 namespace install {
 
-/// The server package with the witness in it, which says in the log what the actions have left.
+/// The server package with a witness, which logs the results of the actions.
 const Package& WatchedServer();
 
 /// A session of the installer with the server package, in this process, in which the library's actions can be
-/// called one by one. There is one at a time. What they do to this computer is real; this engine keeps an
-/// account for the process that made it, so here it can be looked at.
+/// called one by one. Only one may exist at a time. The actions change this computer. This engine keeps an
+/// account for the process that created it, so the account is visible here.
 class Session {
  public:
   Session();
@@ -22,8 +22,8 @@ class Session {
 
   void Set(const std::string& property, const std::string& value);
   std::string Get(const std::string& property) const;
-  /// Runs an action, which must return 0. The lines that the library logs meanwhile, without their mark, and
-  /// its notices behind "Notice: ".
+  /// Runs an action, which must return 0. Returns the lines that the library logs meanwhile, without their
+  /// prefix, and its notices after "Notice: ".
   std::vector<std::string> Run(const char* action);
 
  private:
@@ -31,35 +31,35 @@ class Session {
   unsigned long session_ = 0;
 };
 
-/// A line as the library logs it.
+/// Returns `text` as a line of the library's log.
 std::string SetupLine(const std::string& text);
 
-/// The access list of a file or folder as the system writes such lists; the user of this process is "USER" in
-/// it. "(unreadable)" where it cannot be had.
+/// Returns the access list of a file or folder in the system's own notation, with "USER" for the user of this
+/// process; "(unreadable)" if it cannot be read.
 std::string AccessTo(const std::wstring& path);
-/// Makes `list`, written in the same way, the access list of a folder, with nothing added to it.
+/// Sets the access list of a folder to `list`, in the same notation, with nothing added.
 void SetAccess(const std::wstring& path, const std::string& list);
 
 /// The name of this process's user, and of this computer.
 std::string UserName();
 std::string ComputerName();
 
-/// Whether this computer has an account.
+/// True if this computer has an account of this name.
 bool HasAccount(const std::wstring& name);
 
-/// The key that the section of the package's INF file writes a value of.
+/// The key in which the section of the package's INF file writes a value.
 extern const char kEventSourceKey[];
 
-/// Makes the service "Vantor" of a program under an account, as another installer would.
+/// Creates the service "Vantor" for a program, under an account, as another installer would.
 void MakeServer(const std::wstring& program, const std::wstring& account);
-/// The account that the service "Vantor" runs under, as the service manager says; nothing without a service.
+/// Returns the account that the service "Vantor" runs under, according to the service manager; empty without
+/// a service.
 std::optional<std::string> ServerAccount();
 /// Gives the service "Vantor" another account, as an administrator would.
 void SetServerAccount(const std::string& account);
 
-/// The key of the server's packages, and the account that an installation has noted there, with its domain
-/// before it;
-/// "(none)" without such values.
+/// The key of the server's packages; and the account that an installation has noted there, after its domain,
+/// or "(none)" without such values.
 extern const char kVantorKey[];
 std::string NotedAccount();
 

@@ -1,5 +1,5 @@
-// The actions for accounts, access, firewall and service configuration, one by one, on what this engine has
-// of all that.
+// The actions for accounts, access, firewall and service configuration, one by one, as far as this engine
+// supports them.
 
 #include <lm.h>
 
@@ -19,8 +19,8 @@ class SecuritySessionTest : public SecurityTest {
   }
 };
 
-// The password's format: five groups of four characters, of which the last three say which of four values the
-// first one's byte began with.
+// True if `text` has the password's format: five groups of four characters. The last three of each say with
+// which of four values the byte of the first one began.
 bool HasPasswordShape(const std::string& text) {
   if (text.size() != 20) return false;
   for (size_t i = 0; i < text.size(); i += 4) {
@@ -34,7 +34,7 @@ TEST_F(SecuritySessionTest, AnAccountIsMadePublishedAndDeleted) {
   session.Set("PROP_ACCOUNTTYPE", "1");
   session.Set("PROP_ACCOUNTID", "vantor");
   session.Set("PROP_ACCOUNTDESC", "The server's account");
-  // This engine does not look up the accounts that it makes, and so grants them nothing.
+  // This engine does not look up the accounts that it creates, and so grants them nothing.
   EXPECT_EQ(session.Run("CustomAction23"),
             (Texts{"creating local service account vantor", "could not grant right to logon as service"}));
   EXPECT_TRUE(HasAccount(L"vantor"));
@@ -42,7 +42,7 @@ TEST_F(SecuritySessionTest, AnAccountIsMadePublishedAndDeleted) {
   EXPECT_EQ(session.Get("PROP_ACCOUNTDOMAIN"), ComputerName());
   EXPECT_TRUE(HasPasswordShape(session.Get("PROP_ACCOUNTPASS")));
 
-  // An account of another name is somebody's own, whoever published it.
+  // An account of another name belongs to somebody else, whoever published it.
   USER_INFO_1 other = {};
   wchar_t name[] = L"somebody";
   other.usri1_name = other.usri1_password = name;
@@ -54,14 +54,14 @@ TEST_F(SecuritySessionTest, AnAccountIsMadePublishedAndDeleted) {
   EXPECT_TRUE(HasAccount(L"somebody"));
   EXPECT_TRUE(HasAccount(L"vantor"));
 
-  // The service's account goes before the published one.
+  // The service's account takes precedence over the published one.
   MakeServer(server + L"\\vt.exe", L".\\vantor");
   EXPECT_EQ(session.Run("CustomAction24"), Texts{"deleting local service account vantor"});
   EXPECT_TRUE(HasAccount(L"somebody"));
   EXPECT_FALSE(HasAccount(L"vantor"));
 }
 
-TEST_F(SecuritySessionTest, WithoutAnAccountTheServiceIsToRunAsLocalSystem) {
+TEST_F(SecuritySessionTest, WithoutAnAccountTheServiceRunsAsLocalSystem) {
   Session session;
   session.Set("PROP_SILENCE", "-1");
   for (const char* type : {"", "2", "local"}) {
@@ -75,7 +75,7 @@ TEST_F(SecuritySessionTest, WithoutAnAccountTheServiceIsToRunAsLocalSystem) {
     EXPECT_EQ(session.Get("PROP_ACCOUNTPASS"), "");
     EXPECT_EQ(session.Run("CustomAction24"), Texts{});
   }
-  // In no domain, a computer is in a workgroup, here of its own name; no directory knows it.
+  // Outside a domain, a computer is in a workgroup, here with the computer's own name; no directory knows it.
   session.Set("PROP_ACCOUNTTYPE", "0");
   EXPECT_EQ(session.Run("CustomAction23"),
             (Texts{"creating domain service account " + ComputerName() + "\\vantor",
@@ -86,15 +86,15 @@ TEST_F(SecuritySessionTest, WithoutAnAccountTheServiceIsToRunAsLocalSystem) {
                    "no service account, using LocalSystem"}));
 }
 
-// This engine keeps of a list what the system below it can: what the owner and what everybody may do. The
-// entries of a folder are always ones that are inherited.
+// This engine keeps only the part of a list that the system below it supports: the rights of the owner and of
+// everybody. A folder's entries always show as inherited.
 TEST_F(SecuritySessionTest, AccessIsSetOnOneFolderAndReadBack) {
   const std::wstring data = elsewhere + L"\\Data", sub = data + L"\\Sub", file = sub + L"\\file.txt";
   const std::wstring other = elsewhere + L"\\Other";
   WriteTree(data, {{"Sub\\", ""}, {"Sub\\file.txt", "x"}});
   WriteTree(other, {});
   const std::string user = UserName();
-  // Nothing but the way through comes from above.
+  // Only the right to pass through is inherited.
   SetAccess(elsewhere, "D:(A;OICI;0x1200a0;;;USER)");
   const std::string before = AccessTo(data), beforeSub = AccessTo(sub), beforeFile = AccessTo(file);
 
@@ -106,19 +106,19 @@ TEST_F(SecuritySessionTest, AccessIsSetOnOneFolderAndReadBack) {
   EXPECT_EQ(AccessTo(data), "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)");
   EXPECT_EQ(AccessTo(sub), beforeSub);
   EXPECT_EQ(AccessTo(file), beforeFile);
-  // Nor does this engine hand the entry on to what is made in the folder afterwards: inheritance cannot be
+  // Nor does this engine pass the entry on to what is created in the folder afterwards: inheritance cannot be
   // seen here.
   WriteTree(data, {{"New\\", ""}, {"new.txt", "x"}});
   EXPECT_EQ(AccessTo(data + L"\\New"), beforeSub);
   EXPECT_EQ(AccessTo(data + L"\\new.txt"), beforeFile);
 
-  // The account of a real service, by its letters. That it may change the list itself is the owner's right.
+  // The account of a real service, named by its letters. The right to change the list itself is the owner's.
   MakeServer(server + L"\\vt.exe", ToWide(ComputerName() + "\\" + user));
   session.Set("CustomActionData", "Vantor*rx*" + FromWide(other));
   EXPECT_EQ(session.Run("CustomAction33"),
             Texts{"set ACL (0) for " + ComputerName() + "\\" + user + "=500 on " + FromWide(other)});
   EXPECT_EQ(AccessTo(other), "D:(A;OICI;FA;;;SY)(A;OICI;0x1e00a9;;;USER)");
-  // What comes from above is joined to the entry, and not the entries that the file had.
+  // Inherited entries are added to the entry; the file's own earlier entries are not.
   SetAccess(sub, "D:(A;OICI;0x1200a0;;;USER)");
   session.Set("CustomActionData", "Vantor*r*" + FromWide(file));
   EXPECT_EQ(session.Run("CustomAction33"),
@@ -150,19 +150,19 @@ TEST_F(SecuritySessionTest, AccessThatCannotBeSetIsLogged) {
   EXPECT_EQ(AccessTo(data), before);
 }
 
-TEST_F(SecuritySessionTest, FailureActionsAreAskedFor) {
+TEST_F(SecuritySessionTest, FailureActionsAreQueried) {
   Session session;
   session.Set("PROP_COMPONENT", "Vantor");
   EXPECT_EQ(session.Run("CustomAction37"), Texts{"opening service failed:  1060"});
   MakeServer(server + L"\\vt.exe", L"LocalSystem");
-  // This engine does not tell what is to be done when a service fails.
+  // This engine does not report a service's failure actions.
   EXPECT_EQ(session.Run("CustomAction37"), Texts{"query service sizing failed:  124"});
 }
 
-TEST_F(SecuritySessionTest, ExceptionsAreAskedForAndTakenBack) {
+TEST_F(SecuritySessionTest, ExceptionsAreAddedAndRemoved) {
   Session session;
   session.Set("PROP_SILENCE", "-1");
-  // This engine takes every rule; the third entry has no program and ends the list.
+  // This engine accepts every rule; the third entry has no program and ends the list.
   session.Set("PROP_FIREWALLDATA", "Server@TCP/C:\\a\\vt.exe;Tool/C:\\b\\tool.exe;no program");
   EXPECT_EQ(session.Run("CustomAction5"), Texts(2, "installing complex firewall rules"));
   EXPECT_EQ(session.Run("CustomAction19"), Texts(2, "removing complex firewall rules"));

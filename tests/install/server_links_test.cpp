@@ -1,5 +1,5 @@
-// Links to folders in the data of a server that is upgraded, which whoever may write the data can put there:
-// the upgrade and its way back read, write and delete nothing outside of the folders that they are for.
+// Links to folders in the data of a server that is upgraded, which anybody who may write the data can put
+// there. The upgrade and its rollback read, write and delete nothing outside their own folders.
 
 #include "install/machine_state.h"
 #include "install/security_rig.h"
@@ -14,7 +14,8 @@ class ServerLinksTest : public SecurityTest {
     WriteTree(secret, kSecret);
   }
 
-  /// The older server with its data in `data`, of the format that cannot be converted where `fails` is true.
+  /// Lays down the older server with its data in `data`; if `fails`, the data have a format that cannot be
+  /// converted.
   Tree LayDown(const std::wstring& data, bool fails = false) {
     const Tree content = With({{"format.txt", fails ? "9\r\n" : "1\r\n"}, {"counts.dat", "17"}}, "Reports",
                               {{"first.txt", "1"}});
@@ -24,12 +25,12 @@ class ServerLinksTest : public SecurityTest {
     return content;
   }
 
-  /// After a run that `action` has ended, which has told so and was rolled back.
+  /// Expects that `action` has ended the run, that the log says so, and that the run was rolled back.
   void ExpectStopped(const InstallerRun& run, const std::string& action) {
     EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
     ExpectRolledBack(run);
     EXPECT_EQ(run.LinesWith(kCannotMoveAside).size(), 1u);
-    // The second line of each action is that of its run.
+    // The second line of each action is from its run.
     const Texts ends = run.LinesWith(": " + action + ". Return value ");
     ASSERT_EQ(ends.size(), 2u);
     EXPECT_NE(ends[1].find("Return value 0."), std::string::npos) << ends[1];
@@ -57,7 +58,7 @@ class ServerLinksTest : public SecurityTest {
   const std::wstring secret = elsewhere + L"\\Secret";
 };
 
-// Two links to the folder that they are in make a tree without an end of it.
+// Two links to the folder that contains them make an endless tree.
 TEST_F(ServerLinksTest, LinksInTheOlderDataAreNotCopied) {
   for (const std::wstring& data : {server + L"\\Data", outsideData}) {
     SCOPED_TRACE(FromWide(data));
@@ -78,9 +79,9 @@ TEST_F(ServerLinksTest, LinksInTheOlderDataAreNotCopied) {
   }
 }
 
-// A server of the earlier layout gets a new data folder. Somebody has made that before, with links under the
-// names that the older data have, or as a link itself. Without a stop the new server would start with a part
-// of the data or none, and nobody would be told.
+// A server of the earlier layout gets a new data folder. Somebody has created that folder before, with links
+// under the names of the older data, or as a link itself. If the run did not stop, the new server would start
+// with part of the data or none, without a message.
 TEST_F(ServerLinksTest, LinksInTheNewDataFolderStopAnUpgrade) {
   const std::wstring earlier = elsewhere + L"\\Vantor 7";
   const Tree older =
@@ -104,10 +105,10 @@ TEST_F(ServerLinksTest, LinksInTheNewDataFolderStopAnUpgrade) {
   }
 }
 
-// Data have outlived a server. Its service's account could put a link in the place of the folder, or into it,
-// and what follows runs as SYSTEM there: the markers are deleted, the data converted, the folder's access
-// list replaced.
-TEST_F(ServerLinksTest, LinksInDataThatAreThereStopAnInstallation) {
+// Data have outlived a server. Its service's account could replace the folder by a link, or put a link into
+// it, and the next steps run there as SYSTEM: the markers are deleted, the data converted, the folder's
+// access list replaced.
+TEST_F(ServerLinksTest, LinksInExistingDataStopAnInstallation) {
   const std::string account = ComputerName() + "\\" + UserName();
   WriteTree(secret, {{"format.txt", "1\r\n"}, {"dbcon_failed.txt", "marker"}});
   for (const std::wstring& data : {server + L"\\Data", outsideData}) {
@@ -115,7 +116,7 @@ TEST_F(ServerLinksTest, LinksInDataThatAreThereStopAnInstallation) {
       SCOPED_TRACE(FromWide(data) + (isAllLink ? ", a link" : ", with a link in it"));
       DeleteTree(programs);
       DeleteTree(outsideData);
-      // This engine's rollback takes an empty folder away.
+      // This engine's rollback deletes an empty folder.
       WriteTree(server, {{"left.txt", "of the server before"}});
       if (isAllLink) {
         MakeLink(data, secret);
@@ -136,7 +137,8 @@ TEST_F(ServerLinksTest, LinksInDataThatAreThereStopAnInstallation) {
   }
 }
 
-// A repair looks only if it makes the service again, with an account: no other gives access to the folder.
+// A repair checks for links only if it creates the service again, with an account: no other repair gives
+// access to the folder.
 TEST_F(ServerLinksTest, ALinkStopsARepairThatGivesAccess) {
   ASSERT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1").exitCode, 0u);
   DeleteTree(server + L"\\Data");
@@ -151,13 +153,13 @@ TEST_F(ServerLinksTest, ALinkStopsARepairThatGivesAccess) {
   EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
   EXPECT_EQ(stopped.LinesWith("setting ACL"), Texts());
   ExpectSecretKept();
-  // For LocalSystem no access is given, and the data may be where the administrator has them.
+  // LocalSystem is given no access, so the administrator may keep the data behind a link.
   const InstallerRun& repaired = Reinstall(Server());
   EXPECT_EQ(repaired.exitCode, 0u);
   EXPECT_EQ(DeferredActions(repaired), Texts());
   ExpectSecretKept();
 
-  // Nor is there anything to look for in a folder that the repair itself makes.
+  // Nor is there anything to check in a folder that the repair itself creates.
   DeleteServer();
   DeleteTree(programs);
   const InstallerRun& made = Reinstall(Server(), L"PROP_ACCOUNTTYPE=1 REINSTALLMODE=amus");
@@ -167,7 +169,7 @@ TEST_F(ServerLinksTest, ALinkStopsARepairThatGivesAccess) {
 }
 
 // SYSTEM has only the computer's rights there, and a share itself cannot be looked up by its name. This
-// engine makes another folder of such a name during costing, so the package has it from then on.
+// engine turns such a name into another folder during costing, so the package sets it after that.
 TEST_F(ServerLinksTest, NoLinksAreLookedForOnAShare) {
   const std::wstring package = elsewhere + L"\\server.msi";
   for (const auto& [folder, isLookedInto] :
@@ -185,7 +187,7 @@ TEST_F(ServerLinksTest, NoLinksAreLookedForOnAShare) {
   }
 }
 
-// An administrator's own link or a mount point, mostly. It would be put aside as a link, and the new server
+// Usually an administrator's own link or a mount point. It would be moved aside as a link, and the new server
 // would start without data.
 TEST_F(ServerLinksTest, AnOlderDataFolderThatIsALinkStopsAnUpgrade) {
   const std::wstring real = elsewhere + L"\\Volume";
@@ -200,23 +202,23 @@ TEST_F(ServerLinksTest, AnOlderDataFolderThatIsALinkStopsAnUpgrade) {
     ExpectStopped(stopped, "CustomAction15.LookAtOlder");
     EXPECT_EQ(MachineState::Now().Since(before), "");
 
-    // The real folder's name is all that it needs.
+    // Naming the real folder is enough.
     SetDataSetting(real);
     const InstallerRun& upgraded = Install(Server());
     ExpectInstalled(upgraded);
     EXPECT_EQ(ReadTree(real)["format.txt"], "2\r\n");
     EXPECT_EQ(Remove(Server()).exitCode, 0u);
-    // The link first: the tools here do not see one that leads nowhere.
+    // Delete the link first: the tools here do not see a link whose target is gone.
     DeleteTree(programs);
     DeleteTree(elsewhere);
     WriteTree(secret, kSecret);
   }
 }
 
-// Between the copy and the judgement: a folder of the new data becomes a link, and the conversion fails,
-// which whoever may write there can bring about too. The way back takes the copies away by their folder's
-// name only.
-TEST_F(ServerLinksTest, NothingIsDeletedThroughALinkThatWasPutInDuringTheConversion) {
+// Between the copy and the judgement a folder of the new data becomes a link, and the conversion fails;
+// whoever may write there can cause both. The rollback moves the copies away only by the name of their
+// folder.
+TEST_F(ServerLinksTest, NothingIsDeletedThroughALinkCreatedDuringTheConversion) {
   for (const std::wstring& data : {server + L"\\Data", outsideData}) {
     SCOPED_TRACE(FromWide(data));
     DeleteTree(programs);
@@ -230,7 +232,7 @@ TEST_F(ServerLinksTest, NothingIsDeletedThroughALinkThatWasPutInDuringTheConvers
     ExpectRolledBack(failed);
     ExpectSecretKept();
     EXPECT_EQ(ReadTree(data), older);
-    // What was copied is in the folder that had to give way.
+    // The copies are in the folder that was renamed.
     const std::wstring copy = isOutside
                                   ? elsewhere + L"\\" + ToWide(NameWithTime(elsewhere, "Data"))
                                   : programs + L"\\" + ToWide(NameWithTime(programs, "Vantor")) + L"\\Data";
@@ -238,7 +240,7 @@ TEST_F(ServerLinksTest, NothingIsDeletedThroughALinkThatWasPutInDuringTheConvers
   }
 }
 
-// The search for a file in the data folder, by which a data folder counts as one that is in use.
+// The search for a file in the data folder, which decides whether the folder is in use.
 TEST_F(ServerLinksTest, TheSearchForDataEndsOnLinks) {
   WriteTree(server + L"\\Data", {{"Reports\\", ""}});
   MakeLink(server + L"\\Data\\again", L".");

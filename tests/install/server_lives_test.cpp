@@ -1,4 +1,4 @@
-// Whole lives of a server package, with the whole machine before and after each of their runs.
+// Whole lives of a server package. Each run compares the whole machine before and after.
 
 #include "install/machine_state.h"
 #include "install/security_rig.h"
@@ -13,8 +13,8 @@ Tree Data(const std::string& format) {
           {"Helper Data\\counts.dat", "17"}};
 }
 
-// What the installation of the server brings beside files: in its registry, with the account that the service
-// has and the value for the account that was made.
+// Returns the lines for what an installation of the server adds besides files: in its registry, with the
+// service's account and the value for the created account.
 Texts Registered(const std::string& folder, const std::string& data, const std::string& account,
                  const std::string& made) {
   const std::string services = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\";
@@ -93,7 +93,7 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
       "~ " + folder + "vt.exe",
   };
   for (const std::string& line : Registered(folder, folder + "Data\\", "LocalSystem", "")) {
-    // These the older server had.
+    // The older server had these.
     if (line == "+ HKLM\\SOFTWARE\\Halvorstead\\" || line == "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\" ||
         line.find("ServerFolder") != std::string::npos) {
       continue;
@@ -104,7 +104,7 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
   }
   EXPECT_EQ(upgraded.Since(older), Joined(changes));
 
-  // A repair brings back what was lost or changed.
+  // A repair restores lost and changed items.
   DeleteFileW((server + L"\\dbcon.cmd").c_str());
   WriteTree(server, {{"vantor.inf", "damaged"}});
   DeleteRegistryTree(HKEY_LOCAL_MACHINE, kEventSourceKey);
@@ -112,15 +112,15 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
   ASSERT_EQ(Reinstall(Server(), L"REINSTALLMODE=amus").exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(upgraded), "");
 
-  // Other options: a service that is there keeps its account.
+  // Other options do not matter: an existing service keeps its account.
   ASSERT_EQ(Install(Server(), L"PROP_ACCOUNTTYPE=1 PROP_SILENCE=-1").exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(upgraded), "");
 
-  // The folders of a server that is installed are those that the registry names.
+  // The folders of an installed server come from the registry.
   ASSERT_EQ(Reinstall(Server(), L"DIR_DATAFOLDER=\"C:\\Vantor Store\\Data\"").exitCode, 0u);
   EXPECT_EQ(MachineState::Now().Since(upgraded), "");
 
-  // Both servers' data stay, and where the server was.
+  // Both servers' data stay, and so does the value with the server's folder.
   ASSERT_EQ(Remove(Server()).exitCode, 0u);
   EXPECT_EQ(Changes(),
             Joined({"+ " + FromWide(programs) + "\\", "+ " + previous, "+ " + previous + "Data\\",
@@ -133,9 +133,9 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
                     "+ HKLM\\SOFTWARE\\Halvorstead\\Vantor\\ServerFolder = \"" + folder + "\""}));
 }
 
-// Half-way: the older server has been moved aside and the data been copied back, when they cannot be
-// converted. All of it is where it was, and beside it what had been copied; what is lost is the engine's own
-// part of the way back, the older package's value.
+// The data cannot be converted after the older server has been moved aside and its data copied back.
+// Everything is moved back, and the copies stay beside it. Only the engine's own rollback loses something:
+// the older package's value.
 TEST_F(ServerLivesTest, AnUpgradeThatFailsLeavesTheOlderServer) {
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
   WriteTree(server + L"\\Data", Data("9"));
@@ -149,7 +149,7 @@ TEST_F(ServerLivesTest, AnUpgradeThatFailsLeavesTheOlderServer) {
                     "- HKLM\\SOFTWARE\\Halvorstead\\"}));
 }
 
-// Each public property that is an administrator's on one command line: among them other folders for the
+// Every public property that is an administrator's on one command line, among them other folders for the
 // server and for its data, and an account of its own.
 TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
   const std::map<std::string, std::string> given = {
@@ -165,14 +165,14 @@ TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
       {"PROP_SILENCE", "-1"},
       {"PROP_UPGRADE", "0"},
   };
-  // What the engine finds for the package; and PROP_PRE75SERVER, for a package that looks for a server of
-  // the earlier layout.
+  // The properties that the engine sets for the package; and PROP_PRE75SERVER, for a package that looks for a
+  // server of the earlier layout.
   const Texts own = {"ACCOUNTDOMAINFOUND", "DATAFOLDERFOUND",          "SERVERFOLDERFOUND",
                      "ACCOUNTFOUND",       "PROP_INSTALLEDSERVER",     "PROP_NEWERSERVER",
                      "PROP_PRE75SERVER",   "PROP_UPGRADE_PRODUCTCODE", "SERVICEFOUND"};
   const InstallerRun& run = Install(Server(), CommandLine(given));
   ASSERT_EQ(run.exitCode, 0u);
-  // The names of the folders in the data folder are the package's; they need not come out of dialogs.
+  // The package sets the names of the folders in the data folder; they need not come from dialogs.
   std::map<std::string, std::string> secure = given;
   for (const char* name : {"DIR_UPG_HELPERDATA", "DIR_UPG_VRDF", "DIR_UPG_VRDF_PREFS"}) secure.erase(name);
   EXPECT_EQ(run.Property("SecureCustomProperties"), SecureList(secure, own));
@@ -198,7 +198,7 @@ TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
     changes.push_back(line);
   EXPECT_EQ(Changes(), Joined(changes));
 
-  // A command line cannot make it the removal of a product that another one has replaced.
+  // A command line cannot turn this into the removal of a replaced product.
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Vantor", "Product");
   ASSERT_EQ(Remove(Server(), L"PROP_INSTALLEDSERVER=another").exitCode, 0u);
   EXPECT_EQ(Changes(),

@@ -1,5 +1,5 @@
-// What stands in the way of a server's upgrade: data that are not where they are looked for, or not there at
-// all, leavings of an earlier conversion, files that resist the rollback.
+// Obstacles to a server's upgrade: data in another place or missing, leftovers of an earlier conversion,
+// files that resist the rollback.
 
 #include <cstring>
 #include <set>
@@ -11,8 +11,8 @@ namespace {
 
 class ServerObstaclesTest : public ServerTest {
  protected:
-  /// Writes a file beside one whose name differs from its own in case only. The system minds no case where it
-  /// opens a file by a path of its own; the machine below it does.
+  /// Writes a file beside one whose name differs only in case. The system ignores case when it opens a file
+  /// by its own path; the machine below it does not.
   static void WriteInThisCase(const std::wstring& path, const std::string& bytes) {
     using UnixName = char* CDECL(const wchar_t*);
     auto* unixName = reinterpret_cast<UnixName*>(
@@ -30,7 +30,7 @@ class ServerObstaclesTest : public ServerTest {
     CloseHandle(file);
   }
 
-  /// The files of a folder whose names begin with `name`, in any case: what is in them.
+  /// Returns the contents of a folder's files whose names begin with `name`, in any case.
   static std::set<std::string> ContentsOf(const std::wstring& folder, const std::string& name) {
     std::set<std::string> contents;
     for (const auto& [path, bytes] : ReadTree(folder)) {
@@ -40,9 +40,9 @@ class ServerObstaclesTest : public ServerTest {
   }
 };
 
-// The engine knows the older product. Its data have the marker of a conversion long ago, which says nothing
+// The engine knows the older product. Its data have the marker of an earlier conversion, which says nothing
 // about this one, and a file that the rollback cannot delete.
-TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) {
+TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerInSpiteOfObstacles) {
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
   Tree older = With(OlderProgram(), "Data", OlderData("9"));
   older["Data\\Helper Data\\locked.dat"] = "read-only";
@@ -59,8 +59,9 @@ TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) 
   EXPECT_EQ(resisted.count("Data\\Helper Data\\locked.dat"), 1u);
   EXPECT_FALSE(FileExists(aside));
 
-  // The next attempt takes everything aside, what the last one has left too. This engine's rollback has
-  // forgotten which product the older one is a version of, so it is not found as one, and stays registered.
+  // The next attempt moves everything aside, including what the last one has left. This engine's rollback has
+  // forgotten which product the older one is a version of, so the upgrade does not find it, and it stays
+  // registered.
   Tree whole = ReadTree(server);
   whole["Data\\format.txt"] = "1\r\n";
   WriteTree(server + L"\\Data", {{"format.txt", "1\r\n"}});
@@ -72,7 +73,7 @@ TEST_F(ServerObstaclesTest, RollbackRestoresARegisteredServerWhateverResistsIt) 
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", data));
 }
 
-// The folder cannot be renamed, so its entries come back one by one.
+// The folder cannot be renamed, so its entries are moved back one by one.
 TEST_F(ServerObstaclesTest, RollbackRestoresAServerWhoseFolderIsHeld) {
   const Tree older = With(OlderProgram(), "Data", OlderData("1"));
   WriteTree(server, older);
@@ -86,8 +87,8 @@ TEST_F(ServerObstaclesTest, RollbackRestoresAServerWhoseFolderIsHeld) {
   EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)"}));
 }
 
-// What an earlier upgrade has put aside cannot give way, or the server's folder cannot be moved. Nothing was
-// moved then, so nothing may be moved back.
+// What an earlier upgrade has moved aside cannot be renamed, or the server's folder cannot be moved. Nothing
+// was moved then, so nothing must be moved back.
 TEST_F(ServerObstaclesTest, AServerThatCannotBeMovedAsideStaysAsItIs) {
   const Tree older = With(OlderProgram(), "Data", OlderData("1"));
   const Tree earlier = {{"vt.exe", "of an earlier version"}, {"Data\\", ""}, {"Data\\format.txt", "0\r\n"}};
@@ -107,7 +108,7 @@ TEST_F(ServerObstaclesTest, AServerThatCannotBeMovedAsideStaysAsItIs) {
       ExpectRolledBack(stopped);
       EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
       EXPECT_EQ(ReadTree(server), older);
-      // Where only the server's folder is held, the earlier one has got another name by then.
+      // If only the server's folder is held, the earlier one has another name by then.
       const std::wstring kept =
           folder == aside ? L"Vantor (previous)" : ToWide(NameWithTime(programs, "Vantor (previous)"));
       EXPECT_EQ(ReadTree(programs + L"\\" + kept), earlier);
@@ -120,8 +121,8 @@ TEST_F(ServerObstaclesTest, AServerThatCannotBeMovedAsideStaysAsItIs) {
   }
 }
 
-// Such pairs are there where a folder minds case. The way back by entries, which is that of a folder that is
-// held, finds the first of them where the second belongs.
+// A case-sensitive folder can have such pairs. If the folder is held, its entries are moved back one by one,
+// and the second of the pair finds the first in its place.
 TEST_F(ServerObstaclesTest, RollbackLosesNeitherOfTwoNamesThatDifferInCaseOnly) {
   const std::set<std::string> both = {"first", "second"};
   for (const std::wstring& data : {server + L"\\Data", outsideData}) {
@@ -140,7 +141,7 @@ TEST_F(ServerObstaclesTest, RollbackLosesNeitherOfTwoNamesThatDifferInCaseOnly) 
     EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
     ExpectRolledBack(failed);
     EXPECT_EQ(ContentsOf(folder, "notes.txt"), both);
-    // The data outside come back by their folder.
+    // Data outside are moved back by renaming their folder.
     const std::wstring kept = ToWide(failed.Property(isOutside ? "DIR_UPG_DATA" : "DIR_UPG"));
     EXPECT_EQ(ReadTree(kept + L"."), isOutside ? (Tree{{"(missing)", ""}}) : Tree());
   }
@@ -157,7 +158,7 @@ TEST_F(ServerObstaclesTest, DataThatAreNotWhereTheyShouldBeAreRefused) {
   ExpectRefused(Install(Server()), "RefuseDeepData");
   EXPECT_EQ(DataSetting(), FromWide(server));
 
-  // A package that would keep the folder under its own name, which counts without regard to case.
+  // A package that would keep the folder under its own name; the comparison ignores case.
   const std::wstring package = elsewhere + L"\\server.msi";
   WriteTree(elsewhere, {});
   ChangePackage(Server().path, package,
@@ -171,7 +172,7 @@ TEST_F(ServerObstaclesTest, DataThatAreNotWhereTheyShouldBeAreRefused) {
 
 // The command line says where the server and its data are, without the backslash that folders have; the
 // registry says something else of both.
-TEST_F(ServerObstaclesTest, GivenFoldersGoBeforeWhatIsFound) {
+TEST_F(ServerObstaclesTest, GivenFoldersTakePrecedenceOverFoundOnes) {
   const Tree older = With(OlderProgram(), "Data", OlderData("1"));
   WriteTree(server, older);
   SetDataSetting(elsewhere + L"\\gone");
@@ -197,8 +198,8 @@ TEST_F(ServerObstaclesTest, GivenFoldersGoBeforeWhatIsFound) {
                              {"PROP_NODATA", L""}});
 }
 
-TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
-  // The engine knows this one; it has no data folder.
+TEST_F(ServerObstaclesTest, AServerWithoutDataIsUpgraded) {
+  // The engine knows this server, which has no data folder.
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
   const InstallerRun& missing = Install(Server(), L"PROP_SILENCE=-1");
   ExpectInstalled(missing);
@@ -214,7 +215,7 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
                             {"DIR_EXDATA", L""}});
   EXPECT_EQ(Remove(Server()).exitCode, 0u);
 
-  // This one is only found, and its data folder is empty.
+  // This server is only found, and its data folder is empty.
   DeleteTree(programs);
   WriteTree(server, With(OlderProgram(), "Data", {}));
   const InstallerRun& empty = Install(Server(), L"PROP_SILENCE=-1 PROP_UPGRADE=1");
@@ -229,8 +230,8 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsNoFailure) {
   ExpectPublished(empty, {{"PROP_NODATA", L""}});
 }
 
-// The converter runs as SYSTEM, and whoever can write the data writes what it reads.
-TEST_F(ServerObstaclesTest, DataCannotHaveTheConverterRunACommand) {
+// The converter runs as SYSTEM, and whoever can write the data writes its input.
+TEST_F(ServerObstaclesTest, DataCannotMakeTheConverterRunACommand) {
   WriteTree(elsewhere, {});
   const std::wstring gained = elsewhere + L"\\gained.txt";
   const std::string command = "echo gained>\"" + FromWide(gained) + "\"";

@@ -1,5 +1,5 @@
-// What a server package refuses before anything changes: names that are missing or cannot be used, folders
-// that contain each other, and folders that are written in a way that nothing here can use.
+// What a server package refuses before anything changes: missing or unusable names, folders that contain each
+// other, and folders written in a form that no action can use.
 
 #include "install/server_rig.h"
 
@@ -21,14 +21,14 @@ class ServerRefusalsTest : public ServerTest {
     return run;
   }
 
-  /// A statement that gives a property of the package another value, or takes it away.
+  /// Returns a statement that gives a property of the package another value, or deletes it.
   static std::string Change(const std::string& property, const std::string& value) {
     return "UPDATE `Property` SET `Value` = '" + value + "' WHERE `Property` = '" + property + "'";
   }
   static std::string Delete(const std::string& property) {
     return "DELETE FROM `Property` WHERE `Property` = '" + property + "'";
   }
-  /// Statements that set a property at a place of the execute sequence.
+  /// Returns statements that set a property at a place of the execute sequence.
   static std::vector<std::string> SetAt(int place, const std::string& property, const std::string& value) {
     return {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Move', 51, '" +
                 property + "', '" + value + "')",
@@ -36,13 +36,14 @@ class ServerRefusalsTest : public ServerTest {
                 std::to_string(place) + ")"};
   }
 
-  /// An older server, in the folder of a maker who has more in it.
+  /// Lays down an older server, in the folder of a maker with other content.
   void LayDownOlderServer() {
     WriteTree(server, With(OlderProgram(), "Data", kData));
     WriteTree(programs + L"\\Ostrel", {{"ostrel.ini", "the client's"}});
     before_ = ReadTree(programs);
   }
-  /// After a run that an action has refused: the older server and all beside it are as they were.
+  /// Expects that an action has refused the run, and that the older server and everything beside it are
+  /// unchanged.
   void ExpectNothingMoved(const InstallerRun& run, const std::string& action) {
     ExpectRefused(run, action);
     EXPECT_EQ(ReadTree(programs), before_) << action;
@@ -54,9 +55,8 @@ class ServerRefusalsTest : public ServerTest {
   Tree before_;
 };
 
-// Joined with such a name, the folder to put the older server into would be the maker's, with everything in
-// it.
-TEST_F(ServerRefusalsTest, ANameToKeepTheOlderServerUnderThatIsNoName) {
+// With such a name the folder for the older server would be the maker's folder, with everything in it.
+TEST_F(ServerRefusalsTest, InvalidNamesForTheOlderServersFolder) {
   LayDownOlderServer();
   ExpectNothingMoved(InstallChanged({Delete("ServerAsideName")}), "RefuseAsideName");
   for (const char* name : {".", "Vantor ", "Kept\\", "a/b"})
@@ -65,12 +65,12 @@ TEST_F(ServerRefusalsTest, ANameToKeepTheOlderServerUnderThatIsNoName) {
 
 TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderServerInThatContainsIt) {
   LayDownOlderServer();
-  // Before costing, and after it, when a folder may have become another.
+  // Before costing, and after it, because a folder may have changed by then.
   for (const auto& [place, action] :
        {std::pair(699, "RefuseAsideFolder"), std::pair(1005, "RefuseAsideFolderAgain")}) {
     ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", "[DIR_EXSERVER]")), action);
     ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", "C:\\PROGRAM FILES\\Halvorstead\\")), action);
-    // The new server's folder, and the data's.
+    // The new server's folder, and the data folder.
     ExpectNothingMoved(InstallChanged(SetAt(place, "DIR_UPG", FromWide(elsewhere) + "\\"),
                                       L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + outsideData + L"\""),
                        action);
@@ -80,7 +80,7 @@ TEST_F(ServerRefusalsTest, AFolderToKeepTheOlderServerInThatContainsIt) {
     for (const char* property : {"DIR_UPG", "DIR_UPG_DATA", "DIR_EXSERVER"})
       ExpectNothingMoved(InstallChanged(SetAt(place, property, "{}")), action);
   }
-  // As they are if CustomAction34 or CustomAction20 has run out of memory: the data would not be found again.
+  // As if CustomAction34 or CustomAction20 had run out of memory: the data would not be found again.
   ExpectNothingMoved(InstallChanged(SetAt(1005, "PROP_PREVVTDF", "{}")), "RefuseNoFoldersAgain");
   ExpectNothingMoved(InstallChanged(SetAt(1005, "DIR_UPG", "[DIR_SERVER]Vantor (previous)\\")),
                      "RefuseNoFoldersAgain");
@@ -107,7 +107,7 @@ TEST_F(ServerRefusalsTest, NamesThatTheFragmentsNeed) {
     ExpectNothingMoved(InstallChanged({Delete(name)}), "RefuseHelperNames");
   ExpectNothingMoved(InstallChanged({Change("ServerDataName", "Data.")}), "RefuseDataName");
 
-  // Also where there is no older server: an installation that would end in the root of the drive.
+  // Also without an older server: the installation would end in the root of the drive.
   DeleteTree(programs);
   const std::string noFolder = "DELETE FROM `InstallExecuteSequence` WHERE `Action` = 'NewServerFolder'";
   ExpectRefused(InstallChanged({Delete("ServerDataName"), noFolder}), "RefuseServerFolder");
@@ -116,7 +116,7 @@ TEST_F(ServerRefusalsTest, NamesThatTheFragmentsNeed) {
   EXPECT_EQ(DataSetting(), std::nullopt);
 }
 
-TEST_F(ServerRefusalsTest, FoldersWrittenOtherwiseThanTheyAreUsed) {
+TEST_F(ServerRefusalsTest, FoldersInAnUnusableForm) {
   LayDownOlderServer();
   for (const wchar_t* folder :
        {L"C:\\Vantor Store\\Data\\\\", L"C:/Vantor Store/Data/", L"C:\\Vantor Store/Data"}) {
@@ -126,15 +126,15 @@ TEST_F(ServerRefusalsTest, FoldersWrittenOtherwiseThanTheyAreUsed) {
   }
   EXPECT_FALSE(FileExists(elsewhere));
 
-  // What the server's settings say is text of somebody's as well.
+  // The server's settings are somebody's text as well.
   WriteTree(outsideData, kData);
   SetDataSetting(outsideData + L"\\\\");
   ExpectNothingMoved(Install(Server()), "RefuseDataSetting");
   EXPECT_EQ(ReadTree(outsideData), kData);
 }
 
-// A repair would write the setting again, and the command line cannot say how. A removal is not refused.
-TEST_F(ServerRefusalsTest, ASettingWrittenOtherwiseStopsARepairAndNoRemoval) {
+// A repair would write the setting again, and the command line cannot change it. A removal is not refused.
+TEST_F(ServerRefusalsTest, ASettingInAnUnusableFormStopsARepairButNoRemoval) {
   ASSERT_EQ(Install(Server()).exitCode, 0u);
   for (const wchar_t* folder : {L"C:/Vantor Store/Data", L"C:\\Vantor Store\\Data\\\\"}) {
     SetDataSetting(folder);

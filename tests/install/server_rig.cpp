@@ -38,7 +38,7 @@ bool IsLinkToFolder(const WIN32_FIND_DATAW& entry) {
   return IsFolder(entry) && (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
-/// The calls of the machine below the system that make and delete a link.
+/// The system calls of the machine below that create and delete a link.
 #if defined(__aarch64__)
 constexpr long long kMakeLinkCall = 36, kDeleteCall = 35, kCurrentFolder = -100;
 
@@ -60,7 +60,7 @@ long long MachineCall(long long number, long long first, long long second) {
 }
 #endif
 
-/// The name that the machine below has for a path.
+/// Returns the machine's own name of a path.
 std::string MachineName(const std::wstring& path) {
   using UnixName = char* CDECL(const wchar_t*);
   auto* unixName = reinterpret_cast<UnixName*>(
@@ -72,7 +72,7 @@ std::string MachineName(const std::wstring& path) {
   return name;
 }
 
-/// The name of what `path` names, also if that is a link or is not there yet.
+/// Returns the machine's own name of the entry `path` itself, even if it is a link or does not exist yet.
 std::string MachineNameOfEntry(const std::wstring& path) {
   const size_t name = path.rfind(L'\\');
   return MachineName(path.substr(0, name)) + "/" + FromWide(path.substr(name + 1));
@@ -87,7 +87,7 @@ void DeleteLink(const std::wstring& path) {
 #endif
 }
 
-/// Calls `visit` for each entry of a folder; tells whether the folder could be listed.
+/// Calls `visit` for each entry of a folder; returns false if the folder could not be listed.
 template <class Visit>
 bool ForEachEntry(const std::wstring& folder, Visit visit) {
   WIN32_FIND_DATAW entry;
@@ -115,10 +115,10 @@ bool AddTree(const std::wstring& folder, const std::string& prefix, Tree& tree) 
   });
 }
 
-// How long the conversion of a package is waited for, and how often it is looked for (milliseconds).
+// How long to wait for a package's conversion, and how often to check for it (milliseconds).
 constexpr DWORD kWaitLimit = 120 * 1000, kWaitStep = 20;
 
-// What a name that was renamed aside ends in; "0" stands for a digit.
+// The end of a name that was renamed aside; "0" stands for a digit.
 constexpr char kTime[] = " 0000-00-00 00-00-00";
 
 bool EndsInTime(const std::string& name) {
@@ -177,7 +177,7 @@ void WriteTree(const std::wstring& folder, const Tree& tree) {
   for (size_t end = folder.find(L'\\', 3); end != std::wstring::npos; end = folder.find(L'\\', end + 1))
     CreateDirectoryW(folder.substr(0, end).c_str(), nullptr);
   CreateDirectoryW(folder.c_str(), nullptr);
-  // A folder sorts before what is in it.
+  // A folder sorts before its content.
   for (const auto& [path, bytes] : tree) {
     std::wstring target = folder + L"\\" + ToWide(path);
     if (target.back() == L'\\') {
@@ -278,7 +278,7 @@ Tree OlderProgram() {
 }
 
 Tree NewProgram() {
-  // What the package brought; that these are the files of version 2 shows behind the program's end.
+  // The package's files; the end of the program shows that they are version 2.
   Tree program = ReadTree(L"C:\\Program Files\\Halvorstead\\Vantor");
   const std::string version = "\nVantor server " + Server().version + "\n";
   const std::string& bytes = program["vt.exe"];
@@ -292,7 +292,7 @@ Tree NewProgram() {
 
 void ChangePackage(const std::wstring& source, const std::wstring& target,
                    const std::vector<std::string>& statements) {
-  // The header has the mode for the 8-bit function only; it is a number in a pointer's place.
+  // The header has the mode only for the 8-bit function; it is a number in place of a pointer.
   const auto writeDirectly = reinterpret_cast<const wchar_t*>(MSIDBOPEN_DIRECT);
   MSIHANDLE database = 0;
   ASSERT_TRUE(CopyFileW(source.c_str(), target.c_str(), FALSE));
@@ -311,7 +311,7 @@ void DeleteServer() {
   static const char name[] = "Vantor";
   SC_HANDLE manager = OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT);
   if (SC_HANDLE service = OpenServiceA(manager, name, SERVICE_ALL_ACCESS)) {
-    // A stand-in that is emulated can end before it has answered; what counts is that it has.
+    // An emulated stand-in can end before it has answered; what counts is that it ends.
     SERVICE_STATUS status;
     ControlService(service, SERVICE_CONTROL_STOP, &status);
     WaitUntil("the service stops", [&] { return !IsServiceRunning(name); });
@@ -322,7 +322,7 @@ void DeleteServer() {
 }
 
 void ServerTest::ClearAway() {
-  // It outlives the package where an older version is registered beside it.
+  // The service outlives the package if an older version is registered beside it.
   DeleteServer();
   WaitUntil("the program goes", [&] {
     DeleteTree(programs);
@@ -394,7 +394,7 @@ void ServerTest::ExpectRolledBack(const InstallerRun& run) {
 void ServerTest::ExpectRefused(const InstallerRun& run, const std::string& action) {
   EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
   EXPECT_FALSE(Server().IsInstalled());
-  // This engine shows the text of such an action to people only.
+  // This engine only shows the text of such an action, so the log does not have it.
   EXPECT_EQ(run.LinesWith(": " + action + ". Return value 0.").size(), 1u) << action;
   EXPECT_EQ(run.LinesWith(": InstallInitialize.").size(), 0u);
   EXPECT_EQ(DeferredActions(run), std::vector<std::string>());
@@ -406,7 +406,7 @@ void ServerTest::ExpectPublished(const InstallerRun& run,
 }
 
 std::vector<std::string> ServerTest::DeferredActions(const InstallerRun& run) {
-  // The log tells of each action twice: when the sequence schedules it, and when the script runs it.
+  // The log has each action twice: when the sequence schedules it, and when the script runs it.
   static const std::string ownActions[] = {"CustomAction15", "CustomAction16", "CustomAction17"};
   std::vector<std::string> actions;
   std::set<std::string> scheduled;

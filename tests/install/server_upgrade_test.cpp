@@ -1,5 +1,5 @@
-// The upgrade of a server in place: what is moved aside, what comes back, what the package's properties say,
-// and what is left when a step fails.
+// The upgrade of a server in place: what is moved aside, what is restored, the package's properties, and what
+// is left if a step fails.
 
 #include <algorithm>
 
@@ -10,7 +10,7 @@ namespace {
 
 class ServerUpgradeTest : public ServerTest {
  protected:
-  /// The local date as CustomAction20 writes it behind a name: a blank, and the ISO date.
+  /// Returns a blank and the local ISO date, as CustomAction20 writes them after a name.
   static std::wstring DateBehindName() {
     SYSTEMTIME now;
     GetLocalTime(&now);
@@ -19,7 +19,7 @@ class ServerUpgradeTest : public ServerTest {
     return text;
   }
 
-  /// The texts that the firewall shows for a program's rules are in the program.
+  /// Expects that the program contains the texts that the firewall shows for its rules.
   static void ExpectFirewallTexts(const std::wstring& program) {
     HMODULE image = LoadLibraryExW(program.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     ASSERT_NE(image, nullptr) << GetLastError();
@@ -36,7 +36,7 @@ class ServerUpgradeTest : public ServerTest {
     FreeLibrary(image);
   }
 
-  /// The server package as a later version of itself, which upgrades it.
+  /// Returns a later version of the server package, which upgrades it.
   Package LaterServer() {
     Package later = Server();
     later.path = elsewhere + L"\\later.msi";
@@ -94,7 +94,7 @@ TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
                       {"DIR_EXADMIN", L""},
                   });
 
-  // A repair moves nothing, also when it finds the data folder of a server and a program in it.
+  // A repair moves nothing, even if it finds the data folder of a server and a program in it.
   const InstallerRun& repaired = Reinstall(Server());
   ExpectInstalled(repaired);
   EXPECT_EQ(DeferredActions(repaired), std::vector<std::string>());
@@ -114,7 +114,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   WriteTree(outsideData, OlderData("1"));
   SetDataSetting(outsideData);
 
-  // A conversion that fails, and a judge that looks elsewhere: what the converter left stays in the copy.
+  // The conversion fails, and the judge looks elsewhere: what the converter left stays in the copy.
   Tree older = OlderData("9");
   older["dbcon.log"] = "no marker";
   older["locked.dat"] = "read-only";
@@ -128,7 +128,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
   ExpectRolledBack(failed);
   ASSERT_NE(failed.Property("DIR_UPG_DATA"), "");
-  // All is back in its place, and what had been copied there is beside it: nothing is deleted in a rollback.
+  // Everything is back in its place, with the copies beside it: a rollback deletes nothing.
   EXPECT_EQ(ReadTree(outsideData), older);
   Tree copied = older;
   copied["dbcon_failed.txt"] = "The data are in a format that cannot be converted.\r\n";
@@ -137,7 +137,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   EXPECT_EQ(ReadTree(server), OlderProgram());
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
 
-  // This engine's rollback also takes away registry values that it has not written yet.
+  // This engine's rollback also deletes registry values that it has not written yet.
   SetDataSetting(outsideData);
   DeleteTree(elsewhere);
   WriteTree(outsideData, OlderData("1"));
@@ -178,12 +178,12 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
 }
 
 // One older server, and three attempts to upgrade it.
-TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew) {
+TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptSucceeds) {
   Tree older = With(OlderProgram(), "Data", OlderData("1"));
   older["Data\\in use.dat"] = "in use";
   WriteTree(server, older);
 
-  // Another process (this one) holds the folder, as a console window does that stands in it.
+  // Another process (this one) holds the folder, like a console window whose current folder it is.
   HANDLE folder = CreateFileW(server.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
                               nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   ASSERT_NE(folder, INVALID_HANDLE_VALUE);
@@ -196,8 +196,8 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   EXPECT_EQ(DataSetting(), std::nullopt);
 
-  // Data that the converter refuses: the server has been moved and its data copied by then. All of it is
-  // undone; only what had been copied stays, in a folder with the time after its name.
+  // Data that the converter refuses: by then the server has been moved and its data copied. All of it is
+  // undone; only the copies stay, in a folder with the time after its name.
   older["Data\\format.txt"] = "9\r\n";
   WriteTree(server, older);
   const InstallerRun& refused = Install(Server(), L"PROP_SILENCE=-1");
@@ -213,8 +213,8 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   EXPECT_FALSE(FileExists(aside));
   EXPECT_EQ(DataSetting(), std::nullopt);
 
-  // Nothing of that is in the way of the next attempt. A file in the middle of the data that cannot be read
-  // is not copied back; the upgrade goes on, and what was moved aside is whole.
+  // None of that hinders the next attempt. A file in the middle of the data cannot be read and is not copied
+  // back; the upgrade goes on, and what was moved aside is whole.
   older["Data\\format.txt"] = "1\r\n";
   WriteTree(server, older);
   HANDLE file = CreateFileW((server + L"\\Data\\in use.dat").c_str(), GENERIC_READ, FILE_SHARE_DELETE,
@@ -227,18 +227,18 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptStartsAnew
   EXPECT_EQ(upgraded.LinesWith(kCannotMoveAside).size(), 0u);
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)", replaced}));
-  // Only that one file is missing, whatever was to be copied behind it.
+  // Only that one file is missing; all files after it were copied.
   EXPECT_EQ(ReadTree(server + L"\\Data"), Converted(OlderData("1")));
 }
 
-TEST_F(ServerUpgradeTest, ServerOfTheEarlierLayoutMeetsWhatIsThereAlready) {
+TEST_F(ServerUpgradeTest, ServerOfTheEarlierLayoutKeepsWhatAlreadyExists) {
   const std::wstring earlier = elsewhere + L"\\Vantor 7";
   const std::wstring earlierAside = elsewhere + L"\\Vantor (previous)";
   const std::wstring administration = elsewhere + L"\\Vantor Administration\\";
   const Tree older = With(OlderProgram(), "Data", OlderData("2"));
   WriteTree(earlier, older);
   WriteTree(administration, {{"admin.exe", "the older administration program"}});
-  // An earlier upgrade has left its folder, and the new data folder has files: they are kept.
+  // An earlier upgrade has left its folder, and the new data folder has files: both are kept.
   const Tree oldest = {{"oldest.txt", "left by an upgrade before"}};
   WriteTree(earlierAside, oldest);
   const Tree there = {{"a.b.c", "of the new server"},
@@ -271,13 +271,14 @@ TEST_F(ServerUpgradeTest, ServerOfTheEarlierLayoutMeetsWhatIsThereAlready) {
 }
 
 TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
-  // Folders without a file are no data.
+  // Folders without a file do not count as data.
   const Tree empty = {{"Reports\\", ""}, {"Reports\\2024\\", ""}};
   WriteTree(server + L"\\Data", empty);
   const InstallerRun& fresh = Install(Server());
   ExpectInstalled(fresh);
   EXPECT_EQ(DeferredActions(fresh), std::vector<std::string>{"CustomAction15.LookAtData"});
-  // Nobody has asked for an account: the service is LocalSystem's, and the folders stay as they were made.
+  // Nobody has asked for an account: the service runs as LocalSystem, and the folders keep their access
+  // lists.
   const std::string folder = FromWide(server);
   EXPECT_EQ(fresh.SetupLines(),
             (std::vector<std::string>{
@@ -294,7 +295,7 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   ExpectPublished(fresh, {{"PROP_DFPRESENT", L""}, {"PROP_UPGRADE", L""}, {"PROP_REPLACING", L""}});
 
-  // The server goes, its data stay; the next installation finds and converts them where they are.
+  // The server is removed, its data stay; the next installation finds and converts them in place.
   WriteTree(server + L"\\Data", {{"format.txt", "1\r\n"}});
   const InstallerRun& removed = Remove(Server());
   EXPECT_EQ(removed.exitCode, 0u);
@@ -316,11 +317,11 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   ExpectPublished(again, {{"PROP_DFPRESENT", L"1"}, {"PROP_UPGRADE", L""}});
 }
 
-// The data folder of the upgraded server is a new one, and the service's account must reach it as it did the
-// old.
+// The data folder of the upgraded server is new, and the service's account must have the same access as to
+// the old one.
 TEST_F(ServerUpgradeTest, AnUpgradeGivesTheServicesAccountTheNewDataFolder) {
   const Package later = LaterServer();
-  // Others get nothing from above, but this engine makes every folder one that they may read.
+  // Others inherit nothing, but this engine makes every folder readable for them.
   SetAccess(elsewhere, "D:(A;OICI;FA;;;USER)");
   const std::string made = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)";
   const std::string given = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)";
@@ -347,13 +348,13 @@ TEST_F(ServerUpgradeTest, AnUpgradeGivesTheServicesAccountTheNewDataFolder) {
   EXPECT_EQ(ReadTree(outsideData), Converted(OlderData("1")));
   EXPECT_EQ(AccessTo(outsideData), given);
   EXPECT_EQ(AccessTo(ToWide(upgraded.Property("DIR_UPG_DATA"))), made);
-  // The removal of the older version, inside of this run, has left what the two have in common.
+  // The removal of the older version, inside this run, has left what both versions have in common.
   EXPECT_EQ(ServerAccount(), account);
   EXPECT_EQ(NotedAccount(), ".\\vantor");
   EXPECT_NE(GetRegistryText(HKEY_LOCAL_MACHINE, kEventSourceKey, "EventMessageFile"), std::nullopt);
 
-  // So does a repair that does not find the folder that the server's settings name, and makes it. It takes no
-  // other, whatever it is given.
+  // A repair also gives access if it does not find the folder that the server's settings name, and creates
+  // it. It takes no other folder, whatever it is given.
   DeleteTree(outsideData);
   EXPECT_EQ(Reinstall(later, dataFolder + L" 2\"").SetupLines(), lines);
   EXPECT_EQ(AccessTo(outsideData), given);

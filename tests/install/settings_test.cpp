@@ -1,4 +1,4 @@
-// What a run of the client package makes of stored settings and of its command line.
+// What a run of the client package does with stored settings and with its command line.
 
 #include <algorithm>
 
@@ -9,7 +9,7 @@ namespace {
 
 class SettingsTest : public InstalledClientTest {
  protected:
-  // Runs the package over itself; it must end well and state its version again.
+  // Runs the package over itself, and expects that it succeeds and writes its version again.
   const InstallerRun& RunOverItself(const std::wstring& properties = L"") {
     const InstallerRun& run = Reinstall(Client(), properties);
     EXPECT_EQ(run.exitCode, 0u);
@@ -40,11 +40,11 @@ TEST_F(SettingsTest, MissingKeysChangeNothing) {
   EXPECT_EQ(PublishedSettings(RunOverItself(L"PROP_SITE=chosen")), expected);
 }
 
-// The stores and the properties are read and set through the 8-bit functions of the system, so a setting
-// passes through the system's 8-bit code page. Under Wine, whose locale here is English, that is 1252.
+// The stores and the properties are read and set through the system's 8-bit functions, so a setting passes
+// through the system's 8-bit code page. Under Wine, whose locale here is English, that is 1252.
 TEST_F(SettingsTest, SettingsOutsideAsciiPassThroughTheSystemsCodePage) {
   ASSERT_EQ(GetACP(), 1252u);
-  // Two characters that the code page has; the file holds one byte for each.
+  // Two characters of the code page; the file has one byte for each.
   Settings settings = SettingsOf(kFileStore);
   settings.host = "z\u00E4hler-\u20AC.example";
   WriteSettingsFile(kFileStore, settings, 1252);
@@ -69,7 +69,7 @@ TEST_F(SettingsTest, WithDialogsTheInterfaceSequenceReadsTheSettings) {
   EXPECT_EQ(run.Property("UILevel"), "5");
   EXPECT_EQ(PublishedSettings(run), SettingsOf(kFileStore));
   EXPECT_EQ(run.SetupLines(), Client().InstallLines());
-  // The user interface's level is lowered directly before the execute sequence begins.
+  // The level of the user interface is lowered directly before the execute sequence begins.
   std::vector<std::string> starts;
   for (const std::string& line : run.LinesWith("Action start"))
     starts.push_back(line.substr(line.rfind(' ') + 1));
@@ -89,9 +89,9 @@ TEST_F(SettingsTest, WithoutAVersionTheEnginesOwnStays) {
 // ---- PROP_CLEAN
 
 // With `properties` on the command line, the service's key, which has no subkeys here, is deleted or kept;
-// the user's key, which has some, stays in any case.
+// the user's key, which has some, always stays.
 void SettingsTest::ExpectCleaning(const std::wstring& properties, bool cleans) {
-  // The name under which the library looks for the deletion of whole trees: no Windows exports it.
+  // The name that the library looks up to delete whole trees; no Windows exports it.
   HMODULE shellApi = LoadLibraryA("SHLWAPI.DLL");
   ASSERT_NE(shellApi, nullptr);
   ASSERT_EQ(reinterpret_cast<void*>(GetProcAddress(shellApi, "SHDeleteKey")), nullptr);
