@@ -87,7 +87,7 @@ void WaitUntil(const std::string& what, const std::function<bool()>& isTrue) {
   DWORD start = GetTickCount();
   while (!isTrue()) {
     if (GetTickCount() - start > kPatience) {
-      ADD_FAILURE() << "in vain: waited until " << what;
+      ADD_FAILURE() << "timed out waiting until " << what;
       return;
     }
     Sleep(10);

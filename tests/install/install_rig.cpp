@@ -222,8 +222,9 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
     WaitForSingleObject(process.hProcess, kInstallerTimeLimit);
     // Nobody can read the installer's log before the installer ends.
     isLost = lost == kLostLooks && IsInFirstAction(log);
-    if (isLost) std::printf("---- %s: the installer's action process is lost; again\n", run.name.c_str());
-    if (!isLost) ADD_FAILURE() << FromWide(command) << " does not come to an end";
+    if (isLost)
+      std::printf("---- %s: lost the installer's action process; starting again\n", run.name.c_str());
+    if (!isLost) ADD_FAILURE() << FromWide(command) << " does not end";
   }
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
@@ -281,7 +282,7 @@ void WaitForDeletedServices() {
 void PrintRun(const InstallerRun& run) {
   static const char* const marks[] = {"start", "Setup Log:", "Return value 0.", "Return value 3.",
                                       "(S): PROP_"};
-  std::printf("---- %s: exit code %lu; of its log:\n", run.name.c_str(), run.exitCode);
+  std::printf("---- %s: exit code %lu; from its log:\n", run.name.c_str(), run.exitCode);
   for (const std::string& line : run.lines) {
     for (const char* mark : marks) {
       if (line.find(mark) == std::string::npos) continue;

@@ -88,7 +88,7 @@ std::vector<std::string> Session::Run(const char* action) {
   auto* function = reinterpret_cast<Action*>(
       reinterpret_cast<void*>(library_ ? GetProcAddress(library_, action) : nullptr));
   if (!function) {
-    ADD_FAILURE() << action << " is not there";
+    ADD_FAILURE() << action << " is missing";
     return lines;
   }
   sessionLines = &lines;

@@ -324,7 +324,7 @@ void DeleteServer() {
 void ServerTest::ClearAway() {
   // The service outlives the package if an older version is registered beside it.
   DeleteServer();
-  WaitUntil("the program goes", [&] {
+  WaitUntil("the program is deleted", [&] {
     DeleteTree(programs);
     return !FileExists(programs);
   });
