@@ -1,19 +1,19 @@
-// The stand-in for the programs of client and server: what the packages install here, and what tests and the
-// demonstration start. It does nothing of its own; it is there to be stopped, closed and started, and records
-// what is done to it.
+// The stand-in for the programs of client and server. The packages of this project install it, and tests and
+// the demonstration start it. It does no work: it can be stopped, closed and started, and records what is
+// done to it.
 //
-// What it is depends on the name of its file:
+// Its file name decides what it is:
 //
 //   ostrel.exe, vt.exe, gauge.exe
 //                            the services "Ostrel", "Vantor" and "Gauge"; with the argument "stubborn" they
-//                            do not end when they are told to stop
+//                            ignore the stop control
 //   osua.exe                 the agent of a session: waits until it is ended
 //   osau.exe, ostrel32.exe   end at once
 //   any other                a tool with a window: CLASS TITLE [REFUSALS [DELAY]] on its command line. It
 //                            refuses the first REFUSALS requests to close, and closes DELAY milliseconds
-//                            behind the next one.
+//                            after the next one.
 //
-// Each event is a line of the record (record.h).
+// Each event is one line of the record (record.h).
 #include "record.h"
 
 namespace {
@@ -26,7 +26,7 @@ struct ServiceProgram {
 constexpr ServiceProgram kServicePrograms[] = {
     {"ostrel.exe", "Ostrel"}, {"vt.exe", "Vantor"}, {"gauge.exe", "Gauge"}};
 
-// What the network tools understand beside WM_CLOSE: a message of their own, and a command of their menu.
+// What the network tools understand besides WM_CLOSE: a private message, and a command of their menu.
 constexpr UINT kShutdownMessage = 2024;
 constexpr WPARAM kShutdownCommand = 1001;
 constexpr UINT_PTR kClosingTimer = 1;
@@ -35,8 +35,8 @@ bool IsName(const char* text, const char* name) {
   return CompareStringA(LOCALE_USER_DEFAULT, NORM_IGNORECASE, text, -1, name, -1) == CSTR_EQUAL;
 }
 
-// Takes the next word of a command line, cutting it off in place with the blanks behind it; quotation marks
-// hold words together.
+// Returns the next word of a command line, terminated in place, and moves `rest` past it and the blanks after
+// it. A quoted text is one word, without the quotation marks.
 char* TakeWord(char*& rest) {
   while (*rest == ' ') ++rest;
   char end = ' ';
@@ -100,7 +100,8 @@ void RunService(const ServiceProgram* program, bool stubborn) {
 
 // ---- a tool
 
-// What a tool needs of USER32, which the other programs are spared: it takes longer to load than they run.
+// The functions of USER32 that a tool calls. Bound at run time, because the other programs do not need
+// USER32, and it takes longer to load than they run.
 struct Windows {
   decltype(&RegisterClassA) registerClass;
   decltype(&CreateWindowExA) createWindow;
@@ -136,7 +137,7 @@ struct Tool {
   bool isClosing;
 } tool;
 
-// A request to close, by the name that the record gives it.
+// Handles a request to close; `request` is its name in the record.
 void RequestClose(HWND window, const char* request) {
   Line line;
   line << tool.windowClass << ": " << request;

@@ -1,10 +1,12 @@
-// The record of the stand-ins for the programs of client and server: the file "Ostrel record.txt" in the
-// folder that all users share, a line for each event. Used by agent.cpp and tracking.cpp.
+// The record of what happens to the stand-ins for the programs of client and server: the file "Ostrel
+// record.txt" in the folder that all users share, one line for each event. Used by agent.cpp and
+// tracking.cpp.
 #pragma once
 
 #include <windows.h>
 
-/// A line of the record, and any other text that is put together here; what does not fit is cut.
+/// A line of the record, or another text built from parts: 8-bit, zero-terminated, cut off after kSize - 1
+/// bytes.
 struct Line {
   static constexpr size_t kSize = 512;
   char text[kSize] = {};
@@ -26,12 +28,12 @@ struct Line {
   }
 };
 
-/// Adds a line to the record. What cannot be written is lost: nobody looks at the result.
+/// Appends a line to the record. Failures are ignored: the line is lost.
 inline void Record(const Line& event) {
   Line path;
   path.length = GetEnvironmentVariableA("ProgramData", path.text, MAX_PATH);
   path << "\\Ostrel record.txt";
-  // Only an append is whole where several programs write at the same time.
+  // Several programs write at the same time: only appended lines stay whole.
   HANDLE file =
       CreateFileA(path.text, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);

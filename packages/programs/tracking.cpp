@@ -1,5 +1,5 @@
-// The stand-in for the tracking library "OSTRACK.DLL", which Windows loads into every process with windows
-// once it is in "AppInit_DLLs". It counts nothing; it only records which program has loaded it.
+// The stand-in for the tracking library "OSTRACK.DLL", which Windows loads into every process with windows if
+// it is in "AppInit_DLLs". It only records which program has loaded it.
 #include "record.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {

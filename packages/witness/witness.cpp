@@ -1,22 +1,19 @@
-// The witness: actions that look around in the installer's own process and tell its log what they see. The
-// packages that are tested and shown have it beside the library; no other package should.
+// The witness: actions that inspect the machine from inside the installer's process and write what they see
+// to its log. Packages for tests and the demonstration have it in addition to the library; no other package
+// should.
 //
-// Not every engine keeps an account beyond the process that made it, which here is the one that runs the
-// actions: only an action can see whether it is there.
+// Not every engine keeps an account after the process that made it, which is the one that runs the actions.
+// Only an action can see whether the account exists.
 //
-//   WitnessAccount   says whether this computer has the account that PROP_ACCOUNTID names
-//
-//   RestoreAccount   makes it anew where WITNESSACCOUNT is its name: as an installation before would have
-//   left it
-//
-//   WitnessAccess    says what access the file or folder in CustomActionData gives, as the system writes
-//   lists
-//
+//   WitnessAccount   logs whether this computer has the account that PROP_ACCOUNTID names
+//   RestoreAccount   makes the account that WITNESSACCOUNT names, if it is missing, as an earlier
+//   installation
+//                    would have left it
+//   WitnessAccess    logs the access list of the file or folder in CustomActionData, in SDDL
 //   WitnessFailure   fails
-//
-//   WitnessCancel    ends the sequence as a user does who cancels it
+//   WitnessCancel    ends the sequence like a user who cancels
 #include <windows.h>
-// Behind windows.h, on which they build.
+// After windows.h, which they need.
 #include <aclapi.h>
 #include <lm.h>
 #include <msi.h>
@@ -28,7 +25,7 @@ namespace {
 constexpr DWORD kTextSize = 512;
 constexpr DWORD kAccountLevel = 1;
 
-// A property of the session; empty where there is none, and where it is longer than anything that is shown.
+// A property of the session; empty if it is not set, or longer than kTextSize - 1 characters.
 struct Property {
   wchar_t text[kTextSize];
 
@@ -71,11 +68,11 @@ extern "C" __declspec(dllexport) UINT WINAPI RestoreAccount(MSIHANDLE session) {
   if (!name.text[0] || HasAccount(name.text)) return ERROR_SUCCESS;
   USER_INFO_1 account = {};
   account.usri1_name = name.text;
-  // An account that nobody logs on to; without any text, not every engine takes it.
+  // Nobody logs on to this account, but not every engine accepts an empty password.
   account.usri1_password = name.text;
   account.usri1_priv = USER_PRIV_USER;
   account.usri1_flags = UF_SCRIPT | UF_NORMAL_ACCOUNT;
-  // Held for good: not every engine keeps accounts beyond the time that this module is loaded.
+  // On purpose: never unloaded. Some engines forget the account when this module is unloaded.
   LoadLibraryA("NETAPI32");
   NetUserAdd(nullptr, kAccountLevel, reinterpret_cast<BYTE*>(&account), nullptr);
   return ERROR_SUCCESS;

@@ -2,11 +2,11 @@
 rem Converts the server's data: dbcon.cmd FOLDER
 rem
 rem The first line of FOLDER\format.txt is the format of the data. "1" becomes "2"; "2", and a folder without the
-rem file, needs nothing. Leaves one marker in FOLDER: dbcon_completed.txt, or dbcon_failed.txt for other formats.
+rem file, need no conversion. Leaves one marker in FOLDER: dbcon_completed.txt, or dbcon_failed.txt for other formats.
 rem
-rem This runs as SYSTEM, on data that others write. The text of a %NAME% is put into a line before the line is taken
-rem apart, so that a quotation mark and "&" in it begin a command. The text of a !NAME! is put in afterwards. Of the
-rem format no more than two characters are looked at, and none is written anywhere.
+rem This runs as SYSTEM, on data that others write. cmd inserts the text of a %NAME% before it parses the line, so a
+rem quotation mark and "&" in the text could start a command. It inserts the text of a !NAME! after parsing. Only the
+rem first two characters of the format are compared, and none is written anywhere.
 set "folder=%~1"
 set format=
 setlocal EnableDelayedExpansion
