@@ -132,17 +132,17 @@ def givers_of(kit, name):
         return "the package"
     if searched or any(name in always_forgotten(file) for file in files):
         numbers = sorted({row.number for row in places})
-        then = "searched for" if searched else "found" if is_found(kit, files, name) else "where the package has it"
-        return f"nobody: forgotten at {', '.join(map(str, numbers))}, then {then}"
+        then = "searched for" if searched else "found" if is_found(kit, files, name) else "set to the package's folder"
+        return f"nobody: cleared at {', '.join(map(str, numbers))}, then {then}"
     first = [row.number for row in places if row.condition == f"Installed AND {name}"]
     if first:
-        return f"an administrator, in a first installation and an upgrade; forgotten at {first[0]} in other runs"
+        return f"an administrator, in a first installation and an upgrade; cleared at {first[0]} in other runs"
     declared = [file.properties[name] for file in files if name in file.properties]
     if any(attributes.get("Secure") == "yes" for attributes in declared):
         return "an administrator, in any run"
     makers = {action["DllEntry"] for file in files for action in file.actions.values() if is_library(action)
               and action["DllEntry"] in kit.sections and name in kit.sections[action["DllEntry"]].writes}
-    return "nobody: made where it is used" if makers else "the package, and an administrator"
+    return "nobody: an action makes it" if makers else "the package, and an administrator"
 
 
 def is_found(kit, files, name):
@@ -250,7 +250,7 @@ def dialog_lines(model):
     both = [str(row.number) for row in rows if row[1:4] in execute]
     yield "InstallUISequence, with dialogs only"
     yield ""
-    for head, words in ("in it alone", alone), ("as below", both):
+    for head, words in ("only here", alone), ("as below", both):
         if words:
             yield from textwrap.wrap(f"{head}: {', '.join(words)}", 94, initial_indent="  ", subsequent_indent="    ")
 

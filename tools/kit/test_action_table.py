@@ -515,7 +515,7 @@ class GuideTest(KitTest):
         self.assertIn(["2000", "CustomAction16.Back", *["undo"] * 5], lines)
         self.assertIn(["4910", "CustomAction23", "now", "now", ".", ".", "."], lines)
         self.assertIn(["6460", "CustomAction28", ".", ".", ".", "script", "script"], lines)
-        self.assertIn(["in", "it", "alone:", "700", "CustomAction27"], lines)
+        self.assertIn(["only", "here:", "700", "CustomAction27"], lines)
         self.assertIn(["2000", "CustomAction16.Back", "install,", "upgrade,", "repair,", "removal,", "replaced"], lines)
         self.assertIn(["after", "a", "failure", "CustomAction24"], lines)
 
