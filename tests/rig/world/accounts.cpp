@@ -98,6 +98,8 @@ Accounts::Accounts(Rig& rig, const Sessions& sessions) : rig_(rig), sessions_(se
 }
 
 void Accounts::Install() {
+  // Only a world that answers keeps the password secret: elsewhere nothing generates it.
+  secret_.emplace(kPassword);
   InstallUsers();
   InstallNetwork();
   InstallLookUps();

@@ -7,6 +7,7 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -104,7 +105,7 @@ class Accounts {
 
   Rig& rig_;
   const Sessions& sessions_;
-  Secret secret_{kPassword};
+  std::optional<Secret> secret_;  // from Install on
   std::map<std::string, DWORD> refused_;
   std::map<std::string, std::vector<BYTE>, IgnoreCase> sids_;
   std::map<void*, DWORD> policies_;
