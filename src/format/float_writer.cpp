@@ -33,34 +33,15 @@ struct Layout {
   uint32_t exponentLength;
 };
 
-/// An output that is known to have room for what is written.
-struct AmpleOutput {
-  char* at;
-
-  void Put(const char* text, uint32_t count) {
-    CopyShort(at, text, count);
-    at += count;
-  }
-  void PutByte(char byte) { *at++ = byte; }
-  void Fill(char byte, uint64_t count) {
-    FillShort(at, byte, static_cast<uint32_t>(count));
-    at += count;
-  }
-};
-
-/// Writes the parts in their order, between blanks, or with zeros behind the sign where `zeroPad` says so.
-/// `output` is an Output or an AmpleOutput.
-template <class AnyOutput>
-void WriteParts(AnyOutput* output, const Layout& layout, uint64_t padding, bool zeroPad, bool left) {
+/// Writes the parts in their order, between blanks, or with zeros after the sign if `zeroPad` says so.
+void WriteParts(Output* output, const Layout& layout, uint64_t padding, bool zeroPad, bool left) {
   if (!left && !zeroPad) output->Fill(' ', padding);
   output->Put(layout.sign, layout.signLength);
   if (!left && zeroPad) output->Fill('0', padding);
   if (layout.wholeDigits == 0) {
     output->PutByte('0');
   } else if (layout.grouped) {
-    if constexpr (__is_same(AnyOutput, Output)) {
-      PutGrouped(output, layout.digits, layout.wholeDigits + layout.wholeZeros);
-    }
+    PutGrouped(output, layout.digits, layout.wholeDigits + layout.wholeZeros);
   } else {
     output->Put(layout.digits, layout.wholeDigits);
     output->Fill('0', layout.wholeZeros);
@@ -163,13 +144,7 @@ void WriteFinite(Output* output, double magnitude, char form, bool capital, cons
   const uint64_t padding = directive.width > length ? directive.width - length : 0;
   const bool zeroPad = (directive.flags & kZero) != 0;
   const bool left = (directive.flags & kLeft) != 0;
-  if (output->at && !layout.grouped && length + padding <= output->room) {
-    AmpleOutput ample{output->at};
-    WriteParts(&ample, layout, padding, zeroPad, left);
-    output->Advance(static_cast<uint32_t>(length + padding));
-  } else {
-    WriteParts(output, layout, padding, zeroPad, left);
-  }
+  WriteParts(output, layout, padding, zeroPad, left);
 }
 
 /// Writes "nan", or "inf" behind the locale's sign or a blank; as in C never padded with zeros.
