@@ -1,7 +1,7 @@
 #!/bin/bash
-# The driver of hxsetup: builds, tests and shows it. "./hx help" says how.
+# Builds, tests and demonstrates hxsetup. "./hx help" lists the commands.
 #
-# shellcheck disable=SC2317  # the commands' functions are called by the name on the command line
+# shellcheck disable=SC2317  # each command's function is called by the name given on the command line
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tools/setup/setup.sh
@@ -10,7 +10,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 processors=(x64 arm64)
 levels=(images unit actions install)
 
-# The commands, in the order of the help, and the options that each takes beside --help.
+# The commands, in the order of the help, and the option that each takes besides --help.
 commands=(setup build test check run bench dist lint clean help)
 declare -A optionsOf=([test]=--only [dist]=--verify [clean]=--cache)
 
@@ -18,24 +18,24 @@ help_overview() {
   cat <<HELP
 usage: ./hx COMMAND
 
-  setup                   install and make all that the other commands need
+  setup                   install and make everything that the other commands need
   build                   build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the checked builds
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
-       --only x64         leave ARM64 out (or x64: --only arm64)
-  check                   the checks of files, in seconds: sources, pages, fragments, and the libraries if they are built
+       --only x64         skip ARM64 (--only arm64 skips x64)
+  check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
-  bench [full]            the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
-  dist                    the release archive build/dist/hxsetup-VERSION.zip; signs where HX_SIGN_PKCS12 (or
-                          HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
-       --verify           make it again elsewhere, from a fresh clone, and compare
-  lint                    "check", and formatting and static checks of the sources
+  bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
+  dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12
+                          (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
+       --verify           make it again in another folder, from a fresh clone, and compare
+  lint                    "check", and the formatting and static checks of the sources
   clean                   remove build/; with --cache also what setup made
-  help [COMMAND]          this text, or what one command does; so does ./hx COMMAND --help
+  help [COMMAND]          print this text, or what one command does, as ./hx COMMAND --help does
 
 Every command does the set-up that it needs. What it downloads or makes is kept, for all clones, in
 $hxCache
-(about 3 GB). Nothing outside that folder and build/ is written, but for Debian packages that are missing.
+(about 3 GB). It writes nothing outside that folder and build/, except that it installs missing Debian packages.
 HELP
 }
 
@@ -43,10 +43,10 @@ help_setup() {
   cat <<HELP
 usage: ./hx setup
 
-Installs the Debian packages of tools/setup/packages.txt that are missing (which needs root, or sudo without a password),
+Installs the missing Debian packages of tools/setup/packages.txt (needs root, or sudo without a password),
 and makes in $hxCache
 the compiler of the tests, GoogleTest, and a Windows for each processor. Takes some minutes and about 3 GB the first
-time, and a moment later on. Every other command does the part of this that it needs.
+time, and a moment afterwards. Every other command does the part of this that it needs.
 HELP
 }
 
@@ -54,8 +54,8 @@ help_build() {
   cat <<HELP
 usage: ./hx build
 
-Builds the library for both processors: build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the
-same with traps on undefined behaviour in build/arm64-checked and build/x64-checked.
+Builds the library for both processors: build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs. Also builds
+both with traps on undefined behaviour, in build/arm64-checked and build/x64-checked.
 HELP
 }
 
@@ -63,16 +63,16 @@ help_test() {
   cat <<HELP
 usage: ./hx test [LEVEL] [FILTER] [--only x64|arm64]
 
-Builds what the tests need and runs them on both processors. Says at the end how many tests there are and which passed only
-when they were run again; the last line is such as "6454 passed, 0 failed", and the status is 0 if none failed. What the
-tests leave is in build/artifacts.
+Builds what the tests need and runs them on both processors. Prints at the end how many tests there are and which passed
+only when they were run again. The last line reads like "6454 passed, 0 failed"; the exit status is 0 if none failed.
+What the tests leave is in build/artifacts.
 
   LEVEL      only one level:
-               images    the checks of files (./hx check), the DLL files and the tools; needs no Windows
+               images    the checks of files (./hx check), of the DLLs and of the tools; needs no Windows
                unit      the internal operations
                actions   the exported entry points in a rigged Windows
-               install   packages, installed, upgraded and removed
-  FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL in front
+               install   packages that are installed, upgraded and removed
+  FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
   --only P   only on the processor P: x64 or arm64
 
 docs/testing.md describes the levels.
@@ -83,9 +83,10 @@ help_check() {
   cat <<HELP
 usage: ./hx check
 
-Runs all checks of files in seconds: the rules of the source tree (tools/lint), the links of the pages, the texts of the
-sources against the pages, the entry points, the fragments and the pages against each other. Compiles nothing. The libraries
-of build/ are checked too, if they are there and not older than their sources. ./hx lint and ./hx test images run it as well.
+Runs all checks of files, in seconds: the rules of the source tree (tools/lint), the links of the pages, the texts of the
+sources against the pages, and the entry points, the fragments and the pages against each other. Compiles nothing. Also
+checks the libraries in build/ if they exist and are not older than their sources. ./hx lint and ./hx test images run
+these checks too.
 HELP
 }
 
@@ -93,9 +94,9 @@ help_run() {
   cat <<HELP
 usage: ./hx run
 
-The demonstration: builds the library, makes packages of a client and of a server, runs them on an ARM64 Windows
-(Wine under user-mode emulation), and prints what was there, what the packages did and what is there now. The verbose
-logs are left in build/artifacts/run. docs/demonstration.md is the output of one run.
+Runs the demonstration: builds the library, makes packages of a client and of a server, runs them on an ARM64 Windows
+(Wine under user-mode emulation), and prints what was there before, what the packages did and what is there afterwards.
+The verbose logs are left in build/artifacts/run. docs/demonstration.md is the output of one run.
 HELP
 }
 
@@ -104,7 +105,7 @@ help_bench() {
 usage: ./hx bench [full]
 
 Builds the benchmarks and runs them on x64. Takes about two minutes after the build; "full" adds trees of 10,000 and
-100,000 files, and takes a quarter of an hour. docs/benchmarks.md says what the numbers mean.
+100,000 files and takes a quarter of an hour. docs/benchmarks.md explains the numbers.
 HELP
 }
 
@@ -112,12 +113,12 @@ help_dist() {
   cat <<HELP
 usage: ./hx dist [--verify]
 
-Makes the release build/dist/hxsetup-VERSION.zip and its checksum, from a commit without changes beside it. Signs the
-libraries if HX_SIGN_PKCS12 (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate.
+Makes the release build/dist/hxsetup-VERSION.zip and its checksum. Refuses if the checkout has uncommitted changes. Signs
+the libraries if HX_SIGN_PKCS12 (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate.
 
   --verify   makes the release a second time, from a fresh clone in another folder, and compares the two
 
-docs/release.md has all variables and the steps of a release.
+docs/release.md lists all variables and the steps of a release.
 HELP
 }
 
@@ -125,7 +126,7 @@ help_lint() {
   cat <<HELP
 usage: ./hx lint
 
-Checks the sources: clang-format, shellcheck, clang-tidy, and all that ./hx check does. Changes nothing.
+Checks the sources: clang-format, shellcheck, clang-tidy, and everything that ./hx check does. Changes nothing.
 HELP
 }
 
@@ -133,7 +134,7 @@ help_clean() {
   cat <<HELP
 usage: ./hx clean [--cache]
 
-Removes build/. Refuses while another run is at work here.
+Removes build/. Refuses while another run is in progress in this folder.
 
   --cache    also removes what ./hx setup made, for all clones, in $hxCache
 HELP
@@ -143,18 +144,18 @@ help_help() {
   cat <<HELP
 usage: ./hx help [COMMAND]
 
-Prints what the commands are, or what one of them does.
+Lists the commands, or prints what one of them does.
 HELP
 }
 
-# wrong TEXT...: says what is wrong with the command line, and ends with status 2.
+# wrong TEXT...: prints what is wrong with the command line and exits with status 2.
 wrong() {
   printf '%s\n' "hx: $*" >&2
   exit 2
 }
 
-# distance A B: sets "steps" to how many letters of A must be changed, added, removed or swapped with the next one to
-# get B.
+# distance A B: sets "steps" to the number of edits that turn A into B. An edit changes, adds or removes a letter, or swaps
+# two neighbours.
 distance() {
   local a=$1 b=$2 i j best
   local -A cost=()
@@ -177,11 +178,12 @@ distance() {
   steps=${cost[${#a},${#b}]}
 }
 
-# nearest WORD CANDIDATE...: sets "hint" to a question that names the candidate most like WORD, or to nothing if none is.
+# nearest WORD CANDIDATE...: sets "hint" to a question that names the candidate most like WORD, or to "" if none is
+# like it.
 nearest() {
   local word=$1 candidate steps least
   shift
-  # More changes than these make another word, not a slip of the finger.
+  # A word that needs this many edits is another word, not a typing error.
   least=$(((${#word} + 2) / 3 + 1))
   hint=''
   for candidate in "$@"; do
@@ -198,7 +200,7 @@ help() {
 
 is_command() { [[ " ${commands[*]} " == *" $1 "* ]]; }
 
-# help_for COMMAND: what that command does.
+# help_for COMMAND: prints what that command does.
 help_for() {
   local hint
   if ! is_command "$1"; then
@@ -208,14 +210,14 @@ help_for() {
   "help_$1"
 }
 
-# no_option COMMAND OPTION: ends, because the command does not take the option.
+# no_option COMMAND OPTION: exits because the command does not take the option.
 no_option() {
   local hint takes=${optionsOf[$1]-}
   nearest "$2" --help ${takes:+"$takes"}
   wrong "$1 does not take the option '$2'.$hint ./hx $1 --help lists what it takes."
 }
 
-# no_word COMMAND WORD [CANDIDATE...]: ends, because the command does not take the word.
+# no_word COMMAND WORD [CANDIDATE...]: exits because the command does not take the word.
 no_word() {
   local hint name=$1 word=$2
   shift 2
@@ -223,7 +225,7 @@ no_word() {
   wrong "$name does not take '$word'.$hint ./hx $name --help lists what it takes."
 }
 
-# Sets chosenLevel, chosenTests and onlyProcessor to what the command line of "test" says, or to nothing.
+# Reads the command line of "test" into chosenLevel, chosenTests and onlyProcessor; each is "" if not given.
 read_test_words() {
   chosenLevel='' chosenTests='' onlyProcessor=''
   while [[ $# -gt 0 ]]; do
@@ -249,8 +251,8 @@ read_test_words() {
   done
 }
 
-# Prints help and ends if the command line asks for it. Ends with a message if it has a word that its command does not
-# take. Runs before anything is made, so neither touches build/.
+# Prints help and exits if the command line asks for it. Exits with a message if the command line has a word that its
+# command does not take. Runs before anything is made, so neither touches build/.
 check_command_line() {
   local name=${1-help} word words=() hint
   shift || true
@@ -288,7 +290,7 @@ check_command_line() {
 
 # ---- the build
 
-# Runs "$@" while no other run builds in this folder.
+# Runs "$@" under the build lock, so that no other run builds in this folder meanwhile.
 with_build_lock() {
   local lock
   mkdir -p build
@@ -301,14 +303,14 @@ with_build_lock() {
   exec {lock}>&-
 }
 
-# build_preset PRESET [TARGET...]: configures where that is needed, and builds.
+# build_preset PRESET [TARGET...]: configures the preset if needed, and builds the targets, or all.
 build_preset() {
   local preset=$1 settings=() options=() log=build/$1.log
   shift
   if [[ $preset == *-tests ]]; then
     need_test_tools "${preset%-tests}"
     settings=(-DHX_TEST_TOOLS="$testTools")
-    # A compiler that changed makes a build folder worthless.
+    # A build folder of another compiler cannot be reused.
     grep -qsFx "HX_TEST_TOOLS:UNINITIALIZED=$testTools" "build/$preset/CMakeCache.txt" || rm -rf "build/$preset"
   fi
   if [[ ! -f build/$preset/build.ninja || CMakePresets.json -nt build/$preset/build.ninja ]]; then
@@ -319,9 +321,9 @@ build_preset() {
     }
   fi
   say "building $preset${*:+: $*}"
-  # At a terminal it says how many steps there are, how many are done and since how many seconds it runs.
+  # At a terminal Ninja shows how many steps there are, how many are done and for how many seconds it has run.
   [[ -t 1 ]] || options=(--quiet)
-  # Ninja itself, not through cmake: it stops its compilers when it is told to end.
+  # Calls Ninja directly, not through cmake: Ninja stops its compilers on a signal.
   NINJA_STATUS='[%f/%t, %e s] ' ninja -C "build/$preset" "${options[@]}" "$@" || die "building $preset failed"
 }
 
@@ -339,8 +341,8 @@ build() {
 
 # ---- tests
 
-# take_build "PRESET [TARGET...]"...: builds the targets of each preset, or all, and copies the libraries and programs that
-# come of them into the run's own folder, so that a later build cannot disturb it.
+# take_build "PRESET [TARGET...]"...: builds the targets of each preset, or all. Copies the resulting libraries and programs
+# into the run's own folder, so that a later build cannot disturb the run.
 take_build() {
   local build preset target names targets
   for build in "$@"; do
@@ -359,7 +361,7 @@ take_build() {
   done
 }
 
-# Makes the installer packages of the processors from the run's libraries; build/packages has the same.
+# Makes the installer packages of the processors from the run's libraries; copies them to build/packages.
 take_packages() {
   local processor
   for processor in "$@"; do
@@ -371,12 +373,12 @@ take_packages() {
   done
 }
 
-# tools/testing plans what is built and run, runs it and adds up the results.
+# tools/testing plans what is built and run, runs the tests and adds up the results.
 test_command() {
   local words=() windows=() builds=() packages=() verb what processor
   read_test_words "$@"
   [[ -z $chosenLevel ]] || words+=(--level "$chosenLevel")
-  # In one word, because a filter may begin with "-".
+  # One word, because a filter may begin with "-".
   [[ -z $chosenTests ]] || words+=("--filter=$chosenTests")
   [[ -z $onlyProcessor ]] || words+=(--only "$onlyProcessor")
 
@@ -397,7 +399,7 @@ test_command() {
   done
   with_build_lock take_build "${builds[@]}"
   [[ ${#packages[@]} -eq 0 ]] || with_build_lock take_packages "${packages[@]}"
-  # It takes the place of this process, and with it the signal to end.
+  # exec, so that run.py itself receives the signal that ends this process.
   exec python3 tools/testing/run.py "$runFolder" "${words[@]}"
 }
 
@@ -447,7 +449,7 @@ dist() {
   local second=$runFolder/second
   [[ $# -eq 0 || -z ${HX_SIGN_TIMESTAMP-} ]] || die "no two releases with a time stamp are the same"
   need_packages
-  # Before the work, and once more with it.
+  # Refuses early; dist.py checks again when it makes the release.
   python3 tools/release/dist.py --check || exit 1
   with_build_lock take_build arm64 x64
   python3 tools/images/check-images.py "$runFolder/arm64" "$runFolder/x64" >"$runFolder/images.txt" || {
@@ -480,7 +482,7 @@ lint() {
   shellcheck -x hx tools/*/*.sh || failed=1
   say "clang-tidy"
   mapfile -t files < <(find src packages -name '*.cpp' | sort)
-  # What it found goes to its output; the rest is counts.
+  # Its findings go to standard output; its error output has only counts.
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||
     failed=1
@@ -505,11 +507,11 @@ clean() {
 
 # ---- one run: from here to the end of its last process
 
-# Needs worker and runFolder.
+# Ends the worker's process group and removes the run's folder. Reads worker and runFolder.
 end_run() {
   trap '' INT TERM HUP
   kill -TERM -- "-$worker" 2>/dev/null || true
-  # The worker's end ends its sessions; give its compilers a moment to end in order.
+  # The worker's end also ends its Windows sessions. Its compilers get 2 seconds to stop by themselves.
   for _ in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do
     kill -0 -- "-$worker" 2>/dev/null || break
     sleep 0.1
@@ -537,7 +539,7 @@ main() {
   if [[ -n ${HX_RUN_WORKER-} ]]; then
     runFolder=$HX_RUN_WORKER
     unset HX_RUN_WORKER
-    # Comes where the process that waits for this one was killed: the whole group ends.
+    # Sent if the process that waits for this one was killed: ends the whole group.
     trap 'trap "" TERM; kill -TERM 0; exit 143' TERM
     dispatch "$@"
     exit
@@ -551,13 +553,13 @@ main() {
       ;;
   esac
 
-  # A script's background jobs begin with interruptions ignored, and a shell cannot undo that for itself.
+  # The background jobs of a script start with SIGINT ignored, and a shell cannot undo that for itself.
   [[ -n ${HX_INTERRUPTIBLE-} ]] || HX_INTERRUPTIBLE=1 exec env --default-signal=INT "$BASH" "$hxRoot/hx" "$@"
   unset HX_INTERRUPTIBLE
 
-  # The work is done by a process group of its own, so that an interruption, however it comes, ends all of
-  # it; this process only waits and clears up. A folder of the run's own holds what it uses and writes; the
-  # lock in it says whether its owner lives.
+  # A separate process group does the work, so that an interruption of any kind ends all of it. This process only
+  # waits and cleans up. What the run uses and writes is in its own folder; the lock in that folder is held as long
+  # as this process lives.
   runFolder=$PWD/build/.runs/$$
   mkdir -p build/.runs
   exec 7>build/.runs/.lock
@@ -585,5 +587,5 @@ main() {
   exit "$status"
 }
 
-# The shell has read the whole script before it begins: a later change of the file does not reach this run.
+# The shell has read the whole script before main starts, so a later change of the file does not affect this run.
 main "$@"

@@ -1,8 +1,7 @@
-// The timing and the tables of the benchmarks. Used by every program of this folder.
+// Times the benchmarks and prints their tables. Used by every program of this folder.
 //
-// What is compared runs in turns: a round gives each subject one short batch, so that whatever else the
-// machine does hits all of them alike. Only ratios within a round count, and of those the median over the
-// rounds.
+// The subjects run in turns: each round runs one short batch of each subject, so that other load on the
+// machine slows all of them alike. The result is the median over the rounds of the ratios within a round.
 #pragma once
 
 #include <windows.h>
@@ -18,16 +17,16 @@
 
 namespace bench {
 
-/// The ratio of a subject that a case does not have.
+/// The ratio of a subject that is not part of a case.
 constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 
-/// Makes the compiler believe that `value`, and all memory, is read and changed here.
+/// Makes the compiler assume that `value`, and all memory, is read and changed here.
 template <class Value>
 inline void Keep(const Value& value) {
   asm volatile("" : : "r"(&value) : "memory");
 }
 
-/// Prints a message like printf and ends the program with status 1.
+/// Prints a message as printf does and exits the program with status 1.
 template <class... Arguments>
 [[noreturn]] void Die(const char* format, Arguments... arguments) {
   std::printf(format, arguments...);
@@ -35,7 +34,7 @@ template <class... Arguments>
   std::exit(1);
 }
 
-/// The folder of the libraries, from the environment; ends with a backslash.
+/// Returns the folder of the libraries from the environment, with a backslash at its end.
 inline std::string LibraryFolder() {
   char folder[MAX_PATH];
   const DWORD length = GetEnvironmentVariableA("HX_LIBRARY_DIR", folder, sizeof folder);
@@ -43,26 +42,26 @@ inline std::string LibraryFolder() {
   return std::string(folder) + "\\";
 }
 
-/// The function `name` of the library with every operation exported, which stays loaded.
+/// Returns the function `name` of hxinternals.dll, which exports every operation and stays loaded.
 template <class Function>
 Function* Internal(const char* name) {
   static const HMODULE module = LoadLibraryA((LibraryFolder() + "hxinternals.dll").c_str());
   if (!module) Die("cannot load hxinternals.dll: error %lu", GetLastError());
   const FARPROC address = GetProcAddress(module, name);
-  if (!address) Die("hxinternals.dll lacks %s", name);
+  if (!address) Die("hxinternals.dll does not export %s", name);
   return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
 }
 
 /// Does the work `count` times.
 using Batch = std::function<void(unsigned count)>;
 
-/// The middle of `values`.
+/// Returns the median of `values`.
 inline double Median(std::vector<double> values) {
   std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
   return values[values.size() / 2];
 }
 
-/// Microseconds that `batch` takes for `count` times.
+/// Returns the microseconds that `batch` takes for `count` times.
 inline double Time(const Batch& batch, unsigned count) {
   static const double perMicrosecond = [] {
     LARGE_INTEGER frequency;
@@ -76,23 +75,24 @@ inline double Time(const Batch& batch, unsigned count) {
   return static_cast<double>(to.QuadPart - from.QuadPart) / perMicrosecond;
 }
 
-/// A count for which `batch` takes about `microseconds`.
+/// Returns a count for which `batch` takes about `microseconds`.
 inline unsigned Calibrate(const Batch& batch, double microseconds) {
   for (unsigned count = 1;; count *= 2) {
-    // The quicker of two: the first may have been disturbed, or the first to touch something.
+    // The quicker of two runs: the first may have been disturbed, or may have filled a cache.
     const double time = std::min(Time(batch, count), Time(batch, count));
     if (time < microseconds / 2 && count < 1u << 24) continue;
     return std::max(1u, static_cast<unsigned>(count * (microseconds / time)));
   }
 }
 
-/// How many rounds, and how long one batch takes in microseconds.
+/// The number of rounds, and the length of one batch in microseconds.
 struct Effort {
   unsigned rounds = 61;
   double microseconds = 100;
 };
 
-/// How many times as long as the first subject each other one takes; kNone for an empty one.
+/// Returns for each subject but the first how many times as long as the first it takes; kNone for an empty
+/// subject.
 inline std::vector<double> Ratios(const std::vector<Batch>& subjects, Effort effort = {}) {
   std::vector<unsigned> counts;
   for (const Batch& batch : subjects) counts.push_back(batch ? Calibrate(batch, effort.microseconds) : 0);
@@ -100,7 +100,7 @@ inline std::vector<double> Ratios(const std::vector<Batch>& subjects, Effort eff
   for (unsigned round = 0; round < effort.rounds; ++round) {
     std::vector<double> times(subjects.size());
     for (size_t turn = 0; turn < subjects.size(); ++turn) {
-      // Another one begins each round.
+      // Each round begins with another subject.
       const size_t i = (turn + round) % subjects.size();
       if (subjects[i]) times[i] = Time(subjects[i], counts[i]) / counts[i];
     }
@@ -115,11 +115,11 @@ inline std::vector<double> Ratios(const std::vector<Batch>& subjects, Effort eff
   return medians;
 }
 
-/// A table of ratios: one row for each case, one column for each rival, and below them for each column the
-/// geometric mean and the worst case.
+/// A table of ratios: one row for each case and one column for each rival. Below the rows it has the
+/// geometric mean and the worst case of each column.
 class Table {
  public:
-  /// An empty table with a heading and the rivals' names.
+  /// Makes an empty table with a heading and the rivals' names.
   Table(std::string title, std::vector<std::string> rivals)
       : title_(std::move(title)), rivals_(std::move(rivals)) {}
 

@@ -1,7 +1,7 @@
-// The format engine against other formatters, all with format strings that are read at run time. A ratio says
-// how many times as long the other one takes for the same text.
+// Compares the format engine with other formatters, all with format strings that are read at run time. A
+// ratio is how many times as long the other formatter takes for the same text.
 //
-//   snprintf  what a C++ program of this compiler links: mingw-w64's
+//   snprintf  the one that this compiler links into C++ programs: mingw-w64's
 //   ucrt      snprintf of the system's ucrtbase.dll
 //   stb       stb_sprintf
 //   fmt       {fmt}, through vformat_to_n
@@ -12,7 +12,7 @@
 #define STB_SPRINTF_IMPLEMENTATION
 #include <stb/stb_sprintf.h>
 
-// The formats are not literals, which is what is measured.
+// The formats are not literals: reading them at run time is what is measured.
 #pragma clang diagnostic ignored "-Wformat-security"
 
 #define FMT_HEADER_ONLY
@@ -23,10 +23,10 @@
 
 namespace {
 
-// What a log line holds, with the terminator.
+// The capacity of a log line, with the terminator.
 constexpr unsigned kBufferSize = 256;
 
-// The same directives for printf and its kin, and for {fmt}; null where {fmt} has no such thing.
+// The same directives for the printf family and for {fmt}; null if {fmt} has no such directive.
 struct Formats {
   const char* printf;
   const char* fmt;
@@ -54,12 +54,12 @@ struct Ucrt {
   static Function* Find() {
     const HMODULE module = LoadLibraryA("ucrtbase.dll");
     const FARPROC address = module ? GetProcAddress(module, "__stdio_common_vsprintf") : nullptr;
-    if (!address) bench::Die("ucrtbase.dll lacks __stdio_common_vsprintf");
+    if (!address) bench::Die("ucrtbase.dll does not export __stdio_common_vsprintf");
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
   }
 
   static unsigned Call(char* buffer, const char* format, ...) {
-    // The behaviour that the C standard asks of snprintf.
+    // Behaves as the C standard requires of snprintf.
     constexpr unsigned long long kStandardSnprintf = 2;
     static Function* const function = Find();
     va_list arguments;
@@ -96,7 +96,7 @@ struct Fmt {
   }
 };
 
-// Values in rows, so that a formatter does not meet the same ones each time. The number of rows is a power of
+// Rows of values, so that a formatter does not get the same ones each time. The number of rows is a power of
 // two.
 constexpr unsigned kRows = 16;
 constexpr int kNumbers[kRows] = {0,   7,     42,     100,     1603,     -1,      99999,      -2147024891,
@@ -204,14 +204,14 @@ bench::Batch MakeBatch(const Formats& formats, Arguments arguments) {
   };
 }
 
-// Ends the program where an engine's text is not the first one's: only equal work is compared.
+// Exits the program if an engine's text differs from the first one's: only equal work is compared.
 template <class Engine, class Arguments>
 void Verify(const char* engine, const Formats& formats, Arguments arguments) {
   char wanted[kBufferSize], text[kBufferSize];
   for (unsigned i = 0; i < kRows; ++i) {
     const unsigned length = FormatRow<Hx>(wanted, formats, arguments, i);
     if (FormatRow<Engine>(text, formats, arguments, i) != length || std::string(text) != wanted) {
-      bench::Die("\"%s\": %s writes \"%s\" and not \"%s\"", formats.printf, engine, text, wanted);
+      bench::Die("\"%s\": %s writes \"%s\" instead of \"%s\"", formats.printf, engine, text, wanted);
     }
   }
 }
@@ -236,7 +236,7 @@ void Measure(bench::Table* table, Formats formats, Arguments arguments) {
   table->Add(formats.printf, ratios);
 }
 
-// One case: the formats, then the arguments as expressions of the row number i.
+// Measures one case: the two formats, then the arguments as expressions of the row number i.
 #define CASE(table, printfFormat, fmtFormat, ...)                       \
   Measure(table, {printfFormat, fmtFormat}, [](unsigned i, auto call) { \
     (void)i;                                                            \

@@ -1,15 +1,15 @@
-// The library as a file: its size, what it imports, and what loading and unloading it costs against a library
-// without anything in it.
+// Measures the library as a file: its size, its imports, and the cost of loading and unloading it in relation
+// to an empty library.
 //
-//   ready   what the library imports is loaded already, as it is in the installer's process
-//   alone   nothing is: loading the library loads the system's libraries too
+//   ready   the libraries that it imports are already loaded, as in the installer's process
+//   alone   none is loaded: loading the library loads the system's libraries too
 #include <map>
 
 #include "bench.h"
 
 namespace {
 
-// A file of the library folder, whole, as it lies on the disk.
+// Returns the bytes of a file; none if it cannot be opened.
 std::vector<char> ReadWhole(const std::string& path) {
   std::vector<char> bytes;
   std::FILE* file = std::fopen(path.c_str(), "rb");
@@ -22,7 +22,7 @@ std::vector<char> ReadWhole(const std::string& path) {
   return bytes;
 }
 
-// An image that lies in memory as it lies on the disk, of whatever processor.
+// An image for any processor, laid out in memory as on disk.
 class Image {
  public:
   explicit Image(std::vector<char> bytes) : bytes_(std::move(bytes)) {
@@ -32,7 +32,7 @@ class Image {
 
   size_t Size() const { return bytes_.size(); }
 
-  // How many functions are imported from each library.
+  // Returns the number of functions imported from each library.
   std::map<std::string, unsigned> Imports() const {
     std::map<std::string, unsigned> imports;
     const DWORD table = headers_->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
@@ -47,7 +47,7 @@ class Image {
     return imports;
   }
 
-  // The sections with their bytes in the file, in one line.
+  // Returns the sections with their sizes in the file in bytes, in one line.
   std::string Sections() const {
     std::string text;
     for (WORD i = 0; i < headers_->FileHeader.NumberOfSections; ++i) {
@@ -62,7 +62,7 @@ class Image {
  private:
   template <class Type>
   const Type* At(size_t offset) const {
-    if (offset + sizeof(Type) > bytes_.size()) bench::Die("an image ends before its time");
+    if (offset + sizeof(Type) > bytes_.size()) bench::Die("an image is cut short");
     return reinterpret_cast<const Type*>(bytes_.data() + offset);
   }
 

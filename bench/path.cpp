@@ -1,12 +1,12 @@
-// The path value against std::filesystem::path. A ratio says how many times as long the standard library's
-// path takes for the same job.
+// Compares the path value with std::filesystem::path. A ratio is how many times as long the standard
+// library's path takes for the same job.
 //
-//   join     a relative name onto a folder: PathMake against operator/ with a name that already is a path,
-//            so that nothing has to be converted
-//   flatten  one text of the whole path: PathFlatten of a path of several nodes against a copy of the whole
-//            path and against its UTF-8 text, u8string()
-//   to wide  a wide string of its own for a system call: PathToWide against native() copied
-//   way      the whole way from a folder through names to the wide string, as an action goes it
+//   join     appends a relative name to a folder: PathMake against operator/ with a name that is already a
+//            path, so that it converts nothing
+//   flatten  makes one text of the whole path: PathFlatten of a path of several nodes against a copy of the
+//            whole path and against its UTF-8 text, u8string()
+//   to wide  makes a new wide string for a system call: PathToWide against a copy of native()
+//   way      all steps of an action: a folder, names appended to it, and the wide string
 #include <filesystem>
 #include <string>
 
@@ -47,7 +47,7 @@ fs::path FromUtf8(const std::string& text) {
   return fs::path(std::u8string(text.begin(), text.end()));
 }
 
-// The same path in both forms, and what it is made of.
+// The same path in both forms, and the folder and names that it is made of.
 class Pair {
  public:
   explicit Pair(const Sample& sample) : sample_(sample), folder_(FromUtf8(sample.folder)), path_(folder_) {

@@ -1,11 +1,11 @@
-// Whole trees: copying, moving and walking them against a bare loop over the same Windows calls on a list
-// made beforehand, std::filesystem, and the shell.
+// Compares how whole trees are copied, moved and walked by the library, by a bare loop over the same Windows
+// calls on a list made beforehand, by std::filesystem, and by the shell.
 //
 //   bench_tree [full]     "full" adds trees of 10,000 and 100,000 files, which take some minutes
 //
-// Each subject works on the same tree, in turns; what it made is deleted again, untimed, before the next
-// turn. All must leave as many files and folders as there were.
-// Before shellapi.h, which builds on it.
+// The subjects work on the same tree in turns. What one made is deleted, untimed, before the next turn. Each
+// must leave as many files and folders as there were.
+// windows.h comes before shellapi.h, which needs it.
 #include <windows.h>
 
 #include <shellapi.h>
@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A tree as the benchmarks make it.
+// The shape of a tree that the benchmarks make.
 struct Shape {
   const char* name;
   unsigned files;
@@ -45,7 +45,7 @@ const std::wstring kBase = L"C:\\hxbench";
 const std::wstring kSource = kBase + L"\\source";
 const std::wstring kTarget = kBase + L"\\target";
 
-// One entry of the tree, below its root.
+// One entry of the tree; its name is relative to the root.
 struct Entry {
   std::wstring name;
   bool isFolder;
@@ -68,7 +68,7 @@ void MakeTree(const Shape& shape) {
   }
 }
 
-// Every entry of the tree, folders before what is in them.
+// Returns every entry of the tree, each folder before its content.
 std::vector<Entry> List(const std::wstring& root) {
   std::vector<Entry> entries;
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
@@ -91,13 +91,13 @@ void Close(HANDLE search) {
   if (search != INVALID_HANDLE_VALUE) FindClose(search);
 }
 
-// Looks a name up as the engine does.
+// Looks up a name as the engine does.
 void LookUp(const std::wstring& name) {
   WIN32_FIND_DATAW found;
   Close(FindFirstFileW(name.c_str(), &found));
 }
 
-// Lists a folder and does nothing with what it finds.
+// Lists a folder and ignores the entries.
 void ListOnly(const std::wstring& folder) {
   WIN32_FIND_DATAW found;
   const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
@@ -105,7 +105,7 @@ void ListOnly(const std::wstring& folder) {
   Close(search);
 }
 
-// What the engine asks of Windows for a copy, over a list.
+// Makes the Windows calls of the engine's copy, for the entries of a list.
 void CopyBare(const std::vector<Entry>& entries) {
   LookUp(kTarget);
   LookUp(kSource);
@@ -148,7 +148,7 @@ void CopyByShell(const std::vector<Entry>&) {
   ByShell(FO_COPY, kSource + L'\0', kTarget + L'\0');
 }
 
-// Moving by pattern: what lies directly in the source goes into the target.
+// Moving by pattern: moves what is directly in the source into the target.
 
 void MoveByEngine(const std::vector<Entry>&) {
   static auto* const run = bench::Internal<decltype(TreeCopyMove)>("TreeCopyMove");
@@ -180,7 +180,7 @@ void MoveByShell(const std::vector<Entry>& top) {
   ByShell(FO_MOVE, from, to);
 }
 
-// Walking: how many entries there are.
+// Walking: each function returns the number of entries.
 
 size_t WalkByWalker() {
   static auto* const makePath = bench::Internal<decltype(PathFromWide)>("PathFromWide");
@@ -225,8 +225,8 @@ size_t WalkBare(const std::wstring& folder) {
 // One way to copy or move.
 using Way = void (*)(const std::vector<Entry>& entries);
 
-// The ratios of `ways`, of which the first is the engine, and microseconds that the engine takes for a file.
-// `prepare` makes the tree ready before each turn.
+// Returns the ratios of `ways`, the first of which is the engine. Sets `perFile` to the microseconds that the
+// engine takes for an entry. Calls `prepare` before each turn to restore the tree.
 std::vector<double> Race(const std::vector<Way>& ways, const std::vector<Entry>& entries, unsigned rounds,
                          size_t expected, const std::function<void()>& prepare, double* perFile) {
   std::vector<std::vector<double>> ratios(ways.size());
@@ -237,7 +237,7 @@ std::vector<double> Race(const std::vector<Way>& ways, const std::vector<Entry>&
       const size_t i = (turn + round) % ways.size();
       prepare();
       times[i] = bench::Time([&](unsigned) { ways[i](entries); }, 1);
-      if (List(kTarget).size() != expected) bench::Die("way %u left something out", static_cast<unsigned>(i));
+      if (List(kTarget).size() != expected) bench::Die("way %u skipped an entry", static_cast<unsigned>(i));
     }
     for (size_t i = 1; i < ways.size(); ++i) ratios[i].push_back(times[i] / times[0]);
     own.push_back(times[0]);
@@ -251,7 +251,7 @@ std::vector<double> Race(const std::vector<Way>& ways, const std::vector<Entry>&
 class Report {
  public:
   void Add(const Shape& shape) {
-    // A large tree is itself many turns of the same work.
+    // One round is enough for a large tree, which repeats the same work many times.
     const unsigned rounds = shape.files > 1000 ? 1 : 5;
     Remove(kBase);
     MakeTree(shape);
@@ -264,7 +264,7 @@ class Report {
                               entries.size(), [] { Remove(kTarget); }, &perFile));
     std::printf("%s: %.1f microseconds an entry to copy\n", shape.name, perFile);
     std::fflush(stdout);
-    // The moves have all files in one folder, in which this Windows looks through every name at each look-up.
+    // The moves need all files in one folder, and this Windows compares every name of it at each look-up.
     if (shape.files <= kMostInOneFolder) move_.Add(shape.name, Moves(entries, rounds));
     std::fflush(stdout);
   }
@@ -279,7 +279,7 @@ class Report {
   static constexpr unsigned kMostInOneFolder = 1000;
 
   static std::vector<double> Walk(size_t expected) {
-    if (WalkByWalker() != expected || WalkBare(kSource) != expected) bench::Die("a walk left something out");
+    if (WalkByWalker() != expected || WalkBare(kSource) != expected) bench::Die("a walk skipped an entry");
     return bench::Ratios({[](unsigned count) {
                             while (count--) bench::Keep(WalkByWalker());
                           },
@@ -293,7 +293,7 @@ class Report {
   }
 
   static std::vector<double> Moves(const std::vector<Entry>& entries, unsigned rounds) {
-    // The files alone, side by side: of a folder a move is one call, whatever is in it.
+    // Only the files, all in one folder: moving a folder is one call, whatever is in it.
     const std::wstring flat = kBase + L"\\flat";
     fs::create_directories(flat);
     std::vector<Entry> top;
@@ -307,7 +307,7 @@ class Report {
     const auto prepare = [&] {
       Remove(kSource);
       fs::create_directories(kTarget);
-      // The tree comes back from where the turn before put it.
+      // Moves the tree back from where the turn before put it.
       if (fs::is_empty(kTarget)) {
         fs::remove(kTarget);
         fs::rename(flat, kSource);

@@ -1,5 +1,5 @@
-# Builds, for one processor: hxsetup.dll (what ships), hxinternals.dll (the same objects with every
-# operation exported, for the unit tests) and rigsubject.dll (the test rig's own test subject).
+# Builds for one processor: hxsetup.dll (the product), hxinternals.dll (the same objects with every operation exported,
+# for the unit tests) and rigsubject.dll (the subject of the test rig's own tests).
 
 option(HX_CHECKED "Trap on undefined behaviour" OFF)
 
@@ -13,7 +13,8 @@ else()
 endif()
 
 # ---- import libraries
-# hx_import_libraries(RESULT FOLDER): one import library for each list of functions in FOLDER; their paths go to RESULT.
+# hx_import_libraries(RESULT FOLDER): makes an import library from each list of functions in FOLDER; sets RESULT to
+# their paths.
 function(hx_import_libraries result folder)
   file(GLOB lists CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/${folder}/*.def)
   set(libraries)
@@ -30,11 +31,11 @@ function(hx_import_libraries result folder)
   set(${result} ${libraries} PARENT_SCOPE)
 endfunction()
 
-# The complete list of what the library needs of Windows.
+# The complete list of the Windows functions that the library imports.
 hx_import_libraries(importLibraries src/imports)
 add_custom_target(imports DEPENDS ${importLibraries})
 
-# ---- how everything of the library is compiled
+# ---- compiling the library
 set(compileOptions
   -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics -funwind-tables -fno-ident
   -ffunction-sections -fdata-sections -fstack-protector-strong -fms-extensions -mno-stack-arg-probe
@@ -43,20 +44,21 @@ set(compileOptions
   -Xclang -cfguard
   -Wall -Wextra -Wpedantic -Wshadow -Wvla -Werror -Wframe-larger-than=3500 -Wno-language-extension-token
   -Wno-microsoft-cast -Wno-missing-designated-field-initializers -Wno-gnu-zero-variadic-macro-arguments)
-# Return addresses are signed and checked, where the processor can; and kept a second time, where the system does that.
+# ARM64: return addresses are signed and checked, on processors that can. x64 has a shadow stack instead (-cetcompat
+# below), on systems that keep one.
 if(HX_PROCESSOR STREQUAL "arm64")
   list(APPEND compileOptions -mbranch-protection=standard)
 endif()
 set(systemIncludes /usr/share/mingw-w64/include)
-# The names of system libraries keep their headers from declaring functions as imported: calls then go through one
-# jump for each function, which on ARM64 takes less room than loading the address at each of them.
+# These macros of system libraries (_ADVAPI32_, ...) stop the headers from declaring functions as dllimport. Calls then go
+# through one jump per function, which on ARM64 is smaller than loading the address at each call.
 set(definitions WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 __USE_MINGW_ANSI_STDIO=0
   _ADVAPI32_ _KERNEL32_ _OLE32_ _OLEAUT32_ _SHELL32_ _USER32_)
 if(HX_CHECKED)
   list(APPEND compileOptions -fsanitize=undefined -fsanitize-trap=all -fno-sanitize=function,vptr)
 endif()
 
-# The options that make an image what it must be; the entry, the map of exports and the name are each image's own.
+# Linker options of every image. The entry, the list of exports and the name are set for each image.
 set(linkOptions
   -nostdlib -fuse-ld=lld-19 -Wl,--no-insert-timestamp -Wl,--gc-sections -Wl,-Xlink=-merge:.buildid=.rdata
   -Wl,--dynamicbase,--high-entropy-va,--nxcompat -Wl,--guard-cf -Wl,--disable-auto-import
@@ -70,7 +72,7 @@ set(runtimeSources ${sources})
 list(FILTER runtimeSources INCLUDE REGEX "/src/runtime/")
 list(FILTER sources EXCLUDE REGEX "/src/runtime/")
 
-# -Os is the rule; what every text and every path passes through is compiled for speed.
+# Compiled with -Os, except the code that every text and every path passes through: that is compiled for speed.
 set(hotSources)
 foreach(file base/heap base/text format/format format/text_writer paths/path paths/path_text)
   list(APPEND hotSources ${CMAKE_SOURCE_DIR}/src/${file}.cpp)
@@ -86,15 +88,16 @@ function(hx_objects target)
 endfunction()
 
 hx_objects(runtime ${runtimeSources})
-# The compiler must not turn the bodies of memcpy and its kin into calls of themselves, nor into code for large blocks.
-# Nor do they have a guard of the stack, of which they are a part.
+# The compiler must not turn the bodies of memcpy and similar functions into calls of themselves, nor vectorize them for
+# large blocks. They have no stack protector, because they are part of its implementation.
 target_compile_options(runtime PRIVATE -fno-builtin -fno-vectorize -fno-stack-protector)
 hx_objects(objects ${sources})
 
 # ---- version resource
 set(versionResource ${CMAKE_BINARY_DIR}/version.res)
 string(REPLACE "." "," versionNumbers ${PROJECT_VERSION})
-# The resource compiler takes an absolute path such as /check/... for its option /c: paths are relative to the source.
+# Paths are relative to the source, because the resource compiler reads an absolute path such as /check/... as its
+# option /c.
 file(RELATIVE_PATH versionOutput ${CMAKE_SOURCE_DIR}/src/runtime ${versionResource})
 add_custom_command(
   OUTPUT ${versionResource}
@@ -123,7 +126,7 @@ set(CMAKE_CXX_CREATE_SHARED_LIBRARY
   "<CMAKE_CXX_COMPILER> --target=${CMAKE_CXX_COMPILER_TARGET} <LINK_FLAGS> -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
 
 add_custom_target(version DEPENDS ${versionResource})
-# The linker notes the paths of its inputs in the PDB: a copy's is the same wherever the project lies.
+# The linker records the paths of its inputs in the PDB. Links a copy, whose path is the same wherever the project is.
 configure_file(${CMAKE_SOURCE_DIR}/src/frame/entry_points.def ${CMAKE_BINARY_DIR}/entry_points.def COPYONLY)
 hx_library(hxsetup OBJECTS runtime objects INPUTS ${versionResource} ${CMAKE_BINARY_DIR}/entry_points.def)
 add_dependencies(hxsetup version)
@@ -137,20 +140,20 @@ if(subjectSources)
   target_link_options(rigsubject PRIVATE -Wl,--export-all-symbols)
 endif()
 
-# A library without anything in it, against which the benchmarks hold the loading of the real one.
+# An empty library, with which the benchmarks compare the loading of the real one.
 hx_objects(empty-objects ${CMAKE_SOURCE_DIR}/bench/empty/empty.cpp)
 hx_library(empty OBJECTS runtime empty-objects)
 set_target_properties(empty-objects empty PROPERTIES EXCLUDE_FROM_ALL ON)
 
-# The stand-ins for the programs of client and server and for the tracking library, which the packages install; and the
-# witness, a library whose actions look around in the installer's own process.
+# The stand-ins that the packages install for the programs of client and server and for the tracking library; and the
+# witness, a library whose actions report the state inside the installer's own process.
 if(NOT HX_CHECKED)
   hx_import_libraries(agentImports packages/programs/imports)
   add_custom_target(agent-imports DEPENDS ${agentImports})
   hx_objects(agent-objects ${CMAKE_SOURCE_DIR}/packages/programs/agent.cpp)
   set(CMAKE_CXX_LINK_EXECUTABLE
     "<CMAKE_CXX_COMPILER> --target=${CMAKE_CXX_COMPILER_TARGET} <LINK_FLAGS> -o <TARGET> <OBJECTS> <LINK_LIBRARIES>")
-  # The texts that the firewall reads out of a program.
+  # The version texts that the firewall reads from a program.
   set(agentResource ${CMAKE_BINARY_DIR}/agent.res)
   file(RELATIVE_PATH agentOutput ${CMAKE_SOURCE_DIR}/packages/programs ${agentResource})
   add_custom_command(
@@ -165,7 +168,7 @@ if(NOT HX_CHECKED)
   target_link_options(agent PRIVATE ${linkOptions} -Wl,--entry,Main -Wl,--subsystem,windows)
   target_link_libraries(agent PRIVATE ${agentResource} ${agentImports})
 
-  # hx_stand_in(NAME SOURCE IMPORTS): a library that the packages bring along.
+  # hx_stand_in(NAME SOURCE IMPORTS): builds a library that the packages contain.
   function(hx_stand_in name source imports)
     hx_objects(${name}-objects ${CMAKE_SOURCE_DIR}/${source})
     add_library(${name} SHARED $<TARGET_OBJECTS:${name}-objects> $<TARGET_OBJECTS:runtime>)

@@ -1,6 +1,6 @@
-# Toolchain of the tests and benchmarks: zig c++ for Windows on HX_PROCESSOR, which brings a C++ standard
-# library. HX_TEST_TOOLS is the folder that ./hx made for the processor: the compiler command "cxx" and
-# the compiled GoogleTest.
+# Toolchain of the tests and benchmarks: zig c++ for Windows on HX_PROCESSOR, which includes a C++ standard library.
+# HX_TEST_TOOLS is the folder that ./hx made for the processor; it has the compiler command "cxx" and the compiled
+# GoogleTest.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES HX_PROCESSOR HX_TEST_TOOLS)
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)

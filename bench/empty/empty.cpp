@@ -1,5 +1,4 @@
-// A library without anything in it: what loading any library costs, against which loading the real one is
-// held.
+// An empty library: the cost of loading it is compared with that of loading the real one.
 #include <windows.h>
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD, void*) {

