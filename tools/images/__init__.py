@@ -1,1 +1,1 @@
-"""The library's files as such."""
+"""Checks of the library's files: the DLL and its PDB."""

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Checks that hxsetup.dll of each given folder is the image that it must be.
+"""Checks the hxsetup.dll of each given folder: its headers, exports, imports, unwind data and protections.
 
     tools/images/check-images.py [--project ROOT] FOLDER...
 
-A folder is named after its processor (arm64..., x64...) and holds hxsetup.dll and hxsetup.pdb. Prints one
-line a check ("ok NAME" or "FAILED NAME: reason") and the count; the exit code is 1 when a check failed.
+A folder is named after its processor (arm64..., x64...) and contains hxsetup.dll and hxsetup.pdb. Prints one line per
+check ("ok NAME" or "FAILED NAME: reason") and the counts; the exit code is 1 if a check failed.
 
-image_facts.py says where the facts come from.
+image_facts.py reads the facts.
 """
 
 import argparse
@@ -19,31 +19,31 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from images.image_facts import (DATABASE, LIBRARY, Image, Node, number_of, parse_readobj, parse_version_resource,
                          read_definition_file, run, why_not_leaf)
 
-# The same objects with everything kept. An import that only it has is not dead: operations need it that no
-# entry point reaches.
+# The same objects, with nothing discarded. An import that only this library has is not dead: operations that no entry
+# point calls need it.
 INTERNALS = "hxinternals.dll"
 ORDINAL_LIBRARY = "msi.dll"
 MAX_SIZE = {"arm64": 112 * 1024}
 MACHINES = {"arm64": "IMAGE_FILE_MACHINE_ARM64", "x64": "IMAGE_FILE_MACHINE_AMD64"}
 LOAD_FROM_SYSTEM32 = 0x800
-# What the guard of the stack holds in the file: the loader replaces this number, and no other.
+# The value of the stack cookie in the file: the loader replaces only this value.
 GUARD_NOT_CHOSEN = 0x00002B992DDFA232
 GUARD_FAILED = "__stack_chk_fail"
 SHADOW_STACK = "IMAGE_DLL_CHARACTERISTICS_EX_CET_COMPAT"
-# Reaches to the end of GuardLongJumpTargetCount.
+# The size up to the end of GuardLongJumpTargetCount, in bytes.
 MIN_LOAD_CONFIG_SIZE = 192
-# What the linker puts between functions.
+# The bytes that the linker puts between functions.
 PADDING = {"arm64": b"\x00", "x64": b"\xcc\x00"}
 VERSION_RESOURCE_TYPE = "VERSIONINFO (ID 16)"
 
-# The checks: each returns its reasons for failing.
+# The checks. Each returns the list of its findings.
 
 
 def check_machine(image):
     machine = image.file_header.get("Machine", "").split(" ")[0]
     expected = MACHINES.get(image.processor)
     if expected is None:
-        return [f"the folder's name says no processor: {image.folder.name}"]
+        return [f"the folder's name does not begin with a processor: {image.folder.name}"]
     reasons = [] if machine == expected else [f"{machine} instead of {expected}"]
     if "IMAGE_FILE_DLL" not in image.file_header.flags("Characteristics"):
         reasons.append("not a library")
@@ -62,12 +62,12 @@ def check_exports(image):
                           {name for name, _ in entries})
     for export in exports:
         if not image.is_code(export.number("RVA")):
-            reasons.append(f"export {export.get('Name')} is no function of the image")
+            reasons.append(f"export {export.get('Name')} is not a function of the image")
     return reasons
 
 
 def listed_imports(project):
-    """The imports that src/imports/ lists, as (dll in lower case, name or #ordinal), and complaints."""
+    """The imports that src/imports/ lists, as (dll in lower case, name or #ordinal), and the findings about them."""
     listed, reasons = set(), []
     for path in sorted((project / "src/imports").glob("*.def")):
         library, entries = read_definition_file(path)
@@ -81,7 +81,7 @@ def listed_imports(project):
 
 
 def imports_of(facts):
-    """What an image imports, as (dll in lower case, name or #ordinal)."""
+    """The imports of an image, as (dll in lower case, name or #ordinal)."""
     found = set()
     for dll in facts.all("Import"):
         for symbol in dll.all("Symbol"):
@@ -105,7 +105,7 @@ def check_imports(image):
 
 
 def first_uncovered_code(image, covered, start, end):
-    """The first address in [start, end) that `covered` does not mark and that is no padding, or None."""
+    """The first address in [start, end) that is neither marked in `covered` nor padding; None if there is none."""
     code = image.read(start, end - start)
     return next((start + i for i, byte in enumerate(code)
                  if not covered[start + i] and byte not in PADDING[image.processor]), None)
@@ -125,10 +125,10 @@ def check_unwind(image):
         if not any(covered[function.start:function.end]):
             why = why_not_leaf(image.processor, image.instructions_of(function.start, function.end))
             if why:
-                reasons.append(f"{function.name} has none, with {why}")
+                reasons.append(f"{function.name} has no unwind data but needs it: {why}")
         elif first_uncovered_code(image, covered, function.start, function.end) is not None:
-            reasons.append(f"{function.name} is covered in part")
-    # No code may be unknown to the symbols, which would hide it from the check above.
+            reasons.append(f"the unwind data of {function.name} covers only a part of it")
+    # All code must belong to a function of the symbols: the check above cannot see any other.
     for function in functions:
         covered[function.start:function.end] = b"\1" * (function.end - function.start)
     for section in image.sections:
@@ -173,10 +173,10 @@ def check_flags(image):
 def check_load_config(image):
     config = image.load_config
     if not config.entries:
-        return ["there is none"]
+        return ["there is no load configuration"]
     reasons = []
     if config.number("Size") < MIN_LOAD_CONFIG_SIZE:
-        reasons.append(f"it has only {config.number('Size')} bytes")
+        reasons.append(f"its size is only {config.number('Size')} bytes")
     if config.number("DependentLoadFlags") != LOAD_FROM_SYSTEM32:
         reasons.append(f"DependentLoadFlags is {config.get('DependentLoadFlags')}")
     for field in ("GuardCFCheckFunction", "GuardCFCheckDispatch"):
@@ -184,44 +184,45 @@ def check_load_config(image):
         stored = image.read(slot, 8)
         target = struct.unpack("<Q", stored)[0] - image.base if stored else None
         if target is None or not image.is_code(target):
-            reasons.append(f"{field} does not lead to a function")
+            reasons.append(f"{field} does not point to a function")
         elif image.section_of(slot).writable:
-            reasons.append(f"{field} lies in a writable section")
+            reasons.append(f"{field} is in a writable section")
     missing = {"CF_INSTRUMENTED", "CF_FUNCTION_TABLE_PRESENT"} - config.flags("GuardFlags")
     reasons += [f"{flag} is not set" for flag in sorted(missing)]
     table = {number_of(value) - image.base for _, value in image.facts.node("GuardFidTable").entries}
     if not config.number("GuardCFFunctionTable") or not config.number("GuardCFFunctionCount") or not table:
         reasons.append("the table of call targets is empty")
-    reasons += [f"call target {rva:#x} is no code" for rva in sorted(table) if not image.is_code(rva)]
+    reasons += [f"call target {rva:#x} is not code" for rva in sorted(table) if not image.is_code(rva)]
     for export in image.facts.all("Export"):
         if export.number("RVA") not in table:
-            reasons.append(f"{export.get('Name')} is no call target")
+            reasons.append(f"{export.get('Name')} is not a call target")
     return reasons
 
 
 def check_stack_guard(image):
-    """The loader finds the guard of the stack and can replace it, and functions compare it."""
+    """Checks that the loader can find and replace the stack cookie, and that functions compare it."""
     if not image.load_config.entries:
-        return []  # What else is missing, another check says.
+        return []  # Reported by check_load_config.
     reasons = []
     address = image.load_config.number("SecurityCookie")
     slot = address - image.base if address else None
     stored = image.read(slot, 8) if slot else None
     if stored is None:
-        reasons.append("SecurityCookie leads nowhere")
+        reasons.append("SecurityCookie does not point to stored data")
     else:
         if not image.section_of(slot).writable:
-            reasons.append("the loader cannot write it")
+            reasons.append("the stack cookie is in a section that the loader cannot write")
         if struct.unpack("<Q", stored)[0] != GUARD_NOT_CHOSEN:
-            reasons.append("it holds another number than the one that the loader replaces")
+            reasons.append("the stack cookie is not the value that the loader replaces")
     functions, publics = image.symbols
     if GUARD_FAILED not in publics and not any(function.name == GUARD_FAILED for function in functions):
-        reasons.append("no function compares it")
+        reasons.append("no function compares the stack cookie")
     return reasons
 
 
 def check_return_addresses(image):
-    """x64: the system may keep them a second time. ARM64: each function that saves its own signs it."""
+    """Checks that return addresses are protected. x64: by a shadow stack. ARM64: each function that saves its return
+    address signs it."""
     if image.processor == "x64":
         flags = {value.split(" ")[0] for node in image.facts.find("ExtendedCharacteristics")
                  if isinstance(node, Node) for _, value in node.entries}
@@ -231,7 +232,7 @@ def check_return_addresses(image):
         data = entry.node("ExceptionData") if entry.get("ExceptionData") else entry
         steps = " ".join(text for _, text in data.node("Prologue").entries)
         if re.search(r"\b(x30|lr)\b", steps) and "pacibsp" not in steps:
-            reasons.append(f"the function at {entry.number('Function') - image.base:#x} does not sign it")
+            reasons.append(f"the function at {entry.number('Function') - image.base:#x} does not sign its return address")
     return reasons
 
 
@@ -254,13 +255,13 @@ INITIALISER_FUNCTIONS = re.compile(r"_GLOBAL__|__cxx_global_|__tls_init")
 def check_static_initialisers(image):
     reasons = [f"there is a section {s.name}" for s in image.sections if INITIALISER_SECTIONS.match(s.name)]
     functions, publics = image.symbols
-    reasons += [f"{f.name} is one" for f in functions if INITIALISER_FUNCTIONS.match(f.name)]
-    # The linker's lists, which it makes also when empty: -1 in front, 0 behind.
+    reasons += [f"{f.name} is a static initialiser" for f in functions if INITIALISER_FUNCTIONS.match(f.name)]
+    # The linker makes these lists even if they are empty: -1 at the beginning, 0 at the end.
     for name in ("__CTOR_LIST__", "__DTOR_LIST__"):
         if name in publics and image.read(publics[name], 16) != struct.pack("<qq", -1, 0):
             reasons.append(f"{name} is not empty")
-    # The image's sections say nothing of what the linker merged into others.
-    # A folder without the objects is a copy of the one that the project builds in.
+    # The linker may have merged an initialiser section into another one, so the objects are checked too.
+    # A folder without objects is a copy of the folder that the project builds in.
     for folder in (image.folder, image.project / "build" / image.folder.name):
         objects = sorted(folder.glob(OBJECTS))
         if objects:
@@ -275,7 +276,7 @@ def check_static_initialisers(image):
 def check_no_local_paths(image):
     reasons = []
     project = str(image.project.resolve())
-    # The symbols may name the system's headers.
+    # The symbols may contain the paths of the system's headers.
     foreign = [project, "/home", "/root"]
     for path, places in ((image.path, [*foreign, "/usr"]), (image.database, foreign)):
         content = path.read_bytes()
@@ -283,24 +284,24 @@ def check_no_local_paths(image):
             for encoding in ("utf-8", "utf-16-le"):
                 at = content.find(place.encode(encoding))
                 if at >= 0:
-                    reasons.append(f"{path.name} holds '{place}' at {at:#x}")
+                    reasons.append(f"{path.name} contains '{place}' at {at:#x}")
     return reasons
 
 
 def check_timestamps(image):
     stamps = [stamp for key in ("TimeDateStamp", "Time/Date Stamp") for stamp in image.facts.find(key)]
     if not stamps:
-        return ["none was found"]
+        return ["no timestamp was found"]
     return [f"{stamp} instead of 0" for stamp in stamps if not stamp.endswith("(0x0)")]
 
 
 def check_database(image):
     debug = list(image.facts.node("DebugDirectory").find("PDBInfo"))
     if not debug:
-        return ["the image names none"]
+        return ["the image names no program database"]
     reasons = []
     if debug[0].get("PDBFileName") != DATABASE:
-        reasons.append(f"the image names '{debug[0].get('PDBFileName')}'")
+        reasons.append(f"the image names '{debug[0].get('PDBFileName')}' as its program database")
     guid = re.search(r"GUID: (\{.*\})", image.database_text)
     if not guid or guid.group(1) != debug[0].get("PDBGUID"):
         reasons.append(f"{DATABASE} does not belong to the image")
@@ -310,11 +311,11 @@ def check_database(image):
 def check_relocations(image):
     reasons = []
     if "IMAGE_FILE_RELOCS_STRIPPED" in image.file_header.flags("Characteristics"):
-        reasons.append("they are stripped")
+        reasons.append("the relocations are stripped")
     entries = image.facts.node("BaseReloc").all("Entry")
     if not image.directories.number("BaseRelocationTableSize") or not any(
             entry.get("Type") == "DIR64" for entry in entries):
-        reasons.append("there are none")
+        reasons.append("there are no relocations")
     return reasons
 
 
@@ -366,7 +367,7 @@ def main():
         for name, check in CHECKS.items():
             try:
                 reasons = check(image)
-            except Exception as error:  # A check that cannot be made is a check that failed.
+            except Exception as error:  # A check that breaks off has failed.
                 reasons = [f"{type(error).__name__}: {error}"]
             if reasons:
                 print(f"FAILED {folder.name}/{name}: {'; '.join(reasons)}")

@@ -15,7 +15,7 @@ DATABASE = "hxsetup.pdb"
 
 
 def run(*command):
-    """The standard output of a tool; its failure is an error of this script."""
+    """Runs a tool and returns its standard output; raises RuntimeError if the tool fails."""
     result = subprocess.run(command, capture_output=True, text=True, errors="replace")
     if result.returncode != 0:
         raise RuntimeError(f"{command[0]}: {result.stderr.strip() or result.returncode}")
@@ -26,8 +26,8 @@ def run(*command):
 
 
 class Node:
-    """A block of llvm-readobj's output: its entries in order, as (key, text or Node); lines without a key
-    have the key "". """
+    """A block of llvm-readobj's output: its entries in order, as (key, text or Node). The key of a line without a key
+    is "". """
 
     def __init__(self):
         self.entries = []
@@ -59,7 +59,7 @@ class Node:
 
 
 def number_of(text):
-    """The number in "0x10", "16", "(0x10)" or "NAME (0x10)"; None when there is none."""
+    """The number in "0x10", "16", "(0x10)" or "NAME (0x10)"; None if there is no number."""
     if not isinstance(text, str):
         return None
     match = re.fullmatch(r"(?:.*\()?(0x[0-9A-Fa-f]+|\d+)\)?", text.strip())
@@ -121,8 +121,8 @@ class Section:
 
 
 class Function:
-    """A function of the program database: [start, end) as image-relative addresses. `end` is None where
-    the database knows no length."""
+    """A function of the program database: [start, end) as image-relative addresses. `end` is None if the database has no
+    length for it."""
 
     def __init__(self, name, start, size):
         self.name = name
@@ -131,7 +131,7 @@ class Function:
 
 
 class Image:
-    """One folder's library with everything that the checks ask of it."""
+    """The library of one folder, with all facts that the checks need."""
 
     def __init__(self, folder, project):
         self.folder = folder
@@ -156,7 +156,7 @@ class Image:
         return next((section for section in self.sections if section.holds(rva)), None)
 
     def read(self, rva, size):
-        """`size` bytes of the image as loaded, or None outside of the stored sections."""
+        """`size` bytes of the image as loaded; None if they are not in a stored section."""
         section = self.section_of(rva)
         if section is None or rva - section.rva + size > section.size:
             return None
@@ -185,14 +185,14 @@ class Image:
 
     @functools.cached_property
     def database_text(self):
-        # The exit code is not asked: modules of the linker's own without symbols count as errors.
+        # The exit code is ignored: for this tool the linker's own modules, which have no symbols, are errors.
         return subprocess.run(
             ["llvm-pdbutil-19", "dump", "--summary", "--symbols", "--publics", str(self.database)],
             capture_output=True, text=True, errors="replace").stdout
 
     @functools.cached_property
     def symbols(self):
-        """What the program database says: (functions, address of each public symbol by name)."""
+        """The symbols of the program database: (functions, address of each public symbol by name)."""
         functions, publics = {}, {}
         kind = name = None
         public_functions = []
@@ -299,7 +299,7 @@ def parse_version_resource(data):
 X64_SAVED = re.compile(
     r"%(?:[re]?(?:bx|bp|si|di)|bl|bh|bpl|sil|dil|r1[2-5][dwb]?|[xyz]mm(?:[6-9]|1[0-5]))\b")
 X64_STACK = re.compile(r"%(?:[re]?sp|spl)\b")
-# A place at or above the return address: the caller's home space or an argument.
+# An operand at or above the return address: the caller's home space or an argument.
 X64_ARGUMENT = re.compile(r"(?<![-\w])(?:0x[0-9a-f]+)?\(%rsp(?:,[^)]*)?\)")
 X64_CALLS = re.compile(r"(?:call|push|pop|enter|leave|cpuid|rep)")
 ARM64_SAVED = re.compile(r"\b(?:[xw](?:19|2\d|30)|fp|lr|[bhsdqv](?:[89]|1[0-5])(?:\.\w+)?)\b")
@@ -309,8 +309,9 @@ ARM64_CALLS = re.compile(r"(?:bl|blr|blra\w*|pac\w*|aut\w*|reta\w)$")
 
 
 def why_not_leaf(processor, instructions):
-    """Why this code needs unwind data: None when it neither calls nor moves the stack nor changes a register
-    that it must preserve, which the calling conventions of both processors exempt."""
+    """Returns the instruction because of which this code needs unwind data. Returns None for a leaf: code that calls
+    nothing, does not move the stack pointer and changes no register that it must preserve. The calling conventions of
+    both processors exempt a leaf."""
     calls, saved, stack, argument = (
         (X64_CALLS, X64_SAVED, X64_STACK, X64_ARGUMENT) if processor == "x64"
         else (ARM64_CALLS, ARM64_SAVED, ARM64_STACK, ARM64_ARGUMENT))

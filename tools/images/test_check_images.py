@@ -1,4 +1,4 @@
-"""Every check of check-images.py passes a good image and finds a wrong one."""
+"""check-images.py: every check passes a good image and finds a bad one."""
 
 import contextlib
 import io
@@ -23,7 +23,7 @@ COMPILE = ["-c", "-ffreestanding", "-fno-exceptions", "-fno-rtti", "-funwind-tab
            "-ffunction-sections", "-fdata-sections", "-g", "-gcodeview", "-gno-codeview-command-line",
            "-fdebug-compilation-dir=.", "-Os", "-std=c++20", "-Xclang", "-cfguard", "-Wno-everything",
            "-isystem", "/usr/share/mingw-w64/include"]
-# What protects return addresses: of the compiler for each processor, of the linker for x64.
+# The options that protect return addresses: the compiler's for each processor, the linker's for x64.
 PROTECT = {"arm64": ["-mbranch-protection=standard"], "x64": []}
 KEEP_TWICE = "-Wl,-Xlink=-cetcompat"
 GUARD = "-fstack-protector-strong"
@@ -57,7 +57,7 @@ unsigned CustomAction2(unsigned a) {
 
 
 class Workshop:
-    """Makes images in a temporary folder, the runtime's parts once for each processor."""
+    """Makes images in a temporary folder. Compiles the runtime once for each processor."""
 
     def __init__(self):
         self.folder = tempfile.TemporaryDirectory(prefix="hx-images-")
@@ -88,8 +88,8 @@ class Workshop:
         return path
 
     def image(self, name, processor="x64", code="", lists=(), link=(), resource=None, without=()):
-        """Links an image in its own project; returns the project. `lists` are files of the project that
-        differ from LISTS, `link` more and `without` fewer options of the linker."""
+        """Links an image in its own project and returns the project. `lists` are files of the project that differ from
+        LISTS; `link` adds options of the linker, `without` removes some."""
         project = self.root / name
         folder = project / "build" / processor
         folder.mkdir(parents=True)
@@ -107,7 +107,7 @@ class Workshop:
             libraries.append(library.name)
         options = [*LINK, KEEP_TWICE] if processor == "x64" else LINK
         options = [option for option in options if option not in without]
-        # The linker notes the paths of its inputs in the database.
+        # The linker records the paths of its inputs in the database.
         self.run("clang++-19", target, *options, *link, "-o", "hxsetup.dll", *self.runtime(processor), "tiny.obj",
                  resource or self.resource(), "../../src/frame/entry_points.def", *libraries, cwd=folder)
         return project
@@ -126,7 +126,7 @@ def setUpModule():
 
 
 def judge(project, folders=None):
-    """(failed checks with their reasons, passed checks, exit code) of a project's images."""
+    """Checks a project's images: (failed checks with their reasons, passed checks, exit code)."""
     folders = [str(folder) for folder in folders or sorted((project / "build").iterdir())]
     output = io.StringIO()
     arguments = ["check-images.py", "--project", str(project), *folders]
@@ -144,7 +144,7 @@ def judge(project, folders=None):
 
 class ImageTest(unittest.TestCase):
     def assert_fails(self, project, check, reason):
-        """Exactly this check fails, for this reason."""
+        """Asserts that this check fails for this reason, and no other check."""
         failed, passed, code = judge(project)
         self.assertEqual(list(failed), [check], failed)
         self.assertIn(reason, failed[check])
@@ -155,7 +155,7 @@ class ImageTest(unittest.TestCase):
         return workshop.image(self.id(), **options)
 
     def patched(self, offset_of, change, processor="x64"):
-        """A copy of the good image of which the bytes at an offset are changed."""
+        """A copy of the good image with changed bytes at an offset."""
         project = workshop.clone(good[processor], self.id() + str(len(list(workshop.root.iterdir()))))
         path = project / "build" / processor / "hxsetup.dll"
         data = bytearray(path.read_bytes())
@@ -290,10 +290,10 @@ class Imports(ImageTest):
 class Unwind(ImageTest):
     def assert_naked(self, processor, assembly, reason):
         code = 'extern "C" __attribute__((naked, used)) void Naked() { asm("%s"); }' % assembly
-        # Without collection the function stays, though nothing calls it.
+        # Without garbage collection the function stays, though nothing calls it.
         project = self.image(processor=processor, code=code, without=["-Wl,--gc-sections"])
         if reason:
-            self.assert_fails(project, "unwind-data", "Naked has none, with " + reason)
+            self.assert_fails(project, "unwind-data", "Naked has no unwind data but needs it: " + reason)
         else:
             self.assertEqual(judge(project)[0], {})
 
@@ -320,11 +320,11 @@ class Unwind(ImageTest):
         def shorten(data, header):
             raw = struct.unpack_from("<I", data, header + 20)[0]
             end = struct.unpack_from("<I", data, raw + 4)[0]
-            # By more than the breakpoint after a call that does not return.
+            # Removes more than the breakpoint after a call that does not return.
             struct.pack_into("<I", data, raw + 4, end - 6)
-        self.assert_fails(self.patched(section_header(b".pdata"), shorten), "unwind-data", "is covered in part")
+        self.assert_fails(self.patched(section_header(b".pdata"), shorten), "unwind-data", "covers only a part of it")
 
-    def test_what_is_a_leaf(self):
+    def test_leaf_functions(self):
         leaf = check_images.why_not_leaf
         for processor, mnemonic, operands, expected in [
                 ("x64", "retq", "", True), ("x64", "jmpq", "*0x11e2(%rip)", True),
@@ -386,44 +386,46 @@ class LoadConfiguration(ImageTest):
                 self.assertEqual(list(failed), ["load-configuration"])
                 self.assertIn(reason, failed["load-configuration"])
 
-    def test_none(self):
-        self.assert_fails(self.patched(directory(10), put("<Q", 0)), "load-configuration", "there is none")
+    def test_missing(self):
+        self.assert_fails(self.patched(directory(10), put("<Q", 0)), "load-configuration",
+                          "there is no load configuration")
 
 
 class StackGuard(ImageTest):
     def assert_cookie_fails(self, change, reason):
         self.assert_fails(self.patched(lambda data: load_config(data) + 88, change), "stack-guard", reason)
 
-    def test_leads_nowhere(self):
-        self.assert_cookie_fails(put("<Q", 0), "SecurityCookie leads nowhere")
+    def test_cookie_that_points_nowhere(self):
+        self.assert_cookie_fails(put("<Q", 0), "SecurityCookie does not point to stored data")
 
-    def test_cannot_be_written(self):
+    def test_cookie_that_cannot_be_written(self):
         def at_the_load_configuration(data, offset):
             config = struct.unpack_from("<I", data, directory(10)(data))[0]
             struct.pack_into("<Q", data, offset, 0x180000000 + config)
-        self.assert_cookie_fails(at_the_load_configuration, "the loader cannot write it")
+        self.assert_cookie_fails(at_the_load_configuration, "the loader cannot write")
 
-    def test_another_number(self):
+    def test_cookie_of_another_value(self):
         guard = 0x00002B992DDFA232
         for processor in TRIPLES:
             with self.subTest(processor):
                 data = bytes((good[processor] / "build" / processor / "hxsetup.dll").read_bytes())
-                # Code that compares with the number holds it too; the guard is in the section of data.
+                # Code that compares with the value contains it too; the cookie is in the data section.
                 raw = struct.unpack_from("<I", data, section_header(b".data")(data) + 20)[0]
                 at = data.index(struct.pack("<Q", guard), raw)
                 self.assert_fails(self.patched(lambda _, at=at: at, put("<Q", guard + 1), processor), "stack-guard",
-                                  "it holds another number")
+                                  "is not the value that the loader replaces")
 
-    def test_nothing_is_guarded(self):
-        self.assert_fails(self.image(without=[GUARD]), "stack-guard", "no function compares it")
+    def test_no_function_is_guarded(self):
+        self.assert_fails(self.image(without=[GUARD]), "stack-guard", "no function compares the stack cookie")
 
 
 class ReturnAddresses(ImageTest):
-    def test_not_kept_twice(self):
+    def test_no_shadow_stack(self):
         self.assert_fails(self.image(without=[KEEP_TWICE]), "return-addresses", "CET_COMPAT is not set")
 
     def test_not_signed(self):
-        self.assert_fails(self.image(processor="arm64", without=PROTECT["arm64"]), "return-addresses", "does not sign it")
+        self.assert_fails(self.image(processor="arm64", without=PROTECT["arm64"]), "return-addresses",
+                          "does not sign its return address")
 
 
 class Rest(ImageTest):
@@ -447,7 +449,7 @@ class Rest(ImageTest):
         objects.mkdir(parents=True)
         (project / "build/x64/tiny.obj").rename(objects / "tiny.cpp.obj")
         self.assert_fails(project, "no-static-initialisers", "tiny.cpp.obj has a section .CRT$XCU")
-        # A copy of the images elsewhere is judged by the objects of the project's own folder.
+        # A copy of the images elsewhere is checked with the objects of the project's own folder.
         copy = workshop.root / (self.id() + "-copy") / "build/x64"
         copy.mkdir(parents=True)
         for name in ("hxsetup.dll", "hxsetup.pdb"):
@@ -462,17 +464,17 @@ class Rest(ImageTest):
                 name = f"{self.id()}-{kind}"
                 project = workshop.image(name, code=f"extern const {kind} place[]; const {kind} place[] = {text};",
                                          without=["-Wl,--gc-sections"])
-                self.assert_fails(project, "no-local-paths", "hxsetup.dll holds '/")
+                self.assert_fails(project, "no-local-paths", "hxsetup.dll contains '/")
 
     def test_project_folder(self):
         project = workshop.clone(good["x64"], self.id())
         with open(project / "build/x64/hxsetup.dll", "ab") as file:
             file.write(str(project).encode())
-        self.assert_fails(project, "no-local-paths", f"hxsetup.dll holds '{project}'")
+        self.assert_fails(project, "no-local-paths", f"hxsetup.dll contains '{project}'")
 
     def test_project_folder_in_the_database(self):
         project = self.image(without=["-Wl,-Xlink=-pdbsourcepath:C:/tiny"])
-        self.assert_fails(project, "no-local-paths", f"hxsetup.pdb holds '{project}'")
+        self.assert_fails(project, "no-local-paths", f"hxsetup.pdb contains '{project}'")
 
     def test_timestamp(self):
         self.assert_fails(self.patched(lambda data: coff_header(data) + 4, put("<I", 1700000000)), "timestamps",
@@ -490,7 +492,7 @@ class Rest(ImageTest):
         self.assertIn("does not belong to the image", failed["program-database"])
 
     def test_no_relocations(self):
-        self.assert_fails(self.patched(directory(5), put("<Q", 0)), "relocations", "there are none")
+        self.assert_fails(self.patched(directory(5), put("<Q", 0)), "relocations", "there are no relocations")
 
     def test_size(self):
         grow = lambda data, offset: data.extend(bytes(112 * 1024 + 1 - offset))

@@ -1,1 +1,1 @@
-"""The rules of the source tree, each a script lint-*.py, and what reads C++ and the list of entry points for all tools."""
+"""The rules of the source tree, each in a script lint-*.py, and the readers of C++ and of the entry points for all tools."""

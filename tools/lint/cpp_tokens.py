@@ -1,4 +1,4 @@
-"""Splits C++ text into tokens, for the lints. Knows no grammar: comments, directives, literals, words."""
+"""Splits C++ text into tokens, for the lints: comments, directives, literals, words. Does not parse the grammar."""
 
 import re
 from typing import NamedTuple
@@ -24,8 +24,8 @@ TOKEN = re.compile(
 
 
 def tokenize(text):
-    """The tokens of `text` in order. A directive (with its continuation lines) is one token; a comment at
-    the end of its line is not part of it."""
+    """Returns the tokens of `text` in order. A directive with its continuation lines is one token; a comment at the end
+    of its line is not part of it."""
     tokens = []
     line = 1
     for match in TOKEN.finditer(text):

@@ -3,12 +3,12 @@
 
     tools/lint/lint-doc-comments.py [ROOT]
 
-Looks at the headers of src/ and tests/rig/. A declaration (function, method, type, member, enumerator,
-constant, alias, macro) is documented by "///" on the lines before it, or by "///<" behind it on its last
-line. Not asked for: namespaces, forward declarations of types (a documented one documents the type),
-definitions of what was declared before, friends, deleted, defaulted and overriding members, destructors,
-copying and moving, and private data. A header begins with a comment that says what it is and has
-"#pragma once". Prints "FILE:LINE: what is wrong" for each finding; the exit code is 1 when there is one.
+Checks the headers of src/ and tests/rig/. The doc comment of a declaration (function, method, type, member, enumerator,
+constant, alias, macro) is "///" on the lines before it, or "///<" after it on its last line. These need none: namespaces,
+forward declarations of types (a documented one documents the type), definitions of what was declared before, friends,
+deleted, defaulted and overriding members, destructors, copying and moving, and private data. A header must also begin with
+a comment that says what it is, and have "#pragma once". Prints "FILE:LINE: what is wrong" for each finding; the exit code
+is 1 if there is one.
 """
 
 import re
@@ -22,7 +22,7 @@ from lint.lint_report import report
 FOLDERS = ["src", "tests/rig"]
 
 TYPE_KEYS = {"class", "struct", "union", "enum"}
-# Macros of the Windows headers that begin a type's definition.
+# Macros of the Windows headers with which a type's definition begins.
 TYPE_MACROS = {"MIDL_INTERFACE", "DECLARE_INTERFACE", "DECLARE_INTERFACE_"}
 ACCESS = {"public", "protected", "private"}
 ATTRIBUTES = {"alignas", "__attribute__", "__declspec", "decltype", "explicit", "noexcept"}
@@ -31,7 +31,7 @@ CLOSING = set(OPENING.values())
 
 
 class Scope:
-    """Where declarations stand: in a namespace or a type."""
+    """A namespace or a type that contains declarations."""
 
     def __init__(self, kind, name=None, access="public", hidden=False):
         self.kind = kind  # "namespace", "class" (also struct and union) or "enum"
@@ -44,13 +44,13 @@ class Scope:
 
 
 class Declaration:
-    """One declaration as it was read: its head (up to the body, the initialiser or the end) and its end."""
+    """One parsed declaration: its head (up to the body, the initialiser or the end) and its end."""
 
     def __init__(self, first, head):
         self.first = first
         self.head = head
         self.last = first
-        self.value = ""  # the first word behind "="
+        self.value = ""  # the first word after "="
 
 
 class Header:
@@ -80,7 +80,7 @@ class Header:
         return token
 
     def skip_group(self):
-        """Moves over a bracketed group, whose opening bracket is next; returns its tokens with the brackets."""
+        """Skips a bracketed group, whose opening bracket is next; returns its tokens with the brackets."""
         first = self.take()
         group = [first]
         expected = [OPENING[first.text]]
@@ -100,7 +100,7 @@ class Header:
         return group
 
     def skip_angles(self):
-        """Moves over "<...>", whose "<" is next."""
+        """Skips "<...>", whose "<" is next."""
         depth = 0
         while (token := self.peek()) is not None:
             if token.kind == "sign" and token.text in OPENING:
@@ -114,7 +114,7 @@ class Header:
     # ---- comments
 
     def has_doc_before(self, index):
-        """Whether the comment lines right above the token hold a doc comment."""
+        """True if the comment lines directly above the token contain a doc comment."""
         line = self.tokens[index].line
         while index > 0:
             index -= 1
@@ -128,7 +128,7 @@ class Header:
         return False
 
     def has_doc_behind(self, index):
-        """Whether "///<" stands behind the token on its line; only signs may stand between them."""
+        """True if "///<" follows the token on its line; only signs may be between them."""
         line = self.tokens[index].last_line
         for token in self.tokens[index + 1:]:
             if token.line != line:
@@ -177,7 +177,7 @@ class Header:
                 self.read_declaration(scope)
 
     def text_behind(self, count):
-        """The text of the code token `count` behind the next one."""
+        """The text of the code token `count` places after the next one."""
         self.skip_to_code()
         index = self.position
         while count and index < len(self.tokens):
@@ -192,7 +192,7 @@ class Header:
         self.take()
 
     def read_transparent(self):
-        """Reads what holds declarations but is none: namespaces and linkage. Tells whether it was there."""
+        """Reads a namespace or a linkage specification, which contain declarations; false if neither is next."""
         start = self.position
         words = []
         while (token := self.peek()) is not None and (
@@ -257,9 +257,9 @@ class Header:
                 return
 
     def read_head(self, declaration):
-        """Reads up to the declaration's "{", "=" or ";", which stays. The head's tokens are collected, without
-        template parameters and attributes; a bracketed group is one entry. Returns the scope of the type that
-        begins here, if one does."""
+        """Reads up to the declaration's "{", "=" or ";", which is not consumed. Collects the head's tokens, without
+        template parameters and attributes; a bracketed group is one entry. Returns the scope of the type that begins
+        here, or None."""
         head = declaration.head
         initialisers = False
         while (token := self.peek()) is not None:
@@ -316,7 +316,7 @@ class Header:
         return None
 
     def skip_requires(self):
-        """Moves over a requires clause behind template parameters: one bracketed group, or one concept."""
+        """Skips a requires clause after template parameters: one bracketed group, or one concept."""
         self.take()
         if self.peek() is not None and self.peek().text == "(":
             self.skip_group()
@@ -347,12 +347,12 @@ class Header:
     # ---- what a head says
 
     def is_type(self, head):
-        """Whether the head begins a type's definition (and not, say, a function that returns one)."""
+        """True if the head begins a type's definition, and not, for example, a function that returns one."""
         words = [entry for entry in head if isinstance(entry, str)]
         return bool(TYPE_KEYS & set(words)) and not any(isinstance(entry, list) for entry in head) and "=" not in head
 
     def type_name(self, head):
-        """The name in the head of a type's definition; None for one without a name."""
+        """The name in the head of a type's definition; None if it has no name."""
         names = []
         for entry in head:
             if entry == ":":
@@ -363,7 +363,7 @@ class Header:
         return names[0] if names else None
 
     def describe(self, declaration, scope, type_scope):
-        """What a declaration declares, or None when it needs no doc comment."""
+        """What a declaration declares, for the message; None if it needs no doc comment."""
         head = declaration.head
         words = [entry for entry in head if isinstance(entry, str)]
         groups = [index for index, entry in enumerate(head) if isinstance(entry, list) and entry[0].text == "("]
@@ -381,7 +381,7 @@ class Header:
             name = type_scope.name
             if name in self.documented_types:
                 return None
-            # A part without a name lends its members to the type around it.
+            # The members of a part without a name belong to the enclosing type.
             if name is None and "typedef" not in words and self.only_closes(declaration):
                 return None if scope.kind == "class" else f"{words[-1]} without a name"
             return f"type {name}" if name else "type without a name"
@@ -402,7 +402,7 @@ class Header:
         return f"'{names[-1]}'" if names else f"'{' '.join(words)}'"
 
     def function_pointer_name(self, head, groups):
-        """The name in "(*name)(...)" or "(&name)[...]"; None when the head is no such declaration."""
+        """The name in "(*name)(...)" or "(&name)[...]"; None if the head is not such a declaration."""
         if not groups or not isinstance(head[groups[0] + 1] if groups[0] + 1 < len(head) else None, list):
             return None
         inner = [token.text for token in head[groups[0]][1:-1]]
@@ -410,7 +410,7 @@ class Header:
         return names[-1] if names and ("*" in inner or "&" in inner) else None
 
     def only_closes(self, declaration):
-        """Whether nothing but "};" ends the declaration of a type without a name."""
+        """True if the declaration of a type without a name ends with "};"."""
         end = [t for t in self.tokens[declaration.first:declaration.last + 1] if self.is_code(t)]
         return [t.text for t in end[-2:]] == ["}", ";"]
 
@@ -432,7 +432,7 @@ class Header:
         return f"{kind} {name}"
 
     def is_same_type(self, parameters, name):
-        """Whether the one parameter is a reference to the type itself."""
+        """True if the only parameter is a reference to the type itself."""
         plain = [text for text in parameters if text != "const"]
         if plain[:1] != [name] or "," in parameters:
             return False

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that every file in src/ includes only from its own module or from a lower layer.
+"""Checks that every file in src/ includes only files of its own module or of a lower layer.
 
     tools/lint/lint-layers.py [ROOT]
 
-The layers are those of the picture in docs/architecture.md, which names every folder of src/ with code.
-Prints "FILE:LINE: what is wrong" for each finding; the exit code is 1 when there is one.
+Reads the layers from the picture in docs/architecture.md, which must name every folder of src/ with code.
+Prints "FILE:LINE: what is wrong" for each finding; the exit code is 1 if there is one.
 """
 
 import re
@@ -15,7 +15,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from lint.lint_report import report
 
 PAGE = "docs/architecture.md"
-# Holds no code: lists of functions.
+# Has lists of functions, no code.
 OTHER_FOLDERS = {"imports"}
 
 # A line of the picture: the layer's number, its modules, what it is.
@@ -34,7 +34,7 @@ def read_layers(page):
 
 
 def complaint(source, layers, module, included):
-    """What is wrong with an include of `included` in `module`, or None."""
+    """What is wrong with an include of `included` in `module`; None if nothing is."""
     other, slash, _ = included.partition("/")
     if not slash or other not in layers:
         return f'"{included}" does not begin with a module: paths are relative to src/'
@@ -54,7 +54,7 @@ def findings(root):
         return
     for module in layers:
         if not (source / module).is_dir():
-            yield f"{PAGE}:1: there is no module {module}"
+            yield f"{PAGE}:1: the module {module} does not exist"
     for path in sorted(source.rglob("*")):
         if path.suffix not in (".h", ".cpp", ".rc", ".inc"):
             continue
@@ -62,7 +62,7 @@ def findings(root):
         where = path.relative_to(root)
         if len(parts) != 2 or parts[0] not in layers:
             if parts[0] not in OTHER_FOLDERS:
-                yield f"{where}:1: is in no module of {PAGE}"
+                yield f"{where}:1: is not in a module of {PAGE}"
             continue
         for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
             match = INCLUDE.match(line)

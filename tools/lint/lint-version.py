@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Checks that VERSION and CHANGELOG.md agree about the version.
+"""Checks that VERSION and CHANGELOG.md have the same version.
 
     tools/lint/lint-version.py [ROOT]
 
-VERSION holds three numbers as an installer package can have them. The newest numbered heading of CHANGELOG.md is that
-version; the numbers go down from there, and every heading has its date. Prints "FILE:LINE: what is wrong" for each
-finding; the exit code is 1 when there is one.
+VERSION must have three numbers that are valid in an installer package. The newest numbered heading of CHANGELOG.md must be
+that version; the versions of the headings below must descend, and every heading must have its date. Prints "FILE:LINE:
+what is wrong" for each finding; the exit code is 1 if there is one.
 """
 
 import datetime
@@ -18,15 +18,15 @@ from lint.lint_report import report
 
 VERSION = "VERSION"
 CHANGELOG = "CHANGELOG.md"
-# What is changed after a release stands under this heading until the next one.
+# The heading of the changes since the last release.
 UNRELEASED = "## [Unreleased]"
 
-# The engine's limits for the three numbers of ProductVersion.
+# Windows Installer's limits of the three numbers of ProductVersion.
 LIMITS = (255, 255, 65535)
 
 
 def numbers_of(text):
-    """The three numbers of a version, or None."""
+    """The three numbers of a version; None if it has others."""
     if not re.fullmatch(r"(0|[1-9]\d*)(\.(0|[1-9]\d*)){2}", text):
         return None
     numbers = tuple(map(int, text.split(".")))
@@ -63,13 +63,13 @@ def findings(root):
             yield f"{CHANGELOG}:{number}: must read '## [VERSION] - YYYY-MM-DD'"
             continue
         if last is not None and numbers >= last:
-            yield f"{CHANGELOG}:{number}: {match[1]} does not stand below a newer version"
+            yield f"{CHANGELOG}:{number}: {match[1]} is not below a newer version"
         if newest is None and match[1] != version.strip():
-            yield f"{CHANGELOG}:{number}: the newest version is {match[1]}, and {VERSION} says {version.strip()}"
+            yield f"{CHANGELOG}:{number}: the newest version is {match[1]}, but {VERSION} has {version.strip()}"
         newest = newest or match[1]
         last = numbers
     if newest is None:
-        yield f"{CHANGELOG}:1: tells of no version"
+        yield f"{CHANGELOG}:1: has no heading of a version"
 
 
 def main():

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Checks that no file of the project holds what must not be in it.
+"""Checks that no file of the project contains a forbidden word or construct.
 
     tools/lint/lint-words.py [ROOT]
 
-Every file that git tracks or would track, and its name: no marks of unfinished work, no words about how the
-text came to be, no folders of the machine that it was written on. Sources in src/: nothing of the C++ library
-or of its run-time support, which the library does not have. Prints "FILE:LINE: what is wrong" for each
-finding; the exit code is 1 when there is one.
+Checks every file that git tracks or would track, and its name: no marks of unfinished work, no words about how the text was
+written, no folders of the machine that it was written on. In the sources of src/ also: nothing of the C++ library or of its
+run-time support, because the library is built without them. Prints "FILE:LINE: what is wrong" for each finding; the exit
+code is 1 if there is one.
 """
 
 import re
@@ -20,12 +20,12 @@ from lint.lint_report import report
 
 EXEMPT = {"DEVELOPERS.md"}
 
-# Each pattern is broken by a pair of brackets, so that this file does not match it.
+# Each pattern has a pair of brackets in its middle, so that this file does not match it.
 WORDS = re.compile("|".join([
     r"\bPar[t] [0-9]+\.[0-9]+", r"[Ss]pecificatio[n]", r"\bspec\.m[d]", r"\bthe spe[c]\b", r"share[d]/",
     r"/wor[k]/", r"/tm[p]/[a-z]+-root", r"subagen[t]", r"\bTOD[O]\b", r"\bFIXM[E]\b", r"\bXX[X]\b"]))
 
-# Where objects are constructed in blocks of the process heap (base/heap.h).
+# The argument of placement new for blocks of the process heap (base/heap.h): the only `new` that is allowed.
 PLACE = "HeapPlace"
 
 FORBIDDEN_WORDS = {
@@ -49,7 +49,7 @@ def project_files(root):
 def word_findings(name, text):
     match = WORDS.search(name)
     if match:
-        yield f"{name}:1: the file's name holds '{match.group()}'"
+        yield f"{name}:1: the file's name contains '{match.group()}'"
     for number, line in enumerate(text.splitlines(), 1):
         for match in WORDS.finditer(line):
             yield f"{name}:{number}: '{match.group()}'"
@@ -68,7 +68,7 @@ def construct_findings(name, text):
             elif header and header.group(1).removesuffix(".h") in C_LIBRARY:
                 problem = f"the C library header <{header.group(1)}>"
             elif re.match(r"#\s*define\b", token.text):
-                # The text of a macro is code as well.
+                # The text of a macro is code too.
                 body = re.sub(r"#\s*define\s+\w+", "", token.text, count=1)
                 yield from (f"{name}:{token.line}:" + line.partition(":")[2].partition(":")[2]
                             for line in construct_findings(name, body))
@@ -90,7 +90,7 @@ def findings(root):
     for name in project_files(root):
         data = (root / name).read_bytes()
         if b"\0" in data:
-            text = ""  # No text: only its name is looked at.
+            text = ""  # A binary file: only its name is checked.
         else:
             text = data.decode("utf-8", "replace")
         yield from word_findings(name, text)

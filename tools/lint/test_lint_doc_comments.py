@@ -1,4 +1,4 @@
-"""lint-doc-comments.py: every kind of declaration is found when it has no doc comment, and only then."""
+"""lint-doc-comments.py: finds every kind of declaration without a doc comment, and none with one."""
 
 import unittest
 
@@ -7,7 +7,7 @@ from support import TreeTest, load_script
 lint = load_script("lint/lint-doc-comments.py")
 HEAD = "// A header.\n#pragma once\n\n"
 
-# Each is one declaration, with what is said of it when it is not documented.
+# Declarations, each with its name in the message if it is not documented.
 DECLARATIONS = [
     ("int Count(const char* text);", "function Count"),
     ("inline int Count(const char* text) { return text ? 1 : 0; }", "function Count"),
@@ -49,7 +49,7 @@ DECLARATIONS = [
     ("namespace short_name = a::b;", "namespace alias short_name"),
 ]
 
-# The same inside of "struct Thing { ... };".
+# The same inside "struct Thing { ... };".
 MEMBERS = [
     ("int count;", "'count'"),
     ("int count = 0, other = 1;", "'count'"),
@@ -100,7 +100,7 @@ class DocCommentsTest(unittest.TestCase):
     def assert_each(self, pairs, around=HEAD + "%s"):
         for code, what in pairs:
             with self.subTest(code):
-                # Alone, and with a following documented declaration, which must not be taken in.
+                # Alone, and before a documented declaration, whose comment must not count.
                 self.assertEqual(found(around % code), [f"{what} has no doc comment"])
                 behind = "\n/// Documented.\nint Following();"
                 self.assertEqual(found(around % (code + behind)), [f"{what} has no doc comment"])

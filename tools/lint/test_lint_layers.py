@@ -1,4 +1,4 @@
-"""lint-layers.py: which include is allowed from which module."""
+"""lint-layers.py: which module may include files of which other one."""
 
 import unittest
 
@@ -50,15 +50,15 @@ class LayersTest(TreeTest):
         self.assert_found({"src/base/file.cpp": '#include "base/gone.h"\n'}, 'src/base/file.cpp:1: "base/gone.h"')
 
     def test_a_file_outside_of_the_modules(self):
-        self.assert_found({"src/file.cpp": "// A file.\n"}, "src/file.cpp:1: is in no module")
+        self.assert_found({"src/file.cpp": "// A file.\n"}, "src/file.cpp:1: is not in a module")
         (self.root / "src/file.cpp").unlink()
-        self.assert_found({"src/cellar/file.cpp": "// A file.\n"}, "src/cellar/file.cpp:1: is in no module")
+        self.assert_found({"src/cellar/file.cpp": "// A file.\n"}, "src/cellar/file.cpp:1: is not in a module")
         (self.root / "src/cellar/file.cpp").unlink()
-        self.assert_found({"src/base/deeper/file.cpp": "// A file.\n"}, "src/base/deeper/file.cpp:1: is in no module")
+        self.assert_found({"src/base/deeper/file.cpp": "// A file.\n"}, "src/base/deeper/file.cpp:1: is not in a module")
 
     def test_a_module_that_is_gone(self):
         self.assert_found({"docs/architecture.md": PICTURE + "    7  attic\n"},
-                          "docs/architecture.md:1: there is no module attic")
+                          "docs/architecture.md:1: the module attic does not exist")
 
     def test_a_page_without_the_picture(self):
         self.assert_found({"docs/architecture.md": "# Architecture\n"}, "docs/architecture.md:1: has no picture")

@@ -1,4 +1,4 @@
-"""lint-version.py finds what is wrong with VERSION and CHANGELOG.md."""
+"""lint-version.py: every fault of VERSION and CHANGELOG.md is found."""
 
 import unittest
 
@@ -26,14 +26,14 @@ class VersionTest(TreeTest):
         for version in ("1.2.4\n", "1.2.2\n"):
             with self.subTest(version):
                 self.assert_found(self.files(version, "## [1.2.3] - 2026-11-21"),
-                                  f"CHANGELOG.md:3: the newest version is 1.2.3, and VERSION says {version.strip()}")
+                                  f"CHANGELOG.md:3: the newest version is 1.2.3, but VERSION has {version.strip()}")
 
     def test_not_three_numbers(self):
         for version in ("1.2", "1.2.3.4", "01.2.3", "1.02.3", "v1.2.3", "256.0.0", "1.256.0", "1.0.65536"):
             with self.subTest(version):
                 self.assert_found(self.files(f"{version}\n", "## [Unreleased]"),
                                   "VERSION:1: must be one line with three numbers",
-                                  "CHANGELOG.md:1: tells of no version")
+                                  "CHANGELOG.md:1: has no heading of a version")
 
     def test_no_end_of_line(self):
         self.assert_found(self.files("1.2.33", "## [1.2.33] - 2026-11-21"), "VERSION:1: must be one line")
@@ -43,15 +43,15 @@ class VersionTest(TreeTest):
                         "## [1.2] - 2026-11-21"):
             with self.subTest(heading):
                 self.assert_found(self.files("1.2.3\n", heading), "CHANGELOG.md:3: must read",
-                                  "CHANGELOG.md:1: tells of no version")
+                                  "CHANGELOG.md:1: has no heading of a version")
 
     def test_order(self):
         self.assert_found(self.files("1.2.3\n", "## [1.2.3] - 2026-11-21", "## [1.10.0] - 2026-10-01"),
-                          "CHANGELOG.md:7: 1.10.0 does not stand below a newer version")
+                          "CHANGELOG.md:7: 1.10.0 is not below a newer version")
         self.assert_found(self.files("1.2.3\n", "## [1.2.3] - 2026-11-21", "## [1.2.3] - 2026-10-01"),
-                          "CHANGELOG.md:7: 1.2.3 does not stand below a newer version")
+                          "CHANGELOG.md:7: 1.2.3 is not below a newer version")
 
-    def test_unreleased_stands_first(self):
+    def test_unreleased_comes_first(self):
         self.assert_found(self.files("1.2.3\n", "## [1.2.3] - 2026-11-21", "## [Unreleased]"),
                           "CHANGELOG.md:7: must read")
 

@@ -1,11 +1,11 @@
-"""lint-words.py: each forbidden word and construct is found, and what merely looks like one is not."""
+"""lint-words.py: finds each forbidden word and construct, and nothing that only looks like one."""
 
 import subprocess
 import unittest
 
 from support import TreeTest
 
-# In two parts each, so that this file does not hold them.
+# Each in two parts, so that this file does not contain it.
 WORDS = ["Par" "t 2.1", "Spec" "ification", "spec" "ification", "spec" ".md", "the sp" "ec", "share" "d/x",
          "/wor" "k/x", "/tm" "p/abc-root", "sub" "agent", "TO" "DO", "FIX" "ME", "XX" "X"]
 
@@ -24,7 +24,7 @@ class WordsTest(TreeTest):
                 self.assert_found({"docs/page.md": text}, f"docs/page.md:2: '{word.rstrip('x')}")
 
     def test_words_in_names_of_files(self):
-        self.assert_found({"docs/spec" ".md": "Text.\n"}, "docs/spec" ".md:1: the file's name holds ")
+        self.assert_found({"docs/spec" ".md": "Text.\n"}, "docs/spec" ".md:1: the file's name contains ")
 
     def test_similar_words(self):
         self.assert_clean({"docs/page.md": "part 2.1, Party 2.1, special, the specs, shared, network/, /tmp/root,\n"
@@ -53,11 +53,11 @@ class WordsTest(TreeTest):
                 ("#define MAKE(x) new x", "an expression with 'new'")]:
             for name in ("src/base/a.h", "src/base/a.cpp"):
                 with self.subTest(code=code, name=name):
-                    self.assert_found({name: f"// A room.\n{code}\n"}, f"{name}:2: {found}")
+                    self.assert_found({name: f"// A file.\n{code}\n"}, f"{name}:2: {found}")
                     (self.root / name).unlink()
 
-    def test_constructs_that_are_none(self):
-        self.assert_clean({"src/base/a.h": """// A new room, of std::nothing; throw away.
+    def test_similar_constructs(self):
+        self.assert_clean({"src/base/a.h": """// A new file, of std::nothing; throw away.
 /* delete this */
 #include <windows.h>
 #include <stdint.h>

