@@ -1,4 +1,4 @@
-"""What the tools' tests share: loading a script as a module, and running one on a small tree of files."""
+"""Shared by the tests of the tools: loading a script as a module, and running one on a small tree of files."""
 
 import contextlib
 import importlib.util
@@ -13,7 +13,7 @@ TOOLS = Path(__file__).resolve().parent
 
 
 def load_script(name):
-    """The script tools/`name` as a module."""
+    """Loads the script tools/`name` as a module."""
     sys.path.insert(0, str(TOOLS))
     try:
         spec = importlib.util.spec_from_file_location(Path(name).stem.replace("-", "_"), TOOLS / name)
@@ -45,7 +45,7 @@ class TreeTest(unittest.TestCase):
             path.write_text(text, encoding="utf-8")
 
     def lint(self):
-        """Runs the script on the tree: (exit code, its lines)."""
+        """Runs the script on the tree: (exit code, lines of its output)."""
         output = io.StringIO()
         with mock.patch.object(sys, "argv", [self.script, str(self.root)]), contextlib.redirect_stdout(output):
             code = self.module.main()
@@ -56,7 +56,7 @@ class TreeTest(unittest.TestCase):
         self.assertEqual(self.lint(), (0, []))
 
     def assert_found(self, files, *expected):
-        """The script finds exactly these; each is the beginning of a line."""
+        """Asserts that the script finds exactly these; each is the beginning of a line."""
         self.write(files)
         code, lines = self.lint()
         self.assertEqual(code, 1)

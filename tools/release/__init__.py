@@ -1,1 +1,1 @@
-"""The release archive."""
+"""Making the release archive."""

@@ -1,18 +1,18 @@
 #!/usr/bin/env python3
 """Makes the release archive: tools/release/dist.py --check | LIBRARIES FOLDER
 
-LIBRARIES holds, in arm64/ and x64/, hxsetup.dll, hxsetup.pdb and the stand-ins as they were built; FOLDER is where
-hxsetup-VERSION.zip and hxsetup-VERSION.zip.sha256 are left. docs/release.md says what is in the archive. --check only
-asks whether the checkout can be released.
+LIBRARIES has hxsetup.dll, hxsetup.pdb and the stand-ins, as built, in arm64/ and x64/. hxsetup-VERSION.zip and
+hxsetup-VERSION.zip.sha256 are written to FOLDER. docs/release.md says what is in the archive. --check only checks that
+the checkout can be released.
 
-The same commit makes the same bytes: every time in the archive is that of the commit, or SOURCE_DATE_EPOCH.
+The same commit makes the same bytes: every time in the archive is the time of the commit, or SOURCE_DATE_EPOCH.
 
-The libraries are signed where the environment names a certificate; the paths are absolute:
+The libraries are signed if the environment names a certificate. The paths are absolute:
   HX_SIGN_PKCS12          a PKCS#12 file with the certificate, its chain and its key; or
   HX_SIGN_CERTIFICATE     a PEM file with the certificate and its chain, and
   HX_SIGN_KEY             the PEM file of its key
-  HX_SIGN_PASSWORD_FILE   the file with the password of either, where there is one
-  HX_SIGN_TIMESTAMP       the URL of an RFC 3161 time-stamp service; without it no other machine is asked
+  HX_SIGN_PASSWORD_FILE   the file with the password of either, if there is a password
+  HX_SIGN_TIMESTAMP       the URL of an RFC 3161 time-stamp service; without it no other machine is contacted
 """
 
 import hashlib
@@ -34,22 +34,22 @@ CHECKSUMS = "SHA256SUMS"
 SIGN_FILES = ("PKCS12", "CERTIFICATE", "KEY", "PASSWORD_FILE")
 SIGN_SETTINGS = (*SIGN_FILES, "TIMESTAMP")
 
-# What stands in the model packages for the programs of client and server and for the tracking library.
+# The stand-ins of the model packages for the programs of client and server and for the tracking library.
 STAND_INS = ("agent.exe", "ostrack.dll")
 STAND_IN_FOLDER = "packages/programs"
 
-# The files of the project that are released as they are, at the same place, so that the links between them hold.
+# The files of the project that are released unchanged, at the same paths, so that the links between them work.
 RELEASED = re.compile(r"CHANGELOG\.md|VERSION|docs/[^/]+\.md|packages/[^/]+\.wxi|packages/(client|server|other)/.+")
-# For tests and the demonstration only, and useless without its library.
+# Only for tests and the demonstration, and useless without its library.
 WITHHELD = {"packages/server/witness.wxi", "packages/other/one.wxs"}
 
-# A member of the archive is a plain file that everybody may read.
+# Each member of the archive is a regular file that everybody may read.
 MEMBER_MODE = 0o100644
 UNIX = 3
 
 
 class Refusal(Exception):
-    """Why there is no release; for the user."""
+    """The release cannot be made; the text tells the user why."""
 
 
 def git(project, *arguments):
@@ -64,21 +64,21 @@ def read_version(project):
 
 
 def check_releasable(project):
-    """Refuses a checkout that no commit describes, and one whose commit and changes say another version."""
+    """Refuses a checkout with uncommitted changes, and one whose tag or CHANGELOG.md has another version than VERSION."""
     changed = git(project, "status", "--porcelain", "--untracked-files=all").splitlines()
     if changed:
-        raise Refusal("a release is made of what is committed, and this is not:\n" + "\n".join(changed[:20]))
+        raise Refusal("a release is made from a commit, and these changes are not committed:\n" + "\n".join(changed[:20]))
     version = read_version(project)
     tags = git(project, "tag", "--points-at", "HEAD", "--list", "v*").split()
     if tags and f"v{version}" not in tags:
-        raise Refusal(f"the commit is tagged {' '.join(tags)}, and VERSION is {version}")
+        raise Refusal(f"the commit is tagged {' '.join(tags)}, but VERSION is {version}")
     heading = re.search(r"^## \[(.*?)\]", (project / "CHANGELOG.md").read_text(encoding="utf-8"), re.MULTILINE)
     if not heading or heading[1] != version:
-        raise Refusal(f"CHANGELOG.md begins with [{heading[1] if heading else ''}], and VERSION is {version}")
+        raise Refusal(f"CHANGELOG.md begins with [{heading[1] if heading else ''}], but VERSION is {version}")
 
 
 def commit_time(project):
-    """The time of the release in seconds since 1970: SOURCE_DATE_EPOCH, or that of the last commit."""
+    """The time of the release in seconds since 1970: SOURCE_DATE_EPOCH, or the time of the last commit."""
     return int(os.environ.get("SOURCE_DATE_EPOCH") or git(project, "log", "-1", "--format=%ct"))
 
 
@@ -89,7 +89,7 @@ def released_files(project):
 
 
 def signing_options(settings):
-    """The options of osslsigncode that name certificate and key; none where nothing asks for a signature."""
+    """The options of osslsigncode for the certificate and the key; none if the environment names neither."""
     given = {name: settings[f"HX_SIGN_{name}"] for name in SIGN_SETTINGS if settings.get(f"HX_SIGN_{name}")}
     container, certificate, key = (given.get(name) for name in ("PKCS12", "CERTIFICATE", "KEY"))
     if not given:
@@ -98,7 +98,7 @@ def signing_options(settings):
         if name in given and not (Path(given[name]).is_absolute() and Path(given[name]).is_file()):
             raise Refusal(f"HX_SIGN_{name} is not the absolute path of a file: {given[name]}")
     if bool(container) == bool(certificate or key) or bool(certificate) != bool(key):
-        raise Refusal("to sign, set HX_SIGN_PKCS12, or HX_SIGN_CERTIFICATE and HX_SIGN_KEY, and nothing else of these")
+        raise Refusal("to sign, set HX_SIGN_PKCS12, or HX_SIGN_CERTIFICATE and HX_SIGN_KEY, and no others of these")
     options = ["-pkcs12", container] if container else ["-certs", certificate, "-key", key]
     if "PASSWORD_FILE" in given:
         options += ["-readpass", given["PASSWORD_FILE"]]
@@ -108,13 +108,13 @@ def signing_options(settings):
 
 
 def sign(library, options, version, moment):
-    """The bytes of `library`, signed. What the signature says of its own time is `moment`, so that it is the same in
-    every run; a time-stamp service adds the true one."""
+    """Returns the bytes of `library`, signed. The signature's own time is `moment`, so that it is the same in every run; a
+    time-stamp service adds the true time."""
     with tempfile.TemporaryDirectory(prefix="hx-sign-") as folder:
         signed = Path(folder) / LIBRARY
         command = ["osslsigncode", "sign", *options, "-h", "sha256", "-n", f"{NAME} {version}", "-time", str(moment),
                    "-in", library, "-out", signed]
-        # Without a terminal to ask at, a password that is missing is an error.
+        # Without a terminal at which to ask, a missing password is an error.
         result = subprocess.run(command, stdin=subprocess.DEVNULL, start_new_session=True, capture_output=True,
                                 text=True, check=False)
         if result.returncode != 0 or not signed.is_file():
@@ -123,7 +123,7 @@ def sign(library, options, version, moment):
 
 
 def read_me(project, version, moment, signed):
-    """The text that the archive's reader meets first."""
+    """The text of the archive's README."""
     commit = git(project, "rev-parse", "HEAD").strip()
     when = time.strftime("%Y-%m-%d %H:%M:%S UTC", time.gmtime(moment))
     return (f"{NAME} {version}\n\nMade from the commit {commit}\nof {when}. The libraries are "
@@ -131,7 +131,7 @@ def read_me(project, version, moment, signed):
 
 
 def collect(project, libraries, moment, settings):
-    """The content of each member of the archive by its name, without the checksums."""
+    """The members of the archive, without the checksums: each name with its content."""
     version = read_version(project)
     options = signing_options(settings)
     members = {name: (project / name).read_bytes() for name in released_files(project)}
@@ -153,7 +153,7 @@ def checksum_line(content, name):
 
 
 def pack(path, top, members, moment):
-    """Writes the archive: sorted, all with the same time and mode, below the folder `top`."""
+    """Writes the archive: all members sorted, with the same time and mode, below the folder `top`."""
     with zipfile.ZipFile(path, "w") as archive:
         for name, content in sorted(members.items()):
             entry = zipfile.ZipInfo(f"{top}/{name}", time.gmtime(moment)[:6])
@@ -169,7 +169,7 @@ def make_release(project, libraries, folder, settings):
     sums = "".join(checksum_line(content, name) for name, content in sorted(members.items()))
     top = f"{NAME}-{read_version(project)}"
     folder.mkdir(parents=True, exist_ok=True)
-    # Whatever lies in the folder is one whole release, also where this run is interrupted.
+    # The folder always contains one complete release, even if this run is interrupted.
     for left in folder.glob(f"{NAME}-*.zip*"):
         left.unlink()
     archive = folder / f"{top}.zip"

@@ -1,4 +1,4 @@
-"""What the tests of dist.py share: libraries to release, and programs to run on what came of them."""
+"""Shared by the tests of dist.py: libraries to release, and functions that run programs on the result."""
 
 import os
 import shutil
@@ -25,8 +25,8 @@ def run(*command, cwd=None, env=None, check=True):
 
 
 def open_shop():
-    """For setUpModule: (a folder for the tests of the module, the folder in it with small libraries). No setting of
-    whoever runs the tests decides what they see."""
+    """For setUpModule: (a folder for the tests of the module, the folder in it with small libraries). Removes the settings
+    of the user who runs the tests, so that they do not change the results."""
     kept = {name: value for name, value in os.environ.items()
             if name.startswith("HX_SIGN_") or name == "SOURCE_DATE_EPOCH"}
     for name in kept:
@@ -48,7 +48,7 @@ def open_shop():
 
 
 def copy_project(project, folder):
-    """The released files of this project as a commit of their own: it need not be a checkout itself."""
+    """Copies the released files of this project and commits the copy, because the project need not be a checkout."""
     copy = folder / "project"
     for name in ("docs", "packages"):
         shutil.copytree(project / name, copy / name)

@@ -1,4 +1,4 @@
-"""dist.py makes the whole release, the same bytes each time, and refuses what is no release."""
+"""dist.py makes a complete release, the same bytes each time, and refuses a checkout that cannot be released."""
 
 import hashlib
 import os
@@ -19,7 +19,7 @@ VERSION = (PROJECT / "VERSION").read_text().strip()
 dist = load_script("release/dist.py")
 package = load_script("kit/package.py")
 
-# A project with one file of each kind; what is not released is marked.
+# A project with one file of each kind; those that are not released say so.
 TINY = {
     "VERSION": "1.2.3\n",
     "CHANGELOG.md": "# Changes\n\n## [1.2.3] - 2026-11-21\n",
@@ -58,7 +58,7 @@ class DistTest(unittest.TestCase):
             env={"GIT_AUTHOR_DATE": moment, "GIT_COMMITTER_DATE": moment})
 
     def project(self, name="tiny", files=None):
-        """A committed project of its own, with the script in it."""
+        """Makes and commits a new project that contains the script."""
         project = self.folder / name
         for path, text in {**TINY, **(files or {})}.items():
             (project / path).parent.mkdir(parents=True, exist_ok=True)
@@ -82,7 +82,7 @@ class DistTest(unittest.TestCase):
 
 class Archive(DistTest):
     def release(self):
-        """The release of this project as it stands, unpacked."""
+        """Makes the release of this project unchanged, and unpacks it."""
         return self.unpack(dist.make_release(checkout, libraries, self.folder / "out", {}))
 
     def test_is_complete(self):
@@ -106,7 +106,7 @@ class Archive(DistTest):
                         self.assertEqual(content.read(f"hxsetup-{VERSION}/{folder}/{name}"),
                                          (libraries / processor / name).read_bytes())
 
-    def test_holds_nothing_of_the_machine(self):
+    def test_contains_no_paths_of_the_machine(self):
         project = self.project()
         self.dist(project, libraries, self.folder / "out")
         with zipfile.ZipFile(self.folder / "out/hxsetup-1.2.3.zip") as content:
@@ -137,7 +137,7 @@ class Archive(DistTest):
         self.assertEqual(sorted(archives[0]), ["hxsetup-1.2.3.zip", "hxsetup-1.2.3.zip.sha256"])
         self.assertEqual(archives[0], archives[1])
 
-    def test_time_is_that_of_the_environment(self):
+    def test_time_comes_from_the_environment(self):
         project = self.project()
         self.dist(project, libraries, self.folder / "out", env={"SOURCE_DATE_EPOCH": "1700000000"})
         with zipfile.ZipFile(self.folder / "out/hxsetup-1.2.3.zip") as content:
@@ -154,7 +154,7 @@ class Archive(DistTest):
             library.write(b"\0")
         self.assertNotEqual(run("sha256sum", "--check", "SHA256SUMS", cwd=unpacked, check=False).returncode, 0)
 
-    def test_links_lead_to_what_is_there(self):
+    def test_links_lead_to_existing_files(self):
         unpacked = self.release()
         followed = 0
         for page in sorted(unpacked.rglob("*.md")):
@@ -175,7 +175,7 @@ class Archive(DistTest):
                 shutil.copy(unpacked / processor / "hxsetup.dll", bench)
                 for stand_in in STAND_INS:
                     shutil.copy(unpacked / f"packages/programs/{processor}/{stand_in}", bench)
-                # Asked for beside the library, and used in packages that are watched only.
+                # package.py requires it next to the library, but only the watched packages contain it.
                 (bench / "witness.dll").write_bytes(b"")
                 made[root] = bench / f"{name}.msi"
                 with mock.patch.object(package, "ROOT", root):
@@ -184,7 +184,7 @@ class Archive(DistTest):
             self.assertEqual(made[PROJECT].read_bytes(), made[unpacked].read_bytes())
             self.assertIn(f"ProductVersion\t{VERSION}", run("msiinfo", "export", made[unpacked], "Property").stdout)
 
-    def test_takes_the_place_of_an_earlier_one(self):
+    def test_replaces_an_earlier_one(self):
         project = self.project()
         out = self.folder / "out"
         out.mkdir()
@@ -198,7 +198,7 @@ class Archive(DistTest):
 
 class Refused(DistTest):
     def assert_refused(self, project, *texts, env=None, built=None):
-        """Neither the check nor the release itself passes, and no release is left."""
+        """Asserts that both --check and the release fail with these texts, and leave no release."""
         runs = [self.dist(project, built or libraries, self.folder / "out", check=False, env=env)]
         if built is None:
             runs.append(self.dist(project, "--check", check=False, env=env))
@@ -219,7 +219,7 @@ class Refused(DistTest):
     def test_changed_file(self):
         project = self.project()
         (project / "docs/actions.md").write_text("Changed.\n")
-        self.assert_refused(project, "is committed", " M docs/actions.md")
+        self.assert_refused(project, "are not committed", " M docs/actions.md")
 
     def test_staged_file(self):
         project = self.project()
@@ -235,11 +235,11 @@ class Refused(DistTest):
     def test_other_tag(self):
         project = self.project()
         self.git(project, "tag", "v1.2.4")
-        self.assert_refused(project, "tagged v1.2.4, and VERSION is 1.2.3")
+        self.assert_refused(project, "tagged v1.2.4, but VERSION is 1.2.3")
 
-    def test_changes_of_no_version(self):
+    def test_unreleased_changes(self):
         project = self.project(files={"CHANGELOG.md": "## [Unreleased]\n\n- More.\n\n## [1.2.3] - 2026-11-21\n"})
-        self.assert_refused(project, "CHANGELOG.md begins with [Unreleased], and VERSION is 1.2.3")
+        self.assert_refused(project, "CHANGELOG.md begins with [Unreleased], but VERSION is 1.2.3")
 
     def test_no_checkout(self):
         project = self.project()
@@ -264,7 +264,7 @@ class Refused(DistTest):
                 self.assert_refused(project, "to sign, set", env={f"HX_SIGN_{name}": str(file) for name in settings})
         self.assert_refused(project, "to sign, set", env={"HX_SIGN_TIMESTAMP": "http://127.0.0.1:1/"})
 
-    def test_certificate_that_is_not_there(self):
+    def test_missing_certificate(self):
         project = self.project()
         self.assert_refused(project, "HX_SIGN_PKCS12 is not the absolute path", env={"HX_SIGN_PKCS12": "tools/release/dist.py"})
         self.assert_refused(project, "HX_SIGN_PKCS12 is not the absolute path", env={"HX_SIGN_PKCS12": "/none.p12"})

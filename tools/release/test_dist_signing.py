@@ -1,4 +1,4 @@
-"""dist.py signs the libraries so that the signature verifies, and changes nothing else of them."""
+"""dist.py signs the libraries so that the signature verifies, and changes nothing else in them."""
 
 import http.server
 import re
@@ -22,7 +22,7 @@ MOMENT = 1763717001
 CHECKSUM_IN_OPTIONAL_HEADER = 64
 CERTIFICATES_IN_OPTIONAL_HEADER = 112 + 4 * 8
 
-# Of the services of the time-stamp authority that the test plays.
+# The configuration of the time-stamp authority that the test plays.
 TSA_CONFIGURATION = """
 [tsa]
 default_tsa = it
@@ -35,7 +35,7 @@ signer_digest = sha256
 
 
 def make_certificate(name, usage, *more):
-    """A certificate that signs itself, and its key: NAME.pem and NAME.key."""
+    """Makes a self-signed certificate and its key: NAME.pem and NAME.key."""
     run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-noenc", "-days", "3", "-subj", f"/CN={name}",
         "-addext", f"extendedKeyUsage={usage}", "-keyout", f"{name}.key", "-out", f"{name}.pem", *more, cwd=shop)
 
@@ -66,7 +66,7 @@ def verify(library, authority="maker.pem", *more):
 
 
 class Timestamps(http.server.BaseHTTPRequestHandler):
-    """A time-stamp authority."""
+    """Plays a time-stamp authority."""
 
     def do_POST(self):
         query = shop / "query.tsq"
@@ -91,7 +91,7 @@ class Signing(unittest.TestCase):
         self.folder = Path(folder.name)
 
     def sign(self, given, processor="arm64", moment=MOMENT):
-        """The library of `processor`, signed, as a file."""
+        """Signs the library of `processor`; returns the path of the signed file."""
         signed = self.folder / "hxsetup.dll"
         signed.write_bytes(dist.sign(unsigned[processor], dist.signing_options(given), "1.2.3", moment))
         return signed
@@ -115,7 +115,7 @@ class Signing(unittest.TestCase):
             self.assert_verifies(signed)
             self.assertEqual(signed.read_bytes(), of_container)
 
-    def test_certificates_above_go_along(self):
+    def test_chain_is_included(self):
         make_certificate("root", "codeSigning", "-addext", "keyUsage=critical,keyCertSign")
         make_certificate("office", "codeSigning", "-addext", "keyUsage=critical,keyCertSign",
                          "-addext", "basicConstraints=critical,CA:TRUE", "-CA", "root.pem", "-CAkey", "root.key")
@@ -143,7 +143,7 @@ class Signing(unittest.TestCase):
             header = struct.unpack_from("<I", before, 0x3C)[0] + 24
             place, size = struct.unpack_from("<II", after, header + CERTIFICATES_IN_OPTIONAL_HEADER)
             self.assertEqual(struct.unpack_from("<II", before, header + CERTIFICATES_IN_OPTIONAL_HEADER), (0, 0))
-            # The certificates stand behind the image, in a place of their own.
+            # The certificates are after the image, in a separate part of the file.
             self.assertEqual((place, place + size), ((len(before) + 7) // 8 * 8, len(after)))
             for image in (before, after):
                 struct.pack_into("<I", image, header + CHECKSUM_IN_OPTIONAL_HEADER, 0)
@@ -158,7 +158,7 @@ class Signing(unittest.TestCase):
         database = run("llvm-pdbutil-19", "dump", "--summary", libraries / "arm64/hxsetup.pdb").stdout
         self.assertEqual(known, re.search(r"GUID: \{([-0-9A-F]+)\}", database)[1])
 
-    def test_tampering_shows(self):
+    def test_tampering_is_found(self):
         signed = self.sign(with_container())
         good = signed.read_bytes()
         for place in (0x50, len(unsigned["arm64"].read_bytes()) // 2, len(unsigned["arm64"].read_bytes()) - 1):
@@ -182,13 +182,13 @@ class Signing(unittest.TestCase):
         arguments = (unsigned["x64"], *dist.signing_options(settings(CERTIFICATE="maker.pem", KEY="locked.key")))
         code = "import sys, dist; dist.sign(sys.argv[1], sys.argv[2:], '1.2.3', 1)"
         command = shlex.join([sys.executable, "-B", "-c", code, *map(str, arguments)])
-        # At a terminal, where it could ask, and would wait.
+        # At a terminal, where it could ask and would wait for the answer.
         result = run("timeout", "20", "script", "--quiet", "--return", "--command", command, "/dev/null",
                      env={"PYTHONPATH": str(TOOLS / "release")}, check=False)
         self.assertIn("could not be signed", result.stdout)
         self.assertNotEqual(result.returncode, 0)
 
-    def test_password_is_not_told(self):
+    def test_password_is_not_printed(self):
         with self.assertRaises(dist.Refusal) as caught:
             self.sign(settings(CERTIFICATE="stranger.pem", KEY="locked.key", PASSWORD_FILE="password"))
         self.assertNotIn(PASSWORD, str(caught.exception))

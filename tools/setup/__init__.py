@@ -1,1 +1,1 @@
-"""What the other commands need of the machine: Debian packages, the compiler of the tests, Wine's file trees."""
+"""Installs what the other commands need: Debian packages, the compiler of the tests, Wine's file trees."""

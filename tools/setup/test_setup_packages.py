@@ -1,5 +1,5 @@
-"""tools/setup/packages.txt names the Debian package of each command that hx and its scripts run, but for those that every
-Debian has: on a machine with nothing but these, the set-up installs all the rest."""
+"""tools/setup/packages.txt names the Debian package of each command that hx and its scripts run, except those that every
+Debian system has: on such a system the set-up installs all others."""
 
 import re
 import shutil
@@ -11,28 +11,27 @@ from support import TOOLS
 
 ROOT = TOOLS.parent
 
-# What comes before a command: the line's beginning, an operator, a keyword, another command that runs it.
+# What can precede a command: the beginning of the line, an operator, a keyword, or another command that runs it.
 BEFORE = (r"(?:^|[|;&({!]|\$\(|\b(?:if|then|else|elif|do|while|until|exec|env|xargs|unshare|setsid|sudo)\s|"
           r"command=\(|\"\$\{\w+\[@\]\}\"\s)\s*")
 COMMAND = re.compile(rf"{BEFORE}([a-z][a-z0-9_.+-]*)(?=[\s;)]|$)", re.MULTILINE)
 
-# A Debian without these does not start a shell script; base-files depends on an awk.
+# Every Debian system has these: a shell script needs them to start; base-files depends on an awk.
 ALWAYS = {"mawk", "gawk", "apt"}
 
-
-# Named in a message only.
+# Only named in a message.
 MENTIONED = {"systemctl"}
 
 
 def commands(text):
-    """The words of a shell script in the places of commands that are neither its functions nor the shell's own."""
+    """The commands of a shell script, without its own functions and the shell's built-in commands."""
     text = re.sub(r"<<-?\s*'?(\w+)'?[^\n]*\n.*?\n\1\n", "\n", text, flags=re.DOTALL)
     text = re.sub(r"\\\n\s*", " ", text)
     text = re.sub(r"(^|\s)#.*", "", text)
     text = re.sub(r"'[^']*'", "''", text)
     own = set(re.findall(r"^(\w+)\(\) ", text, re.MULTILINE))
     shell = subprocess.run(["bash", "-c", "compgen -bk"], capture_output=True, text=True, check=True).stdout.split()
-    # The words of a "case".
+    # The patterns of a "case".
     text = re.sub(r"^\s*[\w| -]+\)", "", text, flags=re.MULTILINE)
     return set(COMMAND.findall(text)) - own - set(shell) - MENTIONED
 
@@ -43,13 +42,13 @@ def query(form, *packages):
 
 
 def packages_of(names):
-    """The Debian packages of those of the commands that are programs of one: package -> commands."""
+    """The Debian packages of the commands that are programs of one: package -> commands."""
     paths = {}
     for name in names:
         if path := shutil.which(name, path="/usr/bin:/bin:/usr/sbin:/sbin"):
             if Path(path).is_symlink() and str(Path(path).readlink()).startswith("/etc/alternatives/"):
                 path = str(Path(path).resolve())
-            # dpkg knows a file by the path in its package, which may go through a link of the root folder.
+            # dpkg records a file by the path in its package, which may go through a link of the root folder.
             for each in (path, path.removeprefix("/usr")):
                 paths[each] = name
     result = subprocess.run(["dpkg-query", "-S", *paths], capture_output=True, text=True, check=False)
@@ -71,12 +70,12 @@ class PackagesTest(unittest.TestCase):
         found = packages_of({each for script in scripts for each in commands(script.read_text(encoding="utf-8"))})
         needed = query("${Depends}, ${Pre-Depends}, ", *listed)
         covered = essential | listed | set(re.findall(r"(?:^|, )([a-z0-9.+-]+)", " ".join(needed)))
-        # The search finds commands at a line's beginning, after a pipe, in a condition and after another command.
+        # Commands are found at the beginning of a line, after a pipe, in a condition and after another command.
         for package, command in (("coreutils", "sha256sum"), ("mount", "mount"), ("util-linux", "unshare"),
                                  ("git", "git"), ("mmdebstrap", "mmdebstrap"), ("bubblewrap", "bwrap")):
             self.assertIn(command, found.get(package, set()))
         missing = {package: words for package, words in found.items() if package not in covered}
-        # need_packages looks for npm as a command, because it often comes from elsewhere.
+        # need_packages looks for the command npm, because npm is often not installed from Debian.
         for package in ("nodejs", "npm"):
             missing.pop(package, None)
         self.assertEqual(missing, {})

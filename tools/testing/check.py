@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Runs all checks of files: tools/testing/check.py [FOLDER...]
 
-The rules of the source tree, the links of the pages, the texts of the sources against the pages, and the entry points, the
-fragments and the pages against each other. Nothing is compiled. FOLDERs hold libraries, whose files are checked too;
-without any, those are taken that are in build/ and not older than their sources. Prints what each check finds and, as its
-last line, "N passed, N failed"; the exit status is 0 if nothing failed.
+Checks the rules of the source tree, the links of the pages, the texts of the sources against the pages, and the entry
+points, the fragments and the pages against each other. Compiles nothing. Also checks the libraries in each FOLDER; without
+FOLDERs, the libraries in build/ that are not older than their sources. Prints what each check finds and, as the last line,
+"N passed, N failed"; the exit status is 0 if nothing failed.
 """
 
 import argparse
@@ -20,7 +20,7 @@ from typing import NamedTuple
 ROOT = Path(__file__).resolve().parents[2]
 LIBRARY = "hxsetup.dll"
 PROCESSORS = ("x64", "arm64")
-# What a library is made of.
+# The inputs of a library.
 SOURCES = ("src", "cmake", "CMakeLists.txt", "CMakePresets.json", "VERSION")
 
 
@@ -32,26 +32,26 @@ class Check(NamedTuple):
 class Outcome(NamedTuple):
     passed: int
     failed: int
-    # What is printed if something failed.
+    # The lines that are printed if something failed.
     output: str
     seconds: float
 
 
 def newest_source(root):
-    """When a source of the library was last changed, in seconds since 1970."""
+    """The time of the last change of the library's sources, in seconds since 1970."""
     files = [file for name in SOURCES for file in (root / name, *(root / name).rglob("*"))]
     return max((file.stat().st_mtime for file in files if file.is_file()), default=0)
 
 
 def built_folders(root):
-    """(the folders of build/ whose library can be checked, a line for each that cannot)."""
+    """(the folders of build/ whose libraries can be checked, a line for each that cannot)."""
     folders, notes, newest = [], [], newest_source(root)
     for processor in PROCESSORS:
         library = root / "build" / processor / LIBRARY
         if not library.is_file():
-            notes.append(f"build/{processor}/{LIBRARY} is not there, and not checked (./hx build makes it)")
+            notes.append(f"build/{processor}/{LIBRARY} does not exist and was not checked (./hx build makes it)")
         elif library.stat().st_mtime < newest:
-            notes.append(f"build/{processor}/{LIBRARY} is older than its sources, and not checked (./hx build makes it)")
+            notes.append(f"build/{processor}/{LIBRARY} is older than its sources and was not checked (./hx build makes it)")
         else:
             folders.append(library.parent)
     return folders, notes
@@ -68,21 +68,21 @@ def checks(root, folders):
 
 
 def outcome_of(check, root):
-    """Runs a check. One that does not count is one check itself."""
+    """Runs a script. A script that prints no counts is one check itself."""
     began = time.monotonic()
     result = subprocess.run(check.command, cwd=root, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                             stderr=subprocess.STDOUT, text=True, errors="replace", check=False)
     passed, failed = (0, 1) if result.returncode else (1, 0)
     if match := re.search(r"^(\d+) passed, (\d+) failed\n\Z", result.stdout, re.MULTILINE):
         passed, failed = int(match[1]), max(int(match[2]), failed)
-    # Of a check that counts, only what it found wrong.
+    # Of a script that prints counts, only its findings.
     wrong = [line for line in result.stdout.splitlines() if not match or line.startswith("FAILED")]
     return Outcome(passed, failed, "\n".join(wrong or result.stdout.splitlines()), time.monotonic() - began)
 
 
 def run(root, folders):
-    """Runs all checks, as many at once as this machine has processors; prints their results in the order in which they end.
-    Returns the numbers of those passed and failed."""
+    """Runs all checks, as many at once as this machine has processors. Prints their results as they end. Returns the numbers
+    of checks that passed and that failed."""
     passed = failed = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         running = {pool.submit(outcome_of, check, root): check for check in checks(root, folders)}

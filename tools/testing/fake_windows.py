@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Replaces tools/windows/serve.sh in tests: fake_windows.py PROCESSOR FOLDER DESCRIPTOR
 
-FOLDER/story.json says what each test program does, by the name of its folder of artifacts and run by run: its "status",
-what it prints ("lines"), what is printed when Windows ends ("late"), and its "results" (the text of results.xml, or null).
-"ends": true is a Windows that ends in it.
-FOLDER/calls.txt takes the commands.
+FOLDER/story.json says what each run of a test program does, by the name of the program's folder of artifacts: its "status",
+the "lines" that it prints, the lines that are printed when Windows ends ("late"), and its "results" (the text of
+results.xml, or null). With "ends": true Windows ends during the run.
+The commands are written to FOLDER/calls.txt.
 """
 
 import json

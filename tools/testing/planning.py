@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Plans a test run: what is built for it, and which programs run at the same time.
+"""Plans a test run: the targets that it needs, and which programs run at the same time.
 
     tools/testing/planning.py [--level LEVEL] [--filter FILTER] [--only PROCESSOR]
 
-Prints what ./hx must have before the run, one line for each:
+Prints what ./hx must make before the run, one line each:
 
     windows PROCESSOR             a Windows of this processor
     build PRESET TARGET...        these targets of a preset of CMakePresets.json
@@ -16,13 +16,13 @@ from typing import NamedTuple, Optional
 
 LEVELS = ("images", "unit", "actions", "install")
 PROCESSORS = ("x64", "arm64")
-# Runs under emulation.
+# The processor whose programs run under emulation.
 EMULATED = "arm64"
 
-# Seconds that one test program may take; the slowest needs a fraction of it.
+# The seconds that one test program may take; the slowest takes a fraction of this.
 TEST_TIME_LIMIT = 900
 
-# What each level needs of the presets PROCESSOR, PROCESSOR-checked and PROCESSOR-tests.
+# The targets of the presets PROCESSOR, PROCESSOR-checked and PROCESSOR-tests that each level needs.
 LIBRARY, CHECKED, TESTS = "", "-checked", "-tests"
 TARGETS = {
     "images": {LIBRARY: ("hxsetup",)},
@@ -32,12 +32,12 @@ TARGETS = {
 }
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
 
-# The install tests in two parts, each for a Windows of its own.
+# The install tests in two parts, which run in two Windows.
 PART_FILTERS = {"servers": "Server*:Security*:Conversion*:Guide*", "others": "-Server*:Security*:Conversion*:Guide*"}
 
 
 class Request(NamedTuple):
-    """What the command line asks for; None if it does not say."""
+    """The options of the command line; None for those that are not given."""
     level: Optional[str] = None
     filter: Optional[str] = None
     processor: Optional[str] = None
@@ -60,7 +60,7 @@ class Program(NamedTuple):
     """One run of a test program."""
     level: str
     processor: str
-    # Which libraries it tests.
+    # The preset of the libraries that it tests.
     preset: str
     # Its GoogleTest filter, or None for all its tests.
     filter: Optional[str] = None
@@ -90,7 +90,7 @@ class Lane(NamedTuple):
 
 
 def builds(request):
-    """(preset, its targets) in the order in which they are built."""
+    """The presets in the order in which they are built: (preset, its targets)."""
     found = []
     for processor in request.processors:
         for kind in (LIBRARY, TESTS, CHECKED):
@@ -103,14 +103,15 @@ def builds(request):
 def programs(request, processor, levels, part=""):
     for level in levels:
         for kind in (LIBRARY, CHECKED):
-            # The level's tests run with each build of the library that it has.
+            # The level's tests run with each build of the library that TARGETS names for it.
             if kind in TARGETS[level]:
                 yield Program(level, processor, processor + kind, PART_FILTERS.get(part, request.filter), part)
 
 
 def lanes(request):
-    """The lanes of a run: one for each processor, and three for the emulated one, because each emulated Windows has only one
-    processor of this machine. Lanes of even and of odd numbers share a processor; the install tests mostly wait."""
+    """The lanes of a run: one for each processor. A run of everything has three for the emulated one, because each emulated
+    Windows uses only one processor of this machine. On a machine with two processors, lanes of even numbers share one and
+    lanes of odd numbers the other: so the two lanes of install tests share one, because these mostly wait."""
     groups = []
     for processor in request.processors if request.running else ():
         if processor == EMULATED and not request.filter and not request.level:

@@ -1,4 +1,4 @@
-"""How far a test run is: what the programs say of it, and the lines that the user sees."""
+"""Follows the progress of a test run: reads it from the output of the programs and shows it to the user."""
 
 import re
 import shutil
@@ -9,26 +9,26 @@ import time
 RUNNING = re.compile(r"\[==========\] Running (\d+) tests?")
 STARTS = re.compile(r"\[ RUN      \] ([\w./]+)")
 ENDS = re.compile(r"\[ *(OK|FAILED|SKIPPED) *\] ([\w./]+).*\(\d+ ms\)")
-# What GoogleTest prints of tests that pass, and around all tests.
+# What GoogleTest prints for tests that pass, and before and after all tests.
 CHATTER = re.compile(r"\[ RUN      \]|\[       OK \]|\[----------\]|\[==========\] Running |Note: |$")
 
-# Seconds between two looks at a run: at a terminal, and if the output goes elsewhere.
+# Seconds between two updates: at a terminal, and if the output goes elsewhere.
 TERMINAL_PACE, PLAIN_PACE = 0.5, 60
 
 
 class TestStream:
-    """What a GoogleTest program has said so far of its tests."""
+    """The progress of a GoogleTest program, read from its output."""
 
     def __init__(self):
-        # How many tests there are; None before the program says it.
+        # The number of tests; None before the program prints it.
         self.total = None
         self.done = 0
-        # The test that is running, or None; and the one before it.
+        # The test that is running, or None; and the last one that ended.
         self.running = self.last = None
         self.failed = []
 
     def feed(self, line):
-        """Takes a line of the output. Returns true if a run of all tests should show it."""
+        """Reads a line of the output. Returns true if a run of all tests should show it."""
         if match := RUNNING.match(line):
             self.total = int(match[1])
         elif match := STARTS.search(line):
@@ -49,15 +49,15 @@ def duration(seconds):
 
 
 class Screen:
-    """Prints lines from several threads. Under them, at a terminal, there is one line that says how far the run is;
-    elsewhere such a line comes once a minute. `jobs` is how many there are in all."""
+    """Prints lines from several threads. At a terminal, one line below them shows the progress of the run; elsewhere such a
+    line is printed once a minute. `jobs` is the number of all jobs."""
 
     def __init__(self, jobs, output=None, clock=time.monotonic):
         self.output = output or sys.stdout
         self.terminal = self.output.isatty()
         self.jobs, self.finished = jobs, 0
         self.clock, self.began = clock, clock()
-        # What runs, by the name of its lane, and how far it is: anything that str() can turn into words.
+        # The job that each lane runs: its title, and its progress, which str() turns into text.
         self.running = {}
         self.drawn = False
         self.lock = threading.RLock()
@@ -79,7 +79,7 @@ class Screen:
             self.finished += 1
 
     def leave(self, lane):
-        """The lane no longer runs anything, finished or not."""
+        """Removes the lane's job, whether it finished or not."""
         with self.lock:
             self.running.pop(lane, None)
 
@@ -89,7 +89,7 @@ class Screen:
             self.drawn = False
 
     def draw(self):
-        """Shows the state: at a terminal in the place of the last one."""
+        """Shows the state; at a terminal it replaces the last one."""
         with self.lock:
             state = self.state()
             if self.terminal:
@@ -110,7 +110,7 @@ class Screen:
                 self.draw()
 
     def say(self, text):
-        """Prints a line of hx itself, which goes to the error output."""
+        """Prints a line of hx itself to the error output."""
         with self.lock:
             self.erase()
             self.output.flush()

@@ -1,9 +1,9 @@
-"""Which tests run a second time, and why. On x64 none does.
+"""Decides which tests run a second time. On x64 none does.
 
-On ARM64 the programs run under emulation, and the emulator has faults of its own, which say nothing about the library:
-- the emulator itself ends by a segmentation fault: its program starts again, at most twice;
-- it crashed in another process of that Windows: the tests that failed there run again, once, in a fresh Windows;
-- it loses the process of a service without a word: every install test that failed runs again, once, likewise.
+On ARM64 the programs run under emulation, and the emulator has faults that are not faults of the library:
+- The emulator itself ends with a segmentation fault: its program starts again, at most twice.
+- It crashes in another process of that Windows: the tests that failed there run again, once, in a fresh Windows.
+- It loses the process of a service without a message: every install test that failed runs again, once, in a fresh Windows.
 """
 
 from testing.planning import EMULATED
@@ -12,33 +12,33 @@ from testing.planning import EMULATED
 EMULATOR_CRASHED = 139
 ATTEMPTS = 3
 
-# What the emulator says when it crashes in a process.
+# What the emulator prints when it crashes in a process.
 CRASH_TEXT = "qemu: uncaught target signal"
 
-# Stands for a test if a program broke off before its first one.
+# Replaces the name of a test if a program broke off before its first test.
 BEFORE_THE_FIRST = "(the program's start)"
 
 
 def starts_again(program, status, attempt):
-    """Whether a program that ended with `status` in its attempt number `attempt`, from 1, starts again at once."""
+    """True if a program that ended with `status` in its attempt number `attempt`, from 1, starts again at once."""
     return program.processor == EMULATED and status == EMULATOR_CRASHED and attempt < ATTEMPTS
 
 
 def broken_off(stream):
-    """The tests of a program that broke off which count as run again when it has run once more: those that had failed by
-    then, and the one in which it ended. The rest ran once only, or passed before."""
+    """The tests that count as run again after a program that broke off ran once more: those that had failed by then, and
+    the one in which it ended. The others ran only once, or passed before."""
     if stream.total is not None and stream.done >= stream.total:
         return stream.failed
-    # Between two tests it is the one before.
+    # Between two tests it is the last one that ended.
     last = stream.running or stream.last or BEFORE_THE_FIRST
     return list(dict.fromkeys([*stream.failed, last]))
 
 
 def second_run(program, failed, stream, emulator_crashed):
-    """(the filter of a program's second run, the tests that count as run again), or None if there is none.
+    """The second run of a program: (its filter, the tests that count as run again); None if it does not run again.
 
-    `failed` are the names of its failed tests, None if it broke off before it wrote its results: it then runs whole.
-    `stream` is what it said; `emulator_crashed` is true if CRASH_TEXT came in its lane."""
+    `failed` are the names of its failed tests; None if it broke off before it wrote its results: then all its tests run
+    again. `stream` is the progress that it printed. `emulator_crashed` is true if CRASH_TEXT was printed in its lane."""
     if program.processor != EMULATED or not (program.level == "install" or emulator_crashed):
         return None
     if failed is None:

@@ -1,25 +1,25 @@
-"""The results of a GoogleTest program: reading them, and putting those of a second run in their place."""
+"""Reads the results of a GoogleTest program, and replaces some by those of a second run."""
 
 import xml.etree.ElementTree
 from typing import NamedTuple
 
-# In a program's folder of artifacts: its results, its exit status, and the tests that had to run again, one a line.
+# Files in a program's folder of artifacts: its results, its exit status, and the tests that had to run again, one per line.
 RESULTS, STATUS, REPEATED = "results.xml", "status", "again.txt"
 
 
 class Misfit(Exception):
-    """Why two results do not go together."""
+    """Two results that cannot be merged; the text says why."""
 
 
 class Case(NamedTuple):
     name: str
-    # What each failure says.
+    # The text of each failure.
     failures: tuple
     skipped: bool
 
 
 def tree_of(path):
-    """The results in a file as an element tree; None if the program did not get to their end."""
+    """The results in a file as an element tree; None if the program did not write them completely."""
     try:
         return xml.etree.ElementTree.parse(path)
     except (OSError, xml.etree.ElementTree.ParseError):
@@ -31,7 +31,7 @@ def key(case):
 
 
 def cases_of(path):
-    """The tests that ran, or None if the program did not get to the end of its results."""
+    """The tests that ran; None if the program did not write its results completely."""
     tree = tree_of(path)
     if tree is None:
         return None
@@ -41,17 +41,17 @@ def cases_of(path):
 
 
 def failed(path):
-    """The names of the tests that failed; None if the program did not get to the end of its results."""
+    """The names of the tests that failed; None if the program did not write its results completely."""
     cases = cases_of(path)
     return None if cases is None else [case.name for case in cases if case.failures]
 
 
 def merge(path, repeated):
-    """Puts the results of the tests that ran in the file `repeated` in the place of the older ones in the file `path`.
-    Raises Misfit if `repeated` has no results, or a test that `path` does not have."""
+    """Replaces results in the file `path` by those of the tests that ran in the file `repeated`. Raises Misfit if
+    `repeated` has no results, or has a test that `path` does not have."""
     newer = tree_of(repeated)
     if newer is None:
-        raise Misfit(f"{repeated}: no results")
+        raise Misfit(f"{repeated}: has no results")
     tree = tree_of(path)
     if tree is None:
         newer.write(path, encoding="utf-8", xml_declaration=True)
@@ -62,17 +62,17 @@ def merge(path, repeated):
             if case.tag == "testcase" and key(case) in cases:
                 suite[place] = cases.pop(key(case))
     if cases:
-        raise Misfit(f"{repeated}: tests that {path} does not have: {sorted(cases)}")
+        raise Misfit(f"{repeated}: has tests that {path} does not have: {sorted(cases)}")
     tree.write(path, encoding="utf-8", xml_declaration=True)
 
 
 def note_repeated(folder, names):
-    """Notes in a program's folder that these tests had to run again."""
+    """Records in a program's folder that these tests had to run again."""
     with (folder / REPEATED).open("a", encoding="utf-8") as file:
         file.writelines(f"{name}\n" for name in names)
 
 
 def repeated_in(folder):
-    """The tests of a program's folder that had to run again, each once."""
+    """The tests that had to run again by a program's folder, each once."""
     path = folder / REPEATED
     return list(dict.fromkeys(path.read_text(encoding="utf-8").splitlines())) if path.is_file() else []

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Runs the tests: tools/testing/run.py FOLDER [--level LEVEL] [--filter FILTER] [--only PROCESSOR]
 
-FOLDER is the run's own: it holds the libraries and the test programs in one folder for each preset, and packages/, as
-planning.py says. ./hx test makes it and calls this. What the programs leave is copied to build/artifacts. The last line
-reads "N passed, N failed"; the exit status is 0 if something ran and nothing failed.
+FOLDER is the folder of this run. It has one folder for each preset, with the libraries and the test programs, and packages/,
+as planning.py says. ./hx test makes it and calls this script. The artifacts of the programs are copied to build/artifacts.
+The last line reads "N passed, N failed"; the exit status is 0 if something ran and nothing failed.
 """
 
 import argparse
@@ -24,12 +24,12 @@ from testing.results import RESULTS, STATUS, Misfit, failed, merge, note_repeate
 from windows.windows_session import Ended, Windows
 
 ROOT = Path(__file__).resolve().parents[2]
-# All that a program printed, in its folder of artifacts.
+# The file with everything that a program printed, in its folder of artifacts.
 OUTPUT = "program.txt"
 
 
 def windows_path(*parts):
-    """The path in Windows of something in the run's folder."""
+    """The Windows path of an entry of the run's folder."""
     return "\\".join(["Z:", "run", *"/".join(parts).split("/")])
 
 
@@ -43,9 +43,9 @@ class Run:
         self.artifacts.mkdir(exist_ok=True)
         self.checks = self.check_jobs()
         self.screen = Screen(sum(len(lane.programs) for lane in self.lanes) + len(self.checks))
-        # What could not be run to its end.
+        # The jobs and lanes that could not be run to the end.
         self.broken = []
-        # What each program said, by its name; and the lanes in which the emulator crashed.
+        # The progress of each program by its name; and the lanes in which the emulator crashed.
         self.streams, self.crashed = {}, set()
 
     # ---- programs in a Windows
@@ -59,8 +59,8 @@ class Run:
         self.screen.line(f"{lane.processor}: {line}")
 
     def run_program(self, windows, lane, program, again=False):
-        """Runs a test program, and once more for each time that the emulator crashes. Its results and its status are then
-        in its folder of artifacts; those of a second run (`again`) in a folder of their own. Returns the folder."""
+        """Runs a test program, and again as long as repeating.py says so. Writes its results and its status to its folder
+        of artifacts; those of a second run (`again`) to a separate folder. Returns the folder."""
         folder = self.artifacts / (program.name + "-again" * again)
         folder.mkdir(exist_ok=True)
         options = [f"--gtest_filter={program.filter}"] if program.filter else []
@@ -74,7 +74,7 @@ class Run:
                 def take(line):
                     log.write(line + "\n")
                     self.notice_crash(lane, line)
-                    # A run of all tests shows what is worth it, a chosen one everything.
+                    # A run without a filter shows only failures and other unexpected lines, one with a filter every line.
                     if stream.feed(line) or not whole:
                         self.show(lane, line)
 
@@ -87,7 +87,7 @@ class Run:
             if not repeating.starts_again(program, status, attempt):
                 break
             note_repeated(self.artifacts / program.name, repeating.broken_off(stream))
-            self.show(lane, f"hx: {program.title}: the emulator crashed (status {status}); starting them again")
+            self.show(lane, f"hx: {program.title}: the emulator crashed (status {status}); running them again")
         (folder / STATUS).write_text(f"{status}\n", encoding="utf-8")
         return folder
 
@@ -102,26 +102,27 @@ class Run:
                        lambda line: self.show(lane, line))
 
     def repeat(self, lane):
-        """Runs again what repeating.py says of a lane's programs, each in a Windows of its own. That run counts."""
+        """Runs the tests of a lane again that repeating.py names, those of each program in a new Windows. The results of
+        this run count."""
         for program in lane.programs:
             folder = self.artifacts / program.name
             if not (folder / STATUS).is_file():
-                continue  # The lane ended before it; that is a failure already.
+                continue  # The lane ended before this program, which already counts as a failure.
             second = repeating.second_run(program, failed(folder / RESULTS), self.streams[program.name],
                                           lane.number in self.crashed)
             if second is None:
                 continue
             names, counted = second
-            self.show(lane, f"hx: {program.title}: these failed, maybe with the emulator; again: {names}")
+            self.show(lane, f"hx: {program.title}: failed, perhaps because of the emulator; running again: {names}")
             note_repeated(folder, counted)
             with self.open_windows(lane) as windows:
                 again = self.run_program(windows, lane, program._replace(filter=names), again=True)
             merge(folder / RESULTS, again / RESULTS)
-            # The second run's results are in the first one's now.
+            # The results are merged, so the status of the second run is now that of the program.
             (again / STATUS).replace(folder / STATUS)
 
     def guarded(self, work, lane, *arguments):
-        """Calls work(lane, *arguments). If that breaks off it is a failure of its own."""
+        """Calls work(lane, *arguments). If it raises an exception, that counts as one more failure."""
         try:
             work(lane, *arguments)
         except Exception as error:
@@ -135,7 +136,7 @@ class Run:
     # ---- checks of files
 
     def check_jobs(self):
-        """(name, command) of the checks that need no Windows."""
+        """The checks that need no Windows: (name, command)."""
         if "images" not in self.request.levels:
             return []
         folders = [self.folder / processor for processor in self.request.processors]
@@ -143,7 +144,7 @@ class Run:
                 ("tools", [sys.executable, "-m", "unittest", "discover", ROOT / "tools"])]
 
     def run_script(self, name, command):
-        """Runs a script that prints its results, which are shown if something failed."""
+        """Runs a script that prints its results; shows them if something failed."""
         folder = self.artifacts / name
         folder.mkdir(exist_ok=True)
         began = time.monotonic()
@@ -160,8 +161,8 @@ class Run:
         self.screen.say(f"{name}: {'failed' if status else 'done'} in {duration(time.monotonic() - began)}")
 
     def check_runs(self):
-        """What the installer's engine ran in the install tests against what the guide says of it. The logs of a second
-        run are in the place of the first ones'. With a filter only some tests have left logs."""
+        """Compares what Windows Installer ran in the install tests with what the guide says. The logs of a second run
+        replace those of the first. With a filter only some tests have left logs."""
         for processor in self.request.processors:
             names = [program.name for lane in self.lanes for program in lane.programs
                      if program.processor == processor and program.level == "install"]
@@ -173,7 +174,7 @@ class Run:
     # ---- the whole
 
     def keep_artifacts(self):
-        """What the run left for its reader goes to build/artifacts, folder by folder."""
+        """Copies the artifacts to build/artifacts, folder by folder."""
         kept = ROOT / "build/artifacts"
         kept.mkdir(parents=True, exist_ok=True)
         for folder in sorted(path for path in self.artifacts.iterdir() if path.is_dir()):
@@ -183,7 +184,7 @@ class Run:
     def run(self):
         """Runs everything; returns the exit status."""
         stop = self.screen.follow()
-        # A Windows belongs to the thread that opens it: one for each lane.
+        # A Windows ends with the thread that opened it, so each lane has one thread.
         work = [(self.run_script, *job) for job in self.checks] + [(self.run_lane, lane) for lane in self.lanes]
         threads = [threading.Thread(target=self.guarded, args=each, daemon=True) for each in work]
         for thread in threads:
@@ -200,7 +201,7 @@ class Run:
 
 
 def end_group(*_):
-    """Comes if the process that waits for this one was killed: the whole group ends."""
+    """Handles the signal that comes if the process that waits for this one was killed: ends the whole group."""
     signal.signal(signal.SIGTERM, signal.SIG_IGN)
     os.killpg(0, signal.SIGTERM)
     os._exit(128 + signal.SIGTERM)

@@ -1,8 +1,8 @@
 """Adds up the results of a test run.
 
-The run's artifacts hold one folder for each program that ran, with its exit status in the file "status" and its results:
-GoogleTest's results.xml, or an output.txt that ends as Python's unittest does or whose last line reads "N passed, N
-failed". A test program's folder is named LEVEL-PRESET or LEVEL-PRESET-PART, a script's as the script.
+The artifacts have one folder for each program that ran, with its exit status in the file "status" and its results. These
+are GoogleTest's results.xml, or an output.txt that ends like that of Python's unittest or with a line "N passed, N failed".
+The folder of a test program is named LEVEL-PRESET or LEVEL-PRESET-PART; the folder of a script is named after the script.
 """
 
 import re
@@ -12,11 +12,11 @@ from typing import NamedTuple
 from testing.planning import PROGRAMS
 from testing.results import RESULTS, STATUS, cases_of, repeated_in
 
-# How many tests may pass only when they run again, before that is a failure: the emulator loses one now and then.
+# The run fails if more tests than these pass only when they run again. The emulator sometimes spoils a few.
 MOST_REPEATED = 5
 
 FOLDER = re.compile(rf"({'|'.join(PROGRAMS)})-((?:x64|arm64)(?:-checked)?)(?:-\w+)?")
-# What the scripts' folders hold, by the beginning of their names.
+# What the scripts count, by the beginning of the names of their folders.
 SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools",
            "runs": "checks of the installer's runs"}
 
@@ -27,7 +27,7 @@ class Outcome(NamedTuple):
 
 
 def output_outcome(path):
-    """What a script's output ends with; None if it did not get that far."""
+    """The counts at the end of a script's output; None if it broke off before."""
     text = path.read_text(errors="replace") if path.is_file() else ""
     if match := re.search(r"^(\d+) passed, (\d+) failed\s*\Z", text, re.MULTILINE):
         return Outcome(int(match[1]), int(match[2]))
@@ -42,9 +42,9 @@ class Sum:
 
     def __init__(self, artifacts, broken):
         self.passed, self.failed = 0, broken
-        # Of each level: the names of its tests, how many times any of them ran, and with which libraries.
+        # For each level: the names of its tests, the number of all runs of them, and the libraries that they ran with.
         self.tests, self.runs, self.presets = {}, {}, {}
-        # How many checks ran in the scripts, by what they are.
+        # The number of checks that the scripts ran, by kind.
         self.scripts = {}
         # "PROGRAM: TEST" of the tests that passed only when they ran again.
         self.repeated = []
@@ -73,7 +73,7 @@ class Sum:
 
     def add_cases(self, folder, cases):
         for case in cases:
-            # Once more: the output may be far above.
+            # Repeated here, because the program's own output may be far above.
             for failure in case.failures:
                 print(f"{folder.name}: {case.name}: {failure}", file=sys.stderr)
         level, preset = FOLDER.fullmatch(folder.name).groups()
@@ -85,7 +85,7 @@ class Sum:
         return Outcome(len(cases) - len(failed), len(failed))
 
     def lines(self):
-        """What ran and how it ended; the last line is the sum."""
+        """The lines that say what ran and how it ended; the last one is the sum."""
         for level in sorted(self.tests, key=[*PROGRAMS].index):
             yield (f"{level}: {counted(len(self.tests[level]), 'test')}, run {counted(self.runs[level], 'time')} "
                    f"({', '.join(self.presets[level])})")
@@ -95,7 +95,7 @@ class Sum:
             yield f"passed only when they were run again: {len(self.repeated)}"
             yield from (f"  {name}" for name in self.repeated)
         if len(self.repeated) > MOST_REPEATED:
-            yield f"more than {MOST_REPEATED} of them are a failure of its own: is something wrong that is not the emulator?"
+            yield f"more than {MOST_REPEATED} of them count as one more failure: the cause may not be the emulator"
         if self.passed + self.failed == 0:
             yield 'no test ran: a filter is a GoogleTest filter of whole names, such as "Path*"'
         yield f"{self.passed} passed, {self.failed} failed"
@@ -106,9 +106,9 @@ def counted(number, noun):
 
 
 def report(artifacts, broken):
-    """Prints what ran, with the sum as the last line, and before it, on the error output, what failed. `broken` is how many
-    programs could not be run to their end. A program that ended badly counts as a failure of its own. Returns the exit
-    status: 0 if something ran and nothing failed."""
+    """Prints what failed to the error output, and then what ran, with the sum as the last line. `broken` is the number of
+    jobs that could not be run to the end; each counts as one failure, and so does a program that ended with an error.
+    Returns the exit status: 0 if something ran and nothing failed."""
     result = Sum(artifacts, broken)
     print("\n".join(result.lines()), flush=True)
     return 0 if result.passed > 0 and result.failed == 0 else 1

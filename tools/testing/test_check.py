@@ -1,4 +1,4 @@
-"""./hx check: all checks of files, and those of the libraries if they are built from the sources that are there."""
+"""check.py (./hx check): all checks of files, and those of the libraries if they are not older than their sources."""
 
 import contextlib
 import io
@@ -15,7 +15,7 @@ SCRIPTS = ("texts/check-texts.py", "kit/action-table.py", "texts/check-pages.py"
 
 
 class CheckTest(unittest.TestCase):
-    """Runs the checks of a project that is made up; each is a script that prints its arguments."""
+    """Runs the checks of a made-up project; each is a script that prints its arguments."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="hx-check-")
@@ -55,7 +55,7 @@ class CheckTest(unittest.TestCase):
         sums, lines = self.run_checks([self.library("x64", 0), self.library("arm64", 0)])
         self.assertEqual((sums, lines[1]), ((6, 0), "ok images"))
 
-    def test_what_is_found_is_shown(self):
+    def test_findings_are_shown(self):
         self.script("lint/lint-words.py", "print('a.h:1: wrong')\nraise SystemExit(1)")
         self.script("texts/check-texts.py",
                     "print('ok names')\nprint('FAILED codes: gone')\nprint('1 passed, 1 failed')\nraise SystemExit(1)")
@@ -75,11 +75,11 @@ class CheckTest(unittest.TestCase):
         folders = [self.library("x64", 0), self.library("arm64", -5)]
         self.assertEqual(CHECK.built_folders(self.root), (folders, []))
 
-    def test_libraries_that_are_not(self):
+    def test_libraries_that_are_older_or_missing(self):
         self.library("x64", 1)
         self.assertEqual(CHECK.built_folders(self.root), ([], [
-            "build/x64/hxsetup.dll is older than its sources, and not checked (./hx build makes it)",
-            "build/arm64/hxsetup.dll is not there, and not checked (./hx build makes it)"]))
+            "build/x64/hxsetup.dll is older than its sources and was not checked (./hx build makes it)",
+            "build/arm64/hxsetup.dll does not exist and was not checked (./hx build makes it)"]))
 
     def test_a_change_of_the_version_makes_them_old(self):
         self.library("x64", 1)
@@ -92,7 +92,7 @@ class CheckTest(unittest.TestCase):
 
 class ProjectTest(unittest.TestCase):
     def test_no_check_is_forgotten(self):
-        """Each script that checks this project is one of them; check-runs.py needs the logs of the install tests."""
+        """Each script that checks this project is run, except check-runs.py, which needs the logs of the install tests."""
         scripts = {path.relative_to(TOOLS) for path in [*TOOLS.glob("*/check-*.py"), *TOOLS.glob("*/lint-*.py")]}
         run = {check.command[0].relative_to(TOOLS) for check in CHECK.checks(TOOLS.parent, [Path("build/x64")])}
         self.assertEqual(scripts - run, {Path("kit/check-runs.py")})

@@ -1,4 +1,4 @@
-"""The command line of ./hx: help of each command, and words that a command does not take, without any work done."""
+"""The command line of ./hx: the help of each command, and the refusal of words that a command does not take."""
 
 import os
 import re
@@ -15,7 +15,7 @@ COMMANDS = ["setup", "build", "test", "check", "run", "bench", "dist", "lint", "
 
 
 class CommandLineTest(unittest.TestCase):
-    """Runs a copy of hx in a folder that has nothing to build, where any work would fail or leave a file."""
+    """Runs a copy of hx in a folder that has nothing to build: any work there would fail or leave a file."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="hx-front-")
@@ -27,12 +27,12 @@ class CommandLineTest(unittest.TestCase):
         (self.project / "build/kept").write_text("kept\n", encoding="utf-8")
         shutil.copy(ROOT / "hx", self.project)
         shutil.copy(TOOLS / "setup/setup.sh", self.project / "tools/setup")
-        # A package that no machine has: a command that begins its set-up stops at it.
+        # A package that does not exist, so that a command that begins its set-up fails.
         (self.project / "tools/setup/packages.txt").write_text("hx-no-such-package 1\n", encoding="utf-8")
         self.before = self.state()
 
     def state(self):
-        """Every file and folder with its size and time of change."""
+        """Every file and folder with its size and time of the last change."""
         return {str(path.relative_to(self.home)): (path.stat().st_size, path.stat().st_mtime_ns)
                 for path in sorted(self.home.rglob("*"))}
 
@@ -120,14 +120,14 @@ class CommandLineTest(unittest.TestCase):
 
 
 class RightCommandsTest(unittest.TestCase):
-    """What a command takes gets past the check of the command line, as far as the set-up."""
+    """Correct command lines pass the check and reach the set-up."""
 
     def test_they_begin(self):
         with tempfile.TemporaryDirectory(prefix="hx-front-") as folder:
             project = Path(folder) / "project"
             (project / "tools/setup").mkdir(parents=True)
             shutil.copy(ROOT / "hx", project)
-            # Stands for the set-up, and stops where that begins.
+            # Replaces the set-up; exits where it would begin.
             (project / "tools/setup/setup.sh").write_text(
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],

@@ -1,4 +1,4 @@
-"""What is built for each level, and which programs run at the same time."""
+"""planning.py: the targets that each level needs, and which programs run at the same time."""
 
 import subprocess
 import sys
@@ -11,7 +11,7 @@ UNIT_BUILD = ("hxinternals", "rigsubject")
 INSTALL_BUILD = ("hxsetup", "hxinternals", "agent", "ostrack", "witness")
 ALL_BUILD = ("hxsetup", "hxinternals", "rigsubject", "agent", "ostrack", "witness")
 
-# What one processor needs for a level; None is all levels.
+# The builds of one processor for each level; None is all levels.
 BUILDS = {
     "images": {"": ("hxsetup",)},
     "unit": {"": UNIT_BUILD, "-tests": ("unit_tests",), "-checked": UNIT_BUILD},
@@ -22,7 +22,7 @@ BUILDS = {
 
 
 def shown(request):
-    """The lanes of a run: each a processor and its programs' names."""
+    """The lanes of a run: each a processor and the names of its programs."""
     return [(lane.number, lane.processor, [program.name for program in lane.programs]) for lane in lanes(request)]
 
 

@@ -1,4 +1,4 @@
-"""How far a run is: read from the output of GoogleTest, and shown in one line."""
+"""progress.py: the progress of a run is read from the output of GoogleTest and shown in one line."""
 
 import io
 import time
@@ -47,7 +47,7 @@ class StreamTest(unittest.TestCase):
         stream = TestStream()
         self.assertEqual([line for line in OUTPUT.splitlines() if stream.feed(line)], WORTH_SHOWING.splitlines())
 
-    def test_how_far_it_is(self):
+    def test_progress(self):
         stream, seen = TestStream(), []
         for line in OUTPUT.splitlines():
             stream.feed(line)
@@ -57,7 +57,7 @@ class StreamTest(unittest.TestCase):
             ("2/3", "T.Left"), ("3/3", None)])
         self.assertEqual((stream.failed, stream.last), (["S.Bad/1"], "T.Left"))
 
-    def test_what_another_process_says_in_the_same_line(self):
+    def test_output_of_another_process_in_the_same_line(self):
         stream = TestStream()
         for line in ("[ RUN      ] S.A", "[       OK ] S.A (0 ms)qemu: uncaught target signal 11"):
             stream.feed(line)

@@ -1,4 +1,4 @@
-"""Which tests run a second time: none on x64, and on ARM64 those that the emulator may have spoilt."""
+"""repeating.py: no test runs a second time on x64; on ARM64 those do that the emulator may have spoilt."""
 
 import unittest
 
@@ -68,12 +68,12 @@ class SecondRunTest(unittest.TestCase):
     def test_failed_install_tests_in_any_case(self):
         self.assertEqual(second_run(INSTALL, ["S.A"], WHOLE, False), ("S.A", ["S.A"]))
 
-    def test_a_program_without_results_runs_whole(self):
+    def test_a_program_without_results_runs_all_its_tests(self):
         ended = stream(*BrokenOffTest.BEGINNING, "[ RUN      ] S.B")
         self.assertEqual(second_run(UNIT, None, ended, True), ("*", ["S.A", "S.B"]))
         self.assertIsNone(second_run(UNIT, None, ended, False))
 
-    def test_and_only_what_it_was_to_run(self):
+    def test_a_program_without_results_keeps_its_filter(self):
         self.assertEqual(second_run(INSTALL, None, stream(), False), ("-Server*", [BEFORE_THE_FIRST]))
 
 

@@ -1,4 +1,4 @@
-"""A run's results are added up, its failures are shown again, and what is repeated takes the first results' place."""
+"""summary.py and results.py: results are added up, failures are shown again, and repeated results replace the first ones."""
 
 import contextlib
 import io
@@ -11,7 +11,7 @@ from testing.summary import report
 
 
 def suite(**cases):
-    """The text of a results.xml: a test's name and its failure's text, None if it passed, or "not run"."""
+    """The text of a results.xml. Each case is a test's name with the text of its failure, None if it passed, or "not run"."""
     lines = []
     for name, failure in cases.items():
         if failure == "not run":
@@ -41,20 +41,20 @@ class RunFolderTest(unittest.TestCase):
         return self.root / folder / "results.xml"
 
     def say(self, folder, text, status):
-        """A script's folder."""
+        """Makes the folder of a script."""
         (self.root / folder).mkdir()
         (self.root / folder / "output.txt").write_text(text)
         (self.root / folder / "status").write_text(f"{status}\n")
 
     def summary(self, broken=0):
-        """(what is printed, what is printed as an error, the exit status)."""
+        """Adds up the results: (the output, the error output, the exit status)."""
         output, errors = io.StringIO(), io.StringIO()
         with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
             status = report(self.root, broken)
         return output.getvalue(), errors.getvalue(), status
 
     def closing(self, broken=0):
-        """The same, of what is printed the last line."""
+        """The same, with only the last line of the output."""
         output, errors, status = self.summary(broken)
         return output.splitlines(keepends=True)[-1], errors, status
 
@@ -70,7 +70,7 @@ class ResultsTest(RunFolderTest):
         self.write("unit-x64", suite(One=None, Two="file.cpp:7&#x0A;wrong"), 1)
         self.assertEqual(self.closing(), ("1 passed, 1 failed\n", "unit-x64: S.Two: file.cpp:7\nwrong\n", 1))
 
-    def test_a_program_that_ended_badly_is_a_failure(self):
+    def test_a_program_that_ended_with_an_error_is_a_failure(self):
         self.write("unit-x64", suite(One=None), 3)
         self.write("unit-arm64", None, 0)
         said = ("unit-arm64: ended with status 0 before its last test\n"
@@ -81,7 +81,7 @@ class ResultsTest(RunFolderTest):
         self.write("unit-x64", suite(One=None), 0)
         self.assertEqual(self.closing(1), ("1 passed, 1 failed\n", "", 1))
 
-    def test_nothing_is_no_success(self):
+    def test_an_empty_run_is_not_a_success(self):
         self.assertEqual(self.closing(), ("0 passed, 0 failed\n", "", 1))
 
     def test_a_filter_that_no_test_matches(self):
@@ -97,20 +97,20 @@ class ResultsTest(RunFolderTest):
         self.assertIsNone(failed(self.write("c", "<testsuites><testsuite")))
         self.assertIsNone(failed(self.root / "none"))
 
-    def test_repeated_results_take_their_place(self):
+    def test_repeated_results_replace_the_first_ones(self):
         first = self.write("unit-arm64", suite(One="x", Two=None, Three="y"), 1)
         again = self.write("unit-arm64-again", suite(One=None, Two="not run", Three="z"))
         merge(first, again)
         self.assertEqual(self.closing(), ("2 passed, 1 failed\n", "unit-arm64: S.Three: z\n", 1))
 
-    def test_repeated_results_stand_for_none(self):
+    def test_repeated_results_replace_missing_ones(self):
         first = self.write("unit-arm64", None, 139)
         again = self.write("unit-arm64-again", suite(One=None))
         merge(first, again)
         (self.root / "unit-arm64" / "status").write_text("0\n")
         self.assertEqual(self.closing(), ("1 passed, 0 failed\n", "", 0))
 
-    def test_what_does_not_fit_is_refused(self):
+    def test_results_that_do_not_match_are_refused(self):
         first = self.write("a", suite(One="x"), 1)
         other = self.write("b", suite(Two=None))
         with self.assertRaises(Misfit):
@@ -147,7 +147,7 @@ class ResultsTest(RunFolderTest):
 
 
 class RepeatedTest(RunFolderTest):
-    """What passed only when it ran again is said, and is a failure if it is too much."""
+    """Tests that passed only when they ran again are listed, and fail the run if there are too many."""
 
     def repeat(self, count, **cases):
         names = [f"T{number}" for number in range(count)]
@@ -173,10 +173,10 @@ class RepeatedTest(RunFolderTest):
         self.assertEqual((errors, status), ("", 1))
         self.assertEqual(output.splitlines()[1], "passed only when they were run again: 6")
         self.assertEqual(output.splitlines()[-2:], [
-            "more than 5 of them are a failure of its own: is something wrong that is not the emulator?",
+            "more than 5 of them count as one more failure: the cause may not be the emulator",
             "6 passed, 1 failed"])
 
-    def test_those_of_several_programs_are_added(self):
+    def test_repeated_tests_of_several_programs_are_added(self):
         self.repeat(3)
         self.write("unit-arm64", suite(**dict.fromkeys(["A", "B", "C"])), 0)
         note_repeated(self.root / "unit-arm64", ["S.A", "S.B", "S.C"])

@@ -1,4 +1,4 @@
-"""A run of tests with programs that are made up: what runs, what runs again, what is printed and what is left."""
+"""run.py with made-up test programs: what runs, what runs again, what is printed and which artifacts are left."""
 
 import contextlib
 import io
@@ -22,7 +22,7 @@ CRASH = "qemu: uncaught target signal 11 (Segmentation fault) - core dumped"
 
 
 def program(status=0, *said, results=True, **cases):
-    """One run of a test program: the failure of each of its tests, or None. `said` comes before the last of them ends."""
+    """One run of a test program, with the failure of each of its tests, or None. It prints `said` before the last test ends."""
     lines, text = [f"[==========] Running {len(cases)} tests from 1 test suite."], ""
     for name, failure in cases.items():
         inner = f'<failure message="{failure}" type=""/>' if failure else ""
@@ -50,7 +50,7 @@ class RunTest(unittest.TestCase):
             "import unittest\nclass One(unittest.TestCase):\n    def test(self):\n        pass\n", encoding="utf-8")
 
     def run_tests(self, story, request):
-        """(exit status, the lines that are printed, those of the error output)."""
+        """Runs the tests: (exit status, lines of the output, lines of the error output)."""
         (self.folder / "story.json").write_text(json.dumps(story), encoding="utf-8")
         output, errors = io.StringIO(), io.StringIO()
         with mock.patch.object(RUN, "ROOT", self.root), contextlib.redirect_stdout(output), \
@@ -64,7 +64,7 @@ class RunTest(unittest.TestCase):
         return (self.folder / "calls.txt").read_text(encoding="utf-8").splitlines()
 
     def filters(self):
-        """The filter of each program that ran, "" without one."""
+        """The filter of each program that ran; "" if it had none."""
         return [(match[1] if (match := re.search(r"--gtest_filter=([^' ]*)", call)) else "") for call in self.calls()]
 
     def test_one_level(self):
@@ -112,7 +112,7 @@ class RunTest(unittest.TestCase):
         status, output, errors = self.run_tests({"actions-arm64": [broken, broken, program(A=None, B=None)]},
                                                 Request("actions", None, "arm64"))
         self.assertEqual((status, errors), (0, []))
-        again = "arm64: hx: actions tests on arm64, libraries of arm64: the emulator crashed (status 139); starting them again"
+        again = "arm64: hx: actions tests on arm64, libraries of arm64: the emulator crashed (status 139); running them again"
         self.assertEqual(output.count(again), 2)
         self.assertEqual(output[-4:], ["actions: 2 tests, run 2 times (arm64)", "passed only when they were run again: 1",
                                        "  actions-arm64: S.B", "2 passed, 0 failed"])
@@ -129,7 +129,7 @@ class RunTest(unittest.TestCase):
             "unit-arm64": [program(1, CRASH, A="wrong", B=None, C="bad")], "unit-arm64-checked": [program(A=None)],
             "unit-arm64-again": [program(1, A=None, C="bad")]}, Request("unit", None, "arm64"))
         self.assertEqual((status, errors), (1, ["unit-arm64: S.C: bad"]))
-        self.assertIn("arm64: hx: unit tests on arm64, libraries of arm64: these failed, maybe with the emulator; again: "
+        self.assertIn("arm64: hx: unit tests on arm64, libraries of arm64: failed, perhaps because of the emulator; running again: "
                       "S.A:S.C", output)
         self.assertEqual(output[-3:], ["passed only when they were run again: 1", "  unit-arm64: S.A", "3 passed, 1 failed"])
         self.assertEqual(self.filters(), ["", "", "S.A:S.C"])
@@ -148,7 +148,7 @@ class RunTest(unittest.TestCase):
         self.assertEqual((status, len(self.calls())), (0, 2))
         self.assertIn(f"arm64: {CRASH}", output)
 
-    def test_failures_without_a_crash_do_not(self):
+    def test_failures_without_a_crash_do_not_run_again(self):
         status, _, _ = self.run_tests({"unit-arm64": [program(1, A="wrong")], "unit-arm64-checked": [program(A=None)]},
                                       Request("unit", None, "arm64"))
         self.assertEqual((status, len(self.calls())), (1, 2))
@@ -174,7 +174,7 @@ class RunTest(unittest.TestCase):
                                                  "install-arm64-again": [program(1, results=False, A=None)]},
                                                 Request("install", None, "arm64"))
         self.assertEqual(status, 1)
-        self.assertIn("no results", errors[0])
+        self.assertIn("has no results", errors[0])
         self.assertIn("install-arm64-again: ended with status 1 before its last test", errors)
         self.assertEqual(output[-1], "1 passed, 3 failed")
 
@@ -183,7 +183,7 @@ class RunTest(unittest.TestCase):
                                                 Request("unit", None, "x64"))
         self.assertEqual((status, output[-1]), (1, "0 passed, 1 failed"))
         self.assertIn("x64: the server died", output)
-        self.assertEqual(errors, ["hx: x64: Windows ended before its time"])
+        self.assertEqual(errors, ["hx: x64: Windows ended unexpectedly"])
 
     def test_an_error_of_the_tools_is_a_failure(self):
         with mock.patch.object(RUN.Run, "run_program", side_effect=KeyError("lost")):
@@ -228,7 +228,7 @@ say() { printf '%s\\n' "hx: $*" >&2; }
 die() { say "$@"; exit 1; }
 need_packages() { :; }; need_rights() { :; }; need_windows() { :; }; need_test_tools() { :; }
 """
-# Its program never ends, and says its number.
+# Its program never ends; it writes its process number to a file.
 ENDLESS = """#!/bin/bash
 read -r line
 sleep 1000 &
@@ -236,7 +236,7 @@ echo $! >"$2/../../pid"
 echo "a program runs"
 wait
 """
-# Its program says what is in the run's folder.
+# Its program prints what is in the run's folder.
 LISTING = """#!/bin/bash
 while read -r line; do
   (cd "$2" && ls -d */*.*)
@@ -251,7 +251,7 @@ echo "${@:2}" >>build/ninja.txt
 
 
 class FrontTest(unittest.TestCase):
-    """A copy of hx with its tools for tests, in which the set-up, the build and Windows are made up."""
+    """A copy of hx and its tools for tests, with made-up versions of the set-up, the build and Windows."""
 
     serve = LISTING
 
@@ -274,7 +274,7 @@ class FrontTest(unittest.TestCase):
     def start(self, *words):
         environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
         environment["PATH"] = f"{self.root}/bin:{environment['PATH']}"
-        # Whoever runs this test may ignore a signal, and a shell cannot undo that.
+        # The process that runs this test may ignore a signal, and a shell cannot undo that.
         front = subprocess.Popen(["env", "--default-signal", self.root / "hx", *words], env=environment, text=True,
                                  stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.addCleanup(front.stdout.close)
@@ -283,7 +283,7 @@ class FrontTest(unittest.TestCase):
 
 
 class BuildTest(FrontTest):
-    """What the plan names is built and taken into the run's folder, and nothing that is left of another build."""
+    """What the plan names is built and copied into the run's folder, and nothing left from another build."""
 
     def test_one_level(self):
         (self.root / "build/x64").mkdir(parents=True)
@@ -294,12 +294,12 @@ class BuildTest(FrontTest):
                          ["build/x64 --quiet hxsetup", "build/x64-tests --quiet action_tests"])
         listed = [line.removeprefix("x64: ") for line in output.splitlines() if "/" in line and "hx:" not in line]
         self.assertEqual(listed, ["x64-tests/action_tests.exe", "x64/hxsetup.dll", "x64/hxsetup.pdb"])
-        # The made-up program has left no results.
+        # The made-up program leaves no results.
         self.assertEqual(output.splitlines()[-1], "0 passed, 1 failed")
 
 
 class InterruptedTest(FrontTest):
-    """However the front ends, everything that it started ends too."""
+    """If hx ends, in any way, everything that it started ends too."""
 
     serve = ENDLESS
 
@@ -311,8 +311,8 @@ class InterruptedTest(FrontTest):
         self.fail(f"not within 60 seconds: {what}")
 
     def interrupt(self, number):
-        """Starts a run, sends its front the signal `number` while a program runs, and waits for its end: (its exit status,
-        its output)."""
+        """Starts a run, sends hx the signal `number` while a program runs, and waits for its end: (its exit status, its
+        output)."""
         front = self.start("test", "actions", "--only", "x64")
         self.wait_until(lambda: (self.root / "build/pid").is_file() and (self.root / "build/pid").read_text().strip()
                         or front.poll() is not None, "a program runs")
@@ -340,7 +340,7 @@ class InterruptedTest(FrontTest):
                 self.assertFalse(self.alive())
                 self.assertEqual([path for path in (self.root / "build/.runs").iterdir() if path.is_dir()], [])
 
-    def test_if_the_front_is_killed(self):
+    def test_if_hx_is_killed(self):
         self.interrupt(signal.SIGKILL)
         self.wait_until(lambda: not self.alive(), "the program ends")
 

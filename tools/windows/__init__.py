@@ -1,1 +1,1 @@
-"""A Windows, from its start to its end, and running programs in it."""
+"""Starting a Windows, running programs in it, and ending it."""

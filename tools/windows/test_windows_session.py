@@ -1,4 +1,4 @@
-"""A Windows that a script opens: its programs' output, their statuses, and its end; and one for a single command."""
+"""windows_session.py: the output and the statuses of programs in a Windows, and its end. windows.py: a single command."""
 
 import contextlib
 import io
@@ -10,7 +10,8 @@ from pathlib import Path
 from support import load_script
 from windows.windows_session import Ended, Windows
 
-# Stands for serve.sh: each command is a piece of a shell script, which runs with standard output and the status.
+# Replaces serve.sh: evaluates the last word of each command as a shell script, which prints the output and writes the status
+# to the descriptor $3.
 SERVE = r"""#!/bin/bash
 echo "$1 $2 $HX_LANE $HX_TIME_LIMIT" >"$2/given"
 while read -r line; do
@@ -41,7 +42,8 @@ class WindowsTest(ServedTest):
         return Windows("x64", self.folder, 3, 900, self.rest.append, serve=self.serve)
 
     def run_in(self, windows, script):
-        """What a command returns, and what it shows; descriptor 9 takes its status."""
+        """Runs a script as a command: (its result, the lines that it shows). The script writes its status to descriptor
+        9."""
         self.lines.clear()
         status = windows.run({}, ["wine64", script.replace("&9", '&"$3"')], self.lines.append)
         return status, list(self.lines)
@@ -59,11 +61,11 @@ class WindowsTest(ServedTest):
             status, lines = self.run_in(windows, "seq 1 50000; echo 0 >&9")
         self.assertEqual((status, lines), (0, [str(number) for number in range(1, 50001)]))
 
-    def test_what_is_no_text(self):
+    def test_output_that_is_not_text(self):
         with self.open() as windows:
             self.assertEqual(self.run_in(windows, "printf 'a\\377b\\n'; echo 0 >&9"), (0, ["a\ufffdb"]))
 
-    def test_variables_and_arguments_arrive_as_they_are(self):
+    def test_variables_and_arguments_arrive_unchanged(self):
         with self.open() as windows:
             words = {"HX_A": "Z:\\run\\a b", "HX_B": "$HOME 'x'"}
             windows.run(words, ["wine64", "*", 'printf "%s|" "${words[@]::4}"; echo; echo 0 >&"$3"'], self.lines.append)
@@ -103,9 +105,9 @@ class OneCommandTest(ServedTest):
 
     def test_a_windows_that_does_not_start(self):
         self.serve.write_text("#!/bin/sh\necho no right to\n")
-        self.assertEqual(self.command("x64", "--", "wine64"), ("hx: Windows ended before its time", "no right to\n", ""))
+        self.assertEqual(self.command("x64", "--", "wine64"), ("hx: Windows ended unexpectedly", "no right to\n", ""))
 
-    def test_what_is_not_right(self):
+    def test_wrong_arguments(self):
         for arguments, text in ((["x86", "--", "wine64"], "invalid choice: 'x86'"), (["x64"], "command"),
                                 (["x64", "--", "HX_A=1"], "a command is missing"),
                                 (["x64", "--folder", f"{self.folder}/none", "--", "wine64"], "/none is not a folder")):

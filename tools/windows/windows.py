@@ -3,9 +3,10 @@
 
     tools/windows/windows.py arm64|x64 [--folder FOLDER] -- [NAME=VALUE...] COMMAND...
 
-The command is a program of Wine's file tree, mostly "wine64 PROGRAM.EXE ARGUMENTS", and its exit status is that of this
-script. The project folder is Z:\\hx there (read-only); FOLDER is Z:\\run. What the command changes elsewhere ends with it.
-HX_LANE and HX_TIME_LIMIT are those of session.sh. For several commands in one Windows there is windows_session.py.
+The command is a program of Wine's file tree, usually "wine64 PROGRAM.EXE ARGUMENTS". Its exit status becomes the exit
+status of this script. In the Windows, Z:\\hx is the project folder (read-only) and Z:\\run is FOLDER; all other changes are
+lost when the command ends. session.sh describes HX_LANE and HX_TIME_LIMIT. windows_session.py runs several commands in one
+Windows.
 """
 
 import argparse

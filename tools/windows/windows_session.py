@@ -1,4 +1,4 @@
-"""A Windows that a script opens, in which it runs programs one after the other."""
+"""Runs programs one after the other in a Windows."""
 
 import contextlib
 import os
@@ -11,15 +11,15 @@ SERVE = Path(__file__).resolve().parent / "serve.sh"
 
 
 class Ended(Exception):
-    """Windows ended before its time."""
+    """Windows ended unexpectedly."""
 
 
 class Windows:
-    """One Windows, from its start to its end; for a "with" statement. `folder` is Z:\\run in it, `number` differs between
-    those that run at the same time, `limit` is how many seconds a program may take (its status is then 124), `rest` is
-    called with each line that comes after the last program. Tests replace the command `serve`.
+    """One Windows, for a "with" statement: starts it and ends it. `folder` is its Z:\\run. `number` must differ between
+    those that run at the same time. `limit` is the number of seconds that a program may take; its status is 124 if it takes
+    longer. `rest` is called with each line that comes after the last program. Tests replace the command `serve`.
 
-    It belongs to the thread that opens it, and ends with it."""
+    The Windows ends when the thread that opened it ends."""
 
     def __init__(self, processor, folder, number, limit, rest, serve=SERVE):
         take, give = os.pipe()
@@ -47,18 +47,18 @@ class Windows:
         os.close(self.statuses)
 
     def run(self, variables, command, show):
-        """Runs a program of the file tree with these variables of the environment. Calls `show` with each line of its
-        output, errors included. Returns its exit status; raises Ended if there is none."""
+        """Runs a program of the file tree with these environment variables. Calls `show` with each line of its output,
+        including errors. Returns its exit status; raises Ended if Windows ends without one."""
         words = [f"{name}={value}" for name, value in variables.items()] + command
         try:
             self.process.stdin.write(shlex.join(words).encode() + b"\n")
             self.process.stdin.flush()
         except BrokenPipeError:
-            pass  # What it said at its end is read below.
+            pass  # Its last output is read below.
         status = b""
         while not status.endswith(b"\n"):
             ready, _, _ = select.select([self.output, self.statuses], [], [])
-            # The output first: all that the program printed is there before its status.
+            # Reads the output first: everything that the program printed is there before its status.
             if self.output in ready:
                 open_still = self.read_output(show)
             else:
@@ -68,14 +68,14 @@ class Windows:
                 while self.read_output(show):
                     pass
                 self.end_line(show)
-                raise Ended("Windows ended before its time")
+                raise Ended("Windows ended unexpectedly")
         while select.select([self.output], [], [], 0)[0] and self.read_output(show):
             pass
         self.end_line(show)
         return int(status)
 
     def read_output(self, show):
-        """Reads the output that is there; returns false at its end."""
+        """Reads the available output; returns false at its end."""
         piece = os.read(self.output, 65536)
         *lines, self.line = (self.line + piece).split(b"\n")
         for line in lines:
@@ -83,7 +83,7 @@ class Windows:
         return bool(piece)
 
     def end_line(self, show):
-        """Shows a last line without an end."""
+        """Shows a last line that has no line end."""
         if self.line:
             show(self.line.decode(errors="replace").rstrip("\r"))
             self.line = b""
