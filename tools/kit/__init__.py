@@ -1,1 +1,1 @@
-"""The fragments and the packages: making them, checking them and the pages about them, and the tables of the guide."""
+"""Makes the packages; checks them, the fragments and the pages about them; writes the tables of the guide."""

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Ties the entry points, the fragments in packages/ and the pages together.
+"""Checks that the entry points, the fragments in packages/ and the pages agree, and writes the generated parts of pages.
 
     tools/kit/action-table.py [--write] [ROOT]
 
-Checks what must hold between them (kit_checks.py says what), and that the generated parts of docs/authoring.md and the
-examples of docs/actions.md are what the fragments say. Such a part is between "<!-- generated: NAME -->" and "<!-- end
-of NAME -->". --write writes them again; of the tables of properties the last column is written by hand, and is kept.
-Prints a line for each finding; the exit code is 1 if there is one.
+kit_checks.py has the checks. This script also checks that the generated parts of docs/authoring.md and the examples of
+docs/actions.md match the fragments. A generated part is between "<!-- generated: NAME -->" and "<!-- end of NAME -->".
+--write updates these parts, but keeps the last column of the tables of properties, which is written by hand. Prints a line
+for each finding; the exit code is 1 if there is one.
 """
 
 import re
@@ -35,7 +35,7 @@ def number_of(name):
 
 
 def runs_as(action):
-    """When an action runs, and with whose rights."""
+    """When an action runs, and with the rights of which user."""
     kind = kind_of(action)
     if kind in LATER:
         return f"{kind}, {'SYSTEM' if action.get('Impersonate') == 'no' else 'the user'}"
@@ -48,7 +48,8 @@ def place_of(row):
 
 
 def partner_of(kit, fragment, name, action):
-    """The other half of a pair; of an action that undoes, what it undoes; of an action with data, who sets them."""
+    """The partner of an action: the other one of a pair; for an action that undoes, the one that it undoes; for an action
+    with data, the one that sets the data."""
     entry = action["DllEntry"]
     said = [f"pair of {other if entry == first else first}" for first, other in PAIRS if entry in (first, other)]
     setters = sorted(setter for setter, other in fragment.actions.items() if other.get("Property") == name)
@@ -62,7 +63,7 @@ def table(head, rows):
 
 
 def variables_part(kit):
-    """The compiler's variables that a package can give the fragments, or must."""
+    """The compiler's variables that a package can or must define for the fragments."""
     readers, defaults = {}, {}
     for fragment in kit.fragments.values():
         defaults |= fragment.defines
@@ -103,7 +104,7 @@ def fragments_part(kit):
 
 
 def last_columns(part):
-    """What the last column of a part's table says of each property."""
+    """The last column of a part's table, for each property."""
     return {match[1]: match[2] for line in part.splitlines()
             if (match := re.match(r"\| `([\w.]+)` \|.*\| ([^|]*) \|$", line))}
 
@@ -117,7 +118,7 @@ def properties_of(kit):
 
 
 def given_part(kit, old):
-    """Who may set the public properties, and when. The last column is kept from `old`, the part as it is."""
+    """Who may set the public properties, and when. Keeps the last column of `old`, the present part."""
     meanings = last_columns(old)
     names = sorted(name for name in properties_of(kit) - ENGINE if PUBLIC.fullmatch(name))
     return table(["Property", "Who may set it", "What it can cause"],
@@ -146,7 +147,7 @@ def givers_of(kit, name):
 
 
 def is_found(kit, files, name):
-    """Whether an action gives a property a value; otherwise a folder of the package has that name."""
+    """True if an action gives the property a value; otherwise a folder of the package has that name."""
     actions = [action for file in files for action in file.actions.values()]
     return any(action.get("Property") == name and action.get("Value") != NOTHING for action in actions) or any(
         is_library(action) and action["DllEntry"] in kit.sections and name in kit.sections[action["DllEntry"]].writes
@@ -154,7 +155,7 @@ def is_found(kit, files, name):
 
 
 def properties_part(kit, old):
-    """The properties of the kit. The last column is kept from `old`, the part as it is."""
+    """The properties of the kit. Keeps the last column of `old`, the present part."""
     meanings = last_columns(old)
     names = properties_of(kit)
     rows = [property_row(kit, name, meanings.get(name, "")) for name in names]
@@ -182,7 +183,7 @@ def property_row(kit, name, meaning):
 
 
 def secure_of(kit, name, declared):
-    """Whether what a user gives reaches the service's process, and whether the log hides it."""
+    """The column "Secure": if the value that a user gives reaches the service's process, and if the log hides it."""
     if not PUBLIC.fullmatch(name):
         return "private"
     if name in ENGINE:
@@ -218,7 +219,7 @@ def mark_of(action):
 
 
 def marks_of(model, scenario):
-    """What each action does in a run: its mark, in brackets where only the options make it run."""
+    """The mark of each action that runs in a scenario, in brackets if it runs only with the scenario's options."""
     rows = [row for row in model.rows if row.place == "execute"]
     plain, optional = ({(row.number, row.action)
                         for row, _ in run_sequence(rows, model.actions, properties, model.found, ANSWERS)}
@@ -243,7 +244,7 @@ def diagram_lines(model):
 
 
 def dialog_lines(model):
-    """The rows of the dialogs' sequence, in short: most of them stand in the other one as well."""
+    """The rows of the dialogs' sequence in short form, because most of them are in the other sequence too."""
     execute = {row[1:4] for row in model.rows if row.place == "execute"}
     rows = sorted(row for row in model.rows if row.place == "UI")
     alone = [f"{row.number} {row.action}" for row in rows if row[1:4] not in execute]
@@ -285,15 +286,15 @@ PARTS = {
 }
 
 
-# The parts with a column that is written by hand, and what it says of a property.
+# The parts with a column that is written by hand, and its content in the words of a message.
 SAID = {"properties": "the values of", "given": "what can be caused by"}
 
 
 def generated(kit, page):
-    """The guide with its parts as they have to be, and what is wrong with their marks."""
-    wrong = [f"{GUIDE}: there is no part of the name {name}" for _, name, *_ in PART.findall(page) if name not in PARTS]
+    """(the guide with up-to-date parts, the findings about the marks of the parts)."""
+    wrong = [f"{GUIDE}: the generator has no part {name}" for _, name, *_ in PART.findall(page) if name not in PARTS]
     found = [name for _, name, *_ in PART.findall(page)]
-    wrong += [f"{GUIDE}: the part {name} is there {found.count(name)} times"
+    wrong += [f"{GUIDE}: has the part {name} {found.count(name)} times"
               for name in PARTS if found.count(name) != 1]
 
     def part(match):
@@ -320,7 +321,7 @@ def guide_findings(kit, write):
                 yield f"{GUIDE}: the part {name} is out of date: run tools/kit/action-table.py --write"
     for _, part, text, _ in PART.findall(new):
         for name in re.findall(r"^\| `([\w.]+)` \|.*\|  \|$", text, re.MULTILINE) if part in SAID else ():
-            yield f"{GUIDE}: nothing is said of {SAID[part]} {name}"
+            yield f"{GUIDE}: does not describe {SAID[part]} {name}"
 
 
 def main():

@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
-"""Compares what the installer's engine ran with what the guide's pictures say: check-runs.py [--some] FOLDER...
+"""Compares the actions that the engine ran with the pictures of the guide: check-runs.py [--some] FOLDER...
 
-FOLDER holds the verbose logs of the install tests; where there are several, a log counts that a later one has. With
---some, for tests that were chosen by a filter, a log that is missing is passed over; otherwise it is a failure.
+Each FOLDER has verbose logs of the install tests. If several folders have the same log, the last one counts. With --some,
+for tests that were chosen by a filter, a missing log is skipped; otherwise it is a failure.
 
-The pictures of docs/authoring.md are made by going through the sequences with the conditions of the fragments
-(package_runs.py, installer_run.py). This goes through them in the same way for each run in RUNS, and compares all
-actions of the fragments and of the package, in their order among the engine's own actions that the pictures show, with
-the starts of actions in the run's log. An action of the script is there twice: where the sequence writes it, and where
-InstallExecute, InstallExecuteAgain or InstallFinalize runs it.
+The pictures of docs/authoring.md are made by a walk through the sequences with the conditions of the fragments
+(package_runs.py, installer_run.py). This script does the same walk for each run in RUNS. It compares the result with the
+starts of actions in the run's log: all actions of the fragments and of the package, in their order among the engine's
+actions that the pictures show. An action of the script occurs twice: where the sequence writes it into the script, and
+where InstallExecute, InstallExecuteAgain or InstallFinalize runs it.
 
-Prints what differs, and last "N passed, N failed", a run counting as one; the exit code is 1 where one has failed.
+Prints the differences, and as the last line "N passed, N failed", where each run counts as one; the exit code is 1 if one
+failed.
 """
 
 import difflib
@@ -29,10 +30,10 @@ from kit.package_runs import ANSWERS, KEPT, SCENARIOS, STANDARD
 
 ROOT = Path(__file__).resolve().parents[2]
 
-# One run of the engine. `package` is a model's name in packages/, or of an example of the guide; `scenario` the one of
-# the pictures; `log` the log's name without its ending; `options` whether the scenario's options were used. `unlike` is
-# in what the machine or the command line was not as in the scenario: properties. `fails` is the action that ended the
-# run. `given` is what the command line gave of what the engine then searched for.
+# One run of the engine. `package` is the name of a model in packages/ or of an example of the guide, `scenario` the one
+# of the pictures, `log` the log's name without its extension. `options` is true if the scenario's options were used.
+# `unlike` are the properties that differ from the scenario, because of the machine or the command line. `fails` is the
+# action that ended the run. `given` are the properties of the command line for which the engine then searched.
 Run = namedtuple("Run", "package scenario log options unlike fails given", defaults=(False, {}, None, {}))
 
 CLIENT, SERVER, OTHER = "client/client.wxs", "server/server.wxs", "other/other.wxs"
@@ -51,7 +52,7 @@ GUIDE_SERVER_LIFE = "GuideServerTest.IsInstalledWithAnAccountOverItsDataAndRemov
 
 # The older server of these tests has no service with a setting, and no "Product" in the registry.
 NO_SERVICE = {"SERVICEFOUND": "", "PROP_INSTALLEDSERVER": "", "DATAFOLDERFOUND": ""}
-# What the registry had of the maker was deleted; the folder of the client is the one that costing finds.
+# The maker's registry values were deleted; the client's folder is the one that costing finds.
 NO_VALUES = {"CLIENTFOLDERFOUND": "", "PROP_INSTALLEDCLIENT": "", "DIR_CLIENT": "P\\Ostrel\\"}
 # Folders are given without the backslash at their end.
 GIVEN_FOLDER = {"DIR_DATAFOLDER": "D\\Data"}
@@ -61,12 +62,12 @@ MADE = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUN
 RUNS = [
     Run(CLIENT, "install", f"{CLIENT_LIFE}1-install"),
     Run(CLIENT, "repair", f"{CLIENT_LIFE}2-reinstall", unlike=NO_VALUES),
-    # Other options for an installed client: a run that asks for no repair, and has nothing to do but its actions.
+    # Other options for an installed client: a run without a repair, which only runs the package's actions.
     Run(CLIENT, "repair", f"{CLIENT_LIFE}3-install", True, {"REINSTALL": "", "PROP_RESETAUDIT": ""}),
     Run(CLIENT, "upgrade", f"{CLIENT_LIFE}4-install"),
     Run(CLIENT, "removal", f"{CLIENT_LIFE}5-remove"),
     Run(CLIENT, "install", f"Client{EVERY_PROPERTY}1-install", True),
-    # The registry does not say which product was installed last, and the command line says that it is another.
+    # The registry does not say which product was installed last; the command line names another one.
     Run(CLIENT, "removal", f"Client{EVERY_PROPERTY}2-remove", unlike={"PROP_INSTALLEDCLIENT": ""},
         given={"PROP_INSTALLEDCLIENT": "another"}),
     Run(CLIENT, "upgrade", f"{CLIENT_FAILURE}2-failing", fails="Fail"),
@@ -76,11 +77,11 @@ RUNS = [
     # There is an empty data folder.
     Run(SERVER, "install", f"{NO_SERVER}1-install", unlike=DATA),
     Run(SERVER, "removal", f"{NO_SERVER}2-remove"),
-    # The data of a server that was removed are there, and where it was is known.
+    # The data of a removed server exist, and its folder is known.
     Run(SERVER, "install", f"{NO_SERVER}3-install", unlike={**DATA, "SERVERFOLDERFOUND": "P\\Vantor\\",
                                                             "PROP_DFPRESENT": "1"}),
     Run(SERVER, "upgrade", f"{SERVER_LIFE}2-install", unlike=NO_SERVICE),
-    # What the registry had of the maker was deleted before.
+    # The maker's registry values were deleted before.
     Run(SERVER, "repair", f"{SERVER_LIFE}3-reinstall", unlike={"SERVERFOLDERFOUND": "", "PROP_INSTALLEDSERVER": ""}),
     Run(SERVER, "repair", f"{SERVER_LIFE}4-install"),
     Run(SERVER, "removal", f"{SERVER_LIFE}6-remove"),
@@ -100,15 +101,15 @@ RUNS = [
     Run(GUIDE_SERVER, "removal", f"{GUIDE_SERVER_LIFE}2-remove", True),
 ]
 
-# Actions that a test has put into its copy of a package.
+# Actions that a test adds to its copy of a package.
 ADDED = {"Fail": (Row("execute", 6440, "Fail", "NOT REMOVE", "a test"), {"Execute": "deferred"})}
 
-# Where the sequence's script is run; and what of the engine's own actions is written into it.
+# The actions that run the sequence's script; and the engine's own actions that are written into it.
 RUNS_SCRIPT = ("InstallExecute", "InstallExecuteAgain", "InstallFinalize")
 IN_SCRIPT = ("StopServices", "DeleteServices", "RemoveFiles", "CreateFolders", "InstallFiles", "WriteRegistryValues",
              "InstallServices", "StartServices", "RegisterProduct")
 
-# The number in a sequence that stands for its end by a failure.
+# The number of the rows of a sequence that run after a failure.
 FAILURE = -3
 
 START = re.compile(r"^Action start \d+:\d\d:\d\d: (\S+)\.\s*$", re.MULTILINE)
@@ -120,23 +121,23 @@ def read_packages(root=ROOT):
 
 
 def properties_of(run, package):
-    """What is set when the run begins."""
+    """The properties that are set when the run begins."""
     scenarios = SCENARIOS[MODELS.get(run.package, run.package)]
     scenario = next(scenario for scenario in scenarios if scenario.name == run.scenario)
     return {**package.defaults(), **scenario.properties, **(scenario.options if run.options else {}), **run.unlike}
 
 
 def started(log):
-    """The actions that a log says were started, in order."""
+    """The actions that were started according to a log, in order."""
     data = log.read_bytes()
     text = data.decode("utf-16") if data.startswith(b"\xff\xfe") else data.decode("cp1252")
     return START.findall(text)
 
 
 class Expectation:
-    """What a run starts: `events` up to its end or its failure, and what comes `after` a failure. `names` are the
-    actions that are looked at; those of the engine that are written into the script only where they were `seen`, since
-    a package has them for the tables that it has."""
+    """The actions that a run starts: `events` up to its end or its failure, and those `after` a failure. `names` are the
+    actions that are compared. An engine's action that is written into the script is compared only if it was `seen`,
+    because a package has such an action only if it has its table."""
 
     def __init__(self, run, package, seen):
         actions = dict(package.actions)
@@ -156,7 +157,7 @@ class Expectation:
     def run_rows(self, run, package, rows, actions):
         properties = properties_of(run, package)
         script, undo = [], []
-        # A folder that nothing else names is the one that costing gives it.
+        # If nothing else sets the folder, costing sets it.
         answers = ANSWERS | ({"CostFinalize": ("DIR_CLIENT",)} if "DIR_CLIENT" in run.unlike else {})
         for row, state in run_sequence(rows, actions, properties, package.found, answers, run.given):
             self.events.append(row.action)
@@ -177,26 +178,26 @@ class Expectation:
             raise ValueError(f"{run.log}: {run.fails} does not run")
 
     def differences(self, told):
-        """How the actions that were started differ from what is expected, in lines; none where they do not."""
+        """Compares the started actions `told` with the expected ones; returns the differences in lines."""
         told = [name for name in told if name in self.names]
-        # Behind a failure the engine also undoes what is its own.
+        # After a failure the engine also undoes its own actions.
         told[len(self.events):] = [name for name in told[len(self.events):] if not self.fails or name in self.actions]
         return list(difflib.unified_diff(self.events + self.after, told, "what the guide's pictures say",
                                          "what the engine ran", n=2, lineterm=""))
 
 
 def way_back(rows, undo, state):
-    """What comes behind a failure. Two things are this engine's own: it comes to the failed sequence's end before it
-    rolls back, where Windows Installer does it behind; and it rolls back all that the sequence has written into the
-    script, where Windows Installer rolls back what the script has come past."""
+    """The actions after a failure. This engine differs from Windows Installer in two ways. It runs the rows for a failure
+    before the rollback, Windows Installer after it. It rolls back everything that the sequence has written into the script,
+    Windows Installer only what the script has already passed."""
     return [row.action for row in rows if row.number == FAILURE and holds(row.condition, state)] + undo[::-1]
 
 
 def check_run(run, package, log):
-    """The lines that tell how a run differs; none where it does not."""
+    """Compares a run with its log; returns the differences in lines."""
     told = started(log)
     if not told:
-        return ["the log tells of no action"]
+        return ["the log has no start of an action"]
     return Expectation(run, package, set(told)).differences(told)
 
 

@@ -1,23 +1,23 @@
-"""The examples of docs/authoring.md: whole packages, each in pieces on the page. For the scripts beside it, and their
-tests."""
+"""Reads the examples of docs/authoring.md: whole packages, each in pieces on the page. For the scripts of this folder and
+their tests."""
 
 import re
 from pathlib import Path
 
 GUIDE = Path(__file__).resolve().parents[2] / "docs/authoring.md"
 
-# What the examples take from beside their source.
+# The files that the examples take from the folder of their source.
 FILES = {
     "client.wxs": ["ostrel.exe", "osua.exe", "osau.exe", "ostrel32.exe"],
     "server.wxs": ["vt.exe", "dbcon.cmd"],
 }
 
-# The model in packages/ that an example is a smaller form of, and whose runs it has.
+# Each example, with the model in packages/ of which it is a smaller form and whose runs it has.
 MODELS = {"client.wxs": "client/client.wxs", "server.wxs": "server/server.wxs"}
 
 
 def examples(guide=GUIDE):
-    """The examples by their file names, each put together from its pieces."""
+    """The examples by their file names, each assembled from its pieces."""
     texts = {}
     for name, piece in re.findall(r"<!-- example: (\S+) -->\n```xml\n(.*?)```\n", guide.read_text(encoding="utf-8"),
                                   re.DOTALL):

@@ -1,12 +1,12 @@
-"""Which actions of a package run, and in which order: the conditions of Windows Installer, and a run through a
-sequence. For the scripts beside it."""
+"""Finds which actions of a package run, and in which order: evaluates the conditions of Windows Installer and walks
+through a sequence. For the scripts of this folder."""
 
 import re
 
-# The place of the engine's action that looks for what the package's searches name.
+# The place of the engine's action AppSearch, which does the package's searches.
 APP_SEARCH = 50
 
-# An operator with "~" compares without regard to case.
+# An operator with "~" ignores the case of letters.
 TOKEN = re.compile(r'\s*(?:"([^"]*)"|(~?(?:<<|>>|><|<>|<=|>=|=|<|>))|([()])|(-?\d+)|([A-Za-z_][\w.]*))')
 LOGIC = {
     "IMP": lambda left, right: not left or right,
@@ -31,13 +31,13 @@ COMPARE_TEXT = {
 
 
 def tokens(condition):
-    """The words of a condition, each as a kind and a text; the states of components and features are not known here."""
+    """The words of a condition, each as a kind and a text. The states of components and features are not supported."""
     found, position = [], 0
     text = condition.rstrip()
     while position < len(text):
         match = TOKEN.match(text, position)
         if not match:
-            raise ValueError(f"no condition is read here: {text[position:]!r} in {condition!r}")
+            raise ValueError(f"this is not part of a condition: {text[position:]!r} in {condition!r}")
         kind = ("text", "operator", "bracket", "number", "name")[match.lastindex - 1]
         word = match[match.lastindex]
         if kind == "name" and (word.upper() in LOGIC or word.upper() == "NOT"):
@@ -48,12 +48,12 @@ def tokens(condition):
 
 
 def names_in(condition):
-    """The properties that a condition asks for."""
+    """The properties that a condition reads."""
     return [word for kind, word in tokens(condition) if kind == "name"]
 
 
 class Condition:
-    """One condition, read from left to right; the logical words bind in the order of LOGIC, the last one closest."""
+    """One condition, read from left to right. The precedence of the logical words is that of LOGIC, the last one highest."""
 
     def __init__(self, condition, properties):
         self.condition = condition
@@ -91,7 +91,7 @@ class Condition:
         if self.left and self.left[0][0] == "operator":
             operator = self.next()[1]
             return compare(operator, first, self.operand(*self.next()))
-        # A property alone asks whether it is set; a number alone, whether it is not 0.
+        # A property without an operator is true if it is set, a number if it is not 0.
         return first not in ("", 0)
 
     def operand(self, kind, word):
@@ -112,7 +112,7 @@ class Condition:
 def compare(operator, left, right):
     plain = operator.removeprefix("~")
     if plain in COMPARE and isinstance(left, int) != isinstance(right, int):
-        # A number is compared with a text only where that is one as well; otherwise they just differ.
+        # A number is compared with a text only if the text is a number too; otherwise they only differ.
         try:
             left, right = int(left), int(right)
         except ValueError:
@@ -126,24 +126,24 @@ def compare(operator, left, right):
 
 
 def holds(condition, properties):
-    """Whether a condition is met; an empty one always is."""
+    """True if a condition is met; an empty one always is."""
     return Condition(condition or "", properties).value()
 
 
 def format_text(text, properties):
-    """A property action's value, with the properties named in brackets replaced."""
+    """The value that an action sets, with the properties in brackets replaced by their values."""
     text = re.sub(r"\[([A-Za-z_][\w.]*)\]", lambda match: str(properties.get(match[1], "")), text)
     return "" if text == "{}" else text
 
 
 def run_sequence(rows, actions, properties, searched=(), answers=None, given=None):
-    """Goes through a sequence as the engine does: yields the rows whose condition holds, each with the properties as
-    they are then. Actions that set a property set it; what the others would change must be in `properties` from the
-    start. Those named in `searched` are not set before the engine searches for them, unless they are in `given`, with
-    the values that they have until then; those that `answers` names for an action are not set before it has run.
+    """Walks through a sequence as the engine does: yields each row whose condition is met, with the properties at that
+    moment. Sets the properties of actions that set one. The changes of other actions must be in `properties` from the
+    start. A property named in `searched` is not set before the engine searches for it, unless `given` has its value until
+    then. A property that `answers` names for an action is not set before that action has run.
 
-    `rows` have a `number`, an `action` and a `condition`; those with a number below 1 stand for the sequence's end and
-    are not reached. `actions` has the attributes of each action by its name."""
+    `rows` have a `number`, an `action` and a `condition`. Rows with a number below 1 run at the end of the sequence and are
+    not reached. `actions` has the attributes of each action by its name."""
     answers = answers or {}
     later = {*searched, *(name for names in answers.values() for name in names)}
     state = {name: value for name, value in properties.items() if name not in later} | (given or {})

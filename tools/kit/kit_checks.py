@@ -1,5 +1,5 @@
-"""What must hold between the library's entry points, the fragments and models in packages/, and the pages. For
-action-table.py. Each check yields one line for each finding."""
+"""The checks between the library's entry points, the fragments and models in packages/, and the pages. For action-table.py.
+Each check yields one line for each finding."""
 
 import re
 import xml.etree.ElementTree as ElementTree
@@ -12,30 +12,31 @@ from kit.package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variabl
 from kit.package_runs import ANSWERS
 from lint.entry_points import LIST, PAGE, headings, listed
 
-# Who installs and who removes the same thing: a fragment has both or neither.
+# Entry points that install and remove the same thing: a fragment calls both or neither.
 PAIRS = [("CustomAction5", "CustomAction19"), ("CustomAction6", "CustomAction7"), ("CustomAction9", "CustomAction10"),
          ("CustomAction23", "CustomAction24"), ("CustomAction27", "CustomAction28"),
          ("CustomAction31", "CustomAction32")]
 
 NOTICES = ["25000", "25001", "25003", "26000", "26001", "27000"]
 
-# What the engine, or the compiler of a package, sets or heeds itself.
+# Properties that the engine or the compiler of a package sets or reads.
 ENGINE = {"Installed", "REMOVE", "REINSTALL", "REINSTALLMODE", "REBOOT", "MSIRESTARTMANAGERCONTROL", "UILevel",
           "UPGRADINGPRODUCTCODE", "ProductCode", "ProductName", "ProductVersion", "System64Folder", "WindowsFolder",
           "LogonUser", "ComputerName", "Privileged", "AdminUser", "MSIUSEREALADMINDETECTION", "VersionNT64", "WIX_UPGRADE_DETECTED", "CustomActionData"}
 
-# Public properties that must not be secure, each for its reason. Neither must be what each sequence forgets and finds for
-# itself. Any other public property that an action, a condition or a value reads must be: with dialogs it is set in the
-# process of the user who installs, or comes from that user's command line, and must reach the service's process. Free are
-# a folder of the package that no fragment declares, and what actions of the library make in the execute sequence only,
-# where it is used.
+# Public properties that must not be secure, each with its reason. The same holds for a property that each sequence forgets
+# and finds itself. Any other public property that an action, a condition or a value reads must be secure: with dialogs it is
+# set in the process of the user who installs, or comes from that user's command line, and must reach the service's process.
+# Two kinds may be either: a folder of the package that no fragment declares; and a property that only actions of the
+# library in the execute sequence set, where it is used.
 NOT_SECURE = dict.fromkeys(["PROP_VERSION", "PROP_COMPONENT", "PROP_FIREWALLDATA", "DIR_UPG_HELPERDATA", "DIR_UPG_VRDF",
                             "DIR_UPG_VRDF_PREFS"], "belongs to the package")
 
-# What an action that forgets a property sets it to.
+# The value with which an action forgets (clears) a property.
 NOTHING = "{}"
 
-# The actions of the copy/move engine, and the letters that its strings must have and must not have one without another.
+# The actions of the copy/move engine. Its strings must have the letter KEEP_LINKS, and must not have OVERWRITE without
+# PUT_ASIDE.
 ENGINE_CALLS = ("CustomAction15", "CustomAction16")
 KEEP_LINKS, OVERWRITE, PUT_ASIDE, DEFAULTS = "lobz"
 TAKEN_BACK = {"g": KEEP_LINKS, "k": OVERWRITE}
@@ -43,8 +44,8 @@ TAKEN_BACK = {"g": KEEP_LINKS, "k": OVERWRITE}
 # The update task reads a file in the first of these folders as SYSTEM: it must be below the second, which is protected.
 READ_AS_SYSTEM, PROTECTED = "DIR_APPDATA", "DIR_CLIENT"
 
-# Where a path comes from that an action takes as SYSTEM: the properties in the data and the command lines of such actions,
-# each with what keeps a user from giving it. What is not here must not be named there.
+# The properties that the data and the command lines of actions with the rights of SYSTEM may contain as paths, each with its
+# source, which is not a user. Such actions must not use other paths.
 PATH_SOURCES = {
     "DIR_SERVER": "an administrator in a first installation; then the registry",
     "DIR_DATAFOLDER": "an administrator in a first installation; then the server's settings",
@@ -55,35 +56,35 @@ PATH_SOURCES = {
     "ServerDataName": "the package",
     "System64Folder": "the engine",
 }
-# Other properties in such data, which are no paths.
+# Other properties in such data, which are not paths.
 NAMES_IN_DATA = {"ServiceAccount"}
 
-# The names of the client, the server and their maker. In a fragment they are the values of variables, so that a
-# product of another name takes nothing for its own that is theirs; but for what the library itself looks at or says.
+# The names of the client, the server and their maker. In a fragment they are the values of variables, so that a product of
+# another name does not use anything of theirs. Exceptions are the names that the library itself reads or writes.
 PRODUCT = re.compile("Ostrel|Vantor|Halvorstead")
 LIBRARY_TEXTS = {"SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings", "25003"}
 
-# What an action or its text can have room for: a column of the table of actions.
+# The most characters that a column of the table of actions can have.
 LONGEST_TARGET = 255
 
-# Where costing begins: what is refused before it is refused in the dialogs' sequence too.
+# The place where costing begins. A refusal before it must be in the dialogs' sequence too.
 COST_INITIALIZE = 800
 
-# Directly after InstallFinalize, where MajorUpgrade puts the removal of older versions, at the first free number.
+# The places directly after InstallFinalize: MajorUpgrade puts the removal of older versions at the first free one.
 REMOVAL_PLACES = range(6601, 6604)
 
-# What these actions read must be set in each run that comes to them.
+# The property that each of these actions reads: it must be set in each run that reaches the action.
 LISTS = {"CustomAction5": "PROP_FIREWALLDATA", "CustomAction19": "PROP_FIREWALLDATA"}
 
-# Actions that are set to run later get nothing but this one text.
+# The kinds of actions that run later: they get only one text, their CustomActionData.
 LATER = ("deferred", "rollback", "commit")
 
-# How a package refuses a run without an administrator's rights: the action, its place in both sequences, its condition, and
-# the property without which the engine answers that condition otherwise.
+# How a package refuses a run without an administrator's rights: the action, its place in both sequences, its condition, the
+# property that the condition reads, and the property without which the engine gives that property another value.
 REFUSAL, REFUSAL_PLACE, REFUSAL_CONDITION = "RefuseNoAdministrator", 10, "NOT AdminUser"
 RIGHTS, REAL_RIGHTS = "AdminUser", "MSIUSEREALADMINDETECTION"
 
-# Everything that is read, once. `models` are the packages in packages/ that include a fragment, `packages` all of these
+# All input of the checks. `models` are the packages in packages/ that include a fragment, `packages` are all packages there
 # and the examples of the guide.
 Kit = namedtuple("Kit", "root exported fragments models packages sections jobs notices")
 
@@ -103,13 +104,13 @@ def is_library(action):
 
 
 def reads_data(kit, action):
-    """Whether an action of the library gets its input as CustomActionData."""
+    """True if an action of the library gets its input as CustomActionData."""
     section = kit.sections.get(action.get("DllEntry"))
     return kind_of(action) in LATER and section is not None and "CustomActionData" in section.reads
 
 
 def used_in(kit, authoring):
-    """The properties that a file's conditions and values, and the entry points that it calls, read."""
+    """The properties that are read by a file's conditions and values, and by the entry points that it calls."""
     used = {name for row in authoring.rows for name in names_in(row.condition)}
     used |= {name for value in authoring.values() for name in named_in(value)}
     for name in authoring.entry_points():
@@ -118,7 +119,7 @@ def used_in(kit, authoring):
 
 
 def made_in(kit, authoring):
-    """The properties that a file gives a value: by declaring them, by a search, an action, or a folder."""
+    """The properties to which a file gives a value: by a declaration, a search, an action, or a folder."""
     made = set(authoring.properties) | authoring.searched | authoring.folders
     made |= {action["Property"] for action in authoring.actions.values() if action.get("Property")}
     for name in authoring.entry_points():
@@ -127,7 +128,7 @@ def made_in(kit, authoring):
 
 
 def check_names(kit):
-    """Entry points, fragments and pages speak of the same names."""
+    """The list of exports, the fragments and the pages have the same entry points."""
     exported = set(kit.exported)
     called = {name for fragment in kit.fragments.values() for name in fragment.entry_points()}
     yield from (f"{name}: {LIST} lists it, but no fragment calls it" for name in kit.exported if name not in called)
@@ -141,25 +142,25 @@ def check_names(kit):
 
 
 def check_actions(kit):
-    """Each action of a fragment is named after the entry point that it calls, and stands in a sequence."""
+    """Each action of a fragment is named after the entry point that it calls, and is in a sequence."""
     for fragment in kit.fragments.values():
         placed = {row.action for row in fragment.rows}
         for name, action in fragment.actions.items():
             if name not in placed:
-                yield f"{fragment.name}: {name} stands in no sequence"
+                yield f"{fragment.name}: {name} is not in a sequence"
             match = re.fullmatch(r"(CustomAction\d+)(\.\w+)?", name)
             if is_library(action) and (not match or match[1] != action.get("DllEntry")):
                 yield f"{fragment.name}: {name} calls {action.get('DllEntry')}"
             if is_library(action) and kind_of(action) in LATER and action.get("Impersonate") != "no":
-                yield f"{fragment.name}: {name} is deferred, and would not run as SYSTEM"
+                yield f"{fragment.name}: {name} is deferred, but would not run as SYSTEM"
         for place, number, action, *_ in fragment.rows:
             later = kind_of(fragment.actions.get(action, {})) in LATER
             if later and (place, 1500 < number < 6600) != ("execute", True):
-                yield f"{fragment.name}: {action} is deferred, and stands outside of the script"
+                yield f"{fragment.name}: {action} is deferred, but is outside of the script"
 
 
 def check_data(kit):
-    """What an action that runs later is told is set in front of it, in the same sequence."""
+    """The data of an action that runs later are set before it, in the same sequence."""
     for fragment in kit.fragments.values():
         for name, action in fragment.actions.items():
             if not reads_data(kit, action):
@@ -182,7 +183,7 @@ def check_pairs(kit):
 
 
 def check_notices(kit):
-    """Each notice has its text once, in the fragment of the action that sends it."""
+    """Each notice has one text, in the fragment of the action that sends it."""
     if sorted(kit.notices) != NOTICES:
         yield f"{PAGE}: the notices are {', '.join(sorted(kit.notices))}, not {', '.join(NOTICES)}"
     for number in NOTICES:
@@ -198,11 +199,11 @@ def check_notices(kit):
 
 
 def check_secrets(kit):
-    """Passwords are hidden, and go into nothing that is not."""
+    """Passwords are hidden, and are passed only to hidden properties and actions."""
     for file in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
         for name, attributes in file.properties.items():
             if "PASS" in name.upper() and attributes.get("Hidden") != "yes":
-                yield f"{file.name}: {name} is a password, and not hidden"
+                yield f"{file.name}: {name} is a password, but is not hidden"
     for model in kit.models:
         hidden = {name for name, attributes in model.properties.items() if attributes.get("Hidden") == "yes"}
         yield from (f"{model.name}: the service's password {name} is not hidden" for name in
@@ -221,7 +222,7 @@ def check_models(kit):
         if not any(name in model.fragments for model in kit.models):
             yield f"{name}: no model package includes it"
     for model in kit.models:
-        yield from (f"{model.name}: there is no fragment {name}" for name in model.unknown)
+        yield from (f"{model.name}: includes {name}, which does not exist" for name in model.unknown)
         for name in model.fragments:
             yield from (f"{model.name}: includes {name}, but not {need}" for need in kit.fragments[name].needs()
                         if need not in model.fragments)
@@ -236,11 +237,11 @@ def check_needs(kit):
             makers = [other.name for other in kit.fragments.values() if name in made_in(kit, other)]
             if not set(makers) & set(fragment.needs()) and not re.search(rf"\b{name}\b", heads):
                 yield (f"{fragment.name}: reads {name}{' of ' * bool(makers)}{' or '.join(makers)}, "
-                       "and its head does not say so")
+                       "but its head does not say so")
 
 
 def all_fronts(kit, fragment):
-    """The fragments that must be before one, and before those."""
+    """The fragments that must come before one, directly or because of another."""
     found, left = set(), [*fragment.fronts()]
     while left:
         name = left.pop()
@@ -262,9 +263,9 @@ def check_variables(kit):
             if name in before or (name in fragment.defines and f"var.{name}?>" not in fragment.text):
                 continue
             if not re.search(rf"\b{name}\b", fragment.head):
-                yield f"{fragment.name}: reads the variable {name}, and its head does not say so"
+                yield f"{fragment.name}: reads the variable {name}, but its head does not say so"
             if name not in fragment.defines and ("ifndef", name) not in [guard[:2] for guard in fragment.guards]:
-                yield f"{fragment.name}: reads the variable {name}, and no guard asks for it"
+                yield f"{fragment.name}: reads the variable {name}, but no guard asks for it"
 
 
 def check_guards(kit):
@@ -281,16 +282,16 @@ def check_guards(kit):
                 yield f"{fragment.name}: the message of the guard for {name} does not begin with the fragment's name"
             need = re.search(r" needs (\w+\.wxi)\.", message)
             if need and (kind, name) != ("ifndef", guard_variable(need[1])):
-                yield f"{fragment.name}: the guard that asks for {need[1]} looks at {name}"
+                yield f"{fragment.name}: the guard that asks for {need[1]} tests {name}"
         if fragment.said_needs() != fragment.needs():
-            yield (f"{fragment.name}: its head wants {', '.join(fragment.said_needs()) or 'no fragment'}, "
-                   f"and its guards {', '.join(fragment.needs()) or 'none'}")
+            yield (f"{fragment.name}: its head names {', '.join(fragment.said_needs()) or 'no fragment'}, "
+                   f"but its guards ask for {', '.join(fragment.needs()) or 'none'}")
         if any(map(is_library, fragment.actions.values())) and LIBRARY_FRAGMENT not in fragment.fronts():
-            yield f"{fragment.name}: calls the library, and does not ask for {LIBRARY_FRAGMENT}"
+            yield f"{fragment.name}: calls the library, but does not ask for {LIBRARY_FRAGMENT}"
 
 
 def refuses(kit, one, other):
-    """Whether two fragments cannot be in one package, by their guards and by those of what they need."""
+    """True if two fragments cannot be in one package, because of their guards or the guards of fragments that they need."""
     for left, right in ((one, other), (other, one)):
         theirs = {guard_variable(name) for name in {right.name} | all_fronts(kit, right)}
         for name in {left.name} | all_fronts(kit, left):
@@ -301,22 +302,22 @@ def refuses(kit, one, other):
 
 
 def check_places(kit):
-    """No two actions have one place in a sequence: not in a model, and not in fragments that can meet. The places for the
-    removal of older versions are free."""
+    """No two actions have the same place in a sequence, neither in a model nor in fragments that can be in one package. No
+    action has a place for the removal of older versions."""
     fragments = list(kit.fragments.values())
     for index, one in enumerate(fragments):
         for other in fragments[index + 1:]:
             shared = {row[:2] for row in one.rows} & {row[:2] for row in other.rows}
             if shared and not refuses(kit, one, other):
                 yield (f"{one.name} and {other.name} both have the place "
-                       f"{', '.join(str(number) for _, number in sorted(shared))}, and do not refuse each other")
-        yield from (f"{one.name}: {row.action} has the place {row.number} of RemoveExistingProducts" for row in one.rows
+                       f"{', '.join(str(number) for _, number in sorted(shared))}, but do not refuse each other")
+        yield from (f"{one.name}: {row.action} has the place {row.number}, which is for RemoveExistingProducts" for row in one.rows
                     if row.number in REMOVAL_PLACES)
     for model in kit.models:
         places = {}
         for row in model.rows:
             places.setdefault(row[:2], []).append(row.action)
-        yield from (f"{model.name}: {' and '.join(actions)} have the place {number}"
+        yield from (f"{model.name}: {' and '.join(actions)} both have the place {number}"
                     for (_, number), actions in sorted(places.items()) if len(actions) > 1)
 
 
@@ -331,15 +332,15 @@ def check_product_names(kit):
 
 
 def check_targets(kit):
-    """What an action is told, or says, has room in its column."""
+    """The data and the error texts of actions fit into their column."""
     for file in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
         for name, action in file.actions.items():
-            yield from (f"{file.name}: {name} has {len(action[key])} characters, and not up to {LONGEST_TARGET}"
+            yield from (f"{file.name}: {name} has {len(action[key])} characters, more than {LONGEST_TARGET}"
                         for key in ("Value", "ExeCommand", "Error") if len(action.get(key, "")) > LONGEST_TARGET)
 
 
 def check_refusals(kit):
-    """What is refused before costing is refused in both sequences, and in the same way; and before anything changes."""
+    """A refusal before costing is the same in both sequences. Every refusal comes before anything is changed."""
     for fragment in kit.fragments.values():
         rows = {row[:4] for row in fragment.rows}
         for row in sorted(rows):
@@ -353,7 +354,7 @@ def check_refusals(kit):
 
 
 def check_setters(kit):
-    """What a model sets for an action of the library is set before each action that reads it."""
+    """A property that a model sets for an action of the library is set before each action that reads it."""
     for model in kit.models:
         own = model.files[0]
         for setter, action in own.actions.items():
@@ -380,34 +381,34 @@ def check_secure(kit):
 
 
 def forgetters(file, name):
-    """The rows that take a property's value away, in a fragment or a model."""
+    """The rows of a fragment or a model that clear a property."""
     actions = {action for action, attributes in file.actions.items()
                if attributes.get("Property") == name and attributes.get("Value") == NOTHING}
     return [row for row in file.rows if row.action in actions]
 
 
 def always_forgotten(file):
-    """The properties that each sequence forgets, whatever the run, before something else in it sets them."""
+    """The properties that each sequence clears in every run before something else in it sets them."""
     names = {action.get("Property") for action in file.actions.values() if action.get("Value") == NOTHING}
     return {name for name in names if {row.place for row in forgetters(file, name) if row.condition == name
                                        and kind_of(file.actions[row.action]) == "immediate"} == {"UI", "execute"}}
 
 
 def is_elsewhere(kit, model, name):
-    """Whether only a fragment that the model does not include declares a property, or sets it: nothing sets it then."""
+    """True if a property is declared or set only by fragments that the model does not include: then nothing sets it."""
     return name not in model.properties and not any(name in made_in(kit, file) for file in model.files) and any(
         name in made_in(kit, fragment) for fragment in kit.fragments.values())
 
 
 def check_findings(kit):
-    """What is searched for is forgotten before the search, in the sequence that searches; what actions find in each
-    sequence is forgotten by each."""
+    """A property that is searched for is cleared before the search in both sequences. A property that actions find in each
+    sequence is cleared by each."""
     for fragment in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
         for name in sorted(fragment.found):
             early = {row.place for row in forgetters(fragment, name) if row.number < APP_SEARCH
                      and kind_of(fragment.actions[row.action]) == "firstSequence"}
             if early != {"UI", "execute"}:
-                yield f"{fragment.name}: {name} is searched for, and not forgotten before that in both sequences"
+                yield f"{fragment.name}: {name} is searched for, but not forgotten before that in both sequences"
     for model in kit.models:
         given = {name for name, attributes in model.properties.items() if attributes.get("Secure") == "yes"}
         for finder, action in sorted(model.actions.items()):
@@ -434,20 +435,20 @@ def check_paths(kit):
                      if other.get("Property") == name and other.get("Value")]
             texts += [action.get(key, "") for key in ("ExeCommand",)]
             for used in sorted({used for text in texts for used in named_in(text)} - set(PATH_SOURCES) - NAMES_IN_DATA):
-                yield f"{model.name}: {name} runs as SYSTEM with {used}, of which nothing says where it comes from"
+                yield f"{model.name}: {name} runs as SYSTEM with {used}, but PATH_SOURCES does not name its source"
 
 
-# Deletes the markers of the conversion in a folder that others can write.
+# The action that deletes the markers of the conversion, in a folder that others can write to.
 MARKER_CALL = "CustomAction17"
 
 
 def check_strings(kit):
-    """The strings of the copy/move engine go through no links, and delete nothing; a rollback deletes no markers."""
+    """The strings of the copy/move engine follow no links and delete nothing. A rollback deletes no markers."""
     for fragment in [*kit.fragments.values(), *(model.files[0] for model in kit.models)]:
         for name, action in fragment.actions.items():
             if is_library(action) and action.get("DllEntry") == MARKER_CALL and kind_of(action) == "rollback":
-                yield (f"{fragment.name}: {name} deletes files in a rollback, when others can have made the folder a link: "
-                       "leave it out")
+                yield (f"{fragment.name}: {name} deletes files in a rollback, when others may have replaced the folder by a "
+                       "link: leave it out")
         calls = {name for name, action in fragment.actions.items()
                  if is_library(action) and action.get("DllEntry") in ENGINE_CALLS and kind_of(action) in LATER}
         for setter, action in fragment.actions.items():
@@ -461,10 +462,10 @@ def check_strings(kit):
                         options = (options | {letter}) - {TAKEN_BACK.get(letter)} if letter != DEFAULTS else set()
                     continue
                 if KEEP_LINKS not in options:
-                    yield f"{fragment.name}: {setter} goes through links: its string needs the letter {KEEP_LINKS}"
+                    yield f"{fragment.name}: {setter} follows links: its string needs the letter {KEEP_LINKS}"
                 if OVERWRITE in options and PUT_ASIDE not in options:
                     yield (f"{fragment.name}: {setter} deletes what it replaces: its string needs the letter {PUT_ASIDE} "
-                           f"beside {OVERWRITE}")
+                           f"besides {OVERWRITE}")
 
 
 def check_update_folder(kit):
@@ -476,10 +477,10 @@ def check_update_folder(kit):
 
 
 def check_administrator(kit):
-    """A package with actions of its own or of the library refuses a run without an administrator's rights, before all of
-    them; and none of the library's is in a sequence that has no such refusal."""
+    """A package with actions refuses a run without an administrator's rights, before all of them. No action of the library is
+    in a sequence without such a refusal."""
     for package in kit.packages:
-        yield from (f"{package.name}: {action} calls the library in {sequence}, where nothing refuses the run"
+        yield from (f"{package.name}: {action} calls the library in {sequence}, which does not refuse the run"
                     for sequence, action in package.others if is_library(package.actions.get(action, {})))
         if package.actions:
             yield from (f"{package.name}: {text}" for text in refusal_findings(package))
@@ -491,22 +492,22 @@ def refusal_findings(package):
         yield f"has no {REFUSAL}: include {LIBRARY_FRAGMENT}"
         return
     if set(action) != {"Id", "Error"}:
-        yield f"{REFUSAL} is not an action with an error only"
+        yield f"{REFUSAL} is not an action that only has an error"
     for place in ("UI", "execute"):
         rows = [row for row in package.rows if row.place == place]
         own = [row[1:4:2] for row in rows if row.action == REFUSAL]
         if own != [(REFUSAL_PLACE, REFUSAL_CONDITION)]:
-            yield (f"{REFUSAL} is in the {place} sequence as {own or 'nothing'}, not once at {REFUSAL_PLACE} with "
+            yield (f"{REFUSAL} is {own or 'missing'} in the {place} sequence, not once at {REFUSAL_PLACE} with "
                    f"{REFUSAL_CONDITION}")
         yield from (f"{row.action} is at {row.number} of the {place} sequence, before {REFUSAL}" for row in rows
                     if 0 <= row.number <= REFUSAL_PLACE and row.action != REFUSAL)
     attributes = package.properties.get(REAL_RIGHTS, {})
     if attributes.get("Value") != "1":
-        yield f"{REAL_RIGHTS} is not 1, so {RIGHTS} says in each repair that the user is an administrator"
+        yield f"{REAL_RIGHTS} is not 1, so in each repair {RIGHTS} is set as if the user were an administrator"
     if attributes.get("Secure") == "yes":
         yield f"{REAL_RIGHTS} is secure, so a user can give another value"
     if RIGHTS in package.properties:
-        yield f"{RIGHTS} is declared, so it is set whoever the user is"
+        yield f"{RIGHTS} is declared, so it is set for every user"
     yield from (f"{name} sets {action['Property']}" for name, action in package.actions.items()
                 if action.get("Property") in (RIGHTS, REAL_RIGHTS))
 
@@ -517,7 +518,7 @@ def folders_below(model, name):
 
 
 def is_free(kit, model, name):
-    """Whether a public property may be secure or not; see NOT_SECURE."""
+    """True if a public property may be secure or not; see NOT_SECURE."""
     if name in model.folders and name not in model.properties:
         return True
     writers = {action for action, attributes in model.actions.items() if is_library(attributes)
@@ -527,18 +528,18 @@ def is_free(kit, model, name):
 
 
 def check_searches(kit):
-    """A model writes what its fragments look for in later runs, below the keys that variables name; others are the
-    system's."""
+    """A model writes the registry values that its fragments search for in later runs. Checks only keys that variables name;
+    other keys belong to the system."""
     for model in kit.models:
         for name in model.fragments:
             searches = next(file.searches for file in model.files if file.name == name)
-            yield from (f"{model.name}: does not write {value} of {key}, which {name} looks for"
+            yield from (f"{model.name}: does not write {value} of {key}, which {name} searches for"
                         for key, value in sorted(searches - set(model.registry))
                         if key in model.variables.values())
 
 
 def check_runs(kit, scenarios):
-    """No action that runs later is scheduled without its data, whatever the run."""
+    """No run schedules an action that runs later without its data."""
     for model in kit.models:
         for scenario in scenarios.get(model.name, []):
             for properties in (scenario.properties, {**scenario.properties, **scenario.options}):
@@ -559,12 +560,12 @@ def data_findings(kit, model, scenario, properties):
 
 
 def check_sources(kit):
-    """The page's rows of what is read and written name the properties that the sources name."""
+    """The rows Reads and Writes of the page name the same properties as the sources."""
     page = {name for section in kit.sections.values() for name in section.reads | section.writes
             if name.startswith(("PROP_", "DIR_"))}
     code = read_code_properties(kit.root)
-    yield from (f"{PAGE}: no row Reads or Writes names {name}, which src/ does" for name in sorted(code - page))
-    yield from (f"{PAGE}: a row Reads or Writes names {name}, which src/ does not" for name in sorted(page - code))
+    yield from (f"{PAGE}: no row Reads or Writes names {name}, but src/ does" for name in sorted(code - page))
+    yield from (f"{PAGE}: a row Reads or Writes names {name}, but src/ does not" for name in sorted(page - code))
 
 
 CHECKS = [check_names, check_actions, check_data, check_pairs, check_notices, check_secrets, check_models, check_needs,

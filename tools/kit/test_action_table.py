@@ -140,7 +140,7 @@ class KitTest(TreeTest):
         text = (self.root / path).read_text(encoding="utf-8")
         self.assertIn(old, text)
         self.write({path: text.replace(old, new)})
-        found = [line for line in self.regenerate() if not line.startswith(f"{GUIDE}: nothing is said")]
+        found = [line for line in self.regenerate() if not line.startswith(f"{GUIDE}: does not describe")]
         self.assertEqual(len(found), len(expected), found)
         for line, beginning in zip(found, expected):
             self.assertTrue(line.startswith(beginning), f"{line!r} does not begin with {beginning!r}")
@@ -186,19 +186,19 @@ class ChecksTest(KitTest):
 
     def test_not_in_a_sequence(self):
         self.assert_broken(TASK, '<Custom Action="CustomAction28" Sequence="6460">REMOVE</Custom>', "",
-                           "task.wxi: CustomAction28 stands in no sequence")
+                           "task.wxi: CustomAction28 is not in a sequence")
 
     def test_deferred_with_the_users_rights(self):
         self.assert_broken(TASK, ' Impersonate="no"', "",
-                           "task.wxi: CustomAction28 is deferred, and would not run as SYSTEM")
+                           "task.wxi: CustomAction28 is deferred, but would not run as SYSTEM")
 
     def test_deferred_outside_of_the_script(self):
-        self.assert_broken(TASK, '"6460"', '"6605"', "task.wxi: CustomAction28 is deferred, and stands outside")
+        self.assert_broken(TASK, '"6460"', '"6605"', "task.wxi: CustomAction28 is deferred, but is outside")
 
     def test_deferred_in_the_dialogs_sequence(self):
         self.assert_broken(TASK, '<Custom Action="CustomAction27" Sequence="700"/>',
                            '<Custom Action="CustomAction28" Sequence="1600"/>',
-                           "task.wxi: CustomAction28 is deferred, and stands outside")
+                           "task.wxi: CustomAction28 is deferred, but is outside")
 
     def test_no_data(self):
         self.assert_broken(SERVICE, 'Property="CustomAction15.Move"', 'Property="Other"',
@@ -264,7 +264,7 @@ class ChecksTest(KitTest):
         self.assertIn("28000", found[0])
 
     def test_password_that_is_not_hidden(self):
-        self.assert_broken(SERVICE, ' Hidden="yes"', "", "service.wxi: PROP_USERPASS is a password, and not hidden")
+        self.assert_broken(SERVICE, ' Hidden="yes"', "", "service.wxi: PROP_USERPASS is a password, but is not hidden")
 
     def test_services_password(self):
         self.write({CLIENT: model("notices", "service", "task", content='<ServiceInstall Password="[PROP_NAME]"/>')})
@@ -273,12 +273,12 @@ class ChecksTest(KitTest):
     def test_password_that_is_passed_on(self):
         self.assert_broken(SERVICE, 'Value="back"', 'Value="back [PROP_USERPASS]"',
                            "client/client.wxs: SetBack shows PROP_USERPASS",
-                           "client/client.wxs: CustomAction16.Back runs as SYSTEM with PROP_USERPASS, of which")
+                           "client/client.wxs: CustomAction16.Back runs as SYSTEM with PROP_USERPASS, but")
 
     def test_password_that_is_passed_on_covered(self):
         self.assert_broken(SERVICE, 'Value="back"', 'Value="back [PROP_USERPASS]" HideTarget="yes"',
                            "client/client.wxs: SetBack shows PROP_USERPASS",
-                           "client/client.wxs: CustomAction16.Back runs as SYSTEM with PROP_USERPASS, of which")
+                           "client/client.wxs: CustomAction16.Back runs as SYSTEM with PROP_USERPASS, but")
         text = (self.root / SERVICE).read_text(encoding="utf-8")
         self.write({SERVICE: text.replace("<UI>", '<Property Id="CustomAction16.Back" Hidden="yes"/><UI>')})
         self.assertEqual([line for line in self.regenerate() if "shows" in line], [])
@@ -288,7 +288,7 @@ class ChecksTest(KitTest):
 
     def test_fragment_that_is_not_there(self):
         self.assert_broken(SERVER, "<?include notices.wxi?>", "<?include notice.wxi?>",
-                           "server/server.wxs: there is no fragment notice.wxi")
+                           "server/server.wxs: includes notice.wxi, which does not exist")
 
     def test_needed_fragment_not_included(self):
         self.write({CLIENT: model("service", "task")})
@@ -297,17 +297,17 @@ class ChecksTest(KitTest):
 
     def test_need_that_the_head_does_not_name(self):
         self.assert_broken(SERVICE, "The fragment notices.wxi must be included too.", "",
-                           "service.wxi: its head wants no fragment, and its guards notices.wxi")
+                           "service.wxi: its head names no fragment, but its guards ask for notices.wxi")
 
     def test_need_that_no_guard_asks_for(self):
         text = guards("service", "library", "notices").split("\n")[-2]
         self.assert_broken(SERVICE, text, "",
-                           "service.wxi: reads PROP_SILENCE of notices.wxi, and its head does not say so",
-                           "service.wxi: its head wants notices.wxi, and its guards none")
+                           "service.wxi: reads PROP_SILENCE of notices.wxi, but its head does not say so",
+                           "service.wxi: its head names notices.wxi, but its guards ask for none")
 
     def test_guard_that_looks_at_another_fragment(self):
         self.assert_broken(SERVICE, "<?ifndef var.FragmentNotices?>", "<?ifndef var.FragmentTask?>",
-                           "service.wxi: the guard that asks for notices.wxi looks at FragmentTask")
+                           "service.wxi: the guard that asks for notices.wxi tests FragmentTask")
 
     def test_guard_of_another_fragment(self):
         self.assert_broken(TASK, "<?error task.wxi needs", "<?error tasks.wxi needs",
@@ -319,23 +319,23 @@ class ChecksTest(KitTest):
 
     def test_library_that_nobody_asks_for(self):
         self.assert_broken(TASK, guards("task", "library").split("\n")[2], "",
-                           "task.wxi: calls the library, and does not ask for library.wxi")
+                           "task.wxi: calls the library, but does not ask for library.wxi")
 
     def test_one_place_for_two_fragments(self):
         refusal = "<?ifdef var.FragmentService?><?error task.wxi and service.wxi meet.?><?endif?>\n"
         self.assert_broken(TASK, '"6620"', '"6615"',
-                           "service.wxi and task.wxi both have the place 6615, and do not refuse each other",
-                           "client/client.wxs: CustomAction5 and CustomAction27 have the place 6615")
+                           "service.wxi and task.wxi both have the place 6615, but do not refuse each other",
+                           "client/client.wxs: CustomAction5 and CustomAction27 both have the place 6615")
         text = (self.root / TASK).read_text(encoding="utf-8").replace("<Include>\n" + guards("task", "library"),
                                                                       "<Include>\n" + guards("task", "library") + refusal)
         self.write({TASK: text})
-        self.assertEqual(self.regenerate(), ["client/client.wxs: CustomAction5 and CustomAction27 have the place 6615"])
+        self.assertEqual(self.regenerate(), ["client/client.wxs: CustomAction5 and CustomAction27 both have the place 6615"])
 
     def test_place_of_the_removal(self):
         for number in ("6601", "6603"):
             self.write({TASK: TASK_TEXT})
             self.assert_broken(TASK, '"6620"', f'"{number}"',
-                               f"task.wxi: CustomAction27 has the place {number} of RemoveExistingProducts")
+                               f"task.wxi: CustomAction27 has the place {number}, which is for RemoveExistingProducts")
         self.write({TASK: TASK_TEXT})
         self.assert_broken(TASK, '"6620"', '"6604"')
 
@@ -343,7 +343,7 @@ class ChecksTest(KitTest):
         self.write({CLIENT: model("notices", "service", "task", content='<CustomAction Id="Own" Property="P" Value="1"/>'
                                   '<InstallExecuteSequence><Custom Action="Own" Sequence="6460"/>'
                                   "</InstallExecuteSequence>")})
-        self.assertEqual(self.regenerate(), ["client/client.wxs: Own and CustomAction28 have the place 6460"])
+        self.assertEqual(self.regenerate(), ["client/client.wxs: Own and CustomAction28 both have the place 6460"])
 
     def test_name_of_the_product(self):
         for name in ("Ostrel", "Vantor server", "SOFTWARE\\Halvorstead"):
@@ -356,13 +356,13 @@ class ChecksTest(KitTest):
         self.assert_broken(TASK, "</Include>", '<?ifndef var.Name?><?define Name = "Vantor"?><?endif?>\n'
                            '<CustomAction Id="Set" Property="Own" Value="$(var.Name)"/>'
                            '<InstallExecuteSequence><Custom Action="Set" Sequence="19"/></InstallExecuteSequence>'
-                           "</Include>", "task.wxi: reads the variable Name, and its head does not say so")
+                           "</Include>", "task.wxi: reads the variable Name, but its head does not say so")
 
     def test_text_that_is_too_long(self):
         refusal = '<CustomAction Id="Refuse" Error="{}"/><InstallExecuteSequence><Custom Action="Refuse" Sequence="1010">' \
                   "NOT PROP_LIST</Custom></InstallExecuteSequence></Include>"
         self.assert_broken(SERVICE, "</Include>", refusal.format("x" * 256),
-                           "service.wxi: Refuse has 256 characters, and not up to 255",
+                           "service.wxi: Refuse has 256 characters, more than 255",
                            *["client/client.wxs: "] * 10)
         self.write({SERVICE: SERVICE_TEXT})
         self.assert_broken(SERVICE, "</Include>", refusal.format("x" * 255), *["client/client.wxs: "] * 10)
@@ -401,14 +401,14 @@ class ChecksTest(KitTest):
 
     def test_property_that_nobody_sets(self):
         self.assert_broken(TASK, "REMOVE</Custom>", "NOT Wanted</Custom>",
-                           "task.wxi: reads Wanted, and its head does not say so")
+                           "task.wxi: reads Wanted, but its head does not say so")
 
     def test_variable_that_the_head_does_not_name(self):
         self.assert_broken(TASK, "</Include>\n", '<Binary SourceFile="$(var.Library)"/></Include>\n',
-                           "task.wxi: reads the variable Library, and its head does not say so",
-                           "task.wxi: reads the variable Library, and no guard asks for it")
+                           "task.wxi: reads the variable Library, but its head does not say so",
+                           "task.wxi: reads the variable Library, but no guard asks for it")
         self.assert_broken(TASK, "the task.", "the task. The variable Library names a file.",
-                           "task.wxi: reads the variable Library, and no guard asks for it")
+                           "task.wxi: reads the variable Library, but no guard asks for it")
         self.assert_broken(TASK, "</Include>\n", "<?ifndef var.Library?><?error task.wxi needs the variable Library.?>"
                            "<?endif?></Include>\n")
 
@@ -418,7 +418,7 @@ class ChecksTest(KitTest):
 
     def test_secure_by_the_package(self):
         self.assert_broken(SERVICE, '<Property Id="PROP_LIST" Secure="yes"/>', "",
-                           "service.wxi: reads PROP_LIST, and its head does not say so",
+                           "service.wxi: reads PROP_LIST, but its head does not say so",
                            "client/client.wxs: PROP_LIST, which service.wxi reads, is not secure")
         self.write({CLIENT: model("notices", "service", "task", content='<Property Id="PROP_LIST" Secure="yes"/>')})
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
@@ -446,19 +446,19 @@ class ChecksTest(KitTest):
                   '<RegistrySearch Id="S" Key="$(var.OldKey)" Name="Old"/></Property>'
                   '<Property Id="PROP_SYSTEM"><RegistrySearch Id="T" Key="SOFTWARE\\Other" Name="Old"/></Property>')
         self.assert_broken(TASK, "</Include>\n", f"{search}</Include>\n",
-                           f"client/client.wxs: does not write Old of {key}, which task.wxi looks for",
-                           "task.wxi: PROP_OLD is searched for, and not forgotten before that in both sequences",
-                           "task.wxi: PROP_SYSTEM is searched for, and not forgotten before that in both sequences")
+                           f"client/client.wxs: does not write Old of {key}, which task.wxi searches for",
+                           "task.wxi: PROP_OLD is searched for, but not forgotten before that in both sequences",
+                           "task.wxi: PROP_SYSTEM is searched for, but not forgotten before that in both sequences")
         self.write({CLIENT: model("notices", "service", "task", content=f'<RegistryValue Key="{key}" Name="Old"/>')})
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
 
     def test_property_that_the_page_does_not_name(self):
         self.write({"src/client/more.cpp": 'Read("PROP_MORE");\n'})
-        self.assertEqual(self.regenerate(), [f"{PAGE}: no row Reads or Writes names PROP_MORE, which src/ does"])
+        self.assertEqual(self.regenerate(), [f"{PAGE}: no row Reads or Writes names PROP_MORE, but src/ does"])
 
     def test_property_that_only_the_page_names(self):
         self.write({"src/client/all.cpp": 'Read(L"PROP_SILENCE", "PROP_LIST", "PROP_NAME", "PROP_USERPASS");\n'})
-        self.assertEqual(self.regenerate(), [f"{PAGE}: a row Reads or Writes names DIR_CLIENT, which src/ does not"])
+        self.assertEqual(self.regenerate(), [f"{PAGE}: a row Reads or Writes names DIR_CLIENT, but src/ does not"])
 
 
 class GuideTest(KitTest):
@@ -474,11 +474,11 @@ class GuideTest(KitTest):
 
     def test_part_missing(self):
         self.assert_found({GUIDE: self.guide().replace("<!-- generated: notices -->", "")},
-                          f"{GUIDE}: the part notices is there 0 times")
+                          f"{GUIDE}: has the part notices 0 times")
 
     def test_unknown_part(self):
         self.assert_found({GUIDE: self.guide() + "<!-- generated: other -->\n<!-- end of other -->\n"},
-                          f"{GUIDE}: there is no part of the name other")
+                          f"{GUIDE}: the generator has no part other")
 
     def test_no_guide(self):
         (self.root / GUIDE).unlink()
@@ -489,15 +489,15 @@ class GuideTest(KitTest):
         row = next(line for line in self.guide().splitlines() if line.startswith("| `PROP_LIST` |"))
         self.assertEqual(row, "| `PROP_LIST` |  | yes | `service.wxi` | 5, 19 |  | meaning |")
         self.assert_found({GUIDE: self.guide().replace(row, row.replace("meaning", ""))},
-                          f"{GUIDE}: nothing is said of the values of PROP_LIST")
+                          f"{GUIDE}: does not describe the values of PROP_LIST")
 
     def test_new_property(self):
         self.assert_broken(TASK, "</Include>\n", '<Property Id="PROP_NEW" Value="9" Secure="yes"/></Include>\n')
         self.assertIn("| `PROP_NEW` | `9` | yes | `task.wxi` |  |  |  |", self.guide())
         self.assertIn("| `PROP_NAME` | `vt` | yes | `service.wxi` | 23, 24, `service.wxi` |  | meaning |", self.guide())
         self.assertIn("| `PROP_NEW` | an administrator, in any run |  |", self.guide())
-        self.assertEqual(self.lint(), (1, [f"{GUIDE}: nothing is said of the values of PROP_NEW",
-                                           f"{GUIDE}: nothing is said of what can be caused by PROP_NEW"]))
+        self.assertEqual(self.lint(), (1, [f"{GUIDE}: does not describe the values of PROP_NEW",
+                                           f"{GUIDE}: does not describe what can be caused by PROP_NEW"]))
 
     def test_rows(self):
         guide = self.guide()

@@ -1,4 +1,4 @@
-"""check-runs.py: what a log tells is compared with what the sequences are to do, action by action."""
+"""check-runs.py: compares the actions in a log with those of the sequences, one by one."""
 
 import subprocess
 import sys
@@ -59,14 +59,14 @@ class CheckRunsTest(unittest.TestCase):
         lines = self.check(*arguments, **options)
         return [line for line in lines if line[0] in "+-" and line[:3] not in ("---", "+++")]
 
-    def test_a_run_as_it_is_to_be(self):
+    def test_a_run_as_expected(self):
         self.assertEqual(self.check(WHOLE), [])
 
     def test_both_forms_of_logs(self):
         self.assertEqual(self.check(WHOLE, encoding="utf-16"), [])
         self.assertEqual(self.changed(WHOLE[1:], encoding="utf-16"), ["-Set"])
 
-    def test_actions_of_nobody_are_passed_over(self):
+    def test_unknown_actions_are_ignored(self):
         self.assertEqual(self.check(["INSTALL", *WHOLE, "PublishProduct"]), [])
 
     def test_an_action_is_missing(self):
@@ -85,35 +85,35 @@ class CheckRunsTest(unittest.TestCase):
                 actions = WHOLE[:place] + [WHOLE[place + 1], WHOLE[place]] + WHOLE[place + 2:]
                 self.assertNotEqual(self.changed(actions), [])
 
-    def test_the_engines_script_is_looked_at_where_it_is_there(self):
+    def test_the_engines_script_is_compared_if_it_is_there(self):
         actions = [*WHOLE[:-4], "RemoveFiles", *WHOLE[-4:]]
         self.assertNotEqual(self.changed(actions), [])
 
     def test_a_failure_in_the_script(self):
         self.assertEqual(self.check(FAILING, fails="Late"), [])
-        # The engine takes back what is its own, in its own order.
+        # The engine undoes its own actions, in its own order.
         self.assertEqual(self.check([*FAILING[:-2], "InstallServices", "Second", "InstallServices", "Undo"],
                                     fails="Late"), [])
         self.assertEqual(self.changed(FAILING[:-1], fails="Late"), ["-Undo"])
         self.assertNotEqual(self.changed([*FAILING[:-2], "Undo", "Second"], fails="Late"), [])
         self.assertEqual(self.changed(WHOLE, fails="Late"), ["-Failed", "-Second", "-Undo"])
 
-    def test_nothing_runs_behind_a_failure(self):
+    def test_nothing_runs_after_a_failure(self):
         self.assertEqual(self.check([*HEAD, *SCHEDULED, "Script", "Failed", "Second", "Undo"], fails="Script"), [])
         late = [*HEAD, *SCHEDULED, "Script", "Late", "Failed", "Second", "Undo"]
         self.assertEqual(self.changed(late, fails="Script"), ["+Late"])
         self.assertEqual(self.check(["Set", "Now", "Failed"], fails="Now"), [])
         self.assertEqual(self.changed(["Set", "Now", "Script", "Failed"], fails="Now"), ["+Script"])
 
-    def test_a_failure_that_cannot_be(self):
+    def test_an_impossible_failure(self):
         self.assertRaises(ValueError, self.check, WHOLE, fails="Never")
 
-    def test_a_log_of_nothing(self):
-        self.assertEqual(self.check([]), ["the log tells of no action"])
+    def test_an_empty_log(self):
+        self.assertEqual(self.check([]), ["the log has no start of an action"])
 
 
 class ProgramTest(unittest.TestCase):
-    """The whole program, over logs that are made from what is expected."""
+    """The whole program, with logs made from the expected actions."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory(prefix="hx-runs-")
@@ -156,7 +156,7 @@ class ProgramTest(unittest.TestCase):
 
 
 class TableTest(unittest.TestCase):
-    """The runs that are compared."""
+    """The table RUNS."""
 
     def test_each_picture_is_run(self):
         for name, scenarios in MODULE.SCENARIOS.items():
@@ -176,7 +176,7 @@ class TableTest(unittest.TestCase):
                 named = f'"{run.log}"' in sources
                 self.assertTrue(named or f"TEST_F({suite}, {test})" in sources)
 
-    def test_a_condition_that_is_another_shows(self):
+    def test_another_condition_is_found(self):
         run = MODULE.RUNS[0]
         seen = set(MODULE.IN_SCRIPT)
         told = MODULE.Expectation(run, PACKAGES[run.package], seen).events

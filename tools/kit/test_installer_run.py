@@ -1,4 +1,4 @@
-"""installer_run.py: conditions mean what they mean to the engine, and a sequence is run as it runs it."""
+"""installer_run.py: evaluates conditions and walks through a sequence as the engine does."""
 
 import unittest
 from collections import namedtuple
@@ -53,18 +53,18 @@ class SequenceTest(unittest.TestCase):
         self.assertEqual(self.run_rows(*rows, A="1"), [("Set", None), ("Call", "<1>"), ("Call", "<1>"),
                                                        ("Clear", "<1>"), ("Engine", "")])
 
-    def test_what_is_searched_for(self):
+    def test_property_that_is_searched_for(self):
         rows = [Row(40, "Set", "A"), Row(45, "Call", "A"), Row(55, "Call", "A"), Row(60, "Call", "B")]
         actions = {"Set": {"Property": "A", "Value": "{}"}, "Call": {}}
         run = MODULE.run_sequence(rows, actions, {"A": "1", "B": "2"}, {"A"})
         self.assertEqual([(row.number, state.get("A")) for row, state in run], [(55, "1"), (60, "1")])
 
-    def test_what_is_given_until_the_search(self):
+    def test_property_that_is_given_until_the_search(self):
         rows = [Row(40, "Call", "A"), Row(55, "Call", "A")]
         run = MODULE.run_sequence(rows, {}, {"A": "1"}, {"A"}, given={"A": "2"})
         self.assertEqual([(row.number, state.get("A")) for row, state in run], [(40, "2"), (55, "1")])
 
-    def test_what_an_action_answers(self):
+    def test_property_that_an_action_sets(self):
         rows = [Row(60, "Set", "A"), Row(65, "Call", ""), Row(70, "Set", "A"), Row(75, "Other", "")]
         answers = {"Call": ["A", "B"], "Nobody": ["C"]}
         run = MODULE.run_sequence(rows, {}, {"A": "1", "C": "3"}, answers=answers)

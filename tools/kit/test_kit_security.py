@@ -55,12 +55,12 @@ class KitSecurityTest(unittest.TestCase):
 
     def test_string_that_goes_through_links(self):
         self.change(MIGRATION, "hxsetup -mobinl ", "hxsetup -mobin ")
-        self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetServerEntriesBack goes through links: its string "
+        self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetServerEntriesBack follows links: its string "
                           "needs the letter l")
 
     def test_string_whose_second_source_goes_through_links(self):
         self.change(MIGRATION, "-el &quot;[DIR_UPG_DATA].&quot;", "-ge &quot;[DIR_UPG_DATA].&quot;")
-        self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData goes through links: its string needs the "
+        self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData follows links: its string needs the "
                           "letter l")
 
     def test_string_that_comes_back_to_its_letters(self):
@@ -69,7 +69,7 @@ class KitSecurityTest(unittest.TestCase):
 
     def test_string_that_forgets_its_letters(self):
         self.change(MIGRATION, "-el &quot;[DIR_UPG_DATA].&quot;", "-ze &quot;[DIR_UPG_DATA].&quot;")
-        self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData goes through links: its string needs the "
+        self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData follows links: its string needs the "
                           "letter l")
 
     def test_string_that_deletes(self):
@@ -77,7 +77,7 @@ class KitSecurityTest(unittest.TestCase):
         self.change(MIGRATION, "hxsetup -mobinl ", "hxsetup -moinl ")
         self.change(MIGRATION, "hxsetup -mobl &quot;[DIR_EXDATA].", "hxsetup -mol &quot;[DIR_EXDATA].")
         self.assert_found(kit_checks.check_strings, *(f"server_migration.wxi: {setter} deletes what it replaces: its string needs "
-                                                      "the letter b beside o" for setter in
+                                                      "the letter b besides o" for setter in
                                                       ("SetAsideData", "SetServerEntriesBack")))
 
     def test_markers_that_a_rollback_deletes(self):
@@ -85,14 +85,14 @@ class KitSecurityTest(unittest.TestCase):
                     'Execute="deferred"', '<CustomAction Id="CustomAction17.Clear" BinaryKey="hxsetup" '
                     'DllEntry="CustomAction17" Execute="rollback"')
         self.assert_found(kit_checks.check_strings, "server_migration.wxi: CustomAction17.Clear deletes files in a rollback, "
-                          "when others can have made the folder a link: leave it out")
+                          "when others may have replaced the folder by a link: leave it out")
 
     def test_path_from_nowhere(self):
         self.change(MIGRATION, 'Property="CustomAction17.Judge" Value="[DIR_DATAFOLDER]"',
                     'Property="CustomAction17.Judge" Value="[PROP_FOLDER]"')
         self.change(SERVER, "[DIR_SERVER]dbcon.cmd", "[PROP_CONVERTER]")
-        self.assert_found(kit_checks.check_paths, *(f"server/server.wxs: {action} runs as SYSTEM with {name}, of which nothing "
-                                                    "says where it comes from" for action, name in
+        self.assert_found(kit_checks.check_paths, *(f"server/server.wxs: {action} runs as SYSTEM with {name}, but "
+                                                    "PATH_SOURCES does not name its source" for action, name in
                                                     (("ConvertDatabase", "PROP_CONVERTER"),
                                                      ("CustomAction17.Judge", "PROP_FOLDER"))))
 
@@ -114,7 +114,7 @@ class KitSecurityTest(unittest.TestCase):
 
     def test_search_that_keeps_what_is_given(self):
         self.change(SERVER, '<Custom Action="ForgetServerFolderFound" Sequence="45">SERVERFOLDERFOUND</Custom>', "")
-        self.assert_found(kit_checks.check_findings, "server.wxs: SERVERFOLDERFOUND is searched for, and not forgotten before "
+        self.assert_found(kit_checks.check_findings, "server.wxs: SERVERFOLDERFOUND is searched for, but not forgotten before "
                           "that in both sequences")
 
     def test_update_folder_that_users_can_make(self):
@@ -149,11 +149,11 @@ class KitSecurityTest(unittest.TestCase):
     def test_refusal_that_is_not_one(self):
         self.change(LIBRARY, 'Id="RefuseNoAdministrator"\n                Error=', 'Id="RefuseNoAdministrator"\n'
                     '                Property="REFUSED" Value=')
-        self.assert_all_found("RefuseNoAdministrator is not an action with an error only")
+        self.assert_all_found("RefuseNoAdministrator is not an action that only has an error")
 
     def test_refusal_that_an_action_skips(self):
         self.change(LIBRARY, 'Id="RefuseNoAdministrator"\n', 'Id="RefuseNoAdministrator" Execute="firstSequence"\n')
-        self.assert_all_found("RefuseNoAdministrator is not an action with an error only")
+        self.assert_all_found("RefuseNoAdministrator is not an action that only has an error")
 
     def change_row(self, place, new):
         """Writes `new` in the place of the refusal's row in one sequence."""
@@ -164,13 +164,13 @@ class KitSecurityTest(unittest.TestCase):
         for place in ("UI", "execute"):
             with self.subTest(place):
                 self.change_row(place, "<!-- nothing -->")
-                self.assert_all_found(f"RefuseNoAdministrator is in the {place} sequence as nothing, not once at 10 with "
+                self.assert_all_found(f"RefuseNoAdministrator is missing in the {place} sequence, not once at 10 with "
                                       "NOT AdminUser")
                 shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
 
     def test_refusal_at_another_place(self):
         self.change_row("execute", REFUSAL.replace('"10"', '"9"'))
-        self.assert_all_found("RefuseNoAdministrator is in the execute sequence as [(9, 'NOT AdminUser')], not once at 10 "
+        self.assert_all_found("RefuseNoAdministrator is [(9, 'NOT AdminUser')] in the execute sequence, not once at 10 "
                               "with NOT AdminUser")
 
     def test_refusal_with_another_condition(self):
@@ -178,7 +178,7 @@ class KitSecurityTest(unittest.TestCase):
             for condition in ("NOT Privileged", "NOT AdminUser AND NOT Installed", ""):
                 with self.subTest(f"{place} {condition}"):
                     self.change_row(place, REFUSAL.replace("NOT AdminUser", condition))
-                    self.assert_all_found(f"RefuseNoAdministrator is in the {place} sequence as [(10, '{condition}')], not "
+                    self.assert_all_found(f"RefuseNoAdministrator is [(10, '{condition}')] in the {place} sequence, not "
                                           "once at 10 with NOT AdminUser")
                     shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
 
@@ -186,8 +186,8 @@ class KitSecurityTest(unittest.TestCase):
         self.change(CLIENT, "    <Directory Id=\"TARGETDIR\"", '    <InstallUISequence><Custom Action="RefuseNoAdministrator" '
                     'Sequence="30">NOT Privileged</Custom></InstallUISequence>\n    <Directory Id="TARGETDIR"')
         self.assert_found(kit_checks.check_administrator,
-                          "client/client.wxs: RefuseNoAdministrator is in the UI sequence as [(30, 'NOT Privileged'), (10, 'NOT "
-                          "AdminUser')], not once at 10 with NOT AdminUser")
+                          "client/client.wxs: RefuseNoAdministrator is [(30, 'NOT Privileged'), (10, 'NOT AdminUser')] in the UI "
+                          "sequence, not once at 10 with NOT AdminUser")
 
     def test_action_before_the_refusal(self):
         self.change(DATA, '<Custom Action="ForgetUpgradeProducts" Sequence="20">', '<Custom Action="ForgetUpgradeProducts" '
@@ -205,8 +205,8 @@ class KitSecurityTest(unittest.TestCase):
     def test_rights_that_the_engine_lends(self):
         for old, new in ((' Value="1"/>', ' Value="0"/>'), ('<Property Id="MSIUSEREALADMINDETECTION" Value="1"/>', "")):
             self.change(LIBRARY, old, new)
-            self.assert_all_found("MSIUSEREALADMINDETECTION is not 1, so AdminUser says in each repair that the user is an "
-                                  "administrator")
+            self.assert_all_found("MSIUSEREALADMINDETECTION is not 1, so in each repair AdminUser is set as if the user "
+                                  "were an administrator")
             shutil.copyfile(ROOT / LIBRARY, self.root / LIBRARY)
 
     def test_rights_that_a_user_can_give(self):
@@ -219,7 +219,7 @@ class KitSecurityTest(unittest.TestCase):
                     '    <CustomAction Id="Detection" Property="MSIUSEREALADMINDETECTION" Value="{}"/>\n'
                     '    <Directory Id="TARGETDIR"')
         self.assert_found(kit_checks.check_administrator,
-                          "client/client.wxs: AdminUser is declared, so it is set whoever the user is",
+                          "client/client.wxs: AdminUser is declared, so it is set for every user",
                           "client/client.wxs: Rights sets AdminUser",
                           "client/client.wxs: Detection sets MSIUSEREALADMINDETECTION")
 
@@ -229,7 +229,7 @@ class KitSecurityTest(unittest.TestCase):
             with self.subTest(tag):
                 self.change("packages/installed_programs.wxi", "</Include>", f"  <{tag}>{row}</{tag}>\n</Include>")
                 self.assert_found(kit_checks.check_administrator, "client/client.wxs: CustomAction30 calls the library in "
-                                  f"{tag}, where nothing refuses the run")
+                                  f"{tag}, which does not refuse the run")
                 shutil.copyfile(ROOT / "packages/installed_programs.wxi", self.root / "packages/installed_programs.wxi")
 
 
