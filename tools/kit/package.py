@@ -1,28 +1,29 @@
 #!/usr/bin/env python3
 """Makes the installer packages of one processor: tools/kit/package.py arm64|x64 [LIBRARY [FOLDER]]
 
-LIBRARY is the hxsetup.dll that goes into them (build/PROCESSOR/hxsetup.dll); beside it must be the stand-ins agent.exe
-(the programs) and ostrack.dll (the tracking library), and witness.dll, which looks around for tests and demonstration.
-FOLDER is where the packages are left (build/packages/PROCESSOR):
-  client.msi          the client package, with the version that the file VERSION states
+LIBRARY is the hxsetup.dll of the packages (default: build/PROCESSOR/hxsetup.dll). Its folder must also have the stand-ins
+agent.exe (for the programs) and ostrack.dll (for the tracking library), and witness.dll, which reports the state of the
+machine to tests and demonstration. The packages are written to FOLDER (default: build/packages/PROCESSOR):
+  client.msi          the client package, with the version in the file VERSION
   client-newer.msi    the same with the next higher build number, to upgrade from the first
   server-older.msi    an older server package, which the next one upgrades
-  server.msi          the server package, with the version of the library as well
-  server-watched.msi  the same as a product of its own, with the witness in it
-  other.msi           a server package of another maker, with names of its own, and with the version of the library
+  server.msi          the server package, also with the version of the library
+  server-watched.msi  the same as a separate product, with the witness in it
+  other.msi           a server package of another maker, with other names, and with the version of the library
   other-newer.msi     the same with the next higher build number, to upgrade from the first
-  other-firewall.msi  the same as a product of its own, with one fragment only and those that this one needs
+  other-firewall.msi  the same as a separate product, with only one fragment and those that it needs
   other-account.msi
   other-access.msi
-  other-client.msi    a client package of that maker, with a name of its own
+  other-client.msi    a client package of that maker, with another name
   other-client-newer.msi  the same with the next higher build number, to upgrade from the first
   guide-client.msi    the examples of docs/authoring.md, with the stand-ins for the programs
   guide-server.msi
 
-The authoring in packages/ is that of the common compilers. wixl, which compiles it here, knows less than they
-do; what it leaves out or does otherwise is put right afterwards, so that the package is what its source says.
+The authoring in packages/ is in the language of the common compilers. wixl, which compiles it here, supports only a part of
+it. This script adds to the compiled package what wixl leaves out and corrects what it does otherwise, so that the package
+matches its source.
 
-The same inputs make the same bytes: product codes come from the names that they stand for, times are fixed.
+The same inputs make the same bytes: product codes are derived from the products' names, and times are fixed.
 """
 
 import hashlib
@@ -42,29 +43,29 @@ from kit.guide_examples import FILES, examples
 ROOT = Path(__file__).resolve().parents[2]
 NAMESPACE = "{http://schemas.microsoft.com/wix/2006/wi}"
 
-# What the engine calls the processor in a package's template, and people in a version's text.
+# The name of the processor in a package's template, and its name in the text of a version.
 TEMPLATES = {"arm64": "Arm64", "x64": "x64"}
 LABELS = {"arm64": "ARM64", "x64": "x64"}
 
-# The stand-ins for the programs, as it is built and with the version of the package behind its end, and for the tracking
-# library; the witness.
+# The stand-in for the programs as built; the one for the tracking library; the witness; and the stand-in for the programs
+# with the package's version appended.
 PROGRAM = "agent.exe"
 TRACKING = "ostrack.dll"
 WITNESS = "witness.dll"
 VERSION_PROGRAM = "program.exe"
 
-# The packages with one fragment only, and the variables that ask for it.
+# The packages with only one fragment, and the variables that select it.
 ONE_FRAGMENT = {"firewall": ["WithFirewall"], "account": ["WithAccount"], "access": ["WithAccount", "WithAccess"]}
 
-# The version of what an upgrade finds; lower than every version of the library.
+# The version of the packages that are upgraded; lower than every version of the library.
 OLDER_VERSION = "0.9.0"
 
-# The date of the packages and of the files in them; the engine shows it and does nothing with it.
+# The date of the packages and of the files in them; the engine only shows it.
 DATE = "2024/01/01 00:00:00"
 FILE_TIME = 1704067200
 
 # Types of actions: an entry point of a library in the package, an error that ends the installation, a command line with
-# its working folder, the setting of a property; with what is added for the attributes Return, Execute and Impersonate.
+# its working folder, the setting of a property. Then the numbers that the attributes Return, Execute and Impersonate add.
 LIBRARY_ACTION = 1
 ERROR_ACTION = 19
 COMMAND_ACTION = 34
@@ -76,9 +77,8 @@ NO_IMPERSONATION = 2048
 # An attribute of a component.
 PERMANENT = 16
 
-# Where MajorUpgrade's attribute Schedule puts the removal of the old version: directly behind the action that it names.
+# Where MajorUpgrade's attribute Schedule puts the removal of the old version: directly after the action that it names.
 REMOVAL_SEQUENCE = {"afterInstallValidate": 1401, "afterInstallInitialize": 1501, "afterInstallFinalize": 6601}
-
 
 # The numbers in a sequence that stand for its end, by the attribute OnExit.
 EXIT_SEQUENCE = {"success": -1, "cancel": -2, "error": -3, "suspend": -4}
@@ -89,7 +89,7 @@ def fail(text):
 
 
 def run(*command, cwd=None):
-    """Runs a tool; what it prints as an error, or its status, stops the work. Returns its output."""
+    """Runs a tool and returns its output. Exits with a message if the tool prints an error or fails."""
     environment = dict(os.environ, TZ="UTC", LC_ALL="C.UTF-8")
     result = subprocess.run(command, cwd=cwd, env=environment, text=True, capture_output=True, check=False)
     if result.returncode != 0 or result.stderr.strip():
@@ -98,7 +98,7 @@ def run(*command, cwd=None):
 
 
 def guid_of(name):
-    """A GUID that is always the same for the same name."""
+    """The GUID for a name, always the same for the same name."""
     return "{" + str(uuid.uuid5(uuid.NAMESPACE_DNS, f"{name}.hxsetup")).upper() + "}"
 
 
@@ -108,13 +108,13 @@ def query(package, sql):
 
 def export(package, table):
     """The rows of a table, each a list of its fields."""
-    # The streams of a table go into the current folder.
+    # msiinfo writes the streams of a table to the current folder.
     lines = run("msiinfo", "export", package.resolve(), table, cwd=package.parent).splitlines()
     return [line.split("\t") for line in lines[3:]]
 
 
 def import_table(package, stage, table, head, rows):
-    """Replaces a table by `rows`, pairs of a key and a text; `head` are the lines that describe its columns."""
+    """Replaces a table by `rows`, each a key and a text; `head` are the lines that describe its columns."""
     lines = [*head, *(f"{number}\t{text}" for number, text in rows)]
     path = stage / f"{table}.idt"
     path.write_bytes("".join(line + "\r\n" for line in lines).encode("cp1252"))
@@ -122,30 +122,30 @@ def import_table(package, stage, table, head, rows):
 
 
 def compile_authoring(source, variables, stage, package):
-    """Compiles `source` into `package` and returns its parsed text, with all variables and includes replaced."""
+    """Compiles `source` into `package`. Returns its parsed text, with all variables and includes replaced."""
     defines = [part for name, value in variables.items() for part in ("-D", f"{name}={value}")]
     text = run("wixl", "-a", "x64", "-E", "-I", ROOT / "packages", *defines, source)
-    # wixl does not know the attributes Secure, Hidden, Permanent and Schedule, nor the table of error texts.
+    # wixl does not support the attributes Secure, Hidden, Permanent and Schedule, nor the table of error texts.
     known = re.sub(r' (Secure|Hidden|Permanent)="yes"', "", text)
     known = re.sub(r'(<MajorUpgrade [^>]*) Schedule="\w+"', r"\1", known)
-    # An action's working folder and its command's text stand in the same columns as a property and its command's.
+    # The column of an action's working folder is the one of an action's property, and wixl supports only the latter.
     known = re.sub(r'(<CustomAction Id="[^"]*" )Directory=', r"\1Property=", known)
-    # It knows no actions that show an error; their text stands where a property's value stands.
+    # wixl does not support actions that show an error; their text is in the column of a property's value.
     known = re.sub(r'(<CustomAction Id="([^"]*)"\s+)Error=', r'\1Property="\2" Value=', known)
     known = re.sub(r'OnExit="(\w+)"', lambda exit: f'Sequence="{EXIT_SEQUENCE[exit[1]]}"', known)
-    # It knows no permissions but those of the older table.
+    # wixl supports only the permissions of the older table.
     known = re.sub(r"<PermissionEx [^>]*>.*?</PermissionEx>", "", known, flags=re.DOTALL)
     known = re.sub(r"<UI>\s*(<Error [^>]*>[^<]*</Error>\s*)*</UI>", "", known)
     compiled = stage / "source.wxs"
     compiled.write_text(known, encoding="utf-8")
-    # It takes files from the folder that it runs in only.
+    # wixl takes files only from the current folder.
     run("wixl", "-a", "x64", "-o", package, compiled.name, cwd=stage)
     return ElementTree.fromstring(text)
 
 
 def set_property_list(package, tree, attribute, listing):
-    """Writes the names of the properties marked with `attribute`, beside those that the compiler found to be so itself,
-    into the property `listing`."""
+    """Writes the names of the properties marked with `attribute`, and those that the compiler has put there itself, to the
+    property `listing`."""
     names = [element.get("Id") for element in tree.iter(f"{NAMESPACE}Property") if element.get(attribute) == "yes"]
     for name, value, *_ in export(package, "Property"):
         if name == listing:
@@ -157,8 +157,8 @@ def set_property_list(package, tree, attribute, listing):
 
 
 def set_action_types(package, tree):
-    """Gives the actions the types that their attributes mean; wixl knows no firstSequence, and marks every
-    action as one that runs without impersonation."""
+    """Sets the types of the actions from their attributes: wixl does not support firstSequence, and marks every action as
+    one without impersonation."""
     for element in tree.iter(f"{NAMESPACE}CustomAction"):
         kind = EXECUTE[element.get("Execute", "immediate")] + RETURN[element.get("Return", "check")]
         kind += NO_IMPERSONATION if element.get("Impersonate") == "no" else 0
@@ -172,12 +172,12 @@ def set_action_types(package, tree):
         elif element.get("Property"):
             kind += PROPERTY_ACTION
         else:
-            fail(f"{element.get('Id')}: an action of this kind is not known here")
+            fail(f"{element.get('Id')}: this kind of action is not supported")
         query(package, f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{element.get('Id')}'")
 
 
 def set_permanent_components(package, tree):
-    """Marks the components that outlive the product."""
+    """Marks the components that stay when the product is removed."""
     for name, _, _, attributes, *_ in export(package, "Component"):
         element = tree.find(f".//{NAMESPACE}Component[@Id='{name}']")
         if element.get("Permanent") == "yes":
@@ -186,7 +186,7 @@ def set_permanent_components(package, tree):
 
 
 def set_permissions(package, stage, tree):
-    """Writes the table of the access lists that folders get, each with the condition under which they do."""
+    """Writes the table of the folders' access lists, each with its condition."""
     rows = []
     for folder in tree.iter(f"{NAMESPACE}Directory"):
         for element in folder.findall(f"{NAMESPACE}Component/{NAMESPACE}CreateFolder/{NAMESPACE}PermissionEx"):
@@ -200,13 +200,13 @@ def set_permissions(package, stage, tree):
 
 
 def set_error_texts(package, stage, tree):
-    """Writes the table of the texts that records name by number."""
+    """Writes the table of the error texts, which records name by number."""
     texts = sorted((int(element.get("Id")), element.text.strip()) for element in tree.iter(f"{NAMESPACE}Error"))
     import_table(package, stage, "Error", ["Error\tMessage", "i2\tL0", "Error\tError"], texts)
 
 
 def set_summary(package, stage, template, title, contents):
-    """Writes the summary: for which processor the package is, above all, which wixl knows for x64 only."""
+    """Writes the summary of the package, above all its processor: wixl supports only x64."""
     rows = {1: 1252, 2: "Installation Database", 3: title, 4: "Halvorstead", 5: "Installer", 6: title,
             7: f"{template};1033", 9: guid_of(f"package {contents}"), 12: DATE, 13: DATE, 14: 500, 15: 2,
             18: "hxsetup", 19: 2}
@@ -215,7 +215,7 @@ def set_summary(package, stage, template, title, contents):
 
 
 def complete(package, stage, tree):
-    """Puts right in the compiled package what the compiler left out of its source, or did otherwise."""
+    """Adds to the compiled package what the compiler left out of its source, and corrects what it did otherwise."""
     set_property_list(package, tree, "Secure", "SecureCustomProperties")
     set_property_list(package, tree, "Hidden", "MsiHiddenProperties")
     set_action_types(package, tree)
@@ -230,7 +230,7 @@ def complete(package, stage, tree):
 
 
 def copy_files(files, stage):
-    """Lays down files by their names and contents, with the same time for all."""
+    """Writes files, given as names with contents, all with the same time."""
     for name, content in files.items():
         copy = stage / name
         copy.write_bytes(content)
@@ -238,9 +238,9 @@ def copy_files(files, stage):
 
 
 def make_package(source, processor, library, name, version, target, kind="", **more):
-    """Makes the package `target` from `source` in packages/; the files beside it, in files/, and the stand-in for the
-    programs and the tracking library, beside the library, may be in it. A `kind` makes it another product than the one
-    without; `more` are variables for the compiler."""
+    """Makes the package `target` from `source` in packages/. It can contain the files in files/ next to the source, and the
+    stand-ins next to the library. A package with a `kind` is another product than the one without. `more` are variables for
+    the compiler."""
     label = LABELS[processor]
     source = ROOT / "packages" / source
     with tempfile.TemporaryDirectory() as folder:
@@ -248,7 +248,7 @@ def make_package(source, processor, library, name, version, target, kind="", **m
         beside = [library.parent / name for name in (PROGRAM, TRACKING, WITNESS)]
         inputs = [library, *beside, *sorted((source.parent / "files").glob("*"))]
         files = {path.name: path.read_bytes() for path in inputs}
-        # Another one for each version, so that an upgrade has files to replace.
+        # Different for each version, so that an upgrade has files to replace.
         files[VERSION_PROGRAM] = files[PROGRAM] + f"\n{name} {version}\n".encode()
         digest = hashlib.sha256(f"{processor} {version}".encode())
         for file, content in files.items():
@@ -273,8 +273,8 @@ def make_package(source, processor, library, name, version, target, kind="", **m
 
 
 def make_example(name, text, processor, library, target):
-    """Makes the package `target` of an example of the guide, whose text is complete but for the programs: the stand-in
-    beside the library is each of them."""
+    """Makes the package `target` from an example of the guide. Its text is complete except for the programs: each of them is
+    the stand-in next to the library."""
     with tempfile.TemporaryDirectory() as folder:
         stage = Path(folder)
         stand_in = (library.parent / PROGRAM).read_bytes()
@@ -282,7 +282,7 @@ def make_example(name, text, processor, library, target):
         files = {file: stand_in if file.endswith(".exe") else (scripts / file).read_bytes() for file in FILES[name]}
         files[library.name] = library.read_bytes()
         copy_files(files, stage)
-        # A compiler gives the product a code of its own for "*".
+        # A compiler replaces "*" by a new product code.
         code = guid_of(f"guide {name} {processor}")
         text, count = re.subn(r'(<Product Id=)"\*"', rf'\1"{code}"', text)
         if count != 1:
@@ -310,7 +310,7 @@ def main():
     version = (ROOT / "VERSION").read_text(encoding="utf-8").strip()
     major, minor, build = map(int, version.split("."))
     if (major, minor, build) <= tuple(map(int, OLDER_VERSION.split("."))):
-        fail(f"VERSION is {version}, and the older packages have {OLDER_VERSION}")
+        fail(f"VERSION is {version}, not higher than that of the older packages, {OLDER_VERSION}")
     folder.mkdir(parents=True, exist_ok=True)
     newer = f"{major}.{minor}.{build + 1}"
     make_package("client/client.wxs", processor, library, "Ostrel", version, folder / "client.msi")

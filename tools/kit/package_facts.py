@@ -1,8 +1,8 @@
-"""Reads the installer authoring in packages/ and what docs/actions.md says of the entry points. For the scripts beside
-it.
+"""Reads the installer authoring in packages/, and the facts about the entry points in docs/actions.md. For the scripts of
+this folder.
 
-A fragment is a file packages/NAME.wxi that authors include; a model is a package packages/FOLDER/NAME.wxs that includes
-some. What a fragment in a model's own folder holds (a witness for tests) is no part of either.
+A fragment is a file packages/NAME.wxi that authors include. A model is a package packages/FOLDER/NAME.wxs that includes
+fragments. A fragment in a model's own folder (a witness for tests) counts as neither.
 """
 
 import re
@@ -14,10 +14,10 @@ from pathlib import Path
 from kit.guide_examples import examples
 from lint.entry_points import NAME, PAGE, page_lines
 
-# What docs/actions.md says of one entry point: the names in the rows "Reads" and "Writes" of its section.
+# The facts about an entry point in docs/actions.md: the names in the rows "Reads" and "Writes" of its section.
 Section = namedtuple("Section", "reads writes")
 
-# One row of a sequence: `place` is "UI" or "execute", `file` the name of the file that it stands in.
+# One row of a sequence: `place` is "UI" or "execute", `file` the name of its file.
 Row = namedtuple("Row", "place number action condition file")
 
 EXIT_NUMBERS = {"success": -1, "cancel": -2, "error": -3, "suspend": -4}
@@ -26,15 +26,15 @@ SEQUENCES = {"InstallUISequence": "UI", "InstallExecuteSequence": "execute"}
 # The sequences of an administrative installation and of an advertisement, by the compilers' names and the tables'.
 OTHER_SEQUENCES = ("AdminUISequence", "AdminExecuteSequence", "AdvertiseExecuteSequence", "AdvtExecuteSequence")
 
-# Where MajorUpgrade removes older versions, by its attribute Schedule.
+# The place where MajorUpgrade removes older versions, by its attribute Schedule.
 REMOVAL = {"afterInstallValidate": 1401, "afterInstallInitialize": 1501, "afterInstallFinalize": 6601}
 
 PUBLIC = re.compile(r"[A-Z][A-Z0-9_.]*")
 
-# How a head begins to tell what entry points do.
+# The beginning of a sentence of a head that describes entry points.
 NAMED = re.compile(r"(CustomAction\d+(, )?)+: ")
 
-# A variable of the compiler; what gives one a value; what stops the compiler where one is there, or is not.
+# A variable of the compiler; a definition of one; a guard, which stops the compiler if a variable is or is not defined.
 VARIABLE = re.compile(r"\$\(var\.(\w+)\)")
 DEFINE = re.compile(r'<\?define (\w+) = "([^"]*)"\?>')
 GUARD = re.compile(r"<\?(ifdef|ifndef) var\.(\w+)\?><\?error ([^?]*)\?><\?endif\?>")
@@ -42,20 +42,29 @@ GUARD = re.compile(r"<\?(ifdef|ifndef) var\.(\w+)\?><\?error ([^?]*)\?><\?endif\
 # The one fragment that every package includes.
 LIBRARY_FRAGMENT = "library.wxi"
 
-# The properties that the page speaks of.
+# The properties that the page names.
 PROPERTY = re.compile(r"(PROP|DIR)_[A-Z0-9_]+|REBOOT|ProductName|ProductCode|CustomActionData")
 
 
 class Authoring:
-    """One file of authoring: a fragment, or a model without what it includes. `text` is what the file says; all else is
-    read with `variables` in the place of the compiler's variables, and where there is none with what the file itself
-    `defines`.
+    """One file of authoring: a fragment, or a model without the files that it includes. `text` is the text of the file. All
+    other facts are read after the compiler's variables are replaced: by `variables`, or else by the values that the file
+    itself `defines`.
 
-    `guards` are its guards, each as ("ifdef" or "ifndef", variable, message). `head` is the comment before the first element, `actions` the attributes of each action by its name, `rows`
-    those of the sequences, `others` what stands in the OTHER_SEQUENCES, each a sequence and an action, `properties` the attributes of each declared property, `searched` the properties that a
-    search sets, `found` those of them that AppSearch sets, `errors` the numbers of its error texts, `folders` its
-    directories, `passwords` the properties that its services log on with, `includes` the files that it includes,
-    `searches` the registry values that it looks for, each a key and a name, and `registry` what it writes there."""
+    `guards`      its guards, each ("ifdef" or "ifndef", variable, message)
+    `head`        the comment before the first element
+    `actions`     the attributes of each action by its name
+    `rows`        the rows of its sequences
+    `others`      the rows of the OTHER_SEQUENCES, each (sequence, action)
+    `properties`  the attributes of each declared property by its name
+    `searched`    the properties that a search sets
+    `found`       those of them that AppSearch sets
+    `errors`      the numbers of its error texts
+    `folders`     its directories
+    `passwords`   the properties with the passwords of its services
+    `includes`    the files that it includes
+    `searches`    the registry values that it searches for, each (key, name)
+    `registry`    the registry values that it writes, by (key, name)"""
 
     def __init__(self, path, variables=None):
         self.name = path.name
@@ -101,23 +110,23 @@ class Authoring:
             self.searched |= {"WIX_UPGRADE_DETECTED"}
 
     def purpose(self):
-        """What the head says first, and of each entry point that begins a sentence of its first paragraph."""
+        """The first sentence of the head, and the sentences of its first paragraph that begin with an entry point."""
         first, *others = sentences(self.head.split("\n\n")[0])
         said = [NAMED.sub("", sentence) for sentence in [first] + [other for other in others if NAMED.match(other)]]
         return " ".join(text[:1].upper() + text[1:] for text in said)
 
     def said_needs(self):
-        """The fragments that its head says must be included too."""
+        """The fragments that must be included too, according to its head."""
         return sorted({name for sentence in sentences(self.head) if "must be included too" in sentence
                        for name in re.findall(r"\w+\.wxi", sentence)} - {self.name})
 
     def fronts(self):
-        """The fragments that its guards want before it."""
+        """The fragments that must come before it, according to its guards."""
         return sorted(match[1] for kind, _, message in self.guards
                       if kind == "ifndef" and (match := re.search(r" needs (\w+\.wxi)\.", message)))
 
     def needs(self):
-        """The fragments that its guards want, beside the one that every package includes."""
+        """The fragments that its guards ask for, without the one that every package includes."""
         return [name for name in self.fronts() if name != LIBRARY_FRAGMENT]
 
     def values(self):
@@ -130,8 +139,8 @@ class Authoring:
 
 
 class Model:
-    """A package with all that it includes: `files` are its own file and the fragments. `variables` are those that the
-    fragments define, with the values that the package gives them."""
+    """A package with everything that it includes: `files` are its own file and the fragments. `variables` are the variables
+    that the fragments define, with the package's values."""
 
     def __init__(self, root, path, fragments, name=None):
         self.name = name or path.relative_to(root / "packages").as_posix()
@@ -155,7 +164,7 @@ class Model:
         self.registry = own.registry
 
     def defaults(self):
-        """What is set when a run begins: the properties' defaults, and that an administrator has started it."""
+        """The properties that are set when a run begins: the defaults, and those that an administrator's run has."""
         return {"AdminUser": "1"} | {name: attributes["Value"] for name, attributes in self.properties.items() if "Value" in attributes}
 
 
@@ -170,12 +179,12 @@ def named_in(text):
 
 
 def guard_variable(name):
-    """The variable by which a fragment says that it is included."""
+    """The variable that a fragment defines when it is included."""
     return "Fragment" + "".join(word.capitalize() for word in name.removesuffix(".wxi").split("_"))
 
 
 def read_fragments(root):
-    """The fragments by their names, each with what all of them define."""
+    """The fragments by their names, each read with the variables that all of them define."""
     paths = sorted((root / "packages").glob("*.wxi"))
     variables = {name: value for path in paths for name, value in Authoring(path).defines.items()}
     return {path.name: Authoring(path, variables) for path in paths}
@@ -191,7 +200,7 @@ def read_all_models(root, fragments):
 
 
 def read_packages(root, fragments):
-    """Every package: those in packages/, and the examples of the guide, if it is there."""
+    """Every package: those in packages/, and the examples of the guide, if it exists."""
     packages = read_all_models(root, fragments)
     guide = root / "docs/authoring.md"
     with tempfile.TemporaryDirectory(prefix="hx-packages-") as folder:
@@ -203,7 +212,7 @@ def read_packages(root, fragments):
 
 
 def read_sections(root):
-    """What the page says of each entry point."""
+    """The facts about each entry point on the page."""
     sections, name = {}, None
     for line in page_lines(root):
         if line.startswith("## "):

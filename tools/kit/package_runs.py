@@ -1,34 +1,34 @@
-"""The runs of the model packages that the guide shows, and the engine's own actions in them. For the scripts beside it.
-"""
+"""The runs of the model packages that the guide shows, and the engine's own actions in them. For the scripts of this
+folder."""
 
 from collections import namedtuple
 
-# A run of a model package: what is set before its sequence begins or by actions whose work is not followed here, and
-# what is set besides where the options of the package are used.
+# A run of a model package. `properties` are set before its sequence begins, or by actions whose work the walk does not
+# follow. `options` are set too if the options of the package are used.
 Scenario = namedtuple("Scenario", "name properties options")
 
 INSTALLED = {"Installed": "1", "ProductCode": "{this}"}
 REMOVED = {**INSTALLED, "REMOVE": "ALL"}
 AUDIT = {"PROP_TASKUSER": "auditor", "PROP_TASKPASS": "secret", "PROP_RESETAUDIT": "1"}
-# A folder that the package has, or that costing gives it.
+# The folders that the package has, or that costing sets.
 FOLDER = {"DIR_CLIENT": "P\\Ostrel\\"}
 CLIENT = {"PROP_INSTALLEDCLIENT": "{this}", "CLIENTFOLDERFOUND": "P\\Ostrel\\"}
 PLACES = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_PROGRAMS64": "P\\"}
 ASIDE = {"DIR_UPG": "P\\Vantor (previous)\\", "DIR_UPG_DATA": "P\\Vantor (previous)\\Data\\"}
-# What the finding actions answer where no server is and where one is.
+# The results of the finding actions without a server and with one.
 NO_SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\", "DIR_EXSERVER": "P\\Vantor\\", **ASIDE}
 SERVER = {**PLACES, "PROP_PREVVTDF": "P\\Vantor\\Data\\", "DIR_EXSERVER": "P\\Vantor\\",
           "SERVERFOLDERFOUND": "P\\Vantor\\", **ASIDE}
 ACCOUNT = {"PROP_ACCOUNTNAME": "vantor", "PROP_ACCOUNTDOMAIN": "HERE", "PROP_ACCOUNTPASS": "secret"}
 KEPT = {"ACCOUNTFOUND": "vantor", "ACCOUNTDOMAINFOUND": ".", "SERVICEFOUND": "HERE\\vantor"}
-# What goes with a server's service: the product that it is of, and its setting.
+# The facts that come with a server's service: its product and its setting.
 SERVICE = {"SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}", "DATAFOLDERFOUND": "P\\Vantor\\Data\\"}
 OUTSIDE = {"DIR_EXDATA": "D\\Data\\", "PROP_PREVVTDF": "D\\Data\\", "DIR_UPG_DATA": "D\\Data 2026-11-15\\"}
 # A product of another name.
 OTHER = {"ProductCode": "{this}", "ComputerName": "HERE", "DIR_SERVER": "P\\Gauge\\", "DIR_DATAFOLDER": "D\\Gauge\\"}
 OTHER_THERE = {**OTHER, "SERVICEFOUND": "LocalSystem", "PROP_INSTALLEDSERVER": "{this}"}
 
-# What actions answer that is not set before they run, and not where they do not.
+# The properties that are set only if these actions have run.
 ANSWERS = {"CustomAction12": ("DIR_PROGRAMS64",),
            "CustomAction20": ("DIR_EXSERVER", "DIR_EXDATA", "DIR_UPG", "DIR_UPG_DATA"),
            "CustomAction22": ("PROP_UPGRADE", "PROP_REPLACING", "PROP_DFPRESENT"),

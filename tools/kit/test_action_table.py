@@ -1,5 +1,5 @@
-"""action-table.py and kit_checks.py: each disagreement between entry points, fragments, models and pages is found, and
-the generated parts of the guide are what the fragments say."""
+"""action-table.py and kit_checks.py: find each disagreement between entry points, fragments, models and pages, and keep
+the generated parts of the guide equal to the fragments."""
 
 import contextlib
 import io
@@ -20,7 +20,7 @@ NOTICES = "packages/notices.wxi"
 SERVICE = "packages/service.wxi"
 TASK = "packages/task.wxi"
 
-# Entry point: what its section says that it reads and writes.
+# Each entry point, with the properties that its section says it reads and writes.
 SECTIONS = {
     1: ("`PROP_SILENCE`", "nothing"), 5: ("`PROP_LIST` and `PROP_SILENCE`", "rules"),
     15: ("`CustomActionData`", "files"), 16: ("`CustomActionData`", "files"),
@@ -45,7 +45,7 @@ def call(name, entry=None, execute=None):
 
 
 def guards(name, *needs):
-    """What a fragment begins with."""
+    """The guards at the beginning of a fragment."""
     lines = [f"<?ifdef var.Fragment{name.capitalize()}?><?error {name}.wxi is included twice. Include it once.?><?endif?>",
              f'<?define Fragment{name.capitalize()} = "yes"?>']
     lines += [f"<?ifndef var.Fragment{need.capitalize()}?><?error {name}.wxi needs {need}.wxi. Include {need}.wxi before "
@@ -136,7 +136,8 @@ class KitTest(TreeTest):
         return output.getvalue().splitlines()
 
     def assert_broken(self, path, old, new, *expected):
-        """What is found when `old` is replaced in a file, beside what that makes out of date in the guide."""
+        """Asserts what is found if `old` is replaced in a file, besides the parts of the guide that this makes out of
+        date."""
         text = (self.root / path).read_text(encoding="utf-8")
         self.assertIn(old, text)
         self.write({path: text.replace(old, new)})
@@ -155,20 +156,20 @@ class ChecksTest(KitTest):
                            f"CustomAction29: {LIST} lists it, but no fragment calls it",
                            f"CustomAction29: {LIST} lists it, but {PAGE} does not describe it")
 
-    def test_fragment_names_what_is_not_exported(self):
-        self.assert_broken(TASK, "the task.", "the task, behind CustomAction99.",
+    def test_unknown_entry_point_in_a_fragment(self):
+        self.assert_broken(TASK, "the task.", "the task, after CustomAction99.",
                            "packages/task.wxi: CustomAction99 is not exported")
 
-    def test_fragment_calls_what_is_not_exported(self):
+    def test_unknown_entry_point_that_a_fragment_calls(self):
         self.assert_broken(LIST, "CustomAction1\n", "", "docs/actions.md: CustomAction1 is not exported",
                            f"{GUIDE}: CustomAction1 is not exported",
                            "packages/service.wxi: CustomAction1 is not exported")
 
-    def test_page_names_what_is_not_exported(self):
+    def test_unknown_entry_point_on_a_page(self):
         self.write({"docs/other.md": "See CustomAction98.\n"})
         self.assertEqual(self.lint(), (1, ["docs/other.md: CustomAction98 is not exported"]))
 
-    def test_model_names_what_is_not_exported(self):
+    def test_unknown_entry_point_in_a_model(self):
         self.assert_broken(SERVER, "<Product>", "<Product><!-- CustomAction97 -->",
                            "packages/server/server.wxs: CustomAction97 is not exported")
 
@@ -212,7 +213,7 @@ class ChecksTest(KitTest):
                            *["client/client.wxs: "] * 10)
 
     def test_data_under_another_condition(self):
-        """In the removal nothing sets the data."""
+        """In a removal nothing sets the data."""
         self.assert_broken(SERVICE, 'Sequence="1510">PROP_NAME', 'Sequence="1510">NOT REMOVE',
                            *[f"client/client.wxs: {run}: CustomAction15.Move runs without its data"
                              for run in ("removal", "replaced") for _ in range(2)])
@@ -253,7 +254,7 @@ class ChecksTest(KitTest):
         self.assert_broken(TASK, "</Include>\n", '<UI><Error Id="25003">Again.</Error></UI></Include>\n',
                            "error 25003: its text is in 2 fragments: service.wxi, task.wxi")
 
-    def test_error_text_of_nobody(self):
+    def test_error_text_that_nothing_sends(self):
         self.assert_broken(TASK, "</Include>\n", '<UI><Error Id="25002">More.</Error></UI></Include>\n',
                            "task.wxi: nothing sends error 25002")
 
@@ -305,7 +306,7 @@ class ChecksTest(KitTest):
                            "service.wxi: reads PROP_SILENCE of notices.wxi, but its head does not say so",
                            "service.wxi: its head names notices.wxi, but its guards ask for none")
 
-    def test_guard_that_looks_at_another_fragment(self):
+    def test_guard_that_tests_another_fragment(self):
         self.assert_broken(SERVICE, "<?ifndef var.FragmentNotices?>", "<?ifndef var.FragmentTask?>",
                            "service.wxi: the guard that asks for notices.wxi tests FragmentTask")
 
@@ -430,7 +431,7 @@ class ChecksTest(KitTest):
                            "client/client.wxs: PROP_COMPONENT, which task.wxi reads, is secure")
 
     def test_secure_is_free_where_the_property_is_made(self):
-        """An action of the execute sequence makes it; one of the dialogs' sequence does that in another process."""
+        """An action of the execute sequence sets it; one of the dialogs' sequence would set it in another process."""
         self.assert_broken(SERVICE, '"PROP_USERPASS" Secure="yes"', '"PROP_USERPASS"')
         text = (self.root / SERVICE).read_text(encoding="utf-8").replace("NOT Installed", "PROP_USERPASS")
         self.write({SERVICE: text})
@@ -440,7 +441,7 @@ class ChecksTest(KitTest):
                            "client/client.wxs: PROP_USERPASS, which service.wxi reads, is not secure",
                            "client/client.wxs: CustomAction23 finds PROP_USERPASS, which is not forgotten")
 
-    def test_search_for_what_nobody_writes(self):
+    def test_search_for_a_value_that_nothing_writes(self):
         key = "SOFTWARE\\Halvorstead\\Ostrel"
         search = (f'<?define OldKey = "{key}"?><Property Id="PROP_OLD" Secure="yes">'
                   '<RegistrySearch Id="S" Key="$(var.OldKey)" Name="Old"/></Property>'
@@ -520,7 +521,7 @@ class GuideTest(KitTest):
         self.assertIn(["after", "a", "failure", "CustomAction24"], lines)
 
     def test_options(self):
-        """What runs only with the options of a package stands in brackets."""
+        """An action that runs only with the options of a package is in brackets."""
         self.assert_broken(TASK, "NOT REMOVE</Custom>", "PROP_RESETAUDIT</Custom>",
                            "task.wxi: reads PROP_RESETAUDIT",
                            "client/client.wxs: PROP_RESETAUDIT, which task.wxi reads, is not secure")

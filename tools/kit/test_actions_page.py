@@ -1,4 +1,4 @@
-"""docs/actions.md: its examples are what the fragments have, and are compiled word by word."""
+"""docs/actions.md: its examples match the fragments, and compile unchanged."""
 
 import re
 import tempfile
@@ -13,7 +13,7 @@ PACKAGE = load_script("kit/package.py")
 CHECKS = load_script("kit/kit_checks.py")
 PAGE = ROOT / EXAMPLES.PAGE
 
-# What each example is put into: a package that the compiler takes.
+# The package into which each example is put, so that it compiles.
 PACKAGE_TEXT = """<?xml version="1.0" encoding="utf-8"?>
 <Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">
   <Product Id="*" Name="Example" Manufacturer="Halvorstead" Version="1.0.0" Language="1033" Codepage="1252"
@@ -36,7 +36,7 @@ PACKAGE_TEXT = """<?xml version="1.0" encoding="utf-8"?>
 
 
 def elements_of(text):
-    """The actions and places in a piece of authoring: tag, name, attributes and content of each."""
+    """The actions and places in a piece of authoring: the tag, name, attributes and content of each."""
     text = re.sub(r"<!--.*?-->", "", text, flags=re.DOTALL)
     for tag, attributes, content in re.findall(r"<(CustomAction|Custom)\s([^<>]*?)(?:/>|>([^<]*)</Custom>)", text):
         attributes = dict(re.findall(r'(\w+)="([^"]*)"', attributes))
@@ -44,7 +44,7 @@ def elements_of(text):
 
 
 def defined(fragments):
-    """The values of preprocessor variables: of those that a package gives, and the defaults that fragments give."""
+    """The values of the compiler's variables: those that a package defines, and the defaults of the fragments."""
     values = {"LibraryFile": "hxsetup.dll", "DisplayVersion": "1.0.0"}
     for fragment in fragments.values():
         values.update(re.findall(r'<\?define\s+(\w+)\s*=\s*"?(.*?)"?\s*\?>', fragment.text))
@@ -57,7 +57,7 @@ class PageTest(unittest.TestCase):
         cls.kit = CHECKS.read_kit(ROOT)
         cls.page = PAGE.read_text(encoding="utf-8")
         cls.blocks = list(EXAMPLES.blocks(cls.page))
-        # What the fragments and the models say of each action and of each place.
+        # The elements of the fragments and the models for each action and each place.
         cls.known = {"CustomAction": {}, "Custom": {}}
         files = [*cls.kit.fragments.values(), *(model.files[0] for model in cls.kit.models)]
         for file in files:
@@ -73,12 +73,11 @@ class PageTest(unittest.TestCase):
             section = heading or section
             self.assertEqual(name or section, section)
 
-    def test_they_are_what_the_fragments_have(self):
+    def test_they_match_the_fragments(self):
         self.assertEqual(EXAMPLES.examples_findings(self.kit, ROOT, False), [])
 
-    def test_no_second_truth(self):
-        """Whatever an example says of an action that a fragment has is what the fragment says, also where the example is
-        written by hand."""
+    def test_examples_written_by_hand(self):
+        """An action of an example that a fragment has too is the same in both, even if the example is written by hand."""
         for heading, text in self.blocks:
             with self.subTest(heading):
                 self.assertNotIn("UPGRADINGPRODUCTCODE", text)
@@ -94,7 +93,7 @@ class PageTest(unittest.TestCase):
                         self.assertIn((attributes, content), self.known[tag][key], f"{tag} {key}")
 
     def test_compiled(self):
-        """Each example, alone in a package: its actions and places arrive in the tables."""
+        """Each example in its own package: its actions and places are in the tables."""
         values = defined(self.kit.fragments)
         self.assertGreater(len(self.blocks), len(self.kit.exported))
         with tempfile.TemporaryDirectory(prefix="hx-examples-") as folder:
@@ -117,7 +116,7 @@ class PageTest(unittest.TestCase):
         named = re.findall(r'<CustomAction Id="([^"]*)"', example)
         actions = {}
         if named:
-            # library.wxi has one of its own, which no example shows.
+            # library.wxi has its own action, which no example shows.
             own = self.kit.fragments["library.wxi"].actions
             actions = {row[0]: row for row in PACKAGE.export(package, "CustomAction") if row[0] not in own}
         self.assertEqual(set(actions), set(named))
@@ -136,7 +135,7 @@ class PageTest(unittest.TestCase):
 
 
 class FindingsTest(TreeTest):
-    """action-table.py finds an example that is not what the fragments have, and writes it."""
+    """action-table.py finds an example that differs from the fragments, and corrects it."""
 
     script = "kit/action-table.py"
 

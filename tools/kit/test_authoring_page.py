@@ -1,5 +1,5 @@
-"""docs/authoring.md: its examples are compiled into packages as they stand on the page, and are right by the rules of
-the fragments; what the pictures say of the engine's own actions is what compilers do."""
+"""docs/authoring.md: its examples compile unchanged and keep the rules of the fragments; the pictures give the engine's own
+actions the same numbers as compilers."""
 
 import re
 import subprocess
@@ -18,7 +18,7 @@ TABLE = load_script("kit/action-table.py")
 CHECKS = load_script("kit/kit_checks.py")
 FACTS = load_script("kit/package_facts.py")
 
-# What a model has for its fragments, an example needs as well.
+# The elements that a model has for its fragments: an example needs them too.
 NEEDED = {"RegistryValue", "ServiceInstall", "ServiceControl", "InstallServices", "RemoveExistingProducts"}
 
 
@@ -83,7 +83,7 @@ class CompiledTest(unittest.TestCase):
                     self.assertEqual(target, action.partition(".")[0])
 
     def test_call_of_ones_own(self):
-        """The piece that calls an entry point beside the fragments, in the package that it is for."""
+        """The piece that calls an entry point without a fragment, in the package that it is for."""
         name, piece = re.search(r"<!-- piece of (\S+) -->\n```xml\n(.*?)```\n", GUIDE.read_text(encoding="utf-8"),
                                 re.DOTALL).groups()
         stage = self.packages[name].parent
@@ -95,7 +95,7 @@ class CompiledTest(unittest.TestCase):
         added = {row[0]: row[1:4] for row in PACKAGE.export(package, "CustomAction") if row[0] not in known}
         call, = [action for action, row in added.items() if row[1] == "hxsetup"]
         setter, = set(added) - {call}
-        # A library's action, its result ignored, deferred, without impersonation; and a setting of its data.
+        # A deferred action of the library, without impersonation, whose result is ignored; and the action that sets its data.
         self.assertEqual(added[call], [str(1 + 64 + 1024 + 2048), "hxsetup", call.partition(".")[0]])
         self.assertEqual(added[setter][:2], ["51", call])
         numbers = {row[0]: int(row[2]) for row in PACKAGE.export(package, "InstallExecuteSequence")}
@@ -145,7 +145,7 @@ class CompiledTest(unittest.TestCase):
 
 
 class RulesTest(unittest.TestCase):
-    """The examples keep the rules that the models keep."""
+    """The examples keep the same rules as the models."""
 
     def test_rules(self):
         kit = CHECKS.read_kit(ROOT)
@@ -162,7 +162,7 @@ class RulesTest(unittest.TestCase):
                     self.assertEqual(found, [])
 
     def test_as_in_the_models(self):
-        """What an example shares with the model, by identifier, action or registry value, is the same there."""
+        """Elements of an example that the model has too, by identifier, action or registry value, are the same there."""
         for name, text in examples().items():
             theirs = dict(shared(ElementTree.parse(ROOT / "packages" / MODELS[name]).getroot()))
             mine = dict(shared(ElementTree.fromstring(text)))
@@ -181,7 +181,7 @@ class RulesTest(unittest.TestCase):
         self.assertEqual(pairs, CHECKS.PAIRS)
 
     def test_links(self):
-        """Links between the pages lead to a page, and to a heading of it."""
+        """Links between the pages lead to an existing page and heading."""
         text = GUIDE.read_text(encoding="utf-8")
         for page, heading in re.findall(r"\]\(([\w./-]*)#?([\w-]*)\)", text):
             with self.subTest(f"{page}#{heading}"):

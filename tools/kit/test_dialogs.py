@@ -1,5 +1,5 @@
-"""No dialog of the packages sets a property of which docs/authoring.md says who may set it: with dialogs these are set in a
-process of the user who installs."""
+"""No dialog of the packages sets a property of the table in docs/authoring.md that says who may set which: a dialog would
+set it in a process of the user who installs."""
 
 import re
 import unittest
@@ -8,7 +8,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 
-# What may name a property that it sets, and is in no dialog.
+# Elements that may have a property that they set, but are not in a dialog.
 NO_DIALOG = ("CustomAction", "UpgradeVersion")
 
 

@@ -1,4 +1,4 @@
-"""The guards of the fragments: each mistake of a package stops the compiler, with a message that says what to do."""
+"""The guards of the fragments: each mistake in a package stops the compiler, with a message that says what to do."""
 
 import re
 import subprocess
@@ -11,7 +11,7 @@ from support import TOOLS, load_script
 ROOT = TOOLS.parent
 FACTS = load_script("kit/package_facts.py")
 
-# What must come before each fragment, in an order that works.
+# The fragments that must come before each fragment, in an order that works.
 BEFORE = {
     "library": (),
     "notices": (),
@@ -32,7 +32,7 @@ BEFORE = {
     "firewall": ("library", "notices", "server_replaced"),
     "service_configuration": ("library", "server_replaced"),
 }
-# What a fragment's own guards ask for; what is needed only by one before it is asked for by that one.
+# The fragments that a fragment's own guards ask for. The guards of those ask for the rest.
 OWN = {**BEFORE, "server_access": ("library", "service_account")}
 
 VARIABLES = {"LibraryFile": "hxsetup.dll", "DisplayVersion": "1.0.0"}
@@ -67,12 +67,12 @@ class GuardTest(unittest.TestCase):
         return "".join(f"<?include {name}.wxi?>\n" for name in fragments)
 
     def compile(self, fragments, defined=(), variables=None):
-        """What the compiler says of a package with these fragments, in this order, and with the variables that it
-        defines before them: the message that stopped it, or None. `variables` are those of its command line."""
+        """Compiles a package with these fragments, in this order, which defines the variables `defined` before them. Returns
+        the message that stopped the compiler, or None. `variables` are those of its command line."""
         return self.compile_text(self.defines(defined) + self.include(*fragments), variables)
 
     def compile_text(self, text, variables=None):
-        """The same of a package that is this text."""
+        """The same for a package with this text."""
         options = [part for name, value in (VARIABLES if variables is None else variables).items()
                    for part in ("-D", f"{name}={value}")]
         with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
@@ -108,7 +108,7 @@ class GuardTest(unittest.TestCase):
     def test_without_what_it_needs(self):
         for name, needs in OWN.items():
             for need in needs:
-                # The others, as far as they can be there without that one; the first guard that misses something stops.
+                # The other fragments, except those that need the missing one; the first guard that fails stops the compiler.
                 others = [other for other in BEFORE[name] if other != need and need not in BEFORE[other]]
                 missing = next(other for other in needs if other not in others)
                 self.assertIn(missing, (need, *(other for other in needs if need in BEFORE[other])))
@@ -131,7 +131,7 @@ class GuardTest(unittest.TestCase):
             self.assert_stops(ONE_PLACE.format("client_upgrade", server), ["library", server, "client_upgrade"])
 
     def test_every_pair(self):
-        """A fragment of the client and one of the server, with all that they need, in both orders."""
+        """A fragment of the client and one of the server, with all fragments that they need, in both orders."""
         clients = [name for name in BEFORE if name == "client_upgrade" or "client_upgrade" in BEFORE[name]]
         servers = [name for name in BEFORE if name.startswith("serve") or "server_replaced" in BEFORE[name]]
         servers += ["service_configuration"]
@@ -148,7 +148,7 @@ class GuardTest(unittest.TestCase):
         self.assert_stops(None, ["library", "client_upgrade"], defined=other)
         for name, job in OSTREL_JOBS.items():
             before = [need for need in BEFORE[name] if need not in OSTREL_JOBS]
-            # A fragment that needs one of the others finds that one missing first.
+            # A fragment that needs one of the others stops first, because that one is missing.
             expected = OSTREL.format(name, job)
             if before != list(BEFORE[name]):
                 expected = OSTREL.format("client_tasks", OSTREL_JOBS["client_tasks"])
@@ -192,8 +192,8 @@ class GuardTest(unittest.TestCase):
         self.assert_stops(message, ["library", "server_replaced", "server_data_folder"], defined=OTHER_SERVER)
         self.assert_stops(None, ["library", "server_replaced", "server_data_folder"])
 
-    def test_names_of_another_product_take_the_place_of_all(self):
-        """Nothing of the client or the server is left in what such a package looks for and says."""
+    def test_names_of_another_product_replace_all_names(self):
+        """Such a package searches for nothing of the client or the server, and shows none of their names."""
         for defined, fragments in (({"ClientKey": "SOFTWARE\\Maker\\Agent"}, ["client_upgrade"]),
                                    (OTHER_SERVER, ["server_replaced", "service_account", "server_access", "firewall"])):
             with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
@@ -209,7 +209,7 @@ class GuardTest(unittest.TestCase):
                 self.assertIn(value, text)
             self.assertNotRegex(text, "(?i)vantor|ostrel|halvorstead")
 
-    def test_the_table_of_the_guide_is_theirs(self):
+    def test_the_table_of_the_guide_lists_the_guards(self):
         fragments = FACTS.read_fragments(ROOT)
         for name, needs in OWN.items():
             self.assertEqual(fragments[f"{name}.wxi"].fronts(), sorted(f"{need}.wxi" for need in needs), name)

@@ -1,5 +1,5 @@
-"""kit_checks.py: what would let a user gain something by a package is found, in copies of the fragments and the models with
-a mistake in them."""
+"""kit_checks.py: finds mistakes by which a user could gain rights through a package, in copies of the fragments and the
+models."""
 
 import shutil
 import sys
@@ -10,7 +10,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
-from kit import kit_checks  # noqa: E402  after the path is set
+from kit import kit_checks  # noqa: E402  after sys.path is set
 
 MIGRATION = "packages/server_migration.wxi"
 DATA = "packages/server_data_folder.wxi"
@@ -53,12 +53,12 @@ class KitSecurityTest(unittest.TestCase):
                       kit_checks.check_update_folder, kit_checks.check_secure, kit_checks.check_administrator):
             self.assert_found(check)
 
-    def test_string_that_goes_through_links(self):
+    def test_string_that_follows_links(self):
         self.change(MIGRATION, "hxsetup -mobinl ", "hxsetup -mobin ")
         self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetServerEntriesBack follows links: its string "
                           "needs the letter l")
 
-    def test_string_whose_second_source_goes_through_links(self):
+    def test_string_whose_second_source_follows_links(self):
         self.change(MIGRATION, "-el &quot;[DIR_UPG_DATA].&quot;", "-ge &quot;[DIR_UPG_DATA].&quot;")
         self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData follows links: its string needs the "
                           "letter l")
@@ -87,7 +87,7 @@ class KitSecurityTest(unittest.TestCase):
         self.assert_found(kit_checks.check_strings, "server_migration.wxi: CustomAction17.Clear deletes files in a rollback, "
                           "when others may have replaced the folder by a link: leave it out")
 
-    def test_path_from_nowhere(self):
+    def test_path_of_unknown_source(self):
         self.change(MIGRATION, 'Property="CustomAction17.Judge" Value="[DIR_DATAFOLDER]"',
                     'Property="CustomAction17.Judge" Value="[PROP_FOLDER]"')
         self.change(SERVER, "[DIR_SERVER]dbcon.cmd", "[PROP_CONVERTER]")
@@ -126,16 +126,16 @@ class KitSecurityTest(unittest.TestCase):
                           "make it first, and the update task reads it as SYSTEM")
 
     def assert_all_found(self, *texts):
-        """Each package that runs actions has each of these findings, and nothing else is found."""
+        """Asserts that each package that runs actions has each of these findings, and that there are no others."""
         self.assert_found(kit_checks.check_administrator, *(f"{package}: {text}" for package in PACKAGES for text in texts))
 
-    def test_every_package_is_looked_at(self):
+    def test_every_package_is_checked(self):
         packages = [package.name for package in kit_checks.read_kit(self.root).packages]
         self.assertEqual(sorted(packages), sorted([*PACKAGES, "server/older.wxs"]))
 
     def test_package_without_the_library_fragment(self):
-        """In packages/ and in the guide. The fragments that call the library do not compile without it; the package's own
-        actions do."""
+        """In packages/ and in the guide. Fragments that call the library do not compile without that fragment, but the
+        package's own actions do."""
         self.change(CLIENT, "    <?include library.wxi?>\n", "")
         self.change(GUIDE, "    <?include library.wxi?>\n", "")
         self.assert_found(kit_checks.check_administrator, *(f"{package}: has no RefuseNoAdministrator: include library.wxi"
@@ -156,7 +156,7 @@ class KitSecurityTest(unittest.TestCase):
         self.assert_all_found("RefuseNoAdministrator is not an action that only has an error")
 
     def change_row(self, place, new):
-        """Writes `new` in the place of the refusal's row in one sequence."""
+        """Replaces the refusal's row in one sequence by `new`."""
         tag = {"UI": "InstallUISequence", "execute": "InstallExecuteSequence"}[place]
         self.change(LIBRARY, f"<{tag}>\n    {REFUSAL}", f"<{tag}>\n    {new}")
 
@@ -202,7 +202,7 @@ class KitSecurityTest(unittest.TestCase):
         self.assert_found(kit_checks.check_administrator,
                           "client/client.wxs: AppSearch is at 1 of the UI sequence, before RefuseNoAdministrator")
 
-    def test_rights_that_the_engine_lends(self):
+    def test_rights_that_the_engine_grants_in_a_repair(self):
         for old, new in ((' Value="1"/>', ' Value="0"/>'), ('<Property Id="MSIUSEREALADMINDETECTION" Value="1"/>', "")):
             self.change(LIBRARY, old, new)
             self.assert_all_found("MSIUSEREALADMINDETECTION is not 1, so in each repair AdminUser is set as if the user "

@@ -1,5 +1,4 @@
-"""package.py: what the tables of each package that it makes say of security, whatever the compiler and the script have made of
-its source."""
+"""package.py: the tables of the packages that it makes are secure, whatever the compiler and the script made of the source."""
 
 import re
 import subprocess
@@ -13,14 +12,15 @@ from support import load_script
 
 PACKAGE = load_script("kit/package.py")
 
-# Those of another maker, whose data are in a folder that every user could make first.
+# The packages of another maker, whose data are in a folder that every user could make first.
 DATA_OF_ANOTHER_MAKER = {"other", "other-newer", "other-access", "other-account", "other-firewall"}
-# Those that run no actions.
+# The packages that run no actions.
 WITHOUT_ACTIONS = {"server-older"}
 PACKAGES = {"client", "client-newer", "guide-client", "guide-server", "other", "other-newer", "other-access", "other-account",
             "other-client", "other-client-newer", "other-firewall", "server", "server-older", "server-watched"}
 
-# Owner, group and the whole access list, of SYSTEM and the administrators; nothing comes from the folder above.
+# The owner, the group and the whole access list: SYSTEM and the administrators only, nothing inherited from the parent
+# folder.
 PROTECTED = "O:BAG:SYD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)"
 
 SEQUENCES = ("InstallUISequence", "InstallExecuteSequence")
@@ -40,7 +40,7 @@ class PackagesTest(unittest.TestCase):
         cls.packages = {path.stem: path for path in made.glob("*.msi")}
 
     def rows(self, name, table):
-        """The rows of a table, without the key, by their keys; nothing if there is no such table."""
+        """The rows of a table by their keys, without the key; empty if the package does not have the table."""
         tables = subprocess.run(["msiinfo", "tables", self.packages[name]], capture_output=True, text=True, check=True)
         if table not in tables.stdout.split():
             return {}
@@ -57,7 +57,8 @@ class PackagesTest(unittest.TestCase):
             self.assertEqual(self.rows(name, "CustomAction"), {})
 
     def test_folder_above_the_data_of_another_maker(self):
-        """It has an owner: a user who has made the folder before would stay its owner, and could change the list."""
+        """Its access list sets the owner: a user who made the folder before would otherwise stay its owner and could change
+        the list."""
         for name in sorted(self.packages):
             with self.subTest(name):
                 self.assertEqual(self.rows(name, "MsiLockPermissionsEx"), {} if name not in DATA_OF_ANOTHER_MAKER else {
@@ -69,7 +70,7 @@ class PackagesTest(unittest.TestCase):
                     self.assertIn(component, installed)
 
     def test_refusal_of_a_run_without_rights(self):
-        """The first action of both sequences, whatever the compiler has put there."""
+        """It is the first action of both sequences, even of those that the compiler adds."""
         for name in self.each():
             self.assertEqual(self.rows(name, "CustomAction")["RefuseNoAdministrator"][0], str(PACKAGE.ERROR_ACTION))
             for table in SEQUENCES:
@@ -85,8 +86,8 @@ class PackagesTest(unittest.TestCase):
             self.assertNotIn("AdminUser", properties)
             self.assertNotIn("MSIUSEREALADMINDETECTION", properties["SecureCustomProperties"][0].split(";"))
 
-    def test_nothing_runs_where_nothing_refuses(self):
-        """In an administrative installation and in an advertisement only the engine's own actions run."""
+    def test_sequences_without_a_refusal(self):
+        """An administrative installation and an advertisement run only the engine's own actions."""
         for name in self.each():
             own = set(self.rows(name, "CustomAction"))
             self.assertTrue(own)

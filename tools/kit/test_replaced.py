@@ -1,5 +1,5 @@
-"""The removal of an older package that a newer one starts does not depend on the older package's DLL: it may be for
-another processor and not load."""
+"""When a newer package removes an older one, the removal does not depend on the older package's DLL. That DLL may be for
+another processor, so that it cannot be loaded."""
 
 import unittest
 
@@ -16,7 +16,7 @@ class ReplacedTest(unittest.TestCase):
         cls.models = {model.name: model for model in CHECKS.read_kit(TOOLS.parent).models}
 
     def calls(self, name, run):
-        """The library's actions that a run of a model comes to, with all options in use and with none."""
+        """The library's actions that a run of a model reaches, with all options and with none."""
         model = self.models[name]
         scenario, = [each for each in RUNS.SCENARIOS[name] if each.name == run]
         rows = [row for row in model.rows if row.place == "execute"]
@@ -30,12 +30,12 @@ class ReplacedTest(unittest.TestCase):
         return found
 
     def test_client(self):
-        """Nothing is called. The one exception asks for a property that only a command line gives, and the engine
-        gives none to a removal that it starts itself."""
+        """No action is called. The only exception needs a property that only a command line can set, and a removal that the
+        engine starts has no command line."""
         self.assertEqual(set(self.calls("client/client.wxs", "replaced")), {"CustomAction11"})
 
     def test_server(self):
-        """What is called only looks, and its result is ignored."""
+        """The actions that are called change nothing, and their results are ignored."""
         calls = self.calls("server/server.wxs", "replaced")
         self.assertEqual(set(calls), {"CustomAction12", "CustomAction14", "CustomAction34", "CustomAction35"})
         for name, action in calls.items():
@@ -43,7 +43,7 @@ class ReplacedTest(unittest.TestCase):
             self.assertNotIn(CHECKS.kind_of(action), CHECKS.LATER, name)
 
     def test_a_removal_by_itself(self):
-        """The client's one needs its DLL; the server's one goes on without."""
+        """A removal of the client needs the DLL; a removal of the server continues without it."""
         checked = {name: {action for action, attributes in self.calls(name, "removal").items()
                           if attributes.get("Return") != "ignore"}
                    for name in self.models if name in RUNS.SCENARIOS}
