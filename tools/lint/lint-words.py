@@ -10,13 +10,12 @@ code is 1 if there is one.
 """
 
 import re
-import subprocess
 import sys
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from lint.cpp_tokens import tokenize
-from lint.lint_report import report
+from lint.lint_report import project_files, report
 
 EXEMPT = {"DEVELOPERS.md"}
 
@@ -37,13 +36,6 @@ FORBIDDEN_WORDS = {
 C_LIBRARY = {"assert", "complex", "ctype", "errno", "fenv", "inttypes", "locale", "math", "setjmp", "signal",
              "stdio", "stdlib", "string", "tgmath", "time", "uchar", "wchar", "wctype"}
 
-
-def project_files(root):
-    listing = subprocess.run(["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
-                             capture_output=True, check=True).stdout
-    for name in sorted(set(listing.decode("utf-8", "surrogateescape").split("\0"))):
-        if name and name not in EXEMPT and (root / name).is_file():
-            yield name
 
 
 def word_findings(name, text):
@@ -88,6 +80,8 @@ def construct_findings(name, text):
 
 def findings(root):
     for name in project_files(root):
+        if name in EXEMPT:
+            continue
         data = (root / name).read_bytes()
         if b"\0" in data:
             text = ""  # A binary file: only its name is checked.

@@ -1,8 +1,18 @@
-"""The command line and the report of the lints: they take the tree's root, by default this project's, and print a line for
-each finding."""
+"""The files, the command line and the report of the lints: they take the tree's root, by default this project's, and print
+a line for each finding."""
 
+import subprocess
 import sys
 from pathlib import Path
+
+
+def project_files(root):
+    """The names of the files below a root that git tracks or would track, sorted."""
+    listing = subprocess.run(["git", "-C", root, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+                             capture_output=True, check=True).stdout
+    for name in sorted(set(listing.decode("utf-8", "surrogateescape").split("\0"))):
+        if name and (root / name).is_file():
+            yield name
 
 
 def report(findings):

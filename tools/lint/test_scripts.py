@@ -19,8 +19,8 @@ class ScriptsTest(unittest.TestCase):
                     self.assertTrue(os.access(script, os.X_OK))
                     result = subprocess.run([script, root], capture_output=True, text=True)
                     # In an empty tree, the lists of entry points, the layers and the version are missing.
-                    lacking = script.stem in ("lint-entry-points", "lint-layers", "lint-version")
-                    self.assertEqual(result.returncode, 1 if lacking else 0, result.stdout)
+                    fails = script.stem in ("lint-entry-points", "lint-layers", "lint-version")
+                    self.assertEqual(result.returncode, 1 if fails else 0, result.stdout)
                     self.assertEqual(result.stderr, "")
 
 
