@@ -19,7 +19,7 @@ help_overview() {
 usage: ./hx COMMAND
 
   setup                   install and make everything that the other commands need
-  build                   build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the checked builds
+  build                   make build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the checked builds
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
        --only x64         skip ARM64 (--only arm64 skips x64)
@@ -29,7 +29,7 @@ usage: ./hx COMMAND
   dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12
                           (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
        --verify           make it again in another folder, from a fresh clone, and compare
-  lint                    "check", and the formatting and static checks of the sources
+  lint                    run "check", and the formatting and static checks of the sources
   clean                   remove build/; with --cache also what setup made
   help [COMMAND]          print this text, or what one command does, as ./hx COMMAND --help does
 

@@ -74,7 +74,7 @@ RETURN = {"check": 0, "ignore": 64}
 EXECUTE = {"immediate": 0, "firstSequence": 256, "deferred": 1024, "rollback": 1024 + 256, "commit": 1024 + 512}
 NO_IMPERSONATION = 2048
 
-# An attribute of a component.
+# The attribute of a component that stays when the product is removed.
 PERMANENT = 16
 
 # Where MajorUpgrade's attribute Schedule puts the removal of the old version: directly after the action that it names.

@@ -127,7 +127,7 @@ class Header:
             line = token.line
         return False
 
-    def has_doc_behind(self, index):
+    def has_doc_after(self, index):
         """True if "///<" follows the token on its line; only signs may be between them."""
         line = self.tokens[index].last_line
         for token in self.tokens[index + 1:]:
@@ -140,7 +140,7 @@ class Header:
         return False
 
     def demand_doc(self, first, last, what):
-        if not self.has_doc_before(first) and not self.has_doc_behind(last):
+        if not self.has_doc_before(first) and not self.has_doc_after(last):
             self.findings.append((self.tokens[first].line, f"{what} has no doc comment"))
 
     # ---- the grammar of declarations
@@ -169,14 +169,14 @@ class Header:
                 self.take()
             elif scope.kind == "enum":
                 self.read_enumerator()
-            elif scope.kind == "class" and token.text in ACCESS and self.text_behind(1) == ":":
+            elif scope.kind == "class" and token.text in ACCESS and self.text_after(1) == ":":
                 scope.access = token.text
                 self.take()
                 self.take()
             elif not self.read_transparent():
                 self.read_declaration(scope)
 
-    def text_behind(self, count):
+    def text_after(self, count):
         """The text of the code token `count` places after the next one."""
         self.skip_to_code()
         index = self.position
@@ -250,7 +250,7 @@ class Header:
                 self.skip_group()
             else:
                 if token.text == "=" and not declaration.value:
-                    declaration.value = self.text_behind(1)
+                    declaration.value = self.text_after(1)
                 self.take()
             declaration.last = self.position - 1
             if token.text == ";":
@@ -270,14 +270,14 @@ class Header:
                 break
             if text == "=" and words[-1:] != ["operator"]:
                 break
-            if text == "template" and self.text_behind(1) == "<":
+            if text == "template" and self.text_after(1) == "<":
                 self.take()
                 self.skip_angles()
                 if self.peek() is not None and self.peek().text == "requires":
                     self.skip_requires()
             elif text == "[[":
                 self.skip_group()
-            elif text in ATTRIBUTES and self.text_behind(1) == "(":
+            elif text in ATTRIBUTES and self.text_after(1) == "(":
                 self.take()
                 self.skip_group()
             elif text in TYPE_MACROS:
@@ -334,7 +334,7 @@ class Header:
         """Reads the name of an operator function: signs or a type, up to its parameters."""
         name = ""
         while (token := self.peek()) is not None:
-            if token.text == "(" and (name or self.text_behind(1) != ")"):
+            if token.text == "(" and (name or self.text_after(1) != ")"):
                 break
             if token.text in (";", "{", "}"):
                 break

@@ -102,11 +102,11 @@ class DocCommentsTest(unittest.TestCase):
             with self.subTest(code):
                 # Alone, and before a documented declaration, whose comment must not count.
                 self.assertEqual(found(around % code), [f"{what} has no doc comment"])
-                behind = "\n/// Documented.\nint Following();"
-                self.assertEqual(found(around % (code + behind)), [f"{what} has no doc comment"])
+                after = "\n/// Documented.\nint Following();"
+                self.assertEqual(found(around % (code + after)), [f"{what} has no doc comment"])
                 before = "/// Documented.\nint Preceding();\n"
                 self.assertEqual(found(around % (before + code)), [f"{what} has no doc comment"])
-                self.assertEqual(found(around % (before + "/// What\n/// it is.\n" + code + behind)), [])
+                self.assertEqual(found(around % (before + "/// What\n/// it is.\n" + code + after)), [])
                 self.assertEqual(found(around % ("/** What it is. */\n" + code)), [])
                 self.assertEqual(found(around % ("// Not for readers.\n" + code)), [f"{what} has no doc comment"])
                 self.assertEqual(found(around % ("/// Too far away.\n\n" + code)), [f"{what} has no doc comment"])

@@ -51,12 +51,12 @@ need_packages() {
 
 # ---- the cache
 
-# cache_entry NAME TEXT MAKER INPUTS...: sets "entry" to the folder NAME-<hash>. If the folder does not exist, prints TEXT,
-# makes the folder with "MAKER FOLDER INPUTS..." and sets "entryMade". The hash covers MAKER's text and the INPUTS.
+# cache_entry NAME TEXT CREATE INPUTS...: sets "entry" to the folder NAME-<hash>. If the folder does not exist, prints TEXT,
+# makes the folder with "CREATE FOLDER INPUTS..." and sets "entryMade". The hash covers the text of CREATE and the INPUTS.
 cache_entry() {
-  local name=$1 text=$2 maker=$3 key new lock status=0
+  local name=$1 text=$2 create=$3 key new lock status=0
   shift 3
-  key=$({ declare -f "$maker" && printf '%s\n' "$@"; } | sha256sum | cut -c1-16)
+  key=$({ declare -f "$create" && printf '%s\n' "$@"; } | sha256sum | cut -c1-16)
   entry=$hxCache/$name-$key
   entryMade=
   if [[ -d $entry ]]; then
@@ -76,9 +76,9 @@ cache_entry() {
     # Under the lock nobody else makes this entry: a folder that exists was left by an interrupted run.
     rm -rf "$new"
     mkdir "$new"
-    # Runs the maker in a new shell, because "set -e" may be off in this one. The maker must not inherit the lock. Its
+    # Runs CREATE in a new shell, because "set -e" may be off in this one. CREATE must not inherit the lock. Its
     # output is shown only if it fails.
-    "$BASH" -euo pipefail -c "source \"\$0\"; \"\$@\"" "$hxRoot/tools/setup/setup.sh" "$maker" "$new" "$@" \
+    "$BASH" -euo pipefail -c "source \"\$0\"; \"\$@\"" "$hxRoot/tools/setup/setup.sh" "$create" "$new" "$@" \
       {lock}>&- >"$new.log" 2>&1 || status=$?
     if [[ $status -ne 0 ]]; then
       tail -n 30 "$new.log" >&2
