@@ -287,7 +287,7 @@ class ChecksTest(KitTest):
     def test_fragment_in_no_model(self):
         self.assert_broken(CLIENT, "<?include task.wxi?>\n", "", "task.wxi: no model package includes it")
 
-    def test_fragment_that_is_not_there(self):
+    def test_missing_fragment(self):
         self.assert_broken(SERVER, "<?include notices.wxi?>", "<?include notice.wxi?>",
                            "server/server.wxs: includes notice.wxi, which does not exist")
 
@@ -318,7 +318,7 @@ class ChecksTest(KitTest):
         first = guards("task").split("\n")[0]
         self.assert_broken(TASK, first, "", "task.wxi: does not begin with <?ifdef var.FragmentTask?>")
 
-    def test_library_that_nobody_asks_for(self):
+    def test_library_that_no_guard_asks_for(self):
         self.assert_broken(TASK, guards("task", "library").split("\n")[2], "",
                            "task.wxi: calls the library, but does not ask for library.wxi")
 
@@ -400,7 +400,7 @@ class ChecksTest(KitTest):
                                  (("install", "CustomAction5"), ("upgrade", "CustomAction5"), ("repair", "CustomAction5"),
                                   ("removal", "CustomAction19"), ("replaced", "CustomAction19")) for _ in range(2)])
 
-    def test_property_that_nobody_sets(self):
+    def test_property_that_nothing_sets(self):
         self.assert_broken(TASK, "REMOVE</Custom>", "NOT Wanted</Custom>",
                            "task.wxi: reads Wanted, but its head does not say so")
 

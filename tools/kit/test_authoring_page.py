@@ -82,7 +82,7 @@ class CompiledTest(unittest.TestCase):
                 for action, target in calls.items():
                     self.assertEqual(target, action.partition(".")[0])
 
-    def test_call_of_ones_own(self):
+    def test_call_without_a_fragment(self):
         """The piece that calls an entry point without a fragment, in the package that it is for."""
         name, piece = re.search(r"<!-- piece of (\S+) -->\n```xml\n(.*?)```\n", GUIDE.read_text(encoding="utf-8"),
                                 re.DOTALL).groups()

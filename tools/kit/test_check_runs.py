@@ -75,11 +75,11 @@ class CheckRunsTest(unittest.TestCase):
                 with self.subTest(f"{place}: {name}"):
                     self.assertIn(f"-{name}", self.changed(WHOLE[:place] + WHOLE[place + 1:]))
 
-    def test_an_action_is_too_many(self):
+    def test_an_additional_action(self):
         self.assertEqual(self.changed(["Never", *WHOLE]), ["+Never"])
         self.assertEqual(self.changed([*WHOLE, "Undo"]), ["+Undo"])
 
-    def test_the_order_is_another(self):
+    def test_another_order(self):
         for place in range(len(WHOLE) - 1):
             with self.subTest(WHOLE[place]):
                 actions = WHOLE[:place] + [WHOLE[place + 1], WHOLE[place]] + WHOLE[place + 2:]

@@ -63,11 +63,11 @@ class KitSecurityTest(unittest.TestCase):
         self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData follows links: its string needs the "
                           "letter l")
 
-    def test_string_that_comes_back_to_its_letters(self):
+    def test_string_that_restores_its_letters(self):
         self.change(MIGRATION, "hxsetup -mobinl ", "hxsetup -moinglkg -lb ")
         self.assert_found(kit_checks.check_strings)
 
-    def test_string_that_forgets_its_letters(self):
+    def test_string_that_resets_its_letters(self):
         self.change(MIGRATION, "-el &quot;[DIR_UPG_DATA].&quot;", "-ze &quot;[DIR_UPG_DATA].&quot;")
         self.assert_found(kit_checks.check_strings, "server_migration.wxi: SetMergeData follows links: its string needs the "
                           "letter l")
@@ -112,7 +112,7 @@ class KitSecurityTest(unittest.TestCase):
         self.assertIn("server/server.wxs: PROP_NODATA, which server_data_folder.wxi reads, is secure",
                       self.found(kit_checks.check_secure))
 
-    def test_search_that_keeps_what_is_given(self):
+    def test_search_that_keeps_a_given_value(self):
         self.change(SERVER, '<Custom Action="ForgetServerFolderFound" Sequence="45">SERVERFOLDERFOUND</Custom>', "")
         self.assert_found(kit_checks.check_findings, "server.wxs: SERVERFOLDERFOUND is searched for, but not forgotten before "
                           "that in both sequences")
@@ -223,7 +223,7 @@ class KitSecurityTest(unittest.TestCase):
                           "client/client.wxs: Rights sets AdminUser",
                           "client/client.wxs: Detection sets MSIUSEREALADMINDETECTION")
 
-    def test_action_of_the_library_where_nothing_refuses(self):
+    def test_action_of_the_library_in_a_sequence_without_a_refusal(self):
         row = '<Custom Action="CustomAction30" Sequence="20"/>'
         for tag in ("AdminExecuteSequence", "AdminUISequence", "AdvertiseExecuteSequence", "AdvtExecuteSequence"):
             with self.subTest(tag):

@@ -192,7 +192,7 @@ class Header:
         self.take()
 
     def read_transparent(self):
-        """Reads a namespace or a linkage specification, which contain declarations; false if neither is next."""
+        """Reads a namespace or a linkage block (extern "C"), which contain declarations; false if neither is next."""
         start = self.position
         words = []
         while (token := self.peek()) is not None and (

@@ -131,7 +131,7 @@ class DocCommentsTest(unittest.TestCase):
             self.assertEqual(len(found(text.replace("///<", "//"))), 1 if what else 2)
             self.assertEqual(len(found(text.replace("///<", "///"))), 1 if what else 2)
 
-    def test_doc_of_a_line_is_not_that_of_the_next(self):
+    def test_doc_of_one_line_does_not_count_for_the_next(self):
         text = HEAD + "/// A thing.\nstruct Thing {\nint a;  ///< first\nint b;\nint c;  /// third\nint d;\n};\n"
         self.assertEqual(found(text), [f"'{name}' has no doc comment" for name in "bcd"])
 

@@ -67,7 +67,7 @@ class CommandLineTest(unittest.TestCase):
                 seen.add(output)
         self.assertEqual(len(seen), len(COMMANDS))
 
-    def test_help_goes_before_all_else(self):
+    def test_help_comes_first(self):
         for arguments in (["test", "unit", "Path*", "--help"], ["clean", "--cache", "-h"], ["dist", "--nothing", "-h"]):
             with self.subTest(arguments):
                 status, output, errors = self.hx(*arguments)
@@ -99,7 +99,7 @@ class CommandLineTest(unittest.TestCase):
                 self.assert_refused(arguments, f"{command} does not take the option '{option}'. Did you mean {meant}? "
                                                f"./hx {command} --help lists what it takes.")
 
-    def test_words_too_many(self):
+    def test_too_many_words(self):
         for arguments, text in (
                 (["run", "now"], "run does not take 'now'. ./hx run --help lists what it takes."),
                 (["clean", "cache"],

@@ -105,7 +105,7 @@ class ScreenTest(unittest.TestCase):
             screen.draw()
         self.assertEqual(len(output.getvalue()), 79)
 
-    def test_elsewhere_there_are_plain_lines(self):
+    def test_without_a_terminal_there_are_plain_lines(self):
         output = io.StringIO()
         screen = self.screen(output)
         screen.start("a", "unit-x64", "1/3")

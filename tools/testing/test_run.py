@@ -135,7 +135,7 @@ class RunTest(unittest.TestCase):
         self.assertEqual(self.filters(), ["", "", "S.A:S.C"])
         self.assertTrue((self.root / "build/artifacts/unit-arm64-again/results.xml").is_file())
 
-    def test_a_crash_is_seen_in_whatever_line_it_is(self):
+    def test_a_crash_is_seen_in_any_line(self):
         first = program(1, A="wrong", B=None)
         first["lines"][-2] += CRASH
         status, _, _ = self.run_tests({"actions-arm64": [first], "actions-arm64-again": [program(A=None)]},
