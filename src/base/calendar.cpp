@@ -4,17 +4,17 @@ namespace {
 
 constexpr uint32_t kFirstYear = 1970;
 constexpr uint32_t kLastYear = 2099;
-constexpr uint32_t kLastStamp = 4102444799;  // its last second
+constexpr uint32_t kLastStamp = 4102444799;  // the last second of kLastYear
 constexpr uint32_t kMonthsPerYear = 12;
 constexpr uint32_t kCommonYear = 31536000;
 constexpr uint32_t kLeapYear = 31622400;
 /// 1 January 1970 was a Thursday.
 constexpr uint32_t kFirstWeekday = 4;
-/// 29 February as a zero-based day of a leap year; later days are one further on than in a common year.
+/// 29 February as the zero-based day of a leap year; later days are one higher than in a common year.
 constexpr uint32_t kLeapDay = 59;
 constexpr uint32_t kFebruary = 2;
 
-/// The zero-based day of a common year on which each month ends; -1 for the month before January.
+/// The zero-based day of a common year on which each month ends; -1 before January.
 constexpr int16_t kMonthEnds[kMonthsPerYear + 1] = {-1,  30,  58,  89,  119, 150, 180,
                                                     211, 242, 272, 303, 333, 364};
 
@@ -22,7 +22,7 @@ constexpr uint32_t YearLength(uint32_t year) {
   return IsLeapYear(year) ? kLeapYear : kCommonYear;
 }
 
-/// The day of the year for a month from 1 to 12.
+/// Returns the zero-based day of the year; `month` is 1 to 12.
 int32_t DayInYear(uint32_t year, uint32_t month, uint32_t day) {
   const int32_t shift = IsLeapYear(year) && month > kFebruary ? 1 : 0;
   return kMonthEnds[month - 1] + static_cast<int32_t>(day) + shift;

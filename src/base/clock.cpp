@@ -4,10 +4,10 @@
 
 namespace {
 
-/// A tick count shifted right by this is the number of its 1,024 ms interval.
+/// A tick count shifted right by this number gives the number of its 1,024 ms interval.
 constexpr uint32_t kTickShift = 10;
 
-/// The time of one tick interval.
+/// The time computed in one tick interval.
 struct CachedTime {
   bool isValid;
   uint32_t interval;
@@ -61,7 +61,7 @@ bool ZoneOffsetMinutes(int32_t* minutes) {
 uint32_t LocalTimeOf(int64_t seconds) {
   int32_t minutes;
   ZoneOffsetMinutes(&minutes);
-  // No zone is further away than a day.
+  // No zone offset is larger than a day.
   constexpr int64_t kEarliest = -int64_t{kSecondsPerDay};
   if (seconds < kEarliest) seconds = kEarliest;
   if (seconds > kNoStamp) seconds = kNoStamp;

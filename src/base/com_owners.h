@@ -1,29 +1,29 @@
-// Owners of COM interfaces and system strings, and the scope of a COM start. Used by everything that talks to
-// COM objects.
+// Owners of COM interfaces and system strings, and the scope of a COM initialisation. Used by everything that
+// calls COM objects.
 #pragma once
 
 #include <windows.h>
-// After windows.h, on which it builds.
+// Needs windows.h before it.
 #include <oleauto.h>
 
 #include "base/owner.h"
 
-/// A string made with SysAllocString.
+/// A string allocated with SysAllocString.
 using SystemString = Unique<NullableTraits<BSTR, SysFreeString>>;
 
-/// The one copy of ReleaseInterface that is called from everywhere: there are many owners.
+/// Releases one reference. Out of line, so that the many owners share one copy.
 inline __attribute__((noinline)) void ReleaseInterfaceOutOfLine(IUnknown* object) {
   if (object) object->Release();
 }
 
-/// Releases one reference on a COM interface; null is ignored. Makes no call if the compiler sees that it is
+/// Releases one reference on a COM interface; null is ignored. Makes no call if the compiler knows that it is
 /// null, as in an owner that is still empty.
 inline void ReleaseInterface(IUnknown* object) {
   if (!__builtin_constant_p(object == nullptr) || object) ReleaseInterfaceOutOfLine(object);
 }
 
-/// A text for a method that only reads it: passed as it is, on purpose, without the length in front that a
-/// system string has. It stays the caller's.
+/// Casts a text for a method that only reads it. On purpose: the text has no length prefix, which a system
+/// string has. The caller keeps it.
 inline BSTR AsItStands(const wchar_t* text) {
   return const_cast<BSTR>(text);
 }
@@ -45,22 +45,22 @@ class ComPtr {
   ComPtr& operator=(const ComPtr&) = delete;
   ~ComPtr() { ReleaseInterface(pointer_); }
 
-  /// The interface, still held.
+  /// The interface; the owner keeps it.
   Interface* get() const { return pointer_; }
   /// Calls a method; something must be held.
   Interface* operator->() const { return pointer_; }
   /// True if something is held.
   explicit operator bool() const { return pointer_ != nullptr; }
-  /// Where a call stores the interface that it returns, under the rule of Unique::put. Releases what was held
-  /// before.
+  /// Where a call stores the interface that it returns; the rule of Unique::put applies. Releases what was
+  /// held before.
   Interface** put() {
     reset();
     return &pointer_;
   }
-  /// The same for functions that take an untyped out pointer.
+  /// Like put, for functions that take an untyped out pointer.
   void** putVoid() { return reinterpret_cast<void**>(put()); }
-  /// Keeps what a call stored at `put` if its `result` is a success; otherwise forgets it. Returns whether it
-  /// is a success.
+  /// Keeps what a call stored at `put` if `result` is a success; otherwise forgets it. Returns true on
+  /// success.
   bool keep(HRESULT result) {
     if (FAILED(result)) release();
     return SUCCEEDED(result);
@@ -82,7 +82,7 @@ class ComPtr {
   Interface* pointer_ = nullptr;
 };
 
-/// The scope of a COM start: takes the result of CoInitializeEx, and ends COM if that start succeeded.
+/// The scope of a COM initialisation: uninitialises COM at its end if CoInitializeEx succeeded.
 class ComScope {
  public:
   /// `started` is what CoInitializeEx returned.
@@ -93,7 +93,7 @@ class ComScope {
     if (SUCCEEDED(started_)) CoUninitialize();
   }
 
-  /// True if COM can be used; also if the thread runs it already in another mode.
+  /// True if COM can be used; also if the thread already runs it in another mode.
   bool IsUsable() const { return SUCCEEDED(started_) || started_ == RPC_E_CHANGED_MODE; }
 
  private:

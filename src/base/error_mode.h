@@ -1,16 +1,16 @@
-// The scope in which Windows shows no message boxes. Used wherever a drive may be empty or a library missing.
+// A scope without message boxes of Windows. Used wherever a drive may be empty or a library may be missing.
 #pragma once
 
 #include <windows.h>
 
-/// Suppresses message boxes of the system (missing media, missing files) for the length of a scope.
+/// Suppresses message boxes of Windows (missing media, missing files) until the scope ends.
 class ErrorModeGuard {
  public:
   /// Sets SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX.
   ErrorModeGuard() : previous_(SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX)) {}
   ErrorModeGuard(const ErrorModeGuard&) = delete;
   ErrorModeGuard& operator=(const ErrorModeGuard&) = delete;
-  /// Restores the mode from before.
+  /// Restores the previous mode.
   ~ErrorModeGuard() { SetErrorMode(previous_); }
 
  private:

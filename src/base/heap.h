@@ -1,4 +1,4 @@
-// The process heap and the common half of every counted object. Used by everything that allocates.
+// The process heap and reference counting of counted objects. Used by everything that allocates.
 #pragma once
 
 #include <stddef.h>
@@ -12,19 +12,19 @@ extern "C" {
 /// HeapFreeSafe (or holds it in a HeapBlock).
 void* HeapAllocZero(size_t size);
 
-/// Grows `block` to `size` bytes, the added bytes zeroed, and returns the block, which may have moved; a
-/// null block is allocated. On failure the old block is freed and null returned, so that the caller never
-/// keeps a stale pointer.
+/// Grows `block` to `size` bytes, zeroes the added bytes, and returns the block, which may have moved. A null
+/// block is allocated. On failure frees the old block and returns null, so that the caller never keeps a
+/// stale pointer.
 void* HeapReAllocOrFree(void* block, size_t size);
 
 /// Frees a block of the process heap; null is ignored.
 void HeapFreeSafe(void* block);
 
-/// The common `Retain`: takes one more reference and returns the object; null stays null.
+/// The common `Retain`: adds one reference and returns the object; null stays null.
 Object* RefRetain(Object* object);
 
-/// The common `Release`: gives one reference back; with the last one the slots `Retain` and `Release` are
-/// cleared and the object's block is freed. Null is ignored.
+/// The common `Release`: drops one reference. When the last one is dropped, clears the slots `Retain` and
+/// `Release` and frees the object's block. Null is ignored.
 void RefRelease(Object* object);
 
 }  // extern "C"
@@ -33,20 +33,20 @@ void RefRelease(Object* object);
 struct HeapPlace {
   void* block;  ///< a block that is large enough
 };
-/// Constructs an object in a block that is there already.
+/// Constructs an object in an existing block.
 inline void* operator new(size_t, HeapPlace place) noexcept {
   return place.block;
 }
 
-/// Returns a new default-constructed `Type` in a block of the process heap, or null when memory lacks. The
-/// caller gives it back with HeapDelete.
+/// Returns a new default-constructed `Type` in a block of the process heap, or null if out of memory. The
+/// caller releases it with HeapDelete.
 template <typename Type>
 Type* HeapNew() {
   void* block = HeapAllocZero(sizeof(Type));
   return block ? new (HeapPlace{block}) Type() : nullptr;
 }
 
-/// Destroys what HeapNew made; null is ignored.
+/// Destroys and frees an object made by HeapNew; null is ignored.
 template <typename Type>
 void HeapDelete(Type* object) {
   if (!object) return;

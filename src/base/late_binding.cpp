@@ -6,7 +6,7 @@ namespace {
 
 HMODULE FindKeptModule(LateModule* module) {
   if (!module->handle) module->handle = GetModuleHandleW(module->wideName);
-  // On purpose never freed: its functions are called for as long as the process lives.
+  // On purpose: never freed. Its functions may be called until the process ends.
   if (!module->handle) module->handle = LoadLibraryW(module->wideName);
   return module->handle;
 }
@@ -21,7 +21,7 @@ FARPROC LoadForFunction(const LateModule& late, const char* name) {
   Module module(LoadLate(late.name));
   if (!module) return nullptr;
   FARPROC function = GetProcAddress(module.get(), name);
-  // On purpose never freed: the function is called for as long as the process lives.
+  // On purpose: never freed. The function may be called until the process ends.
   if (function) module.release();
   return function;
 }

@@ -1,13 +1,13 @@
-// The header that every counted object of the library begins with. Used by paths/path (the path value),
-// by the directory walker, and by the format engine, which prints any object through it.
+// The header with which every counted object of the library begins. Used by paths/path (the path value), the
+// directory walker, and the format engine, which prints any object through it.
 #pragma once
 
 #include <windows.h>
 
 #include "base/owner.h"
 
-/// A 32-bit code from four characters, the first one in the lowest byte, so that in memory the four bytes
-/// read as written: FourCharCode("\\:*/") is 0x2F2A3A5C.
+/// Packs four characters into a 32-bit code, the first one in the lowest byte, so that the four bytes in
+/// memory read as written: FourCharCode("\\:*/") is 0x2F2A3A5C.
 constexpr DWORD FourCharCode(const char (&text)[5]) {
   return static_cast<DWORD>(static_cast<unsigned char>(text[0])) |
          static_cast<DWORD>(static_cast<unsigned char>(text[1])) << 8 |
@@ -15,37 +15,37 @@ constexpr DWORD FourCharCode(const char (&text)[5]) {
          static_cast<DWORD>(static_cast<unsigned char>(text[3])) << 24;
 }
 
-/// Selector of `Object::Operations::Query` with which the format engine asks for printable text.
+/// Selector of `Object::Operations::Query` with which the format engine asks for an object's printable text.
 constexpr DWORD kQueryPrintableText = FourCharCode("pntr");
 
-/// The common header. Derived objects put their own fields behind it.
+/// The common header. Derived objects add their own fields after it.
 struct Object {
-  /// The operations, in slot order. They are carried in the object itself, so that a caller releases an
-  /// object through the object; any slot but the first two may be null, which means "not offered".
+  /// The operations, in slot order. The object itself holds them, so that a caller releases an object through
+  /// the object. Any slot but the first two may be null, which means "not offered".
   struct Operations {
-    /// Takes one more reference on `object` and returns it; null stays null.
+    /// Adds one reference to `object` and returns it; null stays null.
     Object* (*Retain)(Object* object);
-    /// Gives one reference back; the last one frees the object. Null is ignored.
+    /// Drops one reference; dropping the last one frees the object. Null is ignored.
     void (*Release)(Object* object);
-    /// Orders two objects of the same type: -1, 0 or 1.
+    /// Compares two objects of the same type: returns -1, 0 or 1.
     int (*Compare)(Object* a, Object* b);
-    /// Writes the object's text, UTF-8 and without a terminator, into `buffer`, at most `room` bytes, and
-    /// returns the bytes written; with a null buffer returns the bytes that the whole text needs.
-    /// `precision` is the directive's (negative when absent), `position` the format text behind the
-    /// conversion letter, `conversion` the letter itself; an object ignores what it has no use for.
+    /// Writes the object's text, UTF-8 without a terminator, into `buffer`, at most `room` bytes, and returns
+    /// the bytes written. With a null buffer returns the bytes of the whole text. `precision` is the one of
+    /// the directive (negative if absent), `position` the format text after the conversion letter,
+    /// `conversion` that letter. An object ignores what it does not need.
     unsigned (*CopyText)(Object* object, char* buffer, unsigned room, int precision, const char* position,
                          unsigned conversion);
-    /// Answers the question `selector`. For kQueryPrintableText, `argument` is 0, `recordOrLength` an
-    /// `unsigned*` that receives the length in bytes, and the answer a `const char*` owned by the object
-    /// (not necessarily terminated) or null. Other selectors are the object type's own. Unknown
-    /// selectors are answered with 0.
+    /// Answers the question `selector`. For kQueryPrintableText, `argument` is 0, `recordOrLength` is an
+    /// `unsigned*` that receives the length in bytes, and the answer is a `const char*` owned by the object
+    /// (possibly without a terminator) or null. Each object type defines its other selectors. The answer to
+    /// an unknown selector is 0.
     UINT_PTR (*Query)(Object* object, DWORD selector, UINT_PTR argument, void* recordOrLength,
                       const char* position, unsigned conversion);
   };
 
-  /// 1 after creation; changed only with atomic increments and decrements.
+  /// 1 after creation; changed only by atomic increments and decrements.
   volatile LONG refCount;
-  /// Four characters that name the object's type.
+  /// Four characters that identify the object's type.
   DWORD typeTag;
   /// This object's operations.
   Operations ops;
@@ -62,6 +62,6 @@ struct ObjectTraits {
   static void Close(Value value) { value->ops.Release(value); }
 };
 
-/// A reference on a counted object.
+/// A reference to a counted object.
 template <typename Type>
 using ObjectRef = Unique<ObjectTraits<Type>>;

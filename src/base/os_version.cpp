@@ -10,13 +10,13 @@ constexpr uint32_t PackVersion(uint32_t major, uint32_t minor, uint32_t build) {
 }
 
 constexpr uint32_t kFirstNtVersion = PackVersion(3, 5, 0);
-/// The top bit of GetVersion marks the 9x family.
+/// The top bit of the result of GetVersion marks the 9x family.
 constexpr uint32_t kFamily9x = 0x80000000;
-/// The size that the system is told: that of the extended structure, of which the first fields are read.
+/// The size passed to GetVersionExA: that of the extended structure. Only the first fields are read.
 constexpr DWORD kVersionInfoSize = 156;
 static_assert(sizeof(OSVERSIONINFOEXA) == kVersionInfoSize);
 
-/// The packed version, once the system has told it.
+/// The packed version; 0 until the system has reported it.
 uint32_t cachedVersion;
 
 uint32_t SystemVersion() {
@@ -32,7 +32,7 @@ uint32_t SystemVersion() {
   return cachedVersion;
 }
 
-/// The same, from the cache where it is there.
+/// Returns the packed version, from the cache if it is there.
 uint32_t KnownVersion() {
   return cachedVersion != 0 ? cachedVersion : SystemVersion();
 }

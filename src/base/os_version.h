@@ -6,11 +6,11 @@
 
 extern "C" {
 
-/// Whether the system is of the NT family, version 3.5 or later.
+/// True if the system is of the NT family, version 3.5 or later.
 bool IsNtPlatform();
 
-/// Whether the system's version is `major`.`minor` or later. One whose version cannot be told counts as very
-/// old.
+/// True if the system's version is `major`.`minor` or later. A system of the NT family that does not report
+/// its version counts as 3.5.
 bool IsVersionAtLeast(uint32_t major, uint32_t minor);
 
 }  // extern "C"

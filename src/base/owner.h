@@ -1,19 +1,18 @@
-// The owner template. Every resource is held by an owner: the headers beside the resource's functions have
-// one alias for each kind.
+// The owner template. An owner holds every resource: each header that declares a resource's functions has an
+// alias for its kind.
 //
-// An owner releases what it holds when it goes out of scope, once, and never an empty value. Where a resource
-// is not released on purpose, `release()` says so.
+// When an owner goes out of scope, it releases what it holds, once; an empty value is never released. A
+// resource that is not released on purpose is taken out with `release()`.
 #pragma once
 
 #include <windows.h>
 
-/// The single owner of a resource. `Traits` names the resource's type (`Value`), the value that means
-/// "nothing"
-/// (`Empty()`) and how the resource is released (`Close`).
+/// The single owner of a resource. `Traits` gives the type of the resource (`Value`), the value that means
+/// "nothing" (`Empty()`), and the function that releases it (`Close`).
 template <typename Traits>
 class Unique {
  public:
-  /// The resource as the system's functions know it.
+  /// The resource's type in the functions of Windows.
   using Value = typename Traits::Value;
 
   /// Holds nothing.
@@ -29,18 +28,18 @@ class Unique {
   Unique& operator=(const Unique&) = delete;
   ~Unique() { reset(); }
 
-  /// The resource, still owned.
+  /// The resource; the owner keeps it.
   Value get() const { return value_; }
   /// True if something is held.
   explicit operator bool() const { return value_ != Traits::Empty(); }
   /// Where a call stores the resource that it returns. Releases what was held before.
   ///
-  /// The rule for every such call, here and in ComPtr: what a failing call leaves there belongs to nobody. It
-  /// is neither used nor released. So call `keep` right after it:
+  /// The rule for every such call, here and in ComPtr: nobody owns what a failing call stores there. It is
+  /// neither used nor released. So call `keep` right after it:
   ///
   ///   if (!key.keep(RegOpenKeyExA(root, path, 0, access, key.put()) == ERROR_SUCCESS)) return;
   ///
-  /// One answer of a failing call is used: the size that it asks for because its buffer is too small.
+  /// One result of a failing call is used: the size that it asks for if its buffer is too small.
   Value* put() {
     reset();
     return &value_;
@@ -55,7 +54,7 @@ class Unique {
     if (value_ != Traits::Empty()) Traits::Close(value_);
     value_ = value;
   }
-  /// Returns the resource and holds nothing afterwards: the caller owns it.
+  /// Returns the resource and holds nothing afterwards: the caller then owns it.
   Value release() {
     Value value = value_;
     value_ = Traits::Empty();
@@ -66,7 +65,7 @@ class Unique {
   Value value_ = Traits::Empty();
 };
 
-/// Traits of resources of a pointer type whose "nothing" is null and that `Closer` releases.
+/// Traits of a pointer type whose "nothing" is null. `Closer` releases the resource.
 template <typename Type, auto Closer>
 struct NullableTraits {
   /// The held type.
@@ -77,7 +76,7 @@ struct NullableTraits {
   static void Close(Value value) { Closer(value); }
 };
 
-/// Traits of handles whose "nothing" is INVALID_HANDLE_VALUE and that `Closer` releases.
+/// Traits of handles whose "nothing" is INVALID_HANDLE_VALUE. `Closer` releases the handle.
 template <auto Closer>
 struct InvalidHandleTraits {
   /// The held type.

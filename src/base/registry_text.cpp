@@ -6,6 +6,6 @@ void ReadRegistryText(HKEY key, const char* name, char* buffer, DWORD size) {
   FillBytes(buffer, 0, size);
   DWORD count = size;
   LSTATUS status = RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &count);
-  // What a failed query leaves in the buffer is undefined, and stored text may lack its terminator.
+  // After a failed query the buffer's content is undefined, and stored text may have no terminator.
   buffer[status == ERROR_SUCCESS ? size - 1 : 0] = '\0';
 }

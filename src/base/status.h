@@ -1,5 +1,5 @@
 // The library's own status codes for work on files and folders. Used by the file status, the copy/move engine
-// and the actions over them. 0 is success; what a function returns beside these it states itself.
+// and the actions that call them. 0 is success. If a function returns other values, its comment lists them.
 #pragma once
 
 /// Success.
@@ -14,5 +14,5 @@ constexpr int kStatusNotFound = -43;
 constexpr int kStatusWrongKind = -48;
 /// A required argument is null or missing.
 constexpr int kStatusMissingArgument = -50;
-/// Memory lacks; so it is when a path cannot be turned into a string.
+/// Out of memory; also if a path cannot be converted to a string.
 constexpr int kStatusNoMemory = -108;

@@ -7,15 +7,15 @@
 
 namespace {
 
-// What a comparison by the system answers for "equal"; 0 says that it failed.
+// The result of a system comparison for "equal"; 0 means that it failed.
 constexpr int kSystemEqual = CSTR_EQUAL;
 constexpr DWORD kIgnoreCase = NORM_IGNORECASE | SORT_STRINGSORT;
 
-// Room for a conversion to wide text: two characters for each byte and for two more, and some slack.
+// Capacity for a conversion to wide text: two units for each byte and for two more, and some slack.
 constexpr size_t kWideExtra = 2;
 constexpr size_t kWideUnitsPerByte = 2;
 constexpr size_t kWideSlack = 512;
-// Room for a conversion to UTF-8: six bytes for each unit and for two more, and some slack.
+// Capacity for a conversion to UTF-8: six bytes for each unit and for two more, and some slack.
 constexpr size_t kUtf8Extra = 2;
 constexpr size_t kUtf8BytesPerUnit = 6;
 constexpr size_t kUtf8Slack = 256;
@@ -46,7 +46,7 @@ int AtMostInt(size_t size) {
   return size > INT_MAX ? INT_MAX : static_cast<int>(size);
 }
 
-// A string with a count as the system's comparison takes it.
+// A string and its length, as the system's comparison takes them.
 struct Counted {
   const char* text;
   int length;
@@ -55,12 +55,12 @@ struct Counted {
 Counted CountUpTo(const char* text, size_t size) {
   size_t length = 0;
   while (length < size && text[length]) ++length;
-  // A count of 0 is not safe to pass; a terminated empty string is.
+  // A length of 0 is not safe to pass; a terminated empty string is.
   if (!length) return {"", -1};
   return {text, AtMostInt(length)};
 }
 
-// Makes the length of a text to be converted definite; false when it is too long for the system to convert.
+// Replaces a negative length by the real one; false if the text is too long for the system to convert.
 template <typename Unit>
 bool ResolveLength(const Unit* text, int* length) {
   if (*length >= 0) return true;
@@ -103,7 +103,7 @@ const char* TxtFindCharA(const char* text, char unit) {
 }
 
 const wchar_t* TxtFindCharW(const wchar_t* text, wchar_t unit) {
-  // Other than in TxtFindCharA the terminator is deliberately never found.
+  // On purpose: the terminator is never found, unlike in TxtFindCharA.
   for (; *text; ++text) {
     if (*text == unit) return text;
   }
@@ -132,7 +132,7 @@ const char* TxtFindA(const char* text, const char* wanted) {
     while (wanted[matched] && text[matched] == wanted[matched]) ++matched;
     if (!wanted[matched]) return text;
   }
-  // Deliberately also when both strings are empty.
+  // On purpose: null also if both strings are empty.
   return nullptr;
 }
 
@@ -173,7 +173,7 @@ void FillBytes(void* target, unsigned char value, size_t size) {
 }
 
 void WipeBytes(void* target, size_t size) {
-  // Volatile, so that the compiler does not leave out what nothing reads.
+  // Volatile, so that the compiler does not drop writes that nothing reads.
   auto* bytes = static_cast<volatile unsigned char*>(target);
   for (size_t index = 0; index < size; ++index) bytes[index] = 0;
 }

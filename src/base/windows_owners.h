@@ -12,12 +12,12 @@ using FileHandle = Unique<InvalidHandleTraits<CloseHandle>>;
 using ProcessHandle = Unique<NullableTraits<HANDLE, CloseHandle>>;
 /// An access token.
 using TokenHandle = Unique<NullableTraits<HANDLE, CloseHandle>>;
-/// An open registry key; predefined root keys are never held.
+/// An open registry key; never a predefined root key.
 using RegistryKey = Unique<NullableTraits<HKEY, RegCloseKey>>;
 /// The service manager or a service.
 using ServiceHandle = Unique<NullableTraits<SC_HANDLE, CloseServiceHandle>>;
 /// A module loaded with LoadLibrary.
 using Module = Unique<NullableTraits<HMODULE, FreeLibrary>>;
-/// Memory that the caller of a system function frees with LocalFree.
+/// Memory that a system function allocated and that the caller frees with LocalFree.
 template <typename Type>
 using LocalBlock = Unique<NullableTraits<Type*, LocalFree>>;

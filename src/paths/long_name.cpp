@@ -10,7 +10,7 @@ namespace {
 // The buffer of an expanded path grows by this many units at a time.
 constexpr size_t kGrowthStep = 512;
 
-// How many UTF-16 units a unit of a name begins: a UTF-8 sequence counts at its first byte.
+// Returns the number of UTF-16 units that a unit of a name begins: a UTF-8 sequence counts at its first byte.
 size_t UnitsBegun(wchar_t) {
   return 1;
 }
@@ -52,10 +52,10 @@ bool HasShortNameShape(const Unit* name, size_t length) {
   return base < kShortBaseLimit && extension < kShortExtensionLimit;
 }
 
-// A wide text that grows.
+// A growing wide text.
 class WideText {
  public:
-  // Appends `length` units; false when memory lacks, and then the text is lost.
+  // Appends `length` units; false if out of memory, and then the text is lost.
   bool Append(const wchar_t* text, size_t length) {
     size_t needed = length_ + length + 1;
     if (needed > capacity_) {
@@ -76,7 +76,7 @@ class WideText {
   size_t capacity_ = 0;
 };
 
-// "." and ".." name no entry: a search for them finds a folder under another name.
+// "." and ".." are not entries: a search for them finds a folder under another name.
 bool IsDots(const wchar_t* name, size_t length) {
   return name[0] == L'.' && (length == 1 || (length == 2 && name[1] == L'.'));
 }
@@ -114,7 +114,7 @@ wchar_t* ExpandLongNames(const wchar_t* path) {
 
   ErrorModeGuard errorMode;
   WideText expanded;
-  // The first component is the drive, or the nothing that a network name begins with.
+  // The first component is the drive, or empty in a network name.
   bool isFirst = true;
   for (wchar_t* name = copy.get();;) {
     wchar_t* end = name;
@@ -123,7 +123,7 @@ wchar_t* ExpandLongNames(const wchar_t* path) {
     const wchar_t* chosen = name;
     WIN32_FIND_DATAW found;
     if (!isFirst && IsLookedUp(name, length, !*end)) {
-      // The copy is cut behind this component for the length of the look-up.
+      // End the copy after this component during the look-up.
       wchar_t separator = *end;
       *end = L'\0';
       SearchHandle search(FindFirstFileW(copy.get(), &found));

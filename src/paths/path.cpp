@@ -6,7 +6,8 @@
 
 namespace {
 
-// The form of a root that a name joined onto it absorbs: "X:\", of which the drive is the first two bytes.
+// A root of this form becomes one node with a name joined onto it: "X:\", of which the first two bytes are
+// the drive.
 constexpr int kDriveRootLength = 3;
 constexpr int kDriveLength = 2;
 
@@ -40,8 +41,8 @@ bool IsParentItself(const Span& name) {
   return name.Is(".", 1) || name.Is("\\.", 2) || name.Is(".\\", 2) || name.Is("\\.\\", 3);
 }
 
-// Drops what a name may carry in front and behind when it is joined onto a parent. Deliberately each of the
-// three once only.
+// Drops a leading "." of ".\", then a leading "\." of "\.\", then a trailing backslash. On purpose: each of
+// the three only once.
 void TrimJoinedName(Span* name) {
   if (name->StartsWith(".\\", 2)) name->Skip(1);
   if (name->StartsWith("\\.\\", 3)) name->Skip(2);
@@ -52,13 +53,13 @@ bool IsDriveRoot(const PathObject* path) {
   return !path->parent && path->length == kDriveRootLength && IsDriveAbsolute(path->text);
 }
 
-// Whether a root's text stands without a backslash in front: a bare drive or a drive-absolute path.
+// True if a root's text needs no backslash before it: a bare drive or a drive-absolute path.
 bool BeginsWithDrive(const Span& name) {
   return name.length >= kDriveLength && IsDrive(name.text) &&
          (name.length == kDriveLength || name.text[kDriveLength] == '\\');
 }
 
-// A node without text and without a parent, whose text buffer has `room` zero bytes.
+// Returns a node without text and parent, whose text buffer has `room` zero bytes.
 PathObject* NewNode(size_t room) {
   HeapBlock<PathObject> node(static_cast<PathObject*>(HeapAllocZero(sizeof(PathObject))));
   if (!node) return nullptr;
@@ -75,7 +76,7 @@ PathObject* Retain(PathObject* path) {
   return path ? static_cast<PathObject*>(path->ops.Retain(path)) : nullptr;
 }
 
-// A node of `length` zero bytes, for the caller to fill.
+// Returns a node of `length` zero bytes, for the caller to fill.
 PathObject* ReserveNode(PathObject* parent, int length) {
   PathObject* node = NewNode(static_cast<size_t>(length) + 2);
   if (!node) return nullptr;
@@ -112,7 +113,8 @@ PathObject* PathMake(PathObject* parent, const char* text, int length) {
   int prefix = absorbed ? kDriveLength : 0;
   PathObject* node = NewNode(static_cast<size_t>(prefix) + static_cast<size_t>(name.length) + 2);
   if (!node) return nullptr;
-  // A root of exactly "X:\" keeps its backslash: it is what a name joined onto it absorbs.
+  // A root of exactly "X:\" keeps its backslash: PathMake recognises it by that when a name is joined onto
+  // it.
   bool isDriveRoot = !parent && name.length == kDriveRootLength && IsDriveAbsolute(name.text);
   if (name.length > 1 && name.EndsWithBackslash() && !isDriveRoot) --name.length;
   char* end = node->text;
@@ -138,7 +140,7 @@ PathObject* PathJoinWide(PathObject* parent, const wchar_t* text, int length) {
 PathObject* PathAppendLnk(PathObject* path) {
   constexpr char kSuffix[] = ".lnk";
   if (!path || path->length > kMaxPathBytes) return nullptr;
-  // The length deliberately counts the terminator of the suffix.
+  // On purpose: the length counts the terminator of the suffix (see PathAppendLnk in path.h).
   PathObject* link = PathMake(path->parent, nullptr, path->length + static_cast<int>(sizeof kSuffix));
   if (!link) return nullptr;
   size_t visible = TxtLenA(path->text);
@@ -148,8 +150,8 @@ PathObject* PathAppendLnk(PathObject* path) {
 }
 
 void PathRelease(Object* object) {
-  // The nodes that lose their last reference are strung together, the one nearest to the root first, and then
-  // freed in that order: a parent before its child, without recursion however long the chain is.
+  // First link the nodes that lose their last reference, the one nearest to the root first. Then free them in
+  // that order: a parent before its child, without recursion however long the chain is.
   PathObject* dead = nullptr;
   for (PathObject* node = static_cast<PathObject*>(object); node;) {
     if (InterlockedDecrement(&node->refCount) >= 1) break;

@@ -1,4 +1,4 @@
-// Paths side by side: their order, and what they have in common.
+// Two paths: their order, and their common ancestor.
 
 #include <stdint.h>
 
@@ -8,19 +8,19 @@
 
 namespace {
 
-// The bytes of a path's text.
+// Returns the bytes of a path's text.
 int64_t Measure(const PathObject* path) {
   int64_t length = 0;
   for (PathPiece piece = LastPiece(path); piece.node; piece = PieceBefore(piece)) length += piece.length;
   return length;
 }
 
-// Steps to the nearest piece, towards the root, that has bytes left; node null when there is none.
+// Moves to the nearest piece, towards the root, that has bytes left; node is null if there is none.
 void SkipUsedUp(PathPiece* piece) {
   while (piece->node && !piece->length) *piece = PieceBefore(*piece);
 }
 
-// The last piece of `path` when its last `dropped` bytes are left out.
+// Returns the last piece of `path` without its last `dropped` bytes.
 PathPiece LastPieceWithout(const PathObject* path, int64_t dropped) {
   PathPiece piece = LastPiece(path);
   while (piece.node && dropped > piece.length) {
@@ -31,7 +31,7 @@ PathPiece LastPieceWithout(const PathObject* path, int64_t dropped) {
   return piece;
 }
 
-// A comparison's result as an order: one that the system could not make counts as "before".
+// Turns a comparison's result into an order; a failed comparison counts as "before".
 int AsOrder(int comparison) {
   return comparison < 0 ? -1 : comparison;
 }
@@ -40,7 +40,7 @@ char FoldToUpper(char unit) {
   return unit >= 'a' && unit <= 'z' ? static_cast<char>(unit - 'a' + 'A') : unit;
 }
 
-// The length of the longest folder that both texts begin with.
+// Returns the length of the longest folder with which both texts begin.
 size_t CommonPrefix(const char* a, const char* b) {
   size_t matched = 0;
   while (a[matched] && FoldToUpper(a[matched]) == FoldToUpper(b[matched])) ++matched;
@@ -75,7 +75,7 @@ int PathCompare(Object* first, Object* second) {
     pieceB.length -= stretch;
     int order = TxtCompareNIA(pieceA.node->text + pieceA.length, pieceB.node->text + pieceB.length,
                               static_cast<size_t>(stretch));
-    // The left-most difference decides.
+    // The leftmost difference decides.
     if (order) result = AsOrder(order);
   }
 }

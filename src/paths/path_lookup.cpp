@@ -1,4 +1,4 @@
-// Paths that are completed and spelled as they stand on the disk.
+// Paths that are completed to absolute ones and spelled as on the disk.
 
 #include "base/error_mode.h"
 #include "base/heap.h"
@@ -9,11 +9,11 @@
 
 namespace {
 
-// The first buffer for a completed path, and the slack that each of them has behind its stated size.
+// The first buffer for a completed path in characters, and the slack in bytes after each buffer's capacity.
 constexpr DWORD kFirstFullPath = 1025;
 constexpr size_t kFullPathSlack = 512;
 
-// The absolute form of `text` as a new wide string, or null.
+// Returns the absolute form of `text` as a new wide string, or null.
 wchar_t* CompletePath(const wchar_t* text) {
   HeapStringW full;
   for (DWORD capacity = kFirstFullPath;;) {
@@ -27,7 +27,7 @@ wchar_t* CompletePath(const wchar_t* text) {
   }
 }
 
-// Whether `name` may be a short name on the disk, so that it is worth a look.
+// True if `name` may be a short name on the disk, so that it must be looked up.
 bool IsWorthLookingUp(const char* name) {
   for (const char* unit = name; *unit; ++unit) {
     if (*unit == '\\' || IsBarredFromNames(static_cast<unsigned char>(*unit))) return false;
@@ -35,7 +35,7 @@ bool IsWorthLookingUp(const char* name) {
   return HasShortNameShapeA(name, TxtLenA(name));
 }
 
-// Finds the entry that `path` names; false when there is none.
+// Finds the entry at `path`; false if there is none.
 bool FindEntry(const wchar_t* path, WIN32_FIND_DATAW* found) {
   ErrorModeGuard errorMode;
   SearchHandle search(FindFirstFileW(path, found));
@@ -76,7 +76,7 @@ PathObject* PathFromWrittenUtf8(char* text) {
 
 PathObject* PathJoin(PathObject* folder, const char* name) {
   PathRef joined(PathMake(folder, name, -1));
-  // A name that stands for the folder itself is no entry of it.
+  // A name that means the folder itself is not an entry of it.
   if (!joined || joined.get() == folder || !IsWorthLookingUp(name)) return joined.release();
   HeapStringW wide(PathToWide(joined.get()));
   if (!wide) return nullptr;
@@ -88,7 +88,7 @@ PathObject* PathJoin(PathObject* folder, const char* name) {
 PathObject* PathFolder(PathObject* path) {
   if (!path) return nullptr;
   const char* leaf = TxtFindLastCharA(path->text, '\\');
-  // Only a bare drive has no backslash; like "X:\", which it is given out as, it is its own folder.
+  // Only a bare drive has no backslash. It is its own folder, like "X:\", which PathToWide makes of it.
   PathObject* folder = leaf ? path->parent : path;
   if (leaf && leaf != path->text) {
     return PathMake(path->parent, path->text, static_cast<int>(leaf - path->text));

@@ -1,4 +1,4 @@
-// What the rooms of the path value share: the operations behind its table, and the walk over the nodes of a
+// Shared by the source files of the path value: the operations in its table, and the walk over the nodes of a
 // path. Used by the path*.cpp files only.
 #pragma once
 
@@ -9,8 +9,8 @@
 #include "paths/drive.h"
 #include "paths/path.h"
 
-/// The most bytes that a node's text or a whole path may have; longer ones count as lack of memory. Leaves
-/// room for what is put around a text (drive prefix, backslash, ".lnk", terminators).
+/// The most bytes of a node's text or of a whole path; a longer one counts as out of memory. Leaves space for
+/// additions to a text (drive prefix, backslash, ".lnk", terminators).
 constexpr int kMaxPathBytes = INT_MAX - 16;
 
 extern "C" {
@@ -28,15 +28,15 @@ UINT_PTR PathQuery(Object* object, DWORD selector, UINT_PTR argument, void* reco
 
 }  // extern "C"
 
-/// One node's share of a path's text: the whole text of the node, less a last backslash that doubles the
-/// first one of the text behind it.
+/// One node's part of a path's text: the whole text of the node, without a final backslash if the next text
+/// begins with one.
 struct PathPiece {
-  const PathObject* node;  ///< null in front of the root node
-  int length;              ///< bytes of the node's text that count
-  bool startsAtBackslash;  ///< whether the path's text from this piece on begins with a backslash
+  const PathObject* node;  ///< null before the root node
+  int length;              ///< the bytes of the node's text that count
+  bool startsAtBackslash;  ///< true if the path's text from this piece on begins with a backslash
 };
 
-/// The share of `node`, where the text behind it begins with a backslash or not.
+/// Returns the piece of `node`; `beforeBackslash` is true if the text after it begins with a backslash.
 inline PathPiece PieceOf(const PathObject* node, bool beforeBackslash) {
   if (!node) return {nullptr, 0, beforeBackslash};
   int length = node->length;
@@ -44,17 +44,17 @@ inline PathPiece PieceOf(const PathObject* node, bool beforeBackslash) {
   return {node, length, length ? node->text[0] == '\\' : beforeBackslash};
 }
 
-/// The last piece of `path`: paths are walked from their end to their root.
+/// Returns the last piece of `path`: paths are walked from their end to their root.
 inline PathPiece LastPiece(const PathObject* path) {
   return PieceOf(path, false);
 }
 
-/// The piece before `piece`, which is not the one in front of the root.
+/// Returns the piece before `piece`; `piece.node` must not be null.
 inline PathPiece PieceBefore(const PathPiece& piece) {
   return PieceOf(piece.node->parent, piece.startsAtBackslash);
 }
 
-/// The sum of all lengths of `path` in bytes, doubled backslashes included.
+/// Returns the sum of all node lengths of `path` in bytes, doubled backslashes included.
 inline size_t SumOfLengths(const PathObject* path) {
   size_t sum = 0;
   for (; path; path = path->parent) sum += static_cast<size_t>(path->length);

@@ -8,7 +8,7 @@ namespace {
 
 constexpr size_t kFirstCapacity = 256;
 
-// The fixed part of an entry and the boundary that entries are padded to.
+// The fixed fields of an entry and the boundary to which entries are padded.
 constexpr size_t kTagOffset = 4;
 constexpr size_t kLengthOffset = 8;
 constexpr size_t kTextOffset = 12;
@@ -18,7 +18,7 @@ constexpr size_t EntrySize(size_t textLength) {
   return kTextOffset + (textLength + kAlignment - 1) / kAlignment * kAlignment;
 }
 
-// The library runs on little-endian processors only; big-endian values are swapped.
+// The library runs only on little-endian processors; big-endian values are swapped.
 void Store(char* at, DWORD value) {
   CopyBytes(at, &value, sizeof value);
 }
@@ -58,7 +58,7 @@ UINT_PTR ReadPath(PathObject*, UINT_PTR identifier, RecordBuffer* buffer) {
   return reinterpret_cast<UINT_PTR>(path);
 }
 
-// The questions that a path answers. A selector without a row is answered with null.
+// The questions that a path answers. A selector without a row is answered with 0.
 struct Question {
   DWORD selector;
   UINT_PTR (*answer)(PathObject* path, UINT_PTR argument, RecordBuffer* record);
@@ -77,7 +77,7 @@ char* RecordBufferAppend(RecordBuffer* buffer, size_t size) {
     if (__builtin_add_overflow(buffer->size, size, &needed)) return nullptr;
     size_t capacity = buffer->capacity ? 2 * buffer->capacity : kFirstCapacity;
     if (capacity < needed) capacity = needed;
-    // Not HeapReAllocOrFree: what was appended before outlives a failure.
+    // Not HeapReAllocOrFree: earlier entries must survive a failure.
     char* grown = static_cast<char*>(HeapAllocZero(capacity));
     if (!grown) return nullptr;
     CopyBytes(grown, buffer->bytes, buffer->size);

@@ -1,17 +1,16 @@
-// Paths in record buffers: the growable buffer that `Query` of a path appends to and reads from. Used by code
-// that stores paths; no action of this library does.
+// Paths in record buffers: a growable buffer to which `Query` of a path appends and from which it reads. Used
+// by code that stores paths; no action of this library does.
 //
 // An entry is a 32-bit identifier and the 32-bit tag "xpth" (both lowest byte first), the 32-bit length of
 // the text (highest byte first), the text in UTF-8, and zeros up to a multiple of 4 bytes.
 //
 //   path->ops.Query(path, kQueryStore, identifier, &buffer, ...)
-//       appends the path; the answer is the number of bytes that the entry takes, or 0 when memory lacks, and
-//       then the buffer is as it was.
+//       Appends the path. Returns the number of bytes of the entry; 0 if out of memory, and then the buffer
+//       is unchanged.
 //   path->ops.Query(path, kQueryRead, identifier, &buffer, ...)
-//       reads the entry at `position`; the answer is a new root path (the caller releases it), and `position`
-//       is moved behind the entry. 0, and the position stays, when there is no whole entry, or memory lacks,
-//       or the entry has another identifier (an `identifier` of 0 accepts any). `path` itself is not looked
-//       at.
+//       Reads the entry at `position`. Returns a new root path (the caller releases it) and moves `position`
+//       past the entry. Returns 0 and leaves the position if there is no whole entry, if out of memory, and
+//       if the entry has another identifier (an `identifier` of 0 accepts any). Ignores `path` itself.
 #pragma once
 
 #include <stddef.h>
@@ -22,7 +21,7 @@
 constexpr DWORD kQueryStore = 0;
 /// Selector of a path's `Query` that reads a path from a RecordBuffer.
 constexpr DWORD kQueryRead = 1;
-/// Selector of a path's `Query` that asks for a walker over the folder; the tag of a walker, "trav".
+/// Selector of a path's `Query` that asks for a walker over the folder; also the tag of a walker, "trav".
 constexpr DWORD kQueryWalker = FourCharCode("trav");
 /// The argument of kQueryWalker that asks for the walker's constructor.
 constexpr UINT_PTR kWalkerConstructor = 3;
@@ -39,18 +38,17 @@ struct RecordBuffer {
 
 extern "C" {
 
-/// Appends `size` zero bytes and returns where they begin (valid until the next append), or null when memory
-/// lacks, and then the buffer is as it was. The block grows to twice its size, or more when that is too
-/// little.
+/// Appends `size` zero bytes and returns their address (valid until the next append). Returns null if out of
+/// memory, and then the buffer is unchanged. The block grows to twice its size, or more if that is too small.
 char* RecordBufferAppend(RecordBuffer* buffer, size_t size);
 
-/// Frees the block and makes the buffer all zeros.
+/// Frees the block and sets the buffer to all zeros.
 void RecordBufferFree(RecordBuffer* buffer);
 
 struct PathObject;
 
-/// The answer of `path` to kQueryWalker. The only function of this module that a higher one defines: the
-/// walker itself does, files/dir_walker.cpp, because paths know nothing of what is on the disk but names.
+/// Answers kQueryWalker for `path`. This is the only function of this module that a higher one defines, in
+/// files/dir_walker.cpp: paths know only names on the disk, not walkers.
 UINT_PTR PathOfferWalker(PathObject* path, UINT_PTR wanted, RecordBuffer* ignored);
 
 }  // extern "C"

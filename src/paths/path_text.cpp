@@ -1,4 +1,4 @@
-// Paths given out: in one node, as wide text, as UTF-8 text.
+// Conversions of paths: to one node, to wide text, to UTF-8 text.
 
 #include <stdint.h>
 
@@ -9,12 +9,12 @@
 
 namespace {
 
-// The wide buffer of a path: two units for each byte and for two more.
+// The wide buffer of a path holds two units for each byte and for two more.
 constexpr size_t kWideBytesPerByte = 4;
 constexpr size_t kWideExtraBytes = 8;
 
-// Widens `length` bytes at `text` to units at `wide`; false when not all are ASCII, and
-// then some may be done.
+// Widens `length` bytes at `text` to units at `wide`; false if not all are ASCII, and then some may already
+// be widened.
 bool WidenAscii(const char* text, size_t length, wchar_t* wide) {
   using Bytes = unsigned char __attribute__((vector_size(8)));
   using Units = uint16_t __attribute__((vector_size(16)));
@@ -31,7 +31,7 @@ bool WidenAscii(const char* text, size_t length, wchar_t* wide) {
     for (size_t i = 0; i + kStep <= length; i += kStep) {
       if (!widenStep(i)) return false;
     }
-    // The last step does some bytes again, rather than the rest one by one.
+    // The last step widens some bytes again; that is faster than single steps for the rest.
     return widenStep(length - kStep);
   }
   for (size_t i = 0; i < length; ++i) {
@@ -41,11 +41,11 @@ bool WidenAscii(const char* text, size_t length, wchar_t* wide) {
   return true;
 }
 
-// Converts `length` bytes at `text` into the units before `end`, where there is room for that many, and
-// returns where they begin; null when the system refuses.
+// Converts `length` bytes at `text` into the units before `end`, which must have space for that many, and
+// returns their start; null if the system fails to convert them.
 wchar_t* ConvertBefore(wchar_t* end, const char* text, int length) {
   wchar_t* start = end - length;
-  // Most names are ASCII, and of those every conversion makes the same.
+  // Most names are ASCII, for which every conversion gives the same result.
   if (WidenAscii(text, static_cast<size_t>(length), start)) return start;
   int converted = MultiByteToWideChar(CP_UTF8, 0, text, length, start, length);
   if (!converted) return nullptr;
@@ -85,8 +85,8 @@ wchar_t* PathToWide(PathObject* path) {
   HeapStringW buffer(static_cast<wchar_t*>(HeapAllocZero(kWideBytesPerByte * total + kWideExtraBytes)));
   if (!buffer) return nullptr;
 
-  // No text has more UTF-16 units than UTF-8 bytes, so the first `total` units take the whole path. They are
-  // filled from their end; where nothing is dropped and all is ASCII, the text then begins at the front.
+  // No text has more UTF-16 units than UTF-8 bytes, so the whole path fits into the first `total` units. They
+  // are filled from the end. If nothing is dropped and all is ASCII, the text already begins at the front.
   wchar_t* end = buffer.get() + total;
   wchar_t* start = end;
   for (PathPiece piece = LastPiece(path); piece.node; piece = PieceBefore(piece)) {

@@ -1,5 +1,4 @@
-// The load configuration: what the loader must know of Control Flow Guard, of the guard of the stack and of
-// the imports.
+// The load configuration: tells the loader about Control Flow Guard, the stack guard and the imports.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -7,22 +6,22 @@
 
 extern "C" {
 
-// Made by the linker: the table of functions that may be called through a pointer, its number of entries and
-// the flags of the image. Count and flags are absolute symbols: their address is their value.
+// Defined by the linker: the table of functions that may be called through a pointer, its number of entries,
+// and the flags of the image. Count and flags are absolute symbols: their address is their value.
 extern char __guard_fids_table[];
 extern char __guard_fids_count[];
 extern char __guard_flags[];
 
-/// The guard of the stack (stack_guard.cpp), which the loader chooses.
+/// The stack guard (stack_guard.cpp); the loader chooses its value.
 extern uint64_t __stack_chk_guard;
 
-/// Stands in where the system does not guard calls: every target is good. On ARM64 the target is in x15 and
-/// no argument register may change.
+/// Used if the system does not guard calls: accepts every target. On ARM64 the target is in x15 and no
+/// argument register may change.
 __attribute__((naked)) void AcceptCallTarget() {
   asm("ret");
 }
 
-/// Stands in where the system does not guard calls: jumps on to the target.
+/// Used if the system does not guard calls: jumps to the target.
 __attribute__((naked)) void DispatchCall() {
 #if defined(__aarch64__)
   asm("br x9");
@@ -31,7 +30,7 @@ __attribute__((naked)) void DispatchCall() {
 #endif
 }
 
-// The names are the compiler's: guarded calls go through these two pointers, which the loader replaces.
+// The compiler defines the names: guarded calls go through these two pointers, which the loader replaces.
 extern void (*const __guard_check_icall_fptr)();
 extern void (*const __guard_dispatch_icall_fptr)();
 __attribute__((section(".00cfg"), used)) void (*const __guard_check_icall_fptr)() = AcceptCallTarget;
@@ -41,8 +40,8 @@ __attribute__((section(".00cfg"), used)) void (*const __guard_dispatch_icall_fpt
 
 namespace {
 
-// The head of IMAGE_LOAD_CONFIG_DIRECTORY64, as far as this library fills it. The system's own structure
-// declares the addresses as numbers, which a link-time constant cannot be.
+// The head of IMAGE_LOAD_CONFIG_DIRECTORY64, up to the last field that this library fills. The system's own
+// structure declares the addresses as numbers, but a number cannot be a link-time constant.
 struct LoadConfig {
   DWORD size;
   DWORD timeDateStamp;
@@ -68,8 +67,8 @@ struct LoadConfig {
   const void* guardDispatchFunctionPointer;
   const void* guardFunctionTable;
   const void* guardFunctionCount;
-  // Two fields in one: the flags in the low half, and in the high half the first part of CodeIntegrity,
-  // which stays 0 (the flags are an address of less than 32 bits).
+  // Two fields in one: the low half holds the flags, the high half the first part of CodeIntegrity, which
+  // stays 0 (the flags are an address of less than 32 bits).
   const void* guardFlagsAndCodeIntegrity;
   DWORD codeIntegrityCatalogOffset;
   DWORD codeIntegrityReserved;
@@ -90,7 +89,7 @@ constexpr WORD kLoadFromSystem32 = 0x800;
 
 extern "C" {
 
-/// Found by the linker under this name.
+/// The linker finds it by this name.
 extern const LoadConfig _load_config_used;
 __attribute__((used)) const LoadConfig _load_config_used = {
     .size = sizeof(LoadConfig),

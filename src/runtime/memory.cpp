@@ -1,11 +1,11 @@
-// The four memory primitives that the compiler calls on its own account.
+// The four memory primitives to which the compiler itself generates calls.
 
 #include <stddef.h>
 #include <stdint.h>
 
 namespace {
 
-// A word anywhere in memory, without breaking the rules of alignment and aliasing.
+// A word anywhere in memory, exempt from the rules of alignment and aliasing.
 struct __attribute__((packed, may_alias)) Word {
   uint64_t bits;
 };
@@ -29,7 +29,7 @@ void* memcpy(void* target, const void* source, size_t size) {
 }
 
 void* memmove(void* target, const void* source, size_t size) {
-  // Compared as numbers: the two may belong to different objects.
+  // Compared as numbers: the two pointers may belong to different objects.
   if (reinterpret_cast<uintptr_t>(target) <= reinterpret_cast<uintptr_t>(source)) {
     return memcpy(target, source, size);
   }

@@ -1,6 +1,6 @@
-// The guard of the stack: a secret number that the compiler puts between the buffers of a function and its
-// return address, and compares before the function returns. A buffer that overflows changes it; then the
-// process ends.
+// The stack guard: a secret number that the compiler puts between the buffers of a function and its return
+// address, and checks before the function returns. If a buffer overflows, the number changes and the process
+// ends.
 
 #include "runtime/stack_guard.h"
 
@@ -8,11 +8,11 @@
 
 namespace {
 
-// The number that asks the system's loader for a secret one; the loader finds the guard through the load
+// This value asks the system's loader for a secret one; the loader finds the guard through the load
 // configuration.
 constexpr uint64_t kNotChosen = 0x00002B992DDFA232;
 
-// What RtlFailFast ends the process with: FAST_FAIL_STACK_COOKIE_CHECK_FAILURE.
+// The code that a fast fail ends the process with: FAST_FAIL_STACK_COOKIE_CHECK_FAILURE.
 constexpr unsigned kGuardChanged = 2;
 
 uint64_t CycleCounter() {
@@ -29,7 +29,7 @@ uint64_t CycleCounter() {
 
 extern "C" {
 
-// The name is the compiler's.
+// The compiler defines the name.
 uint64_t __stack_chk_guard = kNotChosen;
 
 [[noreturn]] void __stack_chk_fail() {
@@ -45,11 +45,11 @@ uint64_t __stack_chk_guard = kNotChosen;
 
 __attribute__((no_stack_protector)) void ChooseStackGuard() {
   if (__stack_chk_guard != kNotChosen) return;
-  // The loader did not choose. Take the time, and the places of image and stack, which nobody outside knows.
+  // The loader did not choose. Use the time and the addresses of image and stack, which no outsider knows.
   uint64_t here = reinterpret_cast<uint64_t>(&here);
   uint64_t mixed =
       (CycleCounter() ^ here ^ reinterpret_cast<uint64_t>(&__stack_chk_guard) << 16) * 0x9E3779B97F4A7C15;
-  // The lowest byte is 0: no text can hold the guard.
+  // The lowest byte is 0, so that no text can contain the guard.
   __stack_chk_guard = (mixed ^ mixed >> 32) << 8;
 }
 
