@@ -19,12 +19,12 @@ bool IsUnlimited(const DirWalker& walker) {
   return walker.maxDepth == 0;
 }
 
-// Whether what is found now lies at the depth of the limit.
+// True if the entries found now lie at the depth of the limit.
 bool IsAtLimit(const DirWalker& walker) {
   return !IsUnlimited(walker) && walker.depth == walker.maxDepth;
 }
 
-// Whether Windows itself is asked for the pattern in the folder being listed.
+// True if Windows itself searches for the pattern in the folder being listed.
 bool IsSearchedByPattern(const DirWalker& walker) {
   return walker.pattern && (IsUnlimited(walker) || IsAtLimit(walker));
 }
@@ -55,7 +55,7 @@ PathObject* Retain(PathObject* path) {
   return path ? static_cast<PathObject*>(path->ops.Retain(path)) : nullptr;
 }
 
-// Gives back all that the walker holds.
+// Releases everything that the walker holds.
 void Clear(DirWalker* walker) {
   while (walker->frames) PopFrame(walker);
   ReleasePath(&walker->root);
@@ -73,7 +73,7 @@ HANDLE OpenSearch(const DirWalker& walker, WIN32_FIND_DATAW* found) {
   return FindFirstFileW(text.get(), found);
 }
 
-// The next entry of the folder being listed; false when there is none.
+// Finds the next entry of the folder being listed; false if there is none.
 bool FindEntry(DirWalker* walker, WIN32_FIND_DATAW* found) {
   SearchHandle& search = walker->frames->search;
   if (search) return FindNextFileW(search.get(), found);
@@ -81,7 +81,7 @@ bool FindEntry(DirWalker* walker, WIN32_FIND_DATAW* found) {
   return static_cast<bool>(search);
 }
 
-// Whether an entry is neither given out nor entered.
+// True if an entry is neither returned nor entered.
 bool IsSkipped(const DirWalker& walker, const WIN32_FIND_DATAW& found, const wchar_t* name) {
   if (!IsFolder(found) && !IsAtLimit(walker) && !MatchWildcard(name, walker.pattern)) return true;
   if (IsDots(found)) return true;
@@ -96,7 +96,7 @@ bool IsGivenOutWhenFound(const DirWalker& walker, const WIN32_FIND_DATAW& found,
          MatchWildcard(name, walker.pattern);
 }
 
-// Makes `folder` the one being listed; false when memory lacks.
+// Makes `folder` the one being listed; false if out of memory.
 bool Enter(DirWalker* walker, PathObject* folder) {
   DirWalkerFrame* frame = HeapNew<DirWalkerFrame>();
   if (!frame) return false;
@@ -106,8 +106,8 @@ bool Enter(DirWalker* walker, PathObject* folder) {
   return true;
 }
 
-// Goes back to the folder around the one being listed. Returns the folder left, when it is to be given out
-// now, or null.
+// Returns to the folder around the one being listed. Returns the folder left if it must be returned to the
+// caller now, otherwise null.
 PathObject* Leave(DirWalker* walker) {
   PathRef left(walker->current);
   bool isGivenOut = walker->foldersAfterContents && (walker->flags & kReturnFolders) && walker->depth >= 2;
@@ -144,7 +144,7 @@ DirWalker* DirWalkerCreate(PathObject* folder) {
 }
 
 void DirWalkerReset(DirWalker* walker, PathObject* folder) {
-  // The folder may be one that only the walker still holds.
+  // The walker may hold the only reference to the folder.
   PathRef root(Retain(folder));
   Clear(walker);
   walker->root = Retain(folder);

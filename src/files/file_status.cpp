@@ -6,7 +6,7 @@
 
 namespace {
 
-// Looks up what is called `name`: kStatusNotFound, kStatusWrongKind for a folder, or kStatusOk.
+// Looks up the entry `name`: kStatusNotFound, kStatusWrongKind for a folder, or kStatusOk.
 int LookUpFile(const wchar_t* name) {
   WIN32_FIND_DATAW found;
   SearchHandle search(FindFirstFileW(name, &found));
@@ -14,7 +14,7 @@ int LookUpFile(const wchar_t* name) {
   return IsFolder(found) ? kStatusWrongKind : kStatusOk;
 }
 
-// Makes the folder `name` unless it is there.
+// Creates the folder `name` unless it exists.
 int ProvideFolder(const wchar_t* name) {
   switch (LookUpFile(name)) {
     case kStatusWrongKind:
@@ -26,7 +26,7 @@ int ProvideFolder(const wchar_t* name) {
   }
 }
 
-// The wide text of `path` in `text`, or why there is none.
+// Stores the wide text of `path` in `text`; returns the status of a failure.
 int Widen(PathObject* path, HeapStringW* text) {
   if (!path) return kStatusMissingArgument;
   text->reset(PathToWide(path));

@@ -7,7 +7,7 @@
 
 namespace {
 
-// The buffer of a folder's text, in characters with the terminator.
+// The buffer of a folder's text, in characters including the terminator.
 constexpr UINT kFolderSize = MAX_PATH;
 
 constinit LateModule shell32{"SHELL32", LateRule::kLoadOnce};
@@ -16,19 +16,20 @@ constinit LateFunction<decltype(SHGetKnownFolderPath)> knownFolderPath{&shell32,
 constinit LateModule shfolder{"SHFOLDER", LateRule::kLoadOnce};
 constinit LateFunction<decltype(SHGetFolderPathW)> shellFolderPath{&shfolder, "SHGetFolderPathW", E_NOTIMPL};
 
-// A text in memory of the task allocator.
+// A text allocated by the COM task allocator.
 using TaskString = Unique<NullableTraits<PWSTR, CoTaskMemFree>>;
 
-// The text of a folder that Windows named.
+// The text of a folder that Windows returned.
 struct FolderText {
   wchar_t buffer[kFolderSize];
   TaskString known;
 };
 
-// Asks Windows for a folder. Returns the text, held by `text`, or null when there is no answer.
+// Asks Windows for a folder. Returns the text, owned by `text`, or null if there is no answer.
 using Question = const wchar_t*(const void* argument, FolderText* text);
 
-// What a function that fills `buffer` reports: 0, or that it was too small, is no answer.
+// Returns the buffer after a call that fills it. A `reported` length of 0, or one that says the buffer was
+// too small, counts as no answer.
 const wchar_t* Filled(const FolderText& text, DWORD reported) {
   return reported && reported < kFolderSize ? text.buffer : nullptr;
 }
@@ -88,7 +89,7 @@ const wchar_t* TemporaryFolder(const void*, FolderText* text) {
   return Filled(*text, GetTempPathW(kFolderSize, text->buffer));
 }
 
-// Identifiers of known folders: defined here, because no import library holds them.
+// Identifiers of known folders: defined here, because no import library contains them.
 constexpr KNOWNFOLDERID kUserProfiles = {
     0x0762D272, 0xC50A, 0x4BB0, {0xA3, 0x82, 0x69, 0x7D, 0xCD, 0x72, 0x9B, 0x80}};
 constexpr KNOWNFOLDERID kProgramsX64 = {
@@ -103,7 +104,7 @@ constexpr int kRoamingData = CSIDL_APPDATA;
 constexpr int kLocalData = CSIDL_LOCAL_APPDATA;
 constexpr int kAllUsersData = CSIDL_COMMON_APPDATA;
 
-// One way to find a folder.
+// One way to find a folder; the resolvers of a rule are tried in order.
 struct Resolver {
   Question* ask = nullptr;
   const void* argument = nullptr;

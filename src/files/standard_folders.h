@@ -1,5 +1,5 @@
-// The standard folders of Windows, found by a tag of four characters. Used by the upgrade actions and
-// the client's programs.
+// The standard folders of Windows, found by a four-character tag. Used by the upgrade actions and the code
+// for the client's programs.
 //
 //   curr          the current folder             proc   the folder of the process's program
 //   user          the user profiles              temp, logs   the temporary folder
@@ -17,17 +17,17 @@
 
 /// The module of systemWindowsDirectory.
 inline constinit LateModule systemWindowsModule{"KERNEL32", LateRule::kLoadedOnce};
-/// The function that names the machine's own Windows folder, which on a terminal server differs from the
-/// user's. Looked up once in the life of the process; returns 0 if it is missing.
+/// The function that returns the machine's own Windows folder, which differs from the user's on a terminal
+/// server. Looked up once in the life of the process; returns 0 if it is missing.
 inline constinit LateFunction<decltype(GetSystemWindowsDirectoryW)> systemWindowsDirectory{
     &systemWindowsModule, "GetSystemWindowsDirectoryW", 0};
 
 extern "C" {
 
-/// Returns the folder that `tag` (FourCharCode of its characters) stands for as a new root path, which the
-/// caller releases; null when Windows names no such folder or memory lacks. Where Windows does not answer the
-/// first question for a tag, the next one is asked, as the table in standard_folders.cpp says. Optional
-/// system functions are looked for once in the life of the process.
+/// Returns the folder for `tag` (FourCharCode of its characters) as a new root path, which the caller
+/// releases; null if Windows has no such folder or if out of memory. If Windows does not answer the first
+/// question for a tag, the next one in the table of standard_folders.cpp is asked. Optional system functions
+/// are looked up once in the life of the process.
 PathObject* GetStandardFolder(DWORD tag);
 
 }  // extern "C"

@@ -1,4 +1,4 @@
-// Copies and moves whole trees, as a command line says.
+// Copies and moves whole trees by a command line.
 
 #include "files/tree_copy.h"
 
@@ -12,10 +12,10 @@
 
 namespace {
 
-// The elements that a command line must have: one that is not used, a source, the target.
+// The fewest elements of a command line: an unused one, a source, the target.
 constexpr int kFewestElements = 3;
 
-// Room behind the target's name for a blank, the time stamp and the terminator, in characters.
+// Capacity after the target's name for a blank, the time stamp and the terminator, in characters.
 constexpr size_t kStampRoom = 32;
 constexpr int kStampLength = sizeof(" 2000-01-01 00-00-00") - 1;
 
@@ -46,7 +46,7 @@ bool LookUp(const wchar_t* name, WIN32_FIND_DATAW* found) {
   return static_cast<bool>(SearchHandle(FindFirstFileW(name, found)));
 }
 
-// Where `name`, which was joined onto a folder, begins in `path`; null for a null path.
+// Returns the start of `name`, which was joined onto a folder, in `path`; null for a null path.
 const wchar_t* EntryOf(const wchar_t* path, const wchar_t* name) {
   return path ? path + TxtLenW(path) - TxtLenW(name) : nullptr;
 }
@@ -60,17 +60,17 @@ bool RenameAside(const wchar_t* target) {
   GetLocalTime(&now);
   int written = wsprintfW(aside.get(), L"%s %04d-%02d-%02d %02d-%02d-%02d", target, now.wYear, now.wMonth,
                           now.wDay, now.wHour, now.wMinute, now.wSecond);
-  // The system cuts a formatted text that is too long for it; the target must not get a name elsewhere.
+  // Windows cuts a formatted text that is too long; the target must not be renamed to a cut path.
   if (written < kStampLength || static_cast<size_t>(written) != length + kStampLength) return false;
   return MoveFileW(target, aside.get());
 }
 
-// Copies and moves the items of one tree, always with the same options.
+// Copies and moves the items of one tree, all with the same options.
 class TreeCopier {
  public:
   explicit TreeCopier(DWORD options) : options_(options) {}
 
-  // Copies or moves one item and everything in it. `entry` as in TreeItem.
+  // Copies or moves one item with its contents. `entry` is as in TreeItem.
   int Run(const wchar_t* source, const wchar_t* target, const wchar_t* entry);
 
  private:
@@ -80,12 +80,12 @@ class TreeCopier {
   int OpenFolder(TreeItem folder);
   int PlaceNextEntry();
   bool Has(DWORD option) const { return options_ & option; }
-  // Whether `found_` is a link that is not gone through.
+  // True if `found_` is a link that is not followed.
   bool IsKeptLink() const { return Has(kTreeKeepLinks) && IsLink(found_); }
 
   const DWORD options_;
   TreeLevels levels_;
-  // The record of every look-up: what it says is used before the next one.
+  // The record of every look-up: it is used before the next look-up overwrites it.
   WIN32_FIND_DATAW found_;
 };
 
@@ -103,19 +103,19 @@ int TreeCopier::Run(const wchar_t* source, const wchar_t* target, const wchar_t*
   return status;
 }
 
-// Whether `path`, the source or the target of `item`, leads to the item and to no other entry.
+// True if `path`, the source or the target of `item`, leads to the item and to no other entry.
 bool IsReached(const TreeItem& item, const wchar_t* path) {
   return !item.entry || LeadsTo(path, item.entry);
 }
 
-// Looks up `path`, the source or the target of `item`. An answer that is certainly another entry counts as
-// none.
+// Looks up `path`, the source or the target of `item`. A result that is certainly another entry counts as not
+// found.
 bool TreeCopier::Find(const TreeItem& item, const wchar_t* path) {
   return LookUp(path, &found_) && !(item.entry && IsAnotherEntry(found_, item.entry));
 }
 
-// Copies or moves one item. A folder to copy becomes the level on top. An item that its path does not lead to
-// fails at the first step that would touch something: that step would touch another entry.
+// Copies or moves one item. A folder to copy becomes the top level. If the item's path does not lead to it,
+// the first step that would change something fails, because it would change another entry.
 int TreeCopier::PlaceItem(TreeItem item) {
   const wchar_t* source = item.source;
   const wchar_t* target = item.target;
@@ -137,7 +137,7 @@ int TreeCopier::PlaceItem(TreeItem item) {
   if (!Find(item, source)) return kTreeNoSource;
   if (IsKeptLink()) return kTreeNotCopied;
   if (!IsFolder(found_)) {
-    // On purpose: a folder with the file's name stays in its place, without a code.
+    // On purpose: a folder with the file's name stays, and the result is success.
     if (isMerged) return kStatusOk;
     return isReached && CopyFileW(source, target, TRUE) ? kStatusOk : kTreeNotCopied;
   }
@@ -147,7 +147,7 @@ int TreeCopier::PlaceItem(TreeItem item) {
   return OpenFolder(static_cast<TreeItem&&>(item));
 }
 
-// Makes room for what overwrites the target of `item`; `found_` is the target's look-up.
+// Deletes or renames the target of `item`, which is to be overwritten; `found_` is the target's look-up.
 int TreeCopier::ClearTarget(const TreeItem& item) {
   bool isReached = IsReached(item, item.target);
   if (Has(kTreeKeepAside)) return isReached && RenameAside(item.target) ? kStatusOk : kTreeNotRenamed;
@@ -156,7 +156,7 @@ int TreeCopier::ClearTarget(const TreeItem& item) {
                                                                                    : kTreeNotDeleted;
 }
 
-// Starts to copy what is in `folder`.
+// Starts to copy the contents of `folder`.
 int TreeCopier::OpenFolder(TreeItem folder) {
   HeapStringW pattern(JoinTreeName(folder.source, L"*"));
   TreeLevel* level = pattern ? levels_.Push(static_cast<TreeItem&&>(folder)) : nullptr;
@@ -167,7 +167,7 @@ int TreeCopier::OpenFolder(TreeItem folder) {
   return error == ERROR_FILE_NOT_FOUND || Has(kTreeIgnoreErrors) ? kStatusOk : kStatusNotFound;
 }
 
-// Copies the next entry of the folder on top, or closes the folder behind its last one.
+// Copies the next entry of the top folder, or closes the folder after its last one.
 int TreeCopier::PlaceNextEntry() {
   TreeLevel* level = levels_.top();
   if (!level->listing.Next(&found_)) {
@@ -184,8 +184,8 @@ int TreeCopier::PlaceNextEntry() {
   return PlaceItem(static_cast<TreeItem&&>(item));
 }
 
-// `name` without the dots at its end and then without one backslash: "C:\Dir\." and "C:\Dir\" become
-// "C:\Dir".
+// Returns `name` without the dots at its end and then without one backslash: both "C:\Dir\." and "C:\Dir\"
+// become "C:\Dir".
 wchar_t* Trimmed(const wchar_t* name) {
   size_t length = TxtLenW(name);
   while (length && name[length - 1] == L'.') --length;
@@ -193,14 +193,14 @@ wchar_t* Trimmed(const wchar_t* name) {
   return MakeTreeName(name, length, L"", L"");
 }
 
-// `name` with `leaf` in the place of what stands behind its last backslash.
+// Returns `name` with `leaf` in place of the text after its last backslash.
 wchar_t* WithLeaf(const wchar_t* name, const wchar_t* leaf) {
   const wchar_t* backslash = TxtFindLastCharW(name, L'\\');
   return MakeTreeName(name, backslash ? static_cast<size_t>(backslash + 1 - name) : 0, L"", leaf);
 }
 
-// Creates the target folder where it is asked for; that it fails is deliberately ignored, because mostly the
-// folder is there already.
+// Creates the target folder if the options ask for it. On purpose: failure is ignored, because usually the
+// folder exists.
 void ProvideTarget(const wchar_t* target, DWORD options) {
   if (!(options & kTreeCreateTarget)) return;
   HeapStringW folder(Trimmed(target));

@@ -7,17 +7,17 @@
 
 namespace {
 
-// Starts to list `folder`, in a new level on top.
+// Starts to list `folder` in a new top level.
 DWORD Open(TreeLevels* levels, TreeItem folder, WIN32_FIND_DATAW* found) {
   HeapStringW pattern(JoinTreeName(folder.source, L"*"));
   TreeLevel* level = pattern ? levels->Push(static_cast<TreeItem&&>(folder)) : nullptr;
   if (!level) return ERROR_NOT_ENOUGH_MEMORY;
   DWORD error = level->listing.Start(pattern.get(), found);
-  // A folder without entries, not even its own, is as good as empty.
+  // A folder without entries, even without "." and "..", counts as empty.
   return error == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : error;
 }
 
-// Whether what is in the entry `found` is deleted too: it is a folder, and not a link that is kept.
+// True if the contents of the entry `found` are deleted too: it is a folder, and not a link to keep.
 bool IsGoneThrough(const WIN32_FIND_DATAW& found, DWORD options) {
   return IsFolder(found) && !((options & kTreeKeepLinks) && IsLink(found));
 }
@@ -28,7 +28,7 @@ DWORD DeleteAlone(const wchar_t* path, const WIN32_FIND_DATAW& found) {
   return isDeleted ? ERROR_SUCCESS : GetLastError();
 }
 
-// Deletes the entry `found` of the folder on top; a folder is opened, and deleted after it has been emptied.
+// Deletes the entry `found` of the top folder. A folder is opened, and deleted after it has been emptied.
 DWORD DeleteEntry(TreeLevels* levels, WIN32_FIND_DATAW* found, DWORD options) {
   TreeItem entry;
   entry.ownSource.reset(JoinTreeName(levels->top()->folder.source, found->cFileName));
@@ -40,9 +40,9 @@ DWORD DeleteEntry(TreeLevels* levels, WIN32_FIND_DATAW* found, DWORD options) {
   return Open(levels, static_cast<TreeItem&&>(entry), found);
 }
 
-// Deletes the folder on top, which is empty now.
+// Deletes the top folder, which is empty now.
 DWORD DeleteTopFolder(TreeLevels* levels) {
-  // An open search would keep the folder in place.
+  // An open search would prevent the deletion.
   levels->top()->listing.Close();
   DWORD error = RemoveDirectoryW(levels->top()->folder.source) ? ERROR_SUCCESS : GetLastError();
   levels->Pop();

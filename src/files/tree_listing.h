@@ -1,21 +1,21 @@
-// The listing of a folder for those who work through a tree. Used by tree_*.cpp only.
+// The listing of a folder while a tree is processed. Used by tree_*.cpp only.
 #pragma once
 
 #include "base/heap.h"
 #include "base/windows_owners.h"
 
-/// The entries that a search finds, one by one, "." and ".." left out.
+/// The entries that a search finds, one by one, without "." and "..".
 class Listing {
  public:
-  /// Starts the search for `pattern`, whose first entry `found` receives. Returns 0, or the Windows error
-  /// with which nothing was found.
+  /// Starts the search for `pattern` and stores its first entry in `found`. Returns 0, or the Windows error
+  /// if nothing was found.
   DWORD Start(const wchar_t* pattern, WIN32_FIND_DATAW* found);
 
-  /// Fills `found` with the next entry (after Start, with the first, if it is the record that Start filled);
-  /// false when there is none.
+  /// Fills `found` with the next entry; false if there is none. The first call after Start must pass the
+  /// record that Start filled and leaves the first entry in it.
   bool Next(WIN32_FIND_DATAW* found);
 
-  /// Whether the listing, of which Next has seen the end, ended as listings end: not by an error.
+  /// True if the listing ended normally, not by an error. Valid after Next has returned false.
   bool IsWhole() const { return error_ == ERROR_NO_MORE_FILES; }
 
   /// Closes the search.
@@ -27,36 +27,36 @@ class Listing {
   DWORD error_ = ERROR_NO_MORE_FILES;
 };
 
-/// What is worked on: a file or folder and, for a copy or a move, where it goes. The names are held by the
-/// item itself or, of the item that a whole tree begins with, by somebody else.
+/// The item being processed: a file or folder and, for a copy or a move, its target. The item owns the names,
+/// except those of the item with which a whole tree begins: their owner is the caller.
 struct TreeItem {
   /// The name of the file or folder.
   const wchar_t* source = nullptr;
   /// Its new name, or null.
   const wchar_t* target = nullptr;
-  /// The name under which a listing gave it, a part of `source`; null for an item that the caller named.
+  /// The name of the entry in a listing, a part of `source`; null for an item that the caller named.
   const wchar_t* entry = nullptr;
-  /// Null, or the block of `source`.
+  /// Null, or the block that holds `source`.
   HeapStringW ownSource;
-  /// Null, or the block of `target`.
+  /// Null, or the block that holds `target`.
   HeapStringW ownTarget;
 };
 
-/// A folder that is being worked through, in a block of its own: the depth of a tree costs no stack. Closed
-/// with HeapDelete.
+/// A folder being processed, in its own heap block, so that the depth of a tree costs no stack. Freed with
+/// HeapDelete.
 struct TreeLevel {
   /// The folder around it, or null.
   TreeLevel* below = nullptr;
-  /// What is in it.
+  /// Its contents.
   Listing listing;
   /// The folder itself.
   TreeItem folder;
 };
 
-/// The folders that are being worked through, each inside the one below it.
+/// The folders being processed, each inside the one below it.
 class TreeLevels {
  public:
-  /// No folder.
+  /// Makes an empty stack.
   TreeLevels() = default;
   TreeLevels(const TreeLevels&) = delete;
   TreeLevels& operator=(const TreeLevels&) = delete;
@@ -66,9 +66,9 @@ class TreeLevels {
 
   /// The innermost folder, or null.
   TreeLevel* top() const { return top_; }
-  /// Puts a level for `folder` on top and returns it, or null when memory lacks.
+  /// Pushes a level for `folder` and returns it, or null if out of memory.
   TreeLevel* Push(TreeItem folder);
-  /// Takes the top level away, which must be there, and closes it.
+  /// Removes and frees the top level, which must exist.
   void Pop();
 
  private:
@@ -78,11 +78,11 @@ class TreeLevels {
 extern "C" {
 
 /// Returns the first `headLength` characters of `head`, then `middle` and `tail`, as a new wide string, which
-/// the caller frees with HeapFreeSafe; null when memory lacks.
+/// the caller frees with HeapFreeSafe; null if out of memory.
 wchar_t* MakeTreeName(const wchar_t* head, size_t headLength, const wchar_t* middle, const wchar_t* tail);
 
 /// Returns `folder`, a backslash unless it ends with one, and `name` as a new wide string, which the caller
-/// frees with HeapFreeSafe; null when memory lacks.
+/// frees with HeapFreeSafe; null if out of memory.
 wchar_t* JoinTreeName(const wchar_t* folder, const wchar_t* name);
 
 }  // extern "C"

@@ -4,12 +4,12 @@
 
 namespace {
 
-// The UTF-16 units of a UTF-8 text, one by one. Copied to remember a place in the text.
+// The UTF-16 units of a UTF-8 text, one by one. A copy remembers a place in the text.
 class Utf8Units {
  public:
   explicit Utf8Units(const char* text) : at_(reinterpret_cast<const unsigned char*>(text)) {}
 
-  // The unit here; 0 at the end.
+  // Returns the current unit; 0 at the end.
   unsigned Peek() const {
     if (isSecondHalf_) return 0xDC00 + (Decode().character & 0x3FF);
     unsigned character = Decode().character;
@@ -26,7 +26,7 @@ class Utf8Units {
   }
 
  private:
-  // The first character that takes two units, and the first that no unit can express.
+  // The first character that takes two units, and the first number that is not a character.
   static constexpr unsigned kFirstOfPairs = 0x10000;
   static constexpr unsigned kEndOfCharacters = 0x110000;
 
@@ -35,7 +35,7 @@ class Utf8Units {
     size_t length;
   };
 
-  // The sequence here; a byte that begins none stands for itself.
+  // Decodes the current sequence; a byte that begins none is the character of its number.
   Sequence Decode() const {
     static constexpr struct {
       unsigned mask, lead, smallest;
@@ -46,7 +46,7 @@ class Utf8Units {
       if ((at_[0] & form.mask) != form.lead) continue;
       unsigned character = at_[0] & ~form.mask & 0xFF;
       for (size_t i = 1; i < length; ++i) {
-        // The terminator is no continuation: nothing behind it is read.
+        // The terminator is not a continuation byte, so nothing after it is read.
         if ((at_[i] & 0xC0) != 0x80) return {at_[0], 1};
         character = character << 6 | (at_[i] & 0x3F);
       }
@@ -80,7 +80,7 @@ bool MayStandBehindName(Utf8Units pattern) {
   return !pattern.Peek();
 }
 
-// On a mismatch only the last "*" takes one character more: whatever an earlier one could take, the later one
+// On a mismatch only the last "*" takes one more character: whatever an earlier one could take, the last one
 // could take as well.
 template <typename NameUnits>
 bool Matches(NameUnits name, Utf8Units pattern) {
