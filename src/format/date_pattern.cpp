@@ -14,7 +14,7 @@ constexpr uint32_t kMonthsPerQuarter = 3;
 constexpr uint32_t kYearsPerCentury = 100;
 constexpr uint32_t kMinutesPerHour = 60;
 
-/// Letters that stand for other patterns, which are written with "%".
+/// Letters that mean other patterns, which are written with "%".
 constexpr struct {
   char letter;
   const char* pattern;
@@ -33,7 +33,7 @@ uint32_t DaysOfYear(uint32_t year) {
   return IsLeapYear(year) ? 366 : 365;
 }
 
-/// Monday 0 to Sunday 6: the order in which the locale names the days.
+/// Returns Monday 0 to Sunday 6: the order in which the locale names the days.
 uint32_t DayFromMonday(const BrokenDownDate& date) {
   return (date.weekday + 6u) % kDaysPerWeek;
 }
@@ -43,11 +43,11 @@ struct IsoWeek {
   uint32_t week;
 };
 
-/// The week that has its Thursday in the year that it counts to.
+/// Returns the ISO week. A week belongs to the year that contains its Thursday.
 IsoWeek IsoWeekOf(const BrokenDownDate& date) {
   constexpr uint32_t kThursday = 3;
   uint32_t year = FullYear(date.year);
-  // The week's Thursday as a day of the year, which may lie in the year before or behind.
+  // The week's Thursday as a day of the year; it may fall into the previous or the next year.
   int32_t thursday =
       static_cast<int32_t>(DayOfYear(date) + kThursday) - static_cast<int32_t>(DayFromMonday(date));
   if (thursday < 0) {
@@ -60,14 +60,14 @@ IsoWeek IsoWeekOf(const BrokenDownDate& date) {
   return {year, static_cast<uint32_t>(thursday) / kDaysPerWeek + 1};
 }
 
-/// How a number of a date is written: with at least `digits` digits, `pad` before the number.
+/// A number of a date: written with at least `digits` digits, with `pad` before the number.
 struct Number {
   uint32_t value;
   uint8_t digits;
   char pad;
 };
 
-/// The number behind `letter`; false when none is.
+/// Stores the number that `letter` means; false if it does not mean a number.
 bool NumberOf(char letter, const BrokenDownDate& date, Number* number) {
   const uint32_t year = FullYear(date.year);
   const uint32_t hour12 = (date.hour + kNoon - 1) % kNoon + 1;
@@ -146,7 +146,7 @@ bool NumberOf(char letter, const BrokenDownDate& date, Number* number) {
   }
 }
 
-/// Writes a number with at least `digits` digits.
+/// Writes a number, padded to at least `digits` digits.
 void PutNumber(TextSink* sink, const Number& number) {
   char text[kMaxDecimalDigits];
   uint32_t count = CountDecimalDigits(number.value);
@@ -155,7 +155,7 @@ void PutNumber(TextSink* sink, const Number& number) {
   sink->Put(text, count);
 }
 
-/// The text behind `letter` as the locale has it, or null.
+/// Returns the text that `letter` means, in the form of the locale, or null.
 const char* LocaleTextOf(char letter, const BrokenDownDate& date) {
   const LocaleRecord* locale = UserLocale();
   const bool hasMonth = date.month >= 1 && date.month <= kMonths;
@@ -196,7 +196,7 @@ void PutZone(TextSink* sink) {
   PutNumber(sink, {zone.minutes, 2, '0'});
 }
 
-/// Writes the name of the zone as it stands now; nothing when the system cannot tell.
+/// Writes the current name of the zone; nothing if Windows does not report it.
 void PutZoneName(TextSink* sink) {
   TIME_ZONE_INFORMATION zone;
   const DWORD kind = GetTimeZoneInformation(&zone);
@@ -254,7 +254,7 @@ void PutDatePattern(TextSink* sink, const char* pattern, uint32_t patternLength,
     const char* plain = pattern;
     while (pattern < end && *pattern != escape) ++pattern;
     sink->Put(plain, static_cast<uint32_t>(pattern - plain));
-    // An escape character at the very end writes nothing.
+    // An escape character at the very end of a pattern writes nothing.
     if (end - pattern < 2) break;
     PutLetter(sink, pattern[1], date);
     pattern += 2;

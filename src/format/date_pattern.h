@@ -1,7 +1,8 @@
 // Dates by pattern, like C's strftime. Used by the date conversions of the format engine and by actions.
 //
-// Behind the escape character stands one of these letters; any other character there stands for itself. What
-// C's strftime means by a letter is meant here, with the names and designators of the user's locale:
+// In a pattern, one of these letters follows the escape character; any other character after it is written
+// unchanged. The letters mean the same as in C's strftime, with the names and designators of the user's
+// locale:
 //
 //   a A   the weekday's short and full name      b h B the month's short and full name
 //   C     the century                            d e   the day: 01, or with a blank
@@ -27,25 +28,25 @@
 
 extern "C" {
 
-/// Writes `date` as `pattern` says into `buffer`, cut to `size` - 1 bytes and terminated, and returns the
-/// length in bytes without the terminator; with a `size` of 0 nothing is written. With a null buffer returns
-/// the length of the whole text. `patternLength` is in bytes; kToTerminator means up to the terminator.
-/// `escape` 0 means "%".
+/// Writes `date` in the form of `pattern` into `buffer`, cut to `size` - 1 bytes and terminated, and returns
+/// the length in bytes without the terminator; writes nothing if `size` is 0. With a null buffer returns the
+/// length of the whole text. `patternLength` is in bytes; kToTerminator means up to the terminator. `escape`
+/// 0 means "%".
 unsigned FormatDatePattern(char* buffer, unsigned size, const char* pattern, unsigned patternLength,
                            const BrokenDownDate* date, char escape);
 
 }  // extern "C"
 
-/// FormatDatePattern into a sink.
+/// Like FormatDatePattern, but writes into a sink. `escape` must not be 0.
 void PutDatePattern(TextSink* sink, const char* pattern, uint32_t patternLength, const BrokenDownDate& date,
                     char escape);
 
-/// A zone offset as it is written: sign, hours and minutes.
+/// A zone offset in its written form: sign, hours and minutes.
 struct ZoneText {
   char sign;         ///< "+" east of Greenwich, "-" west of it
   uint32_t hours;    ///< whole hours
-  uint32_t minutes;  ///< minutes beyond them
+  uint32_t minutes;  ///< the remaining minutes
 };
 
-/// The local zone's offset; "+", 0 and 0 when the system cannot tell.
+/// Returns the local zone's offset; "+", 0 and 0 if Windows does not report it.
 ZoneText CurrentZone();

@@ -21,12 +21,12 @@ void PutPattern(TextSink* sink, const void* context) {
   PutDatePattern(sink, dated->directive->text, dated->directive->textLength, *dated->date, kPatternEscape);
 }
 
-/// Writes text of a date; "+" chose the form of the date and escapes nothing.
+/// Writes the text of a date. "+" has chosen the form of the date and escapes nothing.
 void WriteDateText(Output* output, const char* text, uint32_t length, const Directive& directive) {
   WriteOwnText(output, text, length, directive.flags, directive.width);
 }
 
-/// Writes a date in the form that is not compact.
+/// Writes a date in any form but the compact one.
 void WriteDate(Output* output, uint32_t seconds, const Directive& directive) {
   BrokenDownDate date;
   SecondsToDate(seconds, &date);
@@ -45,7 +45,7 @@ void WriteDate(Output* output, uint32_t seconds, const Directive& directive) {
   WriteDateText(output, text, length, directive);
 }
 
-/// Writes a compact stamp, whose length with its terminator must fit.
+/// Writes a compact stamp, if it fits with a terminator.
 void WriteCompact(Output* output, uint32_t seconds, bool isUtc, const Directive& directive) {
   constexpr uint32_t kUtcSize = 16;
   constexpr uint32_t kZonedSize = 20;

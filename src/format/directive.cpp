@@ -6,8 +6,8 @@ constexpr bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-/// Reads the decimal digits at `at`, of which there may be none; what does not fit becomes the largest value
-/// that a signed 32-bit number holds.
+/// Reads the decimal digits at `at`, if any, and returns the place after them. A number that is too large
+/// becomes the largest signed 32-bit number.
 const char* ParseNumber(const char* at, uint32_t* value) {
   constexpr uint32_t kLargest = 0x7FFFFFFF;
   uint64_t number = 0;
@@ -19,7 +19,7 @@ const char* ParseNumber(const char* at, uint32_t* value) {
   return at;
 }
 
-/// The flag of a brace modifier, 0 for a character that is none. "'" is counted by the caller.
+/// Returns the flag of a brace modifier, 0 for any other character. The caller counts "'".
 uint32_t ModifierFlag(char c) {
   static constexpr struct {
     char letter;
@@ -32,8 +32,8 @@ uint32_t ModifierFlag(char c) {
   return 0;
 }
 
-/// Reads a brace extension at its "{", if it is one, and returns the place behind it. An extension that the
-/// format's end leaves open ends there.
+/// Reads a brace extension at its "{", if it is one, and returns the place after it. If the closing brace is
+/// missing, the extension ends with the format.
 [[gnu::noinline, gnu::cold]] const char* ParseBraces(const char* at, Directive* directive) {
   static constexpr uint32_t kQuoteFlags[] = {0, kEscapeQuote, kDoubleQuote, kEscapeDouble};
   const char* inside = at + 1;
@@ -59,7 +59,7 @@ uint32_t ModifierFlag(char c) {
   return *inside ? inside + 1 : inside;
 }
 
-/// Reads the flags at `at`, in any number and order, and settles which of them cancel which.
+/// Reads the flags at `at`, in any number and order, and drops " " if "+" is given.
 const char* ParseFlags(const char* at, Directive* directive) {
   uint32_t flags = 0;
   for (;; ++at) {
@@ -93,7 +93,7 @@ const char* ParseFlags(const char* at, Directive* directive) {
   return at;
 }
 
-/// Reads the width at `at`, if there is one. A negative argument means "-" and the number without its sign.
+/// Reads the width at `at`, if there is one. A negative argument means "-" and its absolute value.
 const char* ParseWidth(const char* at, ArgumentCursor* arguments, Directive* directive) {
   if (*at != '*') return ParseNumber(at, &directive->width);
   const uint32_t argument = arguments->Take32();
@@ -107,7 +107,7 @@ const char* ParseWidth(const char* at, ArgumentCursor* arguments, Directive* dir
   return at + 1;
 }
 
-/// Reads the precision behind its ".". A negative argument counts as none.
+/// Reads the precision after its ".". A negative argument means no precision.
 const char* ParsePrecision(const char* at, ArgumentCursor* arguments, Directive* directive) {
   if (*at != '*') return ParseNumber(at, &directive->precision);
   const uint32_t argument = arguments->Take32();
@@ -119,7 +119,7 @@ const char* ParsePrecision(const char* at, ArgumentCursor* arguments, Directive*
   return at + 1;
 }
 
-/// Reads the length modifiers at `at`: "l", "ll", "I64" and "t", which "l" narrows.
+/// Reads the length modifiers at `at`: "l", "ll", "I64" and "t"; "l" makes "t" narrow.
 const char* ParseLength(const char* at, Directive* directive) {
   bool pointerSized = false;
   for (;;) {
@@ -154,7 +154,7 @@ const char* ParseDirective(const char* at, ArgumentCursor* arguments, Directive*
   directive->textLength = 0;
   directive->variant = 0;
 
-  // Position, flags, width and precision are all written with characters below the letters.
+  // All characters of position, flags, width and precision come before the letters.
   if (*at < 'A') {
     if (IsDigit(*at)) {
       uint32_t position;

@@ -1,16 +1,16 @@
-// One directive of a format, taken apart, and the cursor over the arguments. Used by the format engine's
-// rooms.
+// One parsed directive of a format, and the cursor over the arguments. Used by the files of the format
+// engine.
 #pragma once
 
 #include <stdarg.h>
 #include <stdint.h>
 
-/// A length that stands for "up to the terminator".
+/// A length that means "up to the terminator".
 constexpr uint32_t kToTerminator = 0xFFFFFFFF;
 /// A precision that was not given.
 constexpr uint32_t kNoPrecision = 0xFFFFFFFF;
 
-/// What the flags, the length modifiers and the brace modifiers of a directive ask for.
+/// The meaning of the flags, the length modifiers and the brace modifiers of a directive.
 enum DirectiveFlags : uint32_t {
   kAlternate = 1u << 0,          ///< "#": number prefix; compact form of dates
   kLeft = 1u << 1,               ///< "-": pad on the right
@@ -34,48 +34,48 @@ enum DirectiveFlags : uint32_t {
   kLowerCase = 1u << 19,         ///< "_"
 };
 
-/// The flags that change a text's bytes, "+" apart, whose meaning depends on the conversion.
+/// The flags that change the bytes of a text, without "+", whose meaning depends on the conversion.
 constexpr uint32_t kTextModifiers = kEscapeQuote | kDoubleQuote | kEscapeDouble | kBacktick | kCdata |
                                     kTilde | kEntity | kHexAt | kHexSlash | kUpperCase | kLowerCase;
 
-/// A directive, taken apart.
+/// A parsed directive.
 struct Directive {
   /// DirectiveFlags.
   uint32_t flags;
-  /// The least bytes to write, 0 when not given.
+  /// The least bytes to write; 0 if not given.
   uint32_t width;
   /// The most bytes to write, or kNoPrecision.
   uint32_t precision;
-  /// How much input an argument-supplied width or precision allows (bytes, or units of wide text);
-  /// kToTerminator when none was supplied.
+  /// How much input a width or precision from an argument allows (bytes, or units of wide text);
+  /// kToTerminator if neither came from an argument.
   uint32_t inputLength;
-  /// The format behind the letter, where a brace extension stands if there is one.
+  /// The format text after the letter; a brace extension begins there if there is one.
   const char* afterLetter;
-  /// The brace extension's text, not terminated; null when it has none or an empty one.
+  /// The brace extension's text, not terminated; null if it is missing or empty.
   const char* text;
   /// The length of `text` in bytes.
   uint32_t textLength;
-  /// The conversion letter; 0 when the format ends before it.
+  /// The conversion letter; 0 if the format ends before it.
   char letter;
   /// The letter in braces, or 0.
   char variant;
 };
 
-/// Walks the arguments, each of which fills one 8-byte slot on both processors.
+/// Walks over the arguments, each of which fills one 8-byte slot on both processors.
 class ArgumentCursor {
  public:
   /// Starts at the first argument of `args`.
   explicit ArgumentCursor(va_list args) : first_(reinterpret_cast<const uint64_t*>(args)), next_(first_) {}
 
-  /// Goes to the argument `position`, counted in slots from 1.
+  /// Moves to the argument `position`, counted in slots from 1.
   void MoveTo(uint32_t position) { next_ = first_ + (position - 1); }
-  /// The slot that is taken next.
+  /// Returns the next slot without taking it.
   uint64_t Peek() const { return *next_; }
-  /// The whole slot.
+  /// Takes the whole slot.
   uint64_t Take() { return *next_++; }
-  /// The low half of the slot: what stands above a 32-bit argument is undefined.
+  /// Takes the low half of the slot: the bits above a 32-bit argument are undefined.
   uint32_t Take32() { return static_cast<uint32_t>(Take()); }
-  /// The slot as a pointer.
+  /// Takes the slot as a pointer.
   template <class Type>
   const Type* TakePointer() {
     return reinterpret_cast<const Type*>(Take());
@@ -86,6 +86,6 @@ class ArgumentCursor {
   const uint64_t* next_;
 };
 
-/// Takes apart the directive that begins at `at`, behind its "%", taking argument-supplied widths and
-/// precisions from `arguments`, and returns the place behind the directive.
+/// Parses the directive at `at`, after its "%", and returns the place after it. Takes widths and precisions
+/// written as "*" from `arguments`.
 const char* ParseDirective(const char* at, ArgumentCursor* arguments, Directive* directive);

@@ -7,7 +7,7 @@ namespace {
 constexpr char kCapitalDigits[] = "0123456789ABCDEF";
 constexpr char kSmallDigits[] = "0123456789abcdef";
 
-/// The 65th character, where there is one, pads the last group.
+/// The 65th character pads the last group; the URL-safe alphabet has none.
 constexpr char kStandardAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
 constexpr char kUrlSafeAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 constexpr uint32_t kPaddingPlace = 64;

@@ -67,7 +67,7 @@ void Multiply(BigNumber* number, uint64_t factor) {
   }
 }
 
-/// All digits of `value`, which is not 0.
+/// Stores all digits of `value`, which must not be 0.
 void Expand(double value, DecimalDigits* result) {
   constexpr int32_t kTwos = 32;
   constexpr int32_t kFives = 14;
@@ -99,7 +99,7 @@ void Expand(double value, DecimalDigits* result) {
   result->exponent = static_cast<int32_t>(length) - 1 - tens;
 }
 
-/// Whether any digit from `from` on is not 0.
+/// True if any digit from `from` on is not 0.
 bool HasRest(const DecimalDigits& number, uint32_t from) {
   for (uint32_t i = from; i < number.count; ++i) {
     if (number.digits[i] != '0') return true;
@@ -107,7 +107,7 @@ bool HasRest(const DecimalDigits& number, uint32_t from) {
   return false;
 }
 
-/// Rounds an exact number to its first `keep` digits; with `keep` 0 to nothing or to a 1 before them.
+/// Rounds an exact number to its first `keep` digits. With `keep` 0 the result is 0 or a 1 before the digits.
 void RoundExact(DecimalDigits* number, uint32_t keep) {
   if (keep >= number->count) return;
   const char next = number->digits[keep];
@@ -119,7 +119,7 @@ void RoundExact(DecimalDigits* number, uint32_t keep) {
     if (i > 0) {
       ++number->digits[i - 1];
     } else {
-      // All nines: 1 and zeros, of which the last falls off.
+      // All nines become 1 and zeros; the last zero is dropped.
       number->digits[0] = '1';
       ++number->exponent;
       if (keep == 0) keep = 1;
@@ -133,27 +133,27 @@ void RoundExact(DecimalDigits* number, uint32_t keep) {
 
 // ---- the fast way to significant digits: powers of five with 128 bits, and a check that they suffice
 
-/// Distance of the powers in the table, and the table's place of 5^0.
+/// The step between the powers in the table, and the index of 5^0 in it.
 constexpr int32_t kPowerStep = 27;
 constexpr int32_t kPowerZero = 12;
-/// The powers up to this place are exact.
+/// The powers up to this index, from 5^0 on, are exact.
 constexpr int32_t kLastExactPower = kPowerZero + 2;
 
-/// 128 bits, of which the first one is set but for 0.
+/// A number of 128 bits, of which the first one is set unless it is 0.
 struct Power {
   uint64_t high;
   uint64_t low;
 };
 
 struct PowerTable {
-  /// 5^(27 (i - 12)): its first 128 bits, cut.
+  /// 5^(27 (i - 12)): the first 128 bits, truncated.
   Power large[2 * kPowerZero + 1];
-  /// The powers below the step.
+  /// The powers of 5 below the step.
   uint64_t small[kPowerStep];
 };
 
-/// The first 128 bits of a number of 32-bit limbs, the lowest one first; a shorter number is filled up with
-/// zeros.
+/// Returns the first 128 bits of a number of 32-bit limbs, the lowest limb first; a shorter number is filled
+/// up with zeros.
 constexpr Power FirstBits(const uint32_t* limbs, int32_t count) {
   constexpr int32_t kLimbBits = 32;
   int32_t bit = count * kLimbBits - 1;
@@ -165,8 +165,8 @@ constexpr Power FirstBits(const uint32_t* limbs, int32_t count) {
   return {static_cast<uint64_t>(first >> 64), static_cast<uint64_t>(first)};
 }
 
-/// Powers upward by exact multiplication, powers downward by division of a large power of two: cut after
-/// every division, it is what one division would have given.
+/// Computes the positive powers by exact multiplication, the negative ones by dividing a large power of two.
+/// Truncating after every division gives the same result as a single division.
 constexpr PowerTable MakePowersOfFive() {
   constexpr int32_t kLimbs = 36;
   constexpr uint32_t kStepFactors[] = {1220703125, 1220703125, 5};  // 5^13 5^13 5
@@ -196,31 +196,31 @@ constexpr PowerTable MakePowersOfFive() {
 }
 constexpr PowerTable kPowersOfFive = MakePowersOfFive();
 
-/// floor(log2(5^power)), for powers up to 1,700 either way.
+/// floor(log2(5^power)), for powers from -1,700 to 1,700.
 constexpr int32_t Log2OfPowerOfFive(int32_t power) {
   return (power * 1217359) >> 19;
 }
-/// floor(log10(2^power)), for powers up to 1,100 either way.
+/// floor(log10(2^power)), for powers from -1,100 to 1,100.
 constexpr int32_t Log10OfPowerOfTwo(int32_t power) {
   return (power * 78913) >> 18;
 }
 
-/// A scaled number: `whole` and a fraction of 2^-64 steps below it, more than which is cut off.
+/// A scaled number: `whole` and a fraction of `bits` + 64 bits; further bits are cut off.
 struct Scaled {
   uint64_t whole;
-  /// The fraction's first bits. `bits` of `fractionHigh` count, then `fractionLow`.
+  /// The fraction: the low `bits` of `fractionHigh`, then all of `fractionLow`.
   uint64_t fractionHigh;
   uint64_t fractionLow;
   uint32_t bits;
-  /// Whether the number is known exactly; then `rest` tells of something below the fraction. Otherwise the
-  /// true number may be up to two of the fraction's last units more.
+  /// True if the number is known exactly; then `rest` is true if anything was cut off below the fraction.
+  /// Otherwise the true number may be larger by up to two units of the fraction's last bit.
   bool exact;
   bool rest;
 };
 
-/// value * 10^power, which is below 2^62.
+/// Returns value * 10^power, which must be below 2^62.
 Scaled Scale(BinaryNumber value, int32_t power) {
-  // The table's last power that is not above the wanted one.
+  // The table's last power that does not exceed the wanted one.
   const int32_t step = (power + kPowerStep * kPowerZero) / kPowerStep;
   const int32_t small = power - (step - kPowerZero) * kPowerStep;
   const Power& power5 = kPowersOfFive.large[step];
@@ -257,7 +257,7 @@ Scaled Scale(BinaryNumber value, int32_t power) {
 
 enum class Comparison { kBelow, kEqual, kAbove, kUnknown };
 
-/// Where the true fraction lies to the point `pointHigh`, `pointLow`.
+/// Compares the true fraction with the point `pointHigh`, `pointLow`.
 Comparison CompareFraction(const Scaled& scaled, uint64_t pointHigh, uint64_t pointLow) {
   const Wide fraction = static_cast<Wide>(scaled.fractionHigh) << 64 | scaled.fractionLow;
   const Wide point = static_cast<Wide>(pointHigh) << 64 | pointLow;
@@ -269,7 +269,7 @@ Comparison CompareFraction(const Scaled& scaled, uint64_t pointHigh, uint64_t po
   return point - fraction >= 2 ? Comparison::kBelow : Comparison::kUnknown;
 }
 
-/// RoundToSignificant where 128 bits suffice; otherwise false.
+/// Like RoundToSignificant; false if 128 bits do not suffice.
 bool RoundFast(double value, uint32_t significant, DecimalDigits* result) {
   const BinaryNumber number = TakeApart(value);
   int32_t exponent = Log10OfPowerOfTwo(BitLength(number.mantissa) + number.exponent - 1);
@@ -279,7 +279,7 @@ bool RoundFast(double value, uint32_t significant, DecimalDigits* result) {
   Comparison half;
   const uint64_t limit = kPowersOfTen[significant];
   if (whole >= limit) {
-    // One digit too many: it takes part in the rounding.
+    // One digit too many: use it for the rounding.
     const uint64_t digit = whole % 10;
     whole /= 10;
     ++exponent;
@@ -307,7 +307,7 @@ bool RoundFast(double value, uint32_t significant, DecimalDigits* result) {
 }  // namespace
 
 void RoundToSignificant(double value, uint32_t significant, DecimalDigits* result) {
-  // The scaled number is then below 2 * 10^18, as Scale needs it.
+  // With so many digits, the scaled number is below 2 * 10^18, as Scale requires.
   constexpr uint32_t kMostFastDigits = 18;
   if (value == 0) {
     SetZero(result);
@@ -319,7 +319,7 @@ void RoundToSignificant(double value, uint32_t significant, DecimalDigits* resul
 }
 
 void RoundToPlaces(double value, uint32_t places, DecimalDigits* result) {
-  // 10^19 is the largest power in 64 bits, so that a mantissa times it stays below 2^117.
+  // 10^19 is the largest power in 64 bits, so a mantissa times it stays below 2^117.
   constexpr uint32_t kMostFastPlaces = 19;
   const BinaryNumber number = TakeApart(value);
   const bool isSmall = BitLength(number.mantissa) + number.exponent <= 64;
@@ -329,7 +329,7 @@ void RoundToPlaces(double value, uint32_t places, DecimalDigits* result) {
     if (number.exponent >= 0) {
       whole = number.mantissa << number.exponent;
     } else {
-      // Below 2^-128 nothing can be left: the scaled mantissa has at most 117 bits.
+      // From a shift of 128 on the fraction is 0: the scaled mantissa has at most 117 bits.
       const int32_t shift = -number.exponent;
       uint64_t rest = number.mantissa;
       if (shift < 64) {

@@ -12,11 +12,11 @@
 
 namespace {
 
-/// What a conversion does. The first one is every letter that is not in the table.
+/// The task of a conversion. The first one is for every letter that is not in the table.
 enum class Job : uint8_t {
-  kLetter,       ///< the letter itself
-  kSkipLetter,   ///< one argument is skipped, then the letter itself
-  kSkipVariant,  ///< one argument is skipped, then the brace letter
+  kLetter,       ///< writes the letter itself
+  kSkipLetter,   ///< skips one argument, then writes the letter itself
+  kSkipVariant,  ///< skips one argument, then writes the brace letter
   kPercent,      ///< "%"
   kSigned,
   kUnsigned,
@@ -68,8 +68,8 @@ constexpr JobTable MakeJobTable() {
 }
 constexpr JobTable kJobs = MakeJobTable();
 
-/// The letters behind which a brace letter selects another conversion, and the conversions so selected. Where
-/// the brace letter is not among them, an argument is skipped.
+/// The letters after which a brace letter selects another conversion, and the conversions so selected. If the
+/// brace letter is not in the table, an argument is skipped.
 constexpr char kPointerLetters[] = "p";
 constexpr char kIntegerLetters[] = "dxX";
 constexpr char kFloatLetters[] = "efEF";
@@ -108,7 +108,7 @@ Job JobOf(const Directive& directive) {
   return directive.variant ? JobOfVariant(directive, plain) : plain;
 }
 
-/// Whether the dump's input length came from an argument: such a dump is not cut by that same argument.
+/// True if the dump's input length came from an argument: then the precision does not limit its output.
 bool IsUncut(Job job, const Directive& directive) {
   const bool isDump =
       job == Job::kDump || job == Job::kCapitalDump || job == Job::kBase64 || job == Job::kUrlSafeBase64;
@@ -136,7 +136,7 @@ void WriteCountedText(Output* output, const char* text, uint32_t length, const D
   WriteText(output, text, length, directive.flags, directive.width);
 }
 
-/// The conversions that the library's own messages seldom need.
+/// Does the conversions that the library's own messages seldom need.
 [[gnu::noinline, gnu::cold]] void ConvertRare(Output* output, Job job, ArgumentCursor* arguments,
                                               const Directive& directive) {
   const uint32_t flags = directive.flags;
@@ -189,7 +189,8 @@ void WriteCountedText(Output* output, const char* text, uint32_t length, const D
     }
     case Job::kDump:
     case Job::kCapitalDump: {
-      // The width is twice the length, whatever was given, so that there never is padding.
+      // On purpose: a width in the directive is ignored. The width is always twice the length, so there is
+      // never padding.
       Directive unpadded = directive;
       unpadded.width = 0;
       WriteHexDump(output, arguments->TakePointer<uint8_t>(), directive.inputLength, job == Job::kCapitalDump,
@@ -209,7 +210,7 @@ void WriteCountedText(Output* output, const char* text, uint32_t length, const D
                  directive);
       break;
     case Job::kUtcStamp:
-      // 32 bits without a sign, but with one under "l".
+      // A 32-bit stamp is unsigned, but signed with "l".
       WriteUtcStamp(
           output, flags & (kWide64 | kLong) ? TakeSigned(arguments, directive) : int64_t{arguments->Take32()},
           directive);
@@ -265,7 +266,7 @@ unsigned FormatString(char* buffer, unsigned size, const char* format, ...) {
 }
 
 unsigned FormatStringV(char* buffer, unsigned size, const char* format, va_list args) {
-  // Measuring is writing into a buffer without an end that is not there.
+  // Measuring means writing to a buffer that does not exist and has no end.
   constexpr uint32_t kMeasuringRoom = 0xFFFFFFFE;
   if (buffer && size == 0) return 0;
   const uint32_t limit = buffer ? size - 1 : kMeasuringRoom;

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Characters of the work buffer.
+/// The size of the work buffer in characters.
 constexpr int kWorkSize = 256;
 
 constexpr struct {
@@ -18,7 +18,7 @@ constexpr struct {
     {kTime, true, 0},
 };
 
-/// The text in `style`, in wide characters with its terminator; their number, or 0.
+/// Stores the text in `style` in wide characters, terminated, and returns their number; 0 on failure.
 int AskSystem(const BrokenDownDate& date, unsigned style, wchar_t* text) {
   const SYSTEMTIME time{static_cast<WORD>(FullYear(date.year)),
                         date.month,

@@ -4,16 +4,16 @@
 
 namespace {
 
-/// Characters that one question to the system can be answered with.
+/// The most characters of one answer from the system.
 constexpr uint32_t kAnswerSize = 256;
-/// UTF-8 bytes that a UTF-16 unit takes at most.
+/// The most UTF-8 bytes of a UTF-16 unit.
 constexpr uint32_t kBytesPerUnit = 3;
-/// Room for all names at their longest, those of the halves of the day among them. Only what is used of it is
-/// ever touched.
+/// Space for all names at their longest, including those of the halves of the day. Only the used part is ever
+/// touched.
 constexpr uint32_t kHalves = 2;
 constexpr uint32_t kNames = kHalves + 2 * (kMonths + kWeekdays);
 constexpr uint32_t kNamePoolSize = kNames * kAnswerSize * kBytesPerUnit;
-/// No answer, as against an empty one.
+/// There is no answer; an empty answer has length 0.
 constexpr uint32_t kNoAnswer = 0xFFFFFFFF;
 
 struct State {
@@ -43,7 +43,7 @@ uint32_t ReadText(LCTYPE type, char* text, uint32_t size) {
   return length;
 }
 
-/// What takes the place of an empty answer.
+/// How an empty answer is treated: it is kept, or it counts as no answer.
 enum class Empty { kStands, kIsNone };
 
 void ReadField(LCTYPE type, const char* fallback, Empty empty, char (&field)[kLocaleFieldSize]) {
@@ -55,7 +55,7 @@ void ReadField(LCTYPE type, const char* fallback, Empty empty, char (&field)[kLo
   }
 }
 
-/// Reads a name whole into the pool; `fallback` where there is no answer.
+/// Reads a whole name into the pool and returns it; `fallback` if there is no answer.
 const char* ReadName(LCTYPE type, const char* fallback) {
   char* name = state.names + state.namesUsed;
   const uint32_t length = ReadText(type, name, kNamePoolSize - state.namesUsed);
@@ -68,7 +68,7 @@ void ReadNames(LCTYPE first, const char** names, uint32_t count) {
   for (uint32_t i = 0; i < count; ++i) names[i] = ReadName(first + i, "");
 }
 
-/// Reads group sizes, which are parted by ";".
+/// Reads the group sizes, which ";" separates.
 void ReadGrouping(uint8_t (&grouping)[kMaxGroupSizes + 1]) {
   char field[kLocaleFieldSize];
   ReadField(LOCALE_SGROUPING, "3;0", Empty::kIsNone, field);

@@ -5,11 +5,11 @@
 
 namespace {
 
-/// The digits, and behind them the "x" of the prefix.
+/// The digits, followed by the "x" of the prefix.
 constexpr char kCapitalDigits[] = "0123456789ABCDEFX";
 constexpr char kSmallDigits[] = "0123456789abcdefx";
 
-/// The two digits of every number below 100, one behind the other.
+/// The two digits of every number below 100, one pair after the other.
 struct DigitPairs {
   char text[200];
 };
@@ -28,11 +28,11 @@ void StorePair(char* to, uint32_t value) {
   __builtin_memcpy(to, kDigitPairs.text + 2 * value, 2);
 }
 
-/// Reads the group sizes of the locale from the right; the last one repeats.
+/// Returns the group sizes of the locale from the right; the last one repeats.
 class GroupSizes {
  public:
   GroupSizes() : next_(UserLocale()->grouping), size_(0) {}
-  /// The size of the next group, or 0 when nothing is to be divided any more.
+  /// Returns the size of the next group, or 0 if the remaining digits are not divided.
   uint32_t Next() {
     if (*next_ != 0 && *next_ != kGroupSizesEnd) size_ = *next_++;
     return size_;
@@ -43,7 +43,8 @@ class GroupSizes {
   uint32_t size_;
 };
 
-/// How many separators stand between the groups of `count` digits, and how many digits the first group has.
+/// Returns the number of separators between the groups of `count` digits, and stores the size of the first
+/// group.
 uint32_t CountSeparators(uint32_t count, uint32_t* firstGroup) {
   GroupSizes sizes;
   uint32_t separators = 0;
@@ -63,7 +64,7 @@ uint32_t FieldLength(const char* field) {
   return length;
 }
 
-/// A number's prefix and digits on their way through the text writer.
+/// The prefix and digits of a number, as the context of PutGroupedNumber.
 struct GroupedNumber {
   const char* prefix;
   uint32_t prefixLength;
@@ -71,7 +72,7 @@ struct GroupedNumber {
   uint32_t digitCount;
 };
 
-/// The size of the group that has `behind` groups behind it.
+/// Returns the size of the group that has `behind` groups after it.
 uint32_t GroupSizeAt(uint32_t behind) {
   GroupSizes sizes;
   uint32_t size = sizes.Next();
@@ -168,8 +169,8 @@ void StoreBitDigits(char* to, uint64_t value, uint32_t count, uint32_t shift, bo
 
 void WriteSigned(Output* output, int64_t value, const Directive& directive) {
   if (value == INT64_MIN) {
-    // Deliberate: the minus of this one text is U+2212, and only the text's first 20 bytes are written, so
-    // that its last two digits are missing.
+    // On purpose: the minus of this one text is U+2212, and only the text's first 20 bytes are written, so
+    // its last two digits are missing.
     constexpr char kSmallest[] =
         "\xE2\x88\x92"
         "9223372036854775808";

@@ -1,16 +1,16 @@
-// Writes integers, and supplies the decimal digits and the digit grouping that other writers need. Used by
-// the conversions "d", "i", "u", "o", "x", "X" and "p", by the floating-point writer and by the dates.
+// Writes integers, and provides the decimal digits and the digit grouping for other writers. Used by the
+// conversions "d", "i", "u", "o", "x", "X" and "p", by the floating-point writer and by the dates.
 #pragma once
 
 #include "format/directive.h"
 #include "format/output.h"
 
-/// Room that any number takes without padding and grouping: 22 octal digits and a prefix.
+/// Capacity for any number without padding and grouping: 22 octal digits and a prefix.
 constexpr uint32_t kMaxNumberLength = 24;
-/// The digits of the largest 64-bit number in decimal.
+/// The decimal digits of the largest 64-bit number.
 constexpr uint32_t kMaxDecimalDigits = 20;
 
-/// The powers of ten from 10^0 on, as far as 64 bits hold them.
+/// The powers of ten from 10^0 on that fit in 64 bits.
 inline constexpr uint64_t kPowersOfTen[kMaxDecimalDigits] = {1,
                                                              10,
                                                              100,
@@ -32,18 +32,19 @@ inline constexpr uint64_t kPowersOfTen[kMaxDecimalDigits] = {1,
                                                              1000000000000000000,
                                                              10000000000000000000u};
 
-/// How many decimal digits `value` has; 1 for 0.
+/// Returns the number of decimal digits of `value`; 1 for 0.
 inline uint32_t CountDecimalDigits(uint64_t value) {
-  // log10(2) is about 1233 / 4096: right, or one digit too many. With the lowest bit set, 0 has a digit.
+  // log10(2) is about 1233 / 4096: the guess is right or one too low. With the lowest bit set, 0 has one
+  // digit.
   value |= 1;
   const uint32_t guess = (64 - static_cast<uint32_t>(__builtin_clzll(value))) * 1233 >> 12;
   return guess + (value >= kPowersOfTen[guess] ? 1 : 0);
 }
 
-/// Writes the decimal digits of `value`, `count` of them with leading zeros where it has fewer, to `to`.
+/// Writes `count` decimal digits of `value` to `to`, with leading zeros if `value` has fewer.
 [[gnu::noinline]] void StoreDecimal(char* to, uint64_t value, uint32_t count);
 
-/// How many digits of `shift` bits `value` has; 1 for 0.
+/// Returns the number of digits of `shift` bits that `value` has; 1 for 0.
 inline uint32_t CountBitDigits(uint64_t value, uint32_t shift) {
   const uint32_t bits = 64 - static_cast<uint32_t>(__builtin_clzll(value | 1));
   return (bits + shift - 1) / shift;
@@ -52,15 +53,15 @@ inline uint32_t CountBitDigits(uint64_t value, uint32_t shift) {
 /// Writes the `count` lowest digits of `shift` bits of `value` to `to`.
 [[gnu::noinline]] void StoreBitDigits(char* to, uint64_t value, uint32_t count, uint32_t shift, bool capital);
 
-/// Writes a signed number in decimal. Its sign comes first and the directive's width counts the digits alone:
-/// "%5d" of -3 is "-    3". Deliberate.
+/// Writes a signed number in decimal. On purpose: the sign comes first and the directive's width counts only
+/// the digits. "%5d" of -3 is "-    3".
 void WriteSigned(Output* output, int64_t value, const Directive& directive);
 
-/// Writes an unsigned number; `shift` is 3 for octal, 4 for hexadecimal and 0 for decimal, `capital` asks for
-/// capital digits and prefix.
+/// Writes an unsigned number. `shift` is 3 for octal, 4 for hexadecimal and 0 for decimal; with `capital`,
+/// digits and prefix are capital.
 void WriteUnsigned(Output* output, uint64_t value, uint32_t shift, bool capital, const Directive& directive);
 
-/// The bytes that `count` digits take when the locale's separators stand between their groups.
+/// Returns the bytes of `count` digits with the locale's separators between their groups.
 [[gnu::cold]] uint64_t GroupedLength(uint32_t count);
 
 /// Writes `count` digits with the locale's separators between their groups.

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// What objects are told as the conversion, whether it is "O" or "p{O}".
+/// The conversion that is passed to objects, both for "O" and for "p{O}".
 constexpr unsigned kObjectConversion = 'O';
 
 /// Converts `length` units and writes them as a string.

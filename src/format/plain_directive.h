@@ -1,6 +1,6 @@
-// The quick way for the directives that most messages consist of: converts them without taking them apart
-// into a Directive. Whatever it converts reads the same as by the full way, ParseDirective and Convert; it
-// leaves everything else to that. Used by the format engine's loop.
+// The fast path for the directives of most messages: converts them without parsing them into a Directive. The
+// result is the same as from the full path, ParseDirective and Convert, which converts everything else. Used
+// by the format engine's loop.
 #pragma once
 
 #include <stdint.h>
@@ -9,8 +9,8 @@
 #include "format/number_writer.h"
 #include "format/output.h"
 
-/// A plain directive, taken apart: an integer, perhaps with one flag and a width of at most two digits, a
-/// byte, a string or "%".
+/// A parsed plain directive: an integer with at most one flag and a width of at most two digits, a byte, a
+/// string or "%".
 struct PlainDirective {
   uint32_t width = 0;     ///< the least bytes to write, without the sign; 0 if not given
   bool zero = false;      ///< "0"
@@ -20,8 +20,8 @@ struct PlainDirective {
   bool isWide64 = false;  ///< "ll"
   const char* letter;     ///< the place of the conversion letter
 
-  /// Takes apart the directive at `at`, after its "%". If it is more than plain, `letter` is left at a
-  /// character that is not a letter of a plain directive.
+  /// Parses the directive at `at`, after its "%". If it is not plain, `letter` points to a character that is
+  /// not a letter of a plain directive.
   explicit PlainDirective(const char* at) {
     if (*at < 'A') {
       if (*at == '0') {
@@ -51,8 +51,8 @@ struct PlainDirective {
   }
 };
 
-/// Writes a number of `count` digits at `at`, between its padding, and returns the place after it. `shift` is
-/// 0 for decimal, otherwise the bits of a digit. There must be room for all of it.
+/// Writes a number of `count` digits with its padding at `at`, and returns the place after it. `shift` is 0
+/// for decimal, otherwise the bits of a digit. There must be space for all of it.
 inline char* StorePlainNumber(char* at, uint64_t value, uint32_t count, uint32_t shift, bool capital,
                               const PlainDirective& plain) {
   uint32_t after = 0;
@@ -74,10 +74,10 @@ inline char* StorePlainNumber(char* at, uint64_t value, uint32_t count, uint32_t
   return at + after;
 }
 
-/// Converts the directive at `*format`, its "%", if it is plain: writes at `*at`, and moves `at`, `room`,
-/// `format` and `arguments` on. `*room` must be at least kMaxNumberLength. Returns false, and changes
-/// nothing, for every other directive, and if `*at` is null because the text is only measured. Static,
-/// so that the compiler sees its only caller, the engine's inner loop, and puts it there.
+/// Converts the directive at `*format`, its "%", if it is plain: writes at `*at`, and advances `at`, `room`,
+/// `format` and `arguments`. `*room` must be at least kMaxNumberLength. Returns false and changes nothing for
+/// every other directive, and if `*at` is null because the text is only measured. Static, so that the
+/// compiler inlines it into its only caller, the engine's inner loop.
 static inline bool ConvertPlain(char** at, uint32_t* room, const char** format, ArgumentCursor* arguments) {
   const PlainDirective plain(*format + 1);
   const char letter = *plain.letter;
@@ -85,7 +85,7 @@ static inline bool ConvertPlain(char** at, uint32_t* room, const char** format, 
   if (!*at || letter == 0 || plain.letter[1] == '{' || plain.width >= *room) return false;
   uint32_t shift = 0;
   char* start = *at;
-  // Only signed numbers have a plus sign; to texts the flag is an escape.
+  // Only signed numbers have a plus sign; for texts the flag means an escape.
   if (plain.plus && letter != 'd' && letter != 'i') return false;
   switch (letter) {
     case '%':

@@ -21,11 +21,11 @@ constexpr struct {
     {kEscapeQuote, TextEscape::kBackslashQuote},
 };
 
-/// The bytes of the UTF-8 sequence at `at`, 2 to 6, or 0 when there is none whole one.
+/// Returns the bytes of the UTF-8 sequence at `at`, 2 to 6, or 0 if there is no whole one.
 uint32_t SequenceLength(const uint8_t* at, uint32_t left) {
   const uint8_t lead = *at;
   if (lead < 0xC0 || lead > 0xFD) return 0;
-  // As many leading ones as the sequence has bytes.
+  // The sequence has as many bytes as its first byte has leading ones.
   const uint32_t length = static_cast<uint32_t>(__builtin_clz(~(static_cast<uint32_t>(lead) << 24)));
   if (length > left) return 0;
   for (uint32_t i = 1; i < length; ++i) {
@@ -39,7 +39,7 @@ bool IsUnreserved(uint8_t c) {
          c == '_' || c == '~';
 }
 
-/// The entity of `c`, or null.
+/// Returns the entity of `c`, or null.
 const char* EntityOf(uint8_t c) {
   switch (c) {
     case '<':

@@ -1,23 +1,26 @@
-// The escapes: how each byte of a text is written for the syntax that it goes into. Used by the text writer
-// and by the date patterns.
+// The escapes: how each byte of a text is written for a target syntax. Used by the text writer and by the
+// date patterns.
 //
 // Only one escape applies to a text, the first of these that its directive asks for:
 //
-//   +     URL: letters, digits, "-", ".", "_" and "~" stand, other bytes become "%" and two capital digits
+//   +     URL: letters, digits, "-", ".", "_" and "~" are kept, other bytes become "%" and two capital digits
 //   ~     quoted string: a backslash before '"' and "\"; TAB becomes "\t"; LF, CR and CR LF become "\n";
 //         every other control character becomes a blank
-//   &     entities that begin with "%" (deliberately not with "&"): %lt; %gt; %amp; %#39; %dquo;
+//   &     entities: %lt; %gt; %amp; %#39; %dquo;
 //   @ /   the six characters " % & ' < > become "%" and two capital digits
-//   <     CDATA: a text with "&", "<" or ">" is wrapped in "<![CDATA[" and "]]>"; a ">" behind "]]" becomes a
+//   <     CDATA: a text with "&", "<" or ">" is wrapped in "<![CDATA[" and "]]>"; a ">" after "]]" becomes a
 //         blank
-//   `     "'" becomes "`"; control characters but TAB become blanks
+//   `     "'" becomes "`"; control characters except TAB become blanks
 //   '''   a backslash before '"' and "\"
 //   ''    "'" is doubled
 //   '     a backslash before "'" and "\"
 //
-// Letters are folded before that. Zero bytes are dropped. Under "~", "&", "@" and "/" a UTF-8 sequence of 2
-// to 6 bytes stands, and a byte that belongs to none becomes "?" ("~"), "&#ddd;" ("&", "@") or "%xx" ("/").
-// An escape or such a sequence is written whole or not at all; the first one that does not fit ends the text.
+// On purpose: the entities begin with "%", not with "&".
+//
+// Letters are folded before escaping. Zero bytes are dropped. Under "~", "&", "@" and "/" a UTF-8 sequence of
+// 2 to 6 bytes is kept, and a byte outside such a sequence becomes "?" ("~"), "&#ddd;" ("&", "@") or "%xx"
+// ("/"). An escape or a sequence is written whole or not at all; the first one that does not fit ends the
+// text.
 #pragma once
 
 #include "format/directive.h"
@@ -35,34 +38,34 @@ enum class TextEscape : uint8_t {
   kBackslashDouble,  ///< '''
   kDoubledQuote,     ///< ''
   kBackslashQuote,   ///< '
-  kNone,             ///< the bytes stand as they are
+  kNone,             ///< bytes are written unchanged
 };
 
-/// Opens a wrapped text.
+/// The text before a wrapped text.
 constexpr char kCdataOpening[] = "<![CDATA[";
-/// Closes it.
+/// The text after a wrapped text.
 constexpr char kCdataClosing[] = "]]>";
-/// Bytes that open a wrapped text.
+/// The bytes of kCdataOpening without its terminator.
 constexpr uint32_t kCdataOpeningLength = sizeof kCdataOpening - 1;
-/// Bytes that close it.
+/// The bytes of kCdataClosing without its terminator.
 constexpr uint32_t kCdataClosingLength = sizeof kCdataClosing - 1;
 
-/// The escape that `flags` ask for.
+/// Returns the escape that `flags` ask for.
 TextEscape ChooseEscape(uint32_t flags);
 
-/// Writes a text, given in pieces, in its escaped form. The CDATA wrapper is not its business.
+/// Writes a text, given in pieces, in its escaped form. The caller writes the CDATA wrapper.
 class TextSink {
  public:
-  /// A sink into `output`, which must outlive it, with the escape and the folding that `flags` ask for.
+  /// Makes a sink into `output`, which must outlive it, with the escape and the folding that `flags` ask for.
   TextSink(Output* output, uint32_t flags);
 
-  /// Writes the next piece of the text: `length` bytes, or up to the terminator. Neither a UTF-8
-  /// sequence nor a CR LF may be divided between pieces.
+  /// Writes the next piece of the text: `length` bytes, or up to the terminator. A piece must not end within
+  /// a UTF-8 sequence or a CR LF.
   void Put(const char* text, uint32_t length);
 
-  /// Whether something did not fit: nothing more is written then.
+  /// True if something did not fit; then nothing more is written.
   bool Full() const { return full_; }
-  /// Whether the text so far held a character that CDATA wrapping is for.
+  /// True if the text so far contains a character that needs CDATA wrapping.
   bool HasMarkup() const { return hasMarkup_; }
 
  private:
@@ -70,9 +73,9 @@ class TextSink {
   struct Unit {
     char bytes[8];
     uint32_t length;
-    uint32_t taken;  ///< bytes of the text that it stands for
+    uint32_t taken;  ///< the bytes of the text that it replaces
   };
-  /// The written form of the unit that begins at `at`, of which `left` bytes are there.
+  /// Stores the written form of the unit at `at` in `unit`; `left` bytes of the text are left.
   void Translate(const uint8_t* at, uint32_t left, Unit* unit);
 
   Output* output_;
@@ -81,6 +84,6 @@ class TextSink {
   bool lower_;
   bool full_;
   bool hasMarkup_;
-  /// How many "]" the text so far ends with, at most 2.
+  /// The number of "]" at the end of the text so far, at most 2.
   uint8_t brackets_;
 };

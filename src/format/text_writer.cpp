@@ -17,7 +17,7 @@ bool HasZeroByte(const char* text, uint32_t length) {
   return false;
 }
 
-/// The text of a WriteText as the source of a WriteComposed.
+/// The text of WriteText, as the context of PutWholeText.
 struct WholeText {
   const char* text;
   uint32_t length;
@@ -96,7 +96,7 @@ void WriteComposed(Output* output, TextSource source, const void* context, uint3
   const uint64_t padding = width > length ? width - length : 0;
   const bool padsLeft = !(flags & kLeft);
   if (isWrapped) {
-    // The wrapper is written whole or the text not at all, nor its padding.
+    // If the wrapper does not fit whole, neither the text nor its padding is written.
     const uint64_t needed = kCdataOpeningLength + kCdataClosingLength + (padsLeft ? padding : 0);
     if (needed > output->room) return;
   }
