@@ -90,7 +90,7 @@ TEST_F(CalendarTest, DatesWithoutAStamp) {
   EXPECT_EQ(SecondsOf(2026, 0, 1), 0xFFFFFFFFu);
   EXPECT_EQ(SecondsOf(2026, 13, 1), 0xFFFFFFFFu);
   EXPECT_EQ(SecondsOf(1970, 1, 0), 0xFFFFFFFFu);
-  // Fields that run over carry a date past the last second, too.
+  // Fields that overflow can carry a date past the last second, too.
   EXPECT_EQ(SecondsOf(2099, 12, 32), 0xFFFFFFFFu);
   EXPECT_EQ(SecondsOf(2099, 12, 31, 24, 0, 0), 0xFFFFFFFFu);
   EXPECT_EQ(SecondsOf(2099, 12, 31, 23, 59, 60), 0xFFFFFFFFu);
@@ -108,7 +108,7 @@ TEST_F(CalendarTest, ShortYears) {
 }
 
 TEST_F(CalendarTest, StampsBehindTheLastYear) {
-  // They have a date, though no date has them.
+  // SecondsToDate gives them a date, but DateToSeconds gives no date such a stamp.
   const BrokenDownDate date = DateOf(0xFFFFFFFF);
   EXPECT_EQ(date.year, 2106);
   EXPECT_EQ(DateToSeconds(&date), 0xFFFFFFFFu);

@@ -1,4 +1,4 @@
-// The process heap's wrappers and the common half of counted objects.
+// The wrappers of the process heap and the reference counting of counted objects.
 
 #include "base/heap.h"
 

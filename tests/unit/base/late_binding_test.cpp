@@ -104,7 +104,7 @@ TEST_F(LateBindingTest, AModuleThatIsLoadedOnceStaysForItsFunction) {
       "SetErrorMode(0x4000) = 32769",
       R"(GetProcAddress(OLE32, "CoInitializeEx") = *)",
   });
-  // Kept for the life of the process.
+  // Kept until the process ends.
   TheRig().ledger.Deliberate(rig::kModule, "OLE32");
 }
 
@@ -155,7 +155,7 @@ TEST_F(LateBindingTest, AFunctionIsFoundInAModuleThatTheCallerHolds) {
   EXPECT_EQ(FindFunction<decltype(GetVersion)>(module, "NoSuchFunction"), nullptr);
 }
 
-// ---- functions of a module that is kept with them
+// ---- functions of a module that is kept
 
 class KeptBindingTest : public rig::RiggedInternalsTest {
  protected:
@@ -193,7 +193,7 @@ TEST_F(KeptBindingTest, AModuleThatTheProcessDoesNotHaveIsLoadedOnceForAllItsFun
       R"(GetProcAddress(NETAPI32, "NetUserDel") = *)",
       "SetErrorMode(0x4000) = 32769",
   });
-  // Kept for the life of the process.
+  // Kept until the process ends.
   TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
 }
 
@@ -229,7 +229,8 @@ TEST_F(KeptBindingTest, AMissingFunctionIsLookedUpAgainInTheKeptModule) {
   TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
 }
 
-// The templates are compiled into their callers, here into the test: what they call is the library's (below).
+// The templates are compiled into their callers, here into the test; they call the library's functions
+// (below).
 
 class LateFunctionTest : public rig::RiggedInternalsTest {
  protected:

@@ -75,7 +75,7 @@ TEST_F(OsVersionTest, ThisSystemIsOfTheNtFamily) {
   EXPECT_TRUE(IsNtPlatform());
 }
 
-// ---- at least a version
+// ---- at least a given version
 
 struct LeastCase {
   VersionCase system;
@@ -98,11 +98,11 @@ const LeastCase kLeast[] = {
     {{0x00000005, TRUE, 5, 0, 2195, true}, 5, 1, false},
     {{0x00000005, TRUE, 6, 1, 7601, true}, 6, 2, false},
     {{0x00000005, TRUE, 6, 3, 9600, true}, 6, 2, true},
-    // Only the low bits of the lesser parts count.
+    // Only the low bits of minor version and build count.
     {{0x00000005, TRUE, 5, 0x100, 0, true}, 6, 0, false},
     {{0x00000005, TRUE, 5, 0x100, 0, true}, 5, 1, false},
     {{0x00000005, TRUE, 5, 255, 0x10000, true}, 6, 0, false},
-    // A system that cannot tell its version, and those of the other family.
+    // A system that does not report its version, and those of the 9x family.
     {{0x0000000A, FALSE, 10, 0, 26100, true}, 6, 0, false},
     {{0x0000000A, FALSE, 10, 0, 26100, true}, 4, 0, false},
     {{0x80000004, TRUE, 10, 0, 0, false}, 6, 0, false},

@@ -1,4 +1,4 @@
-// The owner types: what is held is released once, and nothing else ever is.
+// The owner types: they release what they hold, once, and nothing else.
 
 #include <gtest/gtest.h>
 

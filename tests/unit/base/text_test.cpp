@@ -1,4 +1,4 @@
-// The string routines: rules, edge cases, what they ask of the system, and failures.
+// The string routines: rules, edge cases, their calls of the system, and failures.
 
 #include "base/text.h"
 
@@ -43,7 +43,7 @@ HX_INTERNAL(HeapFreeSafe);
 using rig::GuardedBuffer;
 using TextTest = rig::InternalsTest;
 
-// The offset of a found place in `text`, or -1 for null.
+// Returns the offset of a found place in `text`, or -1 for null.
 template <class Unit>
 ptrdiff_t Offset(const Unit* text, const Unit* found) {
   return found ? found - text : -1;
@@ -126,7 +126,7 @@ TEST_F(TextTest, FindsTheFirstAndLastUnit) {
       {"abcabc", 'c', 2, 2, 5},
       {"abcabc", 'x', -1, -1, -1},
       {"", 'x', -1, -1, -1},
-      // Only the 8-bit search forward sees the terminator.
+      // Only the 8-bit forward search finds the terminator.
       {"abc", '\0', 3, -1, -1},
       {"", '\0', 0, -1, -1},
       {"x", 'x', 0, 0, 0},
@@ -143,7 +143,7 @@ TEST_F(TextTest, FindsTheFirstAndLastUnit) {
     EXPECT_EQ(Offset<wchar_t>(wide.As<wchar_t>(), TxtFindLastCharW(wide.As<wchar_t>(), wideUnit)), c.last)
         << c.text;
   }
-  // Wide units are compared whole.
+  // Wide units are compared as a whole.
   EXPECT_EQ(TxtFindCharW(L"\x0161", L'a'), nullptr);
   EXPECT_EQ(TxtFindLastCharW(L"\x0161", L'a'), nullptr);
 }
@@ -238,7 +238,7 @@ TEST_F(TextTest, LocaleComparisonsPassTheRulesOn) {
     EXPECT_EQ(TxtCompareIW(L"a", L"b"), expected);
     EXPECT_EQ(TxtCompareW(L"a", L"b"), expected);
     EXPECT_EQ(TxtCompareNIA("aaa", "b", 2), expected);
-    // What is empty is passed as such, not with a count of 0.
+    // An empty text is passed as a terminated one, not with a length of 0.
     EXPECT_EQ(TxtCompareNIA("aaa", "", 2), expected);
     EXPECT_EQ(calls, (std::vector<Call>{{LOCALE_USER_DEFAULT, ignoreCase, "a", -1, "b", -1},
                                         {LOCALE_USER_DEFAULT, ignoreCase, "a", -1, "b", -1},
@@ -256,7 +256,7 @@ TEST_F(TextTest, CountedComparisonLooksAtSoManyBytes) {
   EXPECT_EQ(TxtCompareNIA("a", "", 5), 1);
   EXPECT_EQ(TxtCompareNIA("", "a", 5), -1);
   EXPECT_EQ(TxtCompareNIA("abc", "abcd", 100), -1);
-  // A terminator ends a text however large the count is, and a text needs none within the count.
+  // A terminator ends a text before the count does, and a text needs none within the count.
   EXPECT_EQ(TxtCompareNIA("abc\0x", "ABC\0y", 5), 0);
   GuardedBuffer a = GuardedBuffer::Of(std::string_view("same"), false);
   GuardedBuffer b = GuardedBuffer::Of(std::string_view("SAME"), false);
@@ -394,7 +394,7 @@ TEST_F(TextTest, ConversionsAskForTheRightRoomAndLimit) {
 }
 
 TEST_F(TextTest, ConversionsOfHugeLengthsStateOnlyLimitsThatFit) {
-  // The memory for it is refused, so the text is never read.
+  // The allocation fails, so the text is never read.
   SIZE_T allocated = 0;
   HX_HOOK(heap, HeapAlloc, [&](HANDLE, DWORD, SIZE_T size) -> LPVOID {
     allocated = size;

@@ -1,4 +1,4 @@
-// The directory walker against a recursive listing: random trees, every combination of its settings.
+// The directory walker compared with a recursive listing: random trees, every combination of its settings.
 
 #include <filesystem>
 #include <random>
@@ -16,7 +16,7 @@ struct Settings {
   const char* pattern;
 };
 
-/// Names of a listing are of the plain 8.3 form, so that Windows compares a pattern with nothing but them.
+/// Names of a listing have the plain 8.3 form, so that Windows compares a pattern only with them.
 bool Fits(const std::wstring& name, const char* pattern) {
   std::string text = pattern == nullptr ? "*" : pattern;
   if (text == "*" || text == "*.*") return true;
@@ -33,19 +33,19 @@ bool Fits(const std::wstring& name, const char* pattern) {
          matches(plain.substr(plain.size() - tail.size()), tail);
 }
 
-/// Entries whose names begin so are links, by what the test says of them.
+/// Entries whose names begin with this are links, as the test reports them.
 bool IsLink(const std::wstring& name) {
   return name[0] == L'l';
 }
 
-/// An entry of a listing, a folder with what is in it.
+/// An entry of a listing; a folder has its contents.
 struct Entry {
   std::wstring name;
   bool isFolder;
   std::vector<Entry> entries;
 };
 
-/// What is in a folder, in the order in which Windows lists it.
+/// The contents of a folder, in the order in which Windows lists it.
 std::vector<Entry> Listed(const std::filesystem::path& folder) {
   std::vector<Entry> entries;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -56,7 +56,7 @@ std::vector<Entry> Listed(const std::filesystem::path& folder) {
   return entries;
 }
 
-/// What a walk with these settings gives out, folder by folder.
+/// Returns what a walk with these settings returns, folder by folder.
 class Model {
  public:
   explicit Model(Settings settings) : set_(settings) {}
@@ -116,7 +116,7 @@ class DirWalkerModelTest : public tree_test::TreeTest {
     });
   }
 
-  /// A random tree below `folder`.
+  /// Makes a random tree below `folder`.
   void Grow(const std::wstring& folder, std::mt19937& random, int depth) {
     static const wchar_t* const kNames[] = {L"a",     L"ab",  L"b",       L"a.txt", L"b.txt",
                                             L"l.txt", L"lnk", L"sub.dir", L"c.x",   L"ac.dir"};

@@ -1,4 +1,4 @@
-// The directory walker: single walks with their calls, its life, failures.
+// The directory walker: single walks with their calls, its lifetime, failures.
 
 #include "files/dir_walker.h"
 
@@ -15,7 +15,7 @@ constexpr DWORD kTrav = 0x76617274;
 
 class DirWalkerTest : public tree_test::TreeTest {
  protected:
-  /// A folder with a file, and a folder with a file in it.
+  /// Makes a folder with a file, and a folder with a file in it.
   void MakeSmallTree() {
     MakeFile(folder_ / L"a.txt");
     MakeFolder(folder_ / L"b");
@@ -155,7 +155,7 @@ TEST_F(DirWalkerTest, ARootOfADriveIsListed) {
 }
 
 TEST_F(DirWalkerTest, NamesOutsideAsciiAndLongOnesAreGivenOut) {
-  // As many characters as a name has at the most here, the path being limited too.
+  // The longest name possible here: the path is limited too.
   const std::wstring longName(200, L'x');
   MakeFile(folder_ / longName);
   MakeFile(folder_ / L"\u00E9\u4E2D");
@@ -184,9 +184,9 @@ TEST_F(DirWalkerTest, AFolderThatIsNotThereIsEmpty) {
   });
 }
 
-// ---- Entries that a listing made up by the test has.
+// ---- Entries of a listing that the test makes up.
 
-/// A disk of folders with entries made up by the test.
+/// A disk of folders with entries that the test makes up.
 class DirWalkerDiskTest : public DirWalkerTest {
  protected:
   struct Entry {
@@ -266,7 +266,8 @@ TEST_F(DirWalkerDiskTest, ThePatternIsComparedWithTheNameThatIsUsed) {
 }
 
 TEST_F(DirWalkerDiskTest, WhatWindowsMatchesOnThePatternsLevelIsTaken) {
-  // Windows compares a pattern with short names too. Only under a limit is its word on files enough.
+  // Windows compares a pattern with short names too. Only with a depth limit does its match alone select a
+  // file.
   folders_[L"Q:\\x"] = {{L"file", L"XFIL~1", kFile}, {L"folder", L"XFOL~1", kDirectory}};
   folders_[L"Q:\\x\\folder"] = {{L"other", L"XOTH~1", kFile}, {L"x", L"", kFile}};
   OwnWalker walker(OwnPath(L"Q:\\x").get());
@@ -331,7 +332,7 @@ TEST_F(DirWalkerDiskTest, DeepTreesAreGivenBackInMidWalk) {
   EXPECT_EQ(TheRig().ledger.Count(rig::kSearch), 400u);
 }
 
-// ---- Its life.
+// ---- Its lifetime.
 
 TEST_F(DirWalkerTest, AResetGivesEverythingBackInMidWalk) {
   MakeSmallTree();
@@ -426,7 +427,7 @@ TEST_F(DirWalkerTest, SurvivesEveryFailure) {
           if (walker.get() == nullptr) return 0u;
           walker->foldersAfterContents = after;
           UINT count = 0;
-          // An entry that memory lacks for does not end the walk.
+          // Running out of memory for an entry does not end the walk.
           for (int nulls = 0; nulls < 3;) {
             OwnPath entry(DirWalkerNext(walker.get()));
             entry ? ++count : static_cast<UINT>(++nulls);

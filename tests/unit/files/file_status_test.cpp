@@ -1,4 +1,4 @@
-// What stands under a path, moving it, making the folders on the way to it: every code, every call.
+// What exists at a path, moving it, creating its folders: every code, every call.
 
 #include "files/file_status.h"
 
@@ -38,7 +38,7 @@ TEST_F(FileStatusTest, WhatCannotBeOpenedIsNoFile) {
   OwnPath path(folder_ / L"f");
   EXPECT_EQ(FileExists(path.get()), kStatusNotFound);
   EXPECT_CALLS({R"(CreateFileW("T:\\f", 0x0, 3, null, 3, 0x80, null) = INVALID_HANDLE_VALUE)"});
-  // Windows opens a folder only for those who say that it may be one.
+  // Windows opens a folder only for callers who say that it may be one.
   OwnPath folder(folder_.Path());
   EXPECT_EQ(FileExists(folder.get()), kStatusNotFound);
 }
@@ -110,7 +110,7 @@ TEST_F(FileStatusTest, TheMissingFoldersOfAChainAreMade) {
   OwnPath path(folder_ / L"a\\b\\\u00E9");
   EXPECT_EQ(CreateFolderChain(path.get()), kStatusOk);
   std::vector<std::string> calls = Calls();
-  // The root of the drive is not asked for.
+  // The root of the drive is not looked up.
   ASSERT_GE(calls.size(), 8u);
   EXPECT_EQ(calls[0].find(R"(FindFirstFileW("C:\\)"), 0u) << calls[0];
   EXPECT_EQ(calls[0].find(R"("C:\\")"), std::string::npos) << calls[0];
@@ -218,7 +218,7 @@ TEST_F(FileStatusTest, SurvivesEveryFailure) {
                   OwnPath from(folder_ / L"\u00E9");
                   OwnPath to(folder_ / L"f");
                   int status = from && to ? MovePath(from.get(), to.get()) : kStatusNoMemory;
-                  // Whole in the one place or in the other.
+                  // Complete in one place or the other.
                   EXPECT_EQ(tree_test::TreeOf(folder_.Path()).size(), 1u);
                   DeleteFileW((folder_ / L"\u00E9").c_str());
                   DeleteFileW((folder_ / L"f").c_str());

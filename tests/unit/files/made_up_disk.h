@@ -1,4 +1,4 @@
-// A disk that a test makes up. Used by the tests of paths that are spelled as they stand on the disk.
+// A disk that a test makes up. Used by the tests of paths that are spelled as on the disk.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,14 +14,14 @@
 
 namespace path_test {
 
-/// The paths of look-ups, in their order.
+/// The paths of look-ups, in order.
 using Lookups = std::vector<std::wstring>;
 
-/// The mode that keeps the system's message boxes away.
+/// The error mode that suppresses message boxes of Windows.
 constexpr UINT kQuietErrors = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
 
-/// Answers FindFirstFileW from a list and checks that searches are closed, once each, and made under the
-/// error mode that keeps message boxes away, which is restored afterwards.
+/// Answers FindFirstFileW from a list. Checks that each search is closed once, and is made under the error
+/// mode that suppresses message boxes, which is restored afterwards.
 class MadeUpDisk {
  public:
   struct Entry {

@@ -1,6 +1,6 @@
 // A disk in memory that treats names as Windows does: an entry is also found by its short (8.3) name, dots
-// and blanks at the end of a path are dropped, and letter case does not matter unless a folder minds it. Used
-// by the tests of the copy/move engine with names that lead to other entries.
+// and blanks at the end of a path are dropped, and case does not matter unless a folder is case-sensitive.
+// Used by the tests of the copy/move engine with names that lead to other entries.
 #pragma once
 
 #include <windows.h>
@@ -21,16 +21,16 @@ struct Node {
   /// The short name, or empty if the name itself is short.
   std::wstring alias;
   bool isFolder = false;
-  /// Of a link to a folder: the path that it leads to; otherwise empty.
+  /// For a link to a folder: the path that it leads to; otherwise empty.
   std::wstring link;
-  /// Of a folder: names that differ only in case are different entries.
+  /// For a folder: true if names that differ only in case are different entries.
   bool mindsCase = false;
   std::string contents;
-  /// In the order of a listing.
+  /// The entries in the order of a listing.
   std::vector<std::unique_ptr<Node>> entries;
 };
 
-/// Whether two names are equal without regard to case.
+/// True if two names are equal without regard to case.
 inline bool IsSame(const std::wstring& a, const std::wstring& b) {
   return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
@@ -40,11 +40,11 @@ class Disk {
  public:
   Disk() { root_.isFolder = true; }
 
-  /// Names for which copying to, deleting and making a folder fails, as if they were in use.
+  /// Names for which copying to, deleting and creating a folder fails, as if they were in use.
   std::vector<std::wstring> locked;
 
-  /// Makes an entry by its exact name, as a system without Windows's rules does. The folder `path` exists.
-  /// `contents` is null for a folder. Returns the entry, or null if the name is taken.
+  /// Makes an entry with exactly this name, as a system without the rules of Windows does. The folder `path`
+  /// must exist. `contents` is null for a folder. Returns the entry, or null if the name is taken.
   Node* Plant(const std::wstring& path, const std::wstring& name, const std::string* contents) {
     Node* folder = Exactly(path);
     if (Taken(*folder, name, nullptr) != nullptr) return nullptr;
@@ -62,7 +62,7 @@ class Disk {
     return link;
   }
 
-  /// The entry at a path of exact names; null if there is none.
+  /// Returns the entry at a path of exact names; null if there is none.
   Node* Exactly(const std::wstring& path) {
     Node* node = &root_;
     for (const std::wstring& name : Split(path)) {
@@ -76,15 +76,15 @@ class Disk {
     return node;
   }
 
-  /// What is on the disk: paths of exact names with contents; a folder has the contents "<folder>", a link
-  /// "<link>".
+  /// Returns the contents of the disk: paths of exact names with contents. A folder has the contents
+  /// "<folder>", a link "<link>".
   std::map<std::wstring, std::string> Tree() const {
     std::map<std::wstring, std::string> tree;
     AddTree(root_, L"", tree);
     return tree;
   }
 
-  /// The entry that Windows finds for a path, a link itself; null if there is none.
+  /// Returns the entry that Windows finds for a path, for a link the link itself; null if there is none.
   Node* Find(const std::wstring& path) {
     Node* node = &root_;
     for (const std::wstring& name : Split(Normal(path))) {
@@ -95,10 +95,10 @@ class Disk {
     return node;
   }
 
-  /// What a node is if it is gone through: the folder that a link leads to, or the node itself.
+  /// Follows a node: returns the folder that a link leads to, or the node itself.
   Node* Through(Node* node) { return node == nullptr || node->link.empty() ? node : Find(node->link); }
 
-  /// MoveFileW.
+  /// Does what MoveFileW does.
   DWORD Move(const std::wstring& from, const std::wstring& to) {
     Node* source = Find(from);
     if (source == nullptr || source == &root_) return ERROR_FILE_NOT_FOUND;
@@ -113,7 +113,7 @@ class Disk {
     return 0;
   }
 
-  /// CopyFileW that fails if the target exists.
+  /// Does what CopyFileW does when it must not overwrite.
   DWORD Copy(const std::wstring& from, const std::wstring& to) {
     Node* source = Find(from);
     if (source == nullptr) return ERROR_FILE_NOT_FOUND;
@@ -129,7 +129,7 @@ class Disk {
     return 0;
   }
 
-  /// CreateDirectoryW.
+  /// Does what CreateDirectoryW does.
   DWORD MakeFolder(const std::wstring& path) {
     Node* folder = FolderOf(path);
     if (folder == nullptr) return ERROR_PATH_NOT_FOUND;
@@ -139,13 +139,13 @@ class Disk {
     auto made = std::make_unique<Node>();
     made->name = name;
     made->isFolder = true;
-    // Windows hands the property down to folders that are made in the folder.
+    // New folders inherit case sensitivity from their parent.
     made->mindsCase = folder->mindsCase;
     Add(*folder, std::move(made));
     return 0;
   }
 
-  /// DeleteFileW, or RemoveDirectoryW if `isFolder`.
+  /// Does what DeleteFileW does, or RemoveDirectoryW if `isFolder`.
   DWORD Delete(const std::wstring& path, bool isFolder) {
     Node* node = Find(path);
     if (node == nullptr) return ERROR_FILE_NOT_FOUND;
@@ -156,14 +156,14 @@ class Disk {
     return 0;
   }
 
-  /// Names of the folder's entries in the order of a listing.
+  /// Returns the names of the folder's entries in the order of a listing.
   static std::vector<std::wstring> Names(const Node& folder) {
     std::vector<std::wstring> names;
     for (const auto& entry : folder.entries) names.push_back(entry->name);
     return names;
   }
 
-  /// Answers the functions of files for the rig. Other paths than this disk's are not found.
+  /// Answers the file functions for the rig. Paths outside this disk are not found.
   void Install(rig::Rig& rig) {
     auto done = [](DWORD error) {
       if (error != 0) SetLastError(error);
@@ -210,8 +210,8 @@ class Disk {
     return path;
   }
 
-  // The entry that a name leads to, other than `except`: an exact name, then one in other letters (unless the
-  // folder minds case), then a short name.
+  // Returns the entry that a name leads to, other than `except`: first by the exact name, then without regard
+  // to case (unless the folder is case-sensitive), then by the short name.
   static Node* Taken(Node& folder, const std::wstring& name, const Node* except) {
     for (auto& entry : folder.entries) {
       if (entry.get() != except && entry->name == name) return entry.get();
@@ -253,7 +253,7 @@ class Disk {
     return taken;
   }
 
-  // Puts a node in, with a short name that is free, where a listing gives it.
+  // Adds a node in its place of the listing, with an unused short name.
   static Node* Add(Node& folder, std::unique_ptr<Node> node) {
     node->alias.clear();
     if (!IsShort(node->name)) {

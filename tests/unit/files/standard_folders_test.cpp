@@ -1,4 +1,4 @@
-// The standard folders: for every tag the questions in their order, and what each failure leads to.
+// The standard folders: for every tag the questions in their order, and the result of each failure.
 
 #include "files/standard_folders.h"
 
@@ -15,7 +15,7 @@ using tree_test::OwnPath;
 
 HX_INTERNAL(GetStandardFolder);
 
-/// One way to a folder: what it is asked of.
+/// One way to find a folder: the question to Windows.
 enum Way {
   kCurrent,
   kProgram,
@@ -34,11 +34,11 @@ enum Way {
   kTemporary,
 };
 
-/// The functions behind a way.
+/// The function that a way calls.
 struct WayCalls {
-  const char* module;    ///< of a function found by name, else null
+  const char* module;    ///< the module of a function found by name, else null
   const char* function;  ///< the function's name
-  int folder;            ///< the CSIDL, -1 where there is none
+  int folder;            ///< the CSIDL, -1 if there is none
   const GUID* id;        ///< the identifier, or null
   const char* text;      ///< its answer
   const char* call;      ///< its call in the trace
@@ -83,7 +83,7 @@ const std::map<Way, WayCalls> kWays = {
     {kTemporary, {nullptr, "GetTempPathW", -1, nullptr, "D:\\Temp\\", "GetTempPathW(260, *) = "}},
 };
 
-/// One question for a tag's folder and the folder that its answer leads to.
+/// One question for a tag's folder and the folder that its answer gives.
 struct Step {
   Way way;
   const wchar_t* folder;
@@ -116,11 +116,11 @@ const Row kRows[] = {
     {"temp", {{kTemporary, L"D:\\Temp"}}},
     {"logs", {{kTemporary, L"D:\\Temp"}}},
     {"fnts", {{kWindows, L"D:\\Win"}}},
-    // Tags are compared letter by letter.
+    // Case matters in tags.
     {"PREF", {{kWindows, L"D:\\Win"}}},
 };
 
-/// The tag's value: its letters as they lie in memory.
+/// Returns the tag's value: its letters in memory order.
 DWORD TagOf(const char* tag) {
   DWORD value;
   memcpy(&value, tag, sizeof value);
@@ -130,12 +130,12 @@ DWORD TagOf(const char* tag) {
 /// How a way fails.
 enum class Failure {
   kFails,            ///< The function fails.
-  kEmpty,            ///< It gives an empty text.
-  kMissingFunction,  ///< Its module lacks it.
-  kMissingModule,    ///< Its module is not there.
+  kEmpty,            ///< The function returns an empty text.
+  kMissingFunction,  ///< The function is missing from its module.
+  kMissingModule,    ///< The module is missing.
 };
 
-/// Standard folders in a world whose folders all lie on drive D, where nothing is.
+/// Standard folders in a world whose folders are all on drive D, which is empty.
 class StandardFoldersTest : public rig::RiggedInternalsTest {
  protected:
   void Arrange(rig::World& world) override {
@@ -166,7 +166,7 @@ class StandardFoldersTest : public rig::RiggedInternalsTest {
     world.On<::GetWindowsDirectoryW>(
         [=](wchar_t* buffer, UINT size) { return fill("GetWindowsDirectoryW", buffer, size); });
     world.On<::GetTempPathW>([=](DWORD size, wchar_t* buffer) { return fill("GetTempPathW", buffer, size); });
-    // The spelling on the disk is another test's.
+    // Another test covers the spelling on the disk.
     world.On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) { return INVALID_HANDLE_VALUE; });
   }
 
@@ -192,7 +192,7 @@ class StandardFoldersTest : public rig::RiggedInternalsTest {
     }
   }
 
-  /// The lines of looking a way's function up, if it was not looked up before.
+  /// The trace lines of looking up a way's function, if it was not looked up before.
   void ExpectLookUp(const WayCalls& calls, const Failure* failure, Lines* lines) {
     if (calls.module == nullptr || !lookedUp_.insert(calls.function).second) return;
     std::string module = calls.module;
@@ -219,7 +219,7 @@ class StandardFoldersTest : public rig::RiggedInternalsTest {
     }
   }
 
-  /// The lines of asking one way; `failure` is null where it answers.
+  /// The trace lines of asking one way; `failure` is null if it answers.
   void ExpectWay(Way way, const Failure* failure, Lines* lines) {
     const WayCalls& calls = kWays.at(way);
     ExpectLookUp(calls, failure, lines);
@@ -241,7 +241,7 @@ class StandardFoldersTest : public rig::RiggedInternalsTest {
       if (line.find("FindFirstFileW(") != 0) lines.push_back(line);
     }
     TheRig().trace.Clear();
-    // Joining "Common Files" looks its spelling up under a quiet error mode.
+    // Joining "Common Files" looks up its spelling, with message boxes suppressed.
     const Lines quiet = {"SetErrorMode(0x8001) = 16384", "SetErrorMode(0x4000) = 32769"};
     for (size_t at = 0; at + 1 < lines.size();) {
       if (lines[at] == quiet[0] && lines[at + 1] == quiet[1]) {
@@ -254,7 +254,7 @@ class StandardFoldersTest : public rig::RiggedInternalsTest {
     return lines;
   }
 
-  /// Asks for the row's folder with its first `broken` ways broken by `failure` and compares folder and
+  /// Asks for the row's folder while its first `broken` ways fail with `failure`; compares the folder and the
   /// calls.
   void Check(const Row& row, size_t broken, Failure failure) {
     SCOPED_TRACE(std::string(row.tag) + " with " + std::to_string(broken) + " ways broken");
@@ -283,7 +283,7 @@ class StandardFoldersTest : public rig::RiggedInternalsTest {
 class StandardFolderRow : public StandardFoldersTest, public testing::WithParamInterface<Row> {};
 
 TEST_P(StandardFolderRow, AsksInOrderAndOnce) {
-  // Each time with one more way failing; functions that were looked up stay.
+  // One more way fails each time; functions that were looked up stay bound.
   const Row& row = GetParam();
   Check(row, 0, Failure::kFails);
   for (size_t broken = 1; broken <= row.steps.size(); ++broken) {
@@ -323,7 +323,7 @@ TEST_P(StandardFolderRow, SurvivesEveryFailure) {
   EXPECT_GE(FailEachCall(
                 [tag](rig::Scene& scene) {
                   PathObject* folder = GetStandardFolder(tag);
-                  // Kept for the life of the process where they were found.
+                  // Kept until the process ends if they were found.
                   for (const char* module : {"SHELL32", "SHFOLDER"}) {
                     for (uint64_t held : scene.rig.ledger.Values(rig::kModule)) {
                       if (scene.rig.ledger.NameOf(rig::kModule, held) == module) {
@@ -422,7 +422,7 @@ TEST_F(StandardFoldersTest, FoldersAreWideText) {
   TheRig().ledger.Deliberate(rig::kModule, "SHFOLDER");
 }
 
-/// With the real Windows behind it.
+/// With the real Windows.
 class RealStandardFoldersTest : public rig::RiggedInternalsTest {};
 
 TEST_F(RealStandardFoldersTest, AreThere) {

@@ -1,5 +1,5 @@
-// What a command line of the copy/move engine destroys or leaves out, as docs/actions.md says ("What a
-// command line can destroy"): each line runs on folders of the disk.
+// What a command line of the copy/move engine destroys or omits, as in docs/actions.md ("What a command line
+// can destroy"). Each line runs on folders of the disk.
 
 #include "files/tree_copy.h"
 #include "unit/files/tree_tools.h"
@@ -15,8 +15,8 @@ HX_INTERNAL(TreeCopyMove);
 
 class TreeCopyDangersTest : public tree_test::TreeTest {
  protected:
-  /// Makes `before`, runs the engine over `arguments`, in which each "@" stands for the folder of this test,
-  /// and expects the code and what is there then. Of a name made with the time only the front counts.
+  /// Makes `before` and runs the engine over `arguments`, in which each "@" means the folder of this test.
+  /// Expects the code and the tree `after`. Of a name that contains the time only the beginning is compared.
   void Expect(const Tree& before, std::wstring arguments, int code, const Tree& after) {
     SCOPED_TRACE(rig::ToUtf8(arguments));
     tree_test::OwnFolder own;

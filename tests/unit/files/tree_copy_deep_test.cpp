@@ -1,4 +1,4 @@
-// The copy/move engine on trees of uncommon shape: deep ones, long names, a target inside its source.
+// The copy/move engine on unusual trees: deep ones, long names, a target inside its source.
 
 #include "files/tree_copy.h"
 #include "unit/files/tree_tools.h"
@@ -15,12 +15,12 @@ HX_INTERNAL(TreeCopyMoveItem);
 
 class TreeCopyDeepTest : public tree_test::TreeTest {};
 
-/// A disk that the test tells: "Q:\s" is a folder with a file "f" and a folder "d", which has the same, and
-/// so on.
+/// A disk that the test makes up: "Q:\s" is a folder with a file "f" and a folder "d", which again has both,
+/// and so on.
 class TreeCopyBottomlessTest : public TreeCopyDeepTest {
  protected:
   static constexpr size_t kLevels = 2000;
-  // Characters of "Q:\s" and of each level below.
+  // The characters of "Q:\s" and of each level below.
   static constexpr size_t kRoot = 4;
   static constexpr size_t kLevel = 2;
 
@@ -97,7 +97,7 @@ TEST_F(TreeCopyBottomlessTest, AFailureAtTheBottomEndsAllLevels) {
 TEST_F(TreeCopyDeepTest, ARealDeepTreeIsCopiedMovedAndReplaced) {
   constexpr int kLevels = 300;
   TheRig().tracing = false;
-  // The form of a path that has no limit but the disk's.
+  // The form of a path that only the disk limits.
   std::wstring source = tree_test::Unlimited(folder_ / L"s");
   std::wstring target = tree_test::Unlimited(folder_ / L"t");
   std::wstring deepest = source;
@@ -117,7 +117,7 @@ TEST_F(TreeCopyDeepTest, ARealDeepTreeIsCopiedMovedAndReplaced) {
 }
 
 TEST_F(TreeCopyDeepTest, UncommonNamesAreCopied) {
-  // As long as a name of a file system can be, counted in bytes too; others look like short names.
+  // As long as a name of a file system can be, also counted in bytes; others look like short names.
   const std::wstring longName(250, L'x');
   const std::wstring wideName(80, L'\u4E2D');
   const Tree tree = {{longName, "1"},
@@ -144,7 +144,7 @@ TEST_F(TreeCopyDeepTest, UncommonNamesAreCopied) {
 }
 
 TEST_F(TreeCopyDeepTest, ATargetInsideItsSourceEndsWithACodeAndHarmsNothingElse) {
-  // Each level finds the folder that it has just made, until names are too long for the system.
+  // Each level finds the folder that it has just created, until names are too long for the system.
   const std::wstring inner(200, L'i');
   MakeFolder(folder_ / L"s");
   MakeFile(folder_ / L"s\\f", "kept");
@@ -162,7 +162,7 @@ TEST_F(TreeCopyDeepTest, ATargetInsideItsSourceEndsWithACodeAndHarmsNothingElse)
     EXPECT_EQ(tree_test::Contents(folder_ / L"other"), "kept too");
     EXPECT_EQ(TheRig().ledger.Count(rig::kSearch), 0u);
     EXPECT_EQ(LiveBlocks(), 0u);
-    // The first level is there; below, as far as names go.
+    // The first level exists; below it, as many as names allow.
     EXPECT_NE(GetFileAttributesW((folder_ / (L"s\\" + inner)).c_str()), INVALID_FILE_ATTRIBUTES);
     tree_test::RemoveTree(tree_test::Unlimited(folder_ / (L"s\\" + inner)));
   }
@@ -176,7 +176,7 @@ TEST_F(TreeCopyDeepTest, AMoveIntoItselfMovesNothing) {
 }
 
 TEST_F(TreeCopyDeepTest, OverwritingTheFolderAroundTheSourceDeletesTheSource) {
-  // Deliberate: the target makes room first, whatever is in it.
+  // On purpose: the target is removed first, whatever it contains.
   MakeFolder(folder_ / L"t");
   MakeFile(folder_ / L"t\\s", "gone");
   EXPECT_EQ(

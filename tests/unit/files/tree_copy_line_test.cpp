@@ -1,7 +1,7 @@
-// The copy/move engine's command line: its elements, the forms of sources and targets, what ends a run.
+// The copy/move engine's command line: its elements, the forms of sources and targets, the end of a run.
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// Needs windows.h before it.
 #include <shellapi.h>
 
 #include "unit/files/tree_copy_tools.h"
@@ -27,7 +27,7 @@ TEST_F(TreeCopyLineTest, TheElementsAreSplitAndFreed) {
 
 TEST_F(TreeCopyLineTest, SlashesInSourcesAndTargetsAreBackslashes) {
   Make({L"s\\", L"s\\a", L"t\\", L"a"});
-  // Otherwise the entries listed in s would be looked for in the folder around it, and laid down there.
+  // Otherwise the entries listed in s would be looked up in the folder around it, and be copied there.
   EXPECT_EQ(Run(L"x -mo 'T:\\s/*' 'T:\\t/.'"), 0);
   EXPECT_EQ(Made(), (Names{L"a", L"s\\", L"t\\", L"t\\a = s\\a"}));
   EXPECT_EQ(Run(L"x -c/ 'T:/a' 'T:/s/b'"), 0);
@@ -100,7 +100,7 @@ TEST_F(TreeCopyLineTest, APatternWithoutAMatchIsFine) {
   EXPECT_EQ(Run(L"x -n 'T:\\a\\*.txt' 'T:\\t\\'"), 0);
   EXPECT_EQ(Run(L"x -n 'T:\\none\\*.txt' 'T:\\t\\'"), -43);
   EXPECT_EQ(Run(L"x -ni 'T:\\none\\*.txt' 'T:\\t\\'"), 0);
-  // The target is created for matches only.
+  // The target is only created if something matches.
   EXPECT_EQ(Made(), (Names{L"a\\"}));
 }
 
@@ -124,7 +124,7 @@ TEST_F(TreeCopyLineTest, TheTargetIsCreatedBeforeAPlainSource) {
   EXPECT_EQ(Run(L"x -rn 'T:\\a\\' 'T:\\t\\.'"), 0);
   EXPECT_EQ(Calls().at(1), R"(CreateDirectoryW("T:\\t", null) = 1)");
   EXPECT_EQ(TreeOf(folder_ / L"t"), (Tree{{L"f", "a\\f"}}));
-  // So a move meets a target, and a copy without "r" keeps it.
+  // So a move finds an existing target, and a copy without "r" keeps it.
   EXPECT_EQ(Run(L"x -mn 'T:\\a' 'T:\\u'"), -15);
   EXPECT_EQ(Run(L"x -n 'T:\\a\\f' 'T:\\v'"), 0);
   EXPECT_EQ(Run(L"x -nmo 'T:\\a' 'T:\\w'"), 0);

@@ -1,5 +1,5 @@
-// Nothing is lost: whichever call of a copy or a move fails, each file of the source is whole in the source
-// or in the target afterwards.
+// Nothing is lost: whichever call of a copy or a move fails, each file of the source is then complete in the
+// source or in the target.
 
 #include "files/tree_copy.h"
 #include "unit/files/tree_tools.h"
@@ -13,14 +13,14 @@ using tree_test::TreeOf;
 
 HX_INTERNAL(TreeCopyMove);
 
-/// What is copied or moved: a file, a folder with two, an empty one.
+/// The items to copy or move: a file, a folder with two, an empty one.
 const Tree kSource = {
     {L"a", "the file a"}, {L"d", kFolder}, {L"d\\b", "the file b"}, {L"d\\c", "the file c"}, {L"e", kFolder}};
-/// What stands in the target already: one of the names, and others.
+/// The existing contents of the target: some of the same names, and others.
 const Tree kTarget = {
     {L"a", "an older a"}, {L"d", kFolder}, {L"d\\c", "an older c"}, {L"old", "another file"}};
 
-/// A run: its option letters, whether the source is a pattern, and what stands in the target.
+/// A run: its option letters, whether the source is a pattern, and whether the target has contents.
 struct Case {
   const char* options;
   bool isPattern;
@@ -29,7 +29,7 @@ struct Case {
 
 class TreeCopyLossTest : public tree_test::TreeTest, public testing::WithParamInterface<Case> {
  protected:
-  /// Makes source and target anew.
+  /// Makes source and target again.
   void Prepare() {
     for (const wchar_t* name : {L"s", L"t", L"t 2026-11-15 11-30-45"}) tree_test::RemoveTree(folder_ / name);
     MakeFolder(folder_ / L"s");
@@ -49,8 +49,7 @@ class TreeCopyLossTest : public tree_test::TreeTest, public testing::WithParamIn
   bool KeepsAside() const { return strchr(GetParam().options, 'b') != nullptr; }
   bool Overwrites() const { return strchr(GetParam().options, 'o') != nullptr; }
 
-  /// Checks where the files are. `half` is a file of the target that the failing call itself left half
-  /// written.
+  /// Checks where the files are. `half` is a file of the target of which the failing call itself left a half.
   void CheckNothingLost(const std::wstring& half = L"") {
     Tree all = TreeOf(folder_.Path());
     for (const auto& [name, contents] : kSource) {
@@ -58,9 +57,9 @@ class TreeCopyLossTest : public tree_test::TreeTest, public testing::WithParamIn
       bool inSource = all.count(L"s\\" + name) != 0 && all[L"s\\" + name] == contents;
       bool inTarget = all.count(L"t\\" + name) != 0 && all[L"t\\" + name] == contents;
       EXPECT_TRUE(inSource || inTarget) << rig::ToUtf8(name) << " is lost:\n" << tree_test::Describe(all);
-      // A copy never touches its source.
+      // A copy never changes its source.
       EXPECT_TRUE(inSource || IsMove()) << rig::ToUtf8(name) << " is gone from the source";
-      // What stands under the name in the target is a whole file: the new one or the one from before.
+      // A file of that name in the target is complete: either the new one or the previous one.
       if (all.count(L"t\\" + name) != 0 && !inTarget && name != half) {
         EXPECT_TRUE(kTarget.count(name) != 0 && all[L"t\\" + name] == kTarget.at(name))
             << "half of " << rig::ToUtf8(name) << ":\n"
@@ -68,7 +67,7 @@ class TreeCopyLossTest : public tree_test::TreeTest, public testing::WithParamIn
       }
     }
     if (!GetParam().hasTarget) return;
-    // What is not to be overwritten, or to be set aside, is there too.
+    // Files that must not be overwritten, or must be renamed aside, still exist too.
     for (const auto& [name, contents] : kTarget) {
       if (contents == kFolder || (Overwrites() && !KeepsAside())) continue;
       bool isKept = false;
@@ -92,8 +91,8 @@ TEST_P(TreeCopyLossTest, WhicheverCallFails) {
   options.check = [&](const rig::SweepRun& run) {
     SCOPED_TRACE(run.call);
     CheckNothingLost();
-    // Success is no lie. A search that fails says here that there is nothing, which nobody can tell from the
-    // truth; a folder that was to be made and is there already may fail to be made.
+    // If the run succeeds, its result is complete. There are two exceptions: a failed search here reports
+    // that nothing exists, which looks like the truth, and creating a folder that already exists may fail.
     bool isSearch = run.name == "FindFirstFileW" || run.name == "FindNextFileW";
     if (run.result == 0 && isWholeWork && !isSearch) {
       EXPECT_EQ(tree_test::Describe(TreeOf(folder_ / L"t")), tree_test::Describe(whole));
@@ -108,14 +107,14 @@ TEST_P(TreeCopyLossTest, WhicheverCallFails) {
   EXPECT_GE(failed, 4u);
 }
 
-/// Whether the letters of a case make the engine copy the file `name` of the source.
+/// True if the letters of a case make the engine copy the file `name` of the source.
 bool IsCopied(const Case& one, const std::wstring& name) {
   auto has = [&](char letter) { return strchr(one.options, letter) != nullptr; };
   if (has('m')) return false;
   bool isNested = name.find(L'\\') != std::wstring::npos;
   bool needsFolder = isNested || !one.isPattern;
   if (needsFolder && !has('r')) return false;
-  // A folder that stays keeps its files; one that gives way takes them along.
+  // An existing folder that stays keeps its files; one that is replaced loses them.
   return !one.hasTarget || has('o') || kTarget.count(name) == 0;
 }
 
@@ -145,7 +144,7 @@ std::vector<Case> Cases() {
   for (const char* options : {"r",  "ro", "rob", "ri", "roi", "robi", "rn", "rno", "rnob", "f",     "m",
                               "mr", "mo", "mob", "mi", "moi", "mobi", "mn", "mno", "mnob", "mnobir"}) {
     for (bool isPattern : {false, true}) {
-      // Where nothing stands in the target, overwriting and setting aside have nothing to do.
+      // If the target has no contents, overwriting and renaming aside have nothing to do.
       if (strpbrk(options, "ob") == nullptr) cases.push_back({options, isPattern, false});
       cases.push_back({options, isPattern, true});
     }

@@ -1,4 +1,4 @@
-// The copy/move engine against a model over std::filesystem: random trees, random command lines.
+// The copy/move engine compared with a model over std::filesystem: random trees, random command lines.
 
 #include <gtest/gtest.h>
 
@@ -16,10 +16,10 @@ using tree_test::Tree;
 
 HX_INTERNAL(TreeCopyMove);
 
-/// A tree whose files are told from each other by their sizes; listings tell these without opening them.
+/// A tree whose files are distinguished by their sizes; listings report these without opening the files.
 class SizedTree {
  public:
-  /// What stands below a folder.
+  /// Returns the entries below a folder.
   static std::map<std::wstring, long long> Of(const std::wstring& folder) {
     std::map<std::wstring, long long> tree;
     Add(folder, L"", tree);
@@ -82,7 +82,7 @@ class TreeCopyModelTest : public tree_test::TreeTest {
     return kNames[Below(std::size(kNames))];
   }
 
-  /// Puts entries into a tree below the folder `below` ("" or "a\").
+  /// Adds entries to a tree below the folder `below` ("" or "a\").
   void Grow(const std::wstring& below, int depth, unsigned most, Tree& tree) {
     for (unsigned left = 1 + Below(most); left > 0; --left) {
       std::wstring name = below + RandomName();
@@ -112,7 +112,7 @@ class TreeCopyModelTest : public tree_test::TreeTest {
   std::wstring RandomSource(const Tree& tree) {
     static const wchar_t* const kPatterns[] = {L"*", L"*.*", L"a*", L"*.txt", L"?", L"zz*", L"lo*"};
     static const wchar_t* const kSuffixes[] = {L"", L"", L"\\", L"\\.", L"."};
-    // The whole of s, an entry of it, or what a pattern finds beside the entry.
+    // The whole of s, an entry of it, or a pattern for the entry and others.
     std::wstring entry = Below(6) == 0 ? L"s" : RandomEntry(tree, L"s");
     if (Below(2) == 0) return entry + kSuffixes[Below(std::size(kSuffixes))];
     if (Below(20) == 0) return L"s\\none\\*";
@@ -129,7 +129,7 @@ class TreeCopyModelTest : public tree_test::TreeTest {
     return entry + kSuffixes[Below(std::size(kSuffixes))];
   }
 
-  /// The elements of a random command line.
+  /// Returns the elements of a random command line.
   std::vector<std::wstring> RandomElements(const Tree& tree) {
     std::vector<std::wstring> elements;
     for (unsigned left = 1 + Below(2); left > 0; --left) {
@@ -151,10 +151,10 @@ class TreeCopyModelTest : public tree_test::TreeTest {
 };
 
 TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
-  // The same trees in every run, so that a build that passed goes on to pass; HX_SEED asks for others.
+  // The same trees in every run, so that a build that passed continues to pass; HX_SEED asks for others.
   const char* const given = std::getenv("HX_SEED");
   const unsigned seed = given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 472024;
-  // The library that ships sees all trees, on the processor that it ships for; others, a quarter of them.
+  // The shipped library gets all trees, on the processor that it ships for; other libraries get a quarter.
   const char* const folder = std::getenv("HX_LIBRARY_DIR");
   const std::string library = folder ? folder : "";
   const bool isOther =
@@ -168,7 +168,7 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
     Grow(L"s\\", 1, 3, tree);
     Grow(L"t\\", 1, 2, tree);
     std::vector<std::wstring> elements = RandomElements(tree);
-    // The name that the target would get when it is set aside may be taken.
+    // The name that the target would get when it is renamed aside may be taken.
     if (tree.count(elements.back()) != 0 && Below(4) == 0) tree[elements.back() + kStamp] = kFolder;
     const std::wstring engine = folder_ / L"e";
     const std::wstring model = folder_ / L"m";
@@ -181,7 +181,7 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
     std::string shown;
     for (const std::wstring& element : Under(engine, elements)) line += L" \"" + element + L"\"";
     for (const std::wstring& element : elements) shown += " " + rig::ToUtf8(element);
-    // What a command line does to a backslash in front of a quotation mark is another test's.
+    // Another test covers a backslash before a quotation mark in a command line.
     for (size_t at = line.find(L"\\\""); at != std::wstring::npos; at = line.find(L"\\\"", at + 3)) {
       line.insert(at, L"\\");
     }
@@ -195,7 +195,7 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
                             << Describe(before) << "engine:\n"
                             << Describe(left) << "model:\n"
                             << Describe(wanted);
-    // Sizes tell which file it is; now and then each byte is compared.
+    // The size identifies a file; now and then all bytes are compared.
     if (one % 20 == 0) {
       ASSERT_EQ(tree_test::TreeOf(engine), tree_test::TreeOf(model)) << shown;
     }
@@ -204,7 +204,7 @@ TEST_F(TreeCopyModelTest, DoesWhatTheModelDoes) {
     tree_test::RemoveTree(engine);
     tree_test::RemoveTree(model);
   }
-  // The trees and lines are such that every code comes up, and that most runs do something.
+  // Trees and lines are chosen so that every code occurs and most runs change something.
   for (int code : {0, -2, -3, -6, -7, -15, -16, -17, -18, -43})
     EXPECT_GE(codes[code], isOther ? 1 : 3) << code;
   EXPECT_GT(changed, trees / 3);

@@ -1,4 +1,4 @@
-// The copy/move engine's option letters, by what they do in a world that is made up.
+// The copy/move engine's option letters, by their effect in a made-up world.
 
 #include <random>
 
@@ -27,7 +27,7 @@ class TreeOptionTest : public TreeCopyTest {
     TheRig().On<::CreateDirectoryW>([](const wchar_t*, SECURITY_ATTRIBUTES*) { return TRUE; });
   }
 
-  /// Whether the engine makes a call that begins so.
+  /// True if the engine makes a call that begins with this text.
   bool Calls(const std::wstring& arguments, const std::string& call) {
     TheRig().trace.Clear();
     TreeCopyMove(arguments.c_str());
@@ -37,7 +37,7 @@ class TreeOptionTest : public TreeCopyTest {
     return false;
   }
 
-  /// The option bits that groups of letters come to.
+  /// Returns the option bits that groups of letters set.
   DWORD Bits(const std::wstring& groups) {
     constexpr DWORD kFile = FILE_ATTRIBUTE_ARCHIVE;
     DWORD bits = 0;
@@ -58,7 +58,7 @@ class TreeOptionTest : public TreeCopyTest {
   std::map<std::wstring, DWORD> names_;
 };
 
-/// What each letter does, as bits set and cleared.
+/// The effect of each letter, as bits set and cleared.
 struct Letter {
   wchar_t letter;
   DWORD sets, clears;

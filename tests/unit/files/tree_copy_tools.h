@@ -1,4 +1,5 @@
-// Helpers of the copy/move engine's tests: a folder with what a test makes in it, the engine's two entries.
+// Helpers for the tests of the copy/move engine: a folder in which a test makes entries, and the two entry
+// points of the engine.
 #pragma once
 
 #include <string>
@@ -20,10 +21,10 @@ HX_INTERNAL(TreeCopyMoveItem);
 
 using Names = std::vector<std::wstring>;
 
-/// The engine in a folder of the test's own.
+/// The engine in the test's own folder.
 class TreeCopyTest : public tree_test::TreeTest {
  protected:
-  /// Makes what is named below the test's folder; a name that ends in a backslash is a folder's.
+  /// Makes these entries below the test's folder; a name that ends with a backslash makes a folder.
   void Make(const std::vector<std::wstring>& names) {
     for (const std::wstring& name : names) {
       if (name.back() == L'\\') {
@@ -33,7 +34,8 @@ class TreeCopyTest : public tree_test::TreeTest {
       }
     }
   }
-  /// What stands below the test's folder; a file that Make did not make there reads "name = contents".
+  /// Returns the entries below the test's folder; a file that Make did not make there reads "name =
+  /// contents".
   std::vector<std::wstring> Made() {
     std::vector<std::wstring> names;
     for (const auto& [name, contents] : TreeOf(folder_.Path())) {
@@ -44,8 +46,8 @@ class TreeCopyTest : public tree_test::TreeTest {
     }
     return names;
   }
-  /// Runs the engine; "T:" stands for the test's folder, "'" for a quotation mark (a backslash in front of it
-  /// is doubled, as command lines ask for).
+  /// Runs the engine. "T:" means the test's folder, "'" a quotation mark (a backslash before it is doubled,
+  /// as command lines require).
   int Run(const std::wstring& arguments) {
     std::wstring line;
     for (size_t at = 0; at < arguments.size(); ++at) {
@@ -63,7 +65,7 @@ class TreeCopyTest : public tree_test::TreeTest {
   int Item(const std::wstring& source, const std::wstring& target, DWORD options) {
     return TreeCopyMoveItem((folder_ / source).c_str(), (folder_ / target).c_str(), options);
   }
-  /// Makes calls of a function that copies, moves or deletes `name` fail.
+  /// Makes the calls of a function that copies, moves or deletes `name` fail.
   void Refuse(const std::wstring& name, DWORD error = ERROR_ACCESS_DENIED) {
     std::wstring path = folder_ / name;
     auto refused = [=](const wchar_t* asked) {

@@ -1,4 +1,4 @@
-// Deleting trees: the calls in their order, the Windows errors.
+// Deleting trees: the calls in order, the Windows errors.
 
 #include "files/tree_copy.h"
 #include "rig/guarded_heap.h"
@@ -16,7 +16,7 @@ HX_INTERNAL(TreeDelete);
 
 class TreeDeleteTest : public tree_test::TreeTest {
  protected:
-  /// Deletes what stands there, as its own look-up says.
+  /// Deletes the entry at a path, with the result of looking it up.
   DWORD Delete(const std::wstring& path) {
     HANDLE search = FindFirstFileW(path.c_str(), &found_);
     EXPECT_NE(search, INVALID_HANDLE_VALUE);
@@ -85,7 +85,7 @@ TEST_F(TreeDeleteTest, TheFirstFailureIsReturned) {
   });
   EXPECT_EQ(Delete(folder_ / L"d"), DWORD{ERROR_SHARING_VIOLATION});
   EXPECT_EQ(Delete(folder_ / L"g"), DWORD{ERROR_SHARING_VIOLATION});
-  // What came before is gone, what comes behind is not touched.
+  // Earlier entries are deleted, later ones are not touched.
   EXPECT_EQ(TreeOf(folder_.Path()), (Tree{{L"d", kFolder}, {L"d\\f", "x"}, {L"g", "x"}}));
   EXPECT_EQ(TheRig().ledger.Count(rig::kSearch), 0u);
 }
@@ -152,7 +152,7 @@ TEST_F(TreeDeleteTest, AnEntryThatItsPathDoesNotLeadToIsNotDeleted) {
 }
 
 TEST_F(TreeDeleteTest, WithoutMemoryNothingMoreIsDeleted) {
-  // Whichever block lacks: names above all.
+  // Whichever allocation fails; most of them are for names.
   for (int lacking = 0;; ++lacking) {
     MakeSmallTree();
     int blocks = 0;
@@ -190,7 +190,7 @@ TEST_F(TreeDeleteTest, SurvivesEveryFailure) {
 }
 
 TEST_F(TreeDeleteTest, DeepTreesTakeNoStack) {
-  // A folder in a folder in a folder, as the test tells it.
+  // A folder in a folder in a folder, made up by the test.
   constexpr int kLevels = 2000;
   constexpr uintptr_t kFrames = 16 * 1024;
   size_t removed = 0;

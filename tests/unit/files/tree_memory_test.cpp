@@ -1,4 +1,4 @@
-// The memory that walking, copying and deleting a tree needs grows with its depth, not with its entries.
+// The memory needed to walk, copy and delete a tree grows with its depth, not with its number of entries.
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ HX_INTERNAL(TreeDelete);
 
 class TreeMemoryTest : public rig::InternalsTest {
  protected:
-  // Makes a chain of folders with files in each, and returns the outermost.
+  // Makes a chain of folders with files in each, and returns the outermost folder.
   std::wstring Make(const wchar_t* name, int depth, int files) {
     std::wstring top = folder_ / name;
     std::wstring folder = top;
@@ -32,7 +32,7 @@ class TreeMemoryTest : public rig::InternalsTest {
     return top;
   }
 
-  // The most blocks that are held at any entry of a walk.
+  // Returns the most blocks that are allocated at any entry of a walk.
   size_t WalkPeak(const std::wstring& top) {
     tree_test::OwnPath folder(top);
     DirWalker* walker = DirWalkerCreate(folder.get());
@@ -45,7 +45,7 @@ class TreeMemoryTest : public rig::InternalsTest {
     return peak;
   }
 
-  // The most blocks that are held at any file that is copied and that is deleted.
+  // Returns the most blocks that are allocated at any file that is copied and at any that is deleted.
   std::pair<size_t, size_t> CopyAndDeletePeaks(const std::wstring& top) {
     std::pair<size_t, size_t> peaks;
     TheRig().On<::CopyFileW>([&](const wchar_t* from, const wchar_t* to, BOOL) {
@@ -93,7 +93,7 @@ TEST_F(TreeMemoryTest, ACopyAndADeletionHoldAsMuchMoreForEachLevel) {
   const auto one = CopyAndDeletePeaks(Make(L"one", 1, 1));
   const auto eleven = CopyAndDeletePeaks(Make(L"eleven", 11, 1));
   const auto twentyOne = CopyAndDeletePeaks(Make(L"twenty-one", 21, 1));
-  // A level and the names that it holds: of the source and the target, or of what is deleted.
+  // A level and its names: of the source and the target, or of the entry to delete.
   EXPECT_EQ(eleven.first - one.first, 10u * 3);
   EXPECT_EQ(twentyOne.first - eleven.first, 10u * 3);
   EXPECT_EQ(eleven.second - one.second, 10u * 2);

@@ -1,4 +1,4 @@
-// The copy/move engine as a plain program over files of several kinds. Used by the engine's model tests.
+// The copy/move engine as a simple program over several kinds of files. Used by the engine's model tests.
 #pragma once
 
 #include <windows.h>
@@ -12,17 +12,17 @@ namespace tree_model {
 
 namespace fs = std::filesystem;
 
-/// What the model is told of the world beyond the files.
+/// What the model knows of the world besides the files.
 struct World {
-  std::wstring stamp;  ///< What a name that is set aside ends with.
+  std::wstring stamp;  ///< The end of a name that is renamed aside.
 };
 
-/// Copying a file of this name, deleting it, and making a folder of it fails, as if it were in use.
+/// A file of this name cannot be copied or deleted, nor a folder of this name created, as if it were in use.
 inline bool IsRefused(const std::wstring& path) {
   return fs::path(path).filename() == L"locked";
 }
 
-/// What a look-up finds.
+/// The result of a look-up.
 struct Found {
   std::wstring name;   ///< The entry's own name.
   std::wstring alias;  ///< Its short name, or empty.
@@ -30,10 +30,10 @@ struct Found {
   bool isLink = false;
 };
 
-/// The model's files: those of std::filesystem. The names in them lead to no other entries.
+/// The model's files in std::filesystem. No name leads to another entry.
 class RealFiles {
  public:
-  /// The names in a folder, in the order in which the system lists them.
+  /// Returns the names in a folder, in the order in which the system lists them.
   static std::vector<std::wstring> Entries(const std::wstring& folder) {
     std::vector<std::wstring> names;
     std::error_code error;
@@ -41,7 +41,7 @@ class RealFiles {
       names.push_back(entry.path().filename().wstring());
     return names;
   }
-  /// Looks a path up.
+  /// Looks up a path.
   static std::optional<Found> Find(const std::wstring& path) {
     std::error_code error;
     if (!fs::exists(path, error)) return std::nullopt;
@@ -71,13 +71,13 @@ class RealFiles {
   }
 };
 
-/// The engine, over files of the kind `Files`.
+/// The engine, over files of the type `Files`.
 template <class Files>
 class Engine {
  public:
   explicit Engine(World world, Files files = Files()) : world_(std::move(world)), files_(files) {}
 
-  /// Runs over the elements behind the first one.
+  /// Runs over the elements after the first one.
   int Run(const std::vector<std::wstring>& elements) {
     unsigned options = 0;
     for (size_t at = 0; at + 1 < elements.size(); ++at) {
@@ -165,10 +165,10 @@ class Engine {
   static bool IsSame(const std::wstring& a, const std::wstring& b) {
     return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
   }
-  /// Whether Windows drops the end of the name.
+  /// True if Windows drops the end of the name.
   static bool IsCut(const std::wstring& name) { return name.ends_with(L'.') || name.ends_with(L' '); }
 
-  // From the inside, in the order of the listing, up to the first failure.
+  // Deletes from the inside, in the order of the listing, up to the first failure.
   bool Delete(const std::wstring& name, unsigned options) {
     std::optional<Found> found = files_.Find(name);
     if (!found || !found->isFolder) return files_.DeleteFile(name);
@@ -179,7 +179,7 @@ class Engine {
     return files_.RemoveFolder(name);
   }
 
-  // The pattern's last name has at most one asterisk; names are of the plain 8.3 form.
+  // The last name of the pattern has at most one asterisk; names have the plain 8.3 form.
   static bool Matches(const std::wstring& name, const std::wstring& pattern) {
     if (pattern == L"*" || pattern == L"*.*") return true;
     size_t star = pattern.find(L'*');
@@ -209,7 +209,7 @@ class Engine {
     for (const std::wstring& name : files_.Entries(folder)) {
       if (Matches(name, pattern)) matches.push_back(name);
     }
-    // A folder's own entries match too, and make the target come into being.
+    // "." and ".." of a folder match too, and cause the target to be created.
     if (matches.empty() && !Matches(L".", pattern) && !Matches(L"..", pattern)) return 0;
     create();
     for (const std::wstring& name : matches) {
@@ -219,10 +219,10 @@ class Engine {
     return 0;
   }
 
-  // `entry` is the name that a listing gave; empty for an item that the command line names.
+  // `entry` is the name in a listing; empty for an item that the command line names.
   int Item(const std::wstring& source, const std::wstring& target, const std::wstring& entry,
            unsigned options) {
-    // What is not reached by its name is not touched, nor is anything else in its place.
+    // An entry that its name does not lead to is not touched, and no other entry is touched instead.
     const bool isReached = !IsCut(entry);
     auto find = [&](const std::wstring& path) {
       std::optional<Found> found = files_.Find(path);

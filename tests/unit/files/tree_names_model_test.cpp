@@ -1,5 +1,5 @@
 // The copy/move engine on a disk in memory with names that lead to other entries: random trees, every set of
-// options. Nothing is lost, whichever call fails, and the engine does what the model does.
+// options. Nothing is lost, whichever call fails, and the engine does the same as the model.
 
 #include <cstdlib>
 #include <random>
@@ -19,7 +19,7 @@ HX_INTERNAL(TreeCopyMove);
 
 constexpr wchar_t kStamp[] = L" 2026-11-15 11-30-45";
 
-/// The model's files on a disk.
+/// The model's files on such a disk.
 class DiskFiles {
  public:
   explicit DiskFiles(Disk* disk) : disk_(disk) {}
@@ -41,11 +41,10 @@ class DiskFiles {
   Disk* disk_;
 };
 
-/// What stands on a disk at the start, in the order in which it was made: paths, and whether each is a
-/// folder.
+/// The initial contents of a disk, in the order of creation: paths, and whether each is a folder.
 struct Plan {
   std::vector<std::pair<std::wstring, bool>> entries;
-  /// Links to folders, with what they lead to.
+  /// Links to folders, with their targets.
   std::vector<std::pair<std::wstring, std::wstring>> links;
   bool sourceMindsCase = false;
 };
@@ -96,7 +95,7 @@ class TreeNamesModelTest : public tree_test::TreeTest {
   unsigned Below(unsigned limit) { return random_() % limit; }
 
   std::wstring RandomName() {
-    // Each short name is that of a long one beside it, the first or the second of its kind.
+    // Each short name is that of one of the long names, the first or the second of its kind.
     static const wchar_t* const kNames[] = {
         L"LongFileName.txt",
         L"LONGFI~1.TXT",
@@ -127,7 +126,7 @@ class TreeNamesModelTest : public tree_test::TreeTest {
       if (isFolder) Grow(path, depth + 1, plan);
     }
   }
-  /// Adds links to a plan: to a folder outside of both trees, to the folder around them, to a folder of the
+  /// Adds links to a plan: to a folder outside both trees, to the folder around them, to a folder of the
   /// other tree.
   void AddLinks(Plan& plan) {
     for (const wchar_t* tree : {L"s", L"t"}) {
@@ -147,7 +146,7 @@ class TreeNamesModelTest : public tree_test::TreeTest {
     plan.sourceMindsCase = Below(3) == 0;
     Grow(L"s", 0, plan);
     if (Below(3) != 0) Grow(L"t", 0, plan);
-    // The name that an entry would get when it is set aside can be taken.
+    // The name that an entry would get when it is renamed aside can be taken.
     for (size_t at = plan.entries.size(); at > 0; --at) {
       const std::wstring& path = plan.entries[at - 1].first;
       if (path[0] == L't' && Below(4) == 0) plan.entries.emplace_back(path + kStamp, false);
@@ -177,7 +176,7 @@ TEST_F(TreeNamesModelTest, LosesNothingAndDoesWhatTheModelDoes) {
     Plan plan = RandomPlan();
     Contents before;
     const unsigned options = one % 128;
-    // Links lead round in circles; without "l" the engine would go on for ever.
+    // Links form cycles; without "l" the engine would never end.
     if ((options & 64) != 0) AddLinks(plan);
     std::vector<std::wstring> elements = {Letters(options), L"Q:\\s\\*", L"Q:\\t\\."};
     if (one % 5 == 4) elements = {Letters(options), L"Q:\\s", L"Q:\\t"};
@@ -212,7 +211,7 @@ TEST_F(TreeNamesModelTest, LosesNothingAndDoesWhatTheModelDoes) {
     const bool deletes = (options & 2) != 0 && (options & 4) == 0;
     for (const std::string& file : filesBefore) {
       bool isOfSource = file.starts_with("from s");
-      // Deleting is for what is in the way, and two names that differ in case are in each other's way.
+      // Only entries in the way are deleted; two names that differ only in case are in each other's way.
       if (deletes && (!isOfSource || plan.sourceMindsCase)) continue;
       ASSERT_NE(filesAfter.count(file), 0u) << file << " is lost";
     }
@@ -232,8 +231,8 @@ TEST_F(TreeNamesModelTest, LosesNothingAndDoesWhatTheModelDoes) {
 }
 
 TEST_F(TreeNamesModelTest, WhichLettersOverwriteDecidesWhatATargetLoses) {
-  // Without "b" a file of the target goes only if the source has an entry with its name, or with that of a
-  // folder around it: never because another name leads to it.
+  // Without "b" a file of the target is deleted only if the source has an entry with its name, or with the
+  // name of a folder around it: never because another name leads to it.
   for (unsigned one = 0; one < 600; ++one) {
     random_.seed(one);
     Plan plan = RandomPlan();
@@ -293,26 +292,26 @@ TEST_F(TreeNamesModelTest, WithLALinkIsDeletedAndMovedItselfAndNotCopied) {
     return status;
   };
   Contents after;
-  // Into a link nothing is copied, and a link is not.
+  // Nothing is copied into a link, and a link itself is not copied.
   EXPECT_EQ(run(L"x -crl Q:\\s\\d Q:\\t\\d", after), -7);
   EXPECT_EQ(run(L"x -crl Q:\\s\\link Q:\\t\\new", after), -7);
   EXPECT_EQ(after.count(L"t\\new"), 0u);
   EXPECT_EQ(run(L"x -crli Q:\\s\\* Q:\\t\\.", after), 0);
   EXPECT_EQ(after[L"t\\x"], "from s\\x");
   EXPECT_EQ(after.count(L"t\\link"), 0u);
-  // In a link's place.
+  // In place of a link.
   EXPECT_EQ(run(L"x -crol Q:\\s\\d Q:\\t\\d", after), 0);
   EXPECT_EQ(after[L"t\\d\\f"], "from s\\d\\f");
   EXPECT_EQ(run(L"x -mobl Q:\\s\\link Q:\\t\\d", after), 0);
   EXPECT_EQ(after[L"t\\d"], "<link>");
   EXPECT_EQ(after[std::wstring(L"t\\d") + kStamp], "<link>");
   EXPECT_EQ(after.count(L"s\\link"), 0u);
-  // A folder with a link to itself in it is deleted.
+  // A folder that contains a link to itself is deleted.
   EXPECT_EQ(run(L"x -mol Q:\\s\\x Q:\\t\\y", after), 0);
   EXPECT_EQ(after[L"t\\y"], "from s\\x");
 }
 
-/// One tree with all such names, and every set of options.
+/// One tree with all these kinds of names, and every set of options.
 class TreeNamesLossTest : public tree_test::TreeTest, public testing::WithParamInterface<unsigned> {};
 
 TEST_P(TreeNamesLossTest, WhicheverCallFails) {
@@ -326,7 +325,7 @@ TEST_P(TreeNamesLossTest, WhicheverCallFails) {
     plan.entries.emplace_back(path, true);
     plan.entries.emplace_back(std::wstring(path) + L"\\in it", false);
   }
-  // Made in the target, "LongFileName.txt" gets the second of these short names.
+  // In the target, "LongFileName.txt" gets the second of these short names.
   plan.entries.emplace_back(L"s\\LONGFI~2.TXT", false);
   auto disk = std::make_unique<Disk>();
   Build(plan, *disk);

@@ -1,5 +1,5 @@
 // The copy/move engine with names that lead to other entries: short (8.3) names, dots and blanks at the end,
-// letter case. Nothing but the entry itself is moved, copied, deleted or taken for the target.
+// case. Only the entry itself is moved, copied, deleted or taken for the target.
 
 #include <set>
 
@@ -7,7 +7,7 @@
 
 namespace tree_copy_test {
 
-/// The strings with which a package brings an upgraded server's entries back, and merges its data.
+/// The strings with which a package moves an upgraded server's entries back, and merges its data.
 constexpr wchar_t kBringBack[] = L"x -mobin 'T:\\s\\*' 'T:\\t\\.'";
 constexpr wchar_t kBringBackWithDeletion[] = L"x -moin 'T:\\s\\*' -b 'T:\\s\\*' 'T:\\t\\.'";
 constexpr wchar_t kMerge[] = L"x -ckrni 'T:\\s\\*' -e 'T:\\s\\*' 'T:\\t\\.'";
@@ -15,7 +15,7 @@ constexpr wchar_t kMerge[] = L"x -ckrni 'T:\\s\\*' -e 'T:\\s\\*' 'T:\\t\\.'";
 /// Names in real folders.
 class TreeNamesTest : public TreeCopyTest {
  protected:
-  /// Makes the entries by exactly these names, which Windows would change otherwise.
+  /// Makes entries with exactly these names, which Windows would otherwise change.
   void MakeExactly(const Names& names) {
     for (const std::wstring& name : names) {
       if (name.back() == L'\\') {
@@ -25,9 +25,9 @@ class TreeNamesTest : public TreeCopyTest {
       }
     }
   }
-  /// What each file below the test's folder holds, and each folder.
+  /// Returns the contents of each file and folder below the test's folder.
   std::map<std::wstring, std::string> All() { return TreeOf(tree_test::Unlimited(folder_.Path())); }
-  /// The contents of all files.
+  /// Returns the contents of all files.
   std::multiset<std::string> AllContents() {
     std::multiset<std::string> contents;
     for (const auto& [name, content] : All()) {
@@ -35,7 +35,7 @@ class TreeNamesTest : public TreeCopyTest {
     }
     return contents;
   }
-  /// The short name that this system gives a file with this name.
+  /// Returns the short name that this system gives a file with this name.
   std::wstring ShortNameOf(const std::wstring& name) {
     MakeExactly({name});
     WIN32_FIND_DATAW found = {};
@@ -53,7 +53,7 @@ class TreeNamesTest : public TreeCopyTest {
 TEST_F(TreeNamesTest, AShortNameLosesNothingWhenItIsBroughtBack) {
   for (const wchar_t* line : {kBringBack, kBringBackWithDeletion}) {
     std::wstring alias = ShortNameOf(L"LongFileName.txt");
-    // In this order: the short name of a file that is there cannot be made again.
+    // In this order: the short name of an existing file cannot be given again.
     MakeExactly({L"s\\", L"t\\", L"s\\" + alias, L"s\\LongFileName.txt"});
     std::multiset<std::string> before = AllContents();
     EXPECT_EQ(Run(line), 0);
@@ -68,7 +68,7 @@ TEST_F(TreeNamesTest, AShortNameIsNoFolderOfThatName) {
   std::wstring alias = ShortNameOf(L"Long folder name");
   MakeExactly({L"s\\", L"t\\", L"s\\" + alias + L"\\", L"s\\" + alias + L"\\b", L"s\\Long folder name\\",
                L"s\\Long folder name\\a"});
-  // The folder is not merged into the other one, which has its name as a short name.
+  // The folder is not merged into the other one, whose short name is the same.
   EXPECT_EQ(Run(kMerge), -18);
   EXPECT_EQ(Made(), (Names{L"s\\", L"s\\" + alias + L"\\", L"s\\" + alias + L"\\b", L"s\\Long folder name\\",
                            L"s\\Long folder name\\a", L"t\\", L"t\\Long folder name\\",
@@ -138,7 +138,7 @@ TEST_F(TreeNamesTest, ACutNameMovesNothingInItsStead) {
 
 TEST_F(TreeNamesTest, AFolderWithACutNameInItIsNotDeletedByHalfItsEntries) {
   MakeExactly({L"s\\", L"t\\", L"s\\d\\", L"t\\d\\", L"t\\d\\x.", L"t\\d\\x"});
-  // The listing gives "x" first, which is deleted; "x." is not reached, so the folder stays with it.
+  // The listing returns "x" first, which is deleted; "x." is not reached, so the folder stays with it.
   EXPECT_EQ(Run(L"x -mo 'T:\\s\\*' 'T:\\t\\.'"), -3);
   EXPECT_EQ(All()[L"t\\d\\x."], "t\\d\\x.");
   EXPECT_EQ(All().count(L"s\\d"), 1u);
@@ -167,10 +167,10 @@ TEST_F(TreeNamesTest, BothPathsMustLeadToACutName) {
   EXPECT_EQ(All()[L"s\\report."], "s\\report.");
 }
 
-/// One entry "report." or "LONGNA~1" in the source, and an answer of a test's to the look-ups.
+/// One entry "report." or "LONGNA~1" in the source, with answers to the look-ups that the test chooses.
 class TreeAnswersTest : public TreeCopyTest {
  protected:
-  /// Lists one entry of this name in Q:\s; a look-up of it in the source and in the target answers so.
+  /// Lists one entry of this name in Q:\s; look-ups of it in the source and in the target have this result.
   void List(const std::wstring& entry, const std::wstring& name, const std::wstring& alias,
             DWORD attributes = FILE_ATTRIBUTE_ARCHIVE) {
     TheRig().On<::FindFirstFileW>([=](const wchar_t* path, WIN32_FIND_DATAW* found) {
@@ -193,7 +193,7 @@ class TreeAnswersTest : public TreeCopyTest {
     TheRig().On<::CreateDirectoryW>([](const wchar_t*, SECURITY_ATTRIBUTES*) { return TRUE; });
     Calls();
   }
-  /// The result for these letters, and the calls that change something.
+  /// Returns the result for these letters, and the calls that change something.
   std::pair<int, std::vector<std::string>> Result(const std::wstring& letters) {
     int status = TreeCopyMove((L"x -" + letters + L" Q:\\s\\* Q:\\t\\.").c_str());
     std::vector<std::string> changes;
@@ -215,7 +215,7 @@ TEST_F(TreeAnswersTest, TheTagOfAReparsePointSaysWhetherItIsALink) {
   } cases[] = {
       {IO_REPARSE_TAG_MOUNT_POINT, true},
       {IO_REPARSE_TAG_SYMLINK, true},
-      {0, true},  // a system that does not say it
+      {0, true},  // a system that does not report it
       {IO_REPARSE_TAG_DEDUP, false},
       {0x9000001A, false},  // a file that is kept in a cloud
   };
@@ -272,7 +272,7 @@ TEST_F(TreeAnswersTest, AnEmptyNameIsNoEvidence) {
   EXPECT_EQ(Result(L"co"), (Outcome{0,
                                     {R"(DeleteFileW("Q:\\t\\LONGNA~1") = 1)",
                                      R"(CopyFileW("Q:\\s\\LONGNA~1", "Q:\\t\\LONGNA~1", 1) = 1)"}}));
-  // Found is found; but what the path does not lead to is not touched.
+  // The entry counts as found, but one that the path does not lead to is not touched.
   List(L"report.", L"", L"");
   EXPECT_EQ(Result(L"m"), (Outcome{-15, {}}));
   EXPECT_EQ(Result(L"c"), (Outcome{0, {}}));
@@ -302,7 +302,7 @@ TEST_F(TreeAnswersTest, AShortNameIsEvidence) {
   EXPECT_EQ(Result(L"m"), (Outcome{0, {R"(MoveFileW("Q:\\s\\longna~1", "Q:\\t\\longna~1") = 1)"}}));
   EXPECT_EQ(Result(L"mo"), (Outcome{0, {R"(MoveFileW("Q:\\s\\longna~1", "Q:\\t\\longna~1") = 1)"}}));
   EXPECT_EQ(Result(L"mob"), (Outcome{0, {R"(MoveFileW("Q:\\s\\longna~1", "Q:\\t\\longna~1") = 1)"}}));
-  // The source is looked up too, and then it is not there.
+  // The source is looked up too, and is then not found.
   EXPECT_EQ(Result(L"c"), (Outcome{-16, {}}));
   EXPECT_EQ(Result(L"co"), (Outcome{-16, {}}));
 }
@@ -319,7 +319,7 @@ TEST_F(TreeAnswersTest, ACutNameIsEvidence) {
 }
 
 TEST_F(TreeAnswersTest, EachStepRefusesANameThatItsPathDoesNotLeadTo) {
-  // The look-ups say that the entry is there, or that only the source is.
+  // The look-ups report that the entry exists, or that only the source exists.
   auto sourceOnly = [&](DWORD attributes) {
     List(L"report.", L"report.", L"", attributes);
     TheRig().On<::FindFirstFileW>([=](const wchar_t* path, WIN32_FIND_DATAW* found) {

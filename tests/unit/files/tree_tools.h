@@ -1,5 +1,5 @@
-// Helpers of the tests of files and trees: a folder of a test's own, what is in it, traces that name it
-// shortly.
+// Helpers for the tests of files and trees: a test's own folder, its contents, traces that abbreviate its
+// path.
 #pragma once
 
 #include <algorithm>
@@ -20,20 +20,20 @@ HX_INTERNAL(PathMake);
 HX_INTERNAL(PathToWide);
 HX_INTERNAL(HeapFreeSafe);
 
-/// What stands in a tree: the entries by their path from its root ("a\b"), each with its contents; a folder
+/// The contents of a tree: the entries by their path from its root ("a\b"), each with its contents; a folder
 /// has the contents kFolder.
 using Tree = std::map<std::wstring, std::string>;
 
 /// The contents of a folder in a Tree. No file has these.
 inline constexpr char kFolder[] = "<folder>";
 
-/// The form of an absolute path that Windows takes at any length and with any name, dots and blanks at its
-/// end too.
+/// The form of an absolute path that Windows accepts at any length and with any name, also with dots and
+/// blanks at its end.
 inline std::wstring Unlimited(const std::wstring& path) {
   return path.starts_with(L"\\\\?\\") ? path : L"\\\\?\\" + path;
 }
 
-/// Writes a file. Its folder must be there.
+/// Writes a file. Its folder must exist.
 inline void MakeFile(const std::wstring& path, std::string_view contents = "x") {
   HANDLE file =
       CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -44,12 +44,12 @@ inline void MakeFile(const std::wstring& path, std::string_view contents = "x") 
   CloseHandle(file);
 }
 
-/// Makes a folder. The folder around it must be there.
+/// Creates a folder. Its parent must exist.
 inline void MakeFolder(const std::wstring& path) {
   ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr)) << rig::ToUtf8(path) << ": " << GetLastError();
 }
 
-/// The contents of a file; "<none>" when it cannot be opened.
+/// Returns the contents of a file; "<none>" if it cannot be opened.
 inline std::string Contents(const std::wstring& path) {
   HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                             FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -62,7 +62,7 @@ inline std::string Contents(const std::wstring& path) {
   return contents;
 }
 
-/// What stands below a folder; empty when there is no such folder.
+/// Returns the entries below a folder; empty if there is no such folder.
 inline Tree TreeOf(const std::wstring& folder) {
   Tree tree;
   std::vector<std::wstring> left = {L""};
@@ -87,7 +87,7 @@ inline Tree TreeOf(const std::wstring& folder) {
   return tree;
 }
 
-/// Makes what `tree` says below a folder that is there.
+/// Makes the entries of `tree` below an existing folder.
 inline void MakeTree(const std::wstring& folder, const Tree& tree) {
   for (const auto& [path, contents] : tree) {
     if (contents == kFolder) {
@@ -98,7 +98,7 @@ inline void MakeTree(const std::wstring& folder, const Tree& tree) {
   }
 }
 
-/// Deletes a folder with all that is in it, links as links.
+/// Deletes a folder with its contents; links are deleted themselves.
 inline void RemoveTree(const std::wstring& folder) {
   WIN32_FIND_DATAW found;
   HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
@@ -120,7 +120,7 @@ inline void RemoveTree(const std::wstring& folder) {
   RemoveDirectoryW(folder.c_str());
 }
 
-/// A tree in words, for messages of failing tests.
+/// Describes a tree in words, for messages of failing tests.
 inline std::string Describe(const Tree& tree) {
   std::string text;
   for (const auto& [path, contents] : tree) {
@@ -129,7 +129,7 @@ inline std::string Describe(const Tree& tree) {
   return text;
 }
 
-/// A folder of its own below the temporary folder, removed at the end with all that is in it.
+/// The test's own folder below the temporary folder, removed at the end with its contents.
 class OwnFolder {
  public:
   OwnFolder() {
@@ -150,16 +150,16 @@ class OwnFolder {
   OwnFolder(const OwnFolder&) = delete;
   OwnFolder& operator=(const OwnFolder&) = delete;
 
-  /// Its absolute path.
+  /// The folder's absolute path.
   const std::wstring& Path() const { return path_; }
-  /// The absolute path of what stands below it.
+  /// The absolute path of an entry below it.
   std::wstring operator/(const std::wstring& below) const { return path_ + L"\\" + below; }
 
  private:
   std::wstring path_;
 };
 
-/// Internal operations in a rigged world, with a folder of the test's own.
+/// Internal operations in a rigged world, with the test's own folder.
 class TreeTest : public rig::RiggedInternalsTest {
  protected:
   /// The test's folder; "T:" in Calls.
@@ -173,11 +173,11 @@ class TreeTest : public rig::RiggedInternalsTest {
   }
 };
 
-/// Compares the calls so far, with the test's folder as "T:", with the lines given.
+/// Compares the calls so far, with the test's folder as "T:", with the given lines.
 #define EXPECT_CALLS(...) \
   ::rig::CompareLines(__FILE__, __LINE__, "trace", std::vector<std::string> __VA_ARGS__, Calls())
 
-/// A path of the library's, released at the end of its scope.
+/// A path of the library, released at the end of its scope.
 class OwnPath {
  public:
   /// Takes over a reference.
@@ -192,7 +192,7 @@ class OwnPath {
   }
   PathObject* get() const { return path_; }
   explicit operator bool() const { return path_ != nullptr; }
-  /// Its wide text; "<none>" for null.
+  /// Returns its wide text; "<none>" for null.
   std::wstring Text() const {
     wchar_t* text = PathToWide(path_);
     std::wstring copy = text == nullptr ? L"<none>" : text;

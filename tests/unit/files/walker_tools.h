@@ -1,4 +1,4 @@
-// Helpers of the directory walker's tests: a walker of the library's, and what it gives out.
+// Helpers for the tests of the directory walker: a walker of the library, and the entries that it returns.
 #pragma once
 
 #include <string>
@@ -15,10 +15,10 @@ HX_INTERNAL(DirWalkerReset);
 HX_INTERNAL(DirWalkerNext);
 HX_INTERNAL(HeapAllocZero);
 
-/// Entries that were given out, by their paths below the root.
+/// The returned entries, by their paths below the root.
 using Names = std::vector<std::wstring>;
 
-/// A walker of the library's, released at the end of its scope.
+/// A walker of the library, released at the end of its scope.
 class OwnWalker {
  public:
   explicit OwnWalker(PathObject* root) : walker_(DirWalkerCreate(root)) {}
@@ -29,7 +29,7 @@ class OwnWalker {
   OwnWalker& operator=(const OwnWalker&) = delete;
   DirWalker* get() const { return walker_; }
   DirWalker* operator->() const { return walker_; }
-  /// Hands the walker a pattern in UTF-8.
+  /// Gives the walker a pattern in UTF-8.
   void SetPattern(const std::string& pattern) {
     walker_->pattern = static_cast<char*>(HeapAllocZero(pattern.size() + 1));
     memcpy(walker_->pattern, pattern.c_str(), pattern.size() + 1);
@@ -39,7 +39,7 @@ class OwnWalker {
   DirWalker* walker_;
 };
 
-/// Everything that the walker still gives out, without `root` and a backslash in front.
+/// Returns all remaining entries of the walk, without `root` and the backslash after it.
 inline Names Rest(const OwnWalker& walker, const std::wstring& root) {
   Names names;
   for (;;) {

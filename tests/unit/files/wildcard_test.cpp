@@ -1,4 +1,4 @@
-// Names against patterns: single cases, and a matcher by dynamic programming on random names and patterns.
+// Names and patterns: single cases, and random ones compared with a matcher by dynamic programming.
 
 #include "files/wildcard.h"
 
@@ -18,7 +18,7 @@ HX_INTERNAL(MatchWildcardA);
 
 class WildcardTest : public rig::InternalsTest {};
 
-/// Both forms of the operation, on guarded copies; they must agree.
+/// Calls both forms of the operation on guarded copies; they must agree.
 bool Match(const std::wstring& name, const std::string& pattern) {
   rig::GuardedBuffer wide = rig::GuardedBuffer::Of(std::wstring_view(name));
   rig::GuardedBuffer narrow = rig::GuardedBuffer::Of(std::string_view(rig::ToUtf8(name)));
@@ -93,7 +93,7 @@ TEST_F(WildcardTest, BytesThatAreNotUtf8StandForThemselves) {
   EXPECT_FALSE(match(L"\u00E9", "\xC3"));
 }
 
-// What the pattern's units match of the name's, by a table over all their beginnings.
+// Matches by a table over all prefixes of the pattern's and the name's units.
 bool ModelMatches(const std::wstring& name, const std::wstring& pattern) {
   auto fold = [](wchar_t unit) { return unit >= L'a' && unit <= L'z' ? unit - 32 : unit; };
   // reached[i]: the pattern so far matches the first i units of the name.
@@ -149,7 +149,7 @@ TEST_F(WildcardTest, ManyAsterisksTakeBoundedTime) {
   EXPECT_FALSE(Match(name, pattern));
   EXPECT_FALSE(Match(name, "*" + pattern));
   EXPECT_TRUE(Match(name + L"b", pattern));
-  // Without a bound it would not end within the life of the machine.
+  // Without a bound this would practically never end.
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 

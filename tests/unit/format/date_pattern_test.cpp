@@ -148,12 +148,12 @@ TEST_F(DatePatternTest, ADateInNoMonthHarmsNothing) {
   for (char letter = 1; letter < 127; ++letter) Expand(std::string("%") + letter, nothing);
 }
 
-/// Every day against the C library's strftime.
+/// Compares every day with the C library's strftime.
 TEST_F(DatePatternTest, EveryDayAsTheCLibraryHasIt) {
   const auto expand = FormatDatePattern.Get();
   const auto toDate = SecondsToDate.Get();
   const std::string pattern = "%Y-%m-%d %j %u %w %U %W %V %G %g %C %y %H:%M:%S %I %p %a %A %b %B %e";
-  // What the C library of this system lacks is computed from what it has.
+  // Letters that this system's C library does not have are computed from others.
   int wrong = 0;
   for (uint32_t day = 0; day < 47482; ++day) {
     const uint32_t seconds = day * 86400 + day * 7919 % 86400;
@@ -163,7 +163,7 @@ TEST_F(DatePatternTest, EveryDayAsTheCLibraryHasIt) {
     expand(text, sizeof text, pattern.data(), static_cast<unsigned>(pattern.size()), &date, '%');
     const time_t stamp = seconds;
     const tm* utc = gmtime(&stamp);
-    // The ISO week: that of the week's Thursday.
+    // The ISO week: the one of the week's Thursday.
     const time_t thursdayStamp = stamp + (3 - (utc->tm_wday + 6) % 7) * time_t{86400};
     tm parts = *utc;
     const tm thursday = *gmtime(&thursdayStamp);
@@ -256,7 +256,7 @@ TEST_F(FormatDateTest, PatternsInBraces) {
   EXPECT_EQ(Formatted("%d{Z::#F #T}|%Z{::#F #T}|%x{Z::#T}|%X{Z::#T}", kStamp, kStamp, kStamp, kStamp),
             "2026-11-13 10:45:07|2026-11-13 10:45:07|10:45:07|10:45:07");
   EXPECT_EQ(Formatted("%d{z::}|%d{z:}|%d{z:x:}", kStamp, kStamp, kStamp), "2026/11/13|2026/11/13|2026/11/13");
-  // Flags that choose a form mean nothing beside a pattern.
+  // Flags that choose a form have no effect on a pattern.
   EXPECT_EQ(Formatted("%#d{z::#F}|%+d{z::#a, #d}", kStamp, kStamp), "2026-11-13|Fri, 13");
 }
 
@@ -318,7 +318,7 @@ TEST_F(FormatDateTest, AStampOfZeroIsNow) {
 }
 
 TEST_F(FormatDateTest, SizesAndSignsOfStamps) {
-  // 32 bits have no sign, but under "l" of "Z"; 64 bits have one.
+  // 32-bit stamps are unsigned, but signed with "l" for "Z"; 64-bit stamps are signed.
   EXPECT_EQ(Formatted("%D{::#Y}|%lD{::#Y}|%Z{::#Y}", 4000000000u, 4000000000u, 4000000000u),
             "2096|2096|2096");
   EXPECT_EQ(Formatted("%lZ{::#F #T}", -1), "1970-01-01 01:29:59");
@@ -327,7 +327,8 @@ TEST_F(FormatDateTest, SizesAndSignsOfStamps) {
   EXPECT_EQ(Formatted("%D{::#F}", 0x700000000000000ALL + kStamp - 10), "2026-11-13");
   EXPECT_EQ(Formatted("%lld{z::#F}|%I64d{z::#F}|%td{z::#F}", 4000000000LL, 4000000000LL, 4000000000LL),
             "2096-10-02|2096-10-02|2096-10-02");
-  // What no stamp stands for is the nearest one; every fourth year is a leap year, also 2100.
+  // A time outside the range of stamps becomes the nearest stamp; every fourth year is a leap year, also
+  // 2100.
   EXPECT_EQ(Formatted("%lld{z::#F}|%lld{Z::#F}|%lld{z::#F}", -5LL, -86400LL, 0x7FFFFFFFFFFFFFFFLL),
             "1970-01-01|1970-01-01|2106-02-06");
   EXPECT_EQ(Formatted("%lld{Z::#F}|%#lld{Z}|", 0x7FFFFFFFFFFFFF00LL, 0x7FFFFFFFFFFFFFFFLL),

@@ -24,14 +24,14 @@ TEST_F(FormatDumpTest, HexDumpsWithALengthFromAnArgument) {
   EXPECT_EQ(Formatted("% .*p{h}", 4, data.Data()), "00 7f ab ff");
   EXPECT_EQ(Formatted("%*p{h}|%*.*p{h}|%*.*p{h}|", 4, data.Data(), 2, 4, data.Data(), 4, 2, data.Data()),
             "007fabff|007f|007f|");
-  // The width is twice the length, whatever was given.
+  // The width is always twice the length; a width in the directive is ignored.
   EXPECT_EQ(Formatted("%20.*p{h}|%-20.*p{h}|%020.*p{h}|", 2, "ab", 2, "ab", 2, "ab"), "6162|6162|6162|");
   EXPECT_EQ(Formatted("%.*p{h}|%.*p{h}|", 0, data.Data(), 4, nullptr), "||");
   EXPECT_EQ(Formatted("%.*p{h:^}", 1, "\xAB"), "AB");
-  // A precision in digits cuts like any other; the length then runs to the zero byte.
+  // A precision in digits cuts as usual; the length then ends at the zero byte.
   EXPECT_EQ(Formatted("%.3p{h}|%*.3p{h}|", "ab", 2, "abcd"), "616|616|");
   EXPECT_EQ(Formatted("%p{h}|%.*p{h}|", "abc", -1, "abc"), "616263|616263|");
-  // The room cuts too.
+  // The buffer's size cuts too.
   EXPECT_EQ(Cut(6, "%.*p{h}", 4, data.Data()), "007fa");
 }
 
@@ -42,7 +42,7 @@ std::string Base64(bool urlSafe, const std::string& data) {
   rig::GuardedBuffer buffer(size);
   const unsigned written =
       FormatString(buffer.Data(), size, format, static_cast<int>(data.size()), guarded.Data());
-  // Measured, both alphabets need what the padded form does.
+  // When measured, both alphabets need the length of the padded form.
   EXPECT_EQ(FormatString(nullptr, 0, format, static_cast<int>(data.size()), guarded.Data()),
             4 * ((data.size() + 2) / 3));
   return {buffer.Data(), written};
@@ -93,7 +93,7 @@ TEST_F(FormatDumpTest, Guids) {
   const unsigned char guid[] = {0x33, 0x22, 0x11, 0x00, 0x55, 0x44, 0x77, 0x66,
                                 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
   const std::string text = "00112233-4455-6677-8899-AABBCCDDEEFF";
-  // It needs 37 bytes of room for its 36.
+  // It needs space for 37 bytes to write its 36.
   char buffer[64];
   EXPECT_EQ(FormatString(buffer, 38, "%p{U}", guid), 36u);
   EXPECT_EQ(buffer, text);

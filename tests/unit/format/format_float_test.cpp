@@ -1,4 +1,4 @@
-// The conversions of floating-point numbers: form, and the exactness of every digit.
+// The conversions of floating-point numbers: their form, and the exactness of every digit.
 
 #include <cfloat>
 #include <cmath>
@@ -114,7 +114,7 @@ TEST_F(FormatFloatTest, ModifiersLeaveNumbersAlone) {
   EXPECT_EQ(Formatted("%f{:^~}|%e{:^}|%5g{:&}", 1.5, 1.5, 1.5), "1.500000|1.500000e+00|  1.5");
 }
 
-// ---- digits, judged by exact arithmetic of another kind: a binary number of 32-bit limbs
+// ---- digits, checked by a different exact arithmetic: a binary number of 32-bit limbs
 
 class Binary {
  public:
@@ -146,7 +146,7 @@ class Binary {
     }
     return 0;
   }
-  /// The distance of two numbers.
+  /// Returns the distance of two numbers.
   static Binary Distance(const Binary& a, const Binary& b) {
     const Binary& large = a.Compare(b) >= 0 ? a : b;
     const Binary& small = &large == &a ? b : a;
@@ -169,7 +169,7 @@ class Binary {
   std::vector<uint32_t> limbs_;
 };
 
-/// Whether `number`, taken as digits down to 10^`last`, is the double rounded to nearest, ties to even.
+/// True if `number`, with digits down to 10^`last`, is the double rounded to nearest, ties to even.
 bool IsNearest(double value, const DecimalDigits& number, int last) {
   int binary;
   const uint64_t mantissa = static_cast<uint64_t>(std::ldexp(std::frexp(value, &binary), 53));
@@ -182,7 +182,7 @@ bool IsNearest(double value, const DecimalDigits& number, int last) {
     lastDigit = i < static_cast<int>(number.count) ? number.digits[i] - '0' : 0;
     printed.MultiplyAdd(10, static_cast<uint32_t>(lastDigit));
   }
-  // Digits beyond the last place would be a lie.
+  // There must be no digits after the last place.
   if (static_cast<int>(number.count) > (count > 0 ? count : 0) &&
       !(number.count == 1 && number.digits[0] == '0')) {
     return false;
@@ -284,7 +284,7 @@ TEST_F(FormatFloatTest, DigitsOfHardNumbersAreExact) {
 }
 
 TEST_F(FormatFloatTest, DigitsOfTiesAreEven) {
-  // Numbers that end in 5 exactly where they are cut.
+  // Numbers that end in 5 exactly at the place where they are rounded.
   for (uint64_t whole = 0; whole < 300; ++whole) {
     for (int bits = 1; bits < 24; ++bits) {
       const double value = static_cast<double>(whole) + std::ldexp(1.0, -bits);
@@ -293,7 +293,7 @@ TEST_F(FormatFloatTest, DigitsOfTiesAreEven) {
   }
   for (int digits = 1; digits < 17; ++digits) {
     for (int i = 0; i < 20; ++i) {
-      // The numbers n * 10 + 5 at every size, in doubles exactly.
+      // The numbers n * 10 + 5 at every magnitude, exact in doubles.
       const double value = std::floor(std::pow(10.0, digits) * (0.1 + 0.045 * i)) * 10 + 5;
       if (value < 9007199254740992.0) CheckSignificant(value, static_cast<uint32_t>(digits));
       if (value < 9007199254740992.0) CheckSignificant(value * 1024, static_cast<uint32_t>(digits));
@@ -311,7 +311,7 @@ TEST_F(FormatFloatTest, DigitsOfRandomNumbersAreExact) {
     CheckSignificant(value, 1 + random.Below(19));
     if (random.OneIn(8)) CheckSignificant(value, 19 + random.Below(800));
     if (random.OneIn(8)) CheckPlaces(value, random.Below(1100));
-    // Numbers of everyday size, short ones among them.
+    // Numbers of everyday size, including short ones.
     const double usual = std::ldexp(static_cast<double>(random.Next() >> random.Below(63)),
                                     -static_cast<int>(random.Below(70)));
     if (usual != 0) {
@@ -343,7 +343,7 @@ TEST_F(FormatFloatTest, SeventeenDigitsBringEveryNumberBack) {
     double value;
     memcpy(&value, &bits, sizeof value);
     if (!std::isfinite(value)) continue;
-    // The precision cuts the text, so the digits come in a form with room for them.
+    // The precision cuts the text, so the form used here leaves space for all digits.
     DecimalDigits number;
     (*RoundToSignificant.Get())(std::fabs(value), 17, &number);
     snprintf(text, sizeof text, "%s%.*se%d", std::signbit(value) ? "-" : "", static_cast<int>(number.count),

@@ -44,7 +44,7 @@ TEST_F(FormatNumberTest, TheWidthOfASignedNumberCountsItsDigits) {
 TEST_F(FormatNumberTest, Signs) {
   EXPECT_EQ(Formatted("%+d %+d %+d", 5, 0, -5), "+5 +0 -5");
   EXPECT_EQ(Formatted("%+u %+x %+o", 5, 5, 5), "5 5 5");
-  // A blank is no sign slot for integers.
+  // A blank does not reserve a place for the sign of integers.
   EXPECT_EQ(Formatted("% d|% 3d|", 5, 5), "5|  5|");
 }
 

@@ -9,7 +9,7 @@
 namespace format_test {
 namespace {
 
-/// An object that is asked for its text, and what it was asked.
+/// An object that records how it is asked for its text.
 struct Speaker {
   Object header{};
   std::string text;
@@ -128,7 +128,7 @@ TEST_F(FormatObjectTest, ATextToBeChangedIsAskedForFirst) {
   EXPECT_EQ(speaker.copies.size(), 0u);
   EXPECT_EQ(speaker.queries.at(0).position, "{:&}");
   EXPECT_EQ(speaker.queries.at(0).conversion, static_cast<unsigned>('O'));
-  // An answer without a length is taken up to its terminator.
+  // An answer without a length is read up to its terminator.
   speaker.givesLength = false;
   EXPECT_EQ(Formatted("%-8O|", &speaker), "a<b c   |");
 }

@@ -1,4 +1,4 @@
-// How a format is read: ordinary text, the parts of a directive, the cursor over the arguments, the cut at
+// How a format is parsed: ordinary text, the parts of a directive, the cursor over the arguments, the cut at
 // the buffer's end.
 
 #include "unit/format/format_support.h"
@@ -212,7 +212,7 @@ TEST_F(FormatParseTest, InputLengthsFromArguments) {
   EXPECT_EQ(Formatted("%*.*s|", -5, 3, "abcdef"), "abc|");
   EXPECT_EQ(Formatted("%*.*s|", 3, -1, "abcdef"), "abc|");
   EXPECT_EQ(Formatted("%0*.*s|", 0, 3, "abcdef"), "|");
-  // Digits never set it.
+  // A number in digits never sets it.
   EXPECT_EQ(Formatted("%3s|", "abcdef"), "abcdef|");
   EXPECT_EQ(Formatted("%*.4s|", 5, "abcdef"), "abcd|");
   EXPECT_EQ(Formatted("%5.*s|", 3, "abcdef"), "  a|");
@@ -243,7 +243,7 @@ TEST_F(FormatParseTest, LengthModifiers) {
 TEST_F(FormatParseTest, BracesSelectVariants) {
   EXPECT_EQ(Formatted("%p{s}", "text"), "text");
   EXPECT_EQ(Formatted("%x{T}%X{T}%d{T}", 0x41, 0x42, 0x43), "ABC");
-  // A variant without a meaning skips an argument and outputs its letter.
+  // A variant without a meaning skips an argument and writes its letter.
   EXPECT_EQ(Formatted("%p{q}%d", nullptr, 7), "q7");
   EXPECT_EQ(Formatted("%d{q}%d", 1, 7), "q7");
   EXPECT_EQ(Formatted("%x{q}%X{s}%d", 1, 2, 7), "qs7");
@@ -263,7 +263,7 @@ TEST_F(FormatParseTest, BehindOtherLettersTheBraceLetterIsIgnored) {
   EXPECT_EQ(Formatted("%k{q}%d", 7), "k7");
   EXPECT_EQ(Formatted("%%{q}%d", 7), "%7");
   EXPECT_EQ(Formatted("%a{q}%d", 1.5, 7), "a7");
-  // There "<" is a letter, not a modifier.
+  // Here "<" is a letter, not a modifier.
   EXPECT_EQ(Formatted("%s{<:}", "a<b"), "a<b");
 }
 
@@ -282,7 +282,7 @@ TEST_F(FormatParseTest, ModifiersWithoutALetter) {
   EXPECT_EQ(Formatted("%s{q:^}", "text"), "TEXT");
   EXPECT_EQ(Formatted("%p{s:^}", "text"), "TEXT");
   EXPECT_EQ(Formatted("%s{:}|%s{::ignored}|", "text", "text"), "text|text|");
-  // What is no modifier is passed over.
+  // Characters that are not modifiers are ignored.
   EXPECT_EQ(Formatted("%s{:?x^!}|", "text"), "TEXT|");
   EXPECT_EQ(Formatted("%d{:$}|%x{:^}", 1234567, 0xABCDEF), "1,234,567|ABCDEF");
 }

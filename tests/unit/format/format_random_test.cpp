@@ -1,5 +1,5 @@
-// The format engine under random formats and arguments: against the C library where both mean the same, and
-// against the rules that hold for every format.
+// The format engine with random formats and arguments, compared with the C library if both mean the same, and
+// checked by the rules that hold for every format.
 
 #include <chrono>
 #include <cmath>
@@ -19,7 +19,7 @@ double RandomDouble(Random& random) {
   switch (random.Below(4)) {
     case 0:  // every exponent
       memcpy(&value, &bits, sizeof value);
-      // The C library on ARM64 prints subnormal numbers wrongly; format_float_test judges them without it.
+      // The C library on ARM64 prints subnormal numbers wrongly; format_float_test checks them without it.
       return std::isnan(value) ? HUGE_VAL : std::fpclassify(value) == FP_SUBNORMAL ? 0 : value;
     case 1:  // everyday sizes
       return std::ldexp(static_cast<double>(static_cast<int64_t>(bits)),
@@ -33,7 +33,7 @@ double RandomDouble(Random& random) {
   }
 }
 
-/// A directive that C and the engine share, and what C makes of it, brought to the engine's rules.
+/// A directive that C and the engine share, and C's result, adapted to the engine's rules.
 struct Shared {
   char format[32];
   uint64_t slot;
@@ -65,7 +65,7 @@ class DirectiveMaker {
     } else {
       MakeFloat(shared);
     }
-    // The precision is the most bytes of a conversion.
+    // The precision limits the bytes of a conversion.
     if (precision_ >= 0 && shared->length > static_cast<size_t>(precision_)) {
       shared->length = static_cast<size_t>(precision_);
     }
@@ -97,7 +97,7 @@ class DirectiveMaker {
             : random_.OneIn(2) ? "l"
                                : "",
             random_.OneIn(2) ? 'd' : 'i', true);
-    // The engine writes the sign before the field; C has no sign to put into it then.
+    // The engine writes the sign before the field; C then has no sign to write.
     std::string flags = left_ ? "-" : "";
     if (zero_) flags += '0';
     char format[32];
@@ -150,7 +150,7 @@ class DirectiveMaker {
           static_cast<size_t>(snprintf(shared->expected, sizeof shared->expected, shared->format, value));
       return;
     }
-    // This C library forgets to pad "%g" of numbers that rounding carries into one digit more.
+    // This C library forgets to pad "%g" of numbers that get one more digit by rounding.
     const int width = width_;
     width_ = 0;
     char format[32];
@@ -211,13 +211,13 @@ class FormatMaker {
     };
   }
 
-  /// Whether what the next formats write into a smaller buffer is the beginning of what they write into a
-  /// larger one.
+  /// True if the text that the next formats write into a smaller buffer is the beginning of the text that
+  /// they write into a larger one.
   bool prefixed = false;
 
   std::string format;
-  /// The same format with the position of its argument in each directive. It means the same, but the quick
-  /// way of plain directives refuses a position, so all of it goes the full way.
+  /// Returns the same format with the position of its argument in each directive. It means the same, but the
+  /// fast path of plain directives does not accept a position, so all of it takes the full path.
   std::string positioned;
   std::vector<uint64_t> slots;
 
@@ -249,7 +249,7 @@ class FormatMaker {
 
   void Star(int limit) {
     format += '*';
-    // What stands above the 32 bits is rubbish.
+    // The bits above the 32 bits are random.
     slots.push_back(
         random_.Next() << 32 |
         static_cast<uint32_t>(static_cast<int>(random_.Below(static_cast<uint32_t>(limit) + 10)) - 10));
@@ -311,7 +311,7 @@ class FormatMaker {
         slots.push_back(pointer);
         break;
       case 's':
-        // It may be a wide one, which begins at an even address.
+        // It may be a wide text, which begins at an even address.
         slots.push_back(pointer & ~uint64_t{1});
         break;
       case 'P':
@@ -334,11 +334,11 @@ class FormatMaker {
   Object object_{};
 };
 
-/// Readable data with text of every kind: zero bytes, at the end as both kinds of string need them, quotes,
-/// markup, UTF-8 whole and broken.
+/// Makes readable data with text of every kind: zero bytes, terminators for both kinds of string at the end,
+/// quotes, markup, complete and broken UTF-8.
 rig::GuardedBuffer MakeData(Random& random) {
   std::string data;
-  // Long enough for what any length byte in it promises.
+  // Long enough for the length that any length byte in it can give.
   while (data.size() < 400) {
     static const char kInteresting[] = "\r\n\t\"'\\<>&%]]>a Z\x80\xC3\xA9\xE2\x82\xAC\xFF\x01/+";
     data += kInteresting[random.Below(sizeof kInteresting - 1)];
@@ -354,7 +354,7 @@ void CheckFormat(const FormatMaker& maker, Random& random) {
   const auto format = rig::GuardedBuffer::Of(maker.format);
   const unsigned needed = formatV(nullptr, 0, format.Data(), list);
   ASSERT_LT(needed, 20000u);
-  // With more room than needed nothing is cut, and the dumps and stamps that ask for more have it.
+  // With more space than needed nothing is cut, also for the dumps and stamps that need more than they write.
   const unsigned ample = needed + 64;
   rig::GuardedBuffer whole(ample);
   ASSERT_EQ(formatV(whole.Data(), ample, format.Data(), list), needed);
@@ -405,7 +405,7 @@ TEST_F(FormatRandomTest, TheQuickWayOfPlainDirectivesWritesWhatTheFullWayWrites)
   for (int run = 0; run < 20000; ++run) {
     maker.prefixed = random.OneIn(2);
     maker.Make();
-    // In a buffer with room for all of it, and in one that cuts it.
+    // In a buffer with space for all of it, and in one that cuts it.
     const unsigned ample =
         FormatStringV(nullptr, 0, maker.format.c_str(), reinterpret_cast<va_list>(maker.slots.data())) + 64;
     for (const unsigned size : {ample, random.Below(ample)}) {
@@ -417,7 +417,7 @@ TEST_F(FormatRandomTest, TheQuickWayOfPlainDirectivesWritesWhatTheFullWayWrites)
   EXPECT_EQ(LiveBlocks(), 0u);
 }
 
-/// Memory whose address serves every argument: as a pointer it is readable, and its low half is a small
+/// Memory whose address is valid as any argument: as a pointer it is readable, and its low half is a small
 /// number.
 class EveryArgument {
  public:
@@ -432,7 +432,7 @@ class EveryArgument {
     if (block_) VirtualFree(block_, 0, MEM_RELEASE);
   }
   bool IsValid() const { return block_ != nullptr; }
-  /// The address, whose low half is 0x40: a length, a width, a stamp.
+  /// The address; its low half is 0x40, which is valid as a length, a width and a stamp.
   uint64_t Slot() const { return base_ + kOffset; }
   char* Text() const { return block_ + kOffset; }
 
@@ -446,7 +446,7 @@ class EveryArgument {
 TEST_F(FormatRandomTest, NoRubbishMakesItFail) {
   const EveryArgument argument;
   ASSERT_TRUE(argument.IsValid());
-  // Also an object without operations.
+  // It also serves as an object without operations.
   memcpy(argument.Text(), "\x05\0<&>'\"\xC3", 8);
   const std::vector<uint64_t> slots(1000, argument.Slot());
   const auto list = reinterpret_cast<va_list>(const_cast<uint64_t*>(slots.data()));
@@ -466,7 +466,7 @@ TEST_F(FormatRandomTest, NoRubbishMakesItFail) {
           isdigit(static_cast<unsigned char>(text[i - 2])))
         text[i] = '.';
     }
-    // Widths stay within reason.
+    // Widths stay reasonable.
     for (size_t i = 3; i < text.size(); ++i) {
       if (isdigit(static_cast<unsigned char>(text[i])) && isdigit(static_cast<unsigned char>(text[i - 1])) &&
           isdigit(static_cast<unsigned char>(text[i - 2]))) {

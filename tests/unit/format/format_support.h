@@ -1,5 +1,5 @@
-// What the tests of the format engine, the dates and the clock share: a fixture in a culture and at a time of
-// the test's choosing, and calls that check what holds for every text.
+// Shared by the tests of the format engine, the dates and the clock: a fixture with a locale and a time that
+// the test chooses, and calls that check what holds for every text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,9 +18,8 @@ namespace format_test {
 HX_INTERNAL(FormatString);
 HX_INTERNAL(FormatStringV);
 
-/// Formats by measuring first, then into a buffer of exactly the measured size, then into one with room to
-/// spare (where short cuts are open). What holds for every text is checked: all agree, and the text is
-/// terminated.
+/// Formats by measuring first, then into a buffer of exactly the measured size, then into a larger one (which
+/// allows the fast paths). Checks what holds for every text: all three agree, and the text is terminated.
 template <class... Arguments>
 std::string Formatted(const char* format, Arguments... arguments) {
   const unsigned needed = FormatString(nullptr, 0, format, arguments...);
@@ -37,7 +36,7 @@ std::string Formatted(const char* format, Arguments... arguments) {
   return text;
 }
 
-/// Formats into a buffer of `size` bytes, where the text is cut, and checks that it is terminated.
+/// Formats into a buffer of `size` bytes, which cuts the text, and checks that it is terminated.
 template <class... Arguments>
 std::string Cut(unsigned size, const char* format, Arguments... arguments) {
   rig::GuardedBuffer buffer(size);
@@ -48,7 +47,7 @@ std::string Cut(unsigned size, const char* format, Arguments... arguments) {
   return {buffer.Data(), written};
 }
 
-/// The bytes of a random sequence, the same for the same seed everywhere.
+/// The bytes of a random sequence, which is the same for the same seed everywhere.
 class Random {
  public:
   explicit Random(uint64_t seed) : state_(seed * 2 + 1) {}
@@ -58,7 +57,7 @@ class Random {
     state_ ^= state_ << 17;
     return state_ * 0x2545F4914F6CDD1D;
   }
-  /// A number below `limit`.
+  /// Returns a number below `limit`.
   uint32_t Below(uint32_t limit) { return static_cast<uint32_t>((Next() >> 32) * limit >> 32); }
   bool OneIn(uint32_t count) { return Below(count) == 0; }
 
@@ -66,7 +65,7 @@ class Random {
   uint64_t state_;
 };
 
-/// A seed that differs from run to run and is printed, or the one that HX_SEED names.
+/// Returns a seed that differs from run to run and is printed, or the one in HX_SEED.
 inline uint64_t RunSeed() {
   const char* given = std::getenv("HX_SEED");
   const uint64_t seed = given ? std::strtoull(given, nullptr, 10) : GetTickCount64() + 1;
@@ -74,8 +73,8 @@ inline uint64_t RunSeed() {
   return seed;
 }
 
-/// A library in a culture that looks like the United States' and at a moment that stands still, both of which
-/// a test may change before it uses them.
+/// A library in a locale like that of the United States and at a fixed moment. A test may change both before
+/// it uses them.
 class FormatTest : public rig::InternalsTest {
  protected:
   void SetUp() override {
@@ -131,7 +130,7 @@ class FormatTest : public rig::InternalsTest {
     });
   }
 
-  /// What GetLocaleInfoW answers; it fails for what is not here.
+  /// The answers of GetLocaleInfoW; it fails for any other question.
   std::map<LCTYPE, std::wstring> culture;
   int localeQuestions = 0;
   /// The clock, in a zone one hour and a half east: Friday, 13 November 2026, 14:15:16 UTC.

@@ -260,7 +260,7 @@ TEST_F(FormatTextTest, EscapesAreWrittenWholeOrNotAtAll) {
                       "a\xE9"
                       "b"),
             "a|");
-  // So are UTF-8 sequences where an escape knows them, and the text ends there.
+  // So are UTF-8 sequences if the escape knows them; the text ends there.
   EXPECT_EQ(Formatted("%.2s{:~}|",
                       "a\xC3\xA9"
                       "b"),
@@ -270,7 +270,7 @@ TEST_F(FormatTextTest, EscapesAreWrittenWholeOrNotAtAll) {
                       "b"),
             "a\xC3\xA9|");
   EXPECT_EQ(Formatted("%.3s{:&}|", "a\xE2\x82\xAC"), "a|");
-  // Without one they are bytes like others.
+  // Without such an escape they are ordinary bytes.
   EXPECT_EQ(Formatted("%.2s|", "a\xC3\xA9"), "a\xC3|");
   EXPECT_EQ(Formatted("%.2s{:'}|", "a\xC3\xA9"), "a\xC3|");
   // A text that ends early is not padded on the right.
@@ -288,7 +288,7 @@ TEST_F(FormatTextTest, ACdataWrapperIsWrittenWholeOrTheTextNotAtAll) {
   EXPECT_EQ(Cut(15, "ab%s{:<}c", "a<b"), "ab<![CDATA[]]>");
 }
 
-/// The escapes, written down a second time: one function a syntax, without regard to room.
+/// The escapes, implemented a second time: one function for each syntax, without a limit.
 std::string Escaped(char modifier, const std::string& text) {
   std::string result;
   const auto hex = [&](unsigned char c, const char* format) {
@@ -364,7 +364,7 @@ TEST_F(FormatTextTest, RandomTextsAreEscapedAsTheyShould) {
       text += kInteresting[random.Below(sizeof kInteresting - 1)];
     }
     for (char modifier : modifiers) {
-      // A zero byte inside a sequence is no case of interest.
+      // A zero byte inside a sequence is not of interest.
       std::string plain;
       for (char c : text) plain += c == 0 && random.OneIn(2) ? 'z' : c;
       std::string dropped;

@@ -1,4 +1,4 @@
-// The user's locale as the engine keeps it.
+// The user's locale as the engine stores it.
 
 #include "format/locale_record.h"
 
@@ -143,7 +143,7 @@ TEST_F(LocaleRecordTest, TheHalvesOfTheDayAreKeptWholeAndTheSeparatorsCut) {
   EXPECT_STREQ(record->months[0], "January");
 }
 
-// Many locales have no AM and PM, and no sign for what is positive.
+// Many locales have no AM and PM, and no positive sign.
 TEST_F(LocaleRecordTest, AnEmptyAnswerStandsOnTheDateSideOnly) {
   for (LCTYPE type :
        {LOCALE_SPOSITIVESIGN, LOCALE_SNEGATIVESIGN, LOCALE_SDECIMAL, LOCALE_STHOUSAND, LOCALE_SCURRENCY,

@@ -1,4 +1,4 @@
-// Paths spelled as they stand on the disk, with real folders and files.
+// Paths spelled as on the disk, with real folders and files.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 
 namespace path_test {
 
-// A folder of its own below the temporary folder, with entries of every kind.
+// The test's own folder below the temporary folder, with entries of every kind.
 class PathDiskTest : public rig::InternalsTest {
  protected:
   void SetUp() override {
@@ -44,7 +44,7 @@ class PathDiskTest : public rig::InternalsTest {
     CloseHandle(file);
   }
 
-  // The name that the system itself gives an entry besides its long one.
+  // Returns the short name that the system gives an entry besides its long one.
   static std::wstring ShortName(const std::wstring& path) {
     WIN32_FIND_DATAW found;
     HANDLE search = FindFirstFileW(path.c_str(), &found);
@@ -89,7 +89,8 @@ TEST_F(PathDiskTest, ShortNamesBecomeLong) {
 }
 
 TEST_F(PathDiskTest, LettersTakeTheirCaseFromTheDisk) {
-  // A folder that may be a short name, and the last name whatever it is; a long folder name in between not.
+  // A folder name that may be a short one, and the last name of any shape; but not a long folder name before
+  // it.
   EXPECT_EQ(TakeWideOf(PathFromWide((base_ + L"\\MIXEDCAS\\file.txt").c_str())),
             base_ + L"\\MixedCas\\FiLe.TxT");
   EXPECT_EQ(TakeWideOf(PathFromWide((base_ + L"\\long folder name").c_str())), base_ + L"\\Long Folder Name");
@@ -98,7 +99,7 @@ TEST_F(PathDiskTest, LettersTakeTheirCaseFromTheDisk) {
 
   Path base(PathFromWide(base_.c_str()));
   EXPECT_EQ(TakeWideOf(PathJoin(base.get(), "MIXEDCAS")), base_ + L"\\MixedCas");
-  // As given: not the shape, 13 bytes, a pattern, more than one name.
+  // Unchanged: not the shape, 13 bytes, a pattern, more than one name.
   EXPECT_EQ(TakeWideOf(PathJoin(base.get(), "ONE+TWO")), base_ + L"\\ONE+TWO");
   EXPECT_EQ(TakeWideOf(PathJoin(base.get(), "LONG FOLDER NAME")), base_ + L"\\LONG FOLDER NAME");
   EXPECT_EQ(TakeWideOf(PathJoin(base.get(), "MIXED*")), base_ + L"\\MIXED*");

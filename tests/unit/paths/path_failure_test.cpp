@@ -1,5 +1,5 @@
-// Every call that a path operation makes of the system fails once: the operation gives null, 0 or the text as
-// it was, and gives everything back.
+// Every system call of a path operation fails once: the operation returns null, 0 or the unchanged text, and
+// releases everything.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ namespace path_test {
 
 using PathFailureTest = rig::InternalsTest;
 
-// What an operation gave, as text; "null" for null.
+// The result of an operation as text; "null" for null.
 std::string Gave(PathObject* path) {
   return path ? TakeNodes(path) : "null";
 }
@@ -31,7 +31,7 @@ struct Operation {
   std::function<std::string()> run;
   const char* expected;     // if nothing fails
   const char* whenFailing;  // if memory or a conversion fails
-  int calls = 0;            // at least so many calls can fail
+  int calls = 0;            // at least this many calls can fail
 };
 
 class PathFailures : public PathFailureTest {
@@ -162,7 +162,7 @@ TEST_F(PathFailures, EachCallFailsOnce) {
       hitLookup = false;
       std::string gave = operation.run();
       if (hitLookup) {
-        // A look-up that finds nothing leaves the name as it was given.
+        // If a look-up finds nothing, the name stays unchanged.
         std::string expected = operation.expected;
         if (size_t found = expected.find("Found"); found != expected.npos) expected[found] = 'f';
         EXPECT_EQ(gave, expected) << "call " << hit;

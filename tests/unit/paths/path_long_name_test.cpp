@@ -45,7 +45,7 @@ TEST_F(PathLongNameTest, ShapeOfShortNames) {
       {L"a.", true},
       {L"....", true},
       {L".....", false},
-      // Barred before the first dot only.
+      // Not allowed before the first dot, but allowed after it.
       {L"a b", false},
       {L"a+b", false},
       {L"a,b", false},
@@ -76,10 +76,10 @@ TEST_F(PathLongNameTest, ShapeOfShortNames) {
     GuardedBuffer narrow = GuardedBuffer::Of(bytes, false);
     EXPECT_EQ(HasShortNameShapeA(narrow.Data(), bytes.size()), c.expected) << bytes;
   }
-  // 12 units are the most, whatever stands in them.
+  // 12 units are the most, whatever they are.
   EXPECT_TRUE(HasShortNameShapeW(L"12345678.123", 12));
   EXPECT_FALSE(HasShortNameShapeW(L"1234567890123", 13));
-  // Seven bytes of two characters, 13 bytes of seven, and pairs count as two.
+  // Seven bytes of two characters, 13 bytes of seven, and surrogate pairs count as two.
   EXPECT_TRUE(HasShortNameShapeA("\xE2\x82\xAC\xF0\x9F\x98\x80", 7));
   EXPECT_FALSE(HasShortNameShapeA("\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9z", 13));
   EXPECT_TRUE(HasShortNameShapeA("\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9", 12));
@@ -114,7 +114,7 @@ TEST_F(PathLongNameTest, ExpandsLikelyShortNamesAndTheLastName) {
     Lookups lookups;
     const wchar_t* expected;
   } cases[] = {
-      // No backslash: as it stands, without a look.
+      // No backslash: unchanged, without a look-up.
       {L"C:", {}, L"C:"},
       {L"name", {}, L"name"},
       {L"", {}, L""},
@@ -124,26 +124,26 @@ TEST_F(PathLongNameTest, ExpandsLikelyShortNamesAndTheLastName) {
       {L"C:\\PROGRA~1\\OSTREL~1\\abc.txt",
        {L"C:\\PROGRA~1", L"C:\\PROGRA~1\\OSTREL~1", L"C:\\PROGRA~1\\OSTREL~1\\abc.txt"},
        L"C:\\Program Files\\Ostrel Client\\ABC.txt"},
-      // Names that cannot be short ones are passed over, unless they come last.
+      // Names that cannot be short ones are not looked up, unless they come last.
       {L"C:\\program files\\x", {L"C:\\program files\\x"}, L"C:\\program files\\X"},
       {L"C:\\a+b\\123456789\\a.text\\x",
        {L"C:\\a+b\\123456789\\a.text\\x"},
        L"C:\\a+b\\123456789\\a.text\\x"},
       {L"C:\\1234567890123", {L"C:\\1234567890123"}, L"C:\\1234567890123"},
-      // Names that are not found stay; the walk goes on below them.
+      // Names that are not found stay; the walk continues below them.
       {L"C:\\none\\PROGRA~1\\x",
        {L"C:\\none", L"C:\\none\\PROGRA~1", L"C:\\none\\PROGRA~1\\x"},
        L"C:\\none\\PROGRA~1\\x"},
-      // No name, no look-up: behind a trailing backslash, between two, at a drive's root.
+      // An empty name is not looked up: after a trailing backslash, between two, at a drive's root.
       {L"C:\\", {}, L"C:\\"},
       {L"C:\\none\\", {L"C:\\none"}, L"C:\\none\\"},
       {L"C:\\\\none", {L"C:\\\\none"}, L"C:\\\\none"},
-      // Dots are no entries.
+      // "." and ".." are not entries.
       {L"C:\\none\\..", {L"C:\\none"}, L"C:\\none\\.."},
       {L"C:\\none\\.\\..\\x", {L"C:\\none", L"C:\\none\\.\\..\\x"}, L"C:\\none\\.\\..\\x"},
       {L"C:\\.", {}, L"C:\\."},
       {L"C:\\...", {L"C:\\..."}, L"C:\\..."},
-      // A network name: only its empty start is passed over by rule.
+      // A network name: only its empty start is skipped as the first component.
       {L"\\\\server\\share\\x",
        {L"\\\\server", L"\\\\server\\share", L"\\\\server\\share\\x"},
        L"\\\\server\\share\\x"},
@@ -167,7 +167,7 @@ TEST_F(PathLongNameTest, ExpandsLikelyShortNamesAndTheLastName) {
     EXPECT_EQ(TakeWide(ExpandLongNames(buffer.As<wchar_t>())), c.expected);
     EXPECT_EQ(disk.lookups, c.lookups);
     EXPECT_EQ(std::wstring(buffer.As<wchar_t>()), path);
-    // Once for the whole walk, and back.
+    // Set once for the whole walk, and restored.
     EXPECT_EQ(disk.modeChanges, path.find(L'\\') == path.npos ? 0 : 2);
   }
 }
@@ -200,7 +200,7 @@ TEST_F(PathLongNameTest, TheExpandedPathGrowsInSteps) {
     return grow.Next(process, flags, block, size);
   });
   EXPECT_EQ(TakeWide(ExpandLongNames(path.c_str())), expected);
-  // The working copy, then the result: 512 characters more each time.
+  // The working copy, then the result: 512 more characters each time.
   std::vector<SIZE_T> steps = {(path.size() + 1) * 2};
   for (SIZE_T size = 1024; size <= (expected.size() + 1 + 511) / 512 * 1024; size += 1024)
     steps.push_back(size);
@@ -211,7 +211,7 @@ TEST_F(PathLongNameTest, ANameLongerThanAStepFits) {
   MadeUpDisk disk;
   std::wstring path = L"C:\\" + std::wstring(1500, L'x') + L"\\y";
   EXPECT_EQ(TakeWide(ExpandLongNames(path.c_str())), path);
-  // Exactly full: 511 characters and the terminator, and one more.
+  // Exactly full: 511 characters and the terminator, and one character more.
   for (size_t length : {508, 509, 510}) {
     path = L"C:\\" + std::wstring(length, L'x');
     EXPECT_EQ(TakeWide(ExpandLongNames(path.c_str())), path);

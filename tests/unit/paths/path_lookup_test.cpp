@@ -1,5 +1,5 @@
-// Paths spelled as they stand on the disk, with a disk that the test makes up: which names are looked up,
-// with what, and what comes of the answers.
+// Paths spelled as on the disk, with a disk that the test makes up: which names are looked up, by which path,
+// and how the answers are used.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ TEST_F(PathLookupTest, PathsFromText) {
       {"C:\\Temp\\", false, {L"C:\\Temp"}, "C:\\TEMP"},
       {"C:\\", false, {}, "C:\\"},
       {"x", true, {L"C:\\Current", L"C:\\Current\\x"}, "C:\\Current\\x"},
-      // What no name can hold is not looked up.
+      // A name with a character that no name can have is not looked up.
       {"C:x", true, {L"C:\\Current"}, "C:\\Current\\C:x"},
       {"C:", true, {L"C:\\Current"}, "C:\\Current\\C:"},
       {"C:/x", true, {L"C:\\Current"}, "C:\\Current\\C:/x"},
@@ -35,7 +35,7 @@ TEST_F(PathLookupTest, PathsFromText) {
        true,
        {L"C:\\Current", L"C:\\Current\\\xE9\xD83D\xDE00"},
        "C:\\Current\\\xC3\xA9\xF0\x9F\x98\x80"},
-      // Patterns are taken as they stand.
+      // Patterns are used unchanged.
       {"C:\\Temp\\*.*", false, {}, "C:\\Temp\\*.*"},
       {"*", false, {}, "\\*"},
       {"C:\\T*\\x\\", false, {}, "C:\\T*\\x"},
@@ -79,7 +79,7 @@ TEST_F(PathLookupTest, PathsFromText) {
 }
 
 TEST_F(PathLookupTest, TheBufferOfACompletedPathGrowsToWhatIsReported) {
-  // What the call reports in turn; below the capacity it has stored the path.
+  // The sizes that the call reports in turn; a size below the capacity means that it has stored the path.
   struct Case {
     std::vector<DWORD> reports;
     std::vector<DWORD> capacities;
@@ -132,11 +132,11 @@ TEST_F(PathLookupTest, JoinsLookUpLikelyShortNames) {
       // A drive is not the name of an entry.
       {"", "C:", {}, "C:"},
       {"\\\\s\\t|\\u", "abc", {L"\\\\s\\t\\u\\abc"}, "\\\\s\\t|\\u|\\abc"},
-      // The short name is taken where the long one cannot be expressed.
+      // The short name is used if the long one cannot be expressed.
       {"C:\\Data", "marks", {L"C:\\Data\\marks"}, "C:\\Data|\\MARKS~1"},
       {"C:\\Data", "marks2", {L"C:\\Data\\marks2"}, "C:\\Data|\\??"},
       {"C:\\Data", "beyond", {L"C:\\Data\\beyond"}, "C:\\Data|\\\xF0\x9F\x98\x80"},
-      // As given: patterns, more than one name, too long, not the shape.
+      // Unchanged: patterns, more than one name, too long, not the shape.
       {"C:\\Data", "a*", {}, "C:\\Data|\\a*"},
       {"C:\\Data", "*", {}, "C:\\Data|\\*"},
       {"C:\\Data", "x\\abc", {}, "C:\\Data|\\x\\abc"},
@@ -148,7 +148,7 @@ TEST_F(PathLookupTest, JoinsLookUpLikelyShortNames) {
       {"C:\\Data", "a+b", {}, "C:\\Data|\\a+b"},
       {"C:\\Data", "a b", {}, "C:\\Data|\\a b"},
       {"C:\\Data", "123456789", {}, "C:\\Data|\\123456789"},
-      // The folder itself, and no path.
+      // The folder itself, and text that is not a path.
       {"C:\\Data", ".", {}, "C:\\Data"},
       {"C:\\Data", "", {}, "C:\\Data"},
       {"C:\\Data", "..", {}, "(null)"},
@@ -203,7 +203,7 @@ TEST_F(PathLookupTest, FindsTheFolderOfAPath) {
     EXPECT_EQ(path->refCount, 1);
   }
   EXPECT_EQ(PathFolder(nullptr), nullptr);
-  // A drive is its own folder, and the folder around a node is that node's own object.
+  // A drive is its own folder, and the folder of a node is its parent object itself.
   Path drive("C:");
   PathObject* same = PathFolder(drive.get());
   EXPECT_EQ(same, drive.get());
@@ -236,7 +236,7 @@ TEST_F(PathLookupTest, ReplacesTheLeaf) {
       {"C:\\Data|\\x", ".", "C:\\Data"},
       {"C:\\Data|\\x", "", "C:\\Data"},
       {"C:\\Data|\\x", "a\\b", "C:\\Data|\\a\\b"},
-      // What is left of the text may be refused.
+      // The remaining text may be refused.
       {".\\x", "y", "(null)"},
   };
   for (const Case& c : cases) {

@@ -1,4 +1,4 @@
-// Path operations against a plain model of them, on random inputs.
+// Path operations compared with a simple model on random inputs.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,8 @@
 namespace path_test {
 namespace {
 
-// A node as a string and the node before it. Which node is which matters, so they are compared as pointers.
+// A node as a string and the node before it. The identity of a node matters, so nodes are compared as
+// pointers.
 struct Node {
   std::string text;
   std::shared_ptr<const Node> parent;
@@ -57,7 +58,7 @@ Model ModelMake(Model parent, std::string text) {
   return std::make_shared<Node>(Node{text, parent});
 }
 
-// The whole text, and where in it each node's share begins.
+// The whole text, and the place in it where each node's part begins.
 struct Whole {
   std::string text;
   std::vector<size_t> starts;
@@ -79,12 +80,12 @@ std::string ModelText(const Model& path) {
   return ModelWhole(path).text;
 }
 
-// What a reader of a terminated string sees.
+// The part of a string that a reader sees: up to the terminator.
 std::string Visible(const std::string& text) {
   return text.c_str();
 }
 
-// Well-formed UTF-8 to UTF-16.
+// Converts well-formed UTF-8 to UTF-16.
 std::wstring Decode(const std::string& text) {
   std::wstring wide;
   for (size_t i = 0; i < text.size();) {
@@ -157,7 +158,7 @@ int ModelCompare(const Model& a, const Model& b) {
   if (a == b->parent) return -1;
   if (b == a->parent) return 1;
   if (a->parent == b->parent) return CompareStretch(a->text, b->text);
-  // From the left: the first stretch between two seams of either path that differs.
+  // From the left: the first different stretch between two seams of either path.
   Whole wholeA = ModelWhole(a);
   Whole wholeB = ModelWhole(b);
   size_t common = std::min(wholeA.text.size(), wholeB.text.size());
@@ -180,7 +181,7 @@ unsigned ChosenSeed() {
   return given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
 }
 
-// A path and what it should be.
+// A path and its expected value.
 struct Pair {
   PathObject* path;
   Model model;
@@ -201,13 +202,13 @@ class PathModelTest : public rig::InternalsTest {
     return text;
   }
 
-  // A random path of the pool, or null.
+  // Returns a random path of the pool, or null.
   Pair Pick(bool orNull) {
     if (pool_.empty() || (orNull && Below(4) == 0)) return {nullptr, nullptr};
     return pool_[Below(pool_.size())];
   }
 
-  // Checks a new path against its model in every form and keeps it.
+  // Compares a new path with its model in every form and keeps it.
   void Keep(PathObject* path, const Model& model) {
     ASSERT_EQ(Nodes(path), ModelNodes(model));
     if (!path) return;
@@ -236,7 +237,7 @@ class PathModelTest : public rig::InternalsTest {
 
   void Step() {
     Pair a = Pick(true);
-    // Paths do not grow without end.
+    // Paths must not grow without end.
     if (a.model && ModelText(a.model).size() > 200) a = {nullptr, nullptr};
     Pair b = Pick(false);
     std::string name = RandomText();
@@ -325,7 +326,7 @@ TEST_F(PathModelTest, RandomOperations) {
   unsigned seed = ChosenSeed();
   std::printf("seed %u (HX_SEED repeats a run)\n", seed);
   random_.seed(seed);
-  // Nothing is on the disk.
+  // Nothing exists on the disk.
   HX_HOOK(find, FindFirstFileW, [](LPCWSTR, LPWIN32_FIND_DATAW) { return INVALID_HANDLE_VALUE; });
   for (int step = 0; step < kSteps; ++step) {
     Step();
@@ -333,7 +334,7 @@ TEST_F(PathModelTest, RandomOperations) {
       ADD_FAILURE() << "seed " << seed << ", step " << step;
       break;
     }
-    // Every so often all is dropped at once, in any order.
+    // Now and then all paths are dropped at once, in any order.
     if (step % 5000 == 4999) {
       std::shuffle(pool_.begin(), pool_.end(), random_);
       for (Pair& pair : pool_) Release(pair.path);

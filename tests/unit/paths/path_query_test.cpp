@@ -1,4 +1,4 @@
-// A path's answers to `Query`: storing in and reading from record buffers, and nothing to anyone else.
+// A path's answers to `Query`: it stores in and reads from record buffers, and answers no other selectors.
 
 #include "paths/path_query.h"
 
@@ -20,7 +20,7 @@ struct Record : RecordBuffer {
   Record() : RecordBuffer{} {}
   ~Record() { RecordBufferFree(this); }
   std::string Bytes() const { return std::string(bytes, size); }
-  // Makes the buffer hold exactly these bytes.
+  // Fills the buffer with exactly these bytes.
   void Fill(std::string_view content) {
     RecordBufferFree(this);
     if (content.empty()) return;
@@ -108,7 +108,7 @@ TEST_F(PathQueryTest, EntriesFollowEachOtherAndAreReadInOrder) {
 }
 
 TEST_F(PathQueryTest, WhatIsReadIsExactlyWhatWasStored) {
-  // Also texts that PathMake would not take as they stand.
+  // Also texts that PathMake would change.
   for (const char* text : {".", "..x", "C:", "C:\\", "\\\\", "x\\.\\"}) {
     Path path{std::string_view(text)};
     Record record;
@@ -159,13 +159,13 @@ TEST_F(PathQueryTest, BadEntriesGiveNull) {
     EXPECT_EQ(Read(any.get(), 0, &record), nullptr) << position;
     EXPECT_EQ(record.position, position);
   }
-  // Nor is anything read behind what was appended, though it looks like an entry.
+  // Bytes after the appended ones are not read either, although they look like an entry.
   record.Fill(good + good);
   record.size = 10;
   record.position = 20;
   EXPECT_EQ(Read(any.get(), 1, &record), nullptr);
   record.Fill(good);
-  // The identifier is compared whole.
+  // All bits of the identifier are compared.
   EXPECT_EQ(Read(any.get(), UINT_PTR{1} << 32 | 1, &record), nullptr);
   EXPECT_EQ(Read(any.get(), 1, nullptr), nullptr);
   EXPECT_EQ(any->ops.Query(nullptr, kQueryRead, 1, &record, "", 0), 0u);

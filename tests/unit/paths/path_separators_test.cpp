@@ -1,5 +1,5 @@
-// Texts of paths with "/" and other characters that no name can hold: a path names the folder that Windows
-// opens for the text, or none; never another one that exists.
+// Path texts with "/" and other characters that no name can have: a path names the folder that Windows opens
+// for the text, or none; never another existing one.
 
 #include <random>
 
@@ -17,7 +17,7 @@ HX_INTERNAL(PathJoin);
 
 using path_test::TakeWideOf;
 
-/// Which folder Windows opens for a path; empty if none.
+/// Returns the folder that Windows opens for a path; empty if none.
 std::wstring Opened(const std::wstring& path) {
   HANDLE folder = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                               FILE_FLAG_BACKUP_SEMANTICS, nullptr);
@@ -48,7 +48,7 @@ TEST_F(PathSeparatorsTest, AComponentWithASlashIsNotLookedUp) {
   EXPECT_EQ(TakeWideOf(PathFromUtf8(rig::ToUtf8(folder_ / L"Data/sub").c_str())), folder_ / L"Data/sub");
   path_test::Path own(PathFromWide(folder_.Path().c_str()));
   EXPECT_EQ(TakeWideOf(PathJoin(own.get(), "data/sub")), folder_ / L"data/sub");
-  // Written by a person, it is two components.
+  // If a person wrote it, it is two components.
   EXPECT_EQ(Written(folder_ / L"Data/sub"), folder_ / L"Data\\sub");
   EXPECT_EQ(WrittenUtf8(folder_ / L"Data/sub"), folder_ / L"Data\\sub");
   EXPECT_EQ(Written(L"C:/Program Files/None/"), L"C:\\Program Files\\None");
@@ -69,7 +69,7 @@ TEST_F(PathSeparatorsTest, CharactersThatNoNameHoldsAreNotLookedUp) {
     std::wstring last = std::wstring(L"C:\\some folder\\") + bad;
     EXPECT_EQ(Wide(last), last);
     EXPECT_EQ(disk.lookups, (path_test::Lookups{}));
-    // Another component of the path is, as far as Windows finds it.
+    // Other components of the path are looked up, as far as Windows finds them.
     EXPECT_EQ(Wide(last + L"\\sub"), last + L"\\sub");
     EXPECT_EQ(disk.lookups, (path_test::Lookups{last + L"\\sub"}));
     disk.lookups.clear();
@@ -77,7 +77,7 @@ TEST_F(PathSeparatorsTest, CharactersThatNoNameHoldsAreNotLookedUp) {
     EXPECT_EQ(TakeWideOf(PathJoin(folder.get(), rig::ToUtf8(bad).c_str())), std::wstring(L"C:\\f\\") + bad);
     EXPECT_EQ(disk.lookups, (path_test::Lookups{}));
   }
-  // Of other characters every one is.
+  // Names with other characters are looked up.
   for (const wchar_t* good : {L"D TA", L"D~TA", L"D!TA", L"D\x7FTA", L"D\x80TA", L"D\u00E9TA", L"D'TA"}) {
     disk.lookups.clear();
     std::wstring last = std::wstring(L"C:\\some folder\\") + good;
@@ -90,7 +90,7 @@ TEST_F(PathSeparatorsTest, ThePathNamesTheFolderThatWindowsOpens) {
   constexpr unsigned kSeed = 20262;
   std::mt19937 random(kSeed);
   auto below = [&](unsigned limit) { return random() % limit; };
-  // Every name is in every folder, so that a name cut in two finds another folder.
+  // Every name exists in every folder, so that a name cut in two finds another folder.
   const std::vector<std::wstring> names = {L"A", L"B", L"Data", L"sub", L"data sub", L"Long folder name"};
   for (const std::wstring& first : names) {
     tree_test::MakeFolder(folder_ / first);
@@ -128,7 +128,7 @@ TEST_F(PathSeparatorsTest, ThePathNamesTheFolderThatWindowsOpens) {
     for (const std::wstring& path : paths) {
       const std::wstring named = Opened(path);
       ASSERT_TRUE(named == wanted || named.empty()) << rig::ToUtf8(path);
-      // What a person wrote leads to the folder, if there is one.
+      // Text that a person wrote leads to the folder, if it exists.
       if (&path == &paths[2] || &path == &paths[3]) ASSERT_EQ(named, wanted) << rig::ToUtf8(path);
     }
   }

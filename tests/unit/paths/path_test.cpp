@@ -1,4 +1,4 @@
-// Making paths: every step of PathMake for every kind of input, the life of nodes, and ".lnk".
+// Making paths: every step of PathMake for every kind of input, the lifetime of nodes, and ".lnk".
 
 #include "paths/path.h"
 
@@ -106,10 +106,10 @@ TEST_F(PathTest, MakesNodes) {
       {"C:\\Data", "..\\", "(null)"},
       {"C:\\Data", "..\\x", "(null)"},
       {"C:\\Data", "..x", "C:\\Data|\\..x"},
-      // Only the text as it is given is looked at: what is cut off afterwards makes no difference.
+      // The given text is checked only once: what is cut off afterwards makes no difference.
       {"C:\\Data", ".\\..", "C:\\Data|\\.."},
       {"C:\\Data", "\\..", "C:\\Data|\\.."},
-      // Below a parent a drive has no meaning.
+      // On a parent a drive has no meaning.
       {"C:\\Data", "D:\\x", "C:\\Data|\\D:\\x"},
       {"C:\\Data", "D:", "C:\\Data|\\D:"},
       {"C:\\Data", "D:\\", "C:\\Data|\\D:"},
@@ -134,7 +134,7 @@ TEST_F(PathTest, MakesNodes) {
       {"C:", "", "="},
       {"\\C:", "Data", "\\C:|\\Data"},
       {"\\ab", "Data", "\\ab|\\Data"},
-      // Text beyond ASCII.
+      // Non-ASCII text.
       {"C:\\", "\xC3\xA9\xF0\x9F\x98\x80", "C:\\\xC3\xA9\xF0\x9F\x98\x80"},
       {"", "\xC3\xA9", "\\\xC3\xA9"},
   };
@@ -171,7 +171,7 @@ TEST_F(PathTest, TextBuffersAreAsLargeAsPromised) {
     const char* text;
     SIZE_T room;
   } cases[] = {
-      // Two bytes more than the text that is left when the node is made, and the drive.
+      // Two bytes more than the text that remains when the node is made, plus the drive.
       {"", "foo", 5},     {"", "C:\\Data\\", 10},   {"C:\\Data", "foo\\", 5},
       {"C:\\", "foo", 7}, {"C:\\", ".\\foo\\.", 8}, {"", "", 2},
   };
@@ -322,7 +322,7 @@ TEST_F(PathTest, ParentsAreFreedBeforeTheirChildrenAndWithClearedSlots) {
   EXPECT_EQ(freed, expected);
 }
 
-// A parent whose `Release` is not the path's own is released through that one.
+// A parent with another `Release` than the path's is released through its own.
 int releasedParents;
 TEST_F(PathTest, AParentIsReleasedThroughItself) {
   PathObject* root = Make("\\r");
@@ -340,7 +340,7 @@ TEST_F(PathTest, AParentIsReleasedThroughItself) {
 }
 
 TEST_F(PathTest, AReferenceCountBelowOneFreesOnce) {
-  // The generic first slots' rule: below 1, not only at 0.
+  // As with the common Release: a count below 1 frees, not only 0.
   PathObject* path = Make("C:\\x");
   path->refCount = 0;
   Release(path);
@@ -348,8 +348,8 @@ TEST_F(PathTest, AReferenceCountBelowOneFreesOnce) {
 }
 
 TEST_F(PathTest, LongChainsNeedNoStack) {
-  // The guarded heap would need two pages for each block: these come from the process's real heap and are
-  // counted.
+  // The guarded heap would need two pages for each block, so these blocks come from the real process heap and
+  // are counted.
   const HANDLE real = GetProcessHeap();
   ptrdiff_t live = 0;
   HX_HOOK(take, HeapAlloc, [&](HANDLE, DWORD flags, SIZE_T size) {

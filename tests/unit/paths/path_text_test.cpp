@@ -1,4 +1,4 @@
-// Paths given out and side by side: flattening, wide text, the object's own operations, order, common
+// Conversions and comparisons of paths: flattening, wide text, the object's own operations, order, common
 // ancestors.
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ namespace path_test {
 
 using PathTextTest = rig::InternalsTest;
 
-// Nodes whose texts are not what PathMake would leave: filled by hand.
+// Nodes whose texts PathMake would not produce: filled by hand.
 PathObject* MakeRaw(PathObject* parent, std::string_view text) {
   PathObject* node = PathMake(parent, nullptr, static_cast<int>(text.size()));
   memcpy(node->text, text.data(), text.size());
@@ -53,13 +53,13 @@ const ChainCase kChains[] = {
     {{"\\a", "\\", "\\b"}, "\\a\\b", L"\\a\\b"},
     {{"\\a", "\\", "\\", "\\b"}, "\\a\\b", L"\\a\\b"},
     {{"\\", "\\"}, "\\", L"\\"},
-    // One byte is left out, not all.
+    // One byte is dropped, not all.
     {{"\\a\\\\", "\\b"}, "\\a\\\\b", L"\\a\\\\b"},
     {{"\\a\\", "\\\\b"}, "\\a\\\\b", L"\\a\\\\b"},
-    // No seam where one of the two is missing.
+    // Nothing is dropped if one of the two backslashes is missing.
     {{"\\a\\", "b"}, "\\a\\b", L"\\a\\b"},
     {{"\\a", "b"}, "\\ab", L"\\ab"},
-    // Nodes without text are not there.
+    // Nodes without text are ignored.
     {{"\\a\\", "", "\\b"}, "\\a\\b", L"\\a\\b"},
     {{"", "\\b"}, "\\b", L"\\b"},
     {{"\\a", ""}, "\\a", L"\\a"},
@@ -72,7 +72,7 @@ const ChainCase kChains[] = {
     {{"CD"}, "CD", L"CD"},
     {{"C:x"}, "C:x", L"C:x"},
     {{"\\"}, "\\", L"\\"},
-    // Beyond ASCII and beyond the basic plane; bytes that are no UTF-8.
+    // Characters outside ASCII and outside the basic plane; bytes that are not UTF-8.
     {{"\\\xC3\xA9", "\\\xE2\x82\xAC\\", "\\\xF0\x9F\x98\x80z"},
      "\\\xC3\xA9\\\xE2\x82\xAC\\\xF0\x9F\x98\x80z",
      L"\\\xE9\\\x20AC\\\xD83D\xDE00z"},
@@ -102,7 +102,7 @@ TEST_F(PathTextTest, FlattensAndConverts) {
     for (unsigned room = 0; room <= whole + 2; ++room) {
       GuardedBuffer buffer(room);
       unsigned expected = room < whole ? room : whole;
-      // Precision, position and conversion are not looked at.
+      // Precision, position and conversion are ignored.
       EXPECT_EQ(path->ops.CopyText(path.get(), buffer.Data(), room, 1, nullptr, 0), expected);
       EXPECT_EQ(std::string(buffer.Data(), expected), text.substr(0, expected));
       for (unsigned i = expected; i < room; ++i)
@@ -168,7 +168,7 @@ TEST_F(PathTextTest, ConversionAsksForTheRightRoomFromTheLastNodeOn) {
           });
   EXPECT_EQ(TakeWide(PathToWide(path.get())), L"\\\xE9\\two\\\x20AC");
   EXPECT_EQ(sizes, std::vector<SIZE_T>{4 * (4 + 4 + 4) + 8});
-  // What is ASCII needs no conversion, and of a doubled backslash only one is converted.
+  // ASCII needs no conversion, and of a doubled backslash only one is converted.
   EXPECT_EQ(asked, (std::vector<std::tuple<UINT, DWORD, std::string, int>>{{CP_UTF8, 0, "\\\xE2\x82\xAC", 4},
                                                                            {CP_UTF8, 0, "\\\xC3\xA9", 3}}));
 }
@@ -214,7 +214,7 @@ TEST_F(PathTextTest, Order) {
     std::vector<std::string> a, b;
     int expected;
   } cases[] = {
-      // Roots: the same (no) parent.
+      // Roots: both without a parent.
       {{"C:\\a"}, {"C:\\A"}, 0},
       {{"C:\\a"}, {"C:\\b"}, -1},
       {{"C:\\B"}, {"C:\\a"}, 1},
@@ -227,14 +227,14 @@ TEST_F(PathTextTest, Order) {
       {{"\\", "\\x"}, {"\\x"}, 0},
       {{"\\a\\", "\\b"}, {"\\a\\b"}, 0},
       {{"\\a\\", "", "\\b"}, {"\\a", "\\b"}, 0},
-      // The left-most difference decides, also against the length.
+      // The leftmost difference decides, even if the lengths differ.
       {{"C:\\a", "\\z"}, {"C:\\b", "\\a"}, -1},
       {{"C:\\b", "\\a"}, {"C:\\a", "\\z"}, 1},
       {{"C:\\a", "\\x", "\\y"}, {"C:\\b", "\\x"}, -1},
       {{"C:\\b", "\\x"}, {"C:\\a", "\\x", "\\y"}, 1},
       {{"C:\\a\\c", "\\b"}, {"C:\\a", "\\b\\c"}, 1},
       {{"C:\\ab", "\\x"}, {"C:\\ac\\x"}, -1},
-      // Where nothing differs the longer one comes later.
+      // If nothing differs, the longer one comes later.
       {{"C:\\a", "\\b", "\\c"}, {"C:\\a\\b"}, 1},
       {{"C:\\a\\b"}, {"C:\\a", "\\b", "\\c"}, -1},
       {{"C:\\a", "\\b", "\\c"}, {"C:\\a"}, 1},
@@ -259,7 +259,7 @@ TEST_F(PathTextTest, OrderWithinAChainAndAmongSiblings) {
   Path below(MakeCounted(a.get(), "x"));
   Path same(MakeCounted(folder.get(), "A"));
   auto compare = folder->ops.Compare;
-  // A parent comes before its child whatever the texts are, without a look at them.
+  // A parent comes before its child whatever the texts are; the texts are not compared.
   int comparisons = 0;
   HX_HOOK(api, CompareStringA, [&](LCID locale, DWORD flags, LPCCH x, int lengthX, LPCCH y, int lengthY) {
     ++comparisons;
@@ -327,7 +327,7 @@ TEST_F(PathTextTest, CommonAncestors) {
       {"\\a\\x", "\\b\\x", "(null)"},
       {"\\\\server\\a", "\\\\server\\b", "\\\\server"},
       {"\\\\one\\a", "\\\\two\\a", "\\"},
-      // ASCII letters fold, and nothing else; the spelling is that of `a`.
+      // Only ASCII letters are folded; the spelling is that of `a`.
       {"c:\\dAtA\\x", "C:\\DaTa\\y", "c:\\dAtA"},
       {"C:\\\xC3\xA9\\x", "C:\\\xC3\x89\\x", "C:"},
       {"C:\\[\\x", "C:\\{\\x", "C:"},

@@ -1,5 +1,5 @@
-// Helpers of the path value's tests: making paths from guarded text, looking at their nodes, taking their
-// text.
+// Helpers for the tests of the path value: making paths from guarded text, checking their nodes, reading
+// their text.
 #pragma once
 
 #include <string>
@@ -31,18 +31,18 @@ HX_INTERNAL(HeapFreeSafe);
 
 using rig::GuardedBuffer;
 
-/// Gives one reference back through the object.
+/// Drops one reference through the object.
 inline void Release(PathObject* path) {
   if (path) rig::CallGuarded([&] { path->ops.Release(path); });
 }
 
-/// PathMake of counted text that ends at unreadable memory.
+/// Calls PathMake with counted text that ends at unreadable memory.
 inline PathObject* MakeCounted(PathObject* parent, std::string_view text) {
   GuardedBuffer buffer = GuardedBuffer::Of(text, false);
   return PathMake(parent, buffer.Data(), static_cast<int>(text.size()));
 }
 
-/// PathMake of terminated text without a parent.
+/// Calls PathMake with terminated text and without a parent.
 inline PathObject* Make(std::string_view text) {
   GuardedBuffer buffer = GuardedBuffer::Of(text);
   return PathMake(nullptr, buffer.Data(), -1);
@@ -62,8 +62,8 @@ inline PathObject* MakeChain(std::string_view texts) {
   return path;
 }
 
-/// The texts of a path's nodes from the root down, with bars between them; "(null)" for null. The terminator
-/// behind each text and the header of each node are checked on the way.
+/// Returns the texts of a path's nodes from the root down, with bars between them; "(null)" for null. Also
+/// checks the terminator after each text and the header of each node.
 inline std::string Nodes(const PathObject* path) {
   if (!path) return "(null)";
   std::string nodes;
@@ -77,28 +77,28 @@ inline std::string Nodes(const PathObject* path) {
   return nodes;
 }
 
-/// Nodes of a path that is then released.
+/// Returns the nodes of a path and releases it.
 inline std::string TakeNodes(PathObject* path) {
   std::string nodes = Nodes(path);
   Release(path);
   return nodes;
 }
 
-/// A wide string of the library's, which is freed; L"(null)" for null.
+/// Returns a wide string of the library and frees it; L"(null)" for null.
 inline std::wstring TakeWide(wchar_t* text) {
   std::wstring copy = text ? text : L"(null)";
   HeapFreeSafe(text);
   return copy;
 }
 
-/// The wide text of a path that is then released.
+/// Returns the wide text of a path and releases it.
 inline std::wstring TakeWideOf(PathObject* path) {
   std::wstring text = TakeWide(PathToWide(path));
   Release(path);
   return text;
 }
 
-/// The path's text by its own operation.
+/// Returns the path's text through its own operation.
 inline std::string Text(PathObject* path) {
   unsigned length = path->ops.CopyText(path, nullptr, 0, -1, "", 'O');
   GuardedBuffer buffer(length);
@@ -110,7 +110,7 @@ inline std::string Text(PathObject* path) {
 class Path {
  public:
   explicit Path(PathObject* path) : path_(path) {}
-  /// MakeChain of `texts`.
+  /// Holds the path that MakeChain makes of `texts`.
   explicit Path(std::string_view texts) : path_(MakeChain(texts)) {}
   ~Path() { Release(path_); }
   Path(Path&& other) noexcept : path_(other.path_) { other.path_ = nullptr; }

@@ -1,4 +1,4 @@
-// The memory primitives that compiled code calls on its own account.
+// The memory primitives to which the compiler itself generates calls.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The guard of the stack: it is a number that nobody knows, and a buffer that overflows ends the process.
+// The stack guard: its value is secret, and a buffer that overflows ends the process.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 
 namespace stack_guard_test {
 
-/// What the guard holds in the file.
+/// The value of the guard in the file.
 constexpr uint64_t kNotChosen = 0x00002B992DDFA232;
 
 class StackGuardTest : public rig::InternalsTest {
@@ -27,7 +27,7 @@ TEST_F(StackGuardTest, IsChosenWhenTheLibraryIsLoaded) {
 }
 
 TEST_F(StackGuardTest, ALibraryThatTheLoaderPassesOverChoosesItself) {
-  // As a loader that knows nothing of the guard leaves it.
+  // A loader that does not know the guard leaves it unchanged.
   auto* guard = static_cast<uint64_t*>(rig::FindInternal("__stack_chk_guard"));
   auto choose = reinterpret_cast<void (*)()>(rig::FindInternal("ChooseStackGuard"));
   const uint64_t before = *guard;
@@ -38,7 +38,7 @@ TEST_F(StackGuardTest, ALibraryThatTheLoaderPassesOverChoosesItself) {
   const uint64_t first = *guard;
   EXPECT_NE(first, kNotChosen);
   EXPECT_EQ(first & 0xFF, 0u);
-  // Each time is another.
+  // Each call chooses another value.
   int same = 0;
   for (int i = 0; i < 16; ++i) {
     *guard = kNotChosen;
@@ -49,7 +49,7 @@ TEST_F(StackGuardTest, ALibraryThatTheLoaderPassesOverChoosesItself) {
   *guard = before;
 }
 
-/// The process ends as RtlFailFast ends it.
+/// True if the process ended by a fast fail.
 bool EndsByTheGuard(int status) {
   return static_cast<DWORD>(status) == 0xC0000409;  // STATUS_STACK_BUFFER_OVERRUN
 }
