@@ -107,7 +107,7 @@ TEST_F(CalendarTest, ShortYears) {
   EXPECT_EQ(SecondsOf(1899, 1, 1), 0xFFFFFFFFu);
 }
 
-TEST_F(CalendarTest, StampsBehindTheLastYear) {
+TEST_F(CalendarTest, StampsAfterTheLastYear) {
   // SecondsToDate gives them a date, but DateToSeconds gives no date such a stamp.
   const BrokenDownDate date = DateOf(0xFFFFFFFF);
   EXPECT_EQ(date.year, 2106);

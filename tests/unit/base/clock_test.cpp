@@ -40,7 +40,7 @@ TEST_F(ClockTest, TheTimeFromTheLocalClockIsKeptForATickInterval) {
   EXPECT_EQ(clockQuestions, 3);
 }
 
-TEST_F(ClockTest, TheFirstTickIntervalIsNothingSpecial) {
+TEST_F(ClockTest, TheFirstTickIntervalIsCachedLikeAnyOther) {
   ticks = 0;
   EXPECT_EQ(CurrentTimeLocal(), kNow);
   localTime.wSecond += 1;
@@ -50,7 +50,7 @@ TEST_F(ClockTest, TheFirstTickIntervalIsNothingSpecial) {
   EXPECT_EQ(CurrentTimeLocal(), kNow + 1);
 }
 
-TEST_F(ClockTest, WithoutAZoneTheLocalClockIsTaken) {
+TEST_F(ClockTest, WithoutAZoneTheLocalTimeCountsAsUtc) {
   zoneKind = TIME_ZONE_ID_INVALID;
   EXPECT_EQ(CurrentTimeLocal(), kNow + 5400);
 }
@@ -94,7 +94,7 @@ const ZoneCase kZones[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Zones, ZoneTest, testing::ValuesIn(kZones));
 
-TEST_F(ClockTest, AZoneThatTheSystemCannotTell) {
+TEST_F(ClockTest, AZoneThatTheSystemDoesNotReport) {
   zoneKind = TIME_ZONE_ID_INVALID;
   int32_t minutes = 12345;
   EXPECT_FALSE(ZoneOffsetMinutes(&minutes));

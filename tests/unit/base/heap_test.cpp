@@ -81,7 +81,7 @@ TEST_F(HeapTest, ReferencesAreCountedAndTheLastOneFrees) {
   EXPECT_EQ(LiveBlocks(), 0u);
 }
 
-TEST_F(HeapTest, NullObjectsAreLeftAlone) {
+TEST_F(HeapTest, NullObjectsAreIgnored) {
   EXPECT_EQ(RefRetain(nullptr), nullptr);
   RefRelease(nullptr);
 }
@@ -93,7 +93,7 @@ TEST(ObjectHeaderTest, CodesReadAsWrittenInMemory) {
   EXPECT_EQ(FourCharCode("\xff\x80\x01\xfe"), 0xFE0180FFu);
 }
 
-TEST(ObjectHeaderTest, FieldsLieWhereEveryObjectHasThem) {
+TEST(ObjectHeaderTest, FieldsHaveTheirFixedOffsets) {
   EXPECT_EQ(offsetof(Object, refCount), 0u);
   EXPECT_EQ(offsetof(Object, typeTag), 4u);
   EXPECT_EQ(offsetof(Object, ops), 8u);

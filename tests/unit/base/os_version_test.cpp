@@ -62,7 +62,7 @@ TEST_F(OsVersionTest, TheVersionIsAskedForOnce) {
   EXPECT_EQ(extendedQuestions, 1);
 }
 
-TEST_F(OsVersionTest, WhatTheSystemDidNotTellIsAskedAgain) {
+TEST_F(OsVersionTest, AVersionThatWasNotReportedIsAskedForAgain) {
   Answer({0x00000004, FALSE, 0, 0, 0, true});
   EXPECT_TRUE(IsNtPlatform());
   EXPECT_TRUE(IsNtPlatform());

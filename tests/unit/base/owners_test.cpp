@@ -27,7 +27,7 @@ class UniqueTest : public testing::Test {
   void SetUp() override { closed.clear(); }
 };
 
-TEST_F(UniqueTest, GivesBackWhatItHoldsAtTheEndOfItsScope) {
+TEST_F(UniqueTest, ReleasesWhatItHoldsAtTheEndOfItsScope) {
   {
     Number number(7);
     EXPECT_TRUE(static_cast<bool>(number));
@@ -37,7 +37,7 @@ TEST_F(UniqueTest, GivesBackWhatItHoldsAtTheEndOfItsScope) {
   EXPECT_EQ(closed, Closed{7});
 }
 
-TEST_F(UniqueTest, NeverGivesBackTheEmptyValue) {
+TEST_F(UniqueTest, NeverReleasesTheEmptyValue) {
   {
     Number nothing;
     EXPECT_FALSE(static_cast<bool>(nothing));
@@ -48,14 +48,14 @@ TEST_F(UniqueTest, NeverGivesBackTheEmptyValue) {
   EXPECT_EQ(closed, Closed{});
 }
 
-TEST_F(UniqueTest, ZeroIsAValueWhereTheTraitsSaySo) {
+TEST_F(UniqueTest, ZeroIsAValueIfTheTraitsSaySo) {
   {
     Number zero(0);
   }
   EXPECT_EQ(closed, Closed{0});
 }
 
-TEST_F(UniqueTest, MovingHandsTheResourceOn) {
+TEST_F(UniqueTest, MovingTransfersTheResource) {
   {
     Number first(1);
     Number second(std::move(first));
@@ -72,14 +72,14 @@ TEST_F(UniqueTest, MovingHandsTheResourceOn) {
   EXPECT_EQ(closed, (Closed{3, 1}));
 }
 
-TEST_F(UniqueTest, PutGivesBackTheOldValueFirst) {
+TEST_F(UniqueTest, PutReleasesTheOldValueFirst) {
   Number number(1);
   *number.put() = 2;
   EXPECT_EQ(closed, Closed{1});
   EXPECT_EQ(number.get(), 2);
 }
 
-TEST_F(UniqueTest, WhatAFailingCallLeavesIsNobodys) {
+TEST_F(UniqueTest, AValueStoredByAFailingCallIsNotReleased) {
   {
     Number number(1);
     *number.put() = 2;
@@ -101,7 +101,7 @@ TEST_F(UniqueTest, ReleaseKeepsTheResourceAlive) {
   EXPECT_EQ(closed, Closed{});
 }
 
-TEST_F(UniqueTest, HandlesOfEitherEmptyValueKnowWhatIsEmpty) {
+TEST_F(UniqueTest, EachKindOfHandleHasItsEmptyValue) {
   EXPECT_FALSE(static_cast<bool>(SearchHandle(INVALID_HANDLE_VALUE)));
   EXPECT_FALSE(static_cast<bool>(FileHandle()));
   EXPECT_EQ(FileHandle().get(), INVALID_HANDLE_VALUE);
@@ -130,7 +130,7 @@ TEST(ComPtrTest, ReleasesEachReferenceOnce) {
   EXPECT_EQ(b.references, 0);
 }
 
-TEST(ComPtrTest, WhatAFailingCallLeavesIsNobodys) {
+TEST(ComPtrTest, AValueStoredByAFailingCallIsNotReleased) {
   CountedInterface object;
   {
     ComPtr<CountedInterface> pointer;

@@ -216,7 +216,7 @@ TEST_F(TextTest, LocaleComparisonsOrderAsTheUserExpects) {
   }
 }
 
-TEST_F(TextTest, LocaleComparisonsPassTheRulesOn) {
+TEST_F(TextTest, LocaleComparisonsPassTheRulesToTheSystem) {
   using Call = std::tuple<LCID, DWORD, std::string, int, std::string, int>;
   std::vector<Call> calls;
   int answer = CSTR_LESS_THAN;
@@ -248,7 +248,7 @@ TEST_F(TextTest, LocaleComparisonsPassTheRulesOn) {
   }
 }
 
-TEST_F(TextTest, CountedComparisonLooksAtSoManyBytes) {
+TEST_F(TextTest, CountedComparisonStopsAtTheCount) {
   EXPECT_EQ(TxtCompareNIA("abcX", "ABCY", 3), 0);
   EXPECT_EQ(TxtCompareNIA("abcX", "ABCY", 4), -1);
   EXPECT_EQ(TxtCompareNIA("b", "a", 0), 0);
@@ -359,7 +359,7 @@ TEST_F(TextTest, ConvertsWideToUtf8) {
   EXPECT_EQ(WideToUtf8(nullptr, -1, nullptr), nullptr);
 }
 
-TEST_F(TextTest, ConversionsAskForTheRightRoomAndLimit) {
+TEST_F(TextTest, ConversionsAllocateTheRightSizeAndPassTheRightLimit) {
   SIZE_T allocated = 0;
   DWORD allocationFlags = 0;
   HX_HOOK(heap, HeapAlloc, [&](HANDLE process, DWORD flags, SIZE_T size) {
@@ -393,7 +393,7 @@ TEST_F(TextTest, ConversionsAskForTheRightRoomAndLimit) {
   EXPECT_EQ(asked, std::tuple(UINT{CP_UTF8}, 0u, 12, (12 + 2) * 6 - 1));
 }
 
-TEST_F(TextTest, ConversionsOfHugeLengthsStateOnlyLimitsThatFit) {
+TEST_F(TextTest, ConversionsOfHugeLengthsComputeTheirSizeWithoutOverflow) {
   // The allocation fails, so the text is never read.
   SIZE_T allocated = 0;
   HX_HOOK(heap, HeapAlloc, [&](HANDLE, DWORD, SIZE_T size) -> LPVOID {

@@ -132,7 +132,7 @@ class DirWalkerModelTest : public tree_test::TreeTest {
   }
 };
 
-TEST_F(DirWalkerModelTest, GivesOutWhatARecursiveListingFinds) {
+TEST_F(DirWalkerModelTest, ReturnsWhatARecursiveListingFinds) {
   constexpr unsigned kSeed = 4720;
   constexpr int kTrees = 6;
   std::mt19937 random(kSeed);

@@ -24,7 +24,7 @@ class DirWalkerTest : public tree_test::TreeTest {
   }
 };
 
-TEST_F(DirWalkerTest, AFreshWalkerStandsAtTheStart) {
+TEST_F(DirWalkerTest, AFreshWalkerIsAtTheStart) {
   OwnPath root(folder_.Path());
   OwnWalker walker(root.get());
   EXPECT_EQ(walker->refCount, 1);
@@ -43,7 +43,7 @@ TEST_F(DirWalkerTest, AFreshWalkerStandsAtTheStart) {
   EXPECT_CALLS({});
 }
 
-TEST_F(DirWalkerTest, AWholeWalkIsTheseCalls) {
+TEST_F(DirWalkerTest, AWholeWalkMakesTheseCalls) {
   MakeSmallTree();
   OwnPath root(folder_.Path());
   OwnWalker walker(root.get());
@@ -70,7 +70,7 @@ TEST_F(DirWalkerTest, AWholeWalkIsTheseCalls) {
   EXPECT_CALLS({});
 }
 
-TEST_F(DirWalkerTest, WhereItStandsCanBeSeen) {
+TEST_F(DirWalkerTest, ItsFieldsShowItsPlace) {
   MakeSmallTree();
   OwnPath root(folder_.Path());
   OwnWalker walker(root.get());
@@ -92,14 +92,14 @@ TEST_F(DirWalkerTest, TheFoldersDirectlyBelowTheRoot) {
   EXPECT_EQ(Rest(walker, folder_.Path()), (Names{L"b"}));
 }
 
-TEST_F(DirWalkerTest, FoldersCanComeBehindTheirContents) {
+TEST_F(DirWalkerTest, FoldersCanComeAfterTheirContents) {
   MakeSmallTree();
   OwnWalker walker(OwnPath(folder_.Path()).get());
   walker->foldersAfterContents = 1;
   EXPECT_EQ(Rest(walker, folder_.Path()), (Names{L"a.txt", L"b\\c", L"b\\d", L"b"}));
 }
 
-TEST_F(DirWalkerTest, AFolderAtTheLastLevelIsNotLeftAndSoNotGivenOut) {
+TEST_F(DirWalkerTest, AFolderAtTheLastLevelIsNotEnteredAndSoNotReturned) {
   MakeSmallTree();
   OwnWalker walker(OwnPath(folder_.Path()).get());
   walker->foldersAfterContents = 1;
@@ -107,7 +107,7 @@ TEST_F(DirWalkerTest, AFolderAtTheLastLevelIsNotLeftAndSoNotGivenOut) {
   EXPECT_EQ(Rest(walker, folder_.Path()), (Names{L"a.txt", L"b\\c", L"b"}));
 }
 
-TEST_F(DirWalkerTest, AFolderThatIsGivenOutBehindItsContentsIsTheOneThatWasEntered) {
+TEST_F(DirWalkerTest, AFolderReturnedAfterItsContentsIsTheOneThatWasEntered) {
   MakeSmallTree();
   OwnWalker walker(OwnPath(folder_.Path()).get());
   walker->foldersAfterContents = 1;
@@ -119,7 +119,7 @@ TEST_F(DirWalkerTest, AFolderThatIsGivenOutBehindItsContentsIsTheOneThatWasEnter
   EXPECT_EQ(folder.get()->refCount, 1);
 }
 
-TEST_F(DirWalkerTest, APatternGoesToWindowsOnItsLevel) {
+TEST_F(DirWalkerTest, WindowsSearchesForThePatternOnItsLevel) {
   MakeSmallTree();
   OwnWalker walker(OwnPath(folder_.Path()).get());
   walker->maxDepth = 2;
@@ -133,7 +133,7 @@ TEST_F(DirWalkerTest, APatternGoesToWindowsOnItsLevel) {
             (std::vector<std::string>{R"(FindFirstFileW("T:\\*.*")", R"(FindFirstFileW("T:\\b\\?")"}));
 }
 
-TEST_F(DirWalkerTest, WithoutALimitEveryLevelIsThePatterns) {
+TEST_F(DirWalkerTest, WithoutALimitWindowsSearchesForThePatternOnEveryLevel) {
   MakeSmallTree();
   OwnWalker walker(OwnPath(folder_.Path()).get());
   walker.SetPattern("*.txt");
@@ -154,7 +154,7 @@ TEST_F(DirWalkerTest, ARootOfADriveIsListed) {
   EXPECT_EQ(Calls().at(1), R"(FindFirstFileW("Q:\\*.*", *) = INVALID_HANDLE_VALUE)");
 }
 
-TEST_F(DirWalkerTest, NamesOutsideAsciiAndLongOnesAreGivenOut) {
+TEST_F(DirWalkerTest, NonAsciiAndLongNamesAreReturned) {
   // The longest name possible here: the path is limited too.
   const std::wstring longName(200, L'x');
   MakeFile(folder_ / longName);
@@ -166,7 +166,7 @@ TEST_F(DirWalkerTest, NamesOutsideAsciiAndLongOnesAreGivenOut) {
   EXPECT_EQ(names, (Names{longName, L"\u00E9\u4E2D", L"\xD83D\xDE00"}));
 }
 
-TEST_F(DirWalkerTest, NothingBelowNothing) {
+TEST_F(DirWalkerTest, NullFoldersAndWalkersReturnNothing) {
   OwnWalker walker(nullptr);
   EXPECT_EQ(walker->root, nullptr);
   EXPECT_EQ(DirWalkerNext(walker.get()), nullptr);
@@ -174,7 +174,7 @@ TEST_F(DirWalkerTest, NothingBelowNothing) {
   EXPECT_CALLS({});
 }
 
-TEST_F(DirWalkerTest, AFolderThatIsNotThereIsEmpty) {
+TEST_F(DirWalkerTest, AMissingFolderIsEmpty) {
   OwnWalker walker(OwnPath(folder_ / L"none").get());
   EXPECT_EQ(DirWalkerNext(walker.get()), nullptr);
   EXPECT_CALLS({
@@ -233,7 +233,7 @@ constexpr DWORD kFile = FILE_ATTRIBUTE_ARCHIVE;
 constexpr DWORD kDirectory = FILE_ATTRIBUTE_DIRECTORY;
 constexpr DWORD kLink = FILE_ATTRIBUTE_REPARSE_POINT;
 
-TEST_F(DirWalkerDiskTest, AnAlternateNameStandsInForQuestionMarks) {
+TEST_F(DirWalkerDiskTest, AShortNameReplacesQuestionMarks) {
   folders_[L"Q:\\x"] = {{L"???", L"ABC~1", kFile},
                         {L"???", L"", kFile},
                         {L"?a?", L"ABC~2", kFile},
@@ -244,7 +244,7 @@ TEST_F(DirWalkerDiskTest, AnAlternateNameStandsInForQuestionMarks) {
   EXPECT_EQ(Rest(walker, L"Q:\\x"), (Names{L"ABC~1", L"???", L"?a?", L"name", L"DIR~1", L"DIR~1\\f"}));
 }
 
-TEST_F(DirWalkerDiskTest, LinksToFoldersCanBeLeftOut) {
+TEST_F(DirWalkerDiskTest, LinksToFoldersCanBeSkipped) {
   folders_[L"Q:\\x"] = {{L"file", L"", kFile | kLink},
                         {L"folder", L"", kDirectory},
                         {L"self", L"", kDirectory | kLink},
@@ -265,7 +265,7 @@ TEST_F(DirWalkerDiskTest, ThePatternIsComparedWithTheNameThatIsUsed) {
   EXPECT_EQ(Rest(walker, L"Q:\\x"), (Names{L"DIR~1", L"DIR~1\\DIR~1.x"}));
 }
 
-TEST_F(DirWalkerDiskTest, WhatWindowsMatchesOnThePatternsLevelIsTaken) {
+TEST_F(DirWalkerDiskTest, OnThePatternsLevelTheMatchesOfWindowsCount) {
   // Windows compares a pattern with short names too. Only with a depth limit does its match alone select a
   // file.
   folders_[L"Q:\\x"] = {{L"file", L"XFIL~1", kFile}, {L"folder", L"XFOL~1", kDirectory}};
@@ -321,7 +321,7 @@ TEST_F(DirWalkerDiskTest, DeepTreesTakeMemoryByDepthOnly) {
   EXPECT_EQ(TheRig().ledger.Count(rig::kSearch), 0u);
 }
 
-TEST_F(DirWalkerDiskTest, DeepTreesAreGivenBackInMidWalk) {
+TEST_F(DirWalkerDiskTest, DeepWalksCanBeReleasedMidway) {
   std::wstring folder = L"Q:\\x";
   for (int level = 0; level < 500; ++level) {
     folders_[folder] = {{L"d", L"", kDirectory}};
@@ -334,7 +334,7 @@ TEST_F(DirWalkerDiskTest, DeepTreesAreGivenBackInMidWalk) {
 
 // ---- Its lifetime.
 
-TEST_F(DirWalkerTest, AResetGivesEverythingBackInMidWalk) {
+TEST_F(DirWalkerTest, AResetMidwayReleasesEverything) {
   MakeSmallTree();
   OwnPath root(folder_.Path());
   OwnWalker walker(root.get());
@@ -400,7 +400,7 @@ TEST_F(DirWalkerTest, AQueryAnswersItsOwnSelectorOnly) {
   EXPECT_EQ(ask(kQueryPrintableText), 0u);
 }
 
-TEST_F(DirWalkerTest, APathOffersTheConstructorWhereItIsAFolder) {
+TEST_F(DirWalkerTest, APathOffersTheConstructorIfItIsAFolder) {
   MakeSmallTree();
   auto ask = [&](const std::wstring& text, UINT_PTR argument) {
     OwnPath path(text);

@@ -34,7 +34,7 @@ TEST_F(FileStatusTest, AFileThatCanBeOpenedExists) {
   });
 }
 
-TEST_F(FileStatusTest, WhatCannotBeOpenedIsNoFile) {
+TEST_F(FileStatusTest, FilesAndFoldersThatCannotBeOpenedAreNotFound) {
   OwnPath path(folder_ / L"f");
   EXPECT_EQ(FileExists(path.get()), kStatusNotFound);
   EXPECT_CALLS({R"(CreateFileW("T:\\f", 0x0, 3, null, 3, 0x80, null) = INVALID_HANDLE_VALUE)"});
@@ -101,11 +101,11 @@ TEST_F(FileStatusTest, AFolderIsMovedWhole) {
   EXPECT_EQ(tree_test::TreeOf(folder_.Path()), (tree_test::Tree{{L"e", tree_test::kFolder}, {L"e\\f", "x"}}));
 }
 
-TEST_F(FileStatusTest, AMoveThatFailsSaysSo) {
+TEST_F(FileStatusTest, AFailedMoveHasItsCode) {
   EXPECT_EQ(MovePath(OwnPath(folder_ / L"f").get(), OwnPath(folder_ / L"g").get()), kStatusOperationFailed);
 }
 
-TEST_F(FileStatusTest, TheMissingFoldersOfAChainAreMade) {
+TEST_F(FileStatusTest, TheMissingFoldersOfAChainAreCreated) {
   MakeFolder(folder_ / L"a");
   OwnPath path(folder_ / L"a\\b\\\u00E9");
   EXPECT_EQ(CreateFolderChain(path.get()), kStatusOk);
@@ -157,7 +157,7 @@ TEST_F(FileStatusTest, AFileInTheWayOfAChainIsOfTheWrongKind) {
   EXPECT_EQ(tree_test::TreeOf(folder_.Path()), (tree_test::Tree{{L"f", "x"}}));
 }
 
-TEST_F(FileStatusTest, AFolderThatCannotBeMadeEndsAChain) {
+TEST_F(FileStatusTest, AFolderThatCannotBeCreatedEndsAChain) {
   TheRig().On<::CreateDirectoryW>([&](const wchar_t* name, SECURITY_ATTRIBUTES* security) {
     return name == folder_ / L"a\\b" ? FALSE : rig::Function<&::CreateDirectoryW>::Real()(name, security);
   });
@@ -175,7 +175,7 @@ TEST_F(FileStatusTest, ANullPathIsAMissingArgument) {
   EXPECT_CALLS({});
 }
 
-TEST_F(FileStatusTest, APathThatCannotBeConvertedIsLackOfMemory) {
+TEST_F(FileStatusTest, APathThatCannotBeConvertedCountsAsOutOfMemory) {
   OwnPath path(folder_ / L"\u00E9");
   TheRig().On<::MultiByteToWideChar>([](UINT, DWORD, const char*, int, wchar_t*, int) { return 0; });
   EXPECT_EQ(FileExists(path.get()), kStatusNoMemory);
@@ -185,7 +185,7 @@ TEST_F(FileStatusTest, APathThatCannotBeConvertedIsLackOfMemory) {
   EXPECT_CALLS({});
 }
 
-TEST_F(FileStatusTest, EachOneOfTwoPathsMustBeConverted) {
+TEST_F(FileStatusTest, BothPathsMustBeConverted) {
   OwnPath good(L"C:\\a");
   OwnPath bad(folder_ / L"\u00E9");
   TheRig().On<::MultiByteToWideChar>([](UINT, DWORD, const char*, int, wchar_t*, int) { return 0; });

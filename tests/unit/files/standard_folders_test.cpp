@@ -357,7 +357,7 @@ TEST_F(StandardFoldersTest, AnEmptyShellFolderCountsAsFailure) {
   }
 }
 
-TEST_F(StandardFoldersTest, AnEmptyKnownFolderIsNoFolder) {
+TEST_F(StandardFoldersTest, AnEmptyKnownFolderGivesNull) {
   Break(kKnownUsers, Failure::kEmpty);
   OwnPath folder(GetStandardFolder(TagOf("user")));
   EXPECT_FALSE(folder);
@@ -387,7 +387,7 @@ TEST_F(StandardFoldersTest, EachLibraryIsTriedForItself) {
   TheRig().ledger.Deliberate(rig::kModule, "SHFOLDER");
 }
 
-TEST_F(StandardFoldersTest, ASystemFolderWithoutADriveIsTheUsersFolderAsItStands) {
+TEST_F(StandardFoldersTest, ASystemFolderWithoutADriveIsReturnedUnchanged) {
   Break(kKnownUsers, Failure::kFails);
   TheRig().ledger.Deliberate(rig::kModule, "SHELL32");
   text_["GetSystemDirectoryW"] = L"\\\\server\\win\\system32";
@@ -401,7 +401,7 @@ TEST_F(StandardFoldersTest, FoldersAreCutFromTheirPrograms) {
   EXPECT_EQ(OwnPath(GetStandardFolder(TagOf("proc"))).Text(), L"<none>");
 }
 
-TEST_F(StandardFoldersTest, AFolderThatDoesNotFitIsNoAnswer) {
+TEST_F(StandardFoldersTest, AFolderThatDoesNotFitCountsAsFailure) {
   std::wstring longest = L"D:\\" + std::wstring(256, L'x');
   text_["GetCurrentDirectoryW"] = longest;
   EXPECT_EQ(OwnPath(GetStandardFolder(TagOf("curr"))).Text(), longest);
@@ -425,7 +425,7 @@ TEST_F(StandardFoldersTest, FoldersAreWideText) {
 /// With the real Windows.
 class RealStandardFoldersTest : public rig::RiggedInternalsTest {};
 
-TEST_F(RealStandardFoldersTest, AreThere) {
+TEST_F(RealStandardFoldersTest, Exist) {
   for (const auto& [way, calls] : kWays) TheWorld().UseReal(calls.function);
   TheWorld().UseReal("CoTaskMemFree");
   for (const Row& row : kRows) {

@@ -101,7 +101,7 @@ TEST_F(TreeCopyDangersTest, TheSecondSourceTakesThePlaceOfTheFirst) {
   Expect(before, L"x -cob \"@\\a\\f\" \"@\\b\\f\" \"@\\t\\f\"", 0, after);
 }
 
-TEST_F(TreeCopyDangersTest, ACopyLeavesThingsOutWithoutACodeInBothPasses) {
+TEST_F(TreeCopyDangersTest, ACopyOmitsEntriesWithoutACodeInBothPasses) {
   const Tree before = {{L"s", kFolder},      {L"s\\folder", kFolder},  {L"s\\folder\\f", "lost"},
                        {L"s\\file", "lost"}, {L"s\\same", "new"},      {L"s\\other", "comes"},
                        {L"t", kFolder},      {L"t\\folder", "a file"}, {L"t\\file", kFolder},

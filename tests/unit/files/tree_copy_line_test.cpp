@@ -43,7 +43,7 @@ TEST_F(TreeCopyLineTest, FewerThanThreeElementsAreTooFew) {
   EXPECT_EQ(Run(L"x -z -q '' -"), -16);
 }
 
-TEST_F(TreeCopyLineTest, ALineThatCannotBeSplitLacksMemory) {
+TEST_F(TreeCopyLineTest, ALineThatCannotBeSplitCountsAsOutOfMemory) {
   TheRig().On<::CommandLineToArgvW>([](const wchar_t*, int*) -> wchar_t** { return nullptr; });
   EXPECT_EQ(Run(L"x a b"), -108);
 }
@@ -60,7 +60,7 @@ TEST_F(TreeCopyLineTest, DotsAndOneBackslashAreTrimmed) {
   EXPECT_EQ(Calls().at(2), R"(FindFirstFileW("Q:\\x\\", *) = INVALID_HANDLE_VALUE)");
 }
 
-TEST_F(TreeCopyLineTest, APatternStandsForWhatItMatches) {
+TEST_F(TreeCopyLineTest, APatternMeansItsMatches) {
   Make({L"a\\", L"a\\1.txt", L"a\\2.txt", L"a\\3.dat", L"a\\4.txt\\", L"a\\4.txt\\f", L"t\\"});
   EXPECT_EQ(Run(L"x -r 'T:\\a\\*.txt' 'T:\\t\\'"), 0);
   EXPECT_EQ(TreeOf(folder_ / L"t"), (Tree{{L"1.txt", "a\\1.txt"},
@@ -71,7 +71,7 @@ TEST_F(TreeCopyLineTest, APatternStandsForWhatItMatches) {
   EXPECT_EQ(TreeOf(folder_ / L"t").count(L"3.dat"), 1u);
 }
 
-TEST_F(TreeCopyLineTest, APatternIsTheseCalls) {
+TEST_F(TreeCopyLineTest, APatternMakesTheseCalls) {
   Make({L"a\\", L"a\\f", L"a\\g", L"t\\", L"t\\f"});
   EXPECT_EQ(Run(L"x -n 'T:\\a\\*' 'T:\\t\\.'"), 0);
   Lines calls = Calls();
@@ -95,7 +95,7 @@ TEST_F(TreeCopyLineTest, APatternIsTheseCalls) {
                     inner);
 }
 
-TEST_F(TreeCopyLineTest, APatternWithoutAMatchIsFine) {
+TEST_F(TreeCopyLineTest, APatternWithoutAMatchSucceeds) {
   Make({L"a\\"});
   EXPECT_EQ(Run(L"x -n 'T:\\a\\*.txt' 'T:\\t\\'"), 0);
   EXPECT_EQ(Run(L"x -n 'T:\\none\\*.txt' 'T:\\t\\'"), -43);
@@ -146,7 +146,7 @@ TEST_F(TreeCopyLineTest, TheFirstSourceThatFailsEndsTheRun) {
   EXPECT_EQ(Made(), (Names{L"a", L"b\\", L"c", L"t\\", L"t\\a = a", L"t\\c = c", L"u = a"}));
 }
 
-TEST_F(TreeCopyLineTest, OptionsHoldForTheSourcesBehindThem) {
+TEST_F(TreeCopyLineTest, OptionsApplyToTheSourcesAfterThem) {
   Make({L"a", L"b", L"c", L"t\\"});
   EXPECT_EQ(Run(L"x 'T:\\a*' -m 'T:\\b*' -c 'T:\\c*' -m 'T:\\t\\'"), 0);
   EXPECT_EQ(Made(), (Names{L"a", L"c", L"t\\", L"t\\a = a", L"t\\b = b", L"t\\c = c"}));

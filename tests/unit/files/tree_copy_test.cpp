@@ -29,7 +29,7 @@ TEST_F(TreeCopyTest, AFileOrFolderIsMoved) {
   EXPECT_EQ(Made(), (Names{L"b = a", L"e\\", L"e\\f = d\\f"}));
 }
 
-TEST_F(TreeCopyTest, AFolderIsCopiedWithWhatIsInIt) {
+TEST_F(TreeCopyTest, AFolderIsCopiedWithItsContents) {
   Make({L"a\\", L"a\\b\\", L"a\\f"});
   EXPECT_EQ(Item(L"a", L"c", kTreeRecurse), 0);
   EXPECT_CALLS({
@@ -59,7 +59,7 @@ TEST_F(TreeCopyTest, AFolderIsCopiedWithWhatIsInIt) {
   EXPECT_EQ(Made(), (Names{L"a\\", L"a\\b\\", L"a\\f", L"c\\", L"c\\b\\", L"c\\f = a\\f"}));
 }
 
-TEST_F(TreeCopyTest, NullNamesLackMemory) {
+TEST_F(TreeCopyTest, NullNamesCountAsOutOfMemory) {
   EXPECT_EQ(TreeCopyMoveItem(nullptr, L"Q:\\x", 0), -108);
   EXPECT_EQ(TreeCopyMoveItem(L"Q:\\x", nullptr, kTreeMove), -108);
   EXPECT_CALLS({});
@@ -83,7 +83,7 @@ TEST_F(TreeCopyTest, ACopyKeepsAnExistingTargetWithoutACode) {
   EXPECT_EQ(Made(), (Names{L"a", L"b", L"d\\", L"d\\f", L"e\\"}));
 }
 
-TEST_F(TreeCopyTest, FoldersMergeAndWhatIsThereIsKept) {
+TEST_F(TreeCopyTest, FoldersMergeAndExistingEntriesAreKept) {
   Make({L"a\\", L"a\\both", L"a\\new", L"a\\d\\", L"a\\d\\g", L"a\\x", L"a\\y\\", L"a\\y\\z"});
   Make({L"b\\", L"b\\both", L"b\\old", L"b\\d\\", L"b\\x\\", L"b\\y"});
   EXPECT_EQ(Item(L"a", L"b", kTreeRecurse), 0);
@@ -203,7 +203,7 @@ TEST_F(TreeCopyTest, AnOverwritingCopyDeletesBeforeItLooksForItsSource) {
   EXPECT_EQ(Made(), Names{});
 }
 
-TEST_F(TreeCopyTest, AMoveThatFailsSaysSo) {
+TEST_F(TreeCopyTest, AFailedMoveHasItsCode) {
   Make({L"a", L"b"});
   Refuse(L"a");
   EXPECT_EQ(Item(L"a", L"c", kTreeMove), -6);
@@ -212,7 +212,7 @@ TEST_F(TreeCopyTest, AMoveThatFailsSaysSo) {
   EXPECT_EQ(Made(), (Names{L"a"}));
 }
 
-TEST_F(TreeCopyTest, ACopyThatFailsSaysSo) {
+TEST_F(TreeCopyTest, AFailedCopyHasItsCode) {
   Make({L"a"});
   Refuse(L"b");
   TheRig().UseReal("FindFirstFileW");
@@ -221,7 +221,7 @@ TEST_F(TreeCopyTest, ACopyThatFailsSaysSo) {
   EXPECT_EQ(Made(), (Names{L"a"}));
 }
 
-TEST_F(TreeCopyTest, FoldersAreCopiedOnDemandOnly) {
+TEST_F(TreeCopyTest, FoldersAreCopiedOnlyOnRequest) {
   Make({L"a\\"});
   EXPECT_EQ(Item(L"a", L"b", kTreeOverwrite | kTreeIgnoreErrors), -17);
   EXPECT_EQ(Item(L"a", L"none\\b", kTreeRecurse), -18);
@@ -245,7 +245,7 @@ TEST_F(TreeCopyTest, AFailureBelowAFolderCanBeIgnored) {
   EXPECT_EQ(TreeOf(folder_ / L"t"), (Tree{{L"b", kFolder}, {L"b\\g", "a\\b\\g"}, {L"c", "a\\c"}}));
 }
 
-TEST_F(TreeCopyTest, AFolderThatCannotBeListedSaysSo) {
+TEST_F(TreeCopyTest, AFolderThatCannotBeListedHasItsCode) {
   Make({L"a\\", L"a\\f"});
   Refuse(L"a\\*");
   EXPECT_EQ(Item(L"a", L"t", kTreeRecurse), -43);
@@ -255,7 +255,7 @@ TEST_F(TreeCopyTest, AFolderThatCannotBeListedSaysSo) {
   EXPECT_EQ(Item(L"a", L"v", kTreeRecurse), 0);
 }
 
-TEST_F(TreeCopyTest, AFolderBelowThatCannotBeListedEndsTheWholeUnlessIgnored) {
+TEST_F(TreeCopyTest, ASubfolderThatCannotBeListedEndsTheCopyUnlessIgnored) {
   Make({L"a\\", L"a\\b\\", L"a\\b\\f", L"a\\c"});
   Refuse(L"a\\b\\*");
   EXPECT_EQ(Item(L"a", L"t", kTreeRecurse), -43);
@@ -264,7 +264,7 @@ TEST_F(TreeCopyTest, AFolderBelowThatCannotBeListedEndsTheWholeUnlessIgnored) {
   EXPECT_EQ(TreeOf(folder_ / L"u"), (Tree{{L"b", kFolder}, {L"c", "a\\c"}}));
 }
 
-TEST_F(TreeCopyTest, AListingThatBreaksOffSaysSo) {
+TEST_F(TreeCopyTest, AListingThatBreaksOffHasItsCode) {
   Make({L"a\\", L"a\\f", L"a\\g"});
   int left = 2;
   TheRig().On<::FindNextFileW>([&](HANDLE search, WIN32_FIND_DATAW* found) {

@@ -68,13 +68,13 @@ class TreeMemoryTest : public rig::InternalsTest {
   tree_test::OwnFolder folder_;
 };
 
-TEST_F(TreeMemoryTest, AWalkHoldsAsMuchForManyFilesAsForFew) {
+TEST_F(TreeMemoryTest, AWalkNeedsNoMoreMemoryForManyFiles) {
   const size_t few = WalkPeak(Make(L"few", 3, 2));
   EXPECT_GT(few, 0u);
   EXPECT_EQ(WalkPeak(Make(L"many", 3, 200)), few);
 }
 
-TEST_F(TreeMemoryTest, AWalkHoldsAsMuchMoreForEachLevel) {
+TEST_F(TreeMemoryTest, AWalkNeedsTheSameMemoryForEachLevel) {
   const size_t one = WalkPeak(Make(L"one", 1, 1));
   const size_t eleven = WalkPeak(Make(L"eleven", 11, 1));
   const size_t twentyOne = WalkPeak(Make(L"twenty-one", 21, 1));
@@ -82,14 +82,14 @@ TEST_F(TreeMemoryTest, AWalkHoldsAsMuchMoreForEachLevel) {
   EXPECT_EQ(twentyOne - eleven, eleven - one);
 }
 
-TEST_F(TreeMemoryTest, ACopyAndADeletionHoldAsMuchForManyFilesAsForFew) {
+TEST_F(TreeMemoryTest, ACopyAndADeletionNeedNoMoreMemoryForManyFiles) {
   const auto few = CopyAndDeletePeaks(Make(L"few", 3, 2));
   EXPECT_GT(few.first, 0u);
   EXPECT_GT(few.second, 0u);
   EXPECT_EQ(CopyAndDeletePeaks(Make(L"many", 3, 200)), few);
 }
 
-TEST_F(TreeMemoryTest, ACopyAndADeletionHoldAsMuchMoreForEachLevel) {
+TEST_F(TreeMemoryTest, ACopyAndADeletionNeedTheSameMemoryForEachLevel) {
   const auto one = CopyAndDeletePeaks(Make(L"one", 1, 1));
   const auto eleven = CopyAndDeletePeaks(Make(L"eleven", 11, 1));
   const auto twentyOne = CopyAndDeletePeaks(Make(L"twenty-one", 21, 1));

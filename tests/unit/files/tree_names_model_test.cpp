@@ -230,7 +230,7 @@ TEST_F(TreeNamesModelTest, LosesNothingAndDoesWhatTheModelDoes) {
   for (int code : {0, -2, -3, -6, -7, -15, -16, -17, -18}) EXPECT_GE(codes[code], 3) << code;
 }
 
-TEST_F(TreeNamesModelTest, WhichLettersOverwriteDecidesWhatATargetLoses) {
+TEST_F(TreeNamesModelTest, ATargetLosesOnlyWhatTheSourceReplaces) {
   // Without "b" a file of the target is deleted only if the source has an entry with its name, or with the
   // name of a folder around it: never because another name leads to it.
   for (unsigned one = 0; one < 600; ++one) {
@@ -256,7 +256,7 @@ TEST_F(TreeNamesModelTest, WhichLettersOverwriteDecidesWhatATargetLoses) {
   }
 }
 
-TEST_F(TreeNamesModelTest, WithoutLLinksAreGoneThrough) {
+TEST_F(TreeNamesModelTest, WithoutLLinksAreFollowed) {
   Plan plan;
   plan.entries = {
       {L"s\\d", true}, {L"s\\d\\f", false}, {L"t\\x", true}, {L"t\\x\\g", false}, {L"s\\x", false}};
@@ -277,7 +277,7 @@ TEST_F(TreeNamesModelTest, WithoutLLinksAreGoneThrough) {
   EXPECT_EQ(disk.Tree().count(L"outside\\a"), 0u);
 }
 
-TEST_F(TreeNamesModelTest, WithLALinkIsDeletedAndMovedItselfAndNotCopied) {
+TEST_F(TreeNamesModelTest, WithLALinkItselfIsDeletedOrMovedAndNotCopied) {
   Plan plan;
   plan.entries = {{L"s\\d", true}, {L"s\\d\\f", false}, {L"s\\x", false}, {L"t\\y", true}};
   plan.links = {{L"s\\link", L"Q:\\outside"}, {L"t\\d", L"Q:\\outside"}, {L"t\\y\\self", L"Q:\\t\\y"}};

@@ -64,7 +64,7 @@ TEST_F(TreeNamesTest, AShortNameLosesNothingWhenItIsBroughtBack) {
   }
 }
 
-TEST_F(TreeNamesTest, AShortNameIsNoFolderOfThatName) {
+TEST_F(TreeNamesTest, AShortNameIsNotAFolderOfThatName) {
   std::wstring alias = ShortNameOf(L"Long folder name");
   MakeExactly({L"s\\", L"t\\", L"s\\" + alias + L"\\", L"s\\" + alias + L"\\b", L"s\\Long folder name\\",
                L"s\\Long folder name\\a"});
@@ -82,7 +82,7 @@ TEST_F(TreeNamesTest, AShortNameThatIsNotCopiedHasACode) {
   EXPECT_EQ(All()[L"t\\LongFileName.txt"], "s\\LongFileName.txt");
 }
 
-TEST_F(TreeNamesTest, AShortNameOnTheCommandLineStandsForItsFile) {
+TEST_F(TreeNamesTest, AShortNameOnTheCommandLineMeansItsFile) {
   std::wstring alias = ShortNameOf(L"LongFileName.txt");
   MakeExactly({L"t\\", L"t\\LongFileName.txt", L"a"});
   EXPECT_EQ(Run(L"x -m 'T:\\a' 'T:\\t\\" + alias + L"'"), -15);
@@ -124,7 +124,7 @@ TEST_F(TreeNamesTest, DotsAndBlanksThatAreNotCopiedHaveACode) {
   for (const std::string& content : before) EXPECT_NE(AllContents().count(content), 0u) << content;
 }
 
-TEST_F(TreeNamesTest, ACutNameMovesNothingInItsStead) {
+TEST_F(TreeNamesTest, ACutNameMovesNoOtherEntry) {
   // "only " leads to "only" here, which is another file.
   MakeExactly({L"s\\", L"t\\", L"s\\only ", L"s\\only"});
   EXPECT_EQ(Run(L"x -mi 'T:\\s\\*' 'T:\\t\\.'"), 0);
@@ -136,7 +136,7 @@ TEST_F(TreeNamesTest, ACutNameMovesNothingInItsStead) {
   EXPECT_EQ(all[L"t\\only"], "s\\only");
 }
 
-TEST_F(TreeNamesTest, AFolderWithACutNameInItIsNotDeletedByHalfItsEntries) {
+TEST_F(TreeNamesTest, AFolderWithACutNameInItIsNotDeleted) {
   MakeExactly({L"s\\", L"t\\", L"s\\d\\", L"t\\d\\", L"t\\d\\x.", L"t\\d\\x"});
   // The listing returns "x" first, which is deleted; "x." is not reached, so the folder stays with it.
   EXPECT_EQ(Run(L"x -mo 'T:\\s\\*' 'T:\\t\\.'"), -3);
@@ -262,7 +262,7 @@ TEST_F(TreeAnswersTest, ALinkInTheWayIsDeletedItself) {
   }
 }
 
-TEST_F(TreeAnswersTest, AnEmptyNameIsNoEvidence) {
+TEST_F(TreeAnswersTest, AnEmptyNameProvesNothing) {
   List(L"LONGNA~1", L"", L"LONGNA~1");
   EXPECT_EQ(Result(L"m"), (Outcome{-15, {}}));
   EXPECT_EQ(Result(L"c"), (Outcome{0, {}}));
@@ -281,7 +281,7 @@ TEST_F(TreeAnswersTest, AnEmptyNameIsNoEvidence) {
   EXPECT_EQ(Result(L"co"), (Outcome{-3, {}}));
 }
 
-TEST_F(TreeAnswersTest, AnUnrelatedNameIsNoEvidence) {
+TEST_F(TreeAnswersTest, AnUnrelatedNameProvesNothing) {
   List(L"LONGNA~1", L"something else", L"SOMETH~1");
   EXPECT_EQ(Result(L"m"), (Outcome{-15, {}}));
   EXPECT_EQ(Result(L"c"), (Outcome{0, {}}));
@@ -297,7 +297,7 @@ TEST_F(TreeAnswersTest, TheSameNameInOtherLettersIsTheEntry) {
   EXPECT_EQ(Result(L"m"), (Outcome{-15, {}}));
 }
 
-TEST_F(TreeAnswersTest, AShortNameIsEvidence) {
+TEST_F(TreeAnswersTest, AShortNameProvesAnotherEntry) {
   List(L"longna~1", L"Long name", L"LONGNA~1");
   EXPECT_EQ(Result(L"m"), (Outcome{0, {R"(MoveFileW("Q:\\s\\longna~1", "Q:\\t\\longna~1") = 1)"}}));
   EXPECT_EQ(Result(L"mo"), (Outcome{0, {R"(MoveFileW("Q:\\s\\longna~1", "Q:\\t\\longna~1") = 1)"}}));
@@ -307,7 +307,7 @@ TEST_F(TreeAnswersTest, AShortNameIsEvidence) {
   EXPECT_EQ(Result(L"co"), (Outcome{-16, {}}));
 }
 
-TEST_F(TreeAnswersTest, ACutNameIsEvidence) {
+TEST_F(TreeAnswersTest, ACutNameProvesAnotherEntry) {
   for (const wchar_t* entry : {L"report.", L"report ", L"report. ."}) {
     List(entry, L"report", L"");
     EXPECT_EQ(Result(L"m"), (Outcome{-6, {}}));

@@ -60,7 +60,7 @@ TEST_F(WildcardTest, AQuestionMarkIsOneUnit) {
   EXPECT_TRUE(Match(L"x\xD83D\xDE00y", "x\U0001F600y"));
 }
 
-TEST_F(WildcardTest, WhatIsLeftBehindTheNameMayBeAsterisksAndDots) {
+TEST_F(WildcardTest, TheRestOfThePatternMayBeAsterisksAndDots) {
   EXPECT_TRUE(Match(L"name", "*.*"));
   EXPECT_TRUE(Match(L"name", "name.*"));
   EXPECT_TRUE(Match(L"name", "name..*.*"));
@@ -72,7 +72,7 @@ TEST_F(WildcardTest, WhatIsLeftBehindTheNameMayBeAsterisksAndDots) {
   EXPECT_FALSE(Match(L"name", ""));
 }
 
-TEST_F(WildcardTest, NullsHaveTheirMeaning) {
+TEST_F(WildcardTest, NullPatternsAndNames) {
   EXPECT_EQ(MatchWildcard(L"name", nullptr), 1);
   EXPECT_EQ(MatchWildcard(nullptr, nullptr), 1);
   EXPECT_EQ(MatchWildcard(nullptr, "*"), 0);
@@ -81,7 +81,7 @@ TEST_F(WildcardTest, NullsHaveTheirMeaning) {
   EXPECT_EQ(MatchWildcardA(nullptr, "*"), 0);
 }
 
-TEST_F(WildcardTest, BytesThatAreNotUtf8StandForThemselves) {
+TEST_F(WildcardTest, BytesThatAreNotUtf8AreCharactersOfTheirNumber) {
   auto match = [](const wchar_t* name, const std::string& pattern) {
     rig::GuardedBuffer wanted = rig::GuardedBuffer::Of(std::string_view(pattern));
     return MatchWildcard(name, wanted.Data()) == 1;
@@ -117,7 +117,7 @@ bool ModelMatches(const std::wstring& name, const std::wstring& pattern) {
   return matches;
 }
 
-TEST_F(WildcardTest, AgreesWithATableOverAllBeginnings) {
+TEST_F(WildcardTest, AgreesWithATableOverAllPrefixes) {
   constexpr unsigned kSeed = 20261;
   std::mt19937 random(kSeed);
   const std::wstring nameUnits[] = {L"a", L"b", L"A", L".", L"\u00E9", L"\u4E2D", L"\xD83D\xDE00", L"*"};

@@ -138,7 +138,7 @@ TEST_F(DatePatternTest, MonthsAndQuarters) {
   }
 }
 
-TEST_F(DatePatternTest, ADateInNoMonthHarmsNothing) {
+TEST_F(DatePatternTest, ADateWithAnInvalidMonthIsHarmless) {
   for (uint16_t month : {0, 13, 65535}) {
     const BrokenDownDate date{2026, month, 13, 99, 99, 99, 65535};
     for (char letter = 1; letter < 127; ++letter) Expand(std::string("%") + letter, date);
@@ -149,7 +149,7 @@ TEST_F(DatePatternTest, ADateInNoMonthHarmsNothing) {
 }
 
 /// Compares every day with the C library's strftime.
-TEST_F(DatePatternTest, EveryDayAsTheCLibraryHasIt) {
+TEST_F(DatePatternTest, EveryDayAsInTheCLibrary) {
   const auto expand = FormatDatePattern.Get();
   const auto toDate = SecondsToDate.Get();
   const std::string pattern = "%Y-%m-%d %j %u %w %U %W %V %G %g %C %y %H:%M:%S %I %p %a %A %b %B %e";
@@ -292,7 +292,7 @@ TEST_F(FormatDateTest, CompactStamps) {
   EXPECT_EQ(Formatted("%#D|", kStamp), "20261113091507+0000|");
 }
 
-TEST_F(FormatDateTest, CompactStampsNeedRoom) {
+TEST_F(FormatDateTest, CompactStampsNeedSpace) {
   EXPECT_EQ(Cut(20, "%#D", kStamp), "");
   EXPECT_EQ(Cut(21, "%#D", kStamp), "20261113091507+0130");
   EXPECT_EQ(Cut(16, "%#Z", kStamp), "");

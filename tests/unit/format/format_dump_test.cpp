@@ -79,7 +79,7 @@ TEST_F(FormatDumpTest, EveryCharacterOfTheAlphabets) {
   EXPECT_EQ(Base64(true, data), common + "-_");
 }
 
-TEST_F(FormatDumpTest, Base64HasNoUseForWidthsAndModifiers) {
+TEST_F(FormatDumpTest, Base64IgnoresWidthsAndModifiers) {
   EXPECT_EQ(Formatted("%20.*p{b}|%-20.*p{b:^}|%+.*p{b}|", 2, "fo", 2, "fo", 2, "fo"), "Zm8=|Zm8=|Zm8=|");
   EXPECT_EQ(Formatted("%*p{b}|%*.*p{b}|%.*p{b}|", 3, "foo", 2, 3, "foo", 3, nullptr), "Zm9v|Zm8=||");
   EXPECT_EQ(Formatted("%.3p{b}|%p{b}|", "foobar", "foo"), "Zm9|Zm9v|");

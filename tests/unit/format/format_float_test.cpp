@@ -53,7 +53,7 @@ TEST_F(FormatFloatTest, Shortest) {
   EXPECT_EQ(Formatted("%#.3g|%#.5g|%#.9g", 1.0, 1.0, 1e10), "1.0|1.000|1.0000000");
 }
 
-TEST_F(FormatFloatTest, ThePrecisionIsAlsoTheMostBytes) {
+TEST_F(FormatFloatTest, ThePrecisionAlsoLimitsTheBytes) {
   EXPECT_EQ(Formatted("%.2f|%.3f|%.9f|%.0f|%.f|", 3.14159, 3.14159, 3.14159, 3.14159, 3.14159),
             "3.|3.1|3.1415900|||");
   EXPECT_EQ(Formatted("%.3e|%.0e|%.0g|", 3.14159, 3.14159, 3.14159), "3.1|||");
@@ -110,7 +110,7 @@ TEST_F(FormatFloatTest, Grouping) {
   EXPECT_EQ(Formatted("%'f", 1e22), "10,000,000,000,000,000,000,000.000000");
 }
 
-TEST_F(FormatFloatTest, ModifiersLeaveNumbersAlone) {
+TEST_F(FormatFloatTest, ModifiersDoNotChangeNumbers) {
   EXPECT_EQ(Formatted("%f{:^~}|%e{:^}|%5g{:&}", 1.5, 1.5, 1.5), "1.500000|1.500000e+00|  1.5");
 }
 
@@ -226,7 +226,7 @@ void CheckPlaces(double value, uint32_t places) {
       << places << " places of " << Describe(value, number);
 }
 
-TEST_F(FormatFloatTest, TheJudgeKnowsRightFromWrong) {
+TEST_F(FormatFloatTest, TheExactCheckRejectsWrongDigits) {
   DecimalDigits number{0, 2, {'2', '5'}};
   EXPECT_TRUE(IsNearest(2.5, number, -1));
   EXPECT_FALSE(IsNearest(2.5, number, 0));
@@ -334,7 +334,7 @@ TEST_F(FormatFloatTest, DigitsNearPowersOfTenAreExact) {
   }
 }
 
-TEST_F(FormatFloatTest, SeventeenDigitsBringEveryNumberBack) {
+TEST_F(FormatFloatTest, SeventeenDigitsIdentifyEveryNumber) {
   Random random(RunSeed());
   char text[64];
   const auto format = FormatString.Get();

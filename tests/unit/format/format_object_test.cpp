@@ -82,7 +82,7 @@ TEST_F(FormatObjectTest, AnObjectWritesItsTextIntoTheOutput) {
   EXPECT_EQ(speaker.copies[3].conversion, static_cast<unsigned>('O'));
 }
 
-TEST_F(FormatObjectTest, WidthAndPrecisionAreItsRoom) {
+TEST_F(FormatObjectTest, WidthAndPrecisionLimitItsText) {
   Speaker speaker("abcdef");
   EXPECT_EQ(
       Formatted("%3O|%.2O|%3.2O|%2.3O|%9O|%.9O|", &speaker, &speaker, &speaker, &speaker, &speaker, &speaker),
@@ -107,7 +107,7 @@ TEST_F(FormatObjectTest, AnObjectThatClaimsTooMuchIsCut) {
   EXPECT_STREQ(text, "YYY");
 }
 
-TEST_F(FormatObjectTest, AnObjectThatShrinksMeanwhileIsTakenAsItIs) {
+TEST_F(FormatObjectTest, AnObjectThatShrinksMeanwhileIsWrittenAsItIs) {
   Speaker speaker("abc");
   speaker.header.ops.CopyText = [](Object*, char* buffer, unsigned, int, const char*, unsigned) -> unsigned {
     if (!buffer) return 6;
@@ -117,7 +117,7 @@ TEST_F(FormatObjectTest, AnObjectThatShrinksMeanwhileIsTakenAsItIs) {
   EXPECT_EQ(Formatted("%O{:^}|%-5O|", &speaker, &speaker), "ABC|abc  |");
 }
 
-TEST_F(FormatObjectTest, ATextToBeChangedIsAskedForFirst) {
+TEST_F(FormatObjectTest, ATextToChangeIsFirstAskedForAsPrintableText) {
   Speaker speaker("copied");
   speaker.printable = "a<b c";
   EXPECT_EQ(Formatted("%O{:&}", &speaker), "a%lt;b c");
@@ -159,7 +159,7 @@ TEST_F(FormatObjectTest, MissingOperationsCountAsNoBytes) {
   EXPECT_EQ(Formatted("%O{:^}|%O|%5O|%-5O|", &speaker, &speaker, &speaker, &speaker), "|||     |");
 }
 
-TEST_F(FormatObjectTest, AnEmptyTextTakesNoMemory) {
+TEST_F(FormatObjectTest, AnEmptyTextNeedsNoMemory) {
   Speaker speaker("");
   TheRig().On<::HeapAlloc>([](HANDLE, DWORD, SIZE_T) -> LPVOID {
     ADD_FAILURE() << "memory for nothing";

@@ -19,7 +19,7 @@ TEST_F(FormatParseTest, OrdinaryTextIsCopied) {
   EXPECT_EQ(Formatted("\x01\x7F\x80\xFF{}$"), "\x01\x7F\x80\xFF{}$");
 }
 
-TEST_F(FormatParseTest, NothingBehindAFormatIsRead) {
+TEST_F(FormatParseTest, NothingAfterAFormatIsRead) {
   // The format ends where its memory ends, at every alignment.
   for (size_t length = 0; length < 40; ++length) {
     const auto format = rig::GuardedBuffer::Of(std::string(length, 'y'));
@@ -55,7 +55,7 @@ TEST_F(FormatParseTest, ABufferOfNoBytesReceivesNothing) {
   EXPECT_EQ(untouched, 'u');
 }
 
-TEST_F(FormatParseTest, NothingBehindTheTextIsTouched) {
+TEST_F(FormatParseTest, NothingAfterTheTextIsTouched) {
   for (unsigned length = 0; length < 30; ++length) {
     const std::string text(length, 'q');
     rig::GuardedBuffer buffer(64);
@@ -89,7 +89,7 @@ TEST_F(FormatParseTest, PercentSigns) {
   EXPECT_EQ(Formatted("%.0%|%.1%"), "|%");
 }
 
-TEST_F(FormatParseTest, OtherLettersStandForThemselvesAndTakeNoArgument) {
+TEST_F(FormatParseTest, OtherLettersAreWrittenAndTakeNoArgument) {
   for (char letter : std::string("BCIJKLMNQRUVWYbjkmnqrvwy!\"&(){}/:;<=>?@[\\]^_`|~")) {
     const std::string format = std::string("<%") + letter + ">%d";
     if (letter == 'I') continue;
@@ -156,7 +156,7 @@ TEST_F(FormatParseTest, WidthsFromArguments) {
   EXPECT_EQ(Formatted("%*d|", 0x7000000000000005LL, 42), "   42|");
 }
 
-TEST_F(FormatParseTest, PrecisionsAreTheMostBytesOfAConversion) {
+TEST_F(FormatParseTest, PrecisionsLimitTheBytesOfAConversion) {
   EXPECT_EQ(Formatted("%.3d", 12345), "123");
   EXPECT_EQ(Formatted("%.3d", -12345), "-12");
   EXPECT_EQ(Formatted("%.1d", -12345), "-");
@@ -253,7 +253,7 @@ TEST_F(FormatParseTest, BracesSelectVariants) {
   EXPECT_EQ(Formatted("%p{{}%d", nullptr, 7), "{7");
 }
 
-TEST_F(FormatParseTest, BehindOtherLettersTheBraceLetterIsIgnored) {
+TEST_F(FormatParseTest, AfterOtherLettersTheBraceLetterIsIgnored) {
   EXPECT_EQ(Formatted("%s{s}%d", "text", 7), "text7");
   EXPECT_EQ(Formatted("%i{z}%d", 5, 7), "57");
   EXPECT_EQ(Formatted("%u{z}%o{T}%d", 5, 8, 7), "5107");
@@ -267,7 +267,7 @@ TEST_F(FormatParseTest, BehindOtherLettersTheBraceLetterIsIgnored) {
   EXPECT_EQ(Formatted("%s{<:}", "a<b"), "a<b");
 }
 
-TEST_F(FormatParseTest, WhatIsNoBraceExtensionIsOrdinaryText) {
+TEST_F(FormatParseTest, OtherBracesAreOrdinaryText) {
   EXPECT_EQ(Formatted("%d{", 7), "7{");
   EXPECT_EQ(Formatted("%d{z", 7), "7{z");
   EXPECT_EQ(Formatted("%d{zz}", 7), "7{zz}");
@@ -294,7 +294,7 @@ TEST_F(FormatParseTest, AnOpenExtensionEndsWithTheFormat) {
   EXPECT_EQ(Formatted("%O{::abc", nullptr), "abc");
 }
 
-TEST_F(FormatParseTest, TheArgumentListIsLeftAsItWas) {
+TEST_F(FormatParseTest, TheArgumentListIsUnchanged) {
   uint64_t slots[] = {1, 2, 3};
   va_list list = reinterpret_cast<va_list>(slots);
   char text[16];

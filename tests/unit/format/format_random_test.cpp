@@ -177,7 +177,7 @@ class DirectiveMaker {
   int precision_ = -1;
 };
 
-TEST_F(FormatRandomTest, AMillionDirectivesAsTheCLibraryHasThem) {
+TEST_F(FormatRandomTest, AMillionDirectivesAsInTheCLibrary) {
   constexpr int kDirectives = 1000000;
   DirectiveMaker maker(RunSeed());
   const auto format = FormatStringV.Get();
@@ -398,7 +398,7 @@ std::string WrittenInto(unsigned size, const std::string& text, const std::vecto
   return std::string(buffer.Data(), written);
 }
 
-TEST_F(FormatRandomTest, TheQuickWayOfPlainDirectivesWritesWhatTheFullWayWrites) {
+TEST_F(FormatRandomTest, TheFastPathWritesTheSameAsTheFullPath) {
   Random random(RunSeed());
   const auto data = MakeData(random);
   FormatMaker maker(random, data.Data());
@@ -443,7 +443,7 @@ class EveryArgument {
   char* block_ = nullptr;
 };
 
-TEST_F(FormatRandomTest, NoRubbishMakesItFail) {
+TEST_F(FormatRandomTest, RandomBytesAsFormatsAreHarmless) {
   const EveryArgument argument;
   ASSERT_TRUE(argument.IsValid());
   // It also serves as an object without operations.

@@ -354,7 +354,7 @@ std::string Escaped(char modifier, const std::string& text) {
   return result;
 }
 
-TEST_F(FormatTextTest, RandomTextsAreEscapedAsTheyShould) {
+TEST_F(FormatTextTest, RandomTextsAreEscapedCorrectly) {
   Random random(RunSeed());
   const char modifiers[] = {'+', '~', '&', '@', '/'};
   for (int run = 0; run < 4000; ++run) {

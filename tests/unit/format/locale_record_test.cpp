@@ -64,7 +64,7 @@ TEST_F(LocaleRecordTest, ItIsReadOnce) {
   EXPECT_STREQ(record->months[0], "January");
 }
 
-TEST_F(LocaleRecordTest, WhatTheSystemCannotTellHasADefault) {
+TEST_F(LocaleRecordTest, FieldsThatTheSystemDoesNotReportHaveDefaults) {
   culture.clear();
   const LocaleRecord* record = UserLocale();
   EXPECT_STREQ(record->positiveSign, "+");
@@ -144,7 +144,7 @@ TEST_F(LocaleRecordTest, TheHalvesOfTheDayAreKeptWholeAndTheSeparatorsCut) {
 }
 
 // Many locales have no AM and PM, and no positive sign.
-TEST_F(LocaleRecordTest, AnEmptyAnswerStandsOnTheDateSideOnly) {
+TEST_F(LocaleRecordTest, AnEmptyAnswerIsKeptOnlyForDates) {
   for (LCTYPE type :
        {LOCALE_SPOSITIVESIGN, LOCALE_SNEGATIVESIGN, LOCALE_SDECIMAL, LOCALE_STHOUSAND, LOCALE_SCURRENCY,
         LOCALE_SGROUPING, LOCALE_SDATE, LOCALE_STIME, LOCALE_S1159, LOCALE_S2359}) {
@@ -214,7 +214,7 @@ TEST_F(LocaleDateTest, Styles) {
   }
 }
 
-TEST_F(LocaleDateTest, TheSystemIsAskedAsPromised) {
+TEST_F(LocaleDateTest, TheSystemIsCalledAsDocumented) {
   std::vector<std::string> questions;
   TheRig().On<::GetDateFormatW>(
       [&](LCID locale, DWORD flags, const SYSTEMTIME* time, LPCWSTR format, LPWSTR, int size) {

@@ -108,7 +108,7 @@ TEST_F(PathDiskTest, LettersTakeTheirCaseFromTheDisk) {
   EXPECT_EQ(TakeWideOf(PathJoin(mixed.get(), "THIRTEEN.CHAR")), base_ + L"\\MixedCas\\THIRTEEN.CHAR");
 }
 
-TEST_F(PathDiskTest, NamesBeyondAscii) {
+TEST_F(PathDiskTest, NonAsciiNames) {
   std::wstring file = base_ + L"\\\xE9t\xE9\x20AC.txt";
   std::wstring pair = base_ + L"\\\xD83D\xDE00.txt";
   MakeFile(file);
@@ -122,7 +122,7 @@ TEST_F(PathDiskTest, NamesBeyondAscii) {
   DeleteFileW(pair.c_str());
 }
 
-TEST_F(PathDiskTest, WhatIsNotThereStaysAsGiven) {
+TEST_F(PathDiskTest, MissingNamesStayUnchanged) {
   EXPECT_EQ(TakeWideOf(PathFromWide((base_ + L"\\nowhere\\MIXEDCAS\\x.y").c_str())),
             base_ + L"\\nowhere\\MIXEDCAS\\x.y");
   EXPECT_EQ(TakeWideOf(PathFromWide((base_ + L"\\MIXEDCAS\\NONE~1").c_str())), base_ + L"\\MixedCas\\NONE~1");

@@ -208,7 +208,7 @@ TEST_F(PathQueryTest, OtherSelectorsGiveNull) {
   EXPECT_EQ(record.size, 0u);
 }
 
-TEST_F(PathQueryTest, TheBufferKeepsWhatItHoldsWhenItCannotGrow) {
+TEST_F(PathQueryTest, TheBufferIsUnchangedIfItCannotGrow) {
   Record record;
   char* first = RecordBufferAppend(&record, 4);
   memcpy(first, "keep", 4);

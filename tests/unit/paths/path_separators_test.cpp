@@ -54,13 +54,13 @@ TEST_F(PathSeparatorsTest, AComponentWithASlashIsNotLookedUp) {
   EXPECT_EQ(Written(L"C:/Program Files/None/"), L"C:\\Program Files\\None");
 }
 
-TEST_F(PathSeparatorsTest, NoTextIsNoPath) {
+TEST_F(PathSeparatorsTest, NullAndEmptyTextGiveNull) {
   EXPECT_EQ(PathFromWrittenWide(nullptr), nullptr);
   EXPECT_EQ(PathFromWrittenUtf8(nullptr), nullptr);
   EXPECT_EQ(Written(L""), L"(null)");
 }
 
-TEST_F(PathSeparatorsTest, CharactersThatNoNameHoldsAreNotLookedUp) {
+TEST_F(PathSeparatorsTest, NamesWithInvalidCharactersAreNotLookedUp) {
   path_test::MadeUpDisk disk;
   for (const wchar_t* bad :
        {L"D?TA", L"D<TA", L"D>TA", L"D\"TA", L"D|TA", L"D:TA", L"D/TA", L"D\x1FTA", L"D\x01"}) {

@@ -209,7 +209,7 @@ TEST_F(PathTest, TheLayoutOfANodeIsFixed) {
   EXPECT_NE(path->ops.Query, nullptr);
 }
 
-TEST_F(PathTest, NoTextReservesRoom) {
+TEST_F(PathTest, NullTextReservesZeroBytes) {
   EXPECT_EQ(PathMake(nullptr, nullptr, -1), nullptr);
   EXPECT_EQ(PathMake(nullptr, nullptr, INT_MIN), nullptr);
   Path parent("C:\\");
@@ -233,7 +233,7 @@ TEST_F(PathTest, OnlyARootIsAbsorbed) {
   EXPECT_EQ(TakeNodes(MakeCounted(node.get(), "x")), "\\r|C:\\|\\x");
 }
 
-TEST_F(PathTest, LengthsThatCannotBeHadGiveNull) {
+TEST_F(PathTest, LengthsThatAreTooLargeGiveNull) {
   Path parent("C:\\Data");
   EXPECT_EQ(PathMake(nullptr, "x", INT_MAX), nullptr);
   EXPECT_EQ(PathMake(parent.get(), "x", INT_MAX - 1), nullptr);

@@ -153,7 +153,7 @@ TEST_F(PathTextTest, AJoinOntoABareDrive) {
   EXPECT_EQ(TakeWideOf(MakeCounted(drive.get(), "Data")), L"C:\\Data");
 }
 
-TEST_F(PathTextTest, ConversionAsksForTheRightRoomFromTheLastNodeOn) {
+TEST_F(PathTextTest, ConversionUsesTheRightSizesFromTheLastNodeOn) {
   std::vector<SIZE_T> sizes;
   std::vector<std::tuple<UINT, DWORD, std::string, int>> asked;
   Path path(MakeRawChain({"\\\xC3\xA9\\", "\\two", "\\\xE2\x82\xAC"}));
@@ -173,7 +173,7 @@ TEST_F(PathTextTest, ConversionAsksForTheRightRoomFromTheLastNodeOn) {
                                                                            {CP_UTF8, 0, "\\\xC3\xA9", 3}}));
 }
 
-TEST_F(PathTextTest, EveryLengthAndPlaceOfABeyondAsciiByteConverts) {
+TEST_F(PathTextTest, ConvertsANonAsciiByteAtEveryPlaceOfEveryLength) {
   for (size_t length = 1; length <= 36; ++length) {
     std::string ascii = "\\";
     for (size_t i = 1; i < length; ++i) ascii += static_cast<char>(' ' + i);
@@ -188,7 +188,7 @@ TEST_F(PathTextTest, EveryLengthAndPlaceOfABeyondAsciiByteConverts) {
   }
 }
 
-TEST_F(PathTextTest, TotalsThatOverflowCannotBeGivenOut) {
+TEST_F(PathTextTest, TotalsThatOverflowCannotBeConverted) {
   Path root("\\x");
   Path leaf(MakeCounted(root.get(), "y"));
   root->length = INT_MAX - 20;

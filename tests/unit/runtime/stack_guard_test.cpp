@@ -26,7 +26,7 @@ TEST_F(StackGuardTest, IsChosenWhenTheLibraryIsLoaded) {
   EXPECT_NE(Guard(), 0u);
 }
 
-TEST_F(StackGuardTest, ALibraryThatTheLoaderPassesOverChoosesItself) {
+TEST_F(StackGuardTest, TheLibraryChoosesIfTheLoaderDidNot) {
   // A loader that does not know the guard leaves it unchanged.
   auto* guard = static_cast<uint64_t*>(rig::FindInternal("__stack_chk_guard"));
   auto choose = reinterpret_cast<void (*)()>(rig::FindInternal("ChooseStackGuard"));
