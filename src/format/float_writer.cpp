@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Digits behind the point where the directive has no precision.
+/// Digits after the point if the directive has no precision.
 constexpr uint32_t kDefaultPrecision = 6;
 
 uint32_t FieldLength(const char* field) {
@@ -21,19 +21,20 @@ struct Layout {
   const char* sign;
   uint32_t signLength;
   const char* digits;
-  uint32_t wholeDigits;  ///< digits before the point; none is written as one zero
-  uint32_t wholeZeros;   ///< zeros behind them
-  bool grouped;          ///< the locale's separators stand between those
+  uint32_t wholeDigits;  ///< digits before the point; if there are none, one zero is written
+  uint32_t wholeZeros;   ///< zeros after them
+  bool grouped;          ///< true if the locale's separators group them
   const char* point;
   uint32_t pointLength;
-  uint64_t leadingZeros;    ///< zeros behind the point
-  uint32_t fractionDigits;  ///< digits behind them
-  uint64_t trailingZeros;   ///< zeros behind them
+  uint64_t leadingZeros;    ///< zeros after the point
+  uint32_t fractionDigits;  ///< digits after them
+  uint64_t trailingZeros;   ///< zeros after them
   char exponent[8];         ///< "e+00"
   uint32_t exponentLength;
 };
 
-/// Writes the parts in their order, between blanks, or with zeros after the sign if `zeroPad` says so.
+/// Writes the parts in order, padded with blanks, or with zeros after the sign if `zeroPad` is true and
+/// `left` is not.
 void WriteParts(Output* output, const Layout& layout, uint64_t padding, bool zeroPad, bool left) {
   if (!left && !zeroPad) output->Fill(' ', padding);
   output->Put(layout.sign, layout.signLength);
@@ -54,7 +55,7 @@ void WriteParts(Output* output, const Layout& layout, uint64_t padding, bool zer
   if (left) output->Fill(' ', padding);
 }
 
-/// Divides the digits of `number` into those before the point and `places` behind it.
+/// Divides the digits of `number` into those before the point and `places` after it.
 [[gnu::noinline]] void LayOutFixed(const DecimalDigits& number, uint64_t places, Layout* layout) {
   const int32_t exponent = number.exponent;
   const uint32_t before = exponent >= 0 ? static_cast<uint32_t>(exponent) + 1 : 0;
@@ -68,7 +69,7 @@ void WriteParts(Output* output, const Layout& layout, uint64_t padding, bool zer
   layout->trailingZeros = left - layout->fractionDigits;
 }
 
-/// One digit before the point, `places` behind it, and the exponent.
+/// Lays out one digit before the point, `places` after it, and the exponent.
 [[gnu::noinline]] void LayOutExponent(const DecimalDigits& number, uint64_t places, bool capital,
                                       Layout* layout) {
   layout->wholeDigits = 1;
@@ -86,8 +87,8 @@ void WriteParts(Output* output, const Layout& layout, uint64_t padding, bool zer
   layout->exponentLength = 2 + exponentDigits;
 }
 
-/// Lays out the number by the rules of "%f" (`form` 'f'), "%e" or "%g", and returns how many places behind
-/// the point it has. `number` receives the digits.
+/// Lays out the number by the rules of "%f" (`form` 'f'), "%e" or "%g", and returns its number of digits
+/// after the point. `number` receives the digits.
 uint64_t LayOut(double magnitude, char form, bool capital, const Directive& directive, DecimalDigits* number,
                 Layout* layout) {
   const uint64_t precision = directive.precision == kNoPrecision ? kDefaultPrecision : directive.precision;
@@ -138,7 +139,7 @@ void WriteFinite(Output* output, double magnitude, char form, bool capital, cons
   layout.grouped = (directive.flags & kGroup) && before > 1;
   uint64_t length =
       layout.signLength + (before > 0 ? before : 1) + layout.pointLength + places + layout.exponentLength;
-  // Zeros behind the digits are digits that were found to be zeros, so they are still there to be grouped.
+  // A zero after the digits is a digit that was found to be zero, so it is grouped too.
   if (layout.grouped) length += GroupedLength(before) - before;
 
   const uint64_t padding = directive.width > length ? directive.width - length : 0;
@@ -147,7 +148,7 @@ void WriteFinite(Output* output, double magnitude, char form, bool capital, cons
   WriteParts(output, layout, padding, zeroPad, left);
 }
 
-/// Writes "nan", or "inf" behind the locale's sign or a blank; as in C never padded with zeros.
+/// Writes "nan", or "inf" after the locale's sign or a blank; as in C never padded with zeros.
 [[gnu::cold]] void WriteSpecial(Output* output, double value, bool capital, const Directive& directive) {
   constexpr uint32_t kWordLength = 3;
   char text[kLocaleFieldSize + kWordLength];

@@ -6,6 +6,6 @@
 #include "format/output.h"
 
 /// Writes `value` in the form of the directive's letter, padded to its width. The decimal point is the
-/// locale's; "," and "'" group the digits before it. NaN is "nan" without a sign. Infinities begin with the
-/// locale's negative sign or, where the flags ask for it, its positive sign or a blank.
+/// locale's; "," and "'" group the digits before it. NaN is "nan" without a sign. An infinity begins with the
+/// locale's negative sign or, if the flags ask for it, with its positive sign or a blank.
 void WriteFloat(Output* output, double value, const Directive& directive);
