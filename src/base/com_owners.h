@@ -51,8 +51,8 @@ class ComPtr {
   Interface* operator->() const { return pointer_; }
   /// True if something is held.
   explicit operator bool() const { return pointer_ != nullptr; }
-  /// Where a call stores the interface that it returns; the rule of Unique::put applies. Releases what was
-  /// held before.
+  /// Returns the address at which a call stores an interface; the rule of Unique::put applies. Releases what
+  /// was held before.
   Interface** put() {
     reset();
     return &pointer_;

@@ -32,7 +32,7 @@ class Unique {
   Value get() const { return value_; }
   /// True if something is held.
   explicit operator bool() const { return value_ != Traits::Empty(); }
-  /// Where a call stores the resource that it returns. Releases what was held before.
+  /// Returns the address at which a call stores a resource. Releases what was held before.
   ///
   /// The rule for every such call, here and in ComPtr: nobody owns what a failing call stores there. It is
   /// neither used nor released. So call `keep` right after it:

@@ -1,5 +1,5 @@
-// What exists at a path, moving it, and creating its folders. Used by the upgrade actions and by a path's
-// `Query` when asked for a walker. Results are codes of base/status.h; a null path gives
+// Checks what exists at a path, moves files and folders, and creates folders. Used by the upgrade actions and
+// by a path's `Query` when asked for a walker. Results are codes of base/status.h; a null path gives
 // kStatusMissingArgument, a path that cannot be converted kStatusNoMemory.
 #pragma once
 

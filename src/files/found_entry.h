@@ -1,6 +1,6 @@
-// What a search says about the entry that it found: whether it is a folder, and whether it is the entry that
-// was looked for. A look-up can find another entry: Windows also finds an entry by its short (8.3) name, and
-// drops dots and blanks at the end of a name. Used by code that looks up or lists entries.
+// Tests of an entry that a search found: is it a folder or a link, and is it the entry that was looked for? A
+// look-up can find another entry: Windows also finds an entry by its short (8.3) name, and drops dots and
+// blanks at the end of a name. Used by code that looks up or lists entries.
 #pragma once
 
 #include <windows.h>

@@ -104,7 +104,7 @@ constexpr int kRoamingData = CSIDL_APPDATA;
 constexpr int kLocalData = CSIDL_LOCAL_APPDATA;
 constexpr int kAllUsersData = CSIDL_COMMON_APPDATA;
 
-// One way to find a folder; the resolvers of a rule are tried in order.
+// One way to find a folder.
 struct Resolver {
   Question* ask = nullptr;
   const void* argument = nullptr;

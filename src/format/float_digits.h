@@ -9,7 +9,7 @@ constexpr uint32_t kMaxExactDigits = 767;
 /// The most digits after the point that the exact value of a double has.
 constexpr uint32_t kMaxFractionDigits = 1074;
 
-/// A decimal number: digits[0].digits[1]digits[2]... times 10^exponent. Zeros follow after the last digit.
+/// A decimal number: digits[0].digits[1]digits[2]... times 10^exponent. After the last digit come zeros.
 struct DecimalDigits {
   /// The power of ten of the first digit.
   int32_t exponent;

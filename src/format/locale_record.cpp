@@ -13,7 +13,7 @@ constexpr uint32_t kBytesPerUnit = 3;
 constexpr uint32_t kHalves = 2;
 constexpr uint32_t kNames = kHalves + 2 * (kMonths + kWeekdays);
 constexpr uint32_t kNamePoolSize = kNames * kAnswerSize * kBytesPerUnit;
-/// There is no answer; an empty answer has length 0.
+/// The length of a missing answer; an empty answer has length 0.
 constexpr uint32_t kNoAnswer = 0xFFFFFFFF;
 
 struct State {
