@@ -16,7 +16,7 @@ inline __attribute__((noinline)) void ReleaseInterfaceOutOfLine(IUnknown* object
   if (object) object->Release();
 }
 
-/// Releases one reference on a COM interface; null is ignored. Makes no call if the compiler knows that it is
+/// Releases one reference to a COM interface; null is ignored. Makes no call if the compiler knows that it is
 /// null, as in an owner that is still empty.
 inline void ReleaseInterface(IUnknown* object) {
   if (!__builtin_constant_p(object == nullptr) || object) ReleaseInterfaceOutOfLine(object);
@@ -28,13 +28,13 @@ inline BSTR AsItStands(const wchar_t* text) {
   return const_cast<BSTR>(text);
 }
 
-/// A reference on a COM interface.
+/// A reference to a COM interface.
 template <typename Interface>
 class ComPtr {
  public:
   /// Holds nothing.
   ComPtr() = default;
-  /// Takes over one reference on `pointer`.
+  /// Takes over one reference to `pointer`.
   explicit ComPtr(Interface* pointer) : pointer_(pointer) {}
   ComPtr(ComPtr&& other) : pointer_(other.release()) {}
   ComPtr& operator=(ComPtr&& other) {
@@ -65,7 +65,7 @@ class ComPtr {
     if (FAILED(result)) release();
     return SUCCEEDED(result);
   }
-  /// Releases what is held and takes over one reference on `pointer`.
+  /// Releases what is held and takes over one reference to `pointer`.
   void reset(Interface* pointer = nullptr) {
     Interface* old = pointer_;
     pointer_ = pointer;

@@ -1,8 +1,8 @@
 // The owner template. An owner holds every resource: each header that declares a resource's functions has an
 // alias for its kind.
 //
-// When an owner goes out of scope, it releases what it holds, once; an empty value is never released. A
-// resource that is not released on purpose is taken out with `release()`.
+// When an owner goes out of scope, it releases what it holds, once; an empty value is never released. Code
+// that leaves a resource unreleased on purpose calls `release()`.
 #pragma once
 
 #include <windows.h>

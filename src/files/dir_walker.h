@@ -14,9 +14,9 @@
 #include "paths/path.h"
 #include "paths/path_query.h"
 
-/// `Object::typeTag` of a walker, and the selector of `Query`. A path that names an existing folder answers
-/// kQueryWalker with the argument kWalkerConstructor by the address of DirWalkerCreate. A walker answers it,
-/// with any argument, by the address of DirWalkerNext.
+/// `Object::typeTag` of a walker, and a selector of `Query`. With the argument kWalkerConstructor, a path
+/// that names an existing folder returns the address of DirWalkerCreate. A walker returns the address of
+/// DirWalkerNext, with any argument.
 constexpr DWORD kWalkerTag = kQueryWalker;
 
 /// Bit of `DirWalker::flags`: files are returned.

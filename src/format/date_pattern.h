@@ -37,7 +37,7 @@ unsigned FormatDatePattern(char* buffer, unsigned size, const char* pattern, uns
 
 }  // extern "C"
 
-/// Like FormatDatePattern, but writes into a sink. `escape` must not be 0.
+/// Like FormatDatePattern, but writes into a sink. `escape` 0 does not mean "%" here.
 void PutDatePattern(TextSink* sink, const char* pattern, uint32_t patternLength, const BrokenDownDate& date,
                     char escape);
 

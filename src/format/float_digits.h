@@ -4,9 +4,9 @@
 
 #include <stdint.h>
 
-/// The most significant digits that the exact value of a double has.
+/// The largest number of significant digits in the exact value of a double.
 constexpr uint32_t kMaxExactDigits = 767;
-/// The most digits after the point that the exact value of a double has.
+/// The largest number of digits after the point in the exact value of a double.
 constexpr uint32_t kMaxFractionDigits = 1074;
 
 /// A decimal number: digits[0].digits[1]digits[2]... times 10^exponent. After the last digit come zeros.
@@ -26,7 +26,7 @@ extern "C" {
 void RoundToSignificant(double value, uint32_t significant, DecimalDigits* result);
 
 /// Stores the digits of a finite, non-negative double, rounded to `places` digits after the point. There may
-/// be leading zeros, and no digit is further after the point.
+/// be leading zeros; no stored digit lies beyond those places.
 void RoundToPlaces(double value, uint32_t places, DecimalDigits* result);
 
 }  // extern "C"

@@ -75,7 +75,7 @@ class TextSink {
     uint32_t length;
     uint32_t taken;  ///< the bytes of the text that it replaces
   };
-  /// Stores the written form of the unit at `at` in `unit`; `left` bytes of the text are left.
+  /// Stores the written form of the unit at `at` in `unit`; `left` bytes of the text remain.
   void Translate(const uint8_t* at, uint32_t left, Unit* unit);
 
   Output* output_;

@@ -49,7 +49,7 @@ class TreeCopyLossTest : public tree_test::TreeTest, public testing::WithParamIn
   bool KeepsAside() const { return strchr(GetParam().options, 'b') != nullptr; }
   bool Overwrites() const { return strchr(GetParam().options, 'o') != nullptr; }
 
-  /// Checks where the files are. `half` is a file of the target of which the failing call itself left a half.
+  /// Checks where the files are. `half` is a target file that the failing call itself left half written.
   void CheckNothingLost(const std::wstring& half = L"") {
     Tree all = TreeOf(folder_.Path());
     for (const auto& [name, contents] : kSource) {

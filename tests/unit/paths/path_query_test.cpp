@@ -1,4 +1,5 @@
-// A path's answers to `Query`: it stores in and reads from record buffers, and answers no other selectors.
+// A path's answers to `Query`: it stores in and reads from record buffers, offers a walker over an existing
+// folder, and answers no other selectors.
 
 #include "paths/path_query.h"
 
