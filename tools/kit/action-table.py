@@ -26,8 +26,8 @@ GUIDE = "docs/authoring.md"
 PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
 
 
-def link(name):
-    return f"[{name}](actions.md#{name.lower()})"
+def link(kit, name):
+    return f"[{name}]({kit.pages.get(name, 'actions.md')}#{name.lower()})"
 
 
 def number_of(name):
@@ -83,7 +83,7 @@ def actions_part(kit):
                 continue
             placed = [row for row in fragment.rows if row.action == name]
             conditions = list(dict.fromkeys(row.condition for row in placed))
-            rows.append([link(action["DllEntry"]), f"`{name}`", f"`{fragment.name}`", runs_as(action),
+            rows.append([link(kit, action["DllEntry"]), f"`{name}`", f"`{fragment.name}`", runs_as(action),
                          "checked" if action.get("Return", "check") == "check" else "ignored",
                          ", ".join(place_of(row) for row in placed),
                          ", ".join(f"`{condition}`" if condition else "always" for condition in conditions),
@@ -203,7 +203,7 @@ def notices_part(kit):
         for fragment in kit.fragments.values():
             if number in fragment.errors:
                 element = fragment.root.find(f".//Error[@Id='{number}']")
-                rows.append([number, link(sender), f"`{fragment.name}`", element.text.strip()])
+                rows.append([number, link(kit, sender), f"`{fragment.name}`", element.text.strip()])
     return table(["Number", "Sent by", "Fragment", "Text"], rows)
 
 

@@ -1,4 +1,4 @@
-"""The examples of docs/actions.md: what the fragments in packages/ have for each entry point, word by word, so that page
+"""The examples of docs/actions.md and of the pages in docs/actions/: what the fragments in packages/ have for each entry point, word by word, so that page
 and fragments cannot say different things. For the scripts beside it, and their tests.
 
 An example is between "<!-- generated: NAME -->" and "<!-- end of NAME -->", where NAME is an entry point or
@@ -8,7 +8,8 @@ An example is between "<!-- generated: NAME -->" and "<!-- end of NAME -->", whe
 import re
 import textwrap
 
-PAGE = "docs/actions.md"
+from lint.entry_points import action_pages
+
 PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
 
 # The source of an element without others in it.
@@ -60,10 +61,14 @@ def example(kit, name):
 
 
 def examples_findings(kit, root, write):
-    """What is wrong with the examples on the page; with `write` they are written again."""
-    path = root / PAGE
+    """What is wrong with the examples on the pages; with `write` they are written again."""
+    return [finding for path in action_pages(root) for finding in page_findings(kit, root, path, write)]
+
+
+def page_findings(kit, root, path, write):
+    name_of_page = path.relative_to(root).as_posix()
     page = path.read_text(encoding="utf-8")
-    wrong = [f"{PAGE}: there is no entry point '{name}'" for _, name, _, _ in PART.findall(page)
+    wrong = [f"{name_of_page}: there is no entry point '{name}'" for _, name, _, _ in PART.findall(page)
              if name != "library" and name not in kit.sections]
     if wrong:
         return wrong
@@ -73,7 +78,7 @@ def examples_findings(kit, root, write):
     if write:
         path.write_text(new, encoding="utf-8")
         return []
-    return [f"{PAGE}: the example '{old[1]}' is not what the fragments have: tools/kit/action-table.py --write"
+    return [f"{name_of_page}: the example '{old[1]}' is not what the fragments have: tools/kit/action-table.py --write"
             for old, after in zip(PART.findall(page), PART.findall(new)) if old != after]
 
 

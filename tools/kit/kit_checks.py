@@ -10,7 +10,7 @@ from kit.package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variabl
                                read_fragments, read_jobs, read_mentions, read_models, read_notices, read_packages,
                                read_sections)
 from kit.package_runs import ANSWERS
-from lint.entry_points import LIST, PAGE, headings, listed
+from lint.entry_points import LIST, PAGE, heading_pages, listed
 
 # Entry points that install and remove the same thing: a fragment calls both or neither.
 PAIRS = [("CustomAction5", "CustomAction19"), ("CustomAction6", "CustomAction7"), ("CustomAction9", "CustomAction10"),
@@ -86,13 +86,13 @@ RIGHTS, REAL_RIGHTS = "AdminUser", "MSIUSEREALADMINDETECTION"
 
 # All input of the checks. `models` are the packages in packages/ that include a fragment, `packages` are all packages there
 # and the examples of the guide.
-Kit = namedtuple("Kit", "root exported fragments models packages sections jobs notices")
+Kit = namedtuple("Kit", "root exported fragments models packages sections jobs notices pages")
 
 
 def read_kit(root):
     fragments = read_fragments(root)
     return Kit(root, list(listed(root)), fragments, read_models(root, fragments), read_packages(root, fragments),
-               read_sections(root), read_jobs(root), read_notices(root))
+               read_sections(root), read_jobs(root), read_notices(root), dict(heading_pages(root)))
 
 
 def kind_of(action):
@@ -132,10 +132,10 @@ def check_names(kit):
     exported = set(kit.exported)
     called = {name for fragment in kit.fragments.values() for name in fragment.entry_points()}
     yield from (f"{name}: {LIST} lists it, but no fragment calls it" for name in kit.exported if name not in called)
-    described = set(headings(kit.root)) & set(kit.jobs)
+    described = set(kit.pages) & set(kit.jobs)
     yield from (f"{name}: {LIST} lists it, but {PAGE} does not describe it" for name in kit.exported
                 if name not in described)
-    pages = sorted((kit.root / "docs").glob("*.md")) + sorted((kit.root / "packages").rglob("*.wx?"))
+    pages = sorted((kit.root / "docs").rglob("*.md")) + sorted((kit.root / "packages").rglob("*.wx?"))
     for path in pages:
         yield from (f"{path.relative_to(kit.root)}: {name} is not exported"
                     for name in sorted(read_mentions(path) - exported))

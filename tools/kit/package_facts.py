@@ -12,7 +12,7 @@ from collections import namedtuple
 from pathlib import Path
 
 from kit.guide_examples import examples
-from lint.entry_points import NAME, PAGE, page_lines
+from lint.entry_points import NAME, page_lines
 
 # The facts about an entry point in docs/actions.md: the names in the rows "Reads" and "Writes" of its section.
 Section = namedtuple("Section", "reads writes")
@@ -231,13 +231,13 @@ def read_sections(root):
 
 
 def read_jobs(root):
-    """The job of each entry point, from the page's summary table."""
+    """The job of each entry point, from the index's summary table."""
     return {match[1]: match[2] for line in page_lines(root)
-            if (match := re.match(r"\| \[(CustomAction\d+)\]\(#\w+\) \| (.*?) \|", line))}
+            if (match := re.match(r"\| \[(CustomAction\d+)\]\([\w/.]*#\w+\) \| (.*?) \|", line))}
 
 
 def read_notices(root):
-    """The numbers in the page's table of notices, each with the entry point that sends it."""
+    """The numbers in the index's table of notices, each with the entry point that sends it."""
     return {match[1]: match[2] for line in page_lines(root)
             if (match := re.match(r"\| (\d{5}) \| \[(CustomAction\d+)\]", line))}
 

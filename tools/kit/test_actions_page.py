@@ -11,7 +11,6 @@ ROOT = TOOLS.parent
 EXAMPLES = load_script("kit/action_examples.py")
 PACKAGE = load_script("kit/package.py")
 CHECKS = load_script("kit/kit_checks.py")
-PAGE = ROOT / EXAMPLES.PAGE
 
 # The package into which each example is put, so that it compiles.
 PACKAGE_TEXT = """<?xml version="1.0" encoding="utf-8"?>
@@ -55,7 +54,7 @@ class PageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.kit = CHECKS.read_kit(ROOT)
-        cls.page = PAGE.read_text(encoding="utf-8")
+        cls.page = "\n".join(page.read_text(encoding="utf-8") for page in EXAMPLES.action_pages(ROOT))
         cls.blocks = list(EXAMPLES.blocks(cls.page))
         # The elements of the fragments and the models for each action and each place.
         cls.known = {"CustomAction": {}, "Custom": {}}
@@ -139,6 +138,7 @@ class FindingsTest(TreeTest):
 
     script = "kit/action-table.py"
 
+    INDEX, PAGE = "docs/actions.md", "docs/actions/some.md"
     FRAGMENT = """<!--
   CustomAction5, CustomAction16: the list.
 -->
@@ -186,9 +186,9 @@ class FindingsTest(TreeTest):
 
     def findings(self, examples, write=False):
         page = self.page(examples)
-        self.write({EXAMPLES.PAGE: page, "packages/list.wxi": self.FRAGMENT, "src/frame/entry_points.def": ""})
+        self.write({self.INDEX: "# Actions\n", self.PAGE: page, "packages/list.wxi": self.FRAGMENT, "src/frame/entry_points.def": ""})
         found = EXAMPLES.examples_findings(CHECKS.read_kit(self.root), self.root, write)
-        return found, (self.root / EXAMPLES.PAGE).read_text(encoding="utf-8") == page
+        return found, (self.root / self.PAGE).read_text(encoding="utf-8") == page
 
     def right(self):
         return {"CustomAction5": ("`PROP_LIST`", f"```xml\n{self.LIST_EXAMPLE}```\n"),
@@ -200,20 +200,20 @@ class FindingsTest(TreeTest):
     def test_a_wrong_one(self):
         wrong = {name: (reads, text.replace("6620", "6610")) for name, (reads, text) in self.right().items()}
         self.assertEqual(self.findings(wrong), ([
-            "docs/actions.md: the example 'CustomAction5' is not what the fragments have: tools/kit/action-table.py --write"],
+            f"{self.PAGE}: the example 'CustomAction5' is not what the fragments have: tools/kit/action-table.py --write"],
             True))
 
     def test_written(self):
         empty = {name: (reads, "") for name, (reads, _) in self.right().items()}
         self.assertEqual(self.findings(empty, write=True), ([], False))
-        self.assertEqual((self.root / EXAMPLES.PAGE).read_text(encoding="utf-8"), self.page(self.right()))
+        self.assertEqual((self.root / self.PAGE).read_text(encoding="utf-8"), self.page(self.right()))
 
     def test_unknown_entry_point(self):
         page = self.page(self.right()).replace("end of CustomAction5 ", "end of CustomAction6 ").replace(
             "generated: CustomAction5 ", "generated: CustomAction6 ")
-        self.write({EXAMPLES.PAGE: page, "packages/list.wxi": self.FRAGMENT, "src/frame/entry_points.def": ""})
+        self.write({self.INDEX: "# Actions\n", self.PAGE: page, "packages/list.wxi": self.FRAGMENT, "src/frame/entry_points.def": ""})
         self.assertEqual(EXAMPLES.examples_findings(CHECKS.read_kit(self.root), self.root, True),
-                         ["docs/actions.md: there is no entry point 'CustomAction6'"])
+                         [f"{self.PAGE}: there is no entry point 'CustomAction6'"])
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
-"""Reads the entry points of the library where they are named: the list of exports, the functions in src/, and the page
-for package authors. For the scripts beside it."""
+"""Reads the entry points of the library where they are named: the list of exports, the functions in src/, and the pages
+for package authors: docs/actions.md, the index, and the pages in docs/actions/ with a section for each entry point. For the
+scripts beside it."""
 
 import re
 
@@ -7,6 +8,7 @@ from lint.cpp_tokens import tokenize
 
 LIST = "src/frame/entry_points.def"
 PAGE = "docs/actions.md"
+SECTIONS = "docs/actions"
 NAME = re.compile(r"CustomAction\d+")
 
 
@@ -38,25 +40,46 @@ def defined(root):
                     break
 
 
-def page_lines(root):
-    """The page's lines outside of code blocks."""
+def action_pages(root):
+    """The pages for package authors: the index first."""
+    return [root / PAGE, *sorted((root / SECTIONS).glob("*.md"))]
+
+
+def lines_of(page):
+    """A page's lines outside of code blocks."""
     fenced = False
-    for line in (root / PAGE).read_text(encoding="utf-8").splitlines():
+    for line in page.read_text(encoding="utf-8").splitlines():
         if line.lstrip().startswith("```"):
             fenced = not fenced
         elif not fenced:
             yield line
 
 
+def page_lines(root):
+    """The lines of all these pages outside of code blocks."""
+    for page in action_pages(root):
+        yield from lines_of(page)
+
+
+def heading_pages(root):
+    """(entry point, name of the page as seen from docs/) of each section about one."""
+    for page in action_pages(root):
+        for line in lines_of(page):
+            if match := re.match(r"## (CustomAction\d+)\b", line):
+                yield match[1], page.relative_to(root / "docs").as_posix()
+
+
 def headings(root):
     """The entry points that have a section of their own."""
-    return (match.group(1) for line in page_lines(root) if (match := re.match(r"## (CustomAction\d+)\b", line)))
+    return (name for name, _ in heading_pages(root))
 
 
 def rows(root):
-    """The entry points in the page's summary table."""
-    for line in page_lines(root):
-        match = re.match(r"\| \[(CustomAction\d+)\]\(#(\w+)\) \|", line)
-        if match:
+    """The entry points in the index's summary table."""
+    pages = dict(heading_pages(root))
+    for line in lines_of(root / PAGE):
+        if match := re.match(r"\| \[(CustomAction\d+)\]\(([\w/.]*)#(\w+)\) \|", line):
+            name, page, anchor = match.groups()
             # A link that leads elsewhere names no entry point.
-            yield match.group(1) if match.group(2) == match.group(1).lower() else f"{match.group(1)}#{match.group(2)}"
+            right = anchor == name.lower() and (page or "actions.md") == pages.get(name, page or "actions.md")
+            yield name if right else f"{name} with a link to {page}#{anchor}"

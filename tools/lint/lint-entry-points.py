@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Checks that the list of entry points, the functions in src/ and the page for package authors agree.
+"""Checks that the list of entry points, the functions in src/ and the pages for package authors agree.
 
     tools/lint/lint-entry-points.py [ROOT]
 
-src/frame/entry_points.def, the functions CustomActionN that are defined in src/, and docs/actions.md (a
-heading "## CustomActionN" and a row "| [CustomActionN](#customactionn) |" of its summary table) must name the
-same entry points, each once. Prints a line for each finding; the exit code is 1 when there is one.
+src/frame/entry_points.def, the functions CustomActionN that are defined in src/, the sections "## CustomActionN" of the
+pages in docs/actions/, and the rows "| [CustomActionN](actions/PAGE.md#customactionn) |" of the summary table in
+docs/actions.md must name the same entry points, each once. Prints a line for each finding; the exit code is 1 when there is one.
 """
 
 import sys
@@ -13,13 +13,13 @@ from collections import Counter
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from lint.entry_points import LIST, PAGE, defined, headings, listed, rows
+from lint.entry_points import LIST, PAGE, SECTIONS, defined, headings, listed, rows
 from lint.lint_report import report
 
 SOURCES = [
     (f"{LIST} lists", listed),
     ("src/ defines", defined),
-    (f"{PAGE} has the heading of", headings),
+    (f"{SECTIONS} has the heading of", headings),
     (f"{PAGE} has the summary row of", rows),
 ]
 

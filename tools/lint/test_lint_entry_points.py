@@ -6,12 +6,17 @@ from support import TreeTest
 
 LIST = "src/frame/entry_points.def"
 PAGE = "docs/actions.md"
+FIRST, SECOND = "docs/actions/first.md", "docs/actions/second.md"
 
 
-def page(*names):
-    rows = "".join(f"| [{name}](#{name.lower()}) | what it does |\n" for name in names)
-    texts = "".join(f"\n## {name}\n\nText.\n" for name in names)
-    return "# Actions\n\n| Entry point | Job |\n|---|---|\n" + rows + texts
+def index(**pages):
+    """The index; `pages` say where each entry point has its section."""
+    rows = "".join(f"| [{name}](actions/{page}.md#{name.lower()}) | what it does |\n" for name, page in pages.items())
+    return "# Actions\n\n| Entry point | Job |\n|---|---|\n" + rows
+
+
+def section(name):
+    return f"# Actions of a kind\n\n## {name}\n\nText.\n"
 
 
 class EntryPointsTest(TreeTest):
@@ -26,7 +31,9 @@ class EntryPointsTest(TreeTest):
                                       'extern "C" UINT WINAPI CustomAction30(MSIHANDLE session);\n'
                                       'extern "C" UINT WINAPI CustomAction30(MSIHANDLE session) {\n'
                                       '  Log("CustomAction8() {"); CustomAction2(session); return 0;\n}\n',
-            PAGE: page("CustomAction2", "CustomAction30"),
+            PAGE: index(CustomAction2="first", CustomAction30="second"),
+            FIRST: section("CustomAction2"),
+            SECOND: section("CustomAction30"),
         })
 
     def test_agreement(self):
@@ -40,27 +47,36 @@ class EntryPointsTest(TreeTest):
         self.assert_found({"src/frame/two.cpp": 'extern "C" UINT WINAPI CustomAction2(MSIHANDLE);\n'},
                           f"CustomAction2: {LIST} lists it, but not: src/ defines")
 
-    def test_missing_on_the_page(self):
-        self.assert_found({PAGE: page("CustomAction2")},
-                          f"CustomAction30: {LIST} lists it, but not: {PAGE} has the heading of, "
+    def test_missing_on_the_pages(self):
+        self.assert_found({PAGE: index(CustomAction2="first"), SECOND: "# Nothing\n"},
+                          f"CustomAction30: {LIST} lists it, but not: docs/actions has the heading of, "
                           f"{PAGE} has the summary row of")
 
     def test_missing_row(self):
-        text = page("CustomAction2", "CustomAction30").replace("| [CustomAction30]", "| CustomAction30 [")
-        self.assert_found({PAGE: text}, f"CustomAction30: {LIST} lists it, but not: {PAGE} has the summary row of")
+        self.assert_found({PAGE: index(CustomAction2="first")},
+                          f"CustomAction30: {LIST} lists it, but not: {PAGE} has the summary row of")
 
     def test_missing_heading(self):
-        text = page("CustomAction2", "CustomAction30").replace("## CustomAction30", "### CustomAction30")
-        self.assert_found({PAGE: text}, f"CustomAction30: {LIST} lists it, but not: {PAGE} has the heading of")
+        self.assert_found({SECOND: section("CustomAction30").replace("## ", "### ")},
+                          f"CustomAction30: {LIST} lists it, but not: docs/actions has the heading of")
 
     def test_heading_in_a_code_block(self):
-        text = page("CustomAction2", "CustomAction30").replace("## CustomAction30", "```\n## CustomAction30\n```")
-        self.assert_found({PAGE: text}, f"CustomAction30: {LIST} lists it, but not: {PAGE} has the heading of")
+        self.assert_found({SECOND: "```\n## CustomAction30\n```\n"},
+                          f"CustomAction30: {LIST} lists it, but not: docs/actions has the heading of")
 
     def test_row_with_another_link(self):
-        text = page("CustomAction2", "CustomAction30").replace("#customaction30", "#customaction2")
+        text = index(CustomAction2="first", CustomAction30="second").replace("#customaction30", "#customaction2")
         self.assert_found({PAGE: text}, f"CustomAction30: {LIST} lists it, but not: {PAGE} has the summary row of",
-                          "CustomAction30#customaction2: ")
+                          "CustomAction30 with a link to actions/second.md#customaction2: ")
+
+    def test_row_with_another_page(self):
+        text = index(CustomAction2="first", CustomAction30="first")
+        self.assert_found({PAGE: text}, f"CustomAction30: {LIST} lists it, but not: {PAGE} has the summary row of",
+                          "CustomAction30 with a link to actions/first.md#customaction30: ")
+
+    def test_two_sections(self):
+        self.assert_found({FIRST: section("CustomAction2") + section("CustomAction30")},
+                          "docs/actions has the heading of CustomAction30 2 times")
 
     def test_additional_function(self):
         self.assert_found({"src/client/four.cpp": "UINT CustomAction4(MSIHANDLE session) { return 0; }\n"},

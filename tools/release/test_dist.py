@@ -88,7 +88,7 @@ class Archive(DistTest):
     def test_is_complete(self):
         archive = dist.make_release(checkout, libraries, self.folder / "out", {})
         self.assertEqual(archive.name, f"hxsetup-{VERSION}.zip")
-        expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").glob("*.md"),
+        expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").rglob("*.md"),
                     *(PROJECT / "packages").glob("*.wxi"), *(PROJECT / "packages/client").rglob("*.*"),
                     *(PROJECT / "packages/server").rglob("*.*"), *(PROJECT / "packages/other").rglob("*.*")]
         expected = {str(path.relative_to(PROJECT)) for path in expected} - {

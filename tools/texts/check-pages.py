@@ -19,7 +19,7 @@ START = "README.md"
 
 
 def pages(root):
-    return [*sorted(root.glob("*.md")), *sorted((root / "docs").glob("*.md"))]
+    return [*sorted(root.glob("*.md")), *sorted((root / "docs").rglob("*.md"))]
 
 
 def own_links(text):
