@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "rig/facts.h"
 #include "rig/print.h"
 #include "rig/rig.h"
 
@@ -106,6 +107,7 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
   }
   const size_t line = traces ? rig.trace.Begin(text) : 0;
   rig.CheckUses(declaration, words.data());
+  ObserveCall(declaration, words.data());
   const bool fails = counts && rig.CountCall(declaration, text);
   if constexpr (std::is_void_v<Result>) {
     SetLastError(errorBefore);

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "rig/crash.h"
+#include "rig/facts.h"
 #include "rig/failures.h"
 #include "rig/print.h"
 
@@ -120,7 +121,10 @@ UINT Library::CustomAction(int number, unsigned long session) const {
     Fail(file_ + " does not export " + name);
     return ~0U;
   }
-  return CallGuarded([&] { return action(session); });
+  const ObservedCall call(file_, number);
+  const UINT result = CallGuarded([&] { return action(session); });
+  call.Returned(result);
+  return result;
 }
 
 std::string Library::Where(const void* code) const {

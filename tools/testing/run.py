@@ -171,6 +171,18 @@ class Run:
             self.run_script(f"runs-{processor}", [sys.executable, ROOT / "tools/kit/check-runs.py",
                                                   *["--some"] * bool(self.request.filter), *folders])
 
+    def check_facts(self):
+        """What the entry points did in the actions level against the table of it. With a filter only a part was seen."""
+        for lane in self.lanes:
+            for program in lane.programs:
+                if program.level == "actions":
+                    folders = [self.artifacts / (program.name + again) for again in ("", "-again")]
+                    self.screen.jobs += 1
+                    self.run_script(f"facts-{program.preset}",
+                                    [sys.executable, ROOT / "tools/texts/observed-facts.py",
+                                     *["--some"] * bool(self.request.filter),
+                                     *[folder for folder in folders if folder.is_dir()]])
+
     # ---- the whole
 
     def keep_artifacts(self):
@@ -195,6 +207,8 @@ class Run:
             self.guarded(self.repeat, lane)
         if "install" in self.request.levels:
             self.check_runs()
+        if "actions" in self.request.levels:
+            self.check_facts()
         stop()
         self.keep_artifacts()
         return summary.report(self.artifacts, len(self.broken))

@@ -42,8 +42,9 @@ class RunTest(unittest.TestCase):
         self.folder = self.root / "build/.runs/1"
         self.folder.mkdir(parents=True)
         for path, text in (("tools/testing/check.py", "print('ok one\\n2 passed, 0 failed')"),
-                           ("tools/kit/check-runs.py", "import sys\nprint(*sys.argv[1:])\nprint('1 passed, 0 failed')")):
-            (self.root / path).parent.mkdir(parents=True)
+                           ("tools/kit/check-runs.py", "import sys\nprint(*sys.argv[1:])\nprint('1 passed, 0 failed')"),
+                           ("tools/texts/observed-facts.py", "import sys\nprint(*sys.argv[1:])\nprint('1 passed, 0 failed')")):
+            (self.root / path).parent.mkdir(parents=True, exist_ok=True)
             (self.root / path).write_text(f"#!/usr/bin/env python3\n{text}\n", encoding="utf-8")
             (self.root / path).chmod(0o755)
         (self.root / "tools/test_one.py").write_text(
@@ -99,10 +100,19 @@ class RunTest(unittest.TestCase):
         self.assertIn("x64: [       OK ] S.A (0 ms)", output)
         self.assertEqual(self.filters(), ["S.A"])
 
+    def test_facts_of_the_actions(self):
+        """A whole run must have seen all facts, a chosen one may have seen some."""
+        for names, options in ((None, []), ("S.A", ["--some"])):
+            with self.subTest(names):
+                self.run_tests({"actions-x64": [program(A=None)]}, Request("actions", names, "x64"))
+                said = (self.root / "build/artifacts/facts-x64/output.txt").read_text().splitlines()[0]
+                self.assertEqual(said.split(), [*options, str(self.folder / "artifacts/actions-x64")])
+
     def test_failures_on_x64_are_not_repeated(self):
         status, output, errors = self.run_tests({"actions-x64": [program(1, CRASH, A="wrong", B=None)]},
                                                 Request("actions", None, "x64"))
-        self.assertEqual((status, output[-1], errors), (1, "1 passed, 1 failed", ["actions-x64: S.A: wrong"]))
+        self.assertEqual((status, output[-1], errors), (1, "2 passed, 1 failed", [
+            "hx: facts-x64", "hx: facts-x64: done", "actions-x64: S.A: wrong"]))
         self.assertIn("x64: wrong", output)
         self.assertEqual(len(self.calls()), 1)
 
@@ -111,18 +121,20 @@ class RunTest(unittest.TestCase):
         del broken["lines"][-1]
         status, output, errors = self.run_tests({"actions-arm64": [broken, broken, program(A=None, B=None)]},
                                                 Request("actions", None, "arm64"))
-        self.assertEqual((status, errors), (0, []))
+        self.assertEqual((status, errors), (0, ["hx: facts-arm64", "hx: facts-arm64: done"]))
         again = "arm64: hx: actions tests on arm64, libraries of arm64: the emulator crashed (status 139); running them again"
         self.assertEqual(output.count(again), 2)
-        self.assertEqual(output[-4:], ["actions: 2 tests, run 2 times (arm64)", "passed only when they were run again: 1",
-                                       "  actions-arm64: S.B", "2 passed, 0 failed"])
+        self.assertEqual(output[-5:], ["actions: 2 tests, run 2 times (arm64)",
+                                       "checks of what the entry points did: 1", "passed only when they were run again: 1",
+                                       "  actions-arm64: S.B", "3 passed, 0 failed"])
 
     def test_the_emulator_crashes_three_times(self):
         broken = program(139, results=False, A=None)
         status, output, errors = self.run_tests({"actions-arm64": [broken] * 4}, Request("actions", None, "arm64"))
         self.assertEqual((status, len(self.calls())), (1, 3))
-        self.assertEqual(errors, ["actions-arm64: ended with status 139 before its last test"])
-        self.assertEqual(output[-1], "0 passed, 1 failed")
+        self.assertEqual(errors, ["hx: facts-arm64", "hx: facts-arm64: done",
+                                  "actions-arm64: ended with status 139 before its last test"])
+        self.assertEqual(output[-1], "1 passed, 1 failed")
 
     def test_failures_after_a_crash_in_another_process_run_again(self):
         status, output, errors = self.run_tests({
@@ -195,16 +207,18 @@ class RunTest(unittest.TestCase):
                  "actions-arm64", "install-arm64-others", "install-arm64-servers"]
         status, output, errors = self.run_tests({name: [program(A=None)] for name in names}, Request())
         self.assertEqual(status, 0)
-        self.assertEqual(sorted(errors), ["hx: checks", "hx: checks: done", "hx: runs-arm64", "hx: runs-arm64: done",
+        self.assertEqual(sorted(errors), ["hx: checks", "hx: checks: done", "hx: facts-arm64", "hx: facts-arm64: done",
+                                          "hx: facts-x64", "hx: facts-x64: done", "hx: runs-arm64", "hx: runs-arm64: done",
                                           "hx: runs-x64", "hx: runs-x64: done", "hx: tools", "hx: tools: done"])
-        self.assertEqual(output[-7:], [
+        self.assertEqual(output[-8:], [
             "unit: 1 test, run 4 times (arm64, arm64-checked, x64, x64-checked)",
             "actions: 1 test, run 2 times (arm64, x64)",
             "install: 1 test, run 3 times (arm64, x64)",
             "checks of files and libraries: 2",
+            "checks of what the entry points did: 2",
             "checks of the installer's runs: 2",
             "tests of the tools: 1",
-            "14 passed, 0 failed"])
+            "16 passed, 0 failed"])
         lanes = sorted(call.partition(":")[0] for call in self.calls())
         self.assertEqual(lanes, ["arm64, lane 1, 900 s", *["arm64, lane 2, 900 s"] * 3, "arm64, lane 3, 900 s",
                                  *["x64, lane 0, 900 s"] * 4])
@@ -260,14 +274,15 @@ class FrontTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name)
         (self.root / "bin").mkdir()
-        for name in ("testing", "windows", "setup"):
+        for name in ("testing", "windows", "setup", "texts"):
             (self.root / "tools" / name).mkdir(parents=True)
         for path in [TOOLS.parent / "hx", *(TOOLS / "testing").glob("*.py"), TOOLS / "windows/windows_session.py"]:
             copy = self.root / path.relative_to(TOOLS.parent)
             copy.write_bytes(path.read_bytes())
             copy.chmod(0o755)
         for path, text in (("tools/setup/setup.sh", SETUP), ("tools/windows/serve.sh", self.serve), ("bin/ninja", NINJA),
-                           ("bin/cmake", "#!/bin/sh\n")):
+                           ("bin/cmake", "#!/bin/sh\n"),
+                           ("tools/texts/observed-facts.py", "print('1 passed, 0 failed')\n")):
             (self.root / path).write_text(text)
             (self.root / path).chmod(0o755)
 
@@ -295,7 +310,7 @@ class BuildTest(FrontTest):
         listed = [line.removeprefix("x64: ") for line in output.splitlines() if "/" in line and "hx:" not in line]
         self.assertEqual(listed, ["x64-tests/action_tests.exe", "x64/hxsetup.dll", "x64/hxsetup.pdb"])
         # The made-up program leaves no results.
-        self.assertEqual(output.splitlines()[-1], "0 passed, 1 failed")
+        self.assertEqual(output.splitlines()[-1], "1 passed, 1 failed")
 
 
 class InterruptedTest(FrontTest):

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "rig/facts.h"
 #include "rig/function.h"
 #include "rig/print.h"
 
@@ -145,6 +146,7 @@ int InstallerSession::Process(INSTALLMESSAGE type, MSIHANDLE record) {
   for (const std::wstring& field : found->second.fields) {
     message.fields.push_back(ToUtf8(field));
   }
+  ObserveMessage(message.type, message.text, message.fields);
   messages_.push_back(std::move(message));
   return answer;
 }
