@@ -2,7 +2,8 @@
 """Runs all checks of files: tools/testing/check.py [FOLDER...]
 
 Checks the rules of the source tree, the links of the pages, the texts of the sources against the pages, and the entry
-points, the fragments and the pages against each other. Compiles nothing. Also checks the libraries in each FOLDER; without
+points, the fragments and the pages against each other. Compares the facts that the pages state with the places where they
+are true. Compiles nothing. Also checks the libraries in each FOLDER; without
 FOLDERs, the libraries in build/ that are not older than their sources. Prints what each check finds and, as the last line,
 "N passed, N failed"; the exit status is 0 if nothing failed.
 """
@@ -63,6 +64,7 @@ def checks(root, folders):
     found = [Check("images", [tools / "images/check-images.py", *folders])] if folders else []
     found += [Check("texts", [tools / "texts/check-texts.py", *folders]),
               Check("action-table", [tools / "kit/action-table.py"]),
+              Check("facts", [tools / "texts/check-facts.py"]),
               Check("pages", [tools / "texts/check-pages.py"])]
     return found + [Check(script.stem, [script]) for script in sorted((tools / "lint").glob("lint-*.py"))]
 

@@ -11,7 +11,7 @@ from pathlib import Path
 from support import TOOLS, load_script
 
 CHECK = load_script("testing/check.py")
-SCRIPTS = ("texts/check-texts.py", "kit/action-table.py", "texts/check-pages.py", "lint/lint-words.py")
+SCRIPTS = ("texts/check-facts.py", "texts/check-texts.py", "kit/action-table.py", "texts/check-pages.py", "lint/lint-words.py")
 
 
 class CheckTest(unittest.TestCase):
@@ -48,27 +48,27 @@ class CheckTest(unittest.TestCase):
         return sums, sorted(re.sub(r" \(.*\)$", "", output.getvalue(), flags=re.MULTILINE).splitlines())
 
     def test_each_check_runs(self):
-        self.assertEqual(self.run_checks(), ((4, 0), ["ok action-table", "ok lint-words", "ok pages", "ok texts"]))
+        self.assertEqual(self.run_checks(), ((5, 0), ["ok action-table", "ok facts", "ok lint-words", "ok pages", "ok texts"]))
 
     def test_libraries_are_checked_too(self):
         self.script("images/check-images.py", "import sys\nprint(f'{len(sys.argv) - 1} passed, 0 failed')")
         sums, lines = self.run_checks([self.library("x64", 0), self.library("arm64", 0)])
-        self.assertEqual((sums, lines[1]), ((6, 0), "ok images"))
+        self.assertEqual((sums, lines[2]), ((7, 0), "ok images"))
 
     def test_findings_are_shown(self):
         self.script("lint/lint-words.py", "print('a.h:1: wrong')\nraise SystemExit(1)")
         self.script("texts/check-texts.py",
                     "print('ok names')\nprint('FAILED codes: gone')\nprint('1 passed, 1 failed')\nraise SystemExit(1)")
         sums, lines = self.run_checks()
-        self.assertEqual(sums, (3, 2))
+        self.assertEqual(sums, (4, 2))
         self.assertEqual(lines, ["    FAILED codes: gone", "    a.h:1: wrong", "FAILED lint-words:", "FAILED texts:",
-                                 "ok action-table", "ok pages"])
+                                 "ok action-table", "ok facts", "ok pages"])
 
     def test_a_check_that_breaks_off_has_failed(self):
         self.script("texts/check-texts.py", "raise ValueError('lost')")
         self.script("kit/action-table.py", "print('3 passed, 0 failed')\nraise SystemExit(1)")
         sums, lines = self.run_checks()
-        self.assertEqual(sums, (5, 2))
+        self.assertEqual(sums, (6, 2))
         self.assertIn("    ValueError: lost", lines)
 
     def test_libraries_that_are_newer_than_their_sources(self):
@@ -101,7 +101,8 @@ class ProjectTest(unittest.TestCase):
             self.assertTrue(os.access(check.command[0], os.X_OK), check.name)
 
     def test_they_need_no_library(self):
-        self.assertEqual([check.name for check in CHECK.checks(TOOLS.parent, [])][:3], ["texts", "action-table", "pages"])
+        self.assertEqual([check.name for check in CHECK.checks(TOOLS.parent, [])][:4],
+                         ["texts", "action-table", "facts", "pages"])
         self.assertEqual(CHECK.checks(TOOLS.parent, [Path("build/x64")])[0].name, "images")
 
 

@@ -1,0 +1,209 @@
+"""The facts that pages state in sentences and tables of their own: where each is true, and what the page must say. Read by
+page_facts.py. A finding that names this file means: the page is wrong, or it says the same in other words, and then the line
+here follows.
+
+In a text, "{expression}" is a value: its names are constants and enumerators of src/, by which the text follows the source.
+"""
+
+FUNCTIONS = {
+    "grouped": "{:,}".format,
+    "word": lambda number: {5: "five", 10: "ten", 12: "twelve"}[number],
+}
+
+# ---- time limits and sizes: {page: [(text, how many times)]}. A text without an expression is a fact of Windows, of the
+# page's own example, or of the tests.
+
+MEASURES = {
+    "docs/actions.md": [
+        ("{kLogLineSize - 1} bytes", 1),
+        ("{kSettingSize} bytes", 1),            # the example of a buffer
+        ("{kLastNameSize - 1} bytes", 1),
+        ("{128 - 1} bytes", 1),                 # kShortPropertySize of notice.cpp and closing_tools.cpp; seen as buffers, too
+    ],
+    "docs/actions/client.md": [
+        ("every half second", 1),
+        ("{word(kLongestWait // 1000)} seconds", 1),
+        ("half a second", 1),
+        ("{kSettingSize} characters", 2),
+        ("{grouped(72 * 3600 * 1000)} ms", 1),
+        ("72 hours", 2),                        # the older Task Scheduler's own limit
+        ("32 bits", 2),
+        ("{grouped(2 ** 31 - 1)} ms", 1),
+        ("{word(kEmptyHeadSize)} zero bytes", 1),
+        ("{kIntervalSize} bytes", 1),
+        ("16 bits", 1),
+        ("{kExitWait // 1000} seconds", 2),
+        ("{kSettingSize - 1} bytes", 1),
+        ("{kSettingSize} bytes", 2),
+    ],
+    "docs/actions/security.md": [
+        ("1,024 characters", 1),                # the firewall's limit
+        ("{kDomainNameSize - 1} characters", 1),
+        ("{kPasswordLength} characters", 1),
+    ],
+    "docs/actions/server.md": [
+        ("{kLastNameSize - 1} bytes", 1),
+        ("{kLargestDataFolderText} bytes", 1),
+        ("{kDataFolderText} bytes", 1),
+    ],
+    "docs/architecture.md": [("{kLogLineSize - 1} bytes", 1)],
+    "docs/authoring.md": [("255 characters", 1)],  # the column Target of the table CustomAction
+    "docs/before-you-adopt.md": [("{kPasswordLength} characters", 1), ("36 bits", 1)],
+    "docs/client-upgrade.md": [
+        ("{kLongestWait // 1000} s", 7),
+        ("{(kLongestWait + kPollInterval) / 1000} s", 7),
+        ("{(3 * kLongestWait + 2 * kPollInterval) // 1000} s", 2),
+        ("{(3 * (kLongestWait + kPollInterval)) / 1000} s", 2),
+        ("every half second", 1),
+        ("{(7 * kLongestWait + 2 * (3 * kLongestWait + 2 * kPollInterval) + kPollInterval) / 1000} seconds", 1),
+        ("{grouped(72 * 3600 * 1000)} ms", 1),
+        ("{kShortSize - 1} characters", 1),
+        ("{kLongestWait // 1000} seconds", 1),
+        ("half a second", 1),
+        ("30 seconds", 1),                      # the service manager's own limit
+        ("127 bytes", 1),
+        ("{word(kEmptyHeadSize)} zero bytes", 1),
+        ("16 bits", 2),
+        ("{kIntervalSize} bytes", 2),
+        ("32 bits", 2),
+        ("{kAccountSize - 1} characters", 2),
+        ("{kShortSize - 1} bytes", 2),
+        ("72 hours", 3),
+        ("{grouped(2 ** 31 - 1)} ms", 1),
+        ("{kExitWait // 1000} seconds", 3),
+    ],
+    "docs/security.md": [("36 bits", 1), ("{word(kEmptyHeadSize)} zero bytes", 1), ("{kPasswordLength} characters", 1)],
+    "docs/server-upgrade.md": [("260 characters", 2)],
+    "docs/service-account.md": [("{kPasswordLength} characters", 1), ("20 characters", 1)],
+    "docs/troubleshooting.md": [
+        ("{kLogLineSize - 1} bytes", 1),
+        ("{kIntervalSize} bytes", 1),
+        ("{kExitWait // 1000} seconds", 1),
+        ("16 bits", 1),
+        ("{kPasswordLength} characters", 1),
+        ("20 characters", 1),                   # the longest name of an account
+        ("{word(kEmptyHeadSize)} bytes", 1),
+    ],
+}
+
+# Numbers behind "at", "before" and the like that are no places in a sequence.
+OTHER_PLACES = {"docs/authoring.md": ["5890"]}  # an action of the reader's own test
+
+# ---- codes: which words belong to each, in the order of the codes where a row has several
+
+CODE_WORDS = {
+    "TaskStep": {
+        "kStepService": r"task service", "kStepConnect": r"connect", "kStepFolder": r"root folder",
+        "kStepDefinition": r"definition", "kStepRegistrationInfo": r"registration information", "kStepAuthor": r"author",
+        "kStepSettings": r"settings as such", "kStepStartWhenAvailable": r"start when available",
+        "kStepHardTerminate": r"hard termination|(ended|ending) by force", "kStepStartOnBatteries": r"start(s|ing)? on batteries",
+        "kStepStopOnBatteries": r"(stop|go(es|ing)? on) on batteries", "kStepTimeLimit": r"time limit",
+        "kStepTriggers": r"triggers as such", "kStepLogonTrigger": r"(?<!no )(?<!not a )logon trigger",
+        "kStepLogonInterface": r"interface|(no|not a) logon trigger", "kStepLogonUser": r"\buser\b",
+        "kStepIdleSettings": r"(?<!of the )idle settings", "kStepIdleWait": r"\bwait\b",
+        "kStepDailyTrigger": r"(?<!no )(?<!not a )daily trigger",
+        "kStepDailyInterface": r"interface|(no|not a) daily trigger", "kStepDaysInterval": r"interval|days between",
+        "kStepPrincipal": r"principal", "kStepRunLevel": r"run level", "kStepActions": r"\bactions\b",
+        "kStepAction": r"(an|a new) action|making one", "kStepExecInterface": r"interface|runs no program",
+        "kStepPath": r"program's path", "kStepArguments": r"arguments", "kStepRegister": r"registration itself|registering the definition",
+        "kStepMultipleInstances": r"instances|beside one", "kStepDemandStart": r"start on demand|start(ed)? by hand",
+    },
+    "TaskAccessStep": {
+        "kAccessService": r"task service", "kAccessConnect": r"connect", "kAccessRoot": r"root folder",
+        "kAccessFolder": r"folder \"Quillfern\"|task folder", "kAccessTask": r"finding the task|no such task",
+        "kAccessUse": r"running it.*state",
+    },
+    "access": {"kAccessNoFunction": r"missing", "kAccessNoAccount": r"\baccount\b", "kAccessMissingArgument": r"\bpath\b",
+               "kAccessNoPath": r"memory"},
+    "accounts": {"kStatusNotCreated": r"function of Windows"},
+    "firewall": {"kFirewallNoCollection": r"its rules", "kFirewallNoKey": r"name of the rule"},
+    "engine": {
+        "kTreeTargetExists": r"move without o|move that (is|must) not (to )?overwrite", "kTreeNotRenamed": r"renamed",
+        "kTreeNotDeleted": r"deleted", "kTreeNotMoved": r"^the move", "kTreeNotCopied": r"copy of a file",
+        "kTreeNoSource": r"no source", "kTreeSourceIsFolder": r"folder without r|found a folder",
+        "kTreeFolderNotCreated": r"target folder",
+    },
+    "engine's status": {"kStatusNotFound": r"listed", "kStatusMissingArgument": r"fewer than three", "kStatusNoMemory": r"memory"},
+    "status": {
+        "kStatusNotCreated": r"folder could not be", "kStatusOperationFailed": r"a move, a copy or a deletion",
+        "kStatusNotFound": r"no such file or folder", "kStatusWrongKind": r"a file where a folder",
+        "kStatusMissingArgument": r"argument", "kStatusNoMemory": r"memory",
+    },
+}
+
+# (page, heading, title of the first column): (which codes, whether all of them must be there).
+CODE_TABLES = {
+    ("docs/actions/client.md", "CustomAction27", "Code"): (["TaskStep"], True),
+    ("docs/actions/security.md", "CustomAction25", "Value"): (["access"], True),
+    ("docs/client-upgrade.md", "Registering: `Task install failed:  N`", "Code"): (["TaskStep"], True),
+    ("docs/client-upgrade.md", "Running, checking and deleting", "Code"): (["TaskAccessStep"], True),
+    ("docs/server-upgrade.md", "What the engine answers", "Code"): (["engine", "engine's status"], True),
+    ("docs/troubleshooting.md", "Registering a task", "Code"): (["TaskStep"], True),
+    ("docs/troubleshooting.md", "Reaching a task", "Code"): (["TaskAccessStep"], True),
+    ("docs/troubleshooting.md", "Access to a file or folder", "Code"): (["access"], True),
+    ("docs/troubleshooting.md", "Accounts and the directory", "Code"): (["accounts"], True),
+    ("docs/troubleshooting.md", "The firewall's answers", "Code"): (["firewall"], True),
+    ("docs/troubleshooting.md", "The copy/move engine", "Code"): (["engine"], True),
+    ("docs/troubleshooting.md", "Files and folders", "Code"): (["status"], True),
+}
+
+# ---- the engine's options: what a letter means, and what the letter means that undoes it. "~" is the letter that undoes all.
+
+OPTION_WORDS = {
+    "kTreeMove": (r"^move", r"copy"),
+    "kTreeOverwrite": (r"overwrite|in place of an existing target", r"keep"),
+    "kTreeKeepAside": (r"rename", r""),
+    "kTreeIgnoreErrors": (r"go on", r"stop"),
+    "kTreeRecurse": (r"copy folders", r"files only"),
+    "kTreeCreateTarget": (r"target folder before each source", r"do not"),
+    "kTreeKeepLinks": (r"do not go through links", r"go through"),
+    "~": r"everything",
+}
+
+# ---- sentences: (page, text). Blanks and line ends count as one blank.
+
+_ENGINE_DANGERS = [
+    "the target is deleted, and nothing takes its place: {kTreeNotMoved}, {kTreeNoSource} | the target is renamed: "
+    "{kTreeNotMoved}, {kTreeNoSource} |",
+    "it is deleted: {kTreeNotMoved}, {kTreeNoSource} | it is renamed: {kTreeNotMoved}, {kTreeNoSource} |",
+    "**both are deleted**: {kTreeNotMoved}, {kTreeNoSource} |",
+    "codes below are those of a move ({kTreeNotMoved}) and of a copy ({kTreeNoSource})",
+    "a move then fails with {kTreeTargetExists}",
+    "a move fails ({kTreeTargetExists})",
+    "{kTreeNotMoved} for a move, {kTreeNoSource} or {kTreeNotCopied} for a copy, {kTreeFolderNotCreated} for a folder to be made",
+    "do not copy it ({kTreeNotCopied}), copy nothing into it ({kTreeNotCopied})",
+]
+
+STATEMENTS = [
+    *(("docs/actions/server.md", text) for text in _ENGINE_DANGERS),
+    ("docs/actions/client.md", "the message {kShutdownMessage}, then `WM_ENDSESSION`, then `WM_COMMAND` {kShutdownCommand}"),
+    ("docs/actions/client.md", "its own control {kServiceControl}"),
+    ("docs/actions/client.md", "modulo {kHoursADay}"),
+    ("docs/actions/client.md", "{kAccessService} no task service, {kAccessConnect} not connected to it, {kAccessRoot} no root "
+                               "folder, {kAccessFolder} no task folder"),
+    ("docs/actions/client.md", "{kAccessTask}: no such task, {kAccessUse}: its state cannot be read"),
+    ("docs/actions/client.md", "{kAccessTask} no such task, {kAccessUse} running it was refused"),
+    ("docs/actions/security.md", "| TCP | {kTcpRuleTexts} | {kTcpRuleTexts + kGroupText} | {kTcpRuleTexts + kDescriptionText} |"),
+    ("docs/actions/security.md", "| UDP | {kUdpRuleTexts} | {kUdpRuleTexts + kGroupText} | {kUdpRuleTexts + kDescriptionText} |"),
+    ("docs/actions/security.md", "`@PATH,-{kTcpRuleTexts}` or `@PATH,-{kUdpRuleTexts}`"),
+    ("docs/actions/security.md", "The password has {kPasswordLength} characters"),
+    ("docs/authoring.md", "the strings {kTcpRuleTexts} to {kTcpRuleTexts + kDescriptionText} and {kUdpRuleTexts} to "
+                          "{kUdpRuleTexts + kDescriptionText}"),
+    ("docs/client-upgrade.md", "message {kShutdownMessage}; then `WM_ENDSESSION`; then `WM_COMMAND` {kShutdownCommand}"),
+    ("docs/client-upgrade.md", "its own control {kServiceControl}"),
+    ("docs/client-upgrade.md", "last {(6 * kLongestWait + 2 * (3 * kLongestWait + 2 * kPollInterval) + kLongestWait + kPollInterval) / 1000} seconds"),
+    ("docs/client-upgrade.md", "The log says `failed:  {kAccessFolder}` for each session, or {kAccessTask}"),
+    ("docs/client-upgrade.md", "| codes {kAccessService} to {kAccessUse}."),
+    ("docs/client-upgrade.md", "the codes {kStepService} to {kStepDemandStart}."),
+    ("docs/security.md", "have its letter `l`: links"),
+    ("docs/server-upgrade.md", "({kTreeNotMoved} for a move, {kTreeNoSource} for a copy)"),
+    ("docs/server-upgrade.md", "both are deleted** ({kTreeNotMoved}, {kTreeNoSource})"),
+    ("docs/server-upgrade.md", "({kTreeNotMoved}, {kTreeNotCopied}, {kTreeNoSource}, {kTreeFolderNotCreated})"),
+    ("docs/server-upgrade.md", "a move then finds it there ({kTreeTargetExists})"),
+    ("docs/server-upgrade.md", "makes the renaming fail ({kTreeNotRenamed})"),
+    ("docs/server-upgrade.md", "but stop a deletion ({kTreeNotDeleted})"),
+    ("docs/service-account.md", "| {kAccessNoAccount} (0xFFFFFFDC) | the account is not known"),
+    ("docs/service-account.md", "| {kAccessMissingArgument}, {kAccessNoPath}, {kAccessNoFunction} | no account or path; out of memory"),
+    ("docs/troubleshooting.md", "{kAccessFolder} is no fault: there is no folder and so no task"),
+    ("docs/troubleshooting.md", "{kAccessService} to {kAccessRoot}: start the service"),
+]
