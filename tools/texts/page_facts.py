@@ -8,6 +8,7 @@
   options     the tables of the engine's letters, and command lines of the engine, against src/files/tree_copy.cpp
   windows     the tables of windows that are closed, against src/client/closing_tools.cpp
   numbers     numbers of places in a sequence against the fragments and models, and numbers of notices
+  known       each number from 31 on in the sentences of any page: what no check explains is listed in stated_facts.py
   measures    each time limit and size in the prose of any page, against the constants (stated_facts.py)
   statements  sentences with a fact of the sources in them (stated_facts.py)
 
@@ -255,6 +256,12 @@ def section_findings(project, name, part, sections):
     yield from differing("Notice", sent, map(str, facts["notices"]), str)
     yield from line_findings(project, name, part, rows["Log"], sections)
     yield from phase_findings(project, name, rows["Phase"])
+    text = prose(part)
+    for code in sorted(set(re.findall(r"\b16\d\d\b", text)) - {str(code) for code in facts["returns"]}):
+        yield f"it speaks of {code}, which it does not return"
+    own = {str(code) for codes in facts["log"].values() for code in codes}
+    for code in sorted(set(re.findall(r"(?<![\w-])-1?\d{1,2}\b", text)) - own - set(stated_facts.OTHER_CODES.get(name, ()))):
+        yield f"it speaks of {code}, which no line of it has"
 
 
 def differing(title, said, true, in_words):
@@ -315,6 +322,8 @@ def check_index(project, pages):
             if titles == ["Entry point", "Job", "Phase"] and (match := re.match(r"\[(CustomAction\d+)\]", cells[0])):
                 if set(cells[2].split(" or ")) != rows.get(match[1], set()):
                     yield f"{INDEX}: {match[1]} is {cells[2]} here, and {in_order(rows.get(match[1], set()))} in its section"
+            if titles == ["Number", "Sent by", "When"] and cells[0] == lines[0][1][0]:
+                yield from differing(f"{INDEX}: the table of notices", [cells[0] for _, cells in lines], project.notices, str)
             if titles == ["Number", "Sent by", "When"]:
                 senders = {name for name, facts in project.table.items() if str(cells[0]) in map(str, facts["notices"])}
                 if set(re.findall(r"\[(CustomAction\d+)\]", cells[1])) != senders:
@@ -485,6 +494,39 @@ def check_numbers(project, pages):
                         project, numbers, cells[titles.index("Sequence")], cells[titles.index("Action")]))
 
 
+def census_numbers(content):
+    """The numbers from 31 on in a page's sentences. Smaller ones are steps, counts and days as well."""
+    found = re.findall(r"(?<![\w.,])\d[\d,]*(?:\.\d+)?\b(?!\.\w)", content)
+    return {number for number in found if float(number.replace(",", "")) > 30}
+
+
+def hexadecimal_findings(content):
+    """-2147024891 (0x80070005): the same number twice."""
+    for number, digits in re.findall(r"(-\d+)(?: \(| \| )(0x[0-9A-F]{8})\b", content):
+        if int(number) + (1 << 32) != int(digits, 0):
+            yield f"{number} is 0x{int(number) + (1 << 32):08X}, not {digits}"
+
+
+def check_known_numbers(project, pages):
+    """Each number of a page is one that a check or a table of stated_facts.py knows."""
+    codes = {str(-project.value(name)) for words in stated_facts.CODE_WORDS.values() for name in words}
+    codes |= {str(code) for facts in project.table.values() for code in facts["returns"]} | project.notices
+    places = {str(number) for some in project.places.values() for number in some}
+    for page, text in pages.items():
+        if page in UNMEASURED:
+            continue
+        texts = [template for template, _ in stated_facts.MEASURES.get(page, ())]
+        texts += [template for other, template in stated_facts.STATEMENTS if other == page]
+        stated = {number for template in texts for number in census_numbers(project.rendered(template))}
+        others = set(stated_facts.OTHER_NUMBERS.get(page, "").split())
+        found = census_numbers(prose(text))
+        yield from (f"{page}: {finding}" for finding in hexadecimal_findings(flat(text)))
+        for number in sorted(found - stated - others - codes - places - set(stated_facts.WINDOWS_NUMBERS.split())):
+            yield f"{page}: {number} is no number that stated_facts.py has for this page"
+        yield from (f"{page}: {number} is not on the page any more (OTHER_NUMBERS of stated_facts.py)"
+                    for number in sorted(others - found))
+
+
 def place_findings(project, numbers, page, content):
     """"at 610", "before 625": the number is a place in a sequence, or stated_facts.py says what else it is."""
     found = re.findall(r"\b(?:[Aa]t|before|after|from|between \d{3,4} and|between) (\d{3,4})\b"
@@ -557,7 +599,7 @@ def check_statements(project, pages):
 
 
 CHECKS = {"sections": check_sections, "index": check_index, "spans": check_spans, "codes": check_codes,
-          "options": check_options, "windows": check_windows, "numbers": check_numbers, "measures": check_measures,
+          "options": check_options, "windows": check_windows, "numbers": check_numbers, "known numbers": check_known_numbers, "measures": check_measures,
           "statements": check_statements}
 
 

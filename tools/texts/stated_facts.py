@@ -89,6 +89,30 @@ MEASURES = {
 # Numbers behind "at", "before" and the like that are no places in a sequence.
 OTHER_PLACES = {"docs/authoring.md": ["5890"]}  # an action of the reader's own test
 
+# Numbers from 31 on in the sentences of a page that nothing else explains: {page: numbers}.
+OTHER_NUMBERS = {
+    "docs/actions.md": "200",                # the client service's control
+    "docs/actions/server.md": "1970",        # the first year of a time stamp
+    "docs/authoring.md": "38 200 5890",
+    "docs/before-you-adopt.md": "64,000,000,000",
+    "docs/server-upgrade.md": "2026",        # the day of an example
+    "docs/troubleshooting.md": "37 38 200 400 700",
+}
+
+# Numbers of Windows and of its installer: errors, exit codes, HRESULTs, parts of names.
+WINDOWS_NUMBERS = """
+32 49.7 64 87 123 124 128 544 545 1053 1057 1060 1069 1072 1073 1605 1618 1619 1627 1633 1638 1641 1723 1920 1923 1925
+2202 2224 2245 3010 4390 8344 2147023143 2147023174 2147024809 2147024882 2147024891 2147024894 2147216619 2147417850
+2147467259 2147467263
+"""
+
+# Codes that the section of an entry point speaks of besides those in its lines of the log.
+OTHER_CODES = {
+    "CustomAction6": ["-1"],  # what a large number counts as
+    # The table of codes is that of CustomAction31, too.
+    "CustomAction27": ["-19", "-20", "-21", "-22", "-23", "-24", "-25", "-31"],
+}
+
 # ---- codes: which words belong to each, in the order of the codes where a row has several
 
 CODE_WORDS = {
@@ -178,6 +202,39 @@ STATEMENTS = [
     *(("docs/actions/server.md", text) for text in _ENGINE_DANGERS),
     ("docs/actions/client.md", "the message {kShutdownMessage}, then `WM_ENDSESSION`, then `WM_COMMAND` {kShutdownCommand}"),
     ("docs/actions/client.md", "its own control {kServiceControl}"),
+    ("docs/actions/client.md", "the hour is always 0 to {kHoursADay - 1}: `26` gives {26 % kHoursADay}, and `{2 ** 32 - 1}`, which "
+                               "counts as -1, gives {-1 % kHoursADay}."),
+    ("docs/actions/client.md", "`-5` counts as 0."),
+    ("docs/actions/client.md", "from 2000-01-01 on"),
+    ("docs/actions/client.md", "at 2:30 with up to a day's random delay, for an hour at most"),
+    ("docs/actions/client.md", "`7`, `+7`, `0x07` and `7 days` are 7; `0X5` and ` 7` are 0."),
+    ("docs/actions/client.md", "`{2 ** 32 + 7}` is 7, `{2 ** 31}` is negative."),
+    ("docs/actions/client.md", "unreadable or not greater than 0 |"),
+    ("docs/actions/client.md", "| 0, or none | settings file |"),
+    ("docs/actions/client.md", "| 1 | user's registry |"),
+    ("docs/actions/client.md", "| 2 | service's registry |"),
+    ("docs/actions/client.md", "| `yes` or `1`, in these letters | the settings are deleted |"),
+    ("docs/actions/client.md", "an NT before 3.5, the service is left alone"),
+    ("docs/actions/client.md", "adds `OSTRK64.DLL` in the 64-bit view of the registry and then `OSTRACK.DLL` in the 32-bit view"),
+    ("docs/actions/client.md", "in the default, the 64-bit and the 32-bit registry view, in this order"),
+    ("docs/actions/client.md", "{kAccessService} to {kAccessFolder} as for [deleting]"),
+    ("docs/actions/security.md", "first character `0`: an account of the domain"),
+    ("docs/actions/security.md", "`1`: of the computer; anything else"),
+    ("docs/actions/security.md", "MODE is the sum of 400 (read), 200 (write) and 100 (execute)"),
+    ("docs/actions/security.md", "N is 0 when the path has its new entry"),
+    ("docs/actions/security.md", "an error of the network (2224: there is an account of that name)"),
+    ("docs/actions/security.md", "The number is 128 (files that the section names are looked for beside the INF file)"),
+    ("docs/actions/server.md", "| there | there or not | 0 |"),
+    ("docs/actions/server.md", "| missing | there | 1602: the user cancelled |"),
+    ("docs/actions/server.md", "| missing | missing | 1603 |"),
+    ("docs/actions/server.md", "`PROP_UPGRADE` and `PROP_REPLACING` become `1`, and that is all"),
+    ("docs/actions/server.md", "does not begin with `0`, nothing happens"),
+    ("docs/actions/server.md", "`PROP_DFPRESENT` becomes `1`."),
+    ("docs/actions/server.md", "`DIR_SERVER` holds the file \"vt.exe\", `PROP_UPGRADE` becomes `1`."),
+    ("docs/actions/server.md", "is set, `PROP_REPLACING` becomes `1`."),
+    ("docs/actions/server.md", "the target is renamed with the source in it: {kTreeNotMoved}, {kTreeNoSource} |"),
+    ("docs/actions.md", "`PROP_SILENCE` is exactly `-1`"),
+    ("docs/actions.md", "An action returns 0 unless its own section says otherwise"),
     ("docs/actions/client.md", "modulo {kHoursADay}"),
     ("docs/actions/client.md", "{kAccessService} no task service, {kAccessConnect} not connected to it, {kAccessRoot} no root "
                                "folder, {kAccessFolder} no task folder"),

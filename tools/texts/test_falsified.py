@@ -121,6 +121,18 @@ FALSIFIED = {
         (INDEX, "finds the previous server's data folder | immediate |", "finds the previous server's data folder | deferred |"),
         (TROUBLE, "| `CustomAction12` | 0 | immediate, no line", "| `CustomAction12` | 0 | deferred, no line"),
     ],
+    "numbers of Windows": [
+        (TROUBLE, "-2147024891 (0x80070005)", "-2147024891 (0x80070006)"),
+        (CLIENTS, "| -2147216619 | 0x80041315 |", "| -2147216618 | 0x80041315 |"),
+        (TROUBLE, "| 1618 | another installation", "| 1617 | another installation"),
+        (SECURITY, "no such service (1060)", "no such service (1061)"),
+    ],
+    "values": [
+        (CLIENT, "`26` gives 2,", "`26` gives 3,"),
+        (SECURITY, "the sum of 400 (read), 200 (write)", "the sum of 200 (read), 400 (write)"),
+        (SERVER, "| missing | there | 1602: the user cancelled |", "| missing | there | 1603: the user cancelled |"),
+        (CLIENT, "at 2:30 with", "at 3:30 with"),
+    ],
     "names": [
         (CLIENT, "| `PVMain` | `Provo` |", "| `PVMain` | `Prova` |"),
         (CLIENTS, "| `Warden` | `Warden` | `WM_CLOSE` |", "| `Wardens` | `Warden` | `WM_CLOSE` |"),
