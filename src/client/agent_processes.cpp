@@ -7,13 +7,13 @@
 namespace {
 
 constexpr wchar_t kAgentName[] = L"osua.exe";
-// Where the installer keeps what it runs out of a package. Deliberately not looked up: a Windows elsewhere
-// has its agents restarted from the client folder only.
+// The folder in which the installer keeps the files that it runs from a package. On purpose: the path is
+// fixed. If Windows is installed elsewhere, only agents of the client folder are restarted.
 constexpr wchar_t kInstallerCache[] = L"C:\\Windows\\Installer\\";
 constexpr int kInstallerCacheLength = sizeof kInstallerCache / sizeof *kInstallerCache - 1;
-// The buffer of an image path, in characters with the terminator.
+// The size of the buffer for an image path, in characters with the terminator.
 constexpr DWORD kImagePathSize = 261;
-// How long a stopped process is waited for, in milliseconds.
+// How long to wait for a terminated process to exit, in milliseconds.
 constexpr DWORD kExitWait = 10000;
 
 constexpr DWORD kAccessToStop = PROCESS_TERMINATE | SYNCHRONIZE;
@@ -22,10 +22,10 @@ constinit LateModule kernel32{"KERNEL32", LateRule::kLoaded};
 constinit LateFunction<decltype(QueryFullProcessImageNameW)> queryImagePath{
     &kernel32, "QueryFullProcessImageNameW", FALSE};
 
-// Which processes are ours: those whose image lies under the client folder, or in the installer's cache.
+// Decides which processes are ours: those whose image is below the client folder or the installer's cache.
 struct ClientFolder {
-  const wchar_t* program;  // the full path of the agent in it
-  int length;              // of the folder's part of that, with its last backslash; 0 without any
+  const wchar_t* program;  // the agent's full path
+  int length;  // of the folder in `program`, with its last backslash; 0 if it contains no backslash
 
   explicit ClientFolder(const wchar_t* agentPath) : program(agentPath), length(0) {
     const wchar_t* backslash = TxtFindLastCharW(agentPath, L'\\');
@@ -38,7 +38,7 @@ struct ClientFolder {
   }
 };
 
-// Whether the process is to be stopped. One of another folder is left alone, and the log says so.
+// Returns true if the process is to be stopped. If it runs from another folder, says so in the log.
 bool IsOurs(MSIHANDLE session, HANDLE process, DWORD id, const ClientFolder& folder) {
   if (!queryImagePath.IsAvailable() || folder.length == 0) return true;
   wchar_t image[kImagePathSize];
@@ -52,7 +52,7 @@ bool IsOurs(MSIHANDLE session, HANDLE process, DWORD id, const ClientFolder& fol
   return false;
 }
 
-// Ends the process. True when it is gone.
+// Terminates the process and waits for it. Returns true if it exited.
 bool StopProcess(MSIHANDLE session, HANDLE process, DWORD id) {
   if (!TerminateProcess(process, 0)) {
     LogSetupMessage(session, "agent restart:  cannot stop pid %ld:  %ld", id, GetLastError());
@@ -65,7 +65,7 @@ bool StopProcess(MSIHANDLE session, HANDLE process, DWORD id) {
   return true;
 }
 
-// Stops the agent that this entry stands for, if it is one of ours. True when it is gone.
+// Stops the process of this entry if it is one of our agents. Returns true if it exited.
 bool StopAgent(MSIHANDLE session, const WTS_PROCESS_INFOW& entry, const ClientFolder& folder) {
   if (!entry.pProcessName || !IsSameText(entry.pProcessName, -1, kAgentName, -1)) return false;
   DWORD access = kAccessToStop | (queryImagePath.IsAvailable() ? PROCESS_QUERY_LIMITED_INFORMATION : 0);

@@ -6,14 +6,15 @@
 
 extern "C" {
 
-/// Whether the texts are equal without regard to case, in any locale alike; lengths in characters, -1 for up
-/// to the terminator.
+/// Returns true if the texts are equal when case is ignored, independent of the locale. Lengths are in
+/// characters; -1 means up to the terminator.
 bool IsSameText(const wchar_t* a, int lengthOfA, const wchar_t* b, int lengthOfB);
 
-/// Stops the agents among the `count` processes, each waited for, and returns how many are gone. Those whose
-/// image lies outside of the client folder, which is the folder of `agentPath`, and of the installer's cache
-/// are left alone. The log of `session` says what failed and which were left alone. Every agent is stopped
-/// when `agentPath` holds no backslash, and where the system does not tell the images of processes.
+/// Terminates the agents among the `count` processes, waits for each to exit, and returns how many exited.
+/// Only agents whose image is below the client folder (the folder of `agentPath`) or below the installer's
+/// cache are terminated. Writes each failure, and each agent that was left alone, to the log of `session`.
+/// Terminates every agent if `agentPath` contains no backslash, or if the system cannot report the images of
+/// processes.
 int StopAgentProcesses(MSIHANDLE session, const WTS_PROCESS_INFOW* processes, DWORD count,
                        const wchar_t* agentPath);
 

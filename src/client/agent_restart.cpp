@@ -1,7 +1,7 @@
-// CustomAction38: restarts the agent of every user. Stops the agents that run from the client folder or from
-// the installer's cache, in all sessions, and starts the agent again in each session of a user by running its
-// task there. Reads DIR_CLIENT. Says in the log how many agents stopped, which did not, and what
-// happened in each session; in a rollback it does nothing and says nothing. Returns 0 in every outcome.
+// CustomAction38: restarts the agent of every user. Stops the agents of all sessions that run from the client
+// folder or the installer's cache. Then starts the agent in each user's session by running its task there.
+// Reads DIR_CLIENT. Logs how many agents stopped, which did not, and what happened in each session. Does
+// nothing and logs nothing in a rollback. Always returns 0.
 
 #include "base/com_owners.h"
 #include "base/heap.h"
@@ -13,7 +13,7 @@
 
 namespace {
 
-// An account that never gets an agent.
+// The account for which no agent is started.
 constexpr wchar_t kSystemUser[] = L"SYSTEM";
 
 bool EnableDebugPrivilege() {
@@ -24,14 +24,14 @@ bool EnableDebugPrivilege() {
   TokenHandle token;
   if (!token.keep(OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.put())))
     return false;
-  // A success that left the privilege out shows in the last error only.
+  // If the call succeeds without granting the privilege, only the last error shows it.
   SetLastError(ERROR_SUCCESS);
   AdjustTokenPrivileges(token.get(), FALSE, &privileges, sizeof privileges, nullptr, nullptr);
   return GetLastError() == ERROR_SUCCESS;
 }
 
-// Stops the agents of all sessions. The list of processes is handed out, because it is freed at the action's
-// end.
+// Stops the agents of all sessions. The list of processes is stored at `processes`: the caller frees it at
+// the end of the action.
 void StopAgents(MSIHANDLE session, const TerminalServices& services, const wchar_t* agentPath,
                 SessionMemory<WTS_PROCESS_INFOW>* processes) {
   DWORD count = 0;
@@ -44,7 +44,8 @@ void StopAgents(MSIHANDLE session, const TerminalServices& services, const wchar
   LogSetupMessage(session, "agent restart:  %ld agent(s) stopped", stopped);
 }
 
-// Starts the agent in the session, if a user is logged on to it.
+// Starts the agent in the session if a user other than SYSTEM is logged on to it. If the session fails, tries
+// the user's account.
 void StartAgent(MSIHANDLE session, const TerminalServices& services, const WTS_SESSION_INFOW& entry) {
   if (entry.State != WTSActive && entry.State != WTSDisconnected) return;
   SessionMemory<wchar_t> user;
@@ -74,7 +75,7 @@ void StartAgents(MSIHANDLE session, const TerminalServices& services) {
   for (DWORD index = 0; index < count; ++index) StartAgent(session, services, sessions.get()[index]);
 }
 
-// Finds the terminal services; where that fails the log says why.
+// Finds the terminal services. Returns false and logs why if that fails.
 bool FindServices(MSIHANDLE session, TerminalServices* services) {
   switch (FindTerminalServices(services)) {
     case kTerminalServicesFound:

@@ -1,13 +1,12 @@
-// The tasks of the Task Scheduler that start and update the agent.
+// The scheduled tasks that start and update the agent.
 //
-// CustomAction27  registers the task that starts the agent of each user at logon. Reads DIR_CLIENT.
-// CustomAction28  deletes it.
+// CustomAction27  registers the task that starts the agent when a user logs on. Reads DIR_CLIENT.
+// CustomAction28  deletes that task.
 // CustomAction31  registers the task that updates the agent every PROP_UPDATEINTERVAL days. Reads that
 //                 property, DIR_APPDATA and DIR_CLIENT.
-// CustomAction32  deletes it.
+// CustomAction32  deletes that task.
 //
-// The registrations write their outcome to the log, the deletions only what failed; all return 0 whatever
-// it is.
+// The registrations log their outcome; the deletions log only failures. All four always return 0.
 
 #include "base/com_owners.h"
 #include "base/heap.h"
@@ -22,10 +21,10 @@ namespace {
 
 constexpr wchar_t kUsersGroup[] = L"Builtin\\Users";
 
-// The buffer of PROP_UPDATEINTERVAL, in bytes with the terminator.
+// The size of the buffer for PROP_UPDATEINTERVAL, in bytes with the terminator.
 constexpr DWORD kIntervalSize = 64;
 
-// The arguments of the updater: its configuration, always in quotes.
+// The text before and after the path of the updater's configuration, which is always in quotes.
 constexpr wchar_t kArgumentHead[] = L"-X \"";
 constexpr wchar_t kArgumentTail[] = L"\"";
 
@@ -73,7 +72,8 @@ void Delete(MSIHANDLE session, const wchar_t* name) {
   if (status) LogSetupMessage(session, "Task uninstall failed:  %ld", status);
 }
 
-// The days between two updates; 0 when there are to be none.
+// Returns the number of days between two updates. Returns 0, which means no updates, if the property cannot
+// be read, is too long, or is not positive.
 int ReadUpdateInterval(MSIHANDLE session) {
   char text[kIntervalSize];
   if (!ReadShortProperty(session, "PROP_UPDATEINTERVAL", text)) return 0;
@@ -81,8 +81,8 @@ int ReadUpdateInterval(MSIHANDLE session) {
   return interval > 0 ? interval : 0;
 }
 
-// The updater's arguments as a new heap string, for the configuration in `dataFolder`. Null when there is no
-// memory, and when the folder cannot be part of a path.
+// Makes the updater's arguments, with the path of the configuration in `dataFolder`, as a new heap string.
+// Returns null if out of memory, or if no path can be made from the folder.
 wchar_t* MakeUpdateArguments(wchar_t* dataFolder) {
   PathRef folder(PathFromWrittenWide(dataFolder));
   if (!folder) return nullptr;
@@ -102,7 +102,7 @@ wchar_t* MakeUpdateArguments(wchar_t* dataFolder) {
 }  // namespace
 
 extern "C" UINT WINAPI CustomAction27(MSIHANDLE session) {
-  // Deliberately not looked at: without a path the registration fails, and says so.
+  // On purpose: a null path is not checked here. The task service decides whether it refuses the task.
   HeapStringW executable(ResolveClientProgramPath(session, nullptr, "osua.exe"));
   RegisterAndCheck(session, {kUserAgentTask, executable.get(), nullptr, kUsersGroup, kAtLogon});
   return ERROR_SUCCESS;

@@ -1,10 +1,10 @@
-// The audit file of the machine.
+// The machine's audit file.
 //
-// CustomAction11  empties the audit file in the application data folder of all users, if it is there: it then
-//                 holds twelve zero bytes. Silent; reads no property; returns 0 in every outcome.
+// CustomAction11  empties the audit file in the application data folder of all users, if it exists: leaves
+//                 twelve zero bytes in it. Reads no property, logs nothing, always returns 0.
 
 #include <windows.h>
-// After windows.h, on which they build.
+// These need windows.h first.
 #include <msi.h>
 #include <shlobj.h>
 
@@ -15,11 +15,11 @@
 namespace {
 
 constexpr char kAuditFile[] = "\\Ostrel Audit";
-// What is left of the file, in bytes, all of them zero.
+// The size of the emptied file, in bytes, all zero.
 constexpr DWORD kEmptyHeadSize = 12;
 
-// Asks for the application data folder of all users, or where there is none the Windows folder, into `folder`
-// (MAX_PATH bytes). False when there is neither.
+// Stores the application data folder of all users at `folder` (MAX_PATH bytes), or the Windows folder if
+// there is none. Returns false if neither is found.
 bool FindDataFolder(char* folder) {
   folder[0] = '\0';
   {

@@ -1,12 +1,12 @@
-// The nightly audit, a work item of the older Task Scheduler.
+// The nightly audit, a work item of Task Scheduler 1.0.
 //
-// CustomAction6  creates the work item: ostrel32.exe of the client folder, every night. Reads
+// CustomAction6  creates the work item, which runs ostrel32.exe of the client folder every night. Reads
 //                PROP_TASKUSER and PROP_TASKPASS (both needed), PROP_TASKHOUR, PROP_TASKTIME, PROP_TASKPARAM
-//                and DIR_CLIENT. An existing one stays as it is.
-// CustomAction7  deletes it.
-// CustomAction8  starts the service that runs tasks.
+//                and DIR_CLIENT. An existing work item is left unchanged.
+// CustomAction7  deletes the work item.
+// CustomAction8  starts the Task Scheduler service.
 //
-// All are silent and return 0 in every outcome.
+// All log nothing and always return 0.
 
 #include <mstask.h>
 #include <objidl.h>
@@ -21,7 +21,7 @@
 
 namespace {
 
-// Identifiers of the older Task Scheduler, which no import library holds.
+// Identifiers of Task Scheduler 1.0, which are in no import library.
 constexpr CLSID kTaskSchedulerClass = {
     0x148BD52A, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
 constexpr IID kTaskSchedulerId = {
@@ -32,13 +32,13 @@ constexpr IID kPersistFileId = {0x0000010B, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0
 
 constexpr wchar_t kWorkItem[] = L"Ostrel";
 
-// The buffers of the properties, in characters with the terminator.
+// The sizes of the buffers for properties, in characters with the terminator.
 constexpr DWORD kAccountSize = 128;
 constexpr DWORD kShortSize = 32;
 
 constexpr int kHoursADay = 24;
 
-// What the package says about the audit. The password does not outlive it.
+// The audit's settings from the package. The password is wiped at the end of the scope.
 struct Audit {
   Audit() = default;
   Audit(const Audit&) = delete;
@@ -49,22 +49,23 @@ struct Audit {
   wchar_t password[kAccountSize];
   wchar_t parameters[kShortSize];
   WORD hour;
-  int runTime;  // milliseconds; none when not positive
+  int runTime;  // in milliseconds; no limit is set if it is not positive
 };
 
-// Reads a property into `buffer`. False if it is empty, too long or cannot be read.
+// Reads a property into `buffer`. Returns false if it is empty, too long, or cannot be read.
 template <DWORD size>
 bool ReadGiven(MSIHANDLE session, const wchar_t* name, wchar_t (&buffer)[size]) {
   return ReadShortProperty(session, name, buffer) && buffer[0];
 }
 
-// The number that a property begins with; 0 if it is empty, too long or cannot be read.
+// Returns the number at the start of a property; 0 if there is none, or the property is too long or
+// unreadable.
 int ReadNumber(MSIHANDLE session, const char* name) {
   char text[kShortSize];
   return ReadShortProperty(session, name, text) ? ParseDigitsA(text) : 0;
 }
 
-// The hour of the day that `number` stands for; a negative one counts back from midnight.
+// Returns `number` as an hour of the day, modulo 24; a negative one counts back from midnight.
 WORD HourOfDay(int number) {
   int hour = number % kHoursADay;
   return static_cast<WORD>(hour < 0 ? hour + kHoursADay : hour);
@@ -75,7 +76,7 @@ void ReadSchedule(MSIHANDLE session, Audit* audit) {
   audit->runTime = ReadNumber(session, "PROP_TASKTIME");
 }
 
-// The older Task Scheduler, with its service running; nothing when there is none.
+// Starts the service if needed and opens Task Scheduler 1.0; null on failure.
 ComPtr<ITaskScheduler> OpenScheduler() {
   ComPtr<ITaskScheduler> scheduler;
   if (EnsureScheduleService() == ERROR_SUCCESS) {
@@ -85,11 +86,12 @@ ComPtr<ITaskScheduler> OpenScheduler() {
   return scheduler;
 }
 
-// Every night at `hour`, from long ago and without an end.
+// Adds a trigger that starts the task every night at `hour`, since the year 2000 and without an end. Returns
+// false on failure.
 bool SetNightlyTrigger(const ComPtr<ITask>& task, WORD hour) {
   WORD index;
   ITaskTrigger* trigger = nullptr;
-  // The trigger is deliberately never released.
+  // On purpose: the trigger is never released.
   if (FAILED(task->CreateTrigger(&index, &trigger))) return false;
   TASK_TRIGGER record = {};
   static_assert(sizeof record == 48);

@@ -1,11 +1,11 @@
 // The client agent's stored settings.
 //
-// CustomAction3   fills PROP_HOSTNAME from the stored host, unless a host is given already.
-// CustomAction26  fills PROP_SITE, PROP_ASSETID, PROP_ASSETLOCATION and PROP_ASSETOWNER
-//                 from the stored options.
-// CustomAction4   deletes the stored settings when PROP_CLEAN asks for it.
+// CustomAction3   sets PROP_HOSTNAME to the stored host, unless it already names a host other than "vantor".
+// CustomAction26  sets PROP_SITE, PROP_ASSETID, PROP_ASSETLOCATION and PROP_ASSETOWNER from the stored
+//                 options.
+// CustomAction4   deletes the stored settings if PROP_CLEAN is empty, "yes" or "1".
 //
-// All three are silent and return 0 in every outcome.
+// All three log nothing and always return 0.
 
 #include <shlwapi.h>
 
@@ -18,16 +18,17 @@
 
 namespace {
 
-// The buffer of a setting, and of a property that steers an action, in bytes with the terminator.
+// The size of the buffer for a setting, and for a property that controls an action, in bytes with the
+// terminator.
 constexpr DWORD kSettingSize = 256;
 
-// The buffer of a registry path, in bytes with the terminator.
+// The size of the buffer for a registry path, in bytes with the terminator.
 constexpr unsigned kKeyPathSize = 128;
 
-// Without a folder: the system looks for the file in the Windows folder.
+// Without a folder, so the system looks for the file in the Windows folder.
 constexpr char kSettingsFile[] = "ostrel.ini";
 
-// A key with the agent's settings, one subkey a group.
+// A registry key with the agent's settings; each group is a subkey.
 struct SettingsKey {
   HKEY root;
   const char* path;
@@ -37,7 +38,7 @@ const SettingsKey kUserSettings = {HKEY_CURRENT_USER, "Software\\Quillfern\\Ostr
 const SettingsKey kServiceSettings = {HKEY_LOCAL_MACHINE,
                                       "SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Settings"};
 
-// Where the agent keeps its settings: the value of the switch in its settings file.
+// Where the agent keeps its settings: the value of "registry" in the section "options" of its settings file.
 enum SettingsStore : UINT { kStoreFile = 0, kStoreUserRegistry = 1, kStoreServiceRegistry = 2 };
 
 struct OptionProperty {
@@ -60,8 +61,8 @@ void ReadRegistrySetting(const SettingsKey& settings, const char* group, const c
   ReadRegistryText(key.get(), name, buffer, kSettingSize);
 }
 
-// Reads a setting into `buffer` (kSettingSize bytes), which stays empty when there is none. The switch is
-// read anew for every setting.
+// Reads a setting into `buffer` (kSettingSize bytes); leaves it empty if there is none. Reads where the
+// settings are again for each setting.
 void ReadClientSetting(const char* group, const char* name, char* buffer) {
   FillBytes(buffer, 0, kSettingSize);
   switch (GetPrivateProfileIntA("options", "registry", kStoreFile, kSettingsFile)) {
@@ -77,7 +78,7 @@ void ReadClientSetting(const char* group, const char* name, char* buffer) {
   }
 }
 
-// Sets `property` to a stored setting; without one the property stays as it is.
+// Sets `property` to a stored setting; leaves the property unchanged if the setting is missing or empty.
 void PublishSetting(MSIHANDLE session, const char* group, const char* name, const char* property) {
   char value[kSettingSize];
   ReadClientSetting(group, name, value);
@@ -89,7 +90,7 @@ void PublishSetting(MSIHANDLE session, const char* group, const char* name, cons
 extern "C" UINT WINAPI CustomAction3(MSIHANDLE session) {
   char host[kSettingSize];
   if (!ReadShortProperty(session, "PROP_HOSTNAME", host)) return ERROR_SUCCESS;
-  // "vantor" is the default of the dialogs, not a choice that somebody made.
+  // "vantor" is the default of the dialogs, not a choice of the user.
   if (host[0] && TxtCompareA(host, "vantor") != 0) return ERROR_SUCCESS;
   PublishSetting(session, "logon", "host", "PROP_HOSTNAME");
   return ERROR_SUCCESS;
@@ -105,14 +106,14 @@ extern "C" UINT WINAPI CustomAction26(MSIHANDLE session) {
 extern "C" UINT WINAPI CustomAction4(MSIHANDLE session) {
   char clean[kSettingSize];
   if (!ReadShortProperty(session, "PROP_CLEAN", clean)) return ERROR_SUCCESS;
-  // Deliberate: an empty value, and so an unset property, cleans too.
+  // On purpose: an empty value, and so an unset property, deletes the settings too.
   if (clean[0] && TxtCompareA(clean, "yes") != 0 && TxtCompareA(clean, "1") != 0) return ERROR_SUCCESS;
 
   const SettingsKey keys[] = {kUserSettings, kServiceSettings};
   for (const SettingsKey& key : keys) RegDeleteKeyA(key.root, key.path);
 
-  // Deliberate: the name is looked up as it stands, without the suffix of the 8-bit or the wide form; where
-  // the library does not export it, keys that have subkeys stay.
+  // On purpose: the name is looked up without the suffix of the 8-bit or the wide form. If the library does
+  // not export that name, keys that have subkeys are not deleted.
   Module shellApi(LoadLate("SHLWAPI.DLL"));
   if (auto* deleteKey = FindFunction<decltype(SHDeleteKeyA)>(shellApi.get(), "SHDeleteKey")) {
     for (const SettingsKey& key : keys) deleteKey(key.root, key.path);

@@ -1,9 +1,10 @@
-// Making way for new client files.
+// Releases the client files, so that new ones can be copied.
 //
 // CustomAction1   closes the product's desktop tools and stops the client service. Reads REBOOT, and
-//                 PROP_SILENCE and ProductName for notice 25003. Returns 0, or 1603 when a tool or the
-//                 service stays.
-// CustomAction29  sends the running client service its own control 200. Returns 0.
+//                 PROP_SILENCE and ProductName for notice 25003. Returns 0, or 1603 if a tool or the service
+//                 is still running afterwards.
+// CustomAction29  sends the control 200, which only this service defines, to the client service if it is
+//                 running. Always returns 0.
 //
 // Neither writes to the log.
 
@@ -16,7 +17,7 @@
 
 namespace {
 
-// The desktop tools, in the order in which they are closed. The network tools are those without a title here.
+// The desktop tools, in the order in which they are closed. A null title marks a network tool.
 struct Tool {
   const char* windowClass;
   const char* title;
@@ -27,10 +28,10 @@ constexpr Tool kTools[] = {
 };
 
 constexpr char kServiceName[] = "Ostrel";
-// A control of the service's own.
+// The control that the service itself defines.
 constexpr DWORD kServiceControl = 200;
 
-// The buffer of REBOOT, in bytes with the terminator.
+// The size of the buffer for REBOOT, in bytes with the terminator.
 constexpr DWORD kShortPropertySize = 128;
 
 constexpr Notice kServiceIsRunning = {
@@ -43,7 +44,7 @@ bool CloseTool(const Tool& tool) {
   return tool.title ? CloseToolWindow(tool.windowClass, tool.title) : CloseNetworkTool(tool.windowClass);
 }
 
-// The client service, opened; empty where it cannot be.
+// The open client service; `service` is null if it cannot be opened.
 struct ClientService {
   ServiceHandle manager;
   ServiceHandle service;
@@ -51,7 +52,7 @@ struct ClientService {
   explicit ClientService(DWORD access) : manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)) {
     if (manager) service.reset(OpenServiceA(manager.get(), kServiceName, access));
   }
-  // Whether the service says itself that it runs.
+  // Asks the service itself; returns true if it answers that it is running.
   bool IsRunning() const {
     SERVICE_STATUS status;
     return service && ControlService(service.get(), SERVICE_CONTROL_INTERROGATE, &status) &&
@@ -64,8 +65,8 @@ bool IsRebootForced(MSIHANDLE session) {
   return ReadShortProperty(session, "REBOOT", reboot) && TxtCompareIA(reboot, "Force") == 0;
 }
 
-// Waits until the service runs no more; that it is about to stop is enough, and so is that its state cannot
-// be asked for. False when it still runs at the end.
+// Waits until the service is no longer in the state "running": "stop pending" is enough, and so is a state
+// that cannot be queried. Returns false if it is still running after the longest wait.
 bool WaitServiceStopped(SC_HANDLE service) {
   DWORD deadline = GetTickCount() + kLongestWait;
   SERVICE_STATUS status;
@@ -76,13 +77,13 @@ bool WaitServiceStopped(SC_HANDLE service) {
   return true;
 }
 
-// Stops the client service, if there is one that runs. False when it still runs afterwards.
+// Stops the client service if it is running. Returns false if it is still running afterwards.
 bool StopClientService(MSIHANDLE session) {
   ClientService client(SERVICE_STOP | SERVICE_INTERROGATE | SERVICE_QUERY_STATUS);
   if (!client.IsRunning()) return true;
   if (!IsRebootForced(session)) SendNotice(session, &kServiceIsRunning);
   SERVICE_STATUS status;
-  // The result is ignored on purpose: what counts is the state that the service is in afterwards.
+  // On purpose: the result is ignored. The state of the service afterwards decides.
   ControlService(client.service.get(), SERVICE_CONTROL_STOP, &status);
   return WaitServiceStopped(client.service.get());
 }
@@ -102,7 +103,7 @@ extern "C" UINT WINAPI CustomAction29(MSIHANDLE) {
   ClientService client(SERVICE_USER_DEFINED_CONTROL | SERVICE_INTERROGATE | SERVICE_QUERY_STATUS);
   if (!client.IsRunning()) return ERROR_SUCCESS;
   SERVICE_STATUS status = {};
-  // The result is ignored on purpose: nothing of the installation depends on it.
+  // On purpose: the result is ignored. Nothing in the installation depends on it.
   ControlService(client.service.get(), kServiceControl, &status);
   return ERROR_SUCCESS;
 }

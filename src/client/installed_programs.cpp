@@ -1,6 +1,6 @@
-// CustomAction30: writes the version that the package states in PROP_VERSION into the product's entry in the
-// list of installed programs. Reads ProductCode and PROP_VERSION, writes "DisplayVersion" in each registry
-// view, logs one line a view, returns 0 in every outcome.
+// CustomAction30: writes the package's version to the product's entry in the list of installed programs.
+// Reads ProductCode and PROP_VERSION. Sets "DisplayVersion" in each registry view and logs one line for each
+// view. Always returns 0.
 
 #include "base/heap.h"
 #include "base/text.h"
@@ -10,16 +10,16 @@
 
 namespace {
 
-// The buffer of the entry's registry path, in bytes with the terminator.
+// The size of the buffer for the entry's registry path, in bytes with the terminator.
 constexpr unsigned kKeyPathSize = 256;
 
-// The registry view that an entry is looked for in, and its name in the log.
+// A registry view in which the entry is looked for, and its name in the log.
 struct RegistryView {
   const char* name;
   REGSAM flag;
 };
 
-// On a 64-bit system the default view is one of the other two, which is then written twice.
+// On a 64-bit system the default view is the same as one of the other two, so that one is written twice.
 constexpr RegistryView kViews[] = {
     {"default", 0},
     {"64-bit", KEY_WOW64_64KEY},

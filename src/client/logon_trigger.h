@@ -1,17 +1,18 @@
-// The interface of a logon trigger, which the compiler's headers lack. Used by the task definitions.
+// The interface of a logon trigger, which is missing from the compiler's headers. Used by the task
+// definitions.
 #pragma once
 
 #include <taskschd.h>
 
-/// A trigger that starts a task when a user logs on. Methods as the Windows SDK declares them.
+/// A trigger that starts a task when a user logs on. The methods are declared as in the Windows SDK.
 struct ILogonTrigger : ITrigger {
-  /// The delay between the logon and the start, as a duration ("PT15M"); the caller frees the string.
+  /// Gets the delay between the logon and the start, as a duration ("PT15M"); the caller frees the string.
   virtual HRESULT STDMETHODCALLTYPE get_Delay(BSTR* delay) = 0;
   /// Sets the delay.
   virtual HRESULT STDMETHODCALLTYPE put_Delay(BSTR delay) = 0;
-  /// The user whose logon starts the task; the caller frees the string.
+  /// Gets the user whose logon starts the task; the caller frees the string.
   virtual HRESULT STDMETHODCALLTYPE get_UserId(BSTR* user) = 0;
-  /// Sets the user; null for any.
+  /// Sets the user; null means any user.
   virtual HRESULT STDMETHODCALLTYPE put_UserId(BSTR user) = 0;
 };
 

@@ -5,7 +5,7 @@ namespace {
 constexpr unsigned kDecimal = 10;
 constexpr unsigned kHexadecimal = 16;
 
-// The value of a hexadecimal digit of either case; kHexadecimal for any other character.
+// Returns the value of a hexadecimal digit of either case; kHexadecimal for any other character.
 unsigned DigitValue(char character) {
   if (character >= '0' && character <= '9') return static_cast<unsigned>(character - '0');
   if (character >= 'a' && character <= 'f') return static_cast<unsigned>(character - 'a') + kDecimal;

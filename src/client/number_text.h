@@ -1,17 +1,18 @@
 // Numbers in the properties of the scheduled tasks. Used by the actions that register tasks.
 //
-// More than 32 bits of digits wrap around, and what comes of them counts as signed, deliberately.
+// On purpose: a number of more than 32 bits wraps around, and the result is then taken as signed.
 #pragma once
 
 #include <windows.h>
 
 extern "C" {
 
-/// The value of the decimal digits that `text` begins with; 0 when it begins with none, a sign among them.
+/// Returns the value of the decimal digits at the start of `text`; 0 if it starts with anything else, for
+/// example a sign.
 int ParseDigitsA(const char* text);
 
-/// The value of an interval: a sign or none, then hexadecimal digits behind "0x" (of this case) or decimal
-/// ones, up to the first other character. "-" negates. Without any digit 0.
+/// Returns the value of an interval: an optional sign ("-" negates), then either "0x" (lower case only) and
+/// hexadecimal digits, or decimal digits. The first other character ends it. Returns 0 without any digit.
 int ParseIntervalA(const char* text);
 
 }  // extern "C"

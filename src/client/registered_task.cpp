@@ -9,14 +9,14 @@ constexpr LONG kRunInSession = 4;
 // The path of the root folder.
 constexpr wchar_t kRoot[] = L"";
 
-// Opens the maker's folder. 0 or a TaskAccessStep.
+// Opens the maker's folder. Returns 0 or a TaskAccessStep.
 int OpenFolder(TaskFolder* place) {
   int status = OpenRootFolder(place, kRoot);
   if (status) return status;
   return OpenMakersFolder(place) ? 0 : kAccessFolder;
 }
 
-// Opens the task `name` in the maker's folder. 0 or a TaskAccessStep.
+// Opens the task `name` in the maker's folder. Returns 0 or a TaskAccessStep.
 int OpenTask(const wchar_t* name, ComPtr<IRegisteredTask>* task) {
   TaskFolder place;
   int status = OpenFolder(&place);
@@ -33,7 +33,7 @@ int RunAgentTask(const wchar_t* account, int session) {
   bool isInSession = session >= 0;
   LONG flags = kRunIgnoringConstraints | (isInSession ? kRunInSession : 0);
   ComPtr<IRunningTask> running;
-  // The account's text is freed right after the call, before anything is released.
+  // Declared last, so that it is freed before `running` and `task` are released.
   CallText user(account);
   if (user.IsMissing()) return kAccessUse;
   return running.keep(task->RunEx(VARIANT{}, flags, isInSession ? session : 0, user.get(), running.put()))
@@ -54,7 +54,8 @@ int DeleteAgentTask(const wchar_t* name) {
   int status = OpenFolder(&place);
   if (status) return status;
   CallWith<&ITaskFolder::DeleteTask>(place.folder, name, LONG{0});
-  // On purpose: the Task Scheduler refuses this while another task is in the folder.
+  // On purpose: does not check whether the folder is empty. The Task Scheduler refuses to delete it while it
+  // contains another task.
   CallWith<&ITaskFolder::DeleteFolder>(place.root, kMakersFolder, LONG{0});
   return 0;
 }

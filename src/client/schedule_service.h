@@ -1,12 +1,13 @@
-// The service that runs scheduled tasks. Used by the actions that need it for the audit.
+// The Task Scheduler service. Used by the actions that need it for the audit.
 #pragma once
 
 #include <windows.h>
 
 extern "C" {
 
-/// Starts the task scheduler's service unless it runs. 0 when it runs or was asked to start, which is not
-/// waited for; otherwise the Windows error, also of a service that is about to start.
+/// Starts the Task Scheduler service unless it is running, and does not wait until it runs. Returns 0 if it
+/// was running or the start was accepted; otherwise the Windows error. A service that is already starting is
+/// an error too.
 DWORD EnsureScheduleService(void);
 
 }  // extern "C"

@@ -1,33 +1,32 @@
-// The folder of the agent's tasks in the Task Scheduler, and how its objects are given texts. Used by what
-// registers tasks and by what uses registered ones.
+// Opens the folder of the agent's tasks in the Task Scheduler, and passes texts to the scheduler's objects.
+// Used to register tasks and to use registered ones.
 #pragma once
 
 #include <windows.h>
-// After windows.h, on which it builds.
+// Needs windows.h first.
 #include <taskschd.h>
 
 #include "base/com_owners.h"
 
-/// The name of the task that starts the agent of each user.
+/// The name of the task that starts the user's agent.
 constexpr wchar_t kUserAgentTask[] = L"Ostrel User Agent Task";
 /// The name of the task that updates the agent.
 constexpr wchar_t kAutoUpdateTask[] = L"Ostrel Auto-update Task";
-/// The maker's folder, in which the tasks are.
+/// The name of the maker's folder, which contains the tasks.
 constexpr wchar_t kMakersFolder[] = L"Quillfern";
 
-/// Why an existing task could not be reached, run, read or deleted. Fixed values, which the installer's log
-/// shows.
+/// The step that failed when a registered task was opened, run, read or deleted. The values are fixed: the
+/// installer's log shows them.
 enum TaskAccessStep : int {
   kAccessService = -2,  ///< the task service could not be created
   kAccessConnect = -3,  ///< the service could not be connected to
   kAccessRoot = -4,     ///< the root folder could not be opened
-  kAccessFolder = -5,   ///< the maker's folder is missing
-  kAccessTask = -6,     ///< there is no such task
+  kAccessFolder = -5,   ///< the maker's folder could not be opened
+  kAccessTask = -6,     ///< the task could not be opened
   kAccessUse = -7,      ///< the task could not be run, or its state could not be read
 };
 
-/// The Task Scheduler of this machine, its root folder and the maker's folder; each is empty until it is
-/// opened.
+/// The local Task Scheduler, its root folder and the maker's folder; each is null until it is opened.
 struct TaskFolder {
   ComPtr<ITaskService> service;  ///< the connected service
   ComPtr<ITaskFolder> root;      ///< the root folder
@@ -36,25 +35,26 @@ struct TaskFolder {
 
 extern "C" {
 
-/// Connects to the Task Scheduler and opens the root folder, whose path is `rootPath`. Returns 0,
+/// Connects to the Task Scheduler and opens the root folder with the path `rootPath`. Returns 0,
 /// kAccessService, kAccessConnect or kAccessRoot.
 int OpenRootFolder(TaskFolder* place, const wchar_t* rootPath);
 
-/// Opens the maker's folder in the root folder, which is open. Returns false if that fails.
+/// Opens the maker's folder in the root folder, which must be open. Returns false if that fails.
 bool OpenMakersFolder(TaskFolder* place);
 
 }  // extern "C"
 
-/// A text as a system string for the length of a call. A null text gives no string, which is not a failure.
+/// A system string that lives as long as a call needs it. A null text makes no string, which is not a
+/// failure.
 class CallText {
  public:
-  /// Makes the string.
+  /// Copies `text` into a new system string.
   explicit CallText(const wchar_t* text) : isGiven_(text), string_(text ? SysAllocString(text) : nullptr) {}
-  /// The string; null for a null text, and if out of memory.
+  /// Returns the string; null for a null text, and if out of memory.
   BSTR get() const { return string_.get(); }
-  /// True if there was no memory for the string.
+  /// Returns true if there was no memory for the string.
   bool IsMissing() const { return isGiven_ && !string_; }
-  /// The string as a variant that does not own it.
+  /// Returns the string as a variant that does not own it.
   VARIANT AsVariant() const {
     VARIANT variant = {};
     variant.vt = VT_BSTR;
@@ -67,7 +67,8 @@ class CallText {
   SystemString string_;
 };
 
-/// Calls `Method` of `object` with `text` and `rest`. E_OUTOFMEMORY if there is no memory for the text.
+/// Calls `Method` of `object` with `text` and `rest` and returns its result; E_OUTOFMEMORY if there is no
+/// memory for the text.
 template <auto Method, typename Interface, typename... Rest>
 static HRESULT CallWith(const ComPtr<Interface>& object, const wchar_t* text, Rest... rest) {
   CallText string(text);

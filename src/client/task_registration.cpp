@@ -6,19 +6,19 @@
 
 namespace {
 
-// Identifiers of the task service's objects, which no import library holds.
+// Identifiers of the task service's objects, which are in no import library.
 constexpr IID kDailyTriggerId = {
     0x126C5CD8, 0xB288, 0x41D5, {0x8D, 0xBF, 0xE4, 0x91, 0x44, 0x6A, 0xDC, 0x5C}};
 constexpr IID kExecActionId = {0x4C3D624D, 0xFD6B, 0x49A3, {0xB9, 0xB7, 0x09, 0xCB, 0x3C, 0xD3, 0xF0, 0x47}};
 
-// The path of the root folder, spelled differently from the one that opens it for registered tasks.
+// The path of the root folder. On purpose: not the one that opens the root folder for registered tasks.
 constexpr wchar_t kRoot[] = L"\\";
 constexpr wchar_t kSystemAccount[] = L"SYSTEM";
 
-// What the two kinds of task differ in. A null text means a field that is left alone.
+// The differences between the two kinds of task. A field with a null text is not set.
 struct TaskShape {
   VARIANT_BOOL mayBeTerminated;
-  VARIANT_BOOL avoidsBatteries;  // neither starts nor goes on running on batteries
+  VARIANT_BOOL avoidsBatteries;  // does not start on batteries, and stops when the computer switches to them
   const wchar_t* idleWait;
   TASK_TRIGGER_TYPE2 triggerType;
   TaskStep noTrigger;
@@ -41,13 +41,13 @@ constexpr TaskShape kDailyShape = {
     L"UpdateTrigger", L"2016-01-01T02:30:00", L"P1DT0S", L"PT1H", true};
 // clang-format on
 
-// What they have in common.
+// What the two kinds have in common.
 constexpr wchar_t kAuthor[] = L"Halvorstead Client Installer";
 constexpr wchar_t kNoTimeLimit[] = L"PT0S";
 constexpr TASK_INSTANCES_POLICY kInstances = TASK_INSTANCES_PARALLEL;
 
-// CallWith for the methods that take a text and nothing else. They are called through the interface from
-// which all others derive: one copy of this serves them all.
+// CallWith for methods whose only parameter is a text. The method is called through IUnknown, the base of all
+// interfaces, so that one copy of this function is enough.
 using TextMethod = HRESULT (STDMETHODCALLTYPE IUnknown::*)(BSTR text);
 HRESULT PutText(IUnknown* object, TextMethod method, const wchar_t* text) {
   CallText string(text);
@@ -59,13 +59,13 @@ HRESULT PutText(const ComPtr<Interface>& object, const wchar_t* text) {
   return PutText(object.get(), static_cast<TextMethod>(Method), text);
 }
 
-// OpenRootFolder has the same codes for both.
+// The codes of OpenRootFolder are the same in both enumerations.
 static_assert(static_cast<int>(kStepService) == kAccessService &&
               static_cast<int>(kStepConnect) == kAccessConnect &&
               static_cast<int>(kStepFolder) == kAccessRoot);
 
-// Opens the maker's folder, which is made if it is missing, and removes the task `name` from it. 0 or a
-// TaskStep.
+// Opens the maker's folder, creates it if it cannot be opened, and deletes the task `name` from it. Returns 0
+// or a TaskStep; a failure to delete the task is ignored.
 int PrepareFolder(TaskFolder* place, const wchar_t* name) {
   int status = OpenRootFolder(place, kRoot);
   if (status) return status;
@@ -83,7 +83,7 @@ int SetAuthor(const ComPtr<ITaskDefinition>& definition) {
   return FAILED(info->put_Author(AsItStands(kAuthor))) ? kStepAuthor : 0;
 }
 
-// Sets all settings but the idle wait, and releases the settings object. 0 or a TaskStep.
+// Sets all settings except the idle wait, and releases the settings object. Returns 0 or a TaskStep.
 int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskDefinition>& definition) {
   ComPtr<ITaskSettings> settings;
   if (!settings.keep(definition->get_Settings(settings.put()))) return kStepSettings;
@@ -93,13 +93,13 @@ int SetSettings(const TaskShape& shape, int interval, const ComPtr<ITaskDefiniti
   if (FAILED(settings->put_AllowHardTerminate(shape.mayBeTerminated))) return kStepHardTerminate;
   if (FAILED(settings->put_DisallowStartIfOnBatteries(shape.avoidsBatteries))) return kStepStartOnBatteries;
   if (FAILED(settings->put_StopIfGoingOnBatteries(shape.avoidsBatteries))) return kStepStopOnBatteries;
-  // A task of every 0 days needs no network; no action asks for one.
+  // On purpose: not for an interval of 0 days, which no action asks for.
   if (interval > 0) settings->put_RunOnlyIfNetworkAvailable(VARIANT_TRUE);
   if (FAILED(PutText<&ITaskSettings::put_ExecutionTimeLimit>(settings, kNoTimeLimit))) return kStepTimeLimit;
   return 0;
 }
 
-// Sets the idle wait, where the shape has one, in settings that are fetched for it alone. 0 or a TaskStep.
+// Sets the idle wait, if the shape has one, in settings that are fetched again. Returns 0 or a TaskStep.
 int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskDefinition>& definition) {
   if (!shape.idleWait) return 0;
   ComPtr<IIdleSettings> idle;
@@ -113,13 +113,13 @@ int SetIdleWait(const TaskShape& shape, const ComPtr<ITaskDefinition>& definitio
   return FAILED(idle->put_WaitTimeout(AsItStands(shape.idleWait))) ? kStepIdleWait : 0;
 }
 
-// Makes a trigger of the shape's kind, with what both kinds have: name and start, whose failing is of no
-// account.
+// Creates a trigger of the shape's kind and sets what both kinds have: the name and the start. Failures of
+// these two are ignored. Returns 0 or a TaskStep.
 int MakeTrigger(const TaskShape& shape, const ComPtr<ITriggerCollection>& triggers,
                 ComPtr<ITrigger>* result) {
   ComPtr<ITrigger> trigger;
   if (!trigger.keep(triggers->Create(shape.triggerType, trigger.put()))) return shape.noTrigger;
-  // The interface of the kind, which begins with that of all triggers.
+  // The kind's interface, which derives from ITrigger.
   if (!result->keep(trigger->QueryInterface(*shape.triggerInterface, result->putVoid())))
     return shape.noInterface;
   PutText<&ITrigger::put_Id>(*result, shape.triggerId);
@@ -152,7 +152,7 @@ int SetRights(const TaskShape& shape, const ComPtr<ITaskDefinition>& definition)
   return FAILED(principal->put_RunLevel(TASK_RUNLEVEL_HIGHEST)) ? kStepRunLevel : 0;
 }
 
-// Settings, trigger and rights: all in which the shapes differ.
+// Sets everything in which the shapes differ: settings, trigger and rights. Returns 0 or a TaskStep.
 int ApplyShape(const TaskShape& shape, int interval, const ComPtr<ITaskDefinition>& definition) {
   int status = SetSettings(shape, interval, definition);
   if (status) return status;

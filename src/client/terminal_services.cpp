@@ -4,13 +4,13 @@
 
 namespace {
 
-// Owners of buffers reach it through FreeSessionMemory.
+// Called by the owners of buffers, through FreeSessionMemory.
 decltype(WTSFreeMemory)* foundFreeMemory;
 
 }  // namespace
 
 TerminalServicesStatus FindTerminalServices(TerminalServices* services) {
-  // On purpose never freed: buffers are freed by its functions until the action ends.
+  // On purpose: the library is never freed. Its functions free buffers until the action ends.
   HMODULE module = LoadLate("WTSAPI32");
   if (!module) return kTerminalServicesNoLibrary;
   services->enumerateSessions =

@@ -1,9 +1,9 @@
-// Processes and sessions of this machine, as its terminal services know them. Used by the action that
+// Processes and sessions of this machine, listed through its terminal services. Used by the action that
 // restarts the agent.
 #pragma once
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// Needs windows.h first.
 #include <wtsapi32.h>
 
 #include "base/owner.h"
@@ -16,23 +16,23 @@ struct TerminalServices {
   decltype(WTSFreeMemory)* freeMemory;                             ///< null when missing
 };
 
-/// How finding the functions ended.
+/// The result of the search for the functions.
 enum TerminalServicesStatus : int {
-  kTerminalServicesFound,       ///< all are there
-  kTerminalServicesNoLibrary,   ///< their library is not there
-  kTerminalServicesNoFunction,  ///< the library lacks one
+  kTerminalServicesFound,       ///< all were found
+  kTerminalServicesNoLibrary,   ///< the library could not be loaded
+  kTerminalServicesNoFunction,  ///< a function is missing from the library
 };
 
 extern "C" {
 
-/// Finds the functions. Their library is loaded, and never freed.
+/// Loads the library, which is never freed, and finds its functions.
 TerminalServicesStatus FindTerminalServices(TerminalServices* services);
 
-/// Frees what the terminal services handed out, through the functions found last.
+/// Frees a buffer that the terminal services allocated, with the function that was found last.
 void FreeSessionMemory(void* memory);
 
 }  // extern "C"
 
-/// A buffer that the terminal services handed out.
+/// Owns a buffer that the terminal services allocated.
 template <typename Type>
 using SessionMemory = Unique<NullableTraits<Type*, FreeSessionMemory>>;

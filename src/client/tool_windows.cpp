@@ -3,7 +3,7 @@
 namespace {
 
 constexpr char kNetworkToolTitle[] = "Ostrel";
-// What the network tools understand as a request to end.
+// How the network tools are asked to exit: their own message, and the command of their menu.
 constexpr UINT kShutdownMessage = WM_USER + 1000;
 constexpr WPARAM kShutdownCommand = 1001;
 

@@ -1,28 +1,32 @@
-// Closing the windows of the product's desktop tools. Used by the action that makes way for new files.
+// Closes the windows of the product's desktop tools. Used by the action that releases the client files.
 //
-// A window is found by its class and its title. Waits poll twice a second and end after five seconds by the
-// system's tick count, which is compared as it stands, on purpose: where the count wraps around meanwhile, a
-// wait can end at its first poll, or last until the window is gone.
+// A window is found by its class and its title. A wait polls twice a second and ends after five seconds of
+// the system's tick count.
+//
+// On purpose: tick counts are compared directly. If the count wraps around during a wait, the wait can end at
+// its first poll, or last until the window is closed.
 #pragma once
 
 #include <windows.h>
 
-/// How long a window, or the service, is given to go: milliseconds of the system's tick count.
+/// The longest wait for a window to close or for the service to stop, in milliseconds of the tick count.
 constexpr DWORD kLongestWait = 5000;
-/// How long is slept between two looks, in milliseconds.
+/// The time between two polls, in milliseconds.
 constexpr DWORD kPollInterval = 500;
 
 extern "C" {
 
-/// Waits until there is no such window. 1 when there is none, 0 when it stayed.
+/// Waits until the window is closed. Returns 1 if it is, or never existed; 0 if it is still open after the
+/// longest wait.
 int WaitWindowGone(const char* windowClass, const char* title);
 
-/// Asks the window to close, and waits. 1 when there is no such window or it went away, 0 when it stayed.
+/// Asks the window to close, and waits. Returns 1 if there is no such window or it closed, 0 if it is still
+/// open.
 int CloseToolWindow(const char* windowClass, const char* title);
 
-/// Shuts down one of the network tools, whose title is "Ostrel": by their own message, then as at the end of
-/// the session, then by their menu, each with a wait. 1 when there is no such window or it went away, 0 when
-/// it stayed.
+/// Shuts down a network tool, whose window title is "Ostrel". Sends the tools' own message, then
+/// WM_ENDSESSION, then the command of their menu, and waits after each. Returns 1 if there is no such window
+/// or it closed, 0 if it is still open.
 int CloseNetworkTool(const char* windowClass);
 
 }  // extern "C"

@@ -1,14 +1,14 @@
-// The tracking library's place in every process.
+// The tracking library, which is loaded into every process that has windows.
 //
-// CustomAction9   adds the tracking library to the libraries that Windows loads into processes with windows.
-// CustomAction10  takes it out again.
+// CustomAction9   adds the tracking library to the list of libraries that Windows loads into such processes.
+// CustomAction10  removes it from the list.
 //
-// Both are silent, read no property and return 0 in every outcome.
+// Both read no property, log nothing and always return 0.
 
 #include "client/tracking_hook.h"
 
 #include <windows.h>
-// After windows.h, on which it builds.
+// Needs windows.h first.
 #include <msi.h>
 
 #include "base/heap.h"
@@ -23,11 +23,11 @@ constexpr char kListValue[] = "AppInit_DLLs";
 constexpr char kSwitchValue[] = "LoadAppInit_DLLs";
 constexpr DWORD kSwitchedOn = 1;
 
-// The libraries, each with the view of the registry that its processes see.
+// The libraries for 32-bit and for 64-bit processes.
 constexpr char kLibrary32[] = "OSTRACK.DLL";
 constexpr char kLibrary64[] = "OSTRK64.DLL";
 
-// Room behind a list for a blank, a name and terminators, beside the name itself.
+// The bytes that a list's block has besides the list and the new name: for a space and terminators.
 constexpr size_t kListSlack = 8;
 
 constinit LateModule kernel32{"KERNEL32", LateRule::kLoaded};
@@ -45,7 +45,7 @@ bool WriteList(HKEY key, const char* list, size_t size) {
                         static_cast<DWORD>(size)) == ERROR_SUCCESS;
 }
 
-// Reads the list, of `size` bytes, into a new block that has `slack` zero bytes more. Null when that fails.
+// Reads the list of `size` bytes into a new block with `slack` more zero bytes; null on failure.
 HeapStringA ReadList(HKEY key, DWORD size, size_t slack) {
   HeapStringA list(static_cast<char*>(HeapAllocZero(size + slack)));
   if (list && RegQueryValueExA(key, kListValue, nullptr, nullptr, reinterpret_cast<BYTE*>(list.get()),
@@ -55,7 +55,8 @@ HeapStringA ReadList(HKEY key, DWORD size, size_t slack) {
   return list;
 }
 
-// Adds `name` to the list. False when the rest is to be left alone, because something failed.
+// Adds `name` to the list unless it is in it already. Returns true also if the list is not a string, which is
+// left unchanged. Returns false on failure: the switch is then left unchanged too.
 bool AddToList(HKEY key, const char* name) {
   size_t nameLength = TxtLenA(name);
   DWORD type;
@@ -78,8 +79,8 @@ bool AddToList(HKEY key, const char* name) {
   return WriteList(key, list.get(), newSize);
 }
 
-// Makes Windows heed the list. A switch of another type, however long its data, is left alone, like one that
-// cannot be read.
+// Makes Windows use the list. A switch of another type (whatever its size), and one that cannot be read, is
+// left unchanged.
 void SwitchOn(HKEY key) {
   DWORD type = REG_DWORD;
   DWORD value = 0;
@@ -96,7 +97,7 @@ void SwitchOn(HKEY key) {
   RegSetValueExA(key, kSwitchValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof value);
 }
 
-// Cuts `length` characters at `found` out of `list`, with the blank that parts them from the rest.
+// Removes `length` characters at `found` from `list`, with the space that separates them from the rest.
 void CutOut(const char* list, char* found, size_t length) {
   char* behind = found + length;
   if (found == list) {
@@ -107,7 +108,8 @@ void CutOut(const char* list, char* found, size_t length) {
   MoveBytes(found, behind, TxtLenA(behind) + 1);
 }
 
-// Does `edit` to the libraries, each in the view that concerns it.
+// Calls `edit` for each library, with the registry view that its processes see. If this process does not run
+// under WOW64, that is only the 32-bit library, with the default view.
 void EditViews(int (*edit)(const char* name, REGSAM view)) {
   BOOL isWow64 = FALSE;
   if (isWow64Process(GetCurrentProcess(), &isWow64) && isWow64) {

@@ -1,12 +1,12 @@
-// The owner of an installer record. Used by what writes to the installer's log or shows a notice.
+// The owner of an installer record. Used to write to the installer's log and to show notices.
 #pragma once
 
 #include <windows.h>
-// After windows.h, on which they build.
+// These need windows.h first.
 #include <msi.h>
 #include <msiquery.h>
 
 #include "base/owner.h"
 
-/// An installer record.
+/// Owns an installer record; closes it at the end of its scope.
 using InstallerRecord = Unique<NullableTraits<MSIHANDLE, MsiCloseHandle>>;

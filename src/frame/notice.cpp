@@ -5,7 +5,7 @@
 
 namespace {
 
-// The buffer of short properties, in bytes with the terminator.
+// The size of the buffer for properties, in bytes with the terminator.
 constexpr DWORD kShortPropertySize = 128;
 
 constexpr char kFallbackTitle[] = "Halvorstead Vantor Platform Component";
@@ -21,7 +21,7 @@ void ShowNoticeBox(MSIHANDLE session, const Notice& notice, char* buffer, DWORD 
 
 void SendNotice(MSIHANDLE session, const Notice* notice) {
   char buffer[kShortPropertySize];
-  // On purpose not ReadShortProperty: some notices' titles are cut to the length that is left here.
+  // On purpose: not ReadShortProperty. The length that is left in `count` limits the titles of some notices.
   DWORD count = kShortPropertySize;
   if (MsiGetPropertyA(session, "PROP_SILENCE", buffer, &count) != ERROR_SUCCESS) return;
   if (TxtCompareA(buffer, "-1") != 0) return;

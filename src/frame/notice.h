@@ -1,35 +1,35 @@
-// Notices: what an action tells the user through the package's Error table. Used by the actions that must be
-// heard outside the log.
+// Notices: messages to the user from the package's Error table. Used by the actions that must inform the user
+// outside the log.
 #pragma once
 
 #include <windows.h>
-// After windows.h, on which they build.
+// These need windows.h first.
 #include <msi.h>
 #include <msiquery.h>
 
-/// How the title of a fall-back box is read.
+/// How the title of the fallback message box is read from "ProductName".
 enum class NoticeTitle {
-  kWholeBuffer,  ///< "ProductName" is read with the whole buffer as its room
-  /// "ProductName" is read with the room that the length of "PROP_SILENCE" left in the count: a name longer
-  /// than one character does not fit, and the fixed title stands.
+  kWholeBuffer,  ///< with the full size of the buffer
+  /// On purpose: with the length of "PROP_SILENCE", 2, as the buffer's size. A name longer than one character
+  /// does not fit, and the fixed title is used.
   kReusedCount,
 };
 
-/// One notice. A package's Error table holds its text under `number`; `boxText` stands in where no record can
-/// be made.
+/// One notice. Its text is in the package's Error table, under `number`. `boxText` is shown if no installer
+/// record can be created.
 struct Notice {
   int number;           ///< the row of the Error table
-  INSTALLMESSAGE type;  ///< message type with buttons and icon
-  const char* boxText;  ///< the text of the fall-back box
-  UINT boxIcon;         ///< the icon of the fall-back box (MB_ICON...)
-  NoticeTitle title;    ///< how the box's title is read
+  INSTALLMESSAGE type;  ///< the message type, with buttons and icon
+  const char* boxText;  ///< the text of the fallback message box
+  UINT boxIcon;         ///< the icon of the fallback message box (MB_ICON...)
+  NoticeTitle title;    ///< how the title of the fallback message box is read
 };
 
 extern "C" {
 
-/// Tells the user, when the property PROP_SILENCE reads without error and is exactly "-1"; in every other
-/// case does nothing. The notice is a record for the installer or, where none can be made, a message box
-/// titled with "ProductName" or, failing that, the platform's name.
+/// Shows the notice if the property PROP_SILENCE can be read and is exactly "-1"; otherwise does nothing.
+/// Sends a record to the installer. If none can be created, shows a message box instead, titled with
+/// "ProductName", or with the platform's name if that property is empty or cannot be read.
 void SendNotice(MSIHANDLE session, const Notice* notice);
 
 }  // extern "C"

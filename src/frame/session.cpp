@@ -8,15 +8,15 @@
 
 namespace {
 
-// The first read of a property has room for 240 + 16 characters; a longer value is read again with room for
-// its length and 16 more.
+// A property is first read into a buffer of 240 + 16 characters. A longer value is read again into a buffer
+// of its length + 16 characters.
 constexpr DWORD kFirstPropertyLength = 240;
 constexpr DWORD kPropertySlack = 16;
 
-// A log line's text in bytes, with the terminator.
+// The size of a log line's text, in bytes with the terminator.
 constexpr unsigned kLogLineSize = 256;
 
-// The Windows folder's buffer, in characters.
+// The size of the buffer for the Windows folder, in characters with the terminator.
 constexpr UINT kWindowsFolderSize = 128;
 
 template <typename Char, typename GetProperty>
@@ -39,7 +39,7 @@ Char* ReadProperty(MSIHANDLE session, const Char* name, GetProperty getProperty)
 
 PathObject* MakeWindowsFolder() {
   wchar_t folder[kWindowsFolderSize] = {};
-  // On a terminal server only the newer function names the machine's own folder.
+  // On a terminal server only the newer function returns the machine's folder rather than the user's.
   if (systemWindowsDirectory.IsAvailable()) {
     systemWindowsDirectory(folder, kWindowsFolderSize);
   } else {
@@ -104,7 +104,8 @@ int LogSetupMessage(MSIHANDLE session, const char* format, ...) {
 void LogSetupTextW(MSIHANDLE session, const wchar_t* text) {
   InstallerRecord record(MsiCreateRecord(2));
   if (!record) return;
-  // Deliberately another mark than that of the 8-bit lines: log readers tell the two apart by it.
+  // On purpose: a different prefix from that of the 8-bit lines. Readers of the log rely on it to tell the
+  // two kinds apart.
   MsiRecordSetStringW(record.get(), 0, L"JN Setup Log: [1]");
   MsiRecordSetStringW(record.get(), 1, text);
   MsiProcessMessage(session, INSTALLMESSAGE_INFO, record.get());

@@ -15,7 +15,7 @@ constinit LateFunction<decltype(SetEntriesInAclW)> setEntriesInAcl{&advapi32, "S
 constinit LateFunction<decltype(SetNamedSecurityInfoW)> setNamedSecurityInfo{
     &advapi32, "SetNamedSecurityInfoW", kNoFunction};
 
-// What each kind of access is to Windows.
+// The Windows access right for each access mode.
 struct AccessRight {
   DWORD mode;
   DWORD right;
@@ -35,7 +35,7 @@ DWORD RightsOf(DWORD mode) {
   return rights;
 }
 
-// Whether the system has access lists.
+// Returns true if the system has access lists: Windows 2000 or newer.
 bool HasAccessLists() {
   constexpr DWORD kFamily9x = 0x80000000;
   constexpr DWORD kFirstMajor = 5;
@@ -43,8 +43,7 @@ bool HasAccessLists() {
   return !(version & kFamily9x) && (version & 0xFF) >= kFirstMajor;
 }
 
-// The only explicit entry of a list: `mode` for the account of `sid`, which must stay while the entry is
-// used.
+// Returns an entry that sets the access of the account `sid` to `mode`. `sid` must outlive the entry.
 EXPLICIT_ACCESS_W EntryOf(void* sid, DWORD mode) {
   EXPLICIT_ACCESS_W entry = {};
   entry.grfAccessPermissions = RightsOf(mode);
@@ -69,7 +68,7 @@ int ApplyAccountAccess(PathObject* path, const char* account, DWORD mode) {
   if (!sid) return kAccessNoAccount;
   EXPLICIT_ACCESS_W entry = EntryOf(sid.get(), mode);
   LocalBlock<ACL> list;
-  // Deliberate: no older list is merged into the new one.
+  // On purpose: the existing list is not merged into the new one.
   DWORD error = setEntriesInAcl(1, &entry, nullptr, list.put());
   if (!list.keep(error == ERROR_SUCCESS)) return static_cast<int>(error);
   return static_cast<int>(setNamedSecurityInfo(text.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,

@@ -1,31 +1,32 @@
-// Access lists of files and folders. Used by the actions that let accounts reach the server's folders.
+// Access lists of files and folders. Used by the actions that give accounts access to the server's folders.
 #pragma once
 
 #include "paths/path.h"
 
-/// What an account may do with a file or folder, modelled on the owner's digit of a Unix mode.
+/// The access of an account to a file or folder, modelled on the owner's digit of a Unix mode.
 enum AccessMode : DWORD {
-  kAccessRead = 0x100,         ///< it may read
-  kAccessWrite = 0x080,        ///< it may write
-  kAccessExecute = 0x040,      ///< it may execute
-  kAccessAll = 0x1C0,          ///< all three, which is full control
+  kAccessRead = 0x100,         ///< read
+  kAccessWrite = 0x080,        ///< write
+  kAccessExecute = 0x040,      ///< execute
+  kAccessAll = 0x1C0,          ///< all three, which means full control
   kAccessInherit = 0x80000000  ///< sub-folders and files inherit the entry
 };
 
-/// A function that the change needs is missing.
+/// A function of Windows that the change needs is missing.
 constexpr int kAccessNoFunction = -1;
 /// The account could not be resolved.
 constexpr int kAccessNoAccount = -36;
-/// A path or an account was not given.
+/// The path or the account is null.
 constexpr int kAccessMissingArgument = -50;
-/// The path has no text.
+/// The path could not be converted to a string.
 constexpr int kAccessNoPath = -108;
 
 extern "C" {
 
-/// Gives the account (UTF-8, see ResolveAccountSid) access to what `path` names: its explicit entries are
-/// replaced by a single one of `mode`, AccessMode values combined; what it inherits stays. 0, also on a
-/// system that has no access lists; one of the values above; or the error of Windows.
+/// Gives `account` (UTF-8, see ResolveAccountSid) access to the file or folder `path`. Replaces all explicit
+/// entries of its list by a single one with `mode`, a combination of AccessMode values; inherited entries
+/// stay. Returns 0, one of the values above, or the Windows error. Does nothing and returns 0 on a system
+/// without access lists.
 int ApplyAccountAccess(PathObject* path, const char* account, DWORD mode);
 
 }  // extern "C"

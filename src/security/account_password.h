@@ -3,12 +3,12 @@
 
 #include <windows.h>
 
-/// The characters of a password, without the terminator.
+/// The length of a password in characters, without the terminator.
 constexpr size_t kPasswordLength = 20;
 
-/// A password, cleared from memory at the end of its scope.
+/// A password, which is wiped from memory at the end of its scope.
 struct AccountPassword {
-  wchar_t text[kPasswordLength + 1] = {};  ///< with the terminator
+  wchar_t text[kPasswordLength + 1] = {};  ///< the password, with the terminator
 
   AccountPassword() = default;
   AccountPassword(const AccountPassword&) = delete;
@@ -18,9 +18,9 @@ struct AccountPassword {
 
 extern "C" {
 
-/// Makes a new password: five groups of four characters, of which the first two come from chance, with at
-/// least one capital, one small letter, one digit and one other character in the whole. Draws until that is
-/// so. S_OK, or the HRESULT of the system where it has no chance to give; `password` is then not to be used.
+/// Generates a password of five groups of four characters; the first two characters of each group are random.
+/// Repeats until the password has at least one capital letter, one small letter, one digit and one other
+/// character. Returns S_OK, or the HRESULT of CoCreateGuid if that fails; `password` must not be used then.
 HRESULT GenerateAccountPassword(AccountPassword* password);
 
 }  // extern "C"

@@ -12,12 +12,12 @@ constinit LateFunction<decltype(LookupAccountNameW)> lookupAccountName{&advapi32
 constinit LateFunction<decltype(CreateWellKnownSid)> createWellKnownSid{&advapi32, "CreateWellKnownSid",
                                                                         FALSE};
 
-// What a first look-up has room for: an identifier in bytes, and behind it the name of a domain in
+// The capacity of the first look-up: for an identifier, in bytes, and for the domain's name after it, in
 // characters.
 constexpr DWORD kSidRoom = 256;
 constexpr DWORD kDomainRoom = 256;
 
-// Accounts of the system, which have their identifiers by definition.
+// Accounts of the system, whose identifiers are fixed.
 struct WellKnownAccount {
   const char* name;
   WELL_KNOWN_SID_TYPE type;
@@ -34,7 +34,7 @@ void* MakeWellKnownSid(WELL_KNOWN_SID_TYPE type) {
   return sid.release();
 }
 
-// Whether `domain` is the name of this computer.
+// Returns true if `domain` is the name of this computer.
 bool IsThisComputer(const wchar_t* domain) {
   wchar_t computer[kComputerNameSize];
   DWORD size = kComputerNameSize;
@@ -42,8 +42,8 @@ bool IsThisComputer(const wchar_t* domain) {
          CompareStringW(LOCALE_SYSTEM_DEFAULT, NORM_IGNORECASE, computer, -1, domain, -1) == CSTR_EQUAL;
 }
 
-// Finds where accounts of the domain are looked up, which has `length` bytes: nothing at `controller` means
-// on this computer. False when there is no such place.
+// Finds the computer that looks up accounts of `domain`, whose name has `length` bytes. Leaves `controller`
+// empty if that is this computer. Returns false if there is none.
 bool FindAuthority(const char* domain, int length, NetworkName* controller) {
   HeapStringW name(Utf8ToWide(domain, length));
   if (!name) return false;
@@ -59,7 +59,7 @@ void* LookUpAccountSid(const wchar_t* controller, const wchar_t* name) {
   DWORD domainSize = kDomainRoom;
   DWORD largestSid = 0;
   DWORD largestDomain = 0;
-  // Each round wants more room of one kind than all before, so there is a last one.
+  // Ends, because each round must ask for more of one kind than all rounds before it.
   while (sidSize > largestSid || domainSize > largestDomain) {
     if (sidSize > largestSid) largestSid = sidSize;
     if (domainSize > largestDomain) largestDomain = domainSize;

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Identifiers of the directory's objects, which no import library of ours holds.
+// Identifiers of the directory's objects, which are in no import library of ours.
 constexpr IID kContainerId = {0x001677D0, 0xFD16, 0x11CE, {0xAB, 0xC4, 0x02, 0x60, 0x8C, 0x9E, 0x75, 0x53}};
 constexpr CLSID kNameTranslateClass = {
     0x274FAE1F, 0x3626, 0x11D1, {0xA3, 0xA4, 0x00, 0xC0, 0x4F, 0xB9, 0x50, 0xDC}};
@@ -33,7 +33,7 @@ constinit LateFunction<decltype(DsWriteAccountSpnW)> dsWriteAccountSpn{&ntdsapi,
 constinit LateFunction<decltype(DsUnBindW)> dsUnBind{&ntdsapi, "DsUnBindW", kNoDirectoryFunction};
 constinit LateFunction<decltype(DsFreeSpnArrayW)> dsFreeSpnArray{&ntdsapi, "DsFreeSpnArrayW"};
 
-// Puts `first`, `second` and `third` together in a new heap string; null when memory lacks.
+// Joins `first`, `second` and `third` in a new heap string; null if out of memory.
 wchar_t* Concatenate(const wchar_t* first, const wchar_t* second, const wchar_t* third) {
   size_t firstLength = TxtLenW(first);
   size_t secondLength = TxtLenW(second);
@@ -46,9 +46,9 @@ wchar_t* Concatenate(const wchar_t* first, const wchar_t* second, const wchar_t*
   return text;
 }
 
-// The path of the container of a domain's users, a new heap string; with no domain given it is the domain of
-// this computer. Null when no domain is known or out of memory; `failure` then says which: E_FAIL or
-// E_OUTOFMEMORY.
+// Makes the path of the container of a domain's users as a new heap string. A null or empty `domain` means
+// this computer's domain. Returns null on failure; `failure` is then E_FAIL if this computer's domain could
+// not be found, E_OUTOFMEMORY if there was no memory for the path.
 wchar_t* MakeContainerPath(const wchar_t* domain, HRESULT* failure) {
   HeapStringW workstationDomain;
   if (!domain || !domain[0]) {
@@ -59,8 +59,7 @@ wchar_t* MakeContainerPath(const wchar_t* domain, HRESULT* failure) {
   return domain ? Concatenate(kProvider, domain, L"") : nullptr;
 }
 
-// The user that the process runs under, as DOMAIN\NAME in a new heap string. Null when that cannot be found
-// out.
+// Returns the user that the process runs under, as DOMAIN\NAME in a new heap string; null on failure.
 wchar_t* MakeOwnAccountName() {
   TokenHandle token;
   if (!token.keep(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()))) return nullptr;
@@ -79,7 +78,8 @@ wchar_t* MakeOwnAccountName() {
   return JoinAccountName(domain, name);
 }
 
-// The name of a user as the directory is asked for it, DOMAIN\NAME in a new heap string.
+// Returns the name of a user in the form that the directory takes, DOMAIN\NAME in a new heap string; null on
+// failure.
 wchar_t* MakeUserName(const wchar_t* domain, const wchar_t* user) {
   if (!user) return MakeOwnAccountName();
   if (domain && domain[0]) return JoinAccountName(domain, user);
@@ -87,8 +87,8 @@ wchar_t* MakeUserName(const wchar_t* domain, const wchar_t* user) {
   return GetWorkstationDomain(workstationDomain) ? JoinAccountName(workstationDomain, user) : nullptr;
 }
 
-// Has the directory translate the name of a user into a distinguished name, and copies as much of that to
-// `name` as there is room for. The length in characters; 0 when there is no such name.
+// Translates the name of a user into a distinguished name, and copies to `name` what fits in it. Returns the
+// length in characters; 0 if the directory has no such name.
 DWORD TranslateName(const wchar_t* userName, wchar_t* name) {
   ComPtr<IADsNameTranslate> translator;
   if (!translator.keep(CoCreateInstance(kNameTranslateClass, nullptr, CLSCTX_INPROC_SERVER, kNameTranslateId,
@@ -124,7 +124,7 @@ IADsContainer* OpenDomainContainer(const wchar_t* domain) {
     if (SUCCEEDED(result)) return container;
     path.reset();
   }
-  // Always an error: without one, the container would seem to be of no importance.
+  // Always an error code: a caller that gets no container and no error treats it as success.
   SetLastError(static_cast<DWORD>(result));
   return nullptr;
 }
@@ -149,7 +149,7 @@ DWORD UpdateServicePrincipalNames(const wchar_t* serviceClass, const wchar_t* di
     result =
         dsWriteAccountSpn(directory, change == kAddPrincipalNames ? DS_SPN_ADD_SPN_OP : DS_SPN_DELETE_SPN_OP,
                           distinguishedName, count, const_cast<const wchar_t**>(names));
-    // Deliberate: where the function is missing, the handle is lost.
+    // On purpose: if the function is missing, the handle is lost.
     dsUnBind(&directory);
   }
   // On purpose: if the function is missing, the names are lost.

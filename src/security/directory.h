@@ -1,45 +1,46 @@
-// The domain's directory: where its users are, what they are called there, and the names of services that are
-// registered on them. Used by the service account's actions.
+// The domain's directory: the container of its users, their distinguished names, and the service principal
+// names of their accounts. Used by the actions for the service account.
 #pragma once
 
 #include <windows.h>
-// Behind windows.h, on which they build, and the second on the first.
+// These need windows.h first, and iads.h needs oleauto.h.
 #include <oleauto.h>
 
 #include <iads.h>
 
-/// What is given where a function of the directory is missing, or where a step before the result failed.
+/// Returned if a function of the directory is missing, or if an earlier step failed.
 constexpr DWORD kNoDirectoryFunction = static_cast<DWORD>(-1);
 
-/// The longest distinguished name that is handled, in characters with the terminator.
+/// The size of the longest distinguished name, in characters with the terminator.
 constexpr DWORD kDistinguishedNameSize = 1024;
 
-/// What is done with the names of services.
+/// The change to the service principal names of an account.
 enum PrincipalNameChange : int {
-  kRemovePrincipalNames = 0,  ///< they are taken away
-  kAddPrincipalNames = 1      ///< they are registered
+  kRemovePrincipalNames = 0,  ///< remove them
+  kAddPrincipalNames = 1      ///< register them
 };
 
 extern "C" {
 
-/// Joins a domain and a name of it, a backslash between, in a new heap string, which the caller frees with
-/// HeapFreeSafe; null when memory lacks.
+/// Joins `domain` and `name` with a backslash. Returns a new heap string, which the caller frees with
+/// HeapFreeSafe; null if out of memory.
 wchar_t* JoinAccountName(const wchar_t* domain, const wchar_t* name);
 
-/// The container of the users of `domain` (null or empty: the one that this computer is in), a new reference,
-/// which the caller releases. Null on failure; the last error is then the HRESULT of the directory where it
-/// refused, -1 where its function is missing, and E_FAIL where no domain is known or memory lacks.
+/// Opens the container of the users of `domain` (null or empty: this computer's domain). Returns a new
+/// reference, which the caller releases; null on failure. The last error is then the HRESULT of the
+/// directory, -1 if its function is missing, E_FAIL if this computer's domain could not be found, or
+/// E_OUTOFMEMORY if there was no memory for the container's path.
 IADsContainer* OpenDomainContainer(const wchar_t* domain);
 
-/// Writes the distinguished name of a user into `name`, kDistinguishedNameSize characters, cut to what fits,
-/// and returns its length without the terminator. With a null or empty `domain` that of this computer is
-/// taken; with a null `user` the one that the process runs under. 0 and an empty text when there is none or a
-/// step failed.
+/// Writes the distinguished name of a user to `name` (kDistinguishedNameSize characters), cut to what fits,
+/// and returns its length without the terminator. A null or empty `domain` means this computer's domain. A
+/// null `user` means the user that the process runs under, whatever `domain` is. Returns 0 and writes an
+/// empty text if the user has none or a step fails.
 DWORD GetAccountDistinguishedName(const wchar_t* domain, const wchar_t* user, wchar_t* name);
 
-/// Registers the names of this computer for services of `serviceClass` on the account with this distinguished
-/// name, or takes them away. 0, the error of the directory, or kNoDirectoryFunction (also where this computer
-/// has no names or no controller answers).
+/// Registers this computer's service principal names of the class `serviceClass` on the account with this
+/// distinguished name, or removes them. Returns 0, the error of the directory, or kNoDirectoryFunction (also
+/// if this computer has no names or no controller answers).
 DWORD UpdateServicePrincipalNames(const wchar_t* serviceClass, const wchar_t* distinguishedName,
                                   PrincipalNameChange change);
 

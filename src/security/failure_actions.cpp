@@ -1,6 +1,6 @@
-// CustomAction37: removes the failure actions of the service that PROP_COMPONENT names, so that the service
-// manager neither starts it again nor runs a command when it ends. In a rollback it does nothing. The log
-// says what was done or what failed. Returns 0 in every outcome.
+// CustomAction37: removes the failure actions of the service PROP_COMPONENT, so that the service manager
+// neither restarts it nor runs a command when it ends. Logs what was done or what failed. Does nothing in a
+// rollback. Always returns 0.
 
 #include "base/heap.h"
 #include "security/service_configuration.h"
@@ -22,8 +22,8 @@ void RemoveFailureActions(MSIHANDLE session, SC_HANDLE service) {
   actions.get()->lpRebootMsg = nullptr;
   actions.get()->lpCommand = nullptr;
   actions.get()->cActions = 0;
-  // The list itself stays as it was found, on purpose: only a list of none, not the lack of a list, deletes
-  // the actions.
+  // On purpose: the pointer to the list is not changed. An empty list deletes the actions, while a null
+  // list keeps them.
   if (ChangeServiceConfig2A(service, SERVICE_CONFIG_FAILURE_ACTIONS, actions.get())) {
     LogSetupMessage(session, "service failure actions removed");
   } else {

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Identifiers of the firewall, which no import library holds.
+// Identifiers of the firewall, which are in no import library.
 constexpr CLSID kPolicyClass = {0xE2B3C97F, 0x6AE1, 0x41AC, {0x81, 0x7A, 0xF6, 0xF9, 0x21, 0x66, 0xD7, 0xDD}};
 constexpr IID kPolicyId = {0x98325047, 0xC671, 0x4174, {0x8D, 0x81, 0xDE, 0xFC, 0xD3, 0xF0, 0x31, 0x86}};
 constexpr CLSID kManagerClass = {
@@ -18,17 +18,17 @@ constexpr CLSID kApplicationClass = {
     0xEC9846B3, 0x2762, 0x4A6B, {0xA2, 0x14, 0x6A, 0xCB, 0x60, 0x34, 0x62, 0xD2}};
 constexpr IID kApplicationId = {0xB5E64FFA, 0xC2C5, 0x444E, {0xA3, 0x01, 0xFB, 0x5E, 0x00, 0x01, 0x80, 0x50}};
 
-// The first system that has rules.
+// The major version of the first Windows that has rules.
 constexpr uint32_t kFirstMajorWithRules = 6;
 
-// What stands behind a rule's first text.
+// The offsets of the texts after a rule's first one, its name.
 constexpr int kGroupText = 1;
 constexpr int kDescriptionText = 2;
 
-// A program's text is put together in a buffer of twice its path's length and this, in bytes.
+// The reference to a program's text is made in a buffer of twice the length of the path and this many bytes.
 constexpr size_t kTextSlack = 128;
 
-// One exception as the caller wants it.
+// The exception that the caller wants.
 struct Exception {
   const FirewallSession& firewall;
   const wchar_t* path;
@@ -45,8 +45,8 @@ bool IsEmpty(const SystemString& text) {
   return !text || !text.get()[0];
 }
 
-// Calls `put` of `object` with `text`, which it frees. E_OUTOFMEMORY for an empty text. The method is called
-// through the interface from which all others derive: one copy of this serves them all.
+// Calls `put` of `object` with `text`, which it frees. Returns E_OUTOFMEMORY for an empty text. The method is
+// called through IUnknown, the base of all interfaces, so that one copy of this function is enough.
 using TextMethod = HRESULT (WINAPI IUnknown::*)(BSTR text);
 HRESULT PutText(IUnknown* object, TextMethod put, BSTR text) {
   SystemString owner(text);
@@ -57,10 +57,10 @@ HRESULT PutText(Interface* object, BSTR text) {
   return PutText(object, static_cast<TextMethod>(Put), text);
 }
 
-// The two forms of an exception, of one shape: a collection, an item in it, and what each form does its own
-// way. The steps below are written once for both.
+// The two forms of an exception. Each has a collection, the items in it, and the steps that differ between
+// the forms. The templates below them are written once for both.
 
-// An exception as a rule of the policy.
+// The form with rules of the policy.
 struct RuleForm {
   using Collection = INetFwRules;
   using Item = INetFwRule;
@@ -73,12 +73,12 @@ struct RuleForm {
     return BuildRuleString(wanted.path, wanted.name, wanted.base, 0);
   }
   static HRESULT CreateItem(void** item) { return Create(kRuleClass, kRuleId, item); }
-  // Says what the exception is for.
+  // Sets the program and the texts of the exception.
   static HRESULT Describe(const Exception& wanted, Item* rule) {
     return SetRuleProperties(rule, wanted.path, wanted.name, wanted.base);
   }
   static HRESULT GetProgram(Item* rule, BSTR* program) { return rule->get_ApplicationName(program); }
-  // Says what a new exception allows. On purpose: only the result of the last setting counts.
+  // Sets what a new exception allows. On purpose: only the result of the last call counts.
   static HRESULT Allow(const Exception& wanted, Item* rule) {
     rule->put_Direction(NET_FW_RULE_DIR_IN);
     rule->put_Action(NET_FW_ACTION_ALLOW);
@@ -88,7 +88,7 @@ struct RuleForm {
   }
 };
 
-// An exception as an authorised application of the current profile.
+// The form with authorised applications of the current profile.
 struct ApplicationForm {
   using Collection = INetFwAuthorizedApplications;
   using Item = INetFwAuthorizedApplication;
@@ -99,21 +99,21 @@ struct ApplicationForm {
   // The text by which the exception is found; the caller frees it.
   static BSTR MakeKey(const Exception& wanted) { return SysAllocString(wanted.path); }
   static HRESULT CreateItem(void** item) { return Create(kApplicationClass, kApplicationId, item); }
-  // Says what the exception is for.
+  // Sets the program and the name of the exception.
   static HRESULT Describe(const Exception& wanted, Item* application) {
     return SetApplicationProperties(application, wanted.path, wanted.name);
   }
   static HRESULT GetProgram(Item* application, BSTR* program) {
     return application->get_ProcessImageFileName(program);
   }
-  // Says what a new exception allows. On purpose: the result of the setting does not count.
+  // Sets what a new exception allows. On purpose: the result of the call is ignored.
   static HRESULT Allow(const Exception&, Item* application) {
     application->put_Scope(NET_FW_SCOPE_ALL);
     return S_OK;
   }
 };
 
-// True if `program` is the wanted one, in this very spelling.
+// Returns true if `program` is the wanted one, spelled exactly the same.
 bool IsWantedProgram(const Exception& wanted, BSTR program) {
   return program && CompareStringW(LOCALE_SYSTEM_DEFAULT, 0, program, -1, wanted.path, -1) == CSTR_EQUAL;
 }
@@ -132,8 +132,8 @@ bool IsForProgram(const Exception& wanted, typename Form::Item* item) {
   return program.keep(SUCCEEDED(result)) && IsWantedProgram(wanted, program.get());
 }
 
-// Looks for an enabled exception; one for another program becomes one for this. Fails if that cannot be found
-// out.
+// Looks for an enabled exception; rewrites an existing one for another program. Returns a failure if the
+// collection or the key is not available.
 template <typename Form>
 HRESULT FindEnabled(const Exception& wanted, bool* isThere) {
   *isThere = false;
@@ -175,12 +175,12 @@ int Remove(const Exception& wanted) {
   if (FAILED(OpenCollection<Form>(wanted, &collection))) return kFirewallNoCollection;
   SystemString key(Form::MakeKey(wanted));
   if (IsEmpty(key)) return kFirewallNoKey;
-  // On purpose the result does not count: what is not there need not be removed.
+  // On purpose: the result is ignored. An exception that does not exist need not be removed.
   collection->Remove(key.get());
   return 0;
 }
 
-// Opens the current profile. False, and `profile` stays empty, when there is none.
+// Opens the current profile; false on failure.
 bool OpenProfile(ComPtr<INetFwProfile>* profile) {
   ComPtr<INetFwMgr> manager;
   if (!manager.keep(Create(kManagerClass, kManagerId, manager.putVoid()))) return false;
@@ -223,7 +223,7 @@ BSTR BuildRuleString(const wchar_t* path, const wchar_t* name, int base, int off
   if (!base) return name && name[0] ? SysAllocString(name) : nullptr;
   HeapStringW text(static_cast<wchar_t*>(HeapAllocZero(2 * TxtLenW(path) + kTextSlack)));
   if (!text) return nullptr;
-  // Deliberate: what wsprintfW cuts, at 1,024 characters, stays cut.
+  // On purpose: a text that wsprintfW cuts, at 1,024 characters, is used as it is.
   wsprintfW(text.get(), L"@%s,-%d", path, base + offset);
   return SysAllocString(text.get());
 }
@@ -233,7 +233,7 @@ HRESULT SetRuleProperties(INetFwRule* rule, const wchar_t* path, const wchar_t* 
   if (FAILED(result)) return result;
   result = PutText<&INetFwRule::put_Name>(rule, BuildRuleString(path, name, base, 0));
   if (FAILED(result)) return result;
-  // Deliberate: a rule without group and description is one all the same.
+  // On purpose: failures to set the group and the description are ignored. The rule works without them.
   PutText<&INetFwRule::put_Grouping>(rule, BuildRuleString(path, name, base, kGroupText));
   if (base) PutText<&INetFwRule::put_Description>(rule, BuildRuleString(path, name, base, kDescriptionText));
   return result;

@@ -1,72 +1,76 @@
-// The Windows Firewall: exceptions for programs. Used by the actions that add and remove them.
+// Exceptions of the Windows Firewall for programs. Used by the actions that add and remove them.
 //
-// A newer system has rules, one for each protocol, whose texts stand in the program's own string table
-// ("complex"); an older one has a list of authorised applications in the current profile ("simple").
+// From version 6 on, Windows has rules, one for each protocol, whose texts are in the program's string table
+// ("complex"). Older systems have a list of authorised applications in the current profile ("simple").
 #pragma once
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// Needs windows.h first.
 #include <netfw.h>
 
 #include "base/com_owners.h"
 
 /// The firewall, opened in one of the two ways.
 struct FirewallSession {
-  ComPtr<INetFwPolicy2> policy;   ///< the rules' policy; empty on an older system
-  ComPtr<INetFwProfile> profile;  ///< the current profile; empty on a newer system
+  ComPtr<INetFwPolicy2> policy;   ///< the policy with the rules; null on an older system or if not available
+  ComPtr<INetFwProfile> profile;  ///< the current profile; null if `policy` is not
 
-  /// Whether exceptions are rules.
+  /// Returns true if exceptions are rules.
   bool IsComplex() const { return static_cast<bool>(policy); }
 };
 
-/// The numbers of a program's strings: the first for the name of a rule, the next for its group, the next for
-/// its description.
+/// The number of the first of a rule's three texts in the program's string table: the rule's name, then its
+/// group, then its description.
 enum RuleTexts : int {
-  kNoRuleTexts = 0,      ///< a simple exception, which carries its name itself
+  kNoRuleTexts = 0,      ///< a simple exception, whose name is passed as it is
   kTcpRuleTexts = 1000,  ///< a rule for TCP
   kUdpRuleTexts = 1010   ///< a rule for UDP
 };
 
-/// The rules cannot be had.
+/// The exceptions are not available.
 constexpr int kFirewallNoCollection = -1;
-/// The exception has no name to be found by.
+/// The key of the exception could not be made.
 constexpr int kFirewallNoKey = -2;
 
 extern "C" {
 
-/// Opens the firewall. COM must have been started. The caller gives the session to CloseFirewall. Null when
-/// the firewall is not to be had or memory lacks.
+/// Opens the firewall; COM must have been started. Returns a session, which the caller passes to
+/// CloseFirewall; null if the firewall is not available or out of memory.
 FirewallSession* OpenFirewall();
 
 /// Closes a session; null is ignored.
 void CloseFirewall(FirewallSession* session);
 
-/// Adds an exception for `path`, unless there is an enabled one: a rule with the texts from `base` on and for
-/// the IP protocol `protocol` (0: none is set), or a simple exception `name`. One that is there for another
-/// program is rewritten first; a disabled one stays as it is beside the new one. 0 or a success code, or the
-/// HRESULT of what failed; E_OUTOFMEMORY also for no session and for empty texts, E_FAIL for exceptions that
-/// the firewall does not hand out.
+/// Adds an exception for the program `path` unless an enabled one exists. A rule has the texts from `base` on
+/// and the IP protocol `protocol` (0: not set); a simple exception has the name `name`. An existing exception
+/// of the same key for another program is first rewritten for this one. A disabled one stays disabled, and
+/// the new exception is added as well. Returns a success code or the HRESULT of the failure. Returns
+/// E_OUTOFMEMORY also for a null session and for empty texts, E_FAIL if the firewall succeeds but returns no
+/// collection of exceptions.
 HRESULT AddFirewallRule(FirewallSession* session, const wchar_t* path, const wchar_t* name, int base,
                         LONG protocol);
 
-/// Removes the exception that AddFirewallRule makes for the same arguments. 0, also when there was none, or
-/// kFirewallNoCollection, or kFirewallNoKey.
+/// Removes the exception that AddFirewallRule adds for the same arguments. Returns 0, also if there was none;
+/// kFirewallNoCollection, also for a null session; or kFirewallNoKey.
 int RemoveFirewallRule(FirewallSession* session, const wchar_t* path, const wchar_t* name, int base);
 
-/// The text number `base` + `offset` of the program's string table, as the firewall takes it; with a `base`
-/// of 0 the name, or null when that is empty. Null also when memory lacks; a text of more than 1,024
-/// characters is cut. The caller frees it with SysFreeString (or holds it in a SystemString).
+/// Makes the text that refers the firewall to string `base` + `offset` of the program's string table. With a
+/// `base` of 0 it is `name`, or null if that is null or empty. Cuts a reference at 1,024 characters. The
+/// caller frees the string with SysFreeString (or holds it in a SystemString). Returns null also if out of
+/// memory.
 BSTR BuildRuleString(const wchar_t* path, const wchar_t* name, int base, int offset);
 
-/// Sets what a rule is for: program, name, group, and with a `base` that is not 0 its description. The result
-/// of setting the name, or that of what failed before; E_OUTOFMEMORY for empty texts.
+/// Sets the program, the name and the group of a rule, and with a `base` other than 0 its description.
+/// Returns the result of the first failure among program and name, otherwise that of setting the name.
+/// Failures to set group and description are ignored. Returns E_OUTOFMEMORY for an empty program or name.
 HRESULT SetRuleProperties(INetFwRule* rule, const wchar_t* path, const wchar_t* name, int base);
 
-/// The same for a simple exception: program and name.
+/// Sets the program and the name of a simple exception. Returns the result of the first failure, otherwise
+/// that of setting the name; E_OUTOFMEMORY for an empty program or name.
 HRESULT SetApplicationProperties(INetFwAuthorizedApplication* application, const wchar_t* path,
                                  const wchar_t* name);
 
-/// Whether the firewall says that it is off; a question that fails is no such answer.
+/// Returns true if the firewall reports that it is off; false also if it cannot be asked.
 bool IsFirewallOff(FirewallSession* session);
 
 }  // extern "C"

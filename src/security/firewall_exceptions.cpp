@@ -1,14 +1,15 @@
-// The firewall's exceptions for the package's programs, which PROP_FIREWALLDATA lists:
-// NAME["@"SELECTOR]"/"PATH, with ";" between them. The selector is "tcp", "udp" or "all" (as without one), in
-// any case.
+// Firewall exceptions for the programs that PROP_FIREWALLDATA lists: NAME["@"SELECTOR]"/"PATH, separated by
+// ";". The selector is "tcp", "udp" or "all", in any case; "all" is the default.
 //
-// CustomAction5   adds them: rules for the protocols that the selector means or, on an older system, an
-//                 authorised application. Notice 25000 when the firewall refuses and is on; 25001 when the
-//                 current profile ignores authorised applications or does not say whether it does. Reads
+// CustomAction5   adds the exceptions: rules for the protocols of the selector or, on an older system, an
+//                 authorised application. Shows notice 25000 if the firewall rejects an exception, unless the
+//                 firewall is off or its service is not running. On an older system, shows notice 25001 if
+//                 the current profile ignores authorised applications or does not say whether it does. Reads
 //                 PROP_SILENCE and ProductName for the notices.
-// CustomAction19  removes them.
+// CustomAction19  removes the exceptions.
 //
-// Both say in the log what they do and what fails, and return 0 in every outcome.
+// Both log what they do and always return 0. They do not log a failure to start COM or to remove an
+// exception.
 
 #include "base/com_owners.h"
 #include "base/heap.h"
@@ -27,7 +28,7 @@ constexpr Notice kNotCustomized = {
     "The installer was unable to customize the built-in Windows Firewall exception "
     "list.\n\nConsult the Hx documentation for firewall setup details.",
     MB_OK | MB_ICONEXCLAMATION, NoticeTitle::kReusedCount};
-// The doubled word is deliberate: the text is the one that its readers know.
+// On purpose: "The the". The text is kept as its readers know it.
 constexpr Notice kExceptionsIgnored = {
     25001, kWarning,
     "The the built-in Windows Firewall is currently configured to ignore its "
@@ -35,10 +36,10 @@ constexpr Notice kExceptionsIgnored = {
     "control panel to Uncheck \"Don't allow exceptions\".",
     MB_OK | MB_ICONEXCLAMATION, NoticeTitle::kReusedCount};
 
-// What a call to the firewall gives where its service does not run.
+// The result of a call to the firewall if its service is not running.
 constexpr HRESULT kServiceNotRunning = static_cast<HRESULT>(0x800706D9);
 
-// The rules of an exception, and the selectors that mean them.
+// The rule for one protocol, and the selector that asks for it.
 struct ProtocolRule {
   const wchar_t* selector;
   RuleTexts texts;
@@ -51,7 +52,7 @@ constexpr ProtocolRule kTcpRule = {L"tcp", kTcpRuleTexts, NET_FW_IP_PROTOCOL_TCP
 constexpr ProtocolRule kUdpRule = {L"udp", kUdpRuleTexts, NET_FW_IP_PROTOCOL_UDP,
                                    "failure %ld (0x%08lX) modifying firewall for UDP"};
 
-// One program of the list; the texts are stretches of the property's.
+// One program of the list; the texts point into the property's value.
 struct FirewallEntry {
   const wchar_t* name;
   const wchar_t* selector;
@@ -62,9 +63,9 @@ struct FirewallEntry {
   }
 };
 
-// Takes the next program off the list at `*rest`. False at its end, and where no path follows. The look for
-// the path runs over the whole rest, on purpose: an entry without one takes in what stands before the next
-// one's.
+// Takes the next program from the list at `*rest`. Returns false at the end of the list, and if no path
+// follows. On purpose: the "/" before the path is searched for in the whole rest of the list. The name of an
+// entry without a path extends to the "/" of the next entry.
 bool TakeEntry(wchar_t** rest, FirewallEntry* entry) {
   wchar_t* text = *rest;
   if (!*text) return false;
@@ -79,8 +80,8 @@ bool TakeEntry(wchar_t** rest, FirewallEntry* entry) {
   return true;
 }
 
-// Does `job` to each program of the list, with COM started for it. Where COM is not to be had, the rest of
-// the list is left alone.
+// Calls `job` for each program of the list, with COM started for it. Stops if COM's library is not loaded;
+// skips a program for which COM cannot be started.
 void ForEachEntry(MSIHANDLE session, void (*job)(MSIHANDLE session, const FirewallEntry& entry)) {
   HeapStringW list(ReadPropertyW(session, L"PROP_FIREWALLDATA"));
   if (!list) return;
@@ -93,7 +94,7 @@ void ForEachEntry(MSIHANDLE session, void (*job)(MSIHANDLE session, const Firewa
   }
 }
 
-// The firewall for the length of a scope.
+// Opens the firewall and closes it at the end of the scope.
 struct OpenedFirewall {
   FirewallSession* session = OpenFirewall();
 
@@ -103,7 +104,8 @@ struct OpenedFirewall {
   ~OpenedFirewall() { CloseFirewall(session); }
 };
 
-// Tells the user of a failure, unless the firewall is off: then nothing is in the program's way.
+// Shows the user a failure. If the firewall is off or its service is not running, only logs that, because
+// nothing blocks the program then.
 void ReportFailure(MSIHANDLE session, FirewallSession* firewall, HRESULT failure) {
   if (IsFirewallOff(firewall) || failure == kServiceNotRunning) {
     LogSetupMessage(session, "it seems that the Firewall is disabled");
@@ -126,7 +128,7 @@ void AddApplication(MSIHANDLE session, FirewallSession* firewall, const Firewall
   }
 }
 
-// Adds the rule. The result of the firewall, which the log has when it is a failure.
+// Adds the rule. Returns the result of the firewall; logs it if it is a failure.
 HRESULT AddRule(MSIHANDLE session, FirewallSession* firewall, const FirewallEntry& entry,
                 const ProtocolRule& rule) {
   HRESULT result = AddFirewallRule(firewall, entry.path, entry.name, rule.texts, rule.protocol);
@@ -138,7 +140,7 @@ void AddRules(MSIHANDLE session, FirewallSession* firewall, const FirewallEntry&
   LogSetupMessage(session, "installing complex firewall rules");
   HRESULT result = S_OK;
   if (entry.Means(kTcpRule)) result = AddRule(session, firewall, entry, kTcpRule);
-  // Deliberate: where both rules are wanted, only what comes of the second is reported to the user.
+  // On purpose: if both rules are wanted, only a failure of the second is shown to the user.
   if (entry.Means(kUdpRule)) result = AddRule(session, firewall, entry, kUdpRule);
   if (FAILED(result)) ReportFailure(session, firewall, result);
 }

@@ -1,13 +1,13 @@
-// Access to the server's files and folders, by one entry for one account.
+// Gives one account access to a file or folder of the server.
 //
-// CustomAction25  full control for an account.
-//                 CustomActionData: ACCOUNT "*" PATH; a backslash before the account is not of it.
-// CustomAction33  access for the account that a service runs under.
+// CustomAction25  gives an account full control.
+//                 CustomActionData: ACCOUNT "*" PATH; a backslash before the account is ignored.
+// CustomAction33  gives access to the account that a service runs under.
 //                 CustomActionData: SERVICE "*" LETTERS "*" PATH; the letters are "r" (read), "w" (write) and
 //                 "x" (execute).
 //
-// Sub-folders and files inherit the entry. Both do nothing in a rollback, say in the log what came of it, and
-// return 0 in every outcome.
+// Sub-folders and files inherit the entry. Both do nothing in a rollback. Both log the outcome and always
+// return 0.
 
 #include "base/heap.h"
 #include "base/text.h"
@@ -29,7 +29,7 @@ constexpr PermissionLetter kPermissionLetters[] = {
     {L'x', kAccessExecute},
 };
 
-// `text` in UTF-8, a new heap string; null when memory lacks.
+// Converts `text` to UTF-8 in a new heap string; null if out of memory.
 char* ToUtf8(const wchar_t* text) {
   unsigned size = FormatString(nullptr, 0, "%ls", text) + 1;
   auto* buffer = static_cast<char*>(HeapAllocZero(size));
@@ -43,7 +43,7 @@ int GrantFullControl(const wchar_t* account, wchar_t* pathText) {
   return ApplyAccountAccess(path.get(), name.get(), kAccessInherit | kAccessAll);
 }
 
-// The mode that the letters stand for; others are ignored.
+// Returns the mode for the letters; ignores other characters.
 DWORD ParseMode(const wchar_t* letters) {
   DWORD mode = kAccessInherit;
   for (; *letters; ++letters) {
@@ -86,7 +86,7 @@ extern "C" UINT WINAPI CustomAction25(MSIHANDLE session) {
     LogSetupMessage(session, "no change to ACL on %ls", data.get());
     return ERROR_SUCCESS;
   }
-  // Deliberate: what the line calls the place is the account as it was given, not the path.
+  // On purpose: the line ends with the account as given, where a reader expects the path.
   LogSetupMessage(session, "setting ACL for %ls on %ls", account, data.get());
   int result = GrantFullControl(account, path);
   if (result == 0) {

@@ -1,6 +1,6 @@
-// CustomAction36: runs a section of a setup information file. CustomActionData is the command line that the
-// setup library takes: the section, the mode of a restart, and the file's path, with blanks between. The log
-// has the command line. Returns 0 in every outcome; how the section ran is not known.
+// CustomAction36: runs a section of a setup information (INF) file. CustomActionData is the command line for
+// the setup library: the section, the restart mode and the file's path, separated by spaces. Logs the command
+// line. Always returns 0; whether the section succeeded is not known.
 
 #include "base/heap.h"
 #include "base/late_binding.h"

@@ -20,7 +20,8 @@ constexpr DWORD kWorkstationLevel = 100;
 constexpr DWORD kNewUserLevel = 2;
 constexpr DWORD kExistingUserLevel = 1;
 
-// The name of the domain or workgroup, which lives as long as `owner`; null when it is not to be had.
+// Returns the name of the domain or workgroup, which is valid as long as `owner`; null if it is not
+// available.
 const wchar_t* AskWorkstationDomain(NetworkMemory<BYTE>* owner) {
   BYTE* information = nullptr;
   if (netWkstaGetInfo(nullptr, kWorkstationLevel, &information) != NERR_Success || !information)
@@ -32,7 +33,7 @@ const wchar_t* AskWorkstationDomain(NetworkMemory<BYTE>* owner) {
 }  // namespace
 
 DWORD FreeNetApiBuffer(void* buffer) {
-  // Deliberate: where the function is missing, the buffer is lost.
+  // On purpose: if the function is missing, the buffer is lost.
   return netApiBufferFree(buffer);
 }
 

@@ -1,4 +1,4 @@
-// What the creation and the deletion of the service account share. Used by these two actions.
+// Shared by the two actions that create and delete the service account.
 #pragma once
 
 #include "frame/session.h"
@@ -6,16 +6,16 @@
 
 extern "C" {
 
-/// CustomAction24, which is also what CustomAction23 does in a rollback.
+/// Deletes the service account. CustomAction23 calls it in a rollback.
 UINT WINAPI CustomAction24(MSIHANDLE session);
 
-/// Registers the names of services of the class that PROP_SERVICENAME names ("VANTOR" when it is unset or
-/// cannot be read) on the account with this distinguished name, or takes them away. The result of
-/// UpdateServicePrincipalNames.
+/// Registers the service principal names of the class PROP_SERVICENAME on the account with this distinguished
+/// name, or removes them. The class is "VANTOR" if the property is unset or cannot be read. Returns the
+/// result of UpdateServicePrincipalNames.
 DWORD UpdatePackagePrincipalNames(MSIHANDLE session, const wchar_t* distinguishedName,
                                   PrincipalNameChange change);
 
 }  // extern "C"
 
-/// The class of users in a container of the directory.
+/// The class of users in the directory.
 constexpr wchar_t kUserClass[] = L"user";

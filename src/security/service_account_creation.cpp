@@ -1,13 +1,14 @@
-// CustomAction23: creates the account that the server's service runs under. Reads PROP_ACCOUNTTYPE ("0": of
-// the domain, "1": of this computer; by its first character), PROP_ACCOUNTID (the name), PROP_ACCOUNTDESC
-// (the full name) and PROP_SERVICENAME (the class of the service names that a domain's account gets). Gives
-// the account a new password and the right to log on as a service. Publishes PROP_ACCOUNTNAME,
-// PROP_ACCOUNTPASS and PROP_ACCOUNTDOMAIN, all empty when there is no account: the service then runs as
-// LocalSystem. Notice 27000 when the account could not be created. In a rollback it deletes the account, as
-// CustomAction24 does. Returns 0 in every outcome.
+// CustomAction23: creates the account that the server's service runs under, with a new password and the right
+// to log on as a service.
+//
+// Reads PROP_ACCOUNTTYPE (its first character: "0" for a domain account, "1" for a local one), PROP_ACCOUNTID
+// (the name), PROP_ACCOUNTDESC (the full name) and PROP_SERVICENAME (the class of the service principal names
+// that a domain account gets). Sets PROP_ACCOUNTNAME, PROP_ACCOUNTPASS and PROP_ACCOUNTDOMAIN; sets all three
+// empty if there is no account, and the service then runs as LocalSystem. Shows notice 27000 if the account
+// could not be created. In a rollback it deletes the account, as CustomAction24 does. Always returns 0.
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// Needs windows.h first.
 #include <ntsecapi.h>
 
 #include "base/com_owners.h"
@@ -28,14 +29,14 @@ constexpr Notice kNotCreated = {
     "to run in the LocalSystem account.",
     MB_OK | MB_ICONEXCLAMATION, NoticeTitle::kReusedCount};
 
-// Logging on as a service, and the length of the right's name in bytes without the terminator.
+// The right to log on as a service, and the length of its name in bytes without the terminator.
 constexpr wchar_t kLogonRight[] = L"SeServiceLogonRight";
 constexpr USHORT kLogonRightLength = sizeof kLogonRight - sizeof *kLogonRight;
 
-// What stands for this computer where its name is not to be had.
+// The domain of a local account if the name of this computer is not available.
 constexpr wchar_t kThisComputer[] = L".";
 
-// The account as it is to be.
+// The account to create.
 struct NewAccount {
   HeapStringW name;
   AccountPassword password;
@@ -71,27 +72,28 @@ DWORD CreateLocalAccount(const NewAccount& account, const wchar_t* fullName) {
   return AddLocalUser(&user);
 }
 
-// Creates the account in the domain's directory. The strings go to it as they are.
+// Creates the account in the domain's directory. Returns 0 or the code of the failure. The strings are passed
+// as plain pointers, without a copy as system strings.
 DWORD CreateDomainAccount(const NewAccount& account, const wchar_t* fullName) {
   ComPtr<IADsContainer> container(OpenDomainContainer(account.domain));
-  // Deliberate: without a container and without an error, the account counts as created.
+  // On purpose: if there is no container and no error, the account counts as created.
   if (!container) return GetLastError();
   ComPtr<IDispatch> object;
   HRESULT result = container->Create(AsItStands(kUserClass), AsItStands(account.name.get()), object.put());
   if (!object.keep(result)) {
-    // On purpose: what was obtained until such a failure is never released.
+    // On purpose: the container is not released after this failure.
     container.release();
     return static_cast<DWORD>(result);
   }
   ComPtr<IADsUser> user;
   result = object->QueryInterface(kUserId, user.putVoid());
   if (!user.keep(result)) {
-    // On purpose, as above.
+    // On purpose: the container and the object are not released after this failure.
     container.release();
     object.release();
     return static_cast<DWORD>(result);
   }
-  // Deliberate: an account without a password of ours, or without a full name, is one all the same.
+  // On purpose: failures to set the password and the full name are ignored. The account counts as created.
   user->SetPassword(AsItStands(account.password.text));
   user->put_FullName(AsItStands(fullName));
   result = user->SetInfo();
@@ -101,7 +103,7 @@ DWORD CreateDomainAccount(const NewAccount& account, const wchar_t* fullName) {
   return FAILED(result) ? static_cast<DWORD>(result) : 0;
 }
 
-// Creates the account. 0, or the code of the network or of the directory.
+// Creates the account. Returns 0, or the code of the network or of the directory, which it logs.
 DWORD CreateAccount(MSIHANDLE session, const NewAccount& account) {
   if (account.isOfDomain) {
     LogSetupMessage(session, "creating domain service account %ls\\%ls", account.domain, account.name.get());
@@ -116,7 +118,8 @@ DWORD CreateAccount(MSIHANDLE session, const NewAccount& account) {
   return code;
 }
 
-// Grants the right in this computer's policy. The status of the last step.
+// Grants the right to log on as a service in this computer's policy. Returns the status of the step that
+// failed, or of the last one.
 NTSTATUS AddLogonRight(void* sid) {
   LSA_OBJECT_ATTRIBUTES attributes = {};
   LSA_HANDLE policy;
@@ -131,8 +134,8 @@ NTSTATUS AddLogonRight(void* sid) {
   return status;
 }
 
-// Lets the account log on as a service, on this computer also when it is of the domain. False when that
-// failed.
+// Grants the account the right to log on as a service, on this computer also for a domain account. Returns
+// false on failure.
 bool GrantLogonRight(const NewAccount& account) {
   NetworkName controller;
   if (account.isOfDomain &&
@@ -171,7 +174,7 @@ void PublishLocalDomain(MSIHANDLE session) {
                   GetComputerNameW(computer, &size) ? computer : kThisComputer);
 }
 
-// Publishes the account and makes it one that a service can run under.
+// Sets the properties of the account and makes it usable for a service. Failures are only logged.
 void EquipAccount(MSIHANDLE session, const NewAccount& account) {
   MsiSetPropertyW(session, L"PROP_ACCOUNTNAME", account.name.get());
   MsiSetPropertyW(session, L"PROP_ACCOUNTPASS", account.password.text);
@@ -184,7 +187,7 @@ void EquipAccount(MSIHANDLE session, const NewAccount& account) {
   }
 }
 
-// Makes the account, with all that it needs. False when there is none afterwards.
+// Creates the account and everything that it needs. Returns false if the account could not be created.
 bool MakeAccount(MSIHANDLE session, AccountType type) {
   NewAccount account;
   account.name.reset(ReadPropertyW(session, L"PROP_ACCOUNTID"));
@@ -194,7 +197,7 @@ bool MakeAccount(MSIHANDLE session, AccountType type) {
     LogSetupMessage(session, "failure %ld (0x%08lX) adding account", chance, chance);
     return false;
   }
-  // Without a domain or workgroup, the account is one of this computer.
+  // If the name of the domain or workgroup is not available, a local account is created.
   account.isOfDomain = type == kDomainAccount && GetWorkstationDomain(account.domain) > 0;
   if (CreateAccount(session, account) != 0) return false;
   EquipAccount(session, account);

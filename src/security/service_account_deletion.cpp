@@ -1,7 +1,8 @@
-// CustomAction24: deletes the account that the server's service runs under, if the installer made it: that is
-// one whose name is the value of PROP_ACCOUNTID. The account is the one that the service says, else
-// PROP_ACCOUNTNAME of PROP_ACCOUNTDOMAIN. The names of services (class PROP_SERVICENAME) on a domain's
-// account go with it. The log says which account is deleted or why none is. Returns 0 in every outcome.
+// CustomAction24: deletes the account that the server's service runs under, if the installer created it: if
+// its name is the value of PROP_ACCOUNTID. The account is taken from the service's configuration; if that
+// names none but LocalSystem, it is PROP_ACCOUNTNAME in PROP_ACCOUNTDOMAIN. The service principal names
+// (class PROP_SERVICENAME) of a domain account are removed first. Logs which account is deleted. Logs why
+// none is, unless no account is found. Always returns 0.
 
 #include "base/com_owners.h"
 #include "base/heap.h"
@@ -24,7 +25,8 @@ wchar_t* CopyText(const wchar_t* text) {
   return copy ? TxtCopyW(copy, text) : nullptr;
 }
 
-// The account that the service runs under, a new heap string; null when there is none of its own.
+// Returns the account that the service runs under as a new heap string. Returns null if that is LocalSystem,
+// and on failure.
 wchar_t* ReadServiceAccount() {
   ServiceHandle manager(OpenSCManagerA(nullptr, nullptr, SC_MANAGER_ENUMERATE_SERVICE));
   if (!manager) return nullptr;
@@ -40,7 +42,8 @@ wchar_t* ReadServiceAccount() {
   return CopyText(account);
 }
 
-// The account that the installation published, a new heap string; null when there is none.
+// Returns the account in the properties that CustomAction23 sets, as a new heap string; null if there is
+// none.
 wchar_t* ReadPublishedAccount(MSIHANDLE session) {
   HeapStringW name(ReadPropertyW(session, L"PROP_ACCOUNTNAME"));
   if (!name || !name.get()[0]) return nullptr;
@@ -49,7 +52,8 @@ wchar_t* ReadPublishedAccount(MSIHANDLE session) {
   return name.release();
 }
 
-// Cuts an account's text at its first backslash. The user; `domain` is what stands before, or null.
+// Splits `account` at its first backslash, in place. Returns the user and stores the text before the
+// backslash at `domain`; null if there is no backslash.
 const wchar_t* SplitAccount(wchar_t* account, const wchar_t** domain) {
   const wchar_t* user = TxtCutW(account, L'\\');
   *domain = user ? account : nullptr;
@@ -64,7 +68,7 @@ bool IsRemote(const wchar_t* domain) {
 }
 
 void DeleteLocalAccount(const wchar_t* user) {
-  // The result is ignored on purpose: nothing of the removal depends on it.
+  // On purpose: the result is ignored. Nothing in the removal depends on it.
   if (HasLocalUser(user)) DeleteLocalUser(user);
 }
 

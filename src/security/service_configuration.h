@@ -1,23 +1,24 @@
-// The configuration of a service, read with a line in the installer's log for each step that fails. Used by
-// the actions that adjust the system around an installed service.
+// Reads the configuration of a service and logs each failing step. Used by the actions that adjust an
+// installed service or the access of its account.
 #pragma once
 
 #include "base/heap.h"
 #include "base/windows_owners.h"
 #include "frame/session.h"
 
-/// A service, opened through the service manager, which is held as long.
+/// An open service, and the service manager through which it was opened.
 struct ConfiguredService {
-  ServiceHandle manager;  ///< closed behind the service
-  ServiceHandle service;  ///< empty when it could not be opened
+  ServiceHandle manager;  ///< closed after the service
+  ServiceHandle service;  ///< null if it could not be opened
 
-  /// Opens the service `name` with `access` (SERVICE_...); the log says what failed.
+  /// Opens the service `name` with `access` (SERVICE_...); logs a failure.
   ConfiguredService(MSIHANDLE session, const wchar_t* name, DWORD access);
 };
 
-/// What a query makes of a service's configuration: a new heap block that `query` has filled, or null; the
-/// log says what failed, but for a lack of memory. `query` takes the block, its size in bytes and where the
-/// size that is needed is stored, and returns whether the system answered.
+/// Queries a part of a service's configuration. Returns a new heap block that `query` has filled, which the
+/// caller frees with HeapFreeSafe; null on failure. Logs failures, except running out of memory. `query`
+/// takes the block, its size in bytes, and where to store the needed size; it returns true if the system
+/// succeeded.
 template <typename Query>
 void* QueryConfiguration(MSIHANDLE session, Query query) {
   DWORD size = 0;

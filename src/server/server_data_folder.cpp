@@ -1,17 +1,19 @@
-// What is on the machine before the server is installed: an older server, its data folder, the folder of
-// 64-bit programs.
+// Finds out what is on the machine before the server is installed: an older server, its data folder, and the
+// Program Files folder for 64-bit programs.
 //
-// CustomAction12  sets DIR_PROGRAMS64 to the folder of 64-bit programs, if there is one.
-// CustomAction13  moves the portable key files of all users into the portable folder of the machine.
+// CustomAction12  sets DIR_PROGRAMS64 to the 64-bit Program Files folder, if it exists.
+// CustomAction13  moves the portable key files of all users into the machine's portable folder.
 // CustomAction14  sets PROP_REPLACING to 1 in an upgrade (PROP_UPGRADE_PRODUCTCODE is set) of a server with
-//                 settings, when DIR_DATAFOLDER is set and neither it nor DIR_UPG_DATA is a folder.
-// CustomAction22  sets PROP_UPGRADE and PROP_REPLACING to 1 in an upgrade; otherwise PROP_DFPRESENT when
-//                 DIR_DATAFOLDER holds a file, and then PROP_UPGRADE when DIR_SERVER holds the program.
+//                 settings, if DIR_DATAFOLDER is set and neither it nor DIR_UPG_DATA is an existing folder.
+// CustomAction22  in an upgrade (as above), sets PROP_UPGRADE and PROP_REPLACING to 1. Otherwise, unless
+//                 PROP_UPGRADE is already set to something that does not start with "0": sets PROP_DFPRESENT
+//                 to 1 if DIR_DATAFOLDER or a folder in it contains a file, and then PROP_UPGRADE to 1 if
+//                 DIR_SERVER contains vt.exe.
 // CustomAction34  sets PROP_PREVVTDF to the data folder of the previous server.
-// CustomAction35  sets DIR_EXADMIN to the folder that holds the file PROP_UPGRADE, and DIR_UPG to a folder
-//                 of its last name beside that.
+// CustomAction35  sets DIR_EXADMIN to the folder of the file PROP_UPGRADE, and DIR_UPG to a folder beside
+//                 DIR_EXADMIN that has the last name of DIR_UPG.
 //
-// All are immediate and silent and return 0 in every outcome; what cannot be found stays unset.
+// All are immediate, log nothing and always return 0. A property whose value cannot be found is not set.
 
 #include <shlobj.h>
 
@@ -31,23 +33,23 @@
 
 namespace {
 
-// The buffer of CustomAction12: that of a property, and then that of the folder, in characters.
+// The size of CustomAction12's buffer, first for a property and then for the folder, in characters.
 constexpr DWORD kProgramsSize = 272;
-// The most characters that the folder grows by: the name of the default folder and a backslash.
+// The most characters by which the folder can grow: the name of the default folder and a backslash.
 constexpr wchar_t kDefaultPrograms[] = L"Program Files";
 constexpr size_t kProgramsGrowth = sizeof kDefaultPrograms / sizeof(wchar_t) + 1;
 
-// What the folder of 32-bit programs has behind the name of the folder of 64-bit programs.
+// The end of the 32-bit Program Files path, which the 64-bit one does not have.
 constexpr wchar_t kX86Suffix[] = L" (x86)";
 constexpr size_t kX86SuffixLength = sizeof kX86Suffix / sizeof(wchar_t) - 1;
 
-// The flattened text of a bare drive has at most this many bytes.
+// The longest flattened text of a bare drive, in bytes.
 constexpr LONG kBareDriveLength = 3;
 
-// The buffer of a key file's new name, in bytes with the terminator.
+// The size of the buffer for a key file's new name, in bytes with the terminator.
 constexpr unsigned kKeyFileNameSize = 64;
 
-// Where an older server may be, in the order of preference.
+// The properties with the folder of an older server, in order of preference.
 constexpr const wchar_t* kServerProperties[] = {L"PROP_PRE75SERVER", L"DIR_SERVER"};
 
 bool IsPropertySet(MSIHANDLE session, const wchar_t* name) {
@@ -55,20 +57,20 @@ bool IsPropertySet(MSIHANDLE session, const wchar_t* name) {
   return value && value.get()[0];
 }
 
-// Whether `path` (not null) is an existing folder, or memory lacks to tell.
+// Returns true if `path` (not null) is an existing folder; true also if out of memory.
 bool MayBeFolder(PathObject* path) {
   int status = FolderExists(path);
   return status == kStatusOk || status == kStatusNoMemory;
 }
 
-// Empties `path` unless it is an existing folder. False when memory lacks to tell.
+// Sets `path` to null unless it is an existing folder. Returns false if out of memory.
 bool KeepExistingFolder(PathRef* path) {
   int status = *path ? FolderExists(path->get()) : kStatusNotFound;
   if (status != kStatusOk) path->reset();
   return status != kStatusNoMemory;
 }
 
-// Asks Windows for the folder of programs into `folder` (at least MAX_PATH characters).
+// Stores the Program Files folder at `folder` (at least MAX_PATH characters); false on failure.
 bool AskForProgramFiles(wchar_t* folder) {
   Module module(LoadLate("SHFOLDER"));
   auto* getFolderPath = FindFunction<decltype(SHGetFolderPathW)>(module.get(), "SHGetFolderPathW");
@@ -78,8 +80,8 @@ bool AskForProgramFiles(wchar_t* folder) {
          folder[0];
 }
 
-// Makes the name of the folder of 64-bit programs of that of the folder of programs as 32-bit processes see
-// it, or of a folder of another name the default one beside it. False when there is none beside it.
+// Turns the 32-bit Program Files path into the 64-bit one, in place: strips " (x86)", or replaces the last
+// component by "Program Files". Returns false if the path has no backslash.
 bool MakePrograms64(wchar_t* folder) {
   size_t length = TxtLenW(folder);
   if (folder[length - 1] == L'\\') folder[--length] = L'\0';
@@ -99,17 +101,17 @@ bool IsFoundFolder(const wchar_t* name) {
   return search && IsFolder(found);
 }
 
-// Joins the names in `names` (each closed by a terminator, the last by two) one after the other onto
-// `folder`. Null when memory lacks.
+// Joins the names in `names` onto `folder`, one after the other. Each name ends with a terminator, the last
+// with two. Returns null if out of memory.
 PathObject* JoinNames(PathObject* folder, const char* names) {
   PathRef path(static_cast<PathObject*>(folder->ops.Retain(folder)));
   for (; path && *names; names += TxtLenA(names) + 1) path.reset(PathJoin(path.get(), names));
   return path.release();
 }
 
-// Moves the key file below the user's folder `user`, if there is one and it is not in `target` already, to
-// the name for `number` in `target`. False when there was nothing to move; that a move fails is deliberately
-// ignored.
+// Moves the key file of the user with the folder `user` to `target`, under the name for `number`. Returns
+// false if there is no key file, or if it is already in `target`. On purpose: a failing move is ignored, and
+// its number is used up.
 bool MoveKeyFile(PathObject* user, PathObject* target, unsigned number) {
   PathRef candidate(JoinNames(user, "Local Settings\0Application Data\0portable.dir\0portable.pky\0"));
   if (FileExists(candidate.get()) != kStatusOk) return false;
@@ -126,13 +128,13 @@ bool HoldsAnyFile(PathObject* folder) {
   ObjectRef<DirWalker> walker(DirWalkerCreate(folder));
   if (!walker) return false;
   walker.get()->flags = kReturnFiles;
-  // A link to a folder around it would make the search endless.
+  // A link to a parent folder would make the search endless.
   walker.get()->followReparse = kSkipFolderLinks;
   return static_cast<bool>(PathRef(DirWalkerNext(walker.get())));
 }
 
-// The folder `name` in the folder that the property `property` holds, if that exists. False when nothing can
-// be said, because memory lacks.
+// Stores the folder `name` in the folder of the property `property` at `found`, if it exists. Returns false
+// if the answer is unknown: if the property cannot be made into a path, and if out of memory.
 bool FindFolderIn(MSIHANDLE session, const wchar_t* property, const char* name, PathRef* found) {
   PathRef folder;
   if (!ReadPathProperty(session, property, &folder)) return false;
@@ -144,8 +146,9 @@ bool FindFolderIn(MSIHANDLE session, const wchar_t* property, const char* name, 
   return true;
 }
 
-// Finds the data folder of the previous server; it stays empty when there is none. False when nothing can be
-// said.
+// Stores the data folder of the previous server at `folder`. Tries the server's settings, then the last name
+// of DIR_UPG in the folders of an older server, and falls back to DIR_UPG itself; null if that is unset.
+// Returns false if the answer is unknown.
 bool FindPreviousDataFolder(MSIHANDLE session, PathRef* folder) {
   RegistryKey settings;
   if (OpenServerSettings(&settings)) {
@@ -172,7 +175,7 @@ bool FindPreviousDataFolder(MSIHANDLE session, PathRef* folder) {
 extern "C" UINT WINAPI CustomAction12(MSIHANDLE session) {
   wchar_t folder[kProgramsSize + kProgramsGrowth];
   DWORD count = kProgramsSize;
-  // Deliberate: the answer makes no difference, the same buffer receives the folder.
+  // On purpose: the value is not used. The buffer then receives the folder.
   MsiGetPropertyW(session, L"VersionNT64", folder, &count);
   if (!AskForProgramFiles(folder) || !MakePrograms64(folder) || !IsFoundFolder(folder)) return ERROR_SUCCESS;
   TxtCopyW(folder + TxtLenW(folder), L"\\");
@@ -200,7 +203,7 @@ extern "C" UINT WINAPI CustomAction13(MSIHANDLE) {
 }
 
 extern "C" UINT WINAPI CustomAction14(MSIHANDLE session) {
-  // Deliberately read as 8-bit text, unlike everywhere else.
+  // On purpose: read as 8-bit text, unlike in every other action here.
   HeapStringA dataFolder(ReadPropertyA(session, "DIR_DATAFOLDER"));
   if (!dataFolder || !dataFolder.get()[0]) return ERROR_SUCCESS;
   PathRef folder(PathFromWrittenUtf8(dataFolder.get()));
@@ -212,7 +215,7 @@ extern "C" UINT WINAPI CustomAction14(MSIHANDLE session) {
   if (!OpenServerSettings(&settings)) return ERROR_SUCCESS;
   if (IsPropertySet(session, L"PROP_UPGRADE_PRODUCTCODE")) MsiSetPropertyW(session, L"PROP_REPLACING", L"1");
   ReadServerDataFolder(settings.get(), kLargestDataFolderText, &folder);
-  // Deliberate: the folder is looked for, and nothing depends on the answer.
+  // On purpose: the folder is looked for, but nothing depends on the result.
   if (folder) FolderExists(folder.get());
   return ERROR_SUCCESS;
 }

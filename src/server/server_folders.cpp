@@ -10,8 +10,8 @@ bool ReadPathProperty(MSIHANDLE session, const wchar_t* name, PathRef* path) {
   path->reset();
   HeapStringW value(ReadPropertyW(session, name));
   if (!value) {
-    // A property that cannot be read counts as unset; but not if memory ran out. Its last name would be
-    // empty, and the folder around it would be published.
+    // A property that cannot be read counts as unset, except if out of memory. Otherwise its last name would
+    // be taken as empty, and a property would be set to the parent folder.
     DWORD error = GetLastError();
     return error != ERROR_OUTOFMEMORY && error != ERROR_NOT_ENOUGH_MEMORY;
   }
@@ -43,6 +43,6 @@ bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder) {
   char text[kLargestDataFolderText];
   ReadRegistryText(key, "vtdf", text, size);
   folder->reset(PathFromWrittenUtf8(text));
-  // A full path is made without the help of Windows: where it is not, memory lacks.
+  // A full path is made without the help of Windows, so it can fail only for lack of memory.
   return *folder || !IsDriveAbsolute(text);
 }

@@ -1,15 +1,16 @@
-// An older server's folders on their way into the new layout.
+// Moves an older server's folders into the new layout.
 //
-// CustomAction20  immediate: where everything goes. Reads PROP_PRE75SERVER or DIR_SERVER, the settings of the
-//                 server and the last names of DIR_UPG, DIR_UPG_DATA, DIR_UPG_HELPERDATA, DIR_UPG_VRDF and
-//                 DIR_UPG_VRDF_PREFS; sets these five, DIR_EXSERVER and DIR_EXDATA. Returns 0.
-// CustomAction15  deferred: runs the copy/move engine over CustomActionData, to move the old server folder
-//                 aside. Returns 0, or 1603 behind notice 26000.
-// CustomAction16  deferred: runs the engine over CustomActionData, to carry files into the new server folder.
-//                 Returns 0; a failure is told by notice 26001, but not while rolling back.
-// CustomAction17  deferred: takes the marker files of the database conversion from the folder
-//                 CustomActionData and returns 0 for a completed conversion, 1602 for a cancelled one, else
-//                 1603; with "-" in front of the folder always 0.
+// CustomAction20  immediate: decides where everything goes. Reads PROP_PRE75SERVER or DIR_SERVER, the
+// server's
+//                 settings, and the last names of DIR_UPG, DIR_UPG_DATA, DIR_UPG_HELPERDATA, DIR_UPG_VRDF and
+//                 DIR_UPG_VRDF_PREFS. Sets these five, DIR_EXSERVER and DIR_EXDATA. Always returns 0.
+// CustomAction15  deferred: runs the copy/move engine with CustomActionData, to move the old server folder
+//                 aside. Returns 0; on failure shows notice 26000 and returns 1603.
+// CustomAction16  deferred: runs the engine with CustomActionData, to move files into the new server folder.
+//                 Shows notice 26001 on failure, except in a rollback. Always returns 0.
+// CustomAction17  deferred: reads and deletes the marker files of the database conversion in the folder
+//                 CustomActionData. Returns 0 for a completed conversion, 1602 for a cancelled one, otherwise
+//                 1603. Always returns 0 if the folder is preceded by "-".
 
 #include "base/heap.h"
 #include "base/text.h"
@@ -37,24 +38,24 @@ constexpr Notice kNotAllMoved = {
     "Setup was unable to move some files from the old Server folder into the new Server folder.",
     MB_OK | MB_ICONERROR, NoticeTitle::kWholeBuffer};
 
-// Properties of the folders inside the new data folder, each inside the one before.
+// The properties of the folders inside the new data folder; each folder is inside the previous one.
 constexpr const wchar_t* kNestedFolders[] = {L"DIR_UPG_HELPERDATA", L"DIR_UPG_VRDF", L"DIR_UPG_VRDF_PREFS"};
 
-// Runs the copy/move engine over the action's data.
+// Runs the copy/move engine with CustomActionData; false on failure.
 bool RunTreeCopy(MSIHANDLE session) {
   HeapStringW arguments(ReadPropertyW(session, L"CustomActionData"));
   return arguments && TreeCopyMove(arguments.get()) == kStatusOk;
 }
 
-// Whether `path` is `folder` or lies inside it, as far as the longest path that both begin with tells: not of
-// the root of a drive, and of letters beyond ASCII only in the same case.
+// Returns true if `path` is `folder` or inside it. Compares with the common ancestor of both, so it does not
+// recognize the root of a drive as `folder`, and letters beyond ASCII match only in the same case.
 bool IsWithin(PathObject* path, PathObject* folder) {
   if (folder->ops.Compare(path, folder) == 0) return true;
   PathRef common(PathCommonAncestor(folder, path));
   return common && folder->ops.Compare(common.get(), folder) == 0;
 }
 
-// The folder of the server that is being replaced; empty when there is none, or none can be made out.
+// Returns the folder of the server that is being replaced; null if there is none, or on failure.
 PathRef FindOldServer(MSIHANDLE session) {
   PathRef server;
   if (!ReadPathProperty(session, L"PROP_PRE75SERVER", &server) || server) return server;
@@ -62,8 +63,8 @@ PathRef FindOldServer(MSIHANDLE session) {
   return server;
 }
 
-// Finds the data folder of the old server; `data` stays empty when it does not lie outside the folder
-// `server`. False when nothing can be said.
+// Stores the data folder of the old server at `data`; null if it has none outside the folder `server`.
+// Returns false if that is unknown, because out of memory.
 bool FindOutsideData(PathObject* server, PathRef* data) {
   RegistryKey settings;
   if (!OpenServerSettings(&settings)) return true;
@@ -72,14 +73,16 @@ bool FindOutsideData(PathObject* server, PathRef* data) {
   return true;
 }
 
-// In `folder`, the path of the last name that the property `name` has now. Null when it cannot be made.
+// Joins the last component of the property `name` onto `folder`. Returns null on failure, and if `folder` is
+// null.
 PathRef MakeBelow(MSIHANDLE session, PathObject* folder, const wchar_t* name) {
   char lastName[kLastNameSize];
   if (!folder || !ReadLastName(session, name, lastName)) return PathRef();
   return PathRef(PathJoin(folder, lastName));
 }
 
-// The new data folder beside the old one: the last name of DIR_UPG_DATA and the date of today.
+// Makes the path of the new data folder, beside the old one `data`: the last name of DIR_UPG_DATA and today's
+// date. Returns null on failure.
 PathRef MakeDatedBeside(MSIHANDLE session, PathObject* data) {
   char name[kLastNameSize];
   if (!ReadLastName(session, L"DIR_UPG_DATA", name)) return PathRef();
@@ -88,18 +91,18 @@ PathRef MakeDatedBeside(MSIHANDLE session, PathObject* data) {
   return PathRef(PathReplaceLeaf(data, name));
 }
 
-// A marker file in `folder` (null: in the root of the current drive).
+// Makes the path of a marker file in `folder` (null: the root of the current drive).
 PathRef Marker(PathObject* folder, const char* name) {
   return PathRef(PathJoin(folder, name));
 }
 
-// Deletes a marker, if it is there.
+// Deletes a marker file, if it exists.
 void Delete(PathObject* marker) {
   HeapStringW name(PathToWide(marker));
   if (name) DeleteFileW(name.get());
 }
 
-// What the markers in `folder` say; they are deleted.
+// Reads the result of the conversion from the marker files in `folder`, and deletes them.
 UINT TakeConversionResult(PathObject* folder) {
   UINT result = ERROR_SUCCESS;
   {
@@ -132,7 +135,7 @@ extern "C" UINT WINAPI CustomAction20(MSIHANDLE session) {
 
   PathRef around(PathFolder(server.get()));
   PathRef upgrade = MakeBelow(session, around.get(), L"DIR_UPG");
-  // Deliberately the only one that must succeed: everything below builds on it.
+  // On purpose: the only property whose failure ends the action. Everything below depends on it.
   if (!SetDirectoryProperty(session, L"DIR_UPG", upgrade.get())) return ERROR_SUCCESS;
   PathRef folder =
       data ? MakeDatedBeside(session, data.get()) : MakeBelow(session, upgrade.get(), L"DIR_UPG_DATA");
