@@ -7,8 +7,8 @@
 namespace {
 
 constexpr wchar_t kAgentName[] = L"osua.exe";
-// The folder in which the installer keeps the files that it runs from a package. On purpose: the path is
-// fixed. If Windows is installed elsewhere, only agents of the client folder are restarted.
+// On purpose: a fixed path. The installer keeps the files that it runs from a package there. If Windows is
+// installed elsewhere, only agents of the client folder are restarted.
 constexpr wchar_t kInstallerCache[] = L"C:\\Windows\\Installer\\";
 constexpr int kInstallerCacheLength = sizeof kInstallerCache / sizeof *kInstallerCache - 1;
 // The size of the buffer for an image path, in characters with the terminator.

@@ -78,8 +78,9 @@ struct RuleForm {
     return SetRuleProperties(rule, wanted.path, wanted.name, wanted.base);
   }
   static HRESULT GetProgram(Item* rule, BSTR* program) { return rule->get_ApplicationName(program); }
-  // Sets what a new exception allows. On purpose: only the result of the last call counts.
+  // Sets what a new exception allows.
   static HRESULT Allow(const Exception& wanted, Item* rule) {
+    // On purpose: only the result of the last call counts.
     rule->put_Direction(NET_FW_RULE_DIR_IN);
     rule->put_Action(NET_FW_ACTION_ALLOW);
     if (wanted.protocol) rule->put_Protocol(wanted.protocol);
@@ -106,8 +107,9 @@ struct ApplicationForm {
   static HRESULT GetProgram(Item* application, BSTR* program) {
     return application->get_ProcessImageFileName(program);
   }
-  // Sets what a new exception allows. On purpose: the result of the call is ignored.
+  // Sets what a new exception allows.
   static HRESULT Allow(const Exception&, Item* application) {
+    // On purpose: the result is ignored.
     application->put_Scope(NET_FW_SCOPE_ALL);
     return S_OK;
   }
@@ -223,7 +225,7 @@ BSTR BuildRuleString(const wchar_t* path, const wchar_t* name, int base, int off
   if (!base) return name && name[0] ? SysAllocString(name) : nullptr;
   HeapStringW text(static_cast<wchar_t*>(HeapAllocZero(2 * TxtLenW(path) + kTextSlack)));
   if (!text) return nullptr;
-  // On purpose: a text that wsprintfW cuts, at 1,024 characters, is used as it is.
+  // On purpose: a text that wsprintfW cuts, at 1,024 characters, is used nevertheless.
   wsprintfW(text.get(), L"@%s,-%d", path, base + offset);
   return SysAllocString(text.get());
 }

@@ -22,14 +22,14 @@ struct FirewallSession {
 /// The number of the first of a rule's three texts in the program's string table: the rule's name, then its
 /// group, then its description.
 enum RuleTexts : int {
-  kNoRuleTexts = 0,      ///< a simple exception, whose name is passed as it is
+  kNoRuleTexts = 0,      ///< a simple exception, which has its own name
   kTcpRuleTexts = 1000,  ///< a rule for TCP
   kUdpRuleTexts = 1010   ///< a rule for UDP
 };
 
 /// The exceptions are not available.
 constexpr int kFirewallNoCollection = -1;
-/// The key of the exception could not be made.
+/// The key of the exception is empty or could not be made.
 constexpr int kFirewallNoKey = -2;
 
 extern "C" {

@@ -64,11 +64,12 @@ struct FirewallEntry {
 };
 
 // Takes the next program from the list at `*rest`. Returns false at the end of the list, and if no path
-// follows. On purpose: the "/" before the path is searched for in the whole rest of the list. The name of an
-// entry without a path extends to the "/" of the next entry.
+// follows.
 bool TakeEntry(wchar_t** rest, FirewallEntry* entry) {
   wchar_t* text = *rest;
   if (!*text) return false;
+  // On purpose: the "/" before the path is searched for in the whole rest of the list. The name of an entry
+  // without a path extends to the "/" of the next entry.
   wchar_t* path = TxtCutW(text, L'/');
   if (!path) return false;
   entry->name = text;

@@ -110,8 +110,7 @@ PathObject* JoinNames(PathObject* folder, const char* names) {
 }
 
 // Moves the key file of the user with the folder `user` to `target`, under the name for `number`. Returns
-// false if there is no key file, or if it is already in `target`. On purpose: a failing move is ignored, and
-// its number is used up.
+// false if there is no key file, if it is already in `target`, or if its folder cannot be found out.
 bool MoveKeyFile(PathObject* user, PathObject* target, unsigned number) {
   PathRef candidate(JoinNames(user, "Local Settings\0Application Data\0portable.dir\0portable.pky\0"));
   if (FileExists(candidate.get()) != kStatusOk) return false;
@@ -120,6 +119,7 @@ bool MoveKeyFile(PathObject* user, PathObject* target, unsigned number) {
   char name[kKeyFileNameSize];
   FormatString(name, kKeyFileNameSize, "%08lX.pky", number);
   PathRef moved(PathJoin(target, name));
+  // On purpose: a failing move is ignored, and its number is used up.
   if (moved) MovePath(candidate.get(), moved.get());
   return true;
 }

@@ -1,5 +1,5 @@
-// The calls that every action makes in the same way, as a test expects them in the trace. The base of what
-// the tests of a subsystem add. Used by tests/actions/*_support.h.
+// The calls that all actions make in the same way, as a test expects them in the trace. The base class for
+// the call lists of each folder's tests. Used by tests/actions/*_support.h.
 #pragma once
 
 #include <set>
@@ -11,19 +11,19 @@
 
 namespace expected {
 
-/// The text as the trace has it.
+/// Returns the text quoted as in the trace.
 inline std::string Quoted(const std::string& text) {
   return rig::Quote(std::string_view(text));
 }
 
-/// The calls that a test expects, with the numbers of what they take. `Derived` adds its own.
+/// The calls that a test expects, with the numbers of the handles in them. `Derived` adds its own calls.
 template <typename Derived>
 class CallList {
  public:
   /// The lines so far.
   std::vector<std::string> lines;
 
-  /// Adds any line.
+  /// Adds a line.
   Derived& Add(const std::string& line) {
     lines.push_back(line);
     return static_cast<Derived&>(*this);
@@ -41,33 +41,33 @@ class CallList {
         .Add("MsiProcessMessage(session, 0x4000000, " + record + ") = 1")
         .Add("MsiCloseHandle(" + record + ") = 0");
   }
-  /// Finds a function of a module by name, unless it has been found before.
+  /// Looks up a function of a module by name, unless it has been found before.
   Derived& Bind(const std::string& module, const std::string& function) {
     if (!functions_.insert(function).second) return static_cast<Derived&>(*this);
     return LookFor(module, function, "*");
   }
-  /// Looks for a function by name that its module does not export.
+  /// Looks up a function that is missing from its module.
   Derived& LackFunction(const std::string& module, const std::string& function) {
     return LookFor(module, function, "null");
   }
-  /// Looks for a function by name, in vain: there is no such module.
+  /// Looks up a function whose module is missing.
   Derived& LackModule(const std::string& module) {
     return Add("SetErrorMode(0x8001) = 16384")
         .Add("GetModuleHandleW(\"" + module + "\") = null")
         .Add("LoadLibraryW(\"" + module + "\") = null")
         .Add("SetErrorMode(0x4000) = 32769");
   }
-  /// Calls a function of a module, found by name before its first call; `call` is the whole line.
+  /// Calls a function of a module, after looking it up if this is its first call; `call` is the whole line.
   Derived& Late(const std::string& module, const std::string& call) {
     return Bind(module, call.substr(0, call.find('('))).Add(call);
   }
 
  protected:
-  /// The name of the next record.
+  /// Returns the name of the next record.
   std::string NewRecord() { return "record#" + std::to_string(++records_); }
 
  private:
-  // One look for a function; its module is found with the first.
+  // One look-up of a function; the first one in a module also finds the module.
   Derived& LookFor(const std::string& module, const std::string& function, const std::string& result) {
     Add("SetErrorMode(0x8001) = 16384");
     if (modules_.insert(module).second) {

@@ -1,4 +1,4 @@
-// CustomAction38: restarting the agent in every session.
+// CustomAction38: restarts the agent in every session.
 
 #include <windows.h>
 
@@ -25,7 +25,7 @@ class AgentRestartTest : public rig::ActionTest {
     world.tasks.hasFolder = true;
     world.tasks.folderName = "Quillfern";
     world.tasks.tasks = {"Ostrel User Agent Task"};
-    // The library of the session functions is deliberately kept.
+    // The library never frees the module of the session functions.
     world.rig.ledger.Deliberate(rig::kModule, "WTSAPI32");
   }
   rig::Sessions& World38() { return TheWorld().sessions; }
@@ -39,9 +39,9 @@ class AgentRestartTest : public rig::ActionTest {
   void AddSession(DWORD id, int state, const std::string& user, Asking asking = Asking::kWorks) {
     World38().sessions.push_back({id, state, user, asking});
   }
-  // The trace's lines that begin like one of these.
+  // Returns the trace's lines that start with one of these.
   Lines Calls(const Lines& starts) { return TheRig().trace.LinesStarting(starts); }
-  // The processes that were told to end.
+  // Returns the processes that were terminated.
   std::set<DWORD> Ended() {
     std::set<DWORD> ended;
     for (const rig::Process& process : World38().processes) {
@@ -57,7 +57,7 @@ class AgentRestartTest : public rig::ActionTest {
   }
 };
 
-// ---- the whole course
+// ---- the whole run
 
 TEST_F(AgentRestartTest, StopsTheAgentsAndStartsThemAgain) {
   AddAgent(1200, kMine);
@@ -130,13 +130,13 @@ TEST_F(AgentRestartTest, WithoutThePrivilegeItGoesOn) {
   World38().privilegeError = ERROR_NOT_ALL_ASSIGNED;
   EXPECT_EQ(Run(38), 0u);
   EXPECT_LOG({kLine, kOneStopped, kLine, kOneStopped, kLine, kOneStopped});
-  // Loaded once more by each of two more runs.
+  // Loaded once more by each of the two later runs.
   TheRig().ledger.Deliberate(rig::kModule, "WTSAPI32");
   TheRig().ledger.Deliberate(rig::kModule, "WTSAPI32");
 }
 
-// The adjustment says what became of it by the last error alone, which an earlier call may have set.
-TEST_F(AgentRestartTest, AnEarlierErrorIsNotThePrivileges) {
+// The adjustment reports the missing privilege only in the last error, which an earlier call may have set.
+TEST_F(AgentRestartTest, AStaleLastErrorIsIgnored) {
   TheWorld().On<::OpenProcessToken>([](HANDLE, DWORD, HANDLE* token) {
     *token = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     SetLastError(ERROR_NOT_ALL_ASSIGNED);
@@ -146,7 +146,7 @@ TEST_F(AgentRestartTest, AnEarlierErrorIsNotThePrivileges) {
   EXPECT_LOG({kNoneStopped});
 }
 
-// ---- what the system lacks
+// ---- what is missing from the system
 
 class AgentRestartBareTest : public rig::ActionTest {};
 
@@ -169,7 +169,7 @@ INSTANTIATE_TEST_SUITE_P(Each, AgentRestartFunctionTest,
                          testing::Values("WTSEnumerateSessionsW", "WTSQuerySessionInformationW",
                                          "WTSEnumerateProcessesW", "WTSFreeMemory"));
 
-TEST_F(AgentRestartTest, WhereComCannotBeStartedNothingIsStopped) {
+TEST_F(AgentRestartTest, IfComCannotBeStartedNothingIsStopped) {
   AddAgent(1200, kMine);
   TheWorld().com.start = E_OUTOFMEMORY;
   EXPECT_EQ(Run(38), 0u);
@@ -177,7 +177,7 @@ TEST_F(AgentRestartTest, WhereComCannotBeStartedNothingIsStopped) {
   EXPECT_EQ(Ended(), std::set<DWORD>{});
 }
 
-TEST_F(AgentRestartTest, AThreadThatRunsComOtherwiseServes) {
+TEST_F(AgentRestartTest, AThreadInAnotherComModeIsAccepted) {
   TheWorld().com.start = RPC_E_CHANGED_MODE;
   AddSession(2, WTSActive, "someone");
   Tasks().sessions = {2};
@@ -185,7 +185,7 @@ TEST_F(AgentRestartTest, AThreadThatRunsComOtherwiseServes) {
   EXPECT_LOG({kNoneStopped, "Hx Setup Log: agent restart:  session 2 (someone) started"});
 }
 
-TEST_F(AgentRestartTest, AnotherSuccessOfComIsEndedToo) {
+TEST_F(AgentRestartTest, AnotherSuccessOfComIsUninitializedToo) {
   TheWorld().com.start = S_FALSE;
   EXPECT_EQ(Run(38), 0u);
   EXPECT_EQ(Calls({"CoU"}).size(), 1u);
@@ -197,7 +197,7 @@ TEST_F(AgentRestartTest, WithoutAClientPathAgentsAreOnlyStarted) {
   Tasks().sessions = {2};
   TheWorld().On<::HeapAlloc>([](HANDLE, DWORD, SIZE_T) -> void* { return nullptr; });
   EXPECT_EQ(Run(38), 0u);
-  // The formatting of a wide name takes memory, which lacks here.
+  // Formatting a wide name needs memory, which is not available here.
   EXPECT_EQ(Installer().Log()[0],
             "Hx Setup Log: agent restart:  no client path, running agents cannot be identified");
   EXPECT_EQ(Installer().Log()[1].rfind("Hx Setup Log: agent restart:  session 2 (", 0), 0u);
@@ -249,7 +249,7 @@ TEST_F(AgentRestartTest, AgentsOfTheClientFolderAndOfTheInstallersCacheAreStoppe
   EXPECT_EQ(Ended(), (std::set<DWORD>{1, 2, 3, 4, 5, 6}));
 }
 
-TEST_F(AgentRestartTest, TheNameIsComparedWithoutRegardToCaseAndWhole) {
+TEST_F(AgentRestartTest, TheWholeNameIsComparedIgnoringCase) {
   AddAgent(1, kMine, "OSUA.EXE");
   AddAgent(2, kMine, "osua.exe2");
   AddAgent(3, kMine, "xosua.exe");
@@ -347,7 +347,7 @@ TEST_F(AgentRestartTest, SessionsWithoutAUserGetNone) {
   EXPECT_LOG({kNoneStopped, "Hx Setup Log: agent restart:  session 5 (SYSTEMS) started"});
 }
 
-TEST_F(AgentRestartTest, WhereTheSessionFailsTheUserIsTried) {
+TEST_F(AgentRestartTest, IfTheSessionFailsTheUserIsTried) {
   AddSession(2, WTSActive, "someone");
   AddSession(3, WTSDisconnected, "nobody");
   Tasks().users = {"someone"};
@@ -362,7 +362,7 @@ TEST_F(AgentRestartTest, WhereTheSessionFailsTheUserIsTried) {
               "Hx Setup Log: agent restart:  session 3 (nobody) failed:  -7"});
 }
 
-TEST_F(AgentRestartTest, TheCodeIsThatOfTheSecondAttempt) {
+TEST_F(AgentRestartTest, TheCodeOfTheSecondAttemptIsLogged) {
   AddSession(2, WTSActive, "someone");
   Tasks().tasks.clear();
   EXPECT_EQ(Run(38), 0u);
@@ -376,7 +376,7 @@ TEST_F(AgentRestartTest, WithoutTheListOfSessionsNoneIsStarted) {
   EXPECT_LOG({kOneStopped, "Hx Setup Log: agent restart:  session enumeration failed:  50"});
 }
 
-TEST_F(AgentRestartTest, EmptyListsAreNoFailure) {
+TEST_F(AgentRestartTest, EmptyListsAreNotAFailure) {
   EXPECT_EQ(Run(38), 0u);
   EXPECT_LOG({kNoneStopped});
   EXPECT_EQ(Calls({"WTSFree"}).size(), 2u);

@@ -24,16 +24,16 @@ class AgentTasksTest : public rig::ActionTest {
   }
   rig::TaskScheduler& Tasks() { return TheWorld().tasks; }
 
-  // The trace's lines that begin like one of these.
+  // Returns the trace's lines that start with one of these.
   Lines Calls(const Lines& starts) { return TheRig().trace.LinesStarting(starts); }
   bool HasUsedTasks() { return !Calls({"CoCreateInstance"}).empty(); }
 
-  // Makes each call of an installing action fail once. The log must say which step failed, or that all is
-  // well when the step does not matter; `codes` are those of the registration, where a call that is made
-  // twice has " again" after its name the second time.
+  // Makes each call of an installing action fail once. The log must name the failing step, or report success
+  // if the step does not matter. `codes` has the codes of the registration. The name of a call that is made
+  // twice ends with " again" the second time.
   void ExpectLogs(int number, const std::map<std::string, LONG>& codes) {
-    // What the check behind the registration does; a call of the same name failing for the second time is
-    // its.
+    // The codes of the check after the registration. If a call of the same name fails for the second time, it
+    // is the check's.
     const std::map<std::string, LONG> checkCodes = {{"CoCreateInstance", -2},  {"service.Connect", -3},
                                                     {"service.GetFolder", -4}, {"root.GetFolder", -5},
                                                     {"folder.GetTask", -6},    {"task.get_State", -7}};
@@ -130,7 +130,7 @@ TEST_F(AgentTasksTest, TheLogSaysWhichStepOfTheUserAgentTaskFailed) {
   ExpectLogs(27, codes);
 }
 
-TEST_F(AgentTasksTest, WithoutAPathTheUserAgentTaskIsRegisteredAllTheSame) {
+TEST_F(AgentTasksTest, WithoutAPathTheUserAgentTaskIsStillRegistered) {
   TheWorld().On<::HeapAlloc>([](HANDLE, DWORD, SIZE_T) -> void* { return nullptr; });
   EXPECT_EQ(Run(27), 0u);
   EXPECT_EQ(Calls({"program."}), Lines{"program.put_Path(null) = 0"});
@@ -160,7 +160,7 @@ class AgentTasksComTest : public rig::ActionTest {
     world.tasks.hasFolder = true;
     world.tasks.tasks = {"Ostrel User Agent Task", "Ostrel Auto-update Task"};
   }
-  // Whether COM was started or asked for anything.
+  // Returns true if COM was started or used.
   bool HasUsedCom() {
     for (const std::string& line : TheRig().trace.Lines()) {
       if (line.rfind("Co", 0) == 0 && line.rfind("Com", 0) != 0) {
@@ -187,7 +187,7 @@ TEST_F(AgentTasksComTest, ComIsNotLoadedForTheTasks) {
   }
 }
 
-TEST_F(AgentTasksComTest, ComWithoutItsStartIsNoCom) {
+TEST_F(AgentTasksComTest, ComWithoutItsStartFunctionIsNotUsed) {
   TheModules().Loaded("OLE32");
   TheModules().MissingFunction("OLE32", "CoInitializeEx");
   for (int number : {27, 31, 28, 32}) {
@@ -209,7 +209,7 @@ TEST_F(AgentTasksComTest, AFailedStartIsLogged) {
   EXPECT_EQ(TheWorld().tasks.tasks.size(), 2u);
 }
 
-TEST_F(AgentTasksComTest, AThreadThatRunsComOtherwiseServes) {
+TEST_F(AgentTasksComTest, AThreadInAnotherComModeIsAccepted) {
   TheModules().Loaded("OLE32");
   for (HRESULT start : {HRESULT{RPC_E_CHANGED_MODE}, HRESULT{S_FALSE}}) {
     TheWorld().com.start = start;
@@ -298,7 +298,7 @@ TEST_F(AgentTasksTest, IntervalsThatDisableTheTask) {
   EXPECT_EQ(Calls({"MsiGetPropertyW"}), Lines{});
 }
 
-TEST_F(AgentTasksTest, TheLargestIntervalIsCutByTheTask) {
+TEST_F(AgentTasksTest, TheLargestIntervalIsCutTo16Bits) {
   Installer().Set("PROP_UPDATEINTERVAL", "2147483647");
   EXPECT_EQ(Run(31), 0u);
   EXPECT_EQ(Calls({"daily.put_Days"}), Lines{"daily.put_DaysInterval(-1) = 0"});
@@ -347,8 +347,8 @@ TEST_F(AgentTasksTest, ALongDataFolderFits) {
             Lines{"program.put_Arguments(\"-X \\\"" + printed + "\\\"\") = 0"});
 }
 
-// Which of the lines about what is missing appears, when memory is what is missing.
-TEST_F(AgentTasksTest, EachMissingBlockOfMemoryHasItsLine) {
+// Which line about something missing is logged if an allocation fails.
+TEST_F(AgentTasksTest, EachFailedAllocationHasItsLine) {
   std::set<std::string> lines;
   rig::SweepOptions options;
   options.check = [&](const rig::SweepRun& run) {
@@ -366,7 +366,7 @@ TEST_F(AgentTasksTest, EachMissingBlockOfMemoryHasItsLine) {
 
 // ---- deleting
 
-TEST_F(AgentTasksTest, DeletesTheTasksAndAtLastTheFolder) {
+TEST_F(AgentTasksTest, DeletesTheTasksAndThenTheFolder) {
   Tasks().tasks = {"Ostrel User Agent Task", "Ostrel Auto-update Task"};
   EXPECT_EQ(Run(28), 0u);
   EXPECT_EQ(Tasks().tasks, std::set<std::string>{"Ostrel Auto-update Task"});
@@ -382,7 +382,7 @@ TEST_F(AgentTasksTest, DeletesTheTasksAndAtLastTheFolder) {
                                               }));
 }
 
-TEST_F(AgentTasksTest, DeletingWhatIsNotThereIsSilent) {
+TEST_F(AgentTasksTest, DeletingMissingTasksIsSilent) {
   EXPECT_EQ(Run(28), 0u);
   EXPECT_EQ(Run(32), 0u);
   EXPECT_LOG({"Hx Setup Log: Task uninstall failed:  -5"});

@@ -1,7 +1,7 @@
 // CustomAction11: the audit file of the machine.
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// Needs windows.h first.
 #include <shlobj.h>
 
 #include "rig/action_test.h"
@@ -39,7 +39,7 @@ class AuditFileTest : public rig::ActionTest {
     CloseHandle(file);
   }
 
-  // What the file holds; "none" when it is not there.
+  // Returns the content of the file; "none" if it does not exist.
   std::string Contents() const {
     HANDLE file = CreateFileA(File().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                               OPEN_EXISTING, 0, nullptr);
@@ -52,7 +52,7 @@ class AuditFileTest : public rig::ActionTest {
     return contents;
   }
 
-  // The calls so far, with "T:" for the test's folder.
+  // Returns the calls so far, with "T:" for the test's folder.
   std::vector<std::string> Calls() { return TheRig().trace.LinesIn(folder_); }
 
   std::string folder_;
@@ -89,14 +89,14 @@ TEST_F(AuditFileTest, GrowsWhenItIsShorter) {
   }
 }
 
-TEST_F(AuditFileTest, IsNeverMade) {
+TEST_F(AuditFileTest, IsNeverCreated) {
   EXPECT_EQ(Run(11), 0u);
   EXPECT_EQ(Contents(), "none");
   EXPECT_EQ(Calls().back(),
             R"(CreateFileA("T:\\Ostrel Audit", 0xc0000000, 3, null, 3, 0x80, null) = INVALID_HANDLE_VALUE)");
 }
 
-TEST_F(AuditFileTest, IsLeftAloneWhereSomebodyHasLockedIt) {
+TEST_F(AuditFileTest, IsLeftAloneIfLocked) {
   Write("kept");
   HANDLE lock = CreateFileA(File().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   ASSERT_NE(lock, INVALID_HANDLE_VALUE);
@@ -105,7 +105,7 @@ TEST_F(AuditFileTest, IsLeftAloneWhereSomebodyHasLockedIt) {
   EXPECT_EQ(Contents(), "kept");
 }
 
-TEST_F(AuditFileTest, IsEmptiedWhereSomebodySharesIt) {
+TEST_F(AuditFileTest, IsEmptiedIfShared) {
   Write("records");
   HANDLE other = CreateFileA(File().c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                              nullptr, OPEN_EXISTING, 0, nullptr);
@@ -121,7 +121,7 @@ TEST_F(AuditFileTest, AFolderOfItsNameIsLeftAlone) {
   EXPECT_TRUE(RemoveDirectoryA(File().c_str()));
 }
 
-TEST_F(AuditFileTest, OneBackslashBehindTheFolderIsDropped) {
+TEST_F(AuditFileTest, OneBackslashAfterTheFolderIsDropped) {
   Write("records");
   TheWorld().shell.Set(CSIDL_COMMON_APPDATA, rig::ToWide(folder_ + "\\"));
   EXPECT_EQ(Run(11), 0u);
@@ -132,7 +132,7 @@ TEST_F(AuditFileTest, OneBackslashBehindTheFolderIsDropped) {
   EXPECT_EQ(Calls().back().rfind(R"(CreateFileA("C:\\none\\\\Ostrel Audit")", 0), 0u) << Calls().back();
 }
 
-// The ways to come to the Windows folder.
+// The cases in which the Windows folder is used.
 enum class Without { kModule, kFunction, kFolder, kText };
 
 class NoDataFolderTest : public AuditFileTest, public testing::WithParamInterface<Without> {
@@ -147,7 +147,7 @@ class NoDataFolderTest : public AuditFileTest, public testing::WithParamInterfac
         TheModules().MissingFunction("SHFOLDER", "SHGetFolderPathA");
         break;
       case Without::kFolder:
-        // What a failing function leaves in the buffer counts for nothing.
+        // What a failing function leaves in the buffer must be ignored.
         TheWorld().On<::SHGetFolderPathA>([](HWND, int, HANDLE, DWORD, char* path) {
           memcpy(path, "C:\\wrong", sizeof "C:\\wrong");
           return E_FAIL;
@@ -160,7 +160,7 @@ class NoDataFolderTest : public AuditFileTest, public testing::WithParamInterfac
   }
 };
 
-TEST_P(NoDataFolderTest, TheWindowsFolderStandsIn) {
+TEST_P(NoDataFolderTest, TheWindowsFolderIsUsedInstead) {
   Write("records");
   TheWorld().On<::GetWindowsDirectoryA>([this](char* path, UINT size) {
     EXPECT_EQ(size, UINT{MAX_PATH});
@@ -183,7 +183,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, NoDataFolderTest,
                          testing::Values(Without::kModule, Without::kFunction, Without::kFolder,
                                          Without::kText));
 
-TEST_F(AuditFileTest, TheLongestFolderHasRoom) {
+TEST_F(AuditFileTest, TheLongestFolderFits) {
   const std::wstring longest = L"C:\\" + std::wstring(MAX_PATH - 4, L'x');
   TheWorld().shell.Set(CSIDL_COMMON_APPDATA, longest);
   EXPECT_EQ(Run(11), 0u);

@@ -1,5 +1,5 @@
-// The audit's password, which must not outlive CustomAction6 anywhere but where it is handed over: neither on
-// the stack nor in the memory that the action gives back.
+// The audit's password: after CustomAction6 it must exist only where it was passed to, neither on the stack
+// nor in freed memory.
 
 #include <windows.h>
 
@@ -11,8 +11,8 @@ namespace audit_task_secret_test {
 
 constexpr wchar_t kPassword[] = L"Qz7!Wx8-Ey9.Rv0~Ut1+";
 
-// What memory holds of the password, and where; empty for nothing. Looked for in pieces of four letters, as
-// text of either width.
+// Returns the places in `memory` with parts of the password; empty if there are none. Searches for pieces of
+// four letters, as 8-bit and as wide text.
 std::string Secrets(std::string_view memory) {
   constexpr size_t kPiece = 4;
   const std::wstring_view password(kPassword);
@@ -41,7 +41,7 @@ class AuditTaskSecretTest : public rig::ActionTest {
     folder_ = L"C:\\Client\\";
     passwordLength_ = 20;
     reads_ = 0;
-    // Answers letter by letter, so that nothing of the password stays on the stack.
+    // Writes the answer letter by letter, so that nothing of the password stays on the stack.
     world.On<::MsiGetPropertyW>([this](MSIHANDLE, const wchar_t* name, wchar_t* buffer, DWORD* size) -> UINT {
       const bool isPassword = std::wstring_view(name) == L"PROP_TASKPASS";
       const wchar_t* value = isPassword                                    ? kPassword
@@ -58,12 +58,12 @@ class AuditTaskSecretTest : public rig::ActionTest {
       return length < room ? UINT{ERROR_SUCCESS} : UINT{ERROR_MORE_DATA};
     });
   }
-  // Runs the action on a stack of its own and expects nothing of the password in what it leaves.
+  // Runs the action on a separate stack, and expects nothing of the password in the memory that it leaves.
   void RunAndSearch() {
     rig::RunAndSearch([this] { return Run(6); }, Secrets);
   }
   void ExpectKeptTrigger() { TheRig().ledger.Deliberate(rig::kInterface, "schedule"); }
-  // Ends this run, with all its checks, and begins another one in a fresh world.
+  // Ends this run with all its checks, and begins another one in a new world.
   void NewScene() {
     TearDown();
     SetUp();
@@ -72,13 +72,13 @@ class AuditTaskSecretTest : public rig::ActionTest {
 
   const wchar_t* user_ = nullptr;
   const wchar_t* folder_ = nullptr;
-  // The letters of the password; beyond its own it is repeated.
+  // The number of letters in the property; the password is repeated to fill it.
   DWORD passwordLength_ = 0;
   // How often the password was read.
   int reads_ = 0;
 };
 
-// The search finds what there is to be found.
+// The search finds the password if it is there.
 TEST_F(AuditTaskSecretTest, ASearchFindsTheSecret) {
   EXPECT_NE(Secrets("in front Ey9. behind"), "");
   EXPECT_NE(Secrets({"R\0v\0"
@@ -88,21 +88,21 @@ TEST_F(AuditTaskSecretTest, ASearchFindsTheSecret) {
   EXPECT_EQ(Secrets("Qz7?"), "");
   rig::OwnStack stack;
   stack.Run([&] {
-    // Often, because what runs afterwards overwrites the end of the stack.
+    // Many copies, because later calls overwrite the end of the stack.
     volatile wchar_t copies[50 * 20] = {};
     for (size_t at = 0; at < 50 * 20; ++at) copies[at] = kPassword[at % 20];
   });
   EXPECT_NE(Secrets(stack.Content()), "");
 }
 
-TEST_F(AuditTaskSecretTest, NothingStaysWhereTheWorkItemIsMade) {
+TEST_F(AuditTaskSecretTest, NothingStaysAfterTheWorkItemIsCreated) {
   RunAndSearch();
   EXPECT_EQ(reads_, 1);
   EXPECT_EQ(Tasks().items, std::set<std::string>{"Ostrel"});
   ExpectKeptTrigger();
 }
 
-// A password that fills the buffer is handed over; of a longer one the buffer has the beginning.
+// A password that fills the buffer is passed on. Of a longer one the buffer has the beginning.
 TEST_F(AuditTaskSecretTest, NothingStaysOfALongPassword) {
   passwordLength_ = 127;
   RunAndSearch();
@@ -140,7 +140,7 @@ TEST_F(AuditTaskSecretTest, NothingStaysWithoutTheScheduler) {
   EXPECT_EQ(reads_, 1);
 }
 
-TEST_F(AuditTaskSecretTest, NothingStaysWhereAStepFails) {
+TEST_F(AuditTaskSecretTest, NothingStaysIfAStepFails) {
   for (const char* step : {"scheduler.NewWorkItem", "item.SetAccountInformation", "item.CreateTrigger",
                            "schedule.SetTrigger", "item.QueryInterface", "file.Save"}) {
     SCOPED_TRACE(step);

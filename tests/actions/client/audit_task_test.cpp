@@ -23,10 +23,10 @@ class AuditTaskTest : public rig::ActionTest {
   }
   void Arrange(rig::World& world) override { Populate(world); }
   rig::TaskScheduler& Tasks() { return TheWorld().tasks; }
-  // The trigger's interface is kept on purpose.
+  // The library never releases the trigger.
   void ExpectKeptTrigger() { TheRig().ledger.Deliberate(rig::kInterface, "schedule"); }
 
-  // The calls of the Task Scheduler and of the service manager.
+  // Returns the calls of the Task Scheduler and of the service manager.
   Lines Calls(const Lines& starts = {"CoCreate", "scheduler", "item", "schedule", "file"}) {
     return TheRig().trace.LinesStarting(starts);
   }
@@ -118,7 +118,7 @@ TEST_F(AuditTaskTest, HoursAreTakenModuloADay) {
   ExpectKeptTrigger();
 }
 
-TEST_F(AuditTaskTest, RunTimesAreMillisecondsAsTheyStand) {
+TEST_F(AuditTaskTest, RunTimesArePassedAsMilliseconds) {
   const std::map<std::string, std::string> times = {
       {"1", "1"},
       {"90 s", "90"},
@@ -196,7 +196,7 @@ TEST_F(AuditTaskTest, WithoutAPathNothingHappens) {
   EXPECT_EQ(Calls({"MsiGetPropertyA", "CoI", "Open"}), Lines{});
 }
 
-TEST_F(AuditTaskTest, AnExistingWorkItemStaysAsItIs) {
+TEST_F(AuditTaskTest, AnExistingWorkItemIsUnchanged) {
   Tasks().items = {"Ostrel"};
   EXPECT_EQ(Run(6), 0u);
   EXPECT_EQ(Calls({"item"}), Lines{});
@@ -209,7 +209,7 @@ TEST_F(AuditTaskTest, WithoutATriggerTheItemIsNotSaved) {
   EXPECT_EQ(Calls({"item.Q", "file"}), Lines{});
 }
 
-TEST_F(AuditTaskTest, ATriggerThatCannotBeSetIsKeptAllTheSame) {
+TEST_F(AuditTaskTest, ATriggerThatCannotBeSetIsNotReleasedEither) {
   Tasks().FailMethod("schedule.SetTrigger", E_FAIL);
   ExpectKeptTrigger();
   EXPECT_EQ(Run(6), 0u);
@@ -217,14 +217,14 @@ TEST_F(AuditTaskTest, ATriggerThatCannotBeSetIsKeptAllTheSame) {
   EXPECT_EQ(Calls({"item.Q", "file"}), Lines{});
 }
 
-TEST_F(AuditTaskTest, AnItemThatCannotBeAFileIsNotSaved) {
+TEST_F(AuditTaskTest, AnItemWithoutTheFileInterfaceIsNotSaved) {
   Tasks().MissingInterface("file");
   ExpectKeptTrigger();
   EXPECT_EQ(Run(6), 0u);
   EXPECT_TRUE(Tasks().items.empty());
 }
 
-TEST_F(AuditTaskTest, WhatTheItemRefusesIsOfNoAccount) {
+TEST_F(AuditTaskTest, FailuresToConfigureTheItemAreIgnored) {
   for (const char* method : {"item.SetApplicationName", "item.SetParameters", "item.SetMaxRunTime",
                              "item.SetAccountInformation", "file.Save"}) {
     Tasks().FailMethod(method, E_ACCESSDENIED);
@@ -260,7 +260,7 @@ TEST_F(AuditTaskTest, DeletesTheWorkItem) {
   EXPECT_EQ(Calls({"MsiGet"}), Lines{});
 }
 
-// ---- the service alone
+// ---- only the service
 
 TEST_F(AuditTaskTest, StartsTheService) {
   EXPECT_EQ(Run(8), 0u);
@@ -278,7 +278,7 @@ TEST_F(AuditTaskTest, StartsTheService) {
   });
 }
 
-TEST_F(AuditTaskTest, AFailingServiceIsOfNoAccount) {
+TEST_F(AuditTaskTest, AFailingServiceIsIgnored) {
   TheWorld().services.managerError = ERROR_ACCESS_DENIED;
   EXPECT_EQ(Run(8), 0u);
   EXPECT_LOG({});
@@ -294,7 +294,7 @@ TEST_F(AuditTaskTest, WithoutComNothingHappens) {
   EXPECT_EQ(Calls({"Co", "Open"}), Lines{});
 }
 
-TEST_F(AuditTaskTest, WhereComCannotBeStartedNothingHappens) {
+TEST_F(AuditTaskTest, IfComCannotBeStartedNothingHappens) {
   TheWorld().com.start = E_UNEXPECTED;
   for (int number : {6, 7, 8}) {
     EXPECT_EQ(Run(number), 0u);
@@ -302,7 +302,7 @@ TEST_F(AuditTaskTest, WhereComCannotBeStartedNothingHappens) {
   EXPECT_EQ(Calls({"CoC", "CoU", "Open"}), Lines{});
 }
 
-TEST_F(AuditTaskTest, AThreadThatRunsComOtherwiseServes) {
+TEST_F(AuditTaskTest, AThreadInAnotherComModeIsAccepted) {
   TheWorld().com.start = RPC_E_CHANGED_MODE;
   ExpectKeptTrigger();
   EXPECT_EQ(Run(6), 0u);

@@ -8,7 +8,7 @@ constexpr char kFile[] = "ostrel.ini";
 constexpr char kUserKey[] = "HKEY_CURRENT_USER\\Software\\Quillfern\\Ostrel";
 constexpr char kServiceKey[] = "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Settings";
 
-// Puts a setting into the store that the switch selects.
+// Writes a setting to the store that the switch selects.
 void Store(rig::World& world, const std::string& store, const std::string& group, const std::string& name,
            const std::string& value) {
   world.profile.Set(kFile, "options", "registry", store);
@@ -95,14 +95,14 @@ TEST_F(HostTest, KeepsAHostThatIsGiven) {
   }
 }
 
-TEST_F(HostTest, LeavesTheDefaultWhereNoHostIsStored) {
+TEST_F(HostTest, LeavesTheDefaultIfNoHostIsStored) {
   Installer().Set("PROP_HOSTNAME", "vantor");
   EXPECT_EQ(Run(3), 0u);
   EXPECT_PUBLISHED({});
   EXPECT_EQ(Installer().Get("PROP_HOSTNAME"), "vantor");
 }
 
-TEST_F(HostTest, LeavesTheDefaultWhereTheRegistryKeyIsMissing) {
+TEST_F(HostTest, LeavesTheDefaultIfTheRegistryKeyIsMissing) {
   for (const char* store : {"1", "2"}) {
     TheWorld().profile.Set(kFile, "options", "registry", store);
     EXPECT_EQ(Run(3), 0u);
@@ -110,7 +110,7 @@ TEST_F(HostTest, LeavesTheDefaultWhereTheRegistryKeyIsMissing) {
   }
 }
 
-TEST_F(HostTest, LeavesTheDefaultWhereTheValueIsMissing) {
+TEST_F(HostTest, LeavesTheDefaultIfTheValueIsMissing) {
   Store(TheWorld(), "1", "logon", "port", "80");
   EXPECT_EQ(Run(3), 0u);
   EXPECT_PUBLISHED({});
@@ -135,7 +135,8 @@ TEST_F(HostTest, KeepsAPropertyTooLongToBeRead) {
   }
 }
 
-// What a store gives of a value of so many characters: the file cuts, the registry drops what does not fit.
+// What each store returns for a value of so many characters: the file cuts it, the registry drops it if it
+// does not fit.
 TEST_F(HostTest, CutsOrDropsValuesThatAreTooLong) {
   struct Case {
     const char* store;
@@ -183,7 +184,7 @@ TEST_F(HostTest, TakesTheBytesOfARegistryValueWhateverItsType) {
   }
 }
 
-TEST_F(HostTest, NeverTakesWhatAFailedQueryLeavesInTheBuffer) {
+TEST_F(HostTest, IgnoresWhatAFailedQueryLeavesInTheBuffer) {
   Store(TheWorld(), "1", "logon", "host", "meter.example");
   TheWorld().On<::RegQueryValueExA>([](HKEY, LPCSTR, DWORD*, DWORD*, BYTE* data, DWORD*) -> LSTATUS {
     data[0] = 'x';
@@ -210,7 +211,7 @@ TEST_F(HostTest, SurvivesTheFailureOfEachCall) {
     SCOPED_TRACE(store);
     FailEachCall(3, [&](rig::World& world) { Store(world, store, "logon", "host", "meter.example"); },
                  {.check = [](const rig::SweepRun& run) {
-                   // Every call that can fail is one that the host depends on.
+                   // The host depends on every call that can fail.
                    EXPECT_EQ(run.scene.world.installer.Get("PROP_HOSTNAME"), "") << run.call;
                    EXPECT_TRUE(run.scene.world.installer.Log().empty());
                  }});
@@ -280,7 +281,7 @@ TEST_F(OptionsTest, OverwritesWhatIsStoredAndLeavesTheRest) {
   EXPECT_EQ(Installer().Get("PROP_ASSETOWNER"), "");
 }
 
-TEST_F(OptionsTest, ReadsTheSwitchAnewForEverySetting) {
+TEST_F(OptionsTest, ReadsTheSwitchAgainForEachSetting) {
   StoreOptions(TheWorld(), "0");
   TheRegistry().SetText(std::string(kUserKey) + "\\options", "assetID", "from the registry");
   UINT calls = 0;
@@ -323,7 +324,7 @@ TEST_F(OptionsTest, SurvivesTheFailureOfEachCall) {
     SCOPED_TRACE(store);
     FailEachCall(26, [&](rig::World& world) { StoreOptions(world, store); },
                  {.check = [](const rig::SweepRun& run) {
-                   // The one setting whose call failed is missing, the other three are there.
+                   // The setting whose call failed is missing, the other three are there.
                    EXPECT_EQ(run.scene.world.installer.Published().size(), 3u) << run.call;
                  }});
   }
@@ -362,7 +363,7 @@ TEST_F(CleanTest, DeletesKeysWithoutSubkeys) {
   EXPECT_LOG({});
 }
 
-TEST_F(CleanTest, DeletesKeysWithSubkeysWhereTheTreeFunctionIsThere) {
+TEST_F(CleanTest, DeletesKeysWithSubkeysIfTheTreeFunctionExists) {
   TheModules().Provide("SHLWAPI", "SHDeleteKey");
   Installer().Set("PROP_CLEAN", "1");
   StoreNested(TheWorld());
@@ -382,13 +383,13 @@ TEST_F(CleanTest, DeletesKeysWithSubkeysWhereTheTreeFunctionIsThere) {
   EXPECT_TRUE(SettingsAreGone());
 }
 
-TEST_F(CleanTest, LeavesKeysWithSubkeysWhereTheTreeFunctionIsMissing) {
+TEST_F(CleanTest, LeavesKeysWithSubkeysIfTheTreeFunctionIsMissing) {
   StoreNested(TheWorld());
   EXPECT_EQ(Run(4), 0u);
   EXPECT_TRUE(SettingsExist());
 }
 
-TEST_F(CleanTest, LooksForNoFunctionWhereTheModuleIsMissing) {
+TEST_F(CleanTest, LooksForNoFunctionIfTheModuleIsMissing) {
   TheModules().Missing("SHLWAPI");
   EXPECT_EQ(Run(4), 0u);
   EXPECT_TRACE({
@@ -433,7 +434,7 @@ TEST_F(CleanTest, KeepsWhenThePropertyCannotBeRead) {
   EXPECT_TRUE(SettingsExist());
 }
 
-TEST_F(CleanTest, CleansWhereThePropertyWasNeverSet) {
+TEST_F(CleanTest, CleansIfThePropertyWasNeverSet) {
   StoreFlat(TheWorld());
   EXPECT_EQ(Run(4), 0u);
   EXPECT_TRUE(SettingsAreGone());
@@ -450,11 +451,11 @@ TEST_F(CleanTest, SurvivesTheFailureOfEachCall) {
                  const bool userKeyIsGone = !registry.Exists(kUserKey);
                  const bool serviceKeyIsGone = !registry.Exists(kServiceKey);
                  if (run.name == "SHDeleteKey") {
-                   // The other key is deleted all the same.
+                   // The other key is deleted anyway.
                    EXPECT_NE(userKeyIsGone, serviceKeyIsGone) << run.call;
                  } else {
-                   // A refused plain deletion is made good by that of the tree; without the property or the
-                   // function nothing goes.
+                   // If the plain deletion fails, that of the tree still deletes the key. Without the
+                   // property or the function, nothing is deleted.
                    EXPECT_EQ(userKeyIsGone, run.name == "RegDeleteKeyA") << run.call;
                    EXPECT_EQ(serviceKeyIsGone, userKeyIsGone) << run.call;
                  }

@@ -15,13 +15,13 @@ constexpr char kFallbackTitle[] = "Halvorstead Vantor Platform Component";
 // INSTALLMESSAGE_USER with the information icon.
 constexpr unsigned kNoticeType = 0x03000040;
 
-// The calls that look for the eight tools.
+// The number of calls that look for the eight tools.
 constexpr size_t kToolCalls = 8;
 
 class ClientServiceTest : public rig::ActionTest {
  protected:
   rig::Service& TheService() { return TheWorld().services.Of("Ostrel"); }
-  // The calls behind those that look for the tools.
+  // Returns the calls after those that look for the tools.
   static Lines Calls() {
     const Lines& lines = rig::Rig::Current()->trace.Lines();
     if (lines.size() < kToolCalls) return {"too few calls"};
@@ -56,7 +56,7 @@ TEST_F(StopServiceTest, IsStoppedWithoutANotice) {
   EXPECT_EQ(TheService().state, DWORD{SERVICE_STOPPED});
 }
 
-TEST_F(StopServiceTest, ANoticeTellsOfIt) {
+TEST_F(StopServiceTest, ANoticeIsShown) {
   TheService();
   Installer().Set("PROP_SILENCE", "-1");
   EXPECT_EQ(Run(1), 0u);
@@ -78,7 +78,7 @@ TEST_F(StopServiceTest, ANoticeTellsOfIt) {
   EXPECT_LOG({});
 }
 
-TEST_F(StopServiceTest, WithoutARecordABoxStandsIn) {
+TEST_F(StopServiceTest, WithoutARecordABoxIsShown) {
   TheService();
   Installer().Set("PROP_SILENCE", "-1");
   Installer().Set("ProductName", std::string(127, 'P'));
@@ -89,7 +89,7 @@ TEST_F(StopServiceTest, WithoutARecordABoxStandsIn) {
   EXPECT_EQ(TheService().controls, (std::vector<DWORD>{SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_STOP}));
 }
 
-TEST_F(StopServiceTest, TheBoxHasAFixedTitleWhereTheProductHasNoReadableName) {
+TEST_F(StopServiceTest, TheBoxHasAFixedTitleIfTheProductHasNoReadableName) {
   TheService();
   Installer().Set("PROP_SILENCE", "-1");
   Installer().refusesRecords = true;
@@ -162,7 +162,7 @@ TEST_F(StopServiceTest, RebootIsReadIntoABufferOf128Bytes) {
   std::vector<DWORD> rooms;
   TheWorld().On<::MsiGetPropertyA>([&](MSIHANDLE, LPCSTR, LPSTR buffer, LPDWORD count) -> UINT {
     rooms.push_back(*count);
-    // What a failed read leaves counts for nothing.
+    // What a failed read leaves in the buffer must be ignored.
     memcpy(buffer, "Force", sizeof "Force");
     return ERROR_MORE_DATA;
   });
@@ -235,7 +235,7 @@ TEST_F(StopServiceTest, AServiceThatStopsLateIsWaitedFor) {
   TheRig().MakeLoud("GetTickCount");
   EXPECT_EQ(Run(1), 0u);
   Lines calls = Calls();
-  // Each of the windows' waits would have asked for the time: none was there.
+  // Each wait for a window would have asked for the time: there was none.
   calls.erase(calls.begin(), std::find(calls.begin(), calls.end(), "ControlService(service#2, 1, *) = 1"));
   const Lines expected = {
       "ControlService(service#2, 1, *) = 1",
@@ -274,7 +274,7 @@ TEST_F(StopServiceTest, AServiceThatKeepsRunningStopsTheInstallation) {
   EXPECT_LOG({});
 }
 
-TEST_F(StopServiceTest, AFailedStopRequestAloneIsNoFailure) {
+TEST_F(StopServiceTest, AFailedStopRequestIsIgnored) {
   TheService().controlErrors[SERVICE_CONTROL_STOP] = ERROR_SERVICE_REQUEST_TIMEOUT;
   TheService().coming = {SERVICE_RUNNING, SERVICE_STOPPED};
   EXPECT_EQ(Run(1), 0u);
@@ -300,7 +300,7 @@ TEST_F(StopServiceTest, ALaterQueryThatFailsEndsTheWait) {
   EXPECT_EQ(Count("Sleep(500)"), 2);
 }
 
-TEST_F(StopServiceTest, ADeadlineThatWrapsAroundIsOverAtTheFirstPoll) {
+TEST_F(StopServiceTest, ADeadlineThatWrapsAroundEndsAtTheFirstPoll) {
   TheWorld().clock.ticks = 0xFFFFFFFF - 4999;
   TheService().stateAfter.clear();
   EXPECT_EQ(Run(1), UINT{ERROR_INSTALL_FAILURE});
@@ -335,7 +335,7 @@ TEST_F(ServiceControlTest, IsSentToTheRunningService) {
   EXPECT_LOG({});
 }
 
-TEST_F(ServiceControlTest, ComesWithAZeroedRecord) {
+TEST_F(ServiceControlTest, PassesAZeroedStatus) {
   TheService();
   TheWorld().On<::ControlService>([](SC_HANDLE, DWORD control, SERVICE_STATUS* status) {
     if (control == SERVICE_CONTROL_INTERROGATE) {
@@ -350,13 +350,13 @@ TEST_F(ServiceControlTest, ComesWithAZeroedRecord) {
   EXPECT_EQ(Run(29), 0u);
 }
 
-TEST_F(ServiceControlTest, ItsFailureCountsForNothing) {
+TEST_F(ServiceControlTest, ItsFailureIsIgnored) {
   TheService().controlErrors[200] = ERROR_INVALID_SERVICE_CONTROL;
   EXPECT_EQ(Run(29), 0u);
   EXPECT_EQ(TheService().controls, (std::vector<DWORD>{SERVICE_CONTROL_INTERROGATE, 200}));
 }
 
-TEST_F(ServiceControlTest, IsSentToNoServiceThatDoesNotRun) {
+TEST_F(ServiceControlTest, IsNotSentUnlessTheServiceIsRunning) {
   for (DWORD state : {SERVICE_STOPPED, SERVICE_START_PENDING, SERVICE_STOP_PENDING, SERVICE_PAUSED}) {
     SCOPED_TRACE(state);
     TheService().state = state;
@@ -366,7 +366,7 @@ TEST_F(ServiceControlTest, IsSentToNoServiceThatDoesNotRun) {
   }
 }
 
-TEST_F(ServiceControlTest, IsNotSentWhereTheServiceCannotBeInterrogated) {
+TEST_F(ServiceControlTest, IsNotSentIfTheServiceCannotBeInterrogated) {
   TheService().controlErrors[SERVICE_CONTROL_INTERROGATE] = ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
   EXPECT_EQ(Run(29), 0u);
   EXPECT_EQ(TheService().controls, (std::vector<DWORD>{SERVICE_CONTROL_INTERROGATE}));

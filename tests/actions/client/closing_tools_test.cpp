@@ -1,4 +1,4 @@
-// CustomAction1: the tools.
+// CustomAction1: the desktop tools.
 
 #include "rig/action_test.h"
 

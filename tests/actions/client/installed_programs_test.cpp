@@ -16,7 +16,7 @@ class InstalledProgramsTest : public rig::ActionTest {
     world.installer.Set("PROP_VERSION", "7.5.2");
   }
 
-  // The calls that write one log line; `record` is its number in the trace.
+  // Returns the calls that write one log line; `record` is the record's number in the trace.
   static std::vector<std::string> LogCalls(int record, const std::string& text) {
     const std::string name = "record#" + std::to_string(record);
     return {
@@ -81,7 +81,7 @@ TEST_F(InstalledProgramsTest, SaysWhichViewHasNoEntry) {
   EXPECT_FALSE(TheRegistry().Exists(kEntry));
 }
 
-TEST_F(InstalledProgramsTest, NeverMakesAnEntry) {
+TEST_F(InstalledProgramsTest, NeverCreatesAnEntry) {
   EXPECT_EQ(Run(30), 0u);
   EXPECT_LOG({
       "Hx Setup Log: can't open uninstall registry key (default)",
@@ -116,7 +116,7 @@ TEST_F(InstalledProgramsTest, TriesTheOtherViewsWhenOneIsClosed) {
   });
 }
 
-TEST_F(InstalledProgramsTest, WritesAnEmptyVersionAsItsTerminator) {
+TEST_F(InstalledProgramsTest, WritesAnEmptyVersionAsATerminator) {
   Installer().Set("PROP_VERSION", "");
   TheRegistry().SetText(kEntry, "DisplayVersion", "1.0");
   EXPECT_EQ(Run(30), 0u);
@@ -165,7 +165,7 @@ TEST_F(InstalledProgramsTest, CutsThePathOfALongProductCodeAt255Bytes) {
   EXPECT_EQ(TheRegistry().Bytes("HKEY_LOCAL_MACHINE\\" + cut, "DisplayVersion"), std::string("7.5.2\0", 6));
 }
 
-TEST_F(InstalledProgramsTest, WritesOnWhereNoRecordCanBeMade) {
+TEST_F(InstalledProgramsTest, GoesOnIfNoRecordCanBeCreated) {
   TheRegistry().Create(kEntry);
   Installer().refusesRecords = true;
   EXPECT_EQ(Run(30), 0u);

@@ -13,7 +13,7 @@ constexpr char kSwitch[] = "LoadAppInit_DLLs";
 
 class TrackingActionTest : public rig::ActionTest {
  protected:
-  // The library's process is a 32-bit one on a 64-bit system, or not.
+  // Makes the library's process a 32-bit one on a 64-bit system, or not.
   static void SetWow64(rig::World& world, bool isWow64) {
     world.On<::IsWow64Process>([isWow64](HANDLE process, BOOL* answer) {
       EXPECT_EQ(process, GetCurrentProcess());
@@ -21,7 +21,7 @@ class TrackingActionTest : public rig::ActionTest {
       return TRUE;
     });
   }
-  // The text of opening the key in a view.
+  // Returns the line that opens the key in a view.
   static std::string Opens(const std::string& access, int number) {
     return R"(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Microsoft\\Windows NT\\CurrentVersion\\Windows", 0, )" +
            access + ", *) = " + (number == 0 ? "2" : "0");
@@ -54,7 +54,7 @@ TEST_F(AddTrackingTest, ANativeProcessAddsTheLibraryInTheNativeView) {
   EXPECT_LOG({});
 }
 
-TEST_F(AddTrackingTest, AListThatIsNotThereIsMade) {
+TEST_F(AddTrackingTest, AMissingListIsCreated) {
   TheRegistry().Create(kKey);
   EXPECT_EQ(Run(9), 0u);
   const std::vector<std::string>& calls = TheRig().trace.Lines();
@@ -94,7 +94,7 @@ TEST_F(AddTrackingTest, A32BitProcessAddsBothLibrariesEachInItsView) {
   EXPECT_EQ(TheRig().trace.Lines().at(12), Opens("0x203", 1));
 }
 
-TEST_F(AddTrackingTest, A32BitProcessGoesOnWithTheSecondViewWhereTheFirstIsClosed) {
+TEST_F(AddTrackingTest, A32BitProcessGoesOnWithTheSecondViewIfTheFirstIsClosed) {
   SetWow64(TheWorld(), true);
   TheRegistry().Create(kKey);
   TheRegistry().Create(kKey, View::k32);
@@ -104,7 +104,7 @@ TEST_F(AddTrackingTest, A32BitProcessGoesOnWithTheSecondViewWhereTheFirstIsClose
   EXPECT_EQ(TheRegistry().Bytes(kKey, kList, View::k32), "OSTRACK.DLL\0"s);
 }
 
-TEST_F(AddTrackingTest, TheKeyIsNeverMade) {
+TEST_F(AddTrackingTest, TheKeyIsNeverCreated) {
   EXPECT_EQ(Run(9), 0u);
   EXPECT_TRACE({
       "SetErrorMode(0x8001) = 16384",
@@ -135,7 +135,7 @@ TEST_F(AddTrackingTest, ASystemThatCannotTellCountsAsNative) {
   });
 }
 
-TEST_F(AddTrackingTest, AnAnswerOfAFailedCallCountsForNothing) {
+TEST_F(AddTrackingTest, TheAnswerOfAFailedCallIsIgnored) {
   TheRegistry().Create(kKey);
   TheRegistry().Create(kKey, View::k32);
   TheWorld().On<::IsWow64Process>([](HANDLE, BOOL* answer) {
@@ -147,7 +147,7 @@ TEST_F(AddTrackingTest, AnAnswerOfAFailedCallCountsForNothing) {
   EXPECT_FALSE(TheRegistry().Bytes(kKey, kList, View::k32).has_value());
 }
 
-// A list without the library is nothing to switch on.
+// A list without the library must not be switched on.
 TEST_F(AddTrackingTest, AListThatCannotBeWrittenLeavesTheSwitchAlone) {
   TheRegistry().Create(kKey);
   TheRegistry().DenySetting(kKey);
@@ -173,7 +173,7 @@ TEST_F(AddTrackingTest, AListThatCannotBeWrittenLeavesTheSwitchAlone) {
   EXPECT_EQ(TheRegistry().Bytes(kKey, kSwitch), "\2\0\0\0"s);
 }
 
-TEST_F(AddTrackingTest, A32BitProcessGoesOnWithTheSecondViewWhereTheFirstCannotBeWritten) {
+TEST_F(AddTrackingTest, A32BitProcessGoesOnWithTheSecondViewIfTheFirstCannotBeWritten) {
   SetWow64(TheWorld(), true);
   TheRegistry().Create(kKey);
   TheRegistry().Create(kKey, View::k32);
@@ -218,7 +218,7 @@ TEST_F(RemoveTrackingTest, ANativeProcessRemovesTheLibraryFromTheNativeView) {
   EXPECT_LOG({});
 }
 
-TEST_F(RemoveTrackingTest, AListOfTheLibraryAloneIsDeleted) {
+TEST_F(RemoveTrackingTest, AListWithOnlyTheLibraryIsDeleted) {
   TheRegistry().SetText(kKey, kList, "OSTRACK.DLL");
   EXPECT_EQ(Run(10), 0u);
   const std::vector<std::string>& calls = TheRig().trace.Lines();
@@ -231,7 +231,7 @@ TEST_F(RemoveTrackingTest, AListOfTheLibraryAloneIsDeleted) {
             }));
 }
 
-TEST_F(RemoveTrackingTest, NothingIsWrittenWhereThereIsNothingToRemove) {
+TEST_F(RemoveTrackingTest, NothingIsWrittenIfThereIsNothingToRemove) {
   TheRegistry().SetText(kKey, kList, "a.dll");
   EXPECT_EQ(Run(10), 0u);
   const std::vector<std::string>& calls = TheRig().trace.Lines();
@@ -254,13 +254,13 @@ TEST_F(RemoveTrackingTest, A32BitProcessRemovesBothLibrariesEachFromItsView) {
   EXPECT_EQ(TheRig().trace.Lines().at(10), Opens("0x203", 1));
 }
 
-TEST_F(RemoveTrackingTest, AKeyThatIsNotThereIsNoFailure) {
+TEST_F(RemoveTrackingTest, AMissingKeyIsNotAFailure) {
   EXPECT_EQ(Run(10), 0u);
   EXPECT_EQ(TheRig().trace.Lines().back(), Opens("0x3", 0));
   EXPECT_FALSE(TheRegistry().Exists(kKey));
 }
 
-TEST_F(RemoveTrackingTest, TakesBackWhatWasAdded) {
+TEST_F(RemoveTrackingTest, RemovesWhatWasAdded) {
   TheRegistry().SetText(kKey, kList, "a.dll b.dll");
   TheRegistry().SetNumber(kKey, kSwitch, 0);
   EXPECT_EQ(Run(9), 0u);

@@ -1,4 +1,4 @@
-// CustomAction2, and the library's entry.
+// CustomAction2, and the library's DllMain.
 
 #include "rig/action_test.h"
 
@@ -6,7 +6,7 @@ namespace user_interface_test {
 
 class UserInterfaceTest : public rig::ActionTest {};
 
-// The level is the one that the headers of Windows Installer call basic; 2 would be no interface at all.
+// INSTALLUILEVEL_BASIC in the headers of Windows Installer is 3; 2 would be no user interface at all.
 static_assert(INSTALLUILEVEL_BASIC == 3 && INSTALLUILEVEL_NONE == 2);
 
 TEST_F(UserInterfaceTest, SetsTheBasicLevelAndNothingElse) {
@@ -16,8 +16,8 @@ TEST_F(UserInterfaceTest, SetsTheBasicLevelAndNothingElse) {
   EXPECT_LOG({});
 }
 
-// The sweep has nothing to do here. If the action ever makes a call that can fail, this test says that it
-// needs a sweep like those of the others.
+// The sweep has nothing to do here. If the action ever makes a call that can fail, this test fails: the
+// action then needs a sweep like the others.
 TEST_F(UserInterfaceTest, HasNoCallThatCanFail) {
   rig::FailureCapture capture;
   EXPECT_EQ(FailEachCall(2), 0u);
@@ -46,7 +46,7 @@ TEST_F(EntryTest, EveryOtherReasonIsAcceptedWithoutACall) {
   EXPECT_TRACE({});
 }
 
-TEST_F(EntryTest, LoadsAlsoWhereNotificationsCannotBeSwitchedOff) {
+TEST_F(EntryTest, LoadsEvenIfNotificationsCannotBeSwitchedOff) {
   TheWorld().On<::DisableThreadLibraryCalls>([](HMODULE) { return FALSE; });
   EXPECT_EQ(TheLibrary().CallEntry(DLL_PROCESS_ATTACH), TRUE);
 }

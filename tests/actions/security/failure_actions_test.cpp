@@ -1,4 +1,4 @@
-// CustomAction37: the failure actions of a service are removed.
+// CustomAction37: removes the failure actions of a service.
 
 #include "actions/security/security_support.h"
 #include "rig/function.h"
@@ -18,7 +18,7 @@ class FailureActionsTest : public security_test::SecurityTest {
     world.installer.Set("PROP_COMPONENT", "Vantor");
   }
   rig::Service& Vantor() { return TheWorld().services.Of("Vantor"); }
-  // The calls up to the failure actions.
+  // Returns the calls before those for the failure actions.
   static Calls Begin() {
     Calls calls;
     return calls.Read("PROP_COMPONENT").OpenService("Vantor", "0x3");
@@ -31,7 +31,7 @@ class FailureActionsTest : public security_test::SecurityTest {
   }
   // The size of the failure actions that Arrange makes.
   static constexpr char kSize[] = "79";
-  // Runs the action, and expects one line and no change.
+  // Runs the action, and expects one log line and no change.
   void ExpectOnlyLog(const std::string& line) {
     EXPECT_EQ(Run(37), 0u);
     EXPECT_LOG({"Hx Setup Log: " + line});
@@ -52,7 +52,7 @@ TEST_F(FailureActionsTest, AreRemovedWithTheListLeftInPlace) {
   EXPECT_EQ(Vantor().resetPeriod, INFINITE);
 }
 
-TEST_F(FailureActionsTest, AreRemovedWhateverStandsBesideThem) {
+TEST_F(FailureActionsTest, AreRemovedWhateverTheOtherFieldsAre) {
   for (bool hasTexts : {false, true}) {
     Vantor().actions.assign(9, kRun);
     Vantor().resetPeriod = 0;
@@ -122,7 +122,7 @@ TEST_F(FailureActionsTest, WithoutTheManagerNothingIsDone) {
                     .lines));
 }
 
-TEST_F(FailureActionsTest, AServiceThatIsNotThereIsTold) {
+TEST_F(FailureActionsTest, AMissingServiceIsLogged) {
   TheWorld().services.Remove("Vantor");
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Calls()
@@ -137,7 +137,7 @@ TEST_F(FailureActionsTest, AServiceThatIsNotThereIsTold) {
 TEST_F(FailureActionsTest, AServiceWithoutAnyIsLeftAlone) {
   Vantor().actions.clear();
   EXPECT_EQ(Run(37), 0u);
-  // Two actions of 8 bytes less.
+  // Less than before, by two actions of 8 bytes.
   EXPECT_TRACE((Ask(AskSize(Begin()), "63").Log("service has no failure actions").CloseService().lines));
   EXPECT_TRUE(Vantor().changes.empty());
   EXPECT_EQ(Vantor().resetPeriod, 86400u);
@@ -154,7 +154,7 @@ TEST_F(FailureActionsTest, AreNotReadWithoutASize) {
   }
 }
 
-TEST_F(FailureActionsTest, ASizeThatIsToldWithSuccessServesToo) {
+TEST_F(FailureActionsTest, ASizeReturnedWithSuccessIsUsed) {
   Vantor().sizingError = ERROR_SUCCESS;
   EXPECT_EQ(Run(37), 0u);
   Calls calls = Begin();
@@ -167,20 +167,20 @@ TEST_F(FailureActionsTest, ASizeThatIsToldWithSuccessServesToo) {
   EXPECT_EQ(Vantor().changes.size(), 1u);
 }
 
-TEST_F(FailureActionsTest, ALackOfMemoryIsNotTold) {
+TEST_F(FailureActionsTest, RunningOutOfMemoryIsNotLogged) {
   Vantor().demand = 0x7FFFFFFF;
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((AskSize(Begin()).CloseService().lines));
 }
 
-TEST_F(FailureActionsTest, ThatCannotBeReadAreTold) {
+TEST_F(FailureActionsTest, AFailureToReadThemIsLogged) {
   Vantor().configurationError = ERROR_SERVICE_MARKED_FOR_DELETE;
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Ask(AskSize(Begin()), kSize, "0").Log("query service failed:  1072").CloseService().lines));
   EXPECT_TRUE(Vantor().changes.empty());
 }
 
-TEST_F(FailureActionsTest, ThatGrowMeanwhileAreTold) {
+TEST_F(FailureActionsTest, AFailureBecauseTheyGrewIsLogged) {
   Vantor().demand = 78;
   TheWorld().On<::QueryServiceConfig2A>([](SC_HANDLE, DWORD, BYTE* block, DWORD, DWORD* needed) {
     *needed = block == nullptr ? 78 : 79;
@@ -190,7 +190,7 @@ TEST_F(FailureActionsTest, ThatGrowMeanwhileAreTold) {
   ExpectOnlyLog("query service failed:  122");
 }
 
-TEST_F(FailureActionsTest, ThatCannotBeChangedAreTold) {
+TEST_F(FailureActionsTest, AFailureToChangeThemIsLogged) {
   Vantor().changeError = ERROR_ACCESS_DENIED;
   EXPECT_EQ(Run(37), 0u);
   EXPECT_TRACE((Ask(AskSize(Begin()), kSize)

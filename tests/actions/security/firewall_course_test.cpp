@@ -1,5 +1,5 @@
-// CustomAction5 and CustomAction19, each branch with every call that it makes: what the two must do, told
-// once more in the order of their steps.
+// CustomAction5 and CustomAction19: every branch, with all its calls. A second description of the two
+// actions, step by step, computes the expected calls.
 
 #include <cstdio>
 #include <optional>
@@ -12,24 +12,24 @@ using firewall_test::Calls;
 using firewall_test::kProgram;
 using firewall_test::TextOf;
 
-// An exception that is there before.
+// An exception that exists before the action.
 struct Found {
   const char* program;
   bool isEnabled;
 };
 
-// What the actions meet.
+// The situation in which the actions run.
 struct Circumstances {
   bool isOld = false;
   std::string name = "Vantor";
-  std::string selector;  // "@tcp"; empty for none.
+  std::string selector;  // "@tcp"; empty for none
   std::string path = kProgram;
   std::optional<Found> found;
   bool isOn = true;
   bool ignoresExceptions = false;
-  // What cannot be made: "policy", "manager", "rule" or "application".
+  // The classes that cannot be created: "policy", "manager", "rule" or "application".
   std::string lacking;
-  // Methods that fail, and with what.
+  // The methods that fail, and their results.
   std::map<std::string, HRESULT> failing;
 };
 
@@ -45,7 +45,7 @@ std::string Quoted(const std::string& text) {
   return rig::Quote(std::string_view(text));
 }
 
-// Writes the calls down.
+// Computes the expected calls.
 class Course {
  public:
   explicit Course(const Circumstances& circumstances) : now_(circumstances) {}
@@ -88,7 +88,7 @@ class Course {
     std::snprintf(text, sizeof text, "%d (0x%08X)", static_cast<int>(result), static_cast<unsigned>(result));
     return text;
   }
-  // Makes a call that may be failing; its result.
+  // Makes a call, which may be a failing one. Returns its result.
   HRESULT Do(const std::string& call, HRESULT good = S_OK) {
     auto failing = now_.failing.find(call.substr(0, call.find('(')));
     HRESULT result = failing == now_.failing.end() ? good : failing->second;
@@ -133,7 +133,7 @@ class Course {
   std::string Collection() const {
     return hasRules_ ? "policy.get_Rules(*)" : "profile.get_AuthorizedApplications(*)";
   }
-  // The text by which the exception is found.
+  // Returns the text by which the exception is found.
   std::string Key(int base) {
     if (!hasRules_) return now_.path;
     calls_.Text(now_.path, base);
@@ -225,7 +225,7 @@ class FirewallCourseTest : public firewall_test::FirewallTest {
                                      .enabled = now_.found->isEnabled});
     }
   }
-  // Runs both actions, each in a world of its own, and expects their courses.
+  // Runs both actions, each in a new world, and compares their calls.
   void Expect(const Circumstances& now) {
     now_ = now;
     for (int action : {5, 19}) {
@@ -249,7 +249,7 @@ TEST_F(FirewallCourseTest, EachSelectorOnEachSystem) {
   }
 }
 
-TEST_F(FirewallCourseTest, EachStateOfAnExceptionThatIsThere) {
+TEST_F(FirewallCourseTest, EachStateOfAnExistingException) {
   for (bool isOld : {false, true}) {
     for (const char* program : {kProgram, "C:\\Vantor\\VT.EXE", "c:\\Vantor\\vt.exe"}) {
       for (bool isEnabled : {false, true}) {
@@ -339,7 +339,7 @@ TEST_F(FirewallCourseTest, AFailureIsReportedUnlessTheFirewallIsOff) {
   }
 }
 
-TEST_F(FirewallCourseTest, AProfileThatIgnoresItsExceptionsIsReportedWhereAnApplicationIsThere) {
+TEST_F(FirewallCourseTest, AProfileThatIgnoresItsExceptionsIsReportedIfAnApplicationIsThere) {
   for (bool isOld : {false, true}) {
     Expect({.isOld = isOld, .ignoresExceptions = true});
     Expect({.isOld = isOld, .found = Found{kProgram, true}, .ignoresExceptions = true});
@@ -349,7 +349,7 @@ TEST_F(FirewallCourseTest, AProfileThatIgnoresItsExceptionsIsReportedWhereAnAppl
   }
 }
 
-TEST_F(FirewallCourseTest, EachClassMayBeLacking) {
+TEST_F(FirewallCourseTest, EachClassMayBeMissing) {
   for (bool isOld : {false, true}) {
     for (const char* lacking :
          {"policy", "manager", "policy manager", "rule", "application", "policy application"}) {
@@ -359,7 +359,7 @@ TEST_F(FirewallCourseTest, EachClassMayBeLacking) {
   }
 }
 
-TEST_F(FirewallCourseTest, AnEntryMayLackItsNameOrItsPath) {
+TEST_F(FirewallCourseTest, AnEntryMayHaveNoNameOrNoPath) {
   for (bool isOld : {false, true}) {
     Expect({.isOld = isOld, .name = ""});
     Expect({.isOld = isOld, .path = ""});

@@ -16,7 +16,7 @@ constexpr char kDenied[] = "0x80070005";
 
 class FirewallRulesTest : public firewall_test::FirewallTest {};
 
-TEST_F(FirewallRulesTest, MakesBothRules) {
+TEST_F(FirewallRulesTest, AddsBothRules) {
   EXPECT_EQ(Run(5), 0u);
   Calls calls;
   calls.Read().Start().OpenRules().Log(kStarted);
@@ -26,7 +26,7 @@ TEST_F(FirewallRulesTest, MakesBothRules) {
   EXPECT_EQ(TheFirewall().rules, (Rules{RuleFor(kProgram, 1000), RuleFor(kProgram, 1010)}));
 }
 
-TEST_F(FirewallRulesTest, MakesTheRuleOfTheSelector) {
+TEST_F(FirewallRulesTest, AddsTheRuleOfTheSelector) {
   SetList("Vantor@tcp/C:\\Vantor\\vt.exe");
   EXPECT_EQ(Run(5), 0u);
   Calls calls;
@@ -39,13 +39,13 @@ TEST_F(FirewallRulesTest, MakesTheRuleOfTheSelector) {
   EXPECT_EQ(TheFirewall().rules, (Rules{RuleFor(kProgram, 1000), RuleFor(kProgram, 1010)}));
 }
 
-TEST_F(FirewallRulesTest, AnUnknownSelectorMakesNone) {
+TEST_F(FirewallRulesTest, AnUnknownSelectorAddsNoRule) {
   SetList("Vantor@icmp/C:\\Vantor\\vt.exe");
   EXPECT_EQ(Run(5), 0u);
   EXPECT_TRACE((Calls().Read().Start().OpenRules().Log(kStarted).End().lines));
 }
 
-TEST_F(FirewallRulesTest, SelectorsAreKnownInAnyCaseAndLetterByLetterOtherwise) {
+TEST_F(FirewallRulesTest, SelectorsMatchInAnyCaseButOnlyWhole) {
   const std::map<std::string, Rules> made = {
       {"TCP", {RuleFor(kProgram, 1000)}},
       {"Udp", {RuleFor(kProgram, 1010)}},
@@ -79,7 +79,7 @@ TEST_F(FirewallRulesTest, ASecondRunFindsTheRules) {
   EXPECT_EQ(TheFirewall().rules.size(), 2u);
 }
 
-TEST_F(FirewallRulesTest, ADisabledRuleStaysAndGetsASecondOneOfItsName) {
+TEST_F(FirewallRulesTest, ADisabledRuleStaysAndASecondOneIsAdded) {
   rig::FirewallRule disabled = RuleFor(kProgram, 1000);
   disabled.enabled = false;
   TheFirewall().rules = {disabled};
@@ -90,7 +90,7 @@ TEST_F(FirewallRulesTest, ADisabledRuleStaysAndGetsASecondOneOfItsName) {
   calls.Add("found.get_ApplicationName(*) = 0").Add("found.get_Enabled(*) = 0");
   EXPECT_TRACE((calls.AddRule(kProgram, 1000).End().lines));
   EXPECT_EQ(TheFirewall().rules, (Rules{disabled, RuleFor(kProgram, 1000)}));
-  // The first of the two is found again, and a third one made.
+  // The first of the two is found again, and a third one is added.
   EXPECT_EQ(Run(5), 0u);
   EXPECT_EQ(TheFirewall().rules.size(), 3u);
 }
@@ -122,7 +122,7 @@ TEST_F(FirewallRulesTest, TheCaseOfTheProgramMatters) {
   EXPECT_EQ(TheFirewall().rules, Rules{RuleFor(kProgram, 1000)});
 }
 
-TEST_F(FirewallRulesTest, ADisabledRuleForAnotherProgramIsRewrittenAndGetsASecondOne) {
+TEST_F(FirewallRulesTest, ADisabledRuleForAnotherProgramIsRewrittenAndASecondOneIsAdded) {
   TheFirewall().rules = {RuleFor(kProgram, 1000)};
   TheFirewall().rules[0].program = "C:\\Old\\vt.exe";
   TheFirewall().rules[0].enabled = false;
@@ -133,7 +133,7 @@ TEST_F(FirewallRulesTest, ADisabledRuleForAnotherProgramIsRewrittenAndGetsASecon
   EXPECT_EQ(TheFirewall().rules, (Rules{disabled, RuleFor(kProgram, 1000)}));
 }
 
-TEST_F(FirewallRulesTest, RewritingMayFailAndTheRuleCounts) {
+TEST_F(FirewallRulesTest, ARuleCountsEvenIfRewritingItFails) {
   for (const char* method : {"found.put_ApplicationName", "found.put_Name", "found.put_Grouping"}) {
     TheFirewall().rules = {RuleFor(kProgram, 1000)};
     TheFirewall().rules[0].program = "C:\\Old\\vt.exe";
@@ -145,7 +145,7 @@ TEST_F(FirewallRulesTest, RewritingMayFailAndTheRuleCounts) {
   EXPECT_LOG({kStartedLine, kStartedLine, kStartedLine});
 }
 
-TEST_F(FirewallRulesTest, WhetherARuleIsEnabledMustBeTold) {
+TEST_F(FirewallRulesTest, ARuleWithAnUnknownStateDoesNotCount) {
   TheFirewall().rules = {RuleFor(kProgram, 1000)};
   TheFirewall().FailMethod("found.get_Enabled", E_ACCESSDENIED);
   SetList("Vantor@tcp/C:\\Vantor\\vt.exe");
@@ -177,8 +177,8 @@ TEST_F(FirewallRulesTest, TheFailureOfTcpAloneIsReported) {
   EXPECT_TRACE((calls.AskPolicy().Notify(25000).End().lines));
 }
 
-// Where both rules are made, only what comes of the second one is reported.
-TEST_F(FirewallRulesTest, TheFailureOfTcpIsNotReportedWhereUdpWorks) {
+// If both rules are added, only a failure of the second one is shown to the user.
+TEST_F(FirewallRulesTest, TheFailureOfTcpIsNotReportedIfUdpWorks) {
   TheFirewall().FailCall("rules.Add", 1, E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);
   Calls calls;
@@ -189,15 +189,15 @@ TEST_F(FirewallRulesTest, TheFailureOfTcpIsNotReportedWhereUdpWorks) {
   EXPECT_TRACE((calls.lines));
 }
 
-TEST_F(FirewallRulesTest, TheFailureOfUdpIsReportedWhereTcpWorks) {
+TEST_F(FirewallRulesTest, TheFailureOfUdpIsReportedIfTcpWorks) {
   TheFirewall().FailCall("rules.Add", 2, E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);
   EXPECT_LOG({kStartedLine, "Hx Setup Log: failure -2147024891 (0x80070005) modifying firewall for UDP"});
   EXPECT_EQ(Notices(), Lines{"25000"});
 }
 
-// What UDP fails with decides: a service that did not run for TCP says nothing.
-TEST_F(FirewallRulesTest, OnlyTheFailureOfUdpTellsOfTheService) {
+// The result for UDP decides. That the service was not running for TCP does not matter.
+TEST_F(FirewallRulesTest, OnlyTheFailureOfUdpShowsThatTheServiceIsStopped) {
   TheFirewall().FailCall("rules.Add", 1, rig::Firewall::kNotRunning);
   TheFirewall().FailCall("rules.Add", 2, E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);
@@ -216,7 +216,7 @@ TEST_F(FirewallRulesTest, AFirewallThatIsOffIsLoggedAndNotReported) {
   EXPECT_TRACE((calls.Log("it seems that the Firewall is disabled").End().lines));
 }
 
-TEST_F(FirewallRulesTest, AQuestionThatFailsMeansNoFirewallThatIsOff) {
+TEST_F(FirewallRulesTest, AFirewallThatCannotBeAskedIsNotOff) {
   TheFirewall().FailMethod("rules.Add", E_ACCESSDENIED);
   TheFirewall().FailMethod("policy.get_FirewallEnabled", E_ACCESSDENIED);
   TheFirewall().enabled = false;
@@ -237,15 +237,15 @@ TEST_F(FirewallRulesTest, AServiceThatDoesNotRunIsLoggedAndNotReported) {
   EXPECT_TRACE((calls.lines));
 }
 
-// The firewall may say that it is on although its service did not answer.
-TEST_F(FirewallRulesTest, TheCodeOfTheServiceAloneSaysThatTheFirewallIsOff) {
+// The firewall may report that it is on although its service did not answer.
+TEST_F(FirewallRulesTest, TheCodeOfTheServiceAloneMeansThatTheFirewallIsOff) {
   TheFirewall().FailMethod("rules.Add", rig::Firewall::kNotRunning);
   EXPECT_EQ(Run(5), 0u);
   EXPECT_EQ(Installer().Log().back(), "Hx Setup Log: it seems that the Firewall is disabled");
   EXPECT_EQ(Notices(), Lines{});
 }
 
-TEST_F(FirewallRulesTest, TheSettingsOfARuleAreNotLookedAt) {
+TEST_F(FirewallRulesTest, FailuresOfOtherSettersAreIgnored) {
   for (const char* method : {"rule.put_Grouping", "rule.put_Description", "rule.put_Direction",
                              "rule.put_Action", "rule.put_Protocol", "rule.put_Profiles"}) {
     TheFirewall().FailMethod(method, E_ACCESSDENIED);
@@ -270,7 +270,7 @@ TEST_F(FirewallRulesTest, EachStepThatCountsIsReported) {
   }
 }
 
-TEST_F(FirewallRulesTest, ASuccessOfAnotherValueIsOne) {
+TEST_F(FirewallRulesTest, AnotherSuccessCodeIsASuccess) {
   TheFirewall().FailMethod("rules.Add", S_FALSE);
   EXPECT_EQ(Run(5), 0u);
   EXPECT_LOG({kStartedLine});
@@ -282,7 +282,7 @@ TEST_F(FirewallRulesTest, AProgramWithoutAPathIsRefused) {
   EXPECT_LOG({kStartedLine, "Hx Setup Log: failure -2147024882 (0x8007000E) modifying firewall for TCP"});
 }
 
-// A failing step is a line in the log and one rule fewer; a failing setting is neither.
+// A failing step means a line in the log and one rule fewer; a failing setting means neither.
 TEST_F(FirewallRulesTest, SurvivesEveryFailure) {
   const std::set<std::string> steps = {"policy.get_Rules", "rule.put_ApplicationName", "rule.put_Name",
                                        "rule.put_Enabled", "rules.Add"};
@@ -311,7 +311,7 @@ TEST_F(FirewallRulesTest, SurvivesEveryFailure) {
   EXPECT_EQ(met.size(), steps.size() + settings.size());
 }
 
-// The same with a rule for another program and a disabled one, and with everything refused.
+// The same with a rule for another program and a disabled one, and with everything failing.
 TEST_F(FirewallRulesTest, SurvivesEveryFailureAmongRules) {
   FailEachCall(5, [this](rig::World&) {
     TheFirewall().rules = {RuleFor(kProgram, 1000), RuleFor(kProgram, 1010)};

@@ -1,5 +1,5 @@
-// The list of exceptions, COM, and the choice between rules and authorised applications: what CustomAction5
-// and CustomAction19 share.
+// What CustomAction5 and CustomAction19 share: the list of exceptions, COM, and the choice between rules and
+// authorised applications.
 #include "actions/security/firewall_support.h"
 
 namespace firewall_list_test {
@@ -24,7 +24,7 @@ struct ListCase {
   Applications applications;
 };
 
-// On an older system names and paths show as they are taken.
+// On an older system the names and paths can be seen as they are read.
 class FirewallListTest : public firewall_test::FirewallTest {
  protected:
   void ExpectApplications(const std::vector<ListCase>& cases) {
@@ -59,7 +59,7 @@ TEST_F(FirewallListTest, EndsWhereItsTextEnds) {
   });
 }
 
-// An empty stretch is no end, and an entry without a path takes in what follows it.
+// An empty piece does not end the list, and an entry without a path swallows the text that follows it.
 TEST_F(FirewallListTest, LooksForThePathInTheWholeRest) {
   ExpectApplications({
       {";a/p", {ApplicationFor(";a", "p")}},
@@ -98,7 +98,7 @@ TEST_F(FirewallListTest, AnEntryThatFailsDoesNotEndIt) {
   });
 }
 
-TEST_F(FirewallListTest, SelectsForEachEntryOfItsOwn) {
+TEST_F(FirewallListTest, EachEntryHasItsOwnSelector) {
   SetList("a@tcp/C:\\a.exe;b@udp/C:\\b.exe;c@x/C:\\c.exe;d/C:\\d.exe");
   EXPECT_EQ(Run(5), 0u);
   EXPECT_EQ(TheFirewall().rules, (Rules{RuleFor("C:\\a.exe", 1000), RuleFor("C:\\b.exe", 1010),
@@ -106,7 +106,7 @@ TEST_F(FirewallListTest, SelectsForEachEntryOfItsOwn) {
   EXPECT_LOG({kRules, kRules, kRules, kRules});
 }
 
-// Rules carry no name of the list.
+// Rules do not use the name in the list.
 TEST_F(FirewallListTest, RulesNeedNoName) {
   SetList("@tcp/C:\\Vantor\\vt.exe");
   EXPECT_EQ(Run(5), 0u);
@@ -120,7 +120,7 @@ TEST_F(FirewallListTest, RulesKeepEveryCharacterOfThePath) {
   EXPECT_EQ(TheFirewall().rules, Rules{RuleFor(kPath, 1000)});
 }
 
-// wsprintfW writes 1,024 characters at most: the program of the rule is whole, its texts are cut.
+// wsprintfW writes at most 1,024 characters: the rule's program is complete, its texts are cut.
 TEST_F(FirewallListTest, TheTextsOfVeryLongPathsAreCut) {
   for (size_t length : {1000, 1015, 1016, 1017, 1018, 1022, 1023, 1024, 1025, 3000}) {
     std::string path = "C:\\" + std::string(length - 3, 'x');
@@ -159,13 +159,13 @@ TEST_F(FirewallListTest, TakesALongList) {
   EXPECT_EQ(TheFirewall().rules, rules);
 }
 
-TEST_F(FirewallListTest, OneThatCannotBeReadIsNone) {
+TEST_F(FirewallListTest, AListThatCannotBeReadIsIgnored) {
   Installer().FailReading("PROP_FIREWALLDATA", ERROR_INVALID_HANDLE);
   EXPECT_EQ(Run(5), 0u);
   EXPECT_TRACE((Calls().Read("6").lines));
 }
 
-TEST_F(FirewallListTest, OneThatIsNotSetIsEmpty) {
+TEST_F(FirewallListTest, AnUnsetListIsEmpty) {
   Installer().Set("PROP_FIREWALLDATA", "");
   EXPECT_EQ(Run(5), 0u);
   EXPECT_TRACE((Calls().Read().lines));
@@ -208,13 +208,13 @@ TEST_F(FirewallComTest, MayBeRunningInAnotherMode) {
   EXPECT_TRACE((calls.lines));
 }
 
-TEST_F(FirewallComTest, ThatDoesNotStartLeavesTheEntryOut) {
+TEST_F(FirewallComTest, AFailureToStartSkipsTheEntry) {
   TheWorld().com.start = E_OUTOFMEMORY;
   EXPECT_EQ(Run(5), 0u);
   EXPECT_TRACE((Calls().Read().Start("0x8007000e").Start("0x8007000e").lines));
 }
 
-TEST_F(FirewallComTest, ThatDoesNotStartOnceLeavesOneEntryOut) {
+TEST_F(FirewallComTest, OneFailureToStartSkipsOneEntry) {
   int starts = 0;
   TheWorld().On<::CoInitializeEx>([&](void*, DWORD) -> HRESULT {
     if (++starts == 1) {
@@ -253,7 +253,7 @@ TEST_F(FirewallComTest, WithoutItsModuleTheListIsLeftAlone) {
 
 class FirewallVersionTest : public firewall_test::FirewallTest {
  protected:
-  // What the action says that it adds.
+  // Returns the log line in which the action says what it adds.
   Lines Says(DWORD major, DWORD minor, DWORD build = 0) {
     TheWorld().clock.versionInfo.dwMajorVersion = major;
     TheWorld().clock.versionInfo.dwMinorVersion = minor;
@@ -272,22 +272,22 @@ TEST_F(FirewallVersionTest, TheFirstOneWithRules) {
 TEST_F(FirewallVersionTest, TheLastOneWithoutRules) {
   EXPECT_EQ(Says(5, 255, 0xFFFF), Lines{kSimpleRule});
 }
-TEST_F(FirewallVersionTest, AnOldSystemHasNone) {
+TEST_F(FirewallVersionTest, AnOldSystemHasNoRules) {
   EXPECT_EQ(Says(5, 1, 2600), Lines{kSimpleRule});
 }
-TEST_F(FirewallVersionTest, PartsOfTheVersionDoNotRunOver) {
+TEST_F(FirewallVersionTest, AHighMinorVersionIsNotAMajorOne) {
   EXPECT_EQ(Says(5, 0x100, 0), Lines{kSimpleRule});
 }
-TEST_F(FirewallVersionTest, NorDoesTheBuild) {
+TEST_F(FirewallVersionTest, AHighBuildNumberIsNotAMajorVersion) {
   EXPECT_EQ(Says(5, 255, 0x10000), Lines{kSimpleRule});
 }
 
-TEST_F(FirewallVersionTest, ASystemOfTheOtherFamilyHasNone) {
+TEST_F(FirewallVersionTest, ASystemOfTheOtherFamilyHasNoRules) {
   TheWorld().clock.version = 0x80000A04;
   EXPECT_EQ(Says(10, 0), Lines{kSimpleRule});
 }
 
-TEST_F(FirewallVersionTest, ASystemThatDoesNotTellHasNone) {
+TEST_F(FirewallVersionTest, ASystemOfUnknownVersionHasNoRules) {
   TheWorld().On<::GetVersionExA>([](OSVERSIONINFOA* info) {
     EXPECT_EQ(info->dwOSVersionInfoSize, 156u);
     return FALSE;
@@ -308,7 +308,7 @@ TEST_F(FirewallVersionTest, TheVersionIsAskedForOnce) {
   EXPECT_EQ(questions, 1);
 }
 
-// ---- classes that a system lacks
+// ---- classes that are missing from a system
 
 struct LackingCase {
   const char* name;
@@ -356,7 +356,7 @@ const LackingCase kLacking[] = {
 INSTANTIATE_TEST_SUITE_P(Classes, FirewallLackingTest, testing::ValuesIn(kLacking),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// Where the policy of the rules cannot be made, the older interfaces serve.
+// If the policy of the rules cannot be created, the older interfaces are used.
 class FirewallFallBackTest : public firewall_test::FirewallTest {
  protected:
   void Arrange(rig::World& world) override {

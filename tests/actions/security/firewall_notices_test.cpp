@@ -1,4 +1,4 @@
-// What CustomAction5 tells the user: notices 25000 and 25001, and the boxes that stand in for them.
+// What CustomAction5 shows the user: notices 25000 and 25001, and the message boxes that replace them.
 #include "actions/security/firewall_support.h"
 
 namespace firewall_notices_test {
@@ -12,7 +12,7 @@ using Lines = std::vector<std::string>;
 constexpr char kNotCustomized[] =
     "The installer was unable to customize the built-in Windows Firewall exception list.\n\n"
     "Consult the Hx documentation for firewall setup details.";
-// The doubled word is deliberate.
+// On purpose: "The the", as in the library.
 constexpr char kIgnored[] =
     "The the built-in Windows Firewall is currently configured to ignore its exception list.\n\n"
     "To enable the custom exception, use the Windows Firewall control panel to Uncheck \"Don't allow "
@@ -27,7 +27,7 @@ class FirewallNoticesTest : public firewall_test::FirewallTest {
     TheFirewall().ignoresExceptions = true;
     world.installer.Set("PROP_FIREWALLDATA", "Vantor@tcp/C:\\Vantor\\vt.exe");
   }
-  // Runs with "PROP_SILENCE" set to this, both ways, and tells the notices that came.
+  // Runs the action with this value of "PROP_SILENCE". Returns the notices that were sent.
   Lines NoticesWith(const std::string& silence) {
     Installer().Set("PROP_SILENCE", silence);
     EXPECT_EQ(Run(5), 0u);
@@ -42,7 +42,7 @@ TEST_F(FirewallNoticesTest, AreSentForMinusOneOnly) {
   EXPECT_EQ(NoticesWith("-1"), Lines{"25000"});
 }
 
-TEST_F(FirewallNoticesTest, OfAnIgnoredExceptionAreSentForMinusOneOnly) {
+TEST_F(FirewallNoticesTest, ForIgnoredExceptionsAreSentForMinusOneOnly) {
   MakeOld(TheWorld());
   for (const char* silence : {"", "0", "1", "-11"}) {
     EXPECT_EQ(NoticesWith(silence), Lines{}) << silence;
@@ -63,7 +63,7 @@ TEST_F(FirewallNoticesTest, NeedAPropertyThatFits) {
   EXPECT_TRUE(TheWorld().desktop.boxes.empty());
 }
 
-// Each entry that fails is told of.
+// A notice for each entry that fails.
 TEST_F(FirewallNoticesTest, AreSentForEachEntry) {
   SetList("a@tcp/C:\\a.exe;b@udp/C:\\b.exe;c@x/C:\\c.exe");
   EXPECT_EQ(Run(5), 0u);
@@ -79,7 +79,7 @@ TEST_F(FirewallNoticesTest, HaveNoTextOfTheirOwn) {
 
 // ---- boxes
 
-// The count still holds the length of "-1": only a name of one character fits.
+// The count still holds the length of "-1", so only a name of one character fits.
 TEST_F(FirewallNoticesTest, WithoutARecordABoxAppears) {
   Installer().refusesRecords = true;
   Installer().Set("ProductName", "V");
@@ -96,7 +96,7 @@ TEST_F(FirewallNoticesTest, WithoutARecordABoxAppears) {
   EXPECT_EQ(TheWorld().desktop.boxes, (Boxes{{kNotCustomized, "V", 0x30}}));
 }
 
-TEST_F(FirewallNoticesTest, ABoxOfAnIgnoredExceptionAppears) {
+TEST_F(FirewallNoticesTest, ABoxForIgnoredExceptionsAppears) {
   MakeOld(TheWorld());
   Installer().refusesRecords = true;
   Installer().Set("ProductName", "V");
@@ -125,7 +125,7 @@ TEST_F(FirewallNoticesTest, ABoxIsGatedAsNoticesAre) {
   EXPECT_TRUE(TheWorld().desktop.boxes.empty());
 }
 
-TEST_F(FirewallNoticesTest, ABoxIsTheLastWord) {
+TEST_F(FirewallNoticesTest, ABoxIsTheLastResort) {
   Installer().refusesRecords = true;
   TheFirewall().FailMethod("policy.get_Rules", E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);

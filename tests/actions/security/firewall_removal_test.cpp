@@ -1,4 +1,4 @@
-// CustomAction19: takes the exceptions away again.
+// CustomAction19: removes the exceptions.
 #include "actions/security/firewall_support.h"
 
 namespace firewall_removal_test {
@@ -36,7 +36,7 @@ TEST_F(FirewallRemovalTest, RemovesBothWhateverTheSelector) {
   }
 }
 
-TEST_F(FirewallRemovalTest, RulesThatWereNeverMadeAreNoFailure) {
+TEST_F(FirewallRemovalTest, RulesThatWereNeverAddedAreNotAFailure) {
   EXPECT_EQ(Run(19), 0u);
   Calls calls;
   calls.Read().Start().OpenRules().Log(kRules);
@@ -44,7 +44,7 @@ TEST_F(FirewallRemovalTest, RulesThatWereNeverMadeAreNoFailure) {
   EXPECT_TRACE((calls.lines));
 }
 
-TEST_F(FirewallRemovalTest, RulesThatCannotBeHadAreNotLogged) {
+TEST_F(FirewallRemovalTest, UnavailableRulesAreNotLogged) {
   TheFirewall().FailMethod("policy.get_Rules", E_ACCESSDENIED);
   EXPECT_EQ(Run(19), 0u);
   Calls calls;
@@ -63,7 +63,7 @@ TEST_F(FirewallRemovalTest, RemovesTheApplication) {
   EXPECT_TRUE(TheFirewall().applications.empty());
 }
 
-TEST_F(FirewallRemovalTest, AnApplicationThatWasNeverMadeIsNoFailure) {
+TEST_F(FirewallRemovalTest, AnApplicationThatWasNeverAddedIsNotAFailure) {
   MakeOld(TheWorld());
   EXPECT_EQ(Run(19), 0u);
   Calls calls;
@@ -71,7 +71,7 @@ TEST_F(FirewallRemovalTest, AnApplicationThatWasNeverMadeIsNoFailure) {
   EXPECT_TRACE((calls.lines));
 }
 
-TEST_F(FirewallRemovalTest, ApplicationsThatCannotBeHadAreNotLogged) {
+TEST_F(FirewallRemovalTest, UnavailableApplicationsAreNotLogged) {
   MakeOld(TheWorld());
   TheFirewall().FailMethod("profile.get_AuthorizedApplications", E_ACCESSDENIED);
   EXPECT_EQ(Run(19), 0u);
@@ -104,7 +104,7 @@ TEST_F(FirewallRemovalTest, GoesThroughTheList) {
   EXPECT_TRUE(TheFirewall().rules.empty());
 }
 
-TEST_F(FirewallRemovalTest, AListThatCannotBeReadIsNone) {
+TEST_F(FirewallRemovalTest, AListThatCannotBeReadIsIgnored) {
   Installer().FailReading("PROP_FIREWALLDATA");
   EXPECT_EQ(Run(19), 0u);
   EXPECT_TRACE((Calls().Read("1627").lines));
@@ -116,7 +116,7 @@ TEST_F(FirewallRemovalTest, WithoutComNothingIsDone) {
   EXPECT_TRACE((Calls().Read().Start("0x8007000e").lines));
 }
 
-TEST_F(FirewallRemovalTest, TakesAwayWhatWasAdded) {
+TEST_F(FirewallRemovalTest, RemovesWhatWasAdded) {
   SetList("a/C:\\a.exe;b@udp/C:\\b.exe;c@tcp/C:\\c.exe");
   EXPECT_EQ(Run(5), 0u);
   EXPECT_EQ(TheFirewall().rules.size(), 4u);

@@ -21,7 +21,7 @@ class FirewallSimpleTest : public firewall_test::FirewallTest {
   Calls Opened() { return Calls().Read().Start().OpenProfile().Log(kStarted); }
 };
 
-TEST_F(FirewallSimpleTest, MakesAnApplication) {
+TEST_F(FirewallSimpleTest, AddsAnApplication) {
   EXPECT_EQ(Run(5), 0u);
   Calls calls = Opened();
   calls.FindApplication(kProgram).AddApplication("Vantor", kProgram).AskExceptions().End();
@@ -48,7 +48,7 @@ TEST_F(FirewallSimpleTest, ASecondRunFindsTheApplication) {
   EXPECT_EQ(TheFirewall().applications.size(), 1u);
 }
 
-TEST_F(FirewallSimpleTest, ADisabledOneStaysAndGetsASecondOne) {
+TEST_F(FirewallSimpleTest, ADisabledOneStaysAndASecondOneIsAdded) {
   TheFirewall().applications = {ApplicationFor("Vantor", kProgram)};
   TheFirewall().applications[0].enabled = false;
   EXPECT_EQ(Run(5), 0u);
@@ -61,7 +61,7 @@ TEST_F(FirewallSimpleTest, ADisabledOneStaysAndGetsASecondOne) {
   EXPECT_EQ(TheFirewall().applications.size(), 2u);
 }
 
-// The list finds a program in any case; the library tells them apart, and rewrites what it finds.
+// The list finds a program in any case. The library compares the case, and rewrites what it finds.
 TEST_F(FirewallSimpleTest, TheCaseOfTheProgramMatters) {
   TheFirewall().applications = {ApplicationFor("Old", "C:\\VANTOR\\vt.exe")};
   EXPECT_EQ(Run(5), 0u);
@@ -74,14 +74,14 @@ TEST_F(FirewallSimpleTest, TheCaseOfTheProgramMatters) {
   EXPECT_EQ(TheFirewall().applications, Applications{ApplicationFor("Vantor", kProgram)});
 }
 
-TEST_F(FirewallSimpleTest, AProgramThatIsNotToldIsAnotherOne) {
+TEST_F(FirewallSimpleTest, AnUnreadableProgramCountsAsAnother) {
   TheFirewall().applications = {ApplicationFor("Old", kProgram)};
   TheFirewall().FailMethod("foundapplication.get_ProcessImageFileName", E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);
   EXPECT_EQ(TheFirewall().applications, Applications{ApplicationFor("Vantor", kProgram)});
 }
 
-TEST_F(FirewallSimpleTest, WhetherOneIsEnabledMustBeTold) {
+TEST_F(FirewallSimpleTest, AnApplicationWithAnUnknownStateDoesNotCount) {
   TheFirewall().applications = {ApplicationFor("Vantor", kProgram)};
   TheFirewall().FailMethod("foundapplication.get_Enabled", E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);
@@ -124,7 +124,7 @@ TEST_F(FirewallSimpleTest, AFirewallThatIsOffIsLoggedAndNotReported) {
   EXPECT_TRACE((calls.Log("it seems that the Firewall is disabled").End().lines));
 }
 
-TEST_F(FirewallSimpleTest, AQuestionThatFailsMeansNoFirewallThatIsOff) {
+TEST_F(FirewallSimpleTest, AFirewallThatCannotBeAskedIsNotOff) {
   TheFirewall().FailMethod("applications.Add", E_ACCESSDENIED);
   TheFirewall().FailMethod("profile.get_FirewallEnabled", E_ACCESSDENIED);
   TheFirewall().enabled = false;
@@ -148,14 +148,14 @@ TEST_F(FirewallSimpleTest, ANameIsNeeded) {
   EXPECT_EQ(Notices(), Lines{"25000"});
 }
 
-TEST_F(FirewallSimpleTest, TheScopeIsNotLookedAt) {
+TEST_F(FirewallSimpleTest, AFailureToSetTheScopeIsIgnored) {
   TheFirewall().FailMethod("application.put_Scope", E_ACCESSDENIED);
   EXPECT_EQ(Run(5), 0u);
   EXPECT_LOG({kStartedLine});
   EXPECT_EQ(TheFirewall().applications.size(), 1u);
 }
 
-TEST_F(FirewallSimpleTest, TheProfileMustBeHad) {
+TEST_F(FirewallSimpleTest, TheProfileIsNeeded) {
   const std::map<std::string, int> openings = {{"manager.get_LocalPolicy", 1},
                                                {"localpolicy.get_CurrentProfile", 2}};
   for (const auto& [method, number] : openings) {
@@ -172,7 +172,7 @@ TEST_F(FirewallSimpleTest, TheProfileMustBeHad) {
   EXPECT_EQ(Notices(), Lines{});
 }
 
-// A failing step is a line in the log and no application; the scope and the question behind it are not.
+// A failing step means a line in the log and no application, except for the scope and the query after it.
 TEST_F(FirewallSimpleTest, SurvivesEveryFailure) {
   const std::map<std::string, Lines> logs = {
       {"manager.get_LocalPolicy", {"Hx Setup Log: failure opening firewall"}},

@@ -1,4 +1,4 @@
-// CustomAction25: the accounts that it is given, and how they are found.
+// CustomAction25: the accounts that it is given, and how they are resolved.
 
 #include <lm.h>
 
@@ -15,7 +15,7 @@ constexpr char kPath[] = "S:\\Data";
 
 class FolderAccessAccountsTest : public security_test::SecurityTest {
  protected:
-  // Runs the action on these data and expects these lines.
+  // Runs the action with this data and expects these lines.
   void ExpectLog(const std::string& data, const std::vector<std::string>& lines) {
     SetData(data);
     EXPECT_EQ(Run(25), 0u) << data;
@@ -78,8 +78,8 @@ TEST_F(FolderAccessAccountsTest, AccountsOfADomainAreLookedUpAtItsController) {
   EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "CORP\\svc")});
 }
 
-// Anything that only begins like ".\" is a domain, and the first backslash parts it from the name.
-TEST_F(FolderAccessAccountsTest, ADomainIsWhatStandsBeforeTheFirstBackslash) {
+// Anything that only starts like ".\" is a domain, and the first backslash separates it from the name.
+TEST_F(FolderAccessAccountsTest, TheDomainIsTheTextBeforeTheFirstBackslash) {
   Accounts().domains[".."].controller = "\\\\DC2";
   Accounts().domains[".."].accounts["svc\\x"];
   SetData("..\\svc\\x*S:\\Data");
@@ -95,7 +95,7 @@ TEST_F(FolderAccessAccountsTest, ADomainIsWhatStandsBeforeTheFirstBackslash) {
   EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", "..\\svc\\x")});
 }
 
-TEST_F(FolderAccessAccountsTest, AComputerWithoutANameIsNoneOfTheDomains) {
+TEST_F(FolderAccessAccountsTest, AComputerWithoutANameMatchesNoDomain) {
   Accounts().Refuse("GetComputerNameExW", ERROR_MORE_DATA);
   SetData("PC7\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
@@ -116,7 +116,7 @@ TEST_F(FolderAccessAccountsTest, ADomainWithoutAControllerResolvesNothing) {
   EXPECT_TRACE((calls.lines));
 }
 
-TEST_F(FolderAccessAccountsTest, WhatAFailingLookForAControllerLeavesIsNotFreed) {
+TEST_F(FolderAccessAccountsTest, WhatAFailedControllerSearchStoresIsNotFreed) {
   TheWorld().On<::NetGetDCName>([](const wchar_t*, const wchar_t*, BYTE** out) -> DWORD {
     *out = reinterpret_cast<BYTE*>(uintptr_t{0xBADBAD0});
     return NERR_DCNotFound;
@@ -134,7 +134,7 @@ TEST_F(FolderAccessAccountsTest, AnUnknownAccountIsAFailure) {
                     .lines));
 }
 
-TEST_F(FolderAccessAccountsTest, AnUnknownAccountOfADomainGivesItsControllerBack) {
+TEST_F(FolderAccessAccountsTest, AnUnknownDomainAccountFreesItsControllersName) {
   SetData("CORP\\ghost*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   Calls calls = BeginFullControl("CORP\\ghost");
@@ -158,7 +158,7 @@ TEST_F(FolderAccessAccountsTest, AnEmptyNameIsNotLookedUp) {
     EXPECT_TRACE((calls.lines));
     NewScene();
   }
-  // The controller is found before the name is looked at.
+  // The controller is found before the name is checked.
   SetData("CORP\\*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   Calls calls = BeginFullControl("CORP\\");
@@ -209,7 +209,7 @@ TEST_F(FolderAccessAccountsTest, OnlyTheBareNamesAreTheSystemsAccounts) {
 
 TEST_F(FolderAccessAccountsTest, ALookUpThatWantsMoreRoomGetsIt) {
   using Rooms = std::vector<std::pair<DWORD, DWORD>>;
-  // More for the identifier, more for the domain, both, and again more; less of one than before.
+  // More for the identifier, more for the domain, more for both, and more again; less of one than before.
   for (const Rooms& demands :
        {Rooms{{300, 4}}, {{28, 400}}, {{512, 512}}, {{257, 4}, {260, 300}, {28, 301}}}) {
     Accounts().demands.assign(demands.begin(), demands.end());
@@ -228,13 +228,13 @@ TEST_F(FolderAccessAccountsTest, ALookUpThatWantsMoreRoomGetsIt) {
   }
 }
 
-TEST_F(FolderAccessAccountsTest, ALookUpThatWantsNoMoreRoomIsNotAskedForEver) {
+TEST_F(FolderAccessAccountsTest, ALookUpThatWantsNoMoreRoomIsNotRepeatedForever) {
   Accounts().demands.assign(5, {256, 256});
   ExpectLog("svc*S:\\Data", {"setting ACL for svc on svc", "failure -36 (0xFFFFFFDC) setting ACL for svc"});
   EXPECT_EQ(Accounts().rooms.size(), 1u);
 }
 
-TEST_F(FolderAccessAccountsTest, MemoryThatTheLookUpAsksForMayLack) {
+TEST_F(FolderAccessAccountsTest, MemoryForTheLookUpMayBeMissing) {
   Accounts().demands = {{0x70000000, 4}};
   ExpectLog("svc*S:\\Data", {"setting ACL for svc on svc", "failure -36 (0xFFFFFFDC) setting ACL for svc"});
 }
@@ -245,7 +245,7 @@ TEST_F(FolderAccessAccountsTest, OtherFailuresOfALookUpAreFinal) {
   EXPECT_EQ(Accounts().rooms.size(), 1u);
 }
 
-// The lines of the log are 8-bit text, in UTF-8, whatever the system's code page.
+// The lines of the log are UTF-8, whatever the system's code page.
 TEST_F(FolderAccessAccountsTest, NamesMayHaveAnyCharacters) {
   Accounts().users["Jürgen"];
   SetData("Jürgen*S:\\Daten für 日本");
@@ -289,7 +289,7 @@ TEST_F(FolderAccessAccountsTest, OverlongDomainsAreAskedForWhole) {
   Accounts().domains[domain].accounts["svc"];
   SetData(domain + "\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
-  // The name of the domain has no place in the first room.
+  // The name of the domain does not fit in the first buffer.
   EXPECT_EQ(Accounts().rooms, (std::vector<std::pair<DWORD, DWORD>>{{256, 256}, {28, 301}}));
   EXPECT_EQ(Lists().applied, std::vector{ListOf(kPath, "0x10000000", domain + "\\svc")});
 }
@@ -362,7 +362,7 @@ TEST_F(FolderAccessAccountsTest, WithoutTheSearchForControllersNoDomainIsFound) 
   EXPECT_TRACE((calls.lines));
 }
 
-TEST_F(FolderAccessAccountsTest, WithoutItsFunctionTheControllersNameStays) {
+TEST_F(FolderAccessAccountsTest, WithoutItsFunctionTheControllersNameIsNotFreed) {
   TheModules().MissingFunction("NETAPI32", "NetApiBufferFree");
   SetData("CORP\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
@@ -374,7 +374,7 @@ TEST_F(FolderAccessAccountsTest, WithoutItsFunctionTheControllersNameStays) {
       .SetList(kPath)
       .Log("set ACL for CORP\\svc");
   EXPECT_TRACE((calls.lines));
-  // Nobody can give it back.
+  // Nothing can free it.
   EXPECT_EQ(TheRig().ledger.Count(rig::kNetBuffer), 1u);
 }
 

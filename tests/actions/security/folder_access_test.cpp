@@ -1,4 +1,4 @@
-// CustomAction25: full control of a file or folder for an account: the data, the list, and what may fail.
+// CustomAction25, full control of a file or folder for an account: the data, the access list, and failures.
 
 #include "actions/security/security_support.h"
 #include "rig/function.h"
@@ -34,7 +34,7 @@ TEST_F(FolderAccessTest, WithoutReadableDataNothingIsDone) {
   EXPECT_TRACE((Calls().Read("CustomActionData", "1627").lines));
 }
 
-TEST_F(FolderAccessTest, DataWithoutAPathAreQuotedWhole) {
+TEST_F(FolderAccessTest, DataWithoutAPathIsLoggedWhole) {
   for (const char* data : {"", "svc", "\\svc", "C:\\Data", "\\"}) {
     SetData(data);
     EXPECT_EQ(Run(25), 0u);
@@ -56,8 +56,8 @@ TEST_F(FolderAccessTest, WithoutAnAccountNothingIsChanged) {
   }
 }
 
-// Both names in the line are the account, once without the backslash.
-TEST_F(FolderAccessTest, OneBackslashInFrontIsNotOfTheAccount) {
+// Both names in the line are the account; one of them is without the backslash.
+TEST_F(FolderAccessTest, OneBackslashBeforeTheAccountIsIgnored) {
   SetData("\\svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE(
@@ -74,11 +74,11 @@ TEST_F(FolderAccessTest, WithoutAPathTheFailureIsAMissingArgument) {
                     .lines));
 }
 
-// What follows the first "*" is the path, whatever is in it.
-TEST_F(FolderAccessTest, APathMayHoldMoreOfTheSeparator) {
+// Everything after the first "*" is the path.
+TEST_F(FolderAccessTest, APathMayContainTheSeparator) {
   SetData("svc*S:\\Data\\*.txt");
   EXPECT_EQ(Run(25), 0u);
-  // A name like that is not looked for.
+  // A name with an asterisk is not looked up.
   EXPECT_TRACE((Calls()
                     .Read("CustomActionData")
                     .Log("setting ACL for svc on svc")
@@ -89,7 +89,7 @@ TEST_F(FolderAccessTest, APathMayHoldMoreOfTheSeparator) {
   EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Data\\*.txt", "0x10000000", "PC7\\svc")});
 }
 
-TEST_F(FolderAccessTest, ATrailingBackslashIsNotOfThePath) {
+TEST_F(FolderAccessTest, ATrailingBackslashOfThePathIsDropped) {
   SetData("svc*S:\\Data\\");
   EXPECT_EQ(Run(25), 0u);
   EXPECT_TRACE((BeginFullControl("svc").LookUp("null", "svc").SetList(kPath).Log("set ACL for svc").lines));
@@ -102,8 +102,8 @@ TEST_F(FolderAccessTest, SlashesInThePathSeparateNames) {
   EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Srv\\Data", "0x10000000", "PC7\\svc")});
 }
 
-TEST_F(FolderAccessTest, SystemsWithoutAccessListsAreDoneAtOnce) {
-  // Version 4 of the NT family, and systems of another one.
+TEST_F(FolderAccessTest, SystemsWithoutAccessListsNeedNoChange) {
+  // Version 4 of the NT family, and systems of another family.
   for (DWORD version : {DWORD{0x05650004}, DWORD{0xC0000A04}, DWORD{0x80000005}, DWORD{0x8000000A}}) {
     TheWorld().clock.version = version;
     SetData("svc*S:\\Data");
@@ -122,7 +122,7 @@ TEST_F(FolderAccessTest, Version5HasAccessLists) {
   EXPECT_EQ(Lists().applied.size(), 1u);
 }
 
-TEST_F(FolderAccessTest, AListThatCannotBeMadeIsAFailureOfTheSystem) {
+TEST_F(FolderAccessTest, AFailureToMakeTheListIsLogged) {
   Lists().entriesError = ERROR_INVALID_ACL;
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
@@ -133,7 +133,7 @@ TEST_F(FolderAccessTest, AListThatCannotBeMadeIsAFailureOfTheSystem) {
                     .lines));
 }
 
-TEST_F(FolderAccessTest, AListThatCannotBeSetIsAFailureOfTheSystem) {
+TEST_F(FolderAccessTest, AFailureToSetTheListIsLogged) {
   Lists().applyError = ERROR_ACCESS_DENIED;
   SetData("svc*S:\\Data");
   EXPECT_EQ(Run(25), 0u);
@@ -205,7 +205,7 @@ TEST_F(FolderAccessTest, SurvivesEveryFailure) {
         Accounts().demands = {{300, 300}};
       },
       [this](const rig::SweepRun& run) {
-        // Whatever was set is this; what failed otherwise is told, unless telling is what failed.
+        // If a list was set, it is the right one. Any other failure is logged, unless logging is what failed.
         for (const std::string& list : Lists().applied) {
           EXPECT_EQ(list, ListOf(kPath, "0x10000000", "CORP\\svc"));
         }

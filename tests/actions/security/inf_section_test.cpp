@@ -1,4 +1,4 @@
-// CustomAction36: a section of a setup information file is run.
+// CustomAction36: runs a section of a setup information file.
 
 #include "actions/security/security_support.h"
 
@@ -12,12 +12,12 @@ class InfSectionTest : public security_test::SecurityTest {
  protected:
   using Lines = std::vector<std::string>;
 
-  // The load of the setup library, with a result, "SETUPAPI" or "null".
+  // Returns the call that loads the setup library, with its result, "SETUPAPI" or "null".
   static Lines Load(const std::string& result) {
     return {"SetErrorMode(0x8001) = 16384", "LoadLibraryA(\"SETUPAPI\") = " + result,
             "SetErrorMode(0x4000) = 32769"};
   }
-  // The calls up to the log; the data are read with a result.
+  // Returns the calls up to the log; reading the data has this result.
   static Lines Begin(const std::string& read = "0") {
     Lines lines = Load("SETUPAPI");
     lines.push_back("GetProcAddress(SETUPAPI, \"InstallHinfSectionA\") = *");
@@ -31,7 +31,7 @@ class InfSectionTest : public security_test::SecurityTest {
          "MsiRecordSetStringA(record#1, 1, " + Quoted(text) + ") = 0",
          "MsiProcessMessage(session, 0x4000000, record#1) = 1", "MsiCloseHandle(record#1) = 0"});
   }
-  // All calls with data that are read.
+  // Returns all calls for data that can be read.
   static Lines All(const std::string& data, const std::string& logged) {
     Lines lines = Begin();
     AddLog(lines, logged);
@@ -41,7 +41,7 @@ class InfSectionTest : public security_test::SecurityTest {
   }
 };
 
-TEST_F(InfSectionTest, IsRunWithTheDataAsTheyStand) {
+TEST_F(InfSectionTest, IsRunWithTheDataUnchanged) {
   for (const char* data : {kCommand, "x", "  A  0  B  ", "\"quoted\" 128 %1", "100% %s%ls"}) {
     SetData(data);
     EXPECT_EQ(Run(36), 0u);
@@ -51,7 +51,7 @@ TEST_F(InfSectionTest, IsRunWithTheDataAsTheyStand) {
   }
 }
 
-// The installer gives the data, and the setup library takes them, in the system's code page.
+// The installer returns the data in the system's code page, and the setup library expects them in it.
 TEST_F(InfSectionTest, IsRunWithTheDataInTheSystemsCodePage) {
   SetData("Jürgen 128 C:\\für.inf");
   EXPECT_EQ(Run(36), 0u);
@@ -59,7 +59,7 @@ TEST_F(InfSectionTest, IsRunWithTheDataInTheSystemsCodePage) {
   EXPECT_LOG({"Hx Setup Log: InstallHinfSection(Jürgen 128 C:\\für.inf)"});
 }
 
-// There is no test for a rollback: the package decides when it runs.
+// The action does not check for a rollback: the package decides when it runs.
 TEST_F(InfSectionTest, IsRunInARollbackToo) {
   Installer().rollback = true;
   SetData(kCommand);
@@ -67,13 +67,13 @@ TEST_F(InfSectionTest, IsRunInARollbackToo) {
   EXPECT_TRACE((All(kCommand, "InstallHinfSection(" + std::string(kCommand) + ")")));
 }
 
-TEST_F(InfSectionTest, EmptyDataAreLoggedAndRun) {
+TEST_F(InfSectionTest, EmptyDataIsLoggedAndRun) {
   EXPECT_EQ(Run(36), 0u);
   EXPECT_TRACE((All("", "InstallHinfSection()")));
   EXPECT_EQ(TheWorld().setup.sections, Lines{""});
 }
 
-TEST_F(InfSectionTest, UnreadableDataAreLoggedAndNotRun) {
+TEST_F(InfSectionTest, UnreadableDataIsLoggedAndNotRun) {
   Installer().FailReading("CustomActionData");
   EXPECT_EQ(Run(36), 0u);
   Lines lines = Begin("1627");
@@ -83,11 +83,11 @@ TEST_F(InfSectionTest, UnreadableDataAreLoggedAndNotRun) {
   EXPECT_TRUE(TheWorld().setup.sections.empty());
 }
 
-TEST_F(InfSectionTest, OverlongDataAreCutInTheLogOnly) {
+TEST_F(InfSectionTest, OverlongDataIsCutInTheLogOnly) {
   std::string data = "Section 128 C:\\" + std::string(600, 'i');
   SetData(data);
   EXPECT_EQ(Run(36), 0u);
-  // The first room that the data are read into is too small.
+  // The first buffer for the data is too small.
   Lines lines = Begin("234");
   lines.push_back("MsiGetPropertyA(session, \"CustomActionData\", *, *) = 0");
   AddLog(lines, ("InstallHinfSection(" + data).substr(0, 255));

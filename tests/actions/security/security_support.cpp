@@ -49,7 +49,7 @@ void SecurityTest::Arrange(rig::World& world) {
   world.accounts.users["svc"];
   world.accounts.domains["CORP"].accounts["svc"];
   world.accounts.domains["BRANCH"].accounts["svc"];
-  // A path is spelled as it is given.
+  // The path is spelled as given.
   world.On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) {
     SetLastError(ERROR_FILE_NOT_FOUND);
     return INVALID_HANDLE_VALUE;

@@ -1,4 +1,4 @@
-// CustomAction33: access to a file or folder for the account that a service runs under.
+// CustomAction33: gives access to a file or folder to the account that a service runs under.
 
 #include "actions/security/security_support.h"
 #include "rig/function.h"
@@ -19,7 +19,7 @@ class ServiceAccessTest : public security_test::SecurityTest {
     Vantor().displayName = "Vantor";
   }
   rig::Service& Vantor() { return TheWorld().services.Of("Vantor"); }
-  // The calls up to the configuration.
+  // Returns the calls before those for the configuration.
   static Calls Begin() {
     Calls calls;
     calls.Read("CustomActionData").MakePath(kPath).OpenService("Vantor", "0x1");
@@ -30,9 +30,9 @@ class ServiceAccessTest : public security_test::SecurityTest {
         .Add("QueryServiceConfigA(service#2, null, 0, *) = 0")
         .Add("QueryServiceConfigA(service#2, *, " + std::string(kSize) + ", *) = 1");
   }
-  // The size of the configuration with ".\svc".
+  // The size of the configuration with the account ".\svc".
   static constexpr char kSize[] = "100";
-  // Runs the action, and expects one line and no list.
+  // Runs the action, and expects one log line and no list.
   void ExpectOnlyLog(const std::string& line) {
     EXPECT_EQ(Run(33), 0u);
     EXPECT_LOG({"Hx Setup Log: " + line});
@@ -104,7 +104,7 @@ TEST_F(ServiceAccessTest, WithoutReadableDataNothingIsDone) {
   EXPECT_TRACE((Calls().Read("CustomActionData", "1627").lines));
 }
 
-TEST_F(ServiceAccessTest, DataThatLackASeparatorAreNoneAndNothingIsSaid) {
+TEST_F(ServiceAccessTest, DataWithoutASeparatorIsIgnoredSilently) {
   for (const char* data : {"", "Vantor", "Vantor*", "Vantor*rwx", "Vantor*rwx S:\\Data", "*", "*rwx"}) {
     SetData(data);
     EXPECT_EQ(Run(33), 0u);
@@ -126,7 +126,7 @@ TEST_F(ServiceAccessTest, WithoutAPathTheResultIsAMissingArgument) {
                     .lines));
 }
 
-TEST_F(ServiceAccessTest, TheServiceHasItsNameEvenWithoutOne) {
+TEST_F(ServiceAccessTest, AnEmptyServiceNameIsLeftToTheSystemToRefuse) {
   SetData("*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_TRACE((Calls()
@@ -139,8 +139,8 @@ TEST_F(ServiceAccessTest, TheServiceHasItsNameEvenWithoutOne) {
                     .lines));
 }
 
-// What follows the second "*" is the path, whatever is in it.
-TEST_F(ServiceAccessTest, APathMayHoldMoreOfTheSeparator) {
+// Everything after the second "*" is the path.
+TEST_F(ServiceAccessTest, APathMayContainTheSeparator) {
   SetData("Vantor*r*S:\\Data\\*.txt");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_EQ(Lists().applied, std::vector{ListOf("S:\\Data\\*.txt", "0x80000000", "PC7\\svc")});
@@ -159,7 +159,7 @@ TEST_F(ServiceAccessTest, WithoutTheManagerNothingIsSet) {
                     .lines));
 }
 
-TEST_F(ServiceAccessTest, AServiceThatIsNotThereIsTold) {
+TEST_F(ServiceAccessTest, AMissingServiceIsLogged) {
   SetData("Ghost*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
   EXPECT_TRACE((Calls()
@@ -172,13 +172,13 @@ TEST_F(ServiceAccessTest, AServiceThatIsNotThereIsTold) {
                     .lines));
 }
 
-TEST_F(ServiceAccessTest, AServiceThatCannotBeOpenedIsTold) {
+TEST_F(ServiceAccessTest, AServiceThatCannotBeOpenedIsLogged) {
   Vantor().openError = ERROR_ACCESS_DENIED;
   SetData("Vantor*rwx*S:\\Data");
   ExpectOnlyLog("opening service failed:  5");
 }
 
-TEST_F(ServiceAccessTest, AConfigurationWithoutASizeIsTold) {
+TEST_F(ServiceAccessTest, AConfigurationWithoutASizeIsLogged) {
   Vantor().sizingError = ERROR_SERVICE_MARKED_FOR_DELETE;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
@@ -189,7 +189,7 @@ TEST_F(ServiceAccessTest, AConfigurationWithoutASizeIsTold) {
                     .lines));
 }
 
-TEST_F(ServiceAccessTest, ASizeThatIsToldWithSuccessServesToo) {
+TEST_F(ServiceAccessTest, ASizeReturnedWithSuccessIsUsed) {
   Vantor().sizingError = ERROR_SUCCESS;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
@@ -204,7 +204,7 @@ TEST_F(ServiceAccessTest, ASizeThatIsToldWithSuccessServesToo) {
   EXPECT_EQ(Lists().applied.size(), 1u);
 }
 
-TEST_F(ServiceAccessTest, AConfigurationThatCannotBeReadIsTold) {
+TEST_F(ServiceAccessTest, AConfigurationThatCannotBeReadIsLogged) {
   Vantor().configurationError = ERROR_ACCESS_DENIED;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
@@ -216,7 +216,7 @@ TEST_F(ServiceAccessTest, AConfigurationThatCannotBeReadIsTold) {
                     .lines));
 }
 
-TEST_F(ServiceAccessTest, ALackOfMemoryIsNotTold) {
+TEST_F(ServiceAccessTest, RunningOutOfMemoryIsNotLogged) {
   Vantor().demand = 0x7FFFFFFF;
   SetData("Vantor*rwx*S:\\Data");
   EXPECT_EQ(Run(33), 0u);
@@ -246,12 +246,12 @@ TEST_F(ServiceAccessTest, AServiceUnderAnAccountOfTheDomainIsLookedUpThere) {
   EXPECT_LOG({"Hx Setup Log: set ACL (0) for CORP\\svc=700 on S:\\Data"});
 }
 
-// Whom the service runs under, as the service manager spells it, and whom that means.
+// The accounts in the spellings of the service manager, and the account that each resolves to.
 TEST_F(ServiceAccessTest, EverySpellingOfTheServicesAccountIsResolved) {
   struct Spelling {
     const char* account;
-    const char* system;  // What the look-up is given: null for one that is not looked up.
-    const char* owner;   // Empty where there is none.
+    const char* system;  // The name that is looked up; null if none is.
+    const char* owner;   // Empty if there is none.
   };
   for (const Spelling& one : {Spelling{"svc", "null", "PC7\\svc"},
                               {".\\svc", "null", "PC7\\svc"},
@@ -293,8 +293,8 @@ TEST_F(ServiceAccessTest, EverySpellingOfTheServicesAccountIsResolved) {
   }
 }
 
-// Each function, and each module, that is missing.
-TEST_F(ServiceAccessTest, WhatIsMissingIsTheResult) {
+// Each function that is missing, and each module.
+TEST_F(ServiceAccessTest, WhatIsMissingDecidesTheResult) {
   struct Missing {
     const char* module;
     const char* function;  // Null: the whole module.
@@ -329,7 +329,7 @@ TEST_F(ServiceAccessTest, WhatIsMissingIsTheResult) {
   }
 }
 
-// A driver has none.
+// A driver has no account.
 TEST_F(ServiceAccessTest, AServiceWithoutAnAccountIsAMissingArgument) {
   Vantor().account.reset();
   SetData("Vantor*rwx*S:\\Data");

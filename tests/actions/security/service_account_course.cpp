@@ -226,7 +226,7 @@ void Course::DeleteOfDomain(const std::string& domain, const std::string& user) 
     return;
   }
   if (Translate(domain, user)) {
-    // The directory knows its domain by one spelling.
+    // The directory knows its domain by one spelling only.
     Update("CN=" + user + ",CN=Users,DC=" + (IsSame(domain, now_.workgroup) ? now_.workgroup : domain), 2);
   }
   Open(domain);
@@ -287,7 +287,7 @@ void CourseTest::Fail(Circumstances& now, const std::string& call, DWORD code) {
     now.failing[call] = "0x80004002";
   } else if (call == "CoCreateInstance") {
     TheWorld().On<::CoCreateInstance>([code](const CLSID&, IUnknown*, DWORD, const IID&, void** out) {
-      // What a failing call leaves behind is no object.
+      // What a failing call leaves behind is not an object.
       *out = reinterpret_cast<void*>(uintptr_t{0xBADBAD0});
       return static_cast<HRESULT>(code);
     });

@@ -1,11 +1,11 @@
-// CustomAction23, each branch with every call that it makes.
+// CustomAction23: every branch, with all its calls.
 
 #include <cstring>
 
 #include "actions/security/service_account_course.h"
 #include "rig/function.h"
 #include "rig/guarded_heap.h"
-// Behind the directory's interfaces, on which it builds.
+// Needs the directory's interfaces first.
 #include <adshlp.h>
 
 namespace service_account_course_test {
@@ -43,7 +43,7 @@ TEST_F(ServiceAccountCourseTest, TheWorkgroupDecidesWhereTheAccountIsMade) {
   ExpectCreation(now);
 }
 
-TEST_F(ServiceAccountCourseTest, AWorkgroupIsNoDomain) {
+TEST_F(ServiceAccountCourseTest, AWorkgroupIsNotADomain) {
   for (bool reports : {false, true}) {
     Circumstances now;
     now.workgroup = "WORKGROUP";
@@ -123,7 +123,7 @@ TEST_F(ServiceAccountCourseTest, EachStepOfAnAccountOfTheDomainMayFail) {
   }
 }
 
-// Each code is the HRESULT of its step, also one that is hardly a failure.
+// The code is the HRESULT of the step; also one that is barely a failure.
 TEST_F(ServiceAccountCourseTest, OnlyNegativeResultsOfTheDirectoryAreFailures) {
   for (const char* step : {"user.SetInfo", "container.Create"}) {
     Circumstances now;
@@ -132,7 +132,7 @@ TEST_F(ServiceAccountCourseTest, OnlyNegativeResultsOfTheDirectoryAreFailures) {
   }
   Accounts().users.clear();
   Circumstances now;
-  // The world makes no user then; nothing behind the step knows.
+  // The world creates no user then, but no later step notices that.
   Fail(now, "user.SetInfo", 1);
   Prepare(now);
   EXPECT_EQ(Run(23), 0u);
@@ -176,7 +176,8 @@ TEST_F(ServiceAccountCourseTest, WithoutAContainerAndWithoutAnErrorTheWorkGoesOn
   });
   Prepare(now);
   EXPECT_EQ(Run(23), 0u);
-  // What the directory is not asked for, and what does not find the user that nobody made.
+  // Nobody created the user, so it is not found. The calls to the directory's objects, which are not made,
+  // are removed below.
   now.failing["LookupAccountNameW"] = "0";
   now.failing["translator.Set"] = "0x800708ad";
   std::vector<std::string> lines = Course(now).Creation();
@@ -186,7 +187,7 @@ TEST_F(ServiceAccountCourseTest, WithoutAContainerAndWithoutAnErrorTheWorkGoesOn
   EXPECT_TRACE((lines));
 }
 
-TEST_F(ServiceAccountCourseTest, TheAccountIsLookedUpUntilThereIsRoom) {
+TEST_F(ServiceAccountCourseTest, TheAccountIsLookedUpUntilItFits) {
   for (const char* type : {"0", "1"}) {
     for (size_t lookUps : {2, 3, 5}) {
       Circumstances now;
@@ -197,7 +198,7 @@ TEST_F(ServiceAccountCourseTest, TheAccountIsLookedUpUntilThereIsRoom) {
   }
 }
 
-TEST_F(ServiceAccountCourseTest, TheClassOfTheNamesIsThatOfThePackageOrVantor) {
+TEST_F(ServiceAccountCourseTest, TheClassOfTheNamesIsFromThePackageOrVantor) {
   for (const char* serviceClass : {"HOST", "", "MSSQL", "VANTOR"}) {
     Circumstances now;
     now.serviceClass = serviceClass;

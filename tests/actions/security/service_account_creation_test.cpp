@@ -1,4 +1,4 @@
-// CustomAction23: the service account is created, of this computer or of its domain.
+// CustomAction23: creates the service account, on this computer or in its domain.
 
 #include "actions/security/service_account_support.h"
 #include "rig/function.h"
@@ -16,14 +16,14 @@ constexpr char kNoRight[] = "could not grant right to logon as service";
 
 class ServiceAccountCreationTest : public service_account_test::ServiceAccountTest {
  protected:
-  // The calls up to the kind of the account.
+  // Returns the calls up to the one that reads the account's type.
   static Calls Begin(const std::string& type) {
     Calls calls;
     calls.Add("MsiGetMode(session, 17) = 0").Read("PROP_ACCOUNTTYPE").Read("PROP_ACCOUNTID");
     calls.Add("CoCreateGuid(*) = 0");
     return type == "0" ? calls.AskWorkgroup(1) : calls;
   }
-  // The calls that make and publish a local account.
+  // Returns the calls that create and publish a local account.
   static Calls& MakeLocal(Calls& calls) {
     return calls.Log("creating local service account svc")
         .Read("PROP_ACCOUNTDESC")
@@ -50,7 +50,7 @@ class ServiceAccountCreationTest : public service_account_test::ServiceAccountTe
   void SetType(const std::string& type) { Installer().Set("PROP_ACCOUNTTYPE", type); }
 };
 
-TEST_F(ServiceAccountCreationTest, ALocalAccountIsMadeGivenItsRightAndPublished) {
+TEST_F(ServiceAccountCreationTest, ALocalAccountIsCreatedGivenItsRightAndPublished) {
   SetType("1");
   EXPECT_EQ(Run(23), 0u);
   Calls calls = Begin("1");
@@ -63,7 +63,7 @@ TEST_F(ServiceAccountCreationTest, ALocalAccountIsMadeGivenItsRightAndPublished)
   EXPECT_EQ(Published(), "svc|<password>|PC7");
 }
 
-TEST_F(ServiceAccountCreationTest, ALongNameIsUsedWholeAndLoggedAsFarAsALineGoes) {
+TEST_F(ServiceAccountCreationTest, ALongNameIsUsedWholeAndCutInTheLog) {
   const std::string name(300, 'n');
   SetType("1");
   Installer().Set("PROP_ACCOUNTID", name);
@@ -73,7 +73,7 @@ TEST_F(ServiceAccountCreationTest, ALongNameIsUsedWholeAndLoggedAsFarAsALineGoes
   EXPECT_EQ(Published(), name + "|<password>|PC7");
 }
 
-TEST_F(ServiceAccountCreationTest, AnAccountOfTheDomainIsMadeInItsDirectory) {
+TEST_F(ServiceAccountCreationTest, AnAccountOfTheDomainIsCreatedInItsDirectory) {
   SetType("0");
   EXPECT_EQ(Run(23), 0u);
   Calls calls = Begin("0");
@@ -175,7 +175,7 @@ TEST_F(ServiceAccountCreationTest, ALongDomainIsCutTo63Characters) {
   }
 }
 
-TEST_F(ServiceAccountCreationTest, AWorkgroupTakesThePathOfTheDomainAndFailsThere) {
+TEST_F(ServiceAccountCreationTest, AWorkgroupIsTreatedAsADomainAndFails) {
   SetType("0");
   Accounts().workgroup = "WORKGROUP";
   EXPECT_EQ(Run(23), 0u);
@@ -186,7 +186,7 @@ TEST_F(ServiceAccountCreationTest, AWorkgroupTakesThePathOfTheDomainAndFailsTher
   EXPECT_TRUE(Accounts().users.empty());
 }
 
-TEST_F(ServiceAccountCreationTest, TheFullNameIsTheDescriptionOrWhereUnreadableTheName) {
+TEST_F(ServiceAccountCreationTest, TheFullNameIsTheDescriptionOrIfUnreadableTheName) {
   const std::vector<std::pair<std::string, std::string>> names = {
       {"Vantor service", "Vantor service"}, {"", ""}, {"unreadable", "svc"}};
   for (const auto& [description, fullName] : names) {
@@ -310,8 +310,8 @@ TEST_F(ServiceAccountRightTest, ARightThatIsRefusedIsLogged) {
   ExpectKeptWithoutRight("PC7");
 }
 
-// A status that is no failure, but stands for an error all the same.
-TEST_F(ServiceAccountRightTest, AnyStatusThatStandsForAnErrorIsLogged) {
+// A status that is not a failure, but maps to an error.
+TEST_F(ServiceAccountRightTest, AnyStatusThatMapsToAnErrorIsLogged) {
   SetType("1");
   Accounts().Refuse("LsaAddAccountRights", 0x00000103);
   EXPECT_EQ(Run(23), 0u);

@@ -1,4 +1,4 @@
-// CustomAction24, and CustomAction23 in a rollback, each branch with every call that it makes.
+// CustomAction24, and CustomAction23 in a rollback: every branch, with all its calls.
 
 #include "actions/security/service_account_course.h"
 #include "rig/function.h"
@@ -47,7 +47,7 @@ TEST_F(ServiceAccountDeletionCourseTest, EverySpellingOfThePublishedAccount) {
   }
 }
 
-TEST_F(ServiceAccountDeletionCourseTest, ANameThatIsNotThatOfTheInstallationIsLeftAlone) {
+TEST_F(ServiceAccountDeletionCourseTest, AnAccountOfAnotherNameIsLeftAlone) {
   for (const char* own : {"", "svc2", "sv", "unreadable", "svc "}) {
     SCOPED_TRACE(own);
     for (const char* service : {"CORP\\svc", ".\\svc", "svc", "CORP\\"}) {
@@ -94,8 +94,8 @@ TEST_F(ServiceAccountDeletionCourseTest, EachStepOfADeletionMayFail) {
   }
 }
 
-// The size is told, the configuration is not: the published account is taken.
-TEST_F(ServiceAccountDeletionCourseTest, AServiceThatTellsOnlyItsSizeHasNoAccount) {
+// The service returns the size but not the configuration: the published account is used.
+TEST_F(ServiceAccountDeletionCourseTest, AServiceThatReturnsOnlyItsSizeHasNoAccount) {
   Circumstances now;
   now.service = "CORP\\svc";
   now.isUnanswered = true;
@@ -103,7 +103,7 @@ TEST_F(ServiceAccountDeletionCourseTest, AServiceThatTellsOnlyItsSizeHasNoAccoun
   TheWorld().On<::QueryServiceConfigW>([size = service_account_test::ConfigurationSize(now.service)](
                                            SC_HANDLE, QUERY_SERVICE_CONFIGW* block, DWORD, DWORD* needed) {
     *needed = static_cast<DWORD>(size);
-    // What a failing query leaves is no configuration.
+    // What a failing query leaves behind is not a configuration.
     if (block != nullptr) block->lpServiceStartName = const_cast<wchar_t*>(L"CORP\\svc");
     SetLastError(block == nullptr ? ERROR_INSUFFICIENT_BUFFER : ERROR_ACCESS_DENIED);
     return FALSE;
@@ -111,7 +111,7 @@ TEST_F(ServiceAccountDeletionCourseTest, AServiceThatTellsOnlyItsSizeHasNoAccoun
   ExpectDeletion(now);
 }
 
-TEST_F(ServiceAccountDeletionCourseTest, AComputerWithoutNamesTakesNoneAway) {
+TEST_F(ServiceAccountDeletionCourseTest, AComputerWithoutNamesRemovesNone) {
   Circumstances now;
   now.service = "CORP\\svc";
   now.hasPrincipalNames = false;
@@ -132,8 +132,8 @@ TEST_F(ServiceAccountDeletionCourseTest, WhatIsMissingMakesTheStepOfADeletionFai
   }
 }
 
-// Nobody can give back what the missing function was to take.
-TEST_F(ServiceAccountDeletionCourseTest, WhatCannotBeGivenBackIsLost) {
+// If a function that frees something is missing, nothing else can free it.
+TEST_F(ServiceAccountDeletionCourseTest, WhatCannotBeFreedIsLost) {
   struct Loss {
     const char* function;
     const rig::Kind* kind;
@@ -159,7 +159,7 @@ TEST_F(ServiceAccountDeletionCourseTest, WhatCannotBeGivenBackIsLost) {
     Prepare(now);
     EXPECT_EQ(Run(loss.action), 0u);
     EXPECT_EQ(TheRig().ledger.Count(*loss.kind), loss.count);
-    // The work is done all the same.
+    // The work is done anyway.
     EXPECT_EQ(DomainUsers().count("svc"), loss.action == 23 ? 1u : 0u);
     EXPECT_EQ(Directory().registered.size(), loss.action == 23 ? 2u : 0u);
     NameLost(TheRig());

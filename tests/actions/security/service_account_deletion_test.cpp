@@ -1,4 +1,4 @@
-// CustomAction24, and CustomAction23 in a rollback: the service account is deleted if the installer made it.
+// CustomAction24, and CustomAction23 in a rollback: deletes the service account if the installer created it.
 
 #include "actions/security/service_account_support.h"
 
@@ -18,7 +18,7 @@ class ServiceAccountDeletionTest : public service_account_test::ServiceAccountTe
                               "CN=svc,CN=Users,DC=CORP VANTOR/pc7.corp.example",
                               "CN=svc,CN=Users,DC=CORP HOST/PC7"};
   }
-  // Which accounts are there: "svc other|svc other", of the computer and of the domain.
+  // Returns the accounts that exist, as "svc other|svc other": those of the computer and of the domain.
   std::string Left() {
     std::string left;
     for (const rig::AccountMap* map : {&Accounts().users, &DomainUsers()}) {
@@ -123,7 +123,7 @@ TEST_F(ServiceAccountDeletionTest, EverySpellingOfAnAccountFindsItsPlace) {
   }
 }
 
-TEST_F(ServiceAccountDeletionTest, LocalSystemIsNoAccountOfTheServiceInAnyCase) {
+TEST_F(ServiceAccountDeletionTest, LocalSystemInAnyCaseIsNotTheServicesAccount) {
   Installer().Set("PROP_ACCOUNTID", "LocalSystem");
   Accounts().users["LocalSystem"];
   using Account = std::optional<std::string>;
@@ -136,14 +136,14 @@ TEST_F(ServiceAccountDeletionTest, LocalSystemIsNoAccountOfTheServiceInAnyCase) 
     EXPECT_EQ(TheRig().trace.Lines().back(), R"(MsiGetPropertyW(session, "PROP_ACCOUNTNAME", *, *) = 0)");
   }
   EXPECT_EQ(Accounts().users.count("LocalSystem"), 1u);
-  // Then the published one is taken.
+  // Then the published account is used.
   Installer().Set("PROP_ACCOUNTID", "svc");
   Installer().Set("PROP_ACCOUNTNAME", "svc");
   EXPECT_EQ(Run(24), 0u);
   EXPECT_EQ(Accounts().users.count("svc"), 0u);
 }
 
-TEST_F(ServiceAccountDeletionTest, APublishedAccountIsThatOfItsDomainOrWithoutOneOfTheComputer) {
+TEST_F(ServiceAccountDeletionTest, APublishedAccountWithoutADomainIsLocal) {
   const std::vector<std::pair<std::string, std::string>> domains = {
       {"", kLocalDeleted},      {".", kLocalDeleted},          {"PC7", kLocalDeleted}, {"pC7", kLocalDeleted},
       {"CORP", kDomainDeleted}, {"unreadable", kLocalDeleted}, {"ELSEWHERE", kAll}};
@@ -272,7 +272,7 @@ TEST_F(ServiceAccountDeletionTest, AUserWithoutADistinguishedNameIsDeletedWithou
   EXPECT_EQ(Directory().registered.size(), 3u);
 }
 
-TEST_F(ServiceAccountDeletionTest, TheClassOfTheNamesIsThatOfThePackageOrVantor) {
+TEST_F(ServiceAccountDeletionTest, TheClassOfTheNamesIsFromThePackageOrVantor) {
   const std::vector<std::pair<std::string, size_t>> classes = {
       {"HOST", 2}, {"", 1}, {"unreadable", 1}, {"VANTOR", 1}, {"MSSQL", 3}};
   for (const auto& [property, left] : classes) {
@@ -335,7 +335,7 @@ TEST_F(ServiceAccountDeletionTest, WhatIsMissingMakesItsStepFail) {
   }
 }
 
-TEST_F(ServiceAccountDeletionTest, WithoutItsFreeingTheAnswerIsLostButTheAccountDeleted) {
+TEST_F(ServiceAccountDeletionTest, WithoutTheFreeingFunctionTheAccountIsStillDeleted) {
   SetService(".\\svc");
   TheModules().MissingFunction("NETAPI32", "NetApiBufferFree");
   EXPECT_EQ(Run(24), 0u);

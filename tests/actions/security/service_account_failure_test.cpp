@@ -1,9 +1,9 @@
-// CustomAction23 where it fails: the codes, the report to the user, functions that are missing, and the
-// directory's own failures.
+// CustomAction23 in failures: the codes, the report to the user, missing functions, and the failures of the
+// directory.
 
 #include "actions/security/service_account_support.h"
 #include "rig/function.h"
-// Behind windows.h and the directory's interfaces, on which they build.
+// Needs windows.h and the directory's interfaces first.
 #include <adshlp.h>
 #include <lm.h>
 #include <ntsecapi.h>
@@ -26,7 +26,7 @@ class ServiceAccountFailureTest : public service_account_test::ServiceAccountTes
   static std::string Failure(const std::string& code) {
     return "Hx Setup Log: failure " + code + " adding account";
   }
-  // The calls of the log's lines from the one about the kind of the account.
+  // Returns the log lines after the one about the account's type.
   Log LogBehindKind() {
     Log log = Installer().Log();
     if (!log.empty()) log.erase(log.begin());
@@ -34,7 +34,7 @@ class ServiceAccountFailureTest : public service_account_test::ServiceAccountTes
   }
 };
 
-TEST_F(ServiceAccountFailureTest, ALocalAccountThatIsRefusedIsNone) {
+TEST_F(ServiceAccountFailureTest, ARefusedLocalAccountMeansNoAccount) {
   SetType("1");
   Accounts().users["SVC"];
   EXPECT_EQ(Run(23), 0u);
@@ -49,7 +49,7 @@ TEST_F(ServiceAccountFailureTest, ALocalAccountThatIsRefusedIsNone) {
   EXPECT_EQ(Accounts().users["svc"].record, "");
 }
 
-TEST_F(ServiceAccountFailureTest, WithoutChanceThereIsNoPasswordAndNoAccount) {
+TEST_F(ServiceAccountFailureTest, WithoutAGuidThereIsNoPasswordAndNoAccount) {
   SetType("0");
   Accounts().Refuse("CoCreateGuid", 0x8007000E);
   EXPECT_EQ(Run(23), 0u);
@@ -84,7 +84,7 @@ TEST_F(ServiceAccountFailureTest, TheFirstStepOfTheDirectoryThatFailsDecides) {
       }
     }
     EXPECT_EQ(last.rfind(step, 0), 0u) << last;
-    // What was obtained until an early failure stays unreleased.
+    // What was obtained before an early failure is never released.
     EXPECT_EQ(TheRig().ledger.Count(rig::kInterface), isQuery                      ? 2u
                                                       : step == "container.Create" ? 1u
                                                                                    : 0u)
@@ -94,14 +94,14 @@ TEST_F(ServiceAccountFailureTest, TheFirstStepOfTheDirectoryThatFailsDecides) {
   }
 }
 
-TEST_F(ServiceAccountFailureTest, TheContainerIsKeptWhereCreatingTheUserFails) {
+TEST_F(ServiceAccountFailureTest, TheContainerIsKeptIfCreatingTheUserFails) {
   SetType("0");
   Directory().Refuse("container.Create", 0x80070005);
   EXPECT_EQ(Run(23), 0u);
   TheRig().ledger.Deliberate(rig::kInterface, "container");
 }
 
-TEST_F(ServiceAccountFailureTest, ContainerAndObjectAreKeptWhereTheUserHasNoInterface) {
+TEST_F(ServiceAccountFailureTest, ContainerAndObjectAreKeptIfTheUserHasNoInterface) {
   SetType("0");
   Directory().HideUsers();
   EXPECT_EQ(Run(23), 0u);
@@ -109,7 +109,7 @@ TEST_F(ServiceAccountFailureTest, ContainerAndObjectAreKeptWhereTheUserHasNoInte
   TheRig().ledger.Deliberate(rig::kInterface, "object");
 }
 
-TEST_F(ServiceAccountFailureTest, AUserWithoutPasswordOrFullNameIsOneAllTheSame) {
+TEST_F(ServiceAccountFailureTest, AUserWithoutPasswordOrFullNameCountsAsCreated) {
   SetType("0");
   Directory().Refuse("user.SetPassword", 0x800708C5);
   Directory().Refuse("user.put_FullName", 0x80070057);
@@ -130,7 +130,7 @@ TEST_F(ServiceAccountFailureTest, WithoutAContainerTheLastErrorDecides) {
   EXPECT_EQ(LogBehindKind(), (Log{Failure("5 (0x00000005)"), kUsingSystem}));
 }
 
-TEST_F(ServiceAccountFailureTest, WithoutAContainerAndWithoutAnErrorTheAccountCountsAsMade) {
+TEST_F(ServiceAccountFailureTest, WithoutAContainerAndWithoutAnErrorTheAccountCountsAsCreated) {
   SetType("0");
   TheWorld().On<::ADsGetObject>([](const wchar_t*, const IID&, void** out) {
     *out = nullptr;
@@ -143,7 +143,7 @@ TEST_F(ServiceAccountFailureTest, WithoutAContainerAndWithoutAnErrorTheAccountCo
   EXPECT_EQ(Published(), "svc|<password>|CORP");
 }
 
-TEST_F(ServiceAccountFailureTest, AnExistingUserOfTheDomainIsLeftAsItIs) {
+TEST_F(ServiceAccountFailureTest, AnExistingUserOfTheDomainIsUnchanged) {
   SetType("0");
   DomainUsers()["svc"].fullName = "somebody";
   EXPECT_EQ(Run(23), 0u);
@@ -151,7 +151,7 @@ TEST_F(ServiceAccountFailureTest, AnExistingUserOfTheDomainIsLeftAsItIs) {
   EXPECT_EQ(DomainUsers()["svc"].fullName, "somebody");
 }
 
-TEST_F(ServiceAccountFailureTest, WhatAFailingLookForAControllerLeavesIsNotFreed) {
+TEST_F(ServiceAccountFailureTest, WhatAFailedControllerSearchStoresIsNotFreed) {
   SetType("0");
   TheWorld().On<::NetGetDCName>([](const wchar_t*, const wchar_t*, BYTE** out) -> DWORD {
     *out = reinterpret_cast<BYTE*>(uintptr_t{0xBADBAD0});
@@ -161,8 +161,8 @@ TEST_F(ServiceAccountFailureTest, WhatAFailingLookForAControllerLeavesIsNotFreed
   EXPECT_EQ(LogBehindKind(), (Log{kNoRight, "Hx Setup Log: adding service principal name", kNamesAdded}));
 }
 
-// A status that is no failure: the policy is open, and what comes of the right decides.
-TEST_F(ServiceAccountFailureTest, APolicyMayBeOpenedWithAStatusOfItsOwn) {
+// A status that is not a failure: the policy is open, and the result of adding the right decides.
+TEST_F(ServiceAccountFailureTest, APolicyMayOpenWithAnotherSuccessStatus) {
   for (NTSTATUS added : {NTSTATUS{0}, static_cast<NTSTATUS>(0xC0000060)}) {
     SetType("1");
     auto policy = reinterpret_cast<LSA_HANDLE>(uintptr_t{0x50110C});
@@ -181,9 +181,9 @@ TEST_F(ServiceAccountFailureTest, APolicyMayBeOpenedWithAStatusOfItsOwn) {
   }
 }
 
-// ---- the names of services
+// ---- the service principal names
 
-TEST_F(ServiceAccountFailureTest, TheClassOfTheNamesIsThatOfThePackageOrVantor) {
+TEST_F(ServiceAccountFailureTest, TheClassOfTheNamesIsFromThePackageOrVantor) {
   const std::vector<std::pair<std::string, std::string>> classes = {
       {"MSSQL", "MSSQL"}, {"", "VANTOR"}, {"unreadable", "VANTOR"}};
   for (const auto& [property, expected] : classes) {
@@ -229,9 +229,9 @@ TEST_F(ServiceAccountFailureTest, WithoutADistinguishedNameNoNamesAreWritten) {
 struct Missing {
   const char* module;
   const char* function;  // Null: the whole module.
-  Log log;               // Behind the line about the kind of the account.
+  Log log;               // After the line about the account's type.
   const char* published;
-  const rig::Kind* lost;  // What nobody can give back then.
+  const rig::Kind* lost;  // What cannot be freed then.
 };
 
 TEST_F(ServiceAccountFailureTest, WhatIsMissingMakesItsStepFail) {
@@ -350,7 +350,7 @@ TEST_F(ServiceAccountReportTest, IsTheNoticeOfThePackage) {
   EXPECT_TRUE(TheWorld().desktop.boxes.empty());
 }
 
-TEST_F(ServiceAccountReportTest, IsGivenOnlyWhereTheSilenceIsMinusOneExactly) {
+TEST_F(ServiceAccountReportTest, IsShownOnlyIfTheSilenceIsExactlyMinusOne) {
   for (const char* silence : {"", "0", "1", "-1 ", " -1", "-10", "-", "-2"}) {
     Installer().Set("PROP_SILENCE", silence);
     Fail();
@@ -365,10 +365,10 @@ TEST_F(ServiceAccountReportTest, IsGivenOnlyWhereTheSilenceIsMinusOneExactly) {
   EXPECT_TRUE(TheWorld().desktop.boxes.empty());
 }
 
-TEST_F(ServiceAccountReportTest, IsABoxWhereNoRecordCanBeMade) {
+TEST_F(ServiceAccountReportTest, IsABoxIfNoRecordCanBeCreated) {
   Installer().Set("PROP_SILENCE", "-1");
   Installer().refusesRecords = true;
-  // The room for the product's name is what the length of "-1" left: one character.
+  // The title's buffer has the length of "-1" as its size, so one character fits.
   const std::vector<std::pair<std::string, std::string>> titles = {
       {"P", "P"}, {"PP", kTitle}, {"Vantor", kTitle}, {std::string(127, 'P'), kTitle}, {"", kTitle}};
   std::vector<rig::Desktop::Box> boxes;

@@ -1,8 +1,8 @@
-// The password of CustomAction23, which must not outlive the action anywhere but where it is handed over:
-// neither on the stack nor in the memory that the action gives back.
+// The password of CustomAction23: after the action it must exist only where it was passed to, neither on the
+// stack nor in freed memory.
 
 #include <windows.h>
-// Behind windows.h, on which it builds.
+// Needs windows.h first.
 #include <lm.h>
 
 #include "actions/security/service_account_support.h"
@@ -12,15 +12,16 @@
 
 namespace service_account_secret_test {
 
-// A number with all classes, and the password that it stands for: one that the rig does not know of, because
-// what the rig does for the secrets that it keeps leaves them on the stack.
+// A GUID with all classes, and its password. The rig does not know this password, because its handling of
+// known secrets leaves them on the stack.
 constexpr BYTE kChance[] = {0x91, 0x92, 0x57, 0x93, 0x94, 0xAD, 0x95, 0x96,
                             0xF7, 0x97, 0x98, 0x6A, 0x99, 0x9A, 0xB4, 0x9B};
 constexpr std::string_view kPassword = "bBAA1CAA=DAAuBAA8CAA";
 static_assert(sizeof kChance == sizeof(GUID));
 
-// What memory holds of the password or of the number that it was made of, and where; empty for nothing. The
-// pieces are the password's groups, as text of either width, and the bytes that count with those between.
+// Returns the places in `memory` with parts of the password or of its GUID; empty if there are none. The
+// parts are the password's groups, as 8-bit and as wide text, and the GUID's bytes that count with those
+// between them.
 std::string Secrets(std::string_view memory) {
   constexpr size_t kGroup = 4;
   std::string found;
@@ -44,7 +45,7 @@ std::string Secrets(std::string_view memory) {
   return found;
 }
 
-// Whether this is the password; looked at letter by letter, so that nothing of it stays on the stack.
+// Returns true if this is the password. Compares letter by letter, so that nothing of it stays on the stack.
 bool IsPassword(const wchar_t* text) {
   size_t same = 0;
   while (same < kPassword.size() && text[same] == static_cast<wchar_t>(kPassword[same])) ++same;
@@ -56,12 +57,12 @@ class ServiceAccountSecretTest : public service_account_test::ServiceAccountTest
   void Arrange(rig::World& world) override {
     ServiceAccountTest::Arrange(world);
     draws_ = published_ = made_ = 0;
-    // What is given the password reads it in place.
+    // The functions that receive the password read it in place.
     world.On<::CoCreateGuid>([this](GUID* out) {
       if (++draws_ > lastDraw_) return E_UNEXPECTED;
       auto* bytes = reinterpret_cast<volatile BYTE*>(out);
       for (size_t at = 0; at < sizeof kChance; ++at) bytes[at] = kChance[at];
-      // The first draw lacks one class, and has the other four groups.
+      // The first draw has one class missing, and the other four groups right.
       if (draws_ == 1) bytes[8] = 0;
       return HRESULT{S_OK};
     });
@@ -73,27 +74,27 @@ class ServiceAccountSecretTest : public service_account_test::ServiceAccountTest
       made_ += IsPassword(reinterpret_cast<USER_INFO_2*>(buffer)->usri2_password) ? 1 : 0;
       return Accounts().RefusalOf("NetUserAdd");
     });
-    // Fails, which counts for nothing, and so is not read.
+    // Fails, which is ignored, so the rig does not read the password.
     Directory().Refuse("user.SetPassword", 0x80070005);
     Accounts().users["svc"];
   }
-  // Runs the action on a stack of its own and expects nothing of the password in what it leaves.
+  // Runs the action on a separate stack, and expects nothing of the password in the memory that it leaves.
   void RunAndSearch() {
     EXPECT_GT(rig::RunAndSearch([this] { return Run(23); }, Secrets), 0u);
-    // Without a trace nobody knows which modules were loaded, and which objects a failing start keeps.
+    // Without a trace it is not known which modules were loaded, and which objects a failing run keeps.
     for (const rig::Kind* kind : {&rig::kModule, &rig::kInterface}) {
       for (size_t count = TheRig().ledger.Count(*kind); count > 0; --count) TheRig().ledger.Deliberate(*kind);
     }
   }
-  // How many draws there were, and how many there may be.
+  // The number of draws, and how many may succeed.
   int draws_ = 0;
   int lastDraw_ = 2;
-  // How often the password was published, and given to a local account.
+  // How often the password was published, and how often it was passed for a local account.
   int published_ = 0;
   int made_ = 0;
 };
 
-// The search finds what there is to be found.
+// The search finds the password if it is there.
 TEST_F(ServiceAccountSecretTest, ASearchFindsTheSecret) {
   const std::string password(kPassword);
   EXPECT_NE(Secrets("in front " + password), "");
@@ -140,7 +141,7 @@ TEST_F(ServiceAccountSecretTest, NothingStaysOfThePasswordOfAnAccountThatIsRefus
   }
 }
 
-TEST_F(ServiceAccountSecretTest, NothingStaysOfThePasswordOfAnAccountThatLacksWhatFollows) {
+TEST_F(ServiceAccountSecretTest, NothingStaysOfThePasswordIfALaterStepFails) {
   for (const char* step : {"NetGetDCName", "LookupAccountNameW", "LsaOpenPolicy", "GetComputerNameW"}) {
     for (const char* type : {"0", "1"}) {
       SCOPED_TRACE(step);
@@ -153,7 +154,7 @@ TEST_F(ServiceAccountSecretTest, NothingStaysOfThePasswordOfAnAccountThatLacksWh
   }
 }
 
-// The second number is not to be had: what the first one gave is no password, but most of one.
+// The second GUID cannot be created. The first one does not make a valid password, but most of one.
 TEST_F(ServiceAccountSecretTest, NothingStaysOfAPasswordThatWasNotFinished) {
   lastDraw_ = 1;
   Installer().Set("PROP_ACCOUNTTYPE", "1");

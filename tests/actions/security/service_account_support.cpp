@@ -85,13 +85,13 @@ Calls& Calls::LackService() {
 }
 
 size_t ConfigurationSize(const std::optional<std::string>& account) {
-  // Command line, group, dependencies and display name are empty.
+  // The command line, the group, the dependencies and the display name are empty.
   size_t characters = 4 + (account.has_value() ? account->size() + 1 : 0);
   return sizeof(QUERY_SERVICE_CONFIGW) + characters * sizeof(wchar_t);
 }
 
 void ServiceAccountTest::Arrange(rig::World& world) {
-  // The installer's host runs COM already; the actions do not start it.
+  // The installer's process has started COM already; the actions do not start it.
   world.com.start = RPC_E_CHANGED_MODE;
   world.installer.Set("PROP_ACCOUNTID", "svc");
   world.installer.Set("PROP_ACCOUNTDESC", "Vantor service");

@@ -1,5 +1,5 @@
-// CustomAction23 and CustomAction24 with every call failing once: no account is lost, none is deleted that
-// should not be, and what is published is true.
+// CustomAction23 and CustomAction24 with each call failing once. No account is left unpublished, no wrong one
+// is deleted, and the published properties are correct.
 
 #include "actions/security/service_account_support.h"
 
@@ -12,7 +12,7 @@ class ServiceAccountSweepTest : public service_account_test::ServiceAccountTest 
   static constexpr char kUsingSystem[] = "Hx Setup Log: no service account, using LocalSystem";
 
   void CheckCreation(const rig::SweepRun& run, const char* domain) {
-    // What cannot be set cannot be true.
+    // A property that cannot be set cannot be correct.
     if (run.name == "MsiSetPropertyW") return;
     const rig::InstallerSession& installer = run.scene.world.installer;
     bool isLocal = Accounts().users.count("svc") != 0;
@@ -39,7 +39,7 @@ class ServiceAccountSweepTest : public service_account_test::ServiceAccountTest 
     EXPECT_EQ(Accounts().users.count("other"), 1u) << run.call;
     EXPECT_EQ(DomainUsers().count("other"), 1u) << run.call;
   }
-  // An account without the right is one that the log tells of.
+  // If the account has no right, the log says so.
   void CheckRight(const rig::SweepRun& run, const std::vector<std::string>& log, bool isMade) {
     bool isTold = std::find(log.begin(), log.end(),
                             "Hx Setup Log: could not grant right to logon as service") != log.end();
@@ -56,7 +56,7 @@ class ServiceAccountSweepTest : public service_account_test::ServiceAccountTest 
     DomainUsers()["svc"];
     Directory().registered = {"CN=svc,CN=Users,DC=CORP HOST/PC7"};
   }
-  // `deletes`: one account goes; `isLocal`: which of the two.
+  // Expects that the account "svc" is deleted only where the run deletes it, and that nothing else changes.
   void CheckDeletion(const rig::SweepRun& run, bool deletesLocal, bool deletesOfDomain) {
     EXPECT_EQ(Accounts().users.count("other"), 1u) << run.call;
     EXPECT_EQ(DomainUsers().count("other"), 1u) << run.call;
@@ -64,7 +64,7 @@ class ServiceAccountSweepTest : public service_account_test::ServiceAccountTest 
     if (!deletesOfDomain) EXPECT_EQ(DomainUsers().count("svc"), 1u) << run.call;
     EXPECT_EQ(Directory().registered.count("CN=svc,CN=Users,DC=CORP HOST/PC7"), 1u) << run.call;
     EXPECT_TRUE(run.scene.world.installer.Published().empty()) << run.call;
-    // Whatever is logged about the log itself, an account that went is one that the log tells of.
+    // If the account was deleted, the log says so, unless logging is what failed.
     bool isGone = Accounts().users.count("svc") == 0 || DomainUsers().count("svc") == 0;
     std::vector<std::string> log = run.scene.world.installer.Log();
     bool isLogging = run.name.rfind("MsiCreateRecord", 0) == 0 || run.name.rfind("MsiRecordSet", 0) == 0 ||
@@ -124,7 +124,7 @@ TEST_F(ServiceAccountSweepTest, AReportOfFailure) {
         },
         [this, refusesRecords](const rig::SweepRun& run) {
           if (run.name == "MsiSetPropertyW") return;
-          // Where the workgroup is not to be had, the account is a local one.
+          // If the workgroup is not available, the account is a local one.
           bool isLocal = Accounts().users.count("svc") != 0;
           EXPECT_EQ(Published(run.scene.world), isLocal ? "svc|<password>|PC7" : kNoAccount) << run.call;
           bool isReporting = run.name == "MessageBoxA" || run.name == "HeapAlloc" ||
@@ -171,7 +171,7 @@ TEST_F(ServiceAccountSweepTest, TheDeletionOfAPublishedAccount) {
         world.installer.Set("PROP_ACCOUNTNAME", "svc");
         world.installer.Set("PROP_ACCOUNTDOMAIN", "CORP");
       },
-      // Where the published domain cannot be read, the account is one of this computer.
+      // If the published domain cannot be read, the account counts as one of this computer.
       [this](const rig::SweepRun& run) {
         bool lacksDomain =
             run.call.find("PROP_ACCOUNTDOMAIN") != std::string::npos || run.name == "HeapAlloc";

@@ -31,7 +31,7 @@ class MarkersTest : public ServerTest {
     return "DeleteFileW(" + server_test::Quoted(folder + "\\" + kMarkers[marker]) +
            ") = " + (isThere ? "1" : "0");
   }
-  // The calls over the markers in `folder`, which must be as they were before the run.
+  // Returns the calls for the markers in `folder`, in the state before the run.
   static Calls& TakesMarkers(Calls& calls, const std::string& folder, unsigned bits) {
     calls.TestFile(folder + "\\" + kMarkers[0]).Add(Deletes(folder, 0, (bits & 1) != 0));
     if ((bits & 1) == 0) calls.TestFile(folder + "\\" + kMarkers[1]);
@@ -78,7 +78,7 @@ TEST_F(MarkersTest, SlashesSeparateNames) {
   }
 }
 
-// The one that says that it was cancelled is then not asked.
+// The marker for a cancelled conversion is not checked then.
 TEST_F(MarkersTest, ACompletedConversionSucceedsAlsoWhenItWasCancelled) {
   MakeMarkers("S:\\Vantor\\Data Folder", 15);
   Calls calls = Expected();
@@ -137,7 +137,7 @@ TEST_F(MarkersTest, RollbackIsNotAskedFor) {
   EXPECT_TRACE({calls.lines});
 }
 
-// Without a folder the root of the current drive is looked at.
+// Without a folder the markers are searched for in the root of the current drive.
 TEST_F(MarkersTest, WithoutAFolderTheRootIsLookedAt) {
   MakeMarkers("S:", 1);
   Installer().Set("CustomActionData", "");
@@ -159,7 +159,7 @@ TEST_F(MarkersTest, ADashAloneLooksAtTheRootToo) {
   EXPECT_TRACE({calls.lines});
 }
 
-TEST_F(MarkersTest, UnreadableDataHaveNoFolderAndNoDash) {
+TEST_F(MarkersTest, UnreadableDataHasNoFolderAndNoDash) {
   MakeMarkers("S:", 2);
   Installer().FailReading("CustomActionData");
   Calls calls = Expected();
@@ -169,7 +169,7 @@ TEST_F(MarkersTest, UnreadableDataHaveNoFolderAndNoDash) {
   EXPECT_TRACE({calls.lines});
 }
 
-// One dash is skipped; another one belongs to the path.
+// One dash is skipped; a second one belongs to the path.
 TEST_F(MarkersTest, ASecondDashBelongsToThePath) {
   MakeMarkers("S:\\Current\\-", 1);
   Installer().Set("CustomActionData", "--");
@@ -180,7 +180,7 @@ TEST_F(MarkersTest, ASecondDashBelongsToThePath) {
   EXPECT_TRACE({calls.lines});
 }
 
-TEST_F(MarkersTest, TheDataAreOnePathAsTheyStand) {
+TEST_F(MarkersTest, TheWholeDataIsOnePath) {
   struct Case {
     const char* data;
     const char* folder;
@@ -210,21 +210,21 @@ TEST_F(MarkersTest, TheDataAreOnePathAsTheyStand) {
   }
 }
 
-TEST_F(MarkersTest, QuotesAreNoPartOfTheGrammar) {
+TEST_F(MarkersTest, QuotesHaveNoMeaning) {
   MakeMarkers("S:\\Vantor\\Data Folder", 1);
   Installer().Set("CustomActionData", "\"S:\\Vantor\\Data Folder\"");
   EXPECT_EQ(Run(17), kFailed);
   EXPECT_TRUE(Disk().Has("S:\\Vantor\\Data Folder\\dbcon_completed.txt"));
 }
 
-TEST_F(MarkersTest, FoldersOfTheirNamesAreNoMarkers) {
+TEST_F(MarkersTest, FoldersWithTheirNamesAreNotMarkers) {
   for (const char* name : kMarkers) Disk().Folder(std::string("S:\\Vantor\\Data Folder\\") + name);
   EXPECT_EQ(Run(17), kFailed);
   for (const char* name : kMarkers)
     EXPECT_TRUE(Disk().HasFolder(std::string("S:\\Vantor\\Data Folder\\") + name));
 }
 
-TEST_F(MarkersTest, AMarkerThatCannotBeDeletedCountsAllTheSame) {
+TEST_F(MarkersTest, AMarkerThatCannotBeDeletedStillCounts) {
   TheWorld().On<::DeleteFileW>([](const wchar_t*) {
     SetLastError(ERROR_ACCESS_DENIED);
     return FALSE;
@@ -246,7 +246,7 @@ TEST_F(MarkersTest, ALongPathIsReadWhole) {
   EXPECT_TRACE({calls.lines});
 }
 
-// No failure makes a conversion that did not complete a success.
+// No failure turns an incomplete conversion into a success.
 TEST_F(MarkersTest, SurvivesTheFailureOfEachCall) {
   FailEachCall(17,
                [&](rig::World&) {
@@ -265,8 +265,8 @@ TEST_F(MarkersTest, SurvivesTheFailureOfEachCallOfACompletedConversion) {
                {.results = {0, kCancelled, kFailed}, .check = [](const rig::SweepRun& run) {
                   if (run.name == "DeleteFileW") EXPECT_EQ(run.result, 0u) << run.call;
                   if (run.name == "CreateFileW" || run.name == "FindFirstFileW") {
-                    // Either the look-up of the folder's name, without which it is taken as it stands, or the
-                    // marker's.
+                    // Either the look-up of the folder's name failed, which is then used unchanged, or that
+                    // of the marker.
                     EXPECT_EQ(run.result, run.call.find("dbcon") == run.call.npos ? 0u : kCancelled)
                         << run.call;
                   }
@@ -281,7 +281,7 @@ TEST_F(MarkersTest, CleaningUpSurvivesTheFailureOfEachCall) {
                  world.installer.Set("CustomActionData", "-S:\\Vantor\\Data Folder\\");
                },
                {.results = {0, kFailed}, .check = [](const rig::SweepRun& run) {
-                  // Where the data cannot be read, nothing says that this is cleaning up only.
+                  // If the data cannot be read, the action does not know that this is only cleaning up.
                   bool isRead = run.name != "MsiGetPropertyW" && run.call != "HeapAlloc(*, 8, 512)";
                   EXPECT_EQ(run.result, isRead ? 0u : kFailed) << run.call;
                 }});

@@ -1,4 +1,4 @@
-// CustomAction22: whether this is an upgrade, and whether there are data.
+// CustomAction22: decides whether this is an upgrade, and whether there is data.
 
 #include <algorithm>
 
@@ -19,20 +19,20 @@ class UpgradeDecisionTest : public ServerTest {
     world.installer.Set("DIR_DATAFOLDER", "S:\\Vantor Data\\Store\\");
     world.installer.Set("DIR_SERVER", "S:\\Vantor Server\\");
   }
-  // The way to the data folder.
+  // Returns the calls that read the data folder.
   Calls ReachesData() {
     return Expected()
         .Read("PROP_UPGRADE_PRODUCTCODE")
         .Read("PROP_UPGRADE")
         .ReadPath("DIR_DATAFOLDER", "S:\\Vantor Data\\Store\\");
   }
-  // The start of the walk through a folder.
+  // Returns the calls that start the walk through a folder.
   static Calls& Lists(Calls& calls, const std::string& folder) {
     calls.Add("SetErrorMode(0x8001) = 16384");
     return calls.Search("FindFirstFileW(" + server_test::Quoted(folder + "\\*.*") + ", *)")
         .Add("SetErrorMode(0x4000) = 32769");
   }
-  // What an empty folder says: itself, the folder around it, no more.
+  // Returns the search results of an empty folder: itself, its parent, nothing else.
   static Calls& ListsEmpty(Calls& calls, const std::string& folder) {
     return Lists(calls, folder).NextEntry().EndSearch();
   }
@@ -60,7 +60,7 @@ TEST_F(UpgradeDecisionTest, SetsTheSecondPropertyAlsoWhenTheFirstCannotBeSet) {
   EXPECT_PUBLISHED({"PROP_REPLACING = 1"});
 }
 
-TEST_F(UpgradeDecisionTest, StopsWhereTheUpgradeIsDecided) {
+TEST_F(UpgradeDecisionTest, StopsIfTheUpgradeIsDecided) {
   for (const char* decided : {"1", "yes", " ", " 0", "S:\\Vantor\\vtadmin.exe", "-0", "10", "\xC3\xA9"}) {
     SCOPED_TRACE(decided);
     TheRig().trace.Clear();
@@ -72,7 +72,7 @@ TEST_F(UpgradeDecisionTest, StopsWhereTheUpgradeIsDecided) {
   }
 }
 
-TEST_F(UpgradeDecisionTest, ANoughtDecidesNothing) {
+TEST_F(UpgradeDecisionTest, AZeroDecidesNothing) {
   for (const char* undecided : {"0", "00", "01", "0yes"}) {
     SCOPED_TRACE(undecided);
     Installer().Set("PROP_UPGRADE", undecided);
@@ -105,7 +105,7 @@ TEST_F(UpgradeDecisionTest, FindsDataAndTheServer) {
   EXPECT_LOG({});
 }
 
-// As people write them; the folders of the last names alone are others.
+// As people write them. Folders that match only the last names are different ones.
 TEST_F(UpgradeDecisionTest, SlashesSeparateNames) {
   Disk().File("S:\\Srv\\Data\\a.dat");
   Disk().File("S:\\Srv\\Vantor\\vt.exe");
@@ -117,8 +117,8 @@ TEST_F(UpgradeDecisionTest, SlashesSeparateNames) {
   EXPECT_PUBLISHED({"PROP_DFPRESENT = 1", "PROP_UPGRADE = 1"});
 }
 
-// A link to the folder that it is in has no end.
-TEST_F(UpgradeDecisionTest, LinksToFoldersAreNoData) {
+// A link to its own folder would make the walk endless.
+TEST_F(UpgradeDecisionTest, LinksToFoldersAreNotData) {
   name_disk::Disk disk;
   disk.Plant(L"S:", L"Vantor Data", nullptr);
   disk.Plant(L"S:\\Vantor Data", L"Empty", nullptr);
@@ -139,7 +139,7 @@ TEST_F(UpgradeDecisionTest, FindsAFileDeepBelow) {
   EXPECT_PUBLISHED({"PROP_DFPRESENT = 1"});
 }
 
-TEST_F(UpgradeDecisionTest, EmptyFoldersAreNoData) {
+TEST_F(UpgradeDecisionTest, EmptyFoldersAreNotData) {
   Disk().Folder("S:\\Vantor Data\\Store\\one\\two");
   Disk().File("S:\\Vantor Server\\vt.exe");
   EXPECT_EQ(Run(22), 0u);
@@ -151,7 +151,7 @@ TEST_F(UpgradeDecisionTest, EmptyFoldersAreNoData) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(UpgradeDecisionTest, AnEmptyDataFolderIsNoData) {
+TEST_F(UpgradeDecisionTest, AnEmptyDataFolderIsNotData) {
   Disk().Folder("S:\\Vantor Data\\Store");
   Disk().File("S:\\Vantor Server\\vt.exe");
   EXPECT_EQ(Run(22), 0u);
@@ -160,7 +160,7 @@ TEST_F(UpgradeDecisionTest, AnEmptyDataFolderIsNoData) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(UpgradeDecisionTest, AMissingDataFolderIsNoData) {
+TEST_F(UpgradeDecisionTest, AMissingDataFolderIsNotData) {
   Disk().File("S:\\Vantor Server\\vt.exe");
   EXPECT_EQ(Run(22), 0u);
   EXPECT_TRACE({ReachesData()
@@ -171,7 +171,7 @@ TEST_F(UpgradeDecisionTest, AMissingDataFolderIsNoData) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(UpgradeDecisionTest, AFileInPlaceOfTheDataFolderIsNoData) {
+TEST_F(UpgradeDecisionTest, AFileInPlaceOfTheDataFolderIsNotData) {
   Installer().Set("DIR_DATAFOLDER", "S:\\Vantor Data");
   Disk().File("S:\\Vantor Data");
   Disk().File("S:\\Vantor Server\\vt.exe");
@@ -247,7 +247,7 @@ TEST_F(UpgradeDecisionTest, SurvivesTheFailureOfEachCall) {
                  if (run.name == "MsiSetPropertyW") {
                    EXPECT_EQ(published.size(), 1u);
                  } else {
-                   // What is published is the beginning of the whole.
+                   // The published properties are the first ones of the whole run.
                    ASSERT_LE(published.size(), 2u) << run.call;
                    EXPECT_TRUE(std::equal(published.begin(), published.end(), whole.begin())) << run.call;
                  }

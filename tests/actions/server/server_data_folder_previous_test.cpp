@@ -17,7 +17,7 @@ class PreviousDataTest : public ServerTest {
     world.installer.Set("PROP_PRE75SERVER", "S:\\Earlier Server\\");
     world.installer.Set("DIR_SERVER", "S:\\Halvorstead\\Server\\");
   }
-  // The way to the answer where the settings have none.
+  // Returns the calls that find the answer if it is not in the settings.
   Calls WithoutSettings() {
     return Expected().OpenSettings("2").ReadPath("DIR_UPG", "S:\\Halvorstead\\Old Data\\");
   }
@@ -42,7 +42,7 @@ TEST_F(PreviousDataTest, TheSettingsComeFirst) {
   EXPECT_LOG({});
 }
 
-// As people write it; the folder of the last name alone is another one.
+// As people write it. A folder that matches only the last name is a different one.
 TEST_F(PreviousDataTest, SlashesInTheSettingsSeparateNames) {
   for (const char* written : {"S:\\Srv/Data", "S:/Srv/Data", "S:/Srv\\Data/"}) {
     Disk().Clear();
@@ -86,7 +86,7 @@ TEST_F(PreviousDataTest, ThenTheServersFolder) {
                     .lines});
 }
 
-TEST_F(PreviousDataTest, AtLastTheUpgradesFolderWhetherItExistsOrNot) {
+TEST_F(PreviousDataTest, FinallyTheUpgradesFolderWhetherItExistsOrNot) {
   EXPECT_EQ(Run(34), 0u);
   EXPECT_TRACE({WithoutSettings()
                     .ReadPath("PROP_PRE75SERVER", "S:\\Earlier Server\\")
@@ -98,7 +98,7 @@ TEST_F(PreviousDataTest, AtLastTheUpgradesFolderWhetherItExistsOrNot) {
   EXPECT_PUBLISHED({"PROP_PREVVTDF = S:\\Halvorstead\\Old Data\\"});
 }
 
-TEST_F(PreviousDataTest, FilesAreNoFolders) {
+TEST_F(PreviousDataTest, FilesAreNotFolders) {
   SetData(TheWorld(), "S:\\File");
   Disk().File("S:\\File");
   Disk().File("S:\\Earlier Server\\Old Data");
@@ -119,7 +119,7 @@ TEST_F(PreviousDataTest, FilesAreNoFolders) {
                     .lines});
 }
 
-TEST_F(PreviousDataTest, FoldersThatAreNotSetArePassedOver) {
+TEST_F(PreviousDataTest, FoldersThatAreNotSetAreSkipped) {
   Installer().Set("PROP_PRE75SERVER", "");
   Installer().Set("DIR_SERVER", "");
   Disk().Folder("S:\\Current\\Old Data");
@@ -152,7 +152,7 @@ TEST_F(PreviousDataTest, UnreadablePropertiesAreNotSet) {
   EXPECT_PUBLISHED({});
 }
 
-// An empty name stands for the folder itself, which is not looked up for it.
+// An empty name means the folder itself, which is not looked up again.
 TEST_F(PreviousDataTest, WithoutANameTheServersFolderItselfIsTheAnswer) {
   Installer().Set("DIR_UPG", "");
   Disk().Folder("S:\\Halvorstead\\Server");
@@ -175,7 +175,7 @@ TEST_F(PreviousDataTest, AnUpgradeFolderThatIsADriveHasNoName) {
   EXPECT_PUBLISHED({"PROP_PREVVTDF = S:\\Earlier Server\\"});
 }
 
-TEST_F(PreviousDataTest, TheNameNeedsNoBackslashBehindIt) {
+TEST_F(PreviousDataTest, TheNameNeedsNoBackslashAfterIt) {
   Disk().Folder("S:\\Earlier Server\\Old Data");
   for (const char* folder : {"D:\\Old Data", "D:\\Old Data\\", "D:\\a\\b\\Old Data", "Old Data"}) {
     SCOPED_TRACE(folder);
@@ -186,7 +186,7 @@ TEST_F(PreviousDataTest, TheNameNeedsNoBackslashBehindIt) {
   }
 }
 
-TEST_F(PreviousDataTest, AShortNameIsSpelledAsItStandsOnTheDisk) {
+TEST_F(PreviousDataTest, AShortNameIsSpelledAsOnTheDisk) {
   Installer().Set("DIR_UPG", "S:\\Gone\\data");
   Disk().Folder("S:\\Earlier Server\\DaTa");
   EXPECT_EQ(Run(34), 0u);
@@ -205,7 +205,7 @@ TEST_F(PreviousDataTest, TheNameIsCutAt255Bytes) {
        {std::pair{std::string(255, 'n'), std::string(255, 'n')},
         {std::string(256, 'n'), std::string(255, 'n')},
         {std::string(400, 'n'), std::string(255, 'n')},
-        // The cut goes through a letter of two bytes.
+        // The cut is in the middle of a two-byte letter.
         {std::string(254, 'n') + "\xC3\xA9", std::string(254, 'n') + "\xEF\xBF\xBD"}}) {
     SCOPED_TRACE(name);
     Installer().Set("DIR_UPG", "S:\\" + name + "\\");
@@ -229,7 +229,7 @@ TEST_F(PreviousDataTest, ReadsTheSettingsUpTo256Bytes) {
   struct Case {
     std::string bytes;
     DWORD type;
-    std::string named;  // Empty: nothing is looked at.
+    std::string named;  // Empty: no folder is checked.
     const char* result;
   };
   const std::string end(1, '\0');
@@ -240,7 +240,7 @@ TEST_F(PreviousDataTest, ReadsTheSettingsUpTo256Bytes) {
   const Case cases[] = {
       {path255 + end, REG_SZ, path255, "0"},
       {path255, REG_SZ, path255, "0"},
-      // What fills the buffer loses its last byte.
+      // A value that fills the buffer loses its last byte.
       {path255 + "x", REG_SZ, path255, "0"},
       {path255 + "x" + end, REG_SZ, "", "234"},
       {path255 + path255 + "xx", REG_SZ, "", "234"},
@@ -272,12 +272,12 @@ TEST_F(PreviousDataTest, ReadsTheSettingsUpTo256Bytes) {
   }
 }
 
-TEST_F(PreviousDataTest, ADataFolderOfOtherLettersIsFoundInUtf8) {
+TEST_F(PreviousDataTest, ADataFolderInNonAsciiLettersIsFoundInUtf8) {
   const std::string folder =
       "S:\\Donn\xC3\xA9"
       "es of the server";
   Disk().Folder(folder);
-  // The 8-bit functions give text in the system's code page, which is not UTF-8 here.
+  // The 8-bit functions return text in the system's code page, which is not UTF-8 here.
   SetData(TheWorld(), folder);
   EXPECT_EQ(Run(34), 0u);
   EXPECT_EQ(Installer().Get("PROP_PREVVTDF"), "S:\\Halvorstead\\Old Data\\");
@@ -286,8 +286,8 @@ TEST_F(PreviousDataTest, ADataFolderOfOtherLettersIsFoundInUtf8) {
   EXPECT_EQ(Installer().Get("PROP_PREVVTDF"), folder + "\\");
 }
 
-// As Windows completes no path of blanks only.
-TEST_F(PreviousDataTest, ATextThatIsNoPathIsNone) {
+// Windows cannot complete a path of blanks only.
+TEST_F(PreviousDataTest, ATextThatIsNotAPathIsIgnored) {
   SetData(TheWorld(), "  ");
   TheWorld().On<::GetFullPathNameW>([](const wchar_t*, DWORD, wchar_t*, wchar_t**) {
     SetLastError(ERROR_INVALID_NAME);
@@ -297,7 +297,7 @@ TEST_F(PreviousDataTest, ATextThatIsNoPathIsNone) {
   EXPECT_PUBLISHED({"PROP_PREVVTDF = S:\\Halvorstead\\Old Data\\"});
 }
 
-TEST_F(PreviousDataTest, SettingsThatMayNotBeOpenedHaveNoAnswer) {
+TEST_F(PreviousDataTest, SettingsThatCannotBeOpenedAreIgnored) {
   SetData(TheWorld(), "S:\\Data");
   Disk().Folder("S:\\Data");
   TheRegistry().Deny(kSettings);
@@ -320,7 +320,7 @@ TEST_F(PreviousDataTest, SurvivesTheFailureOfEachCall) {
                  server_test::ExpectNoOtherFolder(run,
                                                   {"PROP_PREVVTDF = S:\\Halvorstead\\Server\\Old Data\\"});
                  if (run.name == "GetFileAttributesW" || run.name == "MsiGetPropertyW") {
-                   // A folder that Windows denies is passed over, and a property that the installer does not
+                   // A folder that Windows denies is skipped, and a property that the installer refuses to
                    // read counts as not set.
                    EXPECT_TRUE(published[0] == "PROP_PREVVTDF = S:\\Halvorstead\\Server\\" ||
                                published[0] == "PROP_PREVVTDF = S:\\Halvorstead\\Server\\Old Data\\" ||
@@ -332,8 +332,8 @@ TEST_F(PreviousDataTest, SurvivesTheFailureOfEachCall) {
                }});
 }
 
-// Out of memory for a property, the folder around the right one is not published, though it is there. A value
-// that does not fit at first is read a second time, into a block that grows.
+// If out of memory for a property, the parent of the right folder is not published, although it exists. A
+// value that does not fit at first is read again into a block that grows.
 TEST_F(PreviousDataTest, WithoutMemoryForAPropertyNothingIsPublished) {
   for (size_t length : {1u, 260u}) {
     SCOPED_TRACE(length);
@@ -355,7 +355,7 @@ TEST_F(PreviousDataTest, WithoutMemoryForAPropertyNothingIsPublished) {
   }
 }
 
-// Nothing else is taken for the data folder because memory lacks to look at it.
+// No other folder is taken for the data folder because there was no memory to check it.
 TEST_F(PreviousDataTest, NoFailureMakesUpAnotherFolder) {
   FailEachCall(34,
                [&](rig::World& world) {

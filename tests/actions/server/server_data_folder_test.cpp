@@ -1,4 +1,4 @@
-// CustomAction14: whether a server is replaced whose data folder is elsewhere.
+// CustomAction14: decides whether a server is replaced whose data folder is elsewhere.
 
 #include "actions/server/server_drives.h"
 
@@ -9,11 +9,11 @@ using server_test::ServerTest;
 
 constexpr char kProductCode[] = "{6F1B2C3D-0A4E-4D57-9C31-7E2A90B1C4D5}";
 
-// A folder path of exactly so many bytes, without names that may be short ones.
+// Returns a folder path of exactly so many bytes, without names that may be short ones.
 std::string LongPath(size_t length) {
   std::string path = "S:";
   while (path.size() < length) {
-    // What is left behind the name is long enough for another one.
+    // What is left after the name is long enough for another one.
     size_t left = length - path.size() - 1;
     path += "\\" + std::string(left > 100 ? 60 : left, 'd');
   }
@@ -27,7 +27,7 @@ class DataProbeTest : public ServerTest {
     world.installer.Set("DIR_DATAFOLDER", "S:\\Vantor\\Data\\");
     world.installer.Set("PROP_UPGRADE_PRODUCTCODE", kProductCode);
   }
-  // The way up to the settings when no data folder is found.
+  // Returns the calls up to the settings if no data folder is found.
   Calls SearchedInVain() {
     Calls calls = Expected();
     return calls.ReadA("DIR_DATAFOLDER")
@@ -35,7 +35,7 @@ class DataProbeTest : public ServerTest {
         .Attributes("S:\\Vantor\\Data")
         .Read("DIR_UPG_DATA");
   }
-  // The same, and the mark.
+  // The same, and the call that sets PROP_REPLACING.
   Calls Marked() {
     return SearchedInVain().OpenSettings().Read("PROP_UPGRADE_PRODUCTCODE").Set("PROP_REPLACING", "1");
   }
@@ -54,7 +54,7 @@ TEST_F(DataProbeTest, DoesNothingWithoutADataFolder) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(DataProbeTest, IsDoneWhenTheDataFolderExists) {
+TEST_F(DataProbeTest, StopsIfTheDataFolderExists) {
   Disk().Folder("S:\\Vantor\\Data");
   MakeSettings(TheWorld());
   EXPECT_EQ(Run(14), 0u);
@@ -63,7 +63,7 @@ TEST_F(DataProbeTest, IsDoneWhenTheDataFolderExists) {
   EXPECT_PUBLISHED({});
 }
 
-// As people write it; the folder of the last name alone is another one.
+// As people write it. A folder that matches only the last name is a different one.
 TEST_F(DataProbeTest, SlashesSeparateNames) {
   Disk().Folder("S:\\Srv\\Found");
   Disk().Folder("S:\\Missing");
@@ -82,7 +82,7 @@ TEST_F(DataProbeTest, SlashesSeparateNames) {
   EXPECT_EQ(Installer().Published().size(), 1u);
 }
 
-TEST_F(DataProbeTest, IsDoneWhenTheUpgradesDataFolderExists) {
+TEST_F(DataProbeTest, StopsIfTheUpgradesDataFolderExists) {
   Installer().Set("DIR_UPG_DATA", "S:\\Upgrade\\Data");
   Disk().Folder("S:\\Upgrade\\Data");
   MakeSettings(TheWorld());
@@ -91,7 +91,7 @@ TEST_F(DataProbeTest, IsDoneWhenTheUpgradesDataFolderExists) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(DataProbeTest, TakesAFileForNoFolder) {
+TEST_F(DataProbeTest, DoesNotTakeAFileForAFolder) {
   Installer().Set("DIR_DATAFOLDER", "S:\\Vantor\\Data");
   Installer().Set("DIR_UPG_DATA", "S:\\Upgrade\\Data");
   Disk().File("S:\\Vantor\\Data");
@@ -114,7 +114,7 @@ TEST_F(DataProbeTest, DoesNothingWithoutSettings) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(DataProbeTest, DoesNothingWithSettingsThatItMayNotOpen) {
+TEST_F(DataProbeTest, DoesNothingWithSettingsThatItCannotOpen) {
   SetData(TheWorld(), "S:\\Elsewhere");
   TheRegistry().Deny(kSettings);
   EXPECT_EQ(Run(14), 0u);
@@ -139,7 +139,7 @@ TEST_F(DataProbeTest, MarksAReplacementWithoutAValueInTheSettings) {
   EXPECT_PUBLISHED({"PROP_REPLACING = 1"});
 }
 
-TEST_F(DataProbeTest, MarksAReplacementWhereTheDataFolderIsNoFolder) {
+TEST_F(DataProbeTest, MarksAReplacementIfTheDataFolderIsNotAFolder) {
   Disk().File("S:\\File");
   for (const char* folder : {"S:\\Gone", "S:\\File", "E:\\No Drive"}) {
     SCOPED_TRACE(folder);
@@ -162,7 +162,7 @@ TEST_F(DataProbeTest, MarksNothingWithoutAProductCode) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(DataProbeTest, MarksNothingWhereTheProductCodeCannotBeRead) {
+TEST_F(DataProbeTest, MarksNothingIfTheProductCodeCannotBeRead) {
   MakeSettings(TheWorld());
   Installer().FailReading("PROP_UPGRADE_PRODUCTCODE");
   EXPECT_EQ(Run(14), 0u);
@@ -179,7 +179,7 @@ TEST_F(DataProbeTest, ReadsTheSettingsUpTo512Bytes) {
   struct Case {
     std::string bytes;
     DWORD type;
-    std::string named;  // Empty: nothing is looked at.
+    std::string named;  // Empty: no folder is checked.
     const char* result;
   };
   const std::string accent =
@@ -191,7 +191,7 @@ TEST_F(DataProbeTest, ReadsTheSettingsUpTo512Bytes) {
       {LongPath(256) + end, REG_SZ, LongPath(256), "0"},
       {LongPath(511) + end, REG_SZ, LongPath(511), "0"},
       {LongPath(511), REG_SZ, LongPath(511), "0"},
-      // What fills the buffer loses its last byte.
+      // A value that fills the buffer loses its last byte.
       {LongPath(512), REG_SZ, LongPath(512).substr(0, 511), "0"},
       {LongPath(512) + end, REG_SZ, "", "234"},
       {LongPath(513), REG_SZ, "", "234"},
@@ -201,7 +201,7 @@ TEST_F(DataProbeTest, ReadsTheSettingsUpTo512Bytes) {
       {accent, REG_BINARY, accent, "0"},
       {end, REG_SZ, "", "0"},
       {"", REG_BINARY, "", "0"},
-      // A number of four bytes is four letters.
+      // A four-byte number is read as four letters.
       {"S:\\d", REG_DWORD, "S:\\d", "0"},
   };
   for (const Case& c : cases) {
@@ -214,7 +214,7 @@ TEST_F(DataProbeTest, ReadsTheSettingsUpTo512Bytes) {
     Calls expected = Expected();
     expected.QueryData(c.result);
     if (!c.named.empty()) expected.Spell(c.named).Attributes(c.named);
-    // From the query on, without the number of the key.
+    // The calls from the query on, without the number of the key.
     std::vector<std::string> tail(all.end() - static_cast<ptrdiff_t>(expected.lines.size()) - 1,
                                   all.end() - 1);
     tail[0].replace(tail[0].find('#') + 1, tail[0].find(',') - tail[0].find('#') - 1, "0");
@@ -236,7 +236,7 @@ TEST_F(DataProbeTest, ReadsAPropertyLongerThanTheFirstBuffer) {
                     .lines});
 }
 
-// The 8-bit text is taken as UTF-8, which that of another code page is not.
+// The 8-bit text is read as UTF-8, so text in another code page is not found.
 TEST_F(DataProbeTest, TakesTheDataFolderAsUtf8) {
   const std::string folder =
       "S:\\Donn\xC3\xA9"
@@ -308,7 +308,7 @@ TEST_F(DataProbeTest, SurvivesTheFailureOfEachCall) {
   EXPECT_GE(calls, 20u);
 }
 
-TEST_F(DataProbeTest, NoFailureMarksAReplacementWhereTheDataFolderIsKnown) {
+TEST_F(DataProbeTest, NoFailureMarksAReplacementIfTheDataFolderIsKnown) {
   FailEachCall(14,
                [&](rig::World& world) {
                  Disk().Clear();
@@ -316,7 +316,7 @@ TEST_F(DataProbeTest, NoFailureMarksAReplacementWhereTheDataFolderIsKnown) {
                  SetData(world, "S:\\Vantor\\Data");
                },
                {.check = [](const rig::SweepRun& run) {
-                 // Only a folder that Windows itself denies is not seen.
+                 // The only folder that is missed is one that Windows itself denies.
                  if (run.name != "GetFileAttributesW") {
                    EXPECT_TRUE(run.scene.world.installer.Published().empty()) << run.call;
                  }

@@ -15,7 +15,7 @@ bool BeginsWithDrive(const std::wstring& path) {
   return path.size() >= 2 && path[1] == L':';
 }
 
-// Whether a name may be a short one; its letters are counted in UTF-16 units.
+// Returns true if a name may be a short one; its letters are counted in UTF-16 units.
 bool MayBeShort(const std::string& name) {
   std::wstring wide = rig::ToWide(name);
   size_t dot = std::min(wide.find(L'.'), wide.size());
@@ -99,7 +99,7 @@ void Drives::Answer(rig::World& world) {
       [=](const wchar_t* path) { return real(rig::Function<&::RemoveDirectoryW>::Real(), path, FALSE); });
   world.On<::DeleteFileW>(
       [=](const wchar_t* path) { return real(rig::Function<&::DeleteFileW>::Real(), path, FALSE); });
-  // With two paths a drive that does not exist gives a name that nothing has.
+  // With two paths, a drive that does not exist becomes a name that nothing has.
   world.On<::MoveFileW>([=, this](const wchar_t* from, const wchar_t* to) {
     return real(rig::Function<&::MoveFileW>::Real(), from, FALSE, RealName(to).c_str());
   });
@@ -213,7 +213,7 @@ Calls& Calls::CloseSearch(int search) {
 
 Calls& Calls::LookUp(const std::string& path) {
   std::string call = "FindFirstFileW(" + Quoted(path) + ", *)";
-  // A name that ends in a backslash finds nothing, not even a folder.
+  // A name that ends with a backslash finds nothing, not even a folder.
   return path.back() != '\\' && disk_.Has(path) ? Search(call).CloseSearch()
                                                 : Add(call + " = INVALID_HANDLE_VALUE");
 }

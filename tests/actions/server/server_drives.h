@@ -1,6 +1,6 @@
-// Drives for the tests of the server actions: the library sees "S:" and "D:", behind which lie real folders,
-// so that a trace reads the same wherever the test runs; and the traces of what these actions often do. Used
-// by tests/actions/server_*_test.cpp and conversion_markers_test.cpp.
+// Drives for the tests of the server actions, and the calls that these actions often make. The library sees
+// "S:" and "D:", which map to real folders, so that a trace is the same wherever the test runs. Used by
+// tests/actions/server/server_*_test.cpp and conversion_markers_test.cpp.
 #pragma once
 
 #include <filesystem>
@@ -12,61 +12,61 @@
 
 namespace server_test {
 
-/// The drives S and D, empty at first. "S:\Current" is the current folder, which need not exist. Any other
-/// drive does not exist. Paths are given in UTF-8.
+/// The drives S and D, empty at first. "S:\Current" is the current folder, which need not exist. No other
+/// drive exists. Paths are in UTF-8.
 class Drives {
  public:
-  /// Makes the folders behind the drives, below the temporary folder.
+  /// Creates the folders of the drives, in the temporary folder.
   Drives();
-  /// Removes them.
+  /// Deletes the folders.
   ~Drives();
   Drives(const Drives&) = delete;
   Drives& operator=(const Drives&) = delete;
 
-  /// Sends what the library asks of files and folders to these drives.
+  /// Redirects the library's calls for files and folders to these drives.
   void Answer(rig::World& world);
-  /// Empties both.
+  /// Empties both drives.
   void Clear();
 
-  /// Makes a folder and those above it.
+  /// Creates a folder and its parents.
   void Folder(const std::string& path);
-  /// Makes a file that holds `contents`, and the folders above it.
+  /// Creates a file with `contents`, and the folders above it.
   void File(const std::string& path, const std::string& contents = "contents");
-  /// Deletes a file or a folder with everything in it.
+  /// Deletes a file, or a folder with everything in it.
   void Remove(const std::string& path);
-  /// A look-up of `path` finds the entry `name` of the same folder, as if the path's last name were its short
-  /// one.
+  /// Makes a look-up of `path` find the entry `name` of the same folder, as if the last name of `path` were
+  /// its short name.
   void Shorten(const std::string& path, const std::string& name);
-  /// Whether there is a file.
+  /// Returns true if the file exists.
   bool HasFile(const std::string& path) const;
-  /// Whether there is a folder.
+  /// Returns true if the folder exists.
   bool HasFolder(const std::string& path) const;
-  /// Whether there is either.
+  /// Returns true if the file or folder exists.
   bool Has(const std::string& path) const { return HasFile(path) || HasFolder(path); }
-  /// Everything below a folder, sorted: "Name\" for a folder, "Name\Name = contents" for a file.
+  /// Returns everything below a folder, sorted: "Name\" for a folder, "Name\Name = contents" for a file.
   std::vector<std::string> List(const std::string& path) const;
 
  private:
-  /// The real name behind a name that the library uses; empty for none, and for a drive that does not exist.
+  /// Returns the real path of a path from the library; empty for none, and for a drive that does not exist.
   std::wstring RealName(const wchar_t* path) const;
-  /// The same for a test's name.
+  /// The same for a path from a test.
   std::filesystem::path RealPath(const std::string& path) const;
 
   std::filesystem::path base_;
   std::map<std::wstring, std::wstring> shortened_;
 };
 
-/// The calls that a test expects, with the numbers of what they take. What is there and what is not the
-/// drives say at the moment when a line is added.
+/// The calls that a test expects, with the numbers of the handles in them. A line depends on what exists on
+/// the drives when it is added.
 class Calls {
  public:
   /// The lines so far.
   std::vector<std::string> lines;
 
-  /// No call yet.
+  /// Starts without calls.
   explicit Calls(const Drives& disk) : disk_(disk) {}
 
-  /// Adds any line.
+  /// Adds a line.
   Calls& Add(const std::string& line);
   /// Adds lines.
   Calls& Add(const std::vector<std::string>& more);
@@ -76,31 +76,31 @@ class Calls {
   Calls& ReadA(const std::string& name, const std::string& result = "0");
   /// Sets a property.
   Calls& Set(const std::string& name, const std::string& value, const std::string& result = "0");
-  /// Looks a path up.
+  /// Looks up a path.
   Calls& LookUp(const std::string& path);
-  /// Spells a path as it stands on the disk: looks up the names that may be short, and the last one.
+  /// Spells a path as on the disk: looks up the names that may be short, and the last one.
   Calls& Spell(const std::string& path);
-  /// Reads a property, whose value is this path, and spells it; of an empty path only reads.
+  /// Reads a property whose value is this path, and spells it; only reads an empty path.
   Calls& ReadPath(const std::string& name, const std::string& path);
-  /// Joins a name: looks up the path that results when its last name may be short.
+  /// Joins a name: looks up the resulting path if its last name may be short.
   Calls& Join(const std::string& path);
-  /// Asks for the attributes.
+  /// Gets the attributes of a path.
   Calls& Attributes(const std::string& path);
-  /// Opens the server's settings; `result` is what that gives.
+  /// Opens the server's settings with this result.
   Calls& OpenSettings(const std::string& result = "0");
-  /// Reads "vtdf" from them.
+  /// Reads "vtdf" from the settings.
   Calls& QueryData(const std::string& result = "0");
-  /// Closes them.
+  /// Closes the settings.
   Calls& CloseSettings();
-  /// Opens a file to see whether it is there, and looks it up when it is.
+  /// Opens a file to see whether it exists, and looks it up if it does.
   Calls& TestFile(const std::string& path);
-  /// Takes a search, "search#1"; the line is the call up to its result.
+  /// Starts a search, "search#1"; the line is the call up to its result.
   Calls& Search(const std::string& call);
-  /// Asks for another entry of a search (0: the last one); `result` says whether there is one.
+  /// Asks for another entry of a search (0: the last search); `result` says whether there is one.
   Calls& NextEntry(int search = 0, const std::string& result = "1");
-  /// Closes it.
+  /// Closes a search.
   Calls& CloseSearch(int search = 0);
-  /// Finds that it has no more entries, and closes it.
+  /// Finds no more entries in a search, and closes it.
   Calls& EndSearch(int search = 0) { return NextEntry(search, "0").CloseSearch(search); }
   /// Sends the notice of this number.
   Calls& Notify(int number);
@@ -112,35 +112,35 @@ class Calls {
   int handles_ = 0;
 };
 
-/// A path as it stands in a trace.
+/// Returns a path as the trace shows it.
 std::string Quoted(const std::string& path);
 
-/// Checks a run of a sweep: if an allocation failed, each property that was set has the value that a run
-/// without failures gives it, as the lines `plain` ("NAME = value") say. A missing last name would give the
+/// Checks a run of a sweep. If an allocation failed, each property that was set must have the value of a run
+/// without failures, which the lines `plain` ("NAME = value") contain. A missing last name would give the
 /// parent folder.
 void ExpectNoOtherFolder(const rig::SweepRun& run, const std::vector<std::string>& plain);
 
-/// A test of an action of the server's upgrade.
+/// A test of an action for the server upgrade.
 class ServerTest : public rig::ActionTest {
  protected:
-  /// Checks also that nothing was logged, and that no message and no box appeared, unless `IsHeard` was
-  /// called.
+  /// Also checks that nothing was logged, and that no notice and no message box appeared, unless `IsHeard`
+  /// was called.
   void TearDown() override;
   void Arrange(rig::World& world) override { drives_.Answer(world); }
 
-  /// The drives of this test, which its sweeps share.
+  /// Returns the drives of this test, which its sweeps share.
   Drives& Disk() { return drives_; }
-  /// The start of a list of expected calls.
+  /// Returns an empty list of expected calls.
   Calls Expected() const { return Calls(drives_); }
-  /// This test is about a message or a box.
+  /// Declares that this test is about a notice or a message box.
   void IsHeard() { isHeard_ = true; }
-  /// Makes the server's settings key in the world's registry.
+  /// Creates the server's settings key in the world's registry.
   static void MakeSettings(rig::World& world) { world.registry.Create(kSettings); }
-  /// Makes it with a data folder in "vtdf", as text with its terminator.
+  /// Creates the key with a data folder in "vtdf", as text with its terminator.
   static void SetData(rig::World& world, const std::string& folder) {
     world.registry.SetText(kSettings, "vtdf", folder);
   }
-  /// Makes it and sets "vtdf" to exactly these bytes.
+  /// Creates the key and sets "vtdf" to exactly these bytes.
   static void SetDataBytes(rig::World& world, const std::string& bytes, DWORD type = REG_SZ) {
     world.registry.SetBytes(kSettings, "vtdf", type, bytes);
   }

@@ -1,4 +1,4 @@
-// CustomAction16: files on their way from the old server folder into the new one.
+// CustomAction16: moves files from the old server folder to the new one.
 
 #include <algorithm>
 
@@ -21,24 +21,24 @@ class CarryOverTest : public MigrationTest {
     Disk().File("S:\\New\\vt.exe", "new program");
     world.installer.Set("CustomActionData", kMerge);
   }
-  // What it leaves of the new server's folder.
+  // Returns what the action leaves in the new server's folder.
   static std::vector<std::string> Merged() {
     return {"Data\\", "Data\\a.dat = data", "Empty\\", "vt.exe = new program"};
   }
   static constexpr char kMerge[] = R"(hx -r "S:\Old\*" "S:\New\.")";
   static constexpr char kFailing[] = R"(hx -m S:\Gone S:\Newer)";
-  // The calls of the job that fails.
+  // Returns the calls of the job that fails.
   Calls FailsToMove() {
     return Splits(kFailing).LookUp("S:\\Newer").Add(R"(MoveFileW("S:\\Gone", "S:\\Newer") = 0)").Add(kFree);
   }
 };
 
-// What is in the new server's folder already stays as it is.
+// What is already in the new server's folder is left unchanged.
 TEST_F(CarryOverTest, MergesIntoTheNewServer) {
   Calls calls = Splits(kMerge);
   calls
       .Search(R"(FindFirstFileW("S:\\Old\\*", *))")
-      // The folder itself, the one around it, and the first that counts.
+      // The folder itself, its parent, and the first entry that counts.
       .NextEntry(1)
       .NextEntry(1)
       .LookUp("S:\\New\\Data")
@@ -70,8 +70,7 @@ TEST_F(CarryOverTest, MergesIntoTheNewServer) {
   EXPECT_LOG({});
 }
 
-// An entry whose name leads to another one, which is there already, is neither copied nor left out without a
-// word.
+// An entry whose name leads to another one, which already exists, is not copied, and the action reports that.
 TEST_F(CarryOverTest, SaysThatAnEntryWithACutNameIsNotCopied) {
   name_disk::Disk disk;
   const std::string report = "report", other = "another report";
@@ -102,7 +101,7 @@ TEST_F(CarryOverTest, MakesTheseCalls) {
                     .lines});
 }
 
-TEST_F(CarryOverTest, AFailureIsToldAndTheUpgradeGoesOn) {
+TEST_F(CarryOverTest, AFailureIsShownAndTheUpgradeGoesOn) {
   IsHeard();
   SetData(kFailing);
   EXPECT_EQ(Run(16), 0u);
@@ -114,7 +113,7 @@ TEST_F(CarryOverTest, AFailureIsToldAndTheUpgradeGoesOn) {
   EXPECT_LOG({});
 }
 
-TEST_F(CarryOverTest, AFailureDuringRollbackIsNotTold) {
+TEST_F(CarryOverTest, AFailureDuringRollbackIsNotShown) {
   SetData(kFailing);
   Installer().rollback = true;
   EXPECT_EQ(Run(16), 0u);
@@ -127,7 +126,7 @@ TEST_F(CarryOverTest, DoesItsJobDuringRollbackToo) {
   EXPECT_EQ(Disk().List("S:\\New"), Merged());
 }
 
-TEST_F(CarryOverTest, UnreadableDataAreAFailure) {
+TEST_F(CarryOverTest, UnreadableDataIsAFailure) {
   IsHeard();
   Installer().FailReading("CustomActionData");
   EXPECT_EQ(Run(16), 0u);
@@ -135,21 +134,21 @@ TEST_F(CarryOverTest, UnreadableDataAreAFailure) {
       {Expected().Read("CustomActionData", "1627").Add("MsiGetMode(session, 17) = 0").Notify(26001).lines});
 }
 
-TEST_F(CarryOverTest, UnreadableDataDuringRollbackAreNotTold) {
+TEST_F(CarryOverTest, UnreadableDataDuringRollbackIsNotShown) {
   Installer().FailReading("CustomActionData");
   Installer().rollback = true;
   EXPECT_EQ(Run(16), 0u);
   EXPECT_TRACE({Expected().Read("CustomActionData", "1627").Add("MsiGetMode(session, 17) = 1").lines});
 }
 
-TEST_F(CarryOverTest, TellsNobodyUnlessTheInstallationIsSilent) {
+TEST_F(CarryOverTest, ShowsNothingUnlessTheInstallationIsSilent) {
   SetData(kFailing);
   Installer().Set("PROP_SILENCE", "1");
   EXPECT_EQ(Run(16), 0u);
   EXPECT_TRACE({FailsToMove().Add("MsiGetMode(session, 17) = 0").ReadA("PROP_SILENCE").lines});
 }
 
-TEST_F(CarryOverTest, WithoutARecordABoxStandsIn) {
+TEST_F(CarryOverTest, WithoutARecordABoxIsShown) {
   IsHeard();
   SetData(kFailing);
   Installer().refusesRecords = true;
@@ -168,7 +167,7 @@ TEST_F(CarryOverTest, WithoutARecordABoxStandsIn) {
             (rig::Desktop::Box{kCarryText, std::string(127, 'P'), MB_OK | MB_ICONERROR}));
 }
 
-TEST_F(CarryOverTest, MalformedDataAreAFailure) {
+TEST_F(CarryOverTest, MalformedDataIsAFailure) {
   IsHeard();
   for (const char* one :
        {"", "hx", "-", "--", "hx -", R"(hx S:\Old)", R"(hx "S:\Old S:\New)", R"(hx "S:\Old\" "S:\New\")",
@@ -183,13 +182,13 @@ TEST_F(CarryOverTest, MalformedDataAreAFailure) {
   }
 }
 
-TEST_F(CarryOverTest, GoesOnBehindAnErrorWhereItIsToldTo) {
+TEST_F(CarryOverTest, GoesOnAfterAnErrorIfToldTo) {
   SetData(R"(hx -ri S:\Gone S:\Newer "S:\Old\*" "S:\New\.")");
   EXPECT_EQ(Run(16), 0u);
   EXPECT_EQ(Disk().List("S:\\New"), Merged());
 }
 
-// Nothing of either server is lost, and who hears nothing has everything.
+// Nothing of either server is lost, and a run without a notice has everything.
 TEST_F(CarryOverTest, SurvivesTheFailureOfEachCall) {
   IsHeard();
   FailEachCall(16, {}, {.check = [&](const rig::SweepRun& run) {
@@ -200,7 +199,7 @@ TEST_F(CarryOverTest, SurvivesTheFailureOfEachCall) {
                  for (const std::string& line : now) {
                    EXPECT_NE(std::count(merged.begin(), merged.end(), line), 0) << run.call << ": " << line;
                  }
-                 // A listing that fails says that there is no more, as it does in the end.
+                 // A listing that fails looks like the end of the listing.
                  const bool isListing = run.name == "FindFirstFileW" || run.name == "FindNextFileW";
                  if (run.scene.world.installer.Messages().empty() && !isListing)
                    EXPECT_EQ(now, merged) << run.call;

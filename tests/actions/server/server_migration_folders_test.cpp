@@ -20,7 +20,7 @@ class UpgradeFoldersTest : public ServerTest {
     world.installer.Set("DIR_UPG_VRDF", "D:\\Any place\\Reports Store\\");
     world.installer.Set("DIR_UPG_VRDF_PREFS", "D:\\Any place\\Report Preferences\\");
   }
-  // The calls up to the settings where DIR_SERVER is the old server.
+  // Returns the calls up to the settings if DIR_SERVER is the old server.
   Calls OldServerFound() {
     return Expected()
         .Read("PROP_PRE75SERVER")
@@ -32,7 +32,7 @@ class UpgradeFoldersTest : public ServerTest {
                         const std::string& folder) {
     calls.ReadPath(name, read).Join(folder).Set(name, folder + "\\");
   }
-  // The calls behind DIR_EXDATA, where the data go to `data`.
+  // Returns the calls after DIR_EXDATA if the data goes to `data`.
   static std::vector<std::string> ChainCalls(Calls& calls, const std::string& around,
                                              const std::string& data) {
     Publishes(calls, "DIR_UPG", "D:\\Any place\\Old Server\\", around + "Old Server");
@@ -43,7 +43,7 @@ class UpgradeFoldersTest : public ServerTest {
               data + "\\Helper Data\\Reports Store\\Report Preferences");
     return calls.lines;
   }
-  // Everything that is published, in order.
+  // Returns all published properties, in order.
   static std::vector<std::string> Chain(const std::string& server, const std::string& outside,
                                         const std::string& around, const std::string& data) {
     const std::string helper = data + "Helper Data\\";
@@ -55,18 +55,18 @@ class UpgradeFoldersTest : public ServerTest {
             "DIR_UPG_VRDF = " + helper + "Reports Store\\",
             "DIR_UPG_VRDF_PREFS = " + helper + "Reports Store\\Report Preferences\\"};
   }
-  // The same where the data lie inside the old server folder.
+  // The same, if the data is inside the old server folder.
   static std::vector<std::string> InsideChain() {
     return Chain("S:\\Halvorstead\\Vantor Server\\", "", "S:\\Halvorstead\\",
                  "S:\\Halvorstead\\Old Server\\Data Folder\\");
   }
-  // The same where they lie outside, in `folder`, and go to `data`.
+  // The same, if the data is outside, in `folder`, and goes to `data`.
   static std::vector<std::string> OutsideChain(const std::string& folder, const std::string& data) {
     return Chain("S:\\Halvorstead\\Vantor Server\\", folder, "S:\\Halvorstead\\", data);
   }
-  // What a run with a failing call may publish: lines of the right chain in their order. A property that the
-  // installer does not read counts as not set, so that its name is empty in all that follows; settings that
-  // cannot be read are none. Out of memory is neither.
+  // Checks a run with a failing call: it may publish only lines of the right chain, in their order. A
+  // property that the installer refuses to read counts as not set, so its name is missing in all later lines.
+  // Settings that cannot be read count as missing. Neither is true if out of memory.
   static void CheckChain(const rig::SweepRun& run, const std::vector<std::string>& whole) {
     const std::vector<std::string>& published = run.scene.world.installer.Published();
     const std::vector<std::string> inside = InsideChain();
@@ -82,13 +82,13 @@ class UpgradeFoldersTest : public ServerTest {
         ++at;
       EXPECT_LT(at, chain.size()) << run.call << " published " << line;
     }
-    // Nothing is made of a folder that could not be published.
+    // Nothing is derived from a folder that could not be published.
     const bool hasUpgrade = std::any_of(published.begin(), published.end(), [](const std::string& line) {
       return line.rfind("DIR_UPG = ", 0) == 0;
     });
     if (!hasUpgrade && run.name != "MsiSetPropertyW") EXPECT_LE(published.size(), 2u) << run.call;
   }
-  // Whether `shorter` is `line` without one of the names that the properties have.
+  // Returns true if `shorter` is `line` without one of the names in the properties.
   static bool WithoutOneName(const std::string& line, const std::string& shorter) {
     for (const char* name : {"Old Server\\", "Data Folder\\", "Data Folder", "Helper Data\\",
                              "Reports Store\\", "Report Preferences\\"}) {
@@ -99,14 +99,14 @@ class UpgradeFoldersTest : public ServerTest {
     }
     return false;
   }
-  // What was published since `before`.
+  // Returns what was published since `before`.
   std::vector<std::string> PublishedSince(size_t before) {
     const std::vector<std::string>& all = Installer().Published();
     return {all.begin() + static_cast<ptrdiff_t>(before), all.end()};
   }
 };
 
-TEST_F(UpgradeFoldersTest, WithoutSettingsTheDataGoIntoTheUpgradesFolder) {
+TEST_F(UpgradeFoldersTest, WithoutSettingsTheDataGoesIntoTheUpgradesFolder) {
   EXPECT_EQ(Run(20), 0u);
   Calls calls = OldServerFound().OpenSettings("2").Set("DIR_EXDATA", "");
   EXPECT_TRACE({ChainCalls(calls, "S:\\Halvorstead\\", "S:\\Halvorstead\\Old Server\\Data Folder")});
@@ -114,7 +114,7 @@ TEST_F(UpgradeFoldersTest, WithoutSettingsTheDataGoIntoTheUpgradesFolder) {
   EXPECT_LOG({});
 }
 
-// As people write them; the folders of the last names alone are others.
+// As people write them. Folders that match only the last names are different ones.
 TEST_F(UpgradeFoldersTest, SlashesSeparateNames) {
   for (const char* folder :
        {"S:\\Halvorstead\\Vantor Server", "S:\\Vantor Server", "D:\\Store\\Data", "D:\\Data"}) {
@@ -134,7 +134,7 @@ TEST_F(UpgradeFoldersTest, SlashesSeparateNames) {
                                                  "DIR_UPG_DATA = D:\\Store\\Data Folder 2026-11-15\\"}));
 }
 
-TEST_F(UpgradeFoldersTest, SettingsThatMayNotBeOpenedAreNone) {
+TEST_F(UpgradeFoldersTest, SettingsThatCannotBeOpenedAreIgnored) {
   SetData(TheWorld(), "D:\\Store");
   TheRegistry().Deny(kSettings);
   EXPECT_EQ(Run(20), 0u);
@@ -151,7 +151,7 @@ TEST_F(UpgradeFoldersTest, SettingsWithoutADataFolderEmptyTheProperty) {
   EXPECT_PUBLISHED({InsideChain()});
 }
 
-TEST_F(UpgradeFoldersTest, DataInsideTheOldServerAreNoneOfTheirOwn) {
+TEST_F(UpgradeFoldersTest, DataInsideTheOldServerIsNotSeparate) {
   SetData(TheWorld(), "S:\\Halvorstead\\Vantor Server\\Data Store");
   EXPECT_EQ(Run(20), 0u);
   Calls calls = OldServerFound()
@@ -164,7 +164,7 @@ TEST_F(UpgradeFoldersTest, DataInsideTheOldServerAreNoneOfTheirOwn) {
   EXPECT_PUBLISHED({InsideChain()});
 }
 
-TEST_F(UpgradeFoldersTest, DataOutsideGoBesideThemselvesUnderTheDate) {
+TEST_F(UpgradeFoldersTest, DataOutsideGetsADatedFolderBesideIt) {
   SetData(TheWorld(), "D:\\Vantor Data\\Store of 2019");
   EXPECT_EQ(Run(20), 0u);
   Calls calls = OldServerFound()
@@ -186,24 +186,24 @@ TEST_F(UpgradeFoldersTest, TheDateIsTheLocalOne) {
   EXPECT_EQ(Installer().Get("DIR_UPG_DATA"), "D:\\Vantor Data\\Data Folder 2027-01-01\\");
 }
 
-TEST_F(UpgradeFoldersTest, KnowsInsideFromOutside) {
+TEST_F(UpgradeFoldersTest, TellsInsideFromOutside) {
   struct Case {
     const char* data;
-    const char* goesTo;  // Null: the data lie inside.
+    const char* goesTo;  // Null: the data is inside.
   };
   const Case cases[] = {
       {"S:\\Halvorstead\\Vantor Server\\Data", nullptr},
       {"S:\\Halvorstead\\Vantor Server\\a\\b\\c\\", nullptr},
       {"S:\\Halvorstead\\Vantor Server", nullptr},
       {"S:\\Halvorstead\\Vantor Server\\", nullptr},
-      // Letters compare without regard to case.
+      // Letters are compared without regard to case.
       {"s:\\halvorstead\\VANTOR server\\Data", nullptr},
       {"s:\\HALVORSTEAD\\vantor server", nullptr},
-      // A name that begins like that of the server.
+      // A name that starts like that of the server.
       {"S:\\Halvorstead\\Vantor Server Data", "S:\\Halvorstead\\"},
       {"S:\\Halvorstead\\Vantor Serve", "S:\\Halvorstead\\"},
       {"S:\\Halvorstead\\Data", "S:\\Halvorstead\\"},
-      // A folder around the server.
+      // A parent of the server folder.
       {"S:\\Halvorstead", "S:\\"},
       {"S:\\", "S:\\"},
       // Another drive, also with the same folders.
@@ -211,7 +211,7 @@ TEST_F(UpgradeFoldersTest, KnowsInsideFromOutside) {
       {"D:\\Halvorstead\\Vantor Server", "D:\\Halvorstead\\"},
       {"E:\\No Drive\\Data", "E:\\No Drive\\"},
       {"\\\\files\\share\\Data", "\\\\files\\share\\"},
-      // A relative one is in the current folder.
+      // A relative path starts at the current folder.
       {"Data", "S:\\Current\\"},
   };
   for (const Case& c : cases) {
@@ -258,7 +258,7 @@ TEST_F(UpgradeFoldersTest, DoesNothingWithoutAServer) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(UpgradeFoldersTest, AServerDirectlyBelowADriveHasTheDriveAroundIt) {
+TEST_F(UpgradeFoldersTest, TheParentOfAServerDirectlyBelowADriveIsTheDrive) {
   Installer().Set("DIR_SERVER", "S:\\Vantor Server");
   SetData(TheWorld(), "D:\\Vantor Data");
   EXPECT_EQ(Run(20), 0u);
@@ -266,14 +266,14 @@ TEST_F(UpgradeFoldersTest, AServerDirectlyBelowADriveHasTheDriveAroundIt) {
       {Chain("S:\\Vantor Server\\", "D:\\Vantor Data\\", "S:\\", "D:\\Data Folder 2026-11-15\\")});
 }
 
-TEST_F(UpgradeFoldersTest, ADriveIsTheFolderAroundItself) {
+TEST_F(UpgradeFoldersTest, ADriveIsItsOwnParent) {
   Installer().Set("DIR_SERVER", "S:\\");
   EXPECT_EQ(Run(20), 0u);
   EXPECT_PUBLISHED({Chain("S:\\", "", "S:\\", "S:\\Old Server\\Data Folder\\")});
 }
 
-// An empty name stands for the folder that it is joined to.
-TEST_F(UpgradeFoldersTest, PropertiesThatAreNotSetHaveTheEmptyName) {
+// An empty name means the folder that it is joined to.
+TEST_F(UpgradeFoldersTest, UnsetPropertiesHaveAnEmptyName) {
   for (const char* name :
        {"DIR_UPG", "DIR_UPG_DATA", "DIR_UPG_HELPERDATA", "DIR_UPG_VRDF", "DIR_UPG_VRDF_PREFS"}) {
     Installer().Set(name, "");
@@ -287,7 +287,7 @@ TEST_F(UpgradeFoldersTest, PropertiesThatAreNotSetHaveTheEmptyName) {
   EXPECT_TRACE({calls.lines});
 }
 
-TEST_F(UpgradeFoldersTest, TheEmptyNameBesideOutsideDataIsTheDate) {
+TEST_F(UpgradeFoldersTest, AnEmptyNameBesideOutsideDataLeavesTheDate) {
   Installer().Set("DIR_UPG_DATA", "");
   SetData(TheWorld(), "D:\\Vantor Data\\Store");
   EXPECT_EQ(Run(20), 0u);
@@ -325,7 +325,7 @@ TEST_F(UpgradeFoldersTest, AnAccentOfTwoBytesMayBeCutInTwo) {
   EXPECT_EQ(Installer().Get("DIR_UPG"), "S:\\Halvorstead\\" + std::string(254, 'n') + "\xEF\xBF\xBD\\");
 }
 
-TEST_F(UpgradeFoldersTest, ShortNamesAreSpelledAsTheyStandOnTheDisk) {
+TEST_F(UpgradeFoldersTest, ShortNamesAreSpelledAsOnTheDisk) {
   Disk().Folder("S:\\Halvorstead\\The Old Server of years");
   Disk().Folder("S:\\Halvorstead\\The Old Server of years\\dAtA");
   Disk().Shorten("S:\\Halvorstead\\THEOLD~1", "The Old Server of years");
@@ -337,7 +337,7 @@ TEST_F(UpgradeFoldersTest, ShortNamesAreSpelledAsTheyStandOnTheDisk) {
 }
 
 // A name that goes up makes no folder.
-TEST_F(UpgradeFoldersTest, StopsWhereTheUpgradesFolderCannotBeMade) {
+TEST_F(UpgradeFoldersTest, StopsIfTheUpgradesFolderCannotBeMade) {
   Installer().Set("DIR_UPG", "D:\\Any place\\..");
   EXPECT_EQ(Run(20), 0u);
   EXPECT_TRACE({OldServerFound()
@@ -348,7 +348,7 @@ TEST_F(UpgradeFoldersTest, StopsWhereTheUpgradesFolderCannotBeMade) {
   EXPECT_PUBLISHED({"DIR_EXSERVER = S:\\Halvorstead\\Vantor Server\\", "DIR_EXDATA = "});
 }
 
-TEST_F(UpgradeFoldersTest, GoesOnWhereAPropertyCannotBeSet) {
+TEST_F(UpgradeFoldersTest, GoesOnIfAPropertyCannotBeSet) {
   for (const char* name : {"DIR_EXSERVER", "DIR_EXDATA", "DIR_UPG"}) Installer().FailSetting(name);
   SetData(TheWorld(), "D:\\Vantor Data\\Store");
   EXPECT_EQ(Run(20), 0u);
@@ -362,12 +362,12 @@ TEST_F(UpgradeFoldersTest, ReadsTheSettingsUpTo256Bytes) {
   struct Case {
     std::string bytes;
     DWORD type;
-    std::string data;  // Empty: there are none.
+    std::string data;  // Empty: there is no data folder.
   };
   const Case cases[] = {
       {path255 + end, REG_SZ, path255},
       {path255, REG_SZ, path255},
-      // What fills the buffer loses its last byte.
+      // A value that fills the buffer loses its last byte.
       {path255 + "x", REG_SZ, path255},
       {path255 + "x" + end, REG_SZ, ""},
       {path255 + path255 + "xx", REG_SZ, ""},
@@ -396,8 +396,8 @@ TEST_F(UpgradeFoldersTest, ReadsTheSettingsUpTo256Bytes) {
   }
 }
 
-// As Windows completes no path of blanks only.
-TEST_F(UpgradeFoldersTest, ATextThatIsNoPathIsNoDataFolder) {
+// Windows cannot complete a path of blanks only.
+TEST_F(UpgradeFoldersTest, ATextThatIsNotAPathIsNotADataFolder) {
   SetData(TheWorld(), "  ");
   TheWorld().On<::GetFullPathNameW>([](const wchar_t*, DWORD, wchar_t*, wchar_t**) {
     SetLastError(ERROR_INVALID_NAME);
@@ -407,7 +407,7 @@ TEST_F(UpgradeFoldersTest, ATextThatIsNoPathIsNoDataFolder) {
   EXPECT_PUBLISHED({InsideChain()});
 }
 
-// Whatever fails, what is published is the beginning of the right chain.
+// Whatever fails, the published properties are the first ones of the right chain.
 TEST_F(UpgradeFoldersTest, SurvivesTheFailureOfEachCallWithDataOutside) {
   const std::vector<std::string> chain =
       OutsideChain("D:\\Vantor Data\\Store\\", "D:\\Vantor Data\\Data Folder 2026-11-15\\");
@@ -428,7 +428,7 @@ TEST_F(UpgradeFoldersTest, SurvivesTheFailureOfEachCallWithDataInside) {
                {.check = [&](const rig::SweepRun& run) { CheckChain(run, InsideChain()); }});
 }
 
-// Values that do not fit at first are read a second time, into a block that grows.
+// Values that do not fit at first are read again into a block that grows.
 TEST_F(UpgradeFoldersTest, SurvivesTheFailureOfEachCallWithLongProperties) {
   FailEachCall(20,
                [&](rig::World& world) {

@@ -1,5 +1,5 @@
-// What the tests of the actions that run the copy/move engine have in common. Used by
-// tests/actions/server_migration_*_test.cpp.
+// What the tests of the actions that run the copy/move engine share. Used by
+// tests/actions/server/server_migration_*_test.cpp.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@
 
 namespace server_test {
 
-/// The title of a box where "ProductName" does not serve.
+/// The title of a message box if "ProductName" cannot be used.
 constexpr char kFallbackTitle[] = "Halvorstead Vantor Platform Component";
 
-/// A test of one of these actions. The old server's folder holds a few files; the new one does not exist.
+/// A test of one of these actions. The old server's folder has a few files; the new one does not exist.
 class MigrationTest : public ServerTest {
  protected:
   void Arrange(rig::World& world) override {
@@ -20,7 +20,7 @@ class MigrationTest : public ServerTest {
     world.installer.Set("PROP_SILENCE", "-1");
     MakeOldServer();
   }
-  /// Empties the drives and makes the old server's folder.
+  /// Empties the drives and creates the old server's folder.
   void MakeOldServer() {
     Disk().Clear();
     Disk().File("S:\\Old\\vt.exe", "program");
@@ -29,13 +29,13 @@ class MigrationTest : public ServerTest {
   }
   /// Sets the action's data.
   void SetData(const std::string& data) { Installer().Set("CustomActionData", data); }
-  /// What is in it.
+  /// Returns what is in the old server's folder.
   static std::vector<std::string> OldServer() {
     return {"Data\\", "Data\\a.dat = data", "Empty\\", "vt.exe = program"};
   }
-  /// Whether it is as it was.
+  /// Returns true if the old server's folder is unchanged.
   bool IsUntouched() { return Disk().List("S:\\Old") == OldServer(); }
-  /// The start of a list of expected calls: the data are read and split.
+  /// Returns the first expected calls: the data is read and split.
   Calls Splits(const std::string& data) {
     return Expected()
         .Read("CustomActionData")

@@ -1,4 +1,4 @@
-// CustomAction15: the old server folder on its way aside.
+// CustomAction15: moves the old server folder aside.
 
 #include <utility>
 
@@ -64,7 +64,7 @@ TEST_F(MoveAsideTest, AFolderThatCannotBeMovedEndsTheInstallation) {
   EXPECT_TRUE(IsUntouched());
 }
 
-// It serves as a rollback action as well.
+// It is also used as a rollback action.
 TEST_F(MoveAsideTest, RollbackIsNotAskedFor) {
   Installer().rollback = true;
   EXPECT_EQ(Run(15), 0u);
@@ -76,14 +76,14 @@ TEST_F(MoveAsideTest, RollbackIsNotAskedFor) {
   EXPECT_EQ(Installer().Messages().size(), 1u);
 }
 
-TEST_F(MoveAsideTest, UnreadableDataEndTheInstallation) {
+TEST_F(MoveAsideTest, UnreadableDataEndsTheInstallation) {
   IsHeard();
   Installer().FailReading("CustomActionData");
   EXPECT_EQ(Run(15), UINT{ERROR_INSTALL_FAILURE});
   EXPECT_TRACE({Expected().Read("CustomActionData", "1627").Notify(26000).lines});
 }
 
-TEST_F(MoveAsideTest, TellsNobodyUnlessTheInstallationIsSilent) {
+TEST_F(MoveAsideTest, ShowsNothingUnlessTheInstallationIsSilent) {
   Disk().Folder("S:\\New");
   for (const char* silence : {"", "0", "1", "-10", "-1 ", "yes"}) {
     SCOPED_TRACE(silence);
@@ -94,21 +94,21 @@ TEST_F(MoveAsideTest, TellsNobodyUnlessTheInstallationIsSilent) {
   }
 }
 
-TEST_F(MoveAsideTest, TellsNobodyWhereTheGateCannotBeRead) {
+TEST_F(MoveAsideTest, ShowsNothingIfTheGateCannotBeRead) {
   Disk().Folder("S:\\New");
   Installer().FailReading("PROP_SILENCE");
   EXPECT_EQ(Run(15), UINT{ERROR_INSTALL_FAILURE});
   EXPECT_EQ(TheRig().trace.Lines().back(), R"(MsiGetPropertyA(session, "PROP_SILENCE", *, *) = 1627)");
 }
 
-TEST_F(MoveAsideTest, TellsNobodyByABoxEither) {
+TEST_F(MoveAsideTest, ShowsNoBoxEither) {
   Disk().Folder("S:\\New");
   Installer().Set("PROP_SILENCE", "");
   Installer().refusesRecords = true;
   EXPECT_EQ(Run(15), UINT{ERROR_INSTALL_FAILURE});
 }
 
-TEST_F(MoveAsideTest, WithoutARecordABoxStandsIn) {
+TEST_F(MoveAsideTest, WithoutARecordABoxIsShown) {
   IsHeard();
   Disk().Folder("S:\\New");
   Installer().refusesRecords = true;
@@ -146,8 +146,8 @@ TEST_F(MoveAsideTest, TheBoxsTitleIsReadWithTheWholeBuffer) {
             (std::vector<rig::Desktop::Box>{{kAsideText, kFallbackTitle, MB_OK | MB_ICONERROR}}));
 }
 
-// Data that are no job: each ends the installation and moves nothing.
-TEST_F(MoveAsideTest, MalformedDataEndTheInstallation) {
+// Malformed data: each ends the installation and moves nothing.
+TEST_F(MoveAsideTest, MalformedDataEndsTheInstallation) {
   IsHeard();
   const char* const data[] = {
       "",
@@ -164,27 +164,27 @@ TEST_F(MoveAsideTest, MalformedDataEndTheInstallation) {
       "hx --",
       "hx -m",
       R"(-m "S:\Old")",
-      // What is taken for the element that is not used is a source that the author meant.
+      // The element that is ignored is a source that the author meant.
       R"("S:\Old" "S:\New")",
-      // The quote is not closed, so that both are one.
+      // The quote is not closed, so both are one element.
       R"(hx "S:\Old S:\New)",
-      // A folder that is not there.
+      // A folder that does not exist.
       R"(hx -m "S:\Gone" "S:\New")",
       R"(hx -r "S:\Gone" "S:\New")",
       R"(hx -m "E:\Old" "S:\New")",
       R"(hx -m "S:\Old" "S:\No such\New")",
       R"(hx -m "S:\Old" "")",
       R"(hx -m "" "S:\New")",
-      // A blank that belongs into quotes makes other sources and another target.
+      // A blank that should be in quotes makes other sources and another target.
       R"(hx -m S:\Gone folder S:\New)",
-      // A letter that does not exist leaves the copy without folders; capitals are such letters.
+      // A letter that does not exist leaves the copy without folders; capital letters do not exist.
       R"(hx -M "S:\Old" "S:\New")",
       R"(hx "S:\Old" "S:\New")",
       R"(hx - "S:\Old" "S:\New")",
       R"(hx -- "S:\Old" "S:\New")",
-      // Options hold for the sources behind them only.
+      // Options apply only to the sources after them.
       R"(hx "S:\Old" -m "S:\New")",
-      // Another dash than the one that begins options.
+      // Another dash than the one that starts options.
       "hx \xE2\x80\x93m S:\\Old S:\\New",
       R"(hx /m S:\Old S:\New)",
   };
@@ -199,13 +199,13 @@ TEST_F(MoveAsideTest, MalformedDataEndTheInstallation) {
   }
 }
 
-// Data without any source are a job that is done at once.
-TEST_F(MoveAsideTest, DataWithoutASourceSucceedAndMoveNothing) {
+// Data without any source is a job that is done at once.
+TEST_F(MoveAsideTest, DataWithoutASourceSucceedsAndMovesNothing) {
   const char* const data[] = {
       "hx -m -r",
       R"(hx -m "S:\New")",
       "hx - -",
-      // A backslash in front of a quote takes its meaning away: all this is one target.
+      // A backslash before a quote makes it an ordinary character: all this is one target.
       R"(hx -m "S:\Old\" "S:\New\")",
       R"(hx -m "S:\Old S:\New)",
       // Patterns that match nothing.
@@ -225,7 +225,7 @@ TEST_F(MoveAsideTest, UnderstandsEveryFormOfTheSameJob) {
       R"(hx -m S:\Old S:\New)",
       R"(hx   -m	S:\Old	 S:\New  )",
       R"("any program" -m "S:\Old" "S:\New")",
-      // A blank in front is an empty first element.
+      // A leading blank makes an empty first element.
       R"( -m S:\Old S:\New)",
       R"("" -m S:\Old S:\New)",
       R"(hx "-m" S:\Old S:\New)",
@@ -249,7 +249,7 @@ TEST_F(MoveAsideTest, UnderstandsEveryFormOfTheSameJob) {
   }
 }
 
-TEST_F(MoveAsideTest, MovesFoldersOfOtherLetters) {
+TEST_F(MoveAsideTest, MovesFoldersWithNonAsciiNames) {
   const std::string folder =
       "D:\\Donn\xC3\xA9"
       "es \xE4\xB8\xAD\xE6\x96\x87 \xF0\x9F\x98\x80";
@@ -282,7 +282,7 @@ TEST_F(MoveAsideTest, AnExistingTargetIsRenamedAsideUnderTheTime) {
                                       "New\\vt.exe = program"}));
 }
 
-// The folder is either moved and nothing is said, or it stays where it was and the installation ends.
+// Either the folder is moved and no notice appears, or it is unchanged and the installation ends.
 TEST_F(MoveAsideTest, SurvivesTheFailureOfEachCall) {
   IsHeard();
   FailEachCall(15, {}, {.results = {0, ERROR_INSTALL_FAILURE}, .check = [&](const rig::SweepRun& run) {

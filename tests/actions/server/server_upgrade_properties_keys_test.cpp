@@ -1,4 +1,4 @@
-// CustomAction13: the portable keys of the users.
+// CustomAction13: moves the portable keys of the users.
 
 #include <shlobj.h>
 
@@ -11,7 +11,7 @@ namespace server_upgrade_properties_keys_test {
 using server_test::Calls;
 using server_test::ServerTest;
 
-// Seconds from 1970 to 15 November 2026, 10:30:45, which is the world's clock.
+// 15 November 2026, 10:30:45, in seconds since 1970: the time of the world's clock.
 constexpr unsigned kNow = 1794738645;
 
 std::string KeyName(unsigned number) {
@@ -31,7 +31,7 @@ class PortableKeysTest : public ServerTest {
     return "S:\\Profiles of all\\" + user + "\\Local Settings\\Application Data\\portable.dir";
   }
   static constexpr char kTarget[] = "S:\\Profiles of all\\All Users\\Application Data\\Ostrel\\portable.dir";
-  // The calls up to the listing of the profiles.
+  // Returns the calls up to the listing of the profiles.
   Calls Asked() {
     Calls calls = Expected();
     calls.Add("SetErrorMode(0x8001) = 16384")
@@ -41,7 +41,7 @@ class PortableKeysTest : public ServerTest {
         .Add("SHGetFolderPathW(null, 28, null, 0, *) = 0");
     return calls.Add("SHGetFolderPathW(null, 35, null, 0, *) = 0");
   }
-  // The library keeps the module of the folder functions.
+  // The library never frees the module of the folder functions.
   void SetUp() override {
     ServerTest::SetUp();
     TheRig().ledger.Deliberate(rig::kModule, "SHFOLDER");
@@ -73,7 +73,7 @@ TEST_F(PortableKeysTest, LooksWhereAKeyMayBe) {
       .Add("SetErrorMode(0x8001) = 16384")
       .Search(R"(FindFirstFileW("S:\\Profiles of all\\*.*", *))")
       .Add("SetErrorMode(0x4000) = 32769")
-      // The folder itself, the one around it, and the first that counts.
+      // The folder itself, its parent, and the first entry that counts.
       .NextEntry(3)
       .NextEntry(3)
       .Join(UserFolder("All Users"))
@@ -91,14 +91,14 @@ TEST_F(PortableKeysTest, LooksWhereAKeyMayBe) {
   EXPECT_TRACE({calls.lines});
 }
 
-TEST_F(PortableKeysTest, DoesNothingWhereTheFoldersShareADriveOnly) {
+TEST_F(PortableKeysTest, DoesNothingIfTheFoldersShareOnlyADrive) {
   TheWorld().shell.Set(CSIDL_COMMON_APPDATA, L"S:\\ProgramData");
   Disk().File("S:\\ann\\Local Settings\\Application Data\\portable.dir\\portable.pky");
   EXPECT_EQ(Run(13), 0u);
   EXPECT_TRACE({Asked().lines});
 }
 
-TEST_F(PortableKeysTest, DoesNothingWhereTheFoldersShareNothing) {
+TEST_F(PortableKeysTest, DoesNothingIfTheFoldersShareNothing) {
   TheWorld().shell.Set(CSIDL_COMMON_APPDATA, L"D:\\Profiles of all\\All Users\\Application Data");
   EXPECT_EQ(Run(13), 0u);
   EXPECT_TRACE({Asked().lines});
@@ -114,7 +114,8 @@ TEST_F(PortableKeysTest, AFolderOfOneLetterBelowTheDriveIsEnough) {
             std::vector<std::string>{KeyName(kNow) + " = ann's"});
 }
 
-// The Windows folder then stands for both, and two paths of one text have the folder around it in common.
+// The Windows folder then replaces both, and the common ancestor of two paths with the same text is their
+// parent.
 TEST_F(PortableKeysTest, DoesNothingWithoutTheFolderFunction) {
   TheModules().Missing("SHFOLDER");
   TheRig().ledger.Forget();
@@ -139,7 +140,7 @@ TEST_F(PortableKeysTest, ReplacesAFileOfTheSameName) {
   EXPECT_EQ(Disk().List(kTarget), std::vector<std::string>{KeyName(kNow) + " = new"});
 }
 
-// The folder is not made, and the number goes on behind a file that cannot be moved.
+// The folder is not created, and the number is used up by a file that cannot be moved.
 TEST_F(PortableKeysTest, AFileThatCannotBeMovedStays) {
   Disk().File(UserFolder("ann") + "\\portable.pky", "ann's");
   Disk().File(UserFolder("bob") + "\\portable.pky", "bob's");
@@ -155,7 +156,7 @@ TEST_F(PortableKeysTest, AFileThatCannotBeMovedStays) {
             (std::vector<std::string>{KeyName(kNow) + "\", 0x1) = 0", KeyName(kNow + 1) + "\", 0x1) = 0"}));
 }
 
-TEST_F(PortableKeysTest, AFolderOfTheKeysNameIsNoKey) {
+TEST_F(PortableKeysTest, AFolderWithTheKeysNameIsNotAKey) {
   Disk().Folder(UserFolder("ann") + "\\portable.pky");
   Disk().Folder(kTarget);
   EXPECT_EQ(Run(13), 0u);
@@ -170,7 +171,7 @@ TEST_F(PortableKeysTest, LooksOneLevelDeepOnly) {
   EXPECT_TRUE(Disk().HasFile(UserFolder("group\\ann") + "\\portable.pky"));
 }
 
-// Here "Ostrel" is the short name of the folder "Application Data", so that a user's folder is the target.
+// Here "Ostrel" is the short name of the folder "Application Data", so a user's folder is the target.
 TEST_F(PortableKeysTest, AKeyInTheTargetStaysThere) {
   TheWorld().shell.Set(CSIDL_COMMON_APPDATA, L"S:\\Profiles of all\\ann\\Local Settings");
   TheWorld().shell.Set(CSIDL_LOCAL_APPDATA, L"S:\\Profiles of all\\bob\\Local Settings\\Application Data");
@@ -197,7 +198,7 @@ TEST_F(PortableKeysTest, SurvivesTheFailureOfEachCall) {
                  });
                },
                {.check = [&](const rig::SweepRun& run) {
-                 // Each key is whole, with its owner or in the target.
+                 // Each key is complete, either with its user or in the target.
                  std::vector<std::string> moved = Disk().List(kTarget);
                  for (const char* user : {"ann", "bob"}) {
                    size_t copies = Disk().HasFile(UserFolder(user) + "\\portable.pky");

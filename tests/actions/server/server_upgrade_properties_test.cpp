@@ -1,5 +1,4 @@
-// CustomAction12, CustomAction13 and CustomAction35: the folder of 64-bit programs, the portable keys, the
-// old administration folder.
+// CustomAction12 and CustomAction35: the folder of 64-bit programs, and the old administration folder.
 
 #include <shlobj.h>
 
@@ -18,7 +17,7 @@ class Programs64Test : public ServerTest {
     world.installer.Set("VersionNT64", "603");
     world.shell.Set(CSIDL_PROGRAM_FILES, L"S:\\Program Files (x86)");
   }
-  // The calls up to the folder's look-up.
+  // Returns the calls up to the look-up of the folder.
   Calls Asked(const std::string& read = "0") {
     return Expected()
         .Read("VersionNT64", read)
@@ -64,7 +63,7 @@ TEST_F(Programs64Test, ReadsTheVersionIntoABufferOf272Characters) {
   EXPECT_EQ(room, 272u);
 }
 
-// What Windows says, and what is looked for ("" where nothing is).
+// The folder that Windows returns, and the folder that is looked for ("" for none).
 TEST_F(Programs64Test, MakesTheNameOfTheOtherFolder) {
   struct Case {
     const wchar_t* programs;
@@ -83,9 +82,9 @@ TEST_F(Programs64Test, MakesTheNameOfTheOtherFolder) {
       {L"S:\\Program Files (X86)", "S:\\Program Files"},
       {L"S:\\Programme(x86)", "S:\\Program Files"},
       {L"S:\\Programme (x86) ", "S:\\Program Files"},
-      // One backslash only is dropped.
+      // Only one backslash is dropped.
       {L"S:\\Programme\\\\", "S:\\Programme\\Program Files"},
-      // The suffix alone is not cut off.
+      // The suffix is not stripped if it is the whole path.
       {L" (x86)", ""},
       {L"\\ (x86)", "\\"},
       {L"Programs", ""},
@@ -93,7 +92,7 @@ TEST_F(Programs64Test, MakesTheNameOfTheOtherFolder) {
       {L"S:\\", ""},
       {L"S:", ""},
       {L"\\", ""},
-      // The longest that Windows gives, from which the new name is made.
+      // The longest path that Windows returns, from which the new name is made.
       {deep.c_str(), "S:\\Program Files"},
   };
   for (const Case& c : cases) {
@@ -103,13 +102,13 @@ TEST_F(Programs64Test, MakesTheNameOfTheOtherFolder) {
     EXPECT_EQ(Run(12), 0u);
     Calls calls = Asked();
     if (!c.wanted.empty()) calls.LookUp(c.wanted);
-    // A folder of that name is there for none of them.
+    // None of these folders exists.
     EXPECT_TRACE({calls.lines});
   }
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(Programs64Test, AFileIsNoFolder) {
+TEST_F(Programs64Test, AFileIsNotAFolder) {
   Disk().File("S:\\Program Files");
   EXPECT_EQ(Run(12), 0u);
   EXPECT_TRACE({Asked().LookUp("S:\\Program Files").lines});
@@ -152,8 +151,8 @@ TEST_F(Programs64Test, StopsWithoutAnAnswer) {
   EXPECT_PUBLISHED({});
 }
 
-// The buffer still holds the version then, which is not the folder either.
-TEST_F(Programs64Test, AnAnswerThatWritesNothingIsNone) {
+// The buffer then still holds the version, which is not the folder.
+TEST_F(Programs64Test, AnAnswerThatWritesNothingIsIgnored) {
   Disk().Folder("S:\\Program Files");
   Installer().Set("VersionNT64", "S:\\Program Files (x86)");
   TheWorld().On<::SHGetFolderPathW>([](HWND, int, HANDLE, DWORD, wchar_t*) { return S_OK; });
@@ -162,7 +161,7 @@ TEST_F(Programs64Test, AnAnswerThatWritesNothingIsNone) {
 }
 
 // What a failed call leaves in the buffer is not the folder.
-TEST_F(Programs64Test, AFailedAnswerIsNotLookedAt) {
+TEST_F(Programs64Test, AFailedAnswerIsIgnored) {
   Disk().Folder("S:\\Program Files");
   TheWorld().On<::SHGetFolderPathW>([](HWND, int, HANDLE, DWORD, wchar_t* path) {
     lstrcpyW(path, L"S:\\Program Files (x86)");
@@ -183,8 +182,8 @@ TEST_F(Programs64Test, SurvivesTheFailureOfEachCall) {
                  if (run.name == "MsiGetPropertyW") {
                    EXPECT_EQ(published.size(), 1u);
                  } else if (run.name == "CompareStringW") {
-                   // A suffix that cannot be compared is replaced with the rest of the name: the same folder
-                   // here.
+                   // A suffix that cannot be compared is replaced with the rest of the last name; the result
+                   // is the same folder here.
                    EXPECT_EQ(published.size(), 1u);
                  } else {
                    EXPECT_TRUE(published.empty()) << run.call;
@@ -235,13 +234,13 @@ TEST_F(AdminFolderTest, DoesNothingWithoutTheFile) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(AdminFolderTest, AFolderIsNoFile) {
+TEST_F(AdminFolderTest, AFolderIsNotAFile) {
   Disk().Folder("S:\\Halvorstead\\Admin Tools\\vtadmin.exe");
   EXPECT_EQ(Run(35), 0u);
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(AdminFolderTest, AFolderThatOpensLikeAFileIsNoFile) {
+TEST_F(AdminFolderTest, AFolderThatOpensLikeAFileIsNotAFile) {
   Disk().Folder("S:\\Halvorstead\\Admin Tools\\vtadmin.exe");
   TheWorld().UseReal("CloseHandle");
   TheWorld().On<::CreateFileW>([](const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
@@ -262,8 +261,8 @@ TEST_F(AdminFolderTest, DoesNothingWithoutTheProperty) {
   EXPECT_PUBLISHED({});
 }
 
-// As the other actions set it: the name of a file that the current folder does not hold.
-TEST_F(AdminFolderTest, ADecisionIsNoPath) {
+// As the other actions set it: a value that is not the name of a file in the current folder.
+TEST_F(AdminFolderTest, ADecisionIsNotAPath) {
   Installer().Set("PROP_UPGRADE", "1");
   EXPECT_EQ(Run(35), 0u);
   EXPECT_TRACE({Expected()
@@ -275,29 +274,29 @@ TEST_F(AdminFolderTest, ADecisionIsNoPath) {
   EXPECT_PUBLISHED({});
 }
 
-TEST_F(AdminFolderTest, AFileDirectlyBelowADriveHasTheDriveForItsFolder) {
+TEST_F(AdminFolderTest, TheFolderOfAFileDirectlyBelowADriveIsTheDrive) {
   Installer().Set("PROP_UPGRADE", "D:\\vtadmin.exe");
   Disk().File("D:\\vtadmin.exe");
   EXPECT_EQ(Run(35), 0u);
   EXPECT_PUBLISHED({"DIR_EXADMIN = D:\\", "DIR_UPG = D:\\Old Server\\"});
 }
 
-TEST_F(AdminFolderTest, AFolderDirectlyBelowADriveHasItsNeighbourThere) {
+TEST_F(AdminFolderTest, AFolderDirectlyBelowADriveHasItsNeighbourOnTheDrive) {
   Installer().Set("PROP_UPGRADE", "D:\\Admin Tools\\vtadmin.exe");
   Disk().File("D:\\Admin Tools\\vtadmin.exe");
   EXPECT_EQ(Run(35), 0u);
   EXPECT_PUBLISHED({"DIR_EXADMIN = D:\\Admin Tools\\", "DIR_UPG = D:\\Old Server\\"});
 }
 
-// An empty name stands for the folder that it is joined to.
-TEST_F(AdminFolderTest, WithoutANameTheUpgradesFolderIsTheOneAround) {
+// An empty name means the folder that it is joined to.
+TEST_F(AdminFolderTest, WithoutANameTheUpgradesFolderIsTheParent) {
   Disk().File("S:\\Halvorstead\\Admin Tools\\vtadmin.exe");
   Installer().Set("DIR_UPG", "");
   EXPECT_EQ(Run(35), 0u);
   EXPECT_PUBLISHED({"DIR_EXADMIN = S:\\Halvorstead\\Admin Tools\\", "DIR_UPG = S:\\Halvorstead\\"});
 }
 
-TEST_F(AdminFolderTest, AShortNameIsSpelledAsItStandsOnTheDisk) {
+TEST_F(AdminFolderTest, AShortNameIsSpelledAsOnTheDisk) {
   Disk().File("S:\\Halvorstead\\Admin Tools\\vtadmin.exe");
   Disk().Folder("S:\\Halvorstead\\Old Server of years");
   Disk().Shorten("S:\\Halvorstead\\OLDSER~1", "Old Server of years");
@@ -321,7 +320,7 @@ TEST_F(AdminFolderTest, SurvivesTheFailureOfEachCall) {
                  Disk().File("S:\\Halvorstead\\Admin Tools\\vtadmin.exe");
                },
                {.check = [](const rig::SweepRun& run) {
-                 // A property that the installer does not read counts as not set: its name is then empty.
+                 // A property that the installer refuses to read counts as not set, so its name is empty.
                  const bool failsToRead = run.name == "MsiGetPropertyW";
                  for (const std::string& published : run.scene.world.installer.Published()) {
                    EXPECT_TRUE((failsToRead && published == "DIR_UPG = S:\\Halvorstead\\") ||
