@@ -8,7 +8,7 @@ namespace {
 
 constexpr wchar_t kAgentName[] = L"osua.exe";
 // On purpose: a fixed path. The installer keeps the files that it runs from a package there. If Windows is
-// installed elsewhere, only agents of the client folder are restarted.
+// installed elsewhere, only agents of the client folder are stopped.
 constexpr wchar_t kInstallerCache[] = L"C:\\Windows\\Installer\\";
 constexpr int kInstallerCacheLength = sizeof kInstallerCache / sizeof *kInstallerCache - 1;
 // The size of the buffer for an image path, in characters with the terminator.

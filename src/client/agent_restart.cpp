@@ -44,8 +44,8 @@ void StopAgents(MSIHANDLE session, const TerminalServices& services, const wchar
   LogSetupMessage(session, "agent restart:  %ld agent(s) stopped", stopped);
 }
 
-// Starts the agent in the session if a user other than SYSTEM is logged on to it. If the session fails, tries
-// the user's account.
+// Starts the agent in the session if a user other than SYSTEM is logged on to it. If its task cannot be run
+// in the session, runs it for the user's account instead.
 void StartAgent(MSIHANDLE session, const TerminalServices& services, const WTS_SESSION_INFOW& entry) {
   if (entry.State != WTSActive && entry.State != WTSDisconnected) return;
   SessionMemory<wchar_t> user;

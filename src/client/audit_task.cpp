@@ -1,6 +1,6 @@
 // The nightly audit, a work item of Task Scheduler 1.0.
 //
-// CustomAction6  creates the work item, which runs ostrel32.exe of the client folder every night. Reads
+// CustomAction6  creates the work item, which runs ostrel32.exe from the client folder every night. Reads
 //                PROP_TASKUSER and PROP_TASKPASS (both needed), PROP_TASKHOUR, PROP_TASKTIME, PROP_TASKPARAM
 //                and DIR_CLIENT. An existing work item is left unchanged.
 // CustomAction7  deletes the work item.

@@ -61,8 +61,8 @@ void ReadRegistrySetting(const SettingsKey& settings, const char* group, const c
   ReadRegistryText(key.get(), name, buffer, kSettingSize);
 }
 
-// Reads a setting into `buffer` (kSettingSize bytes); leaves it empty if there is none. Reads where the
-// settings are again for each setting.
+// Reads a setting into `buffer` (kSettingSize bytes); leaves it empty if there is none. Looks up
+// where the settings are kept again for each one.
 void ReadClientSetting(const char* group, const char* name, char* buffer) {
   FillBytes(buffer, 0, kSettingSize);
   switch (GetPrivateProfileIntA("options", "registry", kStoreFile, kSettingsFile)) {

@@ -3,7 +3,7 @@
 // CustomAction1   closes the product's desktop tools and stops the client service. Reads REBOOT, and
 //                 PROP_SILENCE and ProductName for notice 25003. Returns 0, or 1603 if a tool or the service
 //                 is still running afterwards.
-// CustomAction29  sends the control 200, which only this service defines, to the client service if it is
+// CustomAction29  sends the control 200, which the service itself defines, to the client service if it is
 //                 running. Always returns 0.
 //
 // Neither writes to the log.

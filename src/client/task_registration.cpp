@@ -11,8 +11,7 @@ constexpr IID kDailyTriggerId = {
     0x126C5CD8, 0xB288, 0x41D5, {0x8D, 0xBF, 0xE4, 0x91, 0x44, 0x6A, 0xDC, 0x5C}};
 constexpr IID kExecActionId = {0x4C3D624D, 0xFD6B, 0x49A3, {0xB9, 0xB7, 0x09, 0xCB, 0x3C, 0xD3, 0xF0, 0x47}};
 
-// On purpose: not the path that opens the root folder for registered tasks, which is empty. Both are the
-// root.
+// On purpose: not the empty path that opens the root folder for registered tasks. Both mean the root.
 constexpr wchar_t kRoot[] = L"\\";
 constexpr wchar_t kSystemAccount[] = L"SYSTEM";
 

@@ -20,7 +20,7 @@ extern "C" {
 
 /// Generates a password of five groups of four characters; the first two characters of each group are random.
 /// Repeats until the password has at least one capital letter, one small letter, one digit and one other
-/// character. Returns S_OK, or the HRESULT of CoCreateGuid if that fails; `password` must not be used then.
+/// character. Returns the result of CoCreateGuid; if it is a failure, `password` must not be used.
 HRESULT GenerateAccountPassword(AccountPassword* password);
 
 }  // extern "C"

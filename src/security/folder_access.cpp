@@ -6,8 +6,8 @@
 //                 CustomActionData: SERVICE "*" LETTERS "*" PATH; the letters are "r" (read), "w" (write) and
 //                 "x" (execute).
 //
-// Sub-folders and files inherit the entry. Both do nothing in a rollback. Both log the outcome and always
-// return 0.
+// Sub-folders and files inherit the entry. Both do nothing in a rollback. Both log the outcome, but not data
+// that cannot be read; CustomAction33 also ignores incomplete data silently. Both always return 0.
 
 #include "base/heap.h"
 #include "base/text.h"

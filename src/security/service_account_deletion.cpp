@@ -1,8 +1,8 @@
 // CustomAction24: deletes the account that the server's service runs under, if the installer created it: if
-// its name is the value of PROP_ACCOUNTID. The account is taken from the service's configuration; if that
-// names none but LocalSystem, it is PROP_ACCOUNTNAME in PROP_ACCOUNTDOMAIN. The service principal names
-// (class PROP_SERVICENAME) of a domain account are removed first. Logs which account is deleted. Logs why
-// none is, unless no account is found. Always returns 0.
+// its name is the value of PROP_ACCOUNTID. The account is taken from the service's configuration. If
+// that is LocalSystem or cannot be read, the account is PROP_ACCOUNTNAME in PROP_ACCOUNTDOMAIN. The service
+// principal names (class PROP_SERVICENAME) of a domain account are removed first. Logs which account is
+// deleted. Logs why none is, unless no account is found. Always returns 0.
 
 #include "base/com_owners.h"
 #include "base/heap.h"

@@ -33,9 +33,9 @@ bool OpenServerSettings(RegistryKey* key);
 /// unknown whether there is a data folder.
 bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder);
 
-/// The size of the data folder's text if it is only checked, in bytes with the terminator.
+/// The size of the buffer for the data folder's text if the folder is only checked, in bytes.
 constexpr DWORD kLargestDataFolderText = 512;
-/// The size of the data folder's text if the folder is used, in bytes with the terminator.
+/// The size of the buffer for the data folder's text if the folder is used, in bytes.
 constexpr DWORD kDataFolderText = 256;
 
 }  // extern "C"

@@ -1,9 +1,9 @@
 // Moves an older server's folders into the new layout.
 //
 // CustomAction20  immediate: decides where everything goes. Reads PROP_PRE75SERVER or DIR_SERVER, the
-// server's
-//                 settings, and the last names of DIR_UPG, DIR_UPG_DATA, DIR_UPG_HELPERDATA, DIR_UPG_VRDF and
-//                 DIR_UPG_VRDF_PREFS. Sets these five, DIR_EXSERVER and DIR_EXDATA. Always returns 0.
+//                 settings of the server, and the last names of DIR_UPG, DIR_UPG_DATA, DIR_UPG_HELPERDATA,
+//                 DIR_UPG_VRDF and DIR_UPG_VRDF_PREFS. Sets these five, DIR_EXSERVER and DIR_EXDATA. Always
+//                 returns 0.
 // CustomAction15  deferred: runs the copy/move engine with CustomActionData, to move the old server folder
 //                 aside. Returns 0; on failure shows notice 26000 and returns 1603.
 // CustomAction16  deferred: runs the engine with CustomActionData, to move files into the new server folder.

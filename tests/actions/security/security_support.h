@@ -66,8 +66,8 @@ Calls BeginFullControl(const std::string& account, const std::string& given,
                        const std::string& path = "S:\\Data");
 /// The same, for an account that is spelled as in the data.
 Calls BeginFullControl(const std::string& account);
-/// Returns the list of a path whose only entry gives `rights`, for example "0x10000000", to an account;
-/// inherited by default.
+/// Returns the list of a path whose only entry gives `rights`, for example "0x10000000", to an account.
+/// Sub-folders and files inherit the entry.
 std::string ListOf(const std::string& path, const std::string& rights, const std::string& account);
 
 }  // namespace security_test
