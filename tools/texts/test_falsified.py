@@ -52,9 +52,9 @@ FALSIFIED = {
     "time limits": [
         (CLIENT, "and waited for, for 10 seconds", "and waited for, for 99 seconds"),
         (CLIENT, "for five seconds, and", "for ten seconds, and"),
-        (CLIENTS, "waited for, for 10 seconds at most", "waited for, for 15 seconds at most"),
+        (CLIENTS, "waits up to 10 seconds for its end", "waits up to 15 seconds for its end"),
         (CLIENTS, "| 16 s | 16.5 s |", "| 15 s | 16.5 s |"),
-        (CLIENTS, "67.5 seconds at most", "60 seconds at most"),
+        (CLIENTS, "last at most 67.5 seconds", "last at most 60 seconds"),
         (TROUBLE, "was still there 10 seconds later", "was still there 5 seconds later"),
     ],
     "lines of the log": [
@@ -74,7 +74,7 @@ FALSIFIED = {
         (SERVER, "| Notice | 26001 when", "| Notice | 26000 when"),
         (CLIENT, "| Notice | 25003,", "| Notice | 25002,"),
         (CLIENTS, "### The notice 25003", "### The notice 25004"),
-        (ACCOUNT, "it was not made; notice 27000", "it was not made; notice 27001"),
+        (ACCOUNT, "it was not created; notice 27000", "it was not created; notice 27001"),
         (TROUBLE, "| 25001 | 5 |", "| 25001 | 19 |"),
     ],
     "letters of the engine's options": [
@@ -82,8 +82,8 @@ FALSIFIED = {
         (SERVER, "| `m` | move | `c`: copy", "| `m` | move | `k`: copy"),
         (SERVER, "| `r` | copy folders,", "| `r` | copy files only,"),
         (SERVER, "| `e`: stop at the first error", "| `e`: go on after the first error"),
-        (SERVERS, "| l | do not go through links", "| l | go through links"),
-        (SERVERS, "| n | make the target folder before each source;", "| n | make the source's folder before each source;"),
+        (SERVERS, "| l | do not follow links", "| l | follow links"),
+        (SERVERS, "| n | create the target folder before each source;", "| n | create the source's folder before each source;"),
         (SERVERS, "`hxsetup -mobl \"C:", "`hxsetup -mol \"C:"),
         ("docs/security.md", "have its letter `l`", "have its letter `g`"),
     ],
@@ -106,12 +106,12 @@ FALSIFIED = {
         (CLIENTS, "| 18 | 6620 |", "| 18 | 6630 |"),
         (SERVERS, "| 16 | 4110 |", "| 16 | 4125 |"),
         (SERVERS, "`InstallExecute` (2050)", "`InstallExecute` (2010)"),
-        (GUIDE, "has set at 610;", "has set at 611;"),
+        (GUIDE, "sets at 610 |", "sets at 611 |"),
     ],
     "conditions": [
         (CLIENT, '"1490">NOT ClientIsReplaced<', '"1490">ClientIsReplaced<'),
         (GUIDE, "| 4110 | `UpgradeData OR UpgradeInside` |", "| 4110 | `UpgradeData` |"),
-        (CLIENTS, "Ask for `ClientIsReplaced`", "Ask for `ClientWasReplaced`"),
+        (CLIENTS, "Test `ClientIsReplaced`", "Test `ClientWasReplaced`"),
     ],
     "phases": [
         (CLIENT, "| Phase | immediate, before `PROP_HOSTNAME`", "| Phase | deferred, before `PROP_HOSTNAME`"),
