@@ -81,7 +81,7 @@ void SubjectTrap() {
 
 int SubjectOverrunStack(size_t length) {
   char buffer[16] = {};
-  // The compiler must not see where the bytes go.
+  // Hides from the compiler where the bytes go.
   char* volatile target = buffer;
   for (size_t i = 0; i < length; ++i) target[i] = static_cast<char>(i + 1);
   return buffer[0];

@@ -12,7 +12,7 @@ Signature* Find(HMODULE module, const char* name) {
   return reinterpret_cast<Signature*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
-// The terminal services, found by name for as long as it lives.
+// The terminal services, found by name while this object lives.
 struct TerminalServices {
   HMODULE module = LoadLibraryA("WTSAPI32");
   decltype(&WTSFreeMemory) free = Find<decltype(WTSFreeMemory)>(module, "WTSFreeMemory");
@@ -38,7 +38,7 @@ SubjectEntry ToEntry(const WTS_SESSION_INFOW& session) {
   return entry;
 }
 
-// Gives memory of the terminal services back, in the way that the fault says.
+// Frees memory of the terminal services in the way that the fault asks for.
 void GiveBack(const TerminalServices& services, void* memory, SubjectListFault fault) {
   volatile auto* bytes = static_cast<unsigned char*>(memory);
   constexpr size_t kFarBehind = 2048;

@@ -19,7 +19,7 @@ constexpr IID kFileId = {0x0000010B, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x
 
 constexpr wchar_t kFolder[] = L"Subject";
 
-// A reference, released at the end unless it is dropped before.
+// A reference that the destructor releases unless it was dropped.
 template <typename Interface>
 struct Held {
   Interface* object = nullptr;
@@ -31,12 +31,12 @@ struct Held {
     if (object) object->Release();
   }
   Interface* operator->() const { return object; }
-  // Forgets what a call stored in `object` if its `result` is a failure. The result.
+  // Sets `object` to null if `result` is a failure. Returns `result`.
   HRESULT Keep(HRESULT result) {
     if (FAILED(result)) object = nullptr;
     return result;
   }
-  // The object, which is not released any more.
+  // Returns the object and stops owning it.
   Interface* Drop() {
     Interface* dropped = object;
     object = nullptr;
@@ -44,7 +44,7 @@ struct Held {
   }
 };
 
-// A system string for as long as it lives.
+// A system string that lives as long as this object.
 struct Text {
   BSTR string;
 
@@ -72,7 +72,7 @@ VARIANT AsVariant(BSTR text) {
   return value;
 }
 
-// The service and the folders; `folder` is left to the caller.
+// The Task Scheduler service and its folders. OpenRoot leaves `folder` to the caller.
 struct Place {
   ComStart com;
   Held<ITaskService> service;

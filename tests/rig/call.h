@@ -1,4 +1,4 @@
-// How one call that leaves the library passes through the rig. Used by function.h and com.h.
+// Takes one call that leaves the library through the rig. Used by function.h and com.h.
 #pragma once
 
 #include <windows.h>
@@ -15,7 +15,7 @@
 
 namespace rig {
 
-/// The size of what a pointer argument points to; 0 if unknown.
+/// Returns the size in bytes of what a pointer argument points to; 0 if unknown.
 template <class T>
 constexpr size_t PointeeSize() {
   using Pointee = std::remove_pointer_t<T>;
@@ -28,7 +28,7 @@ constexpr size_t PointeeSize() {
   }
 }
 
-/// The integer or pointer that these bits are.
+/// Converts the bits to an integer or a pointer.
 template <class T>
 T FromWord(uint64_t word) {
   if constexpr (std::is_pointer_v<T>) {
@@ -40,7 +40,7 @@ T FromWord(uint64_t word) {
   }
 }
 
-/// One argument, as the trace shows it.
+/// Returns one argument as the trace shows it.
 template <class T>
 std::string PrintArgument(const Declaration& declaration, const Rig& rig, size_t index, const T& value,
                           const uint64_t* words) {
@@ -65,7 +65,7 @@ std::string PrintArgument(const Declaration& declaration, const Rig& rig, size_t
   return Print<std::remove_cv_t<T>>(rig.ledger, value, declaration.IsHex(index));
 }
 
-/// A call without its result, as the trace shows it.
+/// Returns a call without its result, as the trace shows it.
 template <class... Arguments>
 std::string PrintCall(const Declaration& declaration, const Rig& rig, const uint64_t* words,
                       const Arguments&... arguments) {
@@ -76,7 +76,7 @@ std::string PrintCall(const Declaration& declaration, const Rig& rig, const uint
   return text + ")";
 }
 
-/// The name of the resource that a call returned, or the plain result.
+/// Returns the name of the resource that a call returned, or the plain result as text.
 template <class Result>
 std::string PrintResult(const Declaration& declaration, const Rig& rig, const Result& result) {
   for (const Declaration::Resource& acquired : declaration.Acquired()) {
@@ -90,8 +90,8 @@ std::string PrintResult(const Declaration& declaration, const Rig& rig, const Re
   return Print(rig.ledger, result, false);
 }
 
-/// Takes one call through the rig: trace, sweep, answer, ledger. `answer(arguments...)` runs unless the sweep
-/// makes the call fail. Keeps the last error as the answer left it.
+/// Takes one call through the rig: trace, sweep, answer, ledger. `answer(arguments...)` runs unless the
+/// sweep makes the call fail. The last error stays as the answer left it.
 template <class Result, class Answer, class... Arguments>
 Result PassCall(const Declaration& declaration, const void* caller, const Answer& answer,
                 Arguments... arguments) {

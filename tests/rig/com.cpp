@@ -10,7 +10,7 @@
 namespace rig {
 namespace {
 
-// In front of a system string's text lies its length in bytes, here with what keeps the block aligned.
+// A system string's length in bytes lies right before its text. This header also keeps the block aligned.
 constexpr size_t kStringHeader = 8;
 
 BSTR MakeString(std::wstring_view text) {
@@ -72,7 +72,7 @@ FakeBase::Method& FakeBase::Enter(size_t slot) {
 }
 
 void FakeBase::ImplementUnknown() {
-  // Named by its type, because the headers overload it with a template.
+  // The cast names the method by its type, because the headers overload it with a template.
   constexpr auto kQuery = static_cast<HRESULT (IUnknown::*)(REFIID, void**)>(&IUnknown::QueryInterface);
   using QueryThunk = MethodThunk<kQuery>;
   using RetainThunk = MethodThunk<&IUnknown::AddRef>;
@@ -138,7 +138,7 @@ HRESULT Com::Create(const CLSID& clsid, IUnknown* outer, const IID& iid, void** 
     Fail("CoCreateInstance is called while COM is not started");
     return CO_E_NOTINITIALIZED;
   }
-  // The last word on a class counts, so that a test can replace an object of the world.
+  // The last entry of a class wins, so that a test can replace an object of the world.
   for (auto one = classes_.rbegin(); one != classes_.rend(); ++one) {
     if (IsEqualGUID(one->clsid, clsid)) {
       return one->fake == nullptr ? one->error : one->fake->Query(iid, out);

@@ -1,4 +1,4 @@
-// Stand-ins for COM objects. Used by tests of whatever talks to a COM interface.
+// Fakes of COM objects. Used by tests of code that calls a COM interface.
 //
 //   auto& stream = TheWorld().com.Make<IStream>("stream");
 //   stream.On<&IStream::Write>([](const void*, ULONG, ULONG*) { return S_OK; });
@@ -23,36 +23,36 @@
 
 namespace rig {
 
-/// What fakes of every interface share: the table of methods, the references that the library holds (as
-/// `kInterface` in the ledger), and the way from an interface pointer back to its fake.
+/// The part that fakes of every interface share. It has the table of methods, counts the references that the
+/// library holds (as `kInterface` in the ledger), and finds the fake of an interface pointer.
 class FakeBase {
  public:
-  /// The trace shows `name`; `iid` is the interface that the object answers for.
+  /// `name` is the name in the trace; `iid` is the interface that QueryInterface answers for.
   FakeBase(Rig& rig, std::string name, const GUID& iid);
   virtual ~FakeBase() = default;
   FakeBase(const FakeBase&) = delete;
   FakeBase& operator=(const FakeBase&) = delete;
 
-  /// Gives the library a reference: stores the pointer and books it.
+  /// Gives the library a reference: stores the pointer in `out` and records the reference in the ledger.
   void Give(void* out);
-  /// Asking for the interface `iid` gives this object itself: for the bases of its interface.
+  /// Makes QueryInterface for `iid` return this object. Meant for base interfaces.
   void Also(const GUID& iid) { answers_.emplace_back(iid, this); }
-  /// Asking for `iid` gives another fake: for a second interface of the same object.
+  /// Makes QueryInterface for `iid` return another fake. Meant for a second interface of the same object.
   void Also(const GUID& iid, FakeBase& other) { answers_.emplace_back(iid, &other); }
-  /// What QueryInterface does.
+  /// Answers QueryInterface.
   HRESULT Query(const GUID& iid, void** out);
-  /// Writes each Release to the trace too.
+  /// Shows each Release in the trace too.
   void ShowReleases();
-  /// The name that the trace shows.
+  /// Returns the name in the trace.
   const std::string& Name() const { return name_; }
-  /// The object as the library sees it.
+  /// Returns the interface pointer that the library gets.
   void* Pointer() { return &layout_; }
 
-  /// The fake of an interface pointer.
+  /// Returns the fake of an interface pointer.
   static FakeBase& Of(void* pointer) { return *static_cast<Layout*>(pointer)->fake; }
 
  protected:
-  /// Places in a method table; no interface of the system has more.
+  /// The number of slots in a method table; no interface of the system has more.
   static constexpr size_t kSlots = 128;
 
   /// One implemented method.
@@ -61,10 +61,10 @@ class FakeBase {
     std::shared_ptr<void> answer;              ///< A std::function with the method's signature.
   };
 
-  /// Fills a slot of the method table.
+  /// Puts a method into a slot of the table.
   Declaration& Implement(size_t slot, const char* name, const void* thunk, std::shared_ptr<void> answer,
                          const Failing& failing);
-  /// The method in a slot; fails the test when the library holds no reference to the object.
+  /// Returns the method in a slot; fails the test if the library holds no reference to the object.
   Method& Enter(size_t slot);
 
   /// The rig of the run.
@@ -74,7 +74,7 @@ class FakeBase {
   friend class MethodThunk;
 
  private:
-  /// What an interface pointer points at: the method table, as every COM object has it, and the fake.
+  /// What an interface pointer points to: the method table, as in every COM object, and the fake.
   struct Layout {
     const void* const* methods;
     FakeBase* fake;
@@ -82,10 +82,10 @@ class FakeBase {
   /// Puts a trap into every slot.
   template <size_t... Slots>
   void FillWithTraps(std::index_sequence<Slots...>);
-  /// The slot of a method that the test did not implement.
+  /// Fills the slot of a method that the test did not implement.
   template <size_t Slot>
   static HRESULT Trap(void* self);
-  /// Fails the test.
+  /// Fails the test and returns E_NOTIMPL.
   HRESULT Trapped(size_t slot);
   /// Implements QueryInterface, AddRef and Release.
   void ImplementUnknown();
@@ -107,16 +107,16 @@ class MethodThunk<Member, Result (Interface::*)(Arguments...)> {
   /// A test's implementation of the method.
   using Answer = std::function<Result(Arguments...)>;
 
-  /// What the library calls.
+  /// The function that the library calls.
   static Result Call(void* self, Arguments... arguments) {
     FakeBase::Method& method = FakeBase::Of(self).Enter(Slot());
     auto& answer = *static_cast<Answer*>(method.answer.get());
     return PassCall<Result>(*method.declaration, __builtin_return_address(0), answer, arguments...);
   }
 
-  /// Its place in the method table, from the representation that the C++ ABI gives pointers to virtual
-  /// methods: the offset in the table, marked by the lowest bit of the first word (x64) or of the second
-  /// (ARM64).
+  /// Returns the method's index in the table. It comes from the C++ ABI's representation of a pointer to a
+  /// virtual method, which holds the offset in the table. The lowest bit of the first word (x64) or of the
+  /// second (ARM64) is set as a mark.
   static size_t Slot() {
     auto member = Member;
     uintptr_t words[2] = {};
@@ -125,7 +125,7 @@ class MethodThunk<Member, Result (Interface::*)(Arguments...)> {
     return (words[0] & ~uintptr_t{1}) / sizeof(void*);
   }
 
-  /// "Write", out of the compiler's own name of this function.
+  /// Returns the method's name ("Write"), taken from the compiler's name of this function.
   static const char* Name() {
     static const std::string name = [] {
       std::string text = __PRETTY_FUNCTION__;
@@ -138,46 +138,47 @@ class MethodThunk<Member, Result (Interface::*)(Arguments...)> {
   }
 };
 
-/// A stand-in for an object with this interface. It counts references, answers QueryInterface for its own
-/// interface, and has the methods that a test gives it; any other one fails the test when called. Every
-/// method's call is in the trace ("name.Method(arguments) = result") and takes part in the sweep.
+/// A fake of an object with this interface. It counts references, answers QueryInterface for its own
+/// interface, and has the methods that a test gives it. Any other method fails the test when called. Every
+/// method call is in the trace ("name.Method(arguments) = result") and takes part in the sweep.
 template <class Interface>
 class FakeObject : public FakeBase {
  public:
-  /// The trace shows `name`.
+  /// `name` is the name in the trace.
   FakeObject(Rig& rig, std::string name) : FakeBase(rig, std::move(name), __uuidof(Interface)) {
     if constexpr (std::is_base_of_v<IDispatch, Interface>) {
       Also(__uuidof(IDispatch));
     }
   }
 
-  /// Implements a method; `failing` is what it returns when the sweep makes it fail. The declaration that
-  /// comes back takes the same setters as those of functions (arguments count from 0, without the object).
+  /// Implements a method; `failing` is what it returns when the sweep makes it fail. Returns the
+  /// declaration, which takes the same setters as the declaration of a function. Arguments count from 0,
+  /// without the object.
   template <auto Member, class Answer>
   Declaration& On(Answer answer, const Failing& failing = FailsAs(E_FAIL)) {
     using Thunk = MethodThunk<Member>;
     return Implement(Thunk::Slot(), Thunk::Name(), reinterpret_cast<const void*>(&Thunk::Call),
                      std::make_shared<typename Thunk::Answer>(std::move(answer)), failing);
   }
-  /// The object answers for this base of its interface too.
+  /// Makes QueryInterface for this base interface return the object too.
   template <class Base>
   void AlsoIs() {
     static_assert(std::is_base_of_v<Base, Interface>);
     Also(__uuidof(Base));
   }
-  /// The object as an argument of its own type.
+  /// Returns the object as an interface pointer of its own type.
   Interface* Get() { return static_cast<Interface*>(Pointer()); }
 };
 
-/// COM as the library meets it. Part of a world.
+/// The COM functions and objects that the library meets. Part of the world.
 class Com {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Com(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// Makes a fake that lives as long as the world.
+  /// Creates a fake that lives as long as the world.
   template <class Interface>
   FakeObject<Interface>& Make(const std::string& name) {
     auto fake = std::make_unique<FakeObject<Interface>>(rig_, name);
@@ -185,23 +186,23 @@ class Com {
     fakes_.push_back(std::move(fake));
     return result;
   }
-  /// Makes CoCreateInstance of the class give this object. The last call of Register or Missing for a class
-  /// counts; a class without any fails the test.
+  /// Makes CoCreateInstance of the class return this object. The last call of Register or Missing for a
+  /// class wins; a class with neither fails the test.
   void Register(const CLSID& clsid, FakeBase& fake) { classes_.push_back({clsid, &fake, S_OK}); }
   /// Makes CoCreateInstance of the class return `error`.
   void Missing(const CLSID& clsid, HRESULT error = REGDB_E_CLASSNOTREG) {
     classes_.push_back({clsid, nullptr, error});
   }
-  /// Writes each Release of the fakes that were made so far to the trace too.
+  /// Shows each Release in the trace too, for the fakes made so far.
   void ShowReleases();
-  /// Makes a system string that the library must free.
+  /// Allocates a system string that the library must free.
   BSTR GiveString(std::wstring_view text);
 
-  /// What CoInitializeEx returns. After a success CoUninitialize must follow, after a failure it must not.
+  /// The result of CoInitializeEx. After a success CoUninitialize must follow, after a failure it must not.
   HRESULT start = S_OK;
 
  private:
-  /// What CoCreateInstance gives for one class.
+  /// The result of CoCreateInstance for one class.
   struct Class {
     CLSID clsid;
     FakeBase* fake;

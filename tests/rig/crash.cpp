@@ -7,7 +7,7 @@
 namespace rig {
 namespace {
 
-/// One call that is being watched. The handler finds the innermost one and goes back to its start.
+/// One watched call. The handler finds the innermost one and resumes at its start.
 struct Watch {
   CONTEXT start;
   volatile bool crashed = false;
@@ -18,7 +18,7 @@ struct Watch {
 
 Watch* volatile innermostWatch = nullptr;
 
-/// Makes a watch the innermost one for as long as it lives, also when the body throws.
+/// Makes a watch the innermost one while this object lives, even if the body throws.
 class Watching {
  public:
   explicit Watching(Watch& watch) {
@@ -81,7 +81,7 @@ std::string Where(const void* code) {
 
 std::string Access(ULONG_PTR kind) {
 #ifdef __aarch64__
-  // Emulated processors do not tell one from the other.
+  // Emulated processors do not distinguish the two.
   (void)kind;
   return "reading or writing ";
 #else
@@ -104,8 +104,8 @@ std::string Describe(const EXCEPTION_RECORD& record) {
 
 }  // namespace
 
-// RtlCaptureContext returns a second time after a crash, with the registers of the first time; what changed
-// in between is therefore read from memory only (volatile), and nothing else may live across it.
+// After a crash RtlCaptureContext returns a second time, with the registers of the first time. What changed
+// in between must therefore be read from memory (volatile), and nothing else may live across the call.
 __attribute__((noinline)) bool RunCatching(void (*body)(void*), void* argument, std::string& text) {
   static PVOID handler = AddVectoredExceptionHandler(1, OnException);
   (void)handler;

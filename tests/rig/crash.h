@@ -10,22 +10,22 @@
 
 namespace rig {
 
-/// Thrown in the test after the library's frames are gone, if a call into the library crashed; ends the test.
+/// Thrown in the test if a call into the library crashed, after the library's frames are gone. Ends the
+/// test.
 class LibraryCrash : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Runs `body(argument)`. True when it came to its end; false when it crashed (access violation, illegal
-/// instruction, breakpoint, division), with the crash described in `text`. Nothing is unwound: what the
-/// interrupted frames owned is lost.
+/// Runs `body(argument)`. Returns true if it finished. Returns false if it crashed (access violation,
+/// illegal instruction, breakpoint, division) and describes the crash in `text`. Nothing is unwound: what
+/// the interrupted frames owned is lost.
 bool RunCatching(void (*body)(void*), void* argument, std::string& text);
 
 /// Fails the test with `text` and throws LibraryCrash.
 [[noreturn]] void ReportCrash(const std::string& text);
 
-/// Calls `call()` and returns its result. A crash fails the test with its description and throws
-/// LibraryCrash.
+/// Calls `call()` and returns its result. A crash fails the test with a description and throws LibraryCrash.
 template <class Call>
 auto CallGuarded(Call&& call) {
   using Result = std::invoke_result_t<Call>;

@@ -1,5 +1,5 @@
-// Declares one function to the rig: how it fails, what it acquires and releases, how its call reads in the
-// trace. Used by tables/ (one line per function) and by the fakes of COM objects.
+// Declares one function to the rig: how it fails, what it acquires and releases, how the trace shows its
+// calls. Used by tables/ (one line per function) and by the fakes of COM objects.
 #pragma once
 
 #include <windows.h>
@@ -12,56 +12,56 @@
 
 namespace rig {
 
-/// A kind of resource, identified by its address. Its name is in the trace ("key#1") and in the ledger's
-/// complaints.
+/// A kind of resource, identified by this object's address. The trace and the failures of the ledger show
+/// its name ("key#1").
 struct Kind {
   const char* name;  ///< Its name in the trace.
 };
 
 /// A block of the process heap.
 inline constexpr Kind kBlock{"block"};
-/// What LocalFree frees.
+/// Memory that LocalFree frees.
 inline constexpr Kind kLocalMemory{"local-memory"};
-/// What CoTaskMemFree frees.
+/// Memory that CoTaskMemFree frees.
 inline constexpr Kind kTaskMemory{"task-memory"};
-/// What NetApiBufferFree frees.
+/// Memory that NetApiBufferFree frees.
 inline constexpr Kind kNetBuffer{"net-buffer"};
-/// What LsaClose closes.
+/// A handle that LsaClose closes.
 inline constexpr Kind kPolicy{"policy"};
-/// What DsUnBindW unbinds.
+/// A handle that DsUnBindW unbinds.
 inline constexpr Kind kDirectory{"directory"};
-/// What DsFreeSpnArrayW frees.
+/// An array that DsFreeSpnArrayW frees.
 inline constexpr Kind kPrincipalNames{"principal-names"};
-/// What WTSFreeMemory frees.
+/// Memory that WTSFreeMemory frees.
 inline constexpr Kind kSessionMemory{"session-memory"};
-/// What SysFreeString frees.
+/// A string that SysFreeString frees.
 inline constexpr Kind kSystemString{"string"};
-/// What FreeLibrary frees.
+/// A module that FreeLibrary frees.
 inline constexpr Kind kModule{"module"};
-/// What MsiCloseHandle closes.
+/// A handle that MsiCloseHandle closes.
 inline constexpr Kind kRecord{"record"};
-/// What RegCloseKey closes.
+/// A key that RegCloseKey closes.
 inline constexpr Kind kKey{"key"};
-/// What CloseHandle closes.
+/// A handle that CloseHandle closes.
 inline constexpr Kind kHandle{"handle"};
-/// What FindClose closes.
+/// A search handle that FindClose closes.
 inline constexpr Kind kSearch{"search"};
-/// What CloseServiceHandle closes.
+/// A handle that CloseServiceHandle closes.
 inline constexpr Kind kService{"service"};
 /// A reference to a COM object.
 inline constexpr Kind kInterface{"interface"};
-/// A start of COM, which CoUninitialize ends.
+/// An initialisation of COM, which CoUninitialize ends.
 inline constexpr Kind kComStart{"com-start"};
 
-/// The place of a function's resource in a call.
+/// The place of a resource in a call.
 struct Place {
-  /// What the index counts.
+  /// What `index` refers to.
   enum class Where : uint8_t {
-    kArgument,  ///< The argument's own value.
-    kPointee,   ///< What the argument points to.
+    kArgument,  ///< The value of the argument.
+    kPointee,   ///< The value that the argument points to.
     kResult,    ///< The result.
   };
-  Where where;  ///< What the index counts.
+  Where where;  ///< What `index` refers to.
   int index;    ///< The argument's number; -1 for the result.
 };
 
@@ -74,22 +74,22 @@ inline constexpr Place Out{Place::Where::kPointee, N};
 /// The function's result.
 inline constexpr Place kResult{Place::Where::kResult, -1};
 
-/// How a function fails when the sweep makes it fail, which also says which results mean success.
+/// How a function fails when the sweep makes it fail. It also says which results mean success.
 struct Failing {
   /// Which results mean success.
   enum class Success : uint8_t {
-    kOtherThanFailing,  ///< Every result but the failing one.
+    kOtherThanFailing,  ///< Every result except the failing one.
     kZero,              ///< Result 0 (functions that return their error code).
-    kNotNegative,       ///< Results from 0 up (HRESULT, NTSTATUS).
+    kNotNegative,       ///< Results from 0 upwards (HRESULT, NTSTATUS).
     kAlways,            ///< The function cannot fail.
   };
   Success success = Success::kAlways;  ///< Which results mean success.
-  uint64_t result = 0;                 ///< The failing result's bits.
-  bool setsLastError = false;          ///< Failing sets the last error.
+  uint64_t result = 0;                 ///< The bits of the failing result.
+  bool setsLastError = false;          ///< A failure sets the last error.
   DWORD lastError = 0;                 ///< The last error that it sets.
 };
 
-/// The failing result as the bits of any integer or pointer.
+/// Returns the failing result, an integer or a pointer, as bits.
 template <class T>
 constexpr uint64_t ResultBits(T value) {
   if constexpr (std::is_null_pointer_v<T>) {
@@ -101,7 +101,7 @@ constexpr uint64_t ResultBits(T value) {
   }
 }
 
-/// Fails by returning `result`, leaving the last error as it was.
+/// Fails by returning `result`; the last error stays unchanged.
 template <class T>
 Failing Returns(T result) {
   return {Failing::Success::kOtherThanFailing, ResultBits(result), false, 0};
@@ -117,11 +117,11 @@ Failing FailsAs(T code) {
   bool negative = static_cast<int32_t>(code) < 0;
   return {negative ? Failing::Success::kNotNegative : Failing::Success::kZero, ResultBits(code), false, 0};
 }
-/// Cannot fail in any way that its caller could see; the sweep passes over it.
+/// Cannot fail in a way that its caller could see; the sweep skips it.
 inline constexpr Failing kCannotFail{};
 
-/// A function's declaration. The setters return the declaration, so that they can follow HX_FUNCTION in one
-/// line; places count the arguments from 0.
+/// The declaration of a function. The setters return the declaration, so that they can follow HX_FUNCTION in
+/// one line. Places count the arguments from 0.
 class Declaration {
  public:
   /// A resource that the function acquires, uses or releases.
@@ -129,53 +129,55 @@ class Declaration {
     const Kind* kind;  ///< What it is.
     Place place;       ///< Its place in the call.
   };
-  /// An argument whose length another argument gives.
+  /// An argument whose length is in another argument.
   struct Counted {
     int data;   ///< The argument's number.
-    int count;  ///< The number of the one that counts.
-    bool text;  ///< It is text, not bytes.
+    int count;  ///< The number of the argument with the length.
+    bool text;  ///< True for text, false for bytes.
   };
 
-  /// A function `name` of `module` that the library reaches through `thunk`.
+  /// Declares the function `name` of `module`; the library reaches it through `thunk`.
   Declaration(std::string module, std::string name, Failing failing, const void* thunk);
 
-  /// Its number in the module's export table, for modules imported by ordinal.
+  /// Sets the function's number in the module's export table, for modules imported by ordinal.
   Declaration& Ordinal(WORD ordinal);
-  /// Kept out of the trace unless a test asks for it.
+  /// Keeps the calls out of the trace unless a test asks for them.
   Declaration& Quiet();
-  /// The real function is called if nobody answers.
+  /// Calls the real function if nobody answers.
   Declaration& RealByDefault();
-  /// A function of its arguments and of the machine's locale only: quiet and real.
+  /// Declares that the function depends only on its arguments and on the machine's locale: quiet and real.
   Declaration& Pure() { return Quiet().RealByDefault(); }
-  /// The import slot keeps the real function; the rig does not see the calls.
+  /// Leaves the real function in the import slot; the rig does not see the calls.
   Declaration& Untouched();
-  /// Not exported by today's systems: GetProcAddress does not find it unless a test provides it.
+  /// Declares that today's systems do not export the function. GetProcAddress does not find it unless a test
+  /// provides it.
   Declaration& AbsentByDefault();
-  /// On success the caller owns a new resource.
+  /// Declares that the caller owns a new resource on success.
   Declaration& Acquires(const Kind& kind, Place place);
-  /// On success the function frees a resource.
+  /// Declares that the function frees a resource on success.
   Declaration& Releases(const Kind& kind, Place place);
-  /// The argument must be a live resource of this kind.
+  /// Requires the argument to be a live resource of this kind.
   Declaration& Uses(const Kind& kind, Place place);
-  /// Argument 0 must be the installer session.
+  /// Requires argument 0 to be the installer session.
   Declaration& Session();
-  /// The argument is printed in hexadecimal.
+  /// Prints the argument in hexadecimal.
   Declaration& Hex(Place place);
-  /// Argument `data` is text of as many units as argument `count` says (-1: up to its terminator).
+  /// Prints argument `data` as text of as many units as argument `count` says (-1: up to the terminator).
   Declaration& CountedText(Place data, Place count);
-  /// Argument `data` is printed as the bytes that it points to, as many as argument `count` says.
+  /// Prints the bytes that argument `data` points to, as many as argument `count` says.
   Declaration& CountedBytes(Place data, Place count);
-  /// Non-const wide pointers are texts that come in (system strings), not buffers.
+  /// Treats non-const wide pointers as input texts (system strings), not as buffers.
   Declaration& TextArguments();
-  /// The function stores a resource through this argument, like Acquires(kind, Out<N>), but books it itself.
-  /// If the function fails, rubbish is stored through the arguments of both.
+  /// Declares that the function stores a resource through this argument, like Acquires(kind, Out<N>), but
+  /// records it in the ledger itself. If the function fails, rubbish is stored through the arguments of
+  /// both.
   Declaration& HandsOut(Place place);
 
-  /// The module in capitals, without ".DLL".
+  /// The module's name in capitals, without ".DLL".
   const std::string& Module() const { return module_; }
   /// The exported name.
   const std::string& Name() const { return name_; }
-  /// The export number; 0 for a function imported by name.
+  /// The ordinal; 0 for a function imported by name.
   WORD GetOrdinal() const { return ordinal_; }
   /// How the function fails.
   const Failing& HowItFails() const { return failing_; }
@@ -195,34 +197,34 @@ class Declaration {
   bool TakesSession() const { return session_; }
   /// See Hex.
   bool IsHex(size_t index) const { return (hex_ >> index & 1) != 0; }
-  /// What it acquires on success.
+  /// The resources that it acquires on success.
   const std::vector<Resource>& Acquired() const { return acquired_; }
-  /// What it releases on success.
+  /// The resources that it releases on success.
   const std::vector<Resource>& Released() const { return released_; }
-  /// What must be alive when it is called.
+  /// The resources that must be alive when it is called.
   const std::vector<Resource>& Used() const { return used_; }
   /// The arguments through which it stores resources; see HandsOut.
   const std::vector<int>& HandedOut() const { return handedOut_; }
-  /// The counting rule of argument `index`, or null.
+  /// Returns the length rule of argument `index`, or null.
   const Counted* CountOf(size_t index) const;
-  /// The resource kind of argument `index` (released or used), or null.
+  /// Returns the resource kind of argument `index` (released or used), or null.
   const Kind* KindOf(size_t index) const;
   /// The address that the library gets from its import slot or from GetProcAddress.
   const void* Thunk() const { return thunk_; }
-  /// The real function; null if the system does not have it.
+  /// Returns the real function; null if the system does not have it.
   void* Real() const;
   /// True if this result means success.
   bool Succeeded(uint64_t result) const;
 
-  /// What a test said about this function; every rig starts with kAsDeclared.
+  /// How a test said that calls are answered; every rig starts with kAsDeclared.
   enum class Behaviour : uint8_t {
-    kAsDeclared,  ///< Nothing.
+    kAsDeclared,  ///< As the declaration says.
     kReal,        ///< The real function is called.
     kAnswered,    ///< A test or the world answers.
   };
-  /// What a test said about this function.
+  /// How calls are answered.
   Behaviour behaviour = Behaviour::kAsDeclared;
-  /// Written to the trace although quiet.
+  /// True if a test asked for the calls of a quiet function in the trace.
   bool loud = false;
 
  private:
@@ -249,19 +251,19 @@ class Declaration {
 /// All declarations of the tables.
 namespace declarations {
 
-/// Adds one; the tables do it before main.
+/// Adds a declaration; the tables call this before main.
 Declaration& Add(Declaration* declaration);
-/// The function of a module ("KERNEL32", "kernel32.dll", with or without a folder), or null.
+/// Returns the function of a module ("KERNEL32", "kernel32.dll", with or without a folder), or null.
 Declaration* Find(std::string_view module, std::string_view name);
-/// The function with this export number, or null.
+/// Returns the function with this ordinal, or null.
 Declaration* Find(std::string_view module, WORD ordinal);
-/// True if a function of the module is declared.
+/// True if any function of the module is declared.
 bool HasModule(std::string_view module);
-/// The first function of this name. Throws std::invalid_argument if there is none.
+/// Returns the first function of this name. Throws std::invalid_argument if there is none.
 Declaration& Named(std::string_view name);
-/// Resets every behaviour to kAsDeclared and makes every function quiet again.
+/// Resets every behaviour to kAsDeclared and every `loud` to false.
 void Reset();
-/// "C:\Windows\kernel32.dll" -> "KERNEL32".
+/// Returns the module's name: "C:\Windows\kernel32.dll" -> "KERNEL32".
 std::string ModuleName(std::string_view path);
 
 /// Hides a declaration for as long as it lives, as if its line were missing.

@@ -1,4 +1,4 @@
-// Where the rig reports what it finds wrong. Used by every part of the rig and by its self-tests.
+// Reports the faults that the rig finds. Used by every part of the rig and by its own tests.
 #pragma once
 
 #include <string>
@@ -7,26 +7,26 @@
 
 namespace rig {
 
-/// Reports that something went wrong: fails the running test without ending it, or, while a
-/// FailureCapture lives, only notes the text there.
+/// Reports a fault: fails the running test without ending it. While a FailureCapture lives, the text is only
+/// recorded there.
 void Fail(const std::string& text);
 
-/// Collects the rig's failures for as long as it lives, instead of failing the test. The sweep uses it
-/// to say which of its runs failed, the self-tests to see that a fault is found. They nest: the
-/// innermost one collects.
+/// Collects the rig's failures for as long as it lives, instead of failing the test. The sweep uses it to
+/// say which of its runs failed; the rig's own tests use it to check that a fault is found. Captures nest:
+/// the innermost one collects.
 class FailureCapture {
  public:
-  /// Begins to collect.
+  /// Starts collecting.
   FailureCapture();
   ~FailureCapture();
   FailureCapture(const FailureCapture&) = delete;
   FailureCapture& operator=(const FailureCapture&) = delete;
 
-  /// Everything reported so far, in order.
+  /// Returns everything reported so far, in order.
   const std::vector<std::string>& Texts() const { return texts_; }
-  /// Whether some report holds `part`.
+  /// True if any report contains `part`.
   bool Contains(std::string_view part) const;
-  /// All reports, one a line.
+  /// Returns all reports, one per line.
   std::string Joined() const;
 
  private:

@@ -12,7 +12,7 @@ void RiggedTest::SetUp() {
 }
 
 void RiggedTest::TearDown() {
-  // After a failure (a crash above all) complaints about what is left would only hide the cause.
+  // After a failure (above all a crash) further failures about what is left would only hide the cause.
   if (scene_ != nullptr && !HasFailure()) {
     scene_->world.CheckEnd(true);
   }
@@ -32,7 +32,7 @@ size_t RiggedTest::FailEachCall(int number, const std::function<void(World&)>& a
 
 size_t RiggedTest::FailEachCall(const std::function<UINT(Scene&)>& action,
                                 const std::function<void(World&)>& arrange, const SweepOptions& options) {
-  // Only one scene can exist: the test's own scene is closed, and opened again after the sweep.
+  // Only one scene can exist: close the test's own scene and reopen it after the sweep.
   scene_->world.CheckEnd(true);
   scene_.reset();
   size_t calls = Sweep(

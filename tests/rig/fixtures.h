@@ -19,7 +19,7 @@ namespace rig {
 /// acquired.
 class RiggedTest : public testing::Test {
  protected:
-  /// Loads `file` ("hxsetup.dll"); `policy` says what a call meets that nobody answers.
+  /// Loads `file` ("hxsetup.dll"); `policy` says what happens to a call that nobody answers.
   RiggedTest(std::string file, Policy policy) : file_(std::move(file)), policy_(policy) {}
 
   void SetUp() override;
@@ -28,38 +28,38 @@ class RiggedTest : public testing::Test {
   /// Prepares the world for every test of a fixture and for every run of its sweeps.
   virtual void Arrange(World& world) { (void)world; }
 
-  /// The world of this test; during a sweep, the world of the current run.
+  /// Returns the world of this test; during a sweep, the world of the current run.
   World& TheWorld() { return *World::Current(); }
-  /// The rig of that world: trace, ledger, answers.
+  /// Returns the rig of that world: trace, ledger, answers.
   Rig& TheRig() { return TheWorld().rig; }
-  /// The library under test.
+  /// Returns the library under test.
   Library& TheLibrary() { return scene_->library; }
-  /// The world's installer session.
+  /// Returns the world's installer session.
   InstallerSession& Installer() { return TheWorld().installer; }
-  /// The world's registry.
+  /// Returns the world's registry.
   Registry& TheRegistry() { return TheWorld().registry; }
-  /// The world's profile files.
+  /// Returns the world's profile files.
   ProfileFiles& Profile() { return TheWorld().profile; }
-  /// The world's modules.
+  /// Returns the world's modules.
   Modules& TheModules() { return TheWorld().modules; }
 
-  /// Calls the exported entry point of this number with the session; a crash fails and ends the test.
+  /// Calls the exported entry point with this number for the session. A crash fails and ends the test.
   UINT Run(int number);
 
-  /// Runs the entry point once per call that it makes with that call failing (see Sweep), in worlds that
-  /// Arrange and then `arrange` prepare. What the test arranged otherwise does not count: every run has a
-  /// world of its own. Returns the number of calls that were made to fail; no call at all fails the test.
+  /// Runs the entry point once per call that it makes, with that call failing (see Sweep). Arrange and then
+  /// `arrange` prepare the world of every run. Each run has its own world, so what the test arranged
+  /// elsewhere has no effect. Returns the number of calls that were made to fail; 0 fails the test.
   size_t FailEachCall(int number, const std::function<void(World&)>& arrange = {},
                       const SweepOptions& options = {});
-  /// The same for any function that returns the action's result.
+  /// Does the same for any function that returns the action's result.
   size_t FailEachCall(const std::function<UINT(Scene&)>& action,
                       const std::function<void(World&)>& arrange = {}, const SweepOptions& options = {});
 
-  /// The number of heap blocks that the library holds now.
+  /// Returns the number of heap blocks that the library holds now.
   size_t LiveBlocks() const { return scene_->rig.ledger.Count(kBlock); }
 
  private:
-  /// Makes the scene and arranges its world.
+  /// Creates the scene and arranges its world.
   void Open();
 
   std::string file_;
@@ -67,21 +67,21 @@ class RiggedTest : public testing::Test {
   std::unique_ptr<Scene> scene_;
 };
 
-/// A test of the shipped library's entry points: a call that nobody answers fails it.
+/// A test of the shipped library's entry points. A call that nobody answers fails the test.
 class ActionTest : public RiggedTest {
  protected:
   /// Loads hxsetup.dll.
   ActionTest() : RiggedTest("hxsetup.dll", Policy::kAnswered) {}
 };
 
-/// A test of internal operations (HX_INTERNAL): the heap is guarded, everything else is real and not traced.
+/// A test of internal operations (HX_INTERNAL). The heap is guarded; everything else is real and not traced.
 class InternalsTest : public RiggedTest {
  protected:
   /// Loads hxinternals.dll.
   InternalsTest() : RiggedTest("hxinternals.dll", Policy::kReal) {}
 };
 
-/// A test of internal operations in a rigged world, like that of an action.
+/// A test of internal operations in a rigged world, as for an action.
 class RiggedInternalsTest : public RiggedTest {
  protected:
   /// Loads hxinternals.dll.
@@ -90,7 +90,7 @@ class RiggedInternalsTest : public RiggedTest {
 
 }  // namespace rig
 
-/// Compares the calls so far with the lines given: EXPECT_TRACE({"MsiSetInternalUI(3, null) = 5"}).
+/// Compares the calls so far with the given lines: EXPECT_TRACE({"MsiSetInternalUI(3, null) = 5"}).
 #define EXPECT_TRACE(...)                                                                \
   ::rig::CompareLines(__FILE__, __LINE__, "trace", std::vector<std::string> __VA_ARGS__, \
                       ::rig::Rig::Current()->trace.Lines())

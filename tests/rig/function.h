@@ -1,4 +1,4 @@
-// One replaced Windows function, with its real signature. Used by tables/ and by Rig::On.
+// Replaces one Windows function, with its real signature. Used by tables/ and by Rig::On.
 #pragma once
 
 #include <windows.h>
@@ -11,7 +11,7 @@
 
 namespace rig {
 
-/// Replaces the function `Fn`: the import slots of the library point at its Thunk.
+/// Replaces the function `Fn`: the library's import slots point to its Thunk.
 template <auto Fn, class Type = decltype(Fn)>
 class Function;
 
@@ -28,7 +28,7 @@ class Function<Fn, Result (*)(Arguments...)> {
     return *declaration_;
   }
 
-  /// Its declaration. Throws std::logic_error when there is none.
+  /// Returns its declaration. Throws std::logic_error if there is none.
   static Declaration& GetDeclaration() {
     if (declaration_ == nullptr) {
       throw std::logic_error("a function is used that no line of tests/rig/tables/*.cpp declares");
@@ -36,22 +36,22 @@ class Function<Fn, Result (*)(Arguments...)> {
     return *declaration_;
   }
 
-  /// The real function; null if the system does not have it.
+  /// Returns the real function; null if the system does not have it.
   static Type Real() { return reinterpret_cast<Type>(GetDeclaration().Real()); }
 
-  /// Sends its calls to `answer`.
+  /// Routes the calls to `answer`.
   static void Answer(std::function<Result(Arguments...)> answer) {
     answer_ = std::move(answer);
     GetDeclaration().behaviour = Declaration::Behaviour::kAnswered;
   }
 
  private:
-  /// What the library calls.
+  /// The function that the library calls.
   static Result Thunk(Arguments... arguments) {
     return PassCall<Result>(*declaration_, __builtin_return_address(0), &Route, arguments...);
   }
 
-  /// Sends a call to its answer, to the real function, or to Refuse.
+  /// Routes a call to its answer, to the real function, or to Refuse.
   static Result Route(Arguments... arguments) {
     const Rig& rig = *Rig::Current();
     switch (declaration_->behaviour) {
@@ -71,7 +71,7 @@ class Function<Fn, Result (*)(Arguments...)> {
   static Result CallReal(Arguments... arguments) {
     Type real = Real();
     if (real == nullptr) {
-      Fail(declaration_->Name() + " is to be the real function, which this system lacks");
+      Fail(declaration_->Name() + " must be the real function, which this system does not have");
       return FailingResult();
     }
     return real(arguments...);
@@ -85,7 +85,7 @@ class Function<Fn, Result (*)(Arguments...)> {
     return FailingResult();
   }
 
-  /// The declared failing result, with its last error.
+  /// Sets the declared last error and returns the declared failing result.
   static Result FailingResult() {
     if constexpr (!std::is_void_v<Result>) {
       const Failing& failing = declaration_->HowItFails();
@@ -100,13 +100,13 @@ class Function<Fn, Result (*)(Arguments...)> {
   static inline std::function<Result(Arguments...)> answer_;
 };
 
-/// The stand-in for a function that takes a buffer, a format text and arguments that vary with it. Its
-/// answers and its real counterpart (wvsprintfW for wsprintfW) take a va_list in their place; in the trace
-/// they stand as the format text says.
+/// Replaces a function that takes a buffer, a format text and variable arguments. Its answers and its real
+/// counterpart (wvsprintfW for wsprintfW) take a va_list instead of the variable arguments. The trace shows
+/// the arguments as the format text describes them.
 template <auto Fn, class Result, class Buffer, class Format>
 class Function<Fn, Result (*)(Buffer, Format, ...)> {
  public:
-  /// The counterpart.
+  /// A pointer to the counterpart.
   using ListType = Result (*)(Buffer, Format, va_list);
 
   /// Adds its declaration to the tables; HX_VARIADIC calls this.
@@ -117,7 +117,7 @@ class Function<Fn, Result (*)(Buffer, Format, ...)> {
     return *declaration_;
   }
 
-  /// Its declaration. Throws std::logic_error when there is none.
+  /// Returns its declaration. Throws std::logic_error if there is none.
   static Declaration& GetDeclaration() {
     if (declaration_ == nullptr) {
       throw std::logic_error("a function is used that no line of tests/rig/tables/*.cpp declares");
@@ -125,17 +125,17 @@ class Function<Fn, Result (*)(Buffer, Format, ...)> {
     return *declaration_;
   }
 
-  /// The counterpart of the real function.
+  /// Returns the real counterpart.
   static ListType Real() { return real_; }
 
-  /// Sends its calls to `answer`.
+  /// Routes the calls to `answer`.
   static void Answer(std::function<Result(Buffer, Format, va_list)> answer) {
     answer_ = std::move(answer);
     GetDeclaration().behaviour = Declaration::Behaviour::kAnswered;
   }
 
  private:
-  /// What the library calls.
+  /// The function that the library calls.
   static Result Thunk(Buffer buffer, Format format, ...) {
     VariableArguments variable{format, {}};
     va_start(variable.list, format);
@@ -145,7 +145,7 @@ class Function<Fn, Result (*)(Buffer, Format, ...)> {
     return result;
   }
 
-  /// Sends a call to its answer or to the real function.
+  /// Routes a call to its answer or to the real counterpart.
   static Result Route(Buffer buffer, Format format, VariableArguments variable) {
     return declaration_->behaviour == Declaration::Behaviour::kAnswered
                ? answer_(buffer, format, variable.list)
@@ -169,17 +169,17 @@ void Rig::UseReal() {
 
 }  // namespace rig
 
-/// One line declares a function: the module that exports it, its name (its signature comes from the Windows
-/// header) and how it fails; setters of Declaration may follow.
+/// Declares a function in one line: the module that exports it, its name (the signature comes from the
+/// Windows header) and how it fails. Setters of Declaration may follow.
 #define HX_FUNCTION(Module, Name, ...) HX_FUNCTION_NAMED(Module, #Name, Name, __VA_ARGS__)
 
-/// The same for an export whose name is not that of its C declaration `Type`.
+/// Does the same for an export whose name differs from the name of its C declaration `Type`.
 #define HX_FUNCTION_NAMED(Module, Export, Type, ...)                 \
   [[maybe_unused]] static ::rig::Declaration& declarationOf_##Type = \
       ::rig::Function<&::Type>::Declare(#Module, Export, __VA_ARGS__)
 
-/// The same for a function of the type that `Function` describes last; the real one is reached through
-/// `Real`, its counterpart with a va_list. Where nobody answers, the real one serves.
+/// Does the same for a function of the type that the second Function template describes. `Real` is the real
+/// counterpart with a va_list; it is called if nobody answers.
 #define HX_VARIADIC(Module, Name, Real, ...)                         \
   [[maybe_unused]] static ::rig::Declaration& declarationOf_##Name = \
       ::rig::Function<&::Name>::Declare(#Module, #Name, &::Real, __VA_ARGS__)

@@ -8,8 +8,8 @@
 
 namespace rig {
 
-// Alignment 1, so that the very next byte is out of bounds; a buffer for wide characters or structures has a
-// size that is a multiple of theirs and is therefore aligned all the same.
+// Alignment 1 puts the very next byte out of bounds. A buffer of wide characters or structures is still
+// aligned, because its size is a multiple of theirs.
 GuardedBuffer::GuardedBuffer(size_t bytes) : block_(GuardedHeap::Get().Allocate(bytes, 1)), size_(bytes) {
   if (block_ == nullptr) {
     throw std::bad_alloc();

@@ -1,4 +1,4 @@
-// Buffers that tests hand to the library. Used by unit and action tests.
+// Buffers that tests pass to the library. Used by unit and action tests.
 #pragma once
 
 #include <cstddef>
@@ -6,12 +6,12 @@
 
 namespace rig {
 
-/// A buffer of exactly so many bytes; the first byte after its end is unreadable: writing or reading one
-/// byte too far ends the test with a crash report. Fresh ones are filled with GuardedHeap::kRubbish. What
-/// was written before its first byte is reported when it is destroyed.
+/// A buffer of exactly the given size. The first byte after its end is inaccessible: reading or writing one
+/// byte too far ends the test with a crash report. A fresh buffer is filled with GuardedHeap::kRubbish.
+/// Bytes overwritten before its start are reported when it is destroyed.
 class GuardedBuffer {
  public:
-  /// A buffer of this many bytes.
+  /// Creates a buffer of `bytes` bytes.
   explicit GuardedBuffer(size_t bytes);
   ~GuardedBuffer();
   GuardedBuffer(GuardedBuffer&& other) noexcept;
@@ -19,19 +19,19 @@ class GuardedBuffer {
   GuardedBuffer& operator=(const GuardedBuffer&) = delete;
   GuardedBuffer& operator=(GuardedBuffer&&) = delete;
 
-  /// A copy of `text`, by default with its terminator.
+  /// Returns a copy of `text`, by default with its terminator.
   static GuardedBuffer Of(std::string_view text, bool terminated = true);
-  /// The same for wide text.
+  /// Does the same for wide text.
   static GuardedBuffer Of(std::wstring_view text, bool terminated = true);
 
-  /// The first byte; `As<wchar_t>()` for another element type.
+  /// Returns the first byte; for another element type use `As<wchar_t>()`.
   char* Data() const { return static_cast<char*>(block_); }
-  /// The first byte as the first element of another type.
+  /// Returns the first byte as the first element of another type.
   template <class T>
   T* As() const {
     return static_cast<T*>(block_);
   }
-  /// Size in bytes.
+  /// Returns the size in bytes.
   size_t Size() const { return size_; }
   /// Fills the whole buffer with one byte.
   void Fill(unsigned char byte);

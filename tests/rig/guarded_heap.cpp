@@ -7,11 +7,12 @@ namespace rig {
 namespace {
 
 constexpr size_t kPage = 4096;
-// So many bytes right before a block are watched.
+// The number of watched bytes right before a block.
 constexpr size_t kFrontCanary = 32;
-// A chunk takes about this much address space.
+// The approximate address space of a chunk, in bytes.
 constexpr size_t kChunkBytes = size_t{32} << 20;
-// Pages of freed blocks that rest, unreadable, before the oldest is used again (per size class).
+// The number of pages of freed blocks that stay inaccessible before the oldest is used again (per size
+// class).
 constexpr size_t kRestingPages = 2048;
 
 size_t ClassOf(size_t size) {
@@ -157,7 +158,7 @@ std::string GuardedHeap::Describe(const void* address) const {
   if (byte < slot.block + slot.size) {
     return "at offset " + std::to_string(byte - slot.block) + " of " + block;
   }
-  return Bytes(static_cast<size_t>(byte - (slot.block + slot.size))) + " behind the end of " + block;
+  return Bytes(static_cast<size_t>(byte - (slot.block + slot.size))) + " past the end of " + block;
 }
 
 }  // namespace rig

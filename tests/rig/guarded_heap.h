@@ -1,4 +1,5 @@
-// Memory whose every overrun and late use is caught. Used by the rig's heap answers and GuardedBuffer.
+// Memory in which every overrun and every use after free is caught. Used by the rig's heap answers and
+// GuardedBuffer.
 #pragma once
 
 #include <windows.h>
@@ -12,15 +13,15 @@
 
 namespace rig {
 
-/// Gives blocks that end at a no-access page. The few bytes between a block's end and that page (there
-/// because of the alignment) and the bytes right before the block hold a canary that is checked when the
-/// block is freed. A freed block stays unreadable, and its pages are used again only after a
-/// long queue of others. One thread only, as the library itself.
+/// Allocates blocks that end at a no-access page. Alignment can leave a few bytes between a block's end and
+/// that page. These bytes and the bytes right before the block hold a canary that is checked when the block
+/// is freed. A freed block becomes inaccessible, and its pages are used again only after a long queue of
+/// others. For one thread only, like the library itself.
 class GuardedHeap {
  public:
   /// The result of freeing a block.
   enum class FreeResult {
-    kFreed,    ///< All is well.
+    kFreed,    ///< No fault.
     kOverrun,  ///< Freed, but bytes right after or right before the block were overwritten.
     kTwice,    ///< The block was freed before.
     kNotOurs,  ///< No block begins at this address.
@@ -30,28 +31,30 @@ class GuardedHeap {
   static constexpr unsigned char kRubbish = 0xCD;
   /// The byte around a block.
   static constexpr unsigned char kCanary = 0xA5;
-  /// The alignment of a block when the caller names none. Every object of the library gets along with it.
+  /// The default alignment of a block. It suits every object of the library.
   static constexpr size_t kAlignment = 8;
 
-  /// The heap of this process.
+  /// Returns the heap of this process.
   static GuardedHeap& Get();
 
-  /// A block of `size` bytes (0 gives a block that must not be touched at all), filled with rubbish; ends as
-  /// near to the no-access page as `alignment` (a power of two) lets it. Null when memory is exhausted.
+  /// Allocates a block of `size` bytes filled with rubbish; a block of 0 bytes must not be touched at all.
+  /// It ends as near to the no-access page as `alignment` (a power of two) allows. Null if memory is
+  /// exhausted.
   void* Allocate(size_t size, size_t alignment = kAlignment);
   /// Frees a block.
   FreeResult Free(void* block);
-  /// The size in bytes of a block that is in use, or -1 when none begins at `block`.
+  /// Returns the size in bytes of a block in use, or -1 if no block begins at `block`.
   ptrdiff_t SizeOf(const void* block) const;
-  /// The place of an address, in words ("2 bytes behind a block of 16 bytes"); empty outside this heap.
+  /// Describes the place of an address ("2 bytes past the end of a block of 16 bytes"); empty outside this
+  /// heap.
   std::string Describe(const void* address) const;
 
  private:
-  /// What a slot is used for.
+  /// How a slot is used.
   enum class State : uint8_t {
     kFresh,  ///< Never used.
     kUsed,   ///< Holds a block.
-    kFreed,  ///< Held one, and is unreadable.
+    kFreed,  ///< Held a block and is now inaccessible.
   };
   /// One slot and the block in it.
   struct Slot {
@@ -59,16 +62,16 @@ class GuardedHeap {
     size_t size = 0;
     State state = State::kFresh;
   };
-  /// One reserved stretch of equal slots, each of some pages to use and one that is never committed.
+  /// A reserved range of equal slots. Each slot has some usable pages and one page that is never committed.
   struct Chunk {
     unsigned char* base = nullptr;
     size_t usable = 0;
     size_t used = 0;
     std::vector<Slot> slots;
-    /// The distance from one slot to the next, in bytes.
+    /// Returns the distance from one slot to the next, in bytes.
     size_t Stride() const;
   };
-  /// A slot's address in terms of the tables.
+  /// A slot as chunk and index.
   struct Place {
     Chunk* chunk = nullptr;
     size_t index = 0;
@@ -82,13 +85,13 @@ class GuardedHeap {
   /// Slots of 1, 2, 4 ... pages.
   static constexpr size_t kClasses = 16;
 
-  /// Gets a writable slot of a class; false when memory is exhausted.
+  /// Gets a writable slot of a class; false if memory is exhausted.
   bool TakeSlot(size_t sizeClass, Place& place);
-  /// Reserves one more chunk for a class; false when memory is exhausted.
+  /// Reserves one more chunk for a class; false if memory is exhausted.
   bool AddChunk(size_t sizeClass);
-  /// The slot that an address lies in; without a chunk when it lies in none.
+  /// Returns the slot that an address lies in; `chunk` is null if it lies in none.
   Place Find(const void* address) const;
-  /// Whether the bytes around a slot's block are untouched.
+  /// True if the bytes around a slot's block are untouched.
   static bool CanariesHold(const Chunk& chunk, size_t index);
 
   std::vector<std::unique_ptr<Chunk>> chunks_;

@@ -1,5 +1,5 @@
-// Replaces one imported function of the loaded library. Used by tests that watch what an operation asks
-// of the system, answer for it, or make it fail.
+// Replaces one imported function of the loaded library. Used by tests that watch what an operation asks the
+// system for, answer in its place, or make it fail.
 #pragma once
 
 #include <windows.h>
@@ -16,16 +16,15 @@ namespace rig {
 template <auto Function>
 class ImportHook;
 
-/// For as long as it lives, every call that the loaded library makes of `Function` runs `body` instead. Hooks
-/// of one function nest: `Next` calls what stood there before.
+/// While it lives, every call that the loaded library makes of `Function` runs `body` instead. Hooks of one
+/// function nest: `Next` calls the target that this hook replaced.
 template <class Result, class... Arguments, Result(WINAPI* Function)(Arguments...)>
 class ImportHook<Function> {
  public:
   /// The function's own type.
   using Type = Result(WINAPI*)(Arguments...);
 
-  /// Puts `body` in the place of the import `name`. Throws std::runtime_error if the library does not import
-  /// it.
+  /// Replaces the import `name` with `body`. Throws std::runtime_error if the library does not import it.
   ImportHook(const char* name, std::function<Result(Arguments...)> body)
       : body_(std::move(body)), outer_(top_) {
     Library::Current()->ForEachImport([&](const Import& import) {
@@ -43,13 +42,13 @@ class ImportHook<Function> {
   ImportHook(const ImportHook&) = delete;
   ImportHook& operator=(const ImportHook&) = delete;
 
-  /// Calls what the library would have called without this hook.
+  /// Calls the function that the library would call without this hook.
   Result Next(Arguments... arguments) const { return next_(arguments...); }
 
  private:
-  /// What the library calls.
+  /// The function that the library calls.
   static Result WINAPI Thunk(Arguments... arguments) {
-    // What `Next` reaches may be the thunk of the hook around this one.
+    // `Next` may reach the thunk of the enclosing hook.
     ImportHook* hook = top_;
     top_ = hook->outer_;
     if constexpr (std::is_void_v<Result>) {

@@ -8,16 +8,16 @@
 
 namespace rig {
 
-/// The address of an operation in the library that is loaded now. Throws std::runtime_error when no library
-/// is loaded or it does not export the name.
+/// Returns the address of an operation in the loaded library. Throws std::runtime_error if no library is
+/// loaded or it does not export the name.
 void* FindInternal(const char* name);
 
 /// Finds an operation once per loaded library.
 class InternalAddress {
  public:
-  /// The operation of this name.
+  /// Names the operation; nothing is looked up yet.
   explicit constexpr InternalAddress(const char* name) : name_(name) {}
-  /// Its address in the library that is loaded now.
+  /// Returns its address in the loaded library.
   void* Get() {
     if (generation_ != Library::Generation()) {
       address_ = FindInternal(name_);
@@ -41,14 +41,14 @@ class Internal<Result (*)(Arguments...)> {
  public:
   /// A pointer to the operation.
   using Type = Result (*)(Arguments...);
-  /// The operation of this name.
+  /// Names the operation.
   explicit constexpr Internal(const char* name) : address_(name) {}
-  /// Calls the operation. A crash fails the test with its place and throws LibraryCrash.
+  /// Calls the operation. A crash fails the test with the place of the crash and throws LibraryCrash.
   Result operator()(Arguments... arguments) {
     Type function = Get();
     return CallGuarded([&] { return function(arguments...); });
   }
-  /// The operation's own address, for tables of operations.
+  /// Returns the operation's address, for tables of operations.
   Type Get() { return reinterpret_cast<Type>(address_.Get()); }
 
  private:
@@ -60,7 +60,7 @@ class Internal<Result (*)(Arguments..., ...)> {
  public:
   /// A pointer to the operation.
   using Type = Result (*)(Arguments..., ...);
-  /// The operation of this name.
+  /// Names the operation.
   explicit constexpr Internal(const char* name) : address_(name) {}
   /// Calls the operation with its variable arguments. A crash fails the test and throws LibraryCrash.
   template <class... Variable>
@@ -68,7 +68,7 @@ class Internal<Result (*)(Arguments..., ...)> {
     Type function = Get();
     return CallGuarded([&] { return function(arguments..., variable...); });
   }
-  /// The operation's own address.
+  /// Returns the operation's address.
   Type Get() { return reinterpret_cast<Type>(address_.Get()); }
 
  private:
@@ -77,10 +77,10 @@ class Internal<Result (*)(Arguments..., ...)> {
 
 }  // namespace rig
 
-/// Inside a named namespace that holds the tests too, after including the header that declares the operation:
-/// makes `Name` a callable for the operation in the freshly loaded hxinternals.dll. The unqualified name then
-/// finds this object, which also keeps argument-dependent look-up away from the declaration (it would not
-/// link).
+/// Makes `Name` a callable for the operation in the freshly loaded hxinternals.dll. Use it inside a named
+/// namespace that also holds the tests, after including the header that declares the operation. The
+/// unqualified name then finds this object. That also prevents argument-dependent lookup from finding the
+/// declaration, which would not link.
 #define HX_INTERNAL(Name)                                           \
   [[maybe_unused]] inline ::rig::Internal<decltype(&::Name)> Name { \
     #Name                                                           \

@@ -5,7 +5,8 @@
 namespace rig {
 namespace {
 
-// True if a line of the trace begins like this. A call that a sweep makes fail has more after its result.
+// True if a line of the trace begins with `start`. A call that a sweep makes fail has more text after its
+// result.
 bool HasLine(const Rig& rig, const std::string& start) {
   const std::vector<std::string>& lines = rig.trace.Lines();
   return std::any_of(lines.begin(), lines.end(),

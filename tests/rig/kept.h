@@ -1,4 +1,5 @@
-// What the library keeps on purpose, found in the trace. Used by tests of actions that load modules for good.
+// Marks what the library keeps on purpose, as found in the trace. Used by tests of actions that load modules
+// for good.
 #pragma once
 
 #include <initializer_list>
@@ -8,11 +9,11 @@
 
 namespace rig {
 
-/// Says that the library keeps on purpose each of these modules that it loaded.
+/// Marks each of these modules as kept on purpose, if the trace shows that the library loaded it.
 void KeepModules(Rig& rig, std::initializer_list<const char*> modules);
 
-/// If the library did not find `function` in `module`, says that it keeps everything of this kind that it
-/// holds now: the function would have freed it.
+/// If the library did not find `function` in `module`, marks every resource of this kind that it holds now
+/// as kept: the function would have freed it.
 void KeepWithout(Rig& rig, const std::string& module, const std::string& function, const Kind& kind);
 
 }  // namespace rig

@@ -29,7 +29,7 @@ void Ledger::Take(const Kind& kind, uint64_t value, std::string note, const void
 bool Ledger::Give(const Kind& kind, uint64_t value, const std::string& by) {
   auto found = held_.find({&kind, value});
   if (found == held_.end()) {
-    Fail(by + " gives back a " + kind.name + " (" + HexText(value) + ") that the library does not hold");
+    Fail(by + " releases a " + kind.name + " (" + HexText(value) + ") that the library does not hold");
     return false;
   }
   --counts_[&kind];
@@ -82,7 +82,7 @@ void Ledger::CheckEmpty(bool all) {
       left.emplace_back(&key, &entry);
     }
   }
-  // In the order of taking, so that complaints read the same every time.
+  // In the order of acquisition, so that failures always read the same.
   std::sort(left.begin(), left.end(), [](const auto& a, const auto& b) {
     return a.first->kind != b.first->kind ? std::string_view(a.first->kind->name) < b.first->kind->name
                                           : a.second->number < b.second->number;
@@ -97,7 +97,7 @@ void Ledger::CheckEmpty(bool all) {
       unused.erase(match);
       continue;
     }
-    std::string text = name + " was not given back";
+    std::string text = name + " was not released";
     if (key->kind == &kBlock) {
       text +=
           " (" + std::to_string(GuardedHeap::Get().SizeOf(reinterpret_cast<void*>(key->value))) + " bytes)";

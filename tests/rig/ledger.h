@@ -12,35 +12,36 @@
 
 namespace rig {
 
-/// The resources that the library holds. A resource is a kind and a value (an address, a handle); taking the
-/// same one again counts up.
+/// The resources that the library holds. A resource is a kind and a value (an address, a handle). Taking the
+/// same resource again increases its count.
 class Ledger {
  public:
-  /// Notes that the library acquired a resource; `note` says more ("24 bytes"), `taker` is the code that took
-  /// it.
+  /// Records that the library acquired a resource; `note` adds a detail ("24 bytes"), `taker` is the code
+  /// that acquired it.
   void Take(const Kind& kind, uint64_t value, std::string note = {}, const void* taker = nullptr);
-  /// Notes that the library freed a resource. If it does not hold it, fails the test and returns false.
+  /// Records that the library freed a resource. Fails the test and returns false if the library does not
+  /// hold it.
   bool Give(const Kind& kind, uint64_t value, const std::string& by);
-  /// True if the library holds it.
+  /// True if the library holds the resource.
   bool Holds(const Kind& kind, uint64_t value) const;
-  /// How many of a kind the library holds.
+  /// Returns how many resources of a kind the library holds.
   size_t Count(const Kind& kind) const;
-  /// The name of a resource that is held ("key#1"), or empty.
+  /// Returns the name of a held resource ("key#1"); empty if it is not held.
   std::string NameOf(const Kind& kind, uint64_t value) const;
-  /// The same for a value of unknown kind; heap blocks have no such names.
+  /// Does the same for a value of unknown kind; heap blocks have no such names.
   std::string NameOf(uint64_t value) const;
-  /// Gives a value a name of its own, held or not, for example that of a module.
+  /// Gives a value, held or not, a name of its own, for example the name of a module.
   void Call(uint64_t value, const std::string& name);
 
-  /// Says that the action keeps one resource of this kind on purpose; `name` (a resource's name, such as that
-  /// of a module) narrows it to that one.
+  /// Marks one resource of this kind as kept on purpose. `name` (a resource's name, such as a module's)
+  /// restricts this to the resource with that name.
   void Deliberate(const Kind& kind, std::string name = {});
-  /// Fails the test for everything still held that no Deliberate names; with `all` also for a Deliberate that
-  /// matches nothing.
+  /// Fails the test for everything still held that no Deliberate covers; with `all`, also for a Deliberate
+  /// that matches nothing.
   void CheckEmpty(bool all);
-  /// The values of one kind that are held.
+  /// Returns the values of one kind that are held.
   std::vector<uint64_t> Values(const Kind& kind) const;
-  /// Forgets what is held and what Deliberate named.
+  /// Forgets what is held and every Deliberate.
   void Forget();
 
  private:
@@ -50,27 +51,27 @@ class Ledger {
     uint64_t value;
     bool operator==(const Key& other) const = default;
   };
-  /// Spreads resources over a hash table.
+  /// Hashes resources.
   struct Hash {
-    /// The hash of one.
+    /// Returns the hash of a resource.
     size_t operator()(const Key& key) const {
       return static_cast<size_t>(key.value * 0x9E3779B97F4A7C15ULL >> 7);
     }
   };
-  /// What is known of a resource that is held.
+  /// Details of a held resource.
   struct Entry {
     unsigned number;
     int count;
     const void* taker;
     std::string note;
   };
-  /// What a Deliberate said.
+  /// One call of Deliberate.
   struct Exception {
     const Kind* kind;
     std::string name;
   };
 
-  /// The name given to the value, or the kind with its number.
+  /// Returns the name given to the value, or the kind with its number.
   std::string Name(const Key& key, const Entry& entry) const;
 
   std::unordered_map<Key, Entry, Hash> held_;

@@ -29,7 +29,7 @@ const IMAGE_NT_HEADERS64* HeadersOf(HMODULE module) {
   return reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
 }
 
-// Keeps what the library imports loaded, so that loading the next copy is quick.
+// Keeps the modules that the library imports loaded, so that loading the next copy is fast.
 void Pin(const std::string& module) {
   static std::map<std::string, HMODULE> pinned;
   if (pinned.find(module) == pinned.end()) {

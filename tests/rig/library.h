@@ -1,4 +1,4 @@
-// Loads the library under test. Used by the rig and by whatever calls the library.
+// Loads the library under test. Used by the rig and by everything that calls the library.
 #pragma once
 
 #include <windows.h>
@@ -16,37 +16,37 @@ struct Import {
   void** slot = nullptr;  ///< Holds the address that the library calls.
 };
 
-/// A freshly loaded copy of a library of the folder that HX_LIBRARY_DIR names: its process-wide caches are
-/// empty. Unloaded on destruction; that it then really is gone is checked. One at a time.
+/// A freshly loaded copy of a library in the folder that HX_LIBRARY_DIR names; its process-wide caches are
+/// empty. The destructor unloads it and checks that it is really gone. One at a time.
 class Library {
  public:
-  /// Loads `file` ("hxsetup.dll"). Throws std::runtime_error when that fails.
+  /// Loads `file` ("hxsetup.dll"). Throws std::runtime_error on failure.
   explicit Library(const std::string& file);
   ~Library();
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;
 
-  /// The library that is loaded now, or null.
+  /// Returns the library that is loaded now, or null.
   static Library* Current();
 
   /// Calls `visit` for every slot of the import address table.
   void ForEachImport(const std::function<void(const Import&)>& visit) const;
-  /// Makes the import slot point at `target`.
+  /// Points the import slot to `target`.
   static void Patch(const Import& import, const void* target);
-  /// An exported function, or null.
+  /// Returns an exported function, or null.
   FARPROC Find(const char* name) const;
-  /// Calls the library's entry as Windows does (`reason`: DLL_PROCESS_ATTACH ...); after patching, so that
-  /// what it calls is seen. A crash fails the test.
+  /// Calls the library's entry function as Windows does (`reason`: DLL_PROCESS_ATTACH ...). This happens
+  /// after patching, so that its calls are seen. A crash fails the test.
   BOOL CallEntry(DWORD reason) const;
   /// Calls the exported entry point "CustomAction<number>" for the session. A missing export fails the test
-  /// (result ~0), a crash fails it and throws LibraryCrash.
+  /// and returns ~0. A crash fails the test and throws LibraryCrash.
   UINT CustomAction(int number, unsigned long session) const;
 
-  /// The module.
+  /// Returns the module handle.
   HMODULE Handle() const { return handle_; }
-  /// Counts the libraries loaded so far; what was found in one is void in the next.
+  /// Returns the number of libraries loaded so far. An address found in one library is invalid in the next.
   static unsigned Generation();
-  /// The library's place in words ("hxsetup.dll+0x1234") when `code` lies in it, else empty.
+  /// Returns the place of `code` in the library as text ("hxsetup.dll+0x1234"); empty if it lies elsewhere.
   std::string Where(const void* code) const;
 
  private:

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 int main(int argc, char** argv) {
-  // What was printed must be there even when the program dies.
+  // Unbuffered: printed text must survive a crash of the program.
   std::setvbuf(stdout, nullptr, _IONBF, 0);
   std::setvbuf(stderr, nullptr, _IONBF, 0);
   testing::InitGoogleTest(&argc, argv);

@@ -6,7 +6,7 @@
 namespace rig {
 namespace {
 
-// More than any action and the rig use together, all of it there from the start.
+// More than any action and the rig need together; all of it is committed from the start.
 constexpr size_t kStackBytes = size_t{512} << 10;
 
 }  // namespace
@@ -14,7 +14,7 @@ constexpr size_t kStackBytes = size_t{512} << 10;
 OwnStack::OwnStack() : outside_(ConvertThreadToFiber(nullptr)) {
   inside_ = outside_ == nullptr ? nullptr : CreateFiberEx(kStackBytes, 2 * kStackBytes, 0, &Enter, this);
   if (inside_ == nullptr) {
-    throw std::runtime_error("a stack cannot be made, error " + std::to_string(GetLastError()));
+    throw std::runtime_error("cannot create a stack, error " + std::to_string(GetLastError()));
   }
 }
 
@@ -41,7 +41,7 @@ void OwnStack::Enter(void* self) {
   const auto* tib = reinterpret_cast<const NT_TIB*>(NtCurrentTeb());
   stack.low_ = static_cast<const char*>(tib->StackLimit);
   stack.high_ = static_cast<const char*>(tib->StackBase);
-  // The start of a stack must not return.
+  // The first function of a stack must not return.
   SwitchToFiber(stack.outside_);
 }
 

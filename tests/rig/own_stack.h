@@ -1,5 +1,5 @@
-// A stack of its own for a piece of work, which can be searched afterwards. Used by tests that look for what
-// an action leaves in memory.
+// Runs work on a separate stack that can be searched afterwards. Used by tests that look for what an action
+// leaves in memory.
 #pragma once
 
 #include <windows.h>
@@ -10,22 +10,22 @@
 
 namespace rig {
 
-/// Runs work on a fresh stack, which stays as the work left it. One at a time on a thread.
+/// Runs work on a fresh stack, which stays as the work left it. One at a time per thread.
 class OwnStack {
  public:
-  /// Makes the stack. Throws std::runtime_error if the system has no memory for it.
+  /// Creates the stack. Throws std::runtime_error if the system has no memory for it.
   OwnStack();
   ~OwnStack();
   OwnStack(const OwnStack&) = delete;
   OwnStack& operator=(const OwnStack&) = delete;
 
-  /// Runs `work`, once; what it throws is thrown again.
+  /// Runs `work`, once; rethrows what it throws.
   void Run(const std::function<void()>& work);
-  /// All that the stack holds, from its lowest byte in use to its end.
+  /// Returns the content of the stack, from its lowest byte in use to its end.
   std::string_view Content() const { return {low_, static_cast<size_t>(high_ - low_)}; }
 
  private:
-  /// The start of the stack.
+  /// The first function on the stack.
   static void WINAPI Enter(void* self);
 
   void* outside_ = nullptr;

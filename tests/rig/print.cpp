@@ -56,7 +56,7 @@ void AppendUtf8(std::string& out, uint32_t point) {
   }
 }
 
-// Takes one code point off the front; a lone surrogate comes back as itself.
+// Reads the code point at `at` and moves `at` past it; returns a lone surrogate as itself.
 uint32_t NextPoint(std::wstring_view text, size_t& at) {
   uint32_t unit = text[at++];
   if (unit >= 0xD800 && unit < 0xDC00 && at < text.size() && text[at] >= 0xDC00 && text[at] < 0xE000) {

@@ -1,4 +1,4 @@
-// Writes arguments and results as the trace shows them. Used by the dispatch of calls (call.h).
+// Prints arguments and results as the trace shows them. Used by the dispatch of calls (call.h).
 #pragma once
 
 #include <windows.h>
@@ -16,30 +16,31 @@
 
 namespace rig {
 
-/// Quoted text; control characters, quotes and backslashes escaped. Bytes outside ASCII stay as they are.
+/// Quotes text; escapes control characters, quotes and backslashes. Bytes outside ASCII stay unchanged.
 std::string Quote(std::string_view text);
-/// The same for wide text, as UTF-8; a lone surrogate reads \uD800.
+/// Does the same for wide text, as UTF-8; a lone surrogate becomes \uD800 or the like.
 std::string Quote(std::wstring_view text);
-/// Wide text as UTF-8.
+/// Converts wide text to UTF-8.
 std::string ToUtf8(std::wstring_view text);
-/// UTF-8 as wide text.
+/// Converts UTF-8 to wide text.
 std::wstring ToWide(std::string_view text);
-/// "0x1f".
+/// Returns the value as "0x1f".
 std::string HexText(uint64_t value);
-/// "{00000000-0000-0000-C000-000000000046}".
+/// Returns the GUID as "{00000000-0000-0000-C000-000000000046}".
 std::string GuidText(const GUID& guid);
-/// A VARIANT's value, by its type.
+/// Returns the value of a VARIANT by its type.
 std::string VariantText(const VARIANT& value);
-/// A handle: the name that the ledger gave it, a predefined key's name, "null" or "*".
+/// Returns a handle's text: its name in the ledger, a predefined key's name, "null" or "*".
 std::string HandleText(const Ledger& ledger, uint64_t value);
 
-/// The arguments after a format text.
+/// The variable arguments of a call with a format text.
 struct VariableArguments {
-  const wchar_t* format;  ///< The text that says what they are.
-  va_list list;           ///< Where they begin.
+  const wchar_t* format;  ///< The format text that describes them.
+  va_list list;           ///< The arguments from the first on.
 };
-/// The arguments as the format text says, with commas between: text for "%s", numbers for "%d" and "%u" of
-/// any width. Behind any other directive, which nobody can read, it ends with "...".
+/// Prints the arguments as the format text describes them, with commas between: text for "%s", numbers for
+/// "%d" and "%u" of any width. At any other directive it stops with "...", because the arguments after it
+/// cannot be read.
 std::string VariableText(VariableArguments arguments);
 
 /// True if the type is one of the system's handle types.
@@ -48,7 +49,7 @@ inline constexpr bool kIsHandle =
     std::is_same_v<T, HKEY> || std::is_same_v<T, HMODULE> || std::is_same_v<T, HWND> ||
     std::is_same_v<T, HDESK> || std::is_same_v<T, HWINSTA> || std::is_same_v<T, void*>;
 
-/// Any argument as bits.
+/// Converts any argument to bits.
 template <class T>
 uint64_t ToWord(const T& value) {
   if constexpr (std::is_pointer_v<T>) {
@@ -60,10 +61,11 @@ uint64_t ToWord(const T& value) {
   }
 }
 
-/// An integer: decimal, or hexadecimal if requested or if it is a failing HRESULT or at least 65536.
+/// Prints an integer: hexadecimal if requested, if it is a failing HRESULT or if it is at least 65536; else
+/// decimal.
 std::string IntegerText(int64_t value, bool isSigned, size_t size, bool hex);
 
-/// A value of any type, as the trace shows it.
+/// Prints a value of any type as the trace shows it.
 template <class T>
 std::string Print(const Ledger& ledger, const T& value, bool hex) {
   if constexpr (std::is_same_v<T, const char*>) {
@@ -93,7 +95,7 @@ std::string Print(const Ledger& ledger, const T& value, bool hex) {
   }
 }
 
-/// The argument as text or bytes of a counted length.
+/// Prints text or bytes whose length is given.
 std::string PrintCounted(uint64_t data, int64_t count, size_t unit, bool text);
 
 }  // namespace rig

@@ -11,7 +11,7 @@ namespace {
 
 Rig* currentRig = nullptr;
 
-// Null, the predefined registry keys and the pseudo handles belong to nobody.
+// True for null, the predefined registry keys and the pseudo handles: nobody owns them.
 bool IsNobodys(uint64_t value) {
   bool predefinedKey = value >= ToWord(HKEY_CLASSES_ROOT) && value <= ToWord(HKEY_DYN_DATA);
   bool pseudoHandle = static_cast<int64_t>(value) < 0 && static_cast<int64_t>(value) >= -6;
@@ -98,7 +98,7 @@ void Rig::Unexpected(const Declaration& declaration, const std::string& call) {
 
 void Rig::CheckUses(const Declaration& declaration, const uint64_t* words) {
   if (declaration.TakesSession() && static_cast<uint32_t>(words[0]) != session) {
-    Fail(declaration.Name() + " is given " + std::to_string(words[0]) + " in place of the session");
+    Fail(declaration.Name() + " is given " + std::to_string(words[0]) + " instead of the session");
   }
   for (const Declaration::Resource& used : declaration.Used()) {
     uint64_t value = words[used.place.index];
@@ -130,11 +130,11 @@ void Rig::Book(const Declaration& declaration, const uint64_t* words, const size
 }
 
 void Rig::Spoil(const Declaration& declaration, const uint64_t* words, const size_t* sizes) {
-  // An address without memory, which is not a handle either.
+  // An address without memory; not a valid handle either.
   const uint64_t rubbish = 0xBADBAD0;
   for (int index : declaration.HandedOut()) {
     if (words[index] != 0) {
-      // What an untyped pointer points to is a pointer.
+      // An untyped pointer points to a pointer.
       size_t size = sizes[index] == 0 || sizes[index] > sizeof rubbish ? sizeof rubbish : sizes[index];
       std::memcpy(reinterpret_cast<void*>(words[index]), &rubbish, size);
     }

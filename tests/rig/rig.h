@@ -1,4 +1,4 @@
-// The rig of one run: what the library's calls meet. Used by the fixtures, the worlds and the sweep.
+// The rig of one run: it receives the library's calls. Used by the fixtures, the worlds and the sweep.
 #pragma once
 
 #include <windows.h>
@@ -18,7 +18,7 @@ namespace rig {
 
 class Library;
 
-/// What a call meets that neither the test nor the world answers.
+/// What happens to a call that neither the test nor the world answers.
 enum class Policy {
   kAnswered,  ///< It fails the test (unless the function is declared real).
   kReal,      ///< It goes to the real function.
@@ -30,55 +30,56 @@ struct CountedCall {
   std::string text;  ///< The call with its arguments, as in a trace.
 };
 
-/// Stands between one copy of the library and Windows. One at a time; making it resets what tests said about
-/// functions.
+/// Sits between one copy of the library and Windows. One at a time. The constructor resets what earlier
+/// tests said about functions.
 class Rig {
  public:
-  /// Puts the rig in force.
+  /// Makes this the current rig.
   explicit Rig(Policy policy);
   ~Rig();
   Rig(const Rig&) = delete;
   Rig& operator=(const Rig&) = delete;
 
-  /// The rig that is in force, or null.
+  /// Returns the current rig, or null.
   static Rig* Current();
 
-  /// Points every import slot of the library at the rig. An import that no line declares fails the test.
+  /// Points every import slot of the library to the rig. An import that no line of the tables declares fails
+  /// the test.
   void Attach(Library& library);
 
-  /// Sends the function to `answer`, a callable with the function's own signature, instead of the world's
+  /// Routes the function to `answer`, a callable with the function's own signature, instead of the world's
   /// answer:
   ///   rig.On<::GetVersion>([] { return DWORD{6}; });
   template <auto Fn, class Answer>
   void On(Answer answer);
-  /// Sends the function to the real one.
+  /// Routes the function to the real one.
   template <auto Fn>
   void UseReal();
-  /// The same by name.
+  /// Does the same by name.
   void UseReal(std::string_view name);
-  /// Writes a quiet function's calls to the trace too.
+  /// Shows a quiet function's calls in the trace too.
   void MakeLoud(std::string_view name);
 
   /// The calls so far.
   Trace trace;
-  /// What the library holds.
+  /// The resources that the library holds.
   Ledger ledger;
-  /// Calls are written to the trace.
+  /// True while calls are written to the trace.
   bool tracing = true;
-  /// The session handle that functions of the installer must be given.
+  /// The session handle that must be passed to the installer's functions.
   unsigned long session = 0;
 
-  /// Begins counting the calls that can fail; the call with number `failing` (from 0) is made to fail, none
-  /// when -1.
+  /// Starts counting the calls that can fail. The call with number `failing` (from 0) is made to fail; -1
+  /// for none.
   void BeginCounting(int failing = -1);
-  /// Ends it.
+  /// Stops counting.
   void EndCounting() { counting_ = false; }
-  /// The calls counted since BeginCounting.
+  /// Returns the calls counted since BeginCounting.
   const std::vector<CountedCall>& Counted() const { return counted_; }
   /// True if the call that had to fail was reached.
   bool FailureApplied() const { return failureApplied_; }
 
-  // What follows serves the dispatch of calls (call.h).
+  // The members below serve the dispatch of calls (call.h).
 
   /// True if this function's calls are written to the trace.
   bool Traces(const Declaration& declaration) const {
@@ -86,18 +87,19 @@ class Rig {
   }
   /// True while calls are counted.
   bool IsCounting() const { return counting_; }
-  /// What a call meets that nobody answers.
+  /// Returns what happens to a call that nobody answers.
   Policy GetPolicy() const { return policy_; }
   /// Counts a call; returns true if it must fail.
   bool CountCall(const Declaration& declaration, std::string text);
   /// Fails the test because nobody answers this call.
   void Unexpected(const Declaration& declaration, const std::string& call);
-  /// Checks that the arguments that must be live resources are.
+  /// Checks that the arguments that must be live resources are live.
   void CheckUses(const Declaration& declaration, const uint64_t* words);
-  /// Books what the call acquired and released. `sizes` are the sizes of what the pointers point to.
+  /// Records what the call acquired and released. `sizes` are the sizes in bytes of what the pointers point
+  /// to.
   void Book(const Declaration& declaration, const uint64_t* words, const size_t* sizes, uint64_t result,
             const void* caller);
-  /// Stores rubbish in the outputs of a call that failed: nobody may read them.
+  /// Stores rubbish in the outputs of a call that failed, because nobody may read them.
   static void Spoil(const Declaration& declaration, const uint64_t* words, const size_t* sizes);
 
  private:

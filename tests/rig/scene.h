@@ -10,7 +10,7 @@
 
 namespace rig {
 
-/// A rig, its world and a freshly loaded library attached to it. One at a time.
+/// A rig, its world and a freshly loaded library attached to the rig. One at a time.
 class Scene {
  public:
   /// Loads `file` from the library folder and attaches it to a fresh rig and world.

@@ -62,7 +62,7 @@ size_t RunAndSearch(const std::function<UINT()>& action, const SecretFinder& fin
   if (const std::string found = find(stack.Content()); !found.empty()) Fail("on the stack: " + found);
   for (const std::string& block : freed) {
     if (const std::string found = find(block); !found.empty())
-      Fail("in a heap block that was given back: " + found);
+      Fail("in a heap block that was freed: " + found);
   }
   return freed.size();
 }

@@ -11,7 +11,7 @@ struct Outcome {
   bool crashed = false;
 };
 
-/// Runs the action once with call number `failing` failing (-1: none), within a capture.
+/// Runs the action once within a capture, with call number `failing` failing (-1: none).
 Outcome RunOnce(const std::string& file, Policy policy, const std::function<void(World&)>& arrange,
                 const std::function<UINT(Scene&)>& action, const SweepOptions& options, int failing) {
   Outcome outcome;
@@ -35,7 +35,7 @@ Outcome RunOnce(const std::string& file, Policy policy, const std::function<void
   scene.world.CheckEnd(failing < 0);
   if (failing >= 0) {
     if (!scene.rig.FailureApplied()) {
-      Fail("the call was not reached: the action ran another way than the first time");
+      Fail("the call was not reached: the action took another path than in the first run");
     } else if (options.check) {
       const CountedCall& call = outcome.counted[static_cast<size_t>(failing)];
       options.check({static_cast<size_t>(failing), call.name, call.text, result, scene});
@@ -65,7 +65,7 @@ size_t Sweep(const std::string& file, Policy policy, const std::function<void(Wo
       Outcome outcome = RunOnce(file, policy, arrange, action, options, static_cast<int>(index));
       if (index < outcome.counted.size() && outcome.counted[index].name != plan[index].name) {
         Fail("call number " + std::to_string(index) + " was " + outcome.counted[index].name +
-             " this time: the action ran another way than the first time");
+             " this time: the action took another path than in the first run");
       }
       complaints = capture.Joined();
     }

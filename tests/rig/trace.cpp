@@ -30,7 +30,7 @@ std::vector<std::string> Trace::LinesStarting(const std::vector<std::string>& st
 }
 
 std::vector<std::string> Trace::LinesIn(const std::string& folder) const {
-  // As it reads in a line: without the quotation marks around a whole text.
+  // As it appears in a line: without the quotation marks around a whole text.
   const std::string quoted = Quote(folder);
   const std::string own = quoted.substr(1, quoted.size() - 2);
   std::vector<std::string> lines = lines_;
@@ -47,7 +47,7 @@ std::string DescribeDifference(const std::vector<std::string>& expected,
   if (expected == actual) {
     return {};
   }
-  // common[i][j]: length of the longest common subsequence of expected from i on and actual from j on.
+  // common[i][j] is the length of the longest common subsequence of expected from i on and actual from j on.
   std::vector<std::vector<size_t>> common(expected.size() + 1, std::vector<size_t>(actual.size() + 1, 0));
   for (size_t i = expected.size(); i-- > 0;) {
     for (size_t j = actual.size(); j-- > 0;) {
@@ -76,7 +76,7 @@ void CompareLines(const char* file, int line, const char* what, const std::vecto
   std::string difference = DescribeDifference(expected, actual);
   if (!difference.empty()) {
     Fail(std::string(file) + ":" + std::to_string(line) + ": the " + what +
-         " is not as expected (- expected, + what happened):" + difference);
+         " is not as expected (- expected, + actual):" + difference);
   }
 }
 

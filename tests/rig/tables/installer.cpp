@@ -1,4 +1,4 @@
-// The functions of msi.dll, imported by their export numbers.
+// The functions of msi.dll, imported by ordinal.
 #include <windows.h>
 
 #include <msi.h>
@@ -11,7 +11,7 @@ namespace {
 
 HX_FUNCTION(MSI, MsiCloseHandle, kCannotFail).Ordinal(8).Releases(kRecord, Arg<0>);
 HX_FUNCTION(MSI, MsiCreateRecord, Returns(0)).Ordinal(17).Acquires(kRecord, kResult);
-// A failure reads as false.
+// A failure looks like FALSE.
 HX_FUNCTION(MSI, MsiGetMode, kCannotFail).Ordinal(64).Session();
 HX_FUNCTION(MSI, MsiGetPropertyA, FailsAs(ERROR_INVALID_HANDLE)).Ordinal(73).Session();
 HX_FUNCTION(MSI, MsiGetPropertyW, FailsAs(ERROR_INVALID_HANDLE)).Ordinal(74).Session();

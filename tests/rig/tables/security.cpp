@@ -1,7 +1,7 @@
-// The functions of accounts, access lists, the configuration of services, the directory and the setup
+// The functions for accounts, access lists, the configuration of services, the directory and the setup
 // library.
 #include <windows.h>
-// Behind windows.h, on which they build.
+// Must come after windows.h.
 #include <aclapi.h>
 #include <lm.h>
 #include <ntdsapi.h>
@@ -9,20 +9,20 @@
 #include <objbase.h>
 #include <oleauto.h>
 #include <setupapi.h>
-// Behind oleauto.h, on which they build, the second on the first.
+// Must come after oleauto.h; adshlp.h after iads.h.
 #include <iads.h>
 
 #include <adshlp.h>
 
 #include "rig/function.h"
 
-// The module's name, which a header uses for a word of its own.
+// Undefined because HX_FUNCTION needs it as a module's name; a header defines it as a macro.
 #undef NTDSAPI
 
 namespace rig {
 namespace {
 
-// Who somebody is.
+// Identities.
 HX_FUNCTION(KERNEL32, GetComputerNameW, FailsWith(FALSE, ERROR_BUFFER_OVERFLOW));
 HX_FUNCTION(KERNEL32, GetComputerNameExW, FailsWith(FALSE, ERROR_MORE_DATA));
 HX_FUNCTION(ADVAPI32, GetTokenInformation, FailsWith(FALSE, ERROR_ACCESS_DENIED)).Uses(kHandle, Arg<0>);
@@ -39,7 +39,7 @@ HX_FUNCTION(NETAPI32, NetUserGetInfo, FailsAs(NERR_UserNotFound)).Acquires(kNetB
 HX_FUNCTION(NETAPI32, NetUserDel, FailsAs(NERR_UserNotFound));
 HX_FUNCTION(NETAPI32, NetApiBufferFree, kCannotFail).Releases(kNetBuffer, Arg<0>);
 
-// Rights of accounts.
+// Account rights.
 HX_FUNCTION(ADVAPI32, LsaOpenPolicy, FailsAs(static_cast<NTSTATUS>(0xC0000022)))
     .Hex(Arg<2>)
     .Acquires(kPolicy, Out<3>);
@@ -61,7 +61,7 @@ HX_FUNCTION(ADVAPI32, SetNamedSecurityInfoW, FailsAs(ERROR_ACCESS_DENIED))
     .TextArguments()
     .Uses(kLocalMemory, Arg<5>);
 
-// The configuration of services.
+// Service configuration.
 HX_FUNCTION(ADVAPI32, OpenServiceW, FailsWith(nullptr, ERROR_ACCESS_DENIED))
     .Uses(kService, Arg<0>)
     .Hex(Arg<2>)

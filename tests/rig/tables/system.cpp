@@ -34,7 +34,7 @@ HX_FUNCTION(ADVAPI32, RegDeleteKeyA, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Ar
 HX_FUNCTION(ADVAPI32, RegDeleteKeyW, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
 HX_FUNCTION(ADVAPI32, RegDeleteValueA, FailsAs(ERROR_ACCESS_DENIED)).Uses(kKey, Arg<0>);
 HX_FUNCTION(ADVAPI32, RegCloseKey, kCannotFail).Releases(kKey, Arg<0>);
-// A name that shlwapi.dll does not export: only SHDeleteKeyA and SHDeleteKeyW are there.
+// shlwapi.dll does not export this name, only SHDeleteKeyA and SHDeleteKeyW.
 HX_FUNCTION_NAMED(SHLWAPI, "SHDeleteKey", SHDeleteKeyA, FailsAs(ERROR_ACCESS_DENIED)).AbsentByDefault();
 
 // Privileges.
@@ -69,7 +69,7 @@ HX_FUNCTION(ADVAPI32, CloseServiceHandle, kCannotFail).Releases(kService, Arg<0>
 // The desktop.
 HX_FUNCTION(USER32, MessageBoxA, Returns(0)).Hex(Arg<3>);
 HX_FUNCTION(USER32, FindWindowA, FailsWith(nullptr, ERROR_FILE_NOT_FOUND));
-// Its result is the window's own.
+// The window's own result is returned.
 HX_FUNCTION(USER32, SendMessageA, kCannotFail);
 HX_FUNCTION(USER32, PostMessageA, FailsWith(FALSE, ERROR_INVALID_WINDOW_HANDLE));
 HX_VARIADIC(USER32, wsprintfW, wvsprintfW, Returns(0));

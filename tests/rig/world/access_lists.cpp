@@ -18,7 +18,7 @@ DWORD SizeOfSid(const void* sid) {
   return 8 + 4 * DWORD{static_cast<const BYTE*>(sid)[1]};
 }
 
-// S-1-5-18 and S-1-5-19.
+// The identifiers S-1-5-18 and S-1-5-19.
 struct WellKnown {
   WELL_KNOWN_SID_TYPE type;
   BYTE number;
@@ -94,7 +94,7 @@ void AccessLists::Install() {
   rig_.On<::SetEntriesInAclW>([this](ULONG count, EXPLICIT_ACCESS_W* entries, ACL* old, ACL** out) -> DWORD {
     if (entriesError != ERROR_SUCCESS) return entriesError;
     if (count != 1 || old != nullptr) {
-      Fail("SetEntriesInAclW is given another number of entries than one, or an older list");
+      Fail("SetEntriesInAclW is given an older list, or not exactly one entry");
     }
     std::string text = Describe(entries[0]);
     *out = static_cast<ACL*>(GuardedHeap::Get().Allocate(sizeof(ACL)));

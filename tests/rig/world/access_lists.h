@@ -3,7 +3,7 @@
 
 #include <windows.h>
 
-// After windows.h, on which it builds.
+// Must come after windows.h.
 #include <aclapi.h>
 
 #include <map>
@@ -14,30 +14,31 @@
 
 namespace rig {
 
-/// The access lists that files get. The files themselves are not looked up: a path is spelled as it is given.
+/// The access lists that files get. The files are not looked up: paths are taken as given.
 class AccessLists {
  public:
-  /// The part of the world that belongs to this rig; `accounts` names the owners of identifiers.
+  /// Creates the part of the world that belongs to this rig. `accounts` names the owners of security
+  /// identifiers.
   AccessLists(Rig& rig, Accounts& accounts) : rig_(rig), accounts_(accounts) {}
   AccessLists(const AccessLists&) = delete;
   AccessLists& operator=(const AccessLists&) = delete;
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// What SetEntriesInAclW fails with.
+  /// The error of SetEntriesInAclW.
   DWORD entriesError = ERROR_SUCCESS;
-  /// What SetNamedSecurityInfoW fails with.
+  /// The error of SetNamedSecurityInfoW.
   DWORD applyError = ERROR_SUCCESS;
   /// The lists that files were given, "S:\Data: rights=0x10000000 mode=2 ... sid=PC7\svc": the path and each
   /// field of the only entry.
   std::vector<std::string> applied;
-  /// The sizes in bytes of the buffers that CreateWellKnownSid was given.
+  /// The buffer sizes in bytes that CreateWellKnownSid was given.
   std::vector<DWORD> wellKnownSizes;
 
  private:
-  /// The name of an identifier's owner; "nobody" if there is none.
+  /// Returns the name of an identifier's owner; "nobody" if there is none.
   std::string OwnerOf(const void* sid);
-  /// Each field of an entry.
+  /// Describes each field of an entry.
   std::string Describe(const EXPLICIT_ACCESS_W& entry);
 
   Rig& rig_;

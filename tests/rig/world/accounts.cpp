@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-// After windows.h, on which they build.
+// Must come after windows.h.
 #include <lm.h>
 #include <ntsecapi.h>
 
@@ -34,7 +34,7 @@ std::string Named(const char* name, const wchar_t* text) {
   return std::string(" ") + name + "=" + TextOrNull(text);
 }
 
-// Every field of the record; the password shows as a secret.
+// Describes every field of the record; the password shows as a secret.
 std::string Describe(const USER_INFO_2& user) {
   return "name=" + TextOrNull(user.usri2_name) + Named("password", user.usri2_password) +
          Numbered("age", user.usri2_password_age) + Numbered("priv", user.usri2_priv) +
@@ -51,7 +51,7 @@ std::string Describe(const USER_INFO_2& user) {
          Numbered("page", user.usri2_code_page);
 }
 
-// A record of the network with one name, which ends at the end of the buffer.
+// Allocates a network buffer for a record with one name, which ends at the end of the buffer.
 template <class Record>
 BYTE* MakeRecord(wchar_t* Record::* field, const std::string& text) {
   std::wstring wide = ToWide(text);
@@ -67,7 +67,7 @@ BYTE* MakeRecord(wchar_t* Record::* field, const std::string& text) {
 }
 
 // Writes a text with its terminator, fills the rest with rubbish and sets the length. If the text does not
-// fit, writes only rubbish and sets the size that the text needs.
+// fit, writes only rubbish and sets the needed size, with the terminator.
 bool WriteName(const std::string& text, wchar_t* buffer, DWORD* size) {
   std::wstring wide = ToWide(text);
   auto length = static_cast<DWORD>(wide.size());
@@ -117,9 +117,9 @@ std::vector<BYTE> Accounts::SidOf(const std::string& account) {
   if (sid.empty()) {
     sid.assign(kSidSize, 0);
     sid[0] = SID_REVISION;
-    sid[1] = 5;                                 // Parts.
-    sid[7] = 5;                                 // The authority of Windows.
-    sid[8] = 21;                                // Not unique.
+    sid[1] = 5;                                 // The number of subauthorities.
+    sid[7] = 5;                                 // The authority: Windows NT.
+    sid[8] = 21;                                // The subauthority SECURITY_NT_NON_UNIQUE.
     sid[24] = static_cast<BYTE>(sids_.size());  // The account's own number.
   }
   return sid;
@@ -157,7 +157,7 @@ DWORD Accounts::Add(DWORD level, const BYTE* buffer) {
 void Accounts::InstallUsers() {
   rig_.On<::NetUserAdd>([this](const wchar_t* server, DWORD level, BYTE* buffer, DWORD* wrong) -> DWORD {
     if (server != nullptr || wrong != nullptr) {
-      Fail("NetUserAdd is given a server or a place for the number of a field");
+      Fail("NetUserAdd is given a server or an output for the number of a wrong field");
     }
     return Add(level, buffer);
   });

@@ -1,5 +1,5 @@
-// The accounts of this computer and of domains in memory: network management, the policy of rights, look-ups.
-// Part of a world.
+// The accounts of this computer and of domains, in memory: network management, the policy of rights,
+// lookups. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -19,86 +19,87 @@
 
 namespace rig {
 
-/// An account, as the library made it.
+/// An account as the library created it.
 struct Account {
-  std::string password;  ///< As text, with the mark of a secret for a secret.
+  std::string password;  ///< As text; a secret shows as the mark.
   std::string fullName;  ///< As text.
-  std::string record;    ///< Every field of the record that made it, for a local one.
+  std::string record;    ///< Every field of the record that created it; for local accounts only.
 };
 
-/// The accounts of a computer or of a domain, by name.
+/// Accounts of a computer or of a domain, by name.
 using AccountMap = std::map<std::string, Account, IgnoreCase>;
 
 /// A domain.
 struct Domain {
-  std::string controller;  ///< The name of its controller; if it is empty, no controller answers.
+  std::string controller;  ///< The name of its controller; empty if no controller answers.
   AccountMap accounts;     ///< Its users.
 };
 
-/// The accounts of this computer and of its domains. All text is UTF-8. Stricter than Windows where its
-/// promise leaves room: a buffer of the network ends with the last byte that it needs, a look-up that fails
-/// first fills the buffers that it was given with rubbish, and the rest of a buffer after a name is rubbish.
+/// The accounts of this computer and of its domains. All text is UTF-8. Where Windows allows several
+/// outcomes, this part returns the strictest. A network buffer ends with the last byte that it needs. A
+/// lookup that fails first fills the given buffers with rubbish. The rest of a buffer after a name is
+/// rubbish.
 class Accounts {
  public:
-  /// The part of the world that belongs to this rig; `sessions` is the part that opens tokens.
+  /// Creates the part of the world that belongs to this rig; `sessions` is the part that opens tokens.
   Accounts(Rig& rig, const Sessions& sessions);
   Accounts(const Accounts&) = delete;
   Accounts& operator=(const Accounts&) = delete;
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// Makes the function ("NetUserAdd") fail with `code`: the result of a function that returns its error,
-  /// otherwise the last error.
+  /// Makes the function ("NetUserAdd") fail with `code`. The code is the result if the function returns its
+  /// error, otherwise the last error.
   void Refuse(const std::string& function, DWORD code) { refused_[function] = code; }
-  /// The code that `function` fails with; 0 if it does not fail.
+  /// Returns the code that `function` fails with; 0 if it does not fail.
   DWORD RefusalOf(const std::string& function) const;
 
   /// The bytes of a GUID, in memory order.
   using Chance = std::array<BYTE, 16>;
-  /// The GUIDs that CoCreateGuid gives, in order; one call more fails the test. At first one GUID, whose
+  /// The GUIDs that CoCreateGuid returns, in order; one call more fails the test. Initially one GUID, whose
   /// password has characters of all classes.
   std::deque<Chance> chances;
-  /// The password of that GUID; no trace shows it.
+  /// The password that results from that GUID; no trace shows it.
   static constexpr char kPassword[] = "aBAA0CAA!DAAvAAA9AAA";
 
-  std::string computer = "PC7";    ///< The name of this computer.
-  std::string workgroup = "CORP";  ///< The domain or workgroup that it is in; "\1" for a null name.
-  AccountMap users;                ///< Its accounts.
-  std::map<std::string, Domain, IgnoreCase> domains;  ///< The domains; at first CORP, with a controller.
+  std::string computer = "PC7";                       ///< The name of this computer.
+  std::string workgroup = "CORP";                     ///< Its domain or workgroup; "\1" for a null name.
+  AccountMap users;                                   ///< The accounts of this computer.
+  std::map<std::string, Domain, IgnoreCase> domains;  ///< The domains; initially CORP, with a controller.
   std::string processUser = "PC7\\installer";         ///< The account that the process runs under.
 
   /// Buffer sizes that LookupAccountNameW asks for before it answers: bytes of the identifier and characters
-  /// of the domain. It asks for them even if the buffers are large enough.
+  /// of the domain. It asks even if the buffers are large enough.
   std::deque<std::pair<DWORD, DWORD>> demands;
   /// The buffer sizes that LookupAccountNameW was given, in order.
   std::vector<std::pair<DWORD, DWORD>> rooms;
   /// The rights that were granted, "PC7\svc SeServiceLogonRight (38 of 40)" with the lengths in bytes.
   std::vector<std::string> rights;
 
-  /// The identifier of an account ("PC7\svc"), the same each time.
+  /// Returns the identifier of an account ("PC7\svc"), the same each time.
   std::vector<BYTE> SidOf(const std::string& account);
 
  private:
-  /// Answers the functions of accounts.
+  /// Answers the functions that add, query and delete users, and CoCreateGuid.
   void InstallUsers();
   /// Answers the functions of domains.
   void InstallNetwork();
-  /// Answers look-ups.
+  /// Answers lookups.
   void InstallLookUps();
-  /// Answers the functions of the policy.
+  /// Answers the functions of the rights policy.
   void InstallPolicy();
-  /// Answers questions about the process's user.
+  /// Answers queries for the process's user.
   void InstallUserOfProcess();
   /// Answers NetUserAdd.
   DWORD Add(DWORD level, const BYTE* buffer);
   /// Answers LookupAccountNameW.
   BOOL LookUp(const std::string& system, const std::string& name, void* sid, DWORD* sidSize, wchar_t* domain,
               DWORD* domainSize);
-  /// The account ("PC7\svc") that a name means on a computer; empty if there is none.
+  /// Returns the account ("PC7\svc") that a name means on a computer; empty if there is none.
   std::string Resolve(const std::string& system, const std::string& name) const;
   /// Answers LookupAccountSidW.
   BOOL LookUpSid(const void* sid, wchar_t* name, DWORD* nameSize, wchar_t* domain, DWORD* domainSize);
-  /// The account of an identifier; empty if there is none.
+  /// Returns the account of an identifier; empty if there is none.
   std::string OwnerOf(const void* sid) const;
   /// Answers GetComputerNameW.
   BOOL TellComputer(wchar_t* buffer, DWORD* size, DWORD tooSmall);
@@ -112,9 +113,9 @@ class Accounts {
   uintptr_t nextHandle_ = 0xACC0010;
 };
 
-/// A buffer of the network of exactly `size` bytes, which NetApiBufferFree frees.
+/// Allocates a network buffer of exactly `size` bytes, which NetApiBufferFree frees.
 void* MakeNetworkBuffer(size_t size);
-/// Text, or "null".
+/// Returns the quoted text, or "null".
 std::string TextOrNull(const wchar_t* text);
 
 }  // namespace rig

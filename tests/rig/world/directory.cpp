@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-// After windows.h, on which they build.
+// Must come after windows.h.
 #include <adshlp.h>
 #include <ntdsapi.h>
 
@@ -10,7 +10,7 @@
 #include "rig/print.h"
 #include "rig/world/process.h"
 
-// The headers do not say the identifiers of these interfaces to the compiler.
+// The headers do not attach the identifiers to these interfaces.
 __CRT_UUID_DECL(IADsContainer, 0x001677D0, 0xFD16, 0x11CE, 0xAB, 0xC4, 0x02, 0x60, 0x8C, 0x9E, 0x75, 0x53)
 __CRT_UUID_DECL(IADsUser, 0x3E37E320, 0x17E2, 0x11CF, 0xAB, 0xC4, 0x02, 0x60, 0x8C, 0x9E, 0x75, 0x53)
 __CRT_UUID_DECL(IADsNameTranslate, 0xB1B272A3, 0x3625, 0x11D1, 0xA3, 0xA4, 0x00, 0xC0, 0x4F, 0xB9, 0x50, 0xDC)
@@ -33,7 +33,7 @@ wchar_t* MakeText(const std::string& text) {
   return static_cast<wchar_t*>(std::memcpy(MakeNetworkBuffer(size), wide.c_str(), size));
 }
 
-// Stores an invalid pointer: the output of a failing method.
+// Stores an invalid pointer as a failing method's output.
 template <class Type>
 void LeaveRubbish(Type** out) {
   *out = reinterpret_cast<Type*>(uintptr_t{0xBADBAD0});
@@ -79,7 +79,7 @@ Declaration& Directory::Add(FakeObject<Interface>& fake, const char* name, Answe
 
 void Directory::CheckPlain(const wchar_t* text) const {
   if (text != nullptr && rig_.ledger.Holds(kSystemString, ToWord(text))) {
-    Fail("a text for the directory is a system string, and should be a plain one: " + ToUtf8(text));
+    Fail("a text for the directory is a system string, but must be a plain one: " + ToUtf8(text));
   }
 }
 
@@ -123,7 +123,7 @@ void Directory::InstallContainer() {
 }
 
 void Directory::InstallUser() {
-  // Named by its type, because the headers overload it with a template.
+  // The cast names the method by its type, because the headers overload it with a template.
   constexpr auto kQuery = static_cast<HRESULT (IUnknown::*)(REFIID, void**)>(&IUnknown::QueryInterface);
   object_
       ->On<kQuery>(
@@ -188,7 +188,7 @@ void Directory::InstallTranslator() {
 
 DWORD Directory::MakeNames(const std::string& serviceClass, DWORD* count, wchar_t*** names) const {
   *count = hasPrincipalNames ? 2 : 0;
-  // Even without names there is a list, which must be freed.
+  // Without names there is still a list, which must be freed.
   *names = static_cast<wchar_t**>(MakeNetworkBuffer(*count * sizeof **names));
   if (hasPrincipalNames) {
     (*names)[0] = MakeText(serviceClass + "/pc7.corp.example");
@@ -233,7 +233,7 @@ void Directory::InstallPrincipalNames() {
   rig_.On<::DsUnBindW>([](HANDLE*) -> DWORD { return ERROR_SUCCESS; });
   rig_.On<::DsFreeSpnArrayW>([this](DWORD count, wchar_t** names) {
     if (count != (hasPrincipalNames ? 2U : 0U)) {
-      Fail("DsFreeSpnArrayW is given another number of names than there are");
+      Fail("DsFreeSpnArrayW is given a wrong number of names");
       return;
     }
     for (DWORD at = 0; at < count; ++at) {

@@ -1,9 +1,9 @@
-// The domain's directory in memory: containers and users, distinguished names, and the names of services that
-// are registered on users. Part of a world.
+// The domain's directory in memory: containers and users, distinguished names, and the service names that
+// are registered for users. Part of the world.
 #pragma once
 
 #include <windows.h>
-// After windows.h, on which they build, the second on the first.
+// Must come after windows.h, and iads.h after oleauto.h.
 #include <oleauto.h>
 
 #include <iads.h>
@@ -17,50 +17,50 @@
 
 namespace rig {
 
-/// The directory of the domains and users of `Accounts`. The objects are fakes; their calls are in the trace:
-/// "container", "object" (with the interface "user") and "translator". Texts must be plain ones, not system
-/// strings. If the headers call a method GetObjectA, so does the trace.
+/// The directory of the domains and users of `Accounts`. The objects are fakes, whose calls are in the
+/// trace: "container", "object" (with the interface "user") and "translator". Texts must be plain ones, not
+/// system strings. The trace shows GetObjectA if the headers rename the method GetObject to that.
 class Directory {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   Directory(Rig& rig, Com& com, Accounts& accounts) : rig_(rig), com_(com), accounts_(accounts) {}
   Directory(const Directory&) = delete;
   Directory& operator=(const Directory&) = delete;
-  /// Makes the objects and sends its functions here.
+  /// Creates the objects and routes the functions of this part here.
   void Install();
 
   /// Makes the method ("container.Create") or function ("DsBindW") fail with this code. A failing method
-  /// leaves rubbish in its output.
+  /// stores rubbish in its output.
   void Refuse(const std::string& call, DWORD code) { refused_[call] = code; }
-  /// Objects of new users do not have the interface of users.
+  /// Removes the user interface from the objects of new users.
   void HideUsers() { hidesUsers_ = true; }
 
-  /// Distinguished names of users ("CORP\svc"); any other user's is "CN=svc,CN=Users,DC=CORP".
+  /// Distinguished names of users, by user ("CORP\svc"); any other user's is like "CN=svc,CN=Users,DC=CORP".
   std::map<std::string, std::string> distinguishedNames;
-  /// This computer has names to register.
+  /// True if this computer has names to register.
   bool hasPrincipalNames = true;
-  /// What is registered, "CN=svc,CN=Users,DC=CORP HOST/PC7".
+  /// The registered names, "CN=svc,CN=Users,DC=CORP HOST/PC7".
   std::set<std::string> registered;
 
  private:
-  /// The code that the call fails with, or 0.
+  /// Returns the code that the call fails with, or 0.
   DWORD RefusalOf(const std::string& call) const;
-  /// Gives `fake` the method `Member`, unless a test makes it fail.
+  /// Gives `fake` the method `Member`, unless a test makes that fail.
   template <auto Member, class Interface, class Answer>
   Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
   /// Fails the test if a text is a system string.
   void CheckPlain(const wchar_t* text) const;
-  /// Makes the container.
+  /// Creates the container.
   void InstallContainer();
-  /// Makes the user.
+  /// Creates the user.
   void InstallUser();
-  /// Makes the translator.
+  /// Creates the translator.
   void InstallTranslator();
-  /// Makes the functions of principal names.
+  /// Answers the functions of service principal names.
   void InstallPrincipalNames();
   /// Answers ADsGetObject.
   HRESULT Open(const std::string& path, const IID& iid, void** out);
-  /// The domain whose container was opened last.
+  /// Returns the users of the domain whose container was opened last.
   AccountMap& Users() { return accounts_.domains.at(domain_).accounts; }
   /// Answers IADsNameTranslate::Set.
   HRESULT Translate(const std::string& name);

@@ -7,7 +7,7 @@
 namespace rig {
 namespace {
 
-// True if two names of a program differ at most in case.
+// True if two program paths differ at most in case.
 bool IsSameProgram(const std::string& a, const std::string& b) {
   std::wstring wideA = ToWide(a);
   std::wstring wideB = ToWide(b);
@@ -28,7 +28,7 @@ HRESULT Firewall::FailureOf(const std::string& method) {
   if (auto failing = failing_.find(method); failing != failing_.end()) {
     return failing->second;
   }
-  // An object that was not added to the firewall yet needs no service.
+  // Methods of an object that is not yet in the firewall need no service.
   bool needsService = method.rfind("rule.", 0) != 0 && method.rfind("application.", 0) != 0 &&
                       method.rfind("manager.", 0) != 0 && method.rfind("localpolicy.", 0) != 0;
   return needsService && !isRunning_ ? kNotRunning : S_OK;
@@ -36,7 +36,7 @@ HRESULT Firewall::FailureOf(const std::string& method) {
 
 std::string Firewall::TextOf(BSTR text) const {
   if (!rig_.ledger.Holds(kSystemString, ToWord(text))) {
-    Fail("a text of the firewall is no system string of the library's");
+    Fail("a text of the firewall is not a system string of the library");
   }
   return text == nullptr ? "" : ToUtf8(text);
 }
@@ -100,7 +100,7 @@ void Firewall::InstallRules() {
   auto& found = com_.Make<INetFwRule>("found");
   com_.Register(__uuidof(NetFwPolicy2), policy);
   com_.Register(__uuidof(NetFwRule), rule);
-  // A rule is made after a look at the list, so a look at the list begins a new rule.
+  // The library gets the list before it creates a rule, so getting the list starts a new rule.
   Add<&INetFwPolicy2::get_Rules>(policy, "get_Rules", [this, &list](INetFwRules** out) {
     newRule_ = {};
     Give(list, out);

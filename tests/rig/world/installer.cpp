@@ -13,8 +13,8 @@ namespace {
 
 constexpr MSIHANDLE kSession = 4711;
 
-/// Gives text to a caller's buffer as MsiGetProperty does: `*count` is the buffer's size with the terminator
-/// on entry and the text's length without it on return; what does not fit is cut and terminated.
+/// Stores text in a caller's buffer as MsiGetProperty does. On entry `*count` is the buffer's size with the
+/// terminator; on return it is the text's length without it. Text that does not fit is cut and terminated.
 template <class Unit>
 UINT GiveText(std::basic_string_view<Unit> text, Unit* buffer, DWORD* count) {
   if (buffer == nullptr) {
@@ -36,7 +36,7 @@ UINT GiveText(std::basic_string_view<Unit> text, Unit* buffer, DWORD* count) {
   return text.size() < room ? ERROR_SUCCESS : ERROR_MORE_DATA;
 }
 
-/// "[1]", "[2]" ... replaced by the fields.
+/// Replaces "[1]", "[2]" ... by the fields.
 std::wstring Expand(const std::vector<std::wstring>& fields) {
   const std::wstring& pattern = fields[0];
   std::wstring out;

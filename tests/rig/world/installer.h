@@ -1,4 +1,4 @@
-// The installer's session: properties, records, messages, modes. Part of a world.
+// The installer's session: properties, records, messages, modes. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -23,52 +23,52 @@ struct Message {
   std::vector<std::string> fields;  ///< Fields 0, 1 ... as UTF-8.
 };
 
-/// An installer session as the library meets it. Values are kept wide; the 8-bit functions see them through
-/// `codePage`.
+/// An installer session as the library meets it. Values are stored as wide text; the 8-bit functions convert
+/// them with `codePage`.
 class InstallerSession {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit InstallerSession(Rig& rig);
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// Sets a property, given as UTF-8; an empty value is an unset property.
+  /// Sets a property, given as UTF-8; an empty value unsets it.
   void Set(const std::string& name, std::string_view value);
-  /// Sets it from wide text.
+  /// Sets the property to wide text.
   void Set(const std::string& name, std::wstring_view value);
-  /// A property's value as UTF-8; empty when unset.
+  /// Returns a property's value as UTF-8; empty if unset.
   std::string Get(const std::string& name) const;
-  /// Reading the property returns `error`.
+  /// Makes reading the property return `error`.
   void FailReading(const std::string& name, UINT error = ERROR_FUNCTION_FAILED) { unreadable_[name] = error; }
-  /// Setting the property returns `error` and changes nothing.
+  /// Makes setting the property return `error` and change nothing.
   void FailSetting(const std::string& name, UINT error = ERROR_FUNCTION_FAILED) { unsettable_[name] = error; }
-  /// The properties that the library set, "NAME = value", in order.
+  /// Returns the properties that the library set, "NAME = value", in order.
   const std::vector<std::string>& Published() const { return published_; }
-  /// The texts of the INSTALLMESSAGE_INFO messages, as they are in the installer's log.
+  /// Returns the texts of the INSTALLMESSAGE_INFO messages, as they are in the installer's log.
   std::vector<std::string> Log() const;
-  /// Every message.
+  /// Returns every message, in order.
   const std::vector<Message>& Messages() const { return messages_; }
 
-  /// The session is in rollback (MsiGetMode with MSIRUNMODE_ROLLBACK); other modes are off.
+  /// True if the session is in rollback (MsiGetMode with MSIRUNMODE_ROLLBACK); other modes are off.
   bool rollback = false;
-  /// No record can be made.
+  /// True if no record can be created.
   bool refusesRecords = false;
   /// The code page of the 8-bit functions.
   UINT codePage = 1252;
-  /// What MsiProcessMessage returns.
+  /// The result of MsiProcessMessage.
   int answer = IDOK;
   /// The user interface level that MsiSetInternalUI set.
   INSTALLUILEVEL uiLevel = INSTALLUILEVEL_FULL;
 
  private:
-  /// A record that the library made.
+  /// A record that the library created.
   struct Record {
     std::vector<std::wstring> fields;
   };
 
-  /// Wide text as the 8-bit functions give it.
+  /// Converts wide text to the text that the 8-bit functions return.
   std::string Narrow(std::wstring_view text) const;
-  /// The other way.
+  /// Converts 8-bit text to wide text.
   std::wstring Widen(std::string_view text) const;
   /// Reads a property; returns the installer's error.
   UINT Read(const std::string& name, std::wstring& value) const;
@@ -76,7 +76,7 @@ class InstallerSession {
   UINT Write(const std::string& name, std::wstring value);
   /// Sets a field of a record; returns the installer's error.
   UINT SetField(MSIHANDLE record, UINT field, std::wstring value);
-  /// Takes a message; returns MsiProcessMessage's result.
+  /// Records a message; returns MsiProcessMessage's result.
   int Process(INSTALLMESSAGE type, MSIHANDLE record);
 
   Rig& rig_;

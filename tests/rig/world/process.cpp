@@ -24,11 +24,11 @@ void Heap::Reclaim() {
 }
 
 void Heap::Install() {
-  // Any value serves: it must only come back unchanged.
+  // Any value will do: it must only come back unchanged.
   static const auto kHandle = reinterpret_cast<HANDLE>(uintptr_t{0x48454150});
   auto check = [](HANDLE heap) {
     if (heap != kHandle) {
-      Fail("a heap function is given something else than the process heap");
+      Fail("a heap function is given a handle that is not the process heap");
     }
   };
   rig_.On<::GetProcessHeap>([] { return kHandle; });
@@ -46,7 +46,7 @@ void Heap::Install() {
   });
   rig_.On<::HeapFree>([check](HANDLE heap, DWORD, void* block) {
     check(heap);
-    // What is not held is reported by the ledger.
+    // The ledger reports a block that is not held.
     if (block != nullptr && GuardedHeap::Get().Free(block) == GuardedHeap::FreeResult::kOverrun) {
       Fail("the bytes around a heap block were overwritten (found by HeapFree)");
     }
@@ -73,18 +73,18 @@ void* Heap::Give(const Kind& kind, size_t size, const void* bytes) {
   return memory;
 }
 
-// What is not held is reported by the ledger.
+// The ledger reports memory that is not held.
 void Heap::TakeBack(void* memory) {
   if (memory != nullptr && GuardedHeap::Get().Free(memory) == GuardedHeap::FreeResult::kOverrun) {
     Fail("the bytes around a buffer of the system were overwritten");
   }
 }
 
-// Always moves, so that an address kept from before is found out.
+// Always moves the block, so that use of the old address is caught.
 void* Heap::Grow(DWORD flags, void* block, size_t size) {
   ptrdiff_t before = GuardedHeap::Get().SizeOf(block);
   if (before < 0) {
-    Fail("HeapReAlloc is given something else than a block in use");
+    Fail("HeapReAlloc is given an address that is not a block in use");
     return nullptr;
   }
   void* grown = GuardedHeap::Get().Allocate(size);

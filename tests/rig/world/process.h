@@ -1,4 +1,4 @@
-// The parts of a world that belong to the process: heap, modules, error mode, clock, message boxes.
+// The process: heap, modules, error mode, clock, message boxes. Parts of the world.
 #pragma once
 
 #include <windows.h>
@@ -13,22 +13,23 @@
 
 namespace rig {
 
-/// The process heap: every block guarded (see GuardedHeap).
+/// The process heap; every block is guarded (see GuardedHeap).
 class Heap {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Heap(Rig& rig);
   ~Heap();
   Heap(const Heap&) = delete;
   Heap& operator=(const Heap&) = delete;
-  /// Sends the heap functions here.
+  /// Routes the heap functions here.
   void Install();
-  /// Frees the blocks that the library still holds; the ledger forgets everything.
+  /// Frees the blocks that the library still holds, and clears the ledger.
   void Reclaim();
-  /// Gives the library `size` bytes of memory of another kind (kLocalMemory, kTaskMemory, kNetBuffer ...),
-  /// filled from `bytes` if not null; the library must free it with that kind's own function.
+  /// Allocates `size` bytes of memory of another kind (kLocalMemory, kTaskMemory, kNetBuffer ...) for the
+  /// library, filled from `bytes` if that is not null. The library must free it with that kind's own
+  /// function.
   void* Give(const Kind& kind, size_t size, const void* bytes = nullptr);
-  /// Frees what Give gave; null is allowed.
+  /// Frees memory that Give allocated; null is allowed.
   static void TakeBack(void* memory);
 
  private:
@@ -37,33 +38,33 @@ class Heap {
   Rig& rig_;
 };
 
-/// The modules of the process and the functions that the library finds by name. A module is present when the
-/// tables declare a function of it; a declared function is found unless it is declared absent. Anything
+/// The modules of the process and the functions that the library finds by name. A module is present if the
+/// tables declare a function of it. A declared function is found unless it is declared absent. Anything
 /// undeclared fails the test.
 class Modules {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Modules(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// The module is in the process already (KERNEL32, NTDLL, USER32, ADVAPI32 and MSI always are).
+  /// Makes the module already loaded (KERNEL32, NTDLL, USER32, ADVAPI32 and MSI always are).
   void Loaded(const std::string& module) { loaded_.insert(declarations::ModuleName(module)); }
-  /// Loading the module fails with `error`.
+  /// Makes loading the module fail with `error`.
   void Missing(const std::string& module, DWORD error = ERROR_MOD_NOT_FOUND) {
     missing_[declarations::ModuleName(module)] = error;
   }
-  /// The module is there, but does not export the function.
+  /// Removes the function from the module's exports.
   void MissingFunction(const std::string& module, const std::string& name) {
     missingFunctions_.insert({declarations::ModuleName(module), name});
   }
-  /// The module exports the function although it is declared absent by default.
+  /// Makes the module export the function although it is declared absent by default.
   void Provide(const std::string& module, const std::string& name) {
     provided_.insert({declarations::ModuleName(module), name});
   }
 
  private:
-  /// The handle of a module.
+  /// Returns the handle of a module.
   HMODULE HandleOf(const std::string& module);
   /// Answers GetModuleHandle.
   HMODULE Find(const char* path);
@@ -80,36 +81,36 @@ class Modules {
   std::map<HMODULE, std::string> handles_;
 };
 
-/// The clock and the version of the system, as the test sets them.
+/// The clock and the system's version, as the test sets them.
 class Clock {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Clock(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// What GetLocalTime gives: 15 November 2026, 11:30:45.
+  /// The output of GetLocalTime: 15 November 2026, 11:30:45.
   SYSTEMTIME local = {2026, 11, 0, 15, 11, 30, 45, 0};
-  /// What GetSystemTime gives: one hour earlier.
+  /// The output of GetSystemTime: one hour earlier.
   SYSTEMTIME utc = {2026, 11, 0, 15, 10, 30, 45, 0};
-  /// What GetTimeZoneInformation gives: UTC plus one hour.
+  /// The output of GetTimeZoneInformation: UTC plus one hour.
   TIME_ZONE_INFORMATION zone = DefaultZone();
-  /// What GetTimeZoneInformation returns.
+  /// The result of GetTimeZoneInformation.
   DWORD zoneId = TIME_ZONE_ID_STANDARD;
-  /// What GetTickCount gives; Sleep adds to it and does not sleep.
+  /// The result of GetTickCount; Sleep adds to it and does not sleep.
   DWORD ticks = 1000000;
-  /// What GetVersion gives: 10.0.19044.
+  /// The result of GetVersion: 10.0.19044.
   DWORD version = 0x4A64000A;
-  /// What GetVersionExA gives.
+  /// The output of GetVersionExA.
   OSVERSIONINFOA versionInfo = {sizeof(OSVERSIONINFOA), 10, 0, 19044, VER_PLATFORM_WIN32_NT, ""};
 
  private:
-  /// UTC plus one hour, daylight time one more.
+  /// Returns UTC plus one hour, with one more in daylight time.
   static TIME_ZONE_INFORMATION DefaultZone();
   Rig& rig_;
 };
 
-/// The desktop: message boxes are noted and answered with OK.
+/// The desktop: message boxes are recorded and answered with OK.
 class Desktop {
  public:
   /// One message box.
@@ -119,9 +120,9 @@ class Desktop {
     UINT type;          ///< Its buttons and icon, MB_OK ...
     bool operator==(const Box&) const = default;
   };
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Desktop(Rig& rig) : rig_(rig) {}
-  /// Sends its function here.
+  /// Routes the function of this part here.
   void Install();
   /// The boxes that appeared, in order.
   std::vector<Box> boxes;
@@ -130,16 +131,16 @@ class Desktop {
   Rig& rig_;
 };
 
-/// The error mode of the process, which must be at the end what it was at the start.
+/// The error mode of the process, which must be the same at the end as at the start.
 class ErrorMode {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit ErrorMode(Rig& rig) : rig_(rig) {}
-  /// Sends its function here.
+  /// Routes the function of this part here.
   void Install();
-  /// Fails the test when the mode was not restored.
+  /// Fails the test if the mode was not restored.
   void Check() const;
-  /// The mode now.
+  /// The current mode.
   UINT mode = kInitial;
 
  private:

@@ -20,7 +20,7 @@ bool IsBlank(char letter) {
   return letter == ' ' || letter == '\t';
 }
 
-// The text after "=" loses the blanks around it and one pair of quotation marks.
+// Removes the blanks around the text after "=" and one pair of quotation marks.
 std::string Trimmed(std::string value) {
   while (!value.empty() && IsBlank(value.front())) {
     value.erase(value.begin());
@@ -64,7 +64,7 @@ UINT ProfileFiles::ReadNumber(const char* file, const char* section, const char*
   return negative ? 0U - number : number;
 }
 
-// What does not fit is cut to size - 1 bytes; the result is the length without the terminator.
+// Cuts text that does not fit to size - 1 bytes; returns the length without the terminator.
 DWORD ProfileFiles::ReadText(const char* file, const char* section, const char* key, const char* missing,
                              char* buffer, DWORD size) const {
   const std::string* found = Find(file, section, key);

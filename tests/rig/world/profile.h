@@ -1,4 +1,4 @@
-// The private profile files (".ini") in memory. Part of a world.
+// Private profile files (".ini") in memory. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -10,20 +10,20 @@
 
 namespace rig {
 
-/// Private profile files; sections and keys in any letter case.
+/// Private profile files; the letter case of sections and keys does not matter.
 class ProfileFiles {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit ProfileFiles(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// Writes one value: 8-bit text, as it is in the file.
+  /// Sets one value to 8-bit text, as it would be in the file.
   void Set(const std::string& file, const std::string& section, const std::string& key,
            const std::string& value);
 
  private:
-  /// A value, or null.
+  /// Returns a value, or null.
   const std::string* Find(const char* file, const char* section, const char* key) const;
   /// Answers GetPrivateProfileIntA.
   UINT ReadNumber(const char* file, const char* section, const char* key, INT missing) const;

@@ -213,7 +213,7 @@ LSTATUS Registry::Query(HKEY key, const std::string& name, DWORD* type, BYTE* da
     return ERROR_SUCCESS;
   }
   if (room < bytes.size()) {
-    // Windows leaves open what the buffer then holds, so the library must not look at it.
+    // Windows does not define what the buffer then contains, so the library must not look at it.
     std::memset(data, GuardedHeap::kRubbish, room);
     return ERROR_MORE_DATA;
   }

@@ -1,4 +1,4 @@
-// The registry in memory. Part of a world.
+// The registry in memory. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -13,45 +13,46 @@
 
 namespace rig {
 
-/// The two views of "HKEY_LOCAL_MACHINE\SOFTWARE" on a 64-bit system. Everything else is one and the same in
-/// both.
+/// The two views of "HKEY_LOCAL_MACHINE\SOFTWARE" on a 64-bit system. All other keys are the same in both.
 enum class View {
-  k64,  ///< What 64-bit programs see.
-  k32,  ///< What 32-bit programs see.
+  k64,  ///< The view of 64-bit programs.
+  k32,  ///< The view of 32-bit programs.
 };
 
-/// A registry that starts empty. Keys are named from their root on ("HKEY_CURRENT_USER\Software\X"), in any
-/// letter case. Texts are kept wide, as Windows keeps them; the 8-bit functions see them through `codePage`.
+/// A registry that starts empty. A key's name begins with its root ("HKEY_CURRENT_USER\Software\X"); letter
+/// case does not matter. Texts are stored wide, as Windows stores them; the 8-bit functions convert them
+/// with `codePage`.
 class Registry {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Registry(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// Makes a key and those above it.
+  /// Creates a key and its parents.
   void Create(const std::string& path, View view = View::k64);
-  /// Makes the key and sets a REG_SZ value (UTF-8) with its terminator.
+  /// Creates the key and sets a REG_SZ value (UTF-8) with its terminator.
   void SetText(const std::string& path, const std::string& name, std::string_view text,
                View view = View::k64);
-  /// Makes the key and sets a REG_DWORD value.
+  /// Creates the key and sets a REG_DWORD value.
   void SetNumber(const std::string& path, const std::string& name, DWORD number, View view = View::k64);
-  /// Makes the key and sets a value of any type to exactly these bytes, as the 8-bit functions see them.
+  /// Creates the key and sets a value of any type to exactly these bytes, as the 8-bit functions see them.
   void SetBytes(const std::string& path, const std::string& name, DWORD type, std::string_view bytes,
                 View view = View::k64);
-  /// Makes the key and sees to it that it has no value of this name.
+  /// Creates the key and removes the value of this name from it.
   void Unset(const std::string& path, const std::string& name, View view = View::k64);
-  /// Opening the key returns `error`.
+  /// Makes opening the key return `error`.
   void Deny(const std::string& path, LSTATUS error = ERROR_ACCESS_DENIED, View view = View::k64);
-  /// Setting a value of the key returns `error`.
+  /// Makes setting a value of the key return `error`.
   void DenySetting(const std::string& path, LSTATUS error = ERROR_ACCESS_DENIED, View view = View::k64);
 
-  /// Whether the key is there.
+  /// True if the key exists.
   bool Exists(const std::string& path, View view = View::k64) const;
-  /// The bytes of a value, texts as UTF-8 with what terminators they have; nothing when the value is missing.
+  /// Returns the bytes of a value; texts as UTF-8 with the terminators that they have. Nothing if the value
+  /// is missing.
   std::optional<std::string> Bytes(const std::string& path, const std::string& name,
                                    View view = View::k64) const;
-  /// The type of a value; REG_NONE when it is missing.
+  /// Returns the type of a value; REG_NONE if it is missing.
   DWORD Type(const std::string& path, const std::string& name, View view = View::k64) const;
 
   /// The code page of the 8-bit functions.
@@ -63,7 +64,7 @@ class Registry {
     DWORD type = REG_NONE;
     std::string bytes;  // As the wide functions see them.
   };
-  /// One key, or what a test said about one that is not there.
+  /// A key, or the errors that a test set for a missing one.
   struct Key {
     std::map<std::string, Value> values;
     LSTATUS openError = ERROR_SUCCESS;
@@ -76,21 +77,21 @@ class Registry {
     REGSAM access;
   };
 
-  /// The name under which a key is kept: capitals, the 32-bit view marked.
+  /// Returns the name under which a key is stored: in capitals, with the 32-bit view marked.
   static std::string Canonical(const std::string& path, View view);
-  /// Makes a key and those above it.
+  /// Creates a key and its parents.
   Key& Make(const std::string& path, View view);
-  /// A value, or null.
+  /// Returns a value, or null.
   const Value* FindValue(const std::string& path, const std::string& name, View view) const;
-  /// A text's bytes as the 8-bit functions give them.
+  /// Converts a text's bytes to those that the 8-bit functions return.
   std::string ToAnsi(std::string_view wideBytes) const;
-  /// The other way.
+  /// Converts the bytes of 8-bit text to those of wide text.
   std::string FromAnsi(std::string_view bytes) const;
-  /// Whether there are keys below this one.
+  /// True if there are keys below this one.
   bool HasSubkeys(const std::string& canonical) const;
-  /// The canonical name of a key below an open or predefined one; nothing when that one is neither.
+  /// Returns the canonical name of a key below an open or predefined one; nothing if `parent` is neither.
   std::optional<std::string> PathOf(HKEY parent, const std::string& subkey, REGSAM access) const;
-  /// What opening or deleting the key at `path` gives: 0 when it is there and not denied.
+  /// Returns the result of opening or deleting the key at `path`: 0 if it exists and is not denied.
   LSTATUS Reach(const std::optional<std::string>& path) const;
 
   /// Answers RegOpenKeyEx.

@@ -10,7 +10,7 @@
 namespace rig {
 namespace {
 
-// The right that a control needs.
+// Returns the right that a control needs.
 DWORD AccessFor(DWORD control) {
   constexpr DWORD kFirstUserDefined = 128;
   if (control == SERVICE_CONTROL_STOP) {
@@ -48,7 +48,8 @@ BOOL StoreStatus(const Service& service, SERVICE_STATUS* status) {
   return TRUE;
 }
 
-// The block that a query for a configuration fills: a record, followed by what its pointers point to.
+// The content of the block that a configuration query fills: a record, then the data that its pointers point
+// to.
 class ConfigurationBlock {
  public:
   ConfigurationBlock(size_t record, bool isWide) : bytes_(record, '\0'), isWide_(isWide) {}
@@ -58,7 +59,8 @@ class ConfigurationBlock {
     pointers_[place] = bytes_.size();
     bytes_ += bytes;
   }
-  /// Appends a text with its terminator and points the field at `place` to it; none leaves null.
+  /// Appends a text with its terminator and points the field at `place` to it; without a text the field
+  /// stays null.
   void PointToText(size_t place, const std::optional<std::string>& text) {
     if (!text.has_value()) {
       return;
@@ -72,9 +74,9 @@ class ConfigurationBlock {
   }
   /// Sets the number at `place`.
   void Set(size_t place, DWORD value) { std::memcpy(&bytes_[place], &value, sizeof value); }
-  /// Its size in bytes.
+  /// Returns its size in bytes.
   size_t Size() const { return bytes_.size(); }
-  /// Writes it to its final place.
+  /// Copies it to its final place and sets the pointers.
   void Store(BYTE* target) const {
     std::memcpy(target, bytes_.data(), bytes_.size());
     for (const auto& [place, offset] : pointers_) {
@@ -89,7 +91,7 @@ class ConfigurationBlock {
   std::map<size_t, size_t> pointers_;
 };
 
-// Answers the query for a configuration; without a block, the query for its size.
+// Answers a configuration query; without a block, a query for the size.
 BOOL AnswerQuery(const Service& service, const ConfigurationBlock& configuration, BYTE* block, DWORD size,
                  DWORD* needed) {
   auto wanted = service.demand != 0 ? service.demand : static_cast<DWORD>(configuration.Size());
@@ -209,7 +211,7 @@ BOOL Services::QueryConfiguration(SC_HANDLE handle, bool isWide, void* block, DW
   if (service == nullptr) {
     return FALSE;
   }
-  // The wide record differs only in what its pointers point to.
+  // The wide record differs only in the texts that its pointers point to.
   using Record = QUERY_SERVICE_CONFIGA;
   static_assert(sizeof(Record) == sizeof(QUERY_SERVICE_CONFIGW));
   ConfigurationBlock configuration(sizeof(Record), isWide);
@@ -266,7 +268,7 @@ BOOL Services::ChangeFailureActions(SC_HANDLE handle, DWORD level, const void* i
                              " reboot=" + QuotedOrNull(actions.lpRebootMsg) +
                              " command=" + QuotedOrNull(actions.lpCommand) +
                              " count=" + std::to_string(actions.cActions) + " actions=" + list);
-  // As the system does it: null leaves the old value, and any list replaces the old list.
+  // As the system does: null keeps the old value, and any list replaces the old list.
   if (actions.lpsaActions != nullptr) {
     service->resetPeriod = actions.dwResetPeriod;
     service->actions.assign(actions.lpsaActions, actions.lpsaActions + actions.cActions);

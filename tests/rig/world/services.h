@@ -1,4 +1,4 @@
-// The service manager in memory. Part of a world.
+// The service manager in memory. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -15,21 +15,21 @@
 
 namespace rig {
 
-/// One service, as a test arranges it and finds it afterwards. Text is UTF-8: functions with 8-bit text give
-/// it as it is here, those with wide text convert it.
+/// One service, as a test arranges it and inspects it afterwards. Text is UTF-8: 8-bit functions return it
+/// unchanged, wide ones convert it.
 struct Service {
-  DWORD openError = ERROR_SUCCESS;  ///< What opening it fails with.
+  DWORD openError = ERROR_SUCCESS;  ///< The error of opening it.
 
   DWORD state = SERVICE_RUNNING;  ///< Its state.
-  /// The states to come: each QueryServiceStatus first moves the service to the next one; the last one stays.
+  /// The next states: each QueryServiceStatus first moves the service to the next one; the last one stays.
   std::deque<DWORD> coming;
-  /// The state after a control that succeeds. Any other control leaves the state as it is.
+  /// The state after a control that succeeds. Any other control leaves the state unchanged.
   std::map<DWORD, DWORD> stateAfter = {{SERVICE_CONTROL_STOP, SERVICE_STOPPED}};
   DWORD stateAfterStart = SERVICE_RUNNING;  ///< The state after a start that succeeds.
-  /// What QueryServiceStatus fails with after the states to come are used up.
+  /// The error of QueryServiceStatus once `coming` is used up.
   DWORD statusError = ERROR_SUCCESS;
-  DWORD startError = ERROR_SUCCESS;              ///< What starting it fails with.
-  std::map<DWORD, DWORD> controlErrors;          ///< What each control fails with.
+  DWORD startError = ERROR_SUCCESS;              ///< The error of starting it.
+  std::map<DWORD, DWORD> controlErrors;          ///< The error of each control.
   std::vector<DWORD> controls;                   ///< The controls that reached it, in order.
   std::vector<std::vector<std::string>> starts;  ///< The arguments of each start that reached it.
 
@@ -41,38 +41,36 @@ struct Service {
   std::optional<std::string> rebootMessage = "Good bye";  ///< The message before a restart; none for null.
   std::optional<std::string> command = "mend.exe /now";   ///< The command after a failure; none for null.
   std::vector<SC_ACTION> actions;                         ///< The action for each failure, in order.
-  /// Every field that ChangeServiceConfig2A was given, "level=2 reset=0xffffffff ..."; the list of actions is
-  /// "kept" if it is the one that the last query returned.
+  /// Every field that ChangeServiceConfig2A was given, "level=2 reset=0xffffffff ...". The list of actions
+  /// is "kept" if it is the one that the last query returned.
   std::vector<std::string> changes;
 
-  /// What asking for the size of its configuration fails with; ERROR_SUCCESS lets it succeed.
+  /// The error of querying the size of its configuration; ERROR_SUCCESS makes the query succeed.
   DWORD sizingError = ERROR_INSUFFICIENT_BUFFER;
-  DWORD configurationError = ERROR_SUCCESS;  ///< What asking for its configuration fails with.
-  DWORD changeError = ERROR_SUCCESS;         ///< What changing its configuration fails with.
-  DWORD demand = 0;  ///< The size in bytes that its configuration pretends to need; 0 for the true size.
+  DWORD configurationError = ERROR_SUCCESS;  ///< The error of querying its configuration.
+  DWORD changeError = ERROR_SUCCESS;         ///< The error of changing its configuration.
+  DWORD demand = 0;  ///< The size in bytes that its configuration claims to need; 0 for the true size.
 };
 
-/// The services of the machine; at first there are none. The rules are strict:
+/// The services of the machine; initially there are none. The rules are strict:
 /// - A handle allows only what it was opened for. Every handle of the manager allows opening services.
 /// - A stopped service takes no control, and a service that is not stopped cannot be started.
-/// - A call that fails leaves a status record that says SERVICE_RUNNING, so that nobody gets away with
-/// reading
-///   it.
+/// - A failing call leaves SERVICE_RUNNING in the status record, so that a caller that reads it is found out.
 /// - A configuration fills its block to the byte: the record, then the texts and lists that it points to. A
 ///   block that is too small is filled with rubbish.
 class Services {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Services(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// The service of this name, in any case; makes it, running, if it does not exist.
+  /// Returns the service of this name, ignoring case; creates it, running, if it does not exist.
   Service& Of(const std::string& name) { return services_[name]; }
   /// Removes the service of this name; no effect if it does not exist.
   void Remove(const std::string& name) { services_.erase(name); }
 
-  /// What opening the service manager fails with.
+  /// The error of opening the service manager.
   DWORD managerError = ERROR_SUCCESS;
 
  private:
@@ -87,11 +85,11 @@ class Services {
   /// Answers the functions that read and change configurations.
   void InstallConfiguration();
 
-  /// Makes a handle; null for `service` makes one of the manager.
+  /// Creates a handle; null for `service` creates one of the manager.
   SC_HANDLE Open(Service* service, DWORD access);
   /// Answers OpenServiceA and OpenServiceW.
   SC_HANDLE OpenService(SC_HANDLE manager, const std::string& name, DWORD access);
-  /// The service of a handle that allows `access`; otherwise null, with the last error set.
+  /// Returns the service of a handle that allows `access`; otherwise null, with the last error set.
   Service* Reach(SC_HANDLE handle, DWORD access);
   /// Answers ControlService.
   BOOL Control(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status);

@@ -12,10 +12,10 @@
 namespace rig {
 namespace {
 
-// Any value serves.
+// Any value will do.
 constexpr LUID kDebugPrivilege = {20, 0};
 
-// One buffer for an array followed by its texts, as the terminal services make it.
+// Allocates one buffer with an array followed by its texts, as the terminal services do.
 template <class Entry>
 Entry* MakeEntries(const std::vector<Entry>& entries, const std::vector<std::string>& texts,
                    wchar_t* Entry::* text) {
@@ -121,7 +121,7 @@ void Sessions::InstallProcesses() {
   rig_.On<::OpenProcess>([this](DWORD access, BOOL, DWORD id) -> HANDLE {
     for (Process& one : processes) {
       if (one.id == id && one.openError == ERROR_SUCCESS) {
-        // A handle of the system's, because the system's own CloseHandle closes it.
+        // A real handle, because the real CloseHandle closes it.
         HANDLE handle = CreateEventA(nullptr, TRUE, FALSE, nullptr);
         opened_[handle] = {&one, access};
         return handle;
@@ -197,7 +197,7 @@ void Sessions::InstallPrivileges() {
         if (privilegeError == ERROR_SUCCESS) {
           enabled.push_back(privileges->Privileges[0].Attributes);
         }
-        // On success the last error is set only on request: an older last error must not matter.
+        // After a success the last error is set only on request: the library must not read an older one.
         if (privilegeError != ERROR_SUCCESS) {
           SetLastError(privilegeError);
         }

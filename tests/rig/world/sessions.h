@@ -1,4 +1,4 @@
-// Terminal sessions, processes and privileges in memory. Part of a world.
+// Terminal sessions, processes and privileges in memory. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -16,17 +16,17 @@ namespace rig {
 struct TerminalSession {
   DWORD id;          ///< Its number.
   int state;         ///< WTSActive ...
-  std::string user;  ///< Who is logged on; empty for nobody.
-  /// The answer to a question for the user.
+  std::string user;  ///< The user who is logged on; empty for nobody.
+  /// What a query for the user returns.
   enum class Asking {
     kWorks,         ///< The user.
     kFails,         ///< An error.
-    kGivesNothing,  ///< A success without any text.
+    kGivesNothing,  ///< Success without any text.
   };
-  Asking asking = Asking::kWorks;  ///< The answer to a question for its user.
+  Asking asking = Asking::kWorks;  ///< What a query for its user returns.
 };
 
-/// One process, as a test arranges it and finds it afterwards.
+/// One process, as a test arranges it and inspects it afterwards.
 struct Process {
   DWORD id;                              ///< Its number.
   DWORD session;                         ///< The session that it belongs to.
@@ -35,37 +35,38 @@ struct Process {
   DWORD openError = ERROR_SUCCESS;       ///< The error of opening it.
   DWORD terminateError = ERROR_SUCCESS;  ///< The error of ending it.
   DWORD waitResult = WAIT_OBJECT_0;      ///< The result of waiting for it after it was ended.
-  bool ended = false;                    ///< It was ended.
+  bool ended = false;                    ///< True if it was ended.
 };
 
 /// The terminal services, the processes and the privileges of this process. Buffers belong to the terminal
 /// services and must be freed. A process handle allows only what it was opened for.
 class Sessions {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Sessions(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
   /// The sessions, in order.
   std::vector<TerminalSession> sessions;
   /// The processes, in order.
   std::vector<Process> processes;
-  /// What WTSEnumerateSessionsW fails with.
+  /// The error of WTSEnumerateSessionsW.
   DWORD sessionsError = ERROR_SUCCESS;
-  /// What WTSEnumerateProcessesW fails with.
+  /// The error of WTSEnumerateProcessesW.
   DWORD processesError = ERROR_SUCCESS;
   /// The last error after AdjustTokenPrivileges, which succeeds: ERROR_NOT_ALL_ASSIGNED if the process does
   /// not hold the privilege.
   DWORD privilegeError = ERROR_SUCCESS;
-  /// What OpenProcessToken fails with.
+  /// The error of OpenProcessToken.
   DWORD tokenError = ERROR_SUCCESS;
-  /// The privilege "SeDebugPrivilege" exists.
+  /// True if the privilege "SeDebugPrivilege" exists.
   bool hasDebugPrivilege = true;
-  /// The attributes that the debug privilege was given.
+  /// The attributes that the debug privilege was given, in order.
   std::vector<DWORD> enabled;
 
-  /// The access that a token of this process was opened with; none if `token` is not one.
+  /// Returns the access that a token of this process was opened with; nothing if `token` is not such a
+  /// token.
   std::optional<DWORD> AccessOfToken(HANDLE token) const;
 
  private:
@@ -74,7 +75,7 @@ class Sessions {
     Process* process;
     DWORD access;
   };
-  /// The process of a handle that allows `access`; otherwise null, with the last error set.
+  /// Returns the process of a handle that allows `access`; otherwise null, with the last error set.
   Process* Reach(HANDLE handle, DWORD access);
   /// Answers the functions of WTSAPI32.
   void InstallTerminalServices();

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-// After windows.h, on which it builds.
+// Must come after windows.h.
 #include <setupapi.h>
 
 #include "rig/function.h"

@@ -1,4 +1,4 @@
-// The setup library, which runs sections of INF files. Part of a world.
+// The setup library, which runs sections of INF files. Part of the world.
 #pragma once
 
 #include <string>
@@ -8,12 +8,12 @@
 
 namespace rig {
 
-/// Notes the sections that the library runs; nothing is run.
+/// Records the sections that the library runs; nothing is run.
 class SetupLibrary {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit SetupLibrary(Rig& rig) : rig_(rig) {}
-  /// Sends its function here.
+  /// Routes the function of this part here.
   void Install();
 
   /// The command lines that InstallHinfSectionA was given, in order.

@@ -12,7 +12,7 @@
 namespace rig {
 namespace {
 
-// Lays the list out as the system does: first the pointers, then the texts, in one block.
+// Allocates the list in one block, laid out as the system does: first the pointers, then the texts.
 wchar_t** GiveList(const std::vector<std::wstring>& texts) {
   size_t size = (texts.size() + 1) * sizeof(wchar_t*);
   for (const std::wstring& text : texts) {
@@ -81,7 +81,7 @@ HRESULT Shell::GiveKnownFolder(const GUID& id, wchar_t** path) {
   }
   if (SUCCEEDED(folder->second.result)) {
     size_t size = (folder->second.path.size() + 1) * sizeof(wchar_t);
-    // The ledger takes it from the function's declaration.
+    // The rig records it in the ledger because of the function's declaration.
     *path = static_cast<wchar_t*>(GuardedHeap::Get().Allocate(size));
     std::memcpy(*path, folder->second.path.c_str(), size);
   }

@@ -1,4 +1,4 @@
-// The part of a world that belongs to the shell: known folders and command lines.
+// The shell: known folders and command lines. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -11,34 +11,34 @@
 
 namespace rig {
 
-/// The known folders, by either way of asking, and CommandLineToArgvW, whose list is the library's to free.
-/// The folders are those of a plain installation on drive C; nothing of it need exist on the disk.
+/// The known folders, through both APIs, and CommandLineToArgvW, whose list the library must free. The
+/// folders are those of a plain installation on drive C; they need not exist on the disk.
 class Shell {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   explicit Shell(Rig& rig) : rig_(rig) {}
-  /// Sends its functions here.
+  /// Routes the functions of this part here.
   void Install();
 
-  /// SHGetFolderPathA and SHGetFolderPathW give this folder for a CSIDL. An empty text is given out as it is,
-  /// with success.
+  /// Makes SHGetFolderPathA and SHGetFolderPathW return this folder for a CSIDL. An empty path is returned
+  /// as such, with success.
   void Set(int csidl, std::wstring path) { folders_[csidl] = {S_OK, std::move(path)}; }
-  /// SHGetKnownFolderPath gives this folder for a KNOWNFOLDERID.
+  /// Makes SHGetKnownFolderPath return this folder for a KNOWNFOLDERID.
   void Set(const GUID& id, std::wstring path) { known_[id] = {S_OK, std::move(path)}; }
-  /// SHGetFolderPathA and SHGetFolderPathW fail with `result` for a CSIDL.
+  /// Makes SHGetFolderPathA and SHGetFolderPathW fail with `result` for a CSIDL.
   void Fail(int csidl, HRESULT result = E_FAIL) { folders_[csidl] = {result, {}}; }
-  /// SHGetKnownFolderPath fails with `result` for a KNOWNFOLDERID.
+  /// Makes SHGetKnownFolderPath fail with `result` for a KNOWNFOLDERID.
   void Fail(const GUID& id, HRESULT result = E_FAIL) { known_[id] = {result, {}}; }
 
  private:
-  /// What a question for a folder gets.
+  /// The result of a query for a folder.
   struct Folder {
     HRESULT result;
     std::wstring path;
   };
-  /// An order of identifiers.
+  /// Orders identifiers.
   struct IdOrder {
-    /// Whether `a` comes first.
+    /// True if `a` comes first.
     bool operator()(const GUID& a, const GUID& b) const { return std::memcmp(&a, &b, sizeof a) < 0; }
   };
   /// Answers SHGetFolderPathW.
@@ -50,9 +50,9 @@ class Shell {
   std::map<int, Folder> folders_ = DefaultFolders();
   std::map<GUID, Folder, IdOrder> known_ = DefaultKnownFolders();
 
-  /// The folders of a plain installation.
+  /// Returns the folders of a plain installation by CSIDL.
   static std::map<int, Folder> DefaultFolders();
-  /// The same by identifier.
+  /// Returns the same folders by KNOWNFOLDERID.
   static std::map<GUID, Folder, IdOrder> DefaultKnownFolders();
 };
 

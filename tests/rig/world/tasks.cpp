@@ -5,7 +5,7 @@
 #include "client/logon_trigger.h"
 #include "rig/print.h"
 
-// The headers do not say the identifiers of these interfaces to the compiler.
+// The headers do not attach the identifiers to these interfaces.
 __CRT_UUID_DECL(ILogonTrigger, 0x72DADE38, 0xFAE4, 0x4B3E, 0xBA, 0xF4, 0x5D, 0x00, 0x9A, 0xF0, 0x2B, 0x1C)
 __CRT_UUID_DECL(ITaskScheduler, 0x148BD527, 0xA2AB, 0x11CE, 0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03)
 __CRT_UUID_DECL(ITask, 0x148BD524, 0xA2AB, 0x11CE, 0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03)
@@ -46,7 +46,7 @@ bool TaskScheduler::HasFolder(const std::string& name) {
 
 void TaskScheduler::CheckText(BSTR text) const {
   if (text != nullptr && !rig_.ledger.Holds(kSystemString, ToWord(text))) {
-    Fail("a text of the Task Scheduler is no system string: " + TextOf(text));
+    Fail("a text of the Task Scheduler is not a system string: " + TextOf(text));
   }
 }
 
@@ -58,7 +58,7 @@ void TaskScheduler::CheckText(const VARIANT& value) const {
 
 void TaskScheduler::CheckPlain(BSTR text) const {
   if (rig_.ledger.Holds(kSystemString, ToWord(text))) {
-    Fail("a text of the Task Scheduler is a system string, and should be a plain one: " + TextOf(text));
+    Fail("a text of the Task Scheduler is a system string, but must be a plain one: " + TextOf(text));
   }
 }
 
@@ -206,7 +206,7 @@ void TaskScheduler::InstallSettings() {
 
 void TaskScheduler::InstallTriggers() {
   auto& triggers = com_.Make<ITriggerCollection>("triggers");
-  // One for each type, so that none answers for the other's interface.
+  // One object per trigger type, so that none answers for the other's interface.
   auto& dailyTrigger = com_.Make<ITrigger>("trigger");
   auto& logonTrigger = com_.Make<ITrigger>("trigger");
   auto& daily = com_.Make<IDailyTrigger>("daily");

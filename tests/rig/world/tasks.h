@@ -1,4 +1,4 @@
-// The Task Scheduler in memory, through its newer and its older interfaces. Part of a world.
+// The Task Scheduler in memory, through its newer and its older interfaces. Part of the world.
 #pragma once
 
 #include <windows.h>
@@ -15,32 +15,34 @@
 namespace rig {
 
 /// The Task Scheduler: its root folder, at most one folder below it with tasks in it, and the work items of
-/// the older interfaces. The objects are fakes; their calls are in the trace: "service", "root", "folder",
-/// "definition", "info", "settings", "idle", "triggers", "trigger" (with the interfaces "daily" and "logon"),
-/// "principal", "actions", "action" (with the interface "program"), "task", "running"; "scheduler", "item",
-/// "schedule" and "file". They have only the methods that the library needs. Each text must be a system
-/// string that the library holds. A few must be plain texts on purpose: there, a system string fails the
-/// test.
+/// the older interfaces. The objects are fakes, whose calls are in the trace: "service", "root", "folder",
+/// "definition", "info", "settings", "idle", "triggers", "trigger" (with the interfaces "daily" and
+/// "logon"), "principal", "actions", "action" (with the interface "program"), "task", "running";
+/// "scheduler", "item", "schedule" and "file". They have only the methods that the library needs. Each text
+/// must be a system string that the library holds.
+///
+/// On purpose: a few texts must be plain. There, a system string fails the test.
 class TaskScheduler {
  public:
-  /// The part of the world that belongs to this rig.
+  /// Creates the part of the world that belongs to this rig.
   TaskScheduler(Rig& rig, Com& com) : rig_(rig), com_(com) {}
-  /// Makes the objects.
+  /// Creates the objects.
   void Install();
-  /// The method ("folder.GetTask") returns `error` and does nothing.
+  /// Makes the method ("folder.GetTask") return `error` and do nothing.
   void FailMethod(const std::string& method, HRESULT error) { failing_[method] = error; }
-  /// Asking a trigger or an action for its interface fails: "daily", "logon", "program", "file".
+  /// Makes asking a trigger, an action or a work item for its interface fail: "daily", "logon", "program",
+  /// "file".
   void MissingInterface(const std::string& name) { missing_.insert(name); }
 
-  /// There is a folder below the root.
+  /// True if there is a folder below the root.
   bool hasFolder = false;
-  /// The name of that folder. If it is empty, the first name that the library asks for becomes the name.
+  /// The name of that folder. If empty, the first name that the library asks for becomes the name.
   std::string folderName;
-  /// The names of the tasks in it.
+  /// The names of the tasks in that folder.
   std::set<std::string> tasks;
-  /// The sessions in which the user agent's task can be run; in others RunEx fails.
+  /// The sessions in which the user agent's task can be run; in other sessions RunEx fails.
   std::set<LONG> sessions;
-  /// The users for whom it can be run; for others RunEx fails.
+  /// The users for whom it can be run; for other users RunEx fails.
   std::set<std::string> users;
   /// The names of the work items.
   std::set<std::string> items;
@@ -48,7 +50,7 @@ class TaskScheduler {
   TASK_TRIGGER schedule = {};
 
  private:
-  /// Gives `fake` the method `Member` that answers as `answer` does, unless a test makes it fail.
+  /// Gives `fake` the method `Member`, which `answer` answers unless a test makes it fail.
   template <auto Member, class Interface, class Answer>
   Declaration& Add(FakeObject<Interface>& fake, const char* name, Answer answer);
   /// Gives `fake` a method that accepts any arguments.
@@ -57,40 +59,40 @@ class TaskScheduler {
   /// Gives `fake` a method that returns `result`.
   template <auto Member, class Interface>
   void HandOut(FakeObject<Interface>& fake, const char* name, FakeBase& result);
-  /// Whether there is a folder of this name; sets folderName if it is empty.
+  /// True if there is a folder of this name; sets folderName if it is empty.
   bool HasFolder(const std::string& name);
-  /// The error of the method, or S_OK.
+  /// Returns the error of the method, or S_OK.
   HRESULT FailureOf(const std::string& method) const;
   /// Fails the test if a text is not a system string that the library holds.
   void CheckText(BSTR text) const;
-  /// The same for a text in a variant.
+  /// Does the same for a text in a variant.
   void CheckText(const VARIANT& value) const;
-  /// Other arguments are not texts.
+  /// Accepts arguments that are not texts.
   template <class Other>
   void CheckText(const Other&) const {}
   /// Fails the test if a text is a system string.
   void CheckPlain(BSTR text) const;
 
-  /// Makes the service and the folders.
+  /// Creates the service and the folders.
   void InstallFolders();
-  /// Makes the definition with its registration information and principal.
+  /// Creates the definition with its registration information and principal.
   void InstallDefinition();
-  /// Makes the settings of the definition.
+  /// Creates the settings of the definition.
   void InstallSettings();
-  /// Makes the triggers of the definition.
+  /// Creates the triggers of the definition.
   void InstallTriggers();
-  /// Makes the actions of the definition.
+  /// Creates the actions of the definition.
   void InstallActions();
-  /// Makes the registered task.
+  /// Creates the registered task.
   void InstallTask();
-  /// Makes the objects of the older interfaces.
+  /// Creates the objects of the older interfaces.
   void InstallWorkItems();
 
   Rig& rig_;
   Com& com_;
   std::map<std::string, HRESULT> failing_;
   std::set<std::string> missing_;
-  std::string newItem_;  // the name of the work item that was made last
+  std::string newItem_;  // the name of the last work item created
   FakeObject<ITaskFolder>* folder_ = nullptr;
   FakeObject<ITaskDefinition>* definition_ = nullptr;
   FakeObject<IRegisteredTask>* task_ = nullptr;

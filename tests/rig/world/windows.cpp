@@ -5,7 +5,7 @@
 namespace rig {
 namespace {
 
-// Handles count from here.
+// The first handle value.
 constexpr uintptr_t kFirstHandle = 0x310020;
 constexpr uintptr_t kStep = 2;
 

@@ -1,4 +1,4 @@
-// The world that an action meets: per-test answers with state. Used by the fixtures and the sweep.
+// The world that an action meets: answers with state, per test. Used by the fixtures and the sweep.
 #pragma once
 
 #include "rig/com.h"
@@ -20,33 +20,34 @@
 
 namespace rig {
 
-/// Everything that a test arranges before the action runs and looks at afterwards. Every part is a member, so
-/// every world has all of them, and no two parts answer the same function. Rig::On and Rig::UseReal override
-/// a part for one function.
+/// Everything that a test arranges before the action runs and inspects afterwards. Every part is a member,
+/// so every world has all of them, and no two parts answer the same function. Rig::On and Rig::UseReal
+/// override a part for one function.
 ///
-/// A part is a class in a file of its own: the constructor takes the rig and the parts that it uses, and
-/// Install sends its functions to it. World makes and installs the parts in the order of the members.
+/// A part is a class in its own file: the constructor takes the rig and the parts that it uses, and Install
+/// routes functions to it. World creates and installs the parts in the order of the members.
 class World {
  public:
-  /// Under Policy::kReal only the heap answers; the other parts exist, but answer nothing.
+  /// Creates and installs the parts. Under Policy::kReal only the heap answers; the other parts exist but
+  /// answer nothing.
   explicit World(Rig& rig);
   ~World();
   World(const World&) = delete;
   World& operator=(const World&) = delete;
 
-  /// The current world, or null.
+  /// Returns the current world, or null.
   static World* Current();
 
-  /// Sends the function to the test's own answer; see Rig::On.
+  /// Routes the function to the test's own answer; see Rig::On.
   template <auto Fn, class Answer>
   void On(Answer answer) {
     rig.On<Fn>(std::move(answer));
   }
-  /// Sends the function to the real one.
+  /// Routes the function to the real one.
   void UseReal(std::string_view name) { rig.UseReal(name); }
 
-  /// Checks the end of an action: everything is freed and the error mode is restored. With `all`, what the
-  /// test names as kept on purpose must really be kept.
+  /// Checks the end of an action: everything is freed and the error mode is restored. With `all`, everything
+  /// that the test names as kept on purpose must really be kept.
   void CheckEnd(bool all);
 
   /// The rig that this world answers for.

@@ -44,7 +44,7 @@ TEST_F(RigComTest, AnObjectIsCreatedUsedAndGivenBack) {
 
 TEST_F(RigComTest, AnObjectThatIsNotReleasedIsFound) {
   SubjectCom(kSubjectComKeepsObject);
-  EXPECT_TRUE(Has(EndOfAction(), "stream was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "stream was not released"));
 }
 
 TEST_F(RigComTest, AnObjectReleasedTwiceIsFound) {
@@ -82,12 +82,12 @@ TEST_F(RigComTest, ReleasesAreShownOnRequest) {
 
 TEST_F(RigComTest, AMissingUninitialiseIsFound) {
   SubjectCom(kSubjectComKeepsStart);
-  EXPECT_TRUE(Has(EndOfAction(), "com-start#1 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "com-start#1 was not released"));
 }
 
 TEST_F(RigComTest, AKeptSystemStringIsFound) {
   SubjectCom(kSubjectComKeepsString);
-  EXPECT_TRUE(Has(EndOfAction(), "string#1 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "string#1 was not released"));
 }
 
 TEST_F(RigComTest, AMethodThatTheTestDidNotImplementFails) {
@@ -101,7 +101,7 @@ TEST_F(RigComTest, UninitialisingWithoutStartIsFound) {
   TheWorld().com.start = RPC_E_CHANGED_MODE;
   EXPECT_EQ(SubjectCom(kSubjectComSound), S_OK);
   TheWorld().On<::CoInitializeEx>([](void*, DWORD) { return S_OK; });
-  EXPECT_TRUE(Has(Reported([] { SubjectCom(kSubjectComSound); }), "CoUninitialize gives back a com-start"));
+  EXPECT_TRUE(Has(Reported([] { SubjectCom(kSubjectComSound); }), "CoUninitialize releases a com-start"));
 }
 
 TEST_F(RigComTest, EveryMethodFailsOnce) {
@@ -138,8 +138,8 @@ TEST_F(RigTest, GivenMemoryMustComeBack) {
   TheWorld().heap.Give(rig::kLocalMemory, 16);
   TheWorld().com.GiveString(L"text");
   std::string text = EndOfAction();
-  EXPECT_TRUE(Has(text, "local-memory#1 was not given back"));
-  EXPECT_TRUE(Has(text, "string#1 was not given back"));
+  EXPECT_TRUE(Has(text, "local-memory#1 was not released"));
+  EXPECT_TRUE(Has(text, "string#1 was not released"));
 }
 
 }  // namespace rig_test

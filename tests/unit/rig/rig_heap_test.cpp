@@ -12,7 +12,7 @@ TEST_F(RigTest, ALeakedBlockIsFound) {
   SubjectLeak(24);
   EXPECT_EQ(LiveBlocks(), 1U);
   std::string text = EndOfAction();
-  EXPECT_TRUE(Has(text, "block#1 was not given back (24 bytes)"));
+  EXPECT_TRUE(Has(text, "block#1 was not released (24 bytes)"));
 }
 
 TEST_F(RigTest, ABlockKeptOnPurposeIsNoLeak) {
@@ -25,7 +25,7 @@ TEST_F(RigTest, OnlyOneBlockIsKeptOnPurpose) {
   TheRig().ledger.Deliberate(rig::kBlock);
   SubjectLeak(24);
   SubjectLeak(25);
-  EXPECT_TRUE(Has(EndOfAction(), "block#2 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "block#2 was not released"));
 }
 
 TEST_F(RigTest, ABlockNamedAsKeptMustBeKept) {
@@ -34,14 +34,14 @@ TEST_F(RigTest, ABlockNamedAsKeptMustBeKept) {
 }
 
 TEST_F(RigTest, WritingBehindABlockIsCaught) {
-  EXPECT_TRUE(Has(Reported([] { SubjectWriteAt(16, 16); }), "0 bytes behind the end of a block of 16 bytes"));
+  EXPECT_TRUE(Has(Reported([] { SubjectWriteAt(16, 16); }), "0 bytes past the end of a block of 16 bytes"));
   EXPECT_TRUE(Has(EndOfAction(), "block#1"));
 }
 
 TEST_F(RigTest, TheCrashReportSaysWhere) {
   std::string text = Reported([] { SubjectWriteAt(16, 17); });
   EXPECT_TRUE(Has(text, "crash at rigsubject.dll+0x"));
-  EXPECT_TRUE(Has(text, "1 byte behind the end of a block of 16 bytes"));
+  EXPECT_TRUE(Has(text, "1 byte past the end of a block of 16 bytes"));
   EndOfAction();
 }
 
@@ -57,7 +57,7 @@ TEST_F(RigTest, WritingBeforeABlockIsFound) {
 
 TEST_F(RigTest, ReadingBehindABlockIsCaught) {
   EXPECT_TRUE(Has(Reported([] { SubjectReadAt(4096, 4096, FALSE); }),
-                  "0 bytes behind the end of a block of 4096 bytes"));
+                  "0 bytes past the end of a block of 4096 bytes"));
   EndOfAction();
 }
 
@@ -81,11 +81,11 @@ TEST_F(RigTest, GrowingKeepsTheStartAndFillsTheRest) {
 }
 
 TEST_F(RigTest, ADoubleFreeIsFound) {
-  EXPECT_TRUE(Has(Reported([] { SubjectFreeTwice(); }), "HeapFree gives back a block"));
+  EXPECT_TRUE(Has(Reported([] { SubjectFreeTwice(); }), "HeapFree releases a block"));
 }
 
 TEST_F(RigTest, FreeingWhatIsNoBlockIsFound) {
-  EXPECT_TRUE(Has(Reported([] { SubjectFreeForeign(); }), "HeapFree gives back a block"));
+  EXPECT_TRUE(Has(Reported([] { SubjectFreeForeign(); }), "HeapFree releases a block"));
 }
 
 TEST_F(RigTest, ManyBlocksAreQuick) {
@@ -120,7 +120,7 @@ TEST_F(RigTest, AGuardedBufferEndsWhereItSays) {
   EXPECT_EQ(static_cast<unsigned char>(buffer.Data()[4]), GuardedHeap::kRubbish);
   auto* end = buffer.As<const unsigned char>() + buffer.Size();
   SubjectPeek(end - 1);
-  EXPECT_TRUE(Has(Reported([&] { SubjectPeek(end); }), "0 bytes behind the end of a block of 5 bytes"));
+  EXPECT_TRUE(Has(Reported([&] { SubjectPeek(end); }), "0 bytes past the end of a block of 5 bytes"));
 }
 
 TEST_F(RigTest, AGuardedCopyHoldsItsText) {

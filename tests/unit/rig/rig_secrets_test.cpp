@@ -45,8 +45,8 @@ TEST_F(RigTest, ASecretInABlockThatGrowsAndInOneThatIsFreedIsFound) {
                   return memory.size() < 10 ? Finder(secret)(memory) : std::string();
                 }),
             2u);
-  EXPECT_EQ(capture.Texts(), (Texts{"in a heap block that was given back: found 2",
-                                    "in a heap block that was given back: found 2"}));
+  EXPECT_EQ(capture.Texts(),
+            (Texts{"in a heap block that was freed: found 2", "in a heap block that was freed: found 2"}));
 }
 
 TEST_F(RigTest, NothingIsFoundWhereNothingIs) {

@@ -59,7 +59,7 @@ TEST_F(RigTest, ServiceHandlesMustBeClosed) {
   DWORD state = 0;
   TheWorld().services.Of("Subject");
   SubjectService("Subject", SERVICE_STOP, SERVICE_CONTROL_STOP, &state, TRUE);
-  EXPECT_TRUE(Has(EndOfAction(), "service#2 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "service#2 was not released"));
 }
 
 TEST_F(RigTest, AStoppedServiceCanBeStarted) {

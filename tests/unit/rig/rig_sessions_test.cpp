@@ -110,21 +110,21 @@ TEST_F(RigSessionsTest, AskingForAUserCanFailOrGiveNothing) {
 
 TEST_F(RigSessionsTest, ListsAndTextsMustBeFreed) {
   EXPECT_EQ(Treated(SubjectListProcesses, kSubjectListKept), "");
-  EXPECT_TRUE(Has(EndOfAction(), "session-memory#1 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "session-memory#1 was not released"));
   EXPECT_EQ(Treated(SubjectListSessions, kSubjectListKept), "");
-  EXPECT_TRUE(Has(EndOfAction(), "session-memory#2 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "session-memory#2 was not released"));
   std::array<wchar_t, 32> user;
   EXPECT_EQ(SubjectSessionUser(3, user.data(), kSubjectListKept), 0U);
-  EXPECT_TRUE(Has(EndOfAction(), "session-memory#3 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "session-memory#3 was not released"));
 }
 
 TEST_F(RigSessionsTest, FreeingTwiceIsFound) {
   EXPECT_TRUE(Has(Treated(SubjectListProcesses, kSubjectListFreedTwice),
-                  "WTSFreeMemory gives back a session-memory ("));
+                  "WTSFreeMemory releases a session-memory ("));
 }
 
 TEST_F(RigSessionsTest, ReadingBehindAListIsFound) {
-  EXPECT_TRUE(Has(Treated(SubjectListProcesses, kSubjectListReadBehind), "behind the end of a block"));
+  EXPECT_TRUE(Has(Treated(SubjectListProcesses, kSubjectListReadBehind), "past the end of a block"));
   EndOfAction();  // What the crash kept the subject from giving back.
 }
 
@@ -198,7 +198,7 @@ TEST_F(RigSessionsTest, AProcessTellsItsImage) {
 TEST_F(RigSessionsTest, AProcessHandleThatIsKeptOrUsedBehindItsClosingIsFound) {
   DWORD wait;
   SubjectEndProcess(120, kAllAccess, FALSE, &wait, kSubjectProcessKept);
-  EXPECT_TRUE(Has(EndOfAction(), "handle#1 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "handle#1 was not released"));
   EXPECT_TRUE(
       Has(Reported([&] { SubjectEndProcess(120, kAllAccess, FALSE, &wait, kSubjectProcessUsedBehind); }),
           "TerminateProcess is given a handle ("));
@@ -227,7 +227,7 @@ TEST_F(RigSessionsTest, ThePrivilegeCanBeRefusedOrUnknown) {
 
 TEST_F(RigSessionsTest, ATokenMustBeClosed) {
   SubjectTakePrivilege("SeDebugPrivilege", ERROR_SUCCESS, TRUE);
-  EXPECT_TRUE(Has(EndOfAction(), "handle#1 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "handle#1 was not released"));
 }
 
 }  // namespace rig_test

@@ -16,7 +16,7 @@ TEST_F(RigTest, KnownFoldersAreGivenAndMustBeFreed) {
   EXPECT_EQ(EndOfAction(), "");
   EXPECT_EQ(SubjectKnownFolder(&FOLDERID_ProgramFilesX64, path, TRUE), S_OK);
   EXPECT_STREQ(path, L"C:\\Program Files");
-  EXPECT_TRUE(Has(EndOfAction(), "task-memory#2 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "task-memory#2 was not released"));
 }
 
 TEST_F(RigTest, KnownFoldersCanFail) {
@@ -46,7 +46,7 @@ TEST_F(RigTest, SplitCommandLinesMustBeFreed) {
             "CommandLineToArgvW(\"x \\\"a b\\\" C:\\\\\xC3\xA9\", *) = local-memory#1");
   EXPECT_EQ(EndOfAction(), "");
   SubjectSplit(L"x", last, TRUE);
-  EXPECT_TRUE(Has(EndOfAction(), "local-memory#2 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "local-memory#2 was not released"));
 }
 
 TEST_F(RigTest, FormatTextsSayWhatTheArgumentsAre) {

@@ -91,7 +91,7 @@ class RigRealTest : public rig::RiggedTest {
 inline testing::AssertionResult Has(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos
              ? testing::AssertionSuccess()
-             : testing::AssertionFailure() << "\"" << text << "\" does not hold \"" << part << "\"";
+             : testing::AssertionFailure() << "\"" << text << "\" does not contain \"" << part << "\"";
 }
 
 }  // namespace rig_test

@@ -56,7 +56,7 @@ TEST_F(RigSweepTest, ASoundActionPasses) {
 TEST_F(RigSweepTest, ALeakBehindOneFailingCallIsFound) {
   std::string text = SweepOver(kSubjectLeaks);
   EXPECT_TRUE(Has(text, "with call 1, RegOpenKeyExA("));
-  EXPECT_TRUE(Has(text, "block#1 was not given back (32 bytes)"));
+  EXPECT_TRUE(Has(text, "block#1 was not released (32 bytes)"));
   EXPECT_FALSE(Has(text, "with call 2"));
 }
 
@@ -89,7 +89,7 @@ TEST_F(RigSweepTest, ARunThatGoesAnotherWayIsFound) {
     FailEachCall([](rig::Scene& scene) { return SubjectAction(scene.rig.session, kSubjectWanders); },
                  [&](rig::World& world) { world.clock.ticks = ++ticks; });
   });
-  EXPECT_TRUE(Has(text, "the action ran another way than the first time"));
+  EXPECT_TRUE(Has(text, "the action took another path than in the first run"));
 }
 
 TEST_F(RigSweepTest, ACallThatIsNotReachedIsFound) {

@@ -186,22 +186,22 @@ TEST_F(RigTasksTest, AMethodThatFailsDoesNothing) {
 
 TEST_F(RigTasksTest, ObjectsThatAreKeptOrUsedTooLateAreFound) {
   EXPECT_EQ(RegisterDaily(L"Task", kSubjectTaskKeepsDefinition), S_OK);
-  EXPECT_TRUE(Has(EndOfAction(), "definition was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "definition was not released"));
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskUsesReleased); }),
                   "task.get_State is called, but the library holds no reference to task"));
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskLosesDefinition); }),
                   "folder.RegisterTaskDefinition is given a interface ("));
   EXPECT_EQ(RegisterDaily(L"Task", kSubjectTaskKeepsPath), S_OK);
-  EXPECT_TRUE(Has(EndOfAction(), "was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "was not released"));
 }
 
 TEST_F(RigTasksTest, TextsMustBeSystemStringsWhereTheyAreMeantToBe) {
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskPlainName); }),
-                  "a text of the Task Scheduler is no system string: Task"));
+                  "a text of the Task Scheduler is not a system string: Task"));
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskPlainUser); }),
-                  "a text of the Task Scheduler is no system string: SYSTEM"));
+                  "a text of the Task Scheduler is not a system string: SYSTEM"));
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskSystemAuthor); }),
-                  "a text of the Task Scheduler is a system string, and should be a plain one: Subject"));
+                  "a text of the Task Scheduler is a system string, but must be a plain one: Subject"));
 }
 
 TEST_F(RigTasksTest, ATextThatIsFreedTooEarlyIsFound) {
@@ -227,7 +227,7 @@ TEST_F(RigTasksTest, AWorkItemIsThereWhenItIsSaved) {
 
 TEST_F(RigTasksTest, AWorkItemsTriggerThatIsKeptIsFound) {
   EXPECT_EQ(MakeWorkItem(L"Item", kSubjectItemKeepsTrigger), S_OK);
-  EXPECT_TRUE(Has(EndOfAction(), "schedule was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "schedule was not released"));
 }
 
 TEST_F(RigTasksTest, EveryMethodFailsOnce) {

@@ -157,7 +157,7 @@ TEST_F(RigTest, PropertiesCanFail) {
 
 TEST_F(RigTest, AWrongSessionIsFound) {
   EXPECT_TRUE(
-      Has(Reported([] { SubjectSetPropertyA(1, "NAME", "x"); }), "is given 1 in place of the session"));
+      Has(Reported([] { SubjectSetPropertyA(1, "NAME", "x"); }), "is given 1 instead of the session"));
 }
 
 TEST_F(RigTest, MessagesBecomeLogLines) {
@@ -178,7 +178,7 @@ TEST_F(RigTest, RecordsCanBeRefused) {
 
 TEST_F(RigTest, AKeptRecordIsFound) {
   SubjectKeepRecord();
-  EXPECT_TRUE(Has(EndOfAction(), "record#1 was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "record#1 was not released"));
 }
 
 TEST_F(RigTest, BoxesAreNoted) {
@@ -194,9 +194,9 @@ TEST_F(RigTest, KeysMustBeClosedOnce) {
   EXPECT_EQ(SubjectKey(1, FALSE), 0);
   EXPECT_EQ(EndOfAction(), "");
   SubjectKey(0, FALSE);
-  EXPECT_TRUE(Has(EndOfAction(), "key#2 was not given back, taken at rigsubject.dll+0x"));
-  EXPECT_TRUE(Has(Reported([] { SubjectKey(2, FALSE); }), "RegCloseKey gives back a key"));
-  EXPECT_TRUE(Has(Reported([] { SubjectCloseLeftover(); }), "RegCloseKey gives back a key (0xbadbad0)"));
+  EXPECT_TRUE(Has(EndOfAction(), "key#2 was not released, taken at rigsubject.dll+0x"));
+  EXPECT_TRUE(Has(Reported([] { SubjectKey(2, FALSE); }), "RegCloseKey releases a key"));
+  EXPECT_TRUE(Has(Reported([] { SubjectCloseLeftover(); }), "RegCloseKey releases a key (0xbadbad0)"));
   EXPECT_TRUE(Has(Reported([] { SubjectKey(1, TRUE); }), "RegQueryValueExA is given a key"));
 }
 
@@ -306,7 +306,7 @@ TEST_F(RigTest, AnAbsentFunctionMustBeProvided) {
 
 TEST_F(RigTest, AKeptModuleIsFound) {
   SubjectDeleteTree("Software\\Subject", TRUE);
-  EXPECT_TRUE(Has(EndOfAction(), "SHLWAPI was not given back"));
+  EXPECT_TRUE(Has(EndOfAction(), "SHLWAPI was not released"));
   TheRig().ledger.Deliberate(rig::kModule, "SHLWAPI");
   SubjectDeleteTree("Software\\Subject", TRUE);
   EXPECT_EQ(EndOfAction(), "");
