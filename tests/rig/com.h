@@ -166,7 +166,7 @@ class FakeObject : public FakeBase {
     static_assert(std::is_base_of_v<Base, Interface>);
     Also(__uuidof(Base));
   }
-  /// Returns the object as an interface pointer of its own type.
+  /// Returns the object as a pointer to its interface.
   Interface* Get() { return static_cast<Interface*>(Pointer()); }
 };
 

@@ -30,7 +30,7 @@ class Ledger {
   std::string NameOf(const Kind& kind, uint64_t value) const;
   /// Does the same for a value of unknown kind; heap blocks have no such names.
   std::string NameOf(uint64_t value) const;
-  /// Gives a value, held or not, a name of its own, for example the name of a module.
+  /// Names a value, held or not; for example with the name of a module.
   void Call(uint64_t value, const std::string& name);
 
   /// Marks one resource of this kind as kept on purpose. `name` (a resource's name, such as a module's)

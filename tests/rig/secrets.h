@@ -1,6 +1,6 @@
-// Texts that must not be written anywhere: the passwords of accounts. Used by the part of the world that
-// knows such a text, by all code that writes traces and failures, and by tests that search memory for such a
-// text.
+// Texts that must not be written anywhere: the passwords of accounts. The part of the world that knows such
+// a text declares it here. Also used by all code that writes traces and failures, and by tests that search
+// memory for such a text.
 #pragma once
 
 #include <windows.h>

@@ -31,9 +31,9 @@ struct SweepOptions {
 };
 
 /// Runs `action` once without failures, then once per call that can fail, with that call failing as
-/// declared. Every run has a fresh scene that `arrange` prepares. Fails the test if a run crashes, leaks,
-/// makes an unexpected call, returns a result that is not allowed, or does not reach the call that should
-/// fail. Returns the number of calls that were made to fail.
+/// declared. Every run has a fresh scene that `arrange` prepares. A run that crashes, leaks or makes an
+/// unexpected call fails the test. So does a run that returns a result that is not allowed, or that does not
+/// reach the call that should fail. Returns the number of calls that were made to fail.
 size_t Sweep(const std::string& file, Policy policy, const std::function<void(World&)>& arrange,
              const std::function<UINT(Scene&)>& action, const SweepOptions& options);
 

@@ -15,8 +15,7 @@
 
 namespace rig {
 
-/// One rule, as a test arranges it and inspects it afterwards. The default numbers are those of a fresh
-/// object.
+/// One rule, as a test arranges it and inspects it afterwards. A fresh object has the default numbers.
 struct FirewallRule {
   std::string name;              ///< Its name; Item and Remove find it by its exact name.
   std::string program;           ///< The program that it applies to.

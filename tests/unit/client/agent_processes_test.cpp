@@ -1,4 +1,4 @@
-// The running agents, where the path of the agent tells no folder.
+// Stopping the running agents if the agent's path has no folder.
 #include "client/agent_processes.h"
 
 #include "rig/internals_test.h"
@@ -9,7 +9,7 @@ HX_INTERNAL(StopAgentProcesses);
 
 class AgentProcessesTest : public rig::RiggedInternalsTest {
  protected:
-  // Stops the agents of the world, with this path of the agent.
+  // Stops the agents of the world; `agentPath` is the path of the agent.
   int Stop(const wchar_t* agentPath) {
     wchar_t name[] = L"osua.exe";
     std::vector<WTS_PROCESS_INFOW> entries;
@@ -21,7 +21,7 @@ class AgentProcessesTest : public rig::RiggedInternalsTest {
   }
 };
 
-TEST_F(AgentProcessesTest, WithoutAFolderEveryAgentIsStoppedUnasked) {
+TEST_F(AgentProcessesTest, WithoutAFolderEveryAgentIsStoppedWithoutAQuery) {
   TheWorld().sessions.processes = {{1, 2, "osua.exe", "D:\\Elsewhere\\osua.exe"}, {2, 2, "osua.exe", ""}};
   EXPECT_EQ(Stop(L"osua.exe"), 2);
   EXPECT_TRUE(TheWorld().sessions.processes[0].ended);
@@ -39,7 +39,7 @@ TEST_F(AgentProcessesTest, ARootIsAFolder) {
               "JN Setup Log: \\osua.exe"});
 }
 
-TEST_F(AgentProcessesTest, ANullListHoldsNoAgents) {
+TEST_F(AgentProcessesTest, ANullListHasNoAgents) {
   EXPECT_EQ(Stop(L"C:\\Client\\osua.exe"), 0);
 }
 

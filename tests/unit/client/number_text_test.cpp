@@ -10,7 +10,7 @@ HX_INTERNAL(ParseIntervalA);
 
 class NumberTextTest : public rig::InternalsTest {
  protected:
-  // Read up to their terminator, and not a byte further.
+  // Reads the digits up to the terminator, and not a byte further.
   static int Digits(const std::string& text) { return ParseDigitsA(rig::GuardedBuffer::Of(text).Data()); }
   static int Interval(const std::string& text) { return ParseIntervalA(rig::GuardedBuffer::Of(text).Data()); }
 };

@@ -43,7 +43,7 @@ TEST_F(ScheduleServiceTest, AServiceThatIsAboutToStartCountsAsAFailure) {
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_SERVICE_ALREADY_RUNNING});
 }
 
-TEST_F(ScheduleServiceTest, EachFailureIsGivenOut) {
+TEST_F(ScheduleServiceTest, EachErrorIsReturned) {
   TheWorld().services.managerError = ERROR_DATABASE_DOES_NOT_EXIST;
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_DATABASE_DOES_NOT_EXIST});
   TheWorld().services.managerError = ERROR_SUCCESS;
@@ -58,7 +58,7 @@ TEST_F(ScheduleServiceTest, EachFailureIsGivenOut) {
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_SERVICE_DISABLED});
 }
 
-// Closing a handle may change the last error; the failure's own is the one that counts.
+// Closing a handle may change the last error; the result must be the error of the failing call.
 TEST_F(ScheduleServiceTest, ClosingDoesNotHideTheError) {
   TheWorld().On<::CloseServiceHandle>([](SC_HANDLE) {
     SetLastError(ERROR_INVALID_HANDLE);
@@ -71,7 +71,7 @@ TEST_F(ScheduleServiceTest, ClosingDoesNotHideTheError) {
   EXPECT_EQ(EnsureScheduleService(), DWORD{ERROR_SERVICE_DISABLED});
 }
 
-TEST_F(ScheduleServiceTest, EveryFailureGivesBackEverything) {
+TEST_F(ScheduleServiceTest, EverythingIsFreedOnEachFailure) {
   rig::SweepOptions options;
   options.results = {0, ERROR_ACCESS_DENIED, ERROR_SERVICE_REQUEST_TIMEOUT};
   EXPECT_EQ(FailEachCall([](rig::Scene&) { return EnsureScheduleService(); }, {}, options), 4u);

@@ -1,4 +1,4 @@
-// Registering the agent's tasks, and running, checking and deleting registered ones.
+// Registering the agent's tasks; running, checking and deleting registered tasks.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -21,24 +21,25 @@ constexpr wchar_t kTask[] = L"Some Task";
 
 using Lines = std::vector<std::string>;
 
-// What an operation returns when a call fails: by the call's name, of the making of a string with its text.
+// What an operation returns if a call fails, by the call's name; for SysAllocString, by the call with its
+// text.
 using Codes = std::map<std::string, int>;
 constexpr char kNameString[] = "SysAllocString(\"Some Task\")";
 
 class AgentTaskTest : public rig::RiggedInternalsTest {
  protected:
-  // The caller starts COM; these operations find it started.
+  // The caller starts COM, so these operations find it started.
   void Arrange(rig::World& world) override { world.com.start = RPC_E_CHANGED_MODE; }
   rig::TaskScheduler& Tasks() { return TheWorld().tasks; }
 
-  // The trace's lines that begin like this, without their results.
+  // Returns the lines of the trace that begin with `start`, without their results.
   std::vector<std::string> Calls(const std::string& start) {
     std::vector<std::string> calls = TheRig().trace.LinesStarting({start});
     for (std::string& call : calls) call = call.substr(0, call.rfind(" = "));
     return calls;
   }
 
-  // The trace from the first line that begins like this.
+  // Returns the trace from the first line that begins with `start`.
   Lines Rest(const std::string& start) {
     const Lines& all = TheRig().trace.Lines();
     auto first = std::find_if(all.begin(), all.end(),
@@ -46,9 +47,10 @@ class AgentTaskTest : public rig::RiggedInternalsTest {
     return {first, all.end()};
   }
 
-  // Makes each call fail once: the operation must return what `codes` says, and meet every call in it; a call
-  // that is made twice has " again" after its name the second time. The making of the task's name into a
-  // string, which may happen several times, must give `nameCodes`, in this order.
+  // Makes each call fail once. The operation must return what `codes` says, and make every call in it. A
+  // call that is made twice may have its own entry for the second time, with " again" after its name.
+  // Creating the string with the task's name may happen several times: the results must be `nameCodes`, in
+  // this order.
   void ExpectCodes(const std::function<int()>& operation, const Codes& codes,
                    const std::vector<int>& nameCodes) {
     rig::SweepOptions options;
@@ -76,7 +78,7 @@ class AgentTaskTest : public rig::RiggedInternalsTest {
     EXPECT_EQ(nameResults, nameCodes);
   }
 
-  // The maker's folder with the task in it, which can be run.
+  // Arranges the Quillfern folder with the task in it, and a task that can be run.
   static void WithFolderAndTask(rig::World& world) {
     world.tasks.hasFolder = true;
     world.tasks.tasks = {"Some Task", "Ostrel User Agent Task"};
@@ -85,9 +87,9 @@ class AgentTaskTest : public rig::RiggedInternalsTest {
   }
 };
 
-// ---- the two shapes, field by field and in order
+// ---- the two kinds of task, field by field and in order
 
-TEST_F(AgentTaskTest, RegistersTheLogonShape) {
+TEST_F(AgentTaskTest, RegistersTheLogonTask) {
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), 0);
   EXPECT_TRACE({
       R"(CoCreateInstance({0F87369F-A4E5-4CFC-BD3E-73E6154572DD}, null, 0x1, {2FABA4C7-4DA9-4013-9697-20CC3FD40F85}, *) = 0)",
@@ -123,7 +125,7 @@ TEST_F(AgentTaskTest, RegistersTheLogonShape) {
   });
 }
 
-TEST_F(AgentTaskTest, RegistersTheDailyShape) {
+TEST_F(AgentTaskTest, RegistersTheDailyTask) {
   Tasks().hasFolder = true;
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, kArguments, nullptr, 7), 0);
   EXPECT_TRACE({
@@ -170,9 +172,9 @@ TEST_F(AgentTaskTest, RegistersTheDailyShape) {
 
 // ---- the order of releases
 
-// The settings are released before get_Triggers; fetched again for the idle wait, they are released right
-// after get_IdleSettings.
-TEST_F(AgentTaskTest, ReleasesInItsOwnOrder) {
+// The settings are released before get_Triggers. For the idle wait they are fetched again, and released
+// right after get_IdleSettings.
+TEST_F(AgentTaskTest, ReleasesObjectsInAFixedOrder) {
   TheWorld().com.ShowReleases();
   TheRig().MakeLoud("SysFreeString");
   Tasks().hasFolder = true;
@@ -240,8 +242,8 @@ TEST_F(AgentTaskTest, ReleasesInItsOwnOrder) {
                    }));
 }
 
-// The account's text is freed right after the call that it is for.
-TEST_F(AgentTaskTest, FreesTheAccountBeforeItReleases) {
+// The account's text is freed right after the call that uses it.
+TEST_F(AgentTaskTest, FreesTheAccountBeforeReleasingObjects) {
   WithFolderAndTask(TheWorld());
   TheWorld().com.ShowReleases();
   TheRig().MakeLoud("SysFreeString");
@@ -257,7 +259,7 @@ TEST_F(AgentTaskTest, FreesTheAccountBeforeItReleases) {
   }
 }
 
-TEST_F(AgentTaskTest, EveryZeroDaysNeedsNoNetwork) {
+TEST_F(AgentTaskTest, AnIntervalOfZeroDaysNeedsNoNetwork) {
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, nullptr, 0), 0);
   EXPECT_EQ(Calls("settings.put_RunOnly"), std::vector<std::string>{});
   EXPECT_EQ(Calls("daily.put_DaysInterval"), std::vector<std::string>{"daily.put_DaysInterval(0)"});
@@ -278,12 +280,12 @@ TEST_F(AgentTaskTest, AnyNegativeIntervalMeansLogon) {
   EXPECT_EQ(Calls("program.put_Arguments").size(), 1u);
 }
 
-TEST_F(AgentTaskTest, AMissingProgramIsForTheServiceToJudge) {
+TEST_F(AgentTaskTest, AMissingProgramIsPassedToTheService) {
   EXPECT_EQ(RegisterAgentTask(kTask, nullptr, nullptr, kGroup, -1), 0);
   EXPECT_EQ(Calls("program."), std::vector<std::string>{"program.put_Path(null)"});
 }
 
-TEST_F(AgentTaskTest, AnEmptyArgumentIsGiven) {
+TEST_F(AgentTaskTest, AnEmptyArgumentIsSet) {
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, L"", kGroup, -1), 0);
   EXPECT_EQ(Calls("program.put_Arguments"), std::vector<std::string>{"program.put_Arguments(\"\")"});
 }
@@ -298,7 +300,7 @@ TEST_F(AgentTaskTest, RegisteringTwiceLeavesOneTask) {
 
 // ---- every step that can fail
 
-// What both shapes have in common, with the folder there already.
+// The codes of both kinds of task, with an existing folder.
 const Codes kCommonCodes = {
     {"CoCreateInstance", -2},
     {"service.Connect", -3},
@@ -331,7 +333,7 @@ const Codes kCommonCodes = {
     {"task.get_Path", E_FAIL},
 };
 
-TEST_F(AgentTaskTest, EachStepOfTheLogonShapeHasItsCode) {
+TEST_F(AgentTaskTest, EachStepOfTheLogonTaskHasItsCode) {
   Codes codes = kCommonCodes;
   codes.insert({
       {"triggers.Create", -16},
@@ -343,11 +345,11 @@ TEST_F(AgentTaskTest, EachStepOfTheLogonShapeHasItsCode) {
       {"logon.put_UserId", -18},
       {"SysAllocString(\"Builtin\\\\Users\")", -32},
   });
-  // The name of the old task is of no account, that of the new one is.
+  // The result ignores a failing string of the old task's name, but not of the new one's.
   ExpectCodes([] { return RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1); }, codes, {0, -32});
 }
 
-TEST_F(AgentTaskTest, EachStepOfTheDailyShapeHasItsCode) {
+TEST_F(AgentTaskTest, EachStepOfTheDailyTaskHasItsCode) {
   Codes codes = kCommonCodes;
   codes.insert({
       {"settings.put_RunOnlyIfNetworkAvailable", 0},
@@ -374,7 +376,7 @@ TEST_F(AgentTaskTest, EachStepOfTheDailyShapeHasItsCode) {
   ExpectCodes([] { return RegisterAgentTask(kTask, kProgram, kArguments, nullptr, 1); }, codes, {0, -32});
 }
 
-TEST_F(AgentTaskTest, AFolderThatCannotBeMadeIsNoFolder) {
+TEST_F(AgentTaskTest, AFolderThatCannotBeCreatedFails) {
   Tasks().FailMethod("root.CreateFolder", E_ACCESSDENIED);
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), -4);
   EXPECT_EQ(Calls("folder."), std::vector<std::string>{});
@@ -395,7 +397,7 @@ TEST_F(AgentTaskTest, AnActionOfAnotherKindFails) {
   EXPECT_TRUE(Tasks().tasks.empty());
 }
 
-TEST_F(AgentTaskTest, AStateThatCannotBeReadIsReportedAsItIs) {
+TEST_F(AgentTaskTest, TheErrorOfReadingTheStateIsReturned) {
   Tasks().FailMethod("task.get_State", E_ACCESSDENIED);
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, -1), E_ACCESSDENIED);
   EXPECT_EQ(Calls("task."), std::vector<std::string>{"task.get_State(*)"});
@@ -443,7 +445,7 @@ TEST_F(AgentTaskTest, RunsTheTaskForAUser) {
                                                       "task.RunEx(empty, 2, 0, \"nobody\", *)"}));
 }
 
-TEST_F(AgentTaskTest, RunningSaysWhatFailed) {
+TEST_F(AgentTaskTest, RunningReportsTheFailedStep) {
   Codes codes = kReachCodes;
   codes.insert({{"SysAllocString(\"Ostrel User Agent Task\")", -6},
                 {"folder.GetTask", -6},
@@ -460,7 +462,7 @@ TEST_F(AgentTaskTest, ChecksATaskWhateverItsState) {
   EXPECT_EQ(CheckAgentTask(L"Another"), -6);
 }
 
-TEST_F(AgentTaskTest, CheckingSaysWhatFailed) {
+TEST_F(AgentTaskTest, CheckingReportsTheFailedStep) {
   Codes codes = kReachCodes;
   codes.insert({{"folder.GetTask", -6}, {"task.get_State", -7}});
   ExpectCodes([] { return CheckAgentTask(kTask); }, codes, {-6});
@@ -479,10 +481,10 @@ TEST_F(AgentTaskTest, DeletesTheTaskAndTheEmptyFolder) {
   EXPECT_EQ(DeleteAgentTask(kTask), -5);
 }
 
-TEST_F(AgentTaskTest, DeletingSaysWhatFailed) {
+TEST_F(AgentTaskTest, DeletingReportsTheFailedStep) {
   Codes codes = kReachCodes;
   codes.insert({{"folder.DeleteTask", 0}, {"root.DeleteFolder", 0}});
-  // What is made into a string a second time is the folder to be deleted, which is of no account.
+  // The second string with this text is the name of the folder to delete; its failure is ignored.
   codes.erase("SysAllocString(\"Quillfern\")");
   std::vector<int> folderResults;
   rig::SweepOptions options;

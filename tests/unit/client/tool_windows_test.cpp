@@ -1,4 +1,4 @@
-// Waiting for windows to go, and the ways of closing them.
+// Waiting until windows are closed, and the ways of closing them.
 
 #include "client/tool_windows.h"
 
@@ -16,26 +16,26 @@ HX_INTERNAL(CloseNetworkTool);
 using Lines = std::vector<std::string>;
 
 constexpr DWORD kStart = 1000000;
-// Eleven polls of half a second lie behind a deadline of five seconds.
+// Within a deadline of five seconds the wait polls eleven times, every half second.
 constexpr int kPolls = 11;
 
 class ToolWindowsTest : public rig::RiggedInternalsTest {
  protected:
-  // A window that is on its way out and is found `polls` times more.
+  // Opens a window that is closing and is still found `polls` times.
   void OpenGoing(unsigned polls) {
     rig::Window& window = TheWorld().windows.Open("Class", "Title");
     window.isGoing = true;
     window.lingers = polls;
   }
   void OpenStaying() { TheWorld().windows.Open("Class", "Title").closesOn = rig::Window::kNone; }
-  // How many calls of the trace are `call`.
+  // Returns how many lines of the trace are `call`.
   static ptrdiff_t Count(const std::string& call) {
     const Lines& lines = rig::Rig::Current()->trace.Lines();
     return std::count(lines.begin(), lines.end(), call);
   }
 };
 
-TEST_F(ToolWindowsTest, NothingIsWaitedForWithoutAWindow) {
+TEST_F(ToolWindowsTest, DoesNotWaitWithoutAWindow) {
   TheRig().MakeLoud("GetTickCount");
   EXPECT_EQ(WaitWindowGone("Class", "Title"), 1);
   EXPECT_TRACE({"GetTickCount() = 0xf4240", R"(FindWindowA("Class", "Title") = null)"});
@@ -57,15 +57,15 @@ TEST_F(ToolWindowsTest, AWindowIsWaitedFor) {
   });
 }
 
-TEST_F(ToolWindowsTest, AWindowMayGoAtTheLastPollBeforeTheDeadlineIsOver) {
+TEST_F(ToolWindowsTest, AWindowMayCloseAtTheLastPoll) {
   OpenGoing(kPolls - 1);
   EXPECT_EQ(WaitWindowGone("Class", "Title"), 1);
   EXPECT_EQ(TheWorld().clock.ticks, kStart + 5000);
 }
 
-// The deadline itself is not over yet: the wait ends at the first poll behind it, which does not look any
-// more.
-TEST_F(ToolWindowsTest, AWindowThatStaysEndsTheWaitBehindFiveSeconds) {
+// At exactly five seconds the deadline has not passed yet. The wait ends at the first poll after it, which
+// does not look for the window again.
+TEST_F(ToolWindowsTest, TheWaitForAWindowThatStaysEndsAfterFiveSeconds) {
   OpenGoing(kPolls);
   EXPECT_EQ(WaitWindowGone("Class", "Title"), 0);
   EXPECT_EQ(Count("Sleep(500)"), kPolls);
@@ -74,28 +74,28 @@ TEST_F(ToolWindowsTest, AWindowThatStaysEndsTheWaitBehindFiveSeconds) {
   EXPECT_EQ(TheWorld().clock.ticks, kStart + 5500);
 }
 
-TEST_F(ToolWindowsTest, ADeadlineThatWrapsAroundIsOverAtTheFirstPoll) {
+TEST_F(ToolWindowsTest, ADeadlineThatWrapsAroundHasPassedAtTheFirstPoll) {
   TheWorld().clock.ticks = 0xFFFFFFFF - 4999;
   OpenStaying();
   EXPECT_EQ(WaitWindowGone("Class", "Title"), 0);
   EXPECT_EQ(Count("Sleep(500)"), 1);
 }
 
-TEST_F(ToolWindowsTest, ADeadlineThatWrapsAroundIsNotOverWhenTheCountWrapsWithIt) {
+TEST_F(ToolWindowsTest, ADeadlineThatWrapsAroundHasNotPassedIfTheCountWrapsToo) {
   TheWorld().clock.ticks = 0xFFFFFFFF - 499;
   OpenStaying();
   EXPECT_EQ(WaitWindowGone("Class", "Title"), 0);
   EXPECT_EQ(Count("Sleep(500)"), kPolls);
 }
 
-TEST_F(ToolWindowsTest, ACountThatWrapsAroundBeforeTheDeadlineIsOverWaitsOn) {
+TEST_F(ToolWindowsTest, ACountThatWrapsAroundBeforeTheDeadlineKeepsWaiting) {
   TheWorld().clock.ticks = 0xFFFFFFFF - 5000;
   OpenGoing(40);
   EXPECT_EQ(WaitWindowGone("Class", "Title"), 1);
   EXPECT_EQ(Count("Sleep(500)"), 40);
 }
 
-TEST_F(ToolWindowsTest, NoWindowIsNoWork) {
+TEST_F(ToolWindowsTest, NothingIsSentWithoutAWindow) {
   TheWorld().windows.Open("Class", "Other");
   TheWorld().windows.Open("Other", "Title");
   EXPECT_EQ(CloseToolWindow("Class", "Title"), 1);
@@ -131,7 +131,7 @@ TEST_F(ToolWindowsTest, AWindowThatIgnoresTheMessageStays) {
   EXPECT_EQ(window.got, (Lines{"send 16 0 0"}));
 }
 
-TEST_F(ToolWindowsTest, NoNetworkToolIsNoWork) {
+TEST_F(ToolWindowsTest, NothingIsSentWithoutANetworkTool) {
   EXPECT_EQ(CloseNetworkTool("Tollgate"), 1);
   EXPECT_TRACE({R"(FindWindowA("Tollgate", "Ostrel") = null)"});
 }
@@ -165,8 +165,8 @@ const StageCase kStages[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Stages, NetworkToolTest, testing::ValuesIn(kStages));
 
-// The window is looked for once; what is told later is told that one.
-TEST_F(ToolWindowsTest, TheStagesOfANetworkToolTellTheWindowThatWasFoundFirst) {
+// The window is looked for once; later messages go to the same window.
+TEST_F(ToolWindowsTest, AllStagesUseTheWindowThatWasFoundFirst) {
   rig::Window& first = TheWorld().windows.Open("Tollgate", "Ostrel");
   rig::Window& second = TheWorld().windows.Open("Tollgate", "Ostrel");
   first.closesOn = WM_USER + 1000;
@@ -176,7 +176,7 @@ TEST_F(ToolWindowsTest, TheStagesOfANetworkToolTellTheWindowThatWasFoundFirst) {
   EXPECT_TRUE(second.got.empty());
 }
 
-TEST_F(ToolWindowsTest, ANetworkToolSurvivesTheFailureOfEachCall) {
+TEST_F(ToolWindowsTest, ClosingANetworkToolSurvivesTheFailureOfEachCall) {
   FailEachCall([](rig::Scene&) -> UINT { return CloseNetworkTool("Tollgate") == 1 ? 0 : 1; },
                [](rig::World& world) {
                  rig::Window& window = world.windows.Open("Tollgate", "Ostrel");

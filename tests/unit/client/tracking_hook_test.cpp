@@ -1,5 +1,5 @@
-// The list of libraries that Windows loads into every process with windows: adding and removing a name, in
-// the rig's registry and in the system's own.
+// The list of libraries that Windows loads into every process with windows. These tests add and remove a
+// name, in the rig's registry and in the real one.
 
 #include "client/tracking_hook.h"
 
@@ -20,14 +20,14 @@ constexpr char kList[] = "AppInit_DLLs";
 constexpr char kSwitch[] = "LoadAppInit_DLLs";
 constexpr char kName[] = "OSTRACK.DLL";
 
-// A list before and after, to the byte; nothing for a list that is not there.
+// A list before and after, to the byte; nothing for a missing list.
 struct ListCase {
   std::optional<std::string> before;
   std::optional<std::string> after;
   DWORD type = REG_SZ;
 };
 
-// The text that stands in the trace when the list was written or deleted.
+// True if the trace shows that the list was written or deleted.
 bool WasTouched(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
     if (line.find("\"AppInit_DLLs\", 0, ") != std::string::npos || line.rfind("RegDeleteValueA", 0) == 0) {
@@ -54,18 +54,18 @@ const ListCase kAdded[] = {
     {"OSTRACK.DL\0"s, "OSTRACK.DL OSTRACK.DLL\0"s},
     {"STRACK.DLL\0"s, "STRACK.DLL OSTRACK.DLL\0"s},
     {"OSTRK64.DLL\0"s, "OSTRK64.DLL OSTRACK.DLL\0"s},
-    // Without a terminator none is written; of several all are kept.
+    // Without a terminator none is written; several terminators are all kept.
     {"", "OSTRACK.DLL"},
     {"a.dll", "a.dll OSTRACK.DLL"},
     {kLong, kLong + " OSTRACK.DLL"},
     {"a.dll\0\0"s, "a.dll OSTRACK.DLL\0\0"s},
-    // One byte counts as the terminator of an empty list, more than one as a list.
+    // A single byte counts as the terminator of an empty list, more bytes as a list.
     {"x", "xOSTRACK.DLL"},
     {"\0\0"s, " OSTRACK.DLL\0\0"s},
-    // What stands behind a terminator is not seen, and overwritten.
+    // Text after a terminator is not seen, and is overwritten.
     {"a\0b\0"s, "a OSTRACK.DLL\0\0\0"s},
     {"a\0OSTRACK.DLL\0"s, "a OSTRACK.DLL\0"s + kZeros},
-    // It is there already, if only in part of an entry.
+    // The name is already there, even if only as part of an entry.
     {"OSTRACK.DLL\0"s, "OSTRACK.DLL\0"s},
     {"OSTRACK.DLL", "OSTRACK.DLL"},
     {"OSTRACK.DLL b.dll\0"s, "OSTRACK.DLL b.dll\0"s},
@@ -75,7 +75,7 @@ const ListCase kAdded[] = {
     {"XOSTRACK.DLLX b.dll\0"s, "XOSTRACK.DLLX b.dll\0"s},
     {"a.dll,OSTRACK.DLL\0"s, "a.dll,OSTRACK.DLL\0"s},
     {kLong + "OSTRACK.DLL\0"s, kLong + "OSTRACK.DLL\0"s},
-    // A value of another type is none of ours.
+    // A value of another type is left alone.
     {"a.dll\0"s, "a.dll\0"s, REG_EXPAND_SZ},
     {"a.dll\0\0"s, "a.dll\0\0"s, REG_MULTI_SZ},
     {"a.dll\0"s, "a.dll\0"s, REG_BINARY},
@@ -89,7 +89,7 @@ const ListCase kRemoved[] = {
     {"a.dll OSTRACK.DLL\0"s, "a.dll\0"s},
     {"a.dll OSTRACK.DLL b.dll\0"s, "a.dll b.dll\0"s},
     {kLong + " OSTRACK.DLL " + kLong + "\0"s, kLong + " " + kLong + "\0"s},
-    // One blank goes, the one behind at the start and else the one in front.
+    // One blank is removed: the one after the name at the start of the list, else the one before the name.
     {"OSTRACK.DLL \0"s, std::nullopt},
     {" OSTRACK.DLL\0"s, std::nullopt},
     {" OSTRACK.DLL \0"s, " \0"s},
@@ -97,24 +97,24 @@ const ListCase kRemoved[] = {
     {"a.dll  OSTRACK.DLL\0"s, "a.dll \0"s},
     {"a.dll  OSTRACK.DLL  b.dll\0"s, "a.dll   b.dll\0"s},
     {"\tOSTRACK.DLL\0"s, "\t\0"s},
-    // The first occurrence only.
+    // Only the first occurrence is removed.
     {"OSTRACK.DLL OSTRACK.DLL\0"s, "OSTRACK.DLL\0"s},
     {"a OSTRACK.DLL OSTRACK.DLL b\0"s, "a OSTRACK.DLL b\0"s},
     {"OSTRACK.DLLOSTRACK.DLL\0"s, "OSTRACK.DLL\0"s},
-    // Out of a longer entry too.
+    // The name is also removed from a longer entry.
     {"C:\\x\\OSTRACK.DLL b.dll\0"s, "C:\\x\\ b.dll\0"s},
     {"XOSTRACK.DLLY\0"s, "XY\0"s},
     {"OSTRACK.DLLY\0"s, "Y\0"s},
     {"a OSTRACK.DLLY\0"s, "aY\0"s},
     {"a,OSTRACK.DLL,b\0"s, "a,,b\0"s},
-    // Whatever the terminators were, there is one afterwards.
+    // The new list has one terminator, however many the old one had.
     {"OSTRACK.DLL", std::nullopt},
     {"a.dll OSTRACK.DLL", "a.dll\0"s},
     {"OSTRACK.DLL b.dll", "b.dll\0"s},
     {"a.dll OSTRACK.DLL\0\0"s, "a.dll\0"s},
     {"a OSTRACK.DLL\0b\0"s, "a\0"s},
     {"OSTRACK.DLL\0b\0"s, std::nullopt},
-    // It is not there.
+    // The name is not there.
     {"", ""},
     {"\0"s, "\0"s},
     {"x", "x"},
@@ -127,7 +127,7 @@ const ListCase kRemoved[] = {
     {"OSTRACK.DL\0"s, "OSTRACK.DL\0"s},
     {"OSTRK64.DLL\0"s, "OSTRK64.DLL\0"s},
     {kLong, kLong},
-    // A value of another type is none of ours.
+    // A value of another type is left alone.
     {"OSTRACK.DLL\0"s, "OSTRACK.DLL\0"s, REG_EXPAND_SZ},
     {"OSTRACK.DLL\0\0"s, "OSTRACK.DLL\0\0"s, REG_MULTI_SZ},
     {"OSTRACK.DLL\0"s, "OSTRACK.DLL\0"s, REG_BINARY},
@@ -135,7 +135,7 @@ const ListCase kRemoved[] = {
 
 class TrackingHookTest : public rig::RiggedInternalsTest {
  protected:
-  // The operation on each list, in a registry of the rig.
+  // Tries the operation on each list, in the rig's registry.
   template <class Operation, size_t kCount>
   void TryAll(Operation operation, const ListCase (&cases)[kCount]) {
     for (const ListCase& row : cases) {
@@ -151,15 +151,15 @@ class TrackingHookTest : public rig::RiggedInternalsTest {
   }
 };
 
-TEST_F(TrackingHookTest, AddsTheNameToEachShapeOfList) {
+TEST_F(TrackingHookTest, AddsTheNameToEachKindOfList) {
   TryAll(AddAppInitDll, kAdded);
 }
 
-TEST_F(TrackingHookTest, RemovesTheNameFromEachShapeOfList) {
+TEST_F(TrackingHookTest, RemovesTheNameFromEachKindOfList) {
   TryAll(RemoveAppInitDll, kRemoved);
 }
 
-// The same on the system's own registry, in a key of the test's.
+// The same with the real registry, in a key of the test's own.
 class RealListTest : public rig::InternalsTest {
  protected:
   static constexpr char kOwnKey[] = "Software\\HxTrackingHookTest";
@@ -178,8 +178,8 @@ class RealListTest : public rig::InternalsTest {
     rig::InternalsTest::TearDown();
   }
 
-  // Sets the list to these bytes, as wide text where it is text. Windows adds a terminator where one lies
-  // behind the data, so that something else must.
+  // Sets the list to these bytes, as wide text if it is text. Windows adds a terminator if one follows the
+  // data in memory, so dots follow it here.
   void Write(DWORD type, const std::string& bytes) {
     if (type == REG_BINARY || type == REG_DWORD) {
       RegSetValueExA(key_, kList, 0, type, reinterpret_cast<const BYTE*>(bytes.data()),
@@ -213,7 +213,7 @@ class RealListTest : public rig::InternalsTest {
       }
       EXPECT_EQ(operation(kName, 0), 0);
       std::optional<std::string> after = row.after;
-      // The system completes what is written without its terminator.
+      // The system adds a missing terminator.
       if (after && row.before != row.after && after->back() != '\0') after->push_back('\0');
       EXPECT_EQ(Read(), after);
     }
@@ -222,11 +222,11 @@ class RealListTest : public rig::InternalsTest {
   HKEY key_ = nullptr;
 };
 
-TEST_F(RealListTest, AddsTheNameToEachShapeOfList) {
+TEST_F(RealListTest, AddsTheNameToEachKindOfList) {
   TryAll(AddAppInitDll, kAdded);
 }
 
-TEST_F(RealListTest, RemovesTheNameFromEachShapeOfList) {
+TEST_F(RealListTest, RemovesTheNameFromEachKindOfList) {
   TryAll(RemoveAppInitDll, kRemoved);
 }
 
@@ -259,11 +259,11 @@ TEST_P(SwitchTest, IsSwitchedOnByAdding) {
   EXPECT_EQ(TheRegistry().Bytes(kKey, kSwitch), GetParam().after);
   EXPECT_EQ(TheRegistry().Type(kKey, kSwitch), GetParam().type);
   EXPECT_EQ(WasSet(), GetParam().before != GetParam().after);
-  // The list is written in any case.
+  // The list is always written.
   EXPECT_EQ(TheRegistry().Bytes(kKey, kList), "OSTRACK.DLL\0"s);
 }
 
-TEST_P(SwitchTest, IsSwitchedOnAlsoWhereTheNameIsThereOrTheListIsOfAnotherType) {
+TEST_P(SwitchTest, IsSwitchedOnEvenIfTheListStaysUnchanged) {
   for (DWORD type : {DWORD{REG_SZ}, DWORD{REG_BINARY}}) {
     SetSwitch();
     TheRegistry().SetBytes(kKey, kList, type, "OSTRACK.DLL\0"s);
@@ -311,7 +311,7 @@ TEST_F(TrackingHookTest, AListThatCannotBeReadIsLeftAlone) {
   TheRegistry().SetText(kKey, kList, "a.dll OSTRACK.DLL");
   TheWorld().On<::RegQueryValueExA>(
       [](HKEY, const char*, DWORD*, DWORD* type, BYTE* data, DWORD* size) -> LSTATUS {
-        // The list grew since its size was asked for.
+        // The list has grown since its size was queried.
         if (data != nullptr) return ERROR_MORE_DATA;
         *type = REG_SZ;
         *size = 4;
@@ -323,7 +323,7 @@ TEST_F(TrackingHookTest, AListThatCannotBeReadIsLeftAlone) {
   EXPECT_FALSE(TheRegistry().Bytes(kKey, kSwitch).has_value());
 }
 
-TEST_F(TrackingHookTest, EachViewHasAListOfItsOwn) {
+TEST_F(TrackingHookTest, EachViewHasItsOwnList) {
   TheRegistry().Create(kKey);
   TheRegistry().Create(kKey, rig::View::k32);
   AddAppInitDll("A.DLL", KEY_WOW64_32KEY);
@@ -336,7 +336,7 @@ TEST_F(TrackingHookTest, EachViewHasAListOfItsOwn) {
   EXPECT_FALSE(TheRegistry().Bytes(kKey, kList, rig::View::k32).has_value());
 }
 
-TEST_F(TrackingHookTest, EveryFailureIsSurvived) {
+TEST_F(TrackingHookTest, SurvivesEveryFailure) {
   FailEachCall(
       [](rig::Scene&) -> UINT {
         return static_cast<UINT>(AddAppInitDll(kName, 0) + RemoveAppInitDll("b.dll", 0));

@@ -1,4 +1,4 @@
-// Notices: the gate, the record, the fall-back box.
+// Notices: the gate, the record, the fallback message box.
 
 #include "frame/notice.h"
 
@@ -43,7 +43,7 @@ TEST_F(NoticeTest, CarriesItsMessageType) {
   EXPECT_EQ(Installer().Messages()[0].fields[1], "27000");
 }
 
-TEST_F(NoticeTest, IsSentForMinusOneOnly) {
+TEST_F(NoticeTest, IsSentOnlyForMinusOne) {
   for (const std::string& value :
        {std::string(), std::string("1"), std::string("-1 "), std::string(" -1"), std::string("-10"),
         std::string("-"), std::string("+1"), std::string(127, '1'), std::string(128, '1'),
@@ -63,7 +63,7 @@ TEST_F(NoticeTest, IsNotSentWhenTheGateCannotBeRead) {
   EXPECT_TRACE({R"(MsiGetPropertyA(session, "PROP_SILENCE", *, *) = 1627)"});
 }
 
-TEST_F(NoticeTest, IsNotSentForWhatAFailedReadLeavesInTheBuffer) {
+TEST_F(NoticeTest, IgnoresTheBufferAfterAFailedRead) {
   for (UINT status : {UINT{ERROR_MORE_DATA}, UINT{ERROR_INVALID_HANDLE}, UINT{ERROR_FUNCTION_FAILED}}) {
     TheWorld().On<::MsiGetPropertyA>([&](MSIHANDLE, LPCSTR, LPSTR buffer, LPDWORD) -> UINT {
       memcpy(buffer, "-1", 3);
@@ -84,7 +84,7 @@ TEST_F(NoticeTest, TheGateIsReadIntoABufferOf128Bytes) {
   EXPECT_EQ(room, 128u);
 }
 
-TEST_F(NoticeTest, WithoutARecordABoxTitledWithTheProductStandsIn) {
+TEST_F(NoticeTest, WithoutARecordABoxTitledWithTheProductIsShown) {
   Installer().refusesRecords = true;
   Installer().Set("ProductName", "Vantor Server");
   Send(kWhole);
@@ -96,7 +96,7 @@ TEST_F(NoticeTest, WithoutARecordABoxTitledWithTheProductStandsIn) {
   });
 }
 
-TEST_F(NoticeTest, TheTitleIsFixedWhereTheProductHasNoReadableName) {
+TEST_F(NoticeTest, TheTitleIsFixedIfTheProductNameCannotBeRead) {
   Installer().refusesRecords = true;
   Send(kWhole);
   Installer().FailReading("ProductName");
@@ -116,7 +116,7 @@ TEST_F(NoticeTest, ATitleOf127BytesFitsTheWholeBuffer) {
   EXPECT_EQ(TheWorld().desktop.boxes[0].title, std::string(127, 'P'));
 }
 
-// The count still holds the length of "-1", so that one character and the terminator are all that fits.
+// The count still has the length of "-1", so only one character and the terminator fit.
 TEST_F(NoticeTest, AReusedCountLeavesRoomForOneCharacterOfTheTitle) {
   Installer().refusesRecords = true;
   for (const auto& [name, title] :

@@ -1,4 +1,4 @@
-// What actions share: properties, folder properties, the client's programs, log lines, rollback.
+// Code that actions share: properties, folder properties, the client's programs, log lines, rollback.
 
 #include "frame/session.h"
 
@@ -28,7 +28,7 @@ class SessionTest : public rig::RiggedInternalsTest {
  protected:
   MSIHANDLE Session() { return TheRig().session; }
 
-  // Takes over a heap string of the library.
+  // Copies a heap string of the library and frees it.
   template <class Char>
   static std::basic_string<Char> Take(Char* text) {
     if (!text) return {};
@@ -74,7 +74,7 @@ TEST_F(PropertyTest, TheBufferGrowsToTheNeededLengthAndSixteenMore) {
     DWORD room = *count;
     *count = 300;
     if (room <= 300) return ERROR_MORE_DATA;
-    // Exactly the stated room may be written.
+    // Fills all the room that the library states, so that a smaller buffer is found.
     for (DWORD i = 0; i < room; ++i) buffer[i] = i < 300 ? L'v' : L'\0';
     return ERROR_SUCCESS;
   });
@@ -89,7 +89,7 @@ TEST_F(PropertyTest, ValuesAroundTheFirstBufferAreReadWhole) {
     Installer().Set("PROP_SITE", std::string(length, 'v'));
     EXPECT_EQ(Take(ReadPropertyW(Session(), L"PROP_SITE")), std::wstring(length, L'v'));
     EXPECT_EQ(Take(ReadPropertyA(Session(), "PROP_SITE")), std::string(length, 'v'));
-    // Each is read a second time only where 255 characters do not hold the value.
+    // A value is read a second time only if it does not fit into 255 characters.
     EXPECT_EQ(TheRig().trace.Lines().size(), length > 255 ? 4u : 2u);
   }
 }
@@ -128,7 +128,7 @@ TEST_F(PropertyTest, AReadThatFailsTheSecondTimeIsNull) {
   EXPECT_EQ(calls, 2);
 }
 
-TEST_F(PropertyTest, NoMemoryIsNull) {
+TEST_F(PropertyTest, OutOfMemoryIsNull) {
   FailEachCall(
       [](rig::Scene& scene) -> UINT {
         HeapFreeSafe(ReadPropertyW(scene.rig.session, L"PROP_SITE"));
@@ -170,7 +170,7 @@ TEST_F(DirectoryPropertyTest, ATextThatEndsInABackslashStaysAsItIs) {
   EXPECT_PUBLISHED({"DIR_UPG = C:\\Data\\"});
 }
 
-TEST_F(DirectoryPropertyTest, ATextOfOneCharacterGetsItsBackslashToo) {
+TEST_F(DirectoryPropertyTest, ATextOfOneCharacterGetsABackslashToo) {
   PathObject* path = PathMake(nullptr, nullptr, 1);
   path->text[0] = 'x';
   EXPECT_EQ(SetDirectoryProperty(Session(), L"DIR_UPG", path), 1);
@@ -183,14 +183,14 @@ TEST_F(DirectoryPropertyTest, NoPathAndAnEmptyPathSetNothing) {
   PathObject* path = PathMake(nullptr, nullptr, 0);
   EXPECT_EQ(SetDirectoryProperty(Session(), L"DIR_UPG", path), 0);
   Release(path);
-  // Text that begins with a terminator is converted and comes out empty.
+  // Text that begins with a terminator becomes empty when converted.
   path = PathMake(nullptr, nullptr, 3);
   EXPECT_EQ(SetDirectoryProperty(Session(), L"DIR_UPG", path), 0);
   Release(path);
   EXPECT_TRACE({});
 }
 
-TEST_F(DirectoryPropertyTest, AFailedSettingIsNotItsBusiness) {
+TEST_F(DirectoryPropertyTest, AFailureToSetThePropertyIsIgnored) {
   Installer().FailSetting("DIR_UPG");
   EXPECT_EQ(Set("C:\\Data"), 1);
 }
@@ -200,7 +200,7 @@ TEST_F(DirectoryPropertyTest, SurvivesTheFailureOfEachCall) {
     PathObject* path = PathMake(nullptr, "C:\\Data", -1);
     int result = SetDirectoryProperty(scene.rig.session, L"DIR_UPG", path);
     Release(path);
-    // It says 1 exactly when it tried to set the property.
+    // The result is 1 exactly when the call tried to set the property.
     const std::vector<std::string>& calls = scene.rig.trace.Lines();
     EXPECT_EQ(result, std::count_if(calls.begin(), calls.end(), [](const std::string& call) {
                 return call.rfind("MsiSetPropertyW(", 0) == 0;
@@ -230,7 +230,7 @@ TEST_F(SessionTest, TheLastErrorSaysWhyAPropertyWasNotRead) {
 
 class ClientProgramTest : public SessionTest {
  protected:
-  // Nothing of the client is on the disk, unless a test says so.
+  // No file of the client is on the disk, unless a test says so.
   void Arrange(rig::World& world) override {
     world.On<::FindFirstFileW>([](LPCWSTR, WIN32_FIND_DATAW*) -> HANDLE { return INVALID_HANDLE_VALUE; });
     world.On<::GetSystemWindowsDirectoryW>([](LPWSTR buffer, UINT) -> UINT {
@@ -280,7 +280,7 @@ TEST_F(ClientProgramTest, LooksTheNewerFunctionUpOnce) {
   EXPECT_EQ(CallsOf("GetProcAddress"), 1u);
   EXPECT_EQ(CallsOf("GetModuleHandleA"), 1u);
   EXPECT_EQ(CallsOf("GetSystemWindowsDirectoryW"), 2u);
-  // Nor does the standard folder look for it again.
+  // The standard folder does not look for it again either.
   PathObject* folder = GetStandardFolder(FourCharCode("swin"));
   EXPECT_NE(folder, nullptr);
   Release(folder);
@@ -344,7 +344,7 @@ TEST_F(ClientProgramTest, IsWholeOrNullWhicheverCallFails) {
         [&](rig::Scene& scene) -> UINT {
           wchar_t* path = ResolveClientProgramPath(scene.rig.session, nullptr, "osua.exe");
           if (path) {
-            // The folder that the property names, or one of the two that stand in.
+            // The folder from the property, or one of the two that replace it.
             std::wstring text(path);
             EXPECT_TRUE(text == L"C:\\Ostr\u00EAl\\osua.exe" || text == L"C:\\SystemWindows\\osua.exe" ||
                         text == L"C:\\UserWindows\\osua.exe");
@@ -392,12 +392,12 @@ TEST_F(LogTest, ALineWithoutARecordIsDropped) {
   EXPECT_TRACE({"MsiCreateRecord(2) = 0"});
 }
 
-TEST_F(LogTest, ALineThatIsNotTakenStillClosesItsRecord) {
+TEST_F(LogTest, ARejectedLineStillClosesItsRecord) {
   Installer().answer = -1;
   EXPECT_EQ(LogSetupMessage(Session(), "text"), 0);
 }
 
-TEST_F(LogTest, WideTextIsWrittenAsItStandsBehindItsOwnMark) {
+TEST_F(LogTest, WideTextIsWrittenUnchangedAfterItsOwnPrefix) {
   LogSetupTextW(Session(), L"C:\\100%ls\\\u4E2D\u6587");
   EXPECT_TRACE({
       R"(MsiCreateRecord(2) = record#1)",

@@ -33,7 +33,7 @@ class RigComTest : public RigTest {
   }
 };
 
-TEST_F(RigComTest, AnObjectIsCreatedUsedAndGivenBack) {
+TEST_F(RigComTest, AnObjectIsCreatedUsedAndReleased) {
   EXPECT_EQ(SubjectCom(kSubjectComSound), S_OK);
   EXPECT_EQ(MethodLines(), (std::vector<std::string>{
                                "stream.Write(\"data\", 4, null) = 0",
@@ -52,7 +52,7 @@ TEST_F(RigComTest, AnObjectReleasedTwiceIsFound) {
                   "stream.Release is called, but the library holds no reference"));
 }
 
-// What a failing call leaves is neither null nor an object, so that nobody gets away with using it.
+// A failing call leaves neither null nor an object, so that using its output is found.
 TEST_F(RigComTest, AnObjectOfAFailedCreationIsFound) {
   TheWorld().On<::CoCreateInstance>(
       [](const CLSID&, IUnknown*, DWORD, const IID&, void**) { return E_ACCESSDENIED; });
@@ -127,14 +127,14 @@ TEST_F(RigTest, AClassThatNobodyRegisteredFails) {
   EXPECT_EQ(SubjectCom(kSubjectComSound), E_ACCESSDENIED);
 }
 
-TEST_F(RigComTest, TheLastWordOnAClassCounts) {
+TEST_F(RigComTest, TheLastRegistrationOfAClassWins) {
   TheWorld().com.Missing(kClass, E_ACCESSDENIED);
   EXPECT_EQ(SubjectCom(kSubjectComSound), E_ACCESSDENIED);
   Populate(TheWorld());
   EXPECT_EQ(SubjectCom(kSubjectComSound), S_OK);
 }
 
-TEST_F(RigTest, GivenMemoryMustComeBack) {
+TEST_F(RigTest, GivenMemoryMustBeFreed) {
   TheWorld().heap.Give(rig::kLocalMemory, 16);
   TheWorld().com.GiveString(L"text");
   std::string text = EndOfAction();

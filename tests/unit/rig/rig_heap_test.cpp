@@ -1,4 +1,4 @@
-// The rig's own tests: guarded heap, guarded buffers, crashes, and blocks that are not given back.
+// The rig's own tests: guarded heap, guarded buffers, crashes, and blocks that are not freed.
 #include <cstring>
 
 #include "unit/rig/rig_subject.h"
@@ -33,7 +33,7 @@ TEST_F(RigTest, ABlockNamedAsKeptMustBeKept) {
   EXPECT_TRUE(Has(EndOfAction(), "none was kept"));
 }
 
-TEST_F(RigTest, WritingBehindABlockIsCaught) {
+TEST_F(RigTest, WritingPastABlockIsCaught) {
   EXPECT_TRUE(Has(Reported([] { SubjectWriteAt(16, 16); }), "0 bytes past the end of a block of 16 bytes"));
   EXPECT_TRUE(Has(EndOfAction(), "block#1"));
 }
@@ -55,7 +55,7 @@ TEST_F(RigTest, WritingBeforeABlockIsFound) {
       Has(Reported([] { SubjectWriteAt(13, -1); }), "the bytes around a heap block were overwritten"));
 }
 
-TEST_F(RigTest, ReadingBehindABlockIsCaught) {
+TEST_F(RigTest, ReadingPastABlockIsCaught) {
   EXPECT_TRUE(Has(Reported([] { SubjectReadAt(4096, 4096, FALSE); }),
                   "0 bytes past the end of a block of 4096 bytes"));
   EndOfAction();
@@ -84,11 +84,11 @@ TEST_F(RigTest, ADoubleFreeIsFound) {
   EXPECT_TRUE(Has(Reported([] { SubjectFreeTwice(); }), "HeapFree releases a block"));
 }
 
-TEST_F(RigTest, FreeingWhatIsNoBlockIsFound) {
+TEST_F(RigTest, FreeingAnAddressThatIsNotABlockIsFound) {
   EXPECT_TRUE(Has(Reported([] { SubjectFreeForeign(); }), "HeapFree releases a block"));
 }
 
-TEST_F(RigTest, ManyBlocksAreQuick) {
+TEST_F(RigTest, ManyBlocksAreFast) {
   constexpr int kRounds = 100000;
   for (int round = 0; round < kRounds; ++round) {
     SubjectReadAt(static_cast<size_t>(round % 5000 + 1), 0, FALSE);

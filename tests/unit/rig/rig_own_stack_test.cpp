@@ -1,4 +1,4 @@
-// Stacks of their own: what was on them can be found, and what is thrown on them comes out.
+// Separate stacks: what is left on them can be found, and what is thrown on them comes out.
 
 #include "rig/own_stack.h"
 
@@ -9,20 +9,20 @@
 
 namespace rig_own_stack_test {
 
-// Puts a text on the stack, letter by letter.
+// Writes a text to the stack, letter by letter.
 __attribute__((noinline)) void Leave(const std::string& text) {
   volatile char copy[32] = {};
   for (size_t at = 0; at < text.size(); ++at) copy[at] = text[at];
 }
 
-TEST(RigOwnStackTest, ShowsWhatWasLeftOnIt) {
+TEST(RigOwnStackTest, ShowsTheContentLeftOnIt) {
   const std::string text = "left behind " + std::to_string(4711);
   rig::OwnStack stack;
   stack.Run([&] { Leave(text); });
   EXPECT_NE(stack.Content().find(text), std::string_view::npos);
 }
 
-TEST(RigOwnStackTest, IsAnotherOneEachTime) {
+TEST(RigOwnStackTest, IsANewOneEachTime) {
   const std::string text = "left behind " + std::to_string(4712);
   {
     rig::OwnStack stack;
@@ -36,7 +36,7 @@ TEST(RigOwnStackTest, IsAnotherOneEachTime) {
   EXPECT_EQ(stack.Content().find(text), std::string_view::npos);
 }
 
-TEST(RigOwnStackTest, ThrowsWhatTheWorkThrows) {
+TEST(RigOwnStackTest, RethrowsWhatTheWorkThrows) {
   rig::OwnStack stack;
   EXPECT_THROW(stack.Run([] { throw std::runtime_error("thrown"); }), std::runtime_error);
 }

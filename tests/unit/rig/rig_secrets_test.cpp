@@ -1,5 +1,5 @@
-// The search of what an action leaves in memory: a secret is found on its stack, and in the heap blocks that
-// it gave back or let grow.
+// Searching what an action leaves in memory: a secret is found on its stack, and in the heap blocks that it
+// freed or reallocated.
 
 #include "rig/secrets.h"
 
@@ -10,7 +10,7 @@
 
 namespace rig_test {
 
-// Finds a text, and says so once.
+// Returns a finder of the text, which reports at most once per piece of memory.
 rig::SecretFinder Finder(const std::string& text) {
   return [text](std::string_view memory) {
     return memory.find(text) == std::string_view::npos ? std::string()
@@ -21,7 +21,7 @@ rig::SecretFinder Finder(const std::string& text) {
 using Texts = std::vector<std::string>;
 
 TEST_F(RigTest, ASecretOnTheStackIsFound) {
-  // The function writes the numbers from 1 on into a buffer on the stack.
+  // The function writes the numbers from 1 upwards to a buffer on the stack.
   const std::string secret("\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0A\x0B\x0C", 12);
   auto overrun = SubjectOverrunStack.Get();
   rig::FailureCapture capture;
@@ -30,7 +30,7 @@ TEST_F(RigTest, ASecretOnTheStackIsFound) {
 }
 
 TEST_F(RigTest, ASecretInABlockThatGrowsAndInOneThatIsFreedIsFound) {
-  // The function begins both of its blocks with the letter; the rest is rubbish.
+  // The function writes the letter at the start of both of its blocks; the rest is rubbish.
   const std::string secret = std::string("x") + static_cast<char>(rig::GuardedHeap::kRubbish);
   auto grow = SubjectGrow.Get();
   rig::FailureCapture capture;
@@ -49,7 +49,7 @@ TEST_F(RigTest, ASecretInABlockThatGrowsAndInOneThatIsFreedIsFound) {
             (Texts{"in a heap block that was freed: found 2", "in a heap block that was freed: found 2"}));
 }
 
-TEST_F(RigTest, NothingIsFoundWhereNothingIs) {
+TEST_F(RigTest, NothingIsFoundWithoutASecret) {
   rig::FailureCapture capture;
   EXPECT_EQ(rig::RunAndSearch([] { return 0u; }, Finder("a text that nobody writes")), 0u);
   EXPECT_EQ(capture.Texts(), Texts());

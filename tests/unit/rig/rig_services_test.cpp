@@ -33,7 +33,7 @@ TEST_F(RigTest, AServiceHandleAllowsWhatItWasOpenedFor) {
     DWORD others = SERVICE_ALL_ACCESS & ~static_cast<DWORD>(right);
     EXPECT_EQ(SubjectService("Subject", others, static_cast<DWORD>(control), &state, FALSE),
               DWORD{ERROR_ACCESS_DENIED});
-    // What a refused call leaves in the record misleads.
+    // A refused call leaves a misleading record.
     EXPECT_EQ(state, DWORD{SERVICE_RUNNING});
   }
   EXPECT_TRUE(TheWorld().services.Of("Subject").controls.empty());
@@ -77,7 +77,7 @@ TEST_F(RigTest, AStoppedServiceCanBeStarted) {
   EXPECT_EQ(service.starts, (std::vector<Lines>{{}, {}, {"quick"}}));
 }
 
-TEST_F(RigTest, AServiceIsOneForControlAndConfiguration) {
+TEST_F(RigTest, ControlAndConfigurationShareAService) {
   rig::Service& service = TheWorld().services.Of("Subject");
   service.account = "PC7\\svc";
   DWORD state = 0;
@@ -110,7 +110,7 @@ TEST_F(RigTest, AConfigurationCanBeRefused) {
   }
 }
 
-TEST_F(RigTest, AServicePassesThroughTheStatesToComeAndThenCannotBeQueried) {
+TEST_F(RigTest, AServiceGoesThroughItsNextStatesAndThenCannotBeQueried) {
   DWORD state = 0;
   rig::Service& service = TheWorld().services.Of("Subject");
   service.state = SERVICE_STOPPED;
@@ -134,7 +134,7 @@ TEST_F(RigTest, WindowsAreFoundByClassAndTitle) {
   EXPECT_TRUE(Has(Reported([&] { SubjectFindWindow("First", nullptr); }), "without class or title"));
 }
 
-TEST_F(RigTest, AWindowGoesByItsMessageSentOrPosted) {
+TEST_F(RigTest, AWindowClosesOnItsMessageSentOrPosted) {
   rig::Window& sent = TheWorld().windows.Open("Sent", "Title");
   rig::Window& posted = TheWorld().windows.Open("Posted", "Title");
   sent.closesOn = posted.closesOn = WM_USER;

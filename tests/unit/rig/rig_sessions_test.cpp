@@ -28,7 +28,7 @@ class RigSessionsTest : public RigTest {
   rig::Sessions& World() { return TheWorld().sessions; }
   rig::Process& Tool() { return World().processes.at(1); }
 
-  // The entries of a list as lines: "id session state name".
+  // Returns the entries of a list as lines: "id session state name".
   template <class Function>
   std::vector<std::string> List(Function&& enumerate) {
     std::array<SubjectEntry, kRoom> entries;
@@ -85,20 +85,20 @@ TEST_F(RigSessionsTest, ListsCanFail) {
   EXPECT_EQ(EndOfAction(), "");
 }
 
-TEST_F(RigSessionsTest, ASessionTellsItsUser) {
+TEST_F(RigSessionsTest, ASessionHasAUser) {
   std::array<wchar_t, 32> user = {L'?'};
   EXPECT_EQ(SubjectSessionUser(3, user.data(), kSubjectListSound), 0U);
   EXPECT_EQ(rig::ToUtf8(user.data()), "Mercer");
   EXPECT_EQ(SubjectSessionUser(65537, user.data(), kSubjectListSound), 0U);
   EXPECT_EQ(rig::ToUtf8(user.data()), "Żur");
-  // A session without a user has an empty one.
+  // For a session without a user the name is empty.
   EXPECT_EQ(SubjectSessionUser(0, user.data(), kSubjectListSound), 0U);
   EXPECT_EQ(rig::ToUtf8(user.data()), "");
   EXPECT_NE(SubjectSessionUser(4, user.data(), kSubjectListSound), 0U);
   EXPECT_EQ(EndOfAction(), "");
 }
 
-TEST_F(RigSessionsTest, AskingForAUserCanFailOrGiveNothing) {
+TEST_F(RigSessionsTest, QueryingAUserCanFailOrReturnNothing) {
   std::array<wchar_t, 32> user = {L'?'};
   World().sessions.at(1).asking = rig::TerminalSession::Asking::kFails;
   EXPECT_EQ(SubjectSessionUser(3, user.data(), kSubjectListSound), DWORD{ERROR_ACCESS_DENIED});
@@ -123,9 +123,9 @@ TEST_F(RigSessionsTest, FreeingTwiceIsFound) {
                   "WTSFreeMemory releases a session-memory ("));
 }
 
-TEST_F(RigSessionsTest, ReadingBehindAListIsFound) {
+TEST_F(RigSessionsTest, ReadingPastAListIsFound) {
   EXPECT_TRUE(Has(Treated(SubjectListProcesses, kSubjectListReadBehind), "past the end of a block"));
-  EndOfAction();  // What the crash kept the subject from giving back.
+  EndOfAction();  // Forgets what the crash kept the subject from freeing.
 }
 
 TEST_F(RigSessionsTest, ReadingAFreedListIsFound) {
@@ -186,7 +186,7 @@ TEST_F(RigSessionsTest, AProcessHandleAllowsWhatItWasOpenedFor) {
   EXPECT_EQ(Image(120, PROCESS_TERMINATE | SYNCHRONIZE, MAX_PATH, ERROR_ACCESS_DENIED), "");
 }
 
-TEST_F(RigSessionsTest, AProcessTellsItsImage) {
+TEST_F(RigSessionsTest, AProcessHasAnImage) {
   EXPECT_EQ(Image(120, kAllAccess, MAX_PATH, ERROR_SUCCESS), "C:\\Tools\\tool.exe");
   EXPECT_EQ(Image(124, kAllAccess, MAX_PATH, ERROR_SUCCESS), "C:\\Ż.exe");
   // 17 characters and the terminator.
@@ -195,7 +195,7 @@ TEST_F(RigSessionsTest, AProcessTellsItsImage) {
   EXPECT_EQ(Image(4, kAllAccess, MAX_PATH, ERROR_GEN_FAILURE), "");
 }
 
-TEST_F(RigSessionsTest, AProcessHandleThatIsKeptOrUsedBehindItsClosingIsFound) {
+TEST_F(RigSessionsTest, AProcessHandleThatIsKeptOrUsedAfterClosingIsFound) {
   DWORD wait;
   SubjectEndProcess(120, kAllAccess, FALSE, &wait, kSubjectProcessKept);
   EXPECT_TRUE(Has(EndOfAction(), "handle#1 was not released"));
@@ -207,7 +207,7 @@ TEST_F(RigSessionsTest, AProcessHandleThatIsKeptOrUsedBehindItsClosingIsFound) {
 TEST_F(RigSessionsTest, ThePrivilegeIsSwitchedOn) {
   EXPECT_EQ(SubjectTakePrivilege("SeDebugPrivilege", ERROR_SUCCESS, FALSE), 0U);
   EXPECT_EQ(World().enabled, (std::vector<DWORD>{SE_PRIVILEGE_ENABLED}));
-  // A success leaves the last error as it was.
+  // A success leaves the last error unchanged.
   EXPECT_EQ(SubjectTakePrivilege("SeDebugPrivilege", ERROR_FILE_NOT_FOUND, FALSE),
             DWORD{ERROR_FILE_NOT_FOUND});
   EXPECT_EQ(EndOfAction(), "");

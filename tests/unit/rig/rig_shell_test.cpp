@@ -49,7 +49,7 @@ TEST_F(RigTest, SplitCommandLinesMustBeFreed) {
   EXPECT_TRUE(Has(EndOfAction(), "local-memory#2 was not released"));
 }
 
-TEST_F(RigTest, FormatTextsSayWhatTheArgumentsAre) {
+TEST_F(RigTest, FormatTextsDescribeTheArguments) {
   wchar_t buffer[MAX_PATH];
   EXPECT_EQ(SubjectStamp(buffer, L"\u00E9", 7, -2, 3), 12);
   EXPECT_STREQ(buffer, L"\u00E9|0007 -2%|3");

@@ -1,4 +1,4 @@
-// The fixtures of the rig's own tests: they load the library with deliberate faults.
+// The fixtures of the rig's own tests: they load the library with known faults.
 #pragma once
 
 #include "rig-subject/subject.h"
@@ -56,12 +56,12 @@ HX_INTERNAL(SubjectTellWindow);
 HX_INTERNAL(SubjectAction);
 HX_INTERNAL(SubjectCom);
 
-/// The subject in a rigged world.
+/// The test subject in a rigged world.
 class RigTest : public rig::RiggedTest {
  protected:
   RigTest() : RiggedTest("rigsubject.dll", rig::Policy::kAnswered) {}
 
-  /// What the ledger and the world complain about when the action ends now; they forget it.
+  /// Ends the action now. Returns what the ledger and the world report; they forget it.
   std::string EndOfAction() {
     rig::FailureCapture capture;
     TheWorld().CheckEnd(true);
@@ -70,7 +70,7 @@ class RigTest : public rig::RiggedTest {
     return text;
   }
 
-  /// What is reported while `work` runs; a crash of the library ends it.
+  /// Returns what is reported while `work` runs; a crash of the library ends it.
   template <class Work>
   std::string Reported(Work&& work) {
     rig::FailureCapture capture;
@@ -82,7 +82,7 @@ class RigTest : public rig::RiggedTest {
   }
 };
 
-/// The subject with everything real but the heap.
+/// The test subject with everything real except the heap.
 class RigRealTest : public rig::RiggedTest {
  protected:
   RigRealTest() : RiggedTest("rigsubject.dll", rig::Policy::kReal) {}

@@ -9,7 +9,7 @@ class RigSweepTest : public RigTest {
     world.registry.SetText("HKEY_CURRENT_USER\\Software\\Subject", "value", "text");
   }
 
-  /// What a sweep over SubjectAction with this fault reports.
+  /// Returns what a sweep over SubjectAction with this fault reports.
   std::string SweepOver(SubjectFault fault, const rig::SweepOptions& options = {}) {
     return Reported([&] {
       FailEachCall([fault](rig::Scene& scene) { return SubjectAction(scene.rig.session, fault); }, {},
@@ -30,7 +30,7 @@ TEST_F(RigSweepTest, EveryCallFailsOnce) {
             (std::vector<std::string>{"HeapAlloc", "RegOpenKeyExA", "RegQueryValueExA", "MsiSetPropertyA"}));
 }
 
-TEST_F(RigSweepTest, TheFailingCallStandsInTheTrace) {
+TEST_F(RigSweepTest, TheFailingCallIsInTheTrace) {
   rig::SweepOptions options;
   options.check = [](const rig::SweepRun& run) {
     if (run.name == "RegOpenKeyExA") {
@@ -43,7 +43,7 @@ TEST_F(RigSweepTest, TheFailingCallStandsInTheTrace) {
   FailEachCall(1, {}, options);
 }
 
-TEST_F(RigSweepTest, TheArrangementOfTheCallCounts) {
+TEST_F(RigSweepTest, TheArrangementOfTheSweepApplies) {
   size_t calls =
       FailEachCall(1, [](rig::World& world) { world.registry.Deny("HKEY_CURRENT_USER\\Software\\Subject"); });
   EXPECT_EQ(calls, 2U);
@@ -53,14 +53,14 @@ TEST_F(RigSweepTest, ASoundActionPasses) {
   EXPECT_EQ(SweepOver(kSubjectSound), "");
 }
 
-TEST_F(RigSweepTest, ALeakBehindOneFailingCallIsFound) {
+TEST_F(RigSweepTest, ALeakAfterOneFailingCallIsFound) {
   std::string text = SweepOver(kSubjectLeaks);
   EXPECT_TRUE(Has(text, "with call 1, RegOpenKeyExA("));
   EXPECT_TRUE(Has(text, "block#1 was not released (32 bytes)"));
   EXPECT_FALSE(Has(text, "with call 2"));
 }
 
-TEST_F(RigSweepTest, ACrashBehindOneFailingCallIsFound) {
+TEST_F(RigSweepTest, ACrashAfterOneFailingCallIsFound) {
   std::string text = SweepOver(kSubjectCrashes);
   EXPECT_TRUE(Has(text, "with call 0, HeapAlloc("));
   EXPECT_TRUE(Has(text, "crash at rigsubject.dll+0x"));
@@ -77,13 +77,13 @@ TEST_F(RigSweepTest, TheResultIsCheckedWithoutFailuresToo) {
   EXPECT_TRUE(Has(Reported([&] { FailEachCall(2); }), "without any failing call:\nthe action returned 1603"));
 }
 
-TEST_F(RigSweepTest, AnUnexpectedCallBehindAFailingOneIsFound) {
+TEST_F(RigSweepTest, AnUnexpectedCallAfterAFailingOneIsFound) {
   std::string text = SweepOver(kSubjectStrays);
   EXPECT_TRUE(Has(text, "with call 2, RegQueryValueExA("));
   EXPECT_TRUE(Has(text, "unexpected call"));
 }
 
-TEST_F(RigSweepTest, ARunThatGoesAnotherWayIsFound) {
+TEST_F(RigSweepTest, ARunThatTakesAnotherPathIsFound) {
   DWORD ticks = 0;
   std::string text = Reported([&] {
     FailEachCall([](rig::Scene& scene) { return SubjectAction(scene.rig.session, kSubjectWanders); },

@@ -19,7 +19,7 @@ using Lines = std::vector<std::string>;
 constexpr HRESULT kNoFile = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 constexpr IID kDailyId = {0x126C5CD8, 0xB288, 0x41D5, {0x8D, 0xBF, 0xE4, 0x91, 0x44, 0x6A, 0xDC, 0x5C}};
 constexpr CLSID kItemClass = {0x148BD520, 0xA2AB, 0x11CE, {0xB1, 0x1F, 0x00, 0xAA, 0x00, 0x53, 0x05, 0x03}};
-// Of IRegisteredTask::RunEx.
+// The flags of IRegisteredTask::RunEx.
 constexpr LONG kNoConstraints = 2;
 constexpr LONG kInSession = 6;
 
@@ -78,7 +78,7 @@ TEST_F(RigTasksTest, TheRootHasTwoNames) {
   EXPECT_EQ(SubjectTaskFolder(L"\\Other", L"Subject", kSubjectFolderGets), kNoFile);
 }
 
-TEST_F(RigTasksTest, AFolderHasTheNameThatATestGivesItOrElseTheFirstThatIsAskedFor) {
+TEST_F(RigTasksTest, AFolderHasTheArrangedNameOrTheFirstOneAskedFor) {
   Tasks().hasFolder = true;
   Tasks().folderName = "Named";
   EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderGets), kNoFile);
@@ -89,7 +89,7 @@ TEST_F(RigTasksTest, AFolderHasTheNameThatATestGivesItOrElseTheFirstThatIsAskedF
   EXPECT_EQ(SubjectTaskFolder(L"", L"Named", kSubjectFolderGets), kNoFile);
 }
 
-TEST_F(RigTasksTest, AFolderIsMadeOnceAndDeletedWhenItIsEmpty) {
+TEST_F(RigTasksTest, AFolderIsCreatedOnceAndDeletedWhenEmpty) {
   EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderGets), kNoFile);
   EXPECT_TRUE(FAILED(SubjectTaskFolder(L"", L"Subject", kSubjectFolderDeletes)));
   EXPECT_EQ(SubjectTaskFolder(L"", L"Subject", kSubjectFolderMakes), S_OK);
@@ -106,7 +106,7 @@ TEST_F(RigTasksTest, AFolderIsMadeOnceAndDeletedWhenItIsEmpty) {
   EXPECT_EQ(EndOfAction(), "");
 }
 
-TEST_F(RigTasksTest, ATaskThatIsNotThereIsNotFound) {
+TEST_F(RigTasksTest, AMissingTaskIsNotFound) {
   EXPECT_EQ(SubjectDeleteTask(L"Task"), kNoFile);
   Tasks().hasFolder = true;
   Tasks().tasks = {"Other"};
@@ -173,7 +173,7 @@ TEST_F(RigTasksTest, AMethodThatFailsDoesNothing) {
   Tasks().FailMethod("folder.DeleteTask", E_OUTOFMEMORY);
   EXPECT_EQ(SubjectDeleteTask(L"Old"), E_OUTOFMEMORY);
   EXPECT_EQ(Tasks().tasks, (std::set<std::string>{"Old"}));
-  // No method that fails returns an object.
+  // A failing method returns no object.
   Tasks().FailMethod("definition.get_Principal", E_FAIL);
   EXPECT_EQ(RegisterDaily(L"Task"), E_FAIL);
   Tasks().FailMethod("service.NewTask", E_UNEXPECTED);
@@ -195,7 +195,7 @@ TEST_F(RigTasksTest, ObjectsThatAreKeptOrUsedTooLateAreFound) {
   EXPECT_TRUE(Has(EndOfAction(), "was not released"));
 }
 
-TEST_F(RigTasksTest, TextsMustBeSystemStringsWhereTheyAreMeantToBe) {
+TEST_F(RigTasksTest, TextsMustBeSystemStringsOrPlainAsRequired) {
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskPlainName); }),
                   "a text of the Task Scheduler is not a system string: Task"));
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskPlainUser); }),
@@ -206,10 +206,10 @@ TEST_F(RigTasksTest, TextsMustBeSystemStringsWhereTheyAreMeantToBe) {
 
 TEST_F(RigTasksTest, ATextThatIsFreedTooEarlyIsFound) {
   EXPECT_TRUE(Has(Reported([&] { RegisterDaily(L"Task", kSubjectTaskFreedName); }), "freed block"));
-  EndOfAction();  // What the crash kept the subject from giving back.
+  EndOfAction();  // Forgets what the crash kept the subject from freeing.
 }
 
-TEST_F(RigTasksTest, AWorkItemIsThereWhenItIsSaved) {
+TEST_F(RigTasksTest, AWorkItemExistsOnceItIsSaved) {
   EXPECT_EQ(MakeWorkItem(L"Item", kSubjectItemNotSaved), S_OK);
   EXPECT_TRUE(Tasks().items.empty());
   EXPECT_EQ(MakeWorkItem(L"Item"), S_OK);

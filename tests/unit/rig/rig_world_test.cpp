@@ -1,4 +1,4 @@
-// The rig's own tests: declarations, trace, world, ledger of everything but the heap.
+// The rig's own tests: declarations, trace, world, and the ledger of everything except the heap.
 #include <cstring>
 
 #include "unit/rig/rig_subject.h"

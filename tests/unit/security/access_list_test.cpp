@@ -1,4 +1,4 @@
-// The access lists of files and folders.
+// Setting the access lists of files and folders.
 
 #include "security/access_list.h"
 
@@ -13,7 +13,7 @@ namespace access_list_test {
 HX_INTERNAL(ApplyAccountAccess);
 HX_INTERNAL(PathMake);
 
-// Gives the path's reference back at the end.
+// Creates a path and releases it at the end.
 class Path {
  public:
   explicit Path(const char* text) : path_(PathMake(nullptr, text, -1)) {}
@@ -33,7 +33,7 @@ class Path {
 class AccessListTest : public rig::RiggedInternalsTest {
  protected:
   void Arrange(rig::World& world) override {
-    // A path is spelled as it is given.
+    // No file exists, so paths keep the given spelling.
     world.On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) {
       SetLastError(ERROR_FILE_NOT_FOUND);
       return INVALID_HANDLE_VALUE;
@@ -41,7 +41,7 @@ class AccessListTest : public rig::RiggedInternalsTest {
     world.accounts.users["svc"];
   }
   rig::AccessLists& Lists() { return TheWorld().accessLists; }
-  // Applies a mode to S:\Data and returns the entry that it got.
+  // Applies a mode to S:\Data and returns the resulting entry.
   std::string EntryOf(DWORD mode) {
     Lists().applied.clear();
     Path path("S:\\Data");
@@ -70,18 +70,18 @@ TEST_F(AccessListTest, EachModeHasItsRightsAndItsInheritance) {
                           {0x1C0, "0x10000000"}}) {
     EXPECT_EQ(EntryOf(one.mode), Entry(one.rights, "4"));
     EXPECT_EQ(EntryOf(one.mode | 0x80000000), Entry(one.rights, "3"));
-    // All other bits mean nothing: the digits of the group and of others, and those that no digit has.
+    // All other bits have no effect: the digits of group and others, and the bits that belong to no digit.
     EXPECT_EQ(EntryOf(one.mode | 0x7FFFFE3F), Entry(one.rights, "4"));
     EXPECT_EQ(EntryOf(one.mode | 0xFFFFFE3F), Entry(one.rights, "3"));
   }
 }
 
-TEST_F(AccessListTest, WhatIsNotGivenIsAnArgumentThatIsMissing) {
+TEST_F(AccessListTest, ANullArgumentIsMinus50) {
   Path path("S:\\Data");
   EXPECT_EQ(ApplyAccountAccess(nullptr, "svc", kAccessAll), -50);
   EXPECT_EQ(ApplyAccountAccess(path.get(), nullptr, kAccessAll), -50);
   EXPECT_EQ(ApplyAccountAccess(nullptr, nullptr, kAccessAll), -50);
-  // The arguments are looked at first.
+  // The arguments are checked first.
   TheWorld().clock.version = 0x05650004;
   EXPECT_EQ(ApplyAccountAccess(nullptr, "svc", kAccessAll), -50);
   EXPECT_EQ(ApplyAccountAccess(path.get(), nullptr, kAccessAll), -50);
@@ -111,7 +111,7 @@ TEST_F(AccessListTest, OnlyVersion5OfTheNtFamilyAndLaterHasLists) {
   }
 }
 
-// Such a path has no text; it comes before the account.
+// Such a path has no text. The path is checked before the account.
 TEST_F(AccessListTest, APathWithoutTextIsMinus108) {
   PathObject* path = PathMake(nullptr, "", 0);
   ASSERT_NE(path, nullptr);
@@ -133,12 +133,12 @@ TEST_F(AccessListTest, AnAccountThatIsNotFoundIsMinus36) {
   TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
 }
 
-TEST_F(AccessListTest, FunctionsThatAreMissingAreMinus1) {
+TEST_F(AccessListTest, MissingFunctionsAreMinus1) {
   Path path("S:\\Data");
   TheModules().MissingFunction("ADVAPI32", "SetNamedSecurityInfoW");
   EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), -1);
   TheModules().MissingFunction("ADVAPI32", "SetEntriesInAclW");
-  // It was found before, and serves.
+  // SetNamedSecurityInfoW was found before and is still used.
   EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), -1);
   EXPECT_TRUE(Lists().applied.empty());
 }
@@ -154,7 +154,7 @@ TEST_F(AccessListTest, ErrorsOfTheSystemAreTheResult) {
   EXPECT_TRUE(Lists().applied.empty());
 }
 
-TEST_F(AccessListTest, ThePathIsGivenAsText) {
+TEST_F(AccessListTest, ThePathIsPassedAsText) {
   Path folder("S:\\Dätå");
   PathObject* file = PathMake(folder.get(), "日本.txt", -1);
   EXPECT_EQ(ApplyAccountAccess(file, "LocalSystem", kAccessRead), 0);

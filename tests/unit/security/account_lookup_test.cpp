@@ -1,4 +1,4 @@
-// Looking accounts up: the buffers for the identifier and for the domain may have to grow.
+// Account lookups: the buffers for the identifier and for the domain may have to grow.
 
 #include <cstring>
 #include <memory>
@@ -22,7 +22,7 @@ class AccountLookupTest : public rig::RiggedInternalsTest {
     world.accounts.users["svc"];
     world.accounts.domains["CORP"].accounts["boss"];
   }
-  // Whether the look-up finds this account, or nothing when it is empty.
+  // True if the lookup finds this account; for an empty `account`, if it finds nothing.
   bool Finds(const wchar_t* controller, const wchar_t* name, const std::string& account) {
     void* sid = LookUpAccountSid(controller, name);
     if (sid == nullptr) return account.empty();
@@ -33,7 +33,7 @@ class AccountLookupTest : public rig::RiggedInternalsTest {
     return isSame;
   }
   rig::Accounts& Accounts() { return TheWorld().accounts; }
-  // The size of the block that was found last.
+  // The size in bytes of the last block that was found.
   size_t size_ = 0;
 };
 
@@ -78,7 +78,7 @@ TEST_F(AccountLookupTest, TheBlockGrowsMoreThanOnce) {
   EXPECT_EQ(Accounts().rooms, rooms);
 }
 
-TEST_F(AccountLookupTest, ASystemThatAsksForNoMoreIsNotAskedForEver) {
+TEST_F(AccountLookupTest, DemandsThatDoNotGrowEndTheLookup) {
   const std::vector<Rooms> endless = {Rooms(100, {256, 256}),
                                       Rooms(100, {28, 4}),
                                       Rooms(100, {300, 300}),
@@ -91,7 +91,7 @@ TEST_F(AccountLookupTest, ASystemThatAsksForNoMoreIsNotAskedForEver) {
   }
 }
 
-TEST_F(AccountLookupTest, AnyOtherErrorEndsIt) {
+TEST_F(AccountLookupTest, AnyOtherErrorEndsTheLookup) {
   for (DWORD error : {ERROR_NONE_MAPPED, ERROR_ACCESS_DENIED, ERROR_MORE_DATA, ERROR_SUCCESS}) {
     Accounts().rooms.clear();
     TheWorld().On<::LookupAccountNameW>([this, error](const wchar_t*, const wchar_t*, void*, DWORD* sidSize,
@@ -106,11 +106,11 @@ TEST_F(AccountLookupTest, AnyOtherErrorEndsIt) {
   }
 }
 
-TEST_F(AccountLookupTest, EveryCallMayFail) {
+TEST_F(AccountLookupTest, SurvivesEveryFailure) {
   size_t calls = FailEachCall(
       [](rig::Scene& scene) -> UINT {
         HeapFreeSafe(LookUpAccountSid(nullptr, L"svc"));
-        // A module that does not count as loaded is loaded, and kept.
+        // A module that does not count as loaded is loaded and kept.
         for (const std::string& line : scene.rig.trace.Lines()) {
           if (line == "LoadLibraryW(\"ADVAPI32\") = ADVAPI32") {
             scene.rig.ledger.Deliberate(rig::kModule, "ADVAPI32");

@@ -1,4 +1,5 @@
-// The passwords of service accounts: the mapping of chance to text, the classes, the memory afterwards.
+// The passwords of service accounts: mapping random bytes to text, character classes, and clearing the
+// memory.
 
 #include "security/account_password.h"
 
@@ -20,14 +21,14 @@ HX_INTERNAL(GenerateAccountPassword);
 
 using Bytes = std::array<BYTE, sizeof(GUID)>;
 
-// The letter of a number, 0 to 63.
+// Returns the character for a number from 0 to 63.
 char Letter(unsigned number) {
   if (number < 22) return static_cast<char>('A' + number);
   if (number < 44) return static_cast<char>('a' + number - 22);
   return number < 54 ? static_cast<char>('0' + number - 44) : "!=$-+.,~^_"[number - 54];
 }
 
-// The password that 16 bytes stand for.
+// Returns the password that results from 16 bytes.
 std::string TextOf(const Bytes& bytes) {
   std::string text;
   for (size_t at : {2, 5, 8, 11, 14}) {
@@ -38,7 +39,7 @@ std::string TextOf(const Bytes& bytes) {
   return text;
 }
 
-// Sixteen bytes of which only those that count are given; the others are all ones.
+// Returns 16 bytes with the five that count; the others have all bits set.
 Bytes Chance(BYTE a, BYTE b, BYTE c, BYTE d, BYTE e) {
   Bytes bytes;
   bytes.fill(0xFF);
@@ -52,7 +53,7 @@ Bytes Chance(BYTE a, BYTE b, BYTE c, BYTE d, BYTE e) {
 
 class AccountPasswordTest : public rig::InternalsTest {
  protected:
-  // A password, or the number of an error.
+  // Returns a password, or the code of an error. CoCreateGuid returns `behind` once all chances are used up.
   std::string Make(const std::deque<Bytes>& chances, HRESULT behind = E_UNEXPECTED) {
     std::deque<Bytes> left = chances;
     TheRig().On<::CoCreateGuid>([&left, behind](GUID* out) {
@@ -65,10 +66,10 @@ class AccountPasswordTest : public rig::InternalsTest {
     HRESULT result = GenerateAccountPassword(memory.As<AccountPassword>());
     taken_ = chances.size() - left.size();
     if (SUCCEEDED(result) && memory.As<AccountPassword>()->text[kPasswordLength] != L'\0')
-      return "without an end";
+      return "without a terminator";
     return FAILED(result) ? rig::HexText(static_cast<uint32_t>(result)) : rig::ToUtf8(memory.As<wchar_t>());
   }
-  // There is this GUID, and then none.
+  // Makes CoCreateGuid return this GUID once, and then fail.
   void DrawOnce(const GUID& chance) {
     bool isDrawn = false;
     TheRig().On<::CoCreateGuid>([chance, isDrawn](GUID* out) mutable {
@@ -78,11 +79,11 @@ class AccountPasswordTest : public rig::InternalsTest {
       return HRESULT{S_OK};
     });
   }
-  // How many GUIDs the last one took.
+  // The number of GUIDs that the last password took.
   size_t taken_ = 0;
 };
 
-TEST_F(AccountPasswordTest, BytesStandForTextAsTheyLieInMemory) {
+TEST_F(AccountPasswordTest, BytesMapToTextInMemoryOrder) {
   const std::vector<std::pair<Bytes, const char*>> known = {
       {Chance(0x16, 0x2C, 0x36, 0x00, 0x00), "aAAA0AAA!AAAAAAAAAAA"},
       {Chance(0xFF, 0x2C, 0x16, 0x40, 0x80), "_DAA0AAAaAAAABAAACAA"},
@@ -100,14 +101,14 @@ TEST_F(AccountPasswordTest, BytesStandForTextAsTheyLieInMemory) {
 }
 
 TEST_F(AccountPasswordTest, AGuidIsTakenFieldByField) {
-  // In each field the lowest byte lies first.
+  // In each field the lowest byte comes first.
   DrawOnce({0x00560000, 0xAC00, 0x0000, {0xF6, 0, 0, 0x2B, 0, 0, 0x35, 0}});
   rig::GuardedBuffer memory(sizeof(AccountPassword));
   EXPECT_EQ(GenerateAccountPassword(memory.As<AccountPassword>()), S_OK);
   EXPECT_EQ(rig::ToUtf8(memory.As<wchar_t>()), "aBAA0CAA!DAAvAAA9AAA");
 }
 
-TEST_F(AccountPasswordTest, EveryOtherByteIsLeftOut) {
+TEST_F(AccountPasswordTest, TheOtherBytesHaveNoEffect) {
   for (size_t at = 0; at < sizeof(GUID); ++at) {
     Bytes bytes = Chance(0x16, 0x2C, 0x36, 0x16, 0x16);
     std::string before = Make({bytes});
@@ -117,7 +118,7 @@ TEST_F(AccountPasswordTest, EveryOtherByteIsLeftOut) {
   }
 }
 
-TEST_F(AccountPasswordTest, IsDrawnAgainUntilAllClassesAreThere) {
+TEST_F(AccountPasswordTest, IsDrawnAgainUntilItHasAllClasses) {
   const Bytes good = Chance(0x16, 0x2C, 0x36, 0, 0);
   const std::vector<Bytes> bad = {
       Chance(0x00, 0x00, 0x00, 0x00, 0x00), Chance(0x16, 0x2C, 0x00, 0x2C, 0x16),
@@ -137,7 +138,7 @@ TEST_F(AccountPasswordTest, IsDrawnAgainUntilAllClassesAreThere) {
   EXPECT_EQ(taken_, 1u);
 }
 
-TEST_F(AccountPasswordTest, WithoutChanceThereIsTheErrorOfTheSystem) {
+TEST_F(AccountPasswordTest, WithoutAGuidTheSystemsErrorIsReturned) {
   EXPECT_EQ(Make({}, E_OUTOFMEMORY), "0x8007000e");
   EXPECT_EQ(Make({Chance(0, 0, 0, 0, 0)}, static_cast<HRESULT>(0x80070005)), "0x80070005");
   EXPECT_EQ(taken_, 1u);
@@ -158,8 +159,8 @@ TEST_F(AccountPasswordTest, IsClearedAtItsEnd) {
   }
 }
 
-// A number is as good as the password that it stands for.
-TEST_F(AccountPasswordTest, NothingOfItsNumberStaysOnTheStack) {
+// Whoever has the GUID can compute the password.
+TEST_F(AccountPasswordTest, ItsGuidDoesNotStayOnTheStack) {
   const Bytes chance = {0x91, 0x92, 0x57, 0x93, 0x94, 0xAD, 0x95, 0x96,
                         0xF7, 0x97, 0x98, 0x6A, 0x99, 0x9A, 0xB4, 0x9B};
   rig::GuardedBuffer memory(sizeof(AccountPassword));
@@ -167,7 +168,8 @@ TEST_F(AccountPasswordTest, NothingOfItsNumberStaysOnTheStack) {
   auto generate = GenerateAccountPassword.Get();
   for (bool succeeds : {true, false}) {
     int draws = 0;
-    // The first number lacks a class; each is written byte by byte, so that only the library has it whole.
+    // The first GUID does not have all character classes. Each is written byte by byte, so that only the
+    // library has it whole.
     HX_HOOK(hook, CoCreateGuid, [&](GUID* out) -> HRESULT {
       if (++draws > (succeeds ? 2 : 1)) return E_UNEXPECTED;
       auto* bytes = reinterpret_cast<volatile BYTE*>(out);
@@ -208,10 +210,10 @@ class Numbers {
   uint64_t state_ = 20261115;
 };
 
-TEST_F(AccountPasswordTest, AMillionAreWhatTheirBytesStandFor) {
+TEST_F(AccountPasswordTest, AMillionPasswordsMatchTheirBytes) {
   constexpr int kPasswords = 1000000;
-  constexpr int kMostDraws = 1000;  // For one password; 100 would do.
-  // What a password is checked against is kept to tables, because millions are drawn, also under emulation.
+  constexpr int kMostDraws = 1000;  // For one password; 100 would be enough.
+  // The check uses only tables, because millions are drawn, also under emulation.
   constexpr unsigned kAll = 7;
   std::array<wchar_t, 64> letters = {};
   std::array<unsigned, 64> classes = {};
@@ -245,7 +247,7 @@ TEST_F(AccountPasswordTest, AMillionAreWhatTheirBytesStandFor) {
     int before = incomplete;
     draws = 0;
     wrong += generate(password) == S_OK ? 0 : 1;
-    // No draw was thrown away but those that lacked a class.
+    // Only draws with a missing class were discarded.
     wrong += draws == incomplete - before + 1 ? 0 : 1;
     drawn += draws;
     const wchar_t* text = password->text;
@@ -258,12 +260,12 @@ TEST_F(AccountPasswordTest, AMillionAreWhatTheirBytesStandFor) {
       ++second[high];
     }
     wrong += *text == L'\0' ? 0 : 1;
-    if (wrong != 0) ADD_FAILURE() << "password " << count << " is not what its bytes stand for";
+    if (wrong != 0) ADD_FAILURE() << "password " << count << " does not match its bytes";
   }
-  // Every character comes.
+  // Every character occurs.
   for (int times : first) EXPECT_GT(times, 0);
   for (int times : second) EXPECT_GT(times, 0);
-  // Of the draws about 23 in 100 have all classes.
+  // About 23 in 100 draws have all classes.
   EXPECT_NEAR(static_cast<double>(kPasswords) / drawn, 0.234, 0.01);
 }
 

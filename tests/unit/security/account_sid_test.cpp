@@ -1,4 +1,4 @@
-// The security identifiers of accounts.
+// Resolving account names to security identifiers.
 
 #include "security/account_sid.h"
 
@@ -18,7 +18,7 @@ HX_INTERNAL(HeapFreeSafe);
 
 using Bytes = std::vector<BYTE>;
 
-// The bytes of the buffers of a first look-up: 256, and 256 characters.
+// The size in bytes of the buffers of the first lookup: 256 bytes and 256 characters.
 constexpr ptrdiff_t kFirstRoom = 768;
 
 class AccountSidTest : public rig::RiggedInternalsTest {
@@ -26,14 +26,14 @@ class AccountSidTest : public rig::RiggedInternalsTest {
   void Arrange(rig::World& world) override {
     Accounts().users["svc"];
     Accounts().domains["CORP"].accounts["svc"];
-    // In the process, so that nothing is loaded for good.
+    // Already loaded, so that no module is loaded for good.
     world.modules.Loaded("NETAPI32");
   }
   rig::AccessLists& Lists() { return TheWorld().accessLists; }
   rig::Accounts& Accounts() { return TheWorld().accounts; }
 
-  // The bytes of an identifier, which lies at the start of a block of `size` bytes that is freed; none for
-  // null.
+  // Returns the bytes of an identifier, which lies at the start of a block of `size` bytes, and frees the
+  // block. Empty for null.
   static Bytes Take(void* sid, ptrdiff_t size) {
     if (sid == nullptr) {
       return {};
@@ -44,12 +44,12 @@ class AccountSidTest : public rig::RiggedInternalsTest {
     HeapFreeSafe(sid);
     return result;
   }
-  // The identifier of an account that is written like this.
+  // Returns the identifier of an account that is written like this.
   static Bytes Resolve(const char* account, ptrdiff_t size = kFirstRoom) {
     return Take(ResolveAccountSid(account), size);
   }
   Bytes SidOf(const std::string& account) { return Accounts().SidOf(account); }
-  // Whether the trace has a line that begins like this.
+  // True if a line of the trace begins with `start`.
   bool Called(const std::string& start) {
     for (const std::string& line : TheRig().trace.Lines()) {
       if (line.rfind(start, 0) == 0) {
@@ -60,12 +60,12 @@ class AccountSidTest : public rig::RiggedInternalsTest {
   }
 };
 
-TEST_F(AccountSidTest, NoAccountIsNone) {
+TEST_F(AccountSidTest, ANullAccountIsNull) {
   EXPECT_EQ(ResolveAccountSid(nullptr), nullptr);
   EXPECT_TRACE({});
 }
 
-TEST_F(AccountSidTest, AnEmptyNameIsNone) {
+TEST_F(AccountSidTest, AnEmptyNameIsNull) {
   for (const char* account : {"", "\\", ".\\", "PC7\\", "CORP\\"}) {
     EXPECT_EQ(ResolveAccountSid(account), nullptr) << account;
   }
@@ -79,7 +79,7 @@ TEST_F(AccountSidTest, AccountsOfThisComputerNeedNoController) {
   EXPECT_FALSE(Called("NetGetDCName"));
 }
 
-TEST_F(AccountSidTest, OnlyOtherDomainsThanADotAskForTheComputersName) {
+TEST_F(AccountSidTest, OnlyDomainsOtherThanADotQueryTheComputersName) {
   for (const char* account : {"svc", "\\svc", ".\\svc", "LocalSystem\\svc"}) {
     TheRig().trace.Clear();
     void* sid = ResolveAccountSid(account);
@@ -88,7 +88,7 @@ TEST_F(AccountSidTest, OnlyOtherDomainsThanADotAskForTheComputersName) {
   }
 }
 
-TEST_F(AccountSidTest, WhatAFailingQuestionForTheComputersNameLeavesIsNotLookedAt) {
+TEST_F(AccountSidTest, TheBufferIsIgnoredIfQueryingTheComputersNameFails) {
   TheWorld().On<::GetComputerNameExW>([](COMPUTER_NAME_FORMAT, wchar_t* buffer, DWORD* size) {
     EXPECT_EQ(*size, 64u);
     CopyMemory(buffer, L"PC7", sizeof L"PC7");
@@ -108,15 +108,15 @@ TEST_F(AccountSidTest, AccountsOfADomainAreLookedUpAtItsController) {
   EXPECT_EQ(ResolveAccountSid("..\\svc"), nullptr);
 }
 
-// One backslash more is of the name, which nobody has.
-TEST_F(AccountSidTest, OnlyTheFirstBackslashPartsTheName) {
+// A second backslash belongs to the name, which nobody has.
+TEST_F(AccountSidTest, OnlyTheFirstBackslashSplitsTheName) {
   EXPECT_EQ(ResolveAccountSid("\\\\svc"), nullptr);
   EXPECT_EQ(ResolveAccountSid(".\\.\\svc"), nullptr);
   EXPECT_TRUE(Called(R"(LookupAccountNameW(null, "\\svc",)"));
   EXPECT_TRUE(Called(R"(LookupAccountNameW(null, ".\\svc",)"));
 }
 
-TEST_F(AccountSidTest, TheSystemsAccountsHaveTheirIdentifiersByDefinition) {
+TEST_F(AccountSidTest, SystemAccountsHaveFixedIdentifiers) {
   const Bytes system = {1, 1, 0, 0, 0, 0, 0, 5, 18, 0, 0, 0};
   const Bytes service = {1, 1, 0, 0, 0, 0, 0, 5, 19, 0, 0, 0};
   for (const char* account : {"LocalSystem", "LOCALSYSTEM", "localsystem"}) {
@@ -129,8 +129,8 @@ TEST_F(AccountSidTest, TheSystemsAccountsHaveTheirIdentifiersByDefinition) {
   EXPECT_FALSE(Called("LookupAccountNameW"));
 }
 
-// Blanks and dashes count, and what has a backslash is looked up.
-TEST_F(AccountSidTest, NoOtherSpellingIsOneOfTheSystemsAccounts) {
+// Blanks and dashes matter, and a name with a backslash is looked up.
+TEST_F(AccountSidTest, NoOtherSpellingIsASystemAccount) {
   for (const char* account :
        {"Local System", "Local-System", "LocalSystem ", " LocalSystem", ".\\LocalSystem", "\\LocalService"}) {
     EXPECT_EQ(ResolveAccountSid(account), nullptr) << account;
@@ -138,7 +138,7 @@ TEST_F(AccountSidTest, NoOtherSpellingIsOneOfTheSystemsAccounts) {
   EXPECT_FALSE(Called("CreateWellKnownSid"));
 }
 
-TEST_F(AccountSidTest, AFailureOfTheWellKnownIsFinal) {
+TEST_F(AccountSidTest, AFailureForASystemAccountIsFinal) {
   TheWorld().On<::CreateWellKnownSid>([](WELL_KNOWN_SID_TYPE, void*, void*, DWORD*) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
@@ -171,7 +171,7 @@ TEST_F(AccountSidTest, NamesAreUtf8) {
   EXPECT_EQ(Resolve("ящик\\svc"), SidOf("ЯЩИК\\svc"));
 }
 
-TEST_F(AccountSidTest, BytesThatAreNotUtf8AreNoAccount) {
+TEST_F(AccountSidTest, ANameThatIsNotUtf8IsNull) {
   EXPECT_EQ(ResolveAccountSid("J\xFCrgen"), nullptr);
   EXPECT_TRUE(Called("LookupAccountNameW(null, \"J\xEF\xBF\xBDrgen\","));
 }
@@ -183,7 +183,7 @@ TEST_F(AccountSidTest, LongNamesAreLookedUpWhole) {
   std::string domain(2000, 'd');
   Accounts().domains[domain].controller = "\\\\DC2";
   Accounts().domains[domain].accounts["svc"];
-  // An identifier of 28 bytes, and 2001 characters.
+  // 28 bytes for the identifier and 2001 characters.
   EXPECT_EQ(Resolve((domain + "\\svc").c_str(), 28 + 2 * 2001), SidOf(domain + "\\svc"));
 }
 

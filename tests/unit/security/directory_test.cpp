@@ -1,4 +1,4 @@
-// The domain's directory: containers, distinguished names, the names of services.
+// The domain's directory: containers, distinguished names, service principal names.
 
 #include "security/directory.h"
 
@@ -35,9 +35,9 @@ class DirectoryTest : public rig::RiggedInternalsTest {
     NameKept(TheRig());
     rig::RiggedInternalsTest::TearDown();
   }
-  // Modules that were loaded are kept for the life of the process.
+  // Loaded modules are kept for the life of the process.
   static void NameKept(rig::Rig& rig) { rig::KeepModules(rig, {"NETAPI32", "NTDSAPI", "ACTIVEDS"}); }
-  // The paths that the directory was asked for.
+  // Returns the paths that ADsGetObject was given.
   std::vector<std::string> Paths() {
     std::vector<std::string> paths;
     for (const std::string& line : TheRig().trace.Lines()) {
@@ -45,17 +45,17 @@ class DirectoryTest : public rig::RiggedInternalsTest {
     }
     return paths;
   }
-  // The name in a buffer of exactly its size; its length must be what came back.
+  // Returns the name, read into a buffer of exactly the right size. The returned length must be its length.
   std::string NameOf(const wchar_t* domain, const wchar_t* user) {
     rig::GuardedBuffer buffer(kDistinguishedNameSize * sizeof(wchar_t));
     DWORD length = GetAccountDistinguishedName(domain, user, buffer.As<wchar_t>());
     const auto* text = buffer.As<wchar_t>();
-    if (length >= kDistinguishedNameSize || text[length] != L'\0') return "without an end";
+    if (length >= kDistinguishedNameSize || text[length] != L'\0') return "without a terminator";
     std::string name = rig::ToUtf8(text);
     EXPECT_EQ(name.size(), length);
     return name;
   }
-  // The names for which the directory was asked.
+  // Returns the calls that gave the directory a name to translate.
   std::vector<std::string> Asked() {
     std::vector<std::string> asked;
     for (const std::string& line : TheRig().trace.Lines()) {
@@ -70,7 +70,7 @@ class DirectoryTest : public rig::RiggedInternalsTest {
   rig::Directory& Directory() { return TheWorld().directory; }
 };
 
-TEST_F(DirectoryTest, ANameIsJoinedBehindItsDomain) {
+TEST_F(DirectoryTest, DomainAndNameAreJoined) {
   for (const auto& [domain, name, joined] :
        std::vector<std::array<const wchar_t*, 3>>{{L"CORP", L"svc", L"CORP\\svc"}, {L"", L"", L"\\"}}) {
     wchar_t* text = JoinAccountName(domain, name);
@@ -81,7 +81,7 @@ TEST_F(DirectoryTest, ANameIsJoinedBehindItsDomain) {
 
 // ---- containers
 
-TEST_F(DirectoryTest, AContainerIsThatOfItsDomain) {
+TEST_F(DirectoryTest, TheContainerOfTheDomainIsOpened) {
   TheRig().MakeLoud("HeapAlloc");
   IADsContainer* container = OpenDomainContainer(L"CORP");
   ASSERT_NE(container, nullptr);
@@ -97,7 +97,7 @@ TEST_F(DirectoryTest, AContainerIsThatOfItsDomain) {
   });
 }
 
-TEST_F(DirectoryTest, WithoutADomainItIsThatOfTheComputersWhole) {
+TEST_F(DirectoryTest, WithoutADomainTheComputersWholeDomainIsUsed) {
   const std::string longName(200, 'D');
   Accounts().domains[longName];
   for (const std::string& domain : {std::string("CORP"), longName}) {
@@ -115,7 +115,7 @@ TEST_F(DirectoryTest, WithoutADomainItIsThatOfTheComputersWhole) {
   TheRig().ledger.Deliberate(rig::kModule, "ACTIVEDS");
 }
 
-TEST_F(DirectoryTest, WithoutAnyDomainThereIsNone) {
+TEST_F(DirectoryTest, WithoutAnyDomainThereIsNoContainer) {
   for (const char* workgroup : {"", "\1"}) {
     Accounts().workgroup = workgroup;
     EXPECT_EQ(OpenDomainContainer(nullptr), nullptr);
@@ -126,11 +126,11 @@ TEST_F(DirectoryTest, WithoutAnyDomainThereIsNone) {
   EXPECT_EQ(Paths(), std::vector<std::string>{});
 }
 
-// Out of memory is another error than no domain, and nobody is asked then.
-TEST_F(DirectoryTest, WithoutMemoryForThePathTheLastErrorSaysSo) {
+// Out of memory is a different error from a missing domain, and the directory is not asked.
+TEST_F(DirectoryTest, OutOfMemoryForThePathIsTheLastError) {
   Accounts().workgroup = "CORP";
   for (const wchar_t* domain : {L"CORP", L""}) {
-    // Without a domain the first block is for that of this computer.
+    // Without a domain the first block is for the computer's own domain.
     int blocks = *domain ? 0 : 1;
     HX_HOOK(allocating, HeapAlloc, [&](HANDLE heap, DWORD flags, SIZE_T size) -> void* {
       return blocks-- > 0 ? allocating.Next(heap, flags, size) : nullptr;
@@ -158,7 +158,7 @@ TEST_F(DirectoryTest, AMissingFunctionIsMinusOne) {
 
 // ---- distinguished names
 
-TEST_F(DirectoryTest, AUserIsAskedForByDomainAndName) {
+TEST_F(DirectoryTest, DomainAndNameAreTranslated) {
   EXPECT_EQ(NameOf(L"CORP", L"svc"), "CN=svc,CN=Users,DC=CORP");
   EXPECT_TRACE({
       "CoCreateInstance({274FAE1F-3626-11D1-A3A4-00C04FB950DC}, null, 0x1, "
@@ -169,7 +169,7 @@ TEST_F(DirectoryTest, AUserIsAskedForByDomainAndName) {
   });
 }
 
-TEST_F(DirectoryTest, WithoutADomainAUserIsOneOfTheComputersCutTo63Characters) {
+TEST_F(DirectoryTest, WithoutADomainTheComputersIsUsedCutTo63Characters) {
   EXPECT_EQ(NameOf(nullptr, L"svc"), "CN=svc,CN=Users,DC=CORP");
   Accounts().workgroup = std::string(70, 'D');
   EXPECT_EQ(NameOf(nullptr, L"svc"), "");
@@ -179,7 +179,7 @@ TEST_F(DirectoryTest, WithoutADomainAUserIsOneOfTheComputersCutTo63Characters) {
   EXPECT_EQ(Asked().size(), 2u);
 }
 
-TEST_F(DirectoryTest, WithoutAUserItIsThatOfTheProcess) {
+TEST_F(DirectoryTest, WithoutAUserTheUserOfTheProcessIsUsed) {
   TheRig().MakeLoud("CloseHandle");
   EXPECT_EQ(NameOf(L"IGNORED", nullptr), "CN=installer,CN=Users,DC=PC7");
   EXPECT_TRACE({
@@ -196,7 +196,7 @@ TEST_F(DirectoryTest, WithoutAUserItIsThatOfTheProcess) {
   });
 }
 
-TEST_F(DirectoryTest, AProcessWhoseUserIsNotToBeHadHasNoName) {
+TEST_F(DirectoryTest, AnUnknownUserOfTheProcessHasNoName) {
   for (const char* call : {"OpenProcessToken", "GetTokenInformation", "LookupAccountSidW"}) {
     const bool isToken = std::string(call) == "OpenProcessToken";
     TheWorld().sessions.tokenError = isToken ? DWORD{ERROR_ACCESS_DENIED} : DWORD{ERROR_SUCCESS};
@@ -218,7 +218,7 @@ TEST_F(DirectoryTest, ALongNameIsCutTo1023Characters) {
   }
 }
 
-TEST_F(DirectoryTest, TheTranslationGoesBackBeforeTheNameThatWasTranslated) {
+TEST_F(DirectoryTest, TheTranslationIsFreedBeforeTheOriginalName) {
   for (const char* call : {"SysFreeString", "HeapFree"}) TheRig().MakeLoud(call);
   EXPECT_EQ(NameOf(L"CORP", L"svc"), "CN=svc,CN=Users,DC=CORP");
   EXPECT_TRACE({
@@ -255,7 +255,7 @@ TEST_F(DirectoryTest, WithoutATranslatorThereIsNoName) {
 
 // ---- names of services
 
-TEST_F(DirectoryTest, NamesAreAddedAndTakenAway) {
+TEST_F(DirectoryTest, NamesAreAddedAndRemoved) {
   Directory().registered = {"CN=svc HOST/PC7"};
   EXPECT_EQ(Update(kAddPrincipalNames), 0u);
   EXPECT_EQ(Directory().registered, (std::set<std::string>{"CN=svc HOST/PC7", "CN=svc VANTOR/PC7",
@@ -283,7 +283,7 @@ TEST_F(DirectoryTest, AComputerWithoutNamesHasNothingToAdd) {
             0);
 }
 
-TEST_F(DirectoryTest, StepsThatFailAreMinusOneAndTheLastOnesOwnError) {
+TEST_F(DirectoryTest, FailingStepsAreMinusOneButTheLastHasItsOwnError) {
   const std::vector<std::pair<const char*, DWORD>> steps = {
       {"DsGetSpnW", kFailed}, {"DsBindW", kFailed}, {"DsWriteAccountSpnW", 8453}};
   for (const auto& [call, result] : steps) {
@@ -298,7 +298,7 @@ TEST_F(DirectoryTest, MissingFunctionsAreMinusOne) {
   for (const char* function : {"DsGetSpnW", "DsBindW", "DsWriteAccountSpnW"}) {
     TheModules().MissingFunction("NTDSAPI", function);
   }
-  // Each is found as soon as those before it are there.
+  // Each function is found as soon as those before it exist.
   EXPECT_EQ(Update(kAddPrincipalNames), kFailed);
   EXPECT_TRUE(Directory().registered.empty());
 }

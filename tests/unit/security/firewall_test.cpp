@@ -25,12 +25,12 @@ constexpr HRESULT kRefused = HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
 
 class FirewallTest : public rig::RiggedInternalsTest {
  protected:
-  // The caller starts COM; these operations find it started.
+  // The caller starts COM, so these operations find it started.
   void Arrange(rig::World& world) override { world.com.start = RPC_E_CHANGED_MODE; }
   rig::Firewall& TheFirewall() { return TheWorld().firewall; }
   static void MakeOld(rig::World& world) { world.clock.versionInfo.dwMajorVersion = 5; }
 
-  // The text, which is freed as the library would free it; "null" for none.
+  // Returns the text and frees it as the library would; "null" for null.
   static std::string Take(BSTR text) {
     if (text == nullptr) {
       return "null";
@@ -41,7 +41,7 @@ class FirewallTest : public rig::RiggedInternalsTest {
     free(text);
     return result;
   }
-  // What `operation` gives with the firewall opened.
+  // Returns the result of `operation` with the firewall opened.
   template <class Operation>
   auto WithFirewall(Operation operation) {
     FirewallSession* session = OpenFirewall();
@@ -70,18 +70,18 @@ TEST_F(FirewallTest, OpensThePolicyOfANewSystem) {
   EXPECT_EQ(LiveBlocks(), 0u);
 }
 
-TEST_F(FirewallTest, OpensTheProfileOfAnOldOne) {
+TEST_F(FirewallTest, OpensTheProfileOfAnOldSystem) {
   MakeOld(TheWorld());
   FirewallSession* session = OpenFirewall();
   ASSERT_NE(session, nullptr);
   EXPECT_FALSE(session->IsComplex());
   EXPECT_TRUE(static_cast<bool>(session->profile));
-  // Manager and policy are not kept.
+  // The manager and the policy are not kept.
   EXPECT_EQ(TheRig().ledger.Count(rig::kInterface), 1u);
   CloseFirewall(session);
 }
 
-TEST_F(FirewallTest, WhatIsNotHandedOutIsNotThere) {
+TEST_F(FirewallTest, OpeningFailsIfAnObjectIsNull) {
   MakeOld(TheWorld());
   TheFirewall().Withhold("profile");
   EXPECT_EQ(OpenFirewall(), nullptr);
@@ -130,14 +130,14 @@ TEST_F(FirewallTest, WithoutABaseTheTextIsTheName) {
   EXPECT_EQ(Take(BuildRuleString(kPath, nullptr, 0, 0)), "null");
 }
 
-// The buffer has twice the length of the path and 128, in bytes.
+// The buffer's size in bytes is twice the length of the path, plus 128.
 TEST_F(FirewallTest, BuildsTextsInABufferOfAKnownSize) {
   TheRig().MakeLoud("HeapAlloc");
   Take(BuildRuleString(kPath, nullptr, 1000, 0));
   EXPECT_EQ(TheRig().trace.Lines().at(0).find("HeapAlloc(*, 8, 144)"), 0u) << TheRig().trace.Lines().at(0);
 }
 
-// ---- what an exception is for
+// ---- the properties of an exception
 
 class FirewallPropertiesTest : public FirewallTest {
  protected:
@@ -169,7 +169,7 @@ class FirewallPropertiesTest : public FirewallTest {
     application->Release();
     return result;
   }
-  // From now on a method fails, or succeeds in a way of its own; the trace begins again.
+  // Makes a method return `error` from now on, which may be a success code, and clears the trace.
   void Answer(const char* method, HRESULT error) {
     TheRig().trace.Clear();
     failing_ = method;
@@ -226,7 +226,7 @@ TEST_F(FirewallPropertiesTest, ARuleNeedsProgramAndNameOnly) {
   }
 }
 
-TEST_F(FirewallPropertiesTest, TheResultIsThatOfTheName) {
+TEST_F(FirewallPropertiesTest, TheResultIsTheResultOfSettingTheName) {
   Answer("name", S_FALSE);
   EXPECT_EQ(SetRule(kPath, L"Name", 1000), S_FALSE);
   EXPECT_EQ(TheRig().trace.Lines().size(), 7u);
@@ -253,8 +253,8 @@ TEST_F(FirewallPropertiesTest, AnApplicationNeedsBoth) {
   EXPECT_EQ(SetApplication(kPath, L"Name"), kRefused);
 }
 
-// Out of memory for a text is E_OUTOFMEMORY, except for texts that a rule does not need.
-TEST_F(FirewallPropertiesTest, LackOfMemoryIsOneOfTheResults) {
+// Out of memory for a text gives E_OUTOFMEMORY, except for texts that a rule does not need.
+TEST_F(FirewallPropertiesTest, OutOfMemoryFailsOnlyForRequiredTexts) {
   std::vector<UINT> results;
   rig::SweepOptions options;
   options.results = {0, static_cast<UINT>(E_OUTOFMEMORY), static_cast<UINT>(E_FAIL)};
@@ -285,7 +285,7 @@ TEST_F(FirewallTest, AddsARuleOfAnyProtocol) {
   }
 }
 
-TEST_F(FirewallTest, AddsARuleOfItsName) {
+TEST_F(FirewallTest, WithoutABaseARuleIsFoundByItsName) {
   EXPECT_EQ(Add(kPath, L"Name", 0, 17), S_OK);
   const rig::FirewallRule made = {.name = "Name",
                                   .program = "C:\\p.exe",
@@ -296,7 +296,7 @@ TEST_F(FirewallTest, AddsARuleOfItsName) {
                                   .action = 1,
                                   .profiles = 0x7FFFFFFF};
   EXPECT_EQ(TheFirewall().rules, Rules{made});
-  // It is found by its name and not made again.
+  // It is found by its name and not added again.
   EXPECT_EQ(Add(kPath, L"Name", 0, 17), S_OK);
   EXPECT_EQ(TheFirewall().rules, Rules{made});
   EXPECT_EQ(Remove(kPath, L"Name", 0), 0);
@@ -317,7 +317,7 @@ TEST_F(FirewallTest, AnApplicationNeedsAKey) {
   EXPECT_EQ(Remove(L"", L"Name", 0), kFirewallNoKey);
 }
 
-TEST_F(FirewallTest, AnApplicationKnowsNoBase) {
+TEST_F(FirewallTest, AnApplicationIgnoresTheBase) {
   MakeOld(TheWorld());
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), S_OK);
   EXPECT_EQ(TheFirewall().applications, (Applications{{"Name", "C:\\p.exe", true, 0}}));
@@ -325,7 +325,7 @@ TEST_F(FirewallTest, AnApplicationKnowsNoBase) {
   EXPECT_TRUE(TheFirewall().applications.empty());
 }
 
-TEST_F(FirewallTest, TheCollectionMustBeHad) {
+TEST_F(FirewallTest, AMissingCollectionFails) {
   TheFirewall().FailMethod("policy.get_Rules", kRefused);
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), kRefused);
   EXPECT_EQ(Remove(kPath, L"Name", 1000), kFirewallNoCollection);
@@ -335,7 +335,7 @@ TEST_F(FirewallTest, TheCollectionMustBeHad) {
   EXPECT_EQ(Remove(kPath, L"Name", 1000), kFirewallNoCollection);
 }
 
-TEST_F(FirewallTest, TheCollectionOfApplicationsMustBeHad) {
+TEST_F(FirewallTest, AMissingCollectionOfApplicationsFails) {
   MakeOld(TheWorld());
   TheFirewall().FailMethod("profile.get_AuthorizedApplications", kRefused);
   EXPECT_EQ(Add(kPath, L"Name", 0, 0), kRefused);
@@ -346,21 +346,22 @@ TEST_F(FirewallTest, TheCollectionOfApplicationsMustBeHad) {
   EXPECT_EQ(Remove(kPath, L"Name", 0), kFirewallNoCollection);
 }
 
-// A rule is made after a second look at the collection, whose failure counts like that of the first look.
-TEST_F(FirewallTest, TheCollectionMustBeHadTwice) {
+// A rule is created after the collection is fetched a second time. A failure then counts as at the first
+// time.
+TEST_F(FirewallTest, AMissingCollectionFailsTheSecondTimeToo) {
   TheFirewall().FailCall("policy.get_Rules", 2, kRefused);
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), kRefused);
   EXPECT_EQ(TheRig().trace.Lines().back(), "policy.get_Rules(*) = 0x80070005");
 }
 
-TEST_F(FirewallTest, AnExceptionThatIsNotHandedOutIsNotThere) {
+TEST_F(FirewallTest, ANullExceptionCountsAsNotFound) {
   TheFirewall().rules = {{.name = "Name", .program = "C:\\p.exe", .enabled = true}};
   TheFirewall().Withhold("found");
   EXPECT_EQ(Add(kPath, L"Name", 0, 6), S_OK);
   EXPECT_EQ(TheFirewall().rules.size(), 2u);
 }
 
-TEST_F(FirewallTest, TheResultIsThatOfAdding) {
+TEST_F(FirewallTest, TheResultOfAddingIsReturned) {
   TheFirewall().FailMethod("rules.Add", S_FALSE);
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), S_FALSE);
   TheFirewall().FailMethod("rules.Add", kRefused);
@@ -369,7 +370,7 @@ TEST_F(FirewallTest, TheResultIsThatOfAdding) {
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), E_ABORT);
 }
 
-TEST_F(FirewallTest, RemovingIsNotLookedAt) {
+TEST_F(FirewallTest, TheResultOfRemovingIsIgnored) {
   TheFirewall().FailMethod("rules.Remove", kRefused);
   EXPECT_EQ(Remove(kPath, L"Name", 1000), 0);
   EXPECT_EQ(TheRig().trace.Lines().back(), R"(rules.Remove("@C:\\p.exe,-1000") = 0x80070005)");
@@ -377,7 +378,7 @@ TEST_F(FirewallTest, RemovingIsNotLookedAt) {
 
 // ---- a firewall that is off
 
-TEST_F(FirewallTest, IsOffOnlyWhereItSaysSo) {
+TEST_F(FirewallTest, IsOffOnlyIfItSaysSo) {
   auto isOff = [this] {
     return WithFirewall([](FirewallSession* session) { return IsFirewallOff(session); });
   };
@@ -389,7 +390,7 @@ TEST_F(FirewallTest, IsOffOnlyWhereItSaysSo) {
   EXPECT_FALSE(isOff());
 }
 
-TEST_F(FirewallTest, AProfileIsOffOnlyWhereItSaysSo) {
+TEST_F(FirewallTest, AProfileIsOffOnlyIfItSaysSo) {
   MakeOld(TheWorld());
   auto isOff = [this] {
     return WithFirewall([](FirewallSession* session) { return IsFirewallOff(session); });

@@ -26,9 +26,9 @@ class NetworkManagementTest : public rig::RiggedInternalsTest {
     if (keeps_) TheRig().ledger.Deliberate(rig::kModule, "NETAPI32");
     rig::RiggedInternalsTest::TearDown();
   }
-  // The test loads the module, which is kept for the life of the process.
+  // Says that the test loads the module, which is kept for the life of the process.
   void Keeps() { keeps_ = true; }
-  // The domain through a buffer of exactly its size, and its length.
+  // Returns the domain, read into a buffer of exactly the right size, and its length.
   std::string Domain(DWORD* length) {
     rig::GuardedBuffer buffer(kDomainNameSize * sizeof(wchar_t));
     *length = GetWorkstationDomain(buffer.As<wchar_t>());
@@ -40,7 +40,7 @@ class NetworkManagementTest : public rig::RiggedInternalsTest {
   bool keeps_ = false;
 };
 
-TEST_F(NetworkManagementTest, TheDomainIsCutToItsBuffer) {
+TEST_F(NetworkManagementTest, TheDomainIsCutToTheBuffer) {
   Keeps();
   for (size_t size : {1, 4, 62, 63, 64, 65, 300}) {
     Accounts().workgroup = std::string(size, 'D');
@@ -48,12 +48,12 @@ TEST_F(NetworkManagementTest, TheDomainIsCutToItsBuffer) {
     size_t cut = std::min<size_t>(size, 63);
     EXPECT_EQ(Domain(&length), std::string(cut, 'D'));
     EXPECT_EQ(length, cut);
-    // Without a buffer it is the whole length.
+    // Without a buffer the result is the whole length.
     EXPECT_EQ(GetWorkstationDomain(nullptr), size);
   }
 }
 
-TEST_F(NetworkManagementTest, TheWholeDomainIsCopiedWhole) {
+TEST_F(NetworkManagementTest, TheWholeDomainIsCopied) {
   Keeps();
   for (size_t size : {1, 63, 64, 300}) {
     Accounts().workgroup = std::string(size, 'D');
@@ -66,7 +66,7 @@ TEST_F(NetworkManagementTest, TheWholeDomainIsCopiedWhole) {
   EXPECT_EQ(CopyWorkstationDomain(), nullptr);
 }
 
-TEST_F(NetworkManagementTest, WithoutADomainTheBufferIsAsItWas) {
+TEST_F(NetworkManagementTest, WithoutADomainTheBufferStaysUnchanged) {
   Keeps();
   wchar_t buffer[kDomainNameSize] = L"before";
   Accounts().workgroup = "\1";
@@ -113,7 +113,7 @@ TEST_F(NetworkManagementTest, UsersAreAddedFoundAndDeleted) {
   EXPECT_FALSE(HasLocalUser(name));
 }
 
-TEST_F(NetworkManagementTest, WhatIsMissingYieldsItsValue) {
+TEST_F(NetworkManagementTest, WithoutTheModuleEachFunctionHasItsResult) {
   TheModules().Missing("NETAPI32");
   wchar_t buffer[kDomainNameSize] = {};
   wchar_t* controller = nullptr;
