@@ -82,7 +82,7 @@ class FakeBase {
   /// Puts a trap into every slot.
   template <size_t... Slots>
   void FillWithTraps(std::index_sequence<Slots...>);
-  /// Fills the slot of a method that the test did not implement.
+  /// Answers a method that the test did not implement.
   template <size_t Slot>
   static HRESULT Trap(void* self);
   /// Fails the test and returns E_NOTIMPL.

@@ -216,7 +216,7 @@ class Declaration {
   /// True if this result means success.
   bool Succeeded(uint64_t result) const;
 
-  /// How a test said that calls are answered; every rig starts with kAsDeclared.
+  /// How calls are answered, as a test or the world sets it; every rig starts with kAsDeclared.
   enum class Behaviour : uint8_t {
     kAsDeclared,  ///< As the declaration says.
     kReal,        ///< The real function is called.

@@ -48,7 +48,7 @@ class Modules {
   /// Routes the functions of this part here.
   void Install();
 
-  /// Makes the module already loaded (KERNEL32, NTDLL, USER32, ADVAPI32 and MSI always are).
+  /// Marks the module as already loaded (KERNEL32, NTDLL, USER32, ADVAPI32 and MSI always are).
   void Loaded(const std::string& module) { loaded_.insert(declarations::ModuleName(module)); }
   /// Makes loading the module fail with `error`.
   void Missing(const std::string& module, DWORD error = ERROR_MOD_NOT_FOUND) {
