@@ -24,7 +24,7 @@ std::FILE* FactsFile() {
     wchar_t folder[MAX_PATH];
     DWORD length = GetEnvironmentVariableW(L"HX_ARTIFACTS", folder, MAX_PATH);
     bool isGiven = length > 0 && length < MAX_PATH;
-    return isGiven ? _wfopen((std::wstring(folder) + L"\\facts.txt").c_str(), L"ab") : nullptr;
+    return isGiven ? _wfopen((std::wstring(folder) + L"\\facts.txt").c_str(), L"wb") : nullptr;
   }();
   return file;
 }

@@ -3,13 +3,12 @@
 // records of the actions level with the table that the pages are compared with.
 //
 // Each fact is one line of the file "facts.txt" in the folder that HX_ARTIFACTS names (without it nothing is
-// recorded), written when it is seen for the first time, so that a crash loses none: the entry point, a kind
-// and a text, with a tab between; a backslash, a tab and a line end in the text read "\\", "\t" and "\n".
+// recorded), written when it is seen for the first time: the entry point, a kind and a text, with a tab
+// between. A backslash, a tab and a line end in the text read "\\", "\t" and "\n".
 //
 //   returns  the result
-//   reads    a property and the size of the buffer, with "A" (bytes) or "W" (characters): "PROP_CLEAN 256A".
-//   A
-//            buffer in a heap block has no size: it grows until the value fits ("PROP_VERSION")
+//   reads    a property and its buffer's size, with "A" for bytes or "W" for characters ("PROP_CLEAN 256A");
+//            a buffer on the heap has no size, because it grows until the value fits ("PROP_VERSION")
 //   sets     a property
 //   notice   the number of a message that is not a line of the log
 //   box      the text of a message box

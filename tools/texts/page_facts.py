@@ -317,6 +317,10 @@ def phase_findings(project, name, row):
 def check_index(project, pages):
     text = pages.get(INDEX, "")
     rows = {name: set(PHASES.findall(rows_of_section(part).get("Phase", ""))) for name, _, part in sections_of(pages)}
+    stops = {name for name, facts in project.table.items() if facts["returns"] != [0]}
+    said = re.search(r"Only (.*?) can stop an installation", flat(text))
+    if not said or set(re.findall(r"\[(CustomAction\d+)\]", said[1])) != stops:
+        yield f"{INDEX}: 'Only ... can stop an installation' must name {in_order(stops)}"
     for heading, titles, lines in tables_of(text):
         for _, cells in lines:
             if titles == ["Entry point", "Job", "Phase"] and (match := re.match(r"\[(CustomAction\d+)\]", cells[0])):
