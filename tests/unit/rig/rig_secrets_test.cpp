@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "rig_subject.h"
+#include "unit/rig/rig_subject.h"
 
 namespace rig_test {
 
