@@ -591,10 +591,28 @@ def check_measures(project, pages):
                        "(stated_facts.py)")
 
 
+def steps_of(text):
+    """{place: number of its step} and the numbers of all steps, of the page's table of steps."""
+    places, numbers = {}, []
+    for _, titles, rows in tables_of(text):
+        if titles[:3] == ["", "Sequence", "Action"]:
+            for _, cells in rows:
+                if cells[0].isdigit():
+                    numbers.append(int(cells[0]))
+                    for place in re.findall(r"\b\d{2,4}\b", cells[1]):
+                        places.setdefault(place, cells[0])
+    return places, numbers
+
+
 def check_statements(project, pages):
+    steps = {}
+    for page, text in pages.items():
+        steps[page], numbers = steps_of(text)
+        if numbers != list(range(1, len(numbers) + 1)):
+            yield f"{page}: the steps must be numbered 1, 2, 3 ..., and are {in_order(numbers)}"
     for page, template in stated_facts.STATEMENTS:
         try:
-            wanted = project.rendered(template)
+            wanted = re.sub(r"<step (\d+)>", lambda match, own=steps.get(page, {}): own[match[1]], project.rendered(template))
         except KeyError as error:
             yield f"{page}: '{template}' of stated_facts.py: {error.args[0]}"
             continue

@@ -3,6 +3,7 @@ page_facts.py. A finding that names this file means: the page is wrong, or it sa
 here follows.
 
 In a text, "{expression}" is a value: its names are constants and enumerators of src/, by which the text follows the source.
+"<step 1380>" in a statement is the number of the step at 1380 in the page's table of steps.
 """
 
 FUNCTIONS = {
@@ -198,7 +199,54 @@ _ENGINE_DANGERS = [
     "do not copy it ({kTreeNotCopied}), copy nothing into it ({kTreeNotCopied})",
 ]
 
+_CLIENT_STEPS = [
+    "those of steps <step 3490> and <step 6380> to <step 6480> are deferred",
+    "except for steps <step 1380>, <step 1490>, <step 6609>, <step 6640> and <step 6660>, which log nothing",
+    "In step <step 6601> the old package runs its own sequence",
+    "steps <step 1380>, <step 1490>, <step 3490>, <step 6480> and <step 6670>",
+    "After step <step 6600> nothing is rolled back",
+    "(step <step 6660>) `CustomAction29`",
+    "| <step 1380>: a tool does not close |",
+    "| <step 1380>: the service does not stop |",
+    "| <step 1400>: the engine's tests |",
+    "| <step 1900> to <step 6600>: the script |",
+    "| <step 6405>, in a first installation |",
+    "| <step 6609> | goes on, and says nothing | the audit file as it was |",
+    "| <step 3490>, <step 6480> in a removal",
+    "| <step 6601>: the old product cannot be removed |",
+    "| <step 6620>, <step 6630>: a task is not registered |",
+    "| <step 6650>: the audit |",
+    "| <step 6670>: an agent is not ended or started |",
+]
+_SERVER_STEPS = [
+    "Steps <step 2010> to <step 4190> are deferred",
+    "| <step 2010>: the older server's folder cannot be moved aside |",
+    "| <step 2020>: the outside data cannot be moved aside |",
+    "| <step 4000>: the new files cannot be installed |",
+    "| <step 4110>: some data cannot be copied |",
+    "| <step 4150>, <step 4190>: the conversion failed, data inside |",
+    "| <step 4190>: the conversion was cancelled |",
+    "| <step 6601>: the older product cannot be removed |",
+    "`CustomAction13` runs in step <step 1480>",
+]
+
 STATEMENTS = [
+    *(("docs/client-upgrade.md", text) for text in _CLIENT_STEPS),
+    *(("docs/server-upgrade.md", text) for text in _SERVER_STEPS),
+    ("docs/client-upgrade.md", "`7`, `+7`, `0x07`, `7 days`, `7.9` | 7 |"),
+    ("docs/client-upgrade.md", "| `0x0A`, `0x0a` | 10 |"),
+    ("docs/client-upgrade.md", "| `{2 ** 32 + 7}` (2^32 + 7) | 7 |"),
+    ("docs/client-upgrade.md", "| `{2 ** 31}` (2^31), `{2 ** 32 - 1}` | no update task"),
+    ("docs/client-upgrade.md", "| `{1 - 2 ** 32}` | 1 |"),
+    ("docs/client-upgrade.md", "| `{2 ** 16 + 1}` | the task gets 1 | | `{2 ** 16}` | the task gets 0"),
+    ("docs/client-upgrade.md", "({kStepDaysInterval} or {kStepRegister}) |"),
+    ("docs/client-upgrade.md", "0 to {kHoursADay - 1}: `26` is {26 % kHoursADay}, `7pm` is 7, `-5` is 0, and `{2 ** 32 - 1}` "
+                               "counts as -1, which is {-1 % kHoursADay}."),
+    ("docs/client-upgrade.md", "modulo {kHoursADay} | 0 |"),
+    ("docs/client-upgrade.md", "not there, 0, 2 | 1, 1, 3 | unchanged"),
+    ("docs/client-upgrade.md", "at 2:30, local time"),
+    ("docs/client-upgrade.md", "-1, -14 and -26 are not used"),
+    ("docs/troubleshooting.md", "-1, -14 and -26 are not used"),
     *(("docs/actions/server.md", text) for text in _ENGINE_DANGERS),
     ("docs/actions/client.md", "the message {kShutdownMessage}, then `WM_ENDSESSION`, then `WM_COMMAND` {kShutdownCommand}"),
     ("docs/actions/client.md", "its own control {kServiceControl}"),

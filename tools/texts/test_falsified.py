@@ -115,6 +115,11 @@ FALSIFIED = {
         (SERVERS, "`InstallExecute` (2050)", "`InstallExecute` (2010)"),
         (GUIDE, "sets at 610 |", "sets at 611 |"),
     ],
+    "steps": [
+        (CLIENTS, "| 15: the old product cannot", "| 16: the old product cannot"),
+        (CLIENTS, "| 20 | 6640, 6650 |", "| 21 | 6640, 6650 |"),
+        (SERVERS, "`CustomAction13` runs in step 10", "`CustomAction13` runs in step 11"),
+    ],
     "conditions": [
         (CLIENT, '"1490">NOT ClientIsReplaced<', '"1490">ClientIsReplaced<'),
         (GUIDE, "| 4110 | `UpgradeData OR UpgradeInside` |", "| 4110 | `UpgradeData` |"),
