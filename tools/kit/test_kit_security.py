@@ -31,7 +31,8 @@ class KitSecurityTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(prefix="hx-kit-")
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name)
-        shutil.copytree(ROOT / "packages", self.root / "packages")
+        for name in ("packages", "docs/actions"):
+            shutil.copytree(ROOT / name, self.root / name)
         for name in (GUIDE, "docs/actions.md", "src/frame/entry_points.def"):
             (self.root / name).parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(ROOT / name, self.root / name)
