@@ -286,7 +286,7 @@ def line_findings(project, name, part, row, sections):
         yield f"Log says '{row}', and the tests saw {len(facts)} lines"
     yield from (f"the line '{text}' is missing" for text in sorted(facts.keys() - said - {WIDE_LINE}))
     if WIDE_LINE in facts and WIDE_LINE.strip() not in part:
-        yield f"the lines behind '{WIDE_LINE}' are missing"
+        yield f"the lines with '{WIDE_LINE}' are missing"
 
 
 def phase_findings(project, name, row):

@@ -87,7 +87,7 @@ MEASURES = {
     ],
 }
 
-# Numbers behind "at", "before" and the like that are no places in a sequence.
+# Numbers after "at", "before" and the like that are no places in a sequence.
 OTHER_PLACES = {"docs/authoring.md": ["5890"]}  # an action of the reader's own test
 
 # Numbers from 31 on in the sentences of a page that nothing else explains: {page: numbers}.
