@@ -8,7 +8,7 @@
 //
 // Text inside a path is UTF-8; text passed to and received from Windows is wide. Every operation that returns
 // a PathObject returns a new reference, which the caller releases through the object (or holds in a PathRef).
-// Null means failure, which includes lack of memory. A null path is accepted and gives null, 0 or nothing,
+// Null means failure; out of memory is one. A null path is accepted and gives null, 0 or nothing,
 // unless a comment says otherwise. The operations in `PathObject::ops`:
 //
 //   Retain, Release  Count references; a chain of any length is freed without recursion.

@@ -43,6 +43,6 @@ bool ReadServerDataFolder(HKEY key, DWORD size, PathRef* folder) {
   char text[kLargestDataFolderText];
   ReadRegistryText(key, "vtdf", text, size);
   folder->reset(PathFromWrittenUtf8(text));
-  // A full path is made without the help of Windows, so it can fail only for lack of memory.
+  // A full path is made without the help of Windows, so only being out of memory makes it fail.
   return *folder || !IsDriveAbsolute(text);
 }

@@ -36,12 +36,12 @@ class Ledger {
   /// Marks one resource of this kind as kept on purpose. `name` (a resource's name, such as a module's)
   /// restricts this to the resource with that name.
   void Deliberate(const Kind& kind, std::string name = {});
-  /// Fails the test for everything still held that no Deliberate covers; with `all`, also for a Deliberate
-  /// that matches nothing.
+  /// Fails the test for everything still held that no call of `Deliberate` covers; with `all`, also for a
+  /// call that matches nothing.
   void CheckEmpty(bool all);
   /// Returns the values of one kind that are held.
   std::vector<uint64_t> Values(const Kind& kind) const;
-  /// Forgets what is held and every Deliberate.
+  /// Forgets what is held and every call of `Deliberate`.
   void Forget();
 
  private:
@@ -65,7 +65,7 @@ class Ledger {
     const void* taker;
     std::string note;
   };
-  /// One call of Deliberate.
+  /// One call of `Deliberate`.
   struct Exception {
     const Kind* kind;
     std::string name;

@@ -1,4 +1,4 @@
-"""lint_english.py: finds each refused word in comments, pages and messages, and none in code or in quoted texts."""
+"""lint-english.py: finds each refused word in comments, pages and messages, and none in code or in quoted texts."""
 
 import subprocess
 import unittest
@@ -16,7 +16,7 @@ WORDS = {LACKS: "'has no'", LACKING: "'has no'", LACKED: "'has no'", OF_MEMORY: 
 
 
 class EnglishTest(TreeTest):
-    script = "lint/lint_english.py"
+    script = "lint/lint-english.py"
 
     def setUp(self):
         super().setUp()

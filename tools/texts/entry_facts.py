@@ -8,9 +8,9 @@ The runs of a sweep, in which one call fails after the other, count like all oth
   reads     a read that fails is a read: the property's name and the buffer were given. A property that is asked for only
             after a failure (ProductName, if no record can be made) is a fact too
   sets      a property that could not be set would have been: the page says what the entry point writes
-  notices   as sent. A message whose number is empty is none: there the sweep made the setting of the number fail
+  notices   as sent. A message whose number is empty does not count: there the sweep made the setting of the number fail
   boxes     a box appears only if something has failed
-  log       as it arrives. A line that is empty, or is nothing but the mark, is none: there the setting of the text failed.
+  log       as it arrives. A line that is empty, or is nothing but the mark, does not count: there the setting of the text failed.
             A line is kept as its format, with the library's own codes (-1 to -199) that were seen in it
 
 The world of a test may answer what no Windows answers, but the library does not know that: what it does then is what it

@@ -116,7 +116,7 @@ def is_string(token):
 
 
 def strings_in(tokens):
-    """(value, line) of each string literal among tokens; neighbours are one text. The "C" of a linkage is none."""
+    """(value, line) of each string literal among tokens; neighbours are one text. The "C" of a linkage is not one."""
     index = 0
     while index < len(tokens):
         first = index

@@ -200,7 +200,7 @@ _ENGINE_DANGERS = [
 ]
 
 _CLIENT_STEPS = [
-    "those of steps <step 3490> and <step 6380> to <step 6480> are deferred",
+    "actions of steps <step 3490> and <step 6380> to <step 6480> are deferred",
     "except for steps <step 1380>, <step 1490>, <step 6609>, <step 6640> and <step 6660>, which log nothing",
     "In step <step 6601> the old package runs its own sequence",
     "steps <step 1380>, <step 1490>, <step 3490>, <step 6480> and <step 6670>",
@@ -208,11 +208,11 @@ _CLIENT_STEPS = [
     "(step <step 6660>) `CustomAction29`",
     "| <step 1380>: a tool does not close |",
     "| <step 1380>: the service does not stop |",
-    "| <step 1400>: the engine's tests |",
+    "| <step 1400>: the engine's checks |",
     "| <step 1900> to <step 6600>: the script |",
-    "| <step 6405>, in a first installation |",
-    "| <step 6609> | goes on, and says nothing | the audit file as it was |",
-    "| <step 3490>, <step 6480> in a removal",
+    "| <step 6405> or later, in a first installation |",
+    "| <step 6609> | continues, and logs nothing | the audit file as it was |",
+    "| after <step 3490> or <step 6480>, in a removal",
     "| <step 6601>: the old product cannot be removed |",
     "| <step 6620>, <step 6630>: a task is not registered |",
     "| <step 6650>: the audit |",
@@ -243,7 +243,7 @@ STATEMENTS = [
     ("docs/client-upgrade.md", "0 to {kHoursADay - 1}: `26` is {26 % kHoursADay}, `7pm` is 7, `-5` is 0, and `{2 ** 32 - 1}` "
                                "counts as -1, which is {-1 % kHoursADay}."),
     ("docs/client-upgrade.md", "modulo {kHoursADay} | 0 |"),
-    ("docs/client-upgrade.md", "not there, 0, 2 | 1, 1, 3 | unchanged"),
+    ("docs/client-upgrade.md", "missing, 0, 2 | 1, 1, 3 | unchanged"),
     ("docs/client-upgrade.md", "at 2:30, local time"),
     ("docs/client-upgrade.md", "-1, -14 and -26 are not used"),
     ("docs/troubleshooting.md", "-1, -14 and -26 are not used"),

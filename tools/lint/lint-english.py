@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks that comments, pages and messages are free of words that have a plainer one.
 
-    tools/lint/lint_english.py [ROOT]
+    tools/lint/lint-english.py [ROOT]
 
 Checks every file that git tracks or would track. Of sources in C++ it reads the comments, of scripts in Python the comments
 and the strings with spaces, of all other files the whole text. Code is not prose, so it skips code blocks and text in
