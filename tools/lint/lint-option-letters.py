@@ -41,7 +41,7 @@ def entries(texts, path, head):
 
 
 def value(texts, options, path):
-    """The number that an expression of options, numbers and "|" stands for."""
+    """The value of an expression of options, numbers and "|"."""
     if texts == EVERY_BIT:
         return sum(options.values())
     total = 0

@@ -25,12 +25,12 @@ from texts.source_texts import Sources, strings_in
 
 PAGE = "docs/troubleshooting.md"
 
-# The floors below the log: their texts are patterns, names and marks of the format engine and the file operations, and
+# The layers below the log: their texts are patterns, names and marks of the format engine and the file operations, and
 # their numbers, but for those of base, are measures.
-SILENT_FLOORS = ("src/runtime/", "src/base/", "src/paths/", "src/format/", "src/files/")
-FLOORS_WITHOUT_CODES = ("src/runtime/", "src/format/", "src/base/calendar")
+SILENT_LAYERS = ("src/runtime/", "src/base/", "src/paths/", "src/format/", "src/files/")
+LAYERS_WITHOUT_CODES = ("src/runtime/", "src/format/", "src/base/calendar")
 
-# What is always in what a user sees, beside the line itself.
+# What is always in what a user sees, besides the line itself.
 FIXED_TEXTS = {
     "Hx Setup Log: [1]": "Hx Setup Log: ",
     "JN Setup Log: [1]": "JN Setup Log: ",
@@ -42,7 +42,7 @@ OTHER_TEXTS = {
     "properties, which the log of the engine itself shows": r"""
         (PROP|DIR)_[A-Z0-9_]+
         CustomActionData|ProductCode|ProductName|REBOOT|VersionNT64""",
-    "values of properties, and what stands for one that is not set": r"""
+    "values of properties, and the text for one that is not set": r"""
         -1|1|yes|Force|vantor|VANTOR
         tcp|udp|all""",
     "registry keys and values": r"""
@@ -103,7 +103,7 @@ OTHER_CODES = {
     "kNoAccount": "a kind of account",
 }
 
-# The tables of codes on the page, each under the heading of its own: the files, and the enumerations in them or "".
+# The tables of codes on the page, each under its own heading: the files, and the enumerations in them or "".
 CODE_TABLES = {
     "Registering a task": [("src/client/task_registration.h", "TaskStep")],
     "Reaching a task": [("src/client/task_folder.h", "TaskAccessStep")],
@@ -139,14 +139,14 @@ LINKER_TEXTS = {"LLD PDB."}
 
 
 class Row(NamedTuple):
-    """A row of a table: its cells by the column's title, and where it stands."""
+    """A row of a table: its cells by the column's title, and its line number."""
 
     heading: str
     cells: dict
     number: int
 
     def code_text(self, column):
-        """What stands as code in a cell, alone; None for anything else."""
+        """The text of a cell that is only code; None for any other cell."""
         match = re.fullmatch(r"`([^`]+)`", self.cells[column])
         return match.group(1) if match else None
 
@@ -258,7 +258,7 @@ class Check:
         self.box_owners = {declaration for _, declaration in self.notices.values()}
         self.lines = {}  # each line's format: the texts in the sources
         for text in self.sources.texts:
-            if (not text.file.startswith(SILENT_FLOORS) and text.owner not in self.box_owners
+            if (not text.file.startswith(SILENT_LAYERS) and text.owner not in self.box_owners
                     and text.value not in FIXED_TEXTS and not self.is_other(text.value)):
                 self.lines.setdefault(text.value, []).append(text)
 
@@ -266,13 +266,13 @@ class Check:
         return any(pattern.fullmatch(value) for pattern in self.other.values())
 
     def check_classification(self):
-        """Each text that goes to the log as it stands counts as a line, and each group has a text."""
+        """Each text that goes to the log unchanged counts as a line, and each group has a text."""
         calls = [call for function in LOG_FUNCTIONS for call in self.sources.arguments(function, 1)]
         for declaration, argument in calls:
             for value, line in strings_in(argument):
                 if self.is_other(value):
                     yield f"{declaration.file}:{line}: '{value}' goes to the log, and counts as something else"
-        values = {t.value for t in self.sources.texts if not t.file.startswith(SILENT_FLOORS)}
+        values = {t.value for t in self.sources.texts if not t.file.startswith(SILENT_LAYERS)}
         for reason, pattern in self.other.items():
             if not any(pattern.fullmatch(value) for value in values):
                 yield f"'{reason}': no text of the sources is of this group"
@@ -297,7 +297,7 @@ class Check:
                 yield f"{PAGE}:{row.number}: {row.cells['Line']} is no line of the library"
                 continue
             if matching[0] in found:
-                yield f"{PAGE}:{row.number}: {row.cells['Line']} stands in line {found[matching[0]].number} already"
+                yield f"{PAGE}:{row.number}: {row.cells['Line']} is in line {found[matching[0]].number} already"
             found[matching[0]] = row
         for line, texts in self.lines.items():
             if line not in found:
@@ -309,7 +309,7 @@ class Check:
                 yield f"{PAGE}:{found[line].number}: the line is written by {in_words(writers)}"
 
     def check_fixed_texts(self):
-        """The marks in front of the lines, and the title of the boxes."""
+        """The marks before the lines, and the title of the boxes."""
         for shown in FIXED_TEXTS.values():
             if f"`{shown}`" not in self.page.text:
                 yield f"{PAGE}: `{shown}` is missing"
@@ -345,7 +345,7 @@ class Check:
         users = {}
         patterns = [pattern for reason, pattern in self.other.items() if reason in NAME_GROUPS]
         for text in self.sources.texts:
-            if (not text.file.startswith(SILENT_FLOORS) and not NOT_NAMES.fullmatch(text.value)
+            if (not text.file.startswith(SILENT_LAYERS) and not NOT_NAMES.fullmatch(text.value)
                     and any(pattern.fullmatch(text.value) for pattern in patterns)):
                 for name in filter(None, text.value.split("\0")):
                     users.setdefault(name, set()).update(self.sources.entry_points_of(text.owner))
@@ -371,7 +371,7 @@ class Check:
         wanted = {heading: {} for heading in CODE_TABLES}
         table_of = {place: heading for heading, places in CODE_TABLES.items() for place in places}
         for code in self.sources.codes:
-            if code.file.startswith(FLOORS_WITHOUT_CODES) or code.name in OTHER_CODES:
+            if code.file.startswith(LAYERS_WITHOUT_CODES) or code.name in OTHER_CODES:
                 continue
             heading = table_of.get((code.file, code.enum))
             if heading is None:
@@ -385,7 +385,7 @@ class Check:
                 yield f"{PAGE}:{row.number}: '{written}' is no code of '{row.heading}'"
                 continue
             if int(written) in found[row.heading]:
-                yield f"{PAGE}:{row.number}: {written} stands in the table already"
+                yield f"{PAGE}:{row.number}: {written} is in the table already"
             found[row.heading][int(written)] = row
         for heading, codes in wanted.items():
             for value in sorted(codes.keys() - found[heading].keys(), reverse=True):
@@ -399,7 +399,7 @@ class Check:
         for row in self.page.tables.get("Action", []):
             name = row.code_text("Action")
             if name in rows or name not in self.sources.reach:
-                yield f"{PAGE}:{row.number}: {row.cells['Action']} is no action, or stands here twice"
+                yield f"{PAGE}:{row.number}: {row.cells['Action']} is not an action, or is here twice"
             else:
                 rows[name] = row
         for name in self.sources.reach:
@@ -427,7 +427,7 @@ class Check:
                 if text.encode() + b"\0" not in data and not wide:
                     yield f"{image.folder.name}: '{text}' is not in the library"
             for text in sorted(sentences(data)):
-                # A byte of something else may stand directly in front of a text.
+                # A byte of something else can be directly before a text.
                 if not any(text == part or (len(part) >= SHORTEST_TEXT and text.endswith(part)) for part in known):
                     yield f"{image.folder.name}: the library has '{text}', which no source has"
 

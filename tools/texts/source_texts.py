@@ -14,7 +14,7 @@ NUMBER = re.compile(r"0x[0-9A-Fa-f]+|\d+")
 
 
 class Text(NamedTuple):
-    """A string literal: its value, where it stands, and in which declaration."""
+    """A string literal: its value, its place, and its declaration."""
 
     value: str
     file: str
@@ -39,7 +39,7 @@ class Declaration:
         self.file = file
         self.tokens = tokens
         self.name = name_of(tokens)
-        # What stands behind "." or "->" is another thing of the same name.
+        # A word after "." or "->" is another thing of the same name.
         self.words = {token.text for before, token in zip([None] + tokens, tokens)
                       if token.kind == "word" and (before is None or before.text not in (".", "->"))}
 

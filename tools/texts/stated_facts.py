@@ -87,7 +87,7 @@ MEASURES = {
     ],
 }
 
-# Numbers after "at", "before" and the like that are no places in a sequence.
+# Numbers after "at", "before" and the like that are not places in a sequence.
 OTHER_PLACES = {"docs/authoring.md": ["5890"]}  # an action of the reader's own test
 
 # Numbers from 31 on in the sentences of a page that nothing else explains: {page: numbers}.
@@ -110,7 +110,7 @@ WINDOWS_NUMBERS = """
 # Codes that the section of an entry point speaks of besides those in its lines of the log.
 OTHER_CODES = {
     "CustomAction6": ["-1"],  # what a large number counts as
-    # The table of codes is that of CustomAction31, too.
+    # CustomAction31 has the same table of codes.
     "CustomAction27": ["-19", "-20", "-21", "-22", "-23", "-24", "-25", "-31"],
 }
 
@@ -120,10 +120,10 @@ CODE_WORDS = {
     "TaskStep": {
         "kStepService": r"task service", "kStepConnect": r"connect", "kStepFolder": r"root folder",
         "kStepDefinition": r"definition", "kStepRegistrationInfo": r"registration information", "kStepAuthor": r"author",
-        "kStepSettings": r"settings as such", "kStepStartWhenAvailable": r"start when available",
+        "kStepSettings": r"getting (its|the) settings", "kStepStartWhenAvailable": r"start when available",
         "kStepHardTerminate": r"hard termination|(ended|ending) by force", "kStepStartOnBatteries": r"start(s|ing)? on batteries",
-        "kStepStopOnBatteries": r"(stop|go(es|ing)? on|running) on batteries", "kStepTimeLimit": r"time limit",
-        "kStepTriggers": r"triggers as such", "kStepLogonTrigger": r"(?<!no )(?<!not a )logon trigger",
+        "kStepStopOnBatteries": r"(stop|continues|running) on batteries", "kStepTimeLimit": r"time limit",
+        "kStepTriggers": r"getting .*triggers", "kStepLogonTrigger": r"(?<!no )(?<!not a )logon trigger",
         "kStepLogonInterface": r"interface|(no|not a) logon trigger", "kStepLogonUser": r"\buser\b",
         "kStepIdleSettings": r"(?<!of the )idle settings", "kStepIdleWait": r"\bwait\b",
         "kStepDailyTrigger": r"(?<!no )(?<!not a )daily trigger",
@@ -131,7 +131,7 @@ CODE_WORDS = {
         "kStepPrincipal": r"principal", "kStepRunLevel": r"run level", "kStepActions": r"\bactions\b",
         "kStepAction": r"(an|a new) action|(mak|creat)ing one", "kStepExecInterface": r"interface|runs no program",
         "kStepPath": r"program's path", "kStepArguments": r"arguments", "kStepRegister": r"registration itself|registering the definition",
-        "kStepMultipleInstances": r"instances|beside one", "kStepDemandStart": r"start on demand|start(ed)? by hand",
+        "kStepMultipleInstances": r"instances?", "kStepDemandStart": r"start on demand|start(ed)? by hand",
     },
     "TaskAccessStep": {
         "kAccessService": r"task service", "kAccessConnect": r"connect", "kAccessRoot": r"root folder",

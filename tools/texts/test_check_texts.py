@@ -223,7 +223,7 @@ class TextsTest(unittest.TestCase):
 
     def test_line_that_is_twice_on_the_page(self):
         self.edit_page("| `shape", "| `job failed:  N (USER)` | 1, 2 | it failed |\n| `shape")
-        self.assert_found("`job failed:  N (USER)` stands in line 7 already")
+        self.assert_found("`job failed:  N (USER)` is in line 7 already")
 
     def test_line_that_is_no_code(self):
         self.edit_page("`shape N failed`", "shape N failed")
@@ -339,7 +339,7 @@ class TextsTest(unittest.TestCase):
 
     def test_code_twice_and_no_code(self):
         self.edit_page("| -3 | two |", "| -3 | two |\n| -3 | three |\n| -2, -3 | four |")
-        self.assert_found("-3 stands in the table already", "'-2, -3' is no code of")
+        self.assert_found("-3 is in the table already", "'-2, -3' is no code of")
 
     def test_code_without_a_table(self):
         self.sources["src/base/status.h"] = ("constexpr int kStatusLost = -43;\n"
@@ -365,7 +365,7 @@ class TextsTest(unittest.TestCase):
 
     def test_action_that_the_page_lacks(self):
         self.edit_page("| `CustomAction2` | 0 |\n", "| `CustomAction3` | 0 |\n")
-        self.assert_found("`CustomAction3` is no action", "CustomAction2 is not in the table")
+        self.assert_found("`CustomAction3` is not an action", "CustomAction2 is not in the table")
 
     # The libraries.
 
