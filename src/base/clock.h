@@ -6,8 +6,8 @@
 
 extern "C" {
 
-/// Returns the seconds since 1970 (UTC), computed from the local time and the zone offset. Computed again at
-/// most once in 1,024 ms.
+/// Returns the seconds since 1970 (UTC), computed from the local time and the zone offset. Within one
+/// interval of 1,024 ms of the tick count, all calls return the same value.
 uint32_t CurrentTimeLocal();
 
 /// Returns the seconds since 1970 (UTC), computed from the system time.
@@ -21,7 +21,7 @@ bool ZoneOffsetMinutes(int32_t* minutes);
 }  // extern "C"
 
 /// Converts a UTC stamp to local time: adds the zone offset. The result is limited to the range of stamps:
-/// times before 1970 become 1970, times after the largest stamp become that stamp.
+/// times before 1970 become 1970, and times after the largest stamp become the largest stamp.
 uint32_t LocalTimeOf(int64_t seconds);
 
 /// Limits `seconds` to the range that SecondsToDate takes.

@@ -71,7 +71,7 @@ class ComPtr {
     pointer_ = pointer;
     ReleaseInterface(old);
   }
-  /// Returns the interface and holds nothing afterwards: the caller owns the reference.
+  /// Returns the interface and becomes empty: the caller then owns the reference.
   Interface* release() {
     Interface* pointer = pointer_;
     pointer_ = nullptr;

@@ -1,4 +1,4 @@
-// The process heap and reference counting of counted objects. Used by everything that allocates.
+// The process heap, and the reference counting of objects. Used by all code that allocates.
 #pragma once
 
 #include <stddef.h>
@@ -12,9 +12,9 @@ extern "C" {
 /// HeapFreeSafe (or holds it in a HeapBlock).
 void* HeapAllocZero(size_t size);
 
-/// Grows `block` to `size` bytes, zeroes the added bytes, and returns the block, which may have moved. A null
-/// block is allocated. On failure frees the old block and returns null, so that the caller never keeps a
-/// stale pointer.
+/// Grows `block` to `size` bytes, zeroes the added bytes, and returns the block, which may have moved.
+/// Allocates a new block if `block` is null. On failure frees the old block and returns null, so that the
+/// caller never keeps a stale pointer.
 void* HeapReAllocOrFree(void* block, size_t size);
 
 /// Frees a block of the process heap; null is ignored.
@@ -29,7 +29,7 @@ void RefRelease(Object* object);
 
 }  // extern "C"
 
-/// Where HeapNew constructs an object.
+/// The place in which HeapNew constructs an object.
 struct HeapPlace {
   void* block;  ///< a block that is large enough
 };
@@ -57,9 +57,9 @@ void HeapDelete(Type* object) {
 /// Traits of a block of the process heap that holds `Type`s.
 template <typename Type>
 struct HeapTraits {
-  /// The held type.
+  /// The type of the owned pointer.
   using Value = Type*;
-  /// The value that means nothing.
+  /// The value of an empty owner: null.
   static constexpr Value Empty() { return nullptr; }
   /// Releases `value`.
   static void Close(Value value) { HeapFreeSafe(value); }

@@ -56,7 +56,7 @@ template <typename Type>
 struct ObjectTraits {
   /// The held type.
   using Value = Type*;
-  /// The value that means nothing.
+  /// The value of an empty owner: null.
   static constexpr Value Empty() { return nullptr; }
   /// Releases `value`.
   static void Close(Value value) { value->ops.Release(value); }

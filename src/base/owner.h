@@ -54,7 +54,7 @@ class Unique {
     if (value_ != Traits::Empty()) Traits::Close(value_);
     value_ = value;
   }
-  /// Returns the resource and holds nothing afterwards: the caller then owns it.
+  /// Returns the resource and becomes empty: the caller then owns it.
   Value release() {
     Value value = value_;
     value_ = Traits::Empty();
@@ -70,7 +70,7 @@ template <typename Type, auto Closer>
 struct NullableTraits {
   /// The held type.
   using Value = Type;
-  /// The value that means nothing.
+  /// The value of an empty owner.
   static constexpr Value Empty() { return Value{}; }
   /// Releases `value`.
   static void Close(Value value) { Closer(value); }
@@ -81,7 +81,7 @@ template <auto Closer>
 struct InvalidHandleTraits {
   /// The held type.
   using Value = HANDLE;
-  /// The value that means nothing.
+  /// The value of an empty owner.
   static Value Empty() { return INVALID_HANDLE_VALUE; }
   /// Releases `value`.
   static void Close(Value value) { Closer(value); }

@@ -1,4 +1,4 @@
-// Owners of what Windows opens, loads and allocates. Used by everything that opens a file, a process, a
+// Owners of handles, modules and memory from Windows. Used by all code that opens a file, a process, a
 // registry key or a service.
 #pragma once
 

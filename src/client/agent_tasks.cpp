@@ -6,7 +6,8 @@
 //                 property, DIR_APPDATA and DIR_CLIENT.
 // CustomAction32  deletes that task.
 //
-// The registrations log their outcome; the deletions log only failures. All four always return 0.
+// The registrations log their outcome. The deletions log only that the folder of the tasks could not be
+// reached. All four always return 0.
 
 #include "base/com_owners.h"
 #include "base/heap.h"
@@ -24,7 +25,7 @@ constexpr wchar_t kUsersGroup[] = L"Builtin\\Users";
 // The size of the buffer for PROP_UPDATEINTERVAL, in bytes with the terminator.
 constexpr DWORD kIntervalSize = 64;
 
-// The text before and after the path of the updater's configuration, which is always in quotes.
+// The texts before and after the path of the updater's configuration file. The path is always in quotes.
 constexpr wchar_t kArgumentHead[] = L"-X \"";
 constexpr wchar_t kArgumentTail[] = L"\"";
 
@@ -81,8 +82,8 @@ int ReadUpdateInterval(MSIHANDLE session) {
   return interval > 0 ? interval : 0;
 }
 
-// Makes the updater's arguments, with the path of the configuration in `dataFolder`, as a new heap string.
-// Returns null if out of memory, or if no path can be made from the folder.
+// Makes the updater's arguments, with the path of the configuration file in `dataFolder`, as a new heap
+// string. Returns null if out of memory, or if no path can be made from the folder.
 wchar_t* MakeUpdateArguments(wchar_t* dataFolder) {
   PathRef folder(PathFromWrittenWide(dataFolder));
   if (!folder) return nullptr;

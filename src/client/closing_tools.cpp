@@ -1,8 +1,8 @@
-// Releases the client files, so that new ones can be copied.
+// Closes the programs that use the client's files, so that new files can be copied.
 //
 // CustomAction1   closes the product's desktop tools and stops the client service. Reads REBOOT, and
-//                 PROP_SILENCE and ProductName for notice 25003. Returns 0, or 1603 if a tool or the service
-//                 is still running afterwards.
+//                 PROP_SILENCE and ProductName for notice 25003. Returns 1603 if a tool or the service is
+//                 still running afterwards, otherwise 0.
 // CustomAction29  sends the control 200, which the service itself defines, to the client service if it is
 //                 running. Always returns 0.
 //
@@ -65,8 +65,8 @@ bool IsRebootForced(MSIHANDLE session) {
   return ReadShortProperty(session, "REBOOT", reboot) && TxtCompareIA(reboot, "Force") == 0;
 }
 
-// Waits until the service is no longer in the state "running": "stop pending" is enough, and so is a state
-// that cannot be queried. Returns false if it is still running after the longest wait.
+// Waits until the service is no longer in the state "running": "stop pending" is enough. A state that
+// cannot be queried also ends the wait. Returns false if it is still running after the longest wait.
 bool WaitServiceStopped(SC_HANDLE service) {
   DWORD deadline = GetTickCount() + kLongestWait;
   SERVICE_STATUS status;

@@ -7,8 +7,8 @@
 
 extern "C" {
 
-/// Returns the value of the decimal digits at the start of `text`; 0 if it starts with anything else, for
-/// example a sign.
+/// Returns the value of the decimal digits at the start of `text`; 0 if it starts with any other character,
+/// such as a sign.
 int ParseDigitsA(const char* text);
 
 /// Returns the value of an interval: an optional sign ("-" negates), then either "0x" (lower case only) and

@@ -19,14 +19,14 @@ constexpr wchar_t kMakersFolder[] = L"Quillfern";
 /// installer's log shows them.
 enum TaskAccessStep : int {
   kAccessService = -2,  ///< the task service could not be created
-  kAccessConnect = -3,  ///< the service could not be connected to
+  kAccessConnect = -3,  ///< the connection to the service failed
   kAccessRoot = -4,     ///< the root folder could not be opened
   kAccessFolder = -5,   ///< the maker's folder could not be opened
   kAccessTask = -6,     ///< the task could not be opened
   kAccessUse = -7,      ///< the task could not be run, or its state could not be read
 };
 
-/// The local Task Scheduler, its root folder and the maker's folder; each is null until it is opened.
+/// The local Task Scheduler, its root folder and the maker's folder. Each is null until it is opened.
 struct TaskFolder {
   ComPtr<ITaskService> service;  ///< the connected service
   ComPtr<ITaskFolder> root;      ///< the root folder
@@ -44,15 +44,14 @@ bool OpenMakersFolder(TaskFolder* place);
 
 }  // extern "C"
 
-/// A system string that lives as long as a call needs it. A null text makes no string, which is not a
-/// failure.
+/// A temporary system string, for one call. For a null text there is no string; that is not a failure.
 class CallText {
  public:
   /// Copies `text` into a new system string.
   explicit CallText(const wchar_t* text) : isGiven_(text), string_(text ? SysAllocString(text) : nullptr) {}
   /// Returns the string; null for a null text, and if out of memory.
   BSTR get() const { return string_.get(); }
-  /// Returns true if there was no memory for the string.
+  /// Returns true if the string could not be allocated.
   bool IsMissing() const { return isGiven_ && !string_; }
   /// Returns the string as a variant that does not own it.
   VARIANT AsVariant() const {
@@ -67,8 +66,8 @@ class CallText {
   SystemString string_;
 };
 
-/// Calls `Method` of `object` with `text` and `rest` and returns its result; E_OUTOFMEMORY if there is no
-/// memory for the text.
+/// Calls `Method` of `object` with `text` and `rest`, and returns its result. Returns E_OUTOFMEMORY, without
+/// the call, if `text` cannot be copied.
 template <auto Method, typename Interface, typename... Rest>
 static HRESULT CallWith(const ComPtr<Interface>& object, const wchar_t* text, Rest... rest) {
   CallText string(text);

@@ -104,7 +104,7 @@ int LogSetupMessage(MSIHANDLE session, const char* format, ...) {
 void LogSetupTextW(MSIHANDLE session, const wchar_t* text) {
   InstallerRecord record(MsiCreateRecord(2));
   if (!record) return;
-  // On purpose: a different prefix from that of the 8-bit lines. Readers of the log rely on it to tell the
+  // On purpose: the prefix differs from the 8-bit lines'. Readers of the log rely on it to tell the
   // two kinds apart.
   MsiRecordSetStringW(record.get(), 0, L"JN Setup Log: [1]");
   MsiRecordSetStringW(record.get(), 1, text);

@@ -18,7 +18,8 @@ constexpr size_t EntrySize(size_t textLength) {
   return kTextOffset + (textLength + kAlignment - 1) / kAlignment * kAlignment;
 }
 
-// The library runs only on little-endian processors; big-endian values are swapped.
+// Store and Load use the processor's byte order, which is always little-endian. Big-endian values are swapped
+// by the callers.
 void Store(char* at, DWORD value) {
   CopyBytes(at, &value, sizeof value);
 }
@@ -58,7 +59,7 @@ UINT_PTR ReadPath(PathObject*, UINT_PTR identifier, RecordBuffer* buffer) {
   return reinterpret_cast<UINT_PTR>(path);
 }
 
-// The questions that a path answers. A selector without a row is answered with 0.
+// The questions that a path answers. The answer to any other selector is 0.
 struct Question {
   DWORD selector;
   UINT_PTR (*answer)(PathObject* path, UINT_PTR argument, RecordBuffer* record);

@@ -10,7 +10,7 @@
 //                 to 1 if DIR_DATAFOLDER or a folder in it contains a file, and then PROP_UPGRADE to 1 if
 //                 DIR_SERVER contains vt.exe.
 // CustomAction34  sets PROP_PREVVTDF to the data folder of the previous server.
-// CustomAction35  sets DIR_EXADMIN to the folder of the file PROP_UPGRADE, and DIR_UPG to a folder beside
+// CustomAction35  sets DIR_EXADMIN to the folder of the file PROP_UPGRADE, and DIR_UPG to a folder next to
 //                 DIR_EXADMIN that has the last name of DIR_UPG.
 //
 // All are immediate, log nothing and always return 0. A property whose value cannot be found is not set.

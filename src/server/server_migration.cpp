@@ -81,8 +81,8 @@ PathRef MakeBelow(MSIHANDLE session, PathObject* folder, const wchar_t* name) {
   return PathRef(PathJoin(folder, lastName));
 }
 
-// Makes the path of the new data folder, beside the old one `data`: the last name of DIR_UPG_DATA and today's
-// date. Returns null on failure.
+// Makes the path of the new data folder, next to the old one `data`: the last name of DIR_UPG_DATA and
+// today's date. Returns null on failure.
 PathRef MakeDatedBeside(MSIHANDLE session, PathObject* data) {
   char name[kLastNameSize];
   if (!ReadLastName(session, L"DIR_UPG_DATA", name)) return PathRef();

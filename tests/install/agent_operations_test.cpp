@@ -18,7 +18,7 @@ HX_INTERNAL(RunAgentTask);
 HX_INTERNAL(CheckAgentTask);
 HX_INTERNAL(DeleteAgentTask);
 
-// Without the fixture: a connection to the Task Scheduler does not always outlive its service.
+// Without the fixture: a connection to the Task Scheduler does not always survive the end of its service.
 TEST(AgentScheduleTest, TheServiceIsStartedIfItDoesNotRun) {
   rig::Library library("hxinternals.dll");
   install::StopService("Schedule");

@@ -377,8 +377,8 @@ AgentState RunAndLook(const std::string& name, const std::wstring& arguments) {
 }
 
 std::vector<std::string> FailInScript(int sequence) {
-  // An entry point of the library, deferred, without impersonation. It judges a conversion without a marker
-  // of success.
+  // An entry point of the library, deferred, without impersonation: CustomAction17, which fails
+  // without a marker of success.
   constexpr int kDeferredAction = 1 + 1024 + 2048;
   return {"INSERT INTO `Property` (`Property`, `Value`) VALUES ('Fail', '" + FromWide(kOtherFolder) + "\\')",
           "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Fail', " +

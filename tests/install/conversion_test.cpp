@@ -1,7 +1,7 @@
 // CustomAction17 in the script of an installation, with every combination of the markers that a database
 // conversion can leave, with and without the "-" before the folder.
 //
-// A failure ends an installation, so each failing combination is a run of its own; all others share one. The
+// A failure ends an installation, so each failing combination is a separate run; all others share one. The
 // package is the client's, with the actions added to a copy of it.
 
 #include "install/server_rig.h"
@@ -20,7 +20,7 @@ constexpr int kFirstPlace = 1501;
 
 class ConversionTest : public ServerTest {
  protected:
-  /// Lays down a folder with the markers of a combination and other files, and adds an action that judges it.
+  /// Writes a folder with a combination's markers and other files, and adds an action that reads it.
   void Judge(unsigned combination, bool onlyCleans) {
     std::string name = "Judge" + std::to_string(folders_.size());
     std::wstring folder = elsewhere + L"\\" + ToWide(name);
@@ -53,7 +53,7 @@ class ConversionTest : public ServerTest {
     for (const std::wstring& folder : folders_) EXPECT_EQ(ReadTree(folder), others_) << FromWide(folder);
   }
 
-  /// Returns the exit code of a run that ends with the judgement of `combination`.
+  /// Returns the exit code of a run in which CustomAction17 finds `combination`.
   static DWORD CodeOf(unsigned combination) {
     if (combination & kCompleted) return ERROR_SUCCESS;
     return combination & kCancelled ? ERROR_INSTALL_USEREXIT : ERROR_INSTALL_FAILURE;

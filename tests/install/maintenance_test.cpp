@@ -17,8 +17,8 @@ class MaintenanceTest : public SecurityTest {
     SecurityTest::TearDown();
   }
 
-  /// Lays down files that somebody wants SYSTEM to run: a setup file and a converter that leave a trace, and
-  /// data with a marker of the conversion, which the judgement deletes.
+  /// Writes files that somebody wants SYSTEM to run: a setup file and a converter that leave a trace, and
+  /// data with a marker of the conversion, which CustomAction17 deletes.
   void LayDownTraps() {
     WriteTree(
         trap,

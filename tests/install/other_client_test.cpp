@@ -1,5 +1,5 @@
-// A client package of another maker, with its own key: installed, repaired, upgraded and removed beside the
-// client Ostrel. It does not use Ostrel's folder and key.
+// A client package of another maker, with its own key: installed, repaired, upgraded and removed while the
+// client Ostrel is installed. It does not use Ostrel's folder and key.
 
 #include "install/machine_state.h"
 

@@ -1,5 +1,6 @@
 // A package of another product, service and maker, which uses the fragments of a server: installed, upgraded
-// and removed beside the client and the server; and the same package with only one of the fragments.
+// and removed while the client and the server are installed; and the same package with only one of the
+// fragments.
 
 #include "install/machine_state.h"
 #include "install/security_rig.h"

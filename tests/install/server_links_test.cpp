@@ -105,8 +105,8 @@ TEST_F(ServerLinksTest, LinksInTheNewDataFolderStopAnUpgrade) {
   }
 }
 
-// Data have outlived a server. Its service's account could replace the folder by a link, or put a link into
-// it, and the next steps run there as SYSTEM: the markers are deleted, the data converted, the folder's
+// A removed server has left its data. Its service's account could replace the folder by a link, or put a link
+// into it, and the next steps run there as SYSTEM: the markers are deleted, the data converted, the folder's
 // access list replaced.
 TEST_F(ServerLinksTest, LinksInExistingDataStopAnInstallation) {
   const std::string account = ComputerName() + "\\" + UserName();
@@ -153,7 +153,7 @@ TEST_F(ServerLinksTest, ALinkStopsARepairThatGivesAccess) {
   EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
   EXPECT_EQ(stopped.LinesWith("setting ACL"), Texts());
   ExpectSecretKept();
-  // LocalSystem is given no access, so the administrator may keep the data behind a link.
+  // LocalSystem gets no access entry, so the data folder may be a link.
   const InstallerRun& repaired = Reinstall(Server());
   EXPECT_EQ(repaired.exitCode, 0u);
   EXPECT_EQ(DeferredActions(repaired), Texts());
@@ -215,7 +215,7 @@ TEST_F(ServerLinksTest, AnOlderDataFolderThatIsALinkStopsAnUpgrade) {
   }
 }
 
-// Between the copy and the judgement a folder of the new data becomes a link, and the conversion fails;
+// Between the copy and CustomAction17 a folder of the new data becomes a link, and the conversion fails;
 // whoever may write there can cause both. The rollback moves the copies away only by the name of their
 // folder.
 TEST_F(ServerLinksTest, NothingIsDeletedThroughALinkCreatedDuringTheConversion) {

@@ -134,7 +134,7 @@ TEST_F(ServerLivesTest, FromTheUpgradeToTheRemoval) {
 }
 
 // The data cannot be converted after the older server has been moved aside and its data copied back.
-// Everything is moved back, and the copies stay beside it. Only the engine's own rollback loses something:
+// Everything is moved back, and the copies stay next to it. Only the engine's own rollback loses something:
 // the older package's value.
 TEST_F(ServerLivesTest, AnUpgradeThatFailsLeavesTheOlderServer) {
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);

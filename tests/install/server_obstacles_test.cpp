@@ -11,7 +11,7 @@ namespace {
 
 class ServerObstaclesTest : public ServerTest {
  protected:
-  /// Writes a file beside one whose name differs only in case. The system ignores case when it opens a file
+  /// Writes a file next to one whose name differs only in case. The system ignores case when it opens a file
   /// by its own path; the machine below it does not.
   static void WriteInThisCase(const std::wstring& path, const std::string& bytes) {
     using UnixName = char* CDECL(const wchar_t*);

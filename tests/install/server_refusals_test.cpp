@@ -42,7 +42,7 @@ class ServerRefusalsTest : public ServerTest {
     WriteTree(programs + L"\\Ostrel", {{"ostrel.ini", "the client's"}});
     before_ = ReadTree(programs);
   }
-  /// Expects that an action has refused the run, and that the older server and everything beside it are
+  /// Expects that an action has refused the run, and that the older server and everything next to it are
   /// unchanged.
   void ExpectNothingMoved(const InstallerRun& run, const std::string& action) {
     ExpectRefused(run, action);

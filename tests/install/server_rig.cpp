@@ -322,7 +322,7 @@ void DeleteServer() {
 }
 
 void ServerTest::ClearAway() {
-  // The service outlives the package if an older version is registered beside it.
+  // The service stays after the removal if an older version is registered as well.
   DeleteServer();
   WaitUntil("the program is deleted", [&] {
     DeleteTree(programs);

@@ -1,5 +1,5 @@
-// Shared by the tests of the server package: its folders, an older server that is laid down by hand, and
-// whole folder trees as values. Used by tests/install/server_*_test.cpp and conversion_test.cpp.
+// Shared by the tests of the server package: its folders, an older server that the tests write themselves,
+// and whole folder trees as values. Used by tests/install/server_*_test.cpp and conversion_test.cpp.
 #pragma once
 
 #include <functional>
@@ -78,7 +78,7 @@ class ServerTest : public InstallTest {
   static constexpr char kCannotMoveAside[] = "The folder of the older server could not be moved aside";
   static constexpr char kCannotMerge[] = "Some files of the older server could not be copied";
 
-  /// The default folder of servers, and the folders beside it; no backslash at the end.
+  /// The default folder of servers, and the folders next to it; no backslash at the end.
   const std::wstring programs = L"C:\\Program Files\\Halvorstead";
   const std::wstring server = programs + L"\\Vantor";
   const std::wstring aside = programs + L"\\Vantor (previous)";

@@ -101,7 +101,7 @@ TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
 
-  // The data outlive the server, and so does what was moved aside.
+  // The data and the folders that were moved aside stay after the removal.
   const InstallerRun& removed = Remove(Server());
   EXPECT_EQ(removed.exitCode, 0u);
   EXPECT_EQ(DeferredActions(removed), std::vector<std::string>());
@@ -114,7 +114,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   WriteTree(outsideData, OlderData("1"));
   SetDataSetting(outsideData);
 
-  // The conversion fails, and the judge looks elsewhere: what the converter left stays in the copy.
+  // The conversion fails, and CustomAction17 looks elsewhere, so the converter's files stay in the copy.
   Tree older = OlderData("9");
   older["dbcon.log"] = "no marker";
   older["locked.dat"] = "read-only";
@@ -128,7 +128,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
   ExpectRolledBack(failed);
   ASSERT_NE(failed.Property("DIR_UPG_DATA"), "");
-  // Everything is back in its place, with the copies beside it: a rollback deletes nothing.
+  // Everything has its old place again, with the copies next to it: a rollback deletes nothing.
   EXPECT_EQ(ReadTree(outsideData), older);
   Tree copied = older;
   copied["dbcon_failed.txt"] = "The data are in a format that cannot be converted.\r\n";
@@ -214,7 +214,7 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptSucceeds) 
   EXPECT_EQ(DataSetting(), std::nullopt);
 
   // None of that hinders the next attempt. A file in the middle of the data cannot be read and is not copied
-  // back; the upgrade goes on, and what was moved aside is whole.
+  // back; the upgrade continues, and the folders that were moved aside are complete.
   older["Data\\format.txt"] = "1\r\n";
   WriteTree(server, older);
   HANDLE file = CreateFileW((server + L"\\Data\\in use.dat").c_str(), GENERIC_READ, FILE_SHARE_DELETE,

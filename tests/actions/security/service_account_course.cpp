@@ -287,7 +287,7 @@ void CourseTest::Fail(Circumstances& now, const std::string& call, DWORD code) {
     now.failing[call] = "0x80004002";
   } else if (call == "CoCreateInstance") {
     TheWorld().On<::CoCreateInstance>([code](const CLSID&, IUnknown*, DWORD, const IID&, void** out) {
-      // What a failing call leaves behind is not an object.
+      // The pointer that a failing call writes is not an object.
       *out = reinterpret_cast<void*>(uintptr_t{0xBADBAD0});
       return static_cast<HRESULT>(code);
     });

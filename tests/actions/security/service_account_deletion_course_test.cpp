@@ -103,7 +103,7 @@ TEST_F(ServiceAccountDeletionCourseTest, AServiceThatReturnsOnlyItsSizeHasNoAcco
   TheWorld().On<::QueryServiceConfigW>([size = service_account_test::ConfigurationSize(now.service)](
                                            SC_HANDLE, QUERY_SERVICE_CONFIGW* block, DWORD, DWORD* needed) {
     *needed = static_cast<DWORD>(size);
-    // What a failing query leaves behind is not a configuration.
+    // The data that a failing query writes are not a configuration.
     if (block != nullptr) block->lpServiceStartName = const_cast<wchar_t*>(L"CORP\\svc");
     SetLastError(block == nullptr ? ERROR_INSUFFICIENT_BUFFER : ERROR_ACCESS_DENIED);
     return FALSE;

@@ -1,4 +1,4 @@
-// Separate stacks: what is left on them can be found, and what is thrown on them comes out.
+// Separate stacks: values left on them can be found, and exceptions thrown on them are passed on.
 
 #include "rig/own_stack.h"
 

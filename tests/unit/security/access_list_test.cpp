@@ -111,7 +111,8 @@ TEST_F(AccessListTest, OnlyVersion5OfTheNtFamilyAndLaterHasLists) {
   }
 }
 
-// Such a path has no text. The path is checked before the account.
+// A path of length 0 has no text. The path is checked before the account, and not at all on a system without
+// access lists.
 TEST_F(AccessListTest, APathWithoutTextIsMinus108) {
   PathObject* path = PathMake(nullptr, "", 0);
   ASSERT_NE(path, nullptr);
@@ -138,7 +139,7 @@ TEST_F(AccessListTest, MissingFunctionsAreMinus1) {
   TheModules().MissingFunction("ADVAPI32", "SetNamedSecurityInfoW");
   EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), -1);
   TheModules().MissingFunction("ADVAPI32", "SetEntriesInAclW");
-  // SetNamedSecurityInfoW was found before and is still used.
+  // SetEntriesInAclW was found before and is still used. SetNamedSecurityInfoW is still missing.
   EXPECT_EQ(ApplyAccountAccess(path.get(), "svc", kAccessAll), -1);
   EXPECT_TRUE(Lists().applied.empty());
 }
