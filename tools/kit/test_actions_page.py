@@ -213,7 +213,9 @@ class FindingsTest(TreeTest):
             "generated: CustomAction5 ", "generated: CustomAction6 ")
         self.write({self.INDEX: "# Actions\n", self.PAGE: page, "packages/list.wxi": self.FRAGMENT, "src/frame/entry_points.def": ""})
         self.assertEqual(EXAMPLES.examples_findings(CHECKS.read_kit(self.root), self.root, True),
-                         [f"{self.PAGE}: there is no entry point 'CustomAction6'"])
+                         [f"{self.PAGE}: there is no entry point 'CustomAction6'",
+                          f"{self.PAGE}: CustomAction5 has no example: end its section with <!-- generated: CustomAction5 --> "
+                          "and <!-- end of CustomAction5 -->, and run tools/kit/action-table.py --write"])
 
 
 if __name__ == "__main__":

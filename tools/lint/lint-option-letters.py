@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
-"""Checks that the test of the option letters knows every letter and every bit of the copy/move engine.
+"""Checks that the tests and the description of the option letters know every letter and bit of the copy/move engine.
 
     tools/lint/lint-option-letters.py [ROOT]
 
 Each letter of the table kOptionLetters in src/files/tree_copy.cpp must be in the table kLetters of
 tests/unit/files/tree_copy_options_test.cpp, with the same bits to set and to clear; each bit of TreeOptions in
-src/files/tree_copy.h must be named in that test. Prints a line for each finding; the exit code is 1 when there is one.
+src/files/tree_copy.h must be named in that test. Each letter must also be in the list at the head of tree_copy.h, in the
+model of the engine (tests/unit/files/tree_model.h), and in the letters from which the tests of the model choose at random.
+Prints a line for each finding; the exit code is 1 if there is one.
 """
 
+import re
 import sys
 from pathlib import Path
 
@@ -18,6 +21,9 @@ from lint.lint_report import report
 OPTIONS = ("src/files/tree_copy.h", "TreeOptions")
 SOURCE = ("src/files/tree_copy.cpp", "kOptionLetters")
 TEST = ("tests/unit/files/tree_copy_options_test.cpp", "kLetters")
+# The other places that must have each letter: the file, and the pattern of what holds letters there.
+OTHERS = [("src/files/tree_copy.h", r"^//   ([a-z](?:, [a-z])*)  "), ("tests/unit/files/tree_model.h", r"case L'(\w)':"),
+          ("tests/unit/files/tree_copy_model_test.cpp", r'wchar_t kLetters\[\] = L"(\w+)"')]
 EVERY_BIT = ["~", "DWORD", "{", "0", "}"]
 
 
@@ -77,6 +83,12 @@ def disagreements(root):
     for letter, bits in test.items():
         if letter not in source and bits != (0, 0):
             yield f"{TEST[0]}: {letter} sets or clears bits, but {SOURCE[0]} does not have it"
+    for place, pattern in OTHERS:
+        if not (root / place).is_file():
+            raise Unreadable(f"{place} does not exist")
+        text = (root / place).read_text(encoding="utf-8")
+        there = set("".join(re.findall(pattern, text, re.MULTILINE)))
+        yield from (f"{place}: {letter} of {SOURCE[0]} is missing" for letter in source if letter[2] not in there)
     named = set(read(root, TEST[0]))
     for option in options:
         if option not in named:

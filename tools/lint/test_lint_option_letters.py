@@ -12,7 +12,16 @@ ENUM = "enum TreeOptions : DWORD {\n  kTreeMove = 1,  ///< move, {not} copy\n  k
 LETTERS = ("constexpr OptionLetter kOptionLetters[] = {\n  {L'm', kTreeMove, 0}, {L'c', 0, kTreeMove},\n"
            "  {L'o', kTreeOverwrite | kTreeMove, 0}, {L'z', 0, ~DWORD{0}},\n};\n")
 TABLE = "constexpr Letter kLetters[] = {\n  {L'm', 1, 0}, {L'c', 0, 1}, {L'o', 3, 0}, {L'z', 0, 3}, {L'Z', 0, 0},\n};\n"
+HEAD = "//   m, c   move; copy\n//   o      overwrite\n//   z      reset\n"
+MODEL = "case L'm':\ncase L'c':\ncase L'o':\ncase L'z':\n"
+RANDOM = 'static const wchar_t kLetters[] = L"mmcozX";\n'
 BITS = "if (Calls(groups)) bits |= kTreeMove;\nif (Calls(groups)) bits |= kTreeOverwrite;\n"
+
+
+def missing_elsewhere(letter):
+    """The findings about a new letter in the places besides the table of the test."""
+    return [f"{place}: {letter} of {SOURCE} is missing"
+            for place in (OPTIONS, "tests/unit/files/tree_model.h", "tests/unit/files/tree_copy_model_test.cpp")]
 
 
 class OptionLettersTest(TreeTest):
@@ -20,14 +29,24 @@ class OptionLettersTest(TreeTest):
 
     def setUp(self):
         super().setUp()
-        self.write({OPTIONS: ENUM, SOURCE: LETTERS, TEST: BITS + TABLE})
+        self.write({OPTIONS: HEAD + ENUM, SOURCE: LETTERS, TEST: BITS + TABLE, "tests/unit/files/tree_model.h": MODEL,
+                    "tests/unit/files/tree_copy_model_test.cpp": RANDOM})
 
     def test_agreement(self):
         self.assert_clean({})
 
     def test_new_letter(self):
         self.assert_found({SOURCE: LETTERS.replace("{L'z'", "{L'q', kTreeMove, 0}, {L'z'")},
-                          f"{TEST}: L'q' of {SOURCE} is missing from kLetters")
+                          f"{TEST}: L'q' of {SOURCE} is missing from kLetters", *missing_elsewhere("L'q'"))
+
+    def test_letter_that_only_another_place_does_not_have(self):
+        self.assert_found({OPTIONS: HEAD.replace("m, c", "m") + ENUM}, f"{OPTIONS}: L'c' of {SOURCE} is missing")
+        self.write({OPTIONS: HEAD + ENUM})
+        self.assert_found({"tests/unit/files/tree_model.h": MODEL.replace("case L'o':", "")},
+                          f"tests/unit/files/tree_model.h: L'o' of {SOURCE} is missing")
+        self.write({"tests/unit/files/tree_model.h": MODEL})
+        self.assert_found({"tests/unit/files/tree_copy_model_test.cpp": RANDOM.replace("z", "")},
+                          f"tests/unit/files/tree_copy_model_test.cpp: L'z' of {SOURCE} is missing")
 
     def test_letter_without_a_row(self):
         self.assert_found({TEST: BITS + TABLE.replace("{L'c', 0, 1}, ", "// {L'c', 0, 1},\n")},
@@ -43,10 +62,11 @@ class OptionLettersTest(TreeTest):
 
     def test_letter_without_effect_that_gets_one(self):
         self.assert_found({SOURCE: LETTERS.replace("{L'm'", "{L'Z', kTreeMove, 0}, {L'm'")},
-                          f"{TEST}: L'Z' sets 0 and clears 0, but in {SOURCE} it sets 1 and clears 0")
+                          f"{TEST}: L'Z' sets 0 and clears 0, but in {SOURCE} it sets 1 and clears 0",
+                          *missing_elsewhere("L'Z'"))
 
     def test_new_bit(self):
-        self.assert_found({OPTIONS: ENUM.replace("};", "  kTreeSparse = 4,\n};")},
+        self.assert_found({OPTIONS: HEAD + ENUM.replace("};", "  kTreeSparse = 4,\n};")},
                           f"{TEST}: L'z' sets 0 and clears 3, but in {SOURCE} it sets 0 and clears 7",
                           f"{TEST}: no test says what kTreeSparse does")
 

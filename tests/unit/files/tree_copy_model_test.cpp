@@ -103,7 +103,7 @@ class TreeCopyModelTest : public tree_test::TreeTest {
   }
 
   std::wstring RandomOptions() {
-    static const wchar_t kLetters[] = L"mmmooobbiirrrrrrnnckefuzxR";
+    static const wchar_t kLetters[] = L"mmmooobbiirrrrrrnnlckefugzxR";
     std::wstring group = L"-";
     for (unsigned left = 1 + Below(5); left > 0; --left) group += kLetters[Below(std::size(kLetters) - 1)];
     return group;
