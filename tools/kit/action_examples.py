@@ -73,7 +73,7 @@ def page_findings(kit, root, path, write):
     there = {name for _, name, _, _ in PART.findall(page)}
     wrong += [f"{name_of_page}: {name} has no example: end its section with <!-- generated: {name} --> and "
               f"<!-- end of {name} -->, and run tools/kit/action-table.py --write"
-              for name in re.findall(r"^## (CustomAction\d+)$", page, re.MULTILINE) if name not in there]
+              for name in re.findall(r"^## (CustomAction\d+)$", page, re.MULTILINE) if there and name not in there]
     if wrong:
         return wrong
     new = PART.sub(lambda part: part[1] + example(kit, part[2]) + part[4], page)
