@@ -45,8 +45,8 @@ usage: ./hx setup
 
 Installs the missing Debian packages of tools/setup/packages.txt (needs root, or sudo without a password),
 and makes in $hxCache
-the compiler of the tests, GoogleTest, and a Windows for each processor. Takes some minutes and about 3 GB the first
-time, and a moment afterwards. Every other command does the part of this that it needs.
+the compiler of the tests, GoogleTest, the compilers of packages, and a Windows for each processor. Takes some minutes
+and about 3 GB the first time, and a moment afterwards. Every other command does the part of this that it needs.
 HELP
 }
 
@@ -366,7 +366,7 @@ take_packages() {
   local processor
   for processor in "$@"; do
     say "making the packages for $processor"
-    python3 tools/kit/package.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
+    python3 tools/packages/make_packages.py "$processor" "$runFolder/$processor/hxsetup.dll" "$runFolder/packages/$processor"
     rm -rf "build/packages/$processor"
     mkdir -p build/packages
     cp -a "$runFolder/packages/$processor" build/packages/
@@ -408,6 +408,7 @@ test_command() {
 setup() {
   local processor
   need_packages
+  need_compilers
   for processor in "${processors[@]}"; do
     need_test_tools "$processor"
     need_windows "$processor"

@@ -53,7 +53,7 @@ done
 } | sed 's/$/\r/' >"$story/settings.reg"
 
 say "making the packages for arm64"
-python3 tools/kit/package.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
+python3 tools/packages/make_packages.py arm64 "$runFolder/arm64/hxsetup.dll" "$runFolder/packages/arm64"
 
 # Each emulated Windows has one processor; the server's Windows gets another processor than the client's.
 HX_LANE=1 tools/demonstration/run-server.sh >"$runFolder/server.txt" &

@@ -34,7 +34,6 @@ SHADOW_STACK = "IMAGE_DLL_CHARACTERISTICS_EX_CET_COMPAT"
 MIN_LOAD_CONFIG_SIZE = 192
 # The bytes that the linker puts between functions.
 PADDING = {"arm64": b"\x00", "x64": b"\xcc\x00"}
-VERSION_RESOURCE_TYPE = "VERSIONINFO (ID 16)"
 
 # The checks. Each returns the list of its findings.
 
@@ -141,14 +140,8 @@ def check_unwind(image):
 
 def check_version(image):
     reasons = []
-    data = None
-    for kind in image.facts.node("Resources").all("Type"):
-        if kind.get("title") == VERSION_RESOURCE_TYPE:
-            for entry in kind.find("Data"):
-                if isinstance(entry, Node) and entry.number("DataRVA"):
-                    data = image.read(entry.number("DataRVA"), entry.number("DataSize"))
-                    break
-    if data is None or image.directories.number("ResourceTableRVA") == 0:
+    data = image.version_resource()
+    if data is None:
         return ["there is no version resource"]
     version = (image.project / "VERSION").read_text(encoding="utf-8").strip()
     numbers = tuple(([int(part) for part in version.split(".")] + [0] * 4)[:4])

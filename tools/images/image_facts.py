@@ -12,6 +12,7 @@ import subprocess
 
 LIBRARY = "hxsetup.dll"
 DATABASE = "hxsetup.pdb"
+VERSION_RESOURCE_TYPE = "VERSIONINFO (ID 16)"
 
 
 def run(*command):
@@ -130,27 +131,18 @@ class Function:
         self.end = start + size if size is not None else None
 
 
-class Image:
-    """The library of one folder, with all facts that the checks need."""
+class Program:
+    """A DLL or a program, with what its headers say. `more` are further options of llvm-readobj."""
 
-    def __init__(self, folder, project):
-        self.folder = folder
-        self.project = project
-        self.processor = folder.name.split("-")[0]
-        self.path = folder / LIBRARY
-        self.database = folder / DATABASE
-        self.bytes = self.path.read_bytes()
-        facts = parse_readobj(run(
-            "llvm-readobj-19", "--file-headers", "--sections", "--coff-imports", "--coff-exports",
-            "--coff-load-config", "--coff-basereloc", "--coff-debug-directory", "--coff-resources", "--unwind",
-            str(self.path)))
-        self.facts = facts
-        self.file_header = facts.node("ImageFileHeader")
-        self.optional_header = facts.node("ImageOptionalHeader")
+    def __init__(self, path, *more):
+        self.path = path
+        self.bytes = path.read_bytes()
+        self.facts = parse_readobj(run("llvm-readobj-19", "--file-headers", "--sections", "--coff-exports", "--coff-resources",
+                                       *more, str(path)))
+        self.file_header = self.facts.node("ImageFileHeader")
+        self.optional_header = self.facts.node("ImageOptionalHeader")
         self.directories = self.optional_header.node("DataDirectory")
-        self.base = self.optional_header.number("ImageBase")
-        self.load_config = facts.node("LoadConfig")
-        self.sections = [Section(node) for node in facts.node("Sections").all("Section")]
+        self.sections = [Section(node) for node in self.facts.node("Sections").all("Section")]
 
     def section_of(self, rva):
         return next((section for section in self.sections if section.holds(rva)), None)
@@ -166,6 +158,32 @@ class Image:
     def is_code(self, rva):
         section = self.section_of(rva)
         return section is not None and section.executable
+
+    def version_resource(self):
+        """The bytes of the version resource; None if there is none."""
+        data = None
+        if self.directories.number("ResourceTableRVA"):
+            for kind in self.facts.node("Resources").all("Type"):
+                if kind.get("title") == VERSION_RESOURCE_TYPE:
+                    for entry in kind.find("Data"):
+                        if isinstance(entry, Node) and entry.number("DataRVA"):
+                            data = self.read(entry.number("DataRVA"), entry.number("DataSize"))
+                            break
+        return data
+
+
+class Image(Program):
+    """The library of one folder, with all facts that the checks need."""
+
+    def __init__(self, folder, project):
+        super().__init__(folder / LIBRARY, "--coff-imports", "--coff-load-config", "--coff-basereloc",
+                         "--coff-debug-directory", "--unwind")
+        self.folder = folder
+        self.project = project
+        self.processor = folder.name.split("-")[0]
+        self.database = folder / DATABASE
+        self.base = self.optional_header.number("ImageBase")
+        self.load_config = self.facts.node("LoadConfig")
 
     @functools.cached_property
     def unwind_ranges(self):
@@ -261,7 +279,8 @@ def read_definition_file(path):
 
 
 def parse_version_resource(data):
-    """(file version, product version, strings) of a VS_VERSIONINFO; the versions as four numbers."""
+    """(file version, product version, strings) of a VS_VERSIONINFO; the versions as four numbers. The string "Translation"
+    has the numbers of the languages, separated by commas."""
     versions = [None, None]
     strings = {}
 
@@ -285,6 +304,9 @@ def parse_version_resource(data):
                     versions[index] = (high >> 16, high & 0xFFFF, low >> 16, low & 0xFFFF)
         elif kind == 1 and value_length:
             strings[name] = data[value:value + 2 * value_length].decode("utf-16-le").rstrip("\0")
+        elif name == "Translation":
+            words = struct.unpack_from(f"<{value_length // 2}H", data, value)
+            strings[name] = ",".join(map(str, words[::2]))
         while children + 6 <= end:
             children = align(block(children))
         return end

@@ -1,1 +1,1 @@
-"""Makes the packages; checks them, the fragments and the pages about them; writes the tables of the guide."""
+"""Checks the fragments, the packages and the pages about them; writes the tables of the guide."""

@@ -190,6 +190,9 @@ def secure_of(kit, name, declared):
         return "the engine's"
     if name in NOT_SECURE:
         return f"no: {NOT_SECURE[name]}"
+    if not declared and any(name in section.writes for section in kit.sections.values()):
+        # An action of the library makes it, in the process that uses it.
+        return "no"
     if not declared:
         own = [model.properties[name].get("Secure") == "yes" for model in kit.models if name in model.properties]
         return "yes, by the package" if own and all(own) else "the package's choice"

@@ -5,11 +5,12 @@ import tempfile
 import unittest
 from pathlib import Path
 
+from kit.package_facts import EXIT_NUMBERS
+from packages.compiler import compile_source
 from support import TOOLS, TreeTest, load_script
 
 ROOT = TOOLS.parent
 EXAMPLES = load_script("kit/action_examples.py")
-PACKAGE = load_script("kit/package.py")
 CHECKS = load_script("kit/kit_checks.py")
 
 # The package into which each example is put, so that it compiles.
@@ -98,39 +99,35 @@ class PageTest(unittest.TestCase):
         with tempfile.TemporaryDirectory(prefix="hx-examples-") as folder:
             for number, (heading, example) in enumerate(self.blocks):
                 with self.subTest(heading):
-                    stage = Path(folder) / str(number)
-                    stage.mkdir()
-                    for file in ("hxsetup.dll", "program.exe"):
-                        (stage / file).write_bytes(b"stands for it\n")
                     library = "" if "<Binary" in example else "<?include library.wxi?>"
-                    source, package = stage / "example.wxs", stage / "example.msi"
+                    source = Path(folder) / f"{number}.wxs"
                     source.write_text(PACKAGE_TEXT.format(library=library, example=example), encoding="utf-8")
                     used = {"LibraryFile", *re.findall(r"\$\(var\.(\w+)\)", example)}
-                    tree = PACKAGE.compile_authoring(source, {name: values[name] for name in used}, stage, package)
-                    PACKAGE.complete(package, stage, tree)
-                    self.check_tables(package, example)
+                    variables = {name: values[name] for name in used}
+                    self.check_tables(compile_source(source, [ROOT / "packages"], variables), example)
 
     def check_tables(self, package, example):
-        self.assertEqual([row[0] for row in PACKAGE.export(package, "Binary")], ["hxsetup"])
+        self.assertEqual(list(package.keyed("Binary")), ["hxsetup"])
         named = re.findall(r'<CustomAction Id="([^"]*)"', example)
         actions = {}
         if named:
             # library.wxi has its own action, which no example shows.
             own = self.kit.fragments["library.wxi"].actions
-            actions = {row[0]: row for row in PACKAGE.export(package, "CustomAction") if row[0] not in own}
+            actions = {name: row for name, row in package.keyed("CustomAction").items() if name not in own}
         self.assertEqual(set(actions), set(named))
         for name, row in actions.items():
-            if row[2] == "hxsetup":
-                self.assertEqual(row[3], name.partition(".")[0])
+            if row[1] == "hxsetup":
+                self.assertEqual(row[2], name.partition(".")[0])
         for sequence in ("InstallUISequence", "InstallExecuteSequence"):
             block = re.search(rf"<{sequence}>(.*?)</{sequence}>", example, re.DOTALL)
             rows = re.findall(r'<Custom Action="([^"]*)"\s+(?:Sequence|OnExit)="(\w+)"(?:/>|>([^<]*)<)',
                               block[1] if block else "")
             self.assertEqual(block is None, not rows)
-            table = {row[0]: row[1:] for row in PACKAGE.export(package, sequence)} if rows else {}
+            table = package.keyed(sequence)
             for name, place, condition in rows:
-                place = str(PACKAGE.EXIT_SEQUENCE.get(place, place))
-                self.assertEqual(table[name], [condition.replace("&gt;", ">").replace("&lt;", "<"), place], name)
+                place = EXIT_NUMBERS.get(place) or int(place)
+                condition = condition.replace("&gt;", ">").replace("&lt;", "<")
+                self.assertEqual(table[name], [condition or None, place], name)
 
 
 class FindingsTest(TreeTest):

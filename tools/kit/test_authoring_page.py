@@ -8,12 +8,14 @@ import unittest
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
+from packages.compiler import compile_source
+from packages.tables import read_package
 from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
 EXAMPLES = load_script("kit/guide_examples.py")
 GUIDE, FILES, MODELS, examples = EXAMPLES.GUIDE, EXAMPLES.FILES, EXAMPLES.MODELS, EXAMPLES.examples
-PACKAGE = load_script("kit/package.py")
+PACKAGES = load_script("packages/make_packages.py")
 TABLE = load_script("kit/action-table.py")
 CHECKS = load_script("kit/kit_checks.py")
 FACTS = load_script("kit/package_facts.py")
@@ -40,22 +42,19 @@ class CompiledTest(unittest.TestCase):
     def setUpClass(cls):
         folder = tempfile.TemporaryDirectory(prefix="hx-guide-")
         cls.addClassCleanup(folder.cleanup)
-        cls.packages = {}
+        cls.packages, cls.sources = {}, {}
+        library = Path(folder.name) / "hxsetup.dll"
+        for file in (library.name, PACKAGES.PROGRAM):
+            (library.parent / file).write_bytes(f"stands for {file}\n".encode())
         for name, text in examples().items():
-            stage = Path(folder.name) / name.removesuffix(".wxs")
-            stage.mkdir()
-            for file in ["hxsetup.dll", *FILES[name]]:
-                (stage / file).write_bytes(f"stands for {file}\n".encode())
-            source = stage / name
-            source.write_text(text, encoding="utf-8")
-            package = stage / "package.msi"
-            tree = PACKAGE.compile_authoring(source, {"LibraryFile": "hxsetup.dll"}, stage, package)
-            PACKAGE.complete(package, stage, tree)
-            PACKAGE.set_summary(package, stage, "Arm64", name, text)
-            cls.packages[name] = package
+            package = Path(folder.name) / f"{name}.msi"
+            PACKAGES.make_example(name, text, "arm64", library, package)
+            cls.sources[name] = Path(folder.name) / name
+            cls.sources[name].write_text(text, encoding="utf-8")
+            cls.packages[name] = read_package(package)
 
     def rows(self, name, table):
-        return {row[0]: row[1:] for row in PACKAGE.export(self.packages[name], table)}
+        return self.packages[name].keyed(table)
 
     def test_both_are_there(self):
         self.assertEqual(sorted(self.packages), sorted(FILES))
@@ -63,9 +62,7 @@ class CompiledTest(unittest.TestCase):
     def test_library_and_files(self):
         for name, files in FILES.items():
             with self.subTest(name):
-                streams = subprocess.run(["msiinfo", "streams", self.packages[name]], capture_output=True, text=True,
-                                         check=True)
-                self.assertIn("Binary.hxsetup", streams.stdout.splitlines())
+                self.assertEqual(list(self.rows(name, "Binary")), ["hxsetup"])
                 found = {row[1].split("|")[-1] for row in self.rows(name, "File").values()}
                 self.assertEqual(found, set(files))
 
@@ -76,7 +73,7 @@ class CompiledTest(unittest.TestCase):
                 self.assertEqual(set(actions), set(model.actions))
                 for row in model.rows:
                     if row.place == "execute":
-                        self.assertEqual(rows[row.action], [row.condition, str(row.number)], row.action)
+                        self.assertEqual(rows[row.action], [row.condition or None, row.number], row.action)
                 calls = {action: row[2] for action, row in actions.items() if row[1] == "hxsetup"}
                 self.assertGreater(len(calls), 9)
                 for action, target in calls.items():
@@ -86,19 +83,17 @@ class CompiledTest(unittest.TestCase):
         """The piece that calls an entry point without a fragment, in the package that it is for."""
         name, piece = re.search(r"<!-- piece of (\S+) -->\n```xml\n(.*?)```\n", GUIDE.read_text(encoding="utf-8"),
                                 re.DOTALL).groups()
-        stage = self.packages[name].parent
-        source, package = stage / "more.wxs", stage / "more.msi"
+        source = self.sources[name].with_name("more.wxs")
         source.write_text(examples()[name].replace("    <Feature", piece + "    <Feature"), encoding="utf-8")
-        tree = PACKAGE.compile_authoring(source, {"LibraryFile": "hxsetup.dll"}, stage, package)
-        PACKAGE.complete(package, stage, tree)
+        package = compile_source(source, [ROOT / "packages"], {"LibraryFile": "hxsetup.dll"})
         known = self.rows(name, "CustomAction")
-        added = {row[0]: row[1:4] for row in PACKAGE.export(package, "CustomAction") if row[0] not in known}
+        added = {action: row[:3] for action, row in package.keyed("CustomAction").items() if action not in known}
         call, = [action for action, row in added.items() if row[1] == "hxsetup"]
         setter, = set(added) - {call}
         # A deferred action of the library, without impersonation, whose result is ignored; and the action that sets its data.
-        self.assertEqual(added[call], [str(1 + 64 + 1024 + 2048), "hxsetup", call.partition(".")[0]])
-        self.assertEqual(added[setter][:2], ["51", call])
-        numbers = {row[0]: int(row[2]) for row in PACKAGE.export(package, "InstallExecuteSequence")}
+        self.assertEqual(added[call], [1 + 64 + 1024 + 2048, "hxsetup", call.partition(".")[0]])
+        self.assertEqual(added[setter][:2], [51, call])
+        numbers = {action: row[1] for action, row in package.keyed("InstallExecuteSequence").items()}
         self.assertLess(numbers["CostFinalize"], numbers[setter])
         self.assertLess(numbers[setter], numbers[call])
 
@@ -112,8 +107,8 @@ class CompiledTest(unittest.TestCase):
                     self.assertLessEqual(marked, set(properties[listing][0].split(";")))
 
     def test_error_texts(self):
-        self.assertEqual(set(self.rows("client.wxs", "Error")), {"25003"})
-        self.assertEqual(set(self.rows("server.wxs", "Error")), {"25000", "25001", "26000", "26001", "27000"})
+        self.assertEqual(set(self.rows("client.wxs", "Error")), {25003})
+        self.assertEqual(set(self.rows("server.wxs", "Error")), {25000, 25001, 26000, 26001, 27000})
 
     def test_removal_of_older_versions(self):
         for name in FILES:
@@ -124,8 +119,7 @@ class CompiledTest(unittest.TestCase):
     def test_processor(self):
         for name, package in self.packages.items():
             with self.subTest(name):
-                summary = subprocess.run(["msiinfo", "suminfo", package], capture_output=True, text=True, check=True)
-                self.assertRegex(summary.stdout, r"Arm64;1033")
+                self.assertEqual(package.summary[7], "Arm64;1033")
 
     def test_numbers_of_the_engine(self):
         """The numbers that the pictures give the engine's own actions."""
@@ -139,9 +133,8 @@ class CompiledTest(unittest.TestCase):
 
     def models(self):
         fragments = FACTS.read_fragments(ROOT)
-        for name, package in self.packages.items():
-            source = package.parent / name
-            yield name, FACTS.Model(package.parent.parent / "none", source, fragments, name)
+        for name, source in self.sources.items():
+            yield name, FACTS.Model(source.parent / "none", source, fragments, name)
 
 
 class RulesTest(unittest.TestCase):

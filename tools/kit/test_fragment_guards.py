@@ -1,11 +1,12 @@
 """The guards of the fragments: each mistake in a package stops the compiler, with a message that says what to do."""
 
-import re
-import subprocess
+import os
 import tempfile
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+from packages.compiler import Compilation, CompilerError
 from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
@@ -73,22 +74,25 @@ class GuardTest(unittest.TestCase):
 
     def compile_text(self, text, variables=None):
         """The same for a package with this text."""
-        options = [part for name, value in (VARIABLES if variables is None else variables).items()
-                   for part in ("-D", f"{name}={value}")]
+        try:
+            preprocessed = self.preprocess(text, VARIABLES if variables is None else variables)
+        except CompilerError as error:
+            self.assertEqual(len(error.messages), 1, error)
+            place, code, message = error.messages[0]
+            self.assertEqual(code, "CNDL0250")
+            self.assertRegex(place, rf"/{message.split()[0]}:\d+$")
+            return message
+        self.assertNotIn("$(var.", preprocessed)
+        return None
+
+    @staticmethod
+    def preprocess(text, variables):
         with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
-            source = Path(folder) / "package.wxs"
+            source, stage = Path(folder) / "package.wxs", Path(folder) / "stage"
             source.write_text('<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">\n<Product>\n'
                               f"{text}</Product></Wix>\n", encoding="utf-8")
-            result = subprocess.run(["wixl", "-E", "-I", ROOT / "packages", *options, source], capture_output=True,
-                                    text=True, check=False)
-        if result.returncode == 0:
-            self.assertEqual(result.stderr, "")
-            self.assertNotIn("$(var.", result.stdout)
-            return None
-        messages = re.findall(r"^(?:\S*/)?(\w+\.wxi):\d+: error: (.*)$", result.stderr, re.MULTILINE)
-        self.assertEqual(len(messages), 1, result.stderr)
-        self.assertEqual(messages[0][0], messages[0][1].split()[0])
-        return messages[0][1]
+            stage.mkdir()
+            return Compilation(source, [ROOT / "packages"], variables, stage).preprocess()
 
     def assert_stops(self, message, fragments, **more):
         with self.subTest(f"{fragments} {more}"):
@@ -133,15 +137,14 @@ class GuardTest(unittest.TestCase):
     def test_every_pair(self):
         """A fragment of the client and one of the server, with all fragments that they need, in both orders."""
         clients = [name for name in BEFORE if name == "client_upgrade" or "client_upgrade" in BEFORE[name]]
-        servers = [name for name in BEFORE if name.startswith("serve") or "server_replaced" in BEFORE[name]]
-        servers += ["service_configuration"]
-        self.assertEqual((len(clients), len(set(servers))), (6, 7))
-        for client in clients:
-            for server in set(servers):
-                for first, second in ((client, server), (server, client)):
-                    fragments = dict.fromkeys([*BEFORE[first], first, *BEFORE[second], second])
-                    with self.subTest(f"{first}, {second}"):
-                        self.assertRegex(self.compile(fragments), "use the same places of the sequences")
+        servers = {name for name in BEFORE if name.startswith("serve") or "server_replaced" in BEFORE[name]}
+        self.assertEqual((len(clients), len(servers)), (6, 7))
+        pairs = [pair for client in clients for server in sorted(servers) for pair in ((client, server), (server, client))]
+        packages = [dict.fromkeys([*BEFORE[first], first, *BEFORE[second], second]) for first, second in pairs]
+        with ThreadPoolExecutor(os.cpu_count()) as pool:
+            for pair, message in zip(pairs, pool.map(self.compile, packages)):
+                with self.subTest(pair):
+                    self.assertRegex(message, "use the same places of the sequences")
 
     def test_client_of_another_name(self):
         other = {"ClientKey": "SOFTWARE\\Maker\\Agent"}
@@ -196,15 +199,7 @@ class GuardTest(unittest.TestCase):
         """Such a package searches for nothing of the client or the server, and shows none of their names."""
         for defined, fragments in (({"ClientKey": "SOFTWARE\\Maker\\Agent"}, ["client_upgrade"]),
                                    (OTHER_SERVER, ["server_replaced", "service_account", "server_access", "firewall"])):
-            with tempfile.TemporaryDirectory(prefix="hx-guards-") as folder:
-                source = Path(folder) / "package.wxs"
-                source.write_text(
-                    '<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"><Product>'
-                    + "".join(f'<?define {name} = "{value}"?>' for name, value in defined.items())
-                    + "".join(f"<?include {name}.wxi?>" for name in ["library", "notices", *fragments])
-                    + "</Product></Wix>", encoding="utf-8")
-                text = subprocess.run(["wixl", "-E", "-I", ROOT / "packages", "-D", "LibraryFile=x", source],
-                                      capture_output=True, text=True, check=True).stdout
+            text = self.preprocess(self.defines(defined) + self.include("library", "notices", *fragments), VARIABLES)
             for value in defined.values():
                 self.assertIn(value, text)
             self.assertNotRegex(text, "(?i)vantor|ostrel|halvorstead")

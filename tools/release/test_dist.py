@@ -17,7 +17,7 @@ from support import TOOLS, load_script
 PROJECT = TOOLS.parent
 VERSION = (PROJECT / "VERSION").read_text().strip()
 dist = load_script("release/dist.py")
-package = load_script("kit/package.py")
+package = load_script("packages/make_packages.py")
 
 # A project with one file of each kind; those that are not released say so.
 TINY = {
@@ -175,7 +175,7 @@ class Archive(DistTest):
                 shutil.copy(unpacked / processor / "hxsetup.dll", bench)
                 for stand_in in STAND_INS:
                     shutil.copy(unpacked / f"packages/programs/{processor}/{stand_in}", bench)
-                # package.py requires it next to the library, but only the watched packages contain it.
+                # make_packages.py requires it next to the library, but only the watched packages contain it.
                 (bench / "witness.dll").write_bytes(b"")
                 made[root] = bench / f"{name}.msi"
                 with mock.patch.object(package, "ROOT", root):

@@ -136,6 +136,28 @@ need_test_tools() {
   testTools=$entry
 }
 
+# ---- the compilers of packages
+
+# Keeps only the compiler, the linker and the reference validation of what the npm package contains.
+make_compilers() {
+  local folder=$1 vendor=$1/npm/node_modules/electron-winstaller/vendor name
+  mkdir "$folder/npm"
+  cp "$hxRoot"/tools/setup/compilers/package*.json "$folder/npm/"
+  (cd "$folder/npm" && npm ci --ignore-scripts --omit=optional --no-audit --no-fund --loglevel=error)
+  for name in candle.exe candle.exe.config light.exe light.exe.config wix.dll wconsole.dll winterop.dll darice.cub; do
+    mv "$vendor/$name" "$folder/"
+  done
+  rm -rf "$folder/npm"
+}
+
+# Sets compilers to the folder of candle.exe, light.exe and darice.cub.
+need_compilers() {
+  cache_entry compilers "installing the compilers of packages (npm, 10 MB)" make_compilers \
+    "$(<"$hxRoot/tools/setup/compilers/package-lock.json")"
+  # shellcheck disable=SC2034  # read by the caller
+  compilers=$entry
+}
+
 # ---- Windows
 
 # Makes a file tree with Wine for one processor without running any of its programs. The packages are only extracted, so

@@ -1,19 +1,22 @@
-"""package.py: the tables of the packages that it makes are secure, whatever the compiler and the script made of the source."""
+"""make_packages.py: the tables of the packages that it makes are secure, whatever the compiler and the script made of the
+source."""
 
 import re
-import subprocess
 import sys
 import tempfile
 import unittest
 from pathlib import Path
 from unittest import mock
 
+from packages.tables import read_package
 from support import load_script
 
-PACKAGE = load_script("kit/package.py")
+PACKAGE = load_script("packages/make_packages.py")
 
 # The packages of another maker, whose data are in a folder that every user could make first.
 DATA_OF_ANOTHER_MAKER = {"other", "other-newer", "other-access", "other-account", "other-firewall"}
+# The type of an action that ends the installation with an error.
+ERROR_ACTION = 19
 # The packages that run no actions.
 WITHOUT_ACTIONS = {"server-older"}
 PACKAGES = {"client", "client-newer", "guide-client", "guide-server", "other", "other-newer", "other-access", "other-account",
@@ -35,16 +38,12 @@ class PackagesTest(unittest.TestCase):
         for file in ("hxsetup.dll", PACKAGE.PROGRAM, PACKAGE.TRACKING, PACKAGE.WITNESS):
             (Path(folder.name) / file).write_bytes(f"stands for {file}\n".encode())
         made = Path(folder.name) / "made"
-        with mock.patch.object(sys, "argv", ["package.py", "x64", f"{folder.name}/hxsetup.dll", str(made)]):
+        with mock.patch.object(sys, "argv", ["make_packages.py", "x64", f"{folder.name}/hxsetup.dll", str(made)]):
             PACKAGE.main()
-        cls.packages = {path.stem: path for path in made.glob("*.msi")}
+        cls.packages = {path.stem: read_package(path) for path in made.glob("*.msi")}
 
     def rows(self, name, table):
-        """The rows of a table by their keys, without the key; empty if the package does not have the table."""
-        tables = subprocess.run(["msiinfo", "tables", self.packages[name]], capture_output=True, text=True, check=True)
-        if table not in tables.stdout.split():
-            return {}
-        return {row[0]: row[1:] for row in PACKAGE.export(self.packages[name], table)}
+        return self.packages[name].keyed(table)
 
     def each(self):
         for name in sorted(PACKAGES - WITHOUT_ACTIONS):
@@ -62,21 +61,21 @@ class PackagesTest(unittest.TestCase):
         for name in sorted(self.packages):
             with self.subTest(name):
                 self.assertEqual(self.rows(name, "MsiLockPermissionsEx"), {} if name not in DATA_OF_ANOTHER_MAKER else {
-                    "MakerDataFolderAccess": ["MakerDataFolder", "CreateFolder", PROTECTED, "NOT Installed"]})
+                    "MakerDataFolder": ["MakerDataFolder", "CreateFolder", PROTECTED, "NOT Installed"]})
                 self.assertEqual(self.rows(name, "LockPermissions"), {})
                 if name in DATA_OF_ANOTHER_MAKER:
                     component = self.rows(name, "CreateFolder")["MakerDataFolder"][0]
-                    installed = [row[1] for row in PACKAGE.export(self.packages[name], "FeatureComponents")]
+                    installed = [row["Component_"] for row in self.packages[name].rows("FeatureComponents")]
                     self.assertIn(component, installed)
 
     def test_refusal_of_a_run_without_rights(self):
         """It is the first action of both sequences, even of those that the compiler adds."""
         for name in self.each():
-            self.assertEqual(self.rows(name, "CustomAction")["RefuseNoAdministrator"][0], str(PACKAGE.ERROR_ACTION))
+            self.assertEqual(self.rows(name, "CustomAction")["RefuseNoAdministrator"][0], ERROR_ACTION)
             for table in SEQUENCES:
                 rows = self.rows(name, table)
-                self.assertEqual(rows["RefuseNoAdministrator"], ["NOT AdminUser", "10"])
-                before = [action for action, (_, number) in rows.items() if 0 <= int(number) <= 10]
+                self.assertEqual(rows["RefuseNoAdministrator"], ["NOT AdminUser", 10])
+                before = [action for action, (_, number) in rows.items() if 0 <= number <= 10]
                 self.assertEqual(before, ["RefuseNoAdministrator"], table)
 
     def test_rights_are_the_users_own(self):

@@ -1,0 +1,1 @@
+"""Making packages, checking them and trying them."""
