@@ -64,6 +64,7 @@ def checks(root, folders):
     found = [Check("images", [tools / "images/check-images.py", *folders])] if folders else []
     found += [Check("texts", [tools / "texts/check-texts.py", *folders]),
               Check("action-table", [tools / "kit/action-table.py"]),
+              Check("authoring-v4", [tools / "kit/authoring_v4.py"]),
               Check("facts", [tools / "texts/check-facts.py"]),
               Check("pages", [tools / "texts/check-pages.py"])]
     return found + [Check(script.stem, [script]) for script in sorted((tools / "lint").glob("lint-*.py"))]

@@ -94,6 +94,7 @@ OTHER_PLACES = {"docs/authoring.md": ["5890"]}  # an action of the reader's own 
 OTHER_NUMBERS = {
     "docs/actions.md": "200",                # the client service's control
     "docs/actions/server.md": "1970",        # the first year of a time stamp
+    "docs/authoring-v4.md": "65001",         # the code page of UTF-8
     "docs/authoring.md": "38 200 5890",
     "docs/before-you-adopt.md": "64,000,000,000",
     "docs/server-upgrade.md": "2026",        # the day of an example
