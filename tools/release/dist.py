@@ -25,6 +25,9 @@ import time
 import zipfile
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from kit import authoring_v4
+
 ROOT = Path(__file__).resolve().parents[2]
 NAME = "hxsetup"
 PROCESSORS = ("arm64", "x64")
@@ -42,6 +45,9 @@ STAND_IN_FOLDER = "packages/programs"
 RELEASED = re.compile(r"CHANGELOG\.md|VERSION|docs/.+\.md|packages/[^/]+\.wxi|packages/(client|server|other)/.+")
 # Only for tests and the demonstration, and useless without its library.
 WITHHELD = {"packages/server/witness.wxi", "packages/other/one.wxs"}
+
+# The authoring of the released files in the language of version 4 and later of the compilers is in this folder.
+NEWER_FOLDER = authoring_v4.FOLDER
 
 # Each member of the archive is a regular file that everybody may read.
 MEMBER_MODE = 0o100644
@@ -64,7 +70,8 @@ def read_version(project):
 
 
 def check_releasable(project):
-    """Refuses a checkout with uncommitted changes, and one whose tag or CHANGELOG.md has another version than VERSION."""
+    """Refuses a checkout with uncommitted changes, one whose tag or CHANGELOG.md has another version than VERSION, and one
+    with authoring that has no known form in version 4 and later of the compilers."""
     changed = git(project, "status", "--porcelain", "--untracked-files=all").splitlines()
     if changed:
         raise Refusal("a release is made from a commit, and these changes are not committed:\n" + "\n".join(changed[:20]))
@@ -75,6 +82,7 @@ def check_releasable(project):
     heading = re.search(r"^## \[(.*?)\]", (project / "CHANGELOG.md").read_text(encoding="utf-8"), re.MULTILINE)
     if not heading or heading[1] != version:
         raise Refusal(f"CHANGELOG.md begins with [{heading[1] if heading else ''}], but VERSION is {version}")
+    newer_authoring(project, released_files(project))
 
 
 def commit_time(project):
@@ -86,6 +94,15 @@ def released_files(project):
     """The names of the project's files that are released."""
     names = git(project, "ls-files", "-z", "--cached", "--others", "--exclude-standard").split("\0")
     return [name for name in names if RELEASED.fullmatch(name) and name not in WITHHELD]
+
+
+def newer_authoring(project, names):
+    """The texts for version 4 and later of the compilers, by their names in the archive. `names` are the released files."""
+    try:
+        texts = authoring_v4.authoring(project, names)
+    except authoring_v4.Unknown as unknown:
+        raise Refusal(str(unknown)) from None
+    return {f"{NEWER_FOLDER}/{path}": text for path, text in texts.items()}
 
 
 def signing_options(settings):
@@ -134,7 +151,9 @@ def collect(project, libraries, moment, settings):
     """The members of the archive, without the checksums: each name with its content."""
     version = read_version(project)
     options = signing_options(settings)
-    members = {name: (project / name).read_bytes() for name in released_files(project)}
+    names = released_files(project)
+    members = {name: (project / name).read_bytes() for name in names}
+    members |= {name: text.encode() for name, text in newer_authoring(project, names).items()}
     for processor in PROCESSORS:
         built = libraries / processor
         for file in (LIBRARY, DATABASE, *STAND_INS):

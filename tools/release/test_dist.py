@@ -11,6 +11,7 @@ import zipfile
 from pathlib import Path
 from unittest import mock
 
+from kit import authoring_v4
 from release.dist_support import PROCESSORS, STAND_INS, copy_project, open_shop, run
 from support import TOOLS, load_script
 
@@ -25,11 +26,12 @@ TINY = {
     "CHANGELOG.md": "# Changes\n\n## [1.2.3] - 2026-11-21\n",
     "README.md": "not released",
     "docs/actions.md": "The actions.\n",
+    "docs/authoring.md": "Writing a package.\n",
     "docs/drawing.svg": "not released",
     "packages/library.wxi": "<Include/>\n",
-    "packages/client/client.wxs": "<Wix/>\n",
+    "packages/client/client.wxs": '<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"/>\n',
     "packages/client/files/about.txt": "About.\n",
-    "packages/server/server.wxs": "<Wix/>\n",
+    "packages/server/server.wxs": '<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"/>\n',
     "packages/server/witness.wxi": "not released",
     "packages/witness/witness.cpp": "not released",
     "src/one.cpp": "not released",
@@ -63,8 +65,10 @@ class DistTest(unittest.TestCase):
         for path, text in {**TINY, **(files or {})}.items():
             (project / path).parent.mkdir(parents=True, exist_ok=True)
             (project / path).write_text(text)
-        (project / "tools/release").mkdir(parents=True)
-        shutil.copy(TOOLS / "release/dist.py", project / "tools/release")
+        for script in ("release/dist.py", "kit/authoring_v4.py", "kit/guide_examples.py", "kit/__init__.py"):
+            (project / "tools" / script).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(TOOLS / script, project / "tools" / script)
+        (project / ".gitignore").write_text("__pycache__/\n")
         self.git(project, "init", "-q")
         self.git(project, "add", "-A")
         self.git(project, "commit", "-q", "-m", "Everything")
@@ -96,7 +100,17 @@ class Archive(DistTest):
         self.assertGreater(len(expected), 30)
         with zipfile.ZipFile(archive) as content:
             names = content.namelist()
-            self.assertEqual(names, sorted(f"hxsetup-{VERSION}/{name}" for name in expected | set(MADE)))
+            newer = {f"packages-v4/{name.removeprefix('packages/')}" for name in expected
+                     if name.startswith("packages/") and name.endswith((".wxi", ".wxs"))}
+            newer |= {"packages-v4/guide/client.wxs", "packages-v4/guide/server.wxs"}
+            self.assertLessEqual({"packages-v4/library.wxi", "packages-v4/server/server.wxs"}, newer)
+            self.assertEqual(names, sorted(f"hxsetup-{VERSION}/{name}" for name in expected | newer | set(MADE)))
+            for name in newer:
+                text = content.read(f"hxsetup-{VERSION}/{name}").decode()
+                self.assertEqual(list(authoring_v4.findings(text, name)), [])
+            fragment = content.read(f"hxsetup-{VERSION}/packages-v4/firewall.wxi").decode()
+            self.assertIn('<CustomAction Id="CustomAction5" BinaryRef="hxsetup" DllEntry="CustomAction5" Return="ignore"/>',
+                          fragment)
             for name in expected:
                 self.assertEqual(content.read(f"hxsetup-{VERSION}/{name}"), (PROJECT / name).read_bytes(), name)
             for processor in PROCESSORS:
@@ -240,6 +254,10 @@ class Refused(DistTest):
     def test_unreleased_changes(self):
         project = self.project(files={"CHANGELOG.md": "## [Unreleased]\n\n- More.\n\n## [1.2.3] - 2026-11-21\n"})
         self.assert_refused(project, "CHANGELOG.md begins with [Unreleased], but VERSION is 1.2.3")
+
+    def test_authoring_without_a_form_in_version_4(self):
+        project = self.project(files={"packages/library.wxi": "<Include>\n  <Icon/>\n</Include>\n"})
+        self.assert_refused(project, "packages/library.wxi:2: Icon is not in the tables of tools/kit/authoring_v4.py")
 
     def test_no_checkout(self):
         project = self.project()
