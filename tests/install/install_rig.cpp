@@ -322,21 +322,6 @@ const char kUserKeyAbove[] = "Software\\Quillfern";
 const char kServiceKey[] = "SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Settings";
 const char kServiceKeyAbove[] = "SYSTEM\\CurrentControlSet\\Services\\Ostrel";
 
-std::wstring ToWide(const std::string& text, UINT codePage) {
-  int size = static_cast<int>(text.size());
-  std::wstring wide(MultiByteToWideChar(codePage, 0, text.data(), size, nullptr, 0), L'\0');
-  MultiByteToWideChar(codePage, 0, text.data(), size, wide.data(), static_cast<int>(wide.size()));
-  return wide;
-}
-
-std::string FromWide(const std::wstring& text, UINT codePage) {
-  int size = static_cast<int>(text.size());
-  std::string bytes(WideCharToMultiByte(codePage, 0, text.data(), size, nullptr, 0, nullptr, nullptr), '\0');
-  WideCharToMultiByte(codePage, 0, text.data(), size, bytes.data(), static_cast<int>(bytes.size()), nullptr,
-                      nullptr);
-  return bytes;
-}
-
 std::string InstallerRun::Property(const std::string& property) const {
   auto found = properties.find(property);
   return found == properties.end() ? "" : found->second;

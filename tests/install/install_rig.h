@@ -14,12 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "machine/texts.h"
+
 namespace install {
 
-/// Converts between UTF-8 (or another 8-bit code page) and UTF-16; a character without a counterpart becomes
-/// '?'. All texts are UTF-8 unless stated otherwise.
-std::wstring ToWide(const std::string& text, UINT codePage = CP_UTF8);
-std::string FromWide(const std::wstring& text, UINT codePage = CP_UTF8);
+using machine::FromWide;
+using machine::Joined;
+using machine::Replaced;
+using machine::ToWide;
 
 /// Replaces a password of the server's account in the logs, and so in the lines and properties of a run.
 extern const char kHiddenPassword[];

@@ -27,28 +27,6 @@ int WINAPI TakeLine(void*, UINT type, LPCWSTR message) {
 }
 
 // Returns the identifier of this process's user, as text.
-std::string UserIdentifier() {
-  HANDLE token = nullptr;
-  OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
-  BYTE user[256];
-  DWORD size = sizeof user;
-  char* text = nullptr;
-  std::string identifier;
-  if (GetTokenInformation(token, TokenUser, user, sizeof user, &size) &&
-      ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &text)) {
-    identifier = text;
-  }
-  LocalFree(text);
-  CloseHandle(token);
-  return identifier;
-}
-
-std::string Replaced(std::string text, const std::string& what, const std::string& by) {
-  for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
-    text.replace(at, what.size(), by);
-  return text;
-}
-
 }  // namespace
 
 const char kVantorKey[] = "SOFTWARE\\Halvorstead\\Vantor";
@@ -101,24 +79,9 @@ std::string SetupLine(const std::string& text) {
   return kMark + text;
 }
 
-std::string AccessTo(const std::wstring& path) {
-  PSECURITY_DESCRIPTOR security = nullptr;
-  char* text = nullptr;
-  std::string list = "(unreadable)";
-  if (GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                            nullptr, nullptr, &security) == ERROR_SUCCESS &&
-      ConvertSecurityDescriptorToStringSecurityDescriptorA(security, SDDL_REVISION_1,
-                                                           DACL_SECURITY_INFORMATION, &text, nullptr)) {
-    list = Replaced(text, UserIdentifier(), "USER");
-  }
-  LocalFree(text);
-  LocalFree(security);
-  return list;
-}
-
 void SetAccess(const std::wstring& path, const std::string& list) {
   PSECURITY_DESCRIPTOR security = nullptr;
-  std::string text = Replaced(list, "USER", UserIdentifier());
+  std::string text = Replaced(list, "USER", machine::UserIdentifier());
   ASSERT_TRUE(
       ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1, &security, nullptr))
       << text;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "install/server_rig.h"
+#include "machine/state.h"
 
 namespace install {
 
@@ -34,10 +35,8 @@ class Session {
 /// Returns `text` as a line of the library's log.
 std::string SetupLine(const std::string& text);
 
-/// Returns the access list of a file or folder in the system's own notation, with "USER" for the user of this
-/// process; "(unreadable)" if it cannot be read.
-std::string AccessTo(const std::wstring& path);
-/// Sets the access list of a folder to `list`, in the same notation, with nothing added.
+using machine::AccessTo;
+/// Sets the access list of a folder to `list`, in the notation of AccessTo, with nothing added.
 void SetAccess(const std::wstring& path, const std::string& list);
 
 /// The name of this process's user, and of this computer.

@@ -1,0 +1,49 @@
+// The whole machine, as far as an installation can change it.
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "machine/texts.h"
+
+namespace machine {
+
+/// Returns the access list of a file or folder in the system's own notation, with "USER" for the user of this
+/// process; "(unreadable)" if it cannot be read.
+std::string AccessTo(const std::wstring& path);
+
+/// Returns the identifier of this process's user in the system's own notation; empty if it is unknown.
+std::string UserIdentifier();
+
+/// Texts that are shown as other ones, such as product codes as names: each (text, shown).
+using Names = std::vector<std::pair<std::string, std::string>>;
+
+/// The state of the machine at one moment: each file and folder of drive C: with its content, and with its
+/// access list if that is unusual (in the Windows folder, only with size and time); each value and key of the
+/// registry that an installation can reach; each service's state; each product that the engine knows.
+///
+/// Left out are the engine's own data (its cache and its keys) and whatever changes by itself. Accounts and
+/// the firewall's exceptions are left out because the engine of these tests keeps them for one process only.
+class State {
+ public:
+  /// Returns the current state. Throws std::runtime_error if it cannot be read.
+  static State Now(const Names& names);
+
+  /// Returns the changes since `before`, ordered by name: "+ NAME" is new, "- NAME" is gone, "~ NAME" has
+  /// changed. Folders and keys end in a backslash; the content of deleted ones is not listed. A new or
+  /// changed name is followed by " = " and its value, except a file's content.
+  std::vector<std::string> Since(const State& before) const;
+
+ private:
+  struct Entry {
+    std::string value;  ///< what is compared
+    std::string shown;  ///< the shown part, after " = "; empty if nothing is shown
+  };
+  class Collector;
+
+  std::map<std::string, Entry> entries_;
+};
+
+}  // namespace machine
