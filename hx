@@ -477,12 +477,12 @@ lint() {
   need_packages
   with_build_lock build_presets x64
   say "clang-format"
-  mapfile -t files < <(find src tests bench packages -name '*.cpp' -o -name '*.h' | sort)
+  mapfile -t files < <(find src tests bench packages tools -name '*.cpp' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
   say "shellcheck"
   shellcheck -x hx tools/*/*.sh || failed=1
   say "clang-tidy"
-  mapfile -t files < <(find src packages -name '*.cpp' | sort)
+  mapfile -t files < <(find src packages tools -name '*.cpp' | sort)
   # Its findings go to standard output; its error output has only counts.
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||

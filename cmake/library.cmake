@@ -179,6 +179,18 @@ if(NOT HX_CHECKED)
     target_link_libraries(${name} PRIVATE ${imports})
   endfunction()
 
+  # The program that runs the validation actions of packages. They run on x64 only.
+  if(HX_PROCESSOR STREQUAL "x64")
+    hx_import_libraries(icesImports tools/packages/ices/imports)
+    add_custom_target(ices-imports DEPENDS ${icesImports})
+    hx_objects(ices-objects ${CMAKE_SOURCE_DIR}/tools/packages/ices/ices.cpp)
+    add_executable(ices $<TARGET_OBJECTS:ices-objects> $<TARGET_OBJECTS:runtime>)
+    add_dependencies(ices ices-imports)
+    set_target_properties(ices PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS "${icesImports}")
+    target_link_options(ices PRIVATE ${linkOptions} -Wl,--entry,Main -Wl,--subsystem,console)
+    target_link_libraries(ices PRIVATE ${icesImports})
+  endif()
+
   hx_import_libraries(witnessImports packages/witness/imports)
   add_custom_target(witness-imports DEPENDS ${witnessImports})
   hx_stand_in(witness packages/witness/witness.cpp "${witnessImports}")

@@ -236,3 +236,72 @@ need_windows() {
   # shellcheck disable=SC2034  # read by the caller
   winePrefix=$entry
 }
+
+# ---- 32-bit programs
+
+# What the engine's 32-bit helper and the validation actions that it runs load.
+x86Libraries=(advapi32.dll bcrypt.dll cabinet.dll combase.dll comctl32.dll coml2.dll crypt32.dll dbghelp.dll gdi32.dll
+  imagehlp.dll imm32.dll kernel32.dll kernelbase.dll mpr.dll msi.dll msiexec.exe mspatcha.dll msvcrt.dll ntdll.dll
+  odbccp32.dll ole32.dll oleaut32.dll rpcrt4.dll scrrun.dll sechost.dll shcore.dll shell32.dll shlwapi.dll sxs.dll
+  ucrtbase.dll urlmon.dll user32.dll vbscript.dll version.dll win32u.dll wininet.dll wintrust.dll ws2_32.dll)
+
+# Fetches Wine's libraries for 32-bit programs, in the version of the tree, and keeps those that are named, without their
+# debugging information. Uses lists of packages of its own, so that this machine's are not changed.
+make_x86_libraries() {
+  local folder=$1 treeFolder=$2 version=$3 name
+  local apt=$folder/apt state=$folder/apt/var/lib options
+  shift 3
+  mkdir -p "$apt"/etc/apt/{preferences.d,sources.list.d,apt.conf.d} "$state"/{apt/lists/partial,dpkg} \
+    "$apt/var/cache/apt/archives/partial" "$folder/i386-windows"
+  sed 's|^deb |deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] |' "$treeFolder/tree/etc/apt/sources.list" \
+    >"$apt/etc/apt/sources.list"
+  touch "$state/dpkg/status"
+  options=(-o Dir="$apt" -o Dir::State::status="$state/dpkg/status"
+    -o APT::Architecture=i386 -o APT::Architectures=i386 -o APT::Sandbox::User= -o Acquire::Languages=none)
+  # A list that cannot be read is not missed if another one has the package.
+  apt-get -q "${options[@]}" update || true
+  (cd "$apt" && apt-get -q "${options[@]}" download "libwine=$version") || {
+    echo "Debian has no libwine for i386 of the version $version, which the tree for x64 has. ./hx clean --cache removes the"
+    echo "tree; the next command makes one of the present version."
+    return 1
+  }
+  dpkg-deb --fsys-tarfile "$apt"/libwine_*.deb | tar -x -C "$apt" ./usr/lib/i386-linux-gnu/wine/i386-windows
+  for name in "$@"; do
+    llvm-strip-19 --strip-debug "$apt/usr/lib/i386-linux-gnu/wine/i386-windows/$name" -o "$folder/i386-windows/$name"
+  done
+  # As in make_wine_tree.
+  cp "$treeFolder/tree/usr/i686-w64-mingw32/lib/zlib1.dll" "$folder/i386-windows/"
+  printf 'Wine builtin DLL\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0' |
+    dd of="$folder/i386-windows/zlib1.dll" bs=1 seek=64 conv=notrunc status=none
+  rm -rf "$apt"
+}
+
+# Makes a prefix for x64 with the 32-bit libraries: a copy of the pristine one, so that the runs that do not need them stay
+# small.
+make_x86_prefix() {
+  local folder=$1 prefixFolder=$2 librariesFolder=$3 file
+  local libraries=$folder/windows/libraries system=$folder/windows/prefix/drive_c/windows/syswow64
+  cp -a "$prefixFolder/windows" "$folder/"
+  mkdir -p "$libraries" "$system"
+  cp -a "$librariesFolder/i386-windows" "$libraries/"
+  # Wine searches the other half of each library next to it.
+  ln -s /usr/lib/x86_64-linux-gnu/wine/x86_64-unix "$libraries/x86_64-unix"
+  for file in "$libraries"/i386-windows/*; do
+    ln -sf "/windows/libraries/i386-windows/${file##*/}" "$system/"
+  done
+}
+
+# As need_windows for x64, but the Windows also runs 32-bit programs, if its variable WINEDLLPATH is /windows/libraries.
+need_windows_with_x86() {
+  local version libraries
+  need_windows x64
+  version=$(sed -n 's/^libwine_\(.*\)_amd64\.deb$/\1/p' "$wineTree/packages")
+  # The names of package files have "%3a" for the colon of a version.
+  version=${version//%3a/:}
+  cache_entry x86-libraries "fetching Wine's libraries for 32-bit programs, for the validation of packages (104 MB)" \
+    make_x86_libraries "$wineTree" "$version" "${x86Libraries[@]}"
+  libraries=$entry
+  cache_entry x86-prefix "adding them to a copy of the Windows for x64" make_x86_prefix "$winePrefix" "$libraries"
+  # shellcheck disable=SC2034  # read by the caller
+  winePrefix=$entry
+}
