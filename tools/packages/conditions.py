@@ -2,7 +2,7 @@
 
     condition   expression | nothing
     expression  term [OPERATOR expression]       OPERATOR: AND, OR, XOR, EQV, IMP
-    term        [NOT] factor
+    term        NOT term | factor
     factor      "(" expression ")" | value [COMPARISON value]
     value       PROPERTY, %VARIABLE, $ or ? or & or ! with a key, "text", number
 """
@@ -75,7 +75,8 @@ class Reader:
             self.term()
 
     def term(self):
-        self.take("word", "NOT")
+        while self.take("word", "NOT"):
+            pass
         if self.take("bracket", "("):
             self.expression()
             if not self.take("bracket", ")"):

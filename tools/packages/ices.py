@@ -52,7 +52,6 @@ WORKING = ("ICE02 ICE04 ICE05 ICE06 ICE07 ICE08 ICE09 ICE10 ICE12 ICE13 ICE14 IC
            "ICE76 ICE77 ICE78 ICE79 ICE80 ICE83 ICE84 ICE85 ICE86 ICE87 ICE88 ICE89 ICE92 ICE93 ICE94 ICE95 ICE96 "
            "ICE97 ICE98 ICE99 ICE101 ICE102 ICE104 ICE105").split()
 
-
 ENGINE = "Wine's engine cannot run it"
 ENDLESS = "it does not end on Wine's engine"
 WRONG = "it reports faults of correct packages on Wine's engine"
@@ -108,7 +107,8 @@ def merge(package, target, library):
                 own = read_table(package, name, folder)
                 keys = {own.keys(row) for row in own.rows}
                 # A package's table can have more columns than the actions' one.
-                own.rows += [row + [None] * (len(own.columns) - len(row)) for row in table.rows if table.keys(row) not in keys]
+                own.rows += [row + [None] * (len(own.columns) - len(row)) for row in table.rows
+                             if table.keys(row) not in keys]
                 table = own
             archives.append(Path(folder) / f"{name}.idt")
             write_archive(archives[-1], table)
@@ -219,6 +219,7 @@ def check(packages, actions=None, program=PROGRAM, serve=SERVE):
                 raise PackageError(f"{program} is missing: ./hx build makes it")
             shutil.copyfile(program, Path(folder) / "ices.exe")
             with Windows(WINDOWS, folder, 0, RUN_LIMIT, said.append, serve=serve) as windows:
+                # A Windows that does not start says why here.
                 windows.run({}, ["wine64", "--version"], said.append)
                 for number, (names, report) in enumerate(zip(wanted, reports)):
                     run_actions(windows, f"{number}.msi", names, report)

@@ -22,6 +22,7 @@ GOOD = {
     "A.B_1": ["A.B_1"],
     "ANDROID OR NOTE": ["ANDROID", "NOTE"],
     "A=B": ["A", "B"],
+    "NOT NOT A": ["A"],
 }
 MISSING = "a property, a number or a text in quotation marks is missing where "
 BAD = {
@@ -29,7 +30,7 @@ BAD = {
     "AND A": MISSING + "'AND' is there",
     "A AND OR B": MISSING + "'OR' is there",
     "NOT": MISSING + "the condition ends",
-    "NOT NOT A": MISSING + "'NOT' is there",
+    "NOT NOT": MISSING + "the condition ends",
     "A =": MISSING + "the condition ends",
     "= A": MISSING + "'=' is there",
     "()": MISSING + "')' is there",

@@ -108,12 +108,14 @@ CATEGORY_TEXTS = {
                            "D:NO_ACCESS_CONTROL"], {
         "Everyone": "is not an access list in SDDL: write O:OWNER G:GROUP D:(ENTRY)(ENTRY) without blanks",
         "D:(A;;GA;;;SY) (A;;GA;;;BA)": "is not an access list in SDDL: write O:OWNER G:GROUP D:(ENTRY)(ENTRY) without blanks",
+        "D:(A;;GA;;;[$None])": "names the component None, which is not in the table Component",
         "D:(A;;GA;SY)": "has the entry (A;;GA;SY), which does not have six parts: (TYPE;FLAGS;RIGHTS;OBJECT;INHERITED "
                         "OBJECT;ACCOUNT)",
         "D:(A;;GA;;;)": "has the entry (A;;GA;;;), which does not have six parts: (TYPE;FLAGS;RIGHTS;OBJECT;INHERITED "
                         "OBJECT;ACCOUNT)"}),
     "Cabinet": (["#files.cab", "files.cab", "a long name.cab", "a.cab|A long name.cab"], {
         "#my files": "is not a cabinet in the package: write # and an identifier",
+        "a long name.cab|x.cab": "begins with 'a long name.cab', which is not a short file name (8.3)",
         "a?.cab": "is not the name of a cabinet: it has characters that a file name cannot have"}),
     "CustomSource": (["Library", "{01234567-89AB-CDEF-0123-456789ABCDEF}", "[NAME]"], dict.fromkeys(
         ["a b", "1a"], "is not the source of an action: name a row of Binary, File, Directory or Property")),
@@ -248,7 +250,9 @@ class RulesTest(unittest.TestCase):
         self.assert_good(column(key_table="Component", key_column=1), "[NAME]", others=[COMPONENTS])
 
     def test_value_of_the_set_instead_of_a_reference(self):
-        self.assert_good(column(key_table="Component", key_column=1, values="*"), "*", others=[COMPONENTS])
+        self.assert_good(column(key_table="Component", key_column=1, values="*"), "*", "Main", others=[COMPONENTS])
+        self.assert_bad(column(key_table="Component", key_column=1, values="*"), "None",
+                        "'None' is not in the table Component: add its row to Component, or name another one", [COMPONENTS])
 
     def test_table_named_by_another_column(self):
         def locks(kind, name):

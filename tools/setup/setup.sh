@@ -261,8 +261,8 @@ make_x86_libraries() {
   # A list that cannot be read is not missed if another one has the package.
   apt-get -q "${options[@]}" update || true
   (cd "$apt" && apt-get -q "${options[@]}" download "libwine=$version") || {
-    echo "Debian has no libwine for i386 of the version $version, which the tree for x64 has. ./hx clean --cache removes the"
-    echo "tree; the next command makes one of the present version."
+    echo "libwine $version for i386 could not be fetched. If the network works, Debian now has another version:"
+    echo "./hx clean --cache removes the tree for x64, and the next command makes one of that version."
     return 1
   }
   dpkg-deb --fsys-tarfile "$apt"/libwine_*.deb | tar -x -C "$apt" ./usr/lib/i386-linux-gnu/wine/i386-windows
