@@ -117,7 +117,7 @@ class MergeTest(unittest.TestCase):
             "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('ICE08', 6, 'ice08.vbs', 'ICE08')",
             "CREATE TABLE `_ICESequence` (`Action` CHAR(72) NOT NULL, `Condition` CHAR(255), `Sequence` SHORT "
             "PRIMARY KEY `Action`)",
-            "INSERT INTO `_ICESequence` (`Action`, `Sequence`) VALUES ('ICE10', 100)",
+            "INSERT INTO `_ICESequence` (`Action`, `Sequence`) VALUES ('ICE10', 10)",
             "INSERT INTO `_ICESequence` (`Action`, `Sequence`) VALUES ('ICE08', 80)",
             "CREATE TABLE `Property` (`Property` CHAR(72) NOT NULL, `Value` LONGCHAR NOT NULL PRIMARY KEY `Property`)",
             "INSERT INTO `Property` (`Property`, `Value`) VALUES ('ProductCode', '{0}')", *more)
@@ -128,7 +128,7 @@ class MergeTest(unittest.TestCase):
             "INSERT INTO `CustomAction` (`Action`, `Type`, `ExtendedType`) VALUES ('Mine', 1, 1)")
         before = self.package.read_bytes()
         self.make_library()
-        self.assertEqual(ices.merge(self.package, self.target, self.library), ["ICE08", "ICE10"])
+        self.assertEqual(ices.merge(self.package, self.target, self.library), ["ICE10", "ICE08"])
         merged, own = read_package(self.target), read_package(self.package)
         self.assertEqual(merged.tables["CustomAction"].rows,
                          [["Mine", 1, None, None, 1], ["ICE08", 6, "ice08.vbs", "ICE08", None]])
@@ -136,6 +136,13 @@ class MergeTest(unittest.TestCase):
         self.assertEqual(merged.properties(), own.properties())
         self.assertEqual(merged.tables["File"], own.tables["File"])
         self.assertEqual(self.package.read_bytes(), before)
+
+    def test_a_row_that_both_have(self):
+        """The package's own row stays."""
+        run("msibuild", self.package, "-q", "INSERT INTO `CustomAction` (`Action`, `Type`) VALUES ('ICE08', 1)")
+        self.make_library()
+        ices.merge(self.package, self.target, self.library)
+        self.assertEqual(read_package(self.target).tables["CustomAction"].rows, [["ICE08", 1, None, None, None]])
 
     def test_scripts_get_a_function_for_the_missing_method(self):
         self.make_library()
