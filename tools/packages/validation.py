@@ -3,7 +3,7 @@ ranges, lengths, sets, references to other tables, and categories of text."""
 
 import re
 
-from packages.conditions import ConditionError, names_in
+from packages.conditions import ConditionError, parse
 from packages.findings import ERROR, Finding
 
 RULE = "validation"
@@ -176,7 +176,7 @@ def template(value, database):
 
 def condition(value, _):
     try:
-        names_in(value)
+        parse(value)
     except ConditionError as error:
         raise Fault(f"is not a condition: {error}") from None
 
