@@ -8,6 +8,8 @@ import unittest
 from pathlib import Path
 from unittest import mock
 
+from packages import rules
+from packages.sample_library import make_library
 from packages.tables import read_package
 from support import load_script
 
@@ -35,12 +37,17 @@ class PackagesTest(unittest.TestCase):
     def setUpClass(cls):
         folder = tempfile.TemporaryDirectory(prefix="hx-packages-")
         cls.addClassCleanup(folder.cleanup)
-        for file in ("hxsetup.dll", PACKAGE.PROGRAM, PACKAGE.TRACKING, PACKAGE.WITNESS):
+        for file in (PACKAGE.PROGRAM, PACKAGE.TRACKING):
             (Path(folder.name) / file).write_bytes(f"stands for {file}\n".encode())
+        make_library(Path(folder.name), "x64")
+        witness = (PACKAGE.FRAGMENTS / "server/witness.wxi").read_text(encoding="utf-8")
+        calls = set(re.findall(r'BinaryKey="witness" DllEntry="(\w+)"', witness))
+        make_library(Path(folder.name), "x64", PACKAGE.WITNESS, sorted(calls))
         made = Path(folder.name) / "made"
         with mock.patch.object(sys, "argv", ["make_packages.py", "x64", f"{folder.name}/hxsetup.dll", str(made)]):
             PACKAGE.main()
         cls.packages = {path.stem: read_package(path) for path in made.glob("*.msi")}
+        cls.findings = {path.stem: rules.check(cls.packages[path.stem], path) for path in made.glob("*.msi")}
 
     def rows(self, name, table):
         return self.packages[name].keyed(table)
@@ -54,6 +61,11 @@ class PackagesTest(unittest.TestCase):
         self.assertEqual(set(self.packages), PACKAGES)
         for name in WITHOUT_ACTIONS:
             self.assertEqual(self.rows(name, "CustomAction"), {})
+
+    def test_rules(self):
+        for name in sorted(PACKAGES):
+            with self.subTest(name):
+                self.assertEqual(self.findings[name], [("warning", rules.UNUSED)] if name in WITHOUT_ACTIONS else [])
 
     def test_folder_above_the_data_of_another_maker(self):
         """Its access list sets the owner: a user who made the folder before would otherwise stay its owner and could change
