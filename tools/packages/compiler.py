@@ -16,14 +16,35 @@ SETUP = ROOT / "tools/setup/setup.sh"
 MESSAGE = re.compile(r"(?:(?P<file>.*?)(?:\((?P<line>\d+)\))?|\w+\.exe) : (?P<kind>error|warning) (?P<code>[A-Z]{4}\d{4}) : "
                      r"(?P<text>.*)")
 
-# What to do after messages that do not say it: the number, a part of the text, the hint.
+# After the name of a duplicate symbol: one of its two places is in a fragment.
+OF_A_FRAGMENT = r".*\.wxi:\d+"
+
+# What to do after messages that do not say it: the number, a pattern for the text and the place, the hint.
 HINTS = [
     ("CNDL0027", "File/@Source", "Give the File a Name, or write \"/\" instead of \"\\\" in its Source."),
     ("CNDL0103", "with type 'include'", "The fragments are in packages/ of the project and of the release; look for a misspelt "
                                         "name."),
-    ("CNDL0150", "$(var.", "Give it a value: --define NAME=VALUE, or <?define NAME = \"VALUE\"?> before its use."),
+    ("CNDL0150", r"\$\(var\.", "Give it a value: --define NAME=VALUE, or <?define NAME = \"VALUE\"?> before its use."),
+    ("LGHT0091", rf"symbol 'WixAction:{OF_A_FRAGMENT}", "A fragment schedules its actions itself: leave out the line of your package."),
+    ("LGHT0091", rf"symbol 'Property:{OF_A_FRAGMENT}",
+     "A fragment declares its properties itself: leave out the element of your package. For another value, set the property in "
+     "an action (docs/authoring.md, \"A client package, step by step\")."),
+    ("LGHT0091", rf"symbol '(?!WixAction:|Property:){OF_A_FRAGMENT}",
+     "A fragment has the other one: leave out the element of your package, or give it another name."),
     ("LGHT0094", "'Media:", "Files are on a disk: add <Media Id=\"1\" Cabinet=\"files.cab\" EmbedCab=\"yes\"/> to the Product."),
+    ("LGHT0179", "cannot have a unique sequence number",
+     "Write Sequence=\"NUMBER\" instead of After or Before, with a number that no action of the fragments has "
+     "(docs/authoring.md, \"The sequences\")."),
+    ("LGHT1050", "same sequence number -", "A sequence has one place for each end of a run (OnExit): leave out your own action."),
+    ("LGHT1050", r"same sequence number \d", "The fragments' actions keep their numbers: give your own another one."),
 ]
+
+# Messages that only name a second place of the message before them.
+SECOND_PLACES = ("LGHT0092", "LGHT1051")
+
+# An element that contains what it may not; if that is in an included fragment, one message says it for all elements there.
+MISPLACED, INCLUDED = "CNDL0005", re.compile(r"\.wxi:\d+$")
+PARENT = re.compile(r"The (\w+) element contains an unexpected child element")
 
 # Warnings count as errors, and the remarks of "-pedantic" are asked for.
 OPTIONS = ("-nologo", "-pedantic", "-wx")
@@ -56,10 +77,29 @@ def messages_of(text, places):
         match = MESSAGE.fullmatch(line.strip())
         if match:
             place = place_of(match["file"] or "", places) + (f":{match['line']}" if match["line"] else "")
-            said = match["text"].strip()
-            hints = [f" {hint}" for code, part, hint in HINTS if code == match["code"] and part in said]
-            found.append((place, match["code"], said + "".join(hints)))
-    return found
+            if match["code"] in SECOND_PLACES and found:
+                found[-1] = (*found[-1][:2], f"{found[-1][2]} The other one is in {place}.")
+            else:
+                found.append((place, match["code"], match["text"].strip()))
+    return [with_hints(*message) for message in misplaced_once(found)]
+
+
+def misplaced_once(messages):
+    """The messages with one for all elements of fragments that are inside of the same wrong element."""
+    seen = set()
+    for place, code, text in messages:
+        parent = PARENT.match(text) if code == MISPLACED and INCLUDED.search(place) else None
+        if not parent:
+            yield place, code, text
+        elif parent[1] not in seen:
+            seen.add(parent[1])
+            said = "" if parent[1] == "Product" else " Include fragments directly below Product, not inside of another element."
+            yield place, code, text + said
+
+
+def with_hints(place, code, text):
+    hints = [hint for number, part, hint in HINTS if number == code and re.search(part, f"{text} {place}")]
+    return place, code, " ".join([text, *hints])
 
 
 def place_of(text, places):

@@ -94,6 +94,29 @@ class CompilerTest(SourceTest):
         self.assertEqual((place, code), (f"{self.folder}/bad.wxs:7", "LGHT0094"))
         self.assertIn("Nobody", message)
 
+    def test_second_place_is_part_of_the_message(self):
+        text = self.source(more='<Property Id="TEXT" Value="y"/>').read_text(encoding="utf-8")
+        (place, code, message), = self.messages(text)
+        self.assertEqual((place, code), (f"{self.folder}/bad.wxs:6", "LGHT0091"))
+        self.assertTrue(message.startswith("Duplicate symbol 'Property:TEXT' found."), message)
+        self.assertTrue(message.endswith(f"are unique. The other one is in {self.folder}/bad.wxs:7."), message)
+
+    def test_hint_only_if_a_fragment_has_the_other_one(self):
+        (self.folder / "part.wxi").write_text('<Include>\n<Property Id="TEXT" Value="y"/></Include>')
+        text = self.source(more="<?include part.wxi?>").read_text(encoding="utf-8")
+        (_, _, message), = self.messages(text)
+        self.assertIn(f"The other one is in {self.folder}/part.wxi:2. A fragment declares its properties itself", message)
+
+    def test_elements_of_a_fragment_in_a_wrong_place_are_one_message(self):
+        (self.folder / "part.wxi").write_text('<Include>\n<Property Id="A" Value="y"/>\n<Property Id="B" Value="y"/></Include>')
+        text = self.source().read_text(encoding="utf-8")
+        inside = text.replace('Name="SourceDir">', 'Name="SourceDir"><?include part.wxi?>')
+        self.assertEqual(self.messages(inside), [(
+            f"{self.folder}/part.wxi:2", "CNDL0005", "The Directory element contains an unexpected child element 'Property'. "
+            "Include fragments directly below Product, not inside of another element.")])
+        both = inside.replace('<Package', '<Pakage/><Pikage/><Package')
+        self.assertEqual(len(self.messages(both)), 3)
+
     def test_file_that_is_not_xml(self):
         self.assertEqual(self.messages("<Wix")[0][1], "CNDL0104")
 

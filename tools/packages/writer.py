@@ -69,7 +69,8 @@ class Files:
             if path.is_file():
                 return path
         searched = ", ".join(dict.fromkeys(str(folder) for folder in self.folders))
-        return fail(place, f"the file {name} is missing (searched in {searched})")
+        return fail(place, f"the file {name} is missing (searched in {searched}). Make it, or correct its path in the source "
+                           "or in the variable that names it")
 
 
 # ---- facts about a file
