@@ -66,7 +66,8 @@ def checks(root, folders):
               Check("action-table", [tools / "kit/action-table.py"]),
               Check("authoring-v4", [tools / "kit/authoring_v4.py"]),
               Check("facts", [tools / "texts/check-facts.py"]),
-              Check("pages", [tools / "texts/check-pages.py"])]
+              Check("pages", [tools / "texts/check-pages.py"]),
+              Check("mistakes-page", [tools / "packages/mistakes-page.py"])]
     return found + [Check(script.stem, [script]) for script in sorted((tools / "lint").glob("lint-*.py"))]
 
 
