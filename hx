@@ -3,16 +3,23 @@
 #
 # shellcheck disable=SC2317  # each command's function is called by the name given on the command line
 set -euo pipefail
+# The folder in which the user called it; relative paths on the command line begin there.
+callerFolder=${HX_CALLER_FOLDER:-$PWD}
+export HX_CALLER_FOLDER=$callerFolder
 cd "$(dirname "${BASH_SOURCE[0]}")"
 # shellcheck source=tools/setup/setup.sh
 . tools/setup/setup.sh
+# shellcheck source=tools/packages/commands.sh
+. tools/packages/commands.sh
 
 processors=(x64 arm64)
+# The levels of a run of all tests, and those that are run only by name.
 levels=(images unit actions install)
+otherLevels=(packages)
 
-# The commands, in the order of the help, and the option that each takes besides --help.
-commands=(setup build test check run bench dist lint clean help)
-declare -A optionsOf=([test]=--only [dist]=--verify [clean]=--cache)
+# The commands, in the order of the help, and the options that each takes besides --help.
+commands=(setup build package check-package try test check run bench dist lint clean help)
+declare -A optionsOf=([test]=--only [dist]=--verify [clean]=--cache [package]="--processor --define --out")
 
 help_overview() {
   cat <<HELP
@@ -20,8 +27,12 @@ usage: ./hx COMMAND
 
   setup                   install and make everything that the other commands need
   build                   make build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the checked builds
+  package SOURCE.wxs      make your own package, with the compilers and the fragments; --processor arm64 or x64
+  check-package FILE.msi  check a package: the rules of the fragments, of its tables, and of the engine (ICEs)
+  try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
-                          images, unit, actions, install; FILTER is a GoogleTest filter ("Path*")
+                          images, unit, actions, install; FILTER is a GoogleTest filter ("Path*");
+                          the level packages is run only by name
        --only x64         skip ARM64 (--only arm64 skips x64)
   check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
@@ -35,7 +46,8 @@ usage: ./hx COMMAND
 
 Every command does the set-up that it needs. What it downloads or makes is kept, for all clones, in
 $hxCache
-(about 3 GB). It writes nothing outside that folder and build/, except that it installs missing Debian packages.
+(about 3 GB). It writes nothing outside that folder and build/, except that it installs missing Debian packages, and
+except for the file of --out.
 HELP
 }
 
@@ -72,6 +84,7 @@ What the tests leave is in build/artifacts.
                unit      the internal operations
                actions   the exported entry points in a rigged Windows
                install   packages that are installed, upgraded and removed
+               packages  packages of new authors, made and tried, and planted mistakes; only if it is named
   FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
   --only P   only on the processor P: x64 or arm64
 
@@ -213,7 +226,8 @@ help_for() {
 # no_option COMMAND OPTION: exits because the command does not take the option.
 no_option() {
   local hint takes=${optionsOf[$1]-}
-  nearest "$2" --help ${takes:+"$takes"}
+  # shellcheck disable=SC2086  # a list of options
+  nearest "$2" --help $takes
   wrong "$1 does not take the option '$2'.$hint ./hx $1 --help lists what it takes."
 }
 
@@ -238,7 +252,7 @@ read_test_words() {
       -*) no_option test "$1" ;;
       *)
         if [[ -z $chosenLevel ]]; then
-          [[ " ${levels[*]} " == *" $1 "* ]] || no_word test "$1" "${levels[@]}"
+          [[ " ${levels[*]} ${otherLevels[*]} " == *" $1 "* ]] || no_word test "$1" "${levels[@]}" "${otherLevels[@]}"
           chosenLevel=$1
         elif [[ -z $chosenTests ]]; then
           chosenTests=$1
@@ -254,7 +268,7 @@ read_test_words() {
 # Prints help and exits if the command line asks for it. Exits with a message if the command line has a word that its
 # command does not take. Runs before anything is made, so neither touches build/.
 check_command_line() {
-  local name=${1-help} word words=() hint
+  local name=${1-help} word hint
   shift || true
   case $name in
     -h | --help) name=help ;;
@@ -271,10 +285,18 @@ check_command_line() {
         ;;
     esac
   done
-  if [[ $name == test ]]; then
-    read_test_words "$@"
-    return
-  fi
+  case $name in
+    test) read_test_words "$@" ;;
+    package) read_package_words "$@" ;;
+    check-package | try) read_one_package "$name" "$@" ;;
+    *) check_words "$name" "$@" ;;
+  esac
+}
+
+# check_words COMMAND WORD...: the same for the commands that take at most one word or option.
+check_words() {
+  local name=$1 word words=()
+  shift
   for word in "$@"; do
     case $word in
       -*) [[ $word == "${optionsOf[$name]-}" ]] || no_option "$name" "$word" ;;
@@ -531,7 +553,8 @@ dispatch() {
   shift || true
   case $name in
     setup | build | check | run | bench | dist | lint | clean | help) "$name" "$@" ;;
-    test) test_command "$@" ;;
+    test | package | try) "${name}_command" "$@" ;;
+    check-package) check_package_command "$@" ;;
     -h | --help) help_overview ;;
   esac
 }

@@ -107,7 +107,10 @@ def run(*command, cwd=None):
     result = subprocess.run([str(part) for part in command], cwd=cwd, capture_output=True, check=False,
                             env=dict(os.environ, TZ="UTC", LC_ALL="C.UTF-8"))
     if result.returncode != 0:
-        text = (result.stderr or result.stdout).decode(errors="replace").strip()
+        # msibuild warns of each empty number in a key.
+        lines = (result.stderr or result.stdout).decode(errors="replace").splitlines()
+        said = [line for line in lines if line.strip() and "WARNING **" not in line] or lines
+        text = "\n".join(said)
         raise PackageError(f"{Path(command[0]).name} failed ({result.returncode}): {text}")
     return result.stdout
 

@@ -103,7 +103,7 @@ CATEGORY_TEXTS = {
         "[ONE": r"has a bracket that does not close: add ] or write [\[] for the bracket itself",
         "[#none.exe]": "names the file none.exe, which is not in the table File"}),
     "Condition": (["NOT Installed", "1"], {
-        "A AND": "is not a condition: a property, a number or a text in quotation marks is missing where the condition ends"}),
+        "A AND": "is not a condition: it ends too early"}),
     "FormattedSDDLText": (["O:BAG:SYD:PAI(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)", "D:(A;;GA;;;[SID])", "O:S-1-5-32-544", "D:P",
                            "D:NO_ACCESS_CONTROL"], {
         "Everyone": "is not an access list in SDDL: write O:OWNER G:GROUP D:(ENTRY)(ENTRY) without blanks",

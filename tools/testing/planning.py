@@ -14,10 +14,13 @@ import argparse
 import sys
 from typing import NamedTuple, Optional
 
+# The levels of a run without a level. The levels of SUITES are run only by name.
 LEVELS = ("images", "unit", "actions", "install")
 PROCESSORS = ("x64", "arm64")
 # The processor whose programs run under emulation.
 EMULATED = "arm64"
+# The processor of this machine, whose Windows some tools use whatever they work on.
+HOST = "x64"
 
 # The seconds that one test program may take; the slowest takes a fraction of this.
 TEST_TIME_LIMIT = 900
@@ -32,6 +35,23 @@ TARGETS = {
 }
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
 
+
+class Suite(NamedTuple):
+    """A level whose tests are scripts: Python's unittest finds them in the folder `folder` of tools/ by the pattern `files`.
+    They open each Windows that they need. HX_RUN_FOLDER is the run's folder with the builds, HX_PROCESSORS the processors."""
+    folder: str
+    files: str
+    # The targets that it needs, as in TARGETS.
+    targets: dict
+    # The targets of the x64 builds besides, even if only ARM64 is tested.
+    host: dict
+
+
+SUITES = {
+    "packages": Suite("packages", "trial_*.py", {LIBRARY: ("hxsetup", "agent", "ostrack", "witness"), TESTS: ("trial",)},
+                      {LIBRARY: ("ices",)}),
+}
+
 # The install tests in two parts, which run in two Windows.
 PART_FILTERS = {"servers": "Server*:Security*:Conversion*:Guide*", "others": "-Server*:Security*:Conversion*:Guide*"}
 
@@ -45,6 +65,11 @@ class Request(NamedTuple):
     @property
     def levels(self):
         return (self.level,) if self.level else LEVELS
+
+    @property
+    def suite(self):
+        """The suite of the level, if it has one."""
+        return SUITES.get(self.level)
 
     @property
     def running(self):
@@ -91,10 +116,14 @@ class Lane(NamedTuple):
 
 def builds(request):
     """The presets in the order in which they are built: (preset, its targets)."""
+    suite = request.suite
+    wanted = [suite.targets] if suite else [TARGETS[level] for level in request.levels]
     found = []
-    for processor in request.processors:
+    for processor in PROCESSORS:
+        needs = wanted if processor in request.processors else []
+        needs = [*needs, suite.host] if suite and processor == HOST else needs
         for kind in (LIBRARY, TESTS, CHECKED):
-            targets = [target for level in request.levels for target in TARGETS[level].get(kind, ())]
+            targets = [target for targets in needs for target in targets.get(kind, ())]
             if targets:
                 found.append((processor + kind, tuple(dict.fromkeys(targets))))
     return found
@@ -125,7 +154,7 @@ def lanes(request):
 
 
 def add_arguments(parser):
-    parser.add_argument("--level", choices=LEVELS)
+    parser.add_argument("--level", choices=(*LEVELS, *SUITES))
     parser.add_argument("--filter")
     parser.add_argument("--only", choices=PROCESSORS)
 
@@ -138,7 +167,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     add_arguments(parser)
     request = request_of(parser.parse_args())
-    for processor in request.processors if request.running else ():
+    for processor in request.processors if request.running or request.suite else ():
         print("windows", processor)
     for preset, targets in builds(request):
         print("build", preset, *targets)

@@ -137,6 +137,10 @@ class Run:
 
     def check_jobs(self):
         """The checks that need no Windows: (name, command)."""
+        if suite := self.request.suite:
+            options = ["-k", self.request.filter] if self.request.filter else []
+            return [(self.request.level, [sys.executable, "-m", "unittest", "discover", *options, "-p", suite.files, "-t",
+                                          ROOT / "tools", "-s", ROOT / "tools" / suite.folder])]
         if "images" not in self.request.levels:
             return []
         folders = [self.folder / processor for processor in self.request.processors]
@@ -151,8 +155,9 @@ class Run:
         self.screen.say(name)
         self.screen.start(name, name)
         with (folder / "output.txt").open("w", encoding="utf-8") as output:
+            environment = {**os.environ, "HX_RUN_FOLDER": str(self.folder), "HX_PROCESSORS": " ".join(self.request.processors)}
             status = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
-                                    cwd=ROOT, check=False).returncode
+                                    cwd=ROOT, env=environment, check=False).returncode
         (folder / STATUS).write_text(f"{status}\n", encoding="utf-8")
         self.screen.finish(name)
         if status != 0:

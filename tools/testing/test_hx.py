@@ -11,7 +11,7 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "test", "check", "run", "bench", "dist", "lint", "clean", "help"]
+COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "check", "run", "bench", "dist", "lint", "clean", "help"]
 
 
 class CommandLineTest(unittest.TestCase):
@@ -27,6 +27,10 @@ class CommandLineTest(unittest.TestCase):
         (self.project / "build/kept").write_text("kept\n", encoding="utf-8")
         shutil.copy(ROOT / "hx", self.project)
         shutil.copy(TOOLS / "setup/setup.sh", self.project / "tools/setup")
+        (self.project / "tools/packages").mkdir()
+        shutil.copy(TOOLS / "packages/commands.sh", self.project / "tools/packages")
+        for name in ("own.wxs", "own.msi"):
+            (self.project / name).write_text("not read\n", encoding="utf-8")
         # A package that does not exist, so that a command that begins its set-up fails.
         (self.project / "tools/setup/packages.txt").write_text("hx-no-such-package 1\n", encoding="utf-8")
         self.before = self.state()
@@ -36,24 +40,24 @@ class CommandLineTest(unittest.TestCase):
         return {str(path.relative_to(self.home)): (path.stat().st_size, path.stat().st_mtime_ns)
                 for path in sorted(self.home.rglob("*"))}
 
-    def hx(self, *arguments):
-        """Runs hx and checks that nothing was made: (status, output, errors)."""
+    def hx(self, *arguments, folder=None):
+        """Runs hx in a folder and checks that nothing was made: (status, output, errors)."""
         environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
         environment |= {"HOME": str(self.home), "XDG_CACHE_HOME": str(self.home / "cache")}
         result = subprocess.run([self.project / "hx", *arguments], capture_output=True, text=True, check=False,
-                                env=environment, stdin=subprocess.DEVNULL, timeout=60)
+                                cwd=folder, env=environment, stdin=subprocess.DEVNULL, timeout=60)
         self.assertEqual(self.state(), self.before)
         return result.returncode, result.stdout, result.stderr
 
-    def assert_refused(self, arguments, text):
-        self.assertEqual(self.hx(*arguments), (2, "", f"hx: {text}\n"))
+    def assert_refused(self, arguments, text, folder=None):
+        self.assertEqual(self.hx(*arguments, folder=folder), (2, "", f"hx: {text}\n"))
 
     def test_the_help_lists_each_command(self):
         for arguments in ([], ["help"], ["--help"], ["-h"]):
             with self.subTest(arguments):
                 status, output, errors = self.hx(*arguments)
                 self.assertEqual((status, errors), (0, ""))
-                self.assertEqual(re.findall(r"^  ([a-z]+) ", output, re.MULTILINE), COMMANDS)
+                self.assertEqual(re.findall(r"^  ([a-z]+(?:-[a-z]+)*) ", output, re.MULTILINE), COMMANDS)
 
     def test_each_command_prints_its_own_help(self):
         seen = set()
@@ -90,8 +94,8 @@ class CommandLineTest(unittest.TestCase):
         for command in COMMANDS:
             with self.subTest(command):
                 self.assert_refused(
-                    [command, "--quiet"],
-                    f"{command} does not take the option '--quiet'. ./hx {command} --help lists what it takes.")
+                    [command, "--nothing-like-it"],
+                    f"{command} does not take the option '--nothing-like-it'. ./hx {command} --help lists what it takes.")
         for arguments, meant in ((["test", "--onyl", "x64"], "--only"), (["dist", "--verfy"], "--verify"),
                                  (["clean", "--cahce"], "--cache"), (["run", "--hlep"], "--help")):
             with self.subTest(arguments):
@@ -119,6 +123,48 @@ class CommandLineTest(unittest.TestCase):
                                     "--only takes arm64 or x64. ./hx test --help lists what test takes.")
 
 
+    def assert_package_refused(self, arguments, text):
+        with self.subTest(arguments):
+            self.assert_refused(arguments, text, self.project)
+
+    def test_package(self):
+        right = ["package", "own.wxs", "--processor", "x64"]
+        for arguments, text in (
+                (["package"], "package needs the path of a .wxs. ./hx package --help says more."),
+                (["package", "none.wxs"], "there is no file 'none.wxs'. package needs the path of a .wxs."),
+                (["package", "tools"], "there is no file 'tools'. package needs the path of a .wxs."),
+                (["package", "own.wxs"], "package needs --processor arm64 or --processor x64."),
+                (["package", "own.wxs", "--processor", "x86"], "--processor takes arm64 or x64, not 'x86'."),
+                ([*right, "more.wxs"], "package does not take 'more.wxs'. ./hx package --help lists what it takes."),
+                ([*right, "--define", "Version"], "--define takes NAME=VALUE, not 'Version'."),
+                ([*right, "--define", "=1"], "--define takes NAME=VALUE, not '=1'."),
+                ([*right, "--out"], "--out needs a value. ./hx package --help lists what package takes."),
+                ([*right, "--out", "tools"], f"--out needs the path of a file; '{self.project}/tools' is a folder."),
+                ([*right, "--defien", "A=1"],
+                 "package does not take the option '--defien'. Did you mean --define? ./hx package --help lists what it takes.")):
+            self.assert_package_refused(arguments, text)
+
+    def test_check_and_try(self):
+        for arguments, text in (
+                (["try"], "try needs the path of an .msi. ./hx try --help says more."),
+                (["check-package", "none.msi"], "there is no file 'none.msi'. check-package needs the path of an .msi."),
+                (["check-package", "own.msi", "more.msi"],
+                 "check-package does not take 'more.msi'. ./hx check-package --help lists what it takes."),
+                (["check-package", "own.msi", "A=1"],
+                 "check-package does not take 'A=1'. ./hx check-package --help lists what it takes."),
+                (["try", "own.msi", "more.msi"],
+                 "try takes one package, and then properties as NAME=VALUE, not 'more.msi'.")):
+            self.assert_package_refused(arguments, text)
+
+    def test_paths_begin_where_the_user_is(self):
+        (self.project / "tools/near.wxs").write_text("not read\n", encoding="utf-8")
+        self.before = self.state()
+        self.assert_refused(["package", "near.wxs"], "package needs --processor arm64 or --processor x64.",
+                            self.project / "tools")
+        self.assert_refused(["package", "near.wxs"], "there is no file 'near.wxs'. package needs the path of a .wxs.",
+                            self.project)
+
+
 class RightCommandsTest(unittest.TestCase):
     """Correct command lines pass the check and reach the set-up."""
 
@@ -127,12 +173,20 @@ class RightCommandsTest(unittest.TestCase):
             project = Path(folder) / "project"
             (project / "tools/setup").mkdir(parents=True)
             shutil.copy(ROOT / "hx", project)
+            (project / "tools/packages").mkdir()
+            shutil.copy(TOOLS / "packages/commands.sh", project / "tools/packages")
+            for name in ("own.wxs", "own.msi"):
+                (project / name).write_text("not read\n", encoding="utf-8")
             # Replaces the set-up; exits where it would begin.
             (project / "tools/setup/setup.sh").write_text(
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
-                          ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"]):
+                          ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"],
+                          ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
+                          ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",
+                           f"{project}/own.wxs"],
+                          ["check-package", f"{project}/own.msi"], ["try", f"{project}/own.msi", "A=1", "B= x"]):
                 with self.subTest(words):
                     environment = {name: value for name, value in os.environ.items() if not name.startswith("HX_")}
                     result = subprocess.run([project / "hx", *words], capture_output=True, text=True, check=False,

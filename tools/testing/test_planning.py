@@ -48,6 +48,21 @@ class BuildsTest(unittest.TestCase):
                                            rf"|foreach\(level [\w ]*\b{name}\b")
 
 
+    def test_the_level_of_packages(self):
+        programs = ("hxsetup", "agent", "ostrack", "witness")
+        host = ("x64", (*programs, "ices"))
+        emulated = [("arm64", programs), ("arm64-tests", ("trial",))]
+        self.assertEqual(builds(Request("packages")), [host, ("x64-tests", ("trial",)), *emulated])
+        self.assertEqual(builds(Request("packages", None, "x64")), [host, ("x64-tests", ("trial",))])
+        # The evaluators run in the x64 Windows, whatever the package is for.
+        self.assertEqual(builds(Request("packages", None, "arm64")), [("x64", ("ices",)), *emulated])
+        self.assertEqual(shown(Request("packages")), [])
+
+    def test_a_run_of_everything_has_no_suite(self):
+        self.assertIsNone(Request().suite)
+        self.assertEqual(builds(Request()), [build for only in ("x64", "arm64") for build in builds(Request(None, None, only))])
+
+
 class LanesTest(unittest.TestCase):
     def test_a_whole_run(self):
         self.assertEqual(shown(Request()), [

@@ -274,9 +274,10 @@ class FrontTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name)
         (self.root / "bin").mkdir()
-        for name in ("testing", "windows", "setup", "texts"):
+        for name in ("testing", "windows", "setup", "texts", "packages"):
             (self.root / "tools" / name).mkdir(parents=True)
-        for path in [TOOLS.parent / "hx", *(TOOLS / "testing").glob("*.py"), TOOLS / "windows/windows_session.py"]:
+        for path in [TOOLS.parent / "hx", *(TOOLS / "testing").glob("*.py"), TOOLS / "windows/windows_session.py",
+                     TOOLS / "packages/commands.sh"]:
             copy = self.root / path.relative_to(TOOLS.parent)
             copy.write_bytes(path.read_bytes())
             copy.chmod(0o755)
