@@ -21,6 +21,7 @@ from kit.kit_checks import (ENGINE, LATER, NOT_SECURE, NOTHING, PAIRS, always_fo
                         read_kit, reads_data, used_in)
 from kit.package_facts import PUBLIC, VARIABLE, named_in
 from kit.package_runs import ANSWERS, SCENARIOS, STANDARD
+from kit.texts import FOLDER, SELECTOR, selected
 
 GUIDE = "docs/authoring.md"
 PART = re.compile(r"(<!-- generated: (\w+) -->\n)(.*?)(<!-- end of \2 -->\n)", re.DOTALL)
@@ -64,12 +65,17 @@ def table(head, rows):
 
 def variables_part(kit):
     """The compiler's variables that a package can or must define for the fragments."""
-    readers, defaults = {}, {}
+    readers, defaults, asked = {}, {}, set()
     for fragment in kit.fragments.values():
         defaults |= fragment.defines
-        for name in set(VARIABLE.findall(fragment.text)):
+        asked |= set(re.findall(r"<\?ifn?def var\.(\w+)\?>", fragment.text))
+        names = set(VARIABLE.findall(fragment.text))
+        # Also what the texts read that it shows.
+        for name in names | {inner for name in names & set(kit.texts) for inner in VARIABLE.findall(kit.texts[name])}:
             readers.setdefault(name, []).append(f"`{fragment.name}`")
-    asked = {name for fragment in kit.fragments.values() for name in re.findall(r"<\?ifn?def var\.(\w+)\?>", fragment.text)}
+    for name, value in selected(kit.root).items():
+        defaults[name], readers[name] = value, [f"`{FOLDER.rpartition('/')[2]}/{SELECTOR}`"]
+        asked.add(name)
     return table(["Variable", "Without it", "Read by"],
                  [[f"`{name}`", f"`{defaults[name]}`" if name in defaults else "the compiler stops",
                    ", ".join(readers[name])] for name in sorted(set(readers) & asked)])

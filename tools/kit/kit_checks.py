@@ -10,6 +10,7 @@ from kit.package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variabl
                                read_fragments, read_jobs, read_mentions, read_models, read_notices, read_packages,
                                read_sections)
 from kit.package_runs import ANSWERS
+from kit.texts import FOLDER, default_file, default_texts
 from lint.entry_points import LIST, PAGE, heading_pages, listed
 
 # Entry points that install and remove the same thing: a fragment calls both or neither.
@@ -65,7 +66,7 @@ NAMES_IN_DATA = {"ServiceAccount"}
 # The names of the client, the server and their maker. In a fragment they are the values of variables, so that a product of
 # another name does not use anything of theirs. Exceptions are the names that the library itself reads or writes.
 PRODUCT = re.compile("Ostrel|Vantor|Halvorstead")
-LIBRARY_TEXTS = {"SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings", "25003"}
+LIBRARY_TEXTS = {"SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings", "Notice25003"}
 
 # The most characters that a column of the table of actions can have.
 LONGEST_TARGET = 255
@@ -88,14 +89,14 @@ REFUSAL, REFUSAL_PLACE, REFUSAL_CONDITION = "RefuseNoAdministrator", 10, "NOT Ad
 RIGHTS, REAL_RIGHTS = "AdminUser", "MSIUSEREALADMINDETECTION"
 
 # All input of the checks. `models` are the packages in packages/ that include a fragment, `packages` are all packages there
-# and the examples of the guide.
-Kit = namedtuple("Kit", "root exported fragments models packages sections jobs notices pages")
+# and the examples of the guide. `texts` are those of the default language.
+Kit = namedtuple("Kit", "root exported fragments models packages sections jobs notices pages texts")
 
 
 def read_kit(root):
     fragments = read_fragments(root)
     return Kit(root, list(listed(root)), fragments, read_models(root, fragments), read_packages(root, fragments),
-               read_sections(root), read_jobs(root), read_notices(root), dict(heading_pages(root)))
+               read_sections(root), read_jobs(root), read_notices(root), dict(heading_pages(root)), default_texts(root))
 
 
 def kind_of(action):
@@ -261,7 +262,7 @@ def variables_of(fragment):
 def check_variables(kit):
     """A fragment's head names the compiler's variables that it reads and that no fragment before it defines."""
     for fragment in kit.fragments.values():
-        before = {name for front in all_fronts(kit, fragment) for name in kit.fragments[front].defines}
+        before = {name for front in all_fronts(kit, fragment) for name in kit.fragments[front].defines} | set(kit.texts)
         for name in variables_of(fragment):
             if name in before or (name in fragment.defines and f"var.{name}?>" not in fragment.text):
                 continue
@@ -330,8 +331,44 @@ def check_product_names(kit):
         for element in ElementTree.fromstring(fragment.text).iter():
             texts = [value for key, value in element.attrib.items() if key not in ("Id", "Action")] + [element.text or ""]
             for text in texts:
-                if PRODUCT.search(text) and text not in LIBRARY_TEXTS and element.get("Id") not in LIBRARY_TEXTS:
+                if PRODUCT.search(text) and text not in LIBRARY_TEXTS:
                     yield f"{fragment.name}: a name of the product is not a variable: {text.strip()}"
+    for name, text in kit.texts.items():
+        if PRODUCT.search(text) and name not in LIBRARY_TEXTS:
+            yield f"{FOLDER}: a name of the product is not a variable: {text}"
+
+
+# What shows a text to people: the element, and its attribute if the text is not inside of the element.
+SHOWN = (("Error", None), ("ProgressText", None), ("CustomAction", "Error"))
+
+
+def check_shown_texts(kit):
+    """The fragments show only texts of the languages' files, and each of those is shown."""
+    if not kit.texts:
+        return
+    file, read = default_file(kit.root).relative_to(kit.root), set()
+    for fragment in kit.fragments.values():
+        root = ElementTree.fromstring(fragment.text)
+        shown = [element.get(attribute) if attribute else (element.text or "").strip()
+                 for tag, attribute in SHOWN for element in root.iter(tag) if not attribute or attribute in element.attrib]
+        for text in shown:
+            match = VARIABLE.fullmatch(text)
+            if match and match[1] in kit.texts:
+                read.add(match[1])
+            else:
+                yield f"{fragment.name}: shows \"{text}\", which is not a text of {file}: write it there, and $(var.NAME) here"
+    yield from (f"{file}: no fragment shows the text {name}" for name in kit.texts if name not in read)
+
+
+def check_progress(kit):
+    """Each action of a fragment has one text for the progress page, in that fragment."""
+    for fragment in kit.fragments.values():
+        for name in fragment.actions:
+            count = fragment.progress.count(name)
+            if count != 1:
+                yield f"{fragment.name}: {name} has {count or 'no'} text{'s' * (count > 1)} for the progress page"
+        yield from (f"{fragment.name}: a text for the progress page is of {name}, which is not an action of this fragment"
+                    for name in dict.fromkeys(fragment.progress) if name not in fragment.actions)
 
 
 def check_targets(kit):
@@ -572,7 +609,8 @@ def check_sources(kit):
 
 
 CHECKS = [check_names, check_actions, check_data, check_pairs, check_notices, check_secrets, check_models, check_needs,
-          check_variables, check_guards, check_places, check_product_names, check_targets, check_refusals, check_setters,
+          check_variables, check_guards, check_places, check_product_names, check_shown_texts, check_progress,
+          check_targets, check_refusals, check_setters,
           check_secure, check_searches, check_sources, check_findings, check_paths, check_strings, check_update_folder,
           check_administrator]
 

@@ -12,6 +12,7 @@ from collections import namedtuple
 from pathlib import Path
 
 from kit.guide_examples import examples
+from kit.texts import DEFINE, VARIABLE, default_texts, replace_variables
 from lint.entry_points import NAME, page_lines
 
 # The facts about an entry point in docs/actions.md: the names in the rows "Reads" and "Writes" of its section.
@@ -34,9 +35,7 @@ PUBLIC = re.compile(r"[A-Z][A-Z0-9_.]*")
 # The beginning of a sentence of a head that describes entry points.
 NAMED = re.compile(r"(CustomAction\d+(, )?)+: ")
 
-# A variable of the compiler; a definition of one; a guard, which stops the compiler if a variable is or is not defined.
-VARIABLE = re.compile(r"\$\(var\.(\w+)\)")
-DEFINE = re.compile(r'<\?define (\w+) = "([^"]*)"\?>')
+# A guard, which stops the compiler if a variable is or is not defined.
 GUARD = re.compile(r"<\?(ifdef|ifndef) var\.(\w+)\?><\?error ([^?]*)\?><\?endif\?>")
 
 # The one fragment that every package includes.
@@ -60,6 +59,7 @@ class Authoring:
     `searched`    the properties that a search sets
     `found`       those of them that AppSearch sets
     `errors`      the numbers of its error texts
+    `progress`    the actions with a text for the progress page, each as often as it has one
     `folders`     its directories
     `passwords`   the properties with the passwords of its services
     `includes`    the files that it includes
@@ -73,7 +73,7 @@ class Authoring:
         self.defines = dict(DEFINE.findall(self.text))
         self.guards = GUARD.findall(self.text)
         known = {**self.defines, **(variables or {})}
-        self.root = ElementTree.fromstring(VARIABLE.sub(lambda match: known.get(match[1], match[0]), self.text))
+        self.root = ElementTree.fromstring(replace_variables(self.text, known))
         for element in self.root.iter():
             element.tag = element.tag.rpartition("}")[2]
         comment = re.search(r"<!--(.*?)-->", self.text, re.DOTALL)
@@ -84,6 +84,7 @@ class Authoring:
         self.found = set(self.searched)
         self.searched |= {element.get("Property") for element in self.root.iter("UpgradeVersion")}
         self.errors = [element.get("Id") for element in self.root.iter("Error")]
+        self.progress = [element.get("Action") for element in self.root.iter("ProgressText")]
         self.folders = {element.get("Id") for element in self.root.iter("Directory")}
         self.passwords = {name for element in self.root.iter("ServiceInstall")
                           for name in named_in(element.get("Password", ""))}
@@ -145,7 +146,7 @@ class Model:
     def __init__(self, root, path, fragments, name=None):
         self.name = name or path.relative_to(root / "packages").as_posix()
         defaults = {name: value for each in fragments.values() for name, value in each.defines.items()}
-        self.variables = {**defaults, **Authoring(path).defines}
+        self.variables = {**default_texts(root), **defaults, **Authoring(path).defines}
         own = Authoring(path, self.variables)
         self.fragments = [name for name in own.includes if name in fragments]
         self.unknown = [name for name in own.includes
@@ -186,7 +187,7 @@ def guard_variable(name):
 def read_fragments(root):
     """The fragments by their names, each read with the variables that all of them define."""
     paths = sorted((root / "packages").glob("*.wxi"))
-    variables = {name: value for path in paths for name, value in Authoring(path).defines.items()}
+    variables = {**default_texts(root), **{name: value for path in paths for name, value in Authoring(path).defines.items()}}
     return {path.name: Authoring(path, variables) for path in paths}
 
 

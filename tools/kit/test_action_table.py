@@ -57,6 +57,14 @@ def fragment(name, needs, head, content):
     return f"<!--\n  {head}\n-->\n<Include>\n{guards(name, *needs)}{content}</Include>\n"
 
 
+def with_progress(text):
+    """A fragment with a text for the progress page for each of its actions."""
+    text = re.sub(r"<UI id=.progress.>.*?</UI>\n", "", text, flags=re.DOTALL)
+    rows = "".join(f'<ProgressText Action="{name}">Text.</ProgressText>\n'
+                   for name in dict.fromkeys(re.findall(r'<CustomAction Id="([^"]*)"', text)))
+    return text.replace("</Include>", f'<UI id="progress">\n{rows}</UI>\n</Include>') if rows else text
+
+
 def model(*names, content=""):
     includes = "".join(f"<?include {name}.wxi?>\n" for name in ("library", *names))
     return (f'<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"><Product>\n{includes}{content}'
@@ -105,6 +113,7 @@ TASK_TEXT = fragment(
 
 class KitTest(TreeTest):
     script = "kit/action-table.py"
+    writes_progress = True
 
     def setUp(self):
         super().setUp()
@@ -124,6 +133,14 @@ class KitTest(TreeTest):
         })
         self.regenerate()
         self.write({GUIDE: re.sub(r"^(\| `\w+` \|.*)\|  \|$", r"\1| meaning |", self.guide(), flags=re.MULTILINE)})
+
+    def write(self, files):
+        """Writes files. Fragments get their texts for the progress page, but not in the tests of these texts."""
+        if not self.writes_progress:
+            super().write(files)
+            return
+        super().write({path: with_progress(text) if re.fullmatch(r"packages/\w+\.wxi", path) else text
+                       for path, text in files.items()})
 
     def guide(self):
         return (self.root / GUIDE).read_text(encoding="utf-8")
@@ -184,6 +201,61 @@ class ChecksTest(KitTest):
                            f"CustomAction28: {LIST} lists it, but no",
                            "packages/task.wxi: CustomAction2 is not exported",
                            "task.wxi: calls CustomAction27, but not CustomAction28")
+
+    def test_text_of_the_progress_page(self):
+        self.writes_progress = False
+        row = '<ProgressText Action="CustomAction28">Text.</ProgressText>\n'
+        self.assert_broken(TASK, row, "", "task.wxi: CustomAction28 has no text for the progress page")
+        self.assert_broken(TASK, "</UI>", f"{row}{row}</UI>", "task.wxi: CustomAction28 has 2 texts for the progress page")
+        self.assert_broken(TASK, f"{row}{row}</UI>", f"{row}{row.replace('28', '1')}</UI>",
+                           "task.wxi: a text for the progress page is of CustomAction1, which is not an action of this fragment")
+
+    TEXTS = {
+        "packages/texts/texts.wxi": '<Include><?ifndef var.TextsFile?><?define TextsFile = "one.wxi"?><?endif?></Include>\n',
+        "packages/texts/one.wxi": "<Include>\n" + "".join(
+            f'<?ifndef var.{name}?><?define {name} = "{text}"?><?endif?>\n' for name, text in (
+                ("RefuseRights", "Refused, \"[ProductName]\" & more."), ("Text", "A text."), ("ProgressText", "Text."))) + "</Include>\n",
+    }
+
+    def write_texts(self):
+        """A project whose fragments show only texts of variables."""
+        self.writes_progress = False
+        self.write(self.TEXTS)
+        for path, old, new in ((LIBRARY, 'Error="Refused."', 'Error="$(var.RefuseRights)"'),
+                               (SERVICE, r">Text \d+\.<", ">$(var.Text)<"),
+                               *((path, r">Text\.<", ">$(var.ProgressText)<") for path in (LIBRARY, SERVICE, TASK))):
+            self.write({path: re.sub(old, new, (self.root / path).read_text(encoding="utf-8"))})
+        self.regenerate()
+        self.assert_clean({})
+
+    def test_texts_in_variables(self):
+        self.write_texts()
+        self.assertIn("| 25000 | [CustomAction5](actions.md#customaction5) | `service.wxi` | A text. |", self.guide())
+        self.assertIn("| `TextsFile` | `one.wxi` | `texts/texts.wxi` |", self.guide())
+
+    def test_text_that_is_not_in_a_variable(self):
+        wrong = "which is not a text of packages/texts/one.wxi: write it there, and $(var.NAME) here"
+        for path, old, new, shown in (
+                (LIBRARY, "$(var.RefuseRights)", "Refused.", "Refused."),
+                (TASK, '"CustomAction28">$(var.ProgressText)', '"CustomAction28">No.', "No."),
+                (SERVICE, '"25000">$(var.Text)', '"25000">No: $(var.Text)', "No: $(var.Text)"),
+                (SERVICE, '"25000">$(var.Text)', '"25000">$(var.Fragment)', "$(var.Fragment)")):
+            self.write_texts()
+            found = f'{path.rpartition("/")[2]}: shows "{shown}", {wrong}'
+            text = (self.root / path).read_text(encoding="utf-8")
+            self.write({path: text.replace(old, new)})
+            self.assertIn(found, self.regenerate())
+            self.write({LIBRARY: with_progress(LIBRARY_TEXT), SERVICE: with_progress(SERVICE_TEXT), TASK: with_progress(TASK_TEXT)})
+
+    def test_text_that_no_fragment_shows(self):
+        self.write_texts()
+        self.assert_broken(LIBRARY, "$(var.RefuseRights)", "$(var.Text)",
+                           "packages/texts/one.wxi: no fragment shows the text RefuseRights")
+
+    def test_name_of_a_product_in_a_text(self):
+        self.write_texts()
+        self.assert_broken("packages/texts/one.wxi", "A text.", "A text of Vantor.",
+                           "packages/texts: a name of the product is not a variable: A text of Vantor.")
 
     def test_not_in_a_sequence(self):
         self.assert_broken(TASK, '<Custom Action="CustomAction28" Sequence="6460">REMOVE</Custom>', "",

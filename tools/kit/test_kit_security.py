@@ -148,12 +148,11 @@ class KitSecurityTest(unittest.TestCase):
         self.assert_found(kit_checks.check_administrator, "server/older.wxs: has no RefuseNoAdministrator: include library.wxi")
 
     def test_refusal_that_is_not_one(self):
-        self.change(LIBRARY, 'Id="RefuseNoAdministrator"\n                Error=', 'Id="RefuseNoAdministrator"\n'
-                    '                Property="REFUSED" Value=')
+        self.change(LIBRARY, 'Id="RefuseNoAdministrator" Error=', 'Id="RefuseNoAdministrator" Property="REFUSED" Value=')
         self.assert_all_found("RefuseNoAdministrator is not an action that only has an error")
 
     def test_refusal_that_an_action_skips(self):
-        self.change(LIBRARY, 'Id="RefuseNoAdministrator"\n', 'Id="RefuseNoAdministrator" Execute="firstSequence"\n')
+        self.change(LIBRARY, 'Id="RefuseNoAdministrator" Error=', 'Id="RefuseNoAdministrator" Execute="firstSequence" Error=')
         self.assert_all_found("RefuseNoAdministrator is not an action that only has an error")
 
     def change_row(self, place, new):

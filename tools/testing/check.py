@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Runs all checks of files: tools/testing/check.py [FOLDER...]
 
-Checks the rules of the source tree, the links of the pages, the texts of the sources against the pages, and the entry
-points, the fragments and the pages against each other. Compares the facts that the pages state with the places where they
+Checks the rules of the source tree, the links of the pages, the texts of the sources against the pages, the languages of the
+fragments' texts, and the entry points, the fragments and the pages against each other. Compares the facts that the pages state with the places where they
 are true. Compiles nothing. Also checks the libraries in each FOLDER; without
 FOLDERs, the libraries in build/ that are not older than their sources. Prints what each check finds and, as the last line,
 "N passed, N failed"; the exit status is 0 if nothing failed.
@@ -65,6 +65,7 @@ def checks(root, folders):
     found += [Check("texts", [tools / "texts/check-texts.py", *folders]),
               Check("action-table", [tools / "kit/action-table.py"]),
               Check("authoring-v4", [tools / "kit/authoring_v4.py"]),
+              Check("languages", [tools / "texts/check-languages.py"]),
               Check("facts", [tools / "texts/check-facts.py"]),
               Check("pages", [tools / "texts/check-pages.py"]),
               Check("mistakes-page", [tools / "packages/mistakes-page.py"])]

@@ -19,7 +19,7 @@ from typing import NamedTuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from images.image_facts import Image
-from kit.package_facts import DEFINE, VARIABLE
+from kit.texts import DEFINE, default_texts, replace_variables
 from texts.page_links import anchors_of, links_of
 from texts.source_texts import Sources, strings_in
 
@@ -202,12 +202,13 @@ def in_words(actions):
 
 
 def authoring(root, pattern):
-    """The text of each file of packages/, with the compiler's variables as the fragments define them."""
-    paths = sorted((root / "packages").rglob(pattern))
-    defines = {name: value for path in paths if path.suffix == ".wxi"
-               for name, value in DEFINE.findall(path.read_text(encoding="utf-8"))}
-    for path in paths:
-        yield VARIABLE.sub(lambda match: defines.get(match[1], match[0]), path.read_text(encoding="utf-8"))
+    """The text of each file of packages/, with the compiler's variables as the fragments and the default language define
+    them."""
+    defines = default_texts(root)
+    for path in sorted((root / "packages").glob("*.wxi")):
+        defines |= DEFINE.findall(path.read_text(encoding="utf-8"))
+    for path in sorted((root / "packages").rglob(pattern)):
+        yield replace_variables(path.read_text(encoding="utf-8"), defines)
 
 
 def error_texts(root):

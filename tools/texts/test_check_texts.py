@@ -300,9 +300,12 @@ class TextsTest(unittest.TestCase):
     def test_text_of_a_refusal_in_a_variable(self):
         self.edit("packages/job.wxi", 'Error="Not &quot;here&quot;:\n            nothing was changed."',
                   'Error="$(var.Text)"')
-        self.sources["packages/texts.wxi"] = '<Include><?define Text = "Not &quot;here&quot;: nothing was changed."?></Include>'
+        self.sources["packages/texts/texts.wxi"] = '<Include><?ifndef var.TextsFile?><?define TextsFile = "one.wxi"?><?endif?></Include>'
+        for file, text in (("one", 'Not "$(var.Where)": nothing was changed.'), ("two", "Nichts wurde geändert.")):
+            self.sources[f"packages/texts/{file}.wxi"] = f'<Include>\n<?define Text = "{text}"?>\n</Include>'
+        self.sources["packages/names.wxi"] = '<Include><?define Where = "here"?></Include>'
         self.assert_found()
-        self.sources["packages/texts.wxi"] = "<Include/>"
+        self.sources["packages/texts/one.wxi"] = "<Include/>"
         self.assert_found("is missing: $(var.Text)", "no package says: Not")
 
     # The names that the library fixes.
