@@ -94,7 +94,8 @@ class Archive(DistTest):
         self.assertEqual(archive.name, f"hxsetup-{VERSION}.zip")
         expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").rglob("*.md"),
                     *(PROJECT / "packages").glob("*.wxi"), *(PROJECT / "packages/client").rglob("*.*"),
-                    *(PROJECT / "packages/server").rglob("*.*"), *(PROJECT / "packages/other").rglob("*.*")]
+                    *(PROJECT / "packages/server").rglob("*.*"), *(PROJECT / "packages/other").rglob("*.*"),
+                    *(PROJECT / "packages/texts").rglob("*.*")]
         expected = {str(path.relative_to(PROJECT)) for path in expected} - {
             "packages/server/witness.wxi", "packages/other/one.wxs"}
         self.assertGreater(len(expected), 30)
