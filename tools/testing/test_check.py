@@ -11,7 +11,8 @@ from pathlib import Path
 from support import TOOLS, load_script
 
 CHECK = load_script("testing/check.py")
-SCRIPTS = ("texts/check-facts.py", "texts/check-texts.py", "kit/action-table.py", "kit/authoring_v4.py", "packages/mistakes-page.py", "texts/check-pages.py", "lint/lint-words.py")
+SCRIPTS = ("texts/check-facts.py", "texts/check-texts.py", "kit/action-table.py", "kit/authoring_v4.py",
+           "packages/mistakes-page.py", "texts/check-languages.py", "texts/check-pages.py", "lint/lint-words.py")
 
 
 class CheckTest(unittest.TestCase):
@@ -48,8 +49,9 @@ class CheckTest(unittest.TestCase):
         return sums, sorted(re.sub(r" \(.*\)$", "", output.getvalue(), flags=re.MULTILINE).splitlines())
 
     def test_each_check_runs(self):
-        self.assertEqual(self.run_checks(), ((7, 0), ["ok action-table", "ok authoring-v4", "ok facts", "ok lint-words",
-                                                      "ok mistakes-page", "ok pages", "ok texts"]))
+        self.assertEqual(self.run_checks(), ((8, 0), [
+            "ok action-table", "ok authoring-v4", "ok facts", "ok languages", "ok lint-words", "ok mistakes-page", "ok pages",
+            "ok texts"]))
 
     def test_libraries_are_checked_too(self):
         self.script("images/check-images.py", "import sys\nprint(f'{len(sys.argv) - 1} passed, 0 failed')")
@@ -61,9 +63,10 @@ class CheckTest(unittest.TestCase):
         self.script("texts/check-texts.py",
                     "print('ok names')\nprint('FAILED codes: gone')\nprint('1 passed, 1 failed')\nraise SystemExit(1)")
         sums, lines = self.run_checks()
-        self.assertEqual(sums, (6, 2))
+        self.assertEqual(sums, (7, 2))
         self.assertEqual(lines, ["    FAILED codes: gone", "    a.h:1: wrong", "FAILED lint-words:", "FAILED texts:",
-                                 "ok action-table", "ok authoring-v4", "ok facts", "ok mistakes-page", "ok pages"])
+                                 "ok action-table", "ok authoring-v4", "ok facts", "ok languages", "ok mistakes-page",
+                                 "ok pages"])
 
     def test_a_check_that_breaks_off_has_failed(self):
         self.script("texts/check-texts.py", "raise ValueError('lost')")
@@ -103,7 +106,7 @@ class ProjectTest(unittest.TestCase):
 
     def test_they_need_no_library(self):
         self.assertEqual([check.name for check in CHECK.checks(TOOLS.parent, [])][:4],
-                         ["texts", "action-table", "authoring-v4", "facts"])
+                         ["texts", "action-table", "authoring-v4", "languages"])
         self.assertEqual(CHECK.checks(TOOLS.parent, [Path("build/x64")])[0].name, "images")
 
 
