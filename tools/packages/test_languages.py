@@ -9,6 +9,8 @@ from pathlib import Path
 from kit.package_facts import read_fragments
 from kit.texts import default_file, language_files, read_texts
 from packages.compiler import CompilerError, compile_source
+from packages.tables import read_package
+from packages.writer import Files, write_package
 from support import TOOLS
 
 ROOT = TOOLS.parent
@@ -104,6 +106,15 @@ class LanguagesTest(unittest.TestCase):
                     if key[1] not in OWN.get(name, []):
                         self.assertEqual(german[key], texts[names[english[key]]], key)
                         self.assertNotEqual(german[key], english[key])
+
+    def test_finished_package_in_german(self):
+        """The code page of the package has the letters."""
+        database = self.compile(TextsFile="german.wxi", files=[("one.txt", "one"), ("hxsetup.dll", "library")])
+        write_package(database, "x64", Files([self.folder]), self.folder / "sample.msi")
+        written = read_package(self.folder / "sample.msi")
+        self.assertEqual(written.codepage, 1252)
+        self.assertEqual(shown(written)["ActionText", "RefuseNoAdministrator"], "Voraussetzungen der Installation werden gepr\u00fcft")
+        self.assertEqual(shown(written), shown(database))
 
     def test_each_file_has_every_text(self):
         files = language_files(ROOT)
