@@ -2,6 +2,7 @@
 fragments, and the compiler names a text that is missing."""
 
 import re
+import shutil
 import tempfile
 import unittest
 from pathlib import Path
@@ -133,6 +134,16 @@ class LanguagesTest(unittest.TestCase):
                     ("ActionText", "CustomAction2"): "Text ProgressDisplay",
                     ("ActionText", "RefuseNoAdministrator"): "Text ProgressChecking",
                     ("CustomAction", "RefuseNoAdministrator"): "Text RefuseNoAdministrator"})
+
+    def test_fragments_by_their_folder(self):
+        """Without a folder for included files: each file finds the others next to itself."""
+        shutil.copytree(FRAGMENTS / "texts", self.folder / "parts/texts")
+        for name in ("library.wxi", "user_interface.wxi"):
+            shutil.copyfile(FRAGMENTS / name, self.folder / "parts" / name)
+        (self.folder / "sample.wxs").write_text(PACKAGE.format(defines="").replace("<?include ", "<?include parts/"))
+        for variables, file in (({}, default_file(ROOT)), ({"TextsFile": "german.wxi"}, GERMAN)):
+            database = compile_source(self.folder / "sample.wxs", [], {"LibraryFile": "hxsetup.dll", **variables})
+            self.assertEqual(shown(database)["ActionText", "CustomAction2"], self.texts_of(file, None)["ProgressDisplay"])
 
     def test_one_text_of_the_package(self):
         database = self.compile('<?define ProgressDisplay = "Wechsel &amp; "mehr" \u00fc"?>', TextsFile="german.wxi")
