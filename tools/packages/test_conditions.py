@@ -79,6 +79,7 @@ class ValueTest(unittest.TestCase):
 
     def test_unknown(self):
         self.assertIsNone(is_met(parse("A"), {}))
+        self.assertIsNone(is_met(parse("NOT A"), {}))
         self.assertTrue(is_met(parse("A OR NOT B"), {"B": ""}))
         self.assertFalse(is_met(parse("A AND B"), {"B": ""}))
         self.assertTrue(is_met(parse("A IMP B"), {"B": "1"}))
