@@ -124,9 +124,10 @@ class GuardTest(unittest.TestCase):
 
     def test_variables_of_the_command_line(self):
         self.assert_stops("library.wxi needs the variable LibraryFile. Give the compiler the path of the hxsetup.dll of the "
-                          "package's processor: -dLibraryFile=PATH", ["library"], variables={"DisplayVersion": "1"})
+                          "package's processor: -dLibraryFile=PATH (hx package: --define LibraryFile=PATH)", ["library"],
+                          variables={"DisplayVersion": "1"})
         self.assert_stops("installed_programs.wxi needs the variable DisplayVersion. Give the compiler the version for the "
-                          "list of installed programs: -dDisplayVersion=TEXT",
+                          "list of installed programs: -dDisplayVersion=TEXT (hx package: --define DisplayVersion=TEXT)",
                           ["library", "installed_programs"], variables={"LibraryFile": "hxsetup.dll"})
 
     def test_client_and_server(self):

@@ -165,7 +165,7 @@ MISTAKES = [
             "Define the variable, or give it on the command line."),
     Mistake("gave the compiler no LibraryFile", CLIENT, [], "compile",
             ["library.wxi needs the variable LibraryFile. Give the compiler the path of the hxsetup.dll of the package's "
-             "processor: -dLibraryFile=PATH"],
+             "processor: -dLibraryFile=PATH (hx package: --define LibraryFile=PATH)"],
             "Give the compiler the path of `hxsetup.dll` in the variable `LibraryFile`.", {"variables": {}}),
     Mistake("misspelt the name of a fragment", CLIENT,
             [(include("client_tasks"), include("client_task"))], "compile",
