@@ -22,6 +22,8 @@ OF_A_FRAGMENT = r".*\.wxi:\d+"
 # What to do after messages that do not say it: the number, a pattern for the text and the place, the hint.
 HINTS = [
     ("CNDL0027", "File/@Source", "Give the File a Name, or write \"/\" instead of \"\\\" in its Source."),
+    ("CNDL0099", "explicit key path", "Write KeyPath=\"yes\" at one File or RegistryValue of the component, or at the Component "
+                                      "itself if it has only folders."),
     ("CNDL0103", "with type 'include'", "The fragments are in packages/ of the project and of the release; look for a misspelt "
                                         "name."),
     ("CNDL0150", r"\$\(var\.", "Give it a value: --define NAME=VALUE, or <?define NAME = \"VALUE\"?> before its use."),
@@ -32,6 +34,9 @@ HINTS = [
     ("LGHT0091", rf"symbol '(?!WixAction:|Property:){OF_A_FRAGMENT}",
      "A fragment has the other one: leave out the element of your package, or give it another name."),
     ("LGHT0094", "'Media:", "Files are on a disk: add <Media Id=\"1\" Cabinet=\"files.cab\" EmbedCab=\"yes\"/> to the Product."),
+    ("LGHT0094", "/RemoveExistingProducts'",
+     "The package looks for older versions, but does not remove them: schedule RemoveExistingProducts in InstallExecuteSequence, "
+     "after InstallFinalize (6600), or use MajorUpgrade."),
     ("LGHT0179", "cannot have a unique sequence number",
      "Write Sequence=\"NUMBER\" instead of After or Before, with a number that no action of the fragments has "
      "(docs/authoring.md, \"The sequences\")."),

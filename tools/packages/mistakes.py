@@ -205,4 +205,24 @@ MISTAKES = [
              "a package that defines ClientKey."],
             "Leave the fragment out: [What is fixed](authoring.md#what-is-fixed) says which fragments are for one product "
             "only."),
+    Mistake("gave a component that has only a folder no key path", SERVER, [(' Permanent="yes" KeyPath="yes">', ' Permanent="yes">')],
+            "compile",
+            ["The component 'DataFolder' does not have an explicit key path specified.  If the ordering of the elements under "
+             "the Component element changes, the key path will also change.  To prevent accidental changes, the key path should "
+             "be set to 'yes' in one of the following locations: Component/@KeyPath, File/@KeyPath, ODBCDataSource/@KeyPath, or "
+             "Registry/@KeyPath. Write KeyPath=\"yes\" at one File or RegistryValue of the component, or at the Component itself "
+             "if it has only folders."],
+            "Write `KeyPath=\"yes\"` at the `Component`."),
+    Mistake("looked for older versions, but did not remove them", SERVER,
+            [without('      <RemoveExistingProducts Sequence="6601">NOT (REMOVE ~= "ALL")</RemoveExistingProducts>\n')], "compile",
+            ["Unresolved reference to symbol 'WixAction:InstallExecuteSequence/RemoveExistingProducts' in section 'Product:*'. "
+             "The package looks for older versions, but does not remove them: schedule RemoveExistingProducts in "
+             "InstallExecuteSequence, after InstallFinalize (6600), or use MajorUpgrade."],
+            "Schedule `RemoveExistingProducts`, as the server's example does."),
+    Mistake("migrated a server whose service nothing stops", SERVER,
+            [('<ServiceControl Id="VantorControl" Name="Vantor" Start="install" Stop="both" Remove="uninstall"\n'
+              '                              Wait="yes"/>\n', '')], "check",
+            ["server_migration.wxi: StopServices must be in InstallExecuteSequence before 2010, and is missing. Schedule it "
+             "there; a ServiceControl in the server's component brings StopServices."],
+            "Add a `ServiceControl` with `Stop=\"both\"` for the service."),
 ]

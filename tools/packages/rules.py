@@ -361,9 +361,12 @@ def rule_services(package):
                             f"into InstallExecuteSequence.")
         for action, number in fragment.before.items():
             there = package.sequences[EXECUTE].get(action)
-            if there is None or there[0] >= number:
-                yield error(f"{fragment.name}: {action} must be in {EXECUTE} before {number}, and is "
-                            f"{'missing' if there is None else f'at {there[0]}'}. Give it a lower number.")
+            if there is None:
+                yield error(f"{fragment.name}: {action} must be in {EXECUTE} before {number}, and is missing. Schedule it there; "
+                            "a ServiceControl in the server's component brings StopServices.")
+            elif there[0] >= number:
+                yield error(f"{fragment.name}: {action} must be in {EXECUTE} before {number}, and is at {there[0]}. Give it a "
+                            "lower number.")
         for first, last in fragment.conversion:
             if not any(first < number < last and package.is_later(action) and action not in fragment.actions
                        for action, (number, _) in package.sequences[EXECUTE].items()):

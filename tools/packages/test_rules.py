@@ -380,7 +380,9 @@ class RulesTest(unittest.TestCase):
     def test_services_are_stopped_in_time(self):
         early = "server_migration.wxi: StopServices must be in InstallExecuteSequence before 2010, and is {}. Give it a lower number."
         self.assert_found(SERVER, lambda tables: tables.change(EXECUTE, "StopServices", Sequence=2015), early.format("at 2015"))
-        self.assert_found(SERVER, lambda tables: tables.drop(EXECUTE, "StopServices"), early.format("missing"))
+        self.assert_found(SERVER, lambda tables: tables.drop(EXECUTE, "StopServices"),
+                          "server_migration.wxi: StopServices must be in InstallExecuteSequence before 2010, and is missing. Schedule "
+                          "it there; a ServiceControl in the server's component brings StopServices.")
 
     def test_conversion(self):
         self.assert_found(SERVER, lambda tables: tables.change(EXECUTE, "ConvertDatabase", Sequence=4195),
