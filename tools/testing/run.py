@@ -145,7 +145,8 @@ class Run:
             return []
         folders = [self.folder / processor for processor in self.request.processors]
         return [("checks", [ROOT / "tools/testing/check.py", *folders]),
-                ("tools", [sys.executable, "-m", "unittest", "discover", ROOT / "tools"])]
+                ("tools", [sys.executable, "-m", "unittest", "discover", ROOT / "tools"]),
+                ("explain", [sys.executable, ROOT / "tools/explain/run-tests.py"])]
 
     def run_script(self, name, command):
         """Runs a script that prints its results; shows them if something failed."""

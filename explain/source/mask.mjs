@@ -1,0 +1,122 @@
+/**
+ * Keeps secrets out of everything that is shown, and replaces names of users, hosts and domains on request.
+ */
+
+/** Accounts and hosts that every Windows has: they say nothing about a machine. */
+const WELL_KNOWN = new Set(["system", "localsystem", "localservice", "networkservice", "administrator", "administrators",
+  "users", "everyone", "guest", "public", "default", "all users", "nt authority", "builtin", "localhost", ".", "nt service"]);
+/** The properties whose values are names, with the kind of name. */
+const NAMED = new Map([["LogonUser", "USER"], ["USERNAME", "USER"], ["PROP_ACCOUNTNAME", "USER"], ["PROP_ACCOUNTID", "USER"],
+  ["PROP_TASKUSER", "USER"], ["ComputerName", "HOST"], ["PROP_HOSTNAME", "HOST"], ["PROP_ACCOUNTDOMAIN", "DOMAIN"],
+  ["USERDOMAIN", "DOMAIN"], ["PROP_ASSETOWNER", "USER"], ["ServiceAccount", "USER"], ["AccountMade", "USER"]]);
+const SHORTEST_SECRET = 4;
+
+/** @param {string} text */
+const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
+
+/**
+ * Makes a function that hides secrets: the values of the hidden properties, wherever they are.
+ * @param {string[]} hidden the names of these properties
+ * @param {string[]} values values of such properties that the log shows
+ * @returns {(text: string) => string}
+ */
+export function secretMask(hidden, values) {
+  const names = hidden.map(escaped).join("|");
+  const set = new RegExp(`\\b((?:${names})\\s*=\\s*)("[^"]*"|\\S+)`, "gi");
+  const change = new RegExp(`\\b((?:${names}) property\\..*?(?:value(?: is)?:? ))'.*'`, "gi");
+  const known = [...new Set(values)].filter((value) => value.length >= SHORTEST_SECRET && !/^\*+$/.test(value))
+    .sort((left, right) => right.length - left.length);
+  const anywhere = known.length ? new RegExp(known.map(escaped).join("|"), "g") : null;
+  return (text) => {
+    let result = text;
+    if (text.includes("=")) result = result.replace(set, "$1**********");
+    if (text.includes(" property.")) result = result.replace(change, "$1'**********'");
+    return anywhere ? result.replace(anywhere, "**********") : result;
+  };
+}
+
+/**
+ * Collects the values of the hidden properties that a run shows.
+ * @param {import("./parse.mjs").Run} run
+ * @param {string[]} hidden
+ * @returns {string[]}
+ */
+export function secretsOf(run, hidden) {
+  const names = new Set([...hidden, ...(run.properties.MsiHiddenProperties || "").split(";").filter(Boolean)]);
+  const values = run.settings.filter((setting) => names.has(setting.name)).map((setting) => setting.value);
+  for (const name of names) {
+    values.push(run.properties[name] || "", run.clientProperties[name] || "");
+    const given = new RegExp(`\\b${escaped(name)}\\s*=\\s*("([^"]*)"|(\\S+))`, "i").exec(run.commandLine);
+    if (given) values.push(given[2] || given[3] || "");
+  }
+  return values.filter(Boolean);
+}
+
+/**
+ * Makes a function that replaces names by USER-1, HOST-1 and so on; the same name always by the same word.
+ * @param {import("./parse.mjs").Run[]} runs
+ * @param {{ kind: string, value: string }[]} named names that lines of the library have
+ * @returns {(text: string) => string}
+ */
+export function nameMask(runs, named) {
+  /** @type {Map<string, string>} */
+  const words = new Map();
+  /** @type {Record<string, number>} */
+  const counts = {};
+  // The names of the product and its maker are no secret, also where an account is named after the product.
+  const product = new Set(runs.flatMap((run) => [run.properties.ProductName, run.properties.Manufacturer])
+    .flatMap((name) => (name || "").toLowerCase().split(/\s+/)));
+  /** @param {string} kind @param {string} name */
+  const add = (kind, name) => {
+    for (const part of name.split(/[\\@]/)) {
+      const key = part.trim().toLowerCase();
+      if (key.length < 2 || words.has(key) || WELL_KNOWN.has(key) || product.has(key) || /^[\d.*]+$/.test(key)) continue;
+      counts[kind] = (counts[kind] || 0) + 1;
+      words.set(key, `${kind}-${counts[kind]}`);
+    }
+  };
+  for (const run of runs) {
+    for (const [name, kind] of NAMED) {
+      add(kind, run.properties[name] || "");
+      add(kind, run.clientProperties[name] || "");
+    }
+    for (const setting of run.settings) if (NAMED.has(setting.name)) add(NAMED.get(setting.name) || "USER", setting.value);
+  }
+  for (const { kind, value } of named) {
+    const slash = value.indexOf("\\");
+    if (slash > 0) add("DOMAIN", value.slice(0, slash));
+    add(kind, value.slice(slash + 1));
+  }
+  const keys = [...words.keys()].sort((left, right) => right.length - left.length);
+  const known = keys.length ? new RegExp(`(?<![\\p{L}\\p{N}_])(?:${keys.map(escaped).join("|")})(?![\\p{L}\\p{N}_])`, "giu") : null;
+  /** @type {Map<string, string>} */
+  const found = new Map();
+  /** @param {string} kind @param {string} name */
+  const word = (kind, name) => {
+    const key = name.toLowerCase();
+    if (WELL_KNOWN.has(key) || /^(?:USER|HOST|DOMAIN|SID)-\d+$/.test(name)) return name;
+    if (!found.has(key)) {
+      counts[kind] = (counts[kind] || 0) + 1;
+      found.set(key, `${kind}-${counts[kind]}`);
+    }
+    return found.get(key) || name;
+  };
+  return (text) => {
+    let result = known ? text.replace(known, (name) => words.get(name.toLowerCase()) || name) : text;
+    result = result.replace(/\bS-1-5-21(?:-\d+)+\b/g, (name) => word("SID", name));
+    result = result.replace(/(\b[A-Za-z]:\\(?:Users|Documents and Settings)\\)([^\\\r\n"'<>|:*?]+)/gi,
+      (_, before, name) => before + word("USER", name));
+    result = result.replace(/(^|[\s"'=(])\\\\([^\\\s"'<>|]+)(?=\\)/g, (_, before, name) => `${before}\\\\${word("HOST", name)}`);
+    return result.replace(/[\p{L}\p{N}._%+-]+@[\p{L}\p{N}-]+(?:\.[\p{L}\p{N}-]+)+/gu, (name) => word("USER", name));
+  };
+}
+
+/**
+ * Makes characters visible that a terminal or a browser would obey instead of showing them.
+ * @param {string} text
+ */
+export function plain(text) {
+  // eslint-disable-next-line no-control-regex
+  return text.replace(/[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u200e\u200f\u202a-\u202e\u2066-\u2069\ufeff]/g, "\ufffd")
+    .replace(/[\ud800-\udbff](?![\udc00-\udfff])|(?<![\ud800-\udbff])[\udc00-\udfff]/g, "\ufffd");
+}

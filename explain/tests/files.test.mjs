@@ -1,0 +1,212 @@
+/** Files of every kind: encodings, hostile content, very large logs; the command. */
+
+import assert from "node:assert/strict";
+import { spawnSync } from "node:child_process";
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { after, before, describe, it } from "node:test";
+import { fileURLToPath } from "node:url";
+import { LONGEST_LINE, encodingOf, otherFile, readLines } from "../source/decode.mjs";
+import { nameMask, plain, secretMask } from "../source/mask.mjs";
+import { Log } from "../source/explain.mjs";
+import { WORDS } from "../source/words.mjs";
+import { explained, knower, microsoft, sample, source, utf16 } from "./support.mjs";
+
+/** @param {Uint8Array} bytes */
+async function linesOf(bytes) {
+  /** @type {string[]} */
+  const lines = [];
+  const result = await readLines(source(bytes), (line) => lines.push(line));
+  return { lines, ...result };
+}
+
+describe("the encoding", () => {
+  const text = "Änderung\r\nzweite\nдва\r\n";
+  for (const [name, bytes, encoding] of /** @type {[string, Uint8Array, string][]} */ ([
+    ["UTF-16 with its mark", utf16(text), "utf-16le"],
+    ["UTF-16 without", utf16("many letters of one byte\r\nand more of them\r\n").subarray(2), "utf-16le"],
+    ["UTF-16 in the other order", new Uint8Array(Buffer.from(utf16(text)).swap16()), "utf-16be"],
+    ["UTF-8", new Uint8Array(Buffer.from(text)), "utf-8"],
+    ["UTF-8 with its mark", new Uint8Array(Buffer.from(`\ufeff${text}`)), "utf-8"]])) {
+    it(name, async () => {
+      const { lines, encoding: found } = await linesOf(bytes);
+      assert.equal(found, encoding);
+      assert.deepEqual(lines, name === "UTF-16 without" ? ["many letters of one byte", "and more of them"] : ["Änderung", "zweite", "два"]);
+    });
+  }
+
+  it("8 bits", async () => {
+    const { lines, encoding } = await linesOf(new Uint8Array(Buffer.from("R\xfcckgabe\r\n\x80 5\n", "latin1")));
+    assert.equal(encoding, "windows-1252");
+    assert.deepEqual(lines, ["Rückgabe", "€ 5"]);
+  });
+
+  it("is not taken from too little", () => {
+    assert.equal(encodingOf(new Uint8Array([0x41, 0])), "utf-8");
+    assert.equal(encodingOf(new Uint8Array([])), "utf-8");
+  });
+});
+
+describe("lines", () => {
+  it("that are too long are cut, and the others stay", async () => {
+    const { lines, cut } = await linesOf(new Uint8Array(Buffer.from(`a\n${"x".repeat(5000000)}\r\nb\r${"y".repeat(LONGEST_LINE)}\nc`)));
+    assert.deepEqual(lines.map((line) => line.length), [1, LONGEST_LINE, 1, LONGEST_LINE, 1]);
+    assert.equal(cut, 1);
+  });
+
+  it("in a file without line ends take no more time than others", async () => {
+    const bytes = new Uint8Array(20 * 1024 * 1024).fill(0x41);
+    const began = process.cpuUsage().user;
+    const { lines, cut } = await linesOf(bytes);
+    assert.deepEqual([lines.length, lines[0].length, cut], [1, LONGEST_LINE, 1]);
+    assert.ok(process.cpuUsage().user - began < 2e6);
+  });
+
+  it("that end in the middle of a character", async () => {
+    assert.deepEqual((await linesOf(utf16("ab\r\ncd").subarray(0, -1))).lines, ["ab", "c\ufffd"]);
+    assert.deepEqual((await linesOf(new Uint8Array(Buffer.from("a\nä").subarray(0, 3)))).lines, ["a", "\ufffd"]);
+  });
+});
+
+describe("a file that is not a log", () => {
+  for (const [what, bytes] of /** @type {[keyof typeof WORDS.problems, number[]][]} */ ([["package", [0xd0, 0xcf, 0x11, 0xe0, 0xa1, 0xb1, 0x1a, 0xe1, 0, 0]], ["archive", [0x50, 0x4b, 3, 4]],
+    ["program", [0x4d, 0x5a, 0x90, 0]], ["document", [0x25, 0x50, 0x44, 0x46]], ["binary", [1, 0, 0, 0, 0, 0, 7, 0, 0, 0]]])) {
+    it(what, async () => {
+      assert.equal(otherFile(new Uint8Array(bytes)), what);
+      const { problems, reports } = await explained(new Uint8Array(bytes));
+      assert.deepEqual(problems, [WORDS.problems[what]]);
+      assert.deepEqual(reports, []);
+    });
+  }
+
+  it("an empty one, and another text", async () => {
+    assert.deepEqual((await explained(new Uint8Array())).problems, [WORDS.problems.empty]);
+    assert.deepEqual((await explained("Dear all,\r\n=== not ===x\r\n10:00:00 hello.\r\n")).problems, [WORDS.problems.other]);
+  });
+});
+
+describe("hostile content", () => {
+  const markup = "<img src=x onerror=alert(1)><script>alert(2)</script>";
+
+  it("stays a text", async () => {
+    const { reports: [report] } = await explained(microsoft("CustomAction23", [`Hx Setup Log: creating local service account ${markup}`], { properties: { ProductName: markup } }));
+    assert.equal(report.said[0].text, `Hx Setup Log: creating local service account ${markup}`);
+    assert.equal(report.facts[0].value, markup);
+  });
+
+  it("that a terminal or a browser would obey is made visible", async () => {
+    const { reports: [report] } = await explained(microsoft("CustomAction23", ["Hx Setup Log: creating local service account \u001b[31ma\u202eb\ud800c"]));
+    assert.equal(report.said[0].text, "Hx Setup Log: creating local service account \ufffd[31ma\ufffdb\ufffdc");
+    assert.equal(plain("a\u0007\ud83d\ude00\udc00\tb"), "a\ufffd\ud83d\ude00\ufffd\tb");
+  });
+
+  it("with names of properties that objects have", async () => {
+    const { reports: [report] } = await explained(microsoft("CustomAction3", [], { properties: { __proto__x: "1", constructor: "2", toString: "3", ProductName: "P" } }));
+    assert.equal(report.facts[0].value, "P");
+  });
+
+  it("of actions that never end, and ends without a beginning", async () => {
+    const lines = [];
+    for (let index = 0; index < 30000; index += 1) lines.push(`Action start 10:00:00: A${index}.`, `Action ended 10:00:00: B${index}. Return value 3.`);
+    const began = process.cpuUsage().user;
+    const { reports } = await explained(lines.join("\r\n"));
+    assert.equal(reports.length, 1);
+    assert.ok(process.cpuUsage().user - began < 10e6, `${process.cpuUsage().user - began}`);
+  });
+
+  it("of one line that begins like many things", async () => {
+    const long = "x".repeat(15000);
+    const began = process.cpuUsage().user;
+    for (const line of [`MSI (s) (00:00) [10:00:00:000]: PROPERTY CHANGE: Adding ${long} property. Its value is '${long}`, `Property(S): ${long}`, `=== ${long}`,
+      `MSI (s) (00:00) [10:00:00:000]: Executing op: CustomActionSchedule(Action=${long}`, `Hx Setup Log: agent restart:  session 1 (${long}`,
+      `MSI (s) (00:00) [10:00:00:000]: ${". a: b".repeat(2000)}`, `1: ${"2: ".repeat(4000)}`, `${"word ".repeat(3000)}1720.`, `${"a".repeat(50)} ${long}`]) {
+      await explained(microsoft("CustomAction3", Array(20).fill(line)));
+    }
+    assert.ok(process.cpuUsage().user - began < 10e6, `${process.cpuUsage().user - began}`);
+  });
+
+  it("of an action that is named like a property of every object", async () => {
+    const { reports: [report] } = await explained(microsoft("constructor", [], { result: 3 }));
+    assert.equal(report.failed, "constructor");
+  });
+});
+
+describe("masks", () => {
+  it("hide the values of hidden properties wherever they are", () => {
+    const hide = secretMask(["SECRET"], ["hunter2", "abc", "****"]);
+    assert.equal(hide("SECRET=abc x SECRET=\"a b\" y"), "SECRET=********** x SECRET=********** y");
+    assert.equal(hide("PROPERTY CHANGE: Modifying SECRET property. Its current value is 'a'. Its new value: 'b'."),
+      "PROPERTY CHANGE: Modifying SECRET property. Its current value is '**********'.");
+    assert.equal(hide("run with hunter2 here"), "run with ********** here");
+    assert.equal(hide("abc"), "abc");
+  });
+
+  it("replace names, the same by the same", () => {
+    const mask = nameMask([], [{ kind: "USER", value: "CORP\\Jane" }, { kind: "USER", value: "NT AUTHORITY\\SYSTEM" }]);
+    assert.equal(mask("Jane of corp, JANE, Janet, SYSTEM"), "USER-1 of DOMAIN-1, USER-1, Janet, SYSTEM");
+    assert.equal(mask("C:\\Users\\bob\\x and \\\\filer\\share and bob@corp.example"), "C:\\Users\\USER-2\\x and \\\\HOST-1\\share and USER-3");
+    assert.equal(mask("C:\\Users\\Public\\x, S-1-5-21-1-2-3-500, S-1-5-18"), "C:\\Users\\Public\\x, SID-1, S-1-5-18");
+  });
+});
+
+describe("a log of 50 MB", () => {
+  it("is explained in less than 5 s", async () => {
+    const body = sample("server-rolled-back");
+    const filler = `${"MSI (s) (50:20) [09:10:01:000]: Executing op: FileCopy(SourceName=vt.exe,SourceCabKey=vt.exe,DestName=vt.exe,Attributes=512)\r\n".repeat(40)}` +
+      `Action start 9:10:01: Filler.\r\n${"File: vt.exe,  Directory: DIR_SERVER,  Size: 14869\r\n".repeat(40)}Action ended 9:10:01: Filler. Return value 1.\r\n` +
+      "MSI (s) (50:20) [09:10:01:000]: PROPERTY CHANGE: Adding Filler property. Its value is 'value'.\r\n";
+    const at = body.indexOf("MSI (s) (50:20) [09:10:00:300]: Doing action: InstallFinalize");
+    const text = body.slice(0, at) + filler.repeat(Math.ceil((25 * 1024 * 1024) / filler.length)) + body.slice(at);
+    const bytes = utf16(text);
+    assert.ok(bytes.length > 50 * 1024 * 1024);
+    const seen = /** @type {number[]} */ ([]);
+    const began = process.cpuUsage().user;
+    const result = await new Log(knower, "large.log").read(source(bytes), (done) => seen.push(done));
+    const took = (process.cpuUsage().user - began) / 1e6;
+    assert.equal(result.reports[0].failed, "CustomAction17.Judge");
+    assert.ok(took < 5, `${took} s`);
+    assert.ok(seen.length >= 12 && seen[seen.length - 1] === 1);
+  });
+});
+
+describe("the command", () => {
+  const command = fileURLToPath(new URL("../explain.mjs", import.meta.url));
+  let folder = "";
+  before(() => {
+    folder = mkdtempSync(join(tmpdir(), "hx-explain-"));
+    for (const name of ["client-stopped", "client-upgraded-german"]) writeFileSync(join(folder, `${name}.log`), utf16(sample(name)));
+    writeFileSync(join(folder, "other.txt"), "hello\n");
+  });
+  after(() => rmSync(folder, { recursive: true }));
+  /** @param {string[]} words */
+  const run = (...words) => spawnSync(process.execPath, [command, ...words.map((word) => word.startsWith("--") ? word : join(folder, word))], { encoding: "utf8" });
+
+  it("prints what happened, and says by its status how it ended", () => {
+    const failed = run("client-stopped.log");
+    assert.equal(failed.status, 1);
+    assert.match(failed.stdout, /^client-stopped\.log\n=+\n\n {2}The upgrade of Ostrel 1\.0\.1 failed\.\n/);
+    assert.equal(run("client-upgraded-german.log").status, 0);
+    const both = run("client-stopped.log", "client-upgraded-german.log");
+    assert.equal(both.status, 1);
+    assert.match(both.stdout, /\nclient-upgraded-german\.log\n/);
+  });
+
+  it("prints a summary, and masks names", () => {
+    const { stdout } = run("--summary", "--mask", "client-upgraded-german.log");
+    assert.match(stdout, /^client-upgraded-german\.log\n/);
+    assert.doesNotMatch(stdout, /Jörg|means:/);
+  });
+
+  it("refuses what it cannot read or does not know", () => {
+    for (const words of [["other.txt"], ["missing.log"], ["--other", "client-stopped.log"], []]) assert.equal(run(...words).status, 2, words.join(" "));
+    assert.match(run("other.txt").stdout, /This is not a log/);
+    assert.match(run("missing.log").stderr, /missing\.log: The file cannot be read/);
+    assert.match(run("--other", "x").stderr, /does not take --other\nusage: /);
+    assert.equal(run("--help").status, 0);
+  });
+
+  it("reads the knowledge beside it", () => {
+    assert.ok(JSON.parse(readFileSync(new URL("../knowledge.json", import.meta.url), "utf8")).lines.length > 60);
+  });
+});

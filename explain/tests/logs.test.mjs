@@ -1,0 +1,252 @@
+/** The logs of this folder, with what a person who reads them finds. */
+
+import assert from "node:assert/strict";
+import { describe, it } from "node:test";
+import { reportText, summaryText, unmarked } from "../source/text.mjs";
+import { explained, knower, sample, utf16 } from "./support.mjs";
+
+/** @param {import("../source/explain.mjs").Report} report @param {string} name */
+const step = (report, name, phase = "immediate") => report.course.find((each) => each.name === name && each.phase === phase);
+
+describe("an upgrade of a client that a tool stops (Windows Installer)", () => {
+  const log = explained(sample("client-stopped"));
+
+  it("has the verdict, the cause and the place", async () => {
+    const { reports, problems } = await log;
+    assert.deepEqual(problems, []);
+    assert.equal(reports.length, 1);
+    const [report] = reports;
+    assert.equal(report.sentence, "The upgrade of Ostrel 1.0.1 failed.");
+    assert.equal(report.failed, "CustomAction1");
+    assert.equal(report.causeLine, 45);
+    assert.deepEqual(report.cause, [
+      "The first action that failed is CustomAction1, which closes the desktop tools and stops the client service; what stays stops the installation.",
+      "It wrote no line.", "It returned 1603.", "This is the action's own result.", "The changes of the installer had not begun."]);
+    assert.equal(report.rolledBack, false);
+  });
+
+  it("has the facts", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(Object.fromEntries(report.facts.map(({ name, value }) => [name, value])), {
+      "Product": "Ostrel", "Version": "1.0.1", "Product code": "{8C633BF5-0785-5027-863E-F3FA0962B449}",
+      "Command line": "PROP_TASKUSER=METER\\auditor PROP_TASKPASS=********** CURRENTDIRECTORY=C:\\Downloads CLIENTUILEVEL=3 CLIENTPROCESSID=4312",
+      "Package": "C:\\Downloads\\client.msi", "Engine": "Windows Installer", "Started": "3/2/2026 7:58:08", "Took": "6 s",
+      "Exit code": "1603", "Lines": "lines 1 to 68"});
+  });
+
+  it("has the course with durations", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.course.map(({ name, first, last, took, result, failed, depth }) => [name, first, last, took, result, failed, depth]), [
+      ["INSTALL", 22, 49, 5975, 3, true, 0],
+      ["FindRelatedProducts", 26, 29, 1, 1, false, 1],
+      ["CustomAction3", 32, 35, 20, 1, false, 1],
+      ["MigrateFeatureStates", 40, 42, 1, 0, false, 1],
+      ["CustomAction1", 45, 48, 5930, 3, true, 1]]);
+  });
+
+  it("has what was not said", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.said, []);
+    assert.deepEqual(report.skipped.map((each) => [each.line, each.name]), [[36, "CustomAction4"]]);
+    assert.equal(report.skippedOthers, 1);
+    assert.deepEqual(report.silent.map((each) => [each.name, each.values]), [["CustomAction3", [{ name: "PROP_HOSTNAME", value: "vantor.meter.example" }]]]);
+    assert.deepEqual(report.errors.map((each) => each.name), ["1603"]);
+    assert.deepEqual(report.notRun.map((each) => [each.name, each.text]), [["CustomAction1", "ended with 1603, which counts. This is the action's own result."]]);
+  });
+
+  it("shows no secret, also not in the lines of the log and in a search", async () => {
+    const { log: read, ...rest } = await log;
+    assert.doesNotMatch(JSON.stringify(rest) + reportText(rest) + summaryText(rest), /Winter-2026/);
+    assert.equal(read.lines.filter((line) => line.includes("Winter-2026")).length, 2);
+    assert.match(read.shownLine(15), /PROP_TASKPASS=\*{10} /);
+    assert.match(read.shownLine(18), /Its value is '\*{10}'\.$/);
+    assert.deepEqual(read.search("Winter"), []);
+    assert.deepEqual(read.search("customaction1 returned"), [47]);
+  });
+
+  it("masks names on request", async () => {
+    const { log: read, ...rest } = await log;
+    const masked = read.shown({ rest, lines: read.lines }, read.names());
+    assert.doesNotMatch(JSON.stringify(masked), /jdoe|PC-0815|auditor|METER|meter\.example|S-1-5-21/);
+    assert.match(JSON.stringify(masked), /Ostrel 1\.0\.1/);
+    assert.match(masked.lines[14], /PROP_TASKUSER=USER-\d\\USER-\d|PROP_TASKUSER=DOMAIN-\d\\USER-\d/);
+  });
+});
+
+describe("an upgrade of a server that fails in the script (Windows Installer)", () => {
+  const log = explained(sample("server-rolled-back"));
+
+  it("has the verdict and the action of the script", async () => {
+    const { reports } = await log;
+    assert.equal(reports.length, 1);
+    assert.equal(reports[0].sentence, "The upgrade of Vantor Server 1.0.0 failed and was rolled back.");
+    assert.equal(reports[0].failed, "CustomAction17.Judge");
+    assert.match(reports[0].todo, /1603: it did not complete/);
+    assert.doesNotMatch(reports[0].cause.join(" "), /had not begun/);
+  });
+
+  it("tells scheduling, script and rollback apart", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.course.filter((each) => each.entry).map(({ name, phase, took }) => [name, phase, took]), [
+      ["CustomAction22", "immediate", 20], ["CustomAction16.Data", "scheduled", 0], ["CustomAction17.Judge", "scheduled", 0],
+      ["CustomAction23.Rollback", "scheduled", 0], ["CustomAction23", "immediate", 20], ["CustomAction23.Rollback", "scheduled", 10],
+      ["CustomAction16.Data", "script", 3500], ["CustomAction17.Judge", "script", 101], ["CustomAction23.Rollback", "rollback", 100]]);
+  });
+
+  it("has the data of a deferred action over two lines", async () => {
+    const [report] = (await log).reports;
+    const data = report.silent.find((each) => each.name === "CustomAction16.Data");
+    assert.deepEqual(data?.values, [{ name: "CustomActionData", value: 'hxsetup -ckrnil "D:\\Store (previous)\\Data\\."\n -el "D:\\Store (previous)\\Data\\." "D:\\Store\\Data\\."' }]);
+  });
+
+  it("gives the lines to their actions", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.said.map(({ name, line, level }) => [name, line, level]), [
+      ["CustomAction23", 31, "good"], ["CustomAction23", 32, "look"], ["CustomAction23.Rollback", 62, "note"]]);
+    assert.match(report.said[2].remarks[0], /rollback: it takes back the account/);
+    assert.equal(step(report, "CustomAction23.Rollback", "rollback")?.said, 1);
+  });
+});
+
+describe("an upgrade in German, with the removal of the older version in the same log", () => {
+  const log = explained(sample("client-upgraded-german"));
+
+  it("has two runs, one in the other", async () => {
+    const { reports } = await log;
+    assert.deepEqual(reports.map(({ sentence, parent, first, last }) => [sentence, parent, first, last]), [
+      ["The upgrade of Ostrel 1.0.1 succeeded.", -1, 1, 81], ["The upgrade's own removal of Ostrel 1.0.0 succeeded.", 0, 42, 57]]);
+    assert.deepEqual(reports[0].cause, ["The machine must be restarted to complete it."]);
+  });
+
+  it("tells client and server apart", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.course.filter((each) => each.depth < 4).map(({ name, side, depth }) => [name, side, depth]), [
+      ["INSTALL", "client", 0], ["CustomAction2", "client", 1], ["ExecuteAction", "client", 1], ["INSTALL", "server", 2],
+      ["FindRelatedProducts", "server", 3], ["InstallFinalize", "server", 3], ["RemoveExistingProducts", "server", 3], ["CustomAction30", "server", 3]]);
+  });
+
+  it("has the errors of the engine once each, with their texts", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.errors.map(({ name, values }) => [name, values.map((each) => each.value.slice(0, 40))]), [
+      ["1920 (StartServices)", ["Product: Ostrel -- Warnung 1920. Der Die"]], ["1723 (CustomAction28)", ["Info 1723. Es liegt ein Problem mit dies"]], ["3010", []]]);
+    assert.match(report.errors[1].todo, /Possible causes: The DLL is for the other processor; Something blocks the DLL/);
+  });
+
+  it("says that an action whose failure is ignored did nothing", async () => {
+    const [report] = (await log).reports;
+    assert.deepEqual(report.notRun.map(({ name, text }) => [name, text]), [["CustomAction28",
+      "ended with 1157, and its failure was ignored. The library returns 0 wherever its result is ignored, so this action did nothing."]]);
+    assert.deepEqual(report.silent.map((each) => each.name), ["CustomAction2"]);
+  });
+
+  it("knows that the removed version has no task", async () => {
+    const said = (await log).reports[1].said;
+    assert.deepEqual(said.map(({ name, level }) => [name, level]), [["CustomAction38", "good"], ["CustomAction38", "good"]]);
+    assert.match(said[1].remarks[0], /the task is gone/);
+  });
+});
+
+describe("short logs", () => {
+  it("of runs that were not started", async () => {
+    const { reports } = await explained(sample("not-started"));
+    assert.deepEqual(reports.map(({ sentence, cause, first, last }) => [sentence, cause[0], first, last]), [
+      ["The run was refused.", "The installer answered 1619 before it ran an action.", 1, 8], ["The run was refused.", "The installer answered 1618 before it ran an action.", 9, 16]]);
+    assert.match(reports[0].cause[1], /cannot be opened/);
+  });
+
+  it("without the engine's own lines, in French, of a run that was cancelled", async () => {
+    const { reports } = await explained(sample("short-french"));
+    assert.deepEqual(reports.map(({ sentence, failed }) => [sentence, failed]), [["The removal of Vantor Server 1.0.0 was cancelled.", "Annuler"]]);
+    assert.deepEqual(reports[0].silent.map((each) => each.name), ["CustomAction19"]);
+  });
+
+  for (const [language, start, end] of [["Chinese", "操作开始 10:00:00: NAME。", "操作结束 10:00:01: NAME。返回值 RESULT。"],
+    ["Japanese", "アクション 開始 10:00:00: NAME。", "アクション 終了 10:00:01: NAME。戻り値 RESULT。"],
+    ["Russian", "Действие начато 10:00:00: NAME.", "Действие завершено 10:00:01: NAME. Возвращаемое значение RESULT."],
+    ["Danish", "Handlingen startede 10.00.00: NAME.", "Handlingen sluttede 10.00.01: NAME. Returværdi RESULT."]]) {
+    it(`in ${language}`, async () => {
+      /** @param {string} text @param {string} name @param {string} [result] */
+      const line = (text, name, result = "") => text.replace("NAME", name).replace("RESULT", result);
+      const { reports: [report] } = await explained([line(start, "INSTALL"), line(start, "CustomAction15.Server"), line(end, "CustomAction15.Server", "3"), line(end, "INSTALL", "3"), ""].join("\r\n"));
+      assert.equal(report.failed, "CustomAction15.Server");
+      assert.deepEqual(report.course.map(({ name, result, took }) => [name, result, took]), [["INSTALL", 3, 1000], ["CustomAction15.Server", 3, 1000]]);
+    });
+  }
+
+  it("of which the end is missing", async () => {
+    const text = sample("server-rolled-back").split("\r\n").slice(0, 35).join("\r\n");
+    const [report] = (await explained(text)).reports;
+    assert.equal(report.outcome, "unfinished");
+    assert.match(report.cause.join(" "), /ends in the middle/);
+    assert.equal(report.said.length, 2);
+  });
+
+  it("of which the beginning is missing", async () => {
+    const text = sample("server-rolled-back").split("\r\n").slice(34).join("\r\n");
+    const [report] = (await explained(text)).reports;
+    assert.equal(report.outcome, "failed");
+    assert.equal(report.failed, "CustomAction17.Judge");
+    assert.equal(report.cause[0], "The beginning of the run is missing in this log.");
+  });
+
+  it("of several runs in one file", async () => {
+    const { reports } = await explained(sample("client-stopped") + sample("server-rolled-back") + sample("client-stopped"));
+    assert.deepEqual(reports.map(({ failed, first, last }) => [failed, first, last]), [["CustomAction1", 1, 68], ["CustomAction17.Judge", 69, 146], ["CustomAction1", 147, 214]]);
+  });
+});
+
+describe("logs of Wine's engine", () => {
+  it("of an upgrade that a tool stops", async () => {
+    const { reports } = await explained(Buffer.from(sample("wine-client-stopped")));
+    assert.deepEqual(reports.map(({ sentence, failed, rolledBack }) => [sentence, failed, rolledBack]), [["The upgrade of Ostrel 1.0.1 failed.", "CustomAction1", false]]);
+    assert.equal(reports[0].facts.find((each) => each.name === "Took")?.value, "6 s");
+    assert.equal(reports[0].atEnd, true);
+  });
+
+  it("of an installation that is rolled back", async () => {
+    const [report] = (await explained(Buffer.from(sample("wine-server-rolled-back")))).reports;
+    assert.equal(report.sentence, "The installation of Vantor Server 1.0.0 failed and was rolled back.");
+    assert.equal(report.failed, "WitnessFailure");
+    assert.ok(report.said.some((line) => line.format.startsWith("deleting local") && line.remarks[0].includes("rollback")));
+    assert.ok(report.course.some((each) => each.phase === "rollback" && each.name === "CustomAction23.Rollback"));
+  });
+
+  it("of a removal", async () => {
+    const [report] = (await explained(Buffer.from(sample("wine-client-removed")))).reports;
+    assert.equal(report.sentence, "The removal of Ostrel 1.0.1 succeeded.");
+    assert.ok(report.said.length > 0);
+    assert.ok(report.said.every((line) => line.level !== "look"), JSON.stringify(report.said.filter((line) => line.level === "look")));
+  });
+});
+
+describe("the refusals of the packages", () => {
+  for (const { text, actions, todo } of knower.knowledge.refusals) {
+    for (const action of actions) {
+      it(action, async () => {
+        const log = ["Action start 10:00:00: INSTALL.", `Action start 10:00:00: ${action}.`, text.replace(/\[\w+\]/g, "C:\\Somewhere"),
+          `Action ended 10:00:01: ${action}. Return value 3.`, "Action ended 10:00:01: INSTALL. Return value 3.", ""].join("\r\n");
+        const [report] = (await explained(log)).reports;
+        assert.equal(report.failed, action);
+        assert.equal(report.todo, todo);
+        assert.match(report.cause[1], /^The package refuses this run: /);
+      });
+    }
+  }
+});
+
+describe("the texts", () => {
+  it("have no marks of the pages, and wrap", async () => {
+    for (const name of ["client-stopped", "server-rolled-back", "client-upgraded-german", "wine-client-removed"]) {
+      const { log, ...rest } = await explained(utf16(sample(name)));
+      for (const text of [reportText(rest), summaryText(rest)]) {
+        assert.doesNotMatch(text, /\]\(|`|undefined|\[object/);
+        assert.ok(text.includes(rest.reports[0].sentence));
+      }
+      assert.equal(log.lines.length, rest.count);
+    }
+  });
+
+  it("are without links and code marks", () => {
+    assert.equal(unmarked("`a` is in [the page](b.md#c)."), "a is in the page.");
+  });
+});
