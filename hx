@@ -15,11 +15,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
 levels=(images unit actions install)
-otherLevels=(packages)
+otherLevels=(packages page)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
-commands=(setup build package check-package try test check run bench dist lint clean help)
-declare -A optionsOf=([test]=--only [dist]=--verify [clean]=--cache [package]="--processor --define --out")
+commands=(setup build package check-package try test check run explain bench dist lint clean help)
+declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache
+  [package]="--processor --define --out")
 
 help_overview() {
   cat <<HELP
@@ -31,11 +32,13 @@ usage: ./hx COMMAND
   check-package FILE.msi  check a package: the rules of the fragments, of its tables, and of the engine (ICEs)
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
-                          images, unit, actions, install; FILTER is a GoogleTest filter ("Path*");
-                          the level packages is run only by name
+                          images, unit, actions, install; FILTER is a GoogleTest filter ("Path*"); run only by name:
+                          packages (packages of new authors), page (explain.html in a browser)
        --only x64         skip ARM64 (--only arm64 skips x64)
   check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
+  explain LOG...          say what happened in logs of Windows Installer, as docs/explain.html does
+       --summary --mask   only the verdict and what needs attention; without names of users, hosts and domains
   bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
   dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12
                           (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
@@ -85,6 +88,7 @@ What the tests leave is in build/artifacts.
                actions   the exported entry points in a rigged Windows
                install   packages that are installed, upgraded and removed
                packages  packages of new authors, made and tried, and planted mistakes; only if it is named
+               page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
   FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
   --only P   only on the processor P: x64 or arm64
 
@@ -109,7 +113,20 @@ usage: ./hx run
 
 Runs the demonstration: builds the library, makes packages of a client and of a server, runs them on an ARM64 Windows
 (Wine under user-mode emulation), and prints what was there before, what the packages did and what is there afterwards.
-The verbose logs are left in build/artifacts/run. docs/demonstration.md is the output of one run.
+The verbose logs are left in build/artifacts/run, each with what it means as text. docs/demonstration.md is the output of one run.
+HELP
+}
+
+help_explain() {
+  cat <<HELP
+usage: ./hx explain [--summary] [--mask] LOG...
+
+Prints what happened in each log of Windows Installer: whether the run succeeded, which action failed first and why, what each
+line of the library means, and what it did not say. docs/explain.html shows the same in a browser. Needs only Node.js. The exit
+status is 0 if all runs succeeded, 1 if one did not, and 2 if a file is not a log.
+
+  --summary  prints only the verdict and what needs attention
+  --mask     replaces the names of users, hosts and domains
 HELP
 }
 
@@ -139,7 +156,7 @@ help_lint() {
   cat <<HELP
 usage: ./hx lint
 
-Checks the sources: clang-format, shellcheck, clang-tidy, and everything that ./hx check does. Changes nothing.
+Checks the sources: clang-format, shellcheck, clang-tidy, the types and the lint of explain/, and everything that ./hx check does. Changes nothing.
 HELP
 }
 
@@ -225,9 +242,9 @@ help_for() {
 
 # no_option COMMAND OPTION: exits because the command does not take the option.
 no_option() {
-  local hint takes=${optionsOf[$1]-}
-  # shellcheck disable=SC2086  # a list of options
-  nearest "$2" --help $takes
+  local hint takes=()
+  read -ra takes <<<"${optionsOf[$1]-}"
+  nearest "$2" --help "${takes[@]}"
   wrong "$1 does not take the option '$2'.$hint ./hx $1 --help lists what it takes."
 }
 
@@ -299,12 +316,13 @@ check_words() {
   shift
   for word in "$@"; do
     case $word in
-      -*) [[ $word == "${optionsOf[$name]-}" ]] || no_option "$name" "$word" ;;
+      -*) [[ " ${optionsOf[$name]-} " == *" $word "* ]] || no_option "$name" "$word" ;;
       *) words+=("$word") ;;
     esac
   done
   case $name in
     help) [[ ${#words[@]} -le 1 ]] || no_word help "${words[1]}" ;;
+    explain) [[ ${#words[@]} -gt 0 ]] || wrong "explain needs a log. ./hx explain --help lists what it takes." ;;
     bench) [[ ${#words[@]} -eq 0 || ${words[*]} == full ]] || no_word bench "${words[*]}" full ;;
     *) [[ ${#words[@]} -eq 0 ]] || no_word "$name" "${words[0]}" ${optionsOf[$name]+"${optionsOf[$name]}"} ;;
   esac
@@ -397,7 +415,7 @@ take_packages() {
 
 # tools/testing plans what is built and run, runs the tests and adds up the results.
 test_command() {
-  local words=() windows=() builds=() packages=() verb what processor
+  local words=() windows=() builds=() packages=() page='' verb what processor
   read_test_words "$@"
   [[ -z $chosenLevel ]] || words+=(--level "$chosenLevel")
   # One word, because a filter may begin with "-".
@@ -410,9 +428,15 @@ test_command() {
       windows) windows+=("$what") ;;
       build) builds+=("$what") ;;
       packages) packages+=("$what") ;;
+      page) page=yes ;;
     esac
   done < <(python3 tools/testing/planning.py "${words[@]}")
-  [[ ${#builds[@]} -gt 0 ]] || die "the tests could not be planned"
+  [[ ${#builds[@]} -gt 0 || -n $page ]] || die "the tests could not be planned"
+  if [[ -n $page ]]; then
+    need_packages packages-page.txt
+    need_page_tools
+    export HX_PAGE_TOOLS=${pageTools:?}
+  fi
   for processor in "${windows[@]}"; do
     need_rights "$processor"
   done
@@ -431,6 +455,7 @@ setup() {
   local processor
   need_packages
   need_compilers
+  need_page_tools
   for processor in "${processors[@]}"; do
     need_test_tools "$processor"
     need_windows "$processor"
@@ -452,6 +477,13 @@ take_bench() {
   build_preset x64-tests bench
   cp build/x64-tests/bench_*.exe build/x64/*.dll "$runFolder/"
   cp build/arm64/hxsetup.dll "$runFolder/hxsetup-arm64.dll"
+}
+
+# Prints what logs mean. The names of the logs are those of the folder in which hx was called.
+explain() {
+  command -v node >/dev/null || die "explain needs Node.js 18 or newer: apt-get install nodejs"
+  cd "$callerFolder"
+  node "$hxRoot/explain/explain.mjs" "$@"
 }
 
 bench() {
@@ -497,6 +529,7 @@ check() {
 lint() {
   local failed=0 files
   need_packages
+  need_page_tools
   with_build_lock build_presets x64
   say "clang-format"
   mapfile -t files < <(find src tests bench packages tools -name '*.cpp' -o -name '*.h' | sort)
@@ -509,6 +542,9 @@ lint() {
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||
     failed=1
+  say "types and lint of explain/"
+  node "${pageTools:?}/node_modules/typescript/bin/tsc" -p explain --typeRoots "$pageTools/node_modules/@types" || failed=1
+  (cd explain && node "$pageTools/node_modules/eslint/bin/eslint.js" .) || failed=1
   say "check"
   python3 tools/testing/check.py || failed=1
   [[ $failed -eq 0 ]] || die "lint found something"
@@ -552,7 +588,7 @@ dispatch() {
   local name=${1-help}
   shift || true
   case $name in
-    setup | build | check | run | bench | dist | lint | clean | help) "$name" "$@" ;;
+    setup | build | check | run | explain | bench | dist | lint | clean | help) "$name" "$@" ;;
     test | package | try) "${name}_command" "$@" ;;
     check-package) check_package_command "$@" ;;
     -h | --help) help_overview ;;
@@ -571,7 +607,7 @@ main() {
 
   check_command_line "$@"
   case ${1-help} in
-    clean | help | -h | --help)
+    clean | help | explain | -h | --help)
       dispatch "$@"
       exit
       ;;

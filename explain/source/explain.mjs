@@ -4,7 +4,7 @@
  */
 
 import { OUTCOMES, Parser } from "./parse.mjs";
-import { nameMask, plain, secretMask, secretsOf } from "./mask.mjs";
+import { escaped, nameMask, plain, secretMask, secretsOf } from "./mask.mjs";
 import { readLines } from "./decode.mjs";
 import { WORDS } from "./words.mjs";
 
@@ -65,9 +65,6 @@ const QUOTED = 300;
 /** What each conversion of a line's format can become. */
 const CONVERSION = /%[-+ #0-9.]*[a-z]*[A-Za-z](?:\{\w*\})?/g;
 const VALUES = /** @type {Record<string, string>} */ ({ d: "(-?\\d+)", X: "([0-9A-Fa-f]+)", o: "([0-7]+)" });
-
-/** @param {string} text */
-const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
 
 /** @param {string} text */
 const oneLine = (text) => text.replace(/\s+/g, " ").trim();

@@ -11,8 +11,8 @@ const NAMED = new Map([["LogonUser", "USER"], ["USERNAME", "USER"], ["PROP_ACCOU
   ["USERDOMAIN", "DOMAIN"], ["PROP_ASSETOWNER", "USER"], ["ServiceAccount", "USER"], ["AccountMade", "USER"]]);
 const SHORTEST_SECRET = 4;
 
-/** @param {string} text */
-const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
+/** @param {string} text @returns {string} a regular expression for exactly this text */
+export const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
 
 /**
  * Makes a function that hides secrets: the values of the hidden properties, wherever they are.

@@ -293,7 +293,8 @@ export class Parser {
     }
     if (result && rest.length < 60) {
       // The end of an action whose beginning is not in the log.
-      if (this.current < 0 || !this.state(this.runs[this.current]).byName.has(name)) {
+      const current = this.current < 0 ? null : this.runs[this.current];
+      if (!current || (!current.begun && !this.state(current).byName.has(name))) {
         this.known += 1;
         const run = this.#run();
         const action = this.#start(name, time);

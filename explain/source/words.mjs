@@ -91,4 +91,30 @@ export const WORDS = {
   seconds: (/** @type {number} */ milliseconds) => milliseconds === 0 ? "less than 1 s" : milliseconds < 1000 ? `${milliseconds} ms`
     : milliseconds < 60000 ? `${(milliseconds / 1000).toFixed(1).replace(/\.0$/, "")} s`
       : `${Math.floor(milliseconds / 60000)} min ${Math.round((milliseconds % 60000) / 1000)} s`,
+  /** The texts of the page alone. */
+  page: {
+    title: "Explain an installation log",
+    drop: "Drop logs here, or choose them",
+    dropMore: "Drop more logs, or choose them",
+    about: "The logs that msiexec /l*v writes, of packages with hxsetup. Several files at once are fine.",
+    private: "Nothing leaves this machine: the page has no server and may not load or send anything.",
+    helpTitle: "Where a log comes from", helpGet: "From a prompt that was opened as administrator (/x for a removal, /fomus for a repair):",
+    helpSee: "The page then says what was installed, upgraded, repaired or removed, whether it succeeded, which action failed first and why, what each line of the library means, and what it did not say.",
+    logs: "Logs", summary: "Copy a summary", text: "Copy everything", print: "Print", mask: "Mask names of users, hosts and domains",
+    theme: "Colours", automatic: "as the system", light: "light", dark: "dark",
+    copied: "Copied.", notCopied: "The browser does not let this page copy. Select the text below and copy it.",
+    reading: (/** @type {string} */ name, /** @type {number} */ percent) => `${name}: ${percent} %`,
+    read: (/** @type {string} */ name, /** @type {string} */ count) => `${name} is explained: ${count} lines.`,
+    cancel: "Cancel", cancelled: (/** @type {string} */ name) => `${name}: cancelled.`, remove: "Remove",
+    failed: (/** @type {string} */ name) => `${name} cannot be read by this browser: the page's worker did not start.`,
+    all: "Show all actions", few: "Show only actions of the library and failures", folded: (/** @type {number} */ count) => `${count === 1 ? "1 action" : `${count} actions`} of the installer`,
+    lanes: { client: "Client", server: "Server", script: "Script", rollback: "Rollback" },
+    line: (/** @type {number} */ number) => `line ${number}`, toLine: (/** @type {number} */ number) => `show line ${number}`,
+    failure: "failed", success: "succeeded", ignoredFailure: "failure ignored", saidCount: (/** @type {number} */ count) => count === 1 ? "1 line" : `${count} lines`,
+    filter: "Lines", filters: { all: "all", library: "of the library", marked: "of the library, and failures", found: "found" },
+    searchLabel: "Search the log", found: (/** @type {number} */ count, /** @type {boolean} */ more) => count === 0 ? "not found" : `${more ? "more than " : ""}${count} found`,
+    next: "Next", previous: "Previous", logLabel: "Lines of the log", none: "No line of the log is of this kind.",
+    meaning: "Meaning", todo: "What to do", given: "Given to the action", details: "The page on troubles", link: (/** @type {string} */ section) => `Troubleshooting: ${section}`,
+    levels: { good: "No fault", note: "To know", look: "Look at this" }, nothing: "Nothing to report.", skip: "Skip to the explanation",
+  },
 };

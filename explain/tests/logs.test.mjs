@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { describe, it } from "node:test";
 import { reportText, summaryText, unmarked } from "../source/text.mjs";
-import { explained, knower, sample, utf16 } from "./support.mjs";
+import { explained, knower, microsoft, sample, utf16, wine } from "./support.mjs";
 
 /** @param {import("../source/explain.mjs").Report} report @param {string} name */
 const step = (report, name, phase = "immediate") => report.course.find((each) => each.name === name && each.phase === phase);
@@ -216,6 +216,35 @@ describe("logs of Wine's engine", () => {
     assert.equal(report.sentence, "The removal of Ostrel 1.0.1 succeeded.");
     assert.ok(report.said.length > 0);
     assert.ok(report.said.every((line) => line.level !== "look"), JSON.stringify(report.said.filter((line) => line.level === "look")));
+  });
+});
+
+describe("what could be taken for something else", () => {
+  const prefix = "MSI (s) (2C:1C) [10:00:00:500]: ";
+
+  it("a text with a time and a word is not the start of an action", async () => {
+    const [report] = (await explained(microsoft("CustomAction3", ["MyTool 10:00:00: done.", "MyTool 10:00:00: done. Result 3."]))).reports;
+    assert.deepEqual(report.course.map((each) => each.name), ["INSTALL", "CustomAction3"]);
+    assert.equal(report.outcome, "success");
+  });
+
+  it("a run of Wine's engine that fails after its last action did not fail in that action", async () => {
+    const [report] = (await explained(wine("CustomAction3", [], { result: 1, whole: 0 }))).reports;
+    assert.equal(report.outcome, "failed");
+    assert.equal(report.failed, "INSTALL");
+  });
+
+  it("a property that changes later is shown as it was when the action ran", async () => {
+    const later = microsoft("CustomAction23", ["Hx Setup Log: no account to delete"]).replace("Action start 10:00:00: CustomAction23.",
+      `${prefix}PROPERTY CHANGE: Adding PROP_ACCOUNTTYPE property. Its value is '1'.\r\nAction start 10:00:00: CustomAction23.`).replace("Action ended 10:00:02: INSTALL",
+      `${prefix}PROPERTY CHANGE: Modifying PROP_ACCOUNTTYPE property. Its current value is '1'. Its new value: '0'.\r\nAction ended 10:00:02: INSTALL`);
+    const [report] = (await explained(later)).reports;
+    assert.deepEqual(report.given[1], [{ name: "PROP_ACCOUNTTYPE", value: "1" }]);
+  });
+
+  it("the product's name is not masked where an account is named after it", async () => {
+    const { log } = await explained(microsoft("CustomAction23", ["Hx Setup Log: creating local service account vantor"], { properties: { ProductName: "Vantor Server" } }));
+    assert.equal(log.names()("Vantor Server of jane@corp.example"), "Vantor Server of USER-1");
   });
 });
 

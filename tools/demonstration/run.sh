@@ -96,7 +96,8 @@ done
 
 mkdir -p build/artifacts/run
 cp "$story"/*.log build/artifacts/run/
-say "the verbose logs are in build/artifacts/run"
+cp docs/explain.html build/artifacts/run/
+say "the verbose logs are in build/artifacts/run, with explain.html, which explains them"
 
 tools/demonstration/run-client.sh >"$runFolder/client.txt"
 status=0
@@ -141,4 +142,9 @@ done
 echo
 section "And when it is removed"
 printf '  exit code %s, actions run %s, DisplayVersion %s\n' "$(exit_code 5)" "$(actions 5)" "$(shown_version 5)"
+
+# Beside each log what it means. A run that failed, as some do here on purpose, is explained with status 1.
+for log in build/artifacts/run/*.log; do
+  node explain/explain.mjs "$log" >"${log%.log}.txt" || [[ $? -eq 1 ]] || status=1
+done
 exit "$status"

@@ -261,13 +261,16 @@ class Knowledge:
         for line in (self.root / ACTIONS_PAGE).read_text(encoding="utf-8").splitlines():
             if match := re.match(r"\| \[(CustomAction\d+)\]\(([^)]+)\) \| (.*) \| (.*) \|$", line):
                 jobs[match[1]] = (match[2], match[3], match[4])
-        found = {}
+        found, last = {}, ""
         for row in self.rows("Action"):
             name = row.code_text("Action")
             if name not in self.entry_points or name not in jobs:
                 raise Missing(f"{name} is not in {TABLE} and {ACTIONS_PAGE}")
             facts, (link, job, phase) = self.entry_points[name], jobs[name]
             note = [text for column, text in row.cells.items() if column not in ("Action", "Returns")][0]
+            if note.endswith(": as above"):
+                note = note.removesuffix("as above") + last.partition(": ")[2]
+            last = note
             found[name] = {"returns": [int(code) for code in row.cells["Returns"].split(", ")], "note": note, "job": job,
                            "phase": phase, "link": link, "reads": sorted(facts["reads"]), "sets": facts["sets"],
                            "notices": facts["notices"], "logs": bool(facts["log"])}
@@ -277,7 +280,7 @@ class Knowledge:
 
     def engine(self):
         """The errors of the engine and the exit codes of msiexec: {number: what it means, what to do}."""
-        found = {}
+        found, before = {}, {}
         # The list of causes to which the row of the library leads.
         causes = [match[1].replace("**", "") for line in self.sections[UNSTARTED]
                   if (match := re.match(r"\d+\. (\*\*.*?)(?:[:.] |[:.]$|$)", line))]
@@ -285,7 +288,7 @@ class Knowledge:
             raise Missing(f"{PAGE}: below '{UNSTARTED}' is no list of causes")
         for row in self.rows("In the log", UNSTARTED):
             if re.fullmatch(r"`\d+`", row.cells["In the log"]):
-                todo = f"Of the packages here: {row.cells['Of the packages here']}"
+                todo = f"Of the packages here: {self.whole(row, 'Of the packages here', before)}"
                 if todo.endswith(": see below"):
                     todo = f"{todo.removesuffix(': see below')}. Possible causes: {'; '.join(causes)}"
                 found[row.cells["In the log"].strip("`")] = {"means": row.cells["Means"], "todo": todo,

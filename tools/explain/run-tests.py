@@ -14,7 +14,7 @@ TESTS = Path(__file__).resolve().parents[2] / "explain/tests"
 
 def counts(output):
     """(passed, failed) of the runner's summary; None if it broke off before."""
-    found = [re.findall(rf"^\W {word} (\d+)$", output, re.MULTILINE) for word in ("pass", "fail")]
+    found = [re.findall(rf"^\S {word} (\d+)$", output, re.MULTILINE) for word in ("pass", "fail")]
     return tuple(int(each[-1]) for each in found) if all(found) else None
 
 

@@ -42,7 +42,8 @@ STAND_INS = ("agent.exe", "ostrack.dll")
 STAND_IN_FOLDER = "packages/programs"
 
 # The files of the project that are released unchanged, at the same paths, so that the links between them work.
-RELEASED = re.compile(r"CHANGELOG\.md|VERSION|docs/.+\.md|packages/[^/]+\.wxi|packages/(client|server|other|texts)/.+")
+RELEASED = re.compile(r"CHANGELOG\.md|VERSION|docs/.+\.(md|html|png)|explain/(explain\.mjs|knowledge\.json|source/.+)|"
+                      r"packages/[^/]+\.wxi|packages/(client|server|other|texts)/.+")
 # Only for tests and the demonstration, and useless without its library.
 WITHHELD = {"packages/server/witness.wxi", "packages/other/one.wxs"}
 

@@ -50,8 +50,8 @@ def open_shop():
 def copy_project(project, folder):
     """Copies the released files of this project and commits the copy, because the project need not be a checkout."""
     copy = folder / "project"
-    for name in ("docs", "packages"):
-        shutil.copytree(project / name, copy / name)
+    for name in ("docs", "packages", "explain"):
+        shutil.copytree(project / name, copy / name, ignore=shutil.ignore_patterns("node_modules"))
     for name in ("CHANGELOG.md", "VERSION"):
         shutil.copy(project / name, copy)
     for command in (("init", "-q"), ("add", "-A"), ("commit", "-q", "-m", "Everything")):

@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import stat
+import subprocess
 import tempfile
 import unittest
 import zipfile
@@ -28,6 +29,14 @@ TINY = {
     "docs/actions.md": "The actions.\n",
     "docs/authoring.md": "Writing a package.\n",
     "docs/drawing.svg": "not released",
+    "docs/explain.html": "<!DOCTYPE html>\n",
+    "docs/explain.png": "A picture.\n",
+    "explain/explain.mjs": "import './source/one.mjs';\n",
+    "explain/knowledge.json": "{}\n",
+    "explain/package.json": "not released",
+    "explain/page/page.html": "not released",
+    "explain/source/one.mjs": "export const one = 1;\n",
+    "explain/tests/one.test.mjs": "not released",
     "packages/library.wxi": "<Include/>\n",
     "packages/client/client.wxs": '<Wix xmlns="http://schemas.microsoft.com/wix/2006/wi"/>\n',
     "packages/client/files/about.txt": "About.\n",
@@ -58,6 +67,17 @@ class DistTest(unittest.TestCase):
         moment = f"{COMMIT_TIME} +0000"
         run("git", "-c", "user.name=Tester", "-c", "user.email=tester@example.com", *arguments, cwd=project,
             env={"GIT_AUTHOR_DATE": moment, "GIT_COMMITTER_DATE": moment})
+
+    def test_the_released_script_explains_a_log(self):
+        for name in dist.released_files(PROJECT):
+            if name.startswith("explain/"):
+                (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy(PROJECT / name, self.folder / name)
+        log = PROJECT / "explain/tests/logs/wine-client-stopped.log"
+        result = subprocess.run(["node", self.folder / "explain/explain.mjs", "--summary", log], capture_output=True, text=True, check=False)
+        self.assertEqual((result.returncode, result.stderr), (1, ""))
+        self.assertIn("The upgrade of Ostrel 1.0.1 failed.", result.stdout)
+        self.assertIn("docs/explain.html", dist.released_files(PROJECT))
 
     def project(self, name="tiny", files=None):
         """Makes and commits a new project that contains the script."""
@@ -92,7 +112,8 @@ class Archive(DistTest):
     def test_is_complete(self):
         archive = dist.make_release(checkout, libraries, self.folder / "out", {})
         self.assertEqual(archive.name, f"hxsetup-{VERSION}.zip")
-        expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").rglob("*.md"),
+        expected = [PROJECT / "CHANGELOG.md", PROJECT / "VERSION", *(PROJECT / "docs").rglob("*.*"),
+                    PROJECT / "explain/explain.mjs", PROJECT / "explain/knowledge.json", *(PROJECT / "explain/source").glob("*.mjs"),
                     *(PROJECT / "packages").glob("*.wxi"), *(PROJECT / "packages/client").rglob("*.*"),
                     *(PROJECT / "packages/server").rglob("*.*"), *(PROJECT / "packages/other").rglob("*.*"),
                     *(PROJECT / "packages/texts").rglob("*.*")]

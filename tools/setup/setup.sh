@@ -19,12 +19,14 @@ die() {
 
 # ---- Debian packages
 
-# Installs the missing packages of tools/setup/packages.txt. Without the right to do so, lists them and exits.
+# shellcheck disable=SC2120  # the level "page" gives another list
+# need_packages [LIST]: installs the missing packages of the file LIST of tools/setup, by default packages.txt. Without the
+# right to do so, lists them and exits.
 need_packages() {
-  local wanted=() missing=() installed name
+  local list=${1:-packages.txt} wanted=() missing=() installed name
   while read -r name _; do
     [[ -z $name || $name == \#* ]] || wanted+=("$name")
-  done <"$hxRoot/tools/setup/packages.txt"
+  done <"$hxRoot/tools/setup/$list"
   installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${wanted[@]}" 2>/dev/null || true)
   for name in "${wanted[@]}"; do
     grep -qx "installed $name" <<<"$installed" || missing+=("$name")
@@ -156,6 +158,23 @@ need_compilers() {
     "$(<"$hxRoot/tools/setup/compilers/package-lock.json")"
   # shellcheck disable=SC2034  # read by the caller
   compilers=$entry
+}
+
+# ---- the tools of explain.html
+
+make_page_tools() {
+  local folder=$1
+  cp "$hxRoot/explain/package.json" "$hxRoot/explain/package-lock.json" "$folder/"
+  (cd "$folder" && npm ci --ignore-scripts --no-audit --no-fund --loglevel=error)
+  [[ -f $folder/node_modules/typescript/bin/tsc ]]
+}
+
+# Sets pageTools to the folder of the npm packages that check explain.html and drive a browser.
+need_page_tools() {
+  cache_entry page "installing the tools of explain.html (npm, 50 MB)" make_page_tools \
+    "$(<"$hxRoot/explain/package-lock.json")"
+  # shellcheck disable=SC2034  # read by the caller
+  pageTools=$entry
 }
 
 # ---- Windows

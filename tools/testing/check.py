@@ -2,8 +2,9 @@
 """Runs all checks of files: tools/testing/check.py [FOLDER...]
 
 Checks the rules of the source tree, the links of the pages, the texts of the sources against the pages, the languages of the
-fragments' texts, and the entry points, the fragments and the pages against each other. Compares the facts that the pages state with the places where they
-are true. Compiles nothing. Also checks the libraries in each FOLDER; without
+fragments' texts, and the entry points, the fragments and the pages against each other. Compares the facts that the pages
+state with the places where they are true, and explain.html with what it is made of. Compiles nothing. Also checks the
+libraries in each FOLDER; without
 FOLDERs, the libraries in build/ that are not older than their sources. Prints what each check finds and, as the last line,
 "N passed, N failed"; the exit status is 0 if nothing failed.
 """
@@ -67,6 +68,7 @@ def checks(root, folders):
               Check("authoring-v4", [tools / "kit/authoring_v4.py"]),
               Check("languages", [tools / "texts/check-languages.py"]),
               Check("facts", [tools / "texts/check-facts.py"]),
+              Check("explain", [tools / "explain/make-page.py"]),
               Check("pages", [tools / "texts/check-pages.py"]),
               Check("mistakes-page", [tools / "packages/mistakes-page.py"])]
     return found + [Check(script.stem, [script]) for script in sorted((tools / "lint").glob("lint-*.py"))]

@@ -8,6 +8,7 @@ Prints what ./hx must make before the run, one line each:
     windows PROCESSOR             a Windows of this processor
     build PRESET TARGET...        these targets of a preset of CMakePresets.json
     packages PROCESSOR            the installer packages, made from the libraries of this processor
+    page                          the browser and the tools that test explain.html
 """
 
 import argparse
@@ -16,6 +17,8 @@ from typing import NamedTuple, Optional
 
 # The levels of a run without a level. The levels of SUITES are run only by name.
 LEVELS = ("images", "unit", "actions", "install")
+# Runs only by its name, because it needs the logs that the install level has left.
+PAGE = "page"
 PROCESSORS = ("x64", "arm64")
 # The processor whose programs run under emulation.
 EMULATED = "arm64"
@@ -32,6 +35,7 @@ TARGETS = {
     "unit": {LIBRARY: ("hxinternals", "rigsubject"), CHECKED: ("hxinternals", "rigsubject"), TESTS: ("unit_tests",)},
     "actions": {LIBRARY: ("hxsetup",), TESTS: ("action_tests",)},
     "install": {LIBRARY: ("hxsetup", "hxinternals", "agent", "ostrack", "witness"), TESTS: ("install_tests",)},
+    PAGE: {},
 }
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
 
@@ -154,7 +158,7 @@ def lanes(request):
 
 
 def add_arguments(parser):
-    parser.add_argument("--level", choices=(*LEVELS, *SUITES))
+    parser.add_argument("--level", choices=(*LEVELS, *SUITES, PAGE))
     parser.add_argument("--filter")
     parser.add_argument("--only", choices=PROCESSORS)
 
@@ -173,6 +177,8 @@ def main():
         print("build", preset, *targets)
     for processor in request.processors if "install" in request.running else ():
         print("packages", processor)
+    if PAGE in request.levels:
+        print("page")
 
 
 if __name__ == "__main__":

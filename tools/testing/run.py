@@ -141,6 +141,10 @@ class Run:
             options = ["-k", self.request.filter] if self.request.filter else []
             return [(self.request.level, [sys.executable, "-m", "unittest", "discover", *options, "-p", suite.files, "-t",
                                           ROOT / "tools", "-s", ROOT / "tools" / suite.folder])]
+        if planning.PAGE in self.request.levels:
+            words = [f"--only={self.request.processor}"] * bool(self.request.processor) + [self.request.filter] * bool(self.request.filter)
+            return [("page", ["node", ROOT / "explain/tests/page/run.mjs", os.environ["HX_PAGE_TOOLS"], ROOT / "build/artifacts",
+                              self.artifacts / "page", *words])]
         if "images" not in self.request.levels:
             return []
         folders = [self.folder / processor for processor in self.request.processors]

@@ -11,8 +11,9 @@ from pathlib import Path
 from support import TOOLS, load_script
 
 CHECK = load_script("testing/check.py")
-SCRIPTS = ("texts/check-facts.py", "texts/check-texts.py", "kit/action-table.py", "kit/authoring_v4.py",
-           "packages/mistakes-page.py", "texts/check-languages.py", "texts/check-pages.py", "lint/lint-words.py")
+SCRIPTS = ("explain/make-page.py", "texts/check-facts.py", "texts/check-texts.py", "kit/action-table.py",
+           "kit/authoring_v4.py", "packages/mistakes-page.py", "texts/check-languages.py", "texts/check-pages.py",
+           "lint/lint-words.py")
 
 
 class CheckTest(unittest.TestCase):
@@ -49,30 +50,30 @@ class CheckTest(unittest.TestCase):
         return sums, sorted(re.sub(r" \(.*\)$", "", output.getvalue(), flags=re.MULTILINE).splitlines())
 
     def test_each_check_runs(self):
-        self.assertEqual(self.run_checks(), ((8, 0), [
-            "ok action-table", "ok authoring-v4", "ok facts", "ok languages", "ok lint-words", "ok mistakes-page", "ok pages",
-            "ok texts"]))
+        self.assertEqual(self.run_checks(), ((9, 0), [
+            "ok action-table", "ok authoring-v4", "ok explain", "ok facts", "ok languages", "ok lint-words", "ok mistakes-page",
+            "ok pages", "ok texts"]))
 
     def test_libraries_are_checked_too(self):
         self.script("images/check-images.py", "import sys\nprint(f'{len(sys.argv) - 1} passed, 0 failed')")
         sums, lines = self.run_checks([self.library("x64", 0), self.library("arm64", 0)])
-        self.assertEqual((sums, lines[3]), ((10, 0), "ok images"))
+        self.assertEqual((sums, lines[4]), ((11, 0), "ok images"))
 
     def test_findings_are_shown(self):
         self.script("lint/lint-words.py", "print('a.h:1: wrong')\nraise SystemExit(1)")
         self.script("texts/check-texts.py",
                     "print('ok names')\nprint('FAILED codes: gone')\nprint('1 passed, 1 failed')\nraise SystemExit(1)")
         sums, lines = self.run_checks()
-        self.assertEqual(sums, (7, 2))
+        self.assertEqual(sums, (8, 2))
         self.assertEqual(lines, ["    FAILED codes: gone", "    a.h:1: wrong", "FAILED lint-words:", "FAILED texts:",
-                                 "ok action-table", "ok authoring-v4", "ok facts", "ok languages", "ok mistakes-page",
-                                 "ok pages"])
+                                 "ok action-table", "ok authoring-v4", "ok explain", "ok facts", "ok languages",
+                                 "ok mistakes-page", "ok pages"])
 
     def test_a_check_that_breaks_off_has_failed(self):
         self.script("texts/check-texts.py", "raise ValueError('lost')")
         self.script("kit/action-table.py", "print('3 passed, 0 failed')\nraise SystemExit(1)")
         sums, lines = self.run_checks()
-        self.assertEqual(sums, (9, 2))
+        self.assertEqual(sums, (10, 2))
         self.assertIn("    ValueError: lost", lines)
 
     def test_libraries_that_are_newer_than_their_sources(self):
@@ -100,13 +101,14 @@ class ProjectTest(unittest.TestCase):
         scripts = {path.relative_to(TOOLS) for path in [*TOOLS.glob("*/check-*.py"), *TOOLS.glob("*/lint-*.py")]}
         run = {check.command[0].relative_to(TOOLS) for check in CHECK.checks(TOOLS.parent, [Path("build/x64")])}
         self.assertEqual(scripts - run, {Path("kit/check-runs.py")})
-        self.assertEqual(run - scripts, {Path("kit/action-table.py"), Path("kit/authoring_v4.py"), Path("packages/mistakes-page.py")})
+        self.assertEqual(run - scripts, {Path("kit/action-table.py"), Path("kit/authoring_v4.py"),
+                                         Path("packages/mistakes-page.py"), Path("explain/make-page.py")})
         for check in CHECK.checks(TOOLS.parent, []):
             self.assertTrue(os.access(check.command[0], os.X_OK), check.name)
 
     def test_they_need_no_library(self):
-        self.assertEqual([check.name for check in CHECK.checks(TOOLS.parent, [])][:4],
-                         ["texts", "action-table", "authoring-v4", "languages"])
+        self.assertEqual([check.name for check in CHECK.checks(TOOLS.parent, [])][:6],
+                         ["texts", "action-table", "authoring-v4", "languages", "facts", "explain"])
         self.assertEqual(CHECK.checks(TOOLS.parent, [Path("build/x64")])[0].name, "images")
 
 

@@ -11,7 +11,8 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "check", "run", "bench", "dist", "lint", "clean", "help"]
+COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "check", "run", "explain", "bench", "dist", "lint",
+            "clean", "help"]
 
 
 class CommandLineTest(unittest.TestCase):
@@ -79,7 +80,8 @@ class CommandLineTest(unittest.TestCase):
                 self.assertRegex(output, rf"\Ausage: \./hx {arguments[0]}\b")
 
     def test_help_names_each_option(self):
-        for command, option in (("test", "--only"), ("dist", "--verify"), ("clean", "--cache"), ("bench", "full")):
+        for command, option in (("test", "--only"), ("dist", "--verify"), ("clean", "--cache"), ("bench", "full"),
+                                ("explain", "--summary"), ("explain", "--mask")):
             with self.subTest(command):
                 self.assertIn(option, self.hx(command, "--help")[1])
                 self.assertIn(option, self.hx("help")[1])
@@ -97,7 +99,7 @@ class CommandLineTest(unittest.TestCase):
                     [command, "--nothing-like-it"],
                     f"{command} does not take the option '--nothing-like-it'. ./hx {command} --help lists what it takes.")
         for arguments, meant in ((["test", "--onyl", "x64"], "--only"), (["dist", "--verfy"], "--verify"),
-                                 (["clean", "--cahce"], "--cache"), (["run", "--hlep"], "--help")):
+                                 (["clean", "--cahce"], "--cache"), (["run", "--hlep"], "--help"), (["explain", "--summry", "a.log"], "--summary")):
             with self.subTest(arguments):
                 command, option = arguments[:2]
                 self.assert_refused(arguments, f"{command} does not take the option '{option}'. Did you mean {meant}? "
@@ -112,6 +114,7 @@ class CommandLineTest(unittest.TestCase):
                 (["test", "unti"], "test does not take 'unti'. Did you mean unit? ./hx test --help lists what it takes."),
                 (["test", "unit", "Path*", "Tree*"],
                  "test does not take 'Tree*'. ./hx test --help lists what it takes."),
+                (["explain"], "explain needs a log. ./hx explain --help lists what it takes."),
                 (["help", "test", "run"], "help does not take 'run'. ./hx help --help lists what it takes.")):
             with self.subTest(arguments):
                 self.assert_refused(arguments, text)

@@ -17,6 +17,7 @@ BUILDS = {
     "unit": {"": UNIT_BUILD, "-tests": ("unit_tests",), "-checked": UNIT_BUILD},
     "actions": {"": ("hxsetup",), "-tests": ("action_tests",)},
     "install": {"": INSTALL_BUILD, "-tests": ("install_tests",)},
+    "page": {},
     None: {"": ALL_BUILD, "-tests": ("unit_tests", "action_tests", "install_tests"), "-checked": UNIT_BUILD},
 }
 
@@ -122,6 +123,11 @@ class ScriptTest(unittest.TestCase):
         self.assertEqual(self.plan("--level", "install", "--filter=Guide*", "--only", "x64"), [
             "windows x64", "build x64 hxsetup hxinternals agent ostrack witness", "build x64-tests install_tests",
             "packages x64"])
+
+    def test_page(self):
+        """It needs no build and no Windows, and runs only by its name."""
+        self.assertEqual(self.plan("--level", "page"), ["page"])
+        self.assertNotIn("page", Request().levels)
 
     def test_everything(self):
         lines = self.plan()

@@ -42,6 +42,7 @@ class RunTest(unittest.TestCase):
         self.folder = self.root / "build/.runs/1"
         self.folder.mkdir(parents=True)
         for path, text in (("tools/testing/check.py", "print('ok one\\n2 passed, 0 failed')"),
+                           ("tools/explain/run-tests.py", "print('3 passed, 0 failed')"),
                            ("tools/kit/check-runs.py", "import sys\nprint(*sys.argv[1:])\nprint('1 passed, 0 failed')"),
                            ("tools/texts/observed-facts.py", "import sys\nprint(*sys.argv[1:])\nprint('1 passed, 0 failed')")):
             (self.root / path).parent.mkdir(parents=True, exist_ok=True)
@@ -207,18 +208,19 @@ class RunTest(unittest.TestCase):
                  "actions-arm64", "install-arm64-others", "install-arm64-servers"]
         status, output, errors = self.run_tests({name: [program(A=None)] for name in names}, Request())
         self.assertEqual(status, 0)
-        self.assertEqual(sorted(errors), ["hx: checks", "hx: checks: done", "hx: facts-arm64", "hx: facts-arm64: done",
+        self.assertEqual(sorted(errors), ["hx: checks", "hx: checks: done", "hx: explain", "hx: explain: done", "hx: facts-arm64", "hx: facts-arm64: done",
                                           "hx: facts-x64", "hx: facts-x64: done", "hx: runs-arm64", "hx: runs-arm64: done",
                                           "hx: runs-x64", "hx: runs-x64: done", "hx: tools", "hx: tools: done"])
-        self.assertEqual(output[-8:], [
+        self.assertEqual(output[-9:], [
             "unit: 1 test, run 4 times (arm64, arm64-checked, x64, x64-checked)",
             "actions: 1 test, run 2 times (arm64, x64)",
             "install: 1 test, run 3 times (arm64, x64)",
             "checks of files and libraries: 2",
+            "tests of explain.html: 3",
             "checks of what the entry points did: 2",
             "checks of the installer's runs: 2",
             "tests of the tools: 1",
-            "16 passed, 0 failed"])
+            "19 passed, 0 failed"])
         lanes = sorted(call.partition(":")[0] for call in self.calls())
         self.assertEqual(lanes, ["arm64, lane 1, 900 s", *["arm64, lane 2, 900 s"] * 3, "arm64, lane 3, 900 s",
                                  *["x64, lane 0, 900 s"] * 4])
@@ -227,11 +229,22 @@ class RunTest(unittest.TestCase):
                          ["install-arm64-others", "install-arm64-servers", "install-arm64-others-again",
                           "install-arm64-servers-again"])
 
+    def test_the_page_is_tested_alone(self):
+        script = self.root / "explain/tests/page/run.mjs"
+        script.parent.mkdir(parents=True)
+        script.write_text("console.log(process.argv.slice(2).join(' ')); console.log('4 passed, 0 failed');\n")
+        with mock.patch.dict("os.environ", {"HX_PAGE_TOOLS": "/tools"}):
+            status, output, errors = self.run_tests({}, Request("page", "print", "x64"))
+        self.assertEqual((status, output, errors), (0, ["tests of explain.html in a browser: 4", "4 passed, 0 failed"],
+                                                    ["hx: page", "hx: page: done"]))
+        words = (self.root / "build/artifacts/page/output.txt").read_text().split("\n")[0].split()
+        self.assertEqual(words, ["/tools", str(self.root / "build/artifacts"), str(self.folder / "artifacts/page"), "--only=x64", "print"])
+
     def test_checks_that_fail_are_shown(self):
         (self.root / "tools/testing/check.py").write_text(
             "#!/usr/bin/env python3\nprint('FAILED pages:\\n    gone\\n1 passed, 1 failed')\nraise SystemExit(1)\n")
         status, output, errors = self.run_tests({}, Request("images"))
-        self.assertEqual((status, output[-1]), (1, "2 passed, 1 failed"))
+        self.assertEqual((status, output[-1]), (1, "5 passed, 1 failed"))
         self.assertIn("    gone", output)
         self.assertIn("hx: checks: failed", errors)
 

@@ -120,15 +120,15 @@ WORDS = re.compile(r"[A-Za-z]+(?: [A-Za-z()]+)+[^\\.]*")
 def project_text(root):
     """The texts of the project's files except the pages, those without the tests' files, and the names of all files."""
     parts, sources, names = [], [], set()
-    folders = ("src", "packages", "tests", "tools", "cmake", "bench", "docs", ".ci")
+    folders = ("src", "packages", "tests", "tools", "cmake", "bench", "docs", "explain", ".ci")
     files = [file for folder in folders for file in sorted((root / folder).rglob("*"))] + sorted(root.glob("*"))
     for file in files:
         if not file.is_file() or "__pycache__" in file.parts:
             continue
         name = file.relative_to(root).as_posix()
         names.update(name[match.start():] for match in re.finditer(r"(?:^|(?<=/))", name))
-        # What lists or falsifies texts of the pages is no source of them.
-        if file.suffix == ".md" or name in (SPANS, "tools/texts/test_falsified.py", "tools/texts/stated_facts.py"):
+        # What lists or falsifies texts of the pages, or is made of them, is no source of them.
+        if file.suffix in (".md", ".html") or name.startswith("explain/") or name in (SPANS, "tools/texts/test_falsified.py", "tools/texts/stated_facts.py"):
             continue
         try:
             parts.append(file.read_text(encoding="utf-8"))
