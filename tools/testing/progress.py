@@ -114,7 +114,9 @@ class Screen:
         with self.lock:
             self.erase()
             self.output.flush()
-            print(f"hx: {text}", file=sys.stderr, flush=True)
+            # One write, so that a process that ends meanwhile leaves no half line.
+            sys.stderr.write(f"hx: {text}\n")
+            sys.stderr.flush()
 
     def follow(self):
         """Shows the state again and again, until the returned function is called."""
