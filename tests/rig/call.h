@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <array>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -99,6 +100,9 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
   Rig& rig = *Rig::Current();
   const std::array<uint64_t, sizeof...(Arguments) + 1> words = {ToWord(arguments)...};
   constexpr std::array<size_t, sizeof...(Arguments) + 1> sizes = {PointeeSize<Arguments>()...};
+  if (rig.watcher != nullptr) {
+    rig.watcher->Before(declaration, words.data());
+  }
   const bool traces = rig.Traces(declaration);
   const bool counts = rig.IsCounting() && declaration.CanFail();
   std::string text;
@@ -111,11 +115,14 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
   const bool fails = counts && rig.CountCall(declaration, text);
   if constexpr (std::is_void_v<Result>) {
     SetLastError(errorBefore);
-    if (!fails) {
+    if (!fails && !(rig.watcher != nullptr && rig.watcher->Instead(declaration, words.data()))) {
       answer(arguments...);
     }
     const DWORD errorAfter = GetLastError();
     rig.Book(declaration, words.data(), sizes.data(), 0, caller);
+    if (rig.watcher != nullptr) {
+      rig.watcher->After(declaration, words.data(), 0, text);
+    }
     SetLastError(errorAfter);
   } else {
     Result result;
@@ -127,12 +134,22 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
       Rig::Spoil(declaration, words.data(), sizes.data());
     } else {
       SetLastError(errorBefore);
-      result = answer(arguments...);
+      std::optional<uint64_t> instead;
+      if (rig.watcher != nullptr) {
+        instead = rig.watcher->Instead(declaration, words.data());
+      }
+      result = instead ? FromWord<Result>(*instead) : answer(arguments...);
       errorAfter = GetLastError();
       rig.Book(declaration, words.data(), sizes.data(), ToWord(result), caller);
     }
     if (traces) {
-      rig.trace.End(line, " = " + PrintResult(declaration, rig, result) + (fails ? " (made to fail)" : ""));
+      const std::string outcome =
+          " = " + PrintResult(declaration, rig, result) + (fails ? " (made to fail)" : "");
+      rig.trace.End(line, outcome);
+      text += outcome;
+    }
+    if (rig.watcher != nullptr) {
+      rig.watcher->After(declaration, words.data(), ToWord(result), text);
     }
     SetLastError(errorAfter);
     return result;

@@ -40,7 +40,7 @@ class FakeBase {
   /// Makes QueryInterface for `iid` return another fake. Meant for a second interface of the same object.
   void Also(const GUID& iid, FakeBase& other) { answers_.emplace_back(iid, &other); }
   /// Answers QueryInterface.
-  HRESULT Query(const GUID& iid, void** out);
+  virtual HRESULT Query(const GUID& iid, void** out);
   /// Shows each Release in the trace too.
   void ShowReleases();
   /// Returns the name in the trace.
@@ -64,8 +64,12 @@ class FakeBase {
   /// Puts a method into a slot of the table.
   Declaration& Implement(size_t slot, const char* name, const void* thunk, std::shared_ptr<void> answer,
                          const Failing& failing);
-  /// Returns the method in a slot; fails the test if the library holds no reference to the object.
-  Method& Enter(size_t slot);
+  /// Returns the method in a slot, which is called now; fails the test if the library holds no reference to
+  /// the object.
+  virtual Method& Enter(size_t slot);
+
+  /// Answers a call of a method that is not implemented: reports a fault and returns E_NOTIMPL.
+  virtual HRESULT Trapped(size_t slot);
 
   /// The rig of the run.
   Rig& rig_;
@@ -85,8 +89,6 @@ class FakeBase {
   /// Answers a method that the test did not implement.
   template <size_t Slot>
   static HRESULT Trap(void* self);
-  /// Fails the test and returns E_NOTIMPL.
-  HRESULT Trapped(size_t slot);
   /// Implements QueryInterface, AddRef and Release.
   void ImplementUnknown();
 

@@ -184,6 +184,12 @@ bool HasModule(std::string_view module) {
   return FindIf([&](const Declaration& one) { return one.Module() == key; }) != nullptr;
 }
 
+void ForEach(const std::function<void(const Declaration&)>& visit) {
+  for (const auto& declaration : TheTable().all) {
+    visit(*declaration);
+  }
+}
+
 Declaration& Named(std::string_view name) {
   Declaration* found = FindIf([&](const Declaration& one) { return one.Name() == name; });
   if (found == nullptr) {

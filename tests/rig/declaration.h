@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -259,6 +260,8 @@ Declaration* Find(std::string_view module, std::string_view name);
 Declaration* Find(std::string_view module, WORD ordinal);
 /// True if any function of the module is declared.
 bool HasModule(std::string_view module);
+/// Calls `visit` for every declaration.
+void ForEach(const std::function<void(const Declaration&)>& visit);
 /// Returns the first function of this name. Throws std::invalid_argument if there is none.
 Declaration& Named(std::string_view name);
 /// Resets every behaviour to kAsDeclared and every `loud` to false.

@@ -15,7 +15,9 @@
 namespace rig {
 namespace {
 
-// The number of the entry point that is running; 0 for none.
+bool isRecording = false;
+
+// The number of the entry point that is running; 0 for none, and if nothing is recorded.
 int runningEntry = 0;
 
 // The file of facts, opened for the first fact; null without HX_ARTIFACTS.
@@ -83,8 +85,12 @@ void ObserveRead(bool isWide, const uint64_t* words) {
 
 }  // namespace
 
+void RecordFacts() {
+  isRecording = true;
+}
+
 ObservedCall::ObservedCall(const std::string& file, int number) {
-  runningEntry = file == "hxsetup.dll" ? number : 0;
+  runningEntry = isRecording && file == "hxsetup.dll" ? number : 0;
 }
 
 ObservedCall::~ObservedCall() {

@@ -25,6 +25,9 @@ namespace rig {
 
 class Declaration;
 
+/// Starts the recording. The test programs call it first; other programs that use the rig record nothing.
+void RecordFacts();
+
 /// One call of an entry point of the shipped library; while it lives, facts are recorded for that entry
 /// point. One at a time.
 class ObservedCall {

@@ -1,7 +1,5 @@
 #include "rig/failures.h"
 
-#include <gtest/gtest.h>
-
 #include "rig/secrets.h"
 
 namespace rig {
@@ -16,7 +14,7 @@ void Fail(const std::string& complaint) {
   if (innermostCapture != nullptr) {
     innermostCapture->texts_.push_back(text);
   } else {
-    ADD_FAILURE() << text;
+    OnFault(text);
   }
 }
 

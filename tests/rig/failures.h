@@ -7,9 +7,12 @@
 
 namespace rig {
 
-/// Reports a fault: fails the running test without ending it. While a FailureCapture lives, the text is only
-/// recorded there.
+/// Reports a fault. While a FailureCapture lives, the text is only recorded there; otherwise OnFault gets it.
 void Fail(const std::string& text);
+
+/// What a fault does. Each program that uses the rig defines it: in the tests it fails the running test
+/// without ending it (main.cpp). Secrets in the text are masked already.
+void OnFault(const std::string& text);
 
 /// Collects the rig's failures for as long as it lives, instead of failing the test. The sweep uses it to
 /// say which of its runs failed; the rig's own tests use it to check that a fault is found. Captures nest:

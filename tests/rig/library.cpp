@@ -14,13 +14,13 @@ namespace {
 Library* currentLibrary = nullptr;
 unsigned generation = 0;
 
-std::string PathOf(const std::string& file) {
-  char folder[MAX_PATH];
-  DWORD length = GetEnvironmentVariableA("HX_LIBRARY_DIR", folder, sizeof folder);
-  if (length == 0 || length >= sizeof folder) {
+std::wstring FolderUnderTest() {
+  wchar_t folder[MAX_PATH];
+  DWORD length = GetEnvironmentVariableW(L"HX_LIBRARY_DIR", folder, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) {
     throw std::runtime_error("HX_LIBRARY_DIR must name the folder of the library under test");
   }
-  return std::string(folder) + "\\" + file;
+  return folder;
 }
 
 const IMAGE_NT_HEADERS64* HeadersOf(HMODULE module) {
@@ -39,13 +39,17 @@ void Pin(const std::string& module) {
 
 }  // namespace
 
-Library::Library(const std::string& file) : file_(file) {
+Library::Library(const std::string& file) : Library(file, FolderUnderTest()) {
+}
+
+Library::Library(const std::string& file, const std::wstring& folder) : file_(file) {
   if (currentLibrary != nullptr) {
     throw std::runtime_error("a library is loaded already");
   }
-  handle_ = LoadLibraryA(PathOf(file).c_str());
+  const std::wstring path = folder + L"\\" + ToWide(file);
+  handle_ = LoadLibraryW(path.c_str());
   if (handle_ == nullptr) {
-    throw std::runtime_error("cannot load " + PathOf(file) + ", error " + std::to_string(GetLastError()));
+    throw std::runtime_error("cannot load " + ToUtf8(path) + ", error " + std::to_string(GetLastError()));
   }
   currentLibrary = this;
   ++generation;

@@ -22,6 +22,8 @@ class Library {
  public:
   /// Loads `file` ("hxsetup.dll"). Throws std::runtime_error on failure.
   explicit Library(const std::string& file);
+  /// Loads `file` from `folder`, which has no backslash at its end.
+  Library(const std::string& file, const std::wstring& folder);
   ~Library();
   Library(const Library&) = delete;
   Library& operator=(const Library&) = delete;

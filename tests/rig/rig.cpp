@@ -112,7 +112,7 @@ void Rig::CheckUses(const Declaration& declaration, const uint64_t* words) {
 void Rig::Book(const Declaration& declaration, const uint64_t* words, const size_t* sizes, uint64_t result,
                const void* caller) {
   if (!declaration.Succeeded(result)) {
-    Spoil(declaration, words, sizes);
+    if (spoils) Spoil(declaration, words, sizes);
     return;
   }
   for (const Declaration::Resource& released : declaration.Released()) {

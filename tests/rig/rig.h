@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,21 @@ class Library;
 enum class Policy {
   kAnswered,  ///< It fails the test (unless the function is declared real).
   kReal,      ///< It goes to the real function.
+};
+
+/// Sees every call that leaves the library, also those of COM fakes. `words` are the arguments' bits.
+class Watcher {
+ public:
+  virtual ~Watcher() = default;
+  /// Called first, before anything of the call is written.
+  virtual void Before(const Declaration& declaration, const uint64_t* words) = 0;
+  /// Called in place of the answer. Returns the bits of the result, or nothing if the call shall be answered.
+  /// May set the last error.
+  virtual std::optional<uint64_t> Instead(const Declaration& declaration, const uint64_t* words) = 0;
+  /// Called last. `line` is the call with its result as the trace shows it; empty for a call that the trace
+  /// leaves out.
+  virtual void After(const Declaration& declaration, const uint64_t* words, uint64_t result,
+                     const std::string& line) = 0;
 };
 
 /// One call as the sweep counts it.
@@ -66,6 +82,10 @@ class Rig {
   Ledger ledger;
   /// True while calls are written to the trace.
   bool tracing = true;
+  /// Sees every call; null for none.
+  Watcher* watcher = nullptr;
+  /// True if the outputs of a call that failed are filled with rubbish.
+  bool spoils = true;
   /// The session handle that must be passed to the installer's functions.
   unsigned long session = 0;
 
