@@ -186,7 +186,7 @@ bool HasModule(std::string_view module) {
 
 void ForEach(const std::function<void(const Declaration&)>& visit) {
   for (const auto& declaration : TheTable().all) {
-    visit(*declaration);
+    if (declaration.get() != TheTable().hidden) visit(*declaration);
   }
 }
 

@@ -1,0 +1,30 @@
+// The objects of Windows that the library uses, each behind an object of the rig, so that every call of a
+// method is seen. Used by a run.
+#pragma once
+
+#include <string>
+
+#include "hxrun/run.h"
+#include "rig/rig.h"
+
+namespace hxrun {
+
+/// Routes CoCreateInstance and ADsGetObject here. Both must live as long as the library is used.
+void PassObjects(rig::Rig& rig, RunWatcher& watcher);
+
+/// Returns the real object whose method the library calls now, as a pointer to the interface of that method.
+void* CalledObject();
+
+/// Returns the text by which the firewall finds an exception that the library has made: the name of a rule,
+/// the program of an application. Empty if it was given none.
+std::wstring ExceptionKey(void* object);
+
+/// Returns an object in place of the one that the method would have made if its change had been made; a call
+/// of any method ends the run. Null for a method that makes none.
+void* UnmadeObject(const std::string& method);
+
+/// Returns the methods that hxrun passes on and that have no row in the table of effects, one a line. Empty
+/// if there is none. A rig must exist.
+std::string CheckMethods(rig::Rig& rig, RunWatcher& watcher);
+
+}  // namespace hxrun

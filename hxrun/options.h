@@ -1,0 +1,49 @@
+// The command line of hxrun. Used by its main function and by its tests.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace hxrun {
+
+/// A mistake of the user; the text says what to do.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// What the user asks for. All texts are UTF-8.
+struct Options {
+  std::string action;      ///< the action as given: "CustomAction15" or "CustomAction15.Server"
+  std::string entryPoint;  ///< the entry point: "CustomAction15"
+  std::vector<std::pair<std::string, std::string>> properties;  ///< each NAME=VALUE, in order
+  std::string data;                                             ///< the text after --data
+  std::string propertiesFile;  ///< the file after --properties; empty if not given
+  std::string logFile;         ///< the file after --from-log; empty if not given
+  bool hasData = false;        ///< --data was given
+  bool rollback = false;       ///< --rollback was given
+  bool trace = false;          ///< --trace was given
+  bool dryRun = false;         ///< --dry-run was given
+  bool yes = false;            ///< --yes was given
+  bool list = false;           ///< --list was given
+  bool help = false;           ///< --help was given
+};
+
+/// The text that --help prints.
+extern const char kHelp[];
+
+/// Splits a command line into words, without the program's name. A word NAME="VALUE" is read as the installer
+/// reads it: a backslash is a backslash, and two quotation marks are one. All other words are read as Windows
+/// programs read them.
+std::vector<std::wstring> SplitCommandLine(std::wstring_view line);
+
+/// Reads the words. Throws UsageError.
+Options ReadOptions(const std::vector<std::wstring>& words);
+
+/// Returns " Did you mean X?" for the candidate that is most like the word; empty if none is like it.
+std::string NearestHint(const std::string& word, const std::vector<std::string>& candidates);
+
+}  // namespace hxrun

@@ -1,0 +1,204 @@
+#include "hxrun/run.h"
+
+#include <lm.h>
+
+#include <algorithm>
+
+#include "rig/print.h"
+
+namespace hxrun {
+namespace {
+
+template <class T>
+T Pointer(uint64_t word) {
+  return reinterpret_cast<T>(static_cast<uintptr_t>(word));
+}
+
+bool StartsWith(const std::string& text, const std::string& head) {
+  return text.compare(0, head.size(), head) == 0;
+}
+
+// True if `inner` lies inside of `outer`, as a path does in a folder.
+bool IsInside(const std::string& inner, const std::string& outer) {
+  return inner.size() > outer.size() && StartsWith(inner, outer) &&
+         (outer.back() == '\\' || inner[outer.size()] == '\\');
+}
+
+// The methods of every object, which say nothing about the machine.
+bool IsOfEveryObject(const std::string& name) {
+  const size_t dot = name.find('.');
+  if (dot == std::string::npos) return false;
+  const std::string method = name.substr(dot + 1);
+  return method == "QueryInterface" || method == "AddRef" || method == "Release";
+}
+
+// True if the method gives an object in memory a value, which belongs to the change that follows.
+bool GivesValue(const std::string& name) {
+  return name.find(".put_") != std::string::npos || StartsWith(name, "ITask.Set") ||
+         StartsWith(name, "ITaskTrigger.Set");
+}
+
+}  // namespace
+
+RunWatcher::RunWatcher(ChangeRule rule, std::function<void(const std::string&)> print,
+                       std::function<bool(const std::string&)> ask, EndOfRun end)
+    : rule_(rule), print_(std::move(print)), ask_(std::move(ask)), end_(std::move(end)) {
+}
+
+void RunWatcher::KeepSecret(std::wstring_view text) {
+  if (text.empty()) return;
+  const std::string plain = rig::ToUtf8(text);
+  const std::string quoted = rig::Quote(text);
+  const std::string inner = quoted.substr(1, quoted.size() - 2);
+  // The longer form first, so that no part of it is left.
+  if (inner != plain) secrets_.push_back(std::make_unique<rig::Secret>(inner));
+  secrets_.push_back(std::make_unique<rig::Secret>(plain));
+}
+
+void RunWatcher::Before(const rig::Declaration& declaration, const uint64_t* words) {
+  const std::string& name = declaration.Name();
+  if (name == "NetUserAdd") {
+    KeepSecret(Pointer<const USER_INFO_2*>(words[2])->usri2_password);
+  } else if (name == "IADsUser.SetPassword" && words[0] != 0) {
+    KeepSecret(Pointer<const wchar_t*>(words[0]));
+  } else if (name == "ITask.SetAccountInformation" && words[1] != 0) {
+    KeepSecret(Pointer<const wchar_t*>(words[1]));
+  } else if (name == "MsiSetPropertyW" && words[1] != 0 && words[2] != 0 &&
+             std::wstring_view(Pointer<const wchar_t*>(words[1])) == L"PROP_ACCOUNTPASS") {
+    KeepSecret(Pointer<const wchar_t*>(words[2]));
+  }
+}
+
+const RunWatcher::Touched* RunWatcher::DependsOn(const Subjects& subjects) const {
+  for (const std::string& given : subjects) {
+    const bool isList = StartsWith(given, "list:");
+    const std::string subject = isList ? given.substr(5) : given;
+    for (const Touched& touched : touched_) {
+      const bool isSame = subject == touched.subject;
+      const bool isBelow = IsInside(subject, touched.subject) && !touched.isNewFolder;
+      const bool isAbove = isList && IsInside(touched.subject, subject);
+      const bool isOfKind = StartsWith(subject, "any:") && StartsWith(touched.subject, subject.substr(4));
+      const bool isAnyOfKind =
+          StartsWith(touched.subject, "any:") && StartsWith(subject, touched.subject.substr(4));
+      if (isSame || isBelow || isAbove || isOfKind || isAnyOfKind) return &touched;
+    }
+  }
+  return nullptr;
+}
+
+bool RunWatcher::IsInNewFolder(const Subjects& subjects) const {
+  return std::any_of(subjects.begin(), subjects.end(), [&](const std::string& subject) {
+    return std::any_of(touched_.begin(), touched_.end(), [&](const Touched& touched) {
+      return touched.isNewFolder && IsInside(subject, touched.subject);
+    });
+  });
+}
+
+void RunWatcher::EndDependent(const std::string& call, size_t change) {
+  const std::string& text = recorded_[change];
+  end_(kExitDependent, "the rest depends on this change: " + text.substr(0, text.find('\n')) + " (" + call +
+                           " asks for what it would have changed)");
+}
+
+void RunWatcher::EndUnmade(const std::string& object) {
+  EndDependent(object, recorded_.size() - 1);
+}
+
+void RunWatcher::AskFor(const std::string& change) {
+  if (rule_ == ChangeRule::kRefuse) {
+    end_(kExitUsage, "this action would " + change +
+                         ". Nothing was changed. Give --yes to allow it, or --dry-run to see all changes.");
+  }
+  if (!ask_("This action is about to " + change + ". Type yes to allow it and all later changes: ")) {
+    end_(kExitUsage, "not allowed. Nothing was changed.");
+  }
+  rule_ = ChangeRule::kAllow;
+}
+
+uint64_t RunWatcher::Record(const rig::Declaration& declaration, const Row& row, const Call& call) {
+  std::string change = row.describe(call);
+  for (const std::string& detail : details_) change += "\n    " + detail;
+  details_.clear();
+  recorded_.push_back(change);
+  const bool isNewFolder =
+      declaration.Name() == "CreateDirectoryW" || declaration.Name() == "ITaskFolder.CreateFolder";
+  if (row.touches != nullptr) {
+    for (const std::string& subject : row.touches(call)) {
+      touched_.push_back({subject, isNewFolder, recorded_.size() - 1});
+    }
+  }
+  if (StartsWith(declaration.Name(), "CreateFile")) EndUnmade("the open file");
+  if (row.fill != nullptr) row.fill(call);
+  const rig::Failing& failing = declaration.HowItFails();
+  const bool returnsError = failing.success == rig::Failing::Success::kZero ||
+                            failing.success == rig::Failing::Success::kNotNegative;
+  return failing.success == rig::Failing::Success::kOtherThanFailing && !returnsError ? 1 : 0;
+}
+
+std::optional<uint64_t> RunWatcher::InDryRun(const rig::Declaration& declaration, const Row& row,
+                                             const Call& call, bool isChange) {
+  const Subjects needs = row.needs == nullptr ? Subjects() : row.needs(call);
+  if (const Touched* touched = DependsOn(needs)) EndDependent(declaration.Name(), touched->change);
+  if (IsInNewFolder(needs)) {
+    // The new folder would hold only what this run put there, and that was looked at.
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    return declaration.HowItFails().result;
+  }
+  if (!isChange) return std::nullopt;
+  // The machine itself says whether the change would fail, unless a recorded change comes before.
+  const Subjects touches = row.touches == nullptr ? Subjects() : row.touches(call);
+  if (row.refusal != nullptr && DependsOn(touches) == nullptr && !IsInNewFolder(touches)) {
+    if (auto refused = row.refusal(call)) return refused;
+  }
+  return Record(declaration, row, call);
+}
+
+std::optional<uint64_t> RunWatcher::Instead(const rig::Declaration& declaration, const uint64_t* words) {
+  if (IsOfEveryObject(declaration.Name())) return std::nullopt;
+  const Row* row = FindRow(declaration.Name());
+  if (row == nullptr) {
+    end_(kExitFailed, declaration.Name() + ": nothing says whether it changes the machine");
+    return std::nullopt;
+  }
+  const Call call{words, names_};
+  const bool isChange = row->effect == Effect::kChanges && (row->isChange == nullptr || row->isChange(call));
+  if (rule_ == ChangeRule::kRecord) return InDryRun(declaration, *row, call, isChange);
+  if (isChange && rule_ != ChangeRule::kAllow) {
+    if (row->refusal != nullptr && row->refusal(call)) return std::nullopt;
+    AskFor(row->describe(call));
+  }
+  return std::nullopt;
+}
+
+void RunWatcher::NameHandle(const std::string& function, const Call& call, uint64_t result) {
+  const auto opened = [&](int index) {
+    return static_cast<uint64_t>(reinterpret_cast<uintptr_t>(*Pointer<void**>(call.words[index])));
+  };
+  if (function == "RegOpenKeyExA" || function == "RegOpenKeyExW") {
+    const std::string below = function.back() == 'W' ? call.Wide(1) : call.Narrow(1);
+    const auto access = static_cast<REGSAM>(call.words[3]);
+    names_[{kKeyName, opened(4)}] = call.Name(kKeyName, 0) + (below.empty() ? "" : "\\" + below) +
+                                    ((access & KEY_WOW64_32KEY) != 0 ? " (32-bit view)" : "");
+  } else if (function == "CreateFileA" || function == "CreateFileW") {
+    names_[{kFileName, result}] = function.back() == 'W' ? call.Wide(0) : call.Narrow(0);
+  } else if (function == "OpenServiceA" || function == "OpenServiceW") {
+    names_[{kServiceName, result}] = function.back() == 'W' ? call.Wide(1) : call.Narrow(1);
+  } else if (function == "OpenProcess") {
+    wchar_t path[MAX_PATH] = {};
+    DWORD size = MAX_PATH;
+    QueryFullProcessImageNameW(Pointer<HANDLE>(result), 0, path, &size);
+    names_[{kProcessName, result}] =
+        std::to_string(static_cast<DWORD>(call.words[2])) + " (" + rig::ToUtf8(path) + ")";
+  } else if (function == "FindWindowA") {
+    names_[{kWindowName, result}] = call.Narrow(0) + " \"" + call.Narrow(1) + "\"";
+  }
+}
+
+void RunWatcher::After(const rig::Declaration& declaration, const uint64_t* words, uint64_t result,
+                       const std::string& line) {
+  if (declaration.Succeeded(result)) NameHandle(declaration.Name(), Call{words, names_}, result);
+  if (GivesValue(declaration.Name())) details_.push_back(line);
+  if (print_ && !line.empty()) print_(line);
+}
+
+}  // namespace hxrun

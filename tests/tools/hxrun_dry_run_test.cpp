@@ -1,0 +1,286 @@
+// Dry runs: for each entry point the machine is the same afterwards; and what is listed for each kind of
+// change.
+#include <gtest/gtest.h>
+
+#include "hxrun/entry_points.h"
+#include "install/machine_state.h"
+#include "rig/print.h"
+#include "tools/hxrun_rig.h"
+
+namespace hxrun_test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr wchar_t kGiven[] = L"C:\\hxrun-given";
+constexpr char kWindowsKey[] = "Software\\Microsoft\\Windows NT\\CurrentVersion\\Windows";
+
+// The command line of an entry point for which this machine is arranged: where it can, it would change
+// something.
+std::wstring CommandOf(const std::string& name) {
+  static const std::map<std::string, const wchar_t*> given = {
+      {"CustomAction4", L"CustomAction4 PROP_CLEAN=yes"},
+      {"CustomAction5", L"CustomAction5 PROP_FIREWALLDATA=\"Vantor@tcp/C:\\hxrun-given\\vt.exe\""},
+      {"CustomAction6", L"CustomAction6 PROP_TASKUSER=me PROP_TASKPASS=secret DIR_CLIENT=C:\\hxrun-given\\"},
+      {"CustomAction15",
+       L"CustomAction15 --data \"hxsetup -mobl \\\"C:\\hxrun-given\\A\\.\\\" "
+       L"\\\"C:\\hxrun-given\\B\\.\\\"\""},
+      {"CustomAction16",
+       L"CustomAction16 --data \"hxsetup -ckrnil \\\"C:\\hxrun-given\\A\\.\\\" "
+       L"\\\"C:\\hxrun-given\\B\\.\\\"\""},
+      {"CustomAction17", L"CustomAction17 --data -C:\\hxrun-given\\A\\"},
+      {"CustomAction19", L"CustomAction19 PROP_FIREWALLDATA=\"Vantor@tcp/C:\\hxrun-given\\vt.exe\""},
+      {"CustomAction20", L"CustomAction20 DIR_SERVER=C:\\hxrun-given\\A\\ DIR_UPG=Previous"},
+      {"CustomAction22", L"CustomAction22 DIR_DATAFOLDER=C:\\hxrun-given\\A\\ PROP_UPGRADE=1"},
+      {"CustomAction23", L"CustomAction23 PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=hxmeter"},
+      {"CustomAction24", L"CustomAction24 PROP_ACCOUNTID=hxmeter PROP_ACCOUNTNAME=hxmeter"},
+      {"CustomAction25", L"CustomAction25 --data Users*C:\\hxrun-given\\A"},
+      {"CustomAction27", L"CustomAction27 DIR_CLIENT=C:\\hxrun-given\\"},
+      {"CustomAction30",
+       L"CustomAction30 ProductCode={11111111-2222-3333-4444-555555555555} PROP_VERSION=7.1"},
+      {"CustomAction31",
+       L"CustomAction31 DIR_CLIENT=C:\\hxrun-given\\ DIR_APPDATA=C:\\hxrun-given\\ PROP_UPDATEINTERVAL=3"},
+      {"CustomAction33", L"CustomAction33 --data \"rwx*Schedule*C:\\hxrun-given\\A\""},
+      {"CustomAction36", L"CustomAction36 --data \"DefaultInstall 128 C:\\hxrun-given\\x.inf\""},
+      {"CustomAction37", L"CustomAction37 PROP_COMPONENT=Schedule"},
+      {"CustomAction38", L"CustomAction38 DIR_CLIENT=C:\\hxrun-given\\"},
+  };
+  auto found = given.find(name);
+  return found == given.end() ? rig::ToWide(name) : found->second;
+}
+
+void SetValue(HKEY root, const char* path, const char* name, const char* value) {
+  HKEY key;
+  ASSERT_EQ(RegCreateKeyExA(root, path, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr), 0);
+  RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value),
+                 static_cast<DWORD>(strlen(value) + 1));
+  RegCloseKey(key);
+}
+
+// Starts or stops the service of the Task Scheduler.
+void SetSchedulerRuns(bool runs) {
+  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE service = OpenServiceW(manager, L"Schedule", SERVICE_START | SERVICE_STOP | SERVICE_QUERY_STATUS);
+  SERVICE_STATUS status = {};
+  if (runs) {
+    StartServiceW(service, 0, nullptr);
+  } else {
+    ControlService(service, SERVICE_CONTROL_STOP, &status);
+  }
+  const DWORD wanted = runs ? SERVICE_RUNNING : SERVICE_STOPPED;
+  for (int look = 0; look < 300 && status.dwCurrentState != wanted; ++look) {
+    Sleep(100);
+    QueryServiceStatus(service, &status);
+  }
+  EXPECT_EQ(status.dwCurrentState, wanted);
+  CloseServiceHandle(service);
+  CloseServiceHandle(manager);
+}
+
+constexpr char kUninstallKey[] =
+    "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{11111111-2222-3333-4444-555555555555}";
+constexpr char kSettingsKey[] = "Software\\Quillfern\\Ostrel\\logon";
+
+class HxRunDryRunTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    LayDownHxRun();
+    WriteBytes(std::wstring(kGiven) + L"\\A\\f.txt", "one");
+    WriteBytes(std::wstring(kGiven) + L"\\A\\sub\\g.txt", "two");
+    WriteBytes(std::wstring(kGiven) + L"\\A\\sub\\deep\\h.txt", "three");
+    CreateDirectoryW((std::wstring(kGiven) + L"\\B").c_str(), nullptr);
+    WriteBytes(L"C:\\ProgramData\\Ostrel Audit", "an audit of many bytes");
+    SetValue(HKEY_LOCAL_MACHINE, kWindowsKey, "AppInit_DLLs", "OTHER.DLL OSTRACK.DLL");
+    SetValue(HKEY_LOCAL_MACHINE, kUninstallKey, "DisplayName", "Example");
+  }
+  static void TearDownTestSuite() {
+    DeleteFolder(kGiven);
+    DeleteFolder(kRunFolder);
+    DeleteFileW(L"C:\\ProgramData\\Ostrel Audit");
+    RegDeleteKeyA(HKEY_LOCAL_MACHINE, kUninstallKey);
+    RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, kWindowsKey, "AppInit_DLLs");
+  }
+
+  // Runs the entry point without a change and returns what it prints.
+  static HxRun DryRun(const std::string& name) { return RunHxRun(L"--dry-run " + CommandOf(name)); }
+
+  // Returns what it prints after the first lines.
+  static std::string StoryOf(const std::string& name) { return DryRun(name).Story(); }
+};
+
+TEST_F(HxRunDryRunTest, ChangesNothingAndShowsItsCalls) {
+  // Windows itself writes files when a program first uses it.
+  DryRun("CustomAction27");
+  const install::MachineState before = install::MachineState::Now();
+  for (const hxrun::EntryPoint& entry : hxrun::EntryPoints()) {
+    SCOPED_TRACE(entry.name);
+    const HxRun run = RunHxRun(L"--dry-run --trace " + CommandOf(entry.name));
+    EXPECT_TRUE(run.status == 0 || run.status == 3 || run.status == 4)
+        << run.status << run.output << run.errors;
+    EXPECT_EQ(run.errors, "");
+    EXPECT_FALSE(run.Lines("call: ").empty()) << run.output;
+    EXPECT_EQ(install::MachineState::Now().Since(before), "");
+  }
+}
+
+TEST_F(HxRunDryRunTest, TheFirstLinesSayWhoRunsWhat) {
+  const HxRun run = DryRun("CustomAction12");
+  EXPECT_EQ(run.Lines("run as "),
+            Texts{"HXSETUP\\root, not by the installer: rights and registry views may differ"});
+  const Texts second = run.Lines("CustomAction12 of hxsetup.dll ");
+  ASSERT_EQ(second.size(), 1u);
+  EXPECT_EQ(second[0].substr(second[0].find(',')), ", immediate, dry run: nothing is changed");
+}
+
+TEST_F(HxRunDryRunTest, MovesAFolderAside) {
+  const HxRun run = DryRun("CustomAction15");
+  const Texts changes = run.Changes();
+  ASSERT_EQ(changes.size(), 2u) << run.output;
+  const std::string aside = "move C:\\hxrun-given\\B to C:\\hxrun-given\\B ";
+  EXPECT_EQ(changes[0].substr(0, aside.size()), aside);
+  EXPECT_EQ(changes[1], "move C:\\hxrun-given\\A to C:\\hxrun-given\\B");
+  EXPECT_EQ(run.Lines("returned "), Texts{"0: success, if all of this succeeds"});
+}
+
+TEST_F(HxRunDryRunTest, CopiesATree) {
+  EXPECT_EQ(StoryOf("CustomAction16"),
+            "what would be done, in order:\n"
+            "  would copy C:\\hxrun-given\\A\\f.txt to C:\\hxrun-given\\B\\f.txt\n"
+            "  would create the folder C:\\hxrun-given\\B\\sub\n"
+            "  would create the folder C:\\hxrun-given\\B\\sub\\deep\n"
+            "  would copy C:\\hxrun-given\\A\\sub\\deep\\h.txt to C:\\hxrun-given\\B\\sub\\deep\\h.txt\n"
+            "  would copy C:\\hxrun-given\\A\\sub\\g.txt to C:\\hxrun-given\\B\\sub\\g.txt\n"
+            "returned 0: success, if all of this succeeds\n");
+}
+
+TEST_F(HxRunDryRunTest, EndsWhereTheRestDepends) {
+  const HxRun run = RunHxRun(
+      L"--dry-run CustomAction16 --data \"hxsetup -crn \\\"C:\\hxrun-given\\A\\.\\\" "
+      L"\\\"C:\\hxrun-given\\new\\.\\\"\"");
+  EXPECT_EQ(run.status, 4u);
+  EXPECT_EQ(
+      run.Story(),
+      "what would be done, in order:\n"
+      "  would create the folder C:\\hxrun-given\\new\n"
+      "the rest depends on this change: create the folder C:\\hxrun-given\\new (FindFirstFileW asks for what "
+      "it would have changed)\n");
+}
+
+TEST_F(HxRunDryRunTest, AChangeThatWouldFailFails) {
+  const HxRun run = RunHxRun(
+      L"--dry-run CustomAction15 --data \"hxsetup -m \\\"C:\\hxrun-given\\none\\.\\\" "
+      L"\\\"C:\\hxrun-given\\x\\.\\\"\"");
+  EXPECT_EQ(run.status, 3u);
+  EXPECT_EQ(run.Story(), "nothing would be changed\nreturned 1603: ends the installation with an error\n");
+}
+
+TEST_F(HxRunDryRunTest, DeletesATree) {
+  const HxRun run = RunHxRun(
+      L"--dry-run CustomAction15 --data \"hxsetup -mo \\\"C:\\hxrun-given\\B\\.\\\" "
+      L"\\\"C:\\hxrun-given\\A\\.\\\"\"");
+  EXPECT_EQ(run.Changes(),
+            (Texts{"delete C:\\hxrun-given\\A\\f.txt", "delete C:\\hxrun-given\\A\\sub\\deep\\h.txt",
+                   "delete the folder C:\\hxrun-given\\A\\sub\\deep", "delete C:\\hxrun-given\\A\\sub\\g.txt",
+                   "delete the folder C:\\hxrun-given\\A\\sub", "delete the folder C:\\hxrun-given\\A",
+                   "move C:\\hxrun-given\\B to C:\\hxrun-given\\A"}))
+      << run.output;
+}
+
+TEST_F(HxRunDryRunTest, WorksOutFoldersWithoutAChange) {
+  EXPECT_EQ(StoryOf("CustomAction20"),
+            "set: DIR_EXSERVER = \"C:\\hxrun-given\\A\\\" (was not set)\n"
+            "set: DIR_EXDATA = \"\" (was not set)\n"
+            "set: DIR_UPG = \"C:\\hxrun-given\\Previous\\\" (was \"Previous\")\n"
+            "set: DIR_UPG_DATA = \"C:\\hxrun-given\\Previous\\\" (was not set)\n"
+            "set: DIR_UPG_HELPERDATA = \"C:\\hxrun-given\\Previous\\\" (was not set)\n"
+            "set: DIR_UPG_VRDF = \"C:\\hxrun-given\\Previous\\\" (was not set)\n"
+            "set: DIR_UPG_VRDF_PREFS = \"C:\\hxrun-given\\Previous\\\" (was not set)\n"
+            "nothing would be changed\n"
+            "returned 0: success\n");
+}
+
+TEST_F(HxRunDryRunTest, CreatesAnAccount) {
+  EXPECT_EQ(
+      RunHxRun(L"--dry-run CustomAction23 PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=hxmeter PROP_ACCOUNTDESC=\"The "
+               L"meter\"")
+          .Story(),
+      "log: Hx Setup Log: creating local service account hxmeter\n"
+      "set: PROP_ACCOUNTNAME = \"hxmeter\" (was not set)\n"
+      "set: PROP_ACCOUNTPASS = \"<password>\" (was not set)\n"
+      "what would be done, in order:\n"
+      "  would create the account hxmeter (The meter) with a new password\n"
+      "the rest depends on this change: create the account hxmeter (The meter) with a new password "
+      "(LookupAccountNameW asks for what it would have changed)\n");
+}
+
+// The engine of these tests has neither logon triggers nor idle settings.
+TEST_F(HxRunDryRunTest, RegistersTasks) {
+  EXPECT_EQ(StoryOf("CustomAction27"),
+            "log: Hx Setup Log: Task install failed:  -16\n"
+            "what would be done, in order:\n"
+            "  would create the folder of the Task Scheduler Quillfern\n"
+            "returned 0: success, if all of this succeeds\n");
+  EXPECT_EQ(StoryOf("CustomAction31"),
+            "log: Hx Setup Log: Task install failed:  -19\n"
+            "what would be done, in order:\n"
+            "  would create the folder of the Task Scheduler Quillfern\n"
+            "returned 0: success, if all of this succeeds\n");
+}
+
+TEST_F(HxRunDryRunTest, ChangesTheRegistry) {
+  EXPECT_EQ(DryRun("CustomAction10").Changes(),
+            Texts{"set the value AppInit_DLLs of HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows "
+                  "NT\\CurrentVersion\\Windows to \"OTHER.DLL\""});
+  EXPECT_EQ(DryRun("CustomAction9").Changes(),
+            Texts{"set the value LoadAppInit_DLLs of HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows "
+                  "NT\\CurrentVersion\\Windows to 1"});
+}
+
+TEST_F(HxRunDryRunTest, EmptiesAFile) {
+  EXPECT_EQ(DryRun("CustomAction11").Changes(),
+            (Texts{"cut C:\\ProgramData\\Ostrel Audit at its current position",
+                   "write 12 bytes to C:\\ProgramData\\Ostrel Audit: "
+                   "\"\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\""}));
+}
+
+TEST_F(HxRunDryRunTest, AddsFirewallRules) {
+  const HxRun run = DryRun("CustomAction5");
+  EXPECT_EQ(run.Changes(), Texts{"add the rule to the firewall"}) << run.output;
+  EXPECT_EQ(run.Lines("    INetFwRule.put_Name"), Texts{"(\"@C:\\\\hxrun-given\\\\vt.exe,-1000\") = 0"});
+  EXPECT_EQ(DryRun("CustomAction19").Changes(),
+            (Texts{"remove from the firewall the rule @C:\\hxrun-given\\vt.exe,-1000",
+                   "remove from the firewall the rule @C:\\hxrun-given\\vt.exe,-1010"}));
+}
+
+TEST_F(HxRunDryRunTest, ReplacesAnAccessList) {
+  EXPECT_EQ(DryRun("CustomAction25").Changes(),
+            Texts{"replace the access list of C:\\hxrun-given\\A by D:(A;OICI;GA;;;BU)"});
+}
+
+TEST_F(HxRunDryRunTest, RunsASection) {
+  EXPECT_EQ(DryRun("CustomAction36").Changes(),
+            Texts{"run the section of a setup information file: DefaultInstall 128 C:\\hxrun-given\\x.inf"});
+}
+
+TEST_F(HxRunDryRunTest, SavesAWorkItemOrStartsItsServiceFirst) {
+  SetSchedulerRuns(true);
+  EXPECT_EQ(StoryOf("CustomAction6"),
+            "what would be done, in order:\n"
+            "  would save the work item\n"
+            "    ITask.SetApplicationName(\"C:\\\\hxrun-given\\\\ostrel32.exe\") = 0\n"
+            "    ITask.SetParameters(\"-auditmode\") = 0\n"
+            "    ITask.SetAccountInformation(\"me\", \"<password>\") = 0\n"
+            "    ITaskTrigger.SetTrigger(*) = 0\n"
+            "returned 0: success, if all of this succeeds\n");
+  SetSchedulerRuns(false);
+  EXPECT_EQ(
+      StoryOf("CustomAction6"),
+      "what would be done, in order:\n"
+      "  would start the service Schedule\n"
+      "the rest depends on this change: start the service Schedule (CoCreateInstance asks for what it would "
+      "have changed)\n");
+  SetSchedulerRuns(true);
+}
+
+}  // namespace
+}  // namespace hxrun_test

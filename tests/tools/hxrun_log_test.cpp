@@ -1,0 +1,181 @@
+// Properties from files: lists of NAME=VALUE, and verbose logs of Microsoft's engine in both encodings.
+#include <gtest/gtest.h>
+
+#include "hxrun/options.h"
+#include "hxrun/properties.h"
+#include "rig/print.h"
+#include "tools/hxrun_rig.h"
+
+namespace hxrun_test {
+namespace {
+
+using hxrun::LinesOf;
+using hxrun::LoggedAction;
+using hxrun::Properties;
+using hxrun::ReadLog;
+using hxrun::UsageError;
+
+// A log of an installation, as Microsoft's engine writes it. The package calls the entry points by names of
+// its own.
+constexpr char kLog[] =
+    "=== Verbose logging started: 11/22/2026  12:00:00  Build type: SHIP UNICODE 5.00.10011.00 ===\r\n"
+    "MSI (c) (A8:5C) [12:00:00:123]: PROPERTY CHANGE: Adding DIR_SERVER property. Its value is 'C:\\Client "
+    "side\\'.\r\n"
+    "Action start 12:00:00: FindData.\r\n"
+    "MSI (c) (A8:5C) [12:00:00:200]: Invoking remote custom action. DLL: C:\\Temp\\MSI1.tmp, Entrypoint: "
+    "CustomAction34\r\n"
+    "Property(C): DIR_SERVER = C:\\Client side\\\r\n"
+    "MSI (s) (E0:64) [12:00:01:000]: PROPERTY CHANGE: Adding DIR_SERVER property. Its value is "
+    "'C:\\Vantor\\'.\r\n"
+    "MSI (s) (E0:64) [12:00:01:001]: PROPERTY CHANGE: Modifying DIR_UPG property. Its current value is "
+    "'Old'. Its "
+    "new value: 'Prévious'.\r\n"
+    "MSI (s) (E0:64) [12:00:01:002]: Doing action: FindData\r\n"
+    "Action start 12:00:01: FindData.\r\n"
+    "MSI (s) (E0:38) [12:00:01:003]: Invoking remote custom action. DLL: C:\\Windows\\Installer\\MSI2.tmp, "
+    "Entrypoint: CustomAction34\r\n"
+    "MSI (s) (E0!40) [12:00:01:004]: PROPERTY CHANGE: Adding PROP_PREVVTDF property. Its value is "
+    "'C:\\Data\\'.\r\n"
+    "Action ended 12:00:01: FindData. Return value 1.\r\n"
+    "MSI (s) (E0:64) [12:00:01:005]: PROPERTY CHANGE: Modifying DIR_UPG property. Its current value is "
+    "'Prévious'. "
+    "Its new value: 'C:\\Prévious\\'.\r\n"
+    "MSI (s) (E0:64) [12:00:01:006]: PROPERTY CHANGE: Deleting PROP_PRE75SERVER property. Its current value "
+    "is "
+    "'it's 1'.\r\n"
+    "MSI (s) (E0:64) [12:00:01:007]: PROPERTY CHANGE: Adding TwoLines property. Its value is 'one\r\n"
+    "two'.\r\n"
+    "MSI (s) (E0:64) [12:00:02:000]: Executing op: CustomActionSchedule(Action=MoveAside,ActionType=3073,"
+    "Source=BinaryData,Target=CustomAction15,CustomActionData=hxsetup -mobl \"C:\\A (1)\\.\" \"C:\\B, "
+    "C\\.\")\r\n"
+    "Property(S): DIR_SERVER = C:\\Vantor\\\r\n"
+    "Property(S): DIR_UPG = C:\\Prévious\\\r\n"
+    "Property(S): PROP_PREVVTDF = C:\\Data\\\r\n"
+    "Property(S): PROP_TASKPASS = **********\r\n"
+    "Property(S): FromTheTable = as = written\r\n"
+    "Property(S): TwoLines = one\r\n"
+    "two\r\n";
+
+const Properties kAtThePlace = {{"DIR_SERVER", "C:\\Vantor\\"},
+                                {"DIR_UPG", "Prévious"},
+                                {"PROP_PRE75SERVER", "it's 1"},
+                                {"FromTheTable", "as = written"}};
+
+std::string InCodePage(const std::string& text) {
+  const std::wstring wide = rig::ToWide(text);
+  std::string bytes(wide.size(), '\0');
+  WideCharToMultiByte(CP_ACP, 0, wide.data(), static_cast<int>(wide.size()), bytes.data(),
+                      static_cast<int>(bytes.size()), nullptr, nullptr);
+  return bytes;
+}
+
+TEST(HxRunLogTest, TheValuesWhereTheActionRanInEachEncoding) {
+  for (const std::string& bytes :
+       {AsUtf16(kLog), InCodePage(kLog), std::string(kLog), "\xEF\xBB\xBF" + std::string(kLog)}) {
+    const LoggedAction action = ReadLog(LinesOf(bytes), "CustomAction34", false, "a.log");
+    EXPECT_EQ(action.values, kAtThePlace);
+    EXPECT_EQ(action.hidden, std::vector<std::string>{"PROP_TASKPASS"});
+    EXPECT_EQ(action.notes,
+              std::vector<std::string>{"a.log has 2 runs of CustomAction34; this is the last, in line 10"});
+  }
+  // By the package's own name of the action.
+  EXPECT_EQ(ReadLog(LinesOf(kLog), "FindData", false, "a.log").values, kAtThePlace);
+}
+
+TEST(HxRunLogTest, TheDataOfADeferredAction) {
+  const LoggedAction action = ReadLog(LinesOf(kLog), "CustomAction15", true, "a.log");
+  EXPECT_EQ(action.data, "hxsetup -mobl \"C:\\A (1)\\.\" \"C:\\B, C\\.\"");
+}
+
+TEST(HxRunLogTest, ALogThatBreaksOffHasOnlyChanges) {
+  std::string start = kLog;
+  start.resize(start.find("Property(S)"));
+  const LoggedAction action = ReadLog(LinesOf(start), "FindData", false, "a.log");
+  EXPECT_EQ(action.values, (Properties{{"DIR_SERVER", "C:\\Vantor\\"}, {"DIR_UPG", "Prévious"}}));
+  EXPECT_EQ(action.notes.back(),
+            "a.log has no list of properties at its end: only those that changed are known");
+}
+
+TEST(HxRunLogTest, ALogWithoutChangesGivesTheValuesOfItsEnd) {
+  const std::string log =
+      "Action start 12:00:01: CustomAction34.\nAction start 12:00:02: CustomAction15.Server.\n"
+      "Action start 12:00:03: CustomAction15.Server.\nAction start 12:00:03: CustomAction15.Data.\n"
+      "Property(S): DIR_UPG = x\nProperty(S): CustomAction15.Server = one\nProperty(S): CustomAction15.Data "
+      "= two\n";
+  EXPECT_EQ(ReadLog(LinesOf(log), "CustomAction34", false, "a.log").values.at("DIR_UPG"), "x");
+  EXPECT_EQ(ReadLog(LinesOf(log), "CustomAction34", false, "a.log").notes,
+            std::vector<std::string>{
+                "a.log does not say when properties changed: the values are those of its end"});
+  EXPECT_EQ(ReadLog(LinesOf(log), "CustomAction15.Data", true, "a.log").data, "two");
+  try {
+    ReadLog(LinesOf(log), "CustomAction15", true, "a.log");
+    FAIL() << "nothing was refused";
+  } catch (const UsageError& mistake) {
+    EXPECT_STREQ(mistake.what(),
+                 "a.log has the data of more than one action with this entry point. Name one of "
+                 "them: CustomAction15.Data, CustomAction15.Server.");
+  }
+}
+
+std::string MistakeIn(const std::string& log, const std::string& action, bool isDeferred) {
+  try {
+    ReadLog(LinesOf(log), action, isDeferred, "a.log");
+  } catch (const UsageError& mistake) {
+    return mistake.what();
+  }
+  return {};
+}
+
+TEST(HxRunLogTest, WhatALogDoesNotHave) {
+  EXPECT_EQ(MistakeIn(kLog, "CustomAction3", false), "a.log has no run of CustomAction3.");
+  EXPECT_EQ(MistakeIn("", "CustomAction3", false), "a.log has no run of CustomAction3.");
+  EXPECT_EQ(MistakeIn("Action start 12:00:01: CustomAction15.\n", "CustomAction15", true),
+            "a.log does not show the CustomActionData of CustomAction15.");
+}
+
+TEST(HxRunPropertiesTest, LinesOfNamesAndValues) {
+  const std::string file = "# a comment\r\nDIR_SERVER=C:\\V\\\r\n\r\n; another\r\nEMPTY=\r\nA.B=x = y \r\n";
+  for (const std::string& bytes : {file, AsUtf16(file)}) {
+    EXPECT_EQ(hxrun::ReadProperties(LinesOf(bytes), "p.txt"),
+              (Properties{{"DIR_SERVER", "C:\\V\\"}, {"EMPTY", ""}, {"A.B", "x = y "}}));
+  }
+  for (const char* wrong : {"A=b\nno assignment", "A=b\n=c", "A=b\nTWO WORDS=c"}) {
+    EXPECT_THROW(
+        {
+          try {
+            hxrun::ReadProperties(LinesOf(wrong), "p.txt");
+          } catch (const UsageError& mistake) {
+            EXPECT_STREQ(mistake.what(), "p.txt, line 2: a line must read NAME=VALUE.");
+            throw;
+          }
+        },
+        UsageError)
+        << wrong;
+  }
+}
+
+TEST(HxRunPropertiesTest, TheCommandLineComesBeforeTheFileAndTheFileBeforeTheLog) {
+  LayDownHxRun();
+  WriteBytes(L"C:\\hxrun-given\\p.txt", "DIR_SERVER=C:\\File\\\nDIR_UPG=File\n");
+  const std::wstring file = L"--properties C:\\hxrun-given\\p.txt ";
+  WriteBytes(L"C:\\hxrun-given\\b.log",
+             "Action start 12:00:01: CustomAction20.\nProperty(S): DIR_SERVER = C:\\Log\\\n"
+             "Property(S): DIR_UPG = Log\nProperty(S): DIR_UPG_DATA = Data\n");
+  const HxRun run = RunHxRun(L"--from-log C:\\hxrun-given\\b.log " + file + L"CustomAction20 DIR_UPG=Line");
+  EXPECT_EQ(run.status, 0u);
+  EXPECT_EQ(
+      run.Story(),
+      "note: C:\\hxrun-given\\b.log does not say when properties changed: the values are those of its end\n"
+      "set: DIR_EXSERVER = \"C:\\File\\\" (was not set)\n"
+      "set: DIR_EXDATA = \"\" (was not set)\n"
+      "set: DIR_UPG = \"C:\\Line\\\" (was \"Line\")\n"
+      "set: DIR_UPG_DATA = \"C:\\Line\\Data\\\" (was \"Data\")\n"
+      "set: DIR_UPG_HELPERDATA = \"C:\\Line\\Data\\\" (was not set)\n"
+      "set: DIR_UPG_VRDF = \"C:\\Line\\Data\\\" (was not set)\n"
+      "set: DIR_UPG_VRDF_PREFS = \"C:\\Line\\Data\\\" (was not set)\n"
+      "returned 0: success\n");
+  DeleteFolder(L"C:\\hxrun-given");
+}
+
+}  // namespace
+}  // namespace hxrun_test

@@ -1,0 +1,113 @@
+// The command line of hxrun: how its words are read, and the message for each mistake.
+#include <gtest/gtest.h>
+
+#include "hxrun/entry_points.h"
+#include "hxrun/options.h"
+#include "tools/hxrun_rig.h"
+
+namespace hxrun_test {
+namespace {
+
+using hxrun::SplitCommandLine;
+using Words = std::vector<std::wstring>;
+
+TEST(HxRunWordsTest, APropertysValueIsReadAsTheInstallerReadsIt) {
+  EXPECT_EQ(SplitCommandLine(L"hxrun A=\"C:\\Program Files\\V\\\" B=c"),
+            (Words{L"A=C:\\Program Files\\V\\", L"B=c"}));
+  EXPECT_EQ(SplitCommandLine(L"\"C:\\my tools\\hxrun.exe\"  A=\"say \"\"x\"\"\"\tB=\"\""),
+            (Words{L"A=say \"x\"", L"B="}));
+}
+
+TEST(HxRunWordsTest, OtherWordsAreReadAsProgramsReadThem) {
+  EXPECT_EQ(SplitCommandLine(L"hxrun --data \"-mob \\\"C:\\A\\.\\\" \\\"C:\\B\\.\\\"\" x\\\\y \"C:\\A\\\\\""),
+            (Words{L"--data", L"-mob \"C:\\A\\.\" \"C:\\B\\.\"", L"x\\\\y", L"C:\\A\\"}));
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"a \"\"b\"\" c\" \"\""), (Words{L"a \"b\" c", L""}));
+}
+
+struct Mistake {
+  const wchar_t* arguments;
+  const char* message;
+};
+
+TEST(HxRunUsageTest, EachMistakeIsNamedWithWhatToDo) {
+  const Mistake mistakes[] = {
+      {L"", "an entry point is missing, such as CustomAction20. hxrun --list lists them."},
+      {L"CustomActon15",
+       "there is no entry point 'CustomActon15'. Did you mean CustomAction15? hxrun --list "
+       "lists them."},
+      {L"CustomAction18",
+       "there is no entry point 'CustomAction18'. Did you mean CustomAction1? hxrun --list "
+       "lists them."},
+      {L"--dry-rum CustomAction12",
+       "there is no option '--dry-rum'. Did you mean --dry-run? hxrun --help lists "
+       "the options."},
+      {L"--zzzzzzzz CustomAction12", "there is no option '--zzzzzzzz'. hxrun --help lists the options."},
+      {L"CustomAction12 CustomAction14",
+       "'CustomAction14' is one action too many: hxrun runs one, here "
+       "CustomAction12. A property is given as NAME=VALUE."},
+      {L"CustomAction12 1A=b", "'1A' is not the name of a property. A property is given as NAME=VALUE."},
+      {L"CustomAction12 --data", "--data needs the text of CustomActionData after it."},
+      {L"CustomAction12 --properties", "--properties needs a file with lines NAME=VALUE after it."},
+      {L"CustomAction12 --from-log \"\"", "--from-log needs a verbose log of the installer after it."},
+      {L"--data a --data b CustomAction15", "--data is given twice."},
+      {L"--dry-run --yes CustomAction12",
+       "--yes allows changes, and --dry-run makes none: give one of them."},
+      {L"--list CustomAction12", "--list runs nothing: give it alone."},
+      {L"CustomAction15",
+       "CustomAction15 is deferred: it sees only CustomActionData. Give that with --data, or a "
+       "log with --from-log."},
+      {L"--data x CustomAction15 DIR_SERVER=a",
+       "a deferred action sees only CustomActionData, ProductCode and "
+       "UserSID, not DIR_SERVER. Give the data with --data."},
+      {L"--properties C:\\missing.txt CustomAction12", "cannot read C:\\missing.txt: there is no such file."},
+      {L"--from-log C:\\missing.log CustomAction12", "cannot read C:\\missing.log: there is no such file."},
+  };
+  LayDownHxRun();
+  for (const Mistake& mistake : mistakes) {
+    const HxRun run = RunHxRun(mistake.arguments);
+    EXPECT_EQ(run.errors, std::string("hxrun: ") + mistake.message + "\n");
+    EXPECT_EQ(run.status, 2u);
+    EXPECT_EQ(run.output, "");
+  }
+}
+
+TEST(HxRunUsageTest, HelpAndListNeedNoLibrary) {
+  LayDownHxRun();
+  DeleteFileW((std::wstring(kRunFolder) + L"\\hxsetup.dll").c_str());
+  const HxRun help = RunHxRun(L"--help"), list = RunHxRun(L"--list");
+  EXPECT_EQ(help.status, 0u);
+  EXPECT_EQ(help.output, std::string(hxrun::kHelp) + "\n");
+  EXPECT_EQ(list.status, 0u);
+  EXPECT_EQ(list.Lines("CustomAction").size(), 36u);
+  EXPECT_EQ(list.Lines("CustomAction34 "),
+            std::vector<std::string>{"(immediate): finds the previous server's data folder"});
+  EXPECT_NE(list.output.find("\n    reads DIR_SERVER, DIR_UPG, PROP_PRE75SERVER\n    sets PROP_PREVVTDF\n"),
+            std::string::npos);
+}
+
+TEST(HxRunUsageTest, AChangeNeedsAYes) {
+  LayDownHxRun();
+  WriteBytes(L"C:\\hxrun-given\\A\\f.txt", "x");
+  const std::wstring action =
+      L"CustomAction15 --data \"hxsetup -mo \\\"C:\\hxrun-given\\A\\.\\\" "
+      L"\\\"C:\\hxrun-given\\B\\.\\\"\"";
+  const HxRun refused = RunHxRun(action);
+  EXPECT_EQ(refused.status, 2u);
+  EXPECT_EQ(
+      refused.errors,
+      "hxrun: this action would move C:\\hxrun-given\\A to C:\\hxrun-given\\B. Nothing was changed. Give "
+      "--yes to allow it, or --dry-run to see all changes.\n");
+  EXPECT_EQ(ReadBytes(L"C:\\hxrun-given\\A\\f.txt"), "x");
+  const HxRun allowed = RunHxRun(L"--yes " + action);
+  EXPECT_EQ(allowed.status, 0u);
+  EXPECT_EQ(allowed.Story(), "returned 0: success\n");
+  EXPECT_EQ(ReadBytes(L"C:\\hxrun-given\\B\\f.txt"), "x");
+  // Its source is missing now.
+  const HxRun failed = RunHxRun(L"--yes " + action);
+  EXPECT_EQ(failed.status, 3u);
+  EXPECT_EQ(failed.Story(), "returned 1603: ends the installation with an error\n");
+  DeleteFolder(L"C:\\hxrun-given");
+}
+
+}  // namespace
+}  // namespace hxrun_test
