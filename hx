@@ -15,7 +15,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
 levels=(images unit actions install)
-otherLevels=(packages page)
+otherLevels=(tools packages page)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
 commands=(setup build package check-package try test check run explain bench dist lint clean help)
@@ -27,13 +27,14 @@ help_overview() {
 usage: ./hx COMMAND
 
   setup                   install and make everything that the other commands need
-  build                   make build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and the checked builds
+  build                   make build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, hxrun.exe, and the
+                          checked builds
   package SOURCE.wxs      make your own package, with the compilers and the fragments; --processor arm64 or x64
   check-package FILE.msi  check a package: the rules of the fragments, of its tables, and of the engine (ICEs)
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*"); run only by name:
-                          packages (packages of new authors), page (explain.html in a browser)
+                          tools (hxrun), packages (packages of new authors), page (explain.html in a browser)
        --only x64         skip ARM64 (--only arm64 skips x64)
   check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
@@ -69,8 +70,8 @@ help_build() {
   cat <<HELP
 usage: ./hx build
 
-Builds the library for both processors: build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs. Also builds
-both with traps on undefined behaviour, in build/arm64-checked and build/x64-checked.
+Builds the library for both processors: build/arm64/hxsetup.dll and build/x64/hxsetup.dll, with their PDBs, and beside
+each the hxrun.exe that runs one action of it. Also builds both libraries with traps on undefined behaviour, in build/arm64-checked and build/x64-checked.
 HELP
 }
 
@@ -87,6 +88,7 @@ What the tests leave is in build/artifacts.
                unit      the internal operations
                actions   the exported entry points in a rigged Windows
                install   packages that are installed, upgraded and removed
+               tools     hxrun; only if it is named
                packages  packages of new authors, made and tried, and planted mistakes; only if it is named
                page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
   FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
@@ -367,6 +369,15 @@ build_preset() {
   NINJA_STATUS='[%f/%t, %e s] ' ninja -C "build/$preset" "${options[@]}" "$@" || die "building $preset failed"
 }
 
+# build_hxrun PROCESSOR...: builds hxrun.exe and puts it beside the libraries.
+build_hxrun() {
+  local processor
+  for processor in "$@"; do
+    build_preset "$processor-tests" hxrun
+    cp "build/$processor-tests/hxrun.exe" "build/$processor/"
+  done
+}
+
 build_presets() {
   local preset
   for preset in "$@"; do
@@ -377,6 +388,7 @@ build_presets() {
 build() {
   need_packages
   with_build_lock build_presets arm64 x64 arm64-checked x64-checked
+  with_build_lock build_hxrun arm64 x64
 }
 
 # ---- tests
@@ -501,15 +513,21 @@ bench() {
 }
 
 dist() {
-  local second=$runFolder/second
+  local second=$runFolder/second processor
   [[ $# -eq 0 || -z ${HX_SIGN_TIMESTAMP-} ]] || die "no two releases with a time stamp are the same"
   need_packages
   # Refuses early; dist.py checks again when it makes the release.
   python3 tools/release/dist.py --check || exit 1
-  with_build_lock take_build arm64 x64
-  python3 tools/images/check-images.py "$runFolder/arm64" "$runFolder/x64" >"$runFolder/images.txt" || {
+  with_build_lock take_build arm64 x64 "arm64-tests hxrun" "x64-tests hxrun"
+  for processor in "${processors[@]}"; do
+    cp "$runFolder/$processor-tests/hxrun.exe" "$runFolder/$processor/"
+  done
+  {
+    python3 tools/images/check-images.py "$runFolder/arm64" "$runFolder/x64" &&
+      python3 tools/images/check-images.py --program "$runFolder/arm64" "$runFolder/x64"
+  } >"$runFolder/images.txt" || {
     cat "$runFolder/images.txt" >&2
-    die "these libraries cannot be released"
+    die "these libraries and programs cannot be released"
   }
   [[ -n ${HX_SIGN_PKCS12-}${HX_SIGN_CERTIFICATE-} ]] || say "the libraries are not signed"
   python3 tools/release/dist.py "$runFolder" build/dist

@@ -21,4 +21,4 @@ for word in "${words[@]:1}"; do
     *) options+=("$word") ;;
   esac
 done
-exec lld-link-19 "${options[@]}" "$resource" -guard:cf -dynamicbase -highentropyva -nxcompat -Brepro
+exec lld-link-19 "${options[@]}" "$resource" -guard:cf -dynamicbase -highentropyva -nxcompat -timestamp:0

@@ -196,9 +196,11 @@ void RunWatcher::NameHandle(const std::string& function, const Call& call, uint6
 
 void RunWatcher::After(const rig::Declaration& declaration, const uint64_t* words, uint64_t result,
                        const std::string& line) {
+  const DWORD error = GetLastError();
+  const bool leftError = !declaration.Succeeded(result) && declaration.HowItFails().setsLastError;
   if (declaration.Succeeded(result)) NameHandle(declaration.Name(), Call{words, names_}, result);
   if (GivesValue(declaration.Name())) details_.push_back(line);
-  if (print_ && !line.empty()) print_(line);
+  if (print_ && !line.empty()) print_(leftError ? line + " (error " + std::to_string(error) + ")" : line);
 }
 
 }  // namespace hxrun

@@ -121,6 +121,7 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
     const DWORD errorAfter = GetLastError();
     rig.Book(declaration, words.data(), sizes.data(), 0, caller);
     if (rig.watcher != nullptr) {
+      SetLastError(errorAfter);
       rig.watcher->After(declaration, words.data(), 0, text);
     }
     SetLastError(errorAfter);
@@ -149,6 +150,7 @@ Result PassCall(const Declaration& declaration, const void* caller, const Answer
       text += outcome;
     }
     if (rig.watcher != nullptr) {
+      SetLastError(errorAfter);
       rig.watcher->After(declaration, words.data(), ToWord(result), text);
     }
     SetLastError(errorAfter);

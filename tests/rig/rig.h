@@ -34,8 +34,8 @@ class Watcher {
   /// Called in place of the answer. Returns the bits of the result, or nothing if the call shall be answered.
   /// May set the last error.
   virtual std::optional<uint64_t> Instead(const Declaration& declaration, const uint64_t* words) = 0;
-  /// Called last. `line` is the call with its result as the trace shows it; empty for a call that the trace
-  /// leaves out.
+  /// Called last, with the last error that the call left. `line` is the call with its result as the trace
+  /// shows it; empty for a call that the trace leaves out.
   virtual void After(const Declaration& declaration, const uint64_t* words, uint64_t result,
                      const std::string& line) = 0;
 };

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Checks the hxsetup.dll of each given folder: its headers, exports, imports, unwind data and protections.
 
-    tools/images/check-images.py [--project ROOT] FOLDER...
+    tools/images/check-images.py [--project ROOT] [--program] FOLDER...
 
-A folder is named after its processor (arm64..., x64...) and contains hxsetup.dll and hxsetup.pdb. Prints one line per
+A folder is named after its processor (arm64..., x64...) and contains hxsetup.dll and hxsetup.pdb. With --program, checks the
+hxrun.exe of each folder instead, for what a released program must have. Prints one line per
 check ("ok NAME" or "FAILED NAME: reason") and the counts; the exit code is 1 if a check failed.
 
 image_facts.py reads the facts.
@@ -22,6 +23,10 @@ from images.image_facts import (DATABASE, LIBRARY, Image, Node, number_of, parse
 # The same objects, with nothing discarded. An import that only this library has is not dead: operations that no entry
 # point calls need it.
 INTERNALS = "hxinternals.dll"
+PROGRAM = "hxrun.exe"
+# The libraries of Windows that the program may need. All others would have to be released with it.
+SYSTEM_LIBRARIES = {f"{name}.dll" for name in ("advapi32", "kernel32", "msi", "msvcrt", "netapi32", "ntdll", "ole32",
+                                               "oleaut32", "shell32", "user32", "version")}
 ORDINAL_LIBRARY = "msi.dll"
 MAX_SIZE = {"arm64": 112 * 1024}
 MACHINES = {"arm64": "IMAGE_FILE_MACHINE_ARM64", "x64": "IMAGE_FILE_MACHINE_AMD64"}
@@ -44,8 +49,9 @@ def check_machine(image):
     if expected is None:
         return [f"the folder's name does not begin with a processor: {image.folder.name}"]
     reasons = [] if machine == expected else [f"{machine} instead of {expected}"]
-    if "IMAGE_FILE_DLL" not in image.file_header.flags("Characteristics"):
-        reasons.append("not a library")
+    is_library = "IMAGE_FILE_DLL" in image.file_header.flags("Characteristics")
+    if is_library != (image.path.name != PROGRAM):
+        reasons.append("not a program" if is_library else "not a library")
     return reasons
 
 
@@ -103,6 +109,11 @@ def check_imports(image):
     return reasons
 
 
+def check_system_imports(image):
+    return [f"{library} is not a library of Windows" for library, _ in sorted(imports_of(image.facts))
+            if library not in SYSTEM_LIBRARIES]
+
+
 def first_uncovered_code(image, covered, start, end):
     """The first address in [start, end) that is neither marked in `covered` nor padding; None if there is none."""
     code = image.read(start, end - start)
@@ -150,7 +161,7 @@ def check_version(image):
             ("file version", file_version, numbers), ("product version", product_version, numbers),
             ("FileVersion", strings.get("FileVersion"), version),
             ("ProductVersion", strings.get("ProductVersion"), version),
-            ("OriginalFilename", strings.get("OriginalFilename"), LIBRARY)]:
+            ("OriginalFilename", strings.get("OriginalFilename"), image.path.name)]:
         if found != expected:
             reasons.append(f"{name} is {found}, not {expected}")
     return reasons
@@ -272,6 +283,8 @@ def check_no_local_paths(image):
     # The symbols may contain the paths of the system's headers.
     foreign = [project, "/home", "/root"]
     for path, places in ((image.path, [*foreign, "/usr"]), (image.database, foreign)):
+        if not path.is_file():
+            continue  # Only a library has a program database, and main has looked for it.
         content = path.read_bytes()
         for place in places:
             for encoding in ("utf-8", "utf-16-le"):
@@ -338,26 +351,41 @@ CHECKS = {
     "size": check_size,
 }
 
+# The program contains parts of another compiler, so there is no check of its code.
+PROGRAM_CHECKS = {
+    "machine": check_machine,
+    "imports": check_system_imports,
+    "version-resource": check_version,
+    "flags": check_flags,
+    "load-configuration": check_load_config,
+    "sections": check_sections,
+    "no-local-paths": check_no_local_paths,
+    "timestamps": check_timestamps,
+    "relocations": check_relocations,
+}
+
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--project", type=Path, default=Path(__file__).resolve().parents[2])
+    parser.add_argument("--program", action="store_true")
     parser.add_argument("folders", type=Path, nargs="+", metavar="FOLDER")
     arguments = parser.parse_args()
 
+    file, checks = (PROGRAM, PROGRAM_CHECKS) if arguments.program else (LIBRARY, CHECKS)
     passed = failed = 0
     for folder in arguments.folders:
         folder = folder.resolve()
         try:
-            image = Image(folder, arguments.project)
-            if not image.database.is_file():
+            image = Image(folder, arguments.project, file)
+            if not arguments.program and not image.database.is_file():
                 raise RuntimeError(f"there is no {DATABASE}")
         except (OSError, RuntimeError) as error:
             print(f"FAILED {folder.name}/image: {error}")
             failed += 1
             continue
-        print(f"{folder.name}/{LIBRARY}: {len(image.bytes)} bytes")
-        for name, check in CHECKS.items():
+        print(f"{folder.name}/{file}: {len(image.bytes)} bytes")
+        for name, check in checks.items():
             try:
                 reasons = check(image)
             except Exception as error:  # A check that breaks off has failed.

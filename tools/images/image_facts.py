@@ -173,10 +173,10 @@ class Program:
 
 
 class Image(Program):
-    """The library of one folder, with all facts that the checks need."""
+    """The library of one folder, or the program `name`, with all facts that the checks need."""
 
-    def __init__(self, folder, project):
-        super().__init__(folder / LIBRARY, "--coff-imports", "--coff-load-config", "--coff-basereloc",
+    def __init__(self, folder, project, name=LIBRARY):
+        super().__init__(folder / name, "--coff-imports", "--coff-load-config", "--coff-basereloc",
                          "--coff-debug-directory", "--unwind")
         self.folder = folder
         self.project = project

@@ -125,11 +125,11 @@ def setUpModule():
     good = {processor: workshop.image(f"good-{processor}", processor) for processor in TRIPLES}
 
 
-def judge(project, folders=None):
+def judge(project, folders=None, options=()):
     """Checks a project's images: (failed checks with their reasons, passed checks, exit code)."""
     folders = [str(folder) for folder in folders or sorted((project / "build").iterdir())]
     output = io.StringIO()
-    arguments = ["check-images.py", "--project", str(project), *folders]
+    arguments = ["check-images.py", "--project", str(project), *options, *folders]
     with mock.patch.object(sys, "argv", arguments), contextlib.redirect_stdout(output):
         code = check_images.main()
     failed, passed = {}, set()
@@ -498,6 +498,66 @@ class Rest(ImageTest):
         grow = lambda data, offset: data.extend(bytes(112 * 1024 + 1 - offset))
         self.assert_fails(self.patched(len, grow, "arm64"), "size", "114689 bytes, more than 114688")
         self.assertEqual(judge(self.patched(len, grow, "x64"))[0], {})
+
+
+class ProgramTest(ImageTest):
+    """The checks of hxrun.exe, for which a library stands in."""
+
+    def program(self, change=lambda data: None):
+        """A project whose image looks like the program, changed by `change`."""
+        resource = workshop.resource("program.res", lambda text: text.replace("hxsetup.dll", "hxrun.exe"))
+        name = f"program-{len(list(workshop.root.iterdir()))}"
+        project = workshop.image(name, resource=resource)
+        library = project / "build/x64/hxsetup.dll"
+        data = bytearray(library.read_bytes())
+        # IMAGE_FILE_DLL is 0x2000 in the characteristics.
+        data[coff_header(data) + 19] &= ~0x20
+        change(data)
+        (project / "build/x64/hxrun.exe").write_bytes(data)
+        library.unlink()
+        (project / "build/x64/hxsetup.pdb").unlink()
+        return project
+
+    def assert_program_fails(self, project, check, reason):
+        failed, passed, code = judge(project, options=["--program"])
+        self.assertEqual(list(failed), [check], failed)
+        self.assertIn(reason, failed[check])
+        self.assertEqual((passed, code), (set(check_images.PROGRAM_CHECKS) - {check}, 1))
+
+    def test_a_good_one(self):
+        failed, passed, code = judge(self.program(), options=["--program"])
+        self.assertEqual((failed, passed, code), ({}, set(check_images.PROGRAM_CHECKS), 0))
+
+    def test_a_library_is_no_program(self):
+        def set_library(data):
+            data[coff_header(data) + 19] |= 0x20
+
+        self.assert_program_fails(self.program(set_library), "machine", "not a program")
+
+    def test_flags(self):
+        def clear_guard(data):
+            data[optional_header(data) + 71] &= ~0x40
+
+        self.assert_program_fails(self.program(clear_guard), "flags", "GUARD_CF is not set")
+
+    def test_a_library_that_windows_does_not_have(self):
+        def rename(data):
+            at = data.index(b"msi.dll")
+            data[at:at + 7] = b"mso.dll"
+
+        self.assert_program_fails(self.program(rename), "imports", "mso.dll is not a library of Windows")
+
+    def test_another_version(self):
+        def change(data):
+            at = data.index("1.2.3".encode("utf-16-le"))
+            data[at:at + 2] = "9".encode("utf-16-le")
+
+        self.assert_program_fails(self.program(change), "version-resource", "not 1.2.3")
+
+    def test_a_missing_one(self):
+        failed, _, code = judge(good["x64"], options=["--program"])
+        self.assertEqual(list(failed), ["image"])
+        self.assertEqual(code, 1)
 
 
 if __name__ == "__main__":

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Makes the release archive: tools/release/dist.py --check | LIBRARIES FOLDER
 
-LIBRARIES has hxsetup.dll, hxsetup.pdb and the stand-ins, as built, in arm64/ and x64/. hxsetup-VERSION.zip and
+LIBRARIES has hxsetup.dll, hxsetup.pdb, hxrun.exe and the stand-ins, as built, in arm64/ and x64/. hxsetup-VERSION.zip and
 hxsetup-VERSION.zip.sha256 are written to FOLDER. docs/release.md says what is in the archive. --check only checks that
 the checkout can be released.
 
 The same commit makes the same bytes: every time in the archive is the time of the commit, or SOURCE_DATE_EPOCH.
 
-The libraries are signed if the environment names a certificate. The paths are absolute:
+The libraries and hxrun.exe are signed if the environment names a certificate. The paths are absolute:
   HX_SIGN_PKCS12          a PKCS#12 file with the certificate, its chain and its key; or
   HX_SIGN_CERTIFICATE     a PEM file with the certificate and its chain, and
   HX_SIGN_KEY             the PEM file of its key
@@ -33,6 +33,7 @@ NAME = "hxsetup"
 PROCESSORS = ("arm64", "x64")
 LIBRARY = f"{NAME}.dll"
 DATABASE = f"{NAME}.pdb"
+PROGRAM = "hxrun.exe"
 CHECKSUMS = "SHA256SUMS"
 SIGN_FILES = ("PKCS12", "CERTIFICATE", "KEY", "PASSWORD_FILE")
 SIGN_SETTINGS = (*SIGN_FILES, "TIMESTAMP")
@@ -126,8 +127,8 @@ def signing_options(settings):
 
 
 def sign(library, options, version, moment):
-    """Returns the bytes of `library`, signed. The signature's own time is `moment`, so that it is the same in every run; a
-    time-stamp service adds the true time."""
+    """Returns the bytes of a library or program, signed. The signature's own time is `moment`, so that it is the same in
+    every run; a time-stamp service adds the true time."""
     with tempfile.TemporaryDirectory(prefix="hx-sign-") as folder:
         signed = Path(folder) / LIBRARY
         command = ["osslsigncode", "sign", *options, "-h", "sha256", "-n", f"{NAME} {version}", "-time", str(moment),
@@ -157,11 +158,12 @@ def collect(project, libraries, moment, settings):
     members |= {name: text.encode() for name, text in newer_authoring(project, names).items()}
     for processor in PROCESSORS:
         built = libraries / processor
-        for file in (LIBRARY, DATABASE, *STAND_INS):
+        for file in (LIBRARY, DATABASE, PROGRAM, *STAND_INS):
             if not (built / file).is_file():
                 raise Refusal(f"{built / file} is missing: build it first")
-        library = built / LIBRARY
-        members[f"{processor}/{LIBRARY}"] = sign(library, options, version, moment) if options else library.read_bytes()
+        for file in (LIBRARY, PROGRAM):
+            path = built / file
+            members[f"{processor}/{file}"] = sign(path, options, version, moment) if options else path.read_bytes()
         members[f"{processor}/{DATABASE}"] = (built / DATABASE).read_bytes()
         members |= {f"{STAND_IN_FOLDER}/{processor}/{file}": (built / file).read_bytes() for file in STAND_INS}
     members["README.txt"] = read_me(project, version, moment, bool(options)).encode()

@@ -42,6 +42,8 @@ def open_shop():
         run("clang++-19", f"--target={triple}", "-ffreestanding", "-fno-exceptions", "-fno-rtti", "-nostdlib",
             "-shared", "-fuse-ld=lld-19", "-g", "-gcodeview", "-Wl,--entry,DllMain", "-Wl,--no-insert-timestamp",
             "-Wl,--pdb=hxsetup.pdb", "-o", "hxsetup.dll", "tiny.cpp", cwd=built)
+        # Any image that can be signed.
+        shutil.copy(built / "hxsetup.dll", built / "hxrun.exe")
         for name in STAND_INS:
             (built / name).write_bytes(f"{name} {processor}".encode())
     return Path(folder.name), libraries

@@ -46,7 +46,7 @@ TINY = {
     "src/one.cpp": "not released",
 }
 MADE = ["README.txt", "SHA256SUMS", *(f"{processor}/{name}" for processor in PROCESSORS for name in (
-    "hxsetup.dll", "hxsetup.pdb")), *(f"packages/programs/{processor}/{name}" for processor in PROCESSORS
+    "hxsetup.dll", "hxsetup.pdb", "hxrun.exe")), *(f"packages/programs/{processor}/{name}" for processor in PROCESSORS
                                       for name in STAND_INS)]
 COMMIT_TIME = 1763717001
 
@@ -136,7 +136,7 @@ class Archive(DistTest):
             for name in expected:
                 self.assertEqual(content.read(f"hxsetup-{VERSION}/{name}"), (PROJECT / name).read_bytes(), name)
             for processor in PROCESSORS:
-                for folder, names in ((processor, ["hxsetup.dll", "hxsetup.pdb"]),
+                for folder, names in ((processor, ["hxsetup.dll", "hxsetup.pdb", "hxrun.exe"]),
                                       (f"packages/programs/{processor}", STAND_INS)):
                     for name in names:
                         self.assertEqual(content.read(f"hxsetup-{VERSION}/{folder}/{name}"),
@@ -288,7 +288,7 @@ class Refused(DistTest):
 
     def test_missing_library(self):
         project = self.project()
-        for missing in ("x64/hxsetup.dll", "arm64/hxsetup.pdb", "x64/agent.exe", "x64/ostrack.dll"):
+        for missing in ("x64/hxsetup.dll", "arm64/hxsetup.pdb", "x64/hxrun.exe", "x64/agent.exe", "x64/ostrack.dll"):
             built = self.folder / missing.replace("/", "-")
             shutil.copytree(libraries, built)
             (built / missing).unlink()

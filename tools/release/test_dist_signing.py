@@ -217,6 +217,7 @@ class Signing(unittest.TestCase):
         self.assertIn("The libraries are signed.", (top / "README.txt").read_text())
         for processor in PROCESSORS:
             self.assert_verifies(top / processor / "hxsetup.dll")
+            self.assert_verifies(top / processor / "hxrun.exe")
         again = dist.make_release(checkout, libraries, self.folder / "again", with_container())
         self.assertEqual(again.read_bytes(), archive.read_bytes())
 

@@ -15,9 +15,9 @@ import argparse
 import sys
 from typing import NamedTuple, Optional
 
-# The levels of a run without a level. The levels of SUITES are run only by name.
+# The levels of a run without a level. "tools", "page" and those of SUITES are run only by name.
 LEVELS = ("images", "unit", "actions", "install")
-# Runs only by its name, because it needs the logs that the install level has left.
+# Needs the logs that the install level has left.
 PAGE = "page"
 PROCESSORS = ("x64", "arm64")
 # The processor whose programs run under emulation.
@@ -36,7 +36,10 @@ TARGETS = {
     "actions": {LIBRARY: ("hxsetup",), TESTS: ("action_tests",)},
     "install": {LIBRARY: ("hxsetup", "hxinternals", "agent", "ostrack", "witness"), TESTS: ("install_tests",)},
     PAGE: {},
+    "tools": {LIBRARY: ("hxsetup", "hxinternals", "agent", "ostrack", "witness"), TESTS: ("tool_tests", "hxrun")},
 }
+# The levels whose tests run packages.
+PACKAGED = {"install", "tools"}
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
 
 
@@ -158,7 +161,7 @@ def lanes(request):
 
 
 def add_arguments(parser):
-    parser.add_argument("--level", choices=(*LEVELS, *SUITES, PAGE))
+    parser.add_argument("--level", choices=(*TARGETS, *SUITES))
     parser.add_argument("--filter")
     parser.add_argument("--only", choices=PROCESSORS)
 
@@ -175,7 +178,7 @@ def main():
         print("windows", processor)
     for preset, targets in builds(request):
         print("build", preset, *targets)
-    for processor in request.processors if "install" in request.running else ():
+    for processor in request.processors if PACKAGED & set(request.running) else ():
         print("packages", processor)
     if PAGE in request.levels:
         print("page")

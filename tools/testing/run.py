@@ -145,6 +145,9 @@ class Run:
             words = [f"--only={self.request.processor}"] * bool(self.request.processor) + [self.request.filter] * bool(self.request.filter)
             return [("page", ["node", ROOT / "explain/tests/page/run.mjs", os.environ["HX_PAGE_TOOLS"], ROOT / "build/artifacts",
                               self.artifacts / "page", *words])]
+        if "tools" in self.request.levels:
+            folders = [self.folder / f"{processor}{planning.TESTS}" for processor in self.request.processors]
+            return [("program", [sys.executable, ROOT / "tools/images/check-images.py", "--program", *folders])]
         if "images" not in self.request.levels:
             return []
         folders = [self.folder / processor for processor in self.request.processors]

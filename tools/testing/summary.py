@@ -17,8 +17,8 @@ MOST_REPEATED = 5
 
 FOLDER = re.compile(rf"({'|'.join(PROGRAMS)})-((?:x64|arm64)(?:-checked)?)(?:-\w+)?")
 # What the scripts count, by the beginning of the names of their folders.
-SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools", "explain": "tests of explain.html",
-           "page": "tests of explain.html in a browser", "packages": "tests of packages",
+SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools", "program": "checks of hxrun.exe",
+           "explain": "tests of explain.html", "page": "tests of explain.html in a browser", "packages": "tests of packages",
            "runs": "checks of the installer's runs", "facts": "checks of what the entry points did"}
 
 

@@ -18,6 +18,7 @@ BUILDS = {
     "actions": {"": ("hxsetup",), "-tests": ("action_tests",)},
     "install": {"": INSTALL_BUILD, "-tests": ("install_tests",)},
     "page": {},
+    "tools": {"": INSTALL_BUILD, "-tests": ("tool_tests", "hxrun")},
     None: {"": ALL_BUILD, "-tests": ("unit_tests", "action_tests", "install_tests"), "-checked": UNIT_BUILD},
 }
 
@@ -38,12 +39,13 @@ class BuildsTest(unittest.TestCase):
                     self.assertEqual(builds(Request(level, "Path*", only)), expected)
 
     def test_every_target_is_one_of_the_build(self):
-        files = [TOOLS.parent / "cmake/library.cmake", TOOLS.parent / "tests/CMakeLists.txt"]
+        files = [TOOLS.parent / "cmake/library.cmake", TOOLS.parent / "tests/CMakeLists.txt",
+                 TOOLS.parent / "hxrun/CMakeLists.txt"]
         text = "".join(file.read_text(encoding="utf-8") for file in files)
         for kinds in BUILDS.values():
             for target in sum(kinds.values(), ()):
                 # The programs of the tests are named after their levels.
-                name = target.removesuffix("_tests").replace("action", "actions")
+                name = target.removesuffix("_tests").replace("action", "actions").replace("tool", "tools")
                 with self.subTest(target):
                     self.assertRegex(text, rf"hx_library\({target} |hx_stand_in\({target} |add_executable\({target} "
                                            rf"|foreach\(level [\w ]*\b{name}\b")
@@ -85,6 +87,7 @@ class LanesTest(unittest.TestCase):
                                                   (1, "arm64", ["unit-arm64", "unit-arm64-checked"])])
         self.assertEqual(shown(Request("actions", "Close*")), [(0, "x64", ["actions-x64"]), (1, "arm64", ["actions-arm64"])])
         self.assertEqual(shown(Request("install", None, "arm64")), [(0, "arm64", ["install-arm64"])])
+        self.assertEqual(shown(Request("tools")), [(0, "x64", ["tools-x64"]), (1, "arm64", ["tools-arm64"])])
 
     def test_the_images_need_no_windows(self):
         self.assertEqual(shown(Request("images")), [])
@@ -128,6 +131,12 @@ class ScriptTest(unittest.TestCase):
         """It needs no build and no Windows, and runs only by its name."""
         self.assertEqual(self.plan("--level", "page"), ["page"])
         self.assertNotIn("page", Request().levels)
+
+    def test_tools(self):
+        self.assertNotIn("tools", Request().levels)
+        self.assertEqual(self.plan("--level", "tools", "--only", "arm64"), [
+            "windows arm64", "build arm64 hxsetup hxinternals agent ostrack witness", "build arm64-tests tool_tests hxrun",
+            "packages arm64"])
 
     def test_everything(self):
         lines = self.plan()
