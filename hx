@@ -550,10 +550,10 @@ lint() {
   need_page_tools
   with_build_lock build_presets x64
   say "clang-format"
-  mapfile -t files < <(find src tests bench packages tools -name '*.cpp' -o -name '*.h' | sort)
+  mapfile -t files < <(find src tests hxrun bench packages tools -name '*.cpp' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
   say "shellcheck"
-  shellcheck -x hx tools/*/*.sh || failed=1
+  shellcheck -x hx hxrun/*.sh tools/*/*.sh || failed=1
   say "clang-tidy"
   mapfile -t files < <(find src packages tools -name '*.cpp' | sort)
   # Its findings go to standard output; its error output has only counts.

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Links a program of the tests' compiler for release: cmake/link-guarded.sh COMPILER OUTPUT RESOURCE INPUT...
+# Links a program of the tests' compiler for release: hxrun/link-guarded.sh COMPILER OUTPUT RESOURCE INPUT...
 #
 # The compiler's own linker has no options for Control Flow Guard. So this asks the compiler which files it would link,
 # among them its C++ library, and links the same files with lld.
