@@ -1,4 +1,4 @@
-// Runs hxrun.exe as a user does, in a folder of its own with the library under test. Used by tests/tools.
+// Runs hxrun.exe as a user does, in a folder of its own with the library under test. Used by tests/tools/.
 #pragma once
 
 #include <windows.h>
