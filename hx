@@ -477,7 +477,8 @@ setup() {
 
 run() {
   need_packages
-  with_build_lock take_build arm64 x64
+  with_build_lock take_build arm64 x64 "arm64-tests hxrun"
+  cp "$runFolder/arm64-tests/hxrun.exe" "$runFolder/arm64/"
   need_windows arm64
   HX_RUN_FOLDER=$runFolder tools/demonstration/run.sh
 }

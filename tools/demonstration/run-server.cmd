@@ -3,6 +3,7 @@ rem The part of tools/demonstration/run-server.sh that runs inside Windows; see 
 set story=Z:\run\server
 set packages=Z:\run\packages\arm64
 set maker=%ProgramFiles%\Halvorstead
+set hxrun=Z:\run\arm64\hxrun.exe
 
 echo installing an older server, whose data are on another drive
 msiexec /i %packages%\server-older.msi /qn /l*v %story%\older.log
@@ -10,6 +11,15 @@ echo %errorlevel%> %story%\older.code
 reg add HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings /v vtdf /d %story%\store\Data /f >nul
 dir /s /b /a-d "%maker%" > %story%\programs-before.txt
 reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings > %story%\setting-before.txt
+
+echo asking what the upgrade would do
+call :ask CustomAction34 DIR_UPG=Data
+call :ask CustomAction20 DIR_SERVER="%maker%\Vantor\" DIR_UPG="Vantor (previous)" DIR_UPG_DATA=Data
+call :ask --dry-run CustomAction15 --data "hxsetup -mobl \"%maker%\Vantor\.\" \"%maker%\Vantor (previous)\.\""
+call :ask --dry-run CustomAction23 PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=vantor
+call :ask --trace CustomAction12
+dir /s /b /a-d "%maker%" > %story%\programs-asked.txt
+reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings > %story%\setting-asked.txt
 
 echo upgrading it
 msiexec /i %packages%\server.msi /qn PROP_SILENCE=-1 /l*v %story%\upgrade.log
@@ -36,3 +46,9 @@ echo %errorlevel%> %story%\rollback.code
 reg query HKLM\SYSTEM\CurrentControlSet\Services\Vantor > %story%\rollback.txt 2>&1
 
 exit /b 0
+
+:ask
+>>%story%\asked.txt echo ^> hxrun %*
+>>%story%\asked.txt 2>&1 %hxrun% %*
+>>%story%\asked.txt echo exit status %errorlevel%
+goto :eof

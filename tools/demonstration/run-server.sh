@@ -1,7 +1,7 @@
 #!/bin/bash
-# Upgrades a server on the ARM64 Windows, then installs and removes one with its own account. Prints the folders, the
-# registry and the lines of the installer's own log.
-# Called by run.sh; HX_RUN_FOLDER is the folder of the run, which contains packages/arm64.
+# Asks hxrun what the upgrade of a server would do, and upgrades it on the ARM64 Windows. Then installs and removes a
+# server with its own account. Prints the folders, the registry and the lines of the installer's own log.
+# Called by run.sh; HX_RUN_FOLDER is the folder of the run, which contains arm64/hxrun.exe and packages/arm64.
 #
 # The older server's programs are on drive C:. Its data are in a folder that this system sees too. So this system counts
 # and compares them before and after, independently of the library.
@@ -21,7 +21,7 @@ summary() { tools/demonstration/server-tree.py show "$1"; }
 
 make_data() {
   say "making the data of an older server"
-  rm -rf "$store" "$story/private"
+  rm -rf "$store" "$story/private" "$story/asked.txt"
   mkdir -p "$store" "$story/private/Data"
   # The folder's content inherits full access for the owner, and none for others.
   chmod 700 "$story/private"
@@ -47,6 +47,21 @@ done
 dated=("$store/Data "*)
 [[ $(summary "${dated[0]}") == "$before" ]] || die "the data that were moved aside have changed"
 [[ $(summary "$store/Data") == "${before/format 1/format 2}" ]] || die "the new data differ from the older ones"
+
+# ---- the questions
+
+for answer in programs setting; do
+  [[ $(text "$story/$answer-asked.txt") == "$(text "$story/$answer-before.txt")" ]] ||
+    die "a question has changed the machine: compare $story/$answer-before.txt with $answer-asked.txt"
+done
+
+chapter "WHAT WOULD THE UPGRADE OF A SERVER DO?"
+section "What hxrun says, before the upgrade below"
+# An empty line after each answer.
+text "$story/asked.txt" | sed 's/^/  /; /^  exit status /s/$/\n/'
+section "What is there now"
+echo "  The older server's programs and settings, as they were before the questions."
+echo
 
 # ---- the upgrade
 

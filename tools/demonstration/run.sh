@@ -1,8 +1,8 @@
 #!/bin/bash
 # The demonstration on the ARM64 Windows, in chapters. It prints lines of the installer's own log, the registry and the
-# folders. run-client.sh upgrades a client that is in use; run-server.sh upgrades a server and installs one with its own
-# account; this script lets a client package take over stored settings.
-# Called by "./hx run"; HX_RUN_FOLDER is the folder of the run, which contains arm64/hxsetup.dll.
+# folders. run-client.sh upgrades a client that is in use; run-server.sh asks hxrun what the upgrade of a server would
+# do, upgrades it, and installs one with its own account; this script lets a client package take over stored settings.
+# Called by "./hx run"; HX_RUN_FOLDER is the folder of the run, which contains arm64/hxsetup.dll and arm64/hxrun.exe.
 #
 # Each of the three stores has different settings, which shows the store that a value came from. The package runs four
 # times: once with no store selected and an empty version, which shows the values without the actions, and once with
