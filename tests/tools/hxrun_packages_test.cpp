@@ -1,7 +1,9 @@
-// Runs of entry points through hxrun against the runs of the model packages: the same lines in the log, and
-// the same properties. The values come from the log of the package's run.
+// Runs of entry points through hxrun against the runs of the model packages: the same lines in the log, the
+// same properties, and the same changes of the machine. The values come from the log of the package's run.
+// CustomAction2 is not compared: it sets the installer's user interface, which hxrun answers and no log
+// shows.
 
-#include "install/agent_rig.h"
+#include "install/agent_scheduler.h"
 #include "install/security_rig.h"
 #include "rig/print.h"
 #include "tools/hxrun_rig.h"
@@ -51,6 +53,16 @@ void ExpectSameLines(const InstallerRun& run, const Texts& actions) {
     EXPECT_EQ(own.Log(), LinesOf(run, action)) << action;
     EXPECT_FALSE(own.Log().empty()) << action;
   }
+}
+
+// Runs an action that sets no property, and returns what it printed. It must log what the package's run
+// logged.
+HxRun ExpectSameRun(const InstallerRun& run, const std::string& action) {
+  HxRun own = RunFrom(run, action);
+  EXPECT_EQ(own.status, 0u) << action << "\n" << own.output << own.errors;
+  EXPECT_EQ(own.Log(), LinesOf(run, action)) << action;
+  EXPECT_EQ(own.Lines("set: "), Texts{}) << action;
+  return own;
 }
 
 class HxRunServerTest : public install::SecurityTest {
@@ -113,7 +125,63 @@ TEST_F(HxRunServerTest, TheLinesOfAnInstallation) {
                         "CustomAction36.Install"});
   const InstallerRun& removal = Remove(install::Server());
   ASSERT_EQ(removal.exitCode, 0u);
-  ExpectSameLines(removal, {"CustomAction19"});
+  // CustomAction37 looks at the service.
+  ASSERT_EQ(Install(install::Server(), L"PROP_ACCOUNTTYPE=1").exitCode, 0u);
+  ExpectSameLines(removal, {"CustomAction19", "CustomAction24", "CustomAction37"});
+}
+
+TEST_F(HxRunServerTest, TheMovesAndCopiesOfAnUpgrade) {
+  const std::wstring dataFolder = server + L"\\Data";
+  InstallOlder();
+  const InstallerRun& upgrade = Install(install::Server());
+  ASSERT_EQ(upgrade.exitCode, 0u);
+  const install::Tree older = install::ReadTree(aside), converted = install::ReadTree(dataFolder);
+  ASSERT_EQ(Remove(install::Server()).exitCode, 0u);
+  install::DeleteTree(server);
+  install::DeleteTree(aside);
+  InstallOlder();
+
+  ExpectSameRun(upgrade, "CustomAction15.LookAtOlder");
+  ExpectSameRun(upgrade, "CustomAction15.Server");
+  EXPECT_EQ(install::ReadTree(aside), older);
+  EXPECT_FALSE(install::FileExists(server));
+  // The package creates the folder.
+  install::WriteTree(dataFolder, {});
+  ExpectSameRun(upgrade, "CustomAction15.LookAtData");
+  ExpectSameRun(upgrade, "CustomAction16.Data");
+  EXPECT_EQ(install::ReadTree(dataFolder), install::OlderData("1"));
+  install::WriteTree(dataFolder, {{"dbcon_failed.txt", "of an earlier conversion"}});
+  ExpectSameRun(upgrade, "CustomAction17.Clear");
+  EXPECT_EQ(install::ReadTree(dataFolder), install::OlderData("1"));
+  // As the package's converter leaves the folder.
+  install::WriteTree(dataFolder, install::Converted({{"dbcon_completed.txt", ""}}));
+  ExpectSameRun(upgrade, "CustomAction17.Judge");
+  EXPECT_EQ(install::ReadTree(dataFolder), converted);
+  // And as it leaves it if it fails; the package's run would end there.
+  install::WriteTree(dataFolder, {{"dbcon_failed.txt", ""}});
+  const HxRun failed = RunFrom(upgrade, "CustomAction17.Judge");
+  EXPECT_EQ(failed.status, 3u) << failed.output << failed.errors;
+  EXPECT_EQ(failed.Lines("returned "), Texts{"1603: ends the installation with an error"});
+  EXPECT_EQ(install::ReadTree(dataFolder), converted);
+}
+
+// The profiles and the data of all users have only the drive in common on the Windows of these tests. So the
+// action moves no file.
+TEST_F(HxRunServerTest, TheKeyFilesStayHere) {
+  const std::wstring user = L"C:\\A user", all = L"C:\\ProgramData\\Ostrel";
+  const install::Tree keys = {{"Local Settings\\", ""},
+                              {"Local Settings\\Application Data\\", ""},
+                              {"Local Settings\\Application Data\\portable.dir\\", ""},
+                              {"Local Settings\\Application Data\\portable.dir\\portable.pky", "a key"}};
+  install::WriteTree(user, keys);
+  install::WriteTree(all, {{"portable.dir\\", ""}});
+  const InstallerRun& run = Install(install::Server());
+  ASSERT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(install::ReadTree(user), keys);
+  ExpectSameRun(run, "CustomAction13");
+  EXPECT_EQ(install::ReadTree(user), keys);
+  install::DeleteTree(user);
+  install::DeleteTree(all);
 }
 
 class HxRunClientTest : public install::AgentTest {
@@ -143,6 +211,93 @@ TEST_F(HxRunClientTest, TheLinesAndPropertiesOfItsLife) {
   const InstallerRun& removal = Remove(install::Client());
   ASSERT_EQ(removal.exitCode, 0u);
   ExpectSameLines(removal, {"CustomAction32", "CustomAction38"});
+}
+
+TEST_F(HxRunClientTest, TheChangesOfItsLife) {
+  const install::LibraryList unhooked = {true, "other.dll", 2}, hooked = {true, "other.dll OSTRACK.DLL", 3};
+  install::Scheduler scheduler;
+  const std::wstring service = std::wstring(install::kOtherFolder) + L"\\ostrel.exe";
+  install::LayDownProgram(service);
+  install::MakeService(service);
+  install::RunService("Ostrel");
+  install::SetLibraryList(unhooked);
+  install::ClearRecord();
+  install::StopService("Schedule");
+  install::WriteAuditFile("the counts of a month");
+  const InstallerRun& run = Install(
+      install::Client(), L"PROP_SILENCE=-1 PROP_RESETAUDIT=1 PROP_TASKUSER=auditor PROP_TASKPASS=1-Pass-1");
+  ASSERT_EQ(run.exitCode, 0u);
+  EXPECT_TRUE(install::IsServiceRunning("Schedule"));
+  EXPECT_EQ(install::GetLibraryList(), hooked);
+  const auto told = [](size_t count) {
+    install::WaitUntil("the record", [&] { return install::RecordOf("ostrel.exe: ").size() >= count; });
+    return install::RecordOf("ostrel.exe: ");
+  };
+  EXPECT_EQ(told(4), (Texts{"ostrel.exe: control 1", "ostrel.exe: stopped", "ostrel.exe: started",
+                            "ostrel.exe: control 200"}));
+
+  install::SetLibraryList(unhooked);
+  install::ClearRecord();
+  install::StopService("Schedule");
+  ExpectSameRun(run, "CustomAction8");
+  install::WaitUntil("the service Schedule", [] { return install::IsServiceRunning("Schedule"); });
+  ExpectSameRun(run, "CustomAction9");
+  EXPECT_EQ(install::GetLibraryList(), hooked);
+  ExpectSameRun(run, "CustomAction29");
+  EXPECT_EQ(told(1), Texts{"ostrel.exe: control 200"});
+  // The package's run logs the text of the notice.
+  EXPECT_EQ(run.LinesWith("is running as a service").size(), 1u);
+  EXPECT_EQ(ExpectSameRun(run, "CustomAction1").Lines("notice: "),
+            Texts{"25003 \"\" (its text is in the package's Error table); answered with OK"});
+  EXPECT_EQ(told(3), (Texts{"ostrel.exe: control 200", "ostrel.exe: control 1", "ostrel.exe: stopped"}));
+  const Texts workItem = scheduler.WorkItem();
+  EXPECT_NE(workItem, Texts{});
+  ExpectSameRun(run, "CustomAction7");
+  EXPECT_EQ(scheduler.WorkItem(), Texts{});
+  ExpectSameRun(run, "CustomAction6");
+  EXPECT_EQ(scheduler.WorkItem(), workItem);
+  const std::optional<std::string> audit = install::AuditBytes();
+  EXPECT_EQ(audit, std::string(12, '\0'));
+  install::WriteAuditFile("the counts of a month");
+  ExpectSameRun(run, "CustomAction11");
+  EXPECT_EQ(install::AuditBytes(), audit);
+
+  scheduler.RegisterDaily(install::kUserTask);
+  scheduler.RegisterDaily(install::kUpdateTask);
+  const Texts both = scheduler.Tasks();
+  EXPECT_EQ(both.size(), 2u);
+  const InstallerRun& removal = Remove(install::Client());
+  ASSERT_EQ(removal.exitCode, 0u);
+  const install::LibraryList left = install::GetLibraryList();
+  EXPECT_EQ(left, (install::LibraryList{true, "other.dll", 3}));
+  const Texts tasks = scheduler.Tasks();
+
+  install::SetLibraryList(hooked);
+  scheduler.RegisterDaily(install::kUserTask);
+  scheduler.RegisterDaily(install::kUpdateTask);
+  ExpectSameRun(removal, "CustomAction10");
+  EXPECT_EQ(install::GetLibraryList(), left);
+  ExpectSameRun(removal, "CustomAction28");
+  EXPECT_EQ(scheduler.Tasks(), Texts{rig::ToUtf8(install::kUpdateTask)});
+  ExpectSameRun(removal, "CustomAction32");
+  EXPECT_EQ(scheduler.Tasks(), tasks);
+}
+
+TEST_F(HxRunClientTest, TheStoredSettings) {
+  const auto store = [] {
+    install::SetRegistryText(HKEY_LOCAL_MACHINE, install::kServiceKey, "flat", "without subkeys");
+  };
+  const auto isStored = [] { return install::KeyExists(HKEY_LOCAL_MACHINE, install::kServiceKey); };
+  ASSERT_EQ(Install(install::Client()).exitCode, 0u);
+  for (const bool cleans : {true, false}) {
+    store();
+    const InstallerRun& run = Reinstall(install::Client(), cleans ? L"PROP_CLEAN=yes" : L"PROP_CLEAN=no");
+    ASSERT_EQ(run.exitCode, 0u);
+    EXPECT_EQ(isStored(), !cleans);
+    store();
+    ExpectSameRun(run, "CustomAction4");
+    EXPECT_EQ(isStored(), !cleans);
+  }
 }
 
 }  // namespace
