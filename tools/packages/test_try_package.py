@@ -36,7 +36,8 @@ class TryTest(SourceTest):
             return left.pop(0)
 
         output, errors = io.StringIO(), io.StringIO()
-        with mock.patch.object(try_package, "run_trial", run_trial), contextlib.redirect_stdout(output), \
+        with mock.patch.object(try_package, "run_trial", run_trial), \
+                mock.patch.object(try_package, "explained", lambda path: ["one", "two"]), contextlib.redirect_stdout(output), \
                 contextlib.redirect_stderr(errors):
             status = try_package.main([str(self.package), "--programs", str(self.folder), "--logs", str(self.logs), *words])
         self.assertEqual(left, [])
@@ -57,7 +58,7 @@ class TryTest(SourceTest):
                          "  changed:\n    - C:\\New\\\n"
                          "What the removal left\n"
                          "  the machine now, compared with the machine before the installation:\n    ~ C:\\Old = x\n"
-                         f"The verbose logs are in {self.logs}\n")
+                         f"The verbose logs are in {self.logs}; explain.html beside them explains them\n")
         code = try_package.read_package(self.package).properties()["ProductCode"]
         self.assertEqual(calls, [("arm64", ["Z:\\run\\package.msi", code, "Z:\\run", "A=b c", "EMPTY="], True, b"trial")])
         self.assertEqual((self.logs / "install.log").read_bytes(), LOG.encode())
@@ -68,10 +69,10 @@ class TryTest(SourceTest):
         (self.logs / "remove.log").write_text("of an earlier trial")
         status, output, _, _ = self.run_try(trials=[(0, ["run install 1603"])], logs={"install.log": b""})
         self.assertEqual((status, output), (1,
-            'Installation failed; the log says why, above "Return value 3" (1603)\n  the library wrote nothing to the log\n'
-            "  nothing changed\nThe product is not installed now, so there is nothing to remove.\n"
-            f"The verbose logs are in {self.logs}\n"))
-        self.assertEqual([path.name for path in self.logs.iterdir()], ["install.log"])
+            "Installation failed (1603)\n  the library wrote nothing to the log\n  nothing changed\n"
+            "  what happened:\n    one\n    two\nThe product is not installed now, so there is nothing to remove.\n"
+            f"The verbose logs are in {self.logs}; explain.html beside them explains them\n"))
+        self.assertEqual(sorted(path.name for path in self.logs.iterdir()), ["explain.html", "install.log"])
 
     def test_failed_removal(self):
         self.make_for("x64")

@@ -4,8 +4,8 @@
     tools/packages/try_package.py PACKAGE.msi --programs FOLDER --logs FOLDER [NAME=VALUE]...
 
 Installs the package with these properties and removes it again. Prints for each run the engine's result, what the actions
-of the library said, and what the run changed on the machine; then what the removal left. The verbose logs are written to
-the folder of --logs; trial.exe for the package's processor is in the folder of --programs.
+of the library said, and what the run changed on the machine; then what the removal left. The verbose logs, and the page that
+explains them, are written to the folder of --logs; trial.exe for the package's processor is in the folder of --programs.
 
 The exit status is 0 if the package was installed and removed, 1 if not.
 """
@@ -13,6 +13,7 @@ The exit status is 0 if the package was installed and removed, 1 if not.
 import argparse
 import re
 import shutil
+import subprocess
 import sys
 import tempfile
 from pathlib import Path
@@ -29,12 +30,15 @@ ATTEMPTS = 3
 TIMED_OUT = 124
 
 RUN = re.compile(r"run (install|remove|rest) (\d+)")
+# Explains logs; the page does the same in a browser.
+EXPLAIN = Path(__file__).resolve().parents[2] / "explain/explain.mjs"
+PAGE = Path(__file__).resolve().parents[2] / "docs/explain.html"
 TITLES = {"install": "Installation", "remove": "Removal", "rest": "What the removal left"}
 PUBLIC = re.compile(r"[A-Z_][A-Z0-9_.]*")
 
 # The results with which a run succeeded.
 SUCCESS = {0: "succeeded", 1641: "succeeded; the machine would restart now", 3010: "succeeded; the machine must be restarted"}
-FAILURE = {1602: "was cancelled", 1603: "failed; the log says why, above \"Return value 3\"",
+FAILURE = {1602: "was cancelled", 1603: "failed",
            1618: "did not begin: another installation is running", 1619: "did not begin: the package could not be opened",
            1625: "did not begin: a policy forbids it", 1633: "did not begin: the package is for another processor",
            1638: "did not begin: another version of this product is installed"}
@@ -87,6 +91,12 @@ def parse(lines):
     return runs
 
 
+def explained(path):
+    """What ./hx explain says of a log, line by line."""
+    result = subprocess.run(["node", EXPLAIN, "--summary", path], capture_output=True, text=True, check=False)
+    return (result.stdout or result.stderr).splitlines()
+
+
 def show(title, lines, none):
     print(f"  {title}" if lines else f"  {none}")
     for line in lines:
@@ -106,6 +116,8 @@ def report(runs, logs):
         print(f"{title} {result_text(code)}")
         show("the library wrote to the log:", said(logs / f"{name}.log"), "the library wrote nothing to the log")
         show("changed:", changes, "nothing changed")
+        if code not in SUCCESS:
+            show("what happened:", explained(logs / f"{name}.log"), "")
     if "remove" not in runs:
         print("The product is not installed now, so there is nothing to remove.")
     return int(any(name not in runs or runs[name][0] not in SUCCESS for name in ("install", "remove")))
@@ -119,33 +131,40 @@ def run_trial(processor, folder):
     return status, lines
 
 
-def try_package(path, properties, programs, logs):
-    """Tries the package. Returns the exit status."""
-    package = read_package(path)
-    processor = processor_of(package, path)
-    check_properties(properties)
+def trial_of(package, path, processor, properties, programs, logs):
+    """Runs one trial, and copies its logs to `logs`. Returns its status and the output of trial.exe."""
     with tempfile.TemporaryDirectory(prefix="hx-try-") as name:
         folder = Path(name)
         shutil.copyfile(path, folder / "package.msi")
         shutil.copyfile(programs / "trial.exe", folder / "trial.exe")
         words = [r"Z:\run\package.msi", package.properties()["ProductCode"], r"Z:\run", *properties]
         (folder / "trial.txt").write_text("".join(f"{word}\n" for word in words), encoding="utf-8")
-        for attempt in range(1, ATTEMPTS + 1):
-            status, lines = run_trial(processor, folder)
-            if status != TIMED_OUT or attempt == ATTEMPTS:
-                break
-            print(f"hx: the installation did not end within {TIME_LIMIT} seconds; starting again", file=sys.stderr)
+        status, lines = run_trial(processor, folder)
         logs.mkdir(parents=True, exist_ok=True)
         for log in ("install.log", "remove.log"):
             (logs / log).unlink(missing_ok=True)
             if (folder / log).is_file():
                 shutil.copyfile(folder / log, logs / log)
+    shutil.copyfile(PAGE, logs / PAGE.name)
+    return status, lines
+
+
+def try_package(path, properties, programs, logs):
+    """Tries the package. Returns the exit status."""
+    package = read_package(path)
+    processor = processor_of(package, path)
+    check_properties(properties)
+    for attempt in range(1, ATTEMPTS + 1):
+        status, lines = trial_of(package, path, processor, properties, programs, logs)
+        if status != TIMED_OUT or attempt == ATTEMPTS:
+            break
+        print(f"hx: the installation did not end within {TIME_LIMIT} seconds; starting again", file=sys.stderr)
     if status == TIMED_OUT:
         raise PackageError(f"the installation did not end within {TIME_LIMIT} seconds, {ATTEMPTS} times")
     if status:
         raise PackageError(f"the trial ended with status {status}:\n" + "\n".join(lines[-5:]))
     failed = report(parse(lines), logs)
-    print(f"The verbose logs are in {logs}")
+    print(f"The verbose logs are in {logs}; {PAGE.name} beside them explains them")
     return failed
 
 
