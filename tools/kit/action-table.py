@@ -98,15 +98,29 @@ def actions_part(kit):
     return table(["Entry point", "Action", "Fragment", "Runs", "Result", "Place", "Condition", "Belongs to"], rows)
 
 
+# A section of a head with what a package must add, and the first column of its lines.
+ADDED = re.compile(r"^  WHAT (?:A|THE) PACKAGE MUST \w+\n\n(.*?)(?=^  \S|\Z)", re.DOTALL | re.MULTILINE)
+TERM = re.compile(r"^    (\S+(?: \S+)*)(?: {2,}|$)", re.MULTILINE)
+CODE = re.compile(r"[A-Z]\w*[A-Z]\w*(?:\.\w+)?|\w+\.\w+")
+
+
+def added_by_package(fragment):
+    """What a package must add for a fragment: the names in its head."""
+    head = re.search(r"<!--(.*?)-->", fragment.text, re.DOTALL)
+    terms = [term for section in ADDED.findall(head[1] if head else "") for part in TERM.findall(section)
+             for term in part.split(", ")]
+    return ", ".join(f"`{term}`" if CODE.fullmatch(term) else term for term in terms)
+
+
 def fragments_part(kit):
     rows = []
     for fragment in kit.fragments.values():
         models = dict.fromkeys(model.name.partition("/")[0] for model in kit.models if fragment.name in model.fragments)
         entries = sorted(set(fragment.entry_points()), key=number_of)
         rows.append([f"`{fragment.name}`", fragment.purpose(), ", ".join(str(number_of(name)) for name in entries),
-                     ", ".join(f"`{need}`" for need in fragment.needs()), ", ".join(fragment.errors),
-                     ", ".join(models)])
-    return table(["Fragment", "What for", "Entry points", "Needs", "Error texts", "Model"], rows)
+                     ", ".join(f"`{need}`" for need in fragment.needs()), added_by_package(fragment),
+                     ", ".join(fragment.errors), ", ".join(models)])
+    return table(["Fragment", "What for", "Entry points", "Needs", "You add", "Error texts", "Model"], rows)
 
 
 def last_columns(part):

@@ -21,7 +21,7 @@ from typing import NamedTuple
 from xml.parsers import expat
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from kit.guide_examples import examples
+from kit.guide_examples import all_examples
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = "docs/authoring-v4.md"
@@ -523,7 +523,7 @@ def sources(project, names=None):
         if not path.endswith((".wxi", ".wxs")):
             raise Unknown(f"{name}:1: tools/kit/authoring_v4.py cannot convert a file of this kind. Teach it to do that.")
     guide = project / GUIDE
-    return found | {f"{EXAMPLES}/{name}": (GUIDE, text) for name, text in examples(guide).items()}
+    return found | {f"{EXAMPLES}/{name}": (GUIDE, text) for name, text in all_examples(guide).items()}
 
 
 def authoring(project, names=None):

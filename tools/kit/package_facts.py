@@ -11,7 +11,7 @@ import xml.etree.ElementTree as ElementTree
 from collections import namedtuple
 from pathlib import Path
 
-from kit.guide_examples import examples
+from kit.guide_examples import all_examples
 from kit.texts import DEFINE, VARIABLE, default_texts, replace_variables
 from lint.entry_points import NAME, page_lines
 
@@ -205,7 +205,7 @@ def read_packages(root, fragments):
     packages = read_all_models(root, fragments)
     guide = root / "docs/authoring.md"
     with tempfile.TemporaryDirectory(prefix="hx-packages-") as folder:
-        for name, text in (examples(guide) if guide.is_file() else {}).items():
+        for name, text in (all_examples(guide) if guide.is_file() else {}).items():
             source = Path(folder) / name
             source.write_text(text, encoding="utf-8")
             packages.append(Model(root, source, fragments, name))

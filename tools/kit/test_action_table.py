@@ -164,6 +164,40 @@ class KitTest(TreeTest):
             self.assertTrue(line.startswith(beginning), f"{line!r} does not begin with {beginning!r}")
 
 
+class FragmentsTest(KitTest):
+    """The table of the fragments says what a package adds for each."""
+
+    def added(self, head):
+        text = SERVICE_TEXT.replace("<!--\n", "<!--\n" + head, 1) if head else SERVICE_TEXT
+        self.assertEqual(text != SERVICE_TEXT, bool(head))
+        self.write({SERVICE: text})
+        self.regenerate()
+        row, = re.findall(rf"^\| `{SERVICE.rpartition('/')[2]}` \|(.*)\|$", self.guide(), re.MULTILINE)
+        return row.split("|")[3].strip()
+
+    def test_nothing(self):
+        self.assertEqual(self.added(""), "")
+
+    def test_names(self):
+        self.assertEqual(self.added("""\
+  WHAT A PACKAGE MUST SET
+
+    PROP_ONE, PropTwo
+                  two names, in a line of their own
+    "Three"       a value of the registry:  two blanks in it are no column
+    file.inf      a file
+
+  WHAT THE PACKAGE MUST SCHEDULE
+
+    the end       words
+
+  WHAT IT SETS
+
+    PROP_FOUR     of the fragment
+
+"""), '`PROP_ONE`, `PropTwo`, "Three", `file.inf`, the end')
+
+
 class ChecksTest(KitTest):
     def test_agreement(self):
         self.assert_clean({})

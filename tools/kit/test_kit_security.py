@@ -21,7 +21,8 @@ LIBRARY = "packages/library.wxi"
 GUIDE = "docs/authoring.md"
 
 # Every package that runs actions.
-PACKAGES = ("client/client.wxs", "other/client.wxs", "other/one.wxs", "other/other.wxs", "server/server.wxs", "client.wxs", "server.wxs")
+PACKAGES = ("client/client.wxs", "other/client.wxs", "other/one.wxs", "other/other.wxs", "server/server.wxs", "gauge.wxs", "client.wxs",
+            "server.wxs")
 # One row of the refusal, in both sequences.
 REFUSAL = '<Custom Action="RefuseNoAdministrator" Sequence="10">NOT AdminUser</Custom>'
 
@@ -140,7 +141,7 @@ class KitSecurityTest(unittest.TestCase):
         self.change(CLIENT, "    <?include library.wxi?>\n", "")
         self.change(GUIDE, "    <?include library.wxi?>\n", "")
         self.assert_found(kit_checks.check_administrator, *(f"{package}: has no RefuseNoAdministrator: include library.wxi"
-                                                            for package in ("client/client.wxs", "client.wxs",
+                                                            for package in ("client/client.wxs", "gauge.wxs", "client.wxs",
                                                                             "server.wxs")))
 
     def test_package_that_begins_to_run_actions(self):

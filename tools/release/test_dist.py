@@ -124,7 +124,7 @@ class Archive(DistTest):
             names = content.namelist()
             newer = {f"packages-v4/{name.removeprefix('packages/')}" for name in expected
                      if name.startswith("packages/") and name.endswith((".wxi", ".wxs"))}
-            newer |= {"packages-v4/guide/client.wxs", "packages-v4/guide/server.wxs"}
+            newer |= {f"packages-v4/guide/{name}.wxs" for name in ("gauge", "client", "server")}
             self.assertLessEqual({"packages-v4/library.wxi", "packages-v4/server/server.wxs"}, newer)
             self.assertEqual(names, sorted(f"hxsetup-{VERSION}/{name}" for name in expected | newer | set(MADE)))
             for name in newer:
