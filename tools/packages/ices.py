@@ -34,6 +34,9 @@ KINDS = {"0": FAILURE, "1": ERROR, "2": WARNING, "3": INFORMATION}
 # The name with which the program begins the lines of its output.
 WORD = re.compile(r"(open|run|said|end|late|done)(?: (.*))?")
 
+# The entry of the summary that names the processor, in a text archive.
+ARM64_TEMPLATE = re.compile(rb"(^7\t)Arm64;", re.MULTILINE | re.IGNORECASE)
+
 # Wine's script object of a database does not have this method. This function takes its place: 1 if the table exists.
 PERSISTENT = re.compile(rb"\bDatabase\.TablePersistent\b")
 HAS_TABLE = b"""
@@ -114,6 +117,10 @@ def merge(package, target, library):
             write_archive(archives[-1], table)
         for script in (Path(folder) / "Binary").glob("*.vbs"):
             script.write_bytes(PERSISTENT.sub(b"HasTable", script.read_bytes()) + HAS_TABLE)
+        summary = run("msiinfo", "export", package, "_SummaryInformation", cwd=folder)
+        # The engine for x64 opens no package for ARM64. The actions read only that it is for 64-bit processors.
+        archives.append(Path(folder) / "_SummaryInformation.idt")
+        archives[-1].write_bytes(ARM64_TEMPLATE.sub(rb"\1x64;", summary))
         run("msibuild", target, "-i", *archives, cwd=folder)
     return order
 
