@@ -49,6 +49,34 @@ TEST(HxRunEffectsTest, TheFunctionsThatChangeTheMachine) {
   EXPECT_EQ(changes, "");
 }
 
+TEST(HxRunEffectsTest, TheMethodsThatChangeTheMachine) {
+  for (const char* name : {"ITaskFolder.CreateFolder",
+                           "ITaskFolder.DeleteFolder",
+                           "ITaskFolder.DeleteTask",
+                           "ITaskFolder.RegisterTaskDefinition",
+                           "new ITaskFolder.RegisterTaskDefinition",
+                           "IRegisteredTask.RunEx",
+                           "ITaskScheduler.Delete",
+                           "IPersistFile.Save",
+                           "INetFwRules.Add",
+                           "INetFwRules.Remove",
+                           "existing INetFwRule.put_Name",
+                           "existing INetFwRule.put_ApplicationName",
+                           "existing INetFwRule.put_Grouping",
+                           "existing INetFwRule.put_Description",
+                           "INetFwAuthorizedApplications.Add",
+                           "INetFwAuthorizedApplications.Remove",
+                           "existing INetFwAuthorizedApplication.put_ProcessImageFileName",
+                           "existing INetFwAuthorizedApplication.put_Name",
+                           "IADsContainer.Delete",
+                           "IADsUser.SetPassword",
+                           "IADsUser.SetInfo"}) {
+    const hxrun::Row* row = FindRow(name);
+    ASSERT_NE(row, nullptr) << name;
+    EXPECT_EQ(row->effect, Effect::kChanges) << name;
+  }
+}
+
 TEST(HxRunEffectsTest, AFunctionWithoutARowIsRefused) {
   // A declaration stays for the life of the program, so only this test declares one.
   rig::declarations::Add(new rig::Declaration("KERNEL32", "SetVolumeLabelW", rig::Returns(0), nullptr));

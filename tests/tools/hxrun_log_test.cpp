@@ -177,5 +177,50 @@ TEST(HxRunPropertiesTest, TheCommandLineComesBeforeTheFileAndTheFileBeforeTheLog
   DeleteFolder(L"C:\\hxrun-given");
 }
 
+TEST(HxRunPropertiesTest, AHiddenValueThatTheActionReadsIsAskedFor) {
+  LayDownHxRun();
+  WriteBytes(L"C:\\hxrun-given\\b.log",
+             "Action start 12:00:01: CustomAction6.\nAction start 12:00:02: CustomAction12.\n"
+             "Property(S): PROP_TASKUSER = auditor\nProperty(S): PROP_TASKPASS = **********\n"
+             "Property(S): OTHER = **********\n");
+  const auto notes = [](const std::wstring& action) {
+    return RunHxRun(L"--dry-run --from-log C:\\hxrun-given\\b.log " + action).Lines("note: ");
+  };
+  const std::string ofTheEnd =
+      "C:\\hxrun-given\\b.log does not say when properties changed: the values are those of its end";
+  EXPECT_EQ(notes(L"CustomAction6"),
+            (std::vector<std::string>{
+                ofTheEnd, "the log hides the value of PROP_TASKPASS: give it as PROP_TASKPASS=VALUE"}));
+  EXPECT_EQ(notes(L"CustomAction6 PROP_TASKPASS=Secret-1"), std::vector<std::string>{ofTheEnd});
+  EXPECT_EQ(notes(L"CustomAction12"), std::vector<std::string>{ofTheEnd});
+  DeleteFolder(L"C:\\hxrun-given");
+}
+
+TEST(HxRunPropertiesTest, ADeferredActionSeesOnlyItsData) {
+  LayDownHxRun();
+  // With PROP_SILENCE=-1 the failure would send a notice.
+  WriteBytes(L"C:\\hxrun-given\\b.log",
+             "Action start 12:00:01: CustomAction15.\nProperty(S): PROP_SILENCE = -1\n"
+             "Property(S): CustomAction15 = hxsetup -m \"C:\\hxrun-given\\none\\.\" "
+             "\"C:\\hxrun-given\\x\\.\"\n");
+  const HxRun run = RunHxRun(L"--yes --from-log C:\\hxrun-given\\b.log CustomAction15");
+  EXPECT_EQ(run.status, 3u);
+  EXPECT_EQ(run.Story(), "returned 1603: ends the installation with an error\n");
+  EXPECT_EQ(RunHxRun(L"--data x CustomAction12").Story(),
+            "not set: DIR_PROGRAMS64 (error 1627)\nreturned 0: success\n");
+  DeleteFolder(L"C:\\hxrun-given");
+}
+
+TEST(HxRunPropertiesTest, RollbackIsTheModeOfTheSession) {
+  LayDownHxRun();
+  const std::wstring action =
+      L"--dry-run CustomAction23 PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=hxmeter PROP_ACCOUNTNAME=hxmeter";
+  EXPECT_EQ(RunHxRun(action).Log(),
+            std::vector<std::string>{"Hx Setup Log: creating local service account hxmeter"});
+  const HxRun back = RunHxRun(L"--rollback " + action);
+  EXPECT_EQ(back.Log(), std::vector<std::string>{"Hx Setup Log: deleting local service account hxmeter"});
+  EXPECT_NE(back.output.find(", immediate, in rollback, dry run: nothing is changed\n"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace hxrun_test
