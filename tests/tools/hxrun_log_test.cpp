@@ -82,6 +82,22 @@ TEST(HxRunLogTest, TheValuesWhereTheActionRanInEachEncoding) {
   EXPECT_EQ(ReadLog(LinesOf(kLog), "FindData", false, "a.log").values, kAtThePlace);
 }
 
+// A package can give an action the name of another entry point.
+TEST(HxRunLogTest, TheEntryPointCountsMoreThanTheActionsName) {
+  const std::string log =
+      "MSI (s) (E0:64) [12:00:01:000]: PROPERTY CHANGE: Adding DIR_UPG property. Its value is 'early'.\n"
+      "MSI (s) (E0:38) [12:00:01:001]: Invoking remote custom action. DLL: C:\\MSI1.tmp, Entrypoint: "
+      "CustomAction34\n"
+      "MSI (s) (E0:64) [12:00:01:002]: PROPERTY CHANGE: Modifying DIR_UPG property. Its current value is "
+      "'early'. Its new value: 'late'.\n"
+      "Action start 12:00:02: CustomAction34.\n"
+      "MSI (s) (E0:38) [12:00:02:001]: Invoking remote custom action. DLL: C:\\MSI2.tmp, Entrypoint: "
+      "CustomAction20\n"
+      "Property(S): DIR_UPG = late\n";
+  EXPECT_EQ(ReadLog(LinesOf(log), "CustomAction34", false, "a.log").values,
+            (Properties{{"DIR_UPG", "early"}}));
+}
+
 TEST(HxRunLogTest, TheDataOfADeferredAction) {
   const LoggedAction action = ReadLog(LinesOf(kLog), "CustomAction15", true, "a.log");
   EXPECT_EQ(action.data, "hxsetup -mobl \"C:\\A (1)\\.\" \"C:\\B, C\\.\"");
