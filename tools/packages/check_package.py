@@ -62,7 +62,7 @@ def main(arguments):
     parsed = parser.parse_args(arguments)
     try:
         return check(parsed.package, parsed.host)
-    except PackageError as error:
+    except (PackageError, OSError) as error:
         print(f"hx: {error}", file=sys.stderr)
         return 1
 

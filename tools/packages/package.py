@@ -18,7 +18,7 @@ from packages import rules
 from packages.check_package import RULE
 from packages.compiler import compile_source
 from packages.findings import ERROR, Finding, line
-from packages.tables import PackageError, read_package
+from packages.tables import PACKAGE_SIGNATURE, PackageError, read_package
 from packages.writer import TEMPLATES, Files, write_package
 
 FRAGMENTS = Path(__file__).resolve().parents[2] / "packages"
@@ -41,6 +41,8 @@ def make(source, processor, library, defines, target):
     """Makes the package. Returns what the rules of the fragments find in it."""
     if not source.is_file():
         raise PackageError(f"{source} {'is not a file' if source.exists() else 'does not exist'}: give the path of a .wxs")
+    if target.is_file() and target.read_bytes()[:len(PACKAGE_SIGNATURE)] != PACKAGE_SIGNATURE:
+        raise PackageError(f"{target} exists and is not a package, so it is not replaced: give another path with --out")
     variables = {"LibraryFile": str(library), **variables_of(defines)}
     tables = compile_source(source, [FRAGMENTS], variables)
     target.parent.mkdir(parents=True, exist_ok=True)
@@ -59,7 +61,7 @@ def main(arguments):
     try:
         found = make(parsed.source, parsed.processor, parsed.library, parsed.define, parsed.out)
         properties = read_package(parsed.out).properties()
-    except PackageError as error:
+    except (PackageError, OSError) as error:
         print(f"hx: {error}\nhx: no package was made", file=sys.stderr)
         return 1
     print(f"{parsed.out}: {properties['ProductName']} {properties['ProductVersion']} for {parsed.processor}, "

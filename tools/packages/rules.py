@@ -2,10 +2,12 @@
 names of its actions. What a fragment has and needs is read from its file in packages/: its elements, its guards and its
 head. For the scripts of this folder."""
 
+import functools
+import re
 import tempfile
 from pathlib import Path
 
-from images.image_facts import Program
+from images.image_facts import Program, parse_version_resource
 from kit.kit_checks import (LISTS, NOT_SECURE, NOTHING, PAIRS, PROTECTED, READ_AS_SYSTEM, REAL_RIGHTS, REFUSAL,
                             REFUSAL_CONDITION, REFUSAL_PLACE, RIGHTS)
 from kit.package_facts import LIBRARY_FRAGMENT, OTHER_SEQUENCES
@@ -36,6 +38,12 @@ CONDITIONS = [(table, "Condition", "Action") for table in (EXECUTE, DIALOGS, *OT
 
 # Attributes of ServiceInstall and their columns.
 SERVICE_COLUMNS = {"Account": "StartName", "Password": "Password"}
+
+
+# The library's file name in its version resource; the name of an entry point, and how many of them no other DLL has.
+LIBRARY_FILE = "hxsetup.dll"
+ENTRY_POINT = re.compile(r"CustomAction\d+")
+MANY_ENTRY_POINTS = 10
 
 
 class Package:
@@ -93,9 +101,21 @@ class Package:
         """The actions that call a DLL in the package: their rows."""
         return [row for row in self.actions.values() if row["Type"] & KIND == DLL and not row["Type"] & IN_FILES]
 
+    @functools.cached_property
+    def libraries(self):
+        """The names in the table Binary that are the library: the fragments' name, and any other name of the same DLL."""
+        names = {binary for fragment in self.fragments.values() for binary in fragment.binaries}
+        called = {row["Source"] for row in self.calls()}
+        return names | {row["Name"] for row in self.database.rows("Binary")
+                        if row["Name"] in called - names and is_library(self.program(row["Name"]))}
+
+    @functools.lru_cache(maxsize=None)
+    def program(self, name):
+        """A DLL of the table Binary; None if it is not one."""
+        return read_program(self.path, name)
+
     def library_calls(self):
-        library = {binary for fragment in self.fragments.values() for binary in fragment.binaries}
-        return {row["Action"]: row for row in self.calls() if row["Source"] in library}
+        return {row["Action"]: row for row in self.calls() if row["Source"] in self.libraries}
 
     def is_later(self, action):
         return bool(self.actions[action]["Type"] & LATER) if action in self.actions else False
@@ -129,7 +149,7 @@ def rule_library(package):
         yield error(f"The package is for the processor {template or 'Intel'}: the library is for x64 and Arm64 only. Compile "
                     "with -arch x64 or -arch arm64.")
     binaries = {row["Name"] for row in package.database.rows("Binary")}
-    named = {binary for fragment in package.fragments.values() for binary in fragment.binaries}
+    named = package.libraries
     calls = {}
     for row in package.calls():
         calls.setdefault(row["Source"], []).append(row)
@@ -139,7 +159,7 @@ def rule_library(package):
             yield error(f"The table Binary has no {name}, which {join(row['Action'] for row in calls[name])} "
                         f"{'calls' if len(calls[name]) == 1 else 'call'}. {said}")
             continue
-        program = read_program(package.path, name)
+        program = package.program(name)
         found = program and program.file_header.get("Machine", "").split(" ")[0]
         if not found:
             yield error(f"{name} in the table Binary is not a DLL of Windows. "
@@ -154,6 +174,17 @@ def rule_library(package):
                 yield error(f"The action {row['Action']} calls {row['Target']}, which {name} in the table Binary does not "
                             "export. "
                             + ("docs/actions.md lists the entry points." if name in named else "Look for a misspelt name."))
+
+
+def is_library(program):
+    """Whether a DLL is the library, by the name in its version resource or, without one, by its entry points."""
+    if not program:
+        return False
+    resource = program.version_resource()
+    if resource:
+        return parse_version_resource(resource)[2].get("OriginalFilename", "").lower() == LIBRARY_FILE
+    exports = [export.get("Name") or "" for export in program.facts.all("Export")]
+    return len([name for name in exports if ENTRY_POINT.fullmatch(name)]) >= MANY_ENTRY_POINTS
 
 
 def read_program(package, name):
@@ -598,7 +629,14 @@ UNUSED = ("The package does not use the library: it has no action of the fragmen
 
 def check(database, package_path):
     """The findings in a package, each ("error" or "warning", text). `package_path` is the .msi with its streams."""
-    package = Package(database, package_path, read_fragments())
+    try:
+        return list(findings_of(Package(database, package_path, read_fragments())))
+    except (KeyError, IndexError, TypeError, ValueError) as error:
+        raise PackageError(f"{package_path} is damaged, or made by a compiler that leaves out columns ({type(error).__name__} "
+                           f"{error}): make it again") from None
+
+
+def findings_of(package):
     if not any(fragment.actions for fragment in package.used) and not package.library_calls():
         return [warning(UNUSED)]
     return [finding for rule in RULES for finding in rule(package)]

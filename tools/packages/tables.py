@@ -12,6 +12,9 @@ OUTPUTS = "{http://schemas.microsoft.com/wix/2006/outputs}"
 OBJECTS = "{http://schemas.microsoft.com/wix/2006/objects}"
 DEFINITIONS = "{http://schemas.microsoft.com/wix/2006/tables}"
 
+# The first bytes of an .msi, an OLE compound file.
+PACKAGE_SIGNATURE = b"\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1"
+
 # What replaces a line break inside a field of a text archive of a table. msibuild knows no replacement of a tab.
 LINE_BREAK = "\x11\x19"
 
@@ -145,7 +148,7 @@ def read_package(path):
     path = Path(path).resolve()
     if not path.is_file():
         raise PackageError(f"{path} {'is not a file' if path.exists() else 'does not exist'}")
-    if path.read_bytes()[:8] != b"\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1":
+    if path.read_bytes()[:len(PACKAGE_SIGNATURE)] != PACKAGE_SIGNATURE:
         raise PackageError(f"{path} is not an installation package: it does not begin like an OLE compound file")
     try:
         names = run("msiinfo", "tables", path).decode().split()
@@ -153,6 +156,14 @@ def read_package(path):
         raise PackageError(f"{path} is not an installation package: {error}") from None
     if "Property" not in names:
         raise PackageError(f"{path} is not an installation package: it has no table Property")
+    try:
+        return parse_package(path, names)
+    except (KeyError, IndexError, TypeError, ValueError) as error:
+        raise PackageError(f"{path} is damaged ({type(error).__name__} {error}): make it again") from None
+
+
+def parse_package(path, names):
+    """The tables of an .msi that has the tables `names`."""
     database = Database()
     with tempfile.TemporaryDirectory(prefix="hx-tables-") as folder:
         # msiinfo writes the streams of a table to the current folder.

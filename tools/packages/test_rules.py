@@ -6,13 +6,14 @@ import re
 import tempfile
 import unittest
 from pathlib import Path
+from unittest import mock
 
 from kit.kit_checks import reads_data, read_kit
 from kit.guide_examples import examples
 from packages import rules
 from packages.fragments import read_fragments
 from packages.sample_library import ROOT, make_library
-from packages.tables import Column, Table, read_package
+from packages.tables import Column, PackageError, Table, read_package
 from support import load_script
 
 PACKAGE = load_script("packages/make_packages.py")
@@ -133,6 +134,30 @@ class RulesTest(unittest.TestCase):
         self.assert_found(OTHER, change, rules.UNUSED, severity="warning")
 
     # ---- the library
+
+    def test_library_under_another_name(self):
+        """The same DLL as another Binary is the library, too: its calls are checked."""
+        def change(tables):
+            for row in tables.database.tables["Binary"].rows:
+                row[0] = "HxLib"
+            for row in tables.database.tables["CustomAction"].rows:
+                row[2] = "HxLib" if row[2] == "hxsetup" else row[2]
+            tables.change("CustomAction", "CustomAction29", Target="CustomAction92")
+        real = rules.read_program
+        with mock.patch.object(rules, "read_program", lambda path, _: real(path, "hxsetup")):
+            found = [text for _, text in self.found(CLIENT, change)]
+        self.assertIn("The action CustomAction29 calls CustomAction92, which HxLib in the table Binary does not export. "
+                      "docs/actions.md lists the entry points.", found)
+
+    def test_other_dlls_are_not_the_library(self):
+        for exports, expected in ((["CustomAction1"], False), ([f"CustomAction{number}" for number in range(1, 12)], True)):
+            path = make_library(self.folder / f"exports-{len(exports)}", "x64", "other.dll", exports)
+            self.assertEqual(rules.is_library(rules.Program(path)), expected)
+        self.assertFalse(rules.is_library(None))
+
+    def test_damaged_tables(self):
+        with self.assertRaisesRegex(PackageError, "is damaged, or made by a compiler that leaves out columns"):
+            self.found(CLIENT, lambda tables: tables.database.tables["ActionText"].columns.pop(1))
 
     def test_processor(self):
         def template(text):

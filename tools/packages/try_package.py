@@ -154,6 +154,8 @@ def try_package(path, properties, programs, logs):
     package = read_package(path)
     processor = processor_of(package, path)
     check_properties(properties)
+    if "ProductCode" not in package.properties():
+        raise PackageError(f"{path} is not an installation package: it has no ProductCode")
     for attempt in range(1, ATTEMPTS + 1):
         status, lines = trial_of(package, path, processor, properties, programs, logs)
         if status != TIMED_OUT or attempt == ATTEMPTS:
@@ -182,7 +184,7 @@ def main(arguments):
             print(processor_of(read_package(parsed.package), parsed.package))
             return 0
         return try_package(parsed.package, parsed.properties, parsed.programs, parsed.logs)
-    except (PackageError, Ended) as error:
+    except (PackageError, Ended, OSError) as error:
         print(f"hx: {error}", file=sys.stderr)
         return 1
 
