@@ -66,7 +66,8 @@ class Workplace:
         """A message without the folders of this run and the numbers of lines."""
         for path in (*self.folder.iterdir(), ROOT / "packages"):
             text = text.replace(f"{path}/", "").replace(str(path), "FOLDER")
-            text = text.replace(f"{os.path.relpath(path)}/", "")
+            # From the project's folder this is only "packages/", which messages name, too.
+            text = re.sub(rf"{re.escape(os.path.relpath(path))}/(?=[\w.-]+\.wx)", "", text)
         return re.sub(r"(\.wx[is]):\d+", r"\1", text)
 
 
