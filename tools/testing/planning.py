@@ -26,7 +26,7 @@ EMULATED = "arm64"
 HOST = "x64"
 
 # The seconds that one test program may take; the slowest takes a fraction of this.
-TEST_TIME_LIMIT = 900
+TEST_TIME_LIMIT = 1800
 
 # The targets of the presets PROCESSOR, PROCESSOR-checked and PROCESSOR-tests that each level needs.
 LIBRARY, CHECKED, TESTS = "", "-checked", "-tests"

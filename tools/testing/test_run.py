@@ -81,7 +81,7 @@ class RunTest(unittest.TestCase):
             "unit: 2 tests, run 4 times (x64, x64-checked)",
             "4 passed, 0 failed"])
         self.assertEqual(self.calls()[1], (
-            r"x64, lane 0, 900 s: 'HX_LIBRARY_DIR=Z:\run\x64-checked' 'HX_ARTIFACTS=Z:\run\artifacts\unit-x64-checked' "
+            r"x64, lane 0, 1800 s: 'HX_LIBRARY_DIR=Z:\run\x64-checked' 'HX_ARTIFACTS=Z:\run\artifacts\unit-x64-checked' "
             r"'HX_PACKAGES=Z:\run\packages\x64' HX_PROCESSOR=x64 wine64 'Z:\run\x64-tests\unit_tests.exe' "
             r"'--gtest_output=xml:Z:\run\artifacts\unit-x64-checked\results.xml'"))
         kept = self.root / "build/artifacts/unit-x64"
@@ -222,8 +222,8 @@ class RunTest(unittest.TestCase):
             "tests of the tools: 1",
             "19 passed, 0 failed"])
         lanes = sorted(call.partition(":")[0] for call in self.calls())
-        self.assertEqual(lanes, ["arm64, lane 1, 900 s", *["arm64, lane 2, 900 s"] * 3, "arm64, lane 3, 900 s",
-                                 *["x64, lane 0, 900 s"] * 4])
+        self.assertEqual(lanes, ["arm64, lane 1, 1800 s", *["arm64, lane 2, 1800 s"] * 3, "arm64, lane 3, 1800 s",
+                                 *["x64, lane 0, 1800 s"] * 4])
         folders = (self.root / "build/artifacts/runs-arm64/output.txt").read_text().split()[:4]
         self.assertEqual([folder.rpartition("/")[2] for folder in folders],
                          ["install-arm64-others", "install-arm64-servers", "install-arm64-others-again",
