@@ -10,6 +10,12 @@ const NAMED = new Map([["LogonUser", "USER"], ["USERNAME", "USER"], ["PROP_ACCOU
   ["PROP_TASKUSER", "USER"], ["ComputerName", "HOST"], ["PROP_HOSTNAME", "HOST"], ["PROP_ACCOUNTDOMAIN", "DOMAIN"],
   ["USERDOMAIN", "DOMAIN"], ["PROP_ASSETOWNER", "USER"], ["ServiceAccount", "USER"], ["AccountMade", "USER"]]);
 const SHORTEST_SECRET = 4;
+/** Longer values, and more values than this, are only hidden where the name is: a log could make the search for them endless. */
+const LONGEST_SECRET = 256;
+const MOST_SECRETS = 200;
+const HIDDEN = "**********";
+/** A value of a command line, as msiexec reads it: quotation marks can begin anywhere in it, and two of them are one. */
+const GIVEN = '(?:"(?:[^"]|"")*(?:"|$)|[^\\s"])+';
 
 /** @param {string} text @returns {string} a regular expression for exactly this text */
 export const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
@@ -22,17 +28,31 @@ export const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
  */
 export function secretMask(hidden, values) {
   const names = hidden.map(escaped).join("|");
-  const set = new RegExp(`\\b((?:${names})\\s*=\\s*)("[^"]*"|\\S+)`, "gi");
-  const change = new RegExp(`\\b((?:${names}) property\\..*?(?:value(?: is)?:? ))'.*'`, "gi");
-  const known = [...new Set(values)].filter((value) => value.length >= SHORTEST_SECRET && !/^\*+$/.test(value))
-    .sort((left, right) => right.length - left.length);
+  const property = new RegExp(`^(Property\\([A-Z]\\): (?:${names}) = ).*`, "gim");
+  const set = new RegExp(`\\b((?:${names})\\s*=\\s*)${GIVEN}`, "gi");
+  const change = new RegExp(`\\b((?:${names}) property\\..*?(?:value(?: is)?:? ))'(?:[^]*'|[^]*$)`, "gi");
+  // A value can go over several lines of the log.
+  const known = [...new Set(values.flatMap((value) => value.split("\n")))]
+    .filter((value) => value.length >= SHORTEST_SECRET && value.length <= LONGEST_SECRET && !/^\*+$/.test(value))
+    .slice(0, MOST_SECRETS).sort((left, right) => right.length - left.length);
   const anywhere = known.length ? new RegExp(known.map(escaped).join("|"), "g") : null;
   return (text) => {
-    let result = text;
-    if (text.includes("=")) result = result.replace(set, "$1**********");
-    if (text.includes(" property.")) result = result.replace(change, "$1'**********'");
-    return anywhere ? result.replace(anywhere, "**********") : result;
+    // The known values first: what is hidden by a name can be only the beginning of one.
+    let result = anywhere ? text.replace(anywhere, HIDDEN) : text;
+    if (result.includes("=")) result = result.replace(property, `$1${HIDDEN}`).replace(set, `$1${HIDDEN}`);
+    if (result.includes(" property.")) result = result.replace(change, `$1'${HIDDEN}'`);
+    return result;
   };
+}
+
+/**
+ * The values that a command line gives to a property.
+ * @param {string} name @param {string} commandLine
+ * @returns {string[]}
+ */
+function givenTo(name, commandLine) {
+  const given = commandLine.matchAll(new RegExp(`\\b${escaped(name)}\\s*=\\s*(${GIVEN})`, "gi"));
+  return [...given].map((match) => match[1].replace(/"((?:[^"]|"")*)(?:"|$)/g, (_, inner) => inner.replace(/""/g, '"')));
 }
 
 /**
@@ -46,8 +66,7 @@ export function secretsOf(run, hidden) {
   const values = run.settings.filter((setting) => names.has(setting.name)).map((setting) => setting.value);
   for (const name of names) {
     values.push(run.properties[name] || "", run.clientProperties[name] || "");
-    const given = new RegExp(`\\b${escaped(name)}\\s*=\\s*("([^"]*)"|(\\S+))`, "i").exec(run.commandLine);
-    if (given) values.push(given[2] || given[3] || "");
+    values.push(...givenTo(name, run.commandLine));
   }
   return values.filter(Boolean);
 }

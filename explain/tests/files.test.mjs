@@ -142,6 +142,30 @@ describe("masks", () => {
     assert.equal(hide("abc"), "abc");
   });
 
+  it("hide values with blanks and quotation marks whole", () => {
+    const hide = secretMask(["SECRET"], []);
+    assert.equal(hide("Property(S): SECRET = correct horse battery"), "Property(S): SECRET = **********");
+    assert.equal(hide('SECRET="Wi""nter 2026 secret" X=1'), "SECRET=********** X=1");
+    assert.equal(hide('SECRET=a"b c"d X=1'), "SECRET=********** X=1");
+    assert.equal(hide('SECRET="never closed, X=1'), "SECRET=**********");
+    assert.equal(hide("PROPERTY CHANGE: Adding SECRET property. Its value is 'two lines,"), "PROPERTY CHANGE: Adding SECRET property. Its value is '**********'");
+  });
+
+  it("hide a known value that begins with the value by name", () => {
+    assert.equal(secretMask(["SECRET"], ["correct horse battery"])("SECRET=correct horse battery"), "SECRET=**********");
+    assert.equal(secretMask(["SECRET"], ["first line\nsecond line"])("second line"), "**********");
+  });
+
+  it("hide what a command line gives, wherever it is", async () => {
+    for (const [given, value] of [['"Wi""nter 2026 secret"', 'Wi"nter 2026 secret'], ['a"b c"d', "ab cd"], ['"correct horse battery"', "correct horse battery"]]) {
+      const { log, reports: [report] } = await explained(microsoft("CustomAction23", [`Hx Setup Log: creating local service account ${value}`])
+        .replace("\r\n", `\r\nMSI (s) (2C:1C) [10:00:00:000]: Command Line: PROP_TASKPASS=${given} X=1\r\n`));
+      assert.equal(report.said[0].text, "Hx Setup Log: creating local service account **********");
+      assert.equal(log.shownLine(2), "MSI (s) (2C:1C) [10:00:00:000]: Command Line: PROP_TASKPASS=********** X=1");
+      assert.equal(report.facts.find((each) => each.name === "Command line")?.value, "PROP_TASKPASS=********** X=1");
+    }
+  });
+
   it("replace names, the same by the same", () => {
     const mask = nameMask([], [{ kind: "USER", value: "CORP\\Jane" }, { kind: "USER", value: "NT AUTHORITY\\SYSTEM" }]);
     assert.equal(mask("Jane of corp, JANE, Janet, SYSTEM"), "USER-1 of DOMAIN-1, USER-1, Janet, SYSTEM");
