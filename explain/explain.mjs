@@ -43,7 +43,7 @@ async function explainFile(knower, path, options) {
     process.stderr.write(`${path}: ${WORDS.problems.unreadable(error instanceof Error ? error.message : String(error))}\n`);
     return 2;
   }
-  if (options.mask) explained = log.shown(explained, log.names());
+  if (options.mask) explained = log.masked();
   process.stdout.write(options.summary ? summaryText(explained) : reportText(explained));
   if (!explained.reports.length) return 2;
   return explained.reports.every((report) => report.outcome === "success") ? 0 : 1;

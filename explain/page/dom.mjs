@@ -4,7 +4,8 @@
 
 /** The page that the links without a page of their own lead to. */
 const LINKED = "troubleshooting.md";
-const RICH = /`([^`]+)`|\[([^\]]+)\]\(([\w./-]*(?:#[\w-]+)?)\)/g;
+/** A target is a page beside this one or a heading: it begins with neither "/" nor the name of a protocol. */
+export const RICH = /`([^`]+)`|\[([^\]]+)\]\(((?:[A-Za-z][\w./-]*)?(?:#[\w-]+)?)\)/g;
 
 /**
  * Makes an element.

@@ -17,6 +17,9 @@ const lineLink = (line, show) => element("button.line-link", { type: "button", "
 /** @param {string} label @param {string} text */
 const pair = (label, text) => element("p.pair", {}, element("strong", {}, `${label}: `), rich(text));
 
+/** A sentence of the verdict. What the log says in it is only a text. @param {import("../source/explain.mjs").Cause} cause */
+const told = (cause) => typeof cause === "string" ? [rich(cause)] : [rich(cause.before), cause.quoted, rich(cause.after)];
+
 /** @param {string} anchor @param {string} section */
 const see = (anchor, section) => element("p.see", {}, link(words.link(section), `#${anchor}`));
 
@@ -33,7 +36,7 @@ function values(values) {
  */
 export function verdictCard(report, show, tools) {
   return element(`section.card.verdict.${report.outcome}`, { "aria-label": WORDS.headings.verdict },
-    element("h2.sentence", {}, report.sentence), ...[report.cause.slice(0, 1), report.cause.slice(1)].filter((texts) => texts.length).map((texts) => element("p.cause", {}, rich(texts.join(" ")))),
+    element("h2.sentence", {}, report.sentence), ...[report.cause.slice(0, 1), report.cause.slice(1)].filter((sentences) => sentences.length).map((sentences) => element("p.cause", {}, ...sentences.flatMap((each, index) => [index ? " " : null, ...told(each)]))),
     report.causeLine ? element("p", {}, lineLink(report.causeLine, show)) : null,
     report.todo ? element("div.advice", {}, pair(words.todo, report.todo), report.anchor ? see(report.anchor, sectionOf(report.anchor)) : null) : null, tools);
 }

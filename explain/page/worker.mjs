@@ -62,7 +62,7 @@ class Answers {
 
   /** @param {{ masked: boolean }} question */
   report({ masked }) {
-    return { explained: masked && this.log && this.explained ? this.log.shown(this.explained, this.also(true)) : this.explained };
+    return { explained: masked && this.log ? this.log.masked() : this.explained };
   }
 
   /** @param {{ masked: boolean, summary: boolean }} question */

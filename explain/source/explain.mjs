@@ -28,7 +28,11 @@ import { WORDS } from "./words.mjs";
  * @property {string} section
  * @property {string} anchor
  */
-/** @typedef {{ name: string, value: string }} Value */
+/** @typedef {{ name: string, value: string, most?: number }} Value with the most characters of it that are shown */
+/**
+ * @typedef {string | { before: string, quoted: string, after: string, most?: number }} Cause a sentence: prose with the marks of
+ * the pages, or prose around a text of the log, which has no marks, and of which at most so many characters are shown
+ */
 /** @typedef {{ line: number, name: string, text: string, todo: string, anchor: string, values: Value[] }} Remark */
 /**
  * @typedef {object} Report of one run
@@ -37,7 +41,7 @@ import { WORDS } from "./words.mjs";
  * @property {string} kind
  * @property {boolean} rolledBack
  * @property {string} sentence
- * @property {string[]} cause
+ * @property {Cause[]} cause
  * @property {number} causeLine
  * @property {string} failed the name of the action that failed, or ""
  * @property {string} todo
@@ -61,6 +65,8 @@ import { WORDS } from "./words.mjs";
 const DAY = 24 * 60 * 60 * 1000;
 /** How many characters of a text the verdict quotes. */
 const QUOTED = 300;
+/** The same of a fact, such as the command line. */
+const FACT = 1000;
 
 /** What each conversion of a line's format can become. */
 const CONVERSION = /%[-+ #0-9.]*[a-z]*[A-Za-z](?:\{\w*\})?/g;
@@ -210,8 +216,8 @@ export const RULES = [
  * @property {boolean} accountAsked
  */
 
-/** @param {string} text @param {number} [length] */
-const shortened = (text, length = QUOTED) => text.length > length ? `${text.slice(0, length)} ...` : text;
+/** @param {string} text @param {number} length */
+const shortened = (text, length) => text.length > length ? `${text.slice(0, length)} ...` : text;
 
 /** @param {string} text @returns {string} */
 const sentence = (text) => `${text.slice(0, 1).toUpperCase()}${text.slice(1)}${/[.!?]$/.test(text) ? "" : "."}`;
@@ -355,12 +361,12 @@ class Explainer {
 
   /**
    * @param {string} outcome @param {Action | null} failed @param {Line[]} said
-   * @returns {{ cause: string[], todo: string, anchor: string, line: number }}
+   * @returns {{ cause: Cause[], todo: string, anchor: string, line: number }}
    */
   cause(outcome, failed, said) {
     const { run, knowledge } = this;
     const code = this.code();
-    /** @type {string[]} */
+    /** @type {Cause[]} */
     const cause = [];
     let [todo, anchor, line] = ["", "", 0];
     if (outcome === "success") {
@@ -399,7 +405,7 @@ class Explainer {
       cause.push(refusal.text);
       ({ todo } = refusal);
       anchor = "texts-with-which-a-package-refuses";
-    } else if (quoted.length) cause.push(WORDS.said(shortened(quoted.join(" | "))));
+    } else if (quoted.length) cause.push({ ...WORDS.said(quoted.join(" | ")), most: QUOTED });
     else if (entry) cause.push(WORDS.silentFailure);
     if (failed.actual) {
       cause.push(WORDS.returned(failed.actual));
@@ -426,7 +432,7 @@ class Explainer {
     return /^(?:Install|Remove|Write|Create|Delete|Start|Stop|Register|Unregister|Publish|Unpublish|Process|Move|Duplicate|Patch|Self|Cost|File|Find|App|Launch|Migrate|Validate|RMCCP|CCP|Execute|Schedule|Force|Disable|Set[A-Z]\w*ODBC|Bind|Isolate|Allocate|Resolve|INSTALL|ADMIN|ADVERTISE|MsiConfigure|MsiPublish|MsiUnpublish)/.test(failed.name) && !this.knowledge.actions[failed.entry];
   }
 
-  /** @param {Action} failed @param {string[]} texts @returns {{ text: string, todo: string } | null} */
+  /** @param {Action} failed @param {string[]} texts @returns {{ text: Cause, todo: string } | null} */
   refusal(failed, texts) {
     const said = this.knower.refusals.find((/** @type {any} */ { pattern }) => texts.some((text) => pattern.test(text)));
     const own = said || this.knower.refusals.find((/** @type {any} */ { entry }) => entry.actions.includes(failed.name));
@@ -549,7 +555,7 @@ class Explainer {
     const scripted = action.phase === "script" || action.phase === "rollback";
     for (const name of scripted ? ["CustomActionData"] : entry.reads) {
       const value = name === "CustomActionData" ? action.data || this.value(action.name, action.first) : this.value(name, action.first);
-      if (value !== undefined && value !== "") values.push({ name, value: shortened(value) });
+      if (value !== undefined && value !== "") values.push({ name, value, most: QUOTED });
     }
     return values;
   }
@@ -585,17 +591,17 @@ class Explainer {
       const known = knowledge.engine[error.number];
       const notice = knowledge.notices[error.number];
       const name = error.action >= 0 ? this.names.get(error.action) || "" : "";
-      if (notice) found.push({ line: error.line, name: `${error.number}`, text: `${notice.when}: ${notice.follows}`, todo: notice.todo, anchor: notice.anchor, values: [{ name: "", value: shortened(error.text) }] });
+      if (notice) found.push({ line: error.line, name: `${error.number}`, text: `${notice.when}: ${notice.follows}`, todo: notice.todo, anchor: notice.anchor, values: [{ name: "", value: error.text, most: QUOTED }] });
       else {
         found.push({ line: error.line, name: `${error.number}${name ? ` (${name})` : ""}`, text: known ? known.means : WORDS.engineUnknown,
-          todo: known ? known.todo : "", anchor: known ? known.anchor : "", values: [{ name: "", value: shortened(error.text) }] });
+          todo: known ? known.todo : "", anchor: known ? known.anchor : "", values: [{ name: "", value: error.text, most: QUOTED }] });
       }
     }
     for (const message of run.messages) {
       const number = this.knower.noticeOf(message.text);
       if (!number) continue;
       const notice = knowledge.notices[number];
-      found.push({ line: message.line, name: number, text: `${notice.when}: ${notice.follows}`, todo: notice.todo, anchor: notice.anchor, values: [{ name: "", value: shortened(message.text) }] });
+      found.push({ line: message.line, name: number, text: `${notice.when}: ${notice.follows}`, todo: notice.todo, anchor: notice.anchor, values: [{ name: "", value: message.text, most: QUOTED }] });
     }
     const code = this.code();
     if (code > 0 && knowledge.engine[code] && !found.some((each) => each.name === `${code}`)) {
@@ -695,7 +701,7 @@ class Explainer {
       [names.code, this.property("ProductCode")], [names.command, command], [names.package, run.package || this.property("OriginalDatabase")],
       [names.engine, WORDS.engines[run.engine]], [names.started, run.started], [names.took, longest >= 0 ? WORDS.seconds(longest) : ""],
       [names.answer, code >= 0 ? String(code) : ""], [names.lines, WORDS.lines(run.first, run.last)]];
-    return facts.filter(([, value]) => value).map(([name, value]) => ({ name, value: shortened(value, 1000) }));
+    return facts.filter(([, value]) => value).map(([name, value]) => ({ name, value, most: FACT }));
   }
 
   /** What a log without a command line shows of it. */
@@ -734,6 +740,8 @@ export class Log {
     this.parser = new Parser(knower.knowledge.marks, (action) => knower.entryOf(action));
     /** @type {(text: string) => string} */
     this.hide = (text) => text;
+    /** @type {Explained | null} with what must not be shown, and with whole texts */
+    this.whole = null;
   }
 
   /**
@@ -767,11 +775,19 @@ export class Log {
     else if (!known || !runs.length) found.push(problems.other);
     if (cut) found.push(problems.lines(cut));
     const reports = known ? runs.map((run) => new Explainer(this.knower, run).report()) : [];
-    return this.shown({ name: this.name, count: this.lines.length, encoding, problems: found, reports });
+    this.whole = { name: this.name, count: this.lines.length, encoding, problems: found, reports };
+    return this.shown(this.whole);
+  }
+
+  /** @returns {Explained} the same with the names of users, hosts and domains replaced */
+  masked() {
+    if (!this.whole) throw new Error("the log has not been read");
+    return this.shown(this.whole, this.names());
   }
 
   /**
-   * A copy of a report in which no text has a secret or a character that is obeyed instead of shown.
+   * A copy of a report in which no text has a secret or a character that is obeyed instead of shown. Texts are shortened only
+   * after that: the beginning of a secret or of a name is not known as one.
    * @template T
    * @param {T} value
    * @param {(text: string) => string} [also] changes each text too
@@ -781,7 +797,10 @@ export class Log {
     if (typeof value === "string") return /** @type {any} */ (also(plain(this.hide(value))));
     if (Array.isArray(value)) return /** @type {any} */ (value.map((each) => this.shown(each, also)));
     if (value && typeof value === "object") {
-      return /** @type {any} */ (Object.fromEntries(Object.entries(value).map(([name, each]) => [name, this.shown(each, also)])));
+      const { most, ...rest } = /** @type {Record<string, any>} */ (value);
+      const copy = Object.fromEntries(Object.entries(rest).map(([name, each]) => [name, this.shown(each, also)]));
+      if (most) for (const name of ["value", "quoted"]) if (name in copy) copy[name] = shortened(copy[name], most);
+      return /** @type {any} */ (copy);
     }
     return value;
   }

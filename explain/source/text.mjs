@@ -19,6 +19,14 @@ export function unmarked(text) {
   return text.replace(/\[([^\]]*)\]\([^)]*\)/g, "$1").replace(/`([^`]*)`/g, "$1");
 }
 
+/**
+ * A sentence of the verdict as text. What the log says in it stays as it is.
+ * @param {import("./explain.mjs").Cause} cause
+ */
+export function causeText(cause) {
+  return typeof cause === "string" ? unmarked(cause) : unmarked(cause.before) + cause.quoted + unmarked(cause.after);
+}
+
 /** @param {string} text @param {string} indent @param {string} [first] */
 function wrapped(text, indent, first = indent) {
   const words = text.split(/ (?! )/);
@@ -63,7 +71,7 @@ function verdict(report, index, count) {
   const lines = [];
   if (count > 1) lines.push(`  ${WORDS.run(index + 1, count)}, ${WORDS.lines(report.first, report.last)}`);
   lines.push(wrapped(report.sentence, "  "));
-  for (const text of report.cause) lines.push(wrapped(unmarked(text), "    "));
+  for (const each of report.cause) lines.push(wrapped(causeText(each), "    "));
   if (report.todo) lines.push(labelled(WORDS.todo, report.todo, 4));
   if (report.anchor) lines.push(labelled(WORDS.docs, `docs/${PAGE}#${report.anchor}`, 4));
   return lines;

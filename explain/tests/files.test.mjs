@@ -10,8 +10,10 @@ import { fileURLToPath } from "node:url";
 import { LONGEST_LINE, encodingOf, otherFile, readLines } from "../source/decode.mjs";
 import { nameMask, plain, secretMask } from "../source/mask.mjs";
 import { Log } from "../source/explain.mjs";
+import { reportText, summaryText } from "../source/text.mjs";
+import { RICH } from "../page/dom.mjs";
 import { WORDS } from "../source/words.mjs";
-import { explained, knower, microsoft, sample, source, utf16 } from "./support.mjs";
+import { causesOf, explained, knower, microsoft, sample, source, utf16 } from "./support.mjs";
 
 /** @param {Uint8Array} bytes */
 async function linesOf(bytes) {
@@ -95,6 +97,20 @@ describe("hostile content", () => {
     assert.equal(report.facts[0].value, markup);
   });
 
+  it("has no marks of the pages", async () => {
+    const link = "[how to repair it](//evil.example/fix.html) and `code`";
+    const { reports: [report] } = await explained(microsoft("Own", [`Error 1722. See ${link}`], { result: 3 }));
+    assert.deepEqual(report.cause[1], { before: "It said: ", quoted: `Error 1722. See ${link}`, after: "" });
+    assert.equal(causesOf(report)[1], `It said: Error 1722. See ${link}`);
+  });
+
+  it("is no target of a link", () => {
+    for (const target of ["//evil.example/x", "/x", "\\\\evil.example\\x", "javascript:alert(1)", "https://evil.example", "../x.md", "file:x"]) {
+      assert.doesNotMatch(`[a](${target})`, new RegExp(RICH.source), target);
+    }
+    for (const target of ["#heading", "page.md", "actions/client.md#customaction1"]) assert.match(`[a](${target})`, new RegExp(RICH.source), target);
+  });
+
   it("that a terminal or a browser would obey is made visible", async () => {
     const { reports: [report] } = await explained(microsoft("CustomAction23", ["Hx Setup Log: creating local service account \u001b[31ma\u202eb\ud800c"]));
     assert.equal(report.said[0].text, "Hx Setup Log: creating local service account \ufffd[31ma\ufffdb\ufffdc");
@@ -163,6 +179,25 @@ describe("masks", () => {
       assert.equal(report.said[0].text, "Hx Setup Log: creating local service account **********");
       assert.equal(log.shownLine(2), "MSI (s) (2C:1C) [10:00:00:000]: Command Line: PROP_TASKPASS=********** X=1");
       assert.equal(report.facts.find((each) => each.name === "Command line")?.value, "PROP_TASKPASS=********** X=1");
+    }
+  });
+
+  /** A log with an action that fails, with this data, and that says this. @param {string} data @param {string} [command] */
+  const failing = (data, command = "X=1") => microsoft("CustomAction23", [`Hx Setup Log: creating local service account ${data}`], { phase: "script", result: 3, properties: { LogonUser: "Jane-Ostrander" } })
+    .replace("CustomActionData=DATA", `CustomActionData=${data}`)
+    .replace("\r\n", `\r\nMSI (s) (2C:1C) [10:00:00:000]: Command Line: ${command}\r\nMSI (s) (2C:1C) [10:00:00:000]: PROPERTY CHANGE: Adding PROP_ACCOUNTPASS property. Its value is 'Winter-2026-Secret'.\r\n`);
+
+  it("hide a secret that a shortened text would show the beginning of", async () => {
+    for (let length = 240; length < 300; length += 3) {
+      const { log, ...rest } = await explained(failing(`${"x".repeat(length)} Winter-2026-Secret ${"y".repeat(200)}`, `${"x".repeat(length + 715)}=Winter-2026-Secret`));
+      for (const shown of [rest, log.masked()]) assert.doesNotMatch(JSON.stringify(shown) + reportText(shown) + summaryText(shown), /Win(?!dows)/, `${length}`);
+    }
+  });
+
+  it("replace a name that a shortened text would show the beginning of", async () => {
+    for (let length = 240; length < 300; length += 3) {
+      const { log } = await explained(failing(`${"x".repeat(length)} Jane-Ostrander ${"y".repeat(200)}`, `${"x".repeat(length + 715)}=Jane-Ostrander`));
+      assert.doesNotMatch(JSON.stringify(log.masked()), /Jan/, `${length}`);
     }
   });
 

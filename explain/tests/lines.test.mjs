@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { describe, it } from "node:test";
 import { RULES } from "../source/explain.mjs";
-import { explained, knower, microsoft, wine } from "./support.mjs";
+import { causesOf, explained, knower, microsoft, wine } from "./support.mjs";
 
 const MARK = "Hx Setup Log: ";
 
@@ -117,7 +117,7 @@ describe("a line that administrators asked about", () => {
       assert.equal(report.outcome, "failed");
       assert.equal(report.failed, "CustomAction1");
       assert.match(report.todo, /^1603: a tool does not close/);
-      assert.match(report.cause.join(" "), /It wrote no line/);
+      assert.match(causesOf(report).join(" "), /It wrote no line/);
     }
   });
 
@@ -127,7 +127,7 @@ describe("a line that administrators asked about", () => {
       { phase: "script", result: 3 }))).reports;
     assert.equal(report.failed, "CustomAction17.Judge");
     assert.match(report.todo, /1603: it did not complete \(no "dbcon_completed.txt"\)/);
-    assert.match(report.cause.join(" "), /the action's own result/);
+    assert.match(causesOf(report).join(" "), /the action's own result/);
   });
 
   it("MigrateFeatureStates. Return value 0", async () => {
@@ -155,7 +155,7 @@ describe("a line that administrators asked about", () => {
         const [report] = (await explained(microsoft("StartServices", [`${word} ${number}. Text.`], { result: 3 }))).reports;
         assert.deepEqual(report.errors.map((each) => each.name), [`${number} (StartServices)`]);
         assert.match(report.errors[0].text, means);
-        assert.match(report.cause.join(" "), new RegExp(means.source.slice(1), "i"));
+        assert.match(causesOf(report).join(" "), new RegExp(means.source.slice(1), "i"));
       }
     });
   }

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { describe, it } from "node:test";
 import { reportText, summaryText, unmarked } from "../source/text.mjs";
-import { explained, knower, microsoft, sample, utf16, wine } from "./support.mjs";
+import { causesOf, explained, knower, microsoft, sample, utf16, wine } from "./support.mjs";
 
 /** @param {import("../source/explain.mjs").Report} report @param {string} name */
 const step = (report, name, phase = "immediate") => report.course.find((each) => each.name === name && each.phase === phase);
@@ -19,7 +19,7 @@ describe("an upgrade of a client that a tool stops (Windows Installer)", () => {
     assert.equal(report.sentence, "The upgrade of Ostrel 1.0.1 failed.");
     assert.equal(report.failed, "CustomAction1");
     assert.equal(report.causeLine, 45);
-    assert.deepEqual(report.cause, [
+    assert.deepEqual(causesOf(report), [
       "The first action that failed is CustomAction1, which closes the desktop tools and stops the client service; what stays stops the installation.",
       "It wrote no line.", "It returned 1603.", "This is the action's own result.", "The changes of the installer had not begun."]);
     assert.equal(report.rolledBack, false);
@@ -82,7 +82,7 @@ describe("an upgrade of a server that fails in the script (Windows Installer)", 
     assert.equal(reports[0].sentence, "The upgrade of Vantor Server 1.0.0 failed and was rolled back.");
     assert.equal(reports[0].failed, "CustomAction17.Judge");
     assert.match(reports[0].todo, /1603: it did not complete/);
-    assert.doesNotMatch(reports[0].cause.join(" "), /had not begun/);
+    assert.doesNotMatch(causesOf(reports[0]).join(" "), /had not begun/);
   });
 
   it("tells scheduling, script and rollback apart", async () => {
@@ -115,7 +115,7 @@ describe("an upgrade in German, with the removal of the older version in the sam
     const { reports } = await log;
     assert.deepEqual(reports.map(({ sentence, parent, first, last }) => [sentence, parent, first, last]), [
       ["The upgrade of Ostrel 1.0.1 succeeded.", -1, 1, 81], ["The upgrade's own removal of Ostrel 1.0.0 succeeded.", 0, 42, 57]]);
-    assert.deepEqual(reports[0].cause, ["The machine must be restarted to complete it."]);
+    assert.deepEqual(causesOf(reports[0]), ["The machine must be restarted to complete it."]);
   });
 
   it("tells client and server apart", async () => {
@@ -149,9 +149,9 @@ describe("an upgrade in German, with the removal of the older version in the sam
 describe("short logs", () => {
   it("of runs that were not started", async () => {
     const { reports } = await explained(sample("not-started"));
-    assert.deepEqual(reports.map(({ sentence, cause, first, last }) => [sentence, cause[0], first, last]), [
+    assert.deepEqual(reports.map((report) => [report.sentence, causesOf(report)[0], report.first, report.last]), [
       ["The run was refused.", "The installer answered 1619 before it ran an action.", 1, 8], ["The run was refused.", "The installer answered 1618 before it ran an action.", 9, 16]]);
-    assert.match(reports[0].cause[1], /cannot be opened/);
+    assert.match(causesOf(reports[0])[1], /cannot be opened/);
   });
 
   it("without the engine's own lines, in French, of a run that was cancelled", async () => {
@@ -177,7 +177,7 @@ describe("short logs", () => {
     const text = sample("server-rolled-back").split("\r\n").slice(0, 35).join("\r\n");
     const [report] = (await explained(text)).reports;
     assert.equal(report.outcome, "unfinished");
-    assert.match(report.cause.join(" "), /ends in the middle/);
+    assert.match(causesOf(report).join(" "), /ends in the middle/);
     assert.equal(report.said.length, 2);
   });
 
@@ -186,7 +186,7 @@ describe("short logs", () => {
     const [report] = (await explained(text)).reports;
     assert.equal(report.outcome, "failed");
     assert.equal(report.failed, "CustomAction17.Judge");
-    assert.equal(report.cause[0], "The beginning of the run is missing in this log.");
+    assert.equal(causesOf(report)[0], "The beginning of the run is missing in this log.");
   });
 
   it("of several runs in one file", async () => {
@@ -257,7 +257,7 @@ describe("the refusals of the packages", () => {
         const [report] = (await explained(log)).reports;
         assert.equal(report.failed, action);
         assert.equal(report.todo, todo);
-        assert.match(report.cause[1], /^The package refuses this run: /);
+        assert.match(causesOf(report)[1], /^The package refuses this run: /);
       });
     }
   }

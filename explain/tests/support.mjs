@@ -2,8 +2,12 @@
 
 import { readFileSync } from "node:fs";
 import { Knower, Log } from "../source/explain.mjs";
+import { causeText } from "../source/text.mjs";
 
 export const knower = new Knower(JSON.parse(readFileSync(new URL("../knowledge.json", import.meta.url), "utf8")));
+
+/** @param {import("../source/explain.mjs").Report} report @returns {string[]} the sentences of its verdict */
+export const causesOf = (report) => report.cause.map(causeText);
 
 /** @param {string} name @returns {string} a log of this folder */
 export const sample = (name) => readFileSync(new URL(`logs/${name}.log`, import.meta.url), "utf8").replace(/\r?\n/g, "\r\n");
