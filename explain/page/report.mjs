@@ -57,7 +57,7 @@ export function courseCard(report, show) {
   const used = LANES.map((_, lane) => report.course.some((step) => laneOf(step) === lane));
   const columns = /** @type {number[]} */ ([]);
   LANES.forEach((_, lane) => columns.push(used[lane] ? used.slice(0, lane + 1).filter(Boolean).length : 0));
-  const longest = Math.max(1, ...report.course.map((step) => step.depth > 0 ? step.took : 0));
+  const longest = report.course.reduce((most, step) => step.depth > 0 ? Math.max(most, step.took) : most, 1);
   let all = false;
   const list = element("ol.steps");
   const toggle = element("button.all", { type: "button", "aria-pressed": "false", onclick: () => {
@@ -113,7 +113,9 @@ export function courseCard(report, show) {
       rows.push(placed(item(step), laneOf(step), rows.length + 1));
     }
     flush();
-    list.replaceChildren(...rows);
+    // One by one: a call takes fewer arguments than a log can have actions.
+    list.replaceChildren();
+    for (const row of rows) list.append(row);
   }
 
   draw();
@@ -159,9 +161,12 @@ export function unsaidCard(report, show) {
   /** @param {string} title @param {import("../source/explain.mjs").Remark[]} remarks @param {boolean} open @param {string} label */
   const part = (title, remarks, open, label = words.todo) => {
     if (!remarks.length) return;
-    made.append(element("h3", {}, `${title} (${remarks.length})`), ...remarks.map((remark) => element("details", { open },
-      element("summary", {}, element("span.name", {}, remark.name), ": ", rich(remark.text)), values(remark.values),
-      remark.todo ? pair(label, remark.todo) : null, element("p", {}, lineLink(remark.line, show)), remark.anchor ? see(remark.anchor, sectionOf(remark.anchor)) : null)));
+    made.append(element("h3", {}, `${title} (${remarks.length})`));
+    for (const remark of remarks) {
+      made.append(element("details", { open },
+        element("summary", {}, element("span.name", {}, remark.name), ": ", rich(remark.text)), values(remark.values),
+        remark.todo ? pair(label, remark.todo) : null, element("p", {}, lineLink(remark.line, show)), remark.anchor ? see(remark.anchor, sectionOf(remark.anchor)) : null));
+    }
   };
   part(WORDS.headings.notRun, report.notRun, true);
   part(WORDS.headings.errors, report.errors, true);

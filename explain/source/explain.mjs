@@ -3,7 +3,7 @@
  * explain/knowledge.json; everything here is only how it fits to what a log shows.
  */
 
-import { OUTCOMES, Parser } from "./parse.mjs";
+import { OUTCOMES, Parser, SCRIPT_RUNNERS } from "./parse.mjs";
 import { escaped, nameMask, plain, secretMask, secretsOf } from "./mask.mjs";
 import { readLines } from "./decode.mjs";
 import { WORDS } from "./words.mjs";
@@ -62,6 +62,8 @@ import { WORDS } from "./words.mjs";
  */
 /** @typedef {{ id: number, name: string, entry: string, job: string, link: string, side: string, phase: string, first: number, last: number, depth: number, start: number, took: number, result: number, failed: boolean, ignored: boolean, said: number }} Step */
 
+/** The characters of a line of the library that are compared with the lines that are known. */
+const LONGEST_SAID = 300;
 const DAY = 24 * 60 * 60 * 1000;
 /** How many characters of a text the verdict quotes. */
 const QUOTED = 300;
@@ -127,10 +129,12 @@ export class Knower {
 
   /**
    * The line of the library that a text is, with its values. Of those that fit, the one with the fewest characters put in.
-   * @param {string} text
+   * @param {string} whole
    * @returns {{ entry: any, values: string[], cut: boolean } | null}
    */
-  lineOf(text) {
+  lineOf(whole) {
+    // The library writes no line that is longer than 255 bytes.
+    const text = whole.slice(0, LONGEST_SAID);
     let best = null;
     let least = Infinity;
     for (const { entry, pattern } of this.lines) {
@@ -395,7 +399,8 @@ class Explainer {
     }
     line = failed.first;
     const entry = knowledge.actions[failed.entry];
-    cause.push(WORDS.failedFirst(failed.name, entry ? entry.job : ""));
+    const cancelled = outcome === "cancelled" && !this.realFailure(failed);
+    cause.push((cancelled ? WORDS.cancelledDuring : WORDS.failedFirst)(failed.name, entry ? entry.job : ""));
     const lines = said.filter((each) => each.action === failed.id).map((each) => each.text);
     const errors = run.errors.filter((each) => each.action === failed.id);
     const texts = run.messages.filter((each) => each.action === failed.id && !/^(?:File|Folder|Key|Service|Feature|Property|Directory): /.test(each.text)).map((each) => each.text);
@@ -406,7 +411,7 @@ class Explainer {
       ({ todo } = refusal);
       anchor = "texts-with-which-a-package-refuses";
     } else if (quoted.length) cause.push({ ...WORDS.said(quoted.join(" | ")), most: QUOTED });
-    else if (entry) cause.push(WORDS.silentFailure);
+    else if (entry && !cancelled) cause.push(WORDS.silentFailure);
     if (failed.actual) {
       cause.push(WORDS.returned(failed.actual));
       if (entry) cause.push(entry.returns.includes(failed.actual) ? WORDS.actualOwn : WORDS.actualOther);
@@ -421,15 +426,23 @@ class Explainer {
       const notice = entry.notices.map((/** @type {number} */ number) => knowledge.notices[number])
         .find((/** @type {any} */ each) => each && each.follows.includes("1603") && /stops/.test(each.follows));
       if (notice) todo = `${todo} ${notice.todo}`;
+    } else if (cancelled) {
+      ({ todo, anchor } = knowledge.engine[1602]);
     } else if (!refusal) cause.push(this.standard(failed) ? WORDS.engineAction : WORDS.ownPackage);
     if (run.engine === "wine" && entry && entry.returns.includes(1602)) cause.push(WORDS.cancelHidden);
-    if (!run.actions.some((action) => action.phase === "script")) cause.push(WORDS.before);
+    if (!run.rolledBack && !run.actions.some((action) => action.phase === "script" || SCRIPT_RUNNERS.has(action.name))) cause.push(WORDS.before);
     return { cause, todo, anchor, line };
   }
 
   /** @param {Action} failed */
   standard(failed) {
     return /^(?:Install|Remove|Write|Create|Delete|Start|Stop|Register|Unregister|Publish|Unpublish|Process|Move|Duplicate|Patch|Self|Cost|File|Find|App|Launch|Migrate|Validate|RMCCP|CCP|Execute|Schedule|Force|Disable|Set[A-Z]\w*ODBC|Bind|Isolate|Allocate|Resolve|INSTALL|ADMIN|ADVERTISE|MsiConfigure|MsiPublish|MsiUnpublish)/.test(failed.name) && !this.knowledge.actions[failed.entry];
+  }
+
+  /** @param {Action} failed @returns {boolean} in a cancelled run: the action failed, and was not only going on */
+  realFailure(failed) {
+    const parent = failed.phase === "script" && failed.parent >= 0 ? this.run.actions[failed.parent] : failed;
+    return parent.result === 3;
   }
 
   /** @param {Action} failed @param {string[]} texts @returns {{ text: Cause, todo: string } | null} */

@@ -8,7 +8,10 @@ const WELL_KNOWN = new Set(["system", "localsystem", "localservice", "networkser
 /** The properties whose values are names, with the kind of name. */
 const NAMED = new Map([["LogonUser", "USER"], ["USERNAME", "USER"], ["PROP_ACCOUNTNAME", "USER"], ["PROP_ACCOUNTID", "USER"],
   ["PROP_TASKUSER", "USER"], ["ComputerName", "HOST"], ["PROP_HOSTNAME", "HOST"], ["PROP_ACCOUNTDOMAIN", "DOMAIN"],
-  ["USERDOMAIN", "DOMAIN"], ["PROP_ASSETOWNER", "USER"], ["ServiceAccount", "USER"], ["AccountMade", "USER"]]);
+  ["USERDOMAIN", "DOMAIN"], ["USERDNSDOMAIN", "DOMAIN"], ["PROP_ASSETOWNER", "USER"], ["ServiceAccount", "USER"], ["AccountMade", "USER"]]);
+/** A property of another name whose value is an account, if it is one of a domain. */
+const ACCOUNT_NAME = /USER|ACCOUNT|LOGON|OWNER/i;
+const ACCOUNT = /^[^\\/:*?"<>|\s]+\\[^\\/:*?"<>|]+$/;
 const SHORTEST_SECRET = 4;
 /** Longer values, and more values than this, are only hidden where the name is: a log could make the search for them endless. */
 const LONGEST_SECRET = 256;
@@ -45,14 +48,16 @@ export function secretMask(hidden, values) {
   };
 }
 
+/** @param {string} given a value of a command line @returns {string} without its quotation marks */
+const unquoted = (given) => given.replace(/"((?:[^"]|"")*)(?:"|$)/g, (_, inner) => inner.replace(/""/g, '"'));
+
 /**
  * The values that a command line gives to a property.
  * @param {string} name @param {string} commandLine
  * @returns {string[]}
  */
 function givenTo(name, commandLine) {
-  const given = commandLine.matchAll(new RegExp(`\\b${escaped(name)}\\s*=\\s*(${GIVEN})`, "gi"));
-  return [...given].map((match) => match[1].replace(/"((?:[^"]|"")*)(?:"|$)/g, (_, inner) => inner.replace(/""/g, '"')));
+  return [...commandLine.matchAll(new RegExp(`\\b${escaped(name)}\\s*=\\s*(${GIVEN})`, "gi"))].map((match) => unquoted(match[1]));
 }
 
 /**
@@ -94,18 +99,30 @@ export function nameMask(runs, named) {
       words.set(key, `${kind}-${counts[kind]}`);
     }
   };
-  for (const run of runs) {
-    for (const [name, kind] of NAMED) {
-      add(kind, run.properties[name] || "");
-      add(kind, run.clientProperties[name] || "");
-    }
-    for (const setting of run.settings) if (NAMED.has(setting.name)) add(NAMED.get(setting.name) || "USER", setting.value);
-  }
-  for (const { kind, value } of named) {
+  /** Adds a name with its domain. @param {string} kind @param {string} value */
+  const addName = (kind, value) => {
     const slash = value.indexOf("\\");
-    if (slash > 0) add("DOMAIN", value.slice(0, slash));
-    add(kind, value.slice(slash + 1));
+    if (slash > 0) addName("DOMAIN", value.slice(0, slash));
+    const [name, ...domains] = value.slice(slash + 1).split("@");
+    add(kind, name);
+    for (const domain of domains) addName("DOMAIN", domain);
+    // The host or the domain alone, as it is elsewhere; the last label, such as "local", is no name.
+    const labels = kind === "USER" ? [] : name.split(".");
+    for (let index = 1; index < labels.length - 1; index += 1) add("DOMAIN", labels.slice(index).join("."));
+    labels.slice(0, -1).forEach((label, index) => add(index ? "DOMAIN" : kind, label));
+  };
+  /** @param {string} name of a property @param {string} value */
+  const addValue = (name, value) => {
+    const kind = NAMED.get(name) || NAMED.get(name.toUpperCase());
+    if (kind) addName(kind, value);
+    else if (ACCOUNT_NAME.test(name) && ACCOUNT.test(value)) addName("USER", value);
+  };
+  for (const run of runs) {
+    for (const values of [run.properties, run.clientProperties]) for (const [name, value] of Object.entries(values)) addValue(name, value);
+    for (const setting of run.settings) addValue(setting.name, setting.value);
+    for (const [, name, value] of run.commandLine.matchAll(new RegExp(`\\b([A-Za-z_][\\w.]*)\\s*=\\s*(${GIVEN})`, "g"))) addValue(name, unquoted(value));
   }
+  for (const { kind, value } of named) addName(kind, value);
   const keys = [...words.keys()].sort((left, right) => right.length - left.length);
   const known = keys.length ? new RegExp(`(?<![\\p{L}\\p{N}_])(?:${keys.map(escaped).join("|")})(?![\\p{L}\\p{N}_])`, "giu") : null;
   /** @type {Map<string, string>} */
@@ -121,7 +138,7 @@ export function nameMask(runs, named) {
     return found.get(key) || name;
   };
   return (text) => {
-    let result = known ? text.replace(known, (name) => words.get(name.toLowerCase()) || name) : text;
+    let result = known ? text.replace(known, (name, at, whole) => /^(?:USER|HOST|DOMAIN|SID)$/.test(name) && /^-\d/.test(whole.slice(at + name.length)) ? name : words.get(name.toLowerCase()) || name) : text;
     result = result.replace(/\bS-1-5-21(?:-\d+)+\b/g, (name) => word("SID", name));
     result = result.replace(/(\b[A-Za-z]:\\(?:Users|Documents and Settings)\\)([^\\\r\n"'<>|:*?]+)/gi,
       (_, before, name) => before + word("USER", name));

@@ -57,7 +57,8 @@
 const WHOLE = new Set(["INSTALL", "ADMIN", "ADVERTISE"]);
 /** The numbers of the engine's messages at the end of a run: which of them mean success. */
 export const OUTCOMES = new Map([[1707, true], [1708, false], [1724, true], [1725, false], [1727, true], [1728, true], [1729, false]]);
-const SCRIPT_RUNNERS = new Set(["InstallFinalize", "InstallExecute", "InstallExecuteAgain"]);
+/** The actions that run the script. */
+export const SCRIPT_RUNNERS = new Set(["InstallFinalize", "InstallExecute", "InstallExecuteAgain"]);
 /** The bits of a custom action's type that say that it runs in a rollback or in a commit only. */
 const TYPE_ROLLBACK = 0x100;
 const SCRIPT_ROLLBACK = 2;

@@ -127,9 +127,12 @@ export function reportText(explained) {
       if (line.todo) lines.push(labelled(WORDS.todo, line.todo));
       if (line.anchor) lines.push(labelled(WORDS.docs, `docs/${PAGE}#${line.anchor}`));
     }
-    lines.push(...remarks(WORDS.headings.notRun, report.notRun), ...remarks(WORDS.headings.errors, report.errors),
-      ...remarks(WORDS.headings.numbers, report.numbers), ...remarks(WORDS.headings.silent, report.silent, WORDS.result),
-      ...remarks(WORDS.headings.skipped, report.skipped));
+    for (const part of [remarks(WORDS.headings.notRun, report.notRun), remarks(WORDS.headings.errors, report.errors),
+      remarks(WORDS.headings.numbers, report.numbers), remarks(WORDS.headings.silent, report.silent, WORDS.result),
+      remarks(WORDS.headings.skipped, report.skipped)]) {
+      // One by one: a call takes fewer arguments than a log can have actions.
+      for (const line of part) lines.push(line);
+    }
     if (report.skippedOthers) lines.push(`\n    ${WORDS.skipped(report.skippedOthers)}`);
   });
   return `${lines.join("\n").replace(/\n{3,}/g, "\n\n")}\n`;

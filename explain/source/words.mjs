@@ -12,6 +12,8 @@ export const WORDS = {
   product: (/** @type {string} */ name, /** @type {string} */ version) => version ? `${name} ${version}` : name,
   /** @param {string} action @param {string} job */
   failedFirst: (action, job) => ({ before: "The first action that failed is ", quoted: action, after: `${job ? `, which ${job}` : ""}.` }),
+  /** @param {string} action @param {string} job */
+  cancelledDuring: (action, job) => ({ before: "It was cancelled during ", quoted: action, after: `${job ? `, which ${job}` : ""}.` }),
   said: (/** @type {string} */ text) => ({ before: "It said: ", quoted: text, after: "" }),
   silentFailure: "It wrote no line.",
   returned: (/** @type {number} */ code) => `It returned ${code}.`,

@@ -142,6 +142,25 @@ describe("hostile content", () => {
     assert.ok(process.cpuUsage().user - began < 10e6, `${process.cpuUsage().user - began}`);
   });
 
+  it("of more actions than a call takes arguments", async () => {
+    const lines = ["=== Verbose logging started: 3/2/2026  9:10:00  Build type: SHIP UNICODE 5.00.10011.00  Calling process: C:\\Windows\\system32\\msiexec.exe ===", "Action start 9:10:00: INSTALL."];
+    for (let index = 0; index < 150000; index += 1) lines.push("Action start 9:10:00: CustomAction1.", "Action ended 9:10:00: CustomAction1. Return value 1.");
+    const { log, ...rest } = await explained(new Uint8Array(Buffer.from(lines.join("\n"))));
+    assert.equal(log.lines.length, 300002);
+    assert.equal(rest.reports[0].silent.length, 150000);
+    assert.match(reportText(rest), /300001 {2}CustomAction1/);
+    for (const name of ["report", "page"]) {
+      assert.doesNotMatch(readFileSync(new URL(`../page/${name}.mjs`, import.meta.url), "utf8"), /\((?:[^()]*, )?\.\.\.(?:report\.(?:course|silent|numbers)|remarks|rows)\b/);
+    }
+  });
+
+  it("of a long line that looks like one of the library", async () => {
+    const began = process.cpuUsage().user;
+    await explained(microsoft("CustomAction30", Array(20).fill(`Hx Setup Log: set ARP version to ${" (".repeat(9000)}`)));
+    assert.ok(process.cpuUsage().user - began < 2e6, `${process.cpuUsage().user - began}`);
+    assert.equal(knower.lineOf(`creating local service account ${"x".repeat(5000)}`)?.values[0].length, 269);
+  });
+
   it("of an action that is named like a property of every object", async () => {
     const { reports: [report] } = await explained(microsoft("constructor", [], { result: 3 }));
     assert.equal(report.failed, "constructor");
@@ -199,6 +218,27 @@ describe("masks", () => {
       const { log } = await explained(failing(`${"x".repeat(length)} Jane-Ostrander ${"y".repeat(200)}`, `${"x".repeat(length + 715)}=Jane-Ostrander`));
       assert.doesNotMatch(JSON.stringify(log.masked()), /Jan/, `${length}`);
     }
+  });
+
+  it("take no time for very long or very many values, which are hidden by name", () => {
+    const values = Array.from({ length: 5000 }, (_, index) => `SECRET${index}${"abcdefghij".repeat(1500)}`);
+    const began = process.cpuUsage().user;
+    const hide = secretMask(["SECRET"], [...values, ...Array.from({ length: 20000 }, (_, index) => `value ${100000 + index}`)]);
+    assert.equal(hide("value 100000"), "**********");
+    assert.equal(hide("value 119999"), "value 119999");
+    for (let index = 0; index < 200; index += 1) hide("SECRET0abcdefghij".repeat(1000));
+    assert.ok(process.cpuUsage().user - began < 3e6, `${process.cpuUsage().user - began}`);
+    assert.equal(hide(`Property(S): SECRET = ${values[0]}`), "Property(S): SECRET = **********");
+  });
+
+  it("replace names that are only on the command line, and the parts of a host's name", async () => {
+    const { log, ...rest } = await explained("=== Verbose logging started: 3/2/2026  9:10:00  Build type: SHIP UNICODE 5.00.10011.00  Calling process: C:\\Windows\\system32\\msiexec.exe ===\r\n" +
+      'MSI (s) (50:20) [09:10:00:100]: Command Line: PROP_TASKUSER=METER\\auditor PROP_HOSTNAME=gauge.meter.example USERNAME="jdoe x" MYUSER=CORP\\asmith COMPANYNAME=kept\r\n' +
+      "MSI (s) (50:20) [09:10:00:100]: MainEngineThread is returning 1618\r\nmeter, gauge, the local service of CORP and corp.example, asmith\r\n");
+    assert.doesNotMatch(JSON.stringify(log.masked()) + log.names()(log.shownLine(4)), /METER|auditor|gauge|jdoe|asmith|CORP/i);
+    assert.match(JSON.stringify(log.masked()), /COMPANYNAME=kept/);
+    assert.match(log.names()(log.shownLine(4)), /the local service/);
+    assert.match(JSON.stringify(rest), /auditor/);
   });
 
   it("replace names, the same by the same", () => {

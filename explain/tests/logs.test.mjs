@@ -146,6 +146,32 @@ describe("an upgrade in German, with the removal of the older version in the sam
   });
 });
 
+describe("what the verdict says of the changes", () => {
+  it("not that they had not begun, if something was rolled back", async () => {
+    const before = ["Action 12:00:01: InstallFinalize. ", "Action start 12:00:01: InstallFinalize.", "Action ended 12:00:01: InstallFinalize. Return value 1."];
+    const [after] = (await explained(wine("Own", [], { result: 0, before }))).reports;
+    assert.equal(after.failed, "Own");
+    assert.doesNotMatch(causesOf(after).join(" "), /had not begun/);
+    const text = wine("Own", [], { result: 0 }).toString().replace(/Action ended 12:00:02: INSTALL\. Return value 0\.\n$/, "$&Action 12:00:03: CustomAction23.Rollback. \nAction start 12:00:03: CustomAction23.Rollback.\n");
+    const [back] = (await explained(Buffer.from(text))).reports;
+    assert.equal(back.rolledBack, true);
+    assert.doesNotMatch(causesOf(back).join(" "), /had not begun/);
+    const [none] = (await explained(wine("Own", [], { result: 0 }))).reports;
+    assert.match(causesOf(none).join(" "), /had not begun/);
+  });
+
+  it("where it was cancelled, and what failed if something did", async () => {
+    const [report] = (await explained(microsoft("WelcomeDlg", [], { result: 2 }))).reports;
+    assert.deepEqual(causesOf(report), ["It was cancelled during WelcomeDlg.", "The changes of the installer had not begun."]);
+    assert.equal(report.todo, "install again");
+    const [script] = (await explained(microsoft("CustomAction23", [], { result: 2, phase: "script" }))).reports;
+    assert.match(causesOf(script)[0], /^It was cancelled during CustomAction23, which /);
+    const [failed] = (await explained(microsoft("Own", [], { result: 3, whole: 2 }))).reports;
+    assert.equal(failed.outcome, "cancelled");
+    assert.equal(causesOf(failed)[0], "The first action that failed is Own.");
+  });
+});
+
 describe("short logs", () => {
   it("of runs that were not started", async () => {
     const { reports } = await explained(sample("not-started"));
