@@ -70,6 +70,24 @@ const QUOTED = 300;
 /** The same of a fact, such as the command line. */
 const FACT = 1000;
 
+/** The actions that Windows Installer itself has. */
+const STANDARD = new Set([
+  "INSTALL", "ADMIN", "ADVERTISE", "AllocateRegistrySpace", "AppSearch", "BindImage", "CCPSearch", "CostFinalize",
+  "CostInitialize", "CreateFolders", "CreateShortcuts", "DeleteServices", "DisableRollback", "DuplicateFiles",
+  "ExecuteAction", "FileCost", "FindRelatedProducts", "ForceReboot", "InstallAdminPackage", "InstallExecute",
+  "InstallExecuteAgain", "InstallFiles", "InstallFinalize", "InstallInitialize", "InstallODBC", "InstallServices",
+  "InstallSFPCatalogFile", "InstallValidate", "IsolateComponents", "LaunchConditions", "MigrateFeatureStates",
+  "MoveFiles", "MsiConfigureServices", "MsiPublishAssemblies", "MsiUnpublishAssemblies", "PatchFiles",
+  "ProcessComponents", "PublishComponents", "PublishFeatures", "PublishProduct", "RegisterClassInfo", "RegisterComPlus",
+  "RegisterExtensionInfo", "RegisterFonts", "RegisterMIMEInfo", "RegisterProduct", "RegisterProgIdInfo",
+  "RegisterTypeLibraries", "RegisterUser", "RemoveDuplicateFiles", "RemoveEnvironmentStrings", "RemoveExistingProducts",
+  "RemoveFiles", "RemoveFolders", "RemoveIniValues", "RemoveODBC", "RemoveRegistryValues", "RemoveShortcuts",
+  "ResolveSource", "RMCCPSearch", "ScheduleReboot", "SelfRegModules", "SelfUnregModules", "SetODBCFolders",
+  "StartServices", "StopServices", "UnpublishComponents", "UnpublishFeatures", "UnpublishProduct", "UnregisterClassInfo",
+  "UnregisterComPlus", "UnregisterExtensionInfo", "UnregisterFonts", "UnregisterMIMEInfo", "UnregisterProgIdInfo",
+  "UnregisterTypeLibraries", "ValidateProductID", "WriteEnvironmentStrings", "WriteIniValues", "WriteRegistryValues",
+]);
+
 /** What each conversion of a line's format can become. */
 const CONVERSION = /%[-+ #0-9.]*[a-z]*[A-Za-z](?:\{\w*\})?/g;
 const VALUES = /** @type {Record<string, string>} */ ({ d: "(-?\\d+)", X: "([0-9A-Fa-f]+)", o: "([0-7]+)" });
@@ -428,15 +446,10 @@ class Explainer {
       if (notice) todo = `${todo} ${notice.todo}`;
     } else if (cancelled) {
       ({ todo, anchor } = knowledge.engine[1602]);
-    } else if (!refusal) cause.push(this.standard(failed) ? WORDS.engineAction : WORDS.ownPackage);
+    } else if (!refusal) cause.push(STANDARD.has(failed.name) ? WORDS.engineAction : failed.called ? WORDS.ownPackage : WORDS.otherName);
     if (run.engine === "wine" && entry && entry.returns.includes(1602)) cause.push(WORDS.cancelHidden);
     if (!run.rolledBack && !run.actions.some((action) => action.phase === "script" || SCRIPT_RUNNERS.has(action.name))) cause.push(WORDS.before);
     return { cause, todo, anchor, line };
-  }
-
-  /** @param {Action} failed */
-  standard(failed) {
-    return /^(?:Install|Remove|Write|Create|Delete|Start|Stop|Register|Unregister|Publish|Unpublish|Process|Move|Duplicate|Patch|Self|Cost|File|Find|App|Launch|Migrate|Validate|RMCCP|CCP|Execute|Schedule|Force|Disable|Set[A-Z]\w*ODBC|Bind|Isolate|Allocate|Resolve|INSTALL|ADMIN|ADVERTISE|MsiConfigure|MsiPublish|MsiUnpublish)/.test(failed.name) && !this.knowledge.actions[failed.entry];
   }
 
   /** @param {Action} failed @returns {boolean} in a cancelled run: the action failed, and was not only going on */
@@ -517,7 +530,7 @@ class Explainer {
     const writers = known.entry.actions.map((/** @type {number} */ number) => `CustomAction${number}`);
     if (running && running.entry && writers.includes(running.entry)) return running;
     if (running && !running.entry) {
-      if (writers.length === 1) running.entry = writers[0];
+      if (writers.length === 1 && !STANDARD.has(running.name)) running.entry = writers[0];
       return running;
     }
     for (let index = actions.length - 1; index >= 0; index -= 1) {

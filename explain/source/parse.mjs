@@ -23,6 +23,7 @@
  * @property {number} actual what a custom action returned if that was an error, otherwise 0
  * @property {boolean} ignored its failure was ignored
  * @property {string} data its CustomActionData
+ * @property {string} called the function of a library that the engine called for it, or "" if the log does not say
  */
 /** @typedef {{ line: number, text: string, mark: "line" | "path", action: number }} Said a line of the library */
 /** @typedef {{ line: number, number: number, text: string, action: number }} EngineError */
@@ -71,6 +72,8 @@ const PREFIX = /^MSI \(([a-zA-Z])\)(?: \([0-9A-Fa-f]+[:!][0-9A-Fa-f]+\))?(?: \[(
 const ACTION = /^(\D{0,60}?)(\d{1,2})[:.](\d\d)[:.](\d\d) ?[:\uff1a] ?([A-Za-z_][A-Za-z0-9_.]*?)[.\u3002](?=$|[^A-Za-z0-9_.])(.*)$/;
 const RESULT = /^[^\d]{1,60}?(\d)[.\u3002]?\s*$/;
 const HEADER = /^=== (.*) ===$/;
+/** The date or the time in such a line: without one it is the heading of another text. */
+const MOMENT = /\d{1,2}:\d\d:\d\d|\b\d{4}[./-] ?\d{1,2}[./-]|\d{1,2}[./-] ?\d{1,2}[./-] ?\d{4}|\d{1,2}[./-] ?\d{2} +\d{1,2}[:.]\d\d[:.]\d\d/;
 const CALLING = /\.exe ===$/i;
 const PROPERTY = /^Property\(([CSN])\): (\S+) = (.*)$/;
 const ERROR = /^(?:[^\d\s:]{2,24} ){1,3}(\d{4,5})[.\u3002:] ?(.*)$/;
@@ -151,7 +154,7 @@ export class Parser {
     }
     if (text.startsWith(this.marks.line)) return void this.#say("line", text.slice(this.marks.line.length));
     if (text.startsWith(this.marks.path)) return void this.#say("path", text.slice(this.marks.path.length));
-    if (code === 61 && HEADER.test(text)) return void this.#head(text);
+    if (code === 61 && HEADER.test(text) && MOMENT.test(text)) return void this.#head(text);
     if (code === 80) {
       const property = PROPERTY.exec(text);
       if (property) return void this.#property(property);
@@ -359,7 +362,7 @@ export class Parser {
     const action = {
       id: run.actions.length, name, entry: this.entryOf(name), side: this.doing.get(name) || "server",
       phase: over ? "rollback" : script ? "script" : "immediate", first: this.number, last: 0, start: time, end: -1,
-      result: -1, parent: parent ? parent.id : -1, actual: 0, ignored: false, data: "",
+      result: -1, parent: parent ? parent.id : -1, actual: 0, ignored: false, data: "", called: "",
     };
     if (over) run.rolledBack = true;
     this.#add(run, action);
@@ -509,7 +512,10 @@ export class Parser {
       case 73: { // "Invoking remote custom action. DLL: PATH, Entrypoint: NAME"
         const match = /^Invoking remote custom action\. DLL: .*, Entrypoint: (\S+)/.exec(text);
         const running = match && this.#running();
-        if (match && running) running.entry = this.entryOf(match[1]) || running.entry;
+        if (match && running) {
+          running.entry = this.entryOf(match[1]) || running.entry;
+          running.called = match[1];
+        }
         break;
       }
       case 83: { // "Skipping action: NAME (condition is false)"
@@ -595,7 +601,7 @@ export class Parser {
     const action = {
       id: run.actions.length, name, entry: this.entryOf(name), side: "server",
       phase: this.script === SCRIPT_ROLLBACK ? "rollback" : "script", first: this.number, last: 0, start: this.time, end: -1,
-      result: -1, parent: parent ? parent.id : -1, actual: 0, ignored: false, data: "",
+      result: -1, parent: parent ? parent.id : -1, actual: 0, ignored: false, data: "", called: "",
     };
     this.#add(run, action);
     this.scripted = action;

@@ -25,6 +25,7 @@ export const WORDS = {
   headless: "The beginning of the run is missing in this log.",
   cancelHidden: "This engine writes a cancelled run like one that failed.",
   ownPackage: "It is not an action of the library: it is the package's own.",
+  otherName: "Its name is not that of an action of the library. If it calls one of its entry points under another name, look that up in the package.",
   engineAction: "It is one of the installer's own actions: the lines before its end say why.",
   refusal: (/** @type {string} */ text) => ({ before: "The package refuses this run: ", quoted: text, after: "" }),
   possible: (/** @type {string} */ text) => `A condition of the package was false. Its text is not in this log; this is one of its conditions: ${text}`,

@@ -82,6 +82,16 @@ describe("a file that is not a log", () => {
     });
   }
 
+  it("a text with headings between equals signs", async () => {
+    for (const heading of ["Heading", "Version 1.2.3", "2026"]) {
+      const { problems, reports } = await explained(`=== ${heading} ===\r\ntext\r\n`);
+      assert.deepEqual([problems, reports], [[WORDS.problems.other], []]);
+    }
+    for (const head of ["3/2/2026  9:10:00", "2. 3. 2026  9:10:00", "02-03-2026 10.00.00", "2.3.26 10.00.00", "2026-03-02 09:10:00"]) {
+      assert.deepEqual((await explained(`=== Verbose logging started: ${head} ===\r\n`)).problems, [], head);
+    }
+  });
+
   it("an empty one, and another text", async () => {
     assert.deepEqual((await explained(new Uint8Array())).problems, [WORDS.problems.empty]);
     assert.deepEqual((await explained("Dear all,\r\n=== not ===x\r\n10:00:00 hello.\r\n")).problems, [WORDS.problems.other]);

@@ -172,6 +172,28 @@ describe("what the verdict says of the changes", () => {
   });
 });
 
+describe("an action without a name of the library", () => {
+  const said = ["Hx Setup Log: creating local service account vantor"];
+
+  it("that is the installer's own is not taken for the library's, whatever was said in it", async () => {
+    const text = microsoft("Own", [], { result: 3 }).replace("Action ended 10:00:02: INSTALL", `${said[0]}\r\n$&`).replace(/Action (?:start|ended) 10:00:0\d: Own\..*\r\n/g, "");
+    const [report] = (await explained(text)).reports;
+    assert.deepEqual(report.course.map(({ name, entry, job }) => [name, entry, job]), [["INSTALL", "", ""]]);
+    assert.equal(causesOf(report)[0], "The first action that failed is INSTALL.");
+    const [own] = (await explained(wine("Own", said, { result: 0 }))).reports;
+    assert.match(causesOf(own)[0], /^The first action that failed is Own, which creates the account/);
+  });
+
+  it("is only called the package's own if the log says what it calls", async () => {
+    const [called] = (await explained(microsoft("InstallOwnThings", [], { result: 3 }))).reports;
+    assert.match(causesOf(called).join(" "), /It is not an action of the library: it is the package's own\./);
+    const [unknown] = (await explained(wine("InstallOwnThings", [], { result: 0 }))).reports;
+    assert.match(causesOf(unknown).join(" "), /Its name is not that of an action of the library\. If it calls one of its entry points under another name, look that up in the package\./);
+    const [standard] = (await explained(wine("InstallFiles", [], { result: 0 }))).reports;
+    assert.match(causesOf(standard).join(" "), /It is one of the installer's own actions/);
+  });
+});
+
 describe("short logs", () => {
   it("of runs that were not started", async () => {
     const { reports } = await explained(sample("not-started"));
