@@ -96,7 +96,7 @@ done
 
 mkdir -p build/artifacts/run
 cp "$story"/*.log build/artifacts/run/
-cp docs/explain.html build/artifacts/run/
+tools/explain/beside.py build/artifacts/run
 say "the verbose logs are in build/artifacts/run, with explain.html, which explains them"
 
 tools/demonstration/run-client.sh >"$runFolder/client.txt"

@@ -72,7 +72,9 @@ class TryTest(SourceTest):
             "Installation failed (1603)\n  the library wrote nothing to the log\n  nothing changed\n"
             "  what happened:\n    one\n    two\nThe product is not installed now, so there is nothing to remove.\n"
             f"The verbose logs are in {self.logs}; explain.html beside them explains them\n"))
-        self.assertEqual(sorted(path.name for path in self.logs.iterdir()), ["explain.html", "install.log"])
+        self.assertEqual(sorted(path.name for path in self.logs.glob("*.log")), ["install.log"])
+        for name in ("explain.html", "troubleshooting.md", "actions/client.md"):
+            self.assertTrue((self.logs / name).is_file(), name)
 
     def test_failed_removal(self):
         self.make_for("x64")

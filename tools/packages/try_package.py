@@ -19,6 +19,7 @@ import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from explain.beside import PAGE, copy_page
 from packages.tables import PackageError, read_package
 from packages.writer import TEMPLATE, TEMPLATES
 from windows.windows_session import Ended, Windows
@@ -32,7 +33,6 @@ TIMED_OUT = 124
 RUN = re.compile(r"run (install|remove|rest) (\d+)")
 # Explains logs; the page does the same in a browser.
 EXPLAIN = Path(__file__).resolve().parents[2] / "explain/explain.mjs"
-PAGE = Path(__file__).resolve().parents[2] / "docs/explain.html"
 TITLES = {"install": "Installation", "remove": "Removal", "rest": "What the removal left"}
 PUBLIC = re.compile(r"[A-Z_][A-Z0-9_.]*")
 
@@ -145,7 +145,7 @@ def trial_of(package, path, processor, properties, programs, logs):
             (logs / log).unlink(missing_ok=True)
             if (folder / log).is_file():
                 shutil.copyfile(folder / log, logs / log)
-    shutil.copyfile(PAGE, logs / PAGE.name)
+    copy_page(logs)
     return status, lines
 
 
@@ -166,7 +166,7 @@ def try_package(path, properties, programs, logs):
     if status:
         raise PackageError(f"the trial ended with status {status}:\n" + "\n".join(lines[-5:]))
     failed = report(parse(lines), logs)
-    print(f"The verbose logs are in {logs}; {PAGE.name} beside them explains them")
+    print(f"The verbose logs are in {logs}; {PAGE} beside them explains them")
     return failed
 
 
