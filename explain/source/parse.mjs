@@ -463,7 +463,7 @@ export class Parser {
     const action = this.state(run).byName.get(match[1]) || this.#running();
     if (!action) return;
     action.actual = +match[2];
-    // The only words behind a failure that counts are a remark in brackets.
+    // After a failure that counts, the only other words are a remark in brackets.
     action.ignored = match[3].trim() !== "" && !match[3].trim().startsWith("(");
   }
 

@@ -501,7 +501,7 @@ class Rest(ImageTest):
 
 
 class ProgramTest(ImageTest):
-    """The checks of hxrun.exe, for which a library stands in."""
+    """The checks of hxrun.exe, tried on a library."""
 
     def program(self, change=lambda data: None):
         """A project whose image looks like the program, changed by `change`."""

@@ -45,7 +45,7 @@ class CompiledTest(unittest.TestCase):
         cls.packages, cls.sources = {}, {}
         library = Path(folder.name) / "hxsetup.dll"
         for file in (library.name, PACKAGES.PROGRAM):
-            (library.parent / file).write_bytes(f"stands for {file}\n".encode())
+            (library.parent / file).write_bytes(f"not really {file}\n".encode())
         for name, text in examples().items():
             package = Path(folder.name) / f"{name}.msi"
             PACKAGES.make_example(name, text, "arm64", library, package)

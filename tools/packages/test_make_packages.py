@@ -38,7 +38,7 @@ class PackagesTest(unittest.TestCase):
         folder = tempfile.TemporaryDirectory(prefix="hx-packages-")
         cls.addClassCleanup(folder.cleanup)
         for file in (PACKAGE.PROGRAM, PACKAGE.TRACKING):
-            (Path(folder.name) / file).write_bytes(f"stands for {file}\n".encode())
+            (Path(folder.name) / file).write_bytes(f"not really {file}\n".encode())
         make_library(Path(folder.name), "x64")
         witness = (PACKAGE.FRAGMENTS / "server/witness.wxi").read_text(encoding="utf-8")
         calls = set(re.findall(r'BinaryKey="witness" DllEntry="(\w+)"', witness))
