@@ -2,6 +2,7 @@
 # for the unit tests) and rigsubject.dll (the subject of the test rig's own tests).
 
 option(HX_CHECKED "Trap on undefined behaviour" OFF)
+option(HX_COVERAGE "Count what runs, for ./hx coverage" OFF)
 
 find_program(HX_DLLTOOL NAMES llvm-dlltool-19 REQUIRED)
 find_program(HX_RC NAMES llvm-rc-19 REQUIRED)
@@ -58,6 +59,16 @@ if(HX_CHECKED)
   list(APPEND compileOptions -fsanitize=undefined -fsanitize-trap=all -fno-sanitize=function,vptr)
 endif()
 
+# What counts how often each piece of the library runs. A test program adds up the counters (tests/rig/coverage.h).
+set(coverageOptions)
+set(coverageParts)
+if(HX_COVERAGE)
+  set(coverageOptions -fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc -fcoverage-compilation-dir=.)
+  # Counting makes frames larger, but these libraries never ship.
+  list(APPEND coverageOptions -Wno-frame-larger-than)
+  set(coverageParts coverage-objects)
+endif()
+
 # Linker options of every image. The entry, the list of exports and the name are set for each image.
 set(linkOptions
   -nostdlib -fuse-ld=lld-19 -Wl,--no-insert-timestamp -Wl,--gc-sections -Wl,-Xlink=-merge:.buildid=.rdata
@@ -65,6 +76,10 @@ set(linkOptions
   -Wl,-Xlink=-pdbsourcepath:C:/hxsetup)
 if(HX_PROCESSOR STREQUAL "x64")
   list(APPEND linkOptions -Wl,-Xlink=-cetcompat)
+endif()
+if(HX_COVERAGE)
+  # Nothing refers to the sections that describe the counters.
+  list(APPEND linkOptions -Wl,--no-gc-sections)
 endif()
 
 file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/*/*.cpp)
@@ -92,6 +107,11 @@ hx_objects(runtime ${runtimeSources})
 # large blocks. They have no stack protector, because they are part of its implementation.
 target_compile_options(runtime PRIVATE -fno-builtin -fno-vectorize -fno-stack-protector)
 hx_objects(objects ${sources})
+target_compile_options(runtime PRIVATE ${coverageOptions})
+target_compile_options(objects PRIVATE ${coverageOptions})
+if(HX_COVERAGE)
+  hx_objects(coverage-objects ${CMAKE_SOURCE_DIR}/tests/coverage/profile_runtime.cpp)
+endif()
 
 # ---- version resource
 set(versionResource ${CMAKE_BINARY_DIR}/version.res)
@@ -128,26 +148,26 @@ set(CMAKE_CXX_CREATE_SHARED_LIBRARY
 add_custom_target(version DEPENDS ${versionResource})
 # The linker records the paths of its inputs in the PDB. Links a copy, whose path is the same wherever the project is.
 configure_file(${CMAKE_SOURCE_DIR}/src/frame/entry_points.def ${CMAKE_BINARY_DIR}/entry_points.def COPYONLY)
-hx_library(hxsetup OBJECTS runtime objects INPUTS ${versionResource} ${CMAKE_BINARY_DIR}/entry_points.def)
+hx_library(hxsetup OBJECTS runtime objects ${coverageParts} INPUTS ${versionResource} ${CMAKE_BINARY_DIR}/entry_points.def)
 add_dependencies(hxsetup version)
-hx_library(hxinternals OBJECTS runtime objects)
+hx_library(hxinternals OBJECTS runtime objects ${coverageParts})
 target_link_options(hxinternals PRIVATE -Wl,--export-all-symbols)
 
 file(GLOB subjectSources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/rig-subject/*.cpp)
 if(subjectSources)
   hx_objects(subject ${subjectSources})
-  hx_library(rigsubject OBJECTS runtime subject)
+  hx_library(rigsubject OBJECTS runtime subject ${coverageParts})
   target_link_options(rigsubject PRIVATE -Wl,--export-all-symbols)
 endif()
 
 # An empty library, with which the benchmarks compare the loading of the real one.
 hx_objects(empty-objects ${CMAKE_SOURCE_DIR}/bench/empty/empty.cpp)
-hx_library(empty OBJECTS runtime empty-objects)
+hx_library(empty OBJECTS runtime empty-objects ${coverageParts})
 set_target_properties(empty-objects empty PROPERTIES EXCLUDE_FROM_ALL ON)
 
 # The stand-ins that the packages install for the programs of client and server and for the tracking library; and the
 # witness, a library whose actions report the state inside the installer's own process.
-if(NOT HX_CHECKED)
+if(NOT HX_CHECKED AND NOT HX_COVERAGE)
   hx_import_libraries(agentImports packages/programs/imports)
   add_custom_target(agent-imports DEPENDS ${agentImports})
   hx_objects(agent-objects ${CMAKE_SOURCE_DIR}/packages/programs/agent.cpp)

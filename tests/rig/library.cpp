@@ -13,6 +13,7 @@ namespace {
 
 Library* currentLibrary = nullptr;
 unsigned generation = 0;
+void (*beforeUnloading)(const Library&) = nullptr;
 
 std::wstring FolderUnderTest() {
   wchar_t folder[MAX_PATH];
@@ -59,6 +60,7 @@ Library::Library(const std::string& file, const std::wstring& folder) : file_(fi
 Library::~Library() {
   currentLibrary = nullptr;
   ++generation;
+  if (beforeUnloading != nullptr) beforeUnloading(*this);
   FreeLibrary(handle_);
   if (GetModuleHandleA(file_.c_str()) != nullptr) {
     Fail(file_ + " is still loaded after the test, so the next test would meet its caches");
@@ -71,6 +73,10 @@ Library* Library::Current() {
 
 unsigned Library::Generation() {
   return generation;
+}
+
+void Library::BeforeUnloading(void (*visit)(const Library&)) {
+  beforeUnloading = visit;
 }
 
 void Library::ForEachImport(const std::function<void(const Import&)>& visit) const {

@@ -44,8 +44,13 @@ class Library {
   /// and returns ~0. A crash fails the test and throws LibraryCrash.
   UINT CustomAction(int number, unsigned long session) const;
 
+  /// Calls `visit` with each library before it is unloaded; null for nobody.
+  static void BeforeUnloading(void (*visit)(const Library&));
+
   /// Returns the module handle.
   HMODULE Handle() const { return handle_; }
+  /// Returns the name of its file, for example "hxsetup.dll".
+  const std::string& File() const { return file_; }
   /// Returns the number of libraries loaded so far. An address found in one library is invalid in the next.
   static unsigned Generation();
   /// Returns the place of `code` in the library as text ("hxsetup.dll+0x1234"); empty if it lies elsewhere.

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "rig/coverage.h"
 #include "rig/facts.h"
 #include "rig/failures.h"
 
@@ -15,6 +16,12 @@ int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IONBF, 0);
   std::setvbuf(stderr, nullptr, _IONBF, 0);
   rig::RecordFacts();
+  rig::BeginCoverage();
   testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
+  const int result = RUN_ALL_TESTS();
+  if (!rig::WriteCoverage()) {
+    std::fputs("the counts of what ran could not be written to the folder of HX_COVERAGE\n", stderr);
+    return 1;
+  }
+  return result;
 }

@@ -11,8 +11,15 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "check", "run", "explain", "bench", "dist", "lint",
+COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "check", "run", "explain", "bench", "dist", "lint",
             "clean", "help"]
+
+
+def copy_commands(project):
+    """Copies the scripts that hx sources for its commands."""
+    for script in TOOLS.glob("*/commands.sh"):
+        (project / "tools" / script.parent.name).mkdir()
+        shutil.copy(script, project / "tools" / script.parent.name)
 
 
 class CommandLineTest(unittest.TestCase):
@@ -28,8 +35,7 @@ class CommandLineTest(unittest.TestCase):
         (self.project / "build/kept").write_text("kept\n", encoding="utf-8")
         shutil.copy(ROOT / "hx", self.project)
         shutil.copy(TOOLS / "setup/setup.sh", self.project / "tools/setup")
-        (self.project / "tools/packages").mkdir()
-        shutil.copy(TOOLS / "packages/commands.sh", self.project / "tools/packages")
+        copy_commands(self.project)
         for name in ("own.wxs", "own.msi"):
             (self.project / name).write_text("not read\n", encoding="utf-8")
         # A package that does not exist, so that a command that begins its set-up fails.
@@ -126,6 +132,19 @@ class CommandLineTest(unittest.TestCase):
                                     "--only takes arm64 or x64. ./hx test --help lists what test takes.")
 
 
+    def test_coverage(self):
+        more = "./hx coverage --help lists what"
+        for arguments, text in (
+                (["--processor"], f"--processor takes arm64 or x64. {more} coverage takes."),
+                (["--processor", "x86"], f"--processor takes arm64 or x64. {more} coverage takes."),
+                (["--lines"], f"--lines needs the path of a file. {more} coverage takes."),
+                (["--lines", "tools"], "--lines needs the path of a file; 'tools' is a folder."),
+                (["install"], f"coverage does not take 'install'. {more} it takes."),
+                (["unti"], f"coverage does not take 'unti'. Did you mean unit? {more} it takes."),
+                (["unit", "Path*", "Tree*"], f"coverage does not take 'Tree*'. {more} it takes."),
+                (["--only", "x64"], f"coverage does not take the option '--only'. {more} it takes.")):
+            self.assert_package_refused(["coverage", *arguments], text)
+
     def assert_package_refused(self, arguments, text):
         with self.subTest(arguments):
             self.assert_refused(arguments, text, self.project)
@@ -176,8 +195,7 @@ class RightCommandsTest(unittest.TestCase):
             project = Path(folder) / "project"
             (project / "tools/setup").mkdir(parents=True)
             shutil.copy(ROOT / "hx", project)
-            (project / "tools/packages").mkdir()
-            shutil.copy(TOOLS / "packages/commands.sh", project / "tools/packages")
+            copy_commands(project)
             for name in ("own.wxs", "own.msi"):
                 (project / name).write_text("not read\n", encoding="utf-8")
             # Replaces the set-up; exits where it would begin.
@@ -185,6 +203,7 @@ class RightCommandsTest(unittest.TestCase):
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
+                          ["coverage"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json"],
                           ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"],
                           ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",

@@ -287,11 +287,12 @@ class FrontTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.root = Path(folder.name)
         (self.root / "bin").mkdir()
-        for name in ("testing", "windows", "setup", "texts", "packages"):
+        for name in ("testing", "windows", "setup", "texts"):
             (self.root / "tools" / name).mkdir(parents=True)
         for path in [TOOLS.parent / "hx", *(TOOLS / "testing").glob("*.py"), TOOLS / "windows/windows_session.py",
-                     TOOLS / "packages/commands.sh"]:
+                     *TOOLS.glob("*/commands.sh")]:
             copy = self.root / path.relative_to(TOOLS.parent)
+            copy.parent.mkdir(exist_ok=True)
             copy.write_bytes(path.read_bytes())
             copy.chmod(0o755)
         for path, text in (("tools/setup/setup.sh", SETUP), ("tools/windows/serve.sh", self.serve), ("bin/ninja", NINJA),

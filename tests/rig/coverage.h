@@ -1,0 +1,17 @@
+// Adds up how often each piece of the libraries ran. Used by the test programs for ./hx coverage.
+//
+// A library of the preset "PROCESSOR-coverage" has counters that the compiler increments. Each test loads a
+// fresh library, whose counters begin at 0, so its counters are added up before it is unloaded.
+#pragma once
+
+namespace rig {
+
+/// Begins to add up the counters if HX_COVERAGE names a folder. Call it before the first library is loaded.
+/// Libraries without counters are left out.
+void BeginCoverage();
+
+/// Writes the sums to that folder, one file for each library that was loaded ("hxsetup.profraw"), in the form
+/// that llvm-profdata reads. Returns false if a file cannot be written. Does nothing without HX_COVERAGE.
+bool WriteCoverage();
+
+}  // namespace rig

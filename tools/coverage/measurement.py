@@ -1,0 +1,170 @@
+"""Runs test programs with libraries that count what runs, and reads the counts with LLVM's tools.
+
+The build folder PROCESSOR-coverage of a run has these libraries. The rig adds up their counters (tests/rig/coverage.h).
+"""
+
+import json
+import shutil
+import subprocess
+import sys
+import time
+from pathlib import Path
+from typing import NamedTuple
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from testing import planning
+from testing.progress import duration
+from windows.windows_session import Windows
+
+ROOT = Path(__file__).resolve().parents[2]
+SOURCES = "src/"
+# The levels that are measured.
+LEVELS = ("unit", "actions")
+# The libraries that are measured. Both are made of the same objects.
+LIBRARIES = ("hxsetup", "hxinternals")
+
+
+class Failed(Exception):
+    """The measurement could not be made; the text says why."""
+
+
+class Branch(NamedTuple):
+    """A condition, by its place in the file: lines and columns from 1, the end is the column after it."""
+    line: int
+    column: int
+    end_line: int
+    end_column: int
+
+
+class Counts(NamedTuple):
+    """The counts of one file."""
+    # How often each line with code ran, by its number.
+    lines: dict
+    # How often each Branch was (true, false).
+    branches: dict
+
+
+class Measured(NamedTuple):
+    """What one or more runs have measured."""
+    # The Counts of each file of src/.
+    files: dict
+    # LLVM's own sums of each file and, under "", of all: {"lines": {"count": , "covered": }, ...}.
+    sums: dict
+
+
+def preset_of(processor):
+    return f"{processor}-coverage"
+
+
+def tool(name, *arguments):
+    """The output of an LLVM tool, which runs in the project's folder because the libraries name their sources from there."""
+    result = subprocess.run([f"{name}-19", *map(str, arguments)], cwd=ROOT, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+    if result.returncode != 0:
+        raise Failed(f"{name} failed: {result.stderr.decode(errors='replace').strip()}")
+    return result.stdout.decode()
+
+
+def own_name(path):
+    """The name of a source from the project's folder; None for one that is not in src/."""
+    path = path.removeprefix("./")
+    if Path(path).is_absolute() and Path(path).is_relative_to(ROOT):
+        path = str(Path(path).relative_to(ROOT))
+    return path if path.startswith(SOURCES) else None
+
+
+def read_lines(text):
+    """How often each line ran, from an export in the form lcov: {file: {line: count}}."""
+    found, lines = {}, None
+    for row in text.splitlines():
+        kind, _, rest = row.partition(":")
+        if kind == "SF":
+            lines = found.setdefault(own_name(rest), {})
+        elif kind == "DA":
+            line, count = map(int, rest.split(",")[:2])
+            lines[line] = lines.get(line, 0) + count
+    found.pop(None, None)
+    return found
+
+
+def read_branches(exported):
+    """The counts of the conditions, from an export as JSON: {file: {Branch: (true, false)}}. A condition of a template is
+    there once for each instance; its counts are added up."""
+    found = {}
+    for file in exported["data"][0]["files"]:
+        branches = found.setdefault(own_name(file["filename"]), {})
+        places = [*file["branches"], *(branch for expansion in file.get("expansions", ()) for branch in expansion["branches"])]
+        for line, column, end_line, end_column, true, false, *_ in places:
+            place = Branch(line, column, end_line, end_column)
+            before = branches.get(place, (0, 0))
+            branches[place] = before[0] + true, before[1] + false
+    found.pop(None, None)
+    return found
+
+
+def read_sums(exported):
+    data = exported["data"][0]
+    sums = {own_name(file["filename"]): file["summary"] for file in data["files"]}
+    sums.pop(None, None)
+    return {"": data["totals"], **sums}
+
+
+class Measurement:
+    """Measures test programs. `folder` is the folder of a run with the builds."""
+
+    def __init__(self, folder, processor, show=print):
+        self.folder, self.processor, self.show = Path(folder), processor, show
+        self.libraries = [self.folder / preset_of(processor) / f"{name}.dll" for name in LIBRARIES]
+
+    def open_windows(self):
+        return Windows(self.processor, self.folder, 0, planning.TEST_TIME_LIMIT, self.show)
+
+    def run(self, windows, level, filter=None):
+        """Runs the test program of a level, with a GoogleTest filter or all its tests. Returns its raw profiles. Raises Failed
+        if a test failed."""
+        place = self.folder / "coverage" / level
+        shutil.rmtree(place, ignore_errors=True)
+        place.mkdir(parents=True)
+        began = time.monotonic()
+        seen = []
+        folder = f"Z:\\run\\coverage\\{level}"
+        status = windows.run(
+            {"HX_LIBRARY_DIR": f"Z:\\run\\{preset_of(self.processor)}", "HX_ARTIFACTS": folder, "HX_COVERAGE": folder,
+             "HX_PROCESSOR": self.processor},
+            ["wine64", f"Z:\\run\\{self.processor}{planning.TESTS}\\{planning.PROGRAMS[level]}.exe",
+             *([f"--gtest_filter={filter}"] if filter else [])], seen.append)
+        if status != 0:
+            raise Failed("\n".join([*seen[-40:], f"the {level} tests ended with status {status}"]))
+        self.show(f"hx: {level} tests on {self.processor}: done in {duration(time.monotonic() - began)}")
+        return sorted(place.glob("*.profraw"))
+
+    def read(self, profiles):
+        """What these raw profiles have measured. Leaves the merged profile in the run's folder."""
+        if not profiles:
+            raise Failed("the tests counted nothing: no library with counters was loaded")
+        tool("llvm-profdata", "merge", "-sparse", "-o", self.merged, *profiles)
+        exported = json.loads(tool("llvm-cov", "export", *self.sources))
+        lines = read_lines(tool("llvm-cov", "export", "--format=lcov", *self.sources))
+        branches = read_branches(exported)
+        return Measured({name: Counts(lines[name], branches.get(name, {})) for name in sorted(lines)}, read_sums(exported))
+
+    @property
+    def merged(self):
+        return self.folder / "coverage" / "merged.profdata"
+
+    @property
+    def sources(self):
+        """What llvm-cov reads: the libraries and the profile."""
+        return [self.libraries[0], "-object", self.libraries[1], f"-instr-profile={self.merged}"]
+
+    def write_pages(self, place):
+        """Writes the HTML report into a folder. read() must have merged the profiles."""
+        shutil.rmtree(place, ignore_errors=True)
+        tool("llvm-cov", "show", *self.sources, "--format=html", "--show-branches=count", "--show-mcdc",
+             "--show-instantiations=false", f"--output-dir={place}")
+
+
+def covered(measured):
+    """The numbers of the lines that ran: {file: [line, ...]}."""
+    return {name: sorted(line for line, count in counts.lines.items() if count)
+            for name, counts in measured.files.items()}
