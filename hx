@@ -22,7 +22,7 @@ otherLevels=(tools packages page)
 # The commands, in the order of the help, and the options that each takes besides --help.
 commands=(setup build package check-package try test coverage check run explain bench dist lint clean help)
 declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache
-  [package]="--processor --define --out" [coverage]="--processor --lines")
+  [package]="--processor --define --out" [coverage]="--processor --lines --suites")
 
 help_overview() {
   cat <<HELP

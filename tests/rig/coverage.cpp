@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -138,9 +139,12 @@ void BeginCoverage() {
   Library::BeforeUnloading(AddCounters);
 }
 
-bool WriteCoverage() {
+bool WriteCoverage(const std::string& suite) {
+  std::string prefix = suite;
+  std::replace(prefix.begin(), prefix.end(), '/', '+');
   bool isWritten = true;
-  for (const auto& [name, sums] : AllSums()) isWritten = WriteProfile(name, sums) && isWritten;
+  for (const auto& [name, sums] : AllSums()) isWritten = WriteProfile(prefix + "." + name, sums) && isWritten;
+  AllSums().clear();
   return isWritten;
 }
 

@@ -4,14 +4,18 @@
 // fresh library, whose counters begin at 0, so its counters are added up before it is unloaded.
 #pragma once
 
+#include <string>
+
 namespace rig {
 
 /// Begins to add up the counters if HX_COVERAGE names a folder. Call it before the first library is loaded.
 /// Libraries without counters are left out.
 void BeginCoverage();
 
-/// Writes the sums to that folder, one file for each library that was loaded ("hxsetup.profraw"), in the form
-/// that llvm-profdata reads. Returns false if a file cannot be written. Does nothing without HX_COVERAGE.
-bool WriteCoverage();
+/// Writes the sums of what ran since the last call to that folder, one file for each library that was loaded
+/// meanwhile ("PathTest.hxsetup.profraw"), in the form that llvm-profdata reads. `suite` is the name of the
+/// tests that ran; the file's name has "+" for each "/" of it. Returns false if a file cannot be written.
+/// Does nothing without HX_COVERAGE.
+bool WriteCoverage(const std::string& suite);
 
 }  // namespace rig

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "rig/coverage.h"
 #include "rig/facts.h"
@@ -11,6 +12,19 @@ void rig::OnFault(const std::string& text) {
   ADD_FAILURE() << text;
 }
 
+namespace {
+
+// Writes what the tests of each suite ran.
+class CoverageWriter : public testing::EmptyTestEventListener {
+  void OnTestSuiteEnd(const testing::TestSuite& suite) override {
+    if (rig::WriteCoverage(suite.name())) return;
+    std::fputs("the counts of what ran could not be written to the folder of HX_COVERAGE\n", stderr);
+    std::exit(1);
+  }
+};
+
+}  // namespace
+
 int main(int argc, char** argv) {
   // Unbuffered: printed text must survive a crash of the program.
   std::setvbuf(stdout, nullptr, _IONBF, 0);
@@ -18,10 +32,6 @@ int main(int argc, char** argv) {
   rig::RecordFacts();
   rig::BeginCoverage();
   testing::InitGoogleTest(&argc, argv);
-  const int result = RUN_ALL_TESTS();
-  if (!rig::WriteCoverage()) {
-    std::fputs("the counts of what ran could not be written to the folder of HX_COVERAGE\n", stderr);
-    return 1;
-  }
-  return result;
+  testing::UnitTest::GetInstance()->listeners().Append(new CoverageWriter);
+  return RUN_ALL_TESTS();
 }

@@ -5,7 +5,7 @@
 
 help_coverage() {
   cat <<HELP
-usage: ./hx coverage [LEVEL [FILTER]] [--processor x64|arm64] [--lines FILE]
+usage: ./hx coverage [LEVEL [FILTER]] [--processor x64|arm64] [--lines FILE] [--suites FILE]
 
 Runs the unit tests and the actions tests with libraries that count what runs. Prints how many lines, branches and MC/DC
 conditions of each file of src/ ran, and writes an HTML report to build/coverage. Fails if a line or a branch of src/ did not
@@ -15,15 +15,16 @@ run and tools/coverage/not-run.txt does not have it, or if the list has one that
   FILTER           only tests whose names match this GoogleTest filter; needs a LEVEL before it
   --processor P    x64 (which it is without this option) or arm64
   --lines FILE     also writes the numbers of the lines that ran, as JSON: {"src/base/text.cpp": [21, 22], ...}
+  --suites FILE    the same for each suite of tests: {"unit": {"TextTest": {"src/base/text.cpp": [21, 22], ...}, ...}, ...}
 
 Takes about two minutes after the build on x64.
 HELP
 }
 
-# Reads the command line of "coverage" into coverageProcessor, coverageLines and coverageWords.
+# Reads the command line of "coverage" into coverageProcessor and coverageWords.
 read_coverage_words() {
   local level='' filter=''
-  coverageProcessor=x64 coverageLines='' coverageWords=()
+  coverageProcessor=x64 coverageWords=()
   while [[ $# -gt 0 ]]; do
     case $1 in
       --processor)
@@ -32,10 +33,10 @@ read_coverage_words() {
         coverageProcessor=$2
         shift
         ;;
-      --lines)
-        [[ -n ${2-} ]] || wrong "--lines needs the path of a file. ./hx coverage --help lists what coverage takes."
-        coverageLines=$(from_caller "$2")
-        [[ ! -d $coverageLines ]] || wrong "--lines needs the path of a file; '$2' is a folder."
+      --lines | --suites)
+        [[ -n ${2-} ]] || wrong "$1 needs the path of a file. ./hx coverage --help lists what coverage takes."
+        [[ ! -d $(from_caller "$2") ]] || wrong "$1 needs the path of a file; '$2' is a folder."
+        coverageWords+=("$1" "$(from_caller "$2")")
         shift
         ;;
       -*) no_option coverage "$1" ;;
@@ -54,7 +55,6 @@ read_coverage_words() {
   done
   [[ -z $level ]] || coverageWords+=(--level "$level")
   [[ -z $filter ]] || coverageWords+=("--filter=$filter")
-  [[ -z $coverageLines ]] || coverageWords+=(--lines "$coverageLines")
 }
 
 coverage() {

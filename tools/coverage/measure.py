@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Measures what of src/ the tests run: tools/coverage/measure.py FOLDER [--processor PROCESSOR] [--level LEVEL]
-[--filter FILTER] [--lines FILE]
+[--filter FILTER] [--lines FILE] [--suites FILE]
 
 FOLDER is the folder of a run, with the builds PROCESSOR-coverage and PROCESSOR-tests; ./hx coverage makes it and calls this
 script. Prints a table, and writes an HTML report to build/coverage/PROCESSOR. A measurement of all tests is compared with
 not-run.txt: each line and each branch that no test runs must be there, with its reason, and nothing else. The exit status is
 0 if it is so.
 
---lines writes the numbers of the lines that ran to a file, as JSON: {"src/FOLDER/NAME": [NUMBER, ...], ...}.
+--lines writes the numbers of the lines that ran to a file, as JSON: {"src/FOLDER/NAME": [NUMBER, ...], ...}. --suites writes
+them for each suite of tests: {"LEVEL": {"SUITE": {"src/FOLDER/NAME": [NUMBER, ...], ...}, ...}, ...}.
 """
 
 import argparse
@@ -61,6 +62,10 @@ def check(files, processor):
     return 0
 
 
+def write_json(path, content):
+    path.write_text(json.dumps(content) + "\n", encoding="utf-8")
+
+
 def main(arguments=None):
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("folder", type=Path)
@@ -68,21 +73,25 @@ def main(arguments=None):
     parser.add_argument("--level", choices=LEVELS)
     parser.add_argument("--filter")
     parser.add_argument("--lines", type=Path)
+    parser.add_argument("--suites", type=Path)
     options = parser.parse_args(arguments)
     measurement = Measurement(options.folder.resolve(), options.processor)
+    pages = ROOT / "build/coverage" / options.processor
     try:
         with measurement.open_windows() as windows:
-            profiles = [profile for level in ([options.level] if options.level else LEVELS)
-                        for profile in measurement.run(windows, level, options.filter)]
-        measured = measurement.read(profiles)
-        pages = ROOT / "build/coverage" / options.processor
-        measurement.write_pages(pages)
+            profiles = {level: measurement.run(windows, level, options.filter)
+                        for level in ([options.level] if options.level else LEVELS)}
+        sources = measurement.merge([profile for of_level in profiles.values() for profile in of_level])
+        measured = measurement.read(sources)
+        measurement.write_pages(sources, pages)
+        if options.suites:
+            write_json(options.suites, {level: measurement.lines_of_suites(of_level) for level, of_level in profiles.items()})
     except (Ended, Failed) as error:
         sys.exit(f"hx: {error}")
+    if options.lines:
+        write_json(options.lines, covered({name: counts.lines for name, counts in measured.files.items()}))
     for line in table(measured.sums):
         print(line)
-    if options.lines:
-        options.lines.write_text(json.dumps(covered(measured)) + "\n", encoding="utf-8")
     print(f"hx: the report is {(pages / 'index.html').relative_to(ROOT)}")
     return 0 if options.level else check(measured.files, options.processor)
 

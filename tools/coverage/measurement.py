@@ -3,7 +3,9 @@
 The build folder PROCESSOR-coverage of a run has these libraries. The rig adds up their counters (tests/rig/coverage.h).
 """
 
+import concurrent.futures
 import json
+import os
 import shutil
 import subprocess
 import sys
@@ -120,8 +122,8 @@ class Measurement:
         return Windows(self.processor, self.folder, 0, planning.TEST_TIME_LIMIT, self.show)
 
     def run(self, windows, level, filter=None):
-        """Runs the test program of a level, with a GoogleTest filter or all its tests. Returns its raw profiles. Raises Failed
-        if a test failed."""
+        """Runs the test program of a level, with a GoogleTest filter or all its tests. Returns its raw profiles, some for each
+        suite of tests. Raises Failed if a test failed."""
         place = self.folder / "coverage" / level
         shutil.rmtree(place, ignore_errors=True)
         place.mkdir(parents=True)
@@ -138,33 +140,48 @@ class Measurement:
         self.show(f"hx: {level} tests on {self.processor}: done in {duration(time.monotonic() - began)}")
         return sorted(place.glob("*.profraw"))
 
-    def read(self, profiles):
-        """What these raw profiles have measured. Leaves the merged profile in the run's folder."""
+    def merge(self, profiles, name="all"):
+        """Merges raw profiles. Returns what llvm-cov reads: the libraries and the merged profile."""
         if not profiles:
             raise Failed("the tests counted nothing: no library with counters was loaded")
-        tool("llvm-profdata", "merge", "-sparse", "-o", self.merged, *profiles)
-        exported = json.loads(tool("llvm-cov", "export", *self.sources))
-        lines = read_lines(tool("llvm-cov", "export", "--format=lcov", *self.sources))
+        merged = self.folder / "coverage" / f"{name}.profdata"
+        tool("llvm-profdata", "merge", "-sparse", "-o", merged, *profiles)
+        return [self.libraries[0], "-object", self.libraries[1], f"-instr-profile={merged}"]
+
+    def read(self, sources):
+        """What was measured; `sources` is what merge() has returned."""
+        exported = json.loads(tool("llvm-cov", "export", *sources))
+        lines = read_lines(tool("llvm-cov", "export", "--format=lcov", *sources))
         branches = read_branches(exported)
         return Measured({name: Counts(lines[name], branches.get(name, {})) for name in sorted(lines)}, read_sums(exported))
 
-    @property
-    def merged(self):
-        return self.folder / "coverage" / "merged.profdata"
+    def lines_of_suites(self, profiles):
+        """The numbers of the lines that the tests of each suite ran: {suite: {file: [line, ...]}}."""
+        suites = {}
+        for profile in profiles:
+            suites.setdefault(suite_of(profile), []).append(profile)
 
-    @property
-    def sources(self):
-        """What llvm-cov reads: the libraries and the profile."""
-        return [self.libraries[0], "-object", self.libraries[1], f"-instr-profile={self.merged}"]
+        def lines_of(suite):
+            sources = self.merge(suites[suite], suite.replace("/", "+"))
+            return covered(read_lines(tool("llvm-cov", "export", "--format=lcov", "--skip-branches", "--skip-functions", *sources)))
 
-    def write_pages(self, place):
-        """Writes the HTML report into a folder. read() must have merged the profiles."""
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            return dict(zip(suites, pool.map(lines_of, suites)))
+
+    @staticmethod
+    def write_pages(sources, place):
+        """Writes the HTML report into a folder."""
         shutil.rmtree(place, ignore_errors=True)
-        tool("llvm-cov", "show", *self.sources, "--format=html", "--show-branches=count", "--show-mcdc",
+        tool("llvm-cov", "show", *sources, "--format=html", "--show-branches=count", "--show-mcdc",
              "--show-instantiations=false", f"--output-dir={place}")
 
 
-def covered(measured):
-    """The numbers of the lines that ran: {file: [line, ...]}."""
-    return {name: sorted(line for line, count in counts.lines.items() if count)
-            for name, counts in measured.files.items()}
+def suite_of(profile):
+    """The name of the suite whose tests have made a raw profile (tests/rig/coverage.h)."""
+    return profile.name.split(".")[0].replace("+", "/")
+
+
+def covered(lines):
+    """The numbers of the lines that ran: {file: [line, ...]}, by the counts {file: {line: count}}."""
+    ran = {name: sorted(line for line, count in counts.items() if count) for name, counts in lines.items()}
+    return {name: numbers for name, numbers in sorted(ran.items()) if numbers}

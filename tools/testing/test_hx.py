@@ -138,6 +138,7 @@ class CommandLineTest(unittest.TestCase):
                 (["--processor"], f"--processor takes arm64 or x64. {more} coverage takes."),
                 (["--processor", "x86"], f"--processor takes arm64 or x64. {more} coverage takes."),
                 (["--lines"], f"--lines needs the path of a file. {more} coverage takes."),
+                (["--suites", "tools"], "--suites needs the path of a file; 'tools' is a folder."),
                 (["--lines", "tools"], "--lines needs the path of a file; 'tools' is a folder."),
                 (["install"], f"coverage does not take 'install'. {more} it takes."),
                 (["unti"], f"coverage does not take 'unti'. Did you mean unit? {more} it takes."),
@@ -203,7 +204,7 @@ class RightCommandsTest(unittest.TestCase):
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
-                          ["coverage"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json"],
+                          ["coverage"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
                           ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"],
                           ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",
