@@ -21,7 +21,8 @@ class Unique {
   explicit Unique(Value value) : value_(value) {}
   Unique(Unique&& other) : value_(other.release()) {}
   Unique& operator=(Unique&& other) {
-    if (this != &other) reset(other.release());
+    // Also right for the owner itself, which is empty when it takes the resource again.
+    reset(other.release());
     return *this;
   }
   Unique(const Unique&) = delete;

@@ -154,7 +154,7 @@ struct PowerTable {
 
 /// Returns the first 128 bits of a number of 32-bit limbs, the lowest limb first; a shorter number is filled
 /// up with zeros.
-constexpr Power FirstBits(const uint32_t* limbs, int32_t count) {
+consteval Power FirstBits(const uint32_t* limbs, int32_t count) {
   constexpr int32_t kLimbBits = 32;
   int32_t bit = count * kLimbBits - 1;
   while (((limbs[bit / kLimbBits] >> (bit % kLimbBits)) & 1) == 0) --bit;
@@ -167,7 +167,7 @@ constexpr Power FirstBits(const uint32_t* limbs, int32_t count) {
 
 /// Computes the positive powers by exact multiplication, the negative ones by dividing a large power of two.
 /// Truncating after every division gives the same result as a single division.
-constexpr PowerTable MakePowersOfFive() {
+consteval PowerTable MakePowersOfFive() {
   constexpr int32_t kLimbs = 36;
   constexpr uint32_t kStepFactors[] = {1220703125, 1220703125, 5};  // 5^13 5^13 5
   PowerTable table{};

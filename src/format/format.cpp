@@ -47,7 +47,7 @@ struct JobTable {
   static constexpr uint32_t kLetters = 128;
   Job jobs[kLetters];
 };
-constexpr JobTable MakeJobTable() {
+consteval JobTable MakeJobTable() {
   constexpr struct {
     char letter;
     Job job;

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "base/text.h"
+
 namespace {
 
 /// The most characters of one answer from the system.
@@ -49,10 +51,8 @@ enum class Empty { kStands, kIsNone };
 void ReadField(LCTYPE type, const char* fallback, Empty empty, char (&field)[kLocaleFieldSize]) {
   const uint32_t length = ReadText(type, field, kLocaleFieldSize);
   if (length != kNoAnswer && (length != 0 || empty == Empty::kStands)) return;
-  for (uint32_t i = 0; i < kLocaleFieldSize; ++i) {
-    field[i] = fallback[i];
-    if (fallback[i] == 0) break;
-  }
+  // Each fallback fits.
+  TxtCopyA(field, fallback);
 }
 
 /// Reads a whole name into the pool and returns it; `fallback` if there is no answer.
@@ -73,7 +73,9 @@ void ReadGrouping(uint8_t (&grouping)[kMaxGroupSizes + 1]) {
   char field[kLocaleFieldSize];
   ReadField(LOCALE_SGROUPING, "3;0", Empty::kIsNone, field);
   uint32_t count = 0;
-  for (const char* at = field; *at && count < kMaxGroupSizes; ++at) {
+  // Each group takes at least one character of the field.
+  static_assert(kMaxGroupSizes >= kLocaleFieldSize - 1);
+  for (const char* at = field; *at; ++at) {
     uint32_t size = 0;
     for (; *at >= '0' && *at <= '9'; ++at) {
       size = size * 10 + static_cast<uint32_t>(*at - '0');

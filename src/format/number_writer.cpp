@@ -13,7 +13,7 @@ constexpr char kSmallDigits[] = "0123456789abcdefx";
 struct DigitPairs {
   char text[200];
 };
-constexpr DigitPairs MakeDigitPairs() {
+consteval DigitPairs MakeDigitPairs() {
   DigitPairs pairs{};
   for (int i = 0; i < 100; ++i) {
     pairs.text[2 * i] = static_cast<char>('0' + i / 10);

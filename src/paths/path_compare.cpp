@@ -20,10 +20,10 @@ void SkipUsedUp(PathPiece* piece) {
   while (piece->node && !piece->length) *piece = PieceBefore(*piece);
 }
 
-// Returns the last piece of `path` without its last `dropped` bytes.
+// Returns the last piece of `path` without its last `dropped` bytes; `path` has as many.
 PathPiece LastPieceWithout(const PathObject* path, int64_t dropped) {
   PathPiece piece = LastPiece(path);
-  while (piece.node && dropped > piece.length) {
+  while (dropped > piece.length) {
     dropped -= piece.length;
     piece = PieceBefore(piece);
   }
@@ -69,7 +69,8 @@ int PathCompare(Object* first, Object* second) {
   for (;;) {
     SkipUsedUp(&pieceA);
     SkipUsedUp(&pieceB);
-    if (pieceA.node == pieceB.node || !pieceA.node || !pieceB.node) return result;
+    // Both have as many bytes left, so both come to their end, or to the same node, together.
+    if (pieceA.node == pieceB.node) return result;
     int stretch = pieceA.length < pieceB.length ? pieceA.length : pieceB.length;
     pieceA.length -= stretch;
     pieceB.length -= stretch;

@@ -42,13 +42,12 @@ bool IsThisComputer(const wchar_t* domain) {
          CompareStringW(LOCALE_SYSTEM_DEFAULT, NORM_IGNORECASE, computer, -1, domain, -1) == CSTR_EQUAL;
 }
 
-// Finds the computer that looks up accounts of `domain`, whose name has `length` bytes. Leaves `controller`
-// empty if that is this computer. Returns false if there is none.
+// Finds the computer that looks up accounts of `domain`, whose name has `length` bytes, not 0. Leaves
+// `controller` empty if that is this computer. Returns false if there is none.
 bool FindAuthority(const char* domain, int length, NetworkName* controller) {
   HeapStringW name(Utf8ToWide(domain, length));
   if (!name) return false;
   if (IsThisComputer(name.get())) return true;
-  if (!name.get()[0]) return false;
   return controller->keep(FindDomainController(name.get(), controller->put()) == NERR_Success);
 }
 

@@ -110,12 +110,12 @@ PathObject* JoinNames(PathObject* folder, const char* names) {
 }
 
 // Moves the key file of the user with the folder `user` to `target`, under the name for `number`. Returns
-// false if there is no key file, if it is already in `target`, or if its folder cannot be found out.
+// false if there is no key file, or if it is already in `target`.
 bool MoveKeyFile(PathObject* user, PathObject* target, unsigned number) {
   PathRef candidate(JoinNames(user, "Local Settings\0Application Data\0portable.dir\0portable.pky\0"));
   if (FileExists(candidate.get()) != kStatusOk) return false;
   PathRef folder(PathFolder(candidate.get()));
-  if (!folder || folder.get() == target || target->ops.Compare(folder.get(), target) == 0) return false;
+  if (target->ops.Compare(folder.get(), target) == 0) return false;
   char name[kKeyFileNameSize];
   FormatString(name, kKeyFileNameSize, "%08lX.pky", number);
   PathRef moved(PathJoin(target, name));

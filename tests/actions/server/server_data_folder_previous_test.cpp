@@ -175,6 +175,45 @@ TEST_F(PreviousDataTest, AnUpgradeFolderThatIsADriveHasNoName) {
   EXPECT_PUBLISHED({"PROP_PREVVTDF = S:\\Earlier Server\\"});
 }
 
+// Only a bare drive has no backslash. Windows completes it to a folder, but the name does not depend on that.
+TEST_F(PreviousDataTest, WithoutABackslashTheWholeTextIsTheName) {
+  Installer().Set("DIR_UPG", "D:");
+  TheWorld().On<::GetFullPathNameW>([](const wchar_t* text, DWORD, wchar_t* full, wchar_t**) {
+    wcscpy(full, text);
+    return static_cast<DWORD>(wcslen(text));
+  });
+  EXPECT_EQ(Run(34), 0u);
+  EXPECT_EQ(TheRig().trace.LinesStarting({"GetFileAttributesW"}),
+            (std::vector<std::string>{R"(GetFileAttributesW("S:\\Earlier Server\\D:") = 0xffffffff)",
+                                      R"(GetFileAttributesW("S:\\Halvorstead\\Server\\D:") = 0xffffffff)"}));
+  EXPECT_PUBLISHED({"PROP_PREVVTDF = D:\\"});
+}
+
+// Windows has two codes for being out of memory. With any other code the property counts as unset.
+TEST_F(PreviousDataTest, WithoutMemoryInTheInstallerNothingIsPublished) {
+  Disk().Folder("S:\\Earlier Server");
+  for (UINT error : {ERROR_NOT_ENOUGH_MEMORY, ERROR_OUTOFMEMORY, ERROR_FUNCTION_FAILED}) {
+    TheRig().trace.Clear();
+    Installer().FailReading("DIR_UPG", error);
+    EXPECT_EQ(Run(34), 0u);
+    Calls calls = Expected().OpenSettings("2").Read("DIR_UPG", std::to_string(error));
+    if (error == ERROR_FUNCTION_FAILED) {
+      calls.ReadPath("PROP_PRE75SERVER", "S:\\Earlier Server\\")
+          .Attributes("S:\\Earlier Server")
+          .Set("PROP_PREVVTDF", "S:\\Earlier Server\\");
+    }
+    EXPECT_TRACE({calls.lines});
+  }
+}
+
+TEST_F(PreviousDataTest, AnEarlierServerWhosePathCannotBeMadeEndsTheSearch) {
+  Disk().Folder("S:\\Halvorstead\\Server\\Old Data");
+  Installer().Set("PROP_PRE75SERVER", "earlier");
+  TheWorld().On<::GetFullPathNameW>([](const wchar_t*, DWORD, wchar_t*, wchar_t**) { return DWORD{0}; });
+  EXPECT_EQ(Run(34), 0u);
+  EXPECT_PUBLISHED({});
+}
+
 TEST_F(PreviousDataTest, TheNameNeedsNoBackslashAfterIt) {
   Disk().Folder("S:\\Earlier Server\\Old Data");
   for (const char* folder : {"D:\\Old Data", "D:\\Old Data\\", "D:\\a\\b\\Old Data", "Old Data"}) {

@@ -155,7 +155,8 @@ void Firewall::InstallRule(FakeObject<INetFwRule>& rule, FakeObject<INetFwRule>&
   });
 
   Add<&INetFwRule::get_ApplicationName>(found, "get_ApplicationName", [this](BSTR* out) {
-    *out = com_.GiveString(ToWide(rules[foundRule_].program));
+    const std::string& program = rules[foundRule_].program;
+    *out = program.empty() ? nullptr : com_.GiveString(ToWide(program));
     return S_OK;
   }).HandsOut(Arg<0>);
   Tell<&INetFwRule::get_Enabled>(found, "get_Enabled", [this] { return rules[foundRule_].enabled; });

@@ -18,7 +18,7 @@ namespace rig {
 /// One rule, as a test arranges it and inspects it afterwards. A fresh object has the default numbers.
 struct FirewallRule {
   std::string name;              ///< Its name; Item and Remove find it by its exact name.
-  std::string program;           ///< The program that it applies to.
+  std::string program;           ///< The program that it applies to; if empty, all, and its text is null.
   bool enabled = false;          ///< True if it is in force.
   std::string grouping = "";     ///< Its group.
   std::string description = "";  ///< Its description.

@@ -406,6 +406,26 @@ TEST_F(TextTest, ConversionsOfHugeLengthsComputeTheirSizeWithoutOverflow) {
   EXPECT_EQ(allocated, (size_t{INT_MAX} + 2) * 6 + 256);
 }
 
+// The system takes the sizes of buffers as signed numbers.
+TEST_F(TextTest, ConversionsOfHugeLengthsPassTheLargestLimit) {
+  HX_HOOK(heap, HeapAlloc,
+          [&](HANDLE process, DWORD flags, SIZE_T) { return heap.Next(process, flags, 16); });
+  std::vector<int> limits;
+  HX_HOOK(toWide, MultiByteToWideChar, [&](UINT, DWORD, LPCCH, int length, LPWSTR, int limit) {
+    EXPECT_EQ(length, INT_MAX);
+    limits.push_back(limit);
+    return 1;
+  });
+  HX_HOOK(toUtf8, WideCharToMultiByte, [&](UINT, DWORD, LPCWCH, int length, LPSTR, int limit, LPCCH, LPBOOL) {
+    EXPECT_EQ(length, INT_MAX);
+    limits.push_back(limit);
+    return 1;
+  });
+  EXPECT_EQ(TakeW(Utf8ToWide("x", INT_MAX)), L"");
+  EXPECT_EQ(TakeA(WideToUtf8(L"x", INT_MAX, nullptr)), "");
+  EXPECT_EQ(limits, (std::vector<int>{INT_MAX, INT_MAX}));
+}
+
 TEST_F(TextTest, ConversionsSurviveEveryFailure) {
   {
     HX_HOOK(heap, HeapAlloc, [&](HANDLE, DWORD, SIZE_T) -> LPVOID { return nullptr; });

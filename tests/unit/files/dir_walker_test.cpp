@@ -70,6 +70,30 @@ TEST_F(DirWalkerTest, AWholeWalkMakesTheseCalls) {
   EXPECT_CALLS({});
 }
 
+// Its path is that of its folder, a drive, which has no backslash.
+TEST_F(DirWalkerTest, AFolderWithoutANameMatchesByItsWholePath) {
+  for (const auto& [pattern, expected] :
+       std::vector<std::pair<std::string, std::wstring>>{{"q:", L"Q:\\"}, {":", L"<none>"}, {"*", L"Q:\\"}}) {
+    int searches = 0;
+    TheRig().On<::FindFirstFileW>([&](const wchar_t*, WIN32_FIND_DATAW* found) {
+      *found = {};
+      found->dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+      return ++searches == 1 ? reinterpret_cast<HANDLE>(0x4710) : INVALID_HANDLE_VALUE;
+    });
+    TheRig().On<::FindNextFileW>([](HANDLE, WIN32_FIND_DATAW*) { return FALSE; });
+    TheRig().On<::FindClose>([](HANDLE) { return TRUE; });
+    OwnPath root(L"Q:");
+    OwnWalker walker(root.get());
+    walker->maxDepth = 2;
+    walker->foldersAfterContents = 1;
+    walker.SetPattern(pattern);
+    OwnPath left(DirWalkerNext(walker.get()));
+    EXPECT_EQ(left.Text(), expected) << pattern;
+    EXPECT_EQ(DirWalkerNext(walker.get()), nullptr);
+    EXPECT_EQ(searches, 2);
+  }
+}
+
 TEST_F(DirWalkerTest, ItsFieldsShowItsPlace) {
   MakeSmallTree();
   OwnPath root(folder_.Path());

@@ -150,6 +150,20 @@ TEST_F(FileStatusTest, ADriveAndAFolderUnderItsRootAreChains) {
   });
 }
 
+// The text before the first backslash counts as a folder too, and no folder has an empty name.
+TEST_F(FileStatusTest, AChainThatBeginsWithABackslashCannotBeCreated) {
+  for (const wchar_t* chain : {L"\\x", L"\\x\\y", L"\\\\server\\share\\x"}) {
+    OwnPath path{std::wstring(chain)};
+    EXPECT_EQ(path.Text(), chain);
+    Calls();
+    EXPECT_EQ(CreateFolderChain(path.get()), kStatusNotCreated);
+    EXPECT_CALLS({
+        R"(FindFirstFileW("", *) = INVALID_HANDLE_VALUE)",
+        R"(CreateDirectoryW("", null) = 0)",
+    });
+  }
+}
+
 TEST_F(FileStatusTest, AFileInTheWayOfAChainIsOfTheWrongKind) {
   MakeFile(folder_ / L"f");
   EXPECT_EQ(CreateFolderChain(OwnPath(folder_ / L"f\\b").get()), kStatusWrongKind);

@@ -23,6 +23,16 @@ class TreeDeleteTest : public tree_test::TreeTest {
     FindClose(search);
     return TreeDelete(path.c_str(), &found_);
   }
+  /// Makes each folder begin with an entry of this name.
+  void FindOne(const wchar_t* name, DWORD attributes) {
+    TheRig().On<::FindFirstFileW>([=](const wchar_t*, WIN32_FIND_DATAW* found) {
+      *found = {};
+      found->dwFileAttributes = attributes;
+      wcscpy(found->cFileName, name);
+      return reinterpret_cast<HANDLE>(0x4710);
+    });
+    TheRig().On<::FindClose>([](HANDLE) { return TRUE; });
+  }
   void MakeSmallTree() {
     MakeFolder(folder_ / L"d");
     MakeFolder(folder_ / L"d\\e");
@@ -134,21 +144,63 @@ TEST_F(TreeDeleteTest, AFolderThatCannotBeListedStays) {
 }
 
 TEST_F(TreeDeleteTest, AnEntryThatItsPathDoesNotLeadToIsNotDeleted) {
-  for (const wchar_t* name : {L"x.", L"x "}) {
-    for (DWORD attributes : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_DIRECTORY}}) {
-      TheRig().On<::FindFirstFileW>([=](const wchar_t*, WIN32_FIND_DATAW* found) {
-        *found = {};
-        found->dwFileAttributes = attributes;
-        wcscpy(found->cFileName, name);
-        return reinterpret_cast<HANDLE>(0x4710);
-      });
-      TheRig().On<::FindClose>([](HANDLE) { return TRUE; });
-      found_.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
-      Calls();
-      EXPECT_EQ(TreeDelete(L"Q:\\d", &found_), DWORD{ERROR_INVALID_NAME});
-      for (const std::string& call : Calls()) EXPECT_EQ(call.substr(0, 4), "Find") << call;
+  for (const wchar_t* folder : {L"Q:\\d", L"\\d", L"\\\\s\\t\\d"}) {
+    for (const wchar_t* name : {L"x.", L"x "}) {
+      for (DWORD attributes : {DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{FILE_ATTRIBUTE_DIRECTORY}}) {
+        FindOne(name, attributes);
+        found_.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+        Calls();
+        EXPECT_EQ(TreeDelete(folder, &found_), DWORD{ERROR_INVALID_NAME});
+        for (const std::string& call : Calls()) EXPECT_EQ(call.substr(0, 4), "Find") << call;
+      }
     }
   }
+}
+
+TEST_F(TreeDeleteTest, AnUnlimitedPathLeadsToEachEntry) {
+  FindOne(L"x.", FILE_ATTRIBUTE_ARCHIVE);
+  TheRig().On<::FindNextFileW>([](HANDLE, WIN32_FIND_DATAW*) {
+    SetLastError(ERROR_NO_MORE_FILES);
+    return FALSE;
+  });
+  TheRig().On<::DeleteFileW>([](const wchar_t*) { return TRUE; });
+  TheRig().On<::RemoveDirectoryW>([](const wchar_t*) { return TRUE; });
+  found_.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+  EXPECT_EQ(TreeDelete(L"\\\\?\\Q:\\d", &found_), 0u);
+  EXPECT_CALLS({
+      R"(FindFirstFileW("\\\\?\\Q:\\d\\*", *) = search#1)",
+      R"(DeleteFileW("\\\\?\\Q:\\d\\x.") = 1)",
+      "FindNextFileW(search#1, *) = 0",
+      "FindClose(search#1) = 1",
+      R"(RemoveDirectoryW("\\\\?\\Q:\\d") = 1)",
+  });
+}
+
+// A name without characters has no last one that Windows could drop.
+TEST_F(TreeDeleteTest, AnEntryWithoutANameIsNotCut) {
+  FindOne(L"", FILE_ATTRIBUTE_ARCHIVE);
+  TheRig().On<::DeleteFileW>([](const wchar_t*) {
+    SetLastError(ERROR_PATH_NOT_FOUND);
+    return FALSE;
+  });
+  found_.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+  EXPECT_EQ(TreeDelete(L"Q:\\d", &found_), DWORD{ERROR_PATH_NOT_FOUND});
+  EXPECT_CALLS({
+      R"(FindFirstFileW("Q:\\d\\*", *) = search#1)",
+      R"(DeleteFileW("Q:\\d\\") = 0)",
+      "FindClose(search#1) = 1",
+  });
+}
+
+// A folder without a name is listed at the root of the current drive.
+TEST_F(TreeDeleteTest, ABackslashIsJoinedToAnEmptyName) {
+  TheRig().On<::FindFirstFileW>([](const wchar_t*, WIN32_FIND_DATAW*) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return INVALID_HANDLE_VALUE;
+  });
+  found_.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+  EXPECT_EQ(TreeDelete(L"", &found_), DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_CALLS({R"(FindFirstFileW("\\*", *) = INVALID_HANDLE_VALUE)"});
 }
 
 TEST_F(TreeDeleteTest, WithoutMemoryNothingMoreIsDeleted) {

@@ -93,6 +93,14 @@ TEST_F(WildcardTest, BytesThatAreNotUtf8AreCharactersOfTheirNumber) {
   EXPECT_FALSE(match(L"\u00E9", "\xC3"));
 }
 
+TEST_F(WildcardTest, TheLastCharacterIsTheLastOne) {
+  EXPECT_TRUE(Match(L"\xDBFF\xDFFF", "\xF4\x8F\xBF\xBF"));
+  // One more is no character, so its bytes are four.
+  rig::GuardedBuffer wanted = rig::GuardedBuffer::Of(std::string_view("\xF4\x90\x80\x80"));
+  EXPECT_EQ(MatchWildcard(L"\u00F4\u0090\u0080\u0080", wanted.Data()), 1);
+  EXPECT_EQ(MatchWildcard(L"\xDC00\xDC00", wanted.Data()), 0);
+}
+
 // Matches by a table over all prefixes of the pattern's and the name's units.
 bool ModelMatches(const std::wstring& name, const std::wstring& pattern) {
   auto fold = [](wchar_t unit) { return unit >= L'a' && unit <= L'z' ? unit - 32 : unit; };

@@ -148,6 +148,11 @@ TEST_F(DatePatternTest, ADateWithAnInvalidMonthIsHarmless) {
   for (char letter = 1; letter < 127; ++letter) Expand(std::string("%") + letter, nothing);
 }
 
+TEST_F(DatePatternTest, TheDayBeforeTheFirstCountsAsTheFirst) {
+  EXPECT_EQ(Expand("%j %d %F", {2026, 1, 0, 0, 0, 0, 4}), "001 00 2026-01-00");
+  EXPECT_EQ(Expand("%j %d %F", {2026, 2, 0, 0, 0, 0, 6}), "031 00 2026-02-00");
+}
+
 /// Compares every day with the C library's strftime.
 TEST_F(DatePatternTest, EveryDayAsInTheCLibrary) {
   const auto expand = FormatDatePattern.Get();
@@ -231,6 +236,11 @@ TEST_F(DatePatternTest, Zones) {
   EXPECT_EQ(Expand("%z", date), "+1300");
   zoneKind = TIME_ZONE_ID_INVALID;
   EXPECT_EQ(Expand("%z[%Z]", date), "+0000[]");
+}
+
+TEST_F(DatePatternTest, ANameOfTheZoneThatCannotBeConvertedIsLeftOut) {
+  TheRig().On<::WideCharToMultiByte>([](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
+  EXPECT_EQ(Expand("[%Z]", DateOf(kStamp)), "[]");
 }
 
 TEST_F(DatePatternTest, NamesOfTheLocale) {

@@ -105,6 +105,64 @@ TEST_F(LocaleRecordTest, GroupSizesAreAtMostFifteen) {
   EXPECT_EQ(memcmp(UserLocale()->grouping, eight, sizeof eight), 0);
 }
 
+TEST_F(LocaleRecordTest, FifteenGroupSizesFillAField) {
+  culture[LOCALE_SGROUPING] = L";;;;;;;;;;;;;;;";
+  uint8_t fifteen[16] = {};
+  fifteen[15] = 255;
+  EXPECT_EQ(memcmp(UserLocale()->grouping, fifteen, sizeof fifteen), 0);
+}
+
+TEST_F(LocaleRecordTest, ASemicolonAtTheEndBeginsNoGroup) {
+  culture[LOCALE_SGROUPING] = L"3;0;";
+  const uint8_t grouping[] = {3, 0, 255};
+  EXPECT_EQ(memcmp(UserLocale()->grouping, grouping, sizeof grouping), 0);
+}
+
+TEST_F(LocaleRecordTest, TheRestOfAGroupAfterItsDigitsIsSkipped) {
+  culture[LOCALE_SGROUPING] = L"3 ;0x5; 2";
+  const uint8_t grouping[] = {3, 0, 0, 255};
+  EXPECT_EQ(memcmp(UserLocale()->grouping, grouping, sizeof grouping), 0);
+}
+
+TEST_F(LocaleRecordTest, AnOrderIsADigit) {
+  culture[LOCALE_IDATE] = L"9";
+  culture[LOCALE_ITIME] = L"0";
+  EXPECT_EQ(UserLocale()->dateOrder, 9);
+  EXPECT_EQ(UserLocale()->timeOrder, 0);
+}
+
+// The neighbours of the digits.
+TEST_F(LocaleRecordTest, AnOrderThatIsNoDigitCountsAsZero) {
+  culture[LOCALE_IDATE] = L":";
+  culture[LOCALE_ITIME] = L"/";
+  EXPECT_EQ(UserLocale()->dateOrder, 0);
+  EXPECT_EQ(UserLocale()->timeOrder, 0);
+}
+
+TEST_F(LocaleRecordTest, AnswersThatCannotBeConvertedAreMissing) {
+  TheRig().On<::WideCharToMultiByte>([](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
+  const LocaleRecord* record = UserLocale();
+  EXPECT_STREQ(record->positiveSign, "+");
+  EXPECT_STREQ(record->thousandsSeparator, ",");
+  const uint8_t grouping[] = {3, 0, 255};
+  EXPECT_EQ(memcmp(record->grouping, grouping, sizeof grouping), 0);
+  EXPECT_STREQ(record->dateSeparator, "/");
+  EXPECT_STREQ(record->morning, "AM");
+  EXPECT_STREQ(record->months[0], "");
+}
+
+// A text that is no UTF-8 is cut to nothing, not to the bytes before it.
+TEST_F(LocaleRecordTest, AFieldWithoutAnyWholeCharacterIsEmpty) {
+  TheRig().On<::WideCharToMultiByte>([](UINT, DWORD, LPCWCH, int, LPSTR text, int, LPCCH, LPBOOL) {
+    memcpy(text, "\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80", 18);
+    return 18;
+  });
+  const LocaleRecord* record = UserLocale();
+  EXPECT_STREQ(record->decimalPoint, ".");
+  EXPECT_STREQ(record->dateSeparator, "");
+  EXPECT_EQ(std::string(record->months[0]), std::string(17, '\x80'));
+}
+
 TEST_F(LocaleRecordTest, LongNamesAreKeptAsFarAsTheyFit) {
   for (LCTYPE i = 0; i < 12; ++i)
     culture[LOCALE_SMONTHNAME1 + i] = std::wstring(200, static_cast<wchar_t>(L'a' + i));
@@ -258,6 +316,27 @@ TEST_F(LocaleDateTest, TheTextIsCutAndMeasured) {
   EXPECT_STREQ(buffer.Data(), "a");
   EXPECT_EQ(FormatLocaleDate(&date, 3, buffer.Data(), 5), 4u);
   EXPECT_STREQ(buffer.Data(), "a\xE2\x82\xAC");
+}
+
+TEST_F(LocaleDateTest, OneByteReceivesOnlyTheTerminator) {
+  for (const wchar_t* answer : {L"2026", L"\u20AC", L""}) {
+    TheRig().On<::GetDateFormatW>([answer](LCID, DWORD, const SYSTEMTIME*, LPCWSTR, LPWSTR text, int) {
+      wcscpy(text, answer);
+      return static_cast<int>(wcslen(answer)) + 1;
+    });
+    rig::GuardedBuffer buffer(1);
+    buffer.Data()[0] = 'x';
+    EXPECT_EQ(FormatLocaleDate(&date, 3, buffer.Data(), 1), 0u);
+    EXPECT_EQ(buffer.Data()[0], 0);
+  }
+}
+
+TEST_F(LocaleDateTest, ATextThatCannotBeConvertedIsEmpty) {
+  TheRig().On<::WideCharToMultiByte>([](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) { return 0; });
+  char text[64] = "old";
+  EXPECT_EQ(FormatLocaleDate(&date, 3, text, sizeof text), 0u);
+  EXPECT_STREQ(text, "");
+  EXPECT_EQ(FormatLocaleDate(&date, 3, nullptr, 0), 0u);
 }
 
 TEST_F(LocaleDateTest, ShortYearsAreCompleted) {

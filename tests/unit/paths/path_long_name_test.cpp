@@ -143,6 +143,7 @@ TEST_F(PathLongNameTest, ExpandsLikelyShortNamesAndTheLastName) {
       {L"C:\\none\\.\\..\\x", {L"C:\\none", L"C:\\none\\.\\..\\x"}, L"C:\\none\\.\\..\\x"},
       {L"C:\\.", {}, L"C:\\."},
       {L"C:\\...", {L"C:\\..."}, L"C:\\..."},
+      {L"C:\\.a\\..b", {L"C:\\.a", L"C:\\.a\\..b"}, L"C:\\.a\\..b"},
       // A network name: only its empty start is skipped as the first component.
       {L"\\\\server\\share\\x",
        {L"\\\\server", L"\\\\server\\share", L"\\\\server\\share\\x"},
@@ -205,6 +206,19 @@ TEST_F(PathLongNameTest, TheExpandedPathGrowsInSteps) {
   for (SIZE_T size = 1024; size <= (expected.size() + 1 + 511) / 512 * 1024; size += 1024)
     steps.push_back(size);
   EXPECT_EQ(sizes, steps);
+}
+
+TEST_F(PathLongNameTest, WithoutMemoryForABackslashTheExpansionFails) {
+  MadeUpDisk disk;
+  std::vector<SIZE_T> sizes;
+  HX_HOOK(grow, HeapReAlloc, [&](HANDLE, DWORD, LPVOID, SIZE_T size) -> LPVOID {
+    sizes.push_back(size);
+    return nullptr;
+  });
+  // The first name and a terminator fill the first step.
+  EXPECT_EQ(ExpandLongNames((std::wstring(511, L'x') + L"\\y").c_str()), nullptr);
+  EXPECT_EQ(sizes, std::vector<SIZE_T>{2048});
+  EXPECT_EQ(LiveBlocks(), 0u);
 }
 
 TEST_F(PathLongNameTest, ANameLongerThanAStepFits) {

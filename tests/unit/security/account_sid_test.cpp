@@ -108,6 +108,14 @@ TEST_F(AccountSidTest, AccountsOfADomainAreLookedUpAtItsController) {
   EXPECT_EQ(ResolveAccountSid("..\\svc"), nullptr);
 }
 
+TEST_F(AccountSidTest, ADomainOfOneCharacterIsADomain) {
+  Accounts().domains["X"].controller = "\\\\DC2";
+  Accounts().domains["X"].accounts["svc"];
+  EXPECT_EQ(Resolve("X\\svc"), SidOf("X\\svc"));
+  EXPECT_TRUE(Called(R"(NetGetDCName(null, "X",)"));
+  EXPECT_TRUE(Called(R"(LookupAccountNameW("\\\\DC2", "svc",)"));
+}
+
 // A second backslash belongs to the name, which nobody has.
 TEST_F(AccountSidTest, OnlyTheFirstBackslashSplitsTheName) {
   EXPECT_EQ(ResolveAccountSid("\\\\svc"), nullptr);

@@ -5,10 +5,12 @@
 #include <adshlp.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 
 #include "base/heap.h"
 #include "rig/action_test.h"
+#include "rig/directory_interfaces.h"
 #include "rig/import_hook.h"
 #include "rig/internals.h"
 #include "rig/kept.h"
@@ -179,6 +181,32 @@ TEST_F(DirectoryTest, WithoutADomainTheComputersIsUsedCutTo63Characters) {
   EXPECT_EQ(Asked().size(), 2u);
 }
 
+TEST_F(DirectoryTest, AnEmptyDomainIsNoDomain) {
+  EXPECT_EQ(NameOf(L"", L"svc"), "CN=svc,CN=Users,DC=CORP");
+  EXPECT_EQ(Asked(), std::vector<std::string>{R"(translator.Set(3, "CORP\\svc") = 0)"});
+}
+
+TEST_F(DirectoryTest, ANullTranslationIsNoName) {
+  constexpr CLSID kNameTranslate = {
+      0x274FAE1F, 0x3626, 0x11D1, {0xA3, 0xA4, 0x00, 0xC0, 0x4F, 0xB9, 0x50, 0xDC}};
+  auto& translator = TheWorld().com.Make<IADsNameTranslate>("silent");
+  translator.On<&IADsNameTranslate::Init>([](long, BSTR) { return S_OK; });
+  translator.On<&IADsNameTranslate::Set>([](long, BSTR) { return S_OK; }).TextArguments();
+  translator.On<&IADsNameTranslate::Get>([](long, BSTR* name) {
+    *name = nullptr;
+    return S_OK;
+  });
+  TheWorld().com.Register(kNameTranslate, translator);
+  EXPECT_EQ(NameOf(L"CORP", L"svc"), "");
+  EXPECT_TRACE({
+      "CoCreateInstance({274FAE1F-3626-11D1-A3A4-00C04FB950DC}, null, 0x1, "
+      "{B1B272A3-3625-11D1-A3A4-00C04FB950DC}, *) = 0",
+      "silent.Init(3, null) = 0",
+      R"(silent.Set(3, "CORP\\svc") = 0)",
+      "silent.Get(1, *) = 0",
+  });
+}
+
 TEST_F(DirectoryTest, WithoutAUserTheUserOfTheProcessIsUsed) {
   TheRig().MakeLoud("CloseHandle");
   EXPECT_EQ(NameOf(L"IGNORED", nullptr), "CN=installer,CN=Users,DC=PC7");
@@ -251,6 +279,24 @@ TEST_F(DirectoryTest, WithoutATranslatorThereIsNoName) {
       },
       {},
       {.results = {0, 23}, .check = [](const rig::SweepRun& run) { EXPECT_EQ(run.result, 0u) << run.call; }});
+}
+
+// The token's user is asked twice: for the size, and for the user.
+TEST_F(DirectoryTest, NoFailureMakesUpAUserOfTheProcess) {
+  std::map<std::string, int> failed;
+  FailEachCall(
+      [](rig::Scene&) -> UINT {
+        wchar_t name[kDistinguishedNameSize] = L"before";
+        DWORD length = GetAccountDistinguishedName(nullptr, nullptr, name);
+        return length == 0 && name[0] == L'\0' ? 0 : length;
+      },
+      {}, {.results = {0, 28}, .check = [&](const rig::SweepRun& run) {
+             EXPECT_EQ(run.result, 0u) << run.call;
+             ++failed[run.name];
+           }});
+  EXPECT_EQ(failed["GetTokenInformation"], 2);
+  // For the token's user and for its whole name.
+  EXPECT_EQ(failed["HeapAlloc"], 2);
 }
 
 // ---- names of services

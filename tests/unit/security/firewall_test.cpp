@@ -361,6 +361,14 @@ TEST_F(FirewallTest, ANullExceptionCountsAsNotFound) {
   EXPECT_EQ(TheFirewall().rules.size(), 2u);
 }
 
+// A rule for all programs has no program. The wanted program has its name, so it becomes its rule.
+TEST_F(FirewallTest, ARuleForAllProgramsIsForAnotherProgram) {
+  TheFirewall().rules = {{.name = "Name", .program = "", .enabled = true}};
+  EXPECT_EQ(Add(kPath, L"Name", 0, 6), S_OK);
+  EXPECT_EQ(TheFirewall().rules,
+            (Rules{{.name = "Name", .program = "C:\\p.exe", .enabled = true, .grouping = "Name"}}));
+}
+
 TEST_F(FirewallTest, TheResultOfAddingIsReturned) {
   TheFirewall().FailMethod("rules.Add", S_FALSE);
   EXPECT_EQ(Add(kPath, L"Name", 1000, 6), S_FALSE);

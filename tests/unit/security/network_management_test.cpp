@@ -4,6 +4,7 @@
 
 #include "base/heap.h"
 #include "rig/action_test.h"
+#include "rig/import_hook.h"
 #include "rig/internals.h"
 #include "rig/print.h"
 
@@ -78,6 +79,30 @@ TEST_F(NetworkManagementTest, WithoutADomainTheBufferStaysUnchanged) {
   EXPECT_EQ(GetWorkstationDomain(nullptr), 0u);
   EXPECT_EQ(CopyWorkstationDomain(), nullptr);
   EXPECT_EQ(std::wstring(buffer), L"before");
+}
+
+TEST_F(NetworkManagementTest, ASuccessWithoutDataIsNoDomain) {
+  Keeps();
+  TheWorld().On<::NetWkstaGetInfo>([](wchar_t*, DWORD, BYTE** data) -> DWORD {
+    *data = nullptr;
+    return NERR_Success;
+  });
+  wchar_t buffer[kDomainNameSize] = L"before";
+  EXPECT_EQ(GetWorkstationDomain(buffer), 0u);
+  EXPECT_EQ(CopyWorkstationDomain(), nullptr);
+  EXPECT_EQ(std::wstring(buffer), L"before");
+}
+
+TEST_F(NetworkManagementTest, WithoutMemoryThereIsNoCopy) {
+  Keeps();
+  Accounts().workgroup = "CORP";
+  std::vector<SIZE_T> sizes;
+  HX_HOOK(allocating, HeapAlloc, [&](HANDLE, DWORD, SIZE_T size) -> void* {
+    sizes.push_back(size);
+    return nullptr;
+  });
+  EXPECT_EQ(CopyWorkstationDomain(), nullptr);
+  EXPECT_EQ(sizes, std::vector<SIZE_T>{10});
 }
 
 TEST_F(NetworkManagementTest, AnEmptyDomainIsAnEmptyText) {
