@@ -15,7 +15,7 @@ from typing import NamedTuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from testing import planning
-from testing.progress import duration
+from testing.progress import TestStream, duration
 from windows.windows_session import Windows
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -128,16 +128,21 @@ class Measurement:
         shutil.rmtree(place, ignore_errors=True)
         place.mkdir(parents=True)
         began = time.monotonic()
-        seen = []
+        stream, seen = TestStream(), []
+
+        def take(line):
+            if stream.feed(line):
+                seen.append(line)
+
         folder = f"Z:\\run\\coverage\\{level}"
         status = windows.run(
             {"HX_LIBRARY_DIR": f"Z:\\run\\{preset_of(self.processor)}", "HX_ARTIFACTS": folder, "HX_COVERAGE": folder,
              "HX_PROCESSOR": self.processor},
             ["wine64", f"Z:\\run\\{self.processor}{planning.TESTS}\\{planning.PROGRAMS[level]}.exe",
-             *([f"--gtest_filter={filter}"] if filter else [])], seen.append)
+             *([f"--gtest_filter={filter}"] if filter else [])], take)
         if status != 0:
-            raise Failed("\n".join([*seen[-40:], f"the {level} tests ended with status {status}"]))
-        self.show(f"hx: {level} tests on {self.processor}: done in {duration(time.monotonic() - began)}")
+            raise Failed("\n".join([*seen, f"the {level} tests ended with status {status}"]))
+        self.show(f"hx: {level} tests on {self.processor}: {stream} in {duration(time.monotonic() - began)}")
         return sorted(place.glob("*.profraw"))
 
     def merge(self, profiles, name="all"):
