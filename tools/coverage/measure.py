@@ -48,11 +48,11 @@ def check(files, processor):
     """Compares what did not run with the list; prints each difference. Returns the exit status."""
     sources = {name: (ROOT / name).read_text(encoding="utf-8").splitlines() for name in files}
     try:
-        entries = not_run.read(LIST.read_text(encoding="utf-8"))
+        entries = not_run.entries_for(processor, not_run.read(LIST.read_text(encoding="utf-8")))
     except not_run.Malformed as error:
         print(f"{LIST_NAME}:{error}")
         return 1
-    findings = not_run.compare(not_run.places(files, sources), entries, processor)
+    findings = not_run.compare(not_run.places(files, sources), entries)
     for finding in findings:
         print(finding)
     if findings:

@@ -14,7 +14,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from testing import planning
+from testing import planning, repeating
 from testing.progress import TestStream, duration
 from windows.windows_session import Windows
 
@@ -125,21 +125,25 @@ class Measurement:
         """Runs the test program of a level, with a GoogleTest filter or all its tests. Returns its raw profiles, some for each
         suite of tests. Raises Failed if a test failed."""
         place = self.folder / "coverage" / level
-        shutil.rmtree(place, ignore_errors=True)
-        place.mkdir(parents=True)
-        began = time.monotonic()
-        stream, seen = TestStream(), []
-
-        def take(line):
-            if stream.feed(line):
-                seen.append(line)
-
         folder = f"Z:\\run\\coverage\\{level}"
-        status = windows.run(
-            {"HX_LIBRARY_DIR": f"Z:\\run\\{preset_of(self.processor)}", "HX_ARTIFACTS": folder, "HX_COVERAGE": folder,
-             "HX_PROCESSOR": self.processor},
-            ["wine64", f"Z:\\run\\{self.processor}{planning.TESTS}\\{planning.PROGRAMS[level]}.exe",
-             *([f"--gtest_filter={filter}"] if filter else [])], take)
+        began = time.monotonic()
+        for attempt in range(1, repeating.ATTEMPTS + 1):
+            shutil.rmtree(place, ignore_errors=True)
+            place.mkdir(parents=True)
+            stream, seen = TestStream(), []
+
+            def take(line, stream=stream, seen=seen):
+                if stream.feed(line):
+                    seen.append(line)
+
+            status = windows.run(
+                {"HX_LIBRARY_DIR": f"Z:\\run\\{preset_of(self.processor)}", "HX_ARTIFACTS": folder, "HX_COVERAGE": folder,
+                 "HX_PROCESSOR": self.processor},
+                ["wine64", f"Z:\\run\\{self.processor}{planning.TESTS}\\{planning.PROGRAMS[level]}.exe",
+                 *([f"--gtest_filter={filter}"] if filter else [])], take)
+            if not repeating.starts_again(self, status, attempt):
+                break
+            self.show(f"hx: {level} tests on {self.processor}: the emulator crashed (status {status}); running them again")
         if status != 0:
             raise Failed("\n".join([*seen, f"the {level} tests ended with status {status}"]))
         self.show(f"hx: {level} tests on {self.processor}: {stream} in {duration(time.monotonic() - began)}")
@@ -148,7 +152,7 @@ class Measurement:
     def merge(self, profiles, name="all"):
         """Merges raw profiles. Returns what llvm-cov reads: the libraries and the merged profile."""
         if not profiles:
-            raise Failed("the tests counted nothing: no library with counters was loaded")
+            raise Failed("nothing was counted: no test that ran has loaded the library")
         merged = self.folder / "coverage" / f"{name}.profdata"
         tool("llvm-profdata", "merge", "-sparse", "-o", merged, *profiles)
         return [self.libraries[0], "-object", self.libraries[1], f"-instr-profile={merged}"]

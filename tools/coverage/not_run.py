@@ -101,9 +101,14 @@ def places(files, sources):
     return found
 
 
-def compare(found, entries, processor):
-    """The differences between what did not run and the list, each as a line of text."""
-    listed = collections.Counter(entry.key for entry in entries if entry.processor in (None, processor))
+def entries_for(processor, entries):
+    """The entries that count on a processor."""
+    return [entry for entry in entries if entry.processor in (None, processor)]
+
+
+def compare(found, entries):
+    """The differences between what did not run and the entries, each as a line of text."""
+    listed = collections.Counter(entry.key for entry in entries)
     findings = []
     for place in found:
         if listed[place.key]:

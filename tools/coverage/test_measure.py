@@ -80,10 +80,11 @@ class TableTest(unittest.TestCase):
 
 
 class FakeWindows:
-    """Runs a "program" that ends with `status` and writes profiles with these names."""
+    """Runs a "program" that ends with `status` and writes profiles with these names. `crashes` runs before that end as the
+    emulator's own crash does."""
 
-    def __init__(self, folder, status, profiles):
-        self.folder, self.status, self.profiles = folder, status, profiles
+    def __init__(self, folder, status, profiles, crashes=0):
+        self.folder, self.status, self.profiles, self.crashes = folder, status, profiles, crashes
         self.calls = []
 
     def __enter__(self):
@@ -96,6 +97,9 @@ class FakeWindows:
         self.calls.append((variables, words))
         show("[  FAILED  ] A.B")
         place = self.folder / variables["HX_COVERAGE"].removeprefix("Z:\\run\\").replace("\\", "/")
+        if len(self.calls) <= self.crashes:
+            (place / "Crashed.hxsetup.profraw").write_text("raw", encoding="utf-8")
+            return 139
         for name in self.profiles:
             (place / name).write_text("raw", encoding="utf-8")
         return self.status
@@ -127,8 +131,18 @@ class RunTest(unittest.TestCase):
             self.measurement.run(FakeWindows(self.folder, 1, ["A.hxsetup.profraw"]), "actions")
         self.assertEqual(str(caught.exception), "[  FAILED  ] A.B\nthe actions tests ended with status 1")
 
+    def test_the_programs_run_again_after_a_crash_of_the_emulator(self):
+        said = []
+        emulated = Measurement(self.folder, "arm64", show=said.append)
+        windows = FakeWindows(self.folder, 0, ["A.hxsetup.profraw"], crashes=2)
+        self.assertEqual([profile.name for profile in emulated.run(windows, "unit")], ["A.hxsetup.profraw"])
+        self.assertEqual(said[:2], ["hx: unit tests on arm64: the emulator crashed (status 139); running them again"] * 2)
+        for measured, crashes in ((emulated, 3), (self.measurement, 1)):
+            with self.assertRaisesRegex(Failed, "the unit tests ended with status 139"):
+                measured.run(FakeWindows(self.folder, 0, ["A.hxsetup.profraw"], crashes), "unit")
+
     def test_without_counts_there_is_no_measurement(self):
-        with self.assertRaisesRegex(Failed, "no library with counters was loaded"):
+        with self.assertRaisesRegex(Failed, "no test that ran has loaded the library"):
             self.measurement.merge([])
 
     def test_lines_of_each_suite(self):
@@ -210,6 +224,11 @@ class WholeTest(unittest.TestCase):
 
     def test_a_line_that_does_not_run_may_be_listed(self):
         status, lines = self.run_main(f"# No test can run it.\n{self.entry}\n", 0)
+        self.assertEqual((status, lines[-1]),
+                         (0, "hx: the tests run every line and every branch, except 1 places with a reason in not-run.txt"))
+
+    def test_only_entries_of_the_processor_count(self):
+        status, lines = self.run_main(f"# R\n[x64] {self.entry}\n[arm64] {self.entry}\n", 0)
         self.assertEqual((status, lines[-1]),
                          (0, "hx: the tests run every line and every branch, except 1 places with a reason in not-run.txt"))
 

@@ -3,7 +3,7 @@
 import unittest
 
 from coverage.measurement import Branch, Counts
-from coverage.not_run import Key, Malformed, compare, read, places
+from coverage.not_run import Key, Malformed, compare, entries_for, places, read
 
 SOURCE = """\
 int Half(int number) {
@@ -87,33 +87,33 @@ class ComparisonTest(unittest.TestCase):
         self.assertEqual(place.key, Key(NAME, "never false: number < 0 || number > 9", "if (number < 0 ||"))
 
     def test_a_whole_list_has_no_differences(self):
-        self.assertEqual(compare(found(), read(LIST), "x64"), [])
+        self.assertEqual(compare(found(), read(LIST)), [])
 
     def test_numbers_of_lines_do_not_matter(self):
         moved = Counts({line + 1: count for line, count in COUNTS.lines.items()},
                        {Branch(line + 1, column, end + 1, end_column): count
                         for (line, column, end, end_column), count in BRANCHES.items()})
-        self.assertEqual(compare(places({NAME: moved}, {NAME: ["", *SOURCE]}), read(LIST), "x64"), [])
+        self.assertEqual(compare(places({NAME: moved}, {NAME: ["", *SOURCE]}), read(LIST)), [])
 
     def test_a_line_without_an_entry(self):
         shorter = LIST.replace("src/base/half.cpp :: never run :: return -1;\n", "")
-        self.assertEqual(compare(found(), read(shorter), "x64"),
+        self.assertEqual(compare(found(), read(shorter)),
                          ["src/base/half.cpp:5: never run :: return -1;: test it, or list it with its reason"])
 
     def test_a_branch_without_an_entry(self):
         shorter = LIST.replace("src/base/half.cpp :: never true: number > 9 :: number > 9)\n", "")
-        self.assertEqual(compare(found(), read(shorter), "x64"),
+        self.assertEqual(compare(found(), read(shorter)),
                          ["src/base/half.cpp:4: never true: number > 9 :: number > 9): test it, or list it with its reason"])
 
     def test_an_entry_that_ran(self):
         counts = COUNTS._replace(lines={**COUNTS.lines, 5: 1})
-        self.assertEqual(compare(found(counts), read(LIST), "x64"),
+        self.assertEqual(compare(found(counts), read(LIST)),
                          ["src/base/half.cpp :: never run :: return -1;: this entry of the list ran, or is not there any "
                           "more: remove it"])
 
     def test_an_entry_whose_line_is_gone(self):
         entry = "src/base/gone.cpp :: never false: a :: if (a) {"
-        self.assertEqual(compare(found(), read(LIST + entry + "\n"), "x64"),
+        self.assertEqual(compare(found(), read(LIST + entry + "\n")),
                          [f"{entry}: this entry of the list ran, or is not there any more: remove it"])
 
     def test_the_same_text_twice_needs_two_entries(self):
@@ -122,12 +122,12 @@ class ComparisonTest(unittest.TestCase):
         entry = "src/base/half.cpp :: never run :: return 1;\n"
         for entries, differences in ((0, 2), (1, 1), (2, 0), (3, 1)):
             with self.subTest(entries):
-                self.assertEqual(len(compare(twice, read("# R\n" + entry * entries), "x64")), differences)
+                self.assertEqual(len(compare(twice, read("# R\n" + entry * entries))), differences)
 
     def test_an_entry_of_another_processor_does_not_count(self):
         of_arm = LIST.replace("src/base/half.cpp :: never run", "[arm64] src/base/half.cpp :: never run")
-        self.assertEqual(compare(found(), read(of_arm), "arm64"), [])
-        self.assertEqual(compare(found(), read(of_arm), "x64"),
+        self.assertEqual(compare(found(), entries_for("arm64", read(of_arm))), [])
+        self.assertEqual(compare(found(), entries_for("x64", read(of_arm))),
                          ["src/base/half.cpp:5: never run :: return -1;: test it, or list it with its reason"])
 
 
