@@ -2,8 +2,10 @@
  * Reading a log: finds its encoding, decodes it piece by piece, and splits it into lines.
  */
 
+import { Sample, codePageOf } from "./codepages.mjs";
+
 /** @typedef {{ size: number, slice: (start: number, end: number) => Promise<Uint8Array> }} Source a file, in bytes */
-/** @typedef {"utf-16le" | "utf-16be" | "utf-8" | "windows-1252"} Encoding */
+/** @typedef {string} Encoding its name for TextDecoder, such as "utf-16le" */
 
 /** The bytes that are read at once. */
 const PIECE = 4 * 1024 * 1024;
@@ -129,7 +131,7 @@ export async function readLines(source, take, progress = () => {}) {
   const other = otherFile(head);
   let encoding = encodingOf(head);
   if (other) return { encoding, cut: 0, other };
-  if (encoding === "utf-8" && !(await isUtf8(source, progress))) encoding = "windows-1252";
+  if (encoding === "utf-8" && !(await isUtf8(source, progress))) encoding = codePageOf(await sampleOf(source));
   const decoder = new TextDecoder(encoding);
   const splitter = new Splitter();
   for (let start = 0; start < source.size; start += PIECE) {
@@ -155,4 +157,13 @@ async function isUtf8(source, progress) {
   } catch {
     return false;
   }
+}
+
+/** @param {Source} source @returns {Promise<Sample>} */
+async function sampleOf(source) {
+  const sample = new Sample();
+  for (let start = 0; start < source.size && !sample.full; start += PIECE) {
+    sample.add(await source.slice(start, Math.min(start + PIECE, source.size)));
+  }
+  return sample;
 }

@@ -293,7 +293,7 @@ class Explainer {
     const installed = this.property("Installed") !== "";
     if (!installed && (this.upgrades() || this.property("PROP_UPGRADE") === "1")) return "upgrade";
     if (installed) return "change";
-    return run.actions.length ? "install" : "unknown";
+    return run.acted ? "install" : "unknown";
   }
 
   /** @returns {boolean} a related product was found that is not a newer one */
@@ -351,7 +351,7 @@ class Explainer {
     if (run.engine === "wine" && all.includes(0)) return "failed";
     if (code === 1602 || all.includes(2)) return "cancelled";
     if (all.includes(3)) return "failed";
-    if (code > 0 && code !== 3010 && code !== 1641) return run.actions.length ? "failed" : "refused";
+    if (code > 0 && code !== 3010 && code !== 1641) return run.acted ? "failed" : "refused";
     if (code === 0 || code === 3010 || code === 1641) return "success";
     if (run.outcomes.length) return OUTCOMES.get(run.outcomes[run.outcomes.length - 1].number) ? "success" : "failed";
     if (all.includes(-1) || !run.complete) return "unfinished";
@@ -403,7 +403,7 @@ class Explainer {
     if (outcome === "unfinished") cause.push(WORDS.unfinished);
     if (outcome === "refused" || (!failed && code > 0)) {
       const known = knowledge.engine[code];
-      cause.push(WORDS.codeOnly(code));
+      cause.push((run.acted ? WORDS.codeLate : WORDS.codeOnly)(code));
       if (known) {
         cause.push(sentence(known.means));
         ({ todo, anchor } = known);

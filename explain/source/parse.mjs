@@ -50,6 +50,7 @@
  * @property {number} ended 1 or 0 as the engine reports the end, or -1
  * @property {boolean} related the engine found a product to upgrade
  * @property {boolean} rolledBack a rollback script ran
+ * @property {boolean} acted some line shows that the run came to its actions, also if none of them could be read
  * @property {boolean} complete the log shows its end
  * @property {{ line: number, text: string, action: number }[]} messages texts without a mark inside of actions
  */
@@ -69,16 +70,25 @@ const MOST_CONTINUED = 60;
 const MOST_MESSAGES = 40;
 
 const PREFIX = /^MSI \(([a-zA-Z])\)(?: \([0-9A-Fa-f]+[:!][0-9A-Fa-f]+\))?(?: \[(\d\d):(\d\d):(\d\d):(\d{3})\])?: ?/;
-const ACTION = /^(\D{0,60}?)(\d{1,2})[:.](\d\d)[:.](\d\d) ?[:\uff1a] ?([A-Za-z_][A-Za-z0-9_.]*?)[.\u3002](?=$|[^A-Za-z0-9_.])(.*)$/;
-const RESULT = /^[^\d]{1,60}?(\d)[.\u3002]?\s*$/;
+/**
+ * A full stop and a colon as the languages write them, and as they look in a text that was read as one of Western Europe: the
+ * signs of full width of the code pages 932, 936 and 949, and 950.
+ */
+const STOP = "(?:[.\\u3002\\uff0e]|\\u0081B|\u00a1\u00a3|\u00a1C)";
+const COLON = "(?:[:\\uff1a]|\\u0081F|\u00a3\u00ba|\u00a1G)";
+const ACTION = new RegExp(`^(\\D{0,60}?)(\\d{1,2})[:.](\\d\\d)[:.](\\d\\d) ?${COLON} ?([A-Za-z_][A-Za-z0-9_.]*?)${STOP}(?=$|[^A-Za-z0-9_.])(.*)$`);
+const RESULT = new RegExp(`^\\D{1,60}?(\\d)${STOP}?\\s*$`);
 const HEADER = /^=== (.*) ===$/;
 /** The date or the time in such a line: without one it is the heading of another text. */
 const MOMENT = /\d{1,2}:\d\d:\d\d|\b\d{4}[./-] ?\d{1,2}[./-]|\d{1,2}[./-] ?\d{1,2}[./-] ?\d{4}|\d{1,2}[./-] ?\d{2} +\d{1,2}[:.]\d\d[:.]\d\d/;
 const CALLING = /\.exe ===$/i;
 const PROPERTY = /^Property\(([CSN])\): (\S+) = (.*)$/;
-const ERROR = /^(?:[^\d\s:]{2,24} ){1,3}(\d{4,5})[.\u3002:] ?(.*)$/;
-const PRODUCT_ERROR = /^[^:]{2,40}: .* -- [^\d]{2,40}(\d{4,5})[.\u3002:] ?(.*)$/;
+// Languages without blanks between words have none before the number.
+const ERROR = new RegExp(`^(?:(?:[^\\d\\s:]{2,24} ){1,3}|[^\\d\\s:]*[^\\u0000-\\u007f][^\\d\\s:]*)(\\d{4,5}) ?(?:${STOP}|${COLON}) ?(.*)$`);
+const PRODUCT_ERROR = new RegExp(`^[^:\\uff1a]{2,40}?${COLON}.* -- \\D{2,40}(\\d{4,5}) ?(?:${STOP}|${COLON}) ?(.*)$`);
 const NOTE = /^[^\d:]{2,30}: 1: (\d{4,5}) (.*)$/;
+/** "... Product Version: 1.0.0. Product Language: 1033. Manufacturer: NAME. ... status: 1603.": of its words only the numbers stay. */
+const STATUS = new RegExp(`${COLON} ?\\d+\\.\\d[\\d.]*\\D+${COLON} ?\\d{1,5}\\D.*${COLON} ?(\\d{1,5}) ?${STOP}$`);
 const ACTUAL = /^CustomAction (\S+) returned actual error code (-?\d+)(.*)$/;
 const OP_ACTION = /^Executing op: ActionStart\(Name=([^,)]+)/;
 const OP_CUSTOM = /^Executing op: CustomAction(Schedule|Rollback|Commit)\(Action=([^,]+),ActionType=(\d+),(?:Source=[^,]*,)?Target=(.*)$/s;
@@ -196,7 +206,7 @@ export class Parser {
     const run = {
       first: this.number, last: 0, engine: parent < 0 ? "unknown" : this.runs[parent].engine, parent, started: this.heading,
       begun, actions: [], said: [], errors: [], skipped: [], settings: [], properties: {}, clientProperties: {},
-      commandLine: "", package: "", codes: [], outcomes: [], ended: -1, related: false, rolledBack: false, complete: false,
+      commandLine: "", package: "", codes: [], outcomes: [], ended: -1, related: false, rolledBack: false, acted: false, complete: false,
       messages: [],
     };
     this.runs.push(run);
@@ -384,6 +394,7 @@ export class Parser {
     state.byName.set(action.name, action);
     if (WHOLE.has(action.name)) state.whole = true;
     run.actions.push(action);
+    run.acted = true;
   }
 
   /**
@@ -452,6 +463,7 @@ export class Parser {
   #say(mark, text) {
     this.known += 1;
     const run = this.#run();
+    run.acted = true;
     const running = this.#running();
     run.said.push({ line: this.number, text, mark, action: running ? running.id : -1 });
   }
@@ -501,6 +513,7 @@ export class Parser {
     switch (text.charCodeAt(0)) {
       case 68: // "Doing action: NAME"
         if (text.startsWith("Doing action: ")) {
+          run.acted = true;
           this.doing.set(text.slice(14).trim(), this.side);
           this.#endScripted(this.time);
           if (this.script !== SCRIPT_ROLLBACK) this.script = 0;
@@ -520,7 +533,10 @@ export class Parser {
       }
       case 83: { // "Skipping action: NAME (condition is false)"
         const match = /^Skipping action: (\S+) \(/.exec(text);
-        if (match) run.skipped.push({ line: this.number, name: match[1] });
+        if (match) {
+          run.acted = true;
+          run.skipped.push({ line: this.number, name: match[1] });
+        }
         break;
       }
       case 80: // "PROPERTY CHANGE: ..."
@@ -548,11 +564,8 @@ export class Parser {
     }
     const product = PRODUCT_ERROR.exec(text);
     if (product && isMessage(+product[1])) this.#error(+product[1], text);
-    // "... Product Version: 1.0.0 ... status: 1603.": the words are translated, the number at the end is not.
-    const status = /\. [^.:]*: (\d{1,5})[.\u3002]$/.exec(text);
-    if (status && /^[^:]*: [^.]*/.test(text) && (text.match(/\. [^.:]{3,40}: /g) || []).length >= 3) {
-      run.codes.push({ line: this.number, code: +status[1] });
-    }
+    const status = text.length < 2000 ? STATUS.exec(text) : null;
+    if (status) run.codes.push({ line: this.number, code: +status[1] });
   }
 
   /** @param {Run} run @param {number} number @param {string} text */
@@ -573,6 +586,7 @@ export class Parser {
 
   /** @param {string} text */
   #operation(text) {
+    this.#run().acted = true;
     const header = OP_HEADER.exec(text);
     if (header) {
       this.script = /** @type {0 | 1 | 2 | 3} */ (+header[1]);

@@ -31,6 +31,7 @@ export const WORDS = {
   possible: (/** @type {string} */ text) => `A condition of the package was false. Its text is not in this log; this is one of its conditions: ${text}`,
   before: "The changes of the installer had not begun.",
   codeOnly: (/** @type {number} */ code) => `The installer answered ${code} before it ran an action.`,
+  codeLate: (/** @type {number} */ code) => `The installer answered ${code}. The log does not show which action failed.`,
   lines: (/** @type {number} */ first, /** @type {number} */ last) => `lines ${first} to ${last}`,
   engines: { microsoft: "Windows Installer", wine: "Wine's installer engine", unknown: "not known" },
   facts: { product: "Product", version: "Version", code: "Product code", command: "Command line", package: "Package", engine: "Engine",
