@@ -72,7 +72,7 @@ export class Sample {
 function usualness(text, { family, usual }) {
   const known = new Set(usual);
   let score = 0;
-  for (const [run] of text.matchAll(/[^\u0000-\u007f]+/g)) {
+  for (const [run] of text.matchAll(/[\u0080-\uffff]+/g)) {
     let before = "";
     for (const character of run) {
       const code = character.charCodeAt(0);
@@ -101,7 +101,7 @@ function usualness(text, { family, usual }) {
 function usualUtf8(text) {
   let score = 0;
   // Only UTF-8 has so many characters of several bytes and none that is wrong.
-  for (const [character] of text.matchAll(/[^\u0000-\u007f]/gu)) score += character === "\ufffd" ? -3 : 2;
+  for (const [character] of text.matchAll(/[\u0080-\u{10ffff}]/gu)) score += character === "\ufffd" ? -3 : 2;
   return score;
 }
 

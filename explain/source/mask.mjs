@@ -2,6 +2,8 @@
  * Keeps secrets out of everything that is shown, and replaces names of users, hosts and domains on request.
  */
 
+import { LONGEST_LINE } from "./decode.mjs";
+
 /** Accounts and hosts that every Windows has: they say nothing about a machine. */
 const WELL_KNOWN = new Set(["system", "localsystem", "localservice", "networkservice", "administrator", "administrators",
   "users", "everyone", "guest", "public", "default", "all users", "nt authority", "builtin", "localhost", ".", "nt service"]);
@@ -13,9 +15,11 @@ const NAMED = new Map([["LogonUser", "USER"], ["USERNAME", "USER"], ["PROP_ACCOU
 const ACCOUNT_NAME = /USER|ACCOUNT|LOGON|OWNER/i;
 const ACCOUNT = /^[^\\/:*?"<>|\s]+\\[^\\/:*?"<>|]+$/;
 const SHORTEST_SECRET = 4;
-/** Longer values, and more values than this, are only hidden where the name is: a log could make the search for them endless. */
-const LONGEST_SECRET = 256;
+/** More values than this are only hidden where the name is: a log could make the search for them endless. */
 const MOST_SECRETS = 200;
+/** Longer values are not part of the regular expression, but searched for one by one, in a time that grows with the text only. */
+const LONG_SECRET = 256;
+const MOST_LONG_SECRETS = 20;
 const HIDDEN = "**********";
 /** A value of a command line, as msiexec reads it: quotation marks can begin anywhere in it, and two of them are one. */
 const GIVEN = '(?:"(?:[^"]|"")*(?:"|$)|[^\\s"])+';
@@ -35,17 +39,73 @@ export function secretMask(hidden, values) {
   const set = new RegExp(`\\b((?:${names})\\s*=\\s*)${GIVEN}`, "gi");
   const change = new RegExp(`\\b((?:${names}) property\\..*?(?:value(?: is)?:? ))'(?:[^]*'|[^]*$)`, "gi");
   // A value can go over several lines of the log.
-  const known = [...new Set(values.flatMap((value) => value.split("\n")))]
-    .filter((value) => value.length >= SHORTEST_SECRET && value.length <= LONGEST_SECRET && !/^\*+$/.test(value))
-    .slice(0, MOST_SECRETS).sort((left, right) => right.length - left.length);
+  const all = [...new Set(values.flatMap((value) => value.split("\n")))].filter((value) => value.length >= SHORTEST_SECRET && !/^\*+$/.test(value));
+  const known = all.filter((value) => value.length <= LONG_SECRET).slice(0, MOST_SECRETS).sort((left, right) => right.length - left.length);
+  const long = all.filter((value) => value.length > LONG_SECRET).sort((left, right) => right.length - left.length).slice(0, MOST_LONG_SECRETS).map((value) => new LongSecret(value));
   const anywhere = known.length ? new RegExp(known.map(escaped).join("|"), "g") : null;
   return (text) => {
     // The known values first: what is hidden by a name can be only the beginning of one.
-    let result = anywhere ? text.replace(anywhere, HIDDEN) : text;
+    let result = text;
+    for (const secret of long) result = secret.hide(result);
+    if (anywhere) result = result.replace(anywhere, HIDDEN);
+    // Of a line that was cut, the end can be the beginning of a value.
+    if (text.length >= LONGEST_LINE) {
+      for (const value of known) {
+        let length = Math.min(value.length - 1, result.length);
+        while (length >= SHORTEST_SECRET && !result.endsWith(value.slice(0, length))) length -= 1;
+        if (length >= SHORTEST_SECRET) result = result.slice(0, -length) + HIDDEN;
+      }
+    }
     if (result.includes("=")) result = result.replace(property, `$1${HIDDEN}`).replace(set, `$1${HIDDEN}`);
     if (result.includes(" property.")) result = result.replace(change, `$1'${HIDDEN}'`);
     return result;
   };
+}
+
+/** A value that is so long that its place is found by a table: each character of a text is looked at about once. */
+class LongSecret {
+  /** @param {string} value */
+  constructor(value) {
+    this.value = value;
+    this.beginning = value.slice(0, LONG_SECRET);
+    /** @type {Int32Array | null} for each length of a beginning the length of the longest shorter one that is also its end */
+    this.shorter = null;
+  }
+
+  /** @param {string} text @returns {string} without the value, and without a beginning of it at the end of a line that was cut */
+  hide(text) {
+    const { value } = this;
+    const cut = text.length >= LONGEST_LINE;
+    if (!cut && (text.length < value.length || !text.includes(this.beginning))) return text;
+    const shorter = this.shorter || this.#table();
+    let result = "";
+    let from = 0;
+    let matched = 0;
+    for (let index = 0; index < text.length; index += 1) {
+      const code = text.charCodeAt(index);
+      while (matched > 0 && code !== value.charCodeAt(matched)) matched = shorter[matched];
+      if (code === value.charCodeAt(matched)) matched += 1;
+      if (matched === value.length) {
+        result += text.slice(from, index + 1 - matched) + HIDDEN;
+        from = index + 1;
+        matched = 0;
+      }
+    }
+    if (cut && matched >= SHORTEST_SECRET) return result + text.slice(from, text.length - matched) + HIDDEN;
+    return result + text.slice(from);
+  }
+
+  #table() {
+    const { value } = this;
+    const shorter = new Int32Array(value.length + 1);
+    for (let index = 1, matched = 0; index < value.length; index += 1) {
+      while (matched > 0 && value.charCodeAt(index) !== value.charCodeAt(matched)) matched = shorter[matched];
+      if (value.charCodeAt(index) === value.charCodeAt(matched)) matched += 1;
+      shorter[index + 1] = matched;
+    }
+    this.shorter = shorter;
+    return shorter;
+  }
 }
 
 /** @param {string} given a value of a command line @returns {string} without its quotation marks */

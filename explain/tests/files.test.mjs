@@ -230,7 +230,42 @@ describe("masks", () => {
     }
   });
 
-  it("take no time for very long or very many values, which are hidden by name", () => {
+  it("hide a very long value whole, wherever it is", async () => {
+    const key = Array.from({ length: 400 }, (_, index) => `key${index * 7919}`).join("/");
+    const hide = secretMask(["SECRET"], [key]);
+    assert.equal(hide(`a ${key} b ${key}${key}c`), "a ********** b ********************c");
+    assert.equal(hide(key.slice(0, -1)), key.slice(0, -1));
+    const { log, ...rest } = await explained(microsoft("CustomAction25.Data", [`Hx Setup Log: something ${key}`, `it said ${key}!`], { phase: "script", result: 3 }).replace("DATA", `x ${key} y`)
+      .replace("\r\n", `\r\nMSI (s) (2C:1C) [10:00:00:000]: PROPERTY CHANGE: Adding PROP_ACCOUNTPASS property. Its value is '${key}'.\r\n`));
+    assert.equal(rest.reports[0].said[0].text, "Hx Setup Log: something **********");
+    for (const shown of [rest, log.masked()]) assert.doesNotMatch(JSON.stringify(shown) + reportText(shown) + summaryText(shown), /key\d/);
+    for (let line = 1; line <= log.lines.length; line += 1) assert.doesNotMatch(log.shownLine(line), /key\d/, `${line}`);
+    assert.deepEqual(log.search("key7919"), []);
+  });
+
+  it("hide a value that repeats itself, and one within another", () => {
+    const [short, long] = ["ab".repeat(200), `${"ab".repeat(200)}c`];
+    assert.equal(secretMask(["S"], [short, long])(`x${"ab".repeat(203)}cx`), "xababab**********x");
+    assert.equal(secretMask(["S"], [short])(`x${"ab".repeat(401)}x`), "x********************abx");
+  });
+
+  it("hide the beginning of a value at the end of a line that was cut", () => {
+    for (const value of ["correct horse battery", "0123456789".repeat(40)]) {
+      for (const length of [4, 9, value.length - 1]) {
+        const text = `${"x".repeat(LONGEST_LINE - length)}${value.slice(0, length)}`;
+        assert.equal(secretMask(["SECRET"], [value])(text), `${"x".repeat(LONGEST_LINE - length)}**********`);
+      }
+    }
+  });
+
+  it("take no time for long values that repeat themselves", () => {
+    const hide = secretMask(["S"], Array.from({ length: 30 }, (_, index) => `${"a".repeat(9000 + index)}b`));
+    const began = process.cpuUsage().user;
+    for (let index = 0; index < 50; index += 1) hide(`${"a".repeat(LONGEST_LINE - 2)}c${index}`);
+    assert.ok(process.cpuUsage().user - began < 3e6, `${process.cpuUsage().user - began}`);
+  });
+
+  it("take no time for very long or very many values", () => {
     const values = Array.from({ length: 5000 }, (_, index) => `SECRET${index}${"abcdefghij".repeat(1500)}`);
     const began = process.cpuUsage().user;
     const hide = secretMask(["SECRET"], [...values, ...Array.from({ length: 20000 }, (_, index) => `value ${100000 + index}`)]);
