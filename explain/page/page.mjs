@@ -18,8 +18,12 @@ class Opened {
     this.file = file;
     /** The place of the log in the list. */
     this.order = state.opened += 1;
+    /** What the log is called as long as it is not explained: the name of a file can have names in it. */
+    this.called = state.masked ? text.unnamed(this.order) : file.name;
     /** @type {Explained | null} */
     this.explained = null;
+    /** The explanation has no names. */
+    this.masked = false;
     this.worker = new Worker(script);
     /** @type {Map<number, { done: (answer: any) => void, failed: (error: Error) => void }>} */
     this.waiting = new Map();
@@ -32,7 +36,7 @@ class Opened {
       else if (waiting) waiting.done(data);
     };
     this.worker.onerror = () => {
-      for (const { failed } of this.waiting.values()) failed(new Error(text.failed(file.name)));
+      for (const { failed } of this.waiting.values()) failed(new Error(text.failed(this.called)));
       this.waiting.clear();
     };
     this.viewer = new Viewer((question) => this.ask(question), () => masked());
@@ -45,6 +49,15 @@ class Opened {
       this.waiting.set(this.last, { done, failed });
       this.worker.postMessage({ id: this.last, ...question });
     });
+  }
+
+  /** Asks for the explanation with or without names. @param {boolean} masked */
+  async maskAs(masked) {
+    const { explained } = await this.ask({ ask: "report", masked });
+    this.masked = masked;
+    this.explained = explained;
+    this.called = explained.name;
+    this.viewer.forget();
   }
 
   close() {
@@ -84,12 +97,14 @@ async function openFiles(files) {
 
 /** @param {File} file @param {() => boolean} isFirst */
 async function openFile(file, isFirst) {
-  const bar = /** @type {HTMLProgressElement} */ (element("progress", { max: "1", value: "0", "aria-label": file.name }));
-  const name = element("span", {}, file.name);
+  const bar = /** @type {HTMLProgressElement} */ (element("progress", { max: "1", value: "0" }));
+  const name = element("span", {});
   const opened = new Opened(file, state.script, (done) => {
     bar.value = done;
-    name.textContent = text.reading(file.name, Math.round(done * 100));
+    name.textContent = text.reading(opened.called, Math.round(done * 100));
   });
+  name.textContent = opened.called;
+  bar.setAttribute("aria-label", opened.called);
   let cancelled = false;
   const job = element("div.job", {}, name, bar, element("button", { type: "button", onclick: () => {
     cancelled = true;
@@ -98,6 +113,8 @@ async function openFile(file, isFirst) {
   byId("jobs").append(job);
   try {
     opened.explained = (await opened.ask({ ask: "read", file })).explained;
+    while (opened.masked !== state.masked) await opened.maskAs(state.masked);
+    opened.called = opened.explained ? opened.explained.name : file.name;
     state.logs.push(opened);
     state.logs.sort((left, right) => left.order - right.order);
     byId("drop").classList.add("small");
@@ -106,10 +123,10 @@ async function openFile(file, isFirst) {
     byId("help").hidden = true;
     if (isFirst()) await select(opened, 0);
     else list();
-    say(text.read(file.name, opened.explained ? opened.explained.count.toLocaleString("en") : "0"));
+    say(text.read(opened.called, opened.explained ? opened.explained.count.toLocaleString("en") : "0"));
   } catch (error) {
     opened.close();
-    say(cancelled ? text.cancelled(file.name) : error instanceof Error ? error.message : String(error));
+    say(cancelled ? text.cancelled(opened.called) : error instanceof Error ? error.message : String(error));
   } finally {
     job.remove();
   }
@@ -183,7 +200,9 @@ function toolsOf(log) {
 /** @param {boolean} on */
 async function mask(on) {
   state.masked = on;
-  for (const log of state.logs) log.explained = (await log.ask({ ask: "report", masked: on })).explained;
+  // What was said of the logs has their names.
+  say("");
+  for (const log of state.logs) await log.maskAs(on);
   list();
   show();
   if (state.log) await state.log.viewer.choose();

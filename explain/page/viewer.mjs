@@ -42,6 +42,13 @@ export class Viewer {
     this.made = element("section.card.log-card", { "aria-label": WORDS.headings.log }, element("h2", {}, WORDS.headings.log), this.tools, this.box);
   }
 
+  /** Shows nothing until the lines are chosen again. */
+  forget() {
+    this.asked += 1;
+    this.first = -1;
+    this.room.replaceChildren();
+  }
+
   changed() {
     clearTimeout(this.timer);
     this.timer = setTimeout(() => this.choose(), 200);
@@ -49,7 +56,7 @@ export class Viewer {
 
   /** Asks for the lines of the filter and the search, and shows them. */
   async choose() {
-    const { count, found } = await this.ask({ ask: "choose", filter: this.filter.value, search: this.search.value });
+    const { count, found } = await this.ask({ ask: "choose", filter: this.filter.value, search: this.search.value, masked: this.masked() });
     this.found = found;
     this.wanted = this.search.value.toLowerCase();
     this.count = count;

@@ -21,8 +21,6 @@ class Answers {
     this.log = null;
     /** @type {import("../source/explain.mjs").Explained | null} */
     this.explained = null;
-    /** @type {((text: string) => string) | null} */
-    this.mask = null;
     /** @type {number[] | null} the numbers of the lines that are shown; null for all */
     this.view = null;
     /** @type {Map<number, string>} what is special about a line */
@@ -53,13 +51,6 @@ class Answers {
     return { explained };
   }
 
-  /** @param {boolean} masked @returns {(text: string) => string} */
-  also(masked) {
-    if (!masked || !this.log) return (text) => text;
-    if (!this.mask) this.mask = this.log.names();
-    return this.mask;
-  }
-
   /** @param {{ masked: boolean }} question */
   report({ masked }) {
     return { explained: masked && this.log ? this.log.masked() : this.explained };
@@ -72,11 +63,11 @@ class Answers {
     return { text: summary ? summaryText(explained) : reportText(explained) };
   }
 
-  /** Chooses the lines that are shown. @param {{ filter: string, search: string }} question */
-  choose({ filter, search }) {
+  /** Chooses the lines that are shown. @param {{ filter: string, search: string, masked: boolean }} question */
+  choose({ filter, search, masked }) {
     const { log } = this;
     if (!log) return { count: 0, found: 0 };
-    const found = search ? log.search(search, MOST_FOUND) : [];
+    const found = search ? log.search(search, { most: MOST_FOUND, masked }) : [];
     if (filter === "found") this.view = found;
     else if (filter === "all") this.view = null;
     else this.view = [...this.kinds].filter(([, kind]) => filter === "marked" || kind === "library").map(([line]) => line).sort((left, right) => left - right);
@@ -87,12 +78,11 @@ class Answers {
   rows({ from, count, masked }) {
     const { log, view } = this;
     if (!log) return { rows: [] };
-    const also = this.also(masked);
     const rows = [];
     const total = view ? view.length : log.lines.length;
     for (let index = Math.max(0, from); index < Math.min(from + count, total); index += 1) {
       const number = view ? view[index] : index + 1;
-      rows.push({ number, text: also(log.shownLine(number)).slice(0, 2000), kind: this.kinds.get(number) || "" });
+      rows.push({ number, text: log.shownLine(number, masked).slice(0, 2000), kind: this.kinds.get(number) || "" });
     }
     return { rows, from };
   }

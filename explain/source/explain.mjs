@@ -64,6 +64,8 @@ import { WORDS } from "./words.mjs";
 
 /** The characters of a line of the library that are compared with the lines that are known. */
 const LONGEST_SAID = 300;
+/** What is shown instead of a secret, or of a character that is not shown. */
+const REPLACED = /[*\ufffd]/;
 const DAY = 24 * 60 * 60 * 1000;
 /** How many characters of a text the verdict quotes. */
 const QUOTED = 300;
@@ -768,6 +770,8 @@ export class Log {
     this.hide = (text) => text;
     /** @type {Explained | null} with what must not be shown, and with whole texts */
     this.whole = null;
+    /** @type {((text: string) => string) | null} replaces names, the same by the same wherever they are shown */
+    this.mask = null;
   }
 
   /**
@@ -808,7 +812,9 @@ export class Log {
   /** @returns {Explained} the same with the names of users, hosts and domains replaced */
   masked() {
     if (!this.whole) throw new Error("the log has not been read");
-    return this.shown(this.whole, this.names());
+    const shown = this.shown(this.whole, this.names());
+    // In the name of a file "_" is often between words.
+    return { ...shown, name: this.shown(this.name.replace(/_/g, "\n"), this.names()).replace(/\n/g, "_") };
   }
 
   /**
@@ -833,6 +839,7 @@ export class Log {
 
   /** @returns {(text: string) => string} replaces names of users, hosts and domains */
   names() {
+    if (this.mask) return this.mask;
     const kinds = /** @type {Record<string, string>} */ ({ ACCOUNT: "USER", NAME: "USER", USER: "USER", DOMAIN: "DOMAIN", DN: "USER" });
     /** @type {{ kind: string, value: string }[]} */
     const named = [];
@@ -845,27 +852,31 @@ export class Log {
         });
       }
     }
-    return nameMask(this.parser.runs, named);
+    this.mask = nameMask(this.parser.runs, named);
+    return this.mask;
   }
 
-  /** A line as it is shown. @param {number} number from 1 */
-  shownLine(number) {
-    return plain(this.hide(this.lines[number - 1] || ""));
+  /** A line as it is shown. @param {number} number from 1 @param {boolean} [masked] names are replaced */
+  shownLine(number, masked = false) {
+    const text = plain(this.hide(this.lines[number - 1] || ""));
+    return masked ? this.names()(text) : text;
   }
 
   /**
-   * The numbers of the lines that contain a text; upper and lower case count the same.
-   * @param {string} text @param {number} [most]
+   * The numbers of the lines that contain a text; upper and lower case count the same. What is shown is searched, so that a
+   * search does not find out a secret, or a name that is masked.
+   * @param {string} text @param {{ most?: number, masked?: boolean }} [options]
    * @returns {number[]}
    */
-  search(text, most = 5000) {
+  search(text, { most = 5000, masked = false } = {}) {
     const wanted = text.toLowerCase();
     /** @type {number[]} */
     const found = [];
     if (!wanted) return found;
     for (let index = 0; index < this.lines.length && found.length < most; index += 1) {
-      // What is shown is searched, so that a search does not find out a secret.
-      if (this.lines[index].toLowerCase().includes(wanted) && this.shownLine(index + 1).toLowerCase().includes(wanted)) found.push(index + 1);
+      // What is shown instead of names, secrets and control characters is not in the line itself.
+      if (!masked && !REPLACED.test(wanted) && !this.lines[index].toLowerCase().includes(wanted)) continue;
+      if (this.shownLine(index + 1, masked).toLowerCase().includes(wanted)) found.push(index + 1);
     }
     return found;
   }

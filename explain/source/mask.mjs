@@ -21,46 +21,12 @@ const MOST_SECRETS = 200;
 const LONG_SECRET = 256;
 const MOST_LONG_SECRETS = 20;
 const HIDDEN = "**********";
+const OTHER_THAN_ASCII = /[^\t\n -~]/;
 /** A value of a command line, as msiexec reads it: quotation marks can begin anywhere in it, and two of them are one. */
 const GIVEN = '(?:"(?:[^"]|"")*(?:"|$)|[^\\s"])+';
 
 /** @param {string} text @returns {string} a regular expression for exactly this text */
 export const escaped = (text) => text.replace(/[.*+?^${}()|[\]\\]/g, "\\$&");
-
-/**
- * Makes a function that hides secrets: the values of the hidden properties, wherever they are.
- * @param {string[]} hidden the names of these properties
- * @param {string[]} values values of such properties that the log shows
- * @returns {(text: string) => string}
- */
-export function secretMask(hidden, values) {
-  const names = hidden.map(escaped).join("|");
-  const property = new RegExp(`^(Property\\([A-Z]\\): (?:${names}) = ).*`, "gim");
-  const set = new RegExp(`\\b((?:${names})\\s*=\\s*)${GIVEN}`, "gi");
-  const change = new RegExp(`\\b((?:${names}) property\\..*?(?:value(?: is)?:? ))'(?:[^]*'|[^]*$)`, "gi");
-  // A value can go over several lines of the log.
-  const all = [...new Set(values.flatMap((value) => value.split("\n")))].filter((value) => value.length >= SHORTEST_SECRET && !/^\*+$/.test(value));
-  const known = all.filter((value) => value.length <= LONG_SECRET).slice(0, MOST_SECRETS).sort((left, right) => right.length - left.length);
-  const long = all.filter((value) => value.length > LONG_SECRET).sort((left, right) => right.length - left.length).slice(0, MOST_LONG_SECRETS).map((value) => new LongSecret(value));
-  const anywhere = known.length ? new RegExp(known.map(escaped).join("|"), "g") : null;
-  return (text) => {
-    // The known values first: what is hidden by a name can be only the beginning of one.
-    let result = text;
-    for (const secret of long) result = secret.hide(result);
-    if (anywhere) result = result.replace(anywhere, HIDDEN);
-    // Of a line that was cut, the end can be the beginning of a value.
-    if (text.length >= LONGEST_LINE) {
-      for (const value of known) {
-        let length = Math.min(value.length - 1, result.length);
-        while (length >= SHORTEST_SECRET && !result.endsWith(value.slice(0, length))) length -= 1;
-        if (length >= SHORTEST_SECRET) result = result.slice(0, -length) + HIDDEN;
-      }
-    }
-    if (result.includes("=")) result = result.replace(property, `$1${HIDDEN}`).replace(set, `$1${HIDDEN}`);
-    if (result.includes(" property.")) result = result.replace(change, `$1'${HIDDEN}'`);
-    return result;
-  };
-}
 
 /** A value that is so long that its place is found by a table: each character of a text is looked at about once. */
 class LongSecret {
@@ -106,6 +72,41 @@ class LongSecret {
     this.shorter = shorter;
     return shorter;
   }
+}
+
+/**
+ * Makes a function that hides secrets: the values of the hidden properties, wherever they are.
+ * @param {string[]} hidden the names of these properties
+ * @param {string[]} values values of such properties that the log shows
+ * @returns {(text: string) => string}
+ */
+export function secretMask(hidden, values) {
+  const names = hidden.map(escaped).join("|");
+  const property = new RegExp(`^(Property\\([A-Z]\\): (?:${names}) = ).*`, "gim");
+  const set = new RegExp(`\\b((?:${names})\\s*=\\s*)${GIVEN}`, "gi");
+  const change = new RegExp(`\\b((?:${names}) property\\..*?(?:value(?: is)?:? ))'(?:[^]*'|[^]*$)`, "gi");
+  // A value can go over several lines of the log.
+  const all = [...new Set(values.flatMap((value) => value.split("\n")))].filter((value) => value.length >= SHORTEST_SECRET && !/^\*+$/.test(value));
+  const known = all.filter((value) => value.length <= LONG_SECRET).slice(0, MOST_SECRETS).sort((left, right) => right.length - left.length);
+  const long = all.filter((value) => value.length > LONG_SECRET).sort((left, right) => right.length - left.length).slice(0, MOST_LONG_SECRETS).map((value) => new LongSecret(value));
+  const anywhere = known.length ? new RegExp(known.map(escaped).join("|"), "g") : null;
+  return (text) => {
+    // The known values first: what is hidden by a name can be only the beginning of one.
+    let result = text;
+    for (const secret of long) result = secret.hide(result);
+    if (anywhere) result = result.replace(anywhere, HIDDEN);
+    // Of a line that was cut, the end can be the beginning of a value.
+    if (text.length >= LONGEST_LINE) {
+      for (const value of known) {
+        let length = Math.min(value.length - 1, result.length);
+        while (length >= SHORTEST_SECRET && !result.endsWith(value.slice(0, length))) length -= 1;
+        if (length >= SHORTEST_SECRET) result = result.slice(0, -length) + HIDDEN;
+      }
+    }
+    if (result.includes("=")) result = result.replace(property, `$1${HIDDEN}`).replace(set, `$1${HIDDEN}`);
+    if (result.includes(" property.")) result = result.replace(change, `$1'${HIDDEN}'`);
+    return result;
+  };
 }
 
 /** @param {string} given a value of a command line @returns {string} without its quotation marks */
@@ -197,7 +198,15 @@ export function nameMask(runs, named) {
     }
     return found.get(key) || name;
   };
+  const marks = [...keys, "s-1-5-21-", "\\users\\", "\\documents and settings\\", "\\\\", "@"];
+  /** Most lines have no name: this is found out faster than it is replaced. @param {string} text */
+  const hasNone = (text) => {
+    if (OTHER_THAN_ASCII.test(text)) return false;
+    const lower = text.toLowerCase();
+    return !marks.some((mark) => lower.includes(mark));
+  };
   return (text) => {
+    if (hasNone(text)) return text;
     let result = known ? text.replace(known, (name, at, whole) => /^(?:USER|HOST|DOMAIN|SID)$/.test(name) && /^-\d/.test(whole.slice(at + name.length)) ? name : words.get(name.toLowerCase()) || name) : text;
     result = result.replace(/\bS-1-5-21(?:-\d+)+\b/g, (name) => word("SID", name));
     result = result.replace(/(\b[A-Za-z]:\\(?:Users|Documents and Settings)\\)([^\\\r\n"'<>|:*?]+)/gi,
@@ -212,6 +221,7 @@ export function nameMask(runs, named) {
  * @param {string} text
  */
 export function plain(text) {
+  if (!OTHER_THAN_ASCII.test(text)) return text;
   // eslint-disable-next-line no-control-regex
   return text.replace(/[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u200e\u200f\u202a-\u202e\u2066-\u2069\ufeff]/g, "\ufffd")
     .replace(/[\ud800-\udbff](?![\udc00-\udfff])|(?<![\ud800-\udbff])[\udc00-\udfff]/g, "\ufffd");

@@ -109,6 +109,7 @@ export const WORDS = {
     copied: "Copied.", notCopied: "The browser does not let this page copy. Select the text below and copy it.",
     reading: (/** @type {string} */ name, /** @type {number} */ percent) => `${name}: ${percent} %`,
     read: (/** @type {string} */ name, /** @type {string} */ count) => `${name} is explained: ${count} lines.`,
+    unnamed: (/** @type {number} */ number) => `Log ${number}`,
     cancel: "Cancel", cancelled: (/** @type {string} */ name) => `${name}: cancelled.`, remove: "Remove",
     failed: (/** @type {string} */ name) => `${name} cannot be read by this browser: the page's worker did not start.`,
     all: "Show all actions", few: "Show only actions of the library and failures", folded: (/** @type {number} */ count) => `${count === 1 ? "1 action" : `${count} actions`} of the installer`,

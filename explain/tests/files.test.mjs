@@ -265,6 +265,34 @@ describe("masks", () => {
     assert.ok(process.cpuUsage().user - began < 3e6, `${process.cpuUsage().user - began}`);
   });
 
+  it("are masks in a search, too: what is shown is searched", async () => {
+    const { log } = await explained(sample("client-stopped"));
+    const user = log.lines.flatMap((line, index) => line.includes("auditor") ? [index + 1] : []);
+    assert.ok(user.length > 1);
+    assert.deepEqual(log.search("auditor"), user);
+    assert.deepEqual(log.search("AUDITOR", { masked: true }), []);
+    const word = (/USER-\d+/.exec(log.shownLine(user[0], true)) || [""])[0];
+    assert.deepEqual(log.search(word.toLowerCase(), { masked: true }).filter((line) => user.includes(line)), user);
+    assert.deepEqual(log.search(word), []);
+    assert.deepEqual(log.search("PASS=*****"), log.search("prop_taskpass=").filter((line) => log.shownLine(line).includes("=***")));
+    assert.ok(log.search("PASS=*****", { masked: true }).length > 0);
+  });
+
+  it("replace the same name by the same word, wherever it is shown and in whatever order", async () => {
+    const text = microsoft("CustomAction3", ["C:\\Users\\bob\\x and C:\\Users\\eve\\y"], { result: 3 });
+    const { log } = await explained(text);
+    assert.equal(log.shownLine(7, true), "C:\\Users\\USER-1\\x and C:\\Users\\USER-2\\y");
+    assert.equal(log.names()("C:\\Users\\eve"), "C:\\Users\\USER-2");
+    assert.match(JSON.stringify(log.masked()), /USER-1\\\\x and .*USER-2/);
+  });
+
+  it("replace names in the name of the file", async () => {
+    const log = new Log(knower, "jdoe_PC-0815 install.log");
+    await log.read(source(utf16(sample("client-stopped"))));
+    assert.match(log.masked().name, /^USER-\d_HOST-\d install\.log$/);
+    assert.match(summaryText(log.masked()), /^USER-\d_HOST-\d install\.log\n/);
+  });
+
   it("take no time for very long or very many values", () => {
     const values = Array.from({ length: 5000 }, (_, index) => `SECRET${index}${"abcdefghij".repeat(1500)}`);
     const began = process.cpuUsage().user;

@@ -172,6 +172,30 @@ test("names are masked on request, secrets always, in all that is shown and copi
   }
 });
 
+test("a log that is opened, searched or removed under the mask shows no name", async (page) => {
+  /** Everything that the page shows or says to a screen reader. */
+  const all = () => page.evaluate(() => `${document.title} ${document.body.innerText} ${[...document.querySelectorAll("*")].map((each) => [...each.attributes].map(({ value }) => value).join(" ")).join(" ")}`);
+  const names = /jdoe|PC-0815|auditor|METER\b|vantor\.meter/;
+  await open(page, file("auditor-install.log", sample("client-stopped")));
+  await page.locator("#status", { hasText: "auditor-install.log is explained" }).waitFor();
+  await page.getByLabel("Mask names of users, hosts and domains").check();
+  await page.waitForFunction(() => !/auditor/.test(document.body.innerText));
+  assert.doesNotMatch(await all(), names);
+  await open(page, file("jdoe_PC-0815.log", sample("client-stopped")));
+  await page.locator("#status", { hasText: /USER-\d_HOST-\d\.log is explained/ }).waitFor();
+  assert.doesNotMatch(await all(), names);
+  await page.locator("nav .run").last().click();
+  await page.locator("input[type=search]").fill("auditor");
+  await page.locator(".log-tools [role=status]", { hasText: "not found" }).waitFor();
+  await page.locator("input[type=search]").fill("user-1");
+  await page.locator(".log-tools [role=status]", { hasText: /^[1-9]\d* found/ }).waitFor();
+  await page.emulateMedia({ media: "print" });
+  assert.doesNotMatch(await all(), names);
+  await page.emulateMedia({ media: "screen" });
+  await page.getByLabel("Mask names of users, hosts and domains").uncheck();
+  await page.waitForFunction(() => /auditor-install\.log/.test(document.body.innerText));
+});
+
 test("the print view has all that is folded, and no controls", async (page) => {
   await open(page, sampleFile("server-rolled-back"));
   await page.emulateMedia({ media: "print", colorScheme: "light" });
