@@ -27,10 +27,13 @@ async function explainFile(knower, path, options) {
   try {
     const file = await open(path);
     try {
-      const { size } = await file.stat();
+      const stat = await file.stat();
+      // What comes through a pipe has no size.
+      const whole = stat.isFile() ? null : await file.readFile();
       explained = await log.read({
-        size,
+        size: whole ? whole.length : stat.size,
         slice: async (start, end) => {
+          if (whole) return whole.subarray(start, end);
           const bytes = new Uint8Array(end - start);
           const { bytesRead } = await file.read(bytes, 0, bytes.length, start);
           return bytes.subarray(0, bytesRead);

@@ -158,20 +158,20 @@ export function saidCard(report, show) {
 /** @param {Report} report @param {Show} show */
 export function unsaidCard(report, show) {
   const made = element("section.card.unsaid", { "aria-label": WORDS.headings.unsaid }, element("h2", {}, WORDS.headings.unsaid));
-  /** @param {string} title @param {import("../source/explain.mjs").Remark[]} remarks @param {boolean} open @param {string} label */
-  const part = (title, remarks, open, label = words.todo) => {
+  /** @param {string} title @param {import("../source/explain.mjs").Remark[]} remarks @param {boolean} open */
+  const part = (title, remarks, open) => {
     if (!remarks.length) return;
     made.append(element("h3", {}, `${title} (${remarks.length})`));
     for (const remark of remarks) {
       made.append(element("details", { open },
         element("summary", {}, element("span.name", {}, remark.name), ": ", rich(remark.text)), values(remark.values),
-        remark.todo ? pair(label, remark.todo) : null, element("p", {}, lineLink(remark.line, show)), remark.anchor ? see(remark.anchor, sectionOf(remark.anchor)) : null));
+        ...[[words.why, remark.why], [words.result, remark.result], [words.todo, remark.todo]].map(([label, text]) => text ? pair(label || "", text) : null), element("p", {}, lineLink(remark.line, show)), remark.anchor ? see(remark.anchor, sectionOf(remark.anchor)) : null));
     }
   };
   part(WORDS.headings.notRun, report.notRun, true);
   part(WORDS.headings.errors, report.errors, true);
   part(WORDS.headings.numbers, report.numbers, false);
-  part(WORDS.headings.silent, report.silent, false, "Result");
+  part(WORDS.headings.silent, report.silent, false);
   part(WORDS.headings.skipped, report.skipped, false);
   if (report.skippedOthers) made.append(element("p.see", {}, WORDS.skipped(report.skippedOthers)));
   if (made.children.length === 1) made.append(element("p", {}, words.nothing));

@@ -33,7 +33,10 @@ import { WORDS } from "./words.mjs";
  * @typedef {string | { before: string, quoted: string, after: string, most?: number }} Cause a sentence: prose with the marks of
  * the pages, or prose around a text of the log, which has no marks, and of which at most so many characters are shown
  */
-/** @typedef {{ line: number, name: string, text: string, todo: string, anchor: string, values: Value[] }} Remark */
+/**
+ * @typedef {{ line: number, name: string, text: string, todo: string, anchor: string, values: Value[], why?: string, result?: string }} Remark
+ * with why something is so, and how to see what came of it
+ */
 /**
  * @typedef {object} Report of one run
  * @property {number} parent
@@ -249,8 +252,25 @@ const sentence = (text) => `${text.slice(0, 1).toUpperCase()}${text.slice(1)}${/
 /** @param {number} start @param {number} end */
 const between = (start, end) => start < 0 || end < 0 ? -1 : (end - start + DAY) % DAY;
 
-/** @param {any} entry @returns {string} how to see what an action did, without its phase */
-const noteOf = (entry) => entry.note.replace(/^(?:immediate|deferred|rollback)(?: or \w+)?(?:, no line)?: ?/, "").replace(/^(?:immediate|deferred)(?:, no line)?\. /, "");
+/**
+ * What the page says of an action's return codes, without its phase: [how to see what it did, { code: what it means }].
+ * @param {any} entry @returns {[string, Record<string, string>]}
+ */
+function noteOf(entry) {
+  const note = entry.note.replace(/^(?:immediate|deferred|rollback)(?: or \w+)?(?:, no line)?[:.]? ?/, "");
+  const parts = note.split(/(?=\b16\d\d: )/).map((/** @type {string} */ text) => text.trim());
+  const codes = parts.filter((/** @type {string} */ text) => /^16\d\d: /.test(text));
+  return [codes.includes(parts[0]) ? "" : parts[0], Object.fromEntries(codes.map((/** @type {string} */ text) => [text.slice(0, 4), text]))];
+}
+
+/**
+ * What to do when an action has failed: what the page says of its code, or of each code if it is not known.
+ * @param {any} entry @param {string} code
+ */
+function failedNote(entry, code) {
+  const [general, codes] = noteOf(entry);
+  return codes[code] || Object.values(codes).reverse().join(". ") || general;
+}
 
 /** Explains one run. */
 class Explainer {
@@ -441,7 +461,7 @@ class Explainer {
       cause.push(sentence(known.means));
       ({ todo, anchor } = known);
     } else if (entry && !refusal) {
-      todo = noteOf(entry);
+      todo = this.adviceOf(failed, entry);
       anchor = "what-the-actions-return";
       const notice = entry.notices.map((/** @type {number} */ number) => knowledge.notices[number])
         .find((/** @type {any} */ each) => each && each.follows.includes("1603") && /stops/.test(each.follows));
@@ -452,6 +472,13 @@ class Explainer {
     if (run.engine === "wine" && entry && entry.returns.includes(1602)) cause.push(WORDS.cancelHidden);
     if (!run.rolledBack && !run.actions.some((action) => action.phase === "script" || SCRIPT_RUNNERS.has(action.name))) cause.push(WORDS.before);
     return { cause, todo, anchor, line };
+  }
+
+  /** What to do about an action of the library that failed. @param {Action} failed @param {any} entry @returns {string} */
+  adviceOf(failed, entry) {
+    // With a number that is not its own the action did not run, as with this error.
+    if (failed.actual && !entry.returns.includes(failed.actual)) return this.knowledge.engine[1723].todo;
+    return failedNote(entry, String(failed.actual || (this.realFailure(failed) ? 1603 : failed.result === 2 ? 1602 : "")));
   }
 
   /** @param {Action} failed @returns {boolean} in a cancelled run: the action failed, and was not only going on */
@@ -600,7 +627,7 @@ class Explainer {
       const own = knowledge.actions[action.entry];
       const text = action.ignored ? (own ? WORDS.ignored : WORDS.ignoredOther)(action.actual)
         : `${WORDS.actual(action.actual)} ${own ? own.returns.includes(action.actual) ? WORDS.actualOwn : WORDS.actualOther : ""}`.trim();
-      found.push({ line: action.first, name: action.name, text, todo: own ? noteOf(own) : "", anchor: "an-action-that-did-not-run", values: [] });
+      found.push({ line: action.first, name: action.name, text, todo: own ? this.adviceOf(action, own) : "", anchor: "an-action-that-did-not-run", values: [] });
     }
     return found;
   }
@@ -665,7 +692,8 @@ class Explainer {
       const entry = knowledge.actions[action.entry];
       if (!entry || spoke.has(action.id) || action.actual || action.phase === "scheduled" || this.onlyScheduled(action, entry)) continue;
       const values = entry.sets.map((/** @type {string} */ name) => ({ name, value: this.value(name, action.last || action.first) || WORDS.notSet }));
-      found.push({ line: action.first, name: action.name, text: entry.job, todo: noteOf(entry), anchor: "what-the-actions-return",
+      const { why, todo, anchor } = entry.silent || { why: undefined, todo: "", anchor: "what-the-actions-return" };
+      found.push({ line: action.first, name: action.name, text: entry.job, why, todo, result: entry.silent ? undefined : noteOf(entry)[0], anchor,
         values: [...this.reads(entry, action).filter((/** @type {Value} */ value) => !entry.sets.includes(value.name)), ...values] });
     }
     return kind === "unknown" ? [] : found;

@@ -78,16 +78,16 @@ function verdict(report, index, count) {
 }
 
 /**
- * @param {string} title @param {import("./explain.mjs").Remark[]} remarks @param {string} [label]
+ * @param {string} title @param {import("./explain.mjs").Remark[]} remarks
  * @returns {string[]}
  */
-function remarks(title, remarks, label = WORDS.todo) {
+function remarks(title, remarks) {
   if (!remarks.length) return [];
   const lines = [heading(title)];
   for (const remark of remarks) {
     lines.push(wrapped(`${remark.name}: ${unmarked(remark.text)}`, "      ", `    ${remark.line}  `));
     for (const value of remark.values) lines.push(wrapped(assigned(value), "        ", "      "));
-    if (remark.todo) lines.push(labelled(label, remark.todo));
+    for (const [label, text] of [[WORDS.why, remark.why], [WORDS.result, remark.result], [WORDS.todo, remark.todo]]) if (text) lines.push(labelled(label || "", text));
   }
   return lines;
 }
@@ -128,7 +128,7 @@ export function reportText(explained) {
       if (line.anchor) lines.push(labelled(WORDS.docs, `docs/${PAGE}#${line.anchor}`));
     }
     for (const part of [remarks(WORDS.headings.notRun, report.notRun), remarks(WORDS.headings.errors, report.errors),
-      remarks(WORDS.headings.numbers, report.numbers), remarks(WORDS.headings.silent, report.silent, WORDS.result),
+      remarks(WORDS.headings.numbers, report.numbers), remarks(WORDS.headings.silent, report.silent),
       remarks(WORDS.headings.skipped, report.skipped)]) {
       // One by one: a call takes fewer arguments than a log can have actions.
       for (const line of part) lines.push(line);

@@ -90,7 +90,7 @@ export const WORDS = {
     notRun: "Actions that did not run, or whose failure was ignored", log: "The log", search: "Search" },
   atEnd: "The values of properties are those at the end of the log: this log has no others.",
   nothingSaid: "The library wrote no line in this run.",
-  result: "result", means: "means", todo: "to do", given: "given", docs: "see",
+  result: "result", why: "why", means: "means", todo: "to do", given: "given", docs: "see",
   run: (/** @type {number} */ index, /** @type {number} */ count) => `Run ${index} of ${count}`,
   seconds: (/** @type {number} */ milliseconds) => milliseconds === 0 ? "less than 1 s" : milliseconds < 1000 ? `${milliseconds} ms`
     : milliseconds < 60000 ? `${(milliseconds / 1000).toFixed(1).replace(/\.0$/, "")} s`
@@ -119,7 +119,7 @@ export const WORDS = {
     filter: "Lines", filters: { all: "all", library: "of the library", marked: "of the library, and failures", found: "found" },
     searchLabel: "Search the log", found: (/** @type {number} */ count, /** @type {boolean} */ more) => count === 0 ? "not found" : `${more ? "more than " : ""}${count} found`,
     next: "Next", previous: "Previous", logLabel: "Lines of the log", none: "No line of the log is of this kind.",
-    meaning: "Meaning", todo: "What to do", given: "Given to the action", details: "The page on troubles", link: (/** @type {string} */ section) => `Troubleshooting: ${section}`,
+    meaning: "Meaning", why: "Why", result: "Where to see the result", todo: "What to do", given: "Given to the action", details: "The page on troubles", link: (/** @type {string} */ section) => `Troubleshooting: ${section}`,
     levels: { good: "No fault", note: "To know", look: "Look at this" }, nothing: "Nothing to report.", skip: "Skip to the explanation",
   },
 };

@@ -364,6 +364,12 @@ describe("the command", () => {
     assert.match(both.stdout, /\nclient-upgraded-german\.log\n/);
   });
 
+  it("reads a log from a pipe", () => {
+    const { status, stdout } = spawnSync("sh", ["-c", `cat "$1" | "$2" "$3" --summary /dev/stdin`, "sh", join(folder, "client-stopped.log"), process.execPath, command], { encoding: "utf8" });
+    assert.match(stdout, /^stdin\nThe upgrade of Ostrel 1\.0\.1 failed\.\n/);
+    assert.equal(status, 1);
+  });
+
   it("prints a summary, and masks names", () => {
     const { stdout } = run("--summary", "--mask", "client-upgraded-german.log");
     assert.match(stdout, /^client-upgraded-german\.log\n/);

@@ -144,8 +144,44 @@ describe("a line that administrators asked about", () => {
     for (const report of await reports("CustomAction19", [])) {
       assert.equal(report.silent.length, 1);
       assert.equal(report.silent[0].name, "CustomAction19");
-      assert.match(report.silent[0].todo, /`PROP_FIREWALLDATA` was empty when the action ran/);
+      assert.match(report.silent[0].why || "", /^`PROP_FIREWALLDATA` was empty when the action ran/);
+      assert.match(report.silent[0].todo, /^the exceptions are still there: delete them by hand \(`netsh/);
+      assert.equal(report.silent[0].result, undefined);
+      assert.equal(report.silent[0].anchor, "an-action-without-a-line");
     }
+  });
+
+  it("an action without a line that should have written one: why, and what to do", async () => {
+    for (const [name, { logs, silent, note }] of Object.entries(/** @type {Record<string, any>} */ (knower.knowledge.actions))) {
+      if (!/^immediate/.test(note) || knower.knowledge.executes[name]) continue;
+      const [report] = await reports(name, []);
+      const [{ why, todo, result, anchor }] = report.silent;
+      if (logs || name === "CustomAction26") {
+        assert.deepEqual([why, todo, result, anchor], [silent.why, silent.todo, undefined, "an-action-without-a-line"]);
+        assert.doesNotMatch(`${why} ${todo}`, /^\[?lines/);
+      } else {
+        assert.deepEqual([why, todo, anchor], [undefined, "", "what-the-actions-return"]);
+        assert.doesNotMatch(result || "", /16\d\d: /, "it did not fail");
+      }
+    }
+    assert.equal((await reports("CustomAction1", []))[0].silent[0].result, "");
+    assert.equal((await reports("CustomAction3", []))[0].silent[0].result, "`PROP_HOSTNAME` in the log");
+    const { reports: [converted] } = await explained(microsoft("CustomAction17.Judge", [], { phase: "script" }));
+    assert.equal(converted.silent[0].result, 'The marker files are deleted. With "-" before the folder always 0.');
+  });
+
+  it("1602 and 1603 of CustomAction17 have their own advice, which comes first", async () => {
+    for (const [code, first, other] of [[1602, /^1602: the conversion was cancelled/, /1603/], [1603, /^1603: it did not complete/, /1602/]]) {
+      const [report] = (await explained(microsoft("CustomAction17.Judge", [`CustomAction CustomAction17.Judge returned actual error code ${code} (note this may not be 100% accurate if translation happened inside sandbox)`],
+        { phase: "script", result: code === 1602 ? 2 : 3 }))).reports;
+      assert.match(report.todo, /** @type {RegExp} */ (first));
+      assert.doesNotMatch(report.todo, /** @type {RegExp} */ (other));
+      assert.equal(report.notRun[0].todo, report.todo);
+    }
+    const [unknown] = (await explained(wine("CustomAction17.Judge", [], { result: 0 }))).reports;
+    assert.match(unknown.todo, /^1603: .* 1602: /);
+    const [absent] = (await explained(microsoft("CustomAction1", ["CustomAction CustomAction1 returned actual error code 1157 (note this may not be 100% accurate if translation happened inside sandbox)"], { result: 3 }))).reports;
+    assert.equal(absent.todo, knower.knowledge.engine[1723].todo);
   });
 
   for (const [number, means] of /** @type {[string, RegExp][]} */ ([["1720", /^a script of the package could not be run/], ["1721", /^a program/], ["1722", /^such a program ended/],

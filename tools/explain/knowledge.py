@@ -25,7 +25,7 @@ PAGE = "docs/troubleshooting.md"
 ACTIONS_PAGE = "docs/actions.md"
 HEADERS = Path("/usr/share/mingw-w64/include")
 
-LINES, RETURNS, REFUSALS = "The lines of the log", "What the actions return", "Texts with which a package refuses"
+LINES, RETURNS, SILENCE, REFUSALS = "The lines of the log", "What the actions return", "An action without a line", "Texts with which a package refuses"
 UNSTARTED, ANSWERS, NUMBERS = "An action that did not run", "What msiexec answers", "Numbers of Windows"
 DIRECTORY_NUMBERS = "Accounts and the directory"
 
@@ -276,6 +276,15 @@ class Knowledge:
                            "notices": facts["notices"], "logs": bool(facts["log"])}
         for name in self.entry_points.keys() - found.keys():
             raise Missing(f"{name} has no row in {PAGE}, below '{RETURNS}'")
+        for row in self.rows("Without a line", SILENCE):
+            name, before = row.code_text("Without a line"), {}
+            if name not in found:
+                raise Missing(f"{PAGE}:{row.number}: {name} is not an action of the library")
+            found[name]["silent"] = {"why": self.whole(row, "Why", before), "todo": self.whole(row, "What to do", before),
+                                     "anchor": anchor_of(SILENCE)}
+        for name, facts in found.items():
+            if facts["logs"] and "silent" not in facts:
+                raise Missing(f"{name} writes lines, and has no row in {PAGE}, below '{SILENCE}'")
         return found
 
     def engine(self):

@@ -58,6 +58,16 @@ class KnowledgeTest(unittest.TestCase):
         with self.assertRaisesRegex(Missing, "CustomAction13 has no row"):
             Knowledge(self.copy((PAGE, row + "\n", ""))).all()
 
+    def test_an_action_that_writes_lines_needs_advice_for_when_it_wrote_none(self):
+        silent = {name for name, facts in self.knowledge["actions"].items() if "silent" in facts}
+        self.assertEqual(silent - {name for name, facts in self.knowledge["actions"].items() if facts["logs"]}, {"CustomAction26"})
+        text = (ROOT / PAGE).read_text(encoding="utf-8")
+        row = next(line for line in text.splitlines() if line.startswith("| `CustomAction27` | the action did not run"))
+        with self.assertRaisesRegex(Missing, "CustomAction27 writes lines, and has no row in docs/troubleshooting.md, below 'An action without a line'"):
+            Knowledge(self.copy((PAGE, row + "\n", ""))).all()
+        with self.assertRaisesRegex(Missing, "CustomAction99 is not an action of the library"):
+            Knowledge(self.copy((PAGE, row, row.replace("CustomAction27", "CustomAction99")))).all()
+
     def test_a_changed_fact_changes_the_knowledge(self):
         changed = Knowledge(self.copy((PAGE, "| the task is registered | nothing |", "| the task is new | nothing |"))).all()
         self.assertEqual(changed["lines"][0]["meaning"], "the task is new")
