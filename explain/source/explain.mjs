@@ -272,6 +272,19 @@ function failedNote(entry, code) {
   return codes[code] || Object.values(codes).reverse().join(". ") || general;
 }
 
+/** The exit codes of msiexec that are other messages in a log: 1603 is a file in use there. */
+const LAST_ANSWER = 1699;
+
+/**
+ * The texts of messages, once each: the engine writes each also as a record, and after the product's name.
+ * @param {import("./parse.mjs").EngineError[]} errors @returns {string[]}
+ */
+function textsOf(errors) {
+  const texts = errors.map((each) => each.text).filter((text, index, all) => all.indexOf(text) === index);
+  const whole = texts.filter((text) => !/^[^\d:]{2,30}: 1: \d/.test(text) && !texts.some((other) => other !== text && text.endsWith(other.trim())));
+  return whole.length ? whole : texts;
+}
+
 /** Explains one run. */
 class Explainer {
   /** @param {Knower} knower @param {Run} run */
@@ -334,7 +347,8 @@ class Explainer {
     if (run.engine !== "wine") {
       const failed = live.filter((action) => action.result === 3 || action.result === 2)
         .sort((left, right) => left.last - right.last || right.first - left.first)[0];
-      if (!failed) return null;
+      // A log without the lines with which actions end shows at least what they returned.
+      if (!failed) return live.filter((action) => action.result < 0 && action.actual !== 0 && !action.ignored).pop() || null;
       return this.inside(failed) || failed;
     }
     const whole = live.find((action) => action.parent < 0 && action.result === 0 && action.name === "INSTALL") ||
@@ -423,7 +437,7 @@ class Explainer {
     }
     if (!run.begun) cause.push(WORDS.headless);
     if (outcome === "unfinished") cause.push(WORDS.unfinished);
-    if (outcome === "refused" || (!failed && code > 0)) {
+    if (outcome === "refused" || (!failed && code > 0 && !run.errors.length)) {
       const known = knowledge.engine[code];
       cause.push((run.acted ? WORDS.codeLate : WORDS.codeOnly)(code));
       if (known) {
@@ -434,7 +448,17 @@ class Explainer {
       return { cause, todo, anchor, line };
     }
     if (!failed) {
-      if (outcome !== "unfinished") cause.push(WORDS.noAction);
+      if (outcome !== "unfinished") cause.push(!run.acted ? WORDS.brief : code > 0 ? WORDS.codeLate(code) : WORDS.noAction);
+      const error = run.errors[0];
+      const known = error && this.message(error.number);
+      if (error) {
+        cause.push({ ...WORDS.message(textsOf(run.errors)[0]), most: QUOTED });
+        ({ line } = error);
+      }
+      if (known) {
+        cause.push(sentence(known.means));
+        ({ todo, anchor } = known);
+      }
       return { cause, todo, anchor, line };
     }
     line = failed.first;
@@ -444,7 +468,7 @@ class Explainer {
     const lines = said.filter((each) => each.action === failed.id).map((each) => each.text);
     const errors = run.errors.filter((each) => each.action === failed.id);
     const texts = run.messages.filter((each) => each.action === failed.id && !/^(?:File|Folder|Key|Service|Feature|Property|Directory): /.test(each.text)).map((each) => each.text);
-    const quoted = [...lines, ...errors.map((each) => each.text), ...texts.slice(-3)];
+    const quoted = [...lines, ...textsOf(errors), ...texts.slice(-3)];
     const refusal = this.refusal(failed, texts.concat(errors.map((each) => each.text)));
     if (refusal) {
       cause.push(refusal.text);
@@ -456,7 +480,7 @@ class Explainer {
       cause.push(WORDS.returned(failed.actual));
       if (entry) cause.push(entry.returns.includes(failed.actual) ? WORDS.actualOwn : WORDS.actualOther);
     }
-    const known = errors.map((each) => knowledge.engine[each.number]).find(Boolean);
+    const known = errors.map((each) => this.message(each.number)).find(Boolean);
     if (known && !refusal) {
       cause.push(sentence(known.means));
       ({ todo, anchor } = known);
@@ -472,6 +496,11 @@ class Explainer {
     if (run.engine === "wine" && entry && entry.returns.includes(1602)) cause.push(WORDS.cancelHidden);
     if (!run.rolledBack && !run.actions.some((action) => action.phase === "script" || SCRIPT_RUNNERS.has(action.name))) cause.push(WORDS.before);
     return { cause, todo, anchor, line };
+  }
+
+  /** What the page says of a message of the engine. @param {number} number @returns {any} */
+  message(number) {
+    return number > LAST_ANSWER ? this.knowledge.engine[number] : undefined;
   }
 
   /** What to do about an action of the library that failed. @param {Action} failed @param {any} entry @returns {string} */
@@ -558,6 +587,9 @@ class Explainer {
     if (!known) return running;
     const writers = known.entry.actions.map((/** @type {number} */ number) => `CustomAction${number}`);
     if (running && running.entry && writers.includes(running.entry)) return running;
+    // The client's process goes on meanwhile, and its actions are between.
+    const open = running && !running.entry ? actions.filter((action) => action.first <= each.line && action.last >= each.line && action.side !== running.side && writers.includes(action.entry)).pop() : null;
+    if (open) return open;
     if (running && !running.entry) {
       if (writers.length === 1 && !STANDARD.has(running.name)) running.entry = writers[0];
       return running;
@@ -643,7 +675,7 @@ class Explainer {
       const key = `${error.action}-${error.number}`;
       if (seen.has(key)) continue;
       seen.add(key);
-      const known = knowledge.engine[error.number];
+      const known = this.message(error.number);
       const notice = knowledge.notices[error.number];
       const name = error.action >= 0 ? this.names.get(error.action) || "" : "";
       if (notice) found.push({ line: error.line, name: `${error.number}`, text: `${notice.when}: ${notice.follows}`, todo: notice.todo, anchor: notice.anchor, values: [{ name: "", value: error.text, most: QUOTED }] });
@@ -767,6 +799,20 @@ class Explainer {
   }
 }
 
+/**
+ * Adds the cause to a run that failed because the removal of the older version in it failed.
+ * @param {Report} report @param {number} index its place @param {Report[]} reports
+ */
+function withRemoval(report, index, reports) {
+  if (report.failed !== "RemoveExistingProducts") return;
+  const inner = reports.findIndex((each) => each.parent === index && each.outcome !== "success");
+  if (inner < 0) return;
+  const { cause, todo, anchor, causeLine } = reports[inner];
+  report.cause = [...report.cause.filter((each) => each === WORDS.headless || each === report.cause.find((first) => typeof first === "object")), WORDS.inner(inner + 1), ...cause];
+  if (todo) Object.assign(report, { todo, anchor });
+  if (causeLine) report.causeLine = causeLine;
+}
+
 /** @param {string} text an octal number @returns {string} */
 function modeOf(text) {
   const value = parseInt(text, 8);
@@ -833,6 +879,7 @@ export class Log {
     else if (!known || !runs.length) found.push(problems.other);
     if (cut) found.push(problems.lines(cut));
     const reports = known ? runs.map((run) => new Explainer(this.knower, run).report()) : [];
+    reports.forEach((report, index) => withRemoval(report, index, reports));
     this.whole = { name: this.name, count: this.lines.length, encoding, problems: found, reports };
     return this.shown(this.whole);
   }

@@ -138,6 +138,11 @@ export class Parser {
     /** @type {{ text: string, left: number, done: (text: string) => void } | null} */
     this.continued = null;
     this.heading = "";
+    /** The last line that was the head or the end of a log, and the last that was not empty. */
+    this.headed = 0;
+    this.filled = 0;
+    /** @type {{ name: string, line: number } | null} the action that the engine is about to run, until it says that it starts */
+    this.pending = null;
     this.ran = false;
     /** The head of the current log names the process that has called the engine. */
     this.calling = false;
@@ -149,6 +154,7 @@ export class Parser {
    */
   line(text) {
     this.number += 1;
+    if (text !== "") this.filled = this.number;
     const code = text.charCodeAt(0);
     if (this.continued && this.#continue(text)) return;
     // "MSI (s) (2C:20) [18:02:01:500]: ...": the engine's own words, which are never translated.
@@ -188,6 +194,14 @@ export class Parser {
   end() {
     if (this.continued) this.continued.done(this.continued.text);
     this.continued = null;
+    const last = this.runs[this.runs.length - 1];
+    // Lines after the end of a log are no run of their own.
+    if (last && this.runs.length > 1 && !last.begun && last.parent < 0 && !last.acted && !last.codes.length && !last.commandLine && !last.package && !last.errors.length) {
+      this.runs.pop();
+      this.runs[this.runs.length - 1].last = this.number;
+    }
+    // A log with few lines has at least its end.
+    if (last && this.headed === this.filled && this.headed > last.first && last.engine !== "wine") last.complete = true;
     for (const run of this.runs) {
       if (run.last === 0) run.last = this.number;
       finish(run);
@@ -241,9 +255,11 @@ export class Parser {
     const whole = this.current >= 0 ? this.#outermost() : null;
     // Windows Installer ends a log with such a line. Wine's engine begins each run with two of them, and ends none.
     const over = this.ran && this.stack.length === 0;
-    if (whole && !microsoft && whole.engine !== "wine" && (this.calling || over)) {
+    this.headed = this.number;
+    const headless = whole && !whole.begun && whole.engine === "microsoft";
+    if (whole && !microsoft && whole.engine !== "wine" && (this.calling || over || headless)) {
       while (this.current >= 0) this.#close();
-      whole.complete = whole.complete || over;
+      whole.complete = whole.complete || over || Boolean(headless && whole.codes.length);
       this.calling = false;
       return;
     }
@@ -336,6 +352,7 @@ export class Parser {
     else if (this.startWords.size && !this.startWords.has(match[1])) return false;
     this.known += 1;
     if (WHOLE.has(name)) this.#whole();
+    if (this.pending && this.pending.name === name) this.pending = null;
     this.#start(name, time);
     this.ran = true;
     return true;
@@ -449,8 +466,18 @@ export class Parser {
     this.scripted = null;
   }
 
+  /** Begins the action that the engine is about to run, if the log has no line with which actions start. */
+  #unannounced() {
+    const { pending } = this;
+    if (!pending || WHOLE.has(pending.name) || this.ran || this.current < 0) return;
+    this.pending = null;
+    const action = this.#scriptStart(pending.name);
+    Object.assign(action, { first: pending.line, phase: "immediate", side: this.doing.get(pending.name) || "server" });
+  }
+
   /** @returns {Action | null} the action that runs now */
   #running() {
+    this.#unannounced();
     if (this.scripted) return this.scripted;
     const run = this.current < 0 ? null : this.runs[this.current];
     const top = this.stack[this.stack.length - 1];
@@ -472,7 +499,8 @@ export class Parser {
   #actual(match) {
     this.known += 1;
     const run = this.#run();
-    const action = this.state(run).byName.get(match[1]) || this.#running();
+    const running = this.#running();
+    const action = this.state(run).byName.get(match[1]) || running;
     if (!action) return;
     action.actual = +match[2];
     // After a failure that counts, the only other words are a remark in brackets.
@@ -515,6 +543,7 @@ export class Parser {
         if (text.startsWith("Doing action: ")) {
           run.acted = true;
           this.doing.set(text.slice(14).trim(), this.side);
+          this.pending = { name: text.slice(14).trim(), line: this.number };
           this.#endScripted(this.time);
           if (this.script !== SCRIPT_ROLLBACK) this.script = 0;
         }

@@ -9,12 +9,15 @@ export const WORDS = {
     refused: "was refused", unknown: "has no result in this log" },
   /** @param {string} kind @param {string} product @param {string} outcome @param {boolean} back */
   sentence: (kind, product, outcome, back) => `${kind}${product ? ` of ${product}` : ""} ${outcome}${back ? " and was rolled back" : ""}.`,
-  product: (/** @type {string} */ name, /** @type {string} */ version) => version ? `${name} ${version}` : name,
+  product: (/** @type {string} */ name, /** @type {string} */ version) => version && !name.split(" ").includes(version) ? `${name} ${version}` : name,
   /** @param {string} action @param {string} job */
   failedFirst: (action, job) => ({ before: "The first action that failed is ", quoted: action, after: `${job ? `, which ${job}` : ""}.` }),
   /** @param {string} action @param {string} job */
   cancelledDuring: (action, job) => ({ before: "It was cancelled during ", quoted: action, after: `${job ? `, which ${job}` : ""}.` }),
   said: (/** @type {string} */ text) => ({ before: "It said: ", quoted: text, after: "" }),
+  message: (/** @type {string} */ text) => ({ before: "The installer said: ", quoted: text, after: "" }),
+  inner: (/** @type {number} */ run) => `It removes the older version. That removal is run ${run} of this log:`,
+  brief: "The log has no lines with which actions start and end. A log has them if it is made with /l*v.",
   silentFailure: "It wrote no line.",
   returned: (/** @type {number} */ code) => `It returned ${code}.`,
   noFailure: "No action of this log failed.",
@@ -82,7 +85,8 @@ export const WORDS = {
     document: "This is a PDF document, not a log.",
     binary: "This is not a text. A log is a text in UTF-16 or in 8 bits.",
     other: "This is not a log of Windows Installer: no line has the form of one. Make one with: msiexec /i PACKAGE.msi /l*v install.log",
-    lines: (/** @type {number} */ count) => `${count} lines are longer than 20,000 characters: only their beginnings were read.`,
+    lines: (/** @type {number} */ count) => count === 1 ? "A line is longer than 20,000 characters: only its beginning was read."
+      : `${count} lines are longer than 20,000 characters: only their beginnings were read.`,
     unreadable: (/** @type {string} */ text) => `The file cannot be read: ${text}`,
   },
   headings: { verdict: "What happened", course: "The course", said: "What the library said", unsaid: "What it did not say", facts: "The run",

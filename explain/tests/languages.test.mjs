@@ -112,6 +112,8 @@ describe("an installation that fails is the same", () => {
       assert.equal(report.outcome, "failed");
       assert.doesNotMatch(causesOf(report).join(" "), /before it ran an action/);
       assert.match(causesOf(report)[0], /^The installer answered 1603\. The log does not show which action failed/);
+      assert.ok(causesOf(report)[1].includes(`The installer said: ${words.error.replace("NUMBER", "1920")}`));
+      assert.match(report.todo, /the system's event log says why/);
     });
 
     it(`in ${name}, with signs of full width and without blanks`, async () => {

@@ -184,7 +184,7 @@ describe("a line that administrators asked about", () => {
     assert.equal(absent.todo, knower.knowledge.engine[1723].todo);
   });
 
-  for (const [number, means] of /** @type {[string, RegExp][]} */ ([["1720", /^a script of the package could not be run/], ["1721", /^a program/], ["1722", /^such a program ended/],
+  for (const [number, means] of /** @type {[string, RegExp][]} */ ([["1720", /^a script of the package could not be run/], ["1721", /^a program/], ["1722", /^a program that the package runs ended/],
     ["1723", /^an action's DLL could not be loaded/], ["1920", /^a service did not start/], ["1923", /^a service could not be installed/], ["1925", /^no right to install/]])) {
     it(number, async () => {
       for (const word of ["Error", "Fehler", "Erreur", "エラー"]) {
