@@ -129,6 +129,16 @@ add_custom_command(
   WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/src/runtime
   DEPENDS ${CMAKE_SOURCE_DIR}/src/runtime/version.rc VERBATIM)
 
+# What links a library whose constants end before pages that the test rig makes unreadable. The pages in the file begin where
+# pages of memory can begin, so that loading copies nothing.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(guardConstants ${CMAKE_SOURCE_DIR}/tools/images/guarded_constants.py)
+function(hx_guard_constants target)
+  set_target_properties(${target} PROPERTIES RULE_LAUNCH_LINK "${Python3_EXECUTABLE} ${guardConstants}")
+  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${guardConstants})
+  target_link_options(${target} PRIVATE -Wl,-Xlink=-filealign:4096)
+endfunction()
+
 # hx_library(NAME OBJECT_TARGETS... OPTIONS link options and inputs...)
 function(hx_library target)
   cmake_parse_arguments(arg "" "" "OBJECTS;INPUTS" ${ARGN})
@@ -155,12 +165,17 @@ hx_library(hxsetup OBJECTS runtime objects ${coverageParts} INPUTS ${versionReso
 add_dependencies(hxsetup version)
 hx_library(hxinternals OBJECTS runtime objects ${coverageParts})
 target_link_options(hxinternals PRIVATE -Wl,--export-all-symbols)
+if(HX_CHECKED)
+  hx_guard_constants(hxsetup)
+  hx_guard_constants(hxinternals)
+endif()
 
 file(GLOB subjectSources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/rig-subject/*.cpp)
 if(subjectSources)
   hx_objects(subject ${subjectSources})
   hx_library(rigsubject OBJECTS runtime subject ${coverageParts})
   target_link_options(rigsubject PRIVATE -Wl,--export-all-symbols)
+  hx_guard_constants(rigsubject)
 endif()
 
 # An empty library, with which the benchmarks compare the loading of the real one.

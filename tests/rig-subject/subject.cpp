@@ -91,6 +91,14 @@ unsigned char SubjectPeek(const unsigned char* address) {
   return *address;
 }
 
+unsigned char SubjectReadConstant(SubjectConstant constant, ptrdiff_t offset) {
+  static constexpr int kTable[] = {1, 2, 3};
+  static_assert(sizeof "plain" == kSubjectTextSize && sizeof L"wide" == kSubjectWideTextSize &&
+                sizeof kTable == kSubjectTableSize);
+  const void* const constants[] = {"plain", L"wide", kTable};
+  return static_cast<const volatile unsigned char*>(constants[constant])[offset];
+}
+
 int SubjectCount() {
   static int count;
   return ++count;

@@ -33,6 +33,14 @@ void SubjectTrap();
 /// Returns the byte at `address`.
 unsigned char SubjectPeek(const unsigned char* address);
 
+/// The constants of SubjectReadConstant, and their sizes in bytes, with the terminator.
+enum SubjectConstant { kSubjectText, kSubjectWideText, kSubjectTable };
+constexpr size_t kSubjectTextSize = 6;
+constexpr size_t kSubjectWideTextSize = 10;
+constexpr size_t kSubjectTableSize = 12;
+/// Returns the byte at `offset` of a constant.
+unsigned char SubjectReadConstant(SubjectConstant constant, ptrdiff_t offset);
+
 /// Writes `length` bytes into a buffer of 16 bytes on its stack. Returns the first byte.
 int SubjectOverrunStack(size_t length);
 

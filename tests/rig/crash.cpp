@@ -1,7 +1,9 @@
 #include "rig/crash.h"
 
+#include "rig/constant_guard.h"
 #include "rig/failures.h"
 #include "rig/guarded_heap.h"
+#include "rig/library.h"
 #include "rig/print.h"
 
 namespace rig {
@@ -89,12 +91,23 @@ std::string Access(ULONG_PTR kind) {
 #endif
 }
 
+// The place of an address that the library must not touch.
+std::string PlaceOf(const void* address) {
+  const std::string place = GuardedHeap::Get().Describe(address);
+  const Library* library = Library::Current();
+  if (!place.empty() || library == nullptr) {
+    return place.empty() ? "outside the guarded heap" : place;
+  }
+  const ptrdiff_t past = PastConstant(library->Handle(), address);
+  return past < 0 ? "outside the guarded heap"
+                  : std::to_string(past) + (past == 1 ? " byte" : " bytes") + " past the end of a constant";
+}
+
 std::string Describe(const EXCEPTION_RECORD& record) {
   std::string text = "crash at " + Where(record.ExceptionAddress) + ": ";
   if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2) {
     text += Access(record.ExceptionInformation[0]) + HexText(record.ExceptionInformation[1]);
-    std::string place = GuardedHeap::Get().Describe(reinterpret_cast<void*>(record.ExceptionInformation[1]));
-    return text + " (" + (place.empty() ? "outside the guarded heap" : place) + ")";
+    return text + " (" + PlaceOf(reinterpret_cast<void*>(record.ExceptionInformation[1])) + ")";
   }
   if (record.ExceptionCode == EXCEPTION_ILLEGAL_INSTRUCTION || record.ExceptionCode == EXCEPTION_BREAKPOINT) {
     return text + "trap instruction (undefined behaviour found by the checked build)";

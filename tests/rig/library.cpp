@@ -3,6 +3,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "rig/constant_guard.h"
 #include "rig/crash.h"
 #include "rig/facts.h"
 #include "rig/failures.h"
@@ -52,6 +53,7 @@ Library::Library(const std::string& file, const std::wstring& folder) : file_(fi
   if (handle_ == nullptr) {
     throw std::runtime_error("cannot load " + ToUtf8(path) + ", error " + std::to_string(GetLastError()));
   }
+  guardedConstants_ = GuardConstants(handle_);
   currentLibrary = this;
   ++generation;
   ForEachImport([](const Import& import) { Pin(import.module); });

@@ -51,6 +51,9 @@ class Library {
   HMODULE Handle() const { return handle_; }
   /// Returns the name of its file, for example "hxsetup.dll".
   const std::string& File() const { return file_; }
+  /// Returns the number of constants that end before an unreadable page; 0 unless the library was linked for
+  /// that.
+  size_t GuardedConstants() const { return guardedConstants_; }
   /// Returns the number of libraries loaded so far. An address found in one library is invalid in the next.
   static unsigned Generation();
   /// Returns the place of `code` in the library as text ("hxsetup.dll+0x1234"); empty if it lies elsewhere.
@@ -58,6 +61,7 @@ class Library {
 
  private:
   HMODULE handle_ = nullptr;
+  size_t guardedConstants_ = 0;
   std::string file_;
 };
 

@@ -20,6 +20,7 @@ HX_INTERNAL(SubjectFreeForeign);
 HX_INTERNAL(SubjectReadNull);
 HX_INTERNAL(SubjectTrap);
 HX_INTERNAL(SubjectPeek);
+HX_INTERNAL(SubjectReadConstant);
 HX_INTERNAL(SubjectOverrunStack);
 HX_INTERNAL(SubjectCount);
 HX_INTERNAL(SubjectSum);
