@@ -13,6 +13,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/packages/commands.sh
 # shellcheck source=tools/coverage/commands.sh
 . tools/coverage/commands.sh
+# shellcheck source=tools/mutants/commands.sh
+. tools/mutants/commands.sh
 
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
@@ -20,9 +22,9 @@ levels=(images unit actions install)
 otherLevels=(tools packages page)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
-commands=(setup build package check-package try test coverage check run explain bench dist lint clean help)
+commands=(setup build package check-package try test coverage mutants check run explain bench dist lint clean help)
 declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache
-  [package]="--processor --define --out" [coverage]="--processor --lines --suites")
+  [package]="--processor --define --out" [coverage]="--processor --lines --suites" [mutants]=--survivors)
 
 help_overview() {
   cat <<HELP
@@ -40,6 +42,8 @@ usage: ./hx COMMAND
        --only x64         skip ARM64 (--only arm64 skips x64)
   coverage                measure what of src/ the unit and actions tests run, and compare it with the list of what they do
                           not run; --processor arm64 or x64, --lines FILE
+  mutants [COUNT] [SEED]  change the library in small ways, and say which changes no test notices
+       --survivors        run only those again that survived
   check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   explain LOG...          say what happened in logs of Windows Installer, as docs/explain.html does
@@ -312,6 +316,7 @@ check_command_line() {
     test) read_test_words "$@" ;;
     package) read_package_words "$@" ;;
     coverage) read_coverage_words "$@" ;;
+    mutants) read_mutants_words "$@" ;;
     check-package | try) read_one_package "$name" "$@" ;;
     *) check_words "$name" "$@" ;;
   esac
@@ -612,7 +617,7 @@ dispatch() {
   local name=${1-help}
   shift || true
   case $name in
-    setup | build | coverage | check | run | explain | bench | dist | lint | clean | help) "$name" "$@" ;;
+    setup | build | coverage | mutants | check | run | explain | bench | dist | lint | clean | help) "$name" "$@" ;;
     test | package | try) "${name}_command" "$@" ;;
     check-package) check_package_command "$@" ;;
     -h | --help) help_overview ;;

@@ -5,7 +5,8 @@
 
 COMMAND is a command of the linker. Every constant section of its object files (a literal, a table) gets pages of its own: the
 section ends where a page ends, and a page full of MARK follows. The rig makes these pages unreadable when it loads the
-library. The code is not changed. The changed object files are in the folder guarded-OUTPUT beside the output.
+library. Between a constant and its page are at most 15 bytes, if the compiler aligns the constant to more than its size is a
+multiple of. The code is not changed. The changed object files are in the folder guarded-OUTPUT beside the output.
 """
 
 import struct

@@ -11,7 +11,7 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "check", "run", "explain", "bench", "dist", "lint",
+COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "mutants", "check", "run", "explain", "bench", "dist", "lint",
             "clean", "help"]
 
 
@@ -146,6 +146,17 @@ class CommandLineTest(unittest.TestCase):
                 (["--only", "x64"], f"coverage does not take the option '--only'. {more} it takes.")):
             self.assert_package_refused(["coverage", *arguments], text)
 
+    def test_mutants(self):
+        for word in ("0", "-1x", "many", "1.5", "1234567"):
+            refused = "does not take the option" if word[0] == "-" else "takes numbers from 1 on, not"
+            with self.subTest(word):
+                status, output, errors = self.hx("mutants", word)
+                self.assertEqual((status, output), (2, ""))
+                self.assertIn(f"hx: mutants {refused} '{word}'.", errors)
+        self.assert_refused(["mutants", "9", "1", "2"], "mutants does not take '2'. ./hx mutants --help lists what it takes.")
+        self.assert_refused(["mutants", "--survivers"], "mutants does not take the option '--survivers'. Did you mean "
+                                                        "--survivors? ./hx mutants --help lists what it takes.")
+
     def assert_package_refused(self, arguments, text):
         with self.subTest(arguments):
             self.assert_refused(arguments, text, self.project)
@@ -204,7 +215,7 @@ class RightCommandsTest(unittest.TestCase):
                 'hxRoot=$PWD hxCache=none\nneed_packages() { echo begun; exit 7; }\n', encoding="utf-8")
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
-                          ["coverage"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
+                          ["coverage"], ["mutants"], ["mutants", "5", "77", "--survivors"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
                           ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"],
                           ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",

@@ -13,7 +13,8 @@
 # Environment:
 #   HX_PROJECT      the folder that is Z:\hx (read-only)
 #   HX_RUN_FOLDER   the folder that is Z:\run
-#   HX_TIME_LIMIT   the seconds after which a command is ended; its status is then 124
+#   HX_TIME_LIMIT   the seconds after which a command is ended; its status is then 124. A command that sets this variable
+#                   has its own limit
 #   HX_WINEDEBUG    what Wine reports (WINEDEBUG)
 #   HX_LANE         a number, different for sessions that run at the same time: chooses the processor of this machine
 #                   that an emulated session uses
@@ -76,8 +77,12 @@ outside=()
 [[ -z ${HX_PROJECT-} ]] || outside+=(--ro-bind "$HX_PROJECT" /hx)
 [[ -z ${HX_RUN_FOLDER-} ]] || outside+=(--bind "$HX_RUN_FOLDER" /run)
 
-limited=()
-[[ -z ${HX_TIME_LIMIT-} ]] || limited=(timeout --foreground --kill-after=5 "$HX_TIME_LIMIT")
+# limit SECONDS: sets "limited", the words before a command that may take so long; "" is without a limit.
+limit() {
+  limited=()
+  [[ -z $1 ]] || limited=(timeout --foreground --kill-after=5 "$1")
+}
+limit "${HX_TIME_LIMIT-}"
 
 inside() {
   "${limited[@]}" bwrap --die-with-parent --ro-bind "$tree" / --proc /proc --dev /dev --ro-bind /sys /sys \
@@ -104,7 +109,9 @@ inside wineserver -p || die "Wine for $processor does not start"
 while read -r line; do
   eval "command=($line)"
   variables=()
+  limit "${HX_TIME_LIMIT-}"
   while [[ ${command[0]} == *=* ]]; do
+    [[ ${command[0]} != HX_TIME_LIMIT=* ]] || limit "${command[0]#*=}"
     variables+=(--setenv "${command[0]%%=*}" "${command[0]#*=}")
     command=("${command[@]:1}")
   done

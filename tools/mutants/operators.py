@@ -1,0 +1,199 @@
+"""The small changes that make a mutant of a source.
+
+The sources are formatted, which the lint checks: an operator with two operands has white space on both sides, so that the "*"
+of a pointer, the "&" of a reference and the "<" of a template are not taken for one."""
+
+import re
+from typing import NamedTuple
+
+from mutants.lexer import bodies_of, partners_of, tokens_of
+
+
+class Change(NamedTuple):
+    """A change of a source: `after` replaces `before`, which begins at the offset `start`. `name` says what it is."""
+    name: str
+    start: int
+    before: str
+    after: str
+
+    def apply(self, text):
+        end = self.start + len(self.before)
+        assert text[self.start:end] == self.before
+        return text[:self.start] + self.after + text[end:]
+
+
+# What can replace an operator with two operands.
+BETWEEN = {
+    "<": ("comparison", "<=", ">="), "<=": ("comparison", "<", ">"), ">": ("comparison", ">=", "<="),
+    ">=": ("comparison", ">", "<"), "==": ("comparison", "!="), "!=": ("comparison", "=="),
+    "+": ("arithmetic", "-"), "-": ("arithmetic", "+"), "*": ("arithmetic", "/"), "/": ("arithmetic", "*"),
+    "%": ("arithmetic", "/"), "+=": ("arithmetic", "-=", "="), "-=": ("arithmetic", "+=", "="),
+    "*=": ("arithmetic", "/=", "="), "/=": ("arithmetic", "*=", "="), "%=": ("arithmetic", "/="),
+    "&&": ("logic", "||"), "||": ("logic", "&&"),
+    "&": ("bits", "|"), "|": ("bits", "&"), "^": ("bits", "|"), "<<": ("bits", ">>"), ">>": ("bits", "<<"),
+    "&=": ("bits", "|=", "="), "|=": ("bits", "&=", "="), "^=": ("bits", "|="), "<<=": ("bits", ">>="),
+    ">>=": ("bits", "<<="),
+}
+# What can replace an operator with one operand. "" removes it.
+ALONE = {"++": ("arithmetic", "--"), "--": ("arithmetic", "++"), "!": ("logic", ""), "~": ("bits", "")}
+# The words that begin a statement with a condition in brackets.
+CONDITIONED = {"if", "while", "for"}
+# The words that a removed statement does not begin with. "break" and "continue" can be removed, and "return" without a value.
+KEPT = {"if", "else", "for", "while", "do", "switch", "case", "default", "return", "using", "static_assert", "typedef", "struct",
+        "enum", "class", "public", "private", "protected", "static", "constexpr", "template", "friend", "goto", "namespace"}
+INTEGER = re.compile(r"(0[xX][0-9a-fA-F']+|[0-9][0-9']*)([uUlLzZ]*)")
+CONSTANT = re.compile(r"k[A-Z]\w*|[A-Z][A-Z0-9]*(?:_[A-Z0-9]+)+")
+
+
+def neighbours(number):
+    """The integer literals next to one, or nothing if it is not one."""
+    match = INTEGER.fullmatch(number)
+    if not match:
+        return ()
+    digits, suffix = match[1].replace("'", ""), match[2]
+    if digits[:2].lower() == "0x":
+        value, form = int(digits, 16), "0x{:X}"
+    elif digits != "0" and digits[0] == "0":
+        value, form = int(digits, 8), "0{:o}"
+    else:
+        value, form = int(digits), "{}"
+    below = form.format(value - 1) + suffix if value else "-1"
+    return form.format(value + 1) + suffix, below
+
+
+class Places:
+    """Finds the places of a source at which a change can be made. Each place has one or more changes."""
+
+    def __init__(self, text):
+        self.text = text
+        self.tokens = tokens_of(text)
+        self.partners = partners_of(self.tokens)
+        self.places = []
+        for first, last in bodies_of(self.tokens, self.partners):
+            for index in range(first + 1, last):
+                self.visit(index)
+
+    def add(self, name, start, end, *afters):
+        if afters:
+            self.places.append([Change(name, start, self.text[start:end], after) for after in afters])
+
+    def visit(self, index):
+        token = self.tokens[index]
+        if token.kind == "number":
+            self.add("constant", token.start, token.end, *neighbours(token.text))
+        elif token.kind == "word":
+            self.visit_word(index, token)
+        elif token.kind == "sign":
+            self.visit_sign(index, token)
+        if self.begins_statement(index):
+            self.visit_statement(index, token)
+
+    def visit_word(self, index, token):
+        if token.text in ("true", "false"):
+            self.add("constant", token.start, token.end, {"true": "false", "false": "true"}[token.text])
+        elif CONSTANT.fullmatch(token.text) and self.tokens[index - 1].text not in ("::", ".", "->") and \
+                self.tokens[index + 1].text not in ("(", "[", "::", "."):
+            self.add("constant", token.start, token.end, f"({token.text} + 1)", f"({token.text} - 1)")
+        elif token.text in CONDITIONED:
+            self.visit_condition(index)
+
+    def visit_condition(self, index):
+        first = index + 1
+        if self.tokens[first].text == "constexpr":
+            return
+        last = self.partners[first]
+        # The parts between the semicolons: the condition is the last part, but the second one of "for".
+        ends, at = [first], first + 1
+        while at < last:
+            if self.tokens[at].text == ";":
+                ends.append(at)
+            at = self.partners[at] + 1 if self.tokens[at].text in ("(", "[", "{") else at + 1
+        ends.append(last)
+        if self.tokens[index].text == "for":
+            if len(ends) != 4:
+                return
+            ends = ends[:3]
+        before, after = self.tokens[ends[-2] + 1:ends[-1] + 1][0], self.tokens[ends[-1] - 1]
+        if ends[-1] - ends[-2] > 1:
+            self.negate(before.start, after.end)
+
+    def negate(self, start, end):
+        self.add("condition", start, end, f"!({self.text[start:end]})")
+
+    def visit_sign(self, index, token):
+        spaced = self.text[token.start - 1].isspace() and self.text[token.end].isspace()
+        if token.text in BETWEEN and spaced:
+            name, *afters = BETWEEN[token.text]
+            self.add(name, token.start, token.end, *afters)
+        elif token.text in ALONE and not spaced:
+            name, *afters = ALONE[token.text]
+            self.add(name, token.start, token.end, *afters)
+        elif token.text == "?" and spaced:
+            start = self.operand_before(index)
+            self.negate(start, self.tokens[index - 1].end)
+
+    def operand_before(self, index):
+        """Where the condition of the "?" at `index` begins."""
+        at = index - 1
+        while True:
+            token = self.tokens[at]
+            if token.text in (")", "]", "}"):
+                at = self.partners[at] - 1
+            elif token.text in ("(", "[", "{", ",", ";", "=", "return", "?", ":", "+=", "-=", "|=", "&="):
+                return self.tokens[at + 1].start
+            else:
+                at -= 1
+
+    def begins_statement(self, index):
+        before = self.tokens[index - 1]
+        if before.kind == "word":
+            return before.text in ("else", "do")
+        if before.text in (";", "{", "}"):
+            return not self.inside_round(index)
+        if before.text == ":":
+            return self.ends_case(index - 1)
+        if before.text == ")":
+            return self.tokens[self.partners[index - 1] - 1].text in CONDITIONED
+        return False
+
+    def inside_round(self, index):
+        """True if the next bracket around `index` is not a brace."""
+        at = index - 1
+        while self.tokens[at].text not in ("(", "[", "{"):
+            at = self.partners[at] - 1 if self.tokens[at].text in (")", "]", "}") else at - 1
+        return self.tokens[at].text != "{"
+
+    def ends_case(self, index):
+        """True if the colon at `index` ends a label."""
+        at = index - 1
+        while self.tokens[at].text not in (";", "{", "}", "?", ":"):
+            if self.tokens[at].text in ("case", "default"):
+                return True
+            at -= 1
+        return False
+
+    def visit_statement(self, index, token):
+        if token.kind == "sign" and token.text not in ("*", "++", "--", "("):
+            return
+        end = index
+        while self.tokens[end].text != ";":
+            if self.tokens[end].text in (")", "]", "}"):
+                return  # The end of an initializer in braces, or of a body without a semicolon.
+            end = self.partners[end] + 1 if self.tokens[end].text in ("(", "[", "{") else end + 1
+        last = self.tokens[end]
+        if token.text == "return" and end > index + 1:
+            first, value = self.tokens[index + 1].start, self.text[self.tokens[index + 1].start:last.start]
+            self.add("value", first, last.start, *(after for after in ("{}", f"!({value})", f"({value}) + 1")
+                                                   if value not in ("{}", "true", "false", "0", "nullptr")))
+        elif token.text not in KEPT or token.text == "return":
+            self.add("statement", token.start, last.end, ";")
+
+
+def places_of(text):
+    """The places of a source at which a change can be made, each a list of changes, in the order of the text."""
+    return sorted(Places(text).places, key=lambda changes: (changes[0].start, -len(changes[0].before)))
+
+
+def line_of(text, offset):
+    """The number of the line of an offset, from 1 on."""
+    return text.count("\n", 0, offset) + 1
