@@ -122,8 +122,11 @@ class Run:
         file = self.kept / "reach.json"
         known = read_json(file)
         if known.get("of") != self.of_all:
-            known = {"of": self.of_all, "suites": self.time_suites(tests), "lines": self.lines_of_suites()}
-            write_json(file, known)
+            known = {"of": self.of_all}
+        for part, measure in (("suites", lambda: self.time_suites(tests)), ("lines", self.lines_of_suites)):
+            if part not in known:
+                known[part] = measure()
+                write_json(file, known)
         return Reach([Suite(*suite) for suite in known["suites"]], known["lines"])
 
     def time_suites(self, tests):

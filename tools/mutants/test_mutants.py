@@ -217,7 +217,7 @@ class TestsTest(TreeTest):
         self.answers = [([], 0)]
         with self.opened() as tests:
             self.assertIsNone(tests.run("actions", "A.*:B.*", 10))
-        self.assertEqual(self.given, [({"HX_TIME_LIMIT": "55", "HX_LIBRARY_DIR": "Z:\\run\\guarded"},
+        self.assertEqual(self.given, [({"HX_TIME_LIMIT": "55", "HX_LIBRARY_DIR": "Z:\\run\\guarded", "HX_ARTIFACTS": "Z:\\run"},
                                        ["wine64", "Z:\\run\\action_tests.exe", "--gtest_flagfile=Z:\\run\\flags.txt"],
                                        "--gtest_filter=A.*:B.*\n--gtest_fail_fast\n")])
 

@@ -118,7 +118,8 @@ class Tests:
         lines = []
         try:
             status = self.windows.run(
-                {"HX_TIME_LIMIT": str(int(seconds * PATIENCE + GRACE_SECONDS)), "HX_LIBRARY_DIR": f"Z:\\run\\{libraries}"},
+                {"HX_TIME_LIMIT": str(int(seconds * PATIENCE + GRACE_SECONDS)), "HX_LIBRARY_DIR": f"Z:\\run\\{libraries}",
+                 "HX_ARTIFACTS": "Z:\\run"},
                 ["wine64", f"Z:\\run\\{PROGRAMS[level]}", "--gtest_flagfile=Z:\\run\\flags.txt", *more], lines.append)
         except Ended:
             self.close()
