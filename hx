@@ -15,6 +15,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/coverage/commands.sh
 # shellcheck source=tools/mutants/commands.sh
 . tools/mutants/commands.sh
+# shellcheck source=tools/counting/commands.sh
+. tools/counting/commands.sh
 
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
@@ -23,7 +25,7 @@ otherLevels=(tools packages page)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
 commands=(setup build package check-package try test coverage mutants check run explain bench dist lint clean help)
-declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache
+declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache [bench]=--write
   [package]="--processor --define --out" [coverage]="--processor --lines --suites" [mutants]=--survivors)
 
 help_overview() {
@@ -49,6 +51,8 @@ usage: ./hx COMMAND
   explain LOG...          say what happened in logs of Windows Installer, as docs/explain.html does
        --summary --mask   only the verdict and what needs attention; without names of users, hosts and domains
   bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
+        arm64             count the instructions of the ARM64 library, and compare them with the committed table
+       --write            write that table, for a change that is on purpose
   dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12
                           (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
        --verify           make it again in another folder, from a fresh clone, and compare
@@ -137,15 +141,6 @@ status is 0 if all runs succeeded, 1 if one did not, and 2 if a file is not a lo
 
   --summary  prints only the verdict and what needs attention
   --mask     replaces the names of users, hosts and domains
-HELP
-}
-
-help_bench() {
-  cat <<HELP
-usage: ./hx bench [full]
-
-Builds the benchmarks and runs them on x64. Takes about two minutes after the build; "full" adds trees of 10,000 and
-100,000 files and takes a quarter of an hour. docs/benchmarks.md explains the numbers.
 HELP
 }
 
@@ -314,6 +309,7 @@ check_command_line() {
   done
   case $name in
     test) read_test_words "$@" ;;
+    bench) read_bench_words "$@" ;;
     package) read_package_words "$@" ;;
     coverage) read_coverage_words "$@" ;;
     mutants) read_mutants_words "$@" ;;
@@ -335,7 +331,6 @@ check_words() {
   case $name in
     help) [[ ${#words[@]} -le 1 ]] || no_word help "${words[1]}" ;;
     explain) [[ ${#words[@]} -gt 0 ]] || wrong "explain needs a log. ./hx explain --help lists what it takes." ;;
-    bench) [[ ${#words[@]} -eq 0 || ${words[*]} == full ]] || no_word bench "${words[*]}" full ;;
     *) [[ ${#words[@]} -eq 0 ]] || no_word "$name" "${words[0]}" ${optionsOf[$name]+"${optionsOf[$name]}"} ;;
   esac
 }
@@ -493,34 +488,11 @@ run() {
   HX_RUN_FOLDER=$runFolder tools/demonstration/run.sh
 }
 
-take_bench() {
-  build_presets x64
-  build_preset x64 empty
-  build_preset arm64 hxsetup
-  build_preset x64-tests bench
-  cp build/x64-tests/bench_*.exe build/x64/*.dll "$runFolder/"
-  cp build/arm64/hxsetup.dll "$runFolder/hxsetup-arm64.dll"
-}
-
 # Prints what logs mean. The names of the logs are those of the folder in which hx was called.
 explain() {
   command -v node >/dev/null || die "explain needs Node.js 18 or newer: apt-get install nodejs"
   cd "$callerFolder"
   node "$hxRoot/explain/explain.mjs" "$@"
-}
-
-bench() {
-  local program
-  need_packages
-  need_windows x64
-  with_build_lock take_bench
-  for program in "$runFolder"/bench_*.exe; do
-    program=$(basename "$program")
-    say "running $program"
-    tools/windows/windows.py x64 --folder "$runFolder" -- \
-      'HX_LIBRARY_DIR=Z:\run' 'HX_ARTIFACTS=Z:\run' wine64 "Z:\\run\\$program" "$@" ||
-      die "$program failed"
-  done
 }
 
 dist() {
@@ -561,7 +533,7 @@ lint() {
   need_page_tools
   with_build_lock build_presets x64
   say "clang-format"
-  mapfile -t files < <(find src tests hxrun bench packages tools -name '*.cpp' -o -name '*.h' | sort)
+  mapfile -t files < <(find src tests hxrun bench packages tools -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
   say "shellcheck"
   shellcheck -x hx hxrun/*.sh tools/*/*.sh || failed=1
@@ -617,8 +589,8 @@ dispatch() {
   local name=${1-help}
   shift || true
   case $name in
-    setup | build | coverage | mutants | check | run | explain | bench | dist | lint | clean | help) "$name" "$@" ;;
-    test | package | try) "${name}_command" "$@" ;;
+    setup | build | coverage | mutants | check | run | explain | dist | lint | clean | help) "$name" "$@" ;;
+    test | package | try | bench) "${name}_command" "$@" ;;
     check-package) check_package_command "$@" ;;
     -h | --help) help_overview ;;
   esac

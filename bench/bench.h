@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "rig/marks.h"
+
 namespace bench {
 
 /// The ratio of a subject that is not part of a case.
@@ -42,14 +44,40 @@ inline std::string LibraryFolder() {
   return std::string(folder) + "\\";
 }
 
-/// Returns the function `name` of hxinternals.dll, which exports every operation and stays loaded.
-template <class Function>
-Function* Internal(const char* name) {
+/// Returns hxinternals.dll, which exports every operation and stays loaded.
+inline HMODULE Internals() {
   static const HMODULE module = LoadLibraryA((LibraryFolder() + "hxinternals.dll").c_str());
   if (!module) Die("cannot load hxinternals.dll: error %lu", GetLastError());
-  const FARPROC address = GetProcAddress(module, name);
+  return module;
+}
+
+/// Returns the function `name` of hxinternals.dll.
+template <class Function>
+Function* Internal(const char* name) {
+  const FARPROC address = GetProcAddress(Internals(), name);
   if (!address) Die("hxinternals.dll does not export %s", name);
   return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
+}
+
+/// Makes the instructions of hxinternals.dll those that are counted as the library's own.
+inline void MarkLibrary() {
+  if (rig::IsCounted()) rig::MarkImage(Internals());
+}
+
+/// Writes what was counted since the last count: the table, the subject and the case that it belongs to.
+inline void WriteCount(const std::string& table, const std::string& subject, const std::string& name) {
+  rig::MarkWrite(table + "\t" + subject + "\t" + name);
+}
+
+/// Counts the instructions of one run of `work`. It runs twice before, so that what it keeps is there.
+template <class Work>
+void CountWork(const std::string& table, const std::string& subject, const std::string& name, Work work) {
+  work();
+  work();
+  rig::MarkBegin();
+  work();
+  rig::MarkEnd();
+  WriteCount(table, subject, name);
 }
 
 /// Does the work `count` times.
@@ -123,13 +151,17 @@ class Table {
   Table(std::string title, std::vector<std::string> rivals)
       : title_(std::move(title)), rivals_(std::move(rivals)) {}
 
+  /// Returns the heading.
+  const std::string& Title() const { return title_; }
+
   /// Adds a case with one ratio for each rival.
   void Add(std::string name, std::vector<double> ratios) {
     rows_.push_back({std::move(name), std::move(ratios)});
   }
 
-  /// Prints the whole table.
+  /// Prints the whole table, unless instructions are counted.
   void Print() const {
+    if (rig::IsCounted()) return;
     std::printf("\n%s\n", title_.c_str());
     PrintStart("");
     for (const std::string& rival : rivals_) std::printf(" %10s", rival.c_str());

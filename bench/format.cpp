@@ -6,6 +6,9 @@
 //   stb       stb_sprintf
 //   fmt       {fmt}, through vformat_to_n
 //   fastest   the quickest of snprintf, stb and fmt in each case
+//
+// If instructions are counted, nothing is timed: each case is counted once for each formatter but that of the
+// system, which is not compiled by this project.
 #include <cstdarg>
 #include <cstdint>
 
@@ -20,8 +23,21 @@
 
 #include "bench.h"
 #include "format/format.h"
+#include "values.h"
 
 namespace {
+
+using bench::Code;
+using bench::Count;
+using bench::Double;
+using bench::Key;
+using bench::kRows;
+using bench::Long;
+using bench::LongCode;
+using bench::LongNumber;
+using bench::Number;
+using bench::WideWord;
+using bench::Word;
 
 // The capacity of a log line, with the terminator.
 constexpr unsigned kBufferSize = 256;
@@ -35,9 +51,12 @@ struct Formats {
 struct Hx {
   template <class... Arguments>
   static unsigned Format(char* buffer, const Formats& formats, Arguments... arguments) {
-    static const auto formatString = bench::Internal<decltype(FormatString)>("FormatString");
     return formatString(buffer, kBufferSize, formats.printf, arguments...);
   }
+
+  // Bound before the first call, so that no call looks whether it is.
+  static inline decltype(FormatString)* const formatString =
+      bench::Internal<decltype(FormatString)>("FormatString");
 };
 
 struct Snprintf {
@@ -96,98 +115,6 @@ struct Fmt {
   }
 };
 
-// Rows of values, so that a formatter does not get the same ones each time. The number of rows is a power of
-// two.
-constexpr unsigned kRows = 16;
-constexpr int kNumbers[kRows] = {0,   7,     42,     100,     1603,     -1,      99999,      -2147024891,
-                                 255, 65535, 123456, 7654321, 87654321, -314159, 2147483647, -2147483647 - 1};
-constexpr int kCounts[kRows] = {0, 1, 3, 7, 12, 25, 31, 48, 59, 99, 128, 365, 999, 1024, 1999, 2026};
-constexpr unsigned kCodes[kRows] = {0,          1,          0x57,       0x643,      0x80070005, 0x80004005,
-                                    0x80041318, 0xC0000005, 0xFFFFFFFF, 0x12345678, 0xDEADBEEF, 0x80,
-                                    0xFF,       0xABCDEF,   0x7FFFFFFF, 0x80000000};
-constexpr long long kLongNumbers[kRows] = {0,
-                                           9,
-                                           -10,
-                                           12345,
-                                           4294967296,
-                                           -4294967297,
-                                           1000000000000,
-                                           999999999999999,
-                                           1700000000,
-                                           -1700000000,
-                                           1,
-                                           2,
-                                           281474976710655,
-                                           72057594037927935,
-                                           9223372036854775807,
-                                           -9223372036854775807};
-constexpr double kDoubles[kRows] = {0.0,     1.0,   0.1,      3.14159265358979, -2.5,   1234.5678,
-                                    99999.5, 1e6,   1e-3,     -0.00042,         365.25, 6.02214,
-                                    273.15,  -40.0, 0.333333, 8192.25};
-const char* const kWords[kRows] = {
-    "site", "10.2.1.4077",   "default",      "64-bit", "options", "vantor", "host-4711", "",
-    "x",    "assetLocation", "NT AUTHORITY", "Ostrel", "yes",     "logon",  "S-1-5-18",  "LocalSystem"};
-const char* const kKeys[kRows] = {
-    "{6F1C0F0E-94B5-4E2C-8B86-0C1D7A3B5E11}", "{A0E7F0B2-1D44-4D0B-9F3E-5A6B7C8D9E0F}",
-    "{00000000-0000-0000-0000-000000000000}", "{12345678-9ABC-DEF0-1234-56789ABCDEF0}",
-    "{6F1C0F0E-94B5-4E2C-8B86-0C1D7A3B5E12}", "{A0E7F0B2-1D44-4D0B-9F3E-5A6B7C8D9E1F}",
-    "{00000000-0000-0000-0000-000000000001}", "{12345678-9ABC-DEF0-1234-56789ABCDEF1}",
-    "{6F1C0F0E-94B5-4E2C-8B86-0C1D7A3B5E13}", "{A0E7F0B2-1D44-4D0B-9F3E-5A6B7C8D9E2F}",
-    "{00000000-0000-0000-0000-000000000002}", "{12345678-9ABC-DEF0-1234-56789ABCDEF2}",
-    "{6F1C0F0E-94B5-4E2C-8B86-0C1D7A3B5E14}", "{A0E7F0B2-1D44-4D0B-9F3E-5A6B7C8D9E3F}",
-    "{00000000-0000-0000-0000-000000000003}", "{12345678-9ABC-DEF0-1234-56789ABCDEF3}"};
-const wchar_t* const kWideWords[kRows] = {L"LocalSystem",
-                                          L"NT AUTHORITY\\LocalService",
-                                          L".\\ostrel",
-                                          L"QUILLFERN\\svc-ostrel",
-                                          L"C:\\Program Files",
-                                          L"a",
-                                          L"host-4711",
-                                          L"Console",
-                                          L"C:\\ProgramData\\Quillfern\\Ostrel\\data",
-                                          L"services",
-                                          L"Everyone",
-                                          L"operator",
-                                          L"S-1-5-32-544",
-                                          L"RDP-Tcp#17",
-                                          L"vantor",
-                                          L"D:\\data"};
-
-constexpr unsigned Row(unsigned i, unsigned column = 0) {
-  return (i + column * 5) % kRows;
-}
-
-constexpr int Number(unsigned i, unsigned column = 0) {
-  return kNumbers[Row(i, column)];
-}
-constexpr long Long(unsigned i, unsigned column = 0) {
-  return kNumbers[Row(i, column)];
-}
-constexpr int Count(unsigned i, unsigned column = 0) {
-  return kCounts[Row(i, column)];
-}
-constexpr unsigned Code(unsigned i, unsigned column = 0) {
-  return kCodes[Row(i, column)];
-}
-constexpr unsigned long LongCode(unsigned i, unsigned column = 0) {
-  return kCodes[Row(i, column)];
-}
-constexpr long long LongNumber(unsigned i, unsigned column = 0) {
-  return kLongNumbers[Row(i, column)];
-}
-constexpr double Double(unsigned i, unsigned column = 0) {
-  return kDoubles[Row(i, column)];
-}
-const char* Word(unsigned i, unsigned column = 0) {
-  return kWords[Row(i, column)];
-}
-const char* Key(unsigned i) {
-  return kKeys[Row(i)];
-}
-const wchar_t* WideWord(unsigned i, unsigned column = 0) {
-  return kWideWords[Row(i, column)];
-}
-
 template <class Engine, class Arguments>
 unsigned FormatRow(char* buffer, const Formats& formats, Arguments arguments, unsigned i) {
   return arguments(i, [&](auto... values) { return Engine::Format(buffer, formats, values...); });
@@ -216,6 +143,22 @@ void Verify(const char* engine, const Formats& formats, Arguments arguments) {
   }
 }
 
+// Counts the instructions of all rows, from the call to its return.
+template <class Engine, class Arguments>
+void CountRows(const bench::Table& table, const char* engine, const Formats& formats, Arguments arguments) {
+  char buffer[kBufferSize];
+  for (unsigned i = 0; i < kRows; ++i) {
+    arguments(i, [&](auto... values) {
+      rig::MarkBegin();
+      bench::Keep(Engine::Format(buffer, formats, values...));
+      rig::MarkEnd();
+      bench::Keep(buffer);
+      return 0u;
+    });
+  }
+  bench::WriteCount(table.Title(), engine, formats.printf);
+}
+
 // Measures one case. `arguments(i, call)` calls `call` with the values of row i.
 template <class Arguments>
 void Measure(bench::Table* table, Formats formats, Arguments arguments) {
@@ -230,6 +173,14 @@ void Measure(bench::Table* table, Formats formats, Arguments arguments) {
     Verify<Fmt>("fmt", formats, arguments);
     subjects[3] = MakeBatch<Stb>(formats, arguments);
     subjects[4] = MakeBatch<Fmt>(formats, arguments);
+  }
+  if (rig::IsCounted()) {
+    CountRows<Hx>(*table, "hx", formats, arguments);
+    CountRows<Snprintf>(*table, "snprintf", formats, arguments);
+    if (wide) return;
+    CountRows<Stb>(*table, "stb", formats, arguments);
+    CountRows<Fmt>(*table, "fmt", formats, arguments);
+    return;
   }
   std::vector<double> ratios = bench::Ratios(subjects);
   ratios.push_back(wide ? ratios[0] : std::min({ratios[0], ratios[2], ratios[3]}));
@@ -313,6 +264,7 @@ void MeasureMix() {
 }  // namespace
 
 int main() {
+  bench::MarkLibrary();
   std::printf("Format engine: how many times as long the others take (above 1: the engine is quicker)\n");
   MeasureMessages();
   MeasureWideMessages();

@@ -7,6 +7,8 @@
 //            whole path and against its UTF-8 text, u8string()
 //   to wide  makes a new wide string for a system call: PathToWide against a copy of native()
 //   way      all steps of an action: a folder, names appended to it, and the wide string
+//
+// If instructions are counted, nothing is timed: each job is counted once for each of the two.
 #include <filesystem>
 #include <string>
 
@@ -74,6 +76,7 @@ class Pair {
 
   double Join() const {
     return Compare(
+        "join",
         [this] {
           PathObject* joined = Hx().make(hxPath_, kLeaf, -1);
           bench::Keep(joined);
@@ -86,23 +89,26 @@ class Pair {
   }
 
   double FlattenAgainstCopy() const {
-    return Compare([this] { Flatten(); },
-                   [this] {
-                     const fs::path copy = path_;
-                     bench::Keep(copy);
-                   });
+    return Compare(
+        "flat/copy", [this] { Flatten(); },
+        [this] {
+          const fs::path copy = path_;
+          bench::Keep(copy);
+        });
   }
 
   double FlattenAgainstUtf8() const {
-    return Compare([this] { Flatten(); },
-                   [this] {
-                     const std::u8string text = path_.u8string();
-                     bench::Keep(text);
-                   });
+    return Compare(
+        "flat/utf-8", [this] { Flatten(); },
+        [this] {
+          const std::u8string text = path_.u8string();
+          bench::Keep(text);
+        });
   }
 
   double ToWide() const {
     return Compare(
+        "to wide",
         [this] {
           wchar_t* wide = Hx().toWide(hxPath_);
           bench::Keep(wide);
@@ -116,6 +122,7 @@ class Pair {
 
   double Way() const {
     return Compare(
+        "way",
         [this] {
           PathObject* path = hxFolder_;
           path->ops.Retain(path);
@@ -141,7 +148,13 @@ class Pair {
   static constexpr char kLeaf[] = "settings.ini";
 
   template <class Ours, class Theirs>
-  static double Compare(Ours ours, Theirs theirs) {
+  double Compare(const char* job, Ours ours, Theirs theirs) const {
+    if (rig::IsCounted()) {
+      const std::string name = std::string(job) + ": " + sample_.name;
+      bench::CountWork("Paths", "hx", name, ours);
+      bench::CountWork("Paths", "standard", name, theirs);
+      return bench::kNone;
+    }
     const auto repeat = [](auto work) {
       return [work](unsigned count) {
         while (count--) work();
@@ -177,6 +190,7 @@ const Sample kSamples[] = {
 }  // namespace
 
 int main() {
+  bench::MarkLibrary();
   std::printf(
       "Paths: how many times as long std::filesystem::path takes (above 1: the path value is quicker)\n");
   bench::Table table("PathMake, PathFlatten, PathToWide",

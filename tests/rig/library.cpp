@@ -7,6 +7,7 @@
 #include "rig/crash.h"
 #include "rig/facts.h"
 #include "rig/failures.h"
+#include "rig/marks.h"
 #include "rig/print.h"
 
 namespace rig {
@@ -37,6 +38,27 @@ void Pin(const std::string& module) {
   if (pinned.find(module) == pinned.end()) {
     pinned[module] = LoadLibraryA(module.c_str());
   }
+}
+
+// Grows the stack beyond what an action needs: an instruction that touches a page for the first time would be
+// executed, and counted, twice.
+__attribute__((noinline)) void GrowStack() {
+  constexpr size_t kSize = 256 * 1024, kPage = 4096;
+  volatile char room[kSize];
+  for (size_t at = kSize; at >= kPage; at -= kPage) room[at - kPage] = 0;
+}
+
+// Calls an action; counts its instructions if those of this program are counted.
+template <class Action>
+UINT CallCounted(HMODULE library, const std::string& name, Action action) {
+  if (!IsCounted()) return action();
+  MarkImage(library);
+  GrowStack();
+  MarkBegin();
+  const UINT result = action();
+  MarkEnd();
+  MarkWrite("Actions\thx\t" + name);
+  return result;
 }
 
 }  // namespace
@@ -134,7 +156,8 @@ UINT Library::CustomAction(int number, unsigned long session) const {
     return ~0U;
   }
   const ObservedCall call(file_, number);
-  const UINT result = CallGuarded([&] { return action(session); });
+  const UINT result =
+      CallGuarded([&] { return CallCounted(handle_, name, [&] { return action(session); }); });
   call.Returned(result);
   return result;
 }

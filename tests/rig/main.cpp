@@ -7,6 +7,7 @@
 #include "rig/coverage.h"
 #include "rig/facts.h"
 #include "rig/failures.h"
+#include "rig/marks.h"
 
 void rig::OnFault(const std::string& text) {
   ADD_FAILURE() << text;
@@ -23,6 +24,13 @@ class CoverageWriter : public testing::EmptyTestEventListener {
   }
 };
 
+// Names the test whose actions are counted next.
+class TestNames : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo& test) override {
+    rig::MarkWrite(std::string("Test\thx\t") + test.test_suite_name() + "." + test.name());
+  }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -33,5 +41,6 @@ int main(int argc, char** argv) {
   rig::BeginCoverage();
   testing::InitGoogleTest(&argc, argv);
   testing::UnitTest::GetInstance()->listeners().Append(new CoverageWriter);
+  if (rig::IsCounted()) testing::UnitTest::GetInstance()->listeners().Append(new TestNames);
   return RUN_ALL_TESTS();
 }

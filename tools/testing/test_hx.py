@@ -87,6 +87,7 @@ class CommandLineTest(unittest.TestCase):
 
     def test_help_names_each_option(self):
         for command, option in (("test", "--only"), ("dist", "--verify"), ("clean", "--cache"), ("bench", "full"),
+                                ("bench", "arm64"), ("bench", "--write"),
                                 ("explain", "--summary"), ("explain", "--mask")):
             with self.subTest(command):
                 self.assertIn(option, self.hx(command, "--help")[1])
@@ -117,6 +118,10 @@ class CommandLineTest(unittest.TestCase):
                 (["clean", "cache"],
                  "clean does not take 'cache'. Did you mean --cache? ./hx clean --help lists what it takes."),
                 (["bench", "ful"], "bench does not take 'ful'. Did you mean full? ./hx bench --help lists what it takes."),
+                (["bench", "amr64"], "bench does not take 'amr64'. Did you mean arm64? ./hx bench --help lists what it takes."),
+                (["bench", "full", "arm64"], "bench does not take 'arm64'. ./hx bench --help lists what it takes."),
+                (["bench", "--write"], "--write belongs to 'bench arm64'. ./hx bench --help lists what bench takes."),
+                (["bench", "full", "--write"], "--write belongs to 'bench arm64'. ./hx bench --help lists what bench takes."),
                 (["test", "unti"], "test does not take 'unti'. Did you mean unit? ./hx test --help lists what it takes."),
                 (["test", "unit", "Path*", "Tree*"],
                  "test does not take 'Tree*'. ./hx test --help lists what it takes."),
@@ -216,7 +221,7 @@ class RightCommandsTest(unittest.TestCase):
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
                           ["coverage"], ["mutants"], ["mutants", "5", "77", "--survivors"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
-                          ["bench", "full"], ["dist"], ["dist", "--verify"], ["lint"],
+                          ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["dist", "--verify"], ["lint"],
                           ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",
                            f"{project}/own.wxs"],

@@ -1,0 +1,128 @@
+"""Reading, comparing and printing counts."""
+
+import unittest
+
+from counting.counts import (Count, CountError, Report, differences_between, own_counts, read_actions, read_counts, read_table,
+                             table_text)
+
+LINES = ["100 110 Texts\thx\t%d", "0 220 Texts\tsnprintf\t%d", "0 55 Texts\tstb\t%d", "0 110 Texts\tfmt\t%d",
+         "200 200 Texts\thx\t%s  of %s", "0 400 Texts\tsnprintf\t%s  of %s",
+         "0 800 Texts\tstb\t%s  of %s", "0 800 Texts\tfmt\t%s  of %s",
+         "7 30 Paths\thx\tjoin: C:\\", "0 15 Paths\tstandard\tjoin: C:\\"]
+
+
+def tables():
+    return read_counts(LINES)
+
+
+class ReadingTest(unittest.TestCase):
+    def test_each_line_is_one_count(self):
+        self.assertEqual(tables()["Texts"]["%d"], {"hx": Count(100, 110), "snprintf": Count(0, 220), "stb": Count(0, 55),
+                                                   "fmt": Count(0, 110)})
+        self.assertEqual(list(tables()), ["Texts", "Paths"])
+
+    def test_a_second_case_of_a_name(self):
+        rows = read_counts(["1 1 T\thx\t%s", "2 2 T\tfmt\t%s", "3 3 T\thx\t%s", "4 4 T\tfmt\t%s", "5 5 T\thx\t%s"])["T"]
+        self.assertEqual(rows, {"%s": {"hx": Count(1, 1), "fmt": Count(2, 2)}, "%s (2)": {"hx": Count(3, 3), "fmt": Count(4, 4)},
+                                "%s (3)": {"hx": Count(5, 5)}})
+
+    def test_other_lines_are_refused(self):
+        for line in ("", "1 Texts\thx\t%d", "1 2 Texts hx %d", "-1 2 Texts\thx\t%d"):
+            with self.subTest(line), self.assertRaisesRegex(CountError, "this is not a line of the counter"):
+                read_counts([line])
+
+    def test_the_first_call_of_an_entry_point_in_its_test(self):
+        lines = ["0 0 Test\thx\tA.One", "5 50 Actions\thx\tCustomAction7", "6 60 Actions\thx\tCustomAction7",
+                 "0 0 Test\thx\tA.Two", "8 80 Actions\thx\tCustomAction7", "9 90 Actions\thx\tCustomAction28"]
+        wanted = [("CustomAction28", "A.Two"), ("CustomAction7", "A.One")]
+        self.assertEqual(read_actions(lines, wanted), {"Actions": {"CustomAction28": {"hx": Count(9, 0)},
+                                                                   "CustomAction7": {"hx": Count(5, 0)}}})
+
+    def test_an_entry_point_that_its_test_does_not_call(self):
+        with self.assertRaisesRegex(CountError, "not called: CustomAction8 in A.One"):
+            read_actions(["0 0 Test\thx\tA.One", "5 50 Actions\thx\tCustomAction7"],
+                         [("CustomAction7", "A.One"), ("CustomAction8", "A.One")])
+
+
+class TwoRunsTest(unittest.TestCase):
+    def test_equal(self):
+        self.assertEqual(differences_between(tables(), tables()), [])
+
+    def test_each_difference_is_named(self):
+        other = read_counts(["101" + LINES[0][3:], *LINES[1:-1]])
+        self.assertEqual(differences_between(tables(), other), [
+            "Texts / %d / hx: Count(own=100, all=110) and Count(own=101, all=110)",
+            "Paths / join: C:\\ / standard: Count(own=0, all=15) and None"])
+
+
+class TableTest(unittest.TestCase):
+    def test_the_text(self):
+        text = table_text(own_counts(tables()))
+        self.assertTrue(text.startswith("# The instructions of the library itself on ARM64"))
+        self.assertEqual(text.split("\n\n", 1)[1],
+                         "Texts\n     100  %d\n     200  %s  of %s\n\nPaths\n       7  join: C:\\\n")
+
+    def test_it_is_read_as_it_was_written(self):
+        counts = own_counts(tables())
+        self.assertEqual(read_table(table_text(counts)), counts)
+
+    def test_a_damaged_table(self):
+        for text in ("  12  no heading\n", "Texts\n  x  %d\n", "Texts\n  12\n"):
+            with self.subTest(text), self.assertRaisesRegex(CountError, r"line \d of the table is not 'COUNT  NAME'"):
+                read_table(text)
+
+
+class ReportTest(unittest.TestCase):
+    def report(self, **changes):
+        """The report against a table that differs by `changes` of the counts of "%d" (None: not in it) and of others."""
+        committed = own_counts(tables())
+        for name, count in changes.items():
+            if count is None:
+                del committed["Texts"]["%d"]
+            elif name == "d":
+                committed["Texts"]["%d"] = count
+            else:
+                committed["Texts"][name] = count
+        return Report(tables(), committed)
+
+    def row(self, report, name):
+        line, = [line for line in report.lines if line.startswith(f"  {name} ")]
+        return line.split()
+
+    def test_nothing_differs(self):
+        report = self.report()
+        self.assertEqual(report.changed, 0)
+        self.assertEqual(report.lines[-1], "The library's own counts, 3, are those of bench/counts/arm64.txt.")
+        self.assertEqual(self.row(report, "%d"), ["%d", "100", "2.00", "0.50", "1.00"])
+
+    def test_a_planted_difference_is_reported(self):
+        for count, words in ((99, ["+1", "(+1.0%)"]), (125, ["-25", "(-20.0%)"]), (0, ["+100"]), (None, ["new"])):
+            with self.subTest(count):
+                report = self.report(d=count)
+                self.assertEqual(report.changed, 1)
+                self.assertEqual(self.row(report, "%d"), ["%d", "100", "2.00", "0.50", "1.00", *words])
+                self.assertEqual(report.lines[-1], "Of the library's own counts, 1 differ from bench/counts/arm64.txt. If this is "
+                                                   "on purpose, write them: ./hx bench arm64 --write")
+
+    def test_a_case_that_is_gone(self):
+        report = self.report(old=5)
+        self.assertEqual(report.changed, 1)
+        self.assertIn("gone: Texts / old", report.lines)
+
+    def test_the_means_and_the_aim(self):
+        report = self.report()
+        # Of 2.00 and 2.00, 0.50 and 4.00, 1.00 and 4.00; in the table of paths 0.50.
+        self.assertEqual([line.split()[2:] for line in report.lines if line.startswith("  geometric mean")],
+                         [["2.00", "1.41", "2.00"], ["0.50"]])
+        self.assertEqual(report.lines[-2], "All formats, geometric mean: snprintf 2.00, stb 1.41, fmt 2.00. The aim, fewer "
+                                           "instructions than each, is met.")
+
+    def test_the_aim_is_not_met(self):
+        lines = [line.replace("800", "200") if "\tstb\t" in line else line for line in LINES]
+        report = Report(read_counts(lines), own_counts(read_counts(lines)))
+        self.assertEqual(report.lines[-2], "All formats, geometric mean: snprintf 2.00, stb 0.71, fmt 2.00. The aim, fewer "
+                                           "instructions than each, is not met: not fewer than stb.")
+
+
+if __name__ == "__main__":
+    unittest.main()
