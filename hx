@@ -308,13 +308,10 @@ check_command_line() {
     esac
   done
   case $name in
-    test) read_test_words "$@" ;;
-    bench) read_bench_words "$@" ;;
-    package) read_package_words "$@" ;;
-    coverage) read_coverage_words "$@" ;;
-    mutants) read_mutants_words "$@" ;;
     check-package | try) read_one_package "$name" "$@" ;;
-    *) check_words "$name" "$@" ;;
+    *)
+      if declare -F "read_${name}_words" >/dev/null; then "read_${name}_words" "$@"; else check_words "$name" "$@"; fi
+      ;;
   esac
 }
 
@@ -589,11 +586,11 @@ dispatch() {
   local name=${1-help}
   shift || true
   case $name in
-    setup | build | coverage | mutants | check | run | explain | dist | lint | clean | help) "$name" "$@" ;;
-    test | package | try | bench) "${name}_command" "$@" ;;
-    check-package) check_package_command "$@" ;;
-    -h | --help) help_overview ;;
+    -h | --help) name=help ;;
   esac
+  # Some commands are functions with another name, because a program or a variable has theirs.
+  if declare -F "${name//-/_}_command" >/dev/null; then name=${name//-/_}_command; fi
+  "$name" "$@"
 }
 
 main() {
