@@ -9,6 +9,8 @@ import { WORDS } from "../source/words.mjs";
 /** @typedef {(line: number) => void} Show */
 
 const words = WORDS.page;
+/** The most entries of a list: a page with more of them does not answer any more. */
+const MOST = 300;
 const LANES = /** @type {const} */ (["client", "server", "script", "rollback"]);
 
 /** @param {number} line @param {Show} show */
@@ -103,7 +105,12 @@ export function courseCard(report, show) {
       }
       folded = [];
     };
+    let left = 0;
     for (const step of report.course) {
+      if (rows.length >= MOST && !step.failed) {
+        left += 1;
+        continue;
+      }
       if (!all && !step.entry && !step.failed && !step.ignored) {
         if (folded.length && laneOf(folded[0]) !== laneOf(step)) flush();
         folded.push(step);
@@ -116,6 +123,7 @@ export function courseCard(report, show) {
     // One by one: a call takes fewer arguments than a log can have actions.
     list.replaceChildren();
     for (const row of rows) list.append(row);
+    if (left) list.append(element("li.more", {}, words.more(left)));
   }
 
   draw();
@@ -141,7 +149,7 @@ export function saidCard(report, show) {
   if (!report.said.length) made.append(element("p", {}, WORDS.nothingSaid));
   let group = made;
   let action = -2;
-  for (const line of report.said) {
+  for (const line of report.said.slice(0, MOST)) {
     if (line.action !== action) {
       action = line.action;
       const step = report.course[action];
@@ -152,6 +160,7 @@ export function saidCard(report, show) {
     }
     group.append(saidElement(line, show));
   }
+  if (report.said.length > MOST) made.append(element("p.more", {}, words.more(report.said.length - MOST)));
   return made;
 }
 
@@ -162,11 +171,12 @@ export function unsaidCard(report, show) {
   const part = (title, remarks, open) => {
     if (!remarks.length) return;
     made.append(element("h3", {}, `${title} (${remarks.length})`));
-    for (const remark of remarks) {
+    for (const remark of remarks.slice(0, MOST)) {
       made.append(element("details", { open },
         element("summary", {}, element("span.name", {}, remark.name), ": ", rich(remark.text)), values(remark.values),
         ...[[words.why, remark.why], [words.result, remark.result], [words.todo, remark.todo]].map(([label, text]) => text ? pair(label || "", text) : null), element("p", {}, lineLink(remark.line, show)), remark.anchor ? see(remark.anchor, sectionOf(remark.anchor)) : null));
     }
+    if (remarks.length > MOST) made.append(element("p.more", {}, words.more(remarks.length - MOST)));
   };
   part(WORDS.headings.notRun, report.notRun, true);
   part(WORDS.headings.errors, report.errors, true);

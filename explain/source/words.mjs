@@ -124,6 +124,8 @@ export const WORDS = {
     searchLabel: "Search the log", found: (/** @type {number} */ count, /** @type {boolean} */ more) => count === 0 ? "not found" : `${more ? "more than " : ""}${count} found`,
     next: "Next", previous: "Previous", logLabel: "Lines of the log", none: "No line of the log is of this kind.",
     meaning: "Meaning", why: "Why", result: "Where to see the result", todo: "What to do", given: "Given to the action", details: "The page on troubles", link: (/** @type {string} */ section) => `Troubleshooting: ${section}`,
-    levels: { good: "No fault", note: "To know", look: "Look at this" }, nothing: "Nothing to report.", skip: "Skip to the explanation",
+    levels: { good: "No fault", note: "To know", look: "Look at this" }, nothing: "Nothing to report.",
+    more: (/** @type {number} */ count) => `${count === 1 ? "One more is" : `${count.toLocaleString("en")} more are`} not shown here. "Copy everything" has all of them.`,
+    skip: "Skip to the explanation",
   },
 };
