@@ -1,7 +1,7 @@
 #!/bin/bash
 # Links a program of the tests' compiler for release: hxrun/link-guarded.sh COMPILER OUTPUT RESOURCE INPUT...
 #
-# The compiler's own linker has no options for Control Flow Guard. So this asks the compiler which files it would link,
+# The compiler checks calls if -mguard=cf asks for it, but its own linker has no options for Control Flow Guard. So this asks the compiler which files it would link,
 # among them its C++ library, and links the same files with lld.
 set -euo pipefail
 compiler=$1 output=$2 resource=$3

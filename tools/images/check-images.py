@@ -204,6 +204,42 @@ def check_load_config(image):
     return reasons
 
 
+def guarded_calls(image, slot):
+    """The number of instructions that call, or load, what the pointer at `slot` of the load configuration says."""
+    found = 0
+    for section in image.sections:
+        if not section.executable:
+            continue
+        code = image.bytes[section.raw_offset:section.raw_offset + min(section.raw_size, section.size)]
+        if image.processor == "x64":
+            # call or jmp qword ptr [rip + distance]
+            for match in re.finditer(rb"\xff[\x15\x25](?=(.{4}))", code, re.DOTALL):
+                distance = struct.unpack("<i", match[1])[0]
+                found += section.rva + match.start() + 6 + distance == slot
+            continue
+        pages = {}
+        for at in range(0, len(code) - 3, 4):
+            word = struct.unpack_from("<I", code, at)[0]
+            if word & 0x9F000000 == 0x90000000:  # adrp: the page of an address
+                offset = (word >> 5 & 0x7FFFF) << 2 | word >> 29 & 3
+                page = (section.rva + at >> 12) + (offset - (1 << 21 if offset >> 20 else 0))
+                pages[word & 31] = page << 12
+            elif word & 0xFFC00000 == 0xF9400000:  # ldr: eight bytes in that page
+                found += pages.get(word >> 5 & 31, -1) + (word >> 10 & 0xFFF) * 8 == slot
+    return found
+
+
+def check_guarded_calls(image):
+    """Checks that the program's calls through pointers go through Control Flow Guard. Those of its C++ library do not, so
+    this only says that some do."""
+    # The compiler calls through the dispatch function on x64, and calls the check function before the target on ARM64.
+    field = "GuardCFCheckDispatch" if image.processor == "x64" else "GuardCFCheckFunction"
+    address = image.load_config.number(field) if image.load_config.entries else None
+    if not address:
+        return []  # Reported by check_load_config.
+    return [] if guarded_calls(image, address - image.base) else ["no call through a pointer is checked"]
+
+
 def check_stack_guard(image):
     """Checks that the loader can find and replace the stack cookie, and that functions compare it."""
     if not image.load_config.entries:
@@ -352,13 +388,14 @@ CHECKS = {
     "size": check_size,
 }
 
-# The program contains parts of another compiler, so there is no check of its code.
+# The program contains the C++ library of another compiler, so not all of its code is checked.
 PROGRAM_CHECKS = {
     "machine": check_machine,
     "imports": check_system_imports,
     "version-resource": check_version,
     "flags": check_flags,
     "load-configuration": check_load_config,
+    "guarded-calls": check_guarded_calls,
     "sections": check_sections,
     "no-local-paths": check_no_local_paths,
     "timestamps": check_timestamps,

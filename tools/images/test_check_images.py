@@ -540,6 +540,13 @@ class ProgramTest(ImageTest):
 
         self.assert_program_fails(self.program(clear_guard), "flags", "GUARD_CF is not set")
 
+    def test_unchecked_calls(self):
+        def other_pointer(data):
+            at = load_config(data)
+            data[at + 120:at + 128] = data[at + 112:at + 120]
+
+        self.assert_program_fails(self.program(other_pointer), "guarded-calls", "no call through a pointer is checked")
+
     def test_a_library_that_windows_does_not_have(self):
         def rename(data):
             at = data.index(b"msi.dll")
