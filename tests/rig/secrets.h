@@ -18,8 +18,13 @@ inline constexpr char kSecretMark[] = "<password>";
 /// Keeps a text secret for as long as it lives.
 class Secret {
  public:
+  /// Where a secret is hidden.
+  enum class Where : uint8_t {
+    kEverywhere,  ///< Wherever it is in a text.
+    kWholeValue,  ///< Only where it is all that is between two quotation marks.
+  };
   /// Starts keeping `text` secret.
-  explicit Secret(std::string_view text);
+  explicit Secret(std::string_view text, Where where = Where::kEverywhere);
   ~Secret();
   Secret(const Secret&) = delete;
   Secret& operator=(const Secret&) = delete;
@@ -29,6 +34,7 @@ class Secret {
 
  private:
   std::string text_;
+  Where where_;
 };
 
 /// Describes what `memory` contains of a secret, and where; empty if nothing.
