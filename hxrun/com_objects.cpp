@@ -28,12 +28,12 @@ struct Context {
   std::string unknown;
   // The text by which each exception of the firewall is found, by the pointer that the library has.
   std::map<void*, std::wstring> keys;
+  // The path of the new folder of the Task Scheduler.
+  std::string newFolder;
   // The real object whose method was called last.
   void* called = nullptr;
 };
 Context* context = nullptr;
-
-HRESULT WrapAs(const GUID& iid, void* real, void** out);
 
 // A call on its way to the real object.
 template <class Interface, auto Member, class Type = decltype(Member)>
@@ -54,7 +54,7 @@ class Passed : public FakeObject<Interface> {
     void* found = nullptr;
     *out = nullptr;
     const HRESULT result = real_->QueryInterface(iid, &found);
-    return FAILED(result) ? result : WrapAs(iid, found, out);
+    return FAILED(result) ? result : PassObject(iid, found, out);
   }
 
   // Passes the method on to the real object.
@@ -259,7 +259,7 @@ void Equip(Passed<ITaskScheduler>& object) {
         IUnknown* real = nullptr;
         *out = nullptr;
         const HRESULT result = object.Real()->NewWorkItem(name, type, iid, &real);
-        return FAILED(result) ? result : WrapAs(iid, real, reinterpret_cast<void**>(out));
+        return FAILED(result) ? result : PassObject(iid, real, reinterpret_cast<void**>(out));
       });
   object.Pass<&ITaskScheduler::Delete>();
 }
@@ -407,12 +407,6 @@ bool WrapOneOf(List<Interfaces...>, const GUID& iid, void* real, void** out) {
   return (WrapIf<Interfaces>(iid, real, out) || ...);
 }
 
-HRESULT WrapAs(const GUID& iid, void* real, void** out) {
-  if (WrapOneOf(Asked{}, iid, real, out)) return S_OK;
-  rig::Fail("the library asks for the interface " + rig::GuidText(iid) + ", which this hxrun does not know");
-  return E_NOINTERFACE;
-}
-
 // ---- what a success of a recorded change stores
 
 // A folder that a dry run did not create. It would be empty, so a task in it cannot be deleted.
@@ -444,33 +438,49 @@ void EquipEach(List<Interfaces...>) {
 
 void PassObjects(rig::Rig& rig, RunWatcher& watcher) {
   static std::unique_ptr<Context> owner;
-  owner.reset(new Context{rig, watcher, {}, {}, {}, {}, nullptr});
+  owner.reset(new Context{rig, watcher, {}, {}, {}, {}, {}, nullptr});
   context = owner.get();
   rig.On<::CoCreateInstance>(
       [](const CLSID& clsid, IUnknown* outer, DWORD where, const IID& iid, void** out) {
         void* real = nullptr;
         *out = nullptr;
         const HRESULT result = ::CoCreateInstance(clsid, outer, where, iid, &real);
-        return FAILED(result) ? result : WrapAs(iid, real, out);
+        return FAILED(result) ? result : PassObject(iid, real, out);
       });
   rig.On<::ADsGetObject>([](const wchar_t* path, const IID& iid, void** out) {
     void* real = nullptr;
     *out = nullptr;
     auto* function = rig::Function<&::ADsGetObject>::Real();
     const HRESULT result = function == nullptr ? E_NOTIMPL : function(path, iid, &real);
-    return FAILED(result) ? result : WrapAs(iid, real, out);
+    return FAILED(result) ? result : PassObject(iid, real, out);
   });
+}
+
+HRESULT PassObject(const GUID& iid, void* real, void** out) {
+  if (WrapOneOf(Asked{}, iid, real, out)) return S_OK;
+  rig::Fail("the library asks for the interface " + rig::GuidText(iid) + ", which this hxrun does not know");
+  return E_NOINTERFACE;
 }
 
 void* CalledObject() {
   return context->called;
 }
 
+void* RealObject(void* pointer) {
+  auto found = context->real.find(pointer);
+  return found == context->real.end() ? pointer : found->second;
+}
+
 std::wstring ExceptionKey(void* object) {
   return context->keys[object];
 }
 
-void* UnmadeObject(const std::string& method) {
+const std::string& NewFolderPath() {
+  return context->newFolder;
+}
+
+void* UnmadeObject(const std::string& method, const std::string& path) {
+  if (!path.empty()) context->newFolder = path;
   if (method == "ITaskFolder.CreateFolder") return NewTaskFolder();
   if (method == "ITaskFolder.RegisterTaskDefinition") return NewUnmade<IRegisteredTask>();
   if (method == "IRegisteredTask.RunEx") return NewUnmade<IRunningTask>();

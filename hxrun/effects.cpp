@@ -4,12 +4,16 @@
 #include <lm.h>
 #include <ntsecapi.h>
 #include <sddl.h>
-#include <taskschd.h>
 
 #include <algorithm>
 
 #include "hxrun/com_objects.h"
+#include "hxrun/looks.h"
+#include "rig/directory_interfaces.h"
 #include "rig/print.h"
+// These need the interfaces of the directory.
+#include <netfw.h>
+#include <taskschd.h>
 
 namespace hxrun {
 namespace {
@@ -17,26 +21,16 @@ namespace {
 using rig::ToUtf8;
 using rig::ToWide;
 
-template <class T>
-T Pointer(const Call& call, int index) {
-  return reinterpret_cast<T>(static_cast<uintptr_t>(call.words[index]));
-}
-
-std::wstring WideText(const Call& call, int index) {
-  auto* text = Pointer<const wchar_t*>(call, index);
-  return text == nullptr ? std::wstring() : std::wstring(text);
-}
-
-std::wstring FullPath(const std::wstring& path) {
-  DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-  std::wstring full(size, L'\0');
-  size = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
-  full.resize(size);
-  return full.empty() ? path : full;
-}
-
 std::string PathText(const Call& call, int index) {
   return ToUtf8(FullPath(WideText(call, index)));
+}
+
+// What is touched in one way.
+template <Way kWay, Subjects (*kSubjects)(const Call&)>
+std::vector<Touch> As(const Call& call) {
+  std::vector<Touch> touches;
+  for (const std::string& subject : kSubjects(call)) touches.push_back({subject, kWay});
+  return touches;
 }
 
 std::string Number(uint64_t value) {
@@ -55,65 +49,33 @@ Subjects File8(const Call& call) {
 }
 
 Subjects OpenFileOf(const Call& call) {
-  return {"file:" + Lower(call.Name(kFileName, 0))};
+  return {FileSubject(ToWide(call.Name(kFileName, 0)))};
 }
 
 // A look-up of one name, or the listing of a folder: "list:" before the folder.
 Subjects Found(const Call& call) {
   const std::wstring path = WideText(call, 0);
-  const size_t backslash = path.find_last_of(L"\\/");
-  const std::wstring name = backslash == std::wstring::npos ? path : path.substr(backslash + 1);
-  if (name.find_first_of(L"*?") == std::wstring::npos) return {FileSubject(path)};
-  return {"list:" + FileSubject(backslash == std::wstring::npos ? L"." : path.substr(0, backslash + 1))};
+  const std::string folder = SearchedFolder(path);
+  return {folder.empty() ? FileSubject(path) : "list:" + folder};
 }
 
-// What a look at the path finds, as an error of Windows.
-DWORD ErrorAt(const std::wstring& path) {
-  return GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES ? GetLastError() : DWORD{ERROR_SUCCESS};
+std::vector<Touch> MovedFiles(const Call& call) {
+  return {{FileSubject(WideText(call, 0)), Way::kGone}, {FileSubject(WideText(call, 1)), Way::kOther}};
 }
 
-std::optional<uint64_t> Failed(DWORD error) {
-  if (error == ERROR_SUCCESS) return std::nullopt;
-  SetLastError(error);
-  return 0;
+// What is put into a folder while its entries are listed may be listed too.
+Subjects MadeInSearch(const Call& call) {
+  const std::string folder = call.Name(kSearchName, 0);
+  return folder.empty() ? Subjects() : Subjects{"made:" + folder};
 }
 
-// The error of a path whose parent folder must exist, and which must not exist itself.
-DWORD ErrorOfNew(const std::wstring& path) {
-  const DWORD error = ErrorAt(path);
-  if (error == ERROR_SUCCESS) return ERROR_ALREADY_EXISTS;
-  return error == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_SUCCESS} : error;
-}
-
-std::optional<uint64_t> NewFolderRefused(const Call& call) {
-  return Failed(ErrorOfNew(WideText(call, 0)));
-}
-
-std::optional<uint64_t> FileMissing(const Call& call) {
-  const std::wstring path = WideText(call, 0);
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return Failed(GetLastError());
-  const bool isWrong = (attributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) != 0;
-  return Failed(isWrong ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
-}
-
-std::optional<uint64_t> FolderMissing(const Call& call) {
-  const DWORD attributes = GetFileAttributesW(WideText(call, 0).c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return Failed(GetLastError());
-  return Failed((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ? ERROR_DIRECTORY : ERROR_SUCCESS);
-}
-
-std::optional<uint64_t> MoveRefused(const Call& call) {
-  const DWORD error = ErrorAt(WideText(call, 0));
-  return Failed(error != ERROR_SUCCESS ? error : ErrorOfNew(WideText(call, 1)));
-}
-
-std::optional<uint64_t> CopyRefused(const Call& call) {
-  const DWORD error = ErrorAt(WideText(call, 0));
-  if (error != ERROR_SUCCESS) return Failed(error);
-  const DWORD target = ErrorOfNew(WideText(call, 1));
-  if (target != ERROR_ALREADY_EXISTS) return Failed(target);
-  return Failed(call.words[2] != 0 ? ERROR_FILE_EXISTS : ERROR_SUCCESS);
+template <int kFile>
+Subjects ProfileFile(const Call& call) {
+  const std::wstring path = ToWide(call.Narrow(kFile));
+  wchar_t windows[MAX_PATH] = {};
+  GetWindowsDirectoryW(windows, MAX_PATH);
+  const bool isOfWindows = path.find_first_of(L"\\/") == std::wstring::npos;
+  return {FileSubject(isOfWindows ? std::wstring(windows) + L"\\" + path : path)};
 }
 
 std::string Moves(const Call& call) {
@@ -121,7 +83,13 @@ std::string Moves(const Call& call) {
 }
 
 std::string Replaces(const Call& call) {
-  return Moves(call) + ", in place of what is there";
+  const std::wstring target = WideText(call, 1);
+  size_t change = Changes::kNone;
+  const FileState state = call.changes.StateOf(FileSubject(target), &change);
+  const bool isThere =
+      state == FileState::kFile ||
+      (state == FileState::kAsIs && GetFileAttributesW(target.c_str()) != INVALID_FILE_ATTRIBUTES);
+  return Moves(call) + (isThere ? ", in place of what is there" : "");
 }
 
 std::string Copies(const Call& call) {
@@ -145,6 +113,12 @@ std::string Writes(const Call& call) {
   return "write " + Number(call.words[2]) + " bytes to " + call.Name(kFileName, 0) + ": " + bytes;
 }
 
+std::string Cuts(const Call& call) {
+  LARGE_INTEGER position = {};
+  SetFilePointerEx(Pointer<HANDLE>(call, 0), {}, &position, FILE_CURRENT);
+  return "cut " + call.Name(kFileName, 0) + " to " + std::to_string(position.QuadPart) + " bytes";
+}
+
 // ---- the registry
 
 std::string KeyPath(const Call& call, bool isWide) {
@@ -161,6 +135,19 @@ template <bool kIsWide>
 Subjects ValueOf(const Call& call) {
   const std::string name = kIsWide ? call.Wide(1) : call.Narrow(1);
   return {"value:" + Lower(call.Name(kKeyName, 0) + "\\" + name)};
+}
+
+// RegDeleteKey asks for the keys in the key.
+template <bool kIsWide>
+Subjects KeyAndKeysIn(const Call& call) {
+  return {"list:key:" + Lower(KeyPath(call, kIsWide))};
+}
+
+// A key takes its values along.
+template <bool kIsWide>
+std::vector<Touch> DeletedKey(const Call& call) {
+  const std::string path = Lower(KeyPath(call, kIsWide));
+  return {{"key:" + path, Way::kGone}, {"value:" + path, Way::kGone}};
 }
 
 std::string DataText(const Call& call, bool isWide) {
@@ -191,32 +178,6 @@ std::string DeletesKey(const Call& call) {
   return "delete the key " + KeyPath(call, kIsWide);
 }
 
-// RegDeleteKey deletes no key that is missing, and none with keys in it.
-std::optional<uint64_t> KeyRefused(const Call& call, bool isWide) {
-  HKEY key;
-  auto* parent = Pointer<HKEY>(call, 0);
-  LSTATUS error = isWide ? RegOpenKeyExW(parent, Pointer<const wchar_t*>(call, 1), 0, KEY_READ, &key)
-                         : RegOpenKeyExA(parent, Pointer<const char*>(call, 1), 0, KEY_READ, &key);
-  if (error != ERROR_SUCCESS) return static_cast<uint64_t>(error);
-  DWORD keys = 0;
-  error = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, nullptr, nullptr, nullptr,
-                           nullptr, nullptr);
-  RegCloseKey(key);
-  if (error == ERROR_SUCCESS && keys != 0) error = ERROR_ACCESS_DENIED;
-  return error == ERROR_SUCCESS ? std::nullopt : std::optional<uint64_t>(error);
-}
-
-template <bool kIsWide>
-std::optional<uint64_t> KeyNotDeleted(const Call& call) {
-  return KeyRefused(call, kIsWide);
-}
-
-std::optional<uint64_t> ValueMissing(const Call& call) {
-  const LSTATUS error = RegQueryValueExA(Pointer<HKEY>(call, 0), Pointer<const char*>(call, 1), nullptr,
-                                         nullptr, nullptr, nullptr);
-  return error == ERROR_FILE_NOT_FOUND ? std::optional<uint64_t>(error) : std::nullopt;
-}
-
 // ---- services, windows, processes
 
 Subjects Service(const Call& call) {
@@ -244,6 +205,21 @@ bool IsRealControl(const Call& call) {
 
 void FillStatus(const Call& call) {
   if (auto* status = Pointer<SERVICE_STATUS*>(call, 2)) *status = {};
+}
+
+std::string ChangesFailureActions(const Call& call) {
+  const std::string of = "the failure actions of the service " + call.Name(kServiceName, 0);
+  const auto* actions = Pointer<const SERVICE_FAILURE_ACTIONSA*>(call, 2);
+  if (static_cast<DWORD>(call.words[1]) != SERVICE_CONFIG_FAILURE_ACTIONS || actions == nullptr) {
+    return "change setting " + Number(call.words[1]) + " of the service " + call.Name(kServiceName, 0);
+  }
+  if (actions->cActions == 0) return "remove " + of;
+  std::string list;
+  for (DWORD index = 0; index < actions->cActions && actions->lpsaActions != nullptr; ++index) {
+    const SC_ACTION& action = actions->lpsaActions[index];
+    list += (index == 0 ? "" : ", ") + Number(action.Type) + " after " + Number(action.Delay) + " ms";
+  }
+  return "set " + of + " to " + list;
 }
 
 // The windows of a class and title.
@@ -294,30 +270,12 @@ std::string AddsAccount(const Call& call) {
          " with a new password";
 }
 
-std::optional<uint64_t> AccountRefused(const Call& call) {
-  auto* user = Pointer<const USER_INFO_2*>(call, 2);
-  void* found = nullptr;
-  if (NetUserGetInfo(nullptr, user->usri2_name, 0, reinterpret_cast<BYTE**>(&found)) != NERR_Success) {
-    return std::nullopt;
-  }
-  NetApiBufferFree(found);
-  return NERR_UserExists;
-}
-
 Subjects AccountNamed(const Call& call) {
   return {"account:" + Lower(call.Wide(1))};
 }
 
 std::string DeletesAccount(const Call& call) {
   return "delete the account " + call.Wide(1);
-}
-
-std::optional<uint64_t> AccountMissing(const Call& call) {
-  void* found = nullptr;
-  const DWORD error =
-      NetUserGetInfo(nullptr, Pointer<const wchar_t*>(call, 1), 0, reinterpret_cast<BYTE**>(&found));
-  if (error == NERR_Success) NetApiBufferFree(found);
-  return error == NERR_UserNotFound ? std::optional<uint64_t>(error) : std::nullopt;
 }
 
 std::string SidText(void* sid) {
@@ -371,6 +329,15 @@ std::string InstallsSection(const Call& call) {
   return "run the section of a setup information file: " + call.Narrow(2);
 }
 
+// A section can change anything, so every later answer depends on it.
+std::vector<Touch> Anything(const Call&) {
+  std::vector<Touch> all;
+  for (const char* kind : {"file:", "key:", "value:", "service:", "configuration:"}) {
+    all.push_back({std::string("any:") + kind, Way::kOther});
+  }
+  return all;
+}
+
 // ---- COM objects
 
 Subjects TaskNamed(const Call& call) {
@@ -381,22 +348,86 @@ Subjects TaskFolderNamed(const Call& call) {
   return {"taskfolder:" + Lower(call.Wide(0))};
 }
 
-// The task may be missing.
-std::optional<uint64_t> TaskMissing(const Call& call) {
-  IRegisteredTask* task = nullptr;
-  const HRESULT result =
-      static_cast<ITaskFolder*>(CalledObject())->GetTask(Pointer<wchar_t*>(call, 0), &task);
-  if (FAILED(result)) return static_cast<uint32_t>(result);
-  task->Release();
-  return std::nullopt;
+// The text that a method without arguments of the called object gives; "(unknown)" if it gives none.
+template <auto Member, class Interface>
+std::string TextOfCalled() {
+  BSTR text = nullptr;
+  const HRESULT result = (static_cast<Interface*>(CalledObject())->*Member)(&text);
+  std::string found = SUCCEEDED(result) && text != nullptr ? ToUtf8(text) : std::string("(unknown)");
+  SysFreeString(text);
+  return found;
+}
+
+// The path of a folder or a task that the called folder of the Task Scheduler has under this name.
+std::string TaskPath(const Call& call) {
+  const std::string folder = TextOfCalled<&ITaskFolder::get_Path, ITaskFolder>();
+  return folder + (folder.back() == '\\' ? "" : "\\") + call.Wide(0);
+}
+
+Subjects CalledTask(const Call&) {
+  return {TaskSubject(TextOfCalled<&IRegisteredTask::get_Path, IRegisteredTask>())};
+}
+
+std::string RunsTask(const Call& call) {
+  return "run the task " + TextOfCalled<&IRegisteredTask::get_Path, IRegisteredTask>() + " for the user " +
+         call.Wide(3) + " in session " + Number(call.words[2]);
+}
+
+// The file of a work item that was not saved before.
+std::string SavesWorkItem(const Call&) {
+  wchar_t* file = nullptr;
+  const HRESULT result = static_cast<IPersistFile*>(CalledObject())->GetCurFile(&file);
+  const std::string name = SUCCEEDED(result) && file != nullptr ? " " + ToUtf8(file) : std::string();
+  CoTaskMemFree(file);
+  return "save the work item" + name;
+}
+
+// A change of a rule or a program that the firewall has: the object by its name before the change.
+std::string OfRule(const std::string& verb, const Call& call) {
+  return verb + " the firewall's rule " + TextOfCalled<&INetFwRule::get_Name, INetFwRule>() + ": " +
+         call.Wide(0);
+}
+
+std::string OfProgram(const std::string& verb, const Call& call) {
+  return verb + " the firewall's exception for " +
+         TextOfCalled<&INetFwAuthorizedApplication::get_ProcessImageFileName, INetFwAuthorizedApplication>() +
+         ": " + call.Wide(0);
+}
+
+template <auto Member, class Interface>
+std::vector<Touch> RenamedException(const Call& call) {
+  return {{"exception:" + Lower(TextOfCalled<Member, Interface>()), Way::kOther},
+          {"exception:" + Lower(call.Wide(0)), Way::kOther}};
+}
+
+// The path of the called object in the directory, as in "WinNT://DOMAIN/NAME".
+std::string DirectoryPath() {
+  IADs* object = nullptr;
+  BSTR path = nullptr;
+  static_cast<IUnknown*>(CalledObject())->QueryInterface(__uuidof(IADs), reinterpret_cast<void**>(&object));
+  if (object != nullptr) {
+    object->get_ADsPath(&path);
+    object->Release();
+  }
+  std::string text = path == nullptr ? std::string("(unknown)") : ToUtf8(path);
+  SysFreeString(path);
+  return text;
 }
 
 Subjects NewException(const Call& call) {
   return {"exception:" + Lower(ToUtf8(ExceptionKey(Pointer<void*>(call, 0))))};
 }
 
+std::string NameOfNew(const Call& call) {
+  return ToUtf8(ExceptionKey(Pointer<void*>(call, 0)));
+}
+
+Subjects WorkItemNamed(const Call& call) {
+  return {"workitem:" + Lower(call.Wide(0))};
+}
+
 void FillFolder(const Call& call) {
-  *Pointer<void**>(call, 2) = UnmadeObject("ITaskFolder.CreateFolder");
+  *Pointer<void**>(call, 2) = UnmadeObject("ITaskFolder.CreateFolder", TaskPath(call));
 }
 
 void FillTask(const Call& call) {
@@ -412,31 +443,42 @@ Subjects Exception(const Call& call) {
 }
 
 #define HX_TEXT(head) [](const Call& call) { return std::string(head) + call.Wide(0); }
+#define HX_TASK(head) [](const Call& call) { return std::string(head) + TaskPath(call); }
+#define HX_PATH(head) [](const Call& call) { return std::string(head) + PathText(call, 0); }
 
+constexpr Way kContent = Way::kContent, kMade = Way::kMade, kMadeFolder = Way::kMadeFolder,
+              kGone = Way::kGone, kOther = Way::kOther;
 constexpr Effect kKeeps = Effect::kKeeps, kChanges = Effect::kChanges;
 
 // One row for each function of the rig's tables and for each method of the objects that hxrun passes on.
 const Row kRows[] = {
     // Files and folders.
-    {"CreateDirectoryW", kChanges, nullptr, Files<0>, HX_TEXT("create the folder "), nullptr,
-     NewFolderRefused},
-    {"RemoveDirectoryW", kChanges, nullptr, Files<0>, HX_TEXT("delete the folder "), nullptr, FolderMissing},
-    {"DeleteFileW", kChanges, Files<0>, Files<0>, HX_TEXT("delete "), nullptr, FileMissing},
-    {"MoveFileW", kChanges, Files<0>, Files<0, 1>, Moves, nullptr, MoveRefused},
-    {"MoveFileExW", kChanges, Files<0>, Files<0, 1>, Replaces},
-    {"CopyFileW", kChanges, Files<0>, Files<1>, Copies, nullptr, CopyRefused},
-    {"SetFileAttributesW", kChanges, Files<0>, Files<0>, HX_TEXT("change the attributes of ")},
-    {"CreateFileW", kChanges, Files<0>, Files<0>, HX_TEXT("create or empty "), OpensForWriting},
-    {"CreateFileA", kChanges, File8, File8,
-     [](const Call& call) { return "create or empty " + call.Narrow(0); }, OpensForWriting},
-    {"WriteFile", kChanges, nullptr, OpenFileOf, Writes, nullptr, nullptr, FillWritten},
-    {"SetEndOfFile", kChanges, nullptr, OpenFileOf,
-     [](const Call& call) { return "cut " + call.Name(kFileName, 0) + " at its current position"; }},
+    {"CreateDirectoryW", kChanges, nullptr, As<kMadeFolder, Files<0>>, HX_PATH("create the folder "),
+     LookAtNewFolder},
+    {"RemoveDirectoryW", kChanges, nullptr, As<kGone, Files<0>>, HX_PATH("delete the folder "),
+     LookAtFolderToDelete},
+    {"DeleteFileW", kChanges, nullptr, As<kGone, Files<0>>, HX_PATH("delete "), LookAtFileToDelete},
+    {"MoveFileW", kChanges, nullptr, MovedFiles, Moves, LookAtMove},
+    {"MoveFileExW", kChanges, nullptr, MovedFiles, Replaces, LookAtReplacingMove},
+    {"CopyFileW", kChanges, nullptr, As<kMade, Files<1>>, Copies, LookAtCopy},
+    {"SetFileAttributesW", kChanges, nullptr, As<kOther, Files<0>>,
+     [](const Call& call) {
+       return "set the attributes of " + PathText(call, 0) + " to " +
+              rig::HexText(static_cast<DWORD>(call.words[1]));
+     },
+     LookAtFile},
+    {"CreateFileW", kChanges, Files<0>, As<kMade, Files<0>>, HX_PATH("create or empty "), LookAtFileToWrite,
+     OpensForWriting},
+    {"CreateFileA", kChanges, File8, As<kMade, File8>,
+     [](const Call& call) { return "create or empty " + ToUtf8(FullPath(ToWide(call.Narrow(0)))); },
+     LookAtFileToWrite8, OpensForWriting},
+    {"WriteFile", kChanges, nullptr, As<kContent, OpenFileOf>, Writes, LookAtNothing, nullptr, FillWritten},
+    {"SetEndOfFile", kChanges, nullptr, As<kContent, OpenFileOf>, Cuts, LookAtNothing},
     {"ReadFile", kKeeps, OpenFileOf},
     {"SetFilePointer", kKeeps},
     {"GetFileAttributesW", kKeeps, Files<0>},
     {"FindFirstFileW", kKeeps, Found},
-    {"FindNextFileW", kKeeps},
+    {"FindNextFileW", kKeeps, MadeInSearch},
     {"FindClose", kKeeps},
     {"GetFullPathNameW", kKeeps},
     {"GetWindowsDirectoryA", kKeeps},
@@ -446,20 +488,20 @@ const Row kRows[] = {
     {"GetCurrentDirectoryW", kKeeps},
     {"GetTempPathW", kKeeps},
     {"CloseHandle", kKeeps},
-    {"GetPrivateProfileIntA", kKeeps},
-    {"GetPrivateProfileStringA", kKeeps},
+    {"GetPrivateProfileIntA", kKeeps, ProfileFile<3>},
+    {"GetPrivateProfileStringA", kKeeps, ProfileFile<5>},
 
     // The registry.
-    {"RegSetValueExA", kChanges, nullptr, ValueOf<false>, SetsValue<false>},
-    {"RegSetValueExW", kChanges, nullptr, ValueOf<true>, SetsValue<true>},
-    {"RegDeleteKeyA", kChanges, KeyBelow<false>, KeyBelow<false>, DeletesKey<false>, nullptr,
-     KeyNotDeleted<false>},
-    {"RegDeleteKeyW", kChanges, KeyBelow<true>, KeyBelow<true>, DeletesKey<true>, nullptr,
-     KeyNotDeleted<true>},
-    {"RegDeleteValueA", kChanges, ValueOf<false>, ValueOf<false>,
+    {"RegSetValueExA", kChanges, nullptr, As<kContent, ValueOf<false>>, SetsValue<false>, LookAtNothing},
+    {"RegSetValueExW", kChanges, nullptr, As<kContent, ValueOf<true>>, SetsValue<true>, LookAtNothing},
+    {"RegDeleteKeyA", kChanges, KeyAndKeysIn<false>, DeletedKey<false>, DeletesKey<false>,
+     LookAtKeyToDelete8},
+    {"RegDeleteKeyW", kChanges, KeyAndKeysIn<true>, DeletedKey<true>, DeletesKey<true>, LookAtKeyToDelete},
+    {"RegDeleteValueA", kChanges, ValueOf<false>, As<kGone, ValueOf<false>>,
      [](const Call& call) { return "delete the value " + call.Narrow(1) + " of " + call.Name(kKeyName, 0); },
-     nullptr, ValueMissing},
-    {"SHDeleteKey", kChanges, nullptr, KeyBelow<false>, DeletesKey<false>},
+     LookAtValueToDelete},
+    {"SHDeleteKey", kChanges, KeyBelow<false>, DeletedKey<false>,
+     [](const Call& call) { return DeletesKey<false>(call) + " with all keys in it"; }, LookAtTreeToDelete},
     {"RegOpenKeyExA", kKeeps, KeyBelow<false>},
     {"RegOpenKeyExW", kKeeps, KeyBelow<true>},
     {"RegQueryValueExA", kKeeps, ValueOf<false>},
@@ -467,13 +509,13 @@ const Row kRows[] = {
     {"RegCloseKey", kKeeps},
 
     // Services.
-    {"ControlService", kChanges, Service, Service, ControlsService, IsRealControl, nullptr, FillStatus},
-    {"StartServiceA", kChanges, Service, Service,
-     [](const Call& call) { return "start the service " + call.Name(kServiceName, 0); }},
-    {"ChangeServiceConfig2A", kChanges, nullptr, ServiceConfiguration,
-     [](const Call& call) {
-       return "change the failure actions of the service " + call.Name(kServiceName, 0);
-     }},
+    {"ControlService", kChanges, Service, As<kOther, Service>, ControlsService, LookAtServiceToControl,
+     IsRealControl, FillStatus},
+    {"StartServiceA", kChanges, Service, As<kOther, Service>,
+     [](const Call& call) { return "start the service " + call.Name(kServiceName, 0); },
+     LookAtServiceToStart},
+    {"ChangeServiceConfig2A", kChanges, nullptr, As<kContent, ServiceConfiguration>, ChangesFailureActions,
+     LookAtNothing},
     {"QueryServiceStatus", kKeeps, Service},
     {"QueryServiceConfigA", kKeeps, ServiceConfiguration},
     {"QueryServiceConfigW", kKeeps, ServiceConfiguration},
@@ -484,10 +526,10 @@ const Row kRows[] = {
     {"CloseServiceHandle", kKeeps},
 
     // Windows, processes and sessions. A privilege is enabled for this process only.
-    {"SendMessageA", kChanges, nullptr, Window, SendsMessage},
-    {"PostMessageA", kChanges, nullptr, Window, SendsMessage},
+    {"SendMessageA", kChanges, Window, As<kOther, Window>, SendsMessage, LookAtWindow},
+    {"PostMessageA", kChanges, Window, As<kOther, Window>, SendsMessage, LookAtWindow},
     {"FindWindowA", kKeeps, WindowsOf},
-    {"TerminateProcess", kChanges, nullptr, ProcessOf, EndsProcess},
+    {"TerminateProcess", kChanges, ProcessOf, As<kGone, ProcessOf>, EndsProcess, LookAtProcess},
     {"WaitForSingleObject", kKeeps, ProcessOf},
     {"OpenProcess", kKeeps},
     {"QueryFullProcessImageNameW", kKeeps, ProcessOf},
@@ -504,11 +546,11 @@ const Row kRows[] = {
     {"wsprintfW", kKeeps},
 
     // Accounts, rights, access lists and the directory.
-    {"NetUserAdd", kChanges, nullptr, NewAccount, AddsAccount, nullptr, AccountRefused},
-    {"NetUserDel", kChanges, AccountNamed, AccountNamed, DeletesAccount, nullptr, AccountMissing},
-    {"LsaAddAccountRights", kChanges, nullptr, nullptr, GrantsRights},
-    {"SetNamedSecurityInfoW", kChanges, Files<0>, Files<0>, ReplacesAccess},
-    {"DsWriteAccountSpnW", kChanges, nullptr, nullptr, WritesPrincipalNames},
+    {"NetUserAdd", kChanges, NewAccount, As<kMade, NewAccount>, AddsAccount, LookAtNewAccount},
+    {"NetUserDel", kChanges, AccountNamed, As<kGone, AccountNamed>, DeletesAccount, LookAtAccountToDelete},
+    {"LsaAddAccountRights", kChanges, nullptr, nullptr, GrantsRights, LookAtNothing},
+    {"SetNamedSecurityInfoW", kChanges, nullptr, As<kContent, Files<0>>, ReplacesAccess, LookAtSecuredObject},
+    {"DsWriteAccountSpnW", kChanges, AnyAccount, nullptr, WritesPrincipalNames, LookAtPrincipalNames},
     {"NetUserGetInfo", kKeeps, AnyAccount},
     {"NetWkstaGetInfo", kKeeps},
     {"NetGetDCName", kKeeps},
@@ -530,7 +572,7 @@ const Row kRows[] = {
     {"DsFreeSpnArrayW", kKeeps},
 
     // The setup library.
-    {"InstallHinfSectionA", kChanges, nullptr, nullptr, InstallsSection},
+    {"InstallHinfSectionA", kChanges, nullptr, Anything, InstallsSection, LookAtSetupSection},
 
     // The installer's session, which hxrun answers.
     {"MsiCloseHandle", kKeeps},
@@ -605,27 +647,23 @@ const Row kRows[] = {
     {"ITaskService.NewTask", kKeeps},
     {"ITaskFolder.GetFolder", kKeeps, TaskFolderNamed},
     {"ITaskFolder.GetTask", kKeeps, TaskNamed},
-    {"ITaskFolder.CreateFolder", kChanges, nullptr, TaskFolderNamed,
-     HX_TEXT("create the folder of the Task Scheduler "), nullptr, nullptr, FillFolder},
-    {"ITaskFolder.DeleteFolder", kChanges, nullptr, TaskFolderNamed,
-     [](const Call& call) {
-       return "delete the folder of the Task Scheduler " + call.Wide(0) + ", if no task is in it";
-     }},
-    {"ITaskFolder.DeleteTask", kChanges, TaskNamed, TaskNamed, HX_TEXT("delete the task "), nullptr,
-     TaskMissing},
-    {"ITaskFolder.RegisterTaskDefinition", kChanges, nullptr, TaskNamed, HX_TEXT("register the task "),
-     nullptr, nullptr, FillTask},
-    // A folder that a dry run did not create: no task is in it.
+    {"ITaskFolder.CreateFolder", kChanges, TaskFolderNamed, As<kMadeFolder, TaskFolderNamed>,
+     HX_TASK("create the folder of the Task Scheduler "), LookAtNewTaskFolder, nullptr, FillFolder},
+    {"ITaskFolder.DeleteFolder", kChanges, TaskFolderNamed, As<kGone, TaskFolderNamed>,
+     HX_TASK("delete the folder of the Task Scheduler "), LookAtTaskFolderToDelete},
+    {"ITaskFolder.DeleteTask", kChanges, TaskNamed, As<kGone, TaskNamed>, HX_TASK("delete the task "),
+     LookAtTaskToDelete},
+    {"ITaskFolder.RegisterTaskDefinition", kChanges, nullptr, As<kMade, TaskNamed>,
+     HX_TASK("register the task "), LookAtTaskToRegister, nullptr, FillTask},
+    // A folder that a dry run did not create: no task is in it, and nothing can be asked of it.
     {"new ITaskFolder.DeleteTask", kKeeps},
-    {"new ITaskFolder.RegisterTaskDefinition", kChanges, nullptr, TaskNamed, HX_TEXT("register the task "),
-     nullptr, nullptr, FillTask},
-    {"IRegisteredTask.get_State", kKeeps},
+    {"new ITaskFolder.RegisterTaskDefinition", kChanges, nullptr, As<kMade, TaskNamed>,
+     [](const Call& call) { return "register the task " + NewFolderPath() + "\\" + call.Wide(0); },
+     LookInVain, nullptr, FillTask},
+    {"IRegisteredTask.get_State", kKeeps, CalledTask},
     {"IRegisteredTask.get_Path", kKeeps},
-    {"IRegisteredTask.RunEx", kChanges, nullptr, nullptr,
-     [](const Call& call) {
-       return "run the task for the user " + call.Wide(3) + " in session " + Number(call.words[2]);
-     },
-     nullptr, nullptr, FillRunning},
+    {"IRegisteredTask.RunEx", kChanges, CalledTask, As<kContent, CalledTask>, RunsTask, LookAtTaskToRun,
+     nullptr, FillRunning},
     {"ITaskDefinition.get_RegistrationInfo", kKeeps},
     {"ITaskDefinition.get_Settings", kKeeps},
     {"ITaskDefinition.get_Triggers", kKeeps},
@@ -657,24 +695,25 @@ const Row kRows[] = {
     {"IExecAction.put_Arguments", kKeeps},
 
     // Task Scheduler 1.0. A work item is in memory until it is saved.
-    {"ITaskScheduler.NewWorkItem", kKeeps},
-    {"ITaskScheduler.Delete", kChanges, nullptr, nullptr, HX_TEXT("delete the work item ")},
+    {"ITaskScheduler.NewWorkItem", kKeeps, WorkItemNamed},
+    {"ITaskScheduler.Delete", kChanges, WorkItemNamed, As<kGone, WorkItemNamed>,
+     HX_TEXT("delete the work item "), LookAtWorkItemToDelete},
     {"ITask.SetApplicationName", kKeeps},
     {"ITask.SetParameters", kKeeps},
     {"ITask.SetMaxRunTime", kKeeps},
     {"ITask.SetAccountInformation", kKeeps},
     {"ITask.CreateTrigger", kKeeps},
     {"ITaskTrigger.SetTrigger", kKeeps},
-    {"IPersistFile.Save", kChanges, nullptr, nullptr,
-     [](const Call&) { return std::string("save the work item"); }},
+    {"IPersistFile.Save", kChanges, nullptr, nullptr, SavesWorkItem, LookAtNothing},
 
     // The firewall. A rule is in memory until it is added; one that was there is changed at once.
     {"INetFwPolicy2.get_Rules", kKeeps},
     {"INetFwPolicy2.get_FirewallEnabled", kKeeps},
     {"INetFwRules.Item", kKeeps, Exception},
-    {"INetFwRules.Add", kChanges, nullptr, NewException,
-     [](const Call&) { return std::string("add the rule to the firewall"); }},
-    {"INetFwRules.Remove", kChanges, nullptr, Exception, HX_TEXT("remove from the firewall the rule ")},
+    {"INetFwRules.Add", kChanges, nullptr, As<kMade, NewException>,
+     [](const Call& call) { return "add the rule to the firewall: " + NameOfNew(call); }, LookAtNothing},
+    {"INetFwRules.Remove", kChanges, Exception, As<kGone, Exception>,
+     HX_TEXT("remove from the firewall the rule "), LookAtRuleToRemove},
     {"INetFwRule.put_Name", kKeeps},
     {"INetFwRule.put_ApplicationName", kKeeps},
     {"INetFwRule.put_Grouping", kKeeps},
@@ -686,50 +725,56 @@ const Row kRows[] = {
     {"INetFwRule.put_Enabled", kKeeps},
     {"existing INetFwRule.get_ApplicationName", kKeeps},
     {"existing INetFwRule.get_Enabled", kKeeps},
-    {"existing INetFwRule.put_Name", kChanges, nullptr, nullptr, HX_TEXT("rename the firewall's rule to ")},
+    {"existing INetFwRule.put_Name", kChanges, nullptr, RenamedException<&INetFwRule::get_Name, INetFwRule>,
+     [](const Call& call) { return OfRule("rename", call); }, LookAtNothing},
     {"existing INetFwRule.put_ApplicationName", kChanges, nullptr, nullptr,
-     HX_TEXT("give the firewall's rule the program ")},
+     [](const Call& call) { return OfRule("change the program of", call); }, LookAtNothing},
     {"existing INetFwRule.put_Grouping", kChanges, nullptr, nullptr,
-     HX_TEXT("give the firewall's rule the group ")},
+     [](const Call& call) { return OfRule("change the group of", call); }, LookAtNothing},
     {"existing INetFwRule.put_Description", kChanges, nullptr, nullptr,
-     HX_TEXT("give the firewall's rule the description ")},
+     [](const Call& call) { return OfRule("change the description of", call); }, LookAtNothing},
     {"INetFwMgr.get_LocalPolicy", kKeeps},
     {"INetFwPolicy.get_CurrentProfile", kKeeps},
     {"INetFwProfile.get_AuthorizedApplications", kKeeps},
     {"INetFwProfile.get_FirewallEnabled", kKeeps},
     {"INetFwProfile.get_ExceptionsNotAllowed", kKeeps},
     {"INetFwAuthorizedApplications.Item", kKeeps, Exception},
-    {"INetFwAuthorizedApplications.Add", kChanges, nullptr, NewException,
-     [](const Call&) { return std::string("add the program to the firewall's exceptions"); }},
-    {"INetFwAuthorizedApplications.Remove", kChanges, nullptr, Exception,
-     HX_TEXT("remove from the firewall's exceptions the program ")},
+    {"INetFwAuthorizedApplications.Add", kChanges, nullptr, As<kMade, NewException>,
+     [](const Call& call) { return "add the program to the firewall's exceptions: " + NameOfNew(call); },
+     LookAtNothing},
+    {"INetFwAuthorizedApplications.Remove", kChanges, Exception, As<kGone, Exception>,
+     HX_TEXT("remove from the firewall's exceptions the program "), LookAtProgramToRemove},
     {"INetFwAuthorizedApplication.put_ProcessImageFileName", kKeeps},
     {"INetFwAuthorizedApplication.put_Name", kKeeps},
     {"INetFwAuthorizedApplication.put_Scope", kKeeps},
     {"existing INetFwAuthorizedApplication.get_ProcessImageFileName", kKeeps},
     {"existing INetFwAuthorizedApplication.get_Enabled", kKeeps},
-    {"existing INetFwAuthorizedApplication.put_ProcessImageFileName", kChanges, nullptr, nullptr,
-     HX_TEXT("give the firewall's exception the program ")},
+    {"existing INetFwAuthorizedApplication.put_ProcessImageFileName", kChanges, nullptr,
+     RenamedException<&INetFwAuthorizedApplication::get_ProcessImageFileName, INetFwAuthorizedApplication>,
+     [](const Call& call) { return OfProgram("change the program of", call); }, LookAtNothing},
     {"existing INetFwAuthorizedApplication.put_Name", kChanges, nullptr, nullptr,
-     HX_TEXT("rename the firewall's exception to ")},
+     [](const Call& call) { return OfProgram("rename", call); }, LookAtNothing},
 
     // The directory. A new user is in memory until it is saved.
     {"IADsContainer.Create", kKeeps},
     // The headers rename the method GetObject to this.
     {"IADsContainer.GetObjectA", kKeeps, AnyAccount},
-    {"IADsContainer.Delete", kChanges, nullptr, AnyAccount,
-     [](const Call& call) { return "delete from the domain the account " + call.Wide(1); }},
-    {"IADsUser.SetPassword", kChanges, nullptr, AnyAccount,
-     [](const Call&) { return std::string("set the password of the new account of the domain"); }},
+    {"IADsContainer.Delete", kChanges, AnyAccount, As<kOther, AnyAccount>,
+     [](const Call& call) { return "delete the account " + call.Wide(1) + " of " + DirectoryPath(); },
+     LookAtUserToDelete},
+    {"IADsUser.SetPassword", kChanges, nullptr, nullptr,
+     [](const Call&) { return "set the password of the new account " + DirectoryPath(); }, LookAtNothing},
     {"IADsUser.put_FullName", kKeeps},
-    {"IADsUser.SetInfo", kChanges, nullptr, AnyAccount,
-     [](const Call&) { return std::string("create the account in the domain"); }},
+    {"IADsUser.SetInfo", kChanges, AnyAccount, As<kOther, AnyAccount>,
+     [](const Call&) { return "create the account " + DirectoryPath(); }, LookAtNewUser},
     {"IADsNameTranslate.Init", kKeeps},
     {"IADsNameTranslate.Set", kKeeps},
     {"IADsNameTranslate.Get", kKeeps, AnyAccount},
 };
 
 #undef HX_TEXT
+#undef HX_PATH
+#undef HX_TASK
 
 }  // namespace
 
@@ -753,6 +798,7 @@ std::string Call::Text(const char* text) {
 std::string Call::Name(char kind, int index) const {
   auto found = names.find({kind, words[index]});
   if (found != names.end()) return found->second;
+  if (kind == kSearchName) return {};
   return kind == kKeyName ? rig::HandleText({}, words[index]) : rig::HexText(words[index]);
 }
 
@@ -774,8 +820,10 @@ std::string CheckEffects() {
     }
   });
   for (const Row& row : kRows) {
-    if ((row.effect == Effect::kChanges) != (row.describe != nullptr)) {
-      wrong += std::string(row.name) + ": only a change has a description, and every change has one\n";
+    const bool isChange = row.effect == Effect::kChanges;
+    if (isChange != (row.describe != nullptr) || isChange != (row.look != nullptr)) {
+      wrong +=
+          std::string(row.name) + ": only a change has a description and a look, and every change has both\n";
     }
   }
   return wrong;
@@ -786,6 +834,17 @@ std::string FileSubject(const std::wstring& path) {
   if (full.rfind(L"\\\\?\\", 0) == 0) full.erase(0, 4);
   while (full.size() > 1 && full.back() == L'\\') full.pop_back();
   return "file:" + Lower(ToUtf8(full));
+}
+
+std::string TaskSubject(const std::string& path) {
+  return "task:" + Lower(path.substr(path.rfind('\\') + 1));
+}
+
+std::string SearchedFolder(const std::wstring& path) {
+  const size_t backslash = path.find_last_of(L"\\/");
+  const std::wstring name = backslash == std::wstring::npos ? path : path.substr(backslash + 1);
+  if (name.find_first_of(L"*?") == std::wstring::npos) return {};
+  return FileSubject(backslash == std::wstring::npos ? L"." : path.substr(0, backslash + 1));
 }
 
 std::string Lower(const std::string& text) {

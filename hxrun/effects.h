@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "hxrun/changes.h"
 #include "rig/declaration.h"
 
 namespace hxrun {
@@ -22,13 +23,14 @@ enum class Effect : uint8_t {
 };
 
 /// What handles and objects stand for: the full path of a key or a file, the name of a service, a window, a
-/// process. Filled by the watcher as the library opens them.
+/// process, the subject of the folder that is searched. Filled by the watcher as the library opens them.
 using Names = std::map<std::pair<char, uint64_t>, std::string>;
 
 /// One call of the library, for the functions of a row.
 struct Call {
-  const uint64_t* words;  ///< the arguments' bits
-  const Names& names;     ///< what handles stand for
+  const uint64_t* words;   ///< the arguments' bits
+  const Names& names;      ///< what handles stand for
+  const Changes& changes;  ///< the changes that a dry run has recorded
 
   /// Argument `index` as a wide text, in UTF-8; empty for null.
   std::string Wide(int index) const;
@@ -40,9 +42,20 @@ struct Call {
   std::string Name(char kind, int index) const;
 };
 
-/// What a call touches. Each is a text that begins with its kind, such as "file:c:\temp\a" or
-/// "service:ostrel"; it is in small letters. What follows a backslash lies inside.
-using Subjects = std::vector<std::string>;
+/// What a look at the machine says of a change before it is made.
+struct Outlook {
+  /// The outcomes.
+  enum class Kind : uint8_t {
+    kBegins,   ///< The call could begin.
+    kFails,    ///< The call would fail.
+    kUnknown,  ///< No look can know.
+  };
+  Kind kind = Kind::kBegins;       ///< the outcome
+  uint64_t result = 0;             ///< the bits of the failing result
+  uint32_t error = 0;              ///< the error of the failure: a code of Windows, an HRESULT or an NTSTATUS
+  bool setsLastError = false;      ///< the failure leaves its error as the last error
+  size_t change = Changes::kNone;  ///< for kUnknown: the recorded change on which the answer depends, if any
+};
 
 /// The row of one function or method.
 struct Row {
@@ -52,15 +65,14 @@ struct Row {
   Effect effect;
   /// What its answer depends on; null for nothing that an action can change.
   Subjects (*needs)(const Call& call) = nullptr;
-  /// What a change touches; null for nothing that is read later.
-  Subjects (*touches)(const Call& call) = nullptr;
+  /// What a change touches, and how; null for nothing that is read later.
+  std::vector<Touch> (*touches)(const Call& call) = nullptr;
   /// The change, after "would": "move C:\A to C:\B".
   std::string (*describe)(const Call& call) = nullptr;
+  /// The read-only look that says whether the change could begin. Every change has one.
+  Outlook (*look)(const Call& call) = nullptr;
   /// False for a call that changes nothing; null if every call changes something.
   bool (*isChange)(const Call& call) = nullptr;
-  /// The bits of the result if the machine as it is makes the call fail; sets the last error. Null if that is
-  /// not looked at.
-  std::optional<uint64_t> (*refusal)(const Call& call) = nullptr;
   /// Fills what a success stores through the arguments; null for nothing.
   void (*fill)(const Call& call) = nullptr;
 };
@@ -69,17 +81,23 @@ struct Row {
 const Row* FindRow(const std::string& name);
 
 /// Returns what is wrong with the table: a function of the rig's tables without a row, a change without a
-/// description. Empty if nothing is.
+/// description or a look. Empty if nothing is.
 std::string CheckEffects();
 
 /// Returns the full path of a file, without a backslash at its end, as a subject of files.
 std::string FileSubject(const std::wstring& path);
+
+/// Returns a task as a subject, by its path or its name.
+std::string TaskSubject(const std::string& path);
+
+/// Returns the subject of the folder that a search with this path lists; empty if it looks up one name.
+std::string SearchedFolder(const std::wstring& path);
 
 /// Returns the text in small letters.
 std::string Lower(const std::string& text);
 
 /// The kinds of handles in Names.
 inline constexpr char kKeyName = 'k', kFileName = 'f', kServiceName = 's', kWindowName = 'w',
-                      kProcessName = 'p';
+                      kProcessName = 'p', kSearchName = 'd';
 
 }  // namespace hxrun

@@ -60,7 +60,8 @@ class Reporter : public RunWatcher {
   void Before(const rig::Declaration& declaration, const uint64_t* words) override {
     RunWatcher::Before(declaration, words);
     const Names none;
-    const Call call{words, none};
+    const Changes noChanges;
+    const Call call{words, none, noChanges};
     if (declaration.Name() == "MsiSetPropertyA") Remember(call.Narrow(1));
     if (declaration.Name() == "MsiSetPropertyW") Remember(call.Wide(1));
   }
@@ -171,13 +172,21 @@ void FillSession(rig::Rig& rig, rig::InstallerSession& session, Reporter& report
       [](MSIHANDLE, const wchar_t*, const wchar_t*) { return UINT{ERROR_FUNCTION_FAILED}; });
 }
 
-void ListChanges(const RunWatcher& watcher) {
-  if (watcher.Recorded().empty()) {
-    Print("nothing would be changed");
-    return;
+// Lists the changes of a dry run. Returns true if one of them would be made.
+bool ListChanges(const RunWatcher& watcher) {
+  const std::vector<RecordedChange>& changes = watcher.Recorded();
+  const bool isAny =
+      std::any_of(changes.begin(), changes.end(), [](const auto& change) { return !change.fails; });
+  if (isAny) {
+    Print("what would be done, in order:");
+  } else {
+    Print(changes.empty() ? "nothing would be changed"
+                          : "nothing would be changed, because these calls would fail:");
   }
-  Print("what would be done, in order:");
-  for (const std::string& change : watcher.Recorded()) Print("  would " + change);
+  for (const RecordedChange& change : changes) {
+    Print((change.fails ? "  would fail to " : "  would ") + change.text);
+  }
+  return isAny;
 }
 
 ExitStatus Run(const Options& options) {
@@ -227,8 +236,7 @@ ExitStatus Run(const Options& options) {
   const UINT result = library.CustomAction(std::stoi(options.entryPoint.substr(12)), rig.session);
   rig.watcher = nullptr;
 
-  if (options.dryRun) ListChanges(reporter);
-  const bool isSupposed = !reporter.Recorded().empty();
+  const bool isSupposed = options.dryRun && ListChanges(reporter);
   Print("returned " + std::to_string(result) + ": " + MeaningOf(result) +
         (isSupposed ? ", if all of this succeeds" : ""));
   return result == ERROR_SUCCESS ? kExitDone : kExitOtherCode;

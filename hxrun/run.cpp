@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "hxrun/looks.h"
 #include "rig/print.h"
 
 namespace hxrun {
@@ -18,12 +19,6 @@ bool StartsWith(const std::string& text, const std::string& head) {
   return text.compare(0, head.size(), head) == 0;
 }
 
-// True if `inner` lies inside of `outer`, as a path does in a folder.
-bool IsInside(const std::string& inner, const std::string& outer) {
-  return inner.size() > outer.size() && StartsWith(inner, outer) &&
-         (outer.back() == '\\' || inner[outer.size()] == '\\');
-}
-
 // The methods of every object, which say nothing about the machine.
 bool IsOfEveryObject(const std::string& name) {
   const size_t dot = name.find('.');
@@ -31,6 +26,9 @@ bool IsOfEveryObject(const std::string& name) {
   const std::string method = name.substr(dot + 1);
   return method == "QueryInterface" || method == "AddRef" || method == "Release";
 }
+
+// From this length on, in characters, a password is hidden wherever it is in a line.
+constexpr size_t kLongSecret = 8;
 
 // True if the method gives an object in memory a value, which belongs to the change that follows.
 bool GivesValue(const std::string& name) {
@@ -50,9 +48,13 @@ void RunWatcher::KeepSecret(std::wstring_view text) {
   const std::string plain = rig::ToUtf8(text);
   const std::string quoted = rig::Quote(text);
   const std::string inner = quoted.substr(1, quoted.size() - 2);
+  // A short password is a part of many words, and hiding it there would show it. All lines that can have it
+  // have it in quotation marks.
+  const auto where =
+      text.size() < kLongSecret ? rig::Secret::Where::kWholeValue : rig::Secret::Where::kEverywhere;
   // The longer form first, so that no part of it is left.
-  if (inner != plain) secrets_.push_back(std::make_unique<rig::Secret>(inner));
-  secrets_.push_back(std::make_unique<rig::Secret>(plain));
+  if (inner != plain) secrets_.push_back(std::make_unique<rig::Secret>(inner, where));
+  secrets_.push_back(std::make_unique<rig::Secret>(plain, where));
 }
 
 void RunWatcher::Before(const rig::Declaration& declaration, const uint64_t* words) {
@@ -69,39 +71,18 @@ void RunWatcher::Before(const rig::Declaration& declaration, const uint64_t* wor
   }
 }
 
-const RunWatcher::Touched* RunWatcher::DependsOn(const Subjects& subjects) const {
-  for (const std::string& given : subjects) {
-    const bool isList = StartsWith(given, "list:");
-    const std::string subject = isList ? given.substr(5) : given;
-    for (const Touched& touched : touched_) {
-      const bool isSame = subject == touched.subject;
-      const bool isBelow = IsInside(subject, touched.subject) && !touched.isNewFolder;
-      const bool isAbove = isList && IsInside(touched.subject, subject);
-      const bool isOfKind = StartsWith(subject, "any:") && StartsWith(touched.subject, subject.substr(4));
-      const bool isAnyOfKind =
-          StartsWith(touched.subject, "any:") && StartsWith(subject, touched.subject.substr(4));
-      if (isSame || isBelow || isAbove || isOfKind || isAnyOfKind) return &touched;
-    }
-  }
-  return nullptr;
+void RunWatcher::EndDependent(const std::string& reason, size_t change) {
+  const std::string& text = recorded_[change].text;
+  end_(kExitDependent,
+       "the rest depends on this change: " + text.substr(0, text.find('\n')) + " (" + reason + ")");
 }
 
-bool RunWatcher::IsInNewFolder(const Subjects& subjects) const {
-  return std::any_of(subjects.begin(), subjects.end(), [&](const std::string& subject) {
-    return std::any_of(touched_.begin(), touched_.end(), [&](const Touched& touched) {
-      return touched.isNewFolder && IsInside(subject, touched.subject);
-    });
-  });
-}
-
-void RunWatcher::EndDependent(const std::string& call, size_t change) {
-  const std::string& text = recorded_[change];
-  end_(kExitDependent, "the rest depends on this change: " + text.substr(0, text.find('\n')) + " (" + call +
-                           " asks for what it would have changed)");
+void RunWatcher::EndAsking(const std::string& call, size_t change) {
+  EndDependent(call + " asks for what it would have changed", change);
 }
 
 void RunWatcher::EndUnmade(const std::string& object) {
-  EndDependent(object, recorded_.size() - 1);
+  EndAsking(object, recorded_.size() - 1);
 }
 
 void RunWatcher::AskFor(const std::string& change) {
@@ -115,18 +96,22 @@ void RunWatcher::AskFor(const std::string& change) {
   rule_ = ChangeRule::kAllow;
 }
 
-uint64_t RunWatcher::Record(const rig::Declaration& declaration, const Row& row, const Call& call) {
+void RunWatcher::AddToList(const Row& row, const Call& call, std::optional<uint32_t> error) {
   std::string change = row.describe(call);
+  if (error) {
+    const bool isNumber = *error < 0x10000;
+    change += " (error " + (isNumber ? std::to_string(*error) : rig::HexText(*error)) + ")";
+  }
   for (const std::string& detail : details_) change += "\n    " + detail;
   details_.clear();
-  recorded_.push_back(change);
-  const bool isNewFolder =
-      declaration.Name() == "CreateDirectoryW" || declaration.Name() == "ITaskFolder.CreateFolder";
-  if (row.touches != nullptr) {
-    for (const std::string& subject : row.touches(call)) {
-      touched_.push_back({subject, isNewFolder, recorded_.size() - 1});
-    }
-  }
+  recorded_.push_back({change, error.has_value()});
+}
+
+uint64_t RunWatcher::Record(const rig::Declaration& declaration, const Row& row, const Call& call) {
+  // The texts of both are those before the change.
+  const std::vector<Touch> touches = row.touches == nullptr ? std::vector<Touch>() : row.touches(call);
+  AddToList(row, call, std::nullopt);
+  changes_.Add(touches, recorded_.size() - 1);
   if (StartsWith(declaration.Name(), "CreateFile")) EndUnmade("the open file");
   if (row.fill != nullptr) row.fill(call);
   const rig::Failing& failing = declaration.HowItFails();
@@ -135,22 +120,38 @@ uint64_t RunWatcher::Record(const rig::Declaration& declaration, const Row& row,
   return failing.success == rig::Failing::Success::kOtherThanFailing && !returnsError ? 1 : 0;
 }
 
+uint64_t RunWatcher::Change(const rig::Declaration& declaration, const Row& row, const Call& call) {
+  const Outlook outlook = row.look(call);
+  switch (outlook.kind) {
+    case Outlook::Kind::kFails:
+      AddToList(row, call, outlook.error);
+      if (outlook.setsLastError) SetLastError(outlook.error);
+      return outlook.result;
+    case Outlook::Kind::kUnknown:
+      if (outlook.change != Changes::kNone) EndAsking(declaration.Name(), outlook.change);
+      AddToList(row, call, std::nullopt);
+      EndDependent("nothing shows whether it would succeed", recorded_.size() - 1);
+      return declaration.HowItFails().result;
+    default:
+      return Record(declaration, row, call);
+  }
+}
+
 std::optional<uint64_t> RunWatcher::InDryRun(const rig::Declaration& declaration, const Row& row,
                                              const Call& call, bool isChange) {
-  const Subjects needs = row.needs == nullptr ? Subjects() : row.needs(call);
-  if (const Touched* touched = DependsOn(needs)) EndDependent(declaration.Name(), touched->change);
-  if (IsInNewFolder(needs)) {
+  // A look at a file knows what the recorded changes make of it.
+  const bool asks = row.needs != nullptr && !(isChange && StartsWith(declaration.Name(), "CreateFile"));
+  const Subjects needs = asks ? row.needs(call) : Subjects();
+  const size_t change = changes_.DependsOn(needs);
+  if (change != Changes::kNone) EndAsking(declaration.Name(), change);
+  if (isChange) return Change(declaration, row, call);
+  FileState state;
+  if (changes_.IsInNewFolder(needs, &state)) {
     // The new folder would hold only what this run put there, and that was looked at.
-    SetLastError(ERROR_FILE_NOT_FOUND);
+    SetLastError(state == FileState::kNoPath ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND);
     return declaration.HowItFails().result;
   }
-  if (!isChange) return std::nullopt;
-  // The machine itself says whether the change would fail, unless a recorded change comes before.
-  const Subjects touches = row.touches == nullptr ? Subjects() : row.touches(call);
-  if (row.refusal != nullptr && DependsOn(touches) == nullptr && !IsInNewFolder(touches)) {
-    if (auto refused = row.refusal(call)) return refused;
-  }
-  return Record(declaration, row, call);
+  return std::nullopt;
 }
 
 std::optional<uint64_t> RunWatcher::Instead(const rig::Declaration& declaration, const uint64_t* words) {
@@ -160,11 +161,12 @@ std::optional<uint64_t> RunWatcher::Instead(const rig::Declaration& declaration,
     end_(kExitFailed, declaration.Name() + ": nothing says whether it changes the machine");
     return std::nullopt;
   }
-  const Call call{words, names_};
+  const Call call{words, names_, changes_};
   const bool isChange = row->effect == Effect::kChanges && (row->isChange == nullptr || row->isChange(call));
   if (rule_ == ChangeRule::kRecord) return InDryRun(declaration, *row, call, isChange);
   if (isChange && rule_ != ChangeRule::kAllow) {
-    if (row->refusal != nullptr && row->refusal(call)) return std::nullopt;
+    // A call that fails changes nothing.
+    if (row->look(call).kind == Outlook::Kind::kFails) return std::nullopt;
     AskFor(row->describe(call));
   }
   return std::nullopt;
@@ -180,7 +182,10 @@ void RunWatcher::NameHandle(const std::string& function, const Call& call, uint6
     names_[{kKeyName, opened(4)}] = call.Name(kKeyName, 0) + (below.empty() ? "" : "\\" + below) +
                                     ((access & KEY_WOW64_32KEY) != 0 ? " (32-bit view)" : "");
   } else if (function == "CreateFileA" || function == "CreateFileW") {
-    names_[{kFileName, result}] = function.back() == 'W' ? call.Wide(0) : call.Narrow(0);
+    const std::string path = function.back() == 'W' ? call.Wide(0) : call.Narrow(0);
+    names_[{kFileName, result}] = rig::ToUtf8(FullPath(rig::ToWide(path)));
+  } else if (function == "FindFirstFileW") {
+    names_[{kSearchName, result}] = SearchedFolder(rig::ToWide(call.Wide(0)));
   } else if (function == "OpenServiceA" || function == "OpenServiceW") {
     names_[{kServiceName, result}] = function.back() == 'W' ? call.Wide(1) : call.Narrow(1);
   } else if (function == "OpenProcess") {
@@ -198,8 +203,11 @@ void RunWatcher::After(const rig::Declaration& declaration, const uint64_t* word
                        const std::string& line) {
   const DWORD error = GetLastError();
   const bool leftError = !declaration.Succeeded(result) && declaration.HowItFails().setsLastError;
-  if (declaration.Succeeded(result)) NameHandle(declaration.Name(), Call{words, names_}, result);
-  if (GivesValue(declaration.Name())) details_.push_back(line);
+  if (declaration.Succeeded(result)) NameHandle(declaration.Name(), Call{words, names_, changes_}, result);
+  const Row* row = FindRow(declaration.Name());
+  // A value of what the machine already has is a change of its own.
+  const bool isDetail = GivesValue(declaration.Name()) && row != nullptr && row->effect == Effect::kKeeps;
+  if (isDetail) details_.push_back(line);
   if (print_ && !line.empty()) print_(leftError ? line + " (error " + std::to_string(error) + ")" : line);
 }
 

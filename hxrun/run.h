@@ -35,6 +35,12 @@ enum class ChangeRule : uint8_t {
 /// Ends the process with everything printed that was seen so far. Never returns.
 using EndOfRun = std::function<void(ExitStatus status, const std::string& text)>;
 
+/// A change of a dry run.
+struct RecordedChange {
+  std::string text;  ///< what it is, after "would"; its details on more lines; its error if it would fail
+  bool fails;        ///< true if it would fail
+};
+
 /// Watches the calls of one run.
 class RunWatcher : public rig::Watcher {
  public:
@@ -48,8 +54,8 @@ class RunWatcher : public rig::Watcher {
   void After(const rig::Declaration& declaration, const uint64_t* words, uint64_t result,
              const std::string& line) override;
 
-  /// The changes that a dry run recorded, in order, each after "would", with its details on more lines.
-  const std::vector<std::string>& Recorded() const { return recorded_; }
+  /// The changes that a dry run recorded, in order.
+  const std::vector<RecordedChange>& Recorded() const { return recorded_; }
 
   /// Ends a dry run because the library uses an object that the last recorded change would have made.
   void EndUnmade(const std::string& object);
@@ -57,26 +63,19 @@ class RunWatcher : public rig::Watcher {
   void KeepSecret(std::wstring_view text);
 
  private:
-  /// What a recorded change touched.
-  struct Touched {
-    std::string subject;
-    /// True for a new folder: what is in it is only what this run put there.
-    bool isNewFolder;
-    /// The number of the recorded change.
-    size_t change;
-  };
-
-  /// Ends a dry run: `call` needs what the recorded change with this number would have changed.
-  void EndDependent(const std::string& call, size_t change);
-  /// True if a subject lies in a folder that this run would have created.
-  bool IsInNewFolder(const Subjects& subjects) const;
-  /// Returns the recorded change that one of the subjects depends on; null if there is none.
-  const Touched* DependsOn(const Subjects& subjects) const;
+  /// Ends a dry run because what follows depends on the recorded change with this number, for this reason.
+  void EndDependent(const std::string& reason, size_t change);
+  /// Ends a dry run: `call` asks for what the recorded change with this number would have changed.
+  void EndAsking(const std::string& call, size_t change);
   /// Asks for permission before the first change; ends the run without it.
   void AskFor(const std::string& change);
   /// Answers a call of a dry run, or returns nothing if the call shall be made.
   std::optional<uint64_t> InDryRun(const rig::Declaration& declaration, const Row& row, const Call& call,
                                    bool isChange);
+  /// Looks whether a change of a dry run could begin, and answers it.
+  uint64_t Change(const rig::Declaration& declaration, const Row& row, const Call& call);
+  /// Adds a change to the list, with the error with which it would fail.
+  void AddToList(const Row& row, const Call& call, std::optional<uint32_t> error);
   /// Records a change and returns the result of its success.
   uint64_t Record(const rig::Declaration& declaration, const Row& row, const Call& call);
   /// Remembers what the handle that a call opened stands for.
@@ -87,8 +86,8 @@ class RunWatcher : public rig::Watcher {
   std::function<bool(const std::string&)> ask_;
   EndOfRun end_;
   Names names_;
-  std::vector<Touched> touched_;
-  std::vector<std::string> recorded_;
+  Changes changes_;
+  std::vector<RecordedChange> recorded_;
   std::vector<std::string> details_;
   std::vector<std::unique_ptr<rig::Secret>> secrets_;
 };

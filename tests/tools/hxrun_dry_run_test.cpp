@@ -145,6 +145,7 @@ TEST_F(HxRunDryRunTest, MovesAFolderAside) {
 TEST_F(HxRunDryRunTest, CopiesATree) {
   EXPECT_EQ(StoryOf("CustomAction16"),
             "what would be done, in order:\n"
+            "  would fail to create the folder C:\\hxrun-given\\B (error 183)\n"
             "  would copy C:\\hxrun-given\\A\\f.txt to C:\\hxrun-given\\B\\f.txt\n"
             "  would create the folder C:\\hxrun-given\\B\\sub\n"
             "  would create the folder C:\\hxrun-given\\B\\sub\\deep\n"
@@ -171,7 +172,23 @@ TEST_F(HxRunDryRunTest, AChangeThatWouldFailFails) {
       L"--dry-run CustomAction15 --data \"hxsetup -m \\\"C:\\hxrun-given\\none\\.\\\" "
       L"\\\"C:\\hxrun-given\\x\\.\\\"\"");
   EXPECT_EQ(run.status, 3u);
-  EXPECT_EQ(run.Story(), "nothing would be changed\nreturned 1603: ends the installation with an error\n");
+  EXPECT_EQ(run.Story(),
+            "nothing would be changed, because these calls would fail:\n"
+            "  would fail to move C:\\hxrun-given\\none to C:\\hxrun-given\\x (error 2)\n"
+            "returned 1603: ends the installation with an error\n");
+}
+
+// A folder above one that would have been moved, and what lies in it.
+TEST_F(HxRunDryRunTest, ALookAtTheFolderAboveAChangeDependsOnIt) {
+  const HxRun run = RunHxRun(
+      L"--dry-run CustomAction16 --data \"hxsetup -crn \\\"C:\\hxrun-given\\.\\\" "
+      L"\\\"C:\\hxrun-given\\A\\sub\\deep\\.\\\"\"");
+  EXPECT_EQ(run.status, 4u) << run.output;
+  EXPECT_EQ(
+      run.Lines("the rest depends on this change: "),
+      Texts{"create the folder C:\\hxrun-given\\A\\sub\\deep\\A (FindFirstFileW asks for what it would have "
+            "changed)"})
+      << run.output;
 }
 
 TEST_F(HxRunDryRunTest, DeletesATree) {
@@ -218,12 +235,12 @@ TEST_F(HxRunDryRunTest, RegistersTasks) {
   EXPECT_EQ(StoryOf("CustomAction27"),
             "log: Hx Setup Log: Task install failed:  -16\n"
             "what would be done, in order:\n"
-            "  would create the folder of the Task Scheduler Quillfern\n"
+            "  would create the folder of the Task Scheduler \\Quillfern\n"
             "returned 0: success, if all of this succeeds\n");
   EXPECT_EQ(StoryOf("CustomAction31"),
             "log: Hx Setup Log: Task install failed:  -19\n"
             "what would be done, in order:\n"
-            "  would create the folder of the Task Scheduler Quillfern\n"
+            "  would create the folder of the Task Scheduler \\Quillfern\n"
             "returned 0: success, if all of this succeeds\n");
 }
 
@@ -237,41 +254,66 @@ TEST_F(HxRunDryRunTest, ChangesTheRegistry) {
 }
 
 TEST_F(HxRunDryRunTest, EmptiesAFile) {
-  EXPECT_EQ(DryRun("CustomAction11").Changes(),
-            (Texts{"cut C:\\ProgramData\\Ostrel Audit at its current position",
-                   "write 12 bytes to C:\\ProgramData\\Ostrel Audit: "
-                   "\"\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\""}));
+  EXPECT_EQ(DryRun("CustomAction11").Changes(), (Texts{"cut C:\\ProgramData\\Ostrel Audit to 0 bytes",
+                                                       "write 12 bytes to C:\\ProgramData\\Ostrel Audit: "
+                                                       "\"\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\\0\""}));
 }
 
 TEST_F(HxRunDryRunTest, AddsFirewallRules) {
   const HxRun run = DryRun("CustomAction5");
-  EXPECT_EQ(run.Changes(), Texts{"add the rule to the firewall"}) << run.output;
+  EXPECT_EQ(run.Changes(), Texts{"add the rule to the firewall: @C:\\hxrun-given\\vt.exe,-1000"})
+      << run.output;
   EXPECT_EQ(run.Lines("    INetFwRule.put_Name"), Texts{"(\"@C:\\\\hxrun-given\\\\vt.exe,-1000\") = 0"});
-  EXPECT_EQ(DryRun("CustomAction19").Changes(),
-            (Texts{"remove from the firewall the rule @C:\\hxrun-given\\vt.exe,-1000",
-                   "remove from the firewall the rule @C:\\hxrun-given\\vt.exe,-1010"}));
+  // The engine of these tests cannot look a rule up.
+  EXPECT_EQ(
+      StoryOf("CustomAction19"),
+      "log: Hx Setup Log: removing complex firewall rules\n"
+      "what would be done, in order:\n"
+      "  would remove from the firewall the rule @C:\\hxrun-given\\vt.exe,-1000\n"
+      "the rest depends on this change: remove from the firewall the rule @C:\\hxrun-given\\vt.exe,-1000 "
+      "(nothing shows whether it would succeed)\n");
 }
 
 TEST_F(HxRunDryRunTest, ReplacesAnAccessList) {
   EXPECT_EQ(DryRun("CustomAction25").Changes(),
             Texts{"replace the access list of C:\\hxrun-given\\A by D:(A;OICI;GA;;;BU)"});
+  EXPECT_EQ(
+      RunHxRun(L"--dry-run CustomAction25 --data Users*C:\\hxrun-given\\none").Story(),
+      "log: Hx Setup Log: setting ACL for Users on Users\n"
+      "log: Hx Setup Log: failure 2 (0x00000002) setting ACL for Users\n"
+      "nothing would be changed, because these calls would fail:\n"
+      "  would fail to replace the access list of C:\\hxrun-given\\none by D:(A;OICI;GA;;;BU) (error 2)\n"
+      "returned 0: success\n");
 }
 
 TEST_F(HxRunDryRunTest, RunsASection) {
-  EXPECT_EQ(DryRun("CustomAction36").Changes(),
-            Texts{"run the section of a setup information file: DefaultInstall 128 C:\\hxrun-given\\x.inf"});
+  EXPECT_EQ(StoryOf("CustomAction36"),
+            "log: Hx Setup Log: InstallHinfSection(DefaultInstall 128 C:\\hxrun-given\\x.inf)\n"
+            "nothing would be changed, because these calls would fail:\n"
+            "  would fail to run the section of a setup information file: DefaultInstall 128 "
+            "C:\\hxrun-given\\x.inf (error 2)\n"
+            "returned 0: success\n");
+  WriteBytes(std::wstring(kGiven) + L"\\y.inf", "[DefaultInstall]\r\n");
+  EXPECT_EQ(
+      RunHxRun(L"--dry-run CustomAction36 --data \"DefaultInstall 128 C:\\hxrun-given\\y.inf\"").Changes(),
+      Texts{"run the section of a setup information file: DefaultInstall 128 C:\\hxrun-given\\y.inf"});
+  DeleteFileW((std::wstring(kGiven) + L"\\y.inf").c_str());
 }
 
 TEST_F(HxRunDryRunTest, SavesAWorkItemOrStartsItsServiceFirst) {
   SetSchedulerRuns(true);
   EXPECT_EQ(StoryOf("CustomAction6"),
             "what would be done, in order:\n"
-            "  would save the work item\n"
+            "  would save the work item C:\\windows\\Tasks\\Ostrel.job\n"
             "    ITask.SetApplicationName(\"C:\\\\hxrun-given\\\\ostrel32.exe\") = 0\n"
             "    ITask.SetParameters(\"-auditmode\") = 0\n"
             "    ITask.SetAccountInformation(\"me\", \"<password>\") = 0\n"
             "    ITaskTrigger.SetTrigger(*) = 0\n"
             "returned 0: success, if all of this succeeds\n");
+  EXPECT_EQ(StoryOf("CustomAction7"),
+            "nothing would be changed, because these calls would fail:\n"
+            "  would fail to delete the work item Ostrel (error 0x80070002)\n"
+            "returned 0: success\n");
   SetSchedulerRuns(false);
   EXPECT_EQ(
       StoryOf("CustomAction6"),

@@ -1,0 +1,607 @@
+#include "hxrun/looks.h"
+
+#include <aclapi.h>
+#include <lm.h>
+
+#include <algorithm>
+
+#include "hxrun/com_objects.h"
+#include "rig/directory_interfaces.h"
+#include "rig/function.h"
+#include "rig/print.h"
+#include "rig/task_interfaces.h"
+// Must come after the interfaces of the directory.
+#include <adshlp.h>
+#include <netfw.h>
+#include <taskschd.h>
+
+namespace hxrun {
+namespace {
+
+using rig::ToUtf8;
+using rig::ToWide;
+
+// A function that returns FALSE or null would leave this error; none for ERROR_SUCCESS.
+Outlook WouldLeave(DWORD error, uint64_t result = 0) {
+  if (error == ERROR_SUCCESS) return {};
+  return {Outlook::Kind::kFails, result, error, true, Changes::kNone};
+}
+
+// A function that returns its error would return this one; none for 0.
+Outlook WouldReturn(uint32_t error) {
+  if (error == 0) return {};
+  return {Outlook::Kind::kFails, error, error, false, Changes::kNone};
+}
+
+Outlook NobodyKnows(size_t change = Changes::kNone) {
+  return {Outlook::Kind::kUnknown, 0, 0, false, change};
+}
+
+// ---- files and folders
+
+// What is at a path after the recorded changes.
+struct Entry {
+  DWORD error = ERROR_SUCCESS;  // ERROR_SUCCESS if there is something
+  DWORD attributes = 0;
+  bool isReal = false;             // the machine has it, and no change touched it
+  bool isKnown = true;             // false if a change decides that was not made
+  size_t change = Changes::kNone;  // that change
+
+  bool Exists() const { return error == ERROR_SUCCESS; }
+  bool IsFolder() const { return Exists() && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+  bool IsReadOnly() const { return Exists() && (attributes & FILE_ATTRIBUTE_READONLY) != 0; }
+};
+
+Entry EntryAt(const Call& call, const std::wstring& path) {
+  Entry found;
+  switch (call.changes.StateOf(FileSubject(path), &found.change)) {
+    case FileState::kAsIs:
+      found.attributes = GetFileAttributesW(path.c_str());
+      if (found.attributes == INVALID_FILE_ATTRIBUTES) found.error = GetLastError();
+      found.isReal = found.Exists();
+      break;
+    case FileState::kFile:
+      found.attributes = FILE_ATTRIBUTE_NORMAL;
+      break;
+    case FileState::kFolder:
+      found.attributes = FILE_ATTRIBUTE_DIRECTORY;
+      break;
+    case FileState::kMissing:
+      found.error = ERROR_FILE_NOT_FOUND;
+      break;
+    case FileState::kNoPath:
+      found.error = ERROR_PATH_NOT_FOUND;
+      break;
+    default:
+      found.isKnown = false;
+  }
+  return found;
+}
+
+// The error of a file or folder that a program has open without sharing it for this access. Rights are not
+// looked at.
+DWORD HeldError(const Entry& found, const std::wstring& path, DWORD access) {
+  if (!found.isReal) return ERROR_SUCCESS;
+  HANDLE file =
+      CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    return GetLastError() == ERROR_SHARING_VIOLATION ? DWORD{ERROR_SHARING_VIOLATION} : DWORD{ERROR_SUCCESS};
+  }
+  CloseHandle(file);
+  return ERROR_SUCCESS;
+}
+
+// The drive or mounted folder that a path is on.
+std::wstring VolumeOf(const std::wstring& path) {
+  std::wstring volume(path.size() + MAX_PATH, L'\0');
+  if (!GetVolumePathNameW(path.c_str(), volume.data(), static_cast<DWORD>(volume.size()))) return {};
+  volume.resize(volume.find(L'\0'));
+  CharLowerBuffW(volume.data(), static_cast<DWORD>(volume.size()));
+  return volume;
+}
+
+bool LiesBelow(const std::string& inner, const std::string& outer) {
+  return inner.compare(0, outer.size() + 1, outer + "\\") == 0;
+}
+
+// The names in a folder of the machine.
+std::vector<std::wstring> EntriesOf(const std::wstring& folder) {
+  std::vector<std::wstring> names;
+  WIN32_FIND_DATAW found;
+  HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return names;
+  do {
+    const std::wstring name = found.cFileName;
+    if (name != L"." && name != L"..") names.push_back(name);
+  } while (FindNextFileW(search, &found));
+  FindClose(search);
+  return names;
+}
+
+// True if the folder has an entry after the recorded changes.
+bool HasEntries(const Call& call, const std::wstring& path, bool isReal) {
+  size_t change = Changes::kNone;
+  const auto exists = [&](const std::string& subject) {
+    const FileState state = call.changes.StateOf(subject, &change);
+    return state != FileState::kMissing && state != FileState::kNoPath;
+  };
+  const Subjects made = call.changes.MadeIn(FileSubject(path));
+  if (std::any_of(made.begin(), made.end(), exists)) return true;
+  if (!isReal) return false;
+  const std::vector<std::wstring> names = EntriesOf(path);
+  return std::any_of(names.begin(), names.end(),
+                     [&](const std::wstring& name) { return exists(FileSubject(path + L"\\" + name)); });
+}
+
+// The error of a target that must not exist and whose folder must.
+DWORD ErrorOfNew(const Entry& target) {
+  if (target.Exists()) return ERROR_ALREADY_EXISTS;
+  return target.error == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_SUCCESS} : target.error;
+}
+
+Outlook LookAtWriting(const Call& call, const std::wstring& path) {
+  const Entry file = EntryAt(call, path);
+  if (!file.isKnown) return NobodyKnows(file.change);
+  const auto disposition = static_cast<DWORD>(call.words[4]);
+  const auto failing = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(INVALID_HANDLE_VALUE));
+  if (disposition == CREATE_NEW && file.Exists()) return WouldLeave(ERROR_FILE_EXISTS, failing);
+  if (disposition == TRUNCATE_EXISTING && !file.Exists()) return WouldLeave(file.error, failing);
+  if (file.IsFolder() || file.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED, failing);
+  if (!file.Exists() && file.error != ERROR_FILE_NOT_FOUND) return WouldLeave(file.error, failing);
+  return WouldLeave(HeldError(file, path, GENERIC_WRITE), failing);
+}
+
+// ---- the registry
+
+// RegDeleteKey deletes no key that is missing, and none with keys in it. `key` is open, or `error` says why
+// not.
+Outlook LookAtKey(LSTATUS error, HKEY key) {
+  if (error == ERROR_ACCESS_DENIED) return {};
+  if (error != ERROR_SUCCESS) return WouldReturn(static_cast<uint32_t>(error));
+  DWORD keys = 0;
+  error = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &keys, nullptr, nullptr, nullptr, nullptr, nullptr,
+                           nullptr, nullptr);
+  RegCloseKey(key);
+  return WouldReturn(error == ERROR_SUCCESS && keys != 0 ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
+}
+
+// ---- services
+
+// A service of the call, opened for a look; null if it cannot be opened.
+class LookedAtService {
+ public:
+  explicit LookedAtService(const Call& call, DWORD access)
+      : manager_(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)),
+        service_(manager_ == nullptr
+                     ? nullptr
+                     : OpenServiceW(manager_, ToWide(call.Name(kServiceName, 0)).c_str(), access)) {}
+  ~LookedAtService() {
+    if (service_ != nullptr) CloseServiceHandle(service_);
+    if (manager_ != nullptr) CloseServiceHandle(manager_);
+  }
+  LookedAtService(const LookedAtService&) = delete;
+  LookedAtService& operator=(const LookedAtService&) = delete;
+  SC_HANDLE get() const { return service_; }
+
+ private:
+  SC_HANDLE manager_;
+  SC_HANDLE service_;
+};
+
+bool HasRunningDependents(SC_HANDLE service) {
+  DWORD needed = 0;
+  DWORD count = 0;
+  const BOOL isEmpty = EnumDependentServicesW(service, SERVICE_ACTIVE, nullptr, 0, &needed, &count);
+  return !isEmpty && GetLastError() == ERROR_MORE_DATA;
+}
+
+// ---- COM objects
+
+template <class Interface>
+Interface* Called() {
+  return static_cast<Interface*>(CalledObject());
+}
+
+// Takes the answer of a look-up of something by its name, and releases what it found. Only an answer that
+// says "there is none" is one that the call itself would give.
+Outlook LookedUp(HRESULT result, IUnknown* found) {
+  if (found != nullptr) found->Release();
+  if (SUCCEEDED(result)) return {};
+  const HRESULT missing[] = {HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND),
+                             HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND), HRESULT_FROM_WIN32(NERR_UserNotFound),
+                             static_cast<HRESULT>(0x80072030)};
+  const bool isMissing = std::find(std::begin(missing), std::end(missing), result) != std::end(missing);
+  return isMissing ? WouldReturn(static_cast<uint32_t>(result)) : NobodyKnows();
+}
+
+// A folder of the Task Scheduler cannot be deleted while a folder or a task is in it that no recorded change
+// deletes.
+Outlook LookIntoTaskFolder(const Call& call, ITaskFolder* folder) {
+  const uint32_t notEmpty = static_cast<uint32_t>(HRESULT_FROM_WIN32(ERROR_DIR_NOT_EMPTY));
+  IRegisteredTaskCollection* tasks = nullptr;
+  LONG count = 0;
+  HRESULT result = folder->GetTasks(TASK_ENUM_HIDDEN, &tasks);
+  if (FAILED(result)) return NobodyKnows();
+  Outlook outlook;
+  result = tasks->get_Count(&count);
+  if (FAILED(result)) outlook = NobodyKnows();
+  for (LONG number = 1; number <= count && outlook.kind == Outlook::Kind::kBegins; ++number) {
+    VARIANT index = {};
+    index.vt = VT_I4;
+    index.lVal = number;
+    IRegisteredTask* task = nullptr;
+    BSTR path = nullptr;
+    if (FAILED(tasks->get_Item(index, &task)) || FAILED(task->get_Path(&path)) || path == nullptr) {
+      outlook = NobodyKnows();
+    } else if (!call.changes.IsGone(TaskSubject(ToUtf8(path)))) {
+      outlook = WouldReturn(notEmpty);
+    }
+    SysFreeString(path);
+    if (task != nullptr) task->Release();
+  }
+  tasks->Release();
+  if (outlook.kind != Outlook::Kind::kBegins) return outlook;
+  ITaskFolderCollection* folders = nullptr;
+  result = folder->GetFolders(0, &folders);
+  if (SUCCEEDED(result)) {
+    result = folders->get_Count(&count);
+    folders->Release();
+  }
+  if (FAILED(result)) return NobodyKnows();
+  return WouldReturn(count == 0 ? 0 : notEmpty);
+}
+
+// Looks for an object of the directory.
+HRESULT DirectoryHas(const wchar_t* path) {
+  auto* function = rig::Function<&::ADsGetObject>::Real();
+  IADs* found = nullptr;
+  if (function == nullptr) return E_NOTIMPL;
+  const HRESULT result = function(path, __uuidof(IADs), reinterpret_cast<void**>(&found));
+  if (SUCCEEDED(result) && found != nullptr) found->Release();
+  return result;
+}
+
+}  // namespace
+
+std::wstring WideText(const Call& call, int index) {
+  auto* text = Pointer<const wchar_t*>(call, index);
+  return text == nullptr ? std::wstring() : std::wstring(text);
+}
+
+std::wstring FullPath(const std::wstring& path) {
+  DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  std::wstring full(size, L'\0');
+  size = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
+  full.resize(size);
+  return full.empty() ? path : full;
+}
+
+Outlook LookAtNothing(const Call&) {
+  return {};
+}
+
+Outlook LookInVain(const Call&) {
+  return NobodyKnows();
+}
+
+Outlook LookAtNewFolder(const Call& call) {
+  const Entry found = EntryAt(call, WideText(call, 0));
+  return found.isKnown ? WouldLeave(ErrorOfNew(found)) : NobodyKnows(found.change);
+}
+
+Outlook LookAtFolderToDelete(const Call& call) {
+  const std::wstring path = WideText(call, 0);
+  const Entry folder = EntryAt(call, path);
+  if (!folder.isKnown) return NobodyKnows(folder.change);
+  if (!folder.Exists()) return WouldLeave(folder.error);
+  if (!folder.IsFolder()) return WouldLeave(ERROR_DIRECTORY);
+  if (folder.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
+  if (const DWORD held = HeldError(folder, path, DELETE)) return WouldLeave(held);
+  return WouldLeave(HasEntries(call, path, folder.isReal) ? ERROR_DIR_NOT_EMPTY : ERROR_SUCCESS);
+}
+
+Outlook LookAtFileToDelete(const Call& call) {
+  const std::wstring path = WideText(call, 0);
+  const Entry file = EntryAt(call, path);
+  if (!file.isKnown) return NobodyKnows(file.change);
+  if (!file.Exists()) return WouldLeave(file.error);
+  if (file.IsFolder() || file.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
+  return WouldLeave(HeldError(file, path, DELETE));
+}
+
+Outlook LookAtMove(const Call& call) {
+  const std::wstring from = WideText(call, 0), to = WideText(call, 1);
+  const Entry source = EntryAt(call, from), target = EntryAt(call, to);
+  if (!source.isKnown) return NobodyKnows(source.change);
+  if (!source.Exists()) return WouldLeave(source.error);
+  if (!target.isKnown) return NobodyKnows(target.change);
+  const bool isSame = FileSubject(from) == FileSubject(to);
+  if (const DWORD error = isSame ? DWORD{ERROR_SUCCESS} : ErrorOfNew(target)) return WouldLeave(error);
+  if (LiesBelow(FileSubject(to), FileSubject(from))) return NobodyKnows();
+  // A file is copied to another volume; a folder is not.
+  if (source.IsFolder() && VolumeOf(from) != VolumeOf(to)) return WouldLeave(ERROR_ACCESS_DENIED);
+  return WouldLeave(HeldError(source, from, DELETE));
+}
+
+Outlook LookAtReplacingMove(const Call& call) {
+  const std::wstring from = WideText(call, 0), to = WideText(call, 1);
+  const Entry source = EntryAt(call, from), target = EntryAt(call, to);
+  const auto flags = static_cast<DWORD>(call.words[2]);
+  if (!source.isKnown) return NobodyKnows(source.change);
+  if (!source.Exists()) return WouldLeave(source.error);
+  if (!target.isKnown) return NobodyKnows(target.change);
+  if (LiesBelow(FileSubject(to), FileSubject(from))) return NobodyKnows();
+  const bool isSame = FileSubject(from) == FileSubject(to);
+  if (target.Exists() && !isSame) {
+    if ((flags & MOVEFILE_REPLACE_EXISTING) == 0) return WouldLeave(ERROR_ALREADY_EXISTS);
+    if (source.IsFolder() || target.IsFolder() || target.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
+    if (const DWORD held = HeldError(target, to, DELETE)) return WouldLeave(held);
+  } else if (!target.Exists() && target.error != ERROR_FILE_NOT_FOUND) {
+    return WouldLeave(target.error);
+  }
+  if (VolumeOf(from) != VolumeOf(to)) {
+    if ((flags & MOVEFILE_COPY_ALLOWED) == 0) return WouldLeave(ERROR_NOT_SAME_DEVICE);
+    if (source.IsFolder()) return WouldLeave(ERROR_ACCESS_DENIED);
+  }
+  return WouldLeave(HeldError(source, from, DELETE));
+}
+
+Outlook LookAtCopy(const Call& call) {
+  const std::wstring from = WideText(call, 0), to = WideText(call, 1);
+  const Entry source = EntryAt(call, from), target = EntryAt(call, to);
+  if (!source.isKnown) return NobodyKnows(source.change);
+  if (!source.Exists()) return WouldLeave(source.error);
+  if (source.IsFolder()) return WouldLeave(ERROR_ACCESS_DENIED);
+  if (const DWORD held = HeldError(source, from, GENERIC_READ)) return WouldLeave(held);
+  if (!target.isKnown) return NobodyKnows(target.change);
+  if (!target.Exists()) return WouldLeave(ErrorOfNew(target));
+  if (call.words[2] != 0) return WouldLeave(ERROR_FILE_EXISTS);
+  if (target.IsFolder() || target.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
+  return WouldLeave(HeldError(target, to, GENERIC_WRITE));
+}
+
+Outlook LookAtFile(const Call& call) {
+  const Entry found = EntryAt(call, WideText(call, 0));
+  return found.isKnown ? WouldLeave(found.error) : NobodyKnows(found.change);
+}
+
+Outlook LookAtFileToWrite(const Call& call) {
+  return LookAtWriting(call, WideText(call, 0));
+}
+
+Outlook LookAtFileToWrite8(const Call& call) {
+  return LookAtWriting(call, ToWide(call.Narrow(0)));
+}
+
+Outlook LookAtSecuredObject(const Call& call) {
+  const auto type = static_cast<SE_OBJECT_TYPE>(call.words[1]);
+  const std::wstring name = WideText(call, 0);
+  if (type == SE_FILE_OBJECT) {
+    const Entry found = EntryAt(call, name);
+    if (!found.isKnown) return NobodyKnows(found.change);
+    if (!found.isReal) return WouldReturn(found.error);
+  }
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  const DWORD error = GetNamedSecurityInfoW(Pointer<wchar_t*>(call, 0), type, DACL_SECURITY_INFORMATION,
+                                            nullptr, nullptr, nullptr, nullptr, &descriptor);
+  if (error == ERROR_SUCCESS) LocalFree(descriptor);
+  return WouldReturn(error == ERROR_ACCESS_DENIED ? ERROR_SUCCESS : error);
+}
+
+Outlook LookAtSetupSection(const Call& call) {
+  // "SECTION MODE PATH"; the path may have blanks.
+  const std::string line = call.Narrow(2);
+  const size_t first = line.find(' ');
+  const size_t second = first == std::string::npos ? first : line.find(' ', first + 1);
+  if (second == std::string::npos) return NobodyKnows();
+  const std::string section = line.substr(0, first);
+  const std::wstring path = ToWide(line.substr(second + 1));
+  // A path without a folder is looked for in the folders of the setup library.
+  if (path.find(L'\\') == std::wstring::npos) return NobodyKnows();
+  const Entry file = EntryAt(call, path);
+  if (!file.isKnown) return NobodyKnows(file.change);
+  if (!file.Exists()) return WouldReturn(file.error);
+  std::wstring names(1 << 15, L'\0');
+  const DWORD length =
+      GetPrivateProfileSectionNamesW(names.data(), static_cast<DWORD>(names.size()), path.c_str());
+  if (length == 0 || length >= names.size() - 2) return NobodyKnows();
+  const std::string wanted = Lower(section);
+  for (size_t at = 0; at < length;) {
+    const std::wstring name = names.c_str() + at;
+    const std::string found = Lower(ToUtf8(name));
+    // A section for one kind of system has this kind after a dot.
+    if (found == wanted || found.compare(0, wanted.size() + 1, wanted + ".") == 0) return {};
+    at += name.size() + 1;
+  }
+  return WouldReturn(0xE0000101);  // ERROR_SECTION_NOT_FOUND
+}
+
+Outlook LookAtKeyToDelete8(const Call& call) {
+  HKEY key = nullptr;
+  return LookAtKey(RegOpenKeyExA(Pointer<HKEY>(call, 0), Pointer<const char*>(call, 1), 0, KEY_READ, &key),
+                   key);
+}
+
+Outlook LookAtKeyToDelete(const Call& call) {
+  HKEY key = nullptr;
+  return LookAtKey(RegOpenKeyExW(Pointer<HKEY>(call, 0), Pointer<const wchar_t*>(call, 1), 0, KEY_READ, &key),
+                   key);
+}
+
+Outlook LookAtTreeToDelete(const Call& call) {
+  HKEY key = nullptr;
+  const LSTATUS error =
+      RegOpenKeyExA(Pointer<HKEY>(call, 0), Pointer<const char*>(call, 1), 0, KEY_READ, &key);
+  if (error == ERROR_SUCCESS) RegCloseKey(key);
+  return WouldReturn(error == ERROR_ACCESS_DENIED ? ERROR_SUCCESS : static_cast<uint32_t>(error));
+}
+
+Outlook LookAtValueToDelete(const Call& call) {
+  const LSTATUS error = RegQueryValueExA(Pointer<HKEY>(call, 0), Pointer<const char*>(call, 1), nullptr,
+                                         nullptr, nullptr, nullptr);
+  return WouldReturn(error == ERROR_ACCESS_DENIED ? ERROR_SUCCESS : static_cast<uint32_t>(error));
+}
+
+Outlook LookAtServiceToControl(const Call& call) {
+  const LookedAtService service(call, SERVICE_QUERY_STATUS | SERVICE_ENUMERATE_DEPENDENTS);
+  SERVICE_STATUS status = {};
+  if (service.get() == nullptr || !QueryServiceStatus(service.get(), &status)) return NobodyKnows();
+  const auto control = static_cast<DWORD>(call.words[1]);
+  switch (status.dwCurrentState) {
+    case SERVICE_STOPPED:
+      return WouldLeave(ERROR_SERVICE_NOT_ACTIVE);
+    case SERVICE_START_PENDING:
+    case SERVICE_STOP_PENDING:
+      return WouldLeave(ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
+    default:
+      break;
+  }
+  if (control != SERVICE_CONTROL_STOP) return {};
+  if ((status.dwControlsAccepted & SERVICE_ACCEPT_STOP) == 0)
+    return WouldLeave(ERROR_INVALID_SERVICE_CONTROL);
+  return WouldLeave(HasRunningDependents(service.get()) ? ERROR_DEPENDENT_SERVICES_RUNNING : ERROR_SUCCESS);
+}
+
+Outlook LookAtServiceToStart(const Call& call) {
+  const LookedAtService service(call, SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG);
+  SERVICE_STATUS status = {};
+  if (service.get() == nullptr || !QueryServiceStatus(service.get(), &status)) return NobodyKnows();
+  if (status.dwCurrentState != SERVICE_STOPPED) return WouldLeave(ERROR_SERVICE_ALREADY_RUNNING);
+  std::vector<uint64_t> block(1024);
+  auto* configuration = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(block.data());
+  DWORD needed = 0;
+  if (!QueryServiceConfigW(service.get(), configuration, static_cast<DWORD>(block.size() * sizeof block[0]),
+                           &needed)) {
+    return NobodyKnows();
+  }
+  return WouldLeave(configuration->dwStartType == SERVICE_DISABLED ? ERROR_SERVICE_DISABLED : ERROR_SUCCESS);
+}
+
+Outlook LookAtWindow(const Call& call) {
+  return WouldLeave(IsWindow(Pointer<HWND>(call, 0)) ? ERROR_SUCCESS : ERROR_INVALID_WINDOW_HANDLE);
+}
+
+Outlook LookAtProcess(const Call& call) {
+  // A process that has ended cannot be ended.
+  const bool hasEnded = WaitForSingleObject(Pointer<HANDLE>(call, 0), 0) == WAIT_OBJECT_0;
+  return WouldLeave(hasEnded ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
+}
+
+Outlook LookAtNewAccount(const Call& call) {
+  auto* user = Pointer<const USER_INFO_2*>(call, 2);
+  void* found = nullptr;
+  const DWORD error = NetUserGetInfo(nullptr, user->usri2_name, 0, reinterpret_cast<BYTE**>(&found));
+  if (error == NERR_Success) {
+    NetApiBufferFree(found);
+    return WouldReturn(NERR_UserExists);
+  }
+  return error == NERR_UserNotFound ? Outlook() : NobodyKnows();
+}
+
+Outlook LookAtAccountToDelete(const Call& call) {
+  void* found = nullptr;
+  const DWORD error =
+      NetUserGetInfo(nullptr, Pointer<const wchar_t*>(call, 1), 0, reinterpret_cast<BYTE**>(&found));
+  if (error == NERR_Success) NetApiBufferFree(found);
+  if (error == NERR_Success || error == NERR_UserNotFound) return WouldReturn(error);
+  return NobodyKnows();
+}
+
+Outlook LookAtPrincipalNames(const Call& call) {
+  std::wstring path = L"LDAP://";
+  for (const wchar_t unit : WideText(call, 2)) {
+    if (unit == L'/') path += L'\\';
+    path += unit;
+  }
+  return SUCCEEDED(DirectoryHas(path.c_str())) ? Outlook() : NobodyKnows();
+}
+
+Outlook LookAtNewTaskFolder(const Call& call) {
+  ITaskFolder* found = nullptr;
+  if (SUCCEEDED(Called<ITaskFolder>()->GetFolder(Pointer<wchar_t*>(call, 0), &found))) {
+    found->Release();
+    return WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS)));
+  }
+  return {};
+}
+
+Outlook LookAtTaskFolderToDelete(const Call& call) {
+  ITaskFolder* folder = nullptr;
+  const HRESULT result = Called<ITaskFolder>()->GetFolder(Pointer<wchar_t*>(call, 0), &folder);
+  if (FAILED(result)) {
+    // Where the look finds no path, the call finds no folder.
+    const bool isMissing = LookedUp(result, nullptr).kind == Outlook::Kind::kFails;
+    const auto missing = static_cast<uint32_t>(HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    return isMissing ? WouldReturn(missing) : NobodyKnows();
+  }
+  if (!call.changes.MadeIn("task:").empty()) {
+    folder->Release();
+    return NobodyKnows();
+  }
+  const Outlook outlook = LookIntoTaskFolder(call, folder);
+  folder->Release();
+  return outlook;
+}
+
+Outlook LookAtTaskToDelete(const Call& call) {
+  IRegisteredTask* task = nullptr;
+  const HRESULT result = Called<ITaskFolder>()->GetTask(Pointer<wchar_t*>(call, 0), &task);
+  return LookedUp(result, task);
+}
+
+Outlook LookAtTaskToRegister(const Call& call) {
+  auto* definition = static_cast<ITaskDefinition*>(RealObject(Pointer<void*>(call, 1)));
+  IRegisteredTask* task = nullptr;
+  const HRESULT result = Called<ITaskFolder>()->RegisterTaskDefinition(
+      Pointer<wchar_t*>(call, 0), definition, TASK_VALIDATE_ONLY, VARIANT{}, VARIANT{}, TASK_LOGON_NONE,
+      VARIANT{}, &task);
+  if (task != nullptr) task->Release();
+  // The look has no account, so a failure may be its own.
+  return FAILED(result) ? NobodyKnows() : Outlook();
+}
+
+Outlook LookAtTaskToRun(const Call&) {
+  TASK_STATE state = TASK_STATE_UNKNOWN;
+  if (FAILED(Called<IRegisteredTask>()->get_State(&state))) return NobodyKnows();
+  constexpr uint32_t kTaskDisabled = 0x80041326;
+  return state == TASK_STATE_DISABLED ? WouldReturn(kTaskDisabled) : Outlook();
+}
+
+Outlook LookAtWorkItemToDelete(const Call& call) {
+  IUnknown* found = nullptr;
+  const HRESULT result =
+      Called<ITaskScheduler>()->Activate(Pointer<const wchar_t*>(call, 0), __uuidof(ITask), &found);
+  return LookedUp(result, found);
+}
+
+Outlook LookAtRuleToRemove(const Call& call) {
+  INetFwRule* rule = nullptr;
+  const HRESULT result = Called<INetFwRules>()->Item(Pointer<wchar_t*>(call, 0), &rule);
+  return LookedUp(result, rule);
+}
+
+Outlook LookAtProgramToRemove(const Call& call) {
+  INetFwAuthorizedApplication* application = nullptr;
+  const HRESULT result =
+      Called<INetFwAuthorizedApplications>()->Item(Pointer<wchar_t*>(call, 0), &application);
+  return LookedUp(result, application);
+}
+
+Outlook LookAtUserToDelete(const Call& call) {
+  IDispatch* user = nullptr;
+  const HRESULT result =
+      Called<IADsContainer>()->GetObject(Pointer<wchar_t*>(call, 0), Pointer<wchar_t*>(call, 1), &user);
+  return LookedUp(result, user);
+}
+
+Outlook LookAtNewUser(const Call&) {
+  BSTR path = nullptr;
+  if (FAILED(Called<IADsUser>()->get_ADsPath(&path)) || path == nullptr) return NobodyKnows();
+  const HRESULT result = DirectoryHas(path);
+  SysFreeString(path);
+  if (SUCCEEDED(result)) return WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(NERR_UserExists)));
+  return LookedUp(result, nullptr).kind == Outlook::Kind::kFails ? Outlook() : NobodyKnows();
+}
+
+}  // namespace hxrun
