@@ -1,5 +1,7 @@
 #include "hxrun/entry_points.h"
 
+#include <algorithm>
+
 namespace hxrun {
 namespace {
 
@@ -23,6 +25,13 @@ const EntryPoint* FindEntryPoint(std::string_view name) {
     if (entry.name == name) return &entry;
   }
   return nullptr;
+}
+
+bool IsPropertyRead(const std::string& name) {
+  const std::vector<EntryPoint>& entries = EntryPoints();
+  return std::any_of(entries.begin(), entries.end(), [&](const EntryPoint& entry) {
+    return std::find(entry.reads.begin(), entry.reads.end(), name) != entry.reads.end();
+  });
 }
 
 std::string EntryPointList() {

@@ -18,6 +18,10 @@ struct EntryPoint {
 
   /// True if packages call it in the deferred phase only.
   bool IsOnlyDeferred() const { return phase == "deferred"; }
+  /// True if packages can call it in the deferred phase.
+  bool CanBeDeferred() const { return phase.find("deferred") != std::string::npos; }
+  /// True if it has a job of its own in a rollback.
+  bool CanRollBack() const { return phase.find("rollback") != std::string::npos; }
 };
 
 /// All entry points, by number. Made from tools/texts/entry_points.json and docs/actions.md.
@@ -25,6 +29,9 @@ const std::vector<EntryPoint>& EntryPoints();
 
 /// Returns the entry point of this name, or null.
 const EntryPoint* FindEntryPoint(std::string_view name);
+
+/// True if some entry point reads the property.
+bool IsPropertyRead(const std::string& name);
 
 /// The text that --list prints.
 std::string EntryPointList();

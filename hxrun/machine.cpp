@@ -139,7 +139,7 @@ bool HasPerson() {
 }
 
 bool AskPerson(const std::string& question) {
-  Print(question);
+  PrintError(question);
   wchar_t answer[16] = {};
   DWORD count = 0;
   if (!ReadConsoleW(GetStdHandle(STD_INPUT_HANDLE), answer, 15, &count, nullptr)) return false;

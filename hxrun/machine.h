@@ -30,7 +30,8 @@ void PrintError(const std::string& line);
 /// True if a person can answer: the standard input is a console.
 bool HasPerson();
 
-/// Prints the question and returns true if the person types "yes".
+/// Prints the question to the error output, because the standard output may be a file, and returns true if
+/// the person types "yes".
 bool AskPerson(const std::string& question);
 
 }  // namespace hxrun

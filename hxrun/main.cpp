@@ -24,9 +24,6 @@
 namespace hxrun {
 namespace {
 
-// The properties that are never shown.
-const char* const kSecretProperties[] = {"PROP_TASKPASS", "PROP_ACCOUNTPASS"};
-
 [[noreturn]] void End(ExitStatus status) {
   ExitProcess(status);
 }
@@ -121,32 +118,63 @@ struct Given {
   std::vector<std::string> notes;
 };
 
+bool IsIn(const std::vector<std::string>& names, const std::string& name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// True if a deferred action sees the property.
+bool IsSeenDeferred(const std::string& name) {
+  return name == "ProductCode" || name == "UserSID";
+}
+
+// Notes that the entry point does not read a property, and which one may be meant.
+void NoteUnread(const EntryPoint& entry, const std::string& name, bool needsHint,
+                std::vector<std::string>& notes) {
+  if (IsIn(entry.reads, name) || IsSeenDeferred(name)) return;
+  const std::string hint = NearestHint(name, entry.reads);
+  if (needsHint && hint.empty()) return;
+  notes.push_back(entry.name + std::string(" does not read ") + name + "." + hint);
+}
+
+// Does so for the properties of the command line.
+void NoteUnreadOptions(const EntryPoint& entry, const Options& options, std::vector<std::string>& notes) {
+  bool isAfterPassword = false;
+  for (const auto& [name, value] : options.properties) {
+    // After a password with a blank the name may be a part of it.
+    if (!isAfterPassword || IsPropertyRead(name)) NoteUnread(entry, name, /*needsHint=*/false, notes);
+    isAfterPassword = isAfterPassword || IsSecretProperty(name);
+  }
+}
+
 Given Collect(const Options& options) {
   Given given;
   const EntryPoint& entry = *FindEntryPoint(options.entryPoint);
-  given.isDeferred = options.hasData || entry.IsOnlyDeferred();
+  given.isDeferred = options.IsDeferred();
   given.data = options.data;
+  NoteUnreadOptions(entry, options, given.notes);
+  Properties own;
+  if (!options.propertiesFile.empty()) {
+    own = ReadProperties(ReadLines(options.propertiesFile), options.propertiesFile);
+    // The file may be one for several actions.
+    for (const auto& [name, value] : own) NoteUnread(entry, name, /*needsHint=*/true, given.notes);
+  }
+  for (const auto& [name, value] : options.properties) own[name] = value;
   std::vector<std::string> hidden;
   if (!options.logFile.empty()) {
     const bool needsData = given.isDeferred && !options.hasData;
     const LoggedAction logged =
-        ReadLog(ReadLines(options.logFile), options.action, needsData, options.logFile);
+        ReadLog(ReadLines(options.logFile), options.action, needsData, options.logFile,
+                own.count("ProductCode") == 0 ? std::string() : own["ProductCode"]);
     given.values = logged.values;
     hidden = logged.hidden;
     if (needsData) given.data = *logged.data;
-    if (!given.isDeferred) {
-      given.notes = logged.notes;
+    if (needsData || !given.isDeferred) {
+      given.notes.insert(given.notes.end(), logged.notes.begin(), logged.notes.end());
     }
   }
-  if (!options.propertiesFile.empty()) {
-    for (const auto& [name, value] :
-         ReadProperties(ReadLines(options.propertiesFile), options.propertiesFile)) {
-      given.values[name] = value;
-    }
-  }
-  for (const auto& [name, value] : options.properties) given.values[name] = value;
+  for (const auto& [name, value] : own) given.values[name] = value;
   for (const std::string& name : hidden) {
-    const bool isRead = std::find(entry.reads.begin(), entry.reads.end(), name) != entry.reads.end();
+    const bool isRead = IsIn(entry.reads, name) && (!given.isDeferred || IsSeenDeferred(name));
     if (isRead && given.values.count(name) == 0) {
       given.notes.push_back("the log hides the value of " + name + ": give it as " + name + "=VALUE");
     }
@@ -161,8 +189,7 @@ void FillSession(rig::Rig& rig, rig::InstallerSession& session, Reporter& report
   }
   session.codePage = GetACP();
   for (const auto& [name, value] : given.values) {
-    const bool isSeen = !given.isDeferred || name == "ProductCode" || name == "UserSID";
-    if (isSeen) session.Set(name, rig::ToWide(value));
+    if (!given.isDeferred || IsSeenDeferred(name)) session.Set(name, rig::ToWide(value));
   }
   if (!given.isDeferred) return;
   session.Set("CustomActionData", rig::ToWide(given.data));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <set>
 
 #include "hxrun/entry_points.h"
 #include "rig/print.h"
@@ -119,16 +120,47 @@ constexpr Valued kValued[] = {
     {"--from-log", &Options::logFile, "a verbose log of the installer"},
 };
 
-[[noreturn]] void UnknownOption(const std::string& word) {
+std::vector<std::string> OptionNames() {
   std::vector<std::string> names;
   for (const Switch& one : kSwitches) names.emplace_back(one.name);
   for (const Valued& one : kValued) names.emplace_back(one.name);
-  throw UsageError("there is no option '" + word + "'." + NearestHint(word, names) +
+  return names;
+}
+
+bool IsOption(const std::string& word) {
+  const std::vector<std::string> names = OptionNames();
+  return std::find(names.begin(), names.end(), word) != names.end();
+}
+
+[[noreturn]] void UnknownOption(const std::string& word) {
+  throw UsageError("there is no option '" + word + "'." + NearestHint(word, OptionNames()) +
                    " hxrun --help lists the options.");
 }
 
+// Refuses a word that nobody can place and that comes after a password: it may be the rest of a password with
+// a blank. So it is not shown.
+void CheckNotOfPassword(const Options& options) {
+  for (const auto& [name, value] : options.properties) {
+    if (!IsSecretProperty(name)) continue;
+    throw UsageError("a word after " + name +
+                     " is neither an option nor an entry point nor NAME=VALUE. If the value " +
+                     "has blanks, write " + name + "=\"VALUE\".");
+  }
+}
+
+// Takes the value of an option, the word after `index`; moves `index` there.
+std::string TakeValue(const Valued& option, const std::vector<std::wstring>& words, size_t& index) {
+  const std::string needed = std::string(option.name) + " needs " + option.what + " after it";
+  if (index + 1 == words.size()) throw UsageError(needed + ".");
+  const std::string value = ToUtf8(words[++index]);
+  if (IsOption(value)) throw UsageError(needed + ", and " + value + " is an option.");
+  if (value.empty() && option.member != &Options::data) throw UsageError(needed + ".");
+  return value;
+}
+
 // Sets what the option at `index` says; moves `index` to its last word.
-void ReadOption(Options& options, const std::vector<std::wstring>& words, size_t& index) {
+void ReadOption(Options& options, std::set<std::string>& given, const std::vector<std::wstring>& words,
+                size_t& index) {
   const std::string word = ToUtf8(words[index]);
   for (const Switch& one : kSwitches) {
     if (word == one.name) {
@@ -138,29 +170,55 @@ void ReadOption(Options& options, const std::vector<std::wstring>& words, size_t
   }
   for (const Valued& one : kValued) {
     if (word != one.name) continue;
-    if (index + 1 == words.size()) throw UsageError(word + " needs " + one.what + " after it.");
-    if (options.hasData && word == "--data") throw UsageError("--data is given twice.");
-    options.*one.member = ToUtf8(words[++index]);
-    if (word == "--data") options.hasData = true;
-    if (word != "--data" && (options.*one.member).empty())
-      throw UsageError(word + " needs " + one.what + " after it.");
+    if (!given.insert(word).second) throw UsageError(word + " is given twice.");
+    options.*one.member = TakeValue(one, words, index);
+    if (one.member == &Options::data) options.hasData = true;
     return;
   }
+  CheckNotOfPassword(options);
   UnknownOption(word);
 }
 
 void TakeAction(Options& options, const std::string& word) {
+  const std::string entryPoint = word.substr(0, word.find('.'));
+  const bool isKnown = FindEntryPoint(entryPoint) != nullptr;
+  if (!isKnown) CheckNotOfPassword(options);
   if (!options.action.empty()) {
     throw UsageError("'" + word + "' is one action too many: hxrun runs one, here " + options.action +
-                     ". A property is given as NAME=VALUE.");
+                     ". A property is given as NAME=VALUE, or NAME=\"VALUE\" if the value has blanks.");
   }
   options.action = word;
-  options.entryPoint = word.substr(0, word.find('.'));
-  if (FindEntryPoint(options.entryPoint) == nullptr) {
-    std::vector<std::string> names;
-    for (const EntryPoint& entry : EntryPoints()) names.emplace_back(entry.name);
-    throw UsageError("there is no entry point '" + options.entryPoint + "'." +
-                     NearestHint(options.entryPoint, names) + " hxrun --list lists them.");
+  options.entryPoint = entryPoint;
+  if (isKnown) return;
+  std::vector<std::string> names;
+  for (const EntryPoint& entry : EntryPoints()) names.emplace_back(entry.name);
+  throw UsageError("there is no entry point '" + entryPoint + "'." + NearestHint(entryPoint, names) +
+                   " hxrun --list lists them.");
+}
+
+// Refuses a session that the installer never makes for this entry point.
+void CheckSession(const Options& options) {
+  const EntryPoint& entry = *FindEntryPoint(options.entryPoint);
+  const std::string& name = options.entryPoint;
+  if (options.rollback && !entry.CanBeDeferred() && !entry.CanRollBack()) {
+    throw UsageError(name + " is immediate: a rollback never runs it. Leave out --rollback.");
+  }
+  if (options.hasData && !options.rollback && !entry.CanBeDeferred()) {
+    throw UsageError(name +
+                     " is immediate: it reads properties, not CustomActionData. Give them as NAME=VALUE" +
+                     (entry.CanRollBack() ? ", or give --rollback." : "."));
+  }
+  if (!options.IsDeferred()) return;
+  if (!options.hasData && options.logFile.empty()) {
+    throw UsageError(name + (options.rollback ? " in a rollback" : "") +
+                     " is deferred: it sees only CustomActionData. Give that with --data, " +
+                     "or a log with --from-log.");
+  }
+  for (const auto& [property, value] : options.properties) {
+    if (property != "ProductCode" && property != "UserSID") {
+      throw UsageError("a deferred action sees only CustomActionData, ProductCode and UserSID, not " +
+                       property + ". Give the data with --data.");
+    }
   }
 }
 
@@ -168,28 +226,22 @@ void TakeAction(Options& options, const std::string& word) {
 void CheckTogether(const Options& options) {
   if (options.help) return;
   if (options.list) {
-    if (!options.action.empty() || !options.properties.empty())
-      throw UsageError("--list runs nothing: give it alone.");
+    const bool isAlone = options.action.empty() && options.properties.empty() && !options.hasData &&
+                         options.propertiesFile.empty() && options.logFile.empty() && !options.rollback &&
+                         !options.trace && !options.dryRun && !options.yes;
+    if (!isAlone) throw UsageError("--list runs nothing: give it alone.");
     return;
   }
   if (options.action.empty())
     throw UsageError("an entry point is missing, such as CustomAction20. hxrun --list lists them.");
   if (options.dryRun && options.yes)
     throw UsageError("--yes allows changes, and --dry-run makes none: give one of them.");
-  const EntryPoint& entry = *FindEntryPoint(options.entryPoint);
-  const bool isDeferred = options.hasData || entry.IsOnlyDeferred();
-  if (isDeferred && !options.hasData && options.logFile.empty()) {
-    throw UsageError(options.entryPoint +
-                     " is deferred: it sees only CustomActionData. Give that with --data, " +
-                     "or a log with --from-log.");
+  if (options.action != options.entryPoint && options.logFile.empty()) {
+    throw UsageError("'" + options.action +
+                     "' is the name of an action in a package, which only a log knows. Give " +
+                     options.entryPoint + ", or the log with --from-log.");
   }
-  if (!isDeferred) return;
-  for (const auto& [name, value] : options.properties) {
-    if (name != "ProductCode" && name != "UserSID") {
-      throw UsageError("a deferred action sees only CustomActionData, ProductCode and UserSID, not " + name +
-                       ". Give the data with --data.");
-    }
-  }
+  CheckSession(options);
 }
 
 }  // namespace
@@ -206,7 +258,7 @@ const char kHelp[] =
     "  --properties FILE  more properties: lines NAME=VALUE\n"
     "  --from-log FILE    the properties that a verbose log of the installer shows where the action ran\n"
     "  --data TEXT        runs a deferred action with this CustomActionData\n"
-    "  --rollback         the session is in rollback\n"
+    "  --rollback         the session is in rollback; the action sees what a deferred one sees\n"
     "  --dry-run          reads for real and changes nothing; lists what would have been changed\n"
     "  --trace            prints every call of Windows, with arguments and result\n"
     "  --yes              allows the action to change this machine\n"
@@ -241,16 +293,30 @@ std::vector<std::wstring> SplitCommandLine(std::wstring_view line) {
   }
 }
 
+bool IsSecretProperty(const std::string& name) {
+  const std::vector<std::string> secret(std::begin(kSecretProperties), std::end(kSecretProperties));
+  if (std::find(secret.begin(), secret.end(), name) != secret.end()) return true;
+  return !IsPropertyRead(name) && !NearestHint(name, secret).empty();
+}
+
+bool Options::IsDeferred() const {
+  const EntryPoint* entry = FindEntryPoint(entryPoint);
+  return hasData || rollback || (entry != nullptr && entry->IsOnlyDeferred());
+}
+
 Options ReadOptions(const std::vector<std::wstring>& words) {
   Options options;
+  // The options with a value so far.
+  std::set<std::string> given;
   for (size_t index = 0; index < words.size(); ++index) {
     const std::wstring& word = words[index];
     const size_t equals = word.find(L'=');
     if (word.rfind(L"-", 0) == 0 || word.rfind(L"/", 0) == 0) {
-      ReadOption(options, words, index);
+      ReadOption(options, given, words, index);
     } else if (equals == std::wstring::npos) {
       TakeAction(options, ToUtf8(word));
     } else if (NameLength(word) == 0) {
+      CheckNotOfPassword(options);
       throw UsageError("'" + ToUtf8(word.substr(0, equals)) +
                        "' is not the name of a property. A property is given as NAME=VALUE.");
     } else {

@@ -30,7 +30,17 @@ struct Options {
   bool yes = false;            ///< --yes was given
   bool list = false;           ///< --list was given
   bool help = false;           ///< --help was given
+
+  /// True if the action sees only what a deferred action sees.
+  bool IsDeferred() const;
 };
+
+/// The properties whose values are passwords, which are never shown.
+inline constexpr const char* kSecretProperties[] = {"PROP_TASKPASS", "PROP_ACCOUNTPASS"};
+
+/// True if the property's value is a password: it is one of kSecretProperties, or its name looks like a
+/// misspelt one.
+bool IsSecretProperty(const std::string& name);
 
 /// The text that --help prints.
 extern const char kHelp[];

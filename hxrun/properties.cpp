@@ -42,28 +42,46 @@ bool EndsWith(std::string_view text, std::string_view tail) {
   return text.size() >= tail.size() && text.substr(text.size() - tail.size()) == tail;
 }
 
+// One installation in a log. An installation can start another one inside itself; both have a list of
+// properties at their end.
+struct Installation {
+  char side;            // "c" or "s" for the two processes of Microsoft's engine, "n" for one inside
+  bool isMarked;        // a line of the log says where it begins
+  int part;             // the number of its log in a file with several
+  std::string product;  // its ProductCode; empty if the log does not say it
+  std::optional<Properties> atEnd;  // the list at its end
+};
+
 // One change of a property, as a log shows it; no value for a property that was not there.
 struct Change {
   size_t line;
-  char side;
+  size_t installation;
   std::string name;
   std::optional<std::string> before;
   std::optional<std::string> after;
 };
 
-// One place where the action began. The side is "c" or "s" for the two processes of Microsoft's engine.
+// One place where the action began.
 struct Place {
   size_t line;
-  char side;
+  size_t installation;
+};
+
+// CustomActionData of a deferred action, as the log shows it when the action is scheduled.
+struct Scheduled {
+  size_t line;
+  size_t installation;
+  std::string action;
+  std::string data;
 };
 
 // What is read from a log.
 struct Log {
-  std::map<char, Properties> ends;  // the lists at the end, by side
+  std::vector<Installation> installations;
   std::vector<Change> changes;
-  std::vector<Place> starts;                // "Action start" lines of the action
-  std::vector<Place> calls;                 // lines with its entry point
-  std::map<std::string, std::string> data;  // CustomActionData of each deferred action
+  std::vector<Place> starts;  // "Action start" lines of the action
+  std::vector<Place> calls;   // lines with its entry point
+  std::vector<Scheduled> data;
 };
 
 // The text between `head` and `tail`, which begin and end the rest of `line` from `head` on.
@@ -77,27 +95,28 @@ std::optional<std::string> Between(const std::string& line, std::string_view hea
 
 char SideOf(const std::string& line, char fallback) {
   if (StartsWith(line, "MSI (c)")) return 'c';
-  return StartsWith(line, "MSI (s)") || StartsWith(line, "MSI (N)") ? 's' : fallback;
+  if (StartsWith(line, "MSI (N)")) return 'n';
+  return StartsWith(line, "MSI (s)") ? 's' : fallback;
 }
 
 // Reads "PROPERTY CHANGE: ..." of a line; a value may have line ends in it.
-std::optional<Change> ChangeIn(const std::string& text, size_t line, char side) {
+std::optional<Change> ChangeIn(const std::string& text, size_t line, size_t installation) {
   if (auto rest = Between(text, "PROPERTY CHANGE: Adding ", "'.")) {
     const size_t middle = rest->find(" property. Its value is '");
     if (middle == std::string::npos) return std::nullopt;
-    return Change{line, side, rest->substr(0, middle), std::nullopt, rest->substr(middle + 25)};
+    return Change{line, installation, rest->substr(0, middle), std::nullopt, rest->substr(middle + 25)};
   }
   if (auto rest = Between(text, "PROPERTY CHANGE: Modifying ", "'.")) {
     const size_t first = rest->find(" property. Its current value is '");
     const size_t second = rest->rfind("'. Its new value: '");
     if (first == std::string::npos || second == std::string::npos) return std::nullopt;
-    return Change{line, side, rest->substr(0, first), rest->substr(first + 33, second - first - 33),
+    return Change{line, installation, rest->substr(0, first), rest->substr(first + 33, second - first - 33),
                   rest->substr(second + 19)};
   }
   if (auto rest = Between(text, "PROPERTY CHANGE: Deleting ", "'.")) {
     const size_t middle = rest->find(" property. Its current value is '");
     if (middle == std::string::npos) return std::nullopt;
-    return Change{line, side, rest->substr(0, middle), rest->substr(middle + 33), std::nullopt};
+    return Change{line, installation, rest->substr(0, middle), rest->substr(middle + 33), std::nullopt};
   }
   return std::nullopt;
 }
@@ -116,59 +135,134 @@ std::optional<std::string> StartedAction(const std::string& line) {
   return line.substr(space + 2, line.size() - space - 3);
 }
 
-// "...
-// CustomActionSchedule(Action=NAME,ActionType=3073,Source=BinaryData,Target=CustomAction15,CustomActionData=TEXT)"
-void TakeData(Log& log, const std::string& line, const std::string& action) {
+// "... CustomActionSchedule(Action=NAME,ActionType=3073,Source=BinaryData,Target=CustomAction15,
+// CustomActionData=TEXT)", in one line.
+std::optional<Scheduled> ScheduledIn(const std::string& line, const std::string& action) {
   auto inner = Between(line, "CustomActionSchedule(Action=", ")");
-  if (!inner) return;
+  if (!inner) return std::nullopt;
   const std::string name = inner->substr(0, inner->find(','));
   const size_t target = inner->find(",Target=");
-  if (target == std::string::npos) return;
+  if (target == std::string::npos) return std::nullopt;
   const size_t comma = inner->find(',', target + 1);
   const std::string entry =
       inner->substr(target + 8, comma == std::string::npos ? comma : comma - target - 8);
-  if (!IsAskedFor(name, action) && entry != action) return;
+  if (!IsAskedFor(name, action) && entry != action) return std::nullopt;
   const size_t data = inner->find(",CustomActionData=");
-  log.data[name] = data == std::string::npos ? std::string() : inner->substr(data + 18);
+  return Scheduled{0, 0, name, data == std::string::npos ? std::string() : inner->substr(data + 18)};
 }
 
-Log Read(const std::vector<std::string>& lines, const std::string& action) {
-  Log log;
-  const std::string called = "Entrypoint: " + action;
-  char side = 's';
-  for (size_t index = 0; index < lines.size(); ++index) {
+// Reads a log line by line.
+class LogReader {
+ public:
+  explicit LogReader(const std::string& action) : action_(action), called_("Entrypoint: " + action) {}
+
+  Log Read(const std::vector<std::string>& lines) {
+    for (size_t index = 0; index < lines.size(); ++index) ReadLine(lines, index);
+    return std::move(log_);
+  }
+
+ private:
+  // The installation to which the lines of a side belong now.
+  size_t Current(char side) {
+    std::vector<size_t>& open = open_[side];
+    if (open.empty()) Begin(side, /*isMarked=*/false);
+    return open.back();
+  }
+  void Begin(char side, bool isMarked) {
+    open_[side].push_back(log_.installations.size());
+    log_.installations.push_back({side, isMarked, part_, {}, {}});
+  }
+
+  void ReadLine(const std::vector<std::string>& lines, size_t index) {
     const std::string& line = lines[index];
-    side = SideOf(line, side);
-    if (line.find("PROPERTY CHANGE: ") != std::string::npos) {
-      std::string whole = line;
-      size_t last = index;
-      auto change = ChangeIn(whole, index, side);
-      // The longest values of a package are texts of a few lines.
-      while (!change && last + 1 < lines.size() && last < index + 50) {
-        whole += "\n" + lines[++last];
-        change = ChangeIn(whole, index, side);
-      }
-      if (change) log.changes.push_back(*change);
-    } else if (StartsWith(line, "Property(") && line.size() > 13) {
-      const size_t equals = line.find(" = ");
-      if (equals != std::string::npos && line[10] == ')')
-        log.ends[line[9] == 'C' ? 'c' : 's'][line.substr(13, equals - 13)] = line.substr(equals + 3);
-    } else if (auto started = StartedAction(line); started && IsAskedFor(*started, action)) {
-      log.starts.push_back({index, side});
-    } else if (EndsWith(line, called)) {
-      log.calls.push_back({index, side});
-    } else {
-      TakeData(log, line, action);
+    if (TakeProperty(line, index + 1 == lines.size())) return;
+    side_ = SideOf(line, side_);
+    // A value may have line ends in it, so other lines do not end a list.
+    if (StartsWith(line, "MSI (") || StartsWith(line, "Action ") || StartsWith(line, "=== ")) list_.reset();
+    if (StartsWith(line, "=== ") && line.find("logging started") != std::string::npos) {
+      open_.clear();
+      ++part_;
+    } else if (line.find("******* RunEngine:") != std::string::npos) {
+      Begin(side_, /*isMarked=*/true);
+    } else if (auto product = Between(line, "******* Product: {", "}")) {
+      log_.installations[Current(side_)].product = "{" + *product + "}";
+    } else if (line.find("PROPERTY CHANGE: ") != std::string::npos) {
+      TakeChange(lines, index);
+    } else if (auto started = StartedAction(line); started && IsAskedFor(*started, action_)) {
+      log_.starts.push_back({index, Current(side_)});
+    } else if (EndsWith(line, called_)) {
+      log_.calls.push_back({index, Current(side_)});
+    } else if (auto scheduled = ScheduledIn(line, action_)) {
+      scheduled->line = index;
+      scheduled->installation = Current(side_);
+      log_.data.push_back(*scheduled);
     }
   }
-  return log;
-}
 
-// The values at a place: those of the end, with every later change taken back; without a list at the end,
-// those of all changes before the place.
-Properties ValuesAt(const Log& log, const Place& place) {
+  // "Property(S): NAME = VALUE", in the list at the end of an installation.
+  bool TakeProperty(const std::string& line, bool isLast) {
+    const size_t equals = line.find(" = ");
+    if (!StartsWith(line, "Property(") || line.size() <= 13 || line[10] != ')' ||
+        equals == std::string::npos) {
+      return false;
+    }
+    const char letter = line[9];
+    if (!list_ || letter != listLetter_) {
+      listLetter_ = letter;
+      list_ = End(letter);
+    }
+    Installation& installation = log_.installations[*list_];
+    const std::string name = line.substr(13, equals - 13);
+    std::string value = line.substr(equals + 3);
+    // A log can break off in the value.
+    if (isLast && !value.empty() && value.find_first_not_of('*') == std::string::npos) value = kHiddenValue;
+    if (name == "ProductCode") installation.product = value;
+    (*installation.atEnd)[name] = value;
+    return true;
+  }
+
+  // Ends the installation whose list begins, and returns it.
+  size_t End(char letter) {
+    char side = letter == 'C' ? 'c' : letter == 'N' ? 'n' : 's';
+    // An installation inside another one may have the other one's letter in its lines.
+    if (side == 'n' && open_['n'].empty() && open_['s'].size() > 1) side = 's';
+    const size_t ended = Current(side);
+    open_[side].pop_back();
+    log_.installations[ended].atEnd.emplace();
+    return ended;
+  }
+
+  void TakeChange(const std::vector<std::string>& lines, size_t index) {
+    std::string whole = lines[index];
+    size_t last = index;
+    const size_t installation = Current(side_);
+    auto change = ChangeIn(whole, index, installation);
+    // The longest values of a package are texts of a few lines.
+    while (!change && last + 1 < lines.size() && last < index + 50) {
+      whole += "\n" + lines[++last];
+      change = ChangeIn(whole, index, installation);
+    }
+    if (!change) return;
+    log_.changes.push_back(*change);
+    if (change->name == "ProductCode" && change->after)
+      log_.installations[installation].product = *change->after;
+  }
+
+  const std::string& action_;
+  const std::string called_;
+  Log log_;
+  std::map<char, std::vector<size_t>> open_;
+  char side_ = 's';
+  int part_ = 0;
+  // The installation whose list is read, and the letter of its lines.
+  std::optional<size_t> list_;
+  char listLetter_ = 0;
+};
+
+// The values at a place: those of the end of its installation, with every later change taken back; without a
+// list at the end, those of all changes before the place.
+Properties ValuesAt(const Log& log, const Place& place, size_t installation) {
   Properties values;
-  auto end = log.ends.find(place.side);
   const auto set = [&](const std::string& name, const std::optional<std::string>& value) {
     if (value) {
       values[name] = *value;
@@ -176,36 +270,117 @@ Properties ValuesAt(const Log& log, const Place& place) {
       values.erase(name);
     }
   };
-  if (end != log.ends.end()) {
-    values = end->second;
+  const auto isOf = [&](const Change& change) {
+    return change.installation == place.installation || change.installation == installation;
+  };
+  if (const auto& atEnd = log.installations[installation].atEnd) {
+    values = *atEnd;
     for (auto change = log.changes.rbegin(); change != log.changes.rend(); ++change) {
-      if (change->side == place.side && change->line > place.line) set(change->name, change->before);
+      if (isOf(*change) && change->line > place.line) set(change->name, change->before);
     }
   } else {
     for (const Change& change : log.changes) {
-      if (change.side == place.side && change.line < place.line) set(change.name, change.after);
+      if (isOf(change) && change.line < place.line) set(change.name, change.after);
     }
   }
   return values;
 }
 
+std::string Listed(const std::set<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+
+// The products of installations, those that the log names.
+template <class Item>
+std::set<std::string> ProductsOf(const Log& log, const std::vector<Item>& items) {
+  std::set<std::string> products;
+  for (const Item& item : items) {
+    const std::string& product = log.installations[item.installation].product;
+    if (!product.empty()) products.insert(product);
+  }
+  return products;
+}
+
+// Leaves only what belongs to the wanted product, if the log has several.
+template <class Item>
+void LeaveProduct(const Log& log, std::vector<Item>& items, const std::string& wanted) {
+  if (ProductsOf(log, items).count(wanted) == 0) return;
+  items.erase(std::remove_if(
+                  items.begin(), items.end(),
+                  [&](const Item& item) { return log.installations[item.installation].product != wanted; }),
+              items.end());
+}
+
+// Finds the installation whose list of properties belongs to a place. Throws UsageError if the log does not
+// say where one installation begins and another one has its list too.
+size_t InstallationOf(const Log& log, const Place& place, const std::string& action, const std::string& file,
+                      const std::string& wanted) {
+  const Installation& own = log.installations[place.installation];
+  if (own.isMarked || !own.atEnd) return place.installation;
+  std::set<std::string> products;
+  size_t found = place.installation;
+  for (size_t index = 0; index < log.installations.size(); ++index) {
+    const Installation& other = log.installations[index];
+    if (other.side != own.side || other.part != own.part || other.isMarked || !other.atEnd) continue;
+    products.insert(other.product.empty() ? "(without a ProductCode)" : other.product);
+    if (other.product == wanted) found = index;
+  }
+  if (products.size() < 2 || products.count(wanted) != 0)
+    return products.size() < 2 ? place.installation : found;
+  throw UsageError(file +
+                   " has the properties of more than one product, and does not say with which of them " +
+                   action + " ran: " + Listed(products) + ". Name one of them with ProductCode=CODE.");
+}
+
+// Notes which of several runs was taken.
+template <class Item>
+void NoteTaken(const Log& log, const std::vector<Item>& items, const std::string& what,
+               const std::string& file, std::vector<std::string>& notes) {
+  if (items.size() < 2) return;
+  const Item& last = items.back();
+  const std::set<std::string> products = ProductsOf(log, items);
+  std::string note = file + " has " + std::to_string(items.size()) + " " + what +
+                     "; this is the last, in line " + std::to_string(last.line + 1);
+  if (products.size() > 1) {
+    const std::string& product = log.installations[last.installation].product;
+    note += ", of the product " + (product.empty() ? std::string("that the log does not name") : product) +
+            ". ProductCode=CODE takes that of another: " + Listed(products);
+  }
+  notes.push_back(note);
+}
+
 // Finds the data of a deferred action: what the log shows as scheduled or, in the log of an engine that does
 // not show it, the property with the action's name.
-std::optional<std::string> DataOf(const Log& log, const Properties& values, const std::string& action,
-                                  const std::string& file) {
-  std::map<std::string, std::string> found = log.data;
+std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& scheduled,
+                                  const Properties& values, const std::string& action,
+                                  const std::string& file, std::vector<std::string>& notes) {
+  std::map<std::string, std::string> found;
+  for (const Scheduled& one : scheduled) found[one.action] = one.data;
   if (found.empty()) {
     for (const auto& [name, value] : values) {
       if (IsAskedFor(name, action)) found[name] = value;
     }
   }
-  if (auto exact = found.find(action); exact != found.end()) return exact->second;
-  if (found.size() == 1) return found.begin()->second;
-  if (found.empty()) return std::nullopt;
-  std::string names;
-  for (const auto& [name, value] : found) names += (names.empty() ? "" : ", ") + name;
-  throw UsageError(
-      file + " has the data of more than one action with this entry point. Name one of them: " + names + ".");
+  auto taken = found.find(action);
+  if (taken == found.end() && found.size() > 1) {
+    std::string names;
+    for (const auto& [name, value] : found) names += (names.empty() ? "" : ", ") + name;
+    throw UsageError(
+        file + " has the data of more than one action with this entry point. Name one of them: " + names +
+        ".");
+  }
+  if (taken == found.end()) taken = found.begin();
+  if (taken == found.end()) return std::nullopt;
+  std::vector<Scheduled> same;
+  std::copy_if(scheduled.begin(), scheduled.end(), std::back_inserter(same),
+               [&](const Scheduled& one) { return one.action == taken->first; });
+  NoteTaken(log, same, "CustomActionSchedule lines of " + taken->first, file, notes);
+  if (taken->second == kHiddenValue) {
+    throw UsageError(file + " hides the CustomActionData of " + action + ": give it with --data.");
+  }
+  return taken->second;
 }
 
 }  // namespace
@@ -258,26 +433,30 @@ Properties ReadProperties(const std::vector<std::string>& lines, const std::stri
 }
 
 LoggedAction ReadLog(const std::vector<std::string>& lines, const std::string& action, bool isDeferred,
-                     const std::string& file) {
-  const Log log = Read(lines, action);
+                     const std::string& file, const std::string& product) {
+  const Log log = LogReader(action).Read(lines);
   // The line with the entry point counts more than the action's name, which a package chooses.
-  const std::vector<Place>& places = log.calls.empty() ? log.starts : log.calls;
-  if (places.empty() && log.data.empty()) throw UsageError(file + " has no run of " + action + ".");
-  const Place place = places.empty() ? Place{0, 's'} : places.back();
+  std::vector<Place> places = log.calls.empty() ? log.starts : log.calls;
+  std::vector<Scheduled> scheduled = log.data;
+  if (places.empty() && scheduled.empty()) throw UsageError(file + " has no run of " + action + ".");
+  LeaveProduct(log, places, product);
+  LeaveProduct(log, scheduled, product);
+  const Place place =
+      places.empty() ? Place{scheduled.back().line, scheduled.back().installation} : places.back();
   LoggedAction found;
-  found.values = ValuesAt(log, place);
-  if (places.size() > 1) {
-    found.notes.push_back(file + " has " + std::to_string(places.size()) + " runs of " + action +
-                          "; this is the last, in line " + std::to_string(place.line + 1));
-  }
-  if (log.changes.empty()) {
-    found.notes.push_back(file + " does not say when properties changed: the values are those of its end");
-  } else if (log.ends.count(place.side) == 0) {
-    found.notes.push_back(file + " has no list of properties at its end: only those that changed are known");
-  }
+  const size_t installation = InstallationOf(log, place, action, file, product);
+  found.values = ValuesAt(log, place, installation);
   if (isDeferred) {
-    found.data = DataOf(log, found.values, action, file);
+    found.data = DataOf(log, scheduled, found.values, action, file, found.notes);
     if (!found.data) throw UsageError(file + " does not show the CustomActionData of " + action + ".");
+  } else {
+    NoteTaken(log, places, "runs of " + action, file, found.notes);
+    if (log.changes.empty()) {
+      found.notes.push_back(file + " does not say when properties changed: the values are those of its end");
+    } else if (!log.installations[installation].atEnd) {
+      found.notes.push_back(file +
+                            " has no list of properties at its end: only those that changed are known");
+    }
   }
   for (auto value = found.values.begin(); value != found.values.end();) {
     if (value->second == kHiddenValue) {

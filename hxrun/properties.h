@@ -32,9 +32,11 @@ struct LoggedAction {
 };
 
 /// Reads a verbose log. `action` is the name of the action in the package, or the name of its entry point.
-/// `isDeferred` asks for the data, too. Throws UsageError if the log has no run of the action; `file` is the
-/// file's name.
+/// `isDeferred` asks for the data, too. If the log has runs of the action for several products, the one with
+/// the ProductCode `product` is taken, or the last one if no run is of `product`; a note says so. Throws
+/// UsageError if the log has no run of the action, hides its data, or does not say to which product the run
+/// belongs; `file` is the file's name.
 LoggedAction ReadLog(const std::vector<std::string>& lines, const std::string& action, bool isDeferred,
-                     const std::string& file);
+                     const std::string& file, const std::string& product = {});
 
 }  // namespace hxrun

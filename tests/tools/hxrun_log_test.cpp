@@ -112,6 +112,39 @@ TEST(HxRunLogTest, ALogThatBreaksOffHasOnlyChanges) {
             "a.log has no list of properties at its end: only those that changed are known");
 }
 
+// What is read from the first bytes of the log, as text.
+std::string ReadingOf(size_t length) {
+  std::string text;
+  try {
+    const LoggedAction action =
+        ReadLog(LinesOf(AsUtf16(std::string(kLog, length))), "CustomAction34", false, "a.log");
+    for (const auto& [name, value] : action.values) text += name + "=" + value + "\n";
+    for (const std::string& note : action.notes) text += note + "\n";
+  } catch (const UsageError& mistake) {
+    text = mistake.what();
+  }
+  return text;
+}
+
+TEST(HxRunLogTest, ALogThatBreaksOffAnywhereIsReadTheSameEachTime) {
+  const std::string log = kLog;
+  const size_t firstRun = log.find("Entrypoint: CustomAction34") + 26;
+  const size_t lastRun = log.find("Entrypoint: CustomAction34", firstRun) + 26;
+  const size_t list = log.find("Property(S)");
+  const std::string none = "a.log has no run of CustomAction34.";
+  const std::string changed =
+      "DIR_SERVER=C:\\Vantor\\\nDIR_UPG=Prévious\na.log has 2 runs of CustomAction34; this is the "
+      "last, in line 10\na.log has no list of properties at its end: only those that changed "
+      "are known\n";
+  for (size_t length = 0; length <= log.size(); ++length) {
+    const std::string reading = ReadingOf(length);
+    EXPECT_EQ(reading, ReadingOf(length)) << length;
+    if (length < firstRun) EXPECT_EQ(reading, none) << length;
+    if (length >= lastRun && length < list) EXPECT_EQ(reading, changed) << length;
+    EXPECT_EQ(reading.find("****"), std::string::npos) << length;
+  }
+}
+
 TEST(HxRunLogTest, ALogWithoutChangesGivesTheValuesOfItsEnd) {
   const std::string log =
       "Action start 12:00:01: CustomAction34.\nAction start 12:00:02: CustomAction15.Server.\n"
@@ -133,6 +166,102 @@ TEST(HxRunLogTest, ALogWithoutChangesGivesTheValuesOfItsEnd) {
   }
 }
 
+// An upgrade: the removal of the older product is an installation inside the upgrade, with lines and a list
+// of its own.
+constexpr char kInside[] =
+    "MSI (s) (E0:64) [12:00:00:000]: ******* RunEngine:\r\n"
+    "           ******* Product: C:\\new.msi\r\n"
+    "MSI (s) (E0:64) [12:00:01:000]: PROPERTY CHANGE: Adding DIR_SERVER property. Its value is "
+    "'C:\\New\\'.\r\n"
+    "Action start 12:00:01: CustomAction20.\r\n"
+    "MSI (s) (E0:64) [12:00:02:000]: Executing op: "
+    "CustomActionSchedule(Action=CustomAction15,ActionType=3073,"
+    "Source=BinaryData,Target=CustomAction15,CustomActionData=of the new product)\r\n"
+    "%s ******* RunEngine:\r\n"
+    "           ******* Product: {OLD}\r\n"
+    "%s PROPERTY CHANGE: Adding DIR_SERVER property. Its value is 'C:\\Old\\'.\r\n"
+    "%s Executing op: CustomActionSchedule(Action=CustomAction15,ActionType=3073,"
+    "Source=BinaryData,Target=CustomAction15,CustomActionData=of the old product)\r\n"
+    "Action start 12:00:03: CustomAction20.\r\n"
+    "Action start 12:00:03: CustomAction34.\r\n"
+    "Property(N): DIR_SERVER = C:\\Old\\\r\n"
+    "Property(N): ProductCode = {OLD}\r\n"
+    "Property(N): ONLY_OLD = 1\r\n"
+    "MSI (s) (E0:64) [12:00:05:000]: PROPERTY CHANGE: Adding LATER property. Its value is '1'.\r\n"
+    "Action start 12:00:05: CustomAction35.\r\n"
+    "Property(S): DIR_SERVER = C:\\New\\\r\n"
+    "Property(S): LATER = 1\r\n"
+    "Property(S): ProductCode = {NEW}\r\n";
+
+// Returns that log; the lines of the installation inside have the letter of the other process, or their own.
+std::vector<std::string> InsideWith(const std::string& head) {
+  std::string text = kInside;
+  for (size_t at = text.find("%s"); at != std::string::npos; at = text.find("%s")) text.replace(at, 2, head);
+  return LinesOf(text);
+}
+
+TEST(HxRunLogTest, AnInstallationInsideAnotherOneIsKeptApart) {
+  for (const char* head : {"MSI (N) (E0:70) [12:00:03:000]:", "MSI (s) (E0:64) [12:00:03:000]:"}) {
+    SCOPED_TRACE(head);
+    const std::vector<std::string> lines = InsideWith(head);
+    EXPECT_EQ(ReadLog(lines, "CustomAction34", false, "a.log").values,
+              (Properties{{"DIR_SERVER", "C:\\Old\\"}, {"ProductCode", "{OLD}"}, {"ONLY_OLD", "1"}}));
+    const Properties ofNew = {{"DIR_SERVER", "C:\\New\\"}, {"ProductCode", "{NEW}"}};
+    const LoggedAction last = ReadLog(lines, "CustomAction20", false, "a.log");
+    EXPECT_EQ(last.values.at("DIR_SERVER"), "C:\\Old\\");
+    EXPECT_EQ(last.notes,
+              std::vector<std::string>{
+                  "a.log has 2 runs of CustomAction20; this is the last, in line 10, of the product "
+                  "{OLD}. ProductCode=CODE takes that of another: {NEW}, {OLD}"});
+    const LoggedAction first = ReadLog(lines, "CustomAction20", false, "a.log", "{NEW}");
+    EXPECT_EQ(first.values, ofNew);
+    EXPECT_EQ(first.notes, std::vector<std::string>{});
+    Properties withLater = ofNew;
+    withLater["LATER"] = "1";
+    EXPECT_EQ(ReadLog(lines, "CustomAction35", false, "a.log").values, withLater);
+    EXPECT_EQ(ReadLog(lines, "CustomAction15", true, "a.log").data, "of the old product");
+    EXPECT_EQ(ReadLog(lines, "CustomAction15", true, "a.log", "{NEW}").data, "of the new product");
+  }
+}
+
+TEST(HxRunLogTest, SeveralLogsInOneFileAreKeptApart) {
+  const auto log = [](const std::string& product, const std::string& folder) {
+    return "=== Verbose logging started: 11/22/2026 ===\nAction start 12:00:01: CustomAction20.\n"
+           "Property(S): DIR_UPG = " +
+           folder + "\nProperty(S): ProductCode = " + product + "\n";
+  };
+  const std::vector<std::string> lines = LinesOf(log("{A}", "a") + log("{B}", "b"));
+  EXPECT_EQ(ReadLog(lines, "CustomAction20", false, "a.log").values.at("DIR_UPG"), "b");
+  EXPECT_EQ(ReadLog(lines, "CustomAction20", false, "a.log", "{A}").values.at("DIR_UPG"), "a");
+}
+
+TEST(HxRunLogTest, ALogThatDoesNotSayWhichProductRanTheActionIsRefused) {
+  const std::vector<std::string> lines = LinesOf(
+      "Action start 12:00:01: CustomAction20.\nProperty(S): ProductCode = {A}\nProperty(S): DIR_UPG = a\n"
+      "Action start 12:00:02: Other.\nProperty(S): ProductCode = {B}\nProperty(S): DIR_UPG = b\n");
+  try {
+    ReadLog(lines, "CustomAction20", false, "a.log");
+    FAIL() << "nothing was refused";
+  } catch (const UsageError& mistake) {
+    EXPECT_STREQ(mistake.what(),
+                 "a.log has the properties of more than one product, and does not say with which of them "
+                 "CustomAction20 ran: {A}, {B}. Name one of them with ProductCode=CODE.");
+  }
+  EXPECT_EQ(ReadLog(lines, "CustomAction20", false, "a.log", "{A}").values.at("DIR_UPG"), "a");
+  EXPECT_EQ(ReadLog(lines, "CustomAction20", false, "a.log", "{B}").values.at("DIR_UPG"), "b");
+}
+
+TEST(HxRunLogTest, OfSeveralSchedulesTheLastIsTakenAndNoted) {
+  const std::string line =
+      "MSI (s) (E0:64) [12:00:02:000]: Executing op: CustomActionSchedule(Action=Move,ActionType=3073,"
+      "Source=BinaryData,Target=CustomAction15,CustomActionData=";
+  const LoggedAction action =
+      ReadLog(LinesOf(line + "one)\n" + line + "two)\n"), "CustomAction15", true, "a.log");
+  EXPECT_EQ(action.data, "two");
+  EXPECT_EQ(action.notes, std::vector<std::string>{
+                              "a.log has 2 CustomActionSchedule lines of Move; this is the last, in line 2"});
+}
+
 std::string MistakeIn(const std::string& log, const std::string& action, bool isDeferred) {
   try {
     ReadLog(LinesOf(log), action, isDeferred, "a.log");
@@ -147,6 +276,16 @@ TEST(HxRunLogTest, WhatALogDoesNotHave) {
   EXPECT_EQ(MistakeIn("", "CustomAction3", false), "a.log has no run of CustomAction3.");
   EXPECT_EQ(MistakeIn("Action start 12:00:01: CustomAction15.\n", "CustomAction15", true),
             "a.log does not show the CustomActionData of CustomAction15.");
+  const char* const hidden = "a.log hides the CustomActionData of CustomAction15: give it with --data.";
+  EXPECT_EQ(
+      MistakeIn(
+          "MSI (s) (E0:64) [12:00:02:000]: Executing op: CustomActionSchedule(Action=Move,ActionType=3073,"
+          "Source=BinaryData,Target=CustomAction15,CustomActionData=**********)\n",
+          "CustomAction15", true),
+      hidden);
+  EXPECT_EQ(MistakeIn("Action start 12:00:01: CustomAction15.\nProperty(S): CustomAction15 = **********\n",
+                      "CustomAction15", true),
+            hidden);
 }
 
 TEST(HxRunPropertiesTest, LinesOfNamesAndValues) {
@@ -222,20 +361,43 @@ TEST(HxRunPropertiesTest, ADeferredActionSeesOnlyItsData) {
   const HxRun run = RunHxRun(L"--yes --from-log C:\\hxrun-given\\b.log CustomAction15");
   EXPECT_EQ(run.status, 3u);
   EXPECT_EQ(run.Story(), "returned 1603: ends the installation with an error\n");
-  EXPECT_EQ(RunHxRun(L"--data x CustomAction12").Story(),
-            "not set: DIR_PROGRAMS64 (error 1627)\nreturned 0: success\n");
   DeleteFolder(L"C:\\hxrun-given");
 }
 
 TEST(HxRunPropertiesTest, RollbackIsTheModeOfTheSession) {
   LayDownHxRun();
-  const std::wstring action =
-      L"--dry-run CustomAction23 PROP_ACCOUNTTYPE=1 PROP_ACCOUNTID=hxmeter PROP_ACCOUNTNAME=hxmeter";
-  EXPECT_EQ(RunHxRun(action).Log(),
-            std::vector<std::string>{"Hx Setup Log: creating local service account hxmeter"});
+  // In a rollback CustomAction25 does nothing, and it says nothing.
+  const std::wstring action = L"--dry-run CustomAction25 --data Users*C:\\hxrun-given";
+  EXPECT_EQ(RunHxRun(action).Log().size(), 2u);
   const HxRun back = RunHxRun(L"--rollback " + action);
-  EXPECT_EQ(back.Log(), std::vector<std::string>{"Hx Setup Log: deleting local service account hxmeter"});
-  EXPECT_NE(back.output.find(", immediate, in rollback, dry run: nothing is changed\n"), std::string::npos);
+  EXPECT_EQ(back.Story(), "nothing would be changed\nreturned 0: success\n");
+  EXPECT_NE(back.output.find(", deferred, in rollback, dry run: nothing is changed\n"), std::string::npos)
+      << back.output;
+}
+
+// With these properties CustomAction23 would delete the account; in a rollback it does not see them.
+TEST(HxRunPropertiesTest, ARollbackSeesOnlyItsData) {
+  LayDownHxRun();
+  WriteBytes(L"C:\\hxrun-given\\p.txt",
+             "PROP_ACCOUNTTYPE=1\nPROP_ACCOUNTID=hxmeter\nPROP_ACCOUNTNAME=hxmeter\n");
+  const HxRun back =
+      RunHxRun(L"--dry-run --rollback --properties C:\\hxrun-given\\p.txt --data x CustomAction23");
+  EXPECT_EQ(back.Story(), "nothing would be changed\nreturned 0: success\n");
+  DeleteFolder(L"C:\\hxrun-given");
+}
+
+TEST(HxRunPropertiesTest, APropertyThatTheActionDoesNotReadIsNamed) {
+  LayDownHxRun();
+  WriteBytes(L"C:\\hxrun-given\\p.txt", "DIR_UPGR=x\nSOMETHING_ELSE=y\n");
+  const HxRun run = RunHxRun(
+      L"--properties C:\\hxrun-given\\p.txt CustomAction20 DIR_SERVR=C:\\V\\ dir_server=x OTHER=y "
+      L"ProductCode={1}");
+  EXPECT_EQ(run.Lines("note: "),
+            (std::vector<std::string>{"CustomAction20 does not read DIR_SERVR. Did you mean DIR_SERVER?",
+                                      "CustomAction20 does not read dir_server. Did you mean DIR_SERVER?",
+                                      "CustomAction20 does not read OTHER.",
+                                      "CustomAction20 does not read DIR_UPGR. Did you mean DIR_UPG?"}));
+  DeleteFolder(L"C:\\hxrun-given");
 }
 
 }  // namespace

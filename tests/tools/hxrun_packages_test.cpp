@@ -1,7 +1,5 @@
 // Runs of entry points through hxrun against the runs of the model packages: the same lines in the log, the
 // same properties, and the same changes of the machine. The values come from the log of the package's run.
-// CustomAction2 is not compared: it sets the installer's user interface, which hxrun answers and no log
-// shows.
 
 #include "install/agent_scheduler.h"
 #include "install/security_rig.h"
@@ -211,6 +209,18 @@ TEST_F(HxRunClientTest, TheLinesAndPropertiesOfItsLife) {
   const InstallerRun& removal = Remove(install::Client());
   ASSERT_EQ(removal.exitCode, 0u);
   ExpectSameLines(removal, {"CustomAction32", "CustomAction38"});
+}
+
+// Only a run with dialogs has this action. It writes no line and sets no property.
+TEST_F(HxRunClientTest, TheLevelOfTheUserInterface) {
+  const InstallerRun& run = Msiexec("dialogs", L"/i \"" + install::Client().path + L"\"");
+  ASSERT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(run.LinesWith(": CustomAction2.").size(), 2u);
+  const HxRun own = RunFrom(run, "CustomAction2", L"--trace");
+  EXPECT_EQ(own.status, 0u) << own.output << own.errors;
+  EXPECT_EQ(own.Log(), LinesOf(run, "CustomAction2"));
+  EXPECT_EQ(own.Lines("set: "), Texts{});
+  EXPECT_EQ(own.Lines("call: "), Texts{"MsiSetInternalUI(3, null) = 5"});
 }
 
 TEST_F(HxRunClientTest, TheChangesOfItsLife) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "hxrun/entry_points.h"
+#include "hxrun/machine.h"
 #include "hxrun/options.h"
 #include "tools/hxrun_rig.h"
 
@@ -44,12 +45,58 @@ TEST(HxRunUsageTest, EachMistakeIsNamedWithWhatToDo) {
       {L"--zzzzzzzz CustomAction12", "there is no option '--zzzzzzzz'. hxrun --help lists the options."},
       {L"CustomAction12 CustomAction14",
        "'CustomAction14' is one action too many: hxrun runs one, here "
-       "CustomAction12. A property is given as NAME=VALUE."},
+       "CustomAction12. A property is given as NAME=VALUE, or NAME=\"VALUE\" if the value has blanks."},
       {L"CustomAction12 1A=b", "'1A' is not the name of a property. A property is given as NAME=VALUE."},
       {L"CustomAction12 --data", "--data needs the text of CustomActionData after it."},
       {L"CustomAction12 --properties", "--properties needs a file with lines NAME=VALUE after it."},
       {L"CustomAction12 --from-log \"\"", "--from-log needs a verbose log of the installer after it."},
       {L"--data a --data b CustomAction15", "--data is given twice."},
+      {L"--from-log a.log --from-log b.log CustomAction20", "--from-log is given twice."},
+      {L"--properties a --properties b CustomAction20", "--properties is given twice."},
+      {L"CustomAction15 --data --trace",
+       "--data needs the text of CustomActionData after it, and --trace is an option."},
+      {L"--from-log --dry-run CustomAction15",
+       "--from-log needs a verbose log of the installer after it, and --dry-run is an option."},
+      {L"--list --dry-run --yes", "--list runs nothing: give it alone."},
+      {L"--list --trace", "--list runs nothing: give it alone."},
+      {L"--list --from-log a.log", "--list runs nothing: give it alone."},
+      {L"--data x CustomAction20",
+       "CustomAction20 is immediate: it reads properties, not CustomActionData. Give them as NAME=VALUE."},
+      {L"--data x CustomAction23",
+       "CustomAction23 is immediate: it reads properties, not CustomActionData. Give them as NAME=VALUE, or "
+       "give "
+       "--rollback."},
+      {L"--rollback CustomAction20",
+       "CustomAction20 is immediate: a rollback never runs it. Leave out --rollback."},
+      {L"--rollback CustomAction23 PROP_ACCOUNTID=a",
+       "CustomAction23 in a rollback is deferred: it sees only CustomActionData. Give that with --data, or a "
+       "log with "
+       "--from-log."},
+      {L"CustomAction20.Server DIR_SERVER=a",
+       "'CustomAction20.Server' is the name of an action in a package, which only a log knows. Give "
+       "CustomAction20, or "
+       "the log with --from-log."},
+      {L"CustomAction6 PROP_TASKUSER=me you",
+       "'you' is one action too many: hxrun runs one, here CustomAction6. A property is given as NAME=VALUE, "
+       "or "
+       "NAME=\"VALUE\" if the value has blanks."},
+      // The rest of a password with a blank is not shown.
+      {L"CustomAction6 PROP_TASKPASS=my secret",
+       "a word after PROP_TASKPASS is neither an option nor an entry point nor NAME=VALUE. If the value has "
+       "blanks, "
+       "write PROP_TASKPASS=\"VALUE\"."},
+      {L"PROP_TASKPASS=my secret CustomAction6",
+       "a word after PROP_TASKPASS is neither an option nor an entry point nor NAME=VALUE. If the value has "
+       "blanks, "
+       "write PROP_TASKPASS=\"VALUE\"."},
+      {L"CustomAction6 PROP_TASKPAS=my -secret",
+       "a word after PROP_TASKPAS is neither an option nor an entry point nor NAME=VALUE. If the value has "
+       "blanks, "
+       "write PROP_TASKPAS=\"VALUE\"."},
+      {L"CustomAction6 PROP_TASKPASS=my 1secret=x",
+       "a word after PROP_TASKPASS is neither an option nor an entry point nor NAME=VALUE. If the value has "
+       "blanks, "
+       "write PROP_TASKPASS=\"VALUE\"."},
       {L"--dry-run --yes CustomAction12",
        "--yes allows changes, and --dry-run makes none: give one of them."},
       {L"--list CustomAction12", "--list runs nothing: give it alone."},
@@ -107,6 +154,34 @@ TEST(HxRunUsageTest, AChangeNeedsAYes) {
   EXPECT_EQ(failed.status, 3u);
   EXPECT_EQ(failed.Story(), "returned 1603: ends the installation with an error\n");
   DeleteFolder(L"C:\\hxrun-given");
+}
+
+// The standard output may be a file, in which nobody would see the question.
+TEST(HxRunUsageTest, TheQuestionGoesToTheErrorOutput) {
+  wchar_t folder[MAX_PATH];
+  GetTempPathW(MAX_PATH, folder);
+  const std::wstring files[] = {std::wstring(folder) + L"hxrun-out", std::wstring(folder) + L"hxrun-err"};
+  HANDLE opened[2];
+  for (int index = 0; index < 2; ++index) {
+    opened[index] =
+        CreateFileW(files[index].c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+    ASSERT_NE(opened[index], INVALID_HANDLE_VALUE);
+  }
+  HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE), errors = GetStdHandle(STD_ERROR_HANDLE),
+         input = GetStdHandle(STD_INPUT_HANDLE);
+  SetStdHandle(STD_OUTPUT_HANDLE, opened[0]);
+  SetStdHandle(STD_ERROR_HANDLE, opened[1]);
+  SetStdHandle(STD_INPUT_HANDLE, opened[0]);
+  const bool isAllowed = hxrun::AskPerson("May I?");
+  SetStdHandle(STD_OUTPUT_HANDLE, output);
+  SetStdHandle(STD_ERROR_HANDLE, errors);
+  SetStdHandle(STD_INPUT_HANDLE, input);
+  for (HANDLE file : opened) CloseHandle(file);
+  // Nobody sits at a file.
+  EXPECT_FALSE(isAllowed);
+  EXPECT_EQ(ReadBytes(files[0]), "");
+  EXPECT_EQ(ReadBytes(files[1]), "May I?\r\n");
+  for (const std::wstring& file : files) DeleteFileW(file.c_str());
 }
 
 }  // namespace

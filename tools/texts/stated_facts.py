@@ -100,7 +100,7 @@ OTHER_NUMBERS = {
     "docs/authoring-v4.md": "65001",         # the code page of UTF-8
     "docs/authoring.md": "38 200 5890",
     "docs/before-you-adopt.md": "64,000,000,000",
-    "docs/hxrun.md": "38 32769",             # a folder's number and an error mode, in a trace
+    "docs/hxrun.md": "38 183 32769",         # a folder's number and an error mode, in a trace; an error of Windows
     "docs/server-upgrade.md": "2026",        # the day of an example
     "docs/troubleshooting.md": "37 38 200 400 700",
 }
