@@ -17,16 +17,19 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/mutants/commands.sh
 # shellcheck source=tools/counting/commands.sh
 . tools/counting/commands.sh
+# shellcheck source=tools/acceptance/commands.sh
+. tools/acceptance/commands.sh
 
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
 levels=(images unit actions install)
-otherLevels=(tools packages page)
+otherLevels=(tools packages page acceptance)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
-commands=(setup build package check-package try test coverage mutants check run explain bench dist lint clean help)
+commands=(setup build package check-package try test coverage mutants acceptance check run explain bench dist lint clean help)
 declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache [bench]=--write
-  [package]="--processor --define --out" [coverage]="--processor --lines --suites" [mutants]=--survivors)
+  [package]="--processor --define --out" [coverage]="--processor --lines --suites" [mutants]=--survivors
+  [acceptance]="--processor --try")
 
 help_overview() {
   cat <<HELP
@@ -40,12 +43,14 @@ usage: ./hx COMMAND
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*"); run only by name:
-                          tools (hxrun), packages (packages of new authors), page (explain.html in a browser)
+                          tools (hxrun), packages (packages of new authors), page (explain.html in a browser), acceptance
        --only x64         skip ARM64 (--only arm64 skips x64)
   coverage                measure what of src/ the unit and actions tests run, and compare it with the list of what they do
                           not run; --processor arm64 or x64, --lines FILE
   mutants [COUNT] [SEED]  change the library in small ways, and say which changes no test notices
        --survivors        run only those again that survived
+  acceptance              make archives that run the tests on another Windows; --processor arm64 or x64
+       --try              run them in the Windows here, too
   check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   explain LOG...          say what happened in logs of Windows Installer, as docs/explain.html does
@@ -103,6 +108,7 @@ What the tests leave is in build/artifacts.
                tools     hxrun; only if it is named
                packages  packages of new authors, made and tried, and planted mistakes; only if it is named
                page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
+               acceptance  the archives for another Windows and their script, with a few tests; only if it is named
   FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
   --only P   only on the processor P: x64 or arm64
 

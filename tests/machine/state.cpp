@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "machine/places.h"
+
 namespace machine {
 
 namespace {
@@ -52,6 +54,25 @@ constexpr char kUninstallKeys[] = "\\CurrentVersion\\Uninstall\\";
 // more.
 const char* const kUninstallValues[] = {"DisplayName", "DisplayVersion", "Publisher", "Comments"};
 
+constexpr char kServiceKeys[] = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\";
+// The values that a package writes into its service's key.
+const char* const kServiceValues[] = {"Description", "DisplayName", "ErrorControl", "ImagePath",
+                                      "ObjectName",  "Start",       "Type"};
+
+// True if an access list in the system's own notation has an entry that is not inherited.
+bool HasOwnEntry(const std::string& list) {
+  for (size_t entry = list.find('('); entry != std::string::npos; entry = list.find('(', entry + 1)) {
+    const size_t flags = list.find(';', entry);
+    if (flags == std::string::npos) return false;
+    const std::string text = list.substr(flags + 1, list.find(';', flags + 1) - flags - 1);
+    bool isInherited = false;
+    for (size_t i = 0; i + 1 < text.size(); i += 2)
+      isInherited = isInherited || text.compare(i, 2, "ID") == 0;
+    if (!isInherited) return true;
+  }
+  return false;
+}
+
 std::string Hash(const std::string& bytes) {
   uint64_t hash = 14695981039346656037u;
   for (unsigned char c : bytes) hash = (hash ^ c) * 1099511628211u;
@@ -87,7 +108,8 @@ const char* StateName(DWORD state) {
 
 class State::Collector {
  public:
-  Collector(State& state, const Names& names) : entries_(state.entries_), names_(names) {
+  Collector(State& state, const Names& names, Scope scope)
+      : entries_(state.entries_), names_(names), scope_(scope) {
     const std::wstring folder = L"C:\\a usual folder";
     CreateDirectoryW(folder.c_str(), nullptr);
     CloseHandle(
@@ -109,6 +131,43 @@ class State::Collector {
     FindClose(search);
   }
 
+  // Adds the places of places.h, and the names in the root of the drive.
+  void AddPlaces() {
+    WIN32_FIND_DATAW found;
+    HANDLE search = FindFirstFileW(L"C:\\*", &found);
+    if (search != INVALID_HANDLE_VALUE) {
+      do {
+        const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
+        if (isFolder) entries_[FromWide(std::wstring(L"C:\\") + found.cFileName) + "\\"] = {};
+      } while (FindNextFileW(search, &found));
+      FindClose(search);
+    }
+    for (const auto* places : {&kFolders, &kFiles}) {
+      for (const std::wstring& path : *places) {
+        search = FindFirstFileW(path.c_str(), &found);
+        if (search == INVALID_HANDLE_VALUE) continue;
+        FindClose(search);
+        AddFile(path, found);
+      }
+    }
+    for (const std::string& path : kKeys) {
+      if (HKEY key = OpenKey(path)) AddKey(key, path);
+    }
+    for (const std::string& value : kValues) {
+      const size_t end = value.rfind('\\');
+      HKEY key = OpenKey(value.substr(0, end));
+      if (!key) continue;
+      AddValues(key, value.substr(0, end), value.substr(end + 1));
+      RegCloseKey(key);
+    }
+    for (const auto& [code, name] : names_) {
+      for (const char* root : {"HKLM\\SOFTWARE\\", "HKLM\\SOFTWARE\\WOW6432Node\\"}) {
+        const std::string path = root + ("Microsoft\\Windows" + std::string(kUninstallKeys)) + code;
+        if (HKEY key = OpenKey(path)) AddKey(key, path);
+      }
+    }
+  }
+
   void AddRegistry() {
     for (const RegistryPart& part : kRegistryParts) {
       HKEY key;
@@ -119,7 +178,8 @@ class State::Collector {
 
   void AddServices() {
     SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ENUMERATE_SERVICE | SC_MANAGER_CONNECT);
-    std::vector<BYTE> buffer(64 * 1024);
+    // The most that the service manager gives at once; 64 KB are not enough for every Windows.
+    std::vector<BYTE> buffer(256 * 1024);
     DWORD missing = 0, count = 0;
     if (!EnumServicesStatusExW(manager, SC_ENUM_PROCESS_INFO, SERVICE_WIN32, SERVICE_STATE_ALL, buffer.data(),
                                static_cast<DWORD>(buffer.size()), &missing, &count, nullptr, nullptr)) {
@@ -130,6 +190,10 @@ class State::Collector {
       const std::string name = FromWide(services[i].lpServiceName);
       // The engine's service comes and goes with each run.
       if (name == "MSIServer") continue;
+      if (scope_ == Scope::kPlaces &&
+          std::find(kServices.begin(), kServices.end(), services[i].lpServiceName) == kServices.end()) {
+        continue;
+      }
       Add("service " + name, StateName(services[i].ServiceStatusProcess.dwCurrentState));
     }
     CloseServiceHandle(manager);
@@ -137,11 +201,22 @@ class State::Collector {
 
   void AddProducts() {
     wchar_t code[39];
-    for (DWORD i = 0; MsiEnumProductsW(i, code) == ERROR_SUCCESS; ++i)
-      Add("product " + WithNames(FromWide(code)), Property(code, L"VersionString"));
+    for (DWORD i = 0; MsiEnumProductsW(i, code) == ERROR_SUCCESS; ++i) {
+      const std::string name = WithNames(FromWide(code));
+      if (scope_ == Scope::kPlaces && name == FromWide(code)) continue;
+      Add("product " + name, Property(code, L"VersionString"));
+    }
   }
 
  private:
+  // Opens a key by its name as in places.h; null if there is none.
+  static HKEY OpenKey(const std::string& path) {
+    const HKEY root = path.rfind("HKCU\\", 0) == 0 ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+    HKEY key = nullptr;
+    RegOpenKeyExA(root, path.c_str() + 5, 0, KEY_READ, &key);
+    return key;
+  }
+
   static std::string Property(const wchar_t* product, const wchar_t* property) {
     wchar_t value[256];
     DWORD length = 256;
@@ -161,8 +236,10 @@ class State::Collector {
       if (!isFolder) entry.value = Stamp(found);
     } else {
       const std::string access = AccessTo(path);
-      if (access != (isFolder ? usualFolder_ : usualFile_)) entry.shown = " = " + access;
-      entry.value = entry.shown + (isFolder ? "" : Hash(Content(path)));
+      const bool isUnusual =
+          scope_ == Scope::kPlaces ? HasOwnEntry(access) : access != (isFolder ? usualFolder_ : usualFile_);
+      if (isUnusual) entry.shown = " = " + access;
+      entry.value = access + (isFolder ? "" : Hash(Content(path)));
     }
     entries_[FromWide(path) + (isFolder ? "\\" : "")] = entry;
     if (isFolder && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) AddFiles(path);
@@ -198,7 +275,8 @@ class State::Collector {
          RegEnumKeyExA(key, i, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
          ++i, length = sizeof name) {
       const std::string inner = path + "\\" + name;
-      bool isForeign = false;
+      // The service manager's own list of who may control a service.
+      bool isForeign = scope_ == Scope::kPlaces && std::string(name) == "Security";
       for (const char* foreign : kForeignKeys) isForeign = isForeign || inner == foreign;
       HKEY child;
       if (!isForeign && RegOpenKeyExA(key, name, 0, KEY_READ, &child) == ERROR_SUCCESS) AddKey(child, inner);
@@ -206,7 +284,8 @@ class State::Collector {
     RegCloseKey(key);
   }
 
-  void AddValues(HKEY key, const std::string& path) {
+  // Adds the values of a key, or only the one named `only`.
+  void AddValues(HKEY key, const std::string& path, const std::string& only = "") {
     wchar_t name[512];
     std::vector<BYTE> data(16 * 1024);
     DWORD length = 512, size = static_cast<DWORD>(data.size()), type;
@@ -214,13 +293,21 @@ class State::Collector {
          RegEnumValueW(key, i, name, &length, nullptr, &type, data.data(), &size) == ERROR_SUCCESS;
          ++i, length = 512, size = static_cast<DWORD>(data.size())) {
       const std::string value = FromWide(name);
+      if (!only.empty() && _stricmp(value.c_str(), only.c_str()) != 0) continue;
+      const bool isService = scope_ == Scope::kPlaces && path.find(kServiceKeys) != std::string::npos;
+      if (isService && path.find('\\', sizeof kServiceKeys - 1) == std::string::npos &&
+          std::find_if(std::begin(kServiceValues), std::end(kServiceValues),
+                       [&](const char* known) { return value == known; }) == std::end(kServiceValues)) {
+        continue;
+      }
       if (path.find(kUninstallKeys) != std::string::npos) {
         bool isThePackages = false;
         for (const char* known : kUninstallValues) isThePackages = isThePackages || value == known;
         if (!isThePackages) continue;
       }
-      Add(WithNames(path) + "\\" + value,
-          WithNames(ValueText(type, std::vector<BYTE>(data.begin(), data.begin() + size))));
+      std::string text = WithNames(ValueText(type, std::vector<BYTE>(data.begin(), data.begin() + size)));
+      if (isService && value == "ImagePath") text = Replaced(std::move(text), "\"\"", "\"");
+      Add(WithNames(path) + "\\" + value, text);
     }
   }
 
@@ -231,14 +318,23 @@ class State::Collector {
 
   std::map<std::string, Entry>& entries_;
   const Names& names_;
+  const Scope scope_;
   std::string usualFolder_, usualFile_;
 };
 
-State State::Now(const Names& names) {
+bool IsOnlyForTests() {
+  return GetProcAddress(GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr;
+}
+
+State State::Now(const Names& names, Scope scope) {
   State state;
-  Collector collector(state, names);
-  collector.AddFiles(L"C:");
-  collector.AddRegistry();
+  Collector collector(state, names, scope);
+  if (scope == Scope::kPlaces) {
+    collector.AddPlaces();
+  } else {
+    collector.AddFiles(L"C:");
+    collector.AddRegistry();
+  }
   collector.AddServices();
   collector.AddProducts();
   return state;

@@ -17,19 +17,30 @@ std::string AccessTo(const std::wstring& path);
 /// Returns the identifier of this process's user in the system's own notation; empty if it is unknown.
 std::string UserIdentifier();
 
+/// Returns true if Wine made this Windows: there nothing but the tests changes the machine.
+bool IsOnlyForTests();
+
+/// How much of the machine is compared.
+enum class Scope {
+  kWhole,   ///< everything
+  kPlaces,  ///< what places.h lists, and the products with names
+};
+
 /// Texts that are shown as other ones, such as product codes as names: each (text, shown).
 using Names = std::vector<std::pair<std::string, std::string>>;
 
 /// The state of the machine at one moment: each file and folder of drive C: with its content, and with its
 /// access list if that is unusual (in the Windows folder, only with size and time); each value and key of the
-/// registry that an installation can reach; each service's state; each product that the engine knows.
+/// registry that an installation can reach; each service's state; each product that the engine knows. On a
+/// Windows that other programs change meanwhile, only the places of places.h: of a file's access list only
+/// entries of its own count as unusual, and of a service's key only what a package writes.
 ///
 /// Left out are the engine's own data (its cache and its keys) and whatever changes by itself. Accounts and
 /// the firewall's exceptions are left out because the engine of these tests keeps them for one process only.
 class State {
  public:
   /// Returns the current state. Throws std::runtime_error if it cannot be read.
-  static State Now(const Names& names);
+  static State Now(const Names& names, Scope scope = IsOnlyForTests() ? Scope::kWhole : Scope::kPlaces);
 
   /// Returns the changes since `before`, ordered by name: "+ NAME" is new, "- NAME" is gone, "~ NAME" has
   /// changed. Folders and keys end in a backslash; the content of deleted ones is not listed. A new or

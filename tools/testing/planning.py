@@ -39,7 +39,7 @@ TARGETS = {
     "tools": {LIBRARY: ("hxsetup", "hxinternals", "agent", "ostrack", "witness"), TESTS: ("tool_tests", "hxrun")},
 }
 # The levels whose tests run packages.
-PACKAGED = {"install", "tools"}
+PACKAGED = {"install", "tools", "acceptance"}
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
 
 
@@ -57,6 +57,10 @@ class Suite(NamedTuple):
 SUITES = {
     "packages": Suite("packages", "trial_*.py", {LIBRARY: ("hxsetup", "agent", "ostrack", "witness"), TESTS: ("trial",)},
                       {LIBRARY: ("ices",)}),
+    "acceptance": Suite("acceptance", "trial_*.py", {
+        LIBRARY: ("hxsetup", "hxinternals", "rigsubject", "agent", "ostrack", "witness"),
+        CHECKED: ("hxinternals", "rigsubject"),
+        TESTS: ("accept", "unit_tests", "action_tests", "install_tests")}, {}),
 }
 
 # The install tests in two parts, which run in two Windows.
@@ -178,7 +182,7 @@ def main():
         print("windows", processor)
     for preset, targets in builds(request):
         print("build", preset, *targets)
-    for processor in request.processors if PACKAGED & set(request.running) else ():
+    for processor in request.processors if PACKAGED & set(request.levels) else ():
         print("packages", processor)
     if PAGE in request.levels:
         print("page")

@@ -11,8 +11,8 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "mutants", "check", "run", "explain", "bench", "dist", "lint",
-            "clean", "help"]
+COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "mutants", "acceptance", "check", "run",
+            "explain", "bench", "dist", "lint", "clean", "help"]
 
 
 def copy_commands(project):
@@ -88,7 +88,8 @@ class CommandLineTest(unittest.TestCase):
     def test_help_names_each_option(self):
         for command, option in (("test", "--only"), ("dist", "--verify"), ("clean", "--cache"), ("bench", "full"),
                                 ("bench", "arm64"), ("bench", "--write"),
-                                ("explain", "--summary"), ("explain", "--mask")):
+                                ("explain", "--summary"), ("explain", "--mask"),
+                                ("acceptance", "--processor"), ("acceptance", "--try")):
             with self.subTest(command):
                 self.assertIn(option, self.hx(command, "--help")[1])
                 self.assertIn(option, self.hx("help")[1])
@@ -126,6 +127,7 @@ class CommandLineTest(unittest.TestCase):
                 (["test", "unit", "Path*", "Tree*"],
                  "test does not take 'Tree*'. ./hx test --help lists what it takes."),
                 (["explain"], "explain needs a log. ./hx explain --help lists what it takes."),
+                (["acceptance", "x6"], "acceptance does not take 'x6'. Did you mean x64? ./hx acceptance --help lists what it takes."),
                 (["help", "test", "run"], "help does not take 'run'. ./hx help --help lists what it takes.")):
             with self.subTest(arguments):
                 self.assert_refused(arguments, text)
@@ -135,7 +137,10 @@ class CommandLineTest(unittest.TestCase):
             with self.subTest(arguments):
                 self.assert_refused(["test", *arguments],
                                     "--only takes arm64 or x64. ./hx test --help lists what test takes.")
-
+        for arguments in (["--processor"], ["--processor", "x86"]):
+            with self.subTest(arguments):
+                self.assert_refused(["acceptance", *arguments],
+                                    "--processor takes arm64 or x64. ./hx acceptance --help lists what acceptance takes.")
 
     def test_coverage(self):
         more = "./hx coverage --help lists what"
@@ -222,6 +227,7 @@ class RightCommandsTest(unittest.TestCase):
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
                           ["coverage"], ["mutants"], ["mutants", "5", "77", "--survivors"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
                           ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["dist", "--verify"], ["lint"],
+                          ["test", "acceptance"], ["acceptance"], ["acceptance", "--try", "--processor", "arm64"],
                           ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",
                            f"{project}/own.wxs"],

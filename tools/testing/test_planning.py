@@ -138,6 +138,14 @@ class ScriptTest(unittest.TestCase):
             "windows arm64", "build arm64 hxsetup hxinternals agent ostrack witness", "build arm64-tests tool_tests hxrun",
             "packages arm64"])
 
+    def test_acceptance(self):
+        """It runs only by its name, and needs what the archives contain."""
+        self.assertNotIn("acceptance", Request().levels)
+        self.assertEqual(self.plan("--level", "acceptance", "--only", "x64"), [
+            "windows x64", "build x64 hxsetup hxinternals rigsubject agent ostrack witness",
+            "build x64-tests accept unit_tests action_tests install_tests", "build x64-checked hxinternals rigsubject",
+            "packages x64"])
+
     def test_everything(self):
         lines = self.plan()
         self.assertEqual([line for line in lines if not line.startswith("build")],

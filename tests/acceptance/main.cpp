@@ -1,0 +1,137 @@
+// accept.exe: what accept.cmd cannot do by itself. A person starts accept.cmd.
+//
+//   accept.exe check PROCESSOR FOLDER [/in-use] [/no-install]
+//     Prints why this machine or the archive in FOLDER, which is for PROCESSOR, cannot be used, and what the
+//     person should know. The exit status is 0 if it can, and 2 if not.
+//   accept.exe run REPORT LEVEL SECONDS PROGRAM [FILTER]
+//     Runs a test program, for at most SECONDS. Its results, output and logs are in REPORT\LEVEL afterwards.
+//   accept.exe report REPORT PROCESSOR FOLDER
+//     Writes REPORT\report.txt and prints its verdict. The exit status is 0 if all tests passed, 1 if not,
+//     and 2 if none was run.
+#include <windows.h>
+// After windows.h, which it needs.
+#include <shellapi.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include "acceptance/facts.h"
+#include "acceptance/limit.h"
+#include "acceptance/report.h"
+#include "machine/texts.h"
+
+namespace {
+
+using machine::FromWide;
+using machine::ToWide;
+
+constexpr int kRefused = 2;
+
+std::string ReadFile(const std::wstring& path) {
+  std::FILE* file = _wfopen(path.c_str(), L"rb");
+  if (!file) return "";
+  std::string bytes;
+  char block[16384];
+  for (size_t count; (count = std::fread(block, 1, sizeof block, file)) > 0;) bytes.append(block, count);
+  std::fclose(file);
+  return bytes;
+}
+
+void WriteFile(const std::wstring& path, const std::string& bytes, const wchar_t* mode = L"wb") {
+  std::FILE* file = _wfopen(path.c_str(), mode);
+  if (!file) throw std::runtime_error("cannot write " + FromWide(path));
+  std::fwrite(bytes.data(), 1, bytes.size(), file);
+  std::fclose(file);
+}
+
+bool Has(int count, wchar_t** words, int first, const wchar_t* word) {
+  for (int i = first; i < count; ++i) {
+    if (_wcsicmp(words[i], word) == 0) return true;
+  }
+  return false;
+}
+
+int Check(int count, wchar_t** words) {
+  const std::string processor = FromWide(words[2]);
+  const acceptance::Facts facts = acceptance::Gather(words[3]);
+  const auto refusals = acceptance::Refusals(facts, processor, Has(count, words, 4, L"/in-use"),
+                                             !Has(count, words, 4, L"/no-install"));
+  for (const std::string& line : acceptance::Lines(facts)) std::printf("  %s\n", line.c_str());
+  for (const std::string& line : acceptance::Remarks(facts, processor))
+    std::printf("  remark: %s\n", line.c_str());
+  for (const std::string& line : refusals) std::printf("  refused: %s\n", line.c_str());
+  return refusals.empty() ? 0 : kRefused;
+}
+
+int Run(int count, wchar_t** words) {
+  const std::wstring report = words[2], level = words[3], folder = report + L"\\" + level;
+  CreateDirectoryW(folder.c_str(), nullptr);
+  SetEnvironmentVariableW(L"HX_ARTIFACTS", folder.c_str());
+  std::wstring command =
+      L"\"" + std::wstring(words[5]) + L"\" --gtest_output=xml:\"" + folder + L"\\results.xml\"";
+  if (count > 6) command += L" --gtest_filter=\"" + std::wstring(words[6]) + L"\"";
+  const ULONGLONG start = GetTickCount64();
+  const DWORD status =
+      acceptance::RunLimited(command, folder + L"\\output.txt", static_cast<DWORD>(_wtoi(words[4])));
+  const auto seconds = static_cast<unsigned>((GetTickCount64() - start) / 1000);
+  WriteFile(report + L"\\runs.txt",
+            FromWide(level) + "\t" + std::to_string(status) + "\t" + std::to_string(seconds) + "\n", L"ab");
+  std::printf("  ended with status %lu after %u s\n", status, seconds);
+  return 0;
+}
+
+int Report(wchar_t** words) {
+  const std::wstring report = words[2];
+  acceptance::Run run;
+  run.processor = FromWide(words[3]);
+  const acceptance::Facts facts = acceptance::Gather(words[4]);
+  run.isMicrosofts = facts.engine.rfind("Microsoft", 0) == 0;
+  run.facts = acceptance::Lines(facts);
+  run.remarks = acceptance::Remarks(facts, run.processor);
+  const std::string runs = ReadFile(report + L"\\runs.txt");
+  std::string failed;
+  for (size_t start = 0, end; (end = runs.find('\n', start)) != std::string::npos; start = end + 1) {
+    const size_t first = runs.find('\t', start), second = runs.find('\t', first + 1);
+    acceptance::LevelResult level;
+    level.name = runs.substr(start, first - start);
+    level.status = static_cast<unsigned>(std::strtoul(runs.c_str() + first + 1, nullptr, 10));
+    level.seconds = static_cast<unsigned>(std::strtoul(runs.c_str() + second + 1, nullptr, 10));
+    const std::wstring folder = report + L"\\" + ToWide(level.name);
+    const std::string results = ReadFile(folder + L"\\results.xml");
+    level.hasResults = results.find("</testsuites>") != std::string::npos;
+    if (level.hasResults) level.tests = acceptance::TestsOf(results);
+    level.lastStarted = acceptance::LastStarted(ReadFile(folder + L"\\output.txt"));
+    const std::string differences = ReadFile(folder + L"\\differences.txt");
+    if (!differences.empty()) run.differences = acceptance::RowsOf(differences);
+    if (const std::string names = acceptance::FailedFilter(level); !names.empty())
+      failed += level.name + "\t" + names + "\n";
+    run.levels.push_back(std::move(level));
+  }
+  WriteFile(report + L"\\report.txt", acceptance::ReportOf(run));
+  WriteFile(report + L"\\failed.txt", failed);
+  const acceptance::Verdict verdict = acceptance::VerdictOf(run);
+  std::printf("\n%s\n", verdict.line.c_str());
+  return verdict.code;
+}
+
+}  // namespace
+
+// Without wmain, which not every C library here has.
+int main() {
+  int count = 0;
+  wchar_t** words = CommandLineToArgvW(GetCommandLineW(), &count);
+  try {
+    const std::wstring what = count > 1 ? words[1] : L"";
+    if (what == L"check" && count >= 4) return Check(count, words);
+    if (what == L"run" && count >= 6) return Run(count, words);
+    if (what == L"report" && count >= 5) return Report(words);
+    std::fprintf(stderr, "accept.exe: start accept.cmd instead; docs\\acceptance.md describes it\n");
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "accept.exe: %s\n", error.what());
+  }
+  return kRefused;
+}

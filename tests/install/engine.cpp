@@ -1,0 +1,193 @@
+#include "install/engine.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
+#include <set>
+
+namespace install {
+
+namespace {
+
+const Difference kDifferences[] = {
+    {"failure-in-log", "a failed action ends with \"Return value 0\"",
+     "with \"Return value 3\" (2 if it was cancelled); an action of the script says \"returned actual error "
+     "code\"",
+     "Logging of Action Return Values"},
+    {"script-in-log", "an action of the script is logged like one of a sequence, so its name starts twice",
+     "a sequence logs its start once, and the script \"Executing op: CustomActionSchedule(Action=NAME\", a "
+     "rollback "
+     "\"Executing op: CustomActionRollback(Action=NAME\"",
+     "Windows Installer Logging; Deferred Execution Custom Actions"},
+    {"nested-properties", "the removal that an upgrade starts has no log",
+     "it is in the log of the upgrade, and its properties are logged as \"Property(N)\"",
+     "RemoveExistingProducts Action"},
+    {"hidden-properties", "the log has the value of a hidden property", "the log has asterisks in its place",
+     "MsiHiddenProperties property"},
+    {"deferred-properties", "a deferred or rollback action reads all properties",
+     "only CustomActionData, ProductCode and UserSID: the notices 26000 and 26001 are not sent, and the "
+     "rollback of "
+     "CustomAction23 deletes no account",
+     "Obtaining Context Information for Deferred Execution Custom Actions"},
+    {"end-of-a-failure", "the last action of a failed sequence runs before the rollback",
+     "it runs after the rollback", "Sequence Table Detailed Example (OnExit -3); Rollback Installation"},
+    {"rollback", "a rollback does not restore what the older version had installed",
+     "it restores the older version's files, values, services and product", "Rollback Installation"},
+    {"empty-folders", "the folder of the maker stays after a removal",
+     "a folder that the installation made is removed when it is empty",
+     "RemoveFolders Action; Directory Table"},
+    {"whole-removal", "the removal of the only feature leaves the product",
+     "it removes the product, and sets REMOVE to ALL", "REMOVE property; InstallValidate Action"},
+    {"upgrade-removal", "UPGRADINGPRODUCTCODE is not set in the removal that an upgrade starts", "it is set",
+     "UPGRADINGPRODUCTCODE property"},
+    {"existing-service", "InstallServices does not change a service that exists",
+     "it gives it the package's configuration", "InstallServices Action; ServiceInstall Table"},
+    {"service-key", "a service's key has PreshutdownTimeout, and its program without quotation marks",
+     "it has neither; the program has quotation marks if its path has blanks, and other values may be there",
+     "CreateService; ServiceInstall Table"},
+    {"service-without-password", "a service starts under any account, without a password",
+     "a service whose account has a password starts only with it (error 1069), so the installation of such a "
+     "service fails",
+     "CreateService, StartService"},
+    {"accounts", "a new account lives as long as the process that made it, and cannot be looked up",
+     "it stays, it can be looked up, it gets the right to log on as a service and its access entries",
+     "NetUserAdd; LsaAddAccountRights; LookupAccountName"},
+    {"failure-actions", "the failure actions of a service cannot be queried (124)",
+     "the service has none: \"service has no failure actions\"", "QueryServiceConfig2"},
+    {"tasks", "no logon trigger and no idle settings, so no task is registered; no task runs",
+     "both tasks are registered, and the agent's task runs in each session of a user",
+     "ILogonTrigger, IIdleSettings, IRegisteredTask::RunEx"},
+    {"schedule-service", "an administrator can stop the service \"Schedule\"", "nobody can stop it",
+     "Task Scheduler: the service accepts no control \"stop\""},
+    {"firewall", "rules are accepted and dropped", "rules are kept until they are removed",
+     "INetFwRules::Add"},
+    {"inheritance",
+     "a list is as much as permission bits can hold, and every entry of a folder shows as inherited",
+     "entries are inherited as their flags say", "ACE Inheritance Rules"},
+    {"access-of-folders", "a new folder has the access of its owner and of everybody",
+     "a new folder inherits the entries of the folder above it", "ACE Inheritance Rules"},
+    {"file-versions", "a file with a higher version stays after a removal", "the removal deletes it",
+     "RemoveFiles Action"},
+    {"shared-key", "the key of the libraries' list can be deleted",
+     "the system needs this key, and the tests leave it", "AppInit_DLLs"},
+    {"interface", "dialogs need no display and no user, so a test runs with the full interface (level 5)",
+     "the same test runs with the reduced interface (/qr, level 4), which asks nothing",
+     "User Interface Levels"},
+    {"links", "the system below Wine makes a link to a folder", "CreateSymbolicLink makes it",
+     "CreateSymbolicLink"},
+    {"case-of-names", "every folder can have two names that differ only in case",
+     "only a folder that is made so (FILE_CS_FLAG_CASE_SENSITIVE_DIR)", "FILE_CASE_SENSITIVE_INFO"},
+    {"held-folders", "a folder that a process holds open cannot be renamed, whoever shares it",
+     "nor can it be if it is opened without FILE_SHARE_DELETE", "CreateFile, MoveFileEx"},
+    {"shares", "a folder on a missing share is accepted",
+     "the installation fails, because the share cannot be reached (error 1606)",
+     "Windows Installer Error Messages"},
+    {"protected-processes", "every process can be ended",
+     "the process of a service needs the debug privilege", "OpenProcess"},
+    {"whole-machine", "the whole machine is compared, because nothing else changes it",
+     "the places of tests/machine/places.cpp are compared, because other programs change the rest at any "
+     "time",
+     "tests/machine/places.h"},
+};
+static_assert(std::size(kDifferences) == static_cast<size_t>(Differs::kCount));
+
+// Writes the differences into the folder of the artifacts, for the report of the run.
+class DifferencesFile : public testing::Environment {
+ public:
+  void SetUp() override {
+    wchar_t folder[MAX_PATH];
+    const DWORD length = GetEnvironmentVariableW(L"HX_ARTIFACTS", folder, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) return;
+    if (std::FILE* file = _wfopen((std::wstring(folder) + L"\\differences.txt").c_str(), L"wb")) {
+      const std::string text = DifferencesText();
+      std::fwrite(text.data(), 1, text.size(), file);
+      std::fclose(file);
+    }
+  }
+};
+
+[[maybe_unused]] testing::Environment* const kDifferencesFile =
+    testing::AddGlobalTestEnvironment(new DifferencesFile);
+
+bool Has(const std::string& line, const std::string& text) {
+  return line.find(text) != std::string::npos;
+}
+
+}  // namespace
+
+Engine ThisEngine() {
+  static const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr;
+  return isWine ? Engine::kWine : Engine::kWindows;
+}
+
+const Difference& RowOf(Differs difference) {
+  return kDifferences[static_cast<size_t>(difference)];
+}
+
+void Note(Differs difference) {
+  testing::Test::RecordProperty(std::string("differs_") + RowOf(difference).name, 1);
+}
+
+bool OnWindows(Differs difference) {
+  Note(difference);
+  return ThisEngine() == Engine::kWindows;
+}
+
+std::string LeftOut(Differs difference) {
+  const Difference& row = RowOf(difference);
+  return std::string("left out on Microsoft's engine (") + row.name + "): " + row.windows;
+}
+
+bool SaysFailed(Engine engine, const std::string& line, const std::string& action) {
+  if (engine == Engine::kWine) return Has(line, ": " + action + ". Return value 0.");
+  return Has(line, ": " + action + ". Return value 3.") || Has(line, ": " + action + ". Return value 2.") ||
+         Has(line, "CustomAction " + action + " returned actual error code ");
+}
+
+std::string StartedAction(Engine engine, const std::string& line) {
+  if (engine == Engine::kWine) {
+    const size_t name = line.find(": ");
+    if (line.rfind("Action start", 0) != 0 || name == std::string::npos || line.back() != '.') return "";
+    return line.substr(name + 2, line.size() - name - 3);
+  }
+  // An operation that schedules a rollback action only keeps it for a rollback.
+  constexpr int kRollbackType = 0x100;
+  for (const char* head :
+       {"Executing op: CustomActionSchedule(Action=", "Executing op: CustomActionRollback(Action="}) {
+    const size_t start = line.find(head);
+    if (start == std::string::npos) continue;
+    const size_t name = start + std::string(head).size(), end = line.find_first_of(",)", name);
+    const size_t type = line.find("ActionType=", name);
+    const bool isKept = Has(head, "Schedule") && type != std::string::npos &&
+                        std::atoi(line.c_str() + type + 11) & kRollbackType;
+    return isKept || end == std::string::npos ? "" : line.substr(name, end - name);
+  }
+  return "";
+}
+
+std::vector<std::string> ScriptActions(Engine engine, const std::vector<std::string>& lines,
+                                       const std::vector<std::string>& names) {
+  std::vector<std::string> actions;
+  std::set<std::string> scheduled;
+  for (const std::string& line : lines) {
+    const std::string action = StartedAction(engine, line);
+    bool isWanted = false;
+    for (const std::string& name : names)
+      isWanted = isWanted || (!action.empty() && action.rfind(name, 0) == 0);
+    if (isWanted && (engine == Engine::kWindows || !scheduled.insert(action).second))
+      actions.push_back(action);
+  }
+  return actions;
+}
+
+std::string DifferencesText() {
+  std::string text;
+  for (const Difference& row : kDifferences)
+    text += std::string(row.name) + "\t" + row.wine + "\t" + row.windows + "\t" + row.source + "\n";
+  return text;
+}
+
+}  // namespace install

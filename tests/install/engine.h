@@ -1,0 +1,103 @@
+// The installer engine of this machine: Wine's or Microsoft's. The install tests run on both. Where the two
+// differ by what is documented, a test has an expectation for each, and kDifferences says why. Used only by
+// tests/install.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace install {
+
+/// The engines. Everything is seen on Wine's. What is expected of Microsoft's comes from its documentation,
+/// and nobody has seen it yet.
+enum class Engine { kWine, kWindows };
+
+/// Returns the engine of this machine: Wine's if ntdll.dll exports "wine_get_version".
+Engine ThisEngine();
+
+/// The differences, in the order of kDifferences.
+enum class Differs {
+  kFailureInLog,
+  kScriptInLog,
+  kNestedProperties,
+  kHiddenProperties,
+  kDeferredProperties,
+  kEndOfAFailure,
+  kRollback,
+  kEmptyFolders,
+  kWholeRemoval,
+  kUpgradeRemoval,
+  kExistingService,
+  kServiceKey,
+  kServiceWithoutPassword,
+  kAccounts,
+  kFailureActions,
+  kTasks,
+  kScheduleService,
+  kFirewall,
+  kInheritance,
+  kAccessOfFolders,
+  kFileVersions,
+  kSharedKey,
+  kInterface,
+  kLinks,
+  kCaseOfNames,
+  kHeldFolders,
+  kShares,
+  kProtectedProcesses,
+  kWholeMachine,
+  kCount,
+};
+
+/// One difference between the engines.
+struct Difference {
+  const char* name;     ///< a short name, without blanks
+  const char* wine;     ///< what Wine's engine does, which the tests have seen
+  const char* windows;  ///< what Microsoft's engine does by its documentation
+  const char* source;   ///< the document or function that says so
+};
+
+/// Returns the row of a difference.
+const Difference& RowOf(Differs difference);
+
+/// Records that the running test depends on a difference, as the property "differs_NAME" of its result.
+void Note(Differs difference);
+
+/// Returns true on Microsoft's engine. Notes the difference.
+bool OnWindows(Differs difference);
+
+/// Returns what the engine of this machine is expected to give. Notes the difference.
+template <class Value>
+Value ByEngine(Differs difference, Value wine, Value windows) {
+  return OnWindows(difference) ? std::move(windows) : std::move(wine);
+}
+
+/// Returns the text with which a test that cannot be arranged on Microsoft's engine is left out there.
+std::string LeftOut(Differs difference);
+
+// ---- what the engines write into a verbose log
+
+/// Returns true if `line` says that the action `action` failed: in a sequence, or in the script.
+bool SaysFailed(Engine engine, const std::string& line, const std::string& action);
+
+/// Returns the name of the action that ran in the script of this line, also in a rollback; empty if the line
+/// is about something else. Wine's engine logs an action of the script like one of a sequence: there the name
+/// is returned for each start of an action, and the second one of a name is that of the script.
+std::string StartedAction(Engine engine, const std::string& line);
+
+/// Returns the actions of `names` that ran in the script of a log, in order, also in a rollback.
+std::vector<std::string> ScriptActions(Engine engine, const std::vector<std::string>& lines,
+                                       const std::vector<std::string>& names);
+
+/// Returns the differences as the text of a file: one line each, "NAME<tab>WINE<tab>WINDOWS<tab>SOURCE".
+std::string DifferencesText();
+
+}  // namespace install
+
+/// Leaves the test out on Microsoft's engine, because its arrangement needs Wine. The report of a run names
+/// the test and the reason.
+#define HX_NEEDS_WINE(difference)                                                         \
+  do {                                                                                    \
+    if (::install::OnWindows(difference)) GTEST_SKIP() << ::install::LeftOut(difference); \
+  } while (false)

@@ -1,0 +1,44 @@
+#include "machine/places.h"
+
+namespace machine {
+
+const std::vector<std::wstring> kFolders = {
+    L"C:\\Another",
+    L"C:\\Made before",
+    L"C:\\Metering",
+    L"C:\\Ostrel elsewhere",
+    L"C:\\Probes",
+    L"C:\\Program Files\\Brackwell",
+    L"C:\\Program Files\\Halvorstead",
+    L"C:\\ProgramData\\Brackwell",
+    L"C:\\Vantor Store",
+    L"C:\\windows\\system32\\tasks\\Quillfern",
+};
+
+const std::vector<std::wstring> kFiles = {
+    L"C:\\ProgramData\\Ostrel Audit",
+    L"C:\\windows\\ostrel.ini",
+    L"C:\\windows\\system32\\OSTRACK.DLL",
+    L"C:\\windows\\tasks\\Ostrel.job",
+};
+
+const std::vector<std::string> kKeys = {
+    "HKCU\\Software\\Quillfern",
+    "HKLM\\SOFTWARE\\Brackwell",
+    "HKLM\\SOFTWARE\\Halvorstead",
+    "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Eventlog\\Application\\Vantor",
+    "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Gauge",
+    "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel",
+    "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Vantor",
+};
+
+const std::vector<std::string> kValues = {
+    "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs",
+    "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs",
+};
+
+const std::vector<std::wstring> kServices = {L"Gauge", L"Ostrel", L"Vantor"};
+
+const std::vector<std::wstring> kAccounts = {L"gauge", L"meter", L"somebody", L"vantor"};
+
+}  // namespace machine
