@@ -6,16 +6,6 @@
 namespace install {
 namespace {
 
-// This process's session and user, as the library's log names them.
-std::string SessionText() {
-  DWORD session = 0;
-  ProcessIdToSessionId(GetCurrentProcessId(), &session);
-  wchar_t user[256];
-  DWORD length = 256;
-  GetUserNameW(user, &length);
-  return "session " + std::to_string(session) + " (" + FromWide(user) + ")";
-}
-
 const wchar_t kPassword[] = L"Nobody-sees-this-1";
 
 class AgentLifeTest : public testing::Test {
@@ -39,6 +29,7 @@ class AgentLifeTest : public testing::Test {
 
   struct Life {
     AgentMachine machine;
+    AuditAccount account{kPassword};
     std::map<std::string, std::unique_ptr<Process>> processes;
     AgentState installed, repaired, removed;
     Texts running;  ///< the names of the processes that still ran after the installation
@@ -130,14 +121,15 @@ void AgentLifeTest::Life::RemoveEverything() {
 }
 
 // The lines of CustomAction38 at the end of a run, with an agent that is not the package's.
-Texts RestartLines(const Texts& before, DWORD foreignAgent, int stopped, int code) {
+Texts RestartLines(const Texts& before, DWORD foreignAgent, size_t stopped, int code) {
   const std::string head = "Hx Setup Log: agent restart:  ";
   Texts lines = before;
   lines.push_back(head + "pid " + std::to_string(foreignAgent) + " is not ours, left alone (36)");
   lines.push_back("JN Setup Log: C:\\Ostrel elsewhere\\osua.exe");
   lines.push_back("JN Setup Log: C:\\Program Files\\Halvorstead\\Ostrel\\osua.exe");
   lines.push_back(head + std::to_string(stopped) + " agent(s) stopped");
-  lines.push_back(head + SessionText() + " failed:  " + std::to_string(code));
+  for (const std::string& session : UserSessions())
+    lines.push_back(head + session + (code ? " failed:  " + std::to_string(code) : std::string(" started")));
   return lines;
 }
 
@@ -191,24 +183,28 @@ TEST_F(AgentLifeTest, ARemovalStopsTheServiceAndSendsItNothingElse) {
 
 // ---- agents and tasks
 
-// All lines of the library in the whole run. This engine has no logon triggers (-16) and no idle settings
-// (-19), so neither task can be registered, and none started (-6).
+// All lines of the library in the whole run. Wine has no logon triggers (-16) and no idle settings (-19), so
+// neither task can be registered, and none started (-6).
 TEST_F(AgentLifeTest, TheLogNamesEachTaskAgentAndSession) {
   const DWORD foreign = life_->foreignAgent;
   Texts registered = Client().VersionLines();
-  registered.push_back("Hx Setup Log: Task install failed:  -16");
-  registered.push_back("Hx Setup Log: Task install failed:  -19");
-  // The agents of the client folder and of the installer's cache; the latter again before the removal.
-  EXPECT_EQ(installed.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, 2, -6));
-  EXPECT_EQ(repaired.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, 0, -6));
+  for (const std::string& line :
+       Expected({"Hx Setup Log: Task install failed:  -16", "Hx Setup Log: Task install failed:  -19"}))
+    registered.push_back(line);
+  // The agents of the client folder and of the installer's cache; the latter again before the removal. Then
+  // those that the run before has started.
+  const int code = ByEngine(Differs::kTasks, -6, 0);
+  EXPECT_EQ(installed.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, 2, code));
+  EXPECT_EQ(repaired.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, StartedAgents(), code));
   // The tasks' folder is gone by then.
-  EXPECT_EQ(removed.run.LinesWith("Setup Log: "), RestartLines({}, foreign, 1, -5));
+  EXPECT_EQ(removed.run.LinesWith("Setup Log: "), RestartLines({}, foreign, 1 + StartedAgents(), -5));
 }
 
 TEST_F(AgentLifeTest, OldTasksAreDeletedAndTheFolderGoesWithTheProduct) {
   // Both tasks existed before the installation, and again before the removal.
-  EXPECT_EQ(installed.tasks, Texts{});
-  EXPECT_EQ(repaired.tasks, Texts{});
+  const Texts tasks = ByEngine(Differs::kTasks, Texts{}, Texts{FromWide(kUserTask), FromWide(kUpdateTask)});
+  EXPECT_EQ(installed.tasks, tasks);
+  EXPECT_EQ(repaired.tasks, tasks);
   EXPECT_EQ(removed.tasks, Texts{"(no folder)"});
 }
 
@@ -228,10 +224,9 @@ TEST_F(AgentLifeTest, TheAuditIsReplacedFromTheProperties) {
 TEST_F(AgentLifeTest, ThePasswordIsHiddenFromTheEnginesLog) {
   EXPECT_EQ(installed.run.Property("PROP_TASKUSER"), "auditor");
   EXPECT_EQ(installed.run.Property("MsiHiddenProperties"), "PROP_TASKPASS");
-  for (const std::string& line : installed.run.LinesWith(FromWide(kPassword))) {
-    // This engine does not support hidden properties.
-    EXPECT_EQ(line, "Property(S): PROP_TASKPASS = " + FromWide(kPassword));
-  }
+  const Texts lines = ByEngine(Differs::kHiddenProperties,
+                               Texts{"Property(S): PROP_TASKPASS = " + FromWide(kPassword)}, Texts{});
+  EXPECT_EQ(installed.run.LinesWith(FromWide(kPassword)), lines);
 }
 
 // ---- the machine's registry and files

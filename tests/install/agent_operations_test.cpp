@@ -1,5 +1,5 @@
-// The library's operations on tasks, against Wine's Task Scheduler. This engine has no logon triggers and no
-// idle settings, and cannot run tasks; the tests also fix the operations' results in these cases.
+// The library's operations on tasks, against the real Task Scheduler. Wine has no logon triggers and no idle
+// settings, and cannot run tasks; the tests also fix the operations' results in these cases.
 
 #include "client/registered_task.h"
 #include "client/schedule_service.h"
@@ -9,6 +9,8 @@
 
 namespace agent_operations_test {
 
+using install::ByEngine;
+using install::Differs;
 using install::kForeignTask;
 using install::Texts;
 
@@ -21,6 +23,10 @@ HX_INTERNAL(DeleteAgentTask);
 // Without the fixture: a connection to the Task Scheduler does not always survive the end of its service.
 TEST(AgentScheduleTest, TheServiceIsStartedIfItDoesNotRun) {
   rig::Library library("hxinternals.dll");
+  if (install::OnWindows(Differs::kScheduleService)) {
+    EXPECT_EQ(EnsureScheduleService(), 0u);
+    return;
+  }
   install::StopService("Schedule");
   EXPECT_FALSE(install::IsServiceRunning("Schedule"));
   EXPECT_EQ(EnsureScheduleService(), 0u);
@@ -46,23 +52,24 @@ class AgentOperationsTest : public testing::Test {
   rig::Library library_{"hxinternals.dll"};
 };
 
-TEST_F(AgentOperationsTest, RegistrationsFailAtWhatThisEngineDoesNotSupport) {
+TEST_F(AgentOperationsTest, RegistrationsFailOnlyAtWhatTheEngineDoesNotSupport) {
   // They create the folder, and leave it.
-  EXPECT_EQ(RegisterAgentTask(kAutoUpdateTask, L"C:\\update.exe", L"-X", nullptr, 1), kStepIdleSettings);
-  EXPECT_EQ(scheduler.Tasks(), none);
-  EXPECT_EQ(RegisterAgentTask(kUserAgentTask, L"C:\\agent.exe", nullptr, L"Builtin\\Users", kAtLogon),
-            kStepLogonTrigger);
-  EXPECT_EQ(scheduler.Tasks(), none);
+  const int idle = ByEngine<int>(Differs::kTasks, kStepIdleSettings, 0);
+  const int logon = ByEngine<int>(Differs::kTasks, kStepLogonTrigger, 0);
+  EXPECT_EQ(RegisterAgentTask(kAutoUpdateTask, L"C:\\update.exe", L"-X", nullptr, 1), idle);
+  EXPECT_EQ(scheduler.Tasks(), ByEngine(Differs::kTasks, none, update));
+  EXPECT_EQ(RegisterAgentTask(kUserAgentTask, L"C:\\agent.exe", nullptr, L"Builtin\\Users", kAtLogon), logon);
+  EXPECT_EQ(scheduler.Tasks(), ByEngine(Differs::kTasks, none, Texts{user[0], update[0]}));
 
   // An older task of the same name is deleted first, and no other.
   scheduler.RegisterDaily(kUserAgentTask);
   scheduler.RegisterDaily(kAutoUpdateTask);
   scheduler.RegisterDaily(kForeignTask);
-  EXPECT_EQ(RegisterAgentTask(kAutoUpdateTask, L"C:\\update.exe", L"-X", nullptr, 1), kStepIdleSettings);
-  EXPECT_EQ(scheduler.Tasks(), (Texts{user[0], foreign[0]}));
-  EXPECT_EQ(RegisterAgentTask(kUserAgentTask, L"C:\\agent.exe", nullptr, L"Builtin\\Users", kAtLogon),
-            kStepLogonTrigger);
-  EXPECT_EQ(scheduler.Tasks(), foreign);
+  const Texts all = {user[0], update[0], foreign[0]};
+  EXPECT_EQ(RegisterAgentTask(kAutoUpdateTask, L"C:\\update.exe", L"-X", nullptr, 1), idle);
+  EXPECT_EQ(scheduler.Tasks(), ByEngine(Differs::kTasks, Texts{user[0], foreign[0]}, all));
+  EXPECT_EQ(RegisterAgentTask(kUserAgentTask, L"C:\\agent.exe", nullptr, L"Builtin\\Users", kAtLogon), logon);
+  EXPECT_EQ(scheduler.Tasks(), ByEngine(Differs::kTasks, foreign, all));
 }
 
 TEST_F(AgentOperationsTest, CheckFindsWhatIsRegistered) {
@@ -78,7 +85,9 @@ TEST_F(AgentOperationsTest, RunningAsksForTheUserAgentTaskOnly) {
   scheduler.RegisterDaily(kAutoUpdateTask);
   EXPECT_EQ(RunAgentTask(nullptr, 1), kAccessTask);
   scheduler.RegisterDaily(kUserAgentTask);
-  EXPECT_EQ(RunAgentTask(nullptr, 1), kAccessUse);
+  DWORD session = 0;
+  ProcessIdToSessionId(GetCurrentProcessId(), &session);
+  EXPECT_EQ(RunAgentTask(nullptr, static_cast<int>(session)), ByEngine<int>(Differs::kTasks, kAccessUse, 0));
   EXPECT_EQ(RunAgentTask(L"somebody", -1), kAccessUse);
 }
 

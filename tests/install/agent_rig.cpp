@@ -1,5 +1,7 @@
 #include "install/agent_rig.h"
 
+#include <lm.h>
+
 #include <ostream>
 
 #include "install/agent_scheduler.h"
@@ -9,6 +11,7 @@ namespace install {
 namespace {
 
 constexpr char kService[] = "Ostrel";
+constexpr wchar_t kAuditAccount[] = L"auditor";
 constexpr char kWindowsKey[] = "Software\\Microsoft\\Windows NT\\CurrentVersion\\Windows";
 constexpr char kList[] = "AppInit_DLLs";
 constexpr char kSwitch[] = "LoadAppInit_DLLs";
@@ -73,7 +76,20 @@ std::string VersionOf(const std::string& program) {
   return ", " + bytes.substr(start + mark.size(), bytes.find('\n', start + 1) - start - mark.size());
 }
 
+// Lets this process end those of services.
+void EnableDebugPrivilege() {
+  HANDLE token = nullptr;
+  TOKEN_PRIVILEGES privileges = {};
+  privileges.PrivilegeCount = 1;
+  privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
+  OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES, &token);
+  LookupPrivilegeValueW(nullptr, L"SeDebugPrivilege", &privileges.Privileges[0].Luid);
+  AdjustTokenPrivileges(token, FALSE, &privileges, 0, nullptr, nullptr);
+  CloseHandle(token);
+}
+
 void EndProcess(DWORD id) {
+  EnableDebugPrivilege();
   HANDLE process = OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id);
   if (!process) return;
   TerminateProcess(process, 0);
@@ -275,7 +291,7 @@ LibraryList GetLibraryList() {
 }
 
 void SetLibraryList(const LibraryList& list) {
-  if (!list.hasKey) {
+  if (!list.hasKey && !OnWindows(Differs::kSharedKey)) {
     RegDeleteKeyExA(HKEY_LOCAL_MACHINE, kWindowsKey, 0, 0);
     return;
   }
@@ -359,11 +375,31 @@ void AgentMachine::GiveBack() {
   EXPECT_EQ(Describe(), before_) << "the tests changed the machine";
 }
 
+AuditAccount::AuditAccount(const std::wstring& password) {
+  if (!OnWindows(Differs::kAccounts)) return;
+  std::wstring name = kAuditAccount, secret = password;
+  USER_INFO_1 account = {};
+  account.usri1_name = name.data();
+  account.usri1_password = secret.data();
+  account.usri1_priv = USER_PRIV_USER;
+  account.usri1_flags = UF_SCRIPT | UF_NORMAL_ACCOUNT;
+  EXPECT_EQ(NetUserAdd(nullptr, 1, reinterpret_cast<BYTE*>(&account), nullptr),
+            static_cast<NET_API_STATUS>(NERR_Success));
+}
+
+AuditAccount::~AuditAccount() {
+  if (ThisEngine() == Engine::kWindows) NetUserDel(nullptr, kAuditAccount);
+}
+
 AgentState RunAndLook(const std::string& name, const std::wstring& arguments) {
   ClearRecord();
   AgentState state;
   state.run = RunInstaller(name, arguments);
-  state.record = Record();
+  // Where the engine runs tasks, the installation starts the agent in each session of a user, some time
+  // later.
+  for (const std::string& line : Record()) {
+    if (line.rfind("osua.exe: started", 0) != 0 || !OnWindows(Differs::kTasks)) state.record.push_back(line);
+  }
   state.service = ServiceState();
   Scheduler scheduler;
   state.tasks = scheduler.Tasks();

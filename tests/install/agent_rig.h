@@ -106,6 +106,16 @@ std::wstring AuditFile();
 std::optional<std::string> AuditBytes();
 void WriteAuditFile(const std::string& bytes);
 
+/// The account of the audit's task, "auditor". Microsoft's scheduler accepts only an account that exists, so
+/// it is made there, and deleted at the end. Wine's does not check it.
+class AuditAccount {
+ public:
+  explicit AuditAccount(const std::wstring& password);
+  ~AuditAccount();
+  AuditAccount(const AuditAccount&) = delete;
+  AuditAccount& operator=(const AuditAccount&) = delete;
+};
+
 // ---- the machine
 
 /// Everything of the agent that a run of the installer has left, and the record of that run.

@@ -29,7 +29,7 @@ TEST_F(AgentRollbackTest, UnhooksTheTrackingLibraryAndChangesNothingElse) {
   auto agent = StartAgent(path);
   SetLibraryList({true, "", {}});
 
-  StopService("Schedule");
+  if (!OnWindows(Differs::kScheduleService)) StopService("Schedule");
 
   ClearRecord();
   const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn");
@@ -44,8 +44,8 @@ TEST_F(AgentRollbackTest, UnhooksTheTrackingLibraryAndChangesNothingElse) {
   // The switch shows that the library was in the list.
   EXPECT_EQ(GetLibraryList(), (LibraryList{true, {}, 1}));
 
-  // Scheduled once and run once, without a line.
-  EXPECT_EQ(failed.LinesWith(": RestartBack. Return value 1.").size(), 2u);
+  // Run once, without a line.
+  EXPECT_EQ(failed.ScriptActions({"RestartBack"}), Texts{"RestartBack"});
   EXPECT_EQ(failed.LinesWith("Setup Log:"), Texts{});
   EXPECT_TRUE(agent->IsRunning());
 }
@@ -62,7 +62,7 @@ TEST_F(AgentRollbackTest, LeavesTheTrackingLibraryOfAnOlderVersion) {
 
   const InstallerRun& failed = Msiexec("fail", L"/i \"" + package + L"\" /qn");
   EXPECT_EQ(failed.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-  EXPECT_EQ(failed.LinesWith(": Fail. Return value 0.").size(), 1u);
+  EXPECT_EQ(failed.FailuresOf("Fail").size(), 1u);
   EXPECT_TRUE(Client().IsInstalled());
   EXPECT_FALSE(NewerClient().IsInstalled());
   EXPECT_EQ(GetLibraryList(), hooked);

@@ -104,9 +104,11 @@ void Scheduler::RegisterDaily(const std::wstring& name) {
   EXPECT_EQ(program->put_Path(String(L"C:\\Windows\\System32\\hostname.exe").get()), S_OK);
 
   Owned<IRegisteredTask> task;
-  EXPECT_EQ(folder->RegisterTaskDefinition(String(name).get(), definition.get(), TASK_CREATE_OR_UPDATE,
-                                           VARIANT{}, VARIANT{}, TASK_LOGON_NONE, VARIANT{}, task.put()),
-            S_OK);
+  EXPECT_EQ(
+      folder->RegisterTaskDefinition(
+          String(name).get(), definition.get(), TASK_CREATE_OR_UPDATE, VARIANT{}, VARIANT{},
+          ByEngine(Differs::kTasks, TASK_LOGON_NONE, TASK_LOGON_INTERACTIVE_TOKEN), VARIANT{}, task.put()),
+      S_OK);
 }
 
 Texts Scheduler::Tasks() const {

@@ -1,22 +1,27 @@
 // Whole lives of a client package. Each run compares the whole machine before and after.
 
+#include <algorithm>
+
 #include "install/agent_scheduler.h"
 #include "install/machine_state.h"
 
 namespace install {
 namespace {
 
-// Left on this machine by every removal: the folder of the maker, which this engine does not delete, and the
-// switch of the libraries' list, which others may need.
-const Texts kLeft = {
-    "+ C:\\Program Files\\Halvorstead\\",
-    "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs = 1",
-};
+// Left by every removal: the switch of the libraries' list, which others may need.
+const char kLeftSwitch[] =
+    "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs = 1";
+
+// All that a removal leaves: also the folder of the maker, where the engine does not delete it.
+Texts Left() {
+  return ByEngine(Differs::kEmptyFolders, Texts{"+ C:\\Program Files\\Halvorstead\\", kLeftSwitch},
+                  Texts{kLeftSwitch});
+}
 
 // The lines for an installation of a client into `folder`, without the folder itself.
 Texts Installed(const Package& package, const std::string& name, const std::string& folder) {
   const std::string service = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\";
-  return {
+  return Expected({
       "+ " + folder + "about.txt",
       "+ " + folder + "osau.exe",
       "+ " + folder + "ostrel.exe",
@@ -46,7 +51,7 @@ Texts Installed(const Package& package, const std::string& name, const std::stri
       "+ " + service + "Type = 16",
       "+ product " + name + " = " + package.version,
       "+ service Ostrel = running",
-  };
+  });
 }
 
 Texts operator+(Texts texts, const Texts& more) {
@@ -70,6 +75,7 @@ class ClientLivesTest : public AgentTest {
   // Returns the changes since the test began.
   std::string Changes() const { return MachineState::Now().Since(before); }
 
+  const AuditAccount account{L"1-Pass-1"};
   const std::string folder = FromWide(kClientFolder) + "\\";
   const std::wstring kMetering = L"C:\\Metering";
   MachineState before;
@@ -124,7 +130,7 @@ TEST_F(ClientLivesTest, FromTheInstallationToTheRemoval) {
                     "- product {client}"}));
 
   ASSERT_EQ(Remove(NewerClient()).exitCode, 0u);
-  EXPECT_EQ(Changes(), Joined(kLeft));
+  EXPECT_EQ(Changes(), Joined(Left()));
 }
 
 // Only the first run names the folder; every later run finds it.
@@ -136,7 +142,7 @@ TEST_F(ClientLivesTest, InAChosenFolder) {
   ASSERT_EQ(Install(NewerClient()).exitCode, 0u);
   EXPECT_EQ(Changes(), Joined(folders + Installed(NewerClient(), "{client-newer}", chosen)));
   ASSERT_EQ(Remove(NewerClient()).exitCode, 0u);
-  EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", kLeft[1]}));
+  EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", kLeftSwitch}));
 }
 
 // The script fails after the hook. This engine's own rollback restores nothing: it deletes what it has
@@ -150,9 +156,13 @@ TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
   const MachineState installed = MachineState::Now();
   EXPECT_EQ(Msiexec("failing", L"/i \"" + package + L"\" /qn").exitCode,
             static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-  EXPECT_EQ(MachineState::Now().Since(installed),
-            Joined({"- " + folder, "- C:\\windows\\system32\\OSTRACK.DLL", "- HKLM\\SOFTWARE\\Halvorstead\\",
-                    "- HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\", "- service Ostrel"}));
+  EXPECT_EQ(
+      MachineState::Now().Since(installed),
+      Joined(ByEngine(
+          Differs::kRollback,
+          Texts{"- " + folder, "- C:\\windows\\system32\\OSTRACK.DLL", "- HKLM\\SOFTWARE\\Halvorstead\\",
+                "- HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\", "- service Ostrel"},
+          Texts())));
 
   // The older version is whole again after it is installed over the rest.
   EXPECT_EQ(Reinstall(Client()).exitCode, 0u);
@@ -166,12 +176,16 @@ TEST_F(ClientLivesTest, AnUpgradeThatFailsLeavesWhatTheOlderVersionHad) {
   EXPECT_EQ(replaced.exitCode, 0u);
   EXPECT_EQ(replaced.SetupLines(), Texts{});
   DeleteTree(kOtherFolder);
-  EXPECT_EQ(Changes(),
-            Joined({"+ C:\\Program Files\\Halvorstead\\", "+ C:\\windows\\system32\\tasks\\Quillfern\\",
-                    "+ C:\\windows\\tasks\\Ostrel.job",
-                    "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs = "
-                    "\"OSTRACK.DLL\"",
-                    kLeft[1]}));
+  Texts left = Left();
+  left.pop_back();
+  for (const std::string& line :
+       Expected({"+ C:\\windows\\system32\\tasks\\Quillfern\\", "+ C:\\windows\\tasks\\Ostrel.job",
+                 "+ HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs = "
+                 "\"OSTRACK.DLL\"",
+                 kLeftSwitch})) {
+    left.push_back(line);
+  }
+  EXPECT_EQ(Changes(), Joined(left));
 }
 
 // Every public property of the package on one command line, as in an administrator's deployment.
@@ -207,7 +221,9 @@ TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
   Texts changes = Installed(Client(), "{client}", "C:\\Metering\\Ostrel\\");
   changes.insert(changes.begin(), {"+ C:\\Metering\\", "+ C:\\Metering\\Ostrel\\"});
   changes.insert(changes.begin() + 7, "~ C:\\ProgramData\\Ostrel Audit");
-  changes.insert(changes.begin() + 10, "+ C:\\windows\\tasks\\Ostrel.job");
+  const auto keys = std::find_if(changes.begin(), changes.end(),
+                                 [](const std::string& line) { return line.rfind("+ HKLM", 0) == 0; });
+  changes.insert(keys, "+ C:\\windows\\tasks\\Ostrel.job");
   EXPECT_EQ(Changes(), Joined(changes));
   Scheduler scheduler;
   EXPECT_EQ(scheduler.WorkItem(),
@@ -219,7 +235,7 @@ TEST_F(ClientLivesTest, UnattendedWithEveryProperty) {
   // A command line cannot turn this into the removal of a replaced product.
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Halvorstead\\Ostrel", "Product");
   ASSERT_EQ(Remove(Client(), L"PROP_INSTALLEDCLIENT=another").exitCode, 0u);
-  EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", "~ C:\\ProgramData\\Ostrel Audit", kLeft[1]}));
+  EXPECT_EQ(Changes(), Joined({"+ C:\\Metering\\", "~ C:\\ProgramData\\Ostrel Audit", kLeftSwitch}));
 }
 
 }  // namespace

@@ -20,15 +20,10 @@ Engine ThisEngine();
 enum class Differs {
   kFailureInLog,
   kScriptInLog,
-  kNestedProperties,
   kHiddenProperties,
   kDeferredProperties,
-  kEndOfAFailure,
   kRollback,
   kEmptyFolders,
-  kWholeRemoval,
-  kUpgradeRemoval,
-  kExistingService,
   kServiceKey,
   kServiceWithoutPassword,
   kAccounts,
@@ -43,9 +38,7 @@ enum class Differs {
   kInterface,
   kLinks,
   kCaseOfNames,
-  kHeldFolders,
   kShares,
-  kProtectedProcesses,
   kWholeMachine,
   kCount,
 };
@@ -89,6 +82,15 @@ std::string StartedAction(Engine engine, const std::string& line);
 /// Returns the actions of `names` that ran in the script of a log, in order, also in a rollback.
 std::vector<std::string> ScriptActions(Engine engine, const std::vector<std::string>& lines,
                                        const std::vector<std::string>& names);
+
+// ---- what the library and the packages leave
+
+/// Returns the lines that an engine gives where Wine's gives `lines`: of the library's log, and of the
+/// changes of the machine. Lines that do not differ stay as they are.
+std::vector<std::string> LinesOf(Engine engine, const std::vector<std::string>& lines);
+
+/// Returns LinesOf for the engine of this machine, and notes the differences that `lines` depend on.
+std::vector<std::string> Expected(const std::vector<std::string>& lines);
 
 /// Returns the differences as the text of a file: one line each, "NAME<tab>WINE<tab>WINDOWS<tab>SOURCE".
 std::string DifferencesText();

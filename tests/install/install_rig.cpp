@@ -3,6 +3,7 @@
 #include <msi.h>
 #include <msiquery.h>
 #include <tlhelp32.h>
+#include <wtsapi32.h>
 
 #include <cstdio>
 #include <ostream>
@@ -17,6 +18,11 @@ namespace {
 
 // Time limit in milliseconds: an installer that takes longer never ends. Emulated processors are slow.
 constexpr DWORD kInstallerTimeLimit = 180 * 1000;
+// Microsoft's engine makes a restore point and waits for other installations.
+constexpr DWORD kWindowsTimeLimit = 900 * 1000;
+// How often the installer is started while another installation runs, and the time between in milliseconds.
+constexpr int kBusyAttempts = 20;
+constexpr DWORD kBusyWait = 15 * 1000;
 
 // How often the installer is started before the rig gives up.
 constexpr int kStartAttempts = 3;
@@ -159,16 +165,15 @@ void EmptyStores() {
   DeleteRegistryTree(HKEY_LOCAL_MACHINE, HasService() ? kServiceKey : kServiceKeyAbove);
 }
 
-// The lines of the last action if no agent runs. They name this program's session; the task `code` keeps its
-// agent from starting.
+// The lines of the last action if no agent runs. They name the sessions; the task `code` keeps the agent from
+// starting, 0 for none.
 std::vector<std::string> RestartLines(int code) {
-  wchar_t user[256] = {};
-  DWORD size = 256, session = 0;
-  GetUserNameW(user, &size);
-  ProcessIdToSessionId(GetCurrentProcessId(), &session);
-  return {"Hx Setup Log: agent restart:  0 agent(s) stopped",
-          "Hx Setup Log: agent restart:  session " + std::to_string(session) + " (" + FromWide(user) +
-              ") failed:  " + std::to_string(code)};
+  std::vector<std::string> lines = {"Hx Setup Log: agent restart:  0 agent(s) stopped"};
+  for (const std::string& session : UserSessions()) {
+    lines.push_back("Hx Setup Log: agent restart:  " + session +
+                    (code ? " failed:  " + std::to_string(code) : std::string(" started")));
+  }
+  return lines;
 }
 
 void Append(std::vector<std::string>& lines, const std::vector<std::string>& more) {
@@ -211,9 +216,12 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   }
   DWORD waited = 0;
   int lost = 0;
+  const bool isWine = ThisEngine() == Engine::kWine;
+  const DWORD limit = isWine ? kInstallerTimeLimit : kWindowsTimeLimit;
   while (WaitForSingleObject(process.hProcess, kLookInterval) != WAIT_OBJECT_0 && lost < kLostLooks &&
-         (waited += kLookInterval) < kInstallerTimeLimit) {
-    lost = HasChild(process.dwProcessId) ? 0 : lost + 1;
+         (waited += kLookInterval) < limit) {
+    // Microsoft's engine runs the actions in processes of its service.
+    lost = !isWine || HasChild(process.dwProcessId) ? 0 : lost + 1;
   }
   GetExitCodeProcess(process.hProcess, &run.exitCode);
   bool isLost = false;
@@ -335,6 +343,31 @@ std::vector<std::string> InstallerRun::LinesWith(const std::string& mark) const 
   return found;
 }
 
+std::vector<std::string> InstallerRun::SetupLines() const {
+  std::vector<std::string> found = LinesWith("Hx Setup Log:");
+  static const std::string mark = "agent restart:  ", end = " agent(s) stopped";
+  for (std::string& line : found) {
+    const size_t start = line.find(mark), stop = line.find(end);
+    if (start == std::string::npos || stop == std::string::npos || !OnWindows(Differs::kTasks)) continue;
+    line.replace(start + mark.size(), stop - start - mark.size(), "0");
+  }
+  return found;
+}
+
+std::vector<std::string> InstallerRun::FailuresOf(const std::string& action) const {
+  Note(Differs::kFailureInLog);
+  std::vector<std::string> found;
+  for (const std::string& line : lines) {
+    if (SaysFailed(ThisEngine(), line, action)) found.push_back(line);
+  }
+  return found;
+}
+
+std::vector<std::string> InstallerRun::ScriptActions(const std::vector<std::string>& names) const {
+  Note(Differs::kScriptInLog);
+  return install::ScriptActions(ThisEngine(), lines, names);
+}
+
 bool Package::IsInstalled() const {
   return MsiQueryProductStateW(ToWide(productCode).c_str()) == INSTALLSTATE_DEFAULT;
 }
@@ -358,16 +391,53 @@ std::vector<std::string> Package::InstallLines() const {
   return lines;
 }
 
+std::vector<std::string> UserSessions() {
+  wchar_t user[256] = {};
+  DWORD size = 256, session = 0;
+  GetUserNameW(user, &size);
+  ProcessIdToSessionId(GetCurrentProcessId(), &session);
+  if (ThisEngine() == Engine::kWine)
+    return {"session " + std::to_string(session) + " (" + FromWide(user) + ")"};
+  std::vector<std::string> sessions;
+  // Bound by name, so that no program that only reads logs needs the module.
+  const HMODULE module = LoadLibraryExW(L"wtsapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+  auto* enumerate = reinterpret_cast<decltype(&WTSEnumerateSessionsW)>(
+      reinterpret_cast<void*>(GetProcAddress(module, "WTSEnumerateSessionsW")));
+  auto* query = reinterpret_cast<decltype(&WTSQuerySessionInformationW)>(
+      reinterpret_cast<void*>(GetProcAddress(module, "WTSQuerySessionInformationW")));
+  auto* release = reinterpret_cast<decltype(&WTSFreeMemory)>(
+      reinterpret_cast<void*>(GetProcAddress(module, "WTSFreeMemory")));
+  WTS_SESSION_INFOW* found = nullptr;
+  DWORD count = 0;
+  if (enumerate && query && release && enumerate(nullptr, 0, 1, &found, &count)) {
+    for (DWORD i = 0; i < count; ++i) {
+      wchar_t* name = nullptr;
+      DWORD bytes = 0;
+      if (found[i].State != WTSActive && found[i].State != WTSDisconnected) continue;
+      if (!query(nullptr, found[i].SessionId, WTSUserName, &name, &bytes)) continue;
+      if (name[0] && _wcsicmp(name, L"SYSTEM") != 0)
+        sessions.push_back("session " + std::to_string(found[i].SessionId) + " (" + FromWide(name) + ")");
+      release(name);
+    }
+    release(found);
+  }
+  return sessions;
+}
+
+size_t StartedAgents() {
+  return OnWindows(Differs::kTasks) ? UserSessions().size() : 0;
+}
+
 std::vector<std::string> TaskLines() {
-  std::vector<std::string> lines = {"Hx Setup Log: Task install failed:  -16",
-                                    "Hx Setup Log: Task install failed:  -19"};
-  Append(lines, RestartLines(-6));
+  std::vector<std::string> lines =
+      Expected({"Hx Setup Log: Task install failed:  -16", "Hx Setup Log: Task install failed:  -19"});
+  Append(lines, RestartLines(ByEngine(Differs::kTasks, -6, 0)));
   return lines;
 }
 
 std::vector<std::string> RemovalLines() {
   // Deleting the first task deletes the task folder, which is then empty.
-  std::vector<std::string> lines = {"Hx Setup Log: Task uninstall failed:  -5"};
+  std::vector<std::string> lines = Expected({"Hx Setup Log: Task uninstall failed:  -5"});
   Append(lines, RestartLines(-5));
   return lines;
 }
@@ -555,6 +625,10 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   WaitForDeletedServices();
   bool isDone = false;
   for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);
+  for (int attempt = 0; run.exitCode == ERROR_INSTALL_ALREADY_RUNNING && attempt < kBusyAttempts; ++attempt) {
+    Sleep(kBusyWait);
+    RunOnce(command, log, run);
+  }
   if (!isDone) ADD_FAILURE() << "cannot run " << FromWide(command);
 
   std::string bytes = ReadBytes(log);

@@ -1,4 +1,4 @@
-// Shared by the tests of the install level: runs of Wine's msiexec with their logs, the packages, the agent's
+// Shared by the tests of the install level: runs of msiexec with their logs, the packages, the agent's
 // settings stores, and the registry. Used only by tests/install/*_test.cpp.
 //
 // Environment: HX_PACKAGES is the folder of the packages, HX_ARTIFACTS the folder for the logs.
@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "install/engine.h"
 #include "machine/texts.h"
 
 namespace install {
@@ -41,8 +42,14 @@ struct InstallerRun {
   std::string Property(const std::string& property) const;
   /// Returns the log's lines that contain `mark`, whole and in order.
   std::vector<std::string> LinesWith(const std::string& mark) const;
-  /// Returns the lines that the library wrote.
-  std::vector<std::string> SetupLines() const { return LinesWith("Hx Setup Log:"); }
+  /// Returns the lines that the library wrote. Where the engine runs tasks, they have started agents that no
+  /// test counts: there "0 agent(s) stopped" stands for every number.
+  std::vector<std::string> SetupLines() const;
+  /// Returns the lines that say that an action failed.
+  std::vector<std::string> FailuresOf(const std::string& action) const;
+  /// Returns the actions that ran in the script and whose names begin with one of `names`, in order, also in
+  /// a rollback.
+  std::vector<std::string> ScriptActions(const std::vector<std::string>& names) const;
 };
 
 /// A package file and the contents of its database.
@@ -68,6 +75,13 @@ struct Package {
 /// Returns the text that an action which ends the run shows to the user, from the package file `path`; empty
 /// if there is no such action. This engine only shows the text, so no log has it.
 std::string RefusalText(const std::wstring& path, const std::string& action);
+
+/// Returns the sessions of users of this machine, each as "session N (USER)", as the library's log names
+/// them. On Wine that is this process's session.
+std::vector<std::string> UserSessions();
+
+/// Returns how many agents an installation has started: one for each session, where the engine runs tasks.
+size_t StartedAgents();
 
 /// The lines of the actions for the client's tasks and agents in such a run, after the version; and all lines
 /// of a removal.

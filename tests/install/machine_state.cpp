@@ -14,6 +14,7 @@ MachineState MachineState::Now() {
     const std::wstring stem = package->path.substr(package->path.rfind(L'\\') + 1);
     names.emplace_back(package->productCode, "{" + FromWide(stem.substr(0, stem.rfind(L'.'))) + "}");
   }
+  Note(Differs::kWholeMachine);
   MachineState state;
   state.state_ = machine::State::Now(names);
   return state;

@@ -38,17 +38,16 @@ class OtherProductTest : public SecurityTest {
            GetRegistryText(HKEY_LOCAL_MACHINE, kGaugeKey, "Account").value_or("(none)");
   }
 
-  /// Returns the library's lines for creating the account and giving it access to the folders. This engine
-  /// cannot look up accounts that it creates.
+  /// Returns the library's lines for creating the account and giving it access to the folders.
   static Texts MakingLines() {
-    return {SetupLine("creating local service account gauge"),
-            SetupLine("could not grant right to logon as service")};
+    return Expected({SetupLine("creating local service account gauge"),
+                     SetupLine("could not grant right to logon as service")});
   }
   Texts AccessLines() const {
     const std::string account = ComputerName() + "\\gauge";
-    return {SetupLine("setting ACL for " + account + " on " + account),
-            SetupLine("failure -36 (0xFFFFFFDC) setting ACL for " + account),
-            SetupLine("set ACL (-36) for " + account + "=500 on " + program)};
+    return Expected({SetupLine("setting ACL for " + account + " on " + account),
+                     SetupLine("failure -36 (0xFFFFFFDC) setting ACL for " + account),
+                     SetupLine("set ACL (-36) for " + account + "=500 on " + program)});
   }
   static Texts Together(std::initializer_list<Texts> parts) {
     Texts all;
@@ -83,10 +82,12 @@ class OtherProductTest : public SecurityTest {
     }
     lines.push_back("+ product " + name + " = " + package.version);
     if (hasService) lines.push_back("+ service Gauge = running");
-    return lines;
+    return Expected(lines);
   }
-  /// Returns what a removal leaves: the folder of the maker, which this engine does not delete.
-  static std::string Left() { return Joined({"+ C:\\Program Files\\Brackwell\\"}); }
+  /// Returns what a removal leaves.
+  static std::string Left() {
+    return ByEngine<std::string>(Differs::kEmptyFolders, "+ C:\\Program Files\\Brackwell\\\n", "");
+  }
 
   const std::string program = "C:\\Program Files\\Brackwell\\Gauge";
 

@@ -38,7 +38,7 @@ class PackageRefusalsTest : public SecurityTest {
     const MachineState before = MachineState::Now();
     const InstallerRun& run = Msiexec("refused", L"/i \"" + package + L"\" /qn " + properties);
     EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-    EXPECT_EQ(run.LinesWith(": " + action + ". Return value 0.").size(), 1u);
+    EXPECT_EQ(run.FailuresOf(action).size(), 1u);
     EXPECT_EQ(run.LinesWith(": InstallInitialize.").size(), 0u);
     EXPECT_EQ(RefusalText(package, action), text);
     EXPECT_EQ(MachineState::Now().Since(before), "") << action;

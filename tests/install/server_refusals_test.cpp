@@ -140,7 +140,7 @@ TEST_F(ServerRefusalsTest, ASettingInAnUnusableFormStopsARepairButNoRemoval) {
     SetDataSetting(folder);
     const InstallerRun& repaired = Reinstall(Server());
     EXPECT_EQ(repaired.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
-    EXPECT_EQ(repaired.LinesWith(": RefuseDataSetting. Return value 0.").size(), 1u);
+    EXPECT_EQ(repaired.FailuresOf("RefuseDataSetting").size(), 1u);
     EXPECT_EQ(DataSetting(), FromWide(folder));
   }
   EXPECT_EQ(Reinstall(Server(), L"DIR_DATAFOLDER=\"" + outsideData + L"\"").exitCode,

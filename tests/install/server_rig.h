@@ -30,7 +30,7 @@ void WriteTree(const std::wstring& folder, const Tree& tree);
 /// Marks a file as read-only: it can then be copied and moved, but not deleted.
 void MakeReadOnly(const std::wstring& path);
 /// Creates the link `path` to a folder. `target` is written into the link unchanged: a path of this system,
-/// or "." for the folder that contains the link. The system has no working call for it, so the machine below
+/// or "." for the folder that contains the link. Wine has no working call for it, so there the machine below
 /// creates the link.
 void MakeLink(const std::wstring& path, const std::wstring& target);
 /// Opens a folder as a console window does whose current folder it is: the folder cannot be renamed. The
@@ -90,6 +90,10 @@ class ServerTest : public InstallTest {
   void SetDataSetting(const std::wstring& folder);
   /// Returns the data folder from the server's settings; empty without such a value.
   std::optional<std::string> DataSetting();
+
+  /// Returns how often a deferred action's notice is in a log of a run that asks for notices. Such an action
+  /// must read the property that asks.
+  static size_t NoticesOfTheScript() { return ByEngine<size_t>(Differs::kDeferredProperties, 1, 0); }
 
   /// Installs a copy of the server package. Its conversion waits while `meanwhile` runs, and leaves no
   /// marker, so the run fails. From then until the end of the run this process holds the folder `held`; empty

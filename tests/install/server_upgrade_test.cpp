@@ -191,7 +191,7 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptSucceeds) 
   CloseHandle(folder);
   EXPECT_EQ(stopped.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
   ExpectRolledBack(stopped);
-  EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), 1u);
+  EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), NoticesOfTheScript());
   EXPECT_EQ(ReadTree(server), older);
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
   EXPECT_EQ(DataSetting(), std::nullopt);
@@ -223,7 +223,7 @@ TEST_F(ServerUpgradeTest, FailuresLeaveTheOlderServerAndTheNextAttemptSucceeds) 
   const InstallerRun& upgraded = Install(Server(), L"PROP_SILENCE=-1");
   CloseHandle(file);
   ExpectInstalled(upgraded);
-  EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 1u);
+  EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), NoticesOfTheScript());
   EXPECT_EQ(upgraded.LinesWith(kCannotMoveAside).size(), 0u);
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)", replaced}));
@@ -287,9 +287,15 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
                 SetupLine("installing complex firewall rules"),
             }));
   EXPECT_EQ(ServerAccount(), "LocalSystem");
-  const std::string made = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)";
-  EXPECT_EQ(AccessTo(server), made);
-  EXPECT_EQ(AccessTo(server + L"\\Data"), made);
+  // Where entries are inherited, both folders have those of the folder above them, and none of their own.
+  if (OnWindows(Differs::kAccessOfFolders)) {
+    for (const std::wstring& path : {server, server + L"\\Data"})
+      EXPECT_FALSE(machine::HasOwnEntry(AccessTo(path)));
+  } else {
+    const std::string made = "D:(A;OICI;FA;;;SY)(A;OICI;FA;;;USER)(A;OICI;0x1200a9;;;WD)";
+    EXPECT_EQ(AccessTo(server), made);
+    EXPECT_EQ(AccessTo(server + L"\\Data"), made);
+  }
   ExpectFirewallTexts(server + L"\\vt.exe");
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", empty));
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
@@ -300,7 +306,7 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
   const InstallerRun& removed = Remove(Server());
   EXPECT_EQ(removed.exitCode, 0u);
   EXPECT_EQ(removed.SetupLines(), (std::vector<std::string>{
-                                      SetupLine("query service sizing failed:  124"),
+                                      Expected({SetupLine("query service sizing failed:  124")})[0],
                                       SetupLine("removing complex firewall rules"),
                                       SetupLine("InstallHinfSection(Remove 128 " + folder + "\\vantor.inf)"),
                                   }));
@@ -320,6 +326,7 @@ TEST_F(ServerUpgradeTest, WithoutAnOlderServerNothingIsMoved) {
 // The data folder of the upgraded server is new, and the service's account must have the same access as to
 // the old one.
 TEST_F(ServerUpgradeTest, AnUpgradeGivesTheServicesAccountTheNewDataFolder) {
+  HX_NEEDS_WINE(Differs::kServiceWithoutPassword);
   const Package later = LaterServer();
   // Others inherit nothing, but this engine makes every folder readable for them.
   SetAccess(elsewhere, "D:(A;OICI;FA;;;USER)");

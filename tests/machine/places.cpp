@@ -39,6 +39,6 @@ const std::vector<std::string> kValues = {
 
 const std::vector<std::wstring> kServices = {L"Gauge", L"Ostrel", L"Vantor"};
 
-const std::vector<std::wstring> kAccounts = {L"gauge", L"meter", L"somebody", L"vantor"};
+const std::vector<std::wstring> kAccounts = {L"auditor", L"gauge", L"meter", L"somebody", L"vantor"};
 
 }  // namespace machine

@@ -59,20 +59,6 @@ constexpr char kServiceKeys[] = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\";
 const char* const kServiceValues[] = {"Description", "DisplayName", "ErrorControl", "ImagePath",
                                       "ObjectName",  "Start",       "Type"};
 
-// True if an access list in the system's own notation has an entry that is not inherited.
-bool HasOwnEntry(const std::string& list) {
-  for (size_t entry = list.find('('); entry != std::string::npos; entry = list.find('(', entry + 1)) {
-    const size_t flags = list.find(';', entry);
-    if (flags == std::string::npos) return false;
-    const std::string text = list.substr(flags + 1, list.find(';', flags + 1) - flags - 1);
-    bool isInherited = false;
-    for (size_t i = 0; i + 1 < text.size(); i += 2)
-      isInherited = isInherited || text.compare(i, 2, "ID") == 0;
-    if (!isInherited) return true;
-  }
-  return false;
-}
-
 std::string Hash(const std::string& bytes) {
   uint64_t hash = 14695981039346656037u;
   for (unsigned char c : bytes) hash = (hash ^ c) * 1099511628211u;
@@ -236,9 +222,9 @@ class State::Collector {
       if (!isFolder) entry.value = Stamp(found);
     } else {
       const std::string access = AccessTo(path);
-      const bool isUnusual =
-          scope_ == Scope::kPlaces ? HasOwnEntry(access) : access != (isFolder ? usualFolder_ : usualFile_);
-      if (isUnusual) entry.shown = " = " + access;
+      // Where entries are inherited, a list depends on its folder and on the machine's accounts.
+      const bool isShown = scope_ == Scope::kWhole && access != (isFolder ? usualFolder_ : usualFile_);
+      if (isShown) entry.shown = " = " + access;
       entry.value = access + (isFolder ? "" : Hash(Content(path)));
     }
     entries_[FromWide(path) + (isFolder ? "\\" : "")] = entry;
@@ -360,6 +346,19 @@ std::vector<std::string> State::Since(const State& before) const {
   }
   while (older != before.entries_.end()) lose();
   return lines;
+}
+
+bool HasOwnEntry(const std::string& list) {
+  for (size_t entry = list.find('('); entry != std::string::npos; entry = list.find('(', entry + 1)) {
+    const size_t flags = list.find(';', entry);
+    if (flags == std::string::npos) return false;
+    const std::string text = list.substr(flags + 1, list.find(';', flags + 1) - flags - 1);
+    bool isInherited = false;
+    for (size_t i = 0; i + 1 < text.size(); i += 2)
+      isInherited = isInherited || text.compare(i, 2, "ID") == 0;
+    if (!isInherited) return true;
+  }
+  return false;
 }
 
 std::string UserIdentifier() {

@@ -14,6 +14,9 @@ namespace machine {
 /// process; "(unreadable)" if it cannot be read.
 std::string AccessTo(const std::wstring& path);
 
+/// Returns true if an access list in that notation has an entry that is not inherited.
+bool HasOwnEntry(const std::string& list);
+
 /// Returns the identifier of this process's user in the system's own notation; empty if it is unknown.
 std::string UserIdentifier();
 
@@ -32,8 +35,8 @@ using Names = std::vector<std::pair<std::string, std::string>>;
 /// The state of the machine at one moment: each file and folder of drive C: with its content, and with its
 /// access list if that is unusual (in the Windows folder, only with size and time); each value and key of the
 /// registry that an installation can reach; each service's state; each product that the engine knows. On a
-/// Windows that other programs change meanwhile, only the places of places.h: of a file's access list only
-/// entries of its own count as unusual, and of a service's key only what a package writes.
+/// Windows that other programs change meanwhile, only the places of places.h: access lists are compared but
+/// not shown, and of a service's key only what a package writes is there.
 ///
 /// Left out are the engine's own data (its cache and its keys) and whatever changes by itself. Accounts and
 /// the firewall's exceptions are left out because the engine of these tests keeps them for one process only.

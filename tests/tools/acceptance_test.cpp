@@ -222,7 +222,7 @@ LevelResult Level(const char* name, std::vector<TestResult> tests) {
   return level;
 }
 
-TestResult Test(const char* name, Outcome outcome, Texts differs = {}) {
+TestResult Result(const char* name, Outcome outcome, Texts differs = {}) {
   return {name, outcome, "", std::move(differs)};
 }
 
@@ -241,17 +241,17 @@ TEST(AcceptanceReportTest, ResultsAreRead) {
 }
 
 TEST(AcceptanceReportTest, Verdicts) {
-  Run run;
+  acceptance::Run run;
   EXPECT_EQ(VerdictOf(run).code, 2);
   EXPECT_EQ(VerdictOf(run).line, "not run: no test was run");
-  run.levels = {Level("unit", {Test("A.a", Outcome::kPassed), Test("A.b", Outcome::kPassed)})};
+  run.levels = {Level("unit", {Result("A.a", Outcome::kPassed), Result("A.b", Outcome::kPassed)})};
   EXPECT_EQ(VerdictOf(run).code, 0);
   EXPECT_EQ(VerdictOf(run).line, "passed: 2 tests");
-  run.levels.push_back(Level("install", {Test("B.a", Outcome::kLeftOut, {"shares"})}));
+  run.levels.push_back(Level("install", {Result("B.a", Outcome::kLeftOut, {"shares"})}));
   EXPECT_EQ(VerdictOf(run).line, "passed: 2 tests; 1 left out");
 
   // A test that depends on a difference is not as expected on Microsoft's engine, and failed on Wine's.
-  run.levels.push_back(Level("install", {Test("B.b", Outcome::kFailed, {"rollback"})}));
+  run.levels.push_back(Level("install", {Result("B.b", Outcome::kFailed, {"rollback"})}));
   EXPECT_EQ(VerdictOf(run).line, "failed: 1 of 3 tests; 1 left out");
   run.isMicrosofts = true;
   EXPECT_EQ(VerdictOf(run).code, 1);
@@ -264,12 +264,12 @@ TEST(AcceptanceReportTest, Verdicts) {
 }
 
 TEST(AcceptanceReportTest, AProgramThatBreaksOffFailsTheRun) {
-  Run run;
+  acceptance::Run run;
   LevelResult level;
   level.name = "actions";
   level.status = 0xC0000005;
   level.lastStarted = "A.crashes";
-  run.levels = {Level("unit", {Test("A.a", Outcome::kPassed)}), level};
+  run.levels = {Level("unit", {Result("A.a", Outcome::kPassed)}), level};
   EXPECT_EQ(VerdictOf(run).code, 1);
   EXPECT_EQ(VerdictOf(run).line,
             "failed: 0 of 1 test; the level actions broke off with status 0xc0000005, in A.crashes");
@@ -278,18 +278,18 @@ TEST(AcceptanceReportTest, AProgramThatBreaksOffFailsTheRun) {
             "failed: 0 of 1 test; the level actions was ended at its time limit, in A.crashes");
   run.levels[1].status = kNotStarted;
   EXPECT_EQ(VerdictOf(run).line, "failed: 0 of 1 test; the level actions could not be started");
-  run.levels[1] = Level("actions", {Test("A.a", Outcome::kPassed)});
+  run.levels[1] = Level("actions", {Result("A.a", Outcome::kPassed)});
   run.levels[1].status = 1;
   EXPECT_EQ(VerdictOf(run).line, "failed: 0 of 2 tests; the level actions failed outside its tests");
 }
 
 TEST(AcceptanceReportTest, TheWholeReport) {
-  Run run;
+  acceptance::Run run;
   run.isMicrosofts = true;
   run.processor = "x64";
   run.facts = {"engine: Microsoft's"};
   run.remarks = {"emulated"};
-  run.levels = {Level("unit", {Test("A.a", Outcome::kPassed)}), Level("install", TestsOf(kXml))};
+  run.levels = {Level("unit", {Result("A.a", Outcome::kPassed)}), Level("install", TestsOf(kXml))};
   run.levels[1].seconds = 1;
   run.differences = RowsOf("rollback\tnothing\tall\tRollback Installation\nshares\tyes\tno\tErrors\n");
   EXPECT_EQ(

@@ -55,6 +55,31 @@ TEST(EngineLogTest, ActionsOfTheScript) {
       (Texts{"CustomAction15.Server", "CustomAction15.Rollback"}));
 }
 
+TEST(EngineLogTest, LinesThatDiffer) {
+  const Texts wine = {"Hx Setup Log: creating local service account vantor",
+                      "Hx Setup Log: could not grant right to logon as service",
+                      "failure -36 (0xFFFFFFDC) setting ACL for PC7\\vantor",
+                      "Hx Setup Log: set ACL (-36) for PC7\\vantor=500 on C:\\V",
+                      "query service sizing failed:  124",
+                      "Hx Setup Log: Task install failed:  -16",
+                      "Hx Setup Log: Task install failed:  -19",
+                      "Hx Setup Log: Task uninstall failed:  -5",
+                      "+ C:\\windows\\system32\\tasks\\Quillfern\\",
+                      "+ HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\PreshutdownTimeout = 180000",
+                      "+ HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Start = 2"};
+  EXPECT_EQ(LinesOf(Engine::kWine, wine), wine);
+  EXPECT_EQ(Expected(wine), wine);
+  EXPECT_EQ(
+      LinesOf(Engine::kWindows, wine),
+      (Texts{"Hx Setup Log: creating local service account vantor", "set ACL for PC7\\vantor",
+             "Hx Setup Log: set ACL (0) for PC7\\vantor=500 on C:\\V", "service has no failure actions",
+             "Hx Setup Log: Task installed", "Hx Setup Log: Task check OK", "Hx Setup Log: Task installed",
+             "Hx Setup Log: Task check OK", "+ C:\\windows\\system32\\tasks\\Quillfern\\",
+             "+ C:\\windows\\system32\\tasks\\Quillfern\\Ostrel Auto-update Task",
+             "+ C:\\windows\\system32\\tasks\\Quillfern\\Ostrel User Agent Task",
+             "+ HKLM\\SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Start = 2"}));
+}
+
 TEST(EngineLogTest, EachDifferenceIsDescribedAndHasItsOwnName) {
   std::set<std::string> names;
   for (int i = 0; i < static_cast<int>(Differs::kCount); ++i) {

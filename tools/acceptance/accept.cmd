@@ -129,13 +129,13 @@ set "HX_PROCESSOR=%hxProcessor%"
 set "HX_PACKAGES=%hxFolder%\packages"
 
 set "HX_LIBRARY_DIR=%hxFolder%\libraries"
-call :run unit 3600 unit_tests.exe
+call :run unit 3000 unit_tests.exe
 set "HX_LIBRARY_DIR=%hxFolder%\checked"
-call :run unit-checked 3600 unit_tests.exe
+call :run unit-checked 3000 unit_tests.exe
 set "HX_LIBRARY_DIR=%hxFolder%\libraries"
-call :run actions 3600 action_tests.exe
+call :run actions 3000 action_tests.exe
 if not defined hxInstall goto judge
-call :run install 10800 install_tests.exe
+call :run install 9000 install_tests.exe
 
 :judge
 "%hxProgram%" report "%hxReport%" %hxProcessor% "%hxFolder%"
