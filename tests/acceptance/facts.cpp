@@ -58,14 +58,12 @@ std::string RegistryText(const char* value) {
   return text;
 }
 
+// True if this process may do what the tests need: an administrator without elevation may not change
+// services.
 bool IsElevated() {
-  HANDLE token = nullptr;
-  TOKEN_ELEVATION elevation = {};
-  DWORD size = 0;
-  const bool isKnown = OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) &&
-                       GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size);
-  if (token) CloseHandle(token);
-  return isKnown && elevation.TokenIsElevated;
+  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+  if (manager) CloseServiceHandle(manager);
+  return manager != nullptr;
 }
 
 bool Exists(const std::wstring& path) {

@@ -12,7 +12,7 @@ from acceptance import pack, try_archive
 RUN_FOLDER = Path(os.environ["HX_RUN_FOLDER"])
 PROCESSORS = os.environ["HX_PROCESSORS"].split()
 # One or two tests of each level; the one of the install level needs no package.
-UNIT, ACTIONS, INSTALL = "PathTest.*", "AuditFileTest.*", "SecurityPackageTest.APasswordIsHiddenEverywhere"
+UNIT, ACTIONS, INSTALL = "PathDiskTest.*", "AuditFileTest.*", "SecurityPackageTest.APasswordIsHiddenEverywhere"
 FILTER = f"{UNIT}:{ACTIONS}:{INSTALL}"
 # A test that runs a package.
 PACKAGED = "SettingsTest.MissingKeysChangeNothing"
