@@ -241,6 +241,7 @@ Facts Gather(const std::wstring& folder) {
   facts.isElevated = IsElevated();
   wchar_t windows[MAX_PATH] = {};
   GetWindowsDirectoryW(windows, MAX_PATH);
+  facts.windowsDrive = FromWide(windows).substr(0, 2);
   ULARGE_INTEGER available = {};
   if (GetDiskFreeSpaceExW(windows, &available, nullptr, nullptr)) facts.freeBytes = available.QuadPart;
   facts.codePage = GetACP();
@@ -298,6 +299,10 @@ std::vector<std::string> Refusals(const Facts& facts, const std::string& process
   if (facts.freeBytes < kNeededBytes) {
     refusals.push_back("the drive of Windows has only " + Number(facts.freeBytes >> 20) + " MB free: make " +
                        Number(kNeededBytes >> 20) + " MB free");
+  }
+  if (facts.windowsDrive != "C:") {
+    refusals.push_back("Windows is on the drive " + facts.windowsDrive +
+                       ", and the tests expect it on C:. Use another machine");
   }
   if (facts.folderLength > kLongestFolder) {
     refusals.push_back("the path of this folder has " + Number(facts.folderLength) +

@@ -19,6 +19,7 @@ struct Facts {
   unsigned codePage = 0;                   ///< the system's 8-bit code page
   std::string locale, zone, memory, time;  ///< the user's locale, the time zone, the memory, the time in UTC
   bool hasShortNames = true;               ///< the temporary folder's drive gives short (8.3) names
+  std::string windowsDrive;                ///< the drive of Windows, as "C:"
   size_t folderLength = 0;                 ///< the characters of the archive's path
   std::vector<std::string> damaged;        ///< the files of the archive that are missing or changed
   std::vector<std::string> inUse;          ///< what the tests would change or delete and is there already

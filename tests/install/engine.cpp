@@ -8,6 +8,8 @@
 #include <iterator>
 #include <set>
 
+#include "machine/state.h"
+
 namespace install {
 
 namespace {
@@ -134,7 +136,7 @@ bool Has(const std::string& line, const std::string& text) {
 }  // namespace
 
 Engine ThisEngine() {
-  static const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr;
+  static const bool isWine = machine::IsWine();
   return isWine ? Engine::kWine : Engine::kWindows;
 }
 

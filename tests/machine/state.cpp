@@ -308,7 +308,7 @@ class State::Collector {
   std::string usualFolder_, usualFile_;
 };
 
-bool IsOnlyForTests() {
+bool IsWine() {
   return GetProcAddress(GetModuleHandleW(L"ntdll"), "wine_get_version") != nullptr;
 }
 

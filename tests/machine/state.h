@@ -20,12 +20,12 @@ bool HasOwnEntry(const std::string& list);
 /// Returns the identifier of this process's user in the system's own notation; empty if it is unknown.
 std::string UserIdentifier();
 
-/// Returns true if Wine made this Windows: there nothing but the tests changes the machine.
-bool IsOnlyForTests();
+/// Returns true if this Windows is Wine's: ntdll.dll exports "wine_get_version".
+bool IsWine();
 
 /// How much of the machine is compared.
 enum class Scope {
-  kWhole,   ///< everything
+  kWhole,   ///< everything, because nothing but the tests changes a Windows of Wine
   kPlaces,  ///< what places.h lists, and the products with names
 };
 
@@ -43,7 +43,7 @@ using Names = std::vector<std::pair<std::string, std::string>>;
 class State {
  public:
   /// Returns the current state. Throws std::runtime_error if it cannot be read.
-  static State Now(const Names& names, Scope scope = IsOnlyForTests() ? Scope::kWhole : Scope::kPlaces);
+  static State Now(const Names& names, Scope scope = IsWine() ? Scope::kWhole : Scope::kPlaces);
 
   /// Returns the changes since `before`, ordered by name: "+ NAME" is new, "- NAME" is gone, "~ NAME" has
   /// changed. Folders and keys end in a backslash; the content of deleted ones is not listed. A new or

@@ -21,6 +21,7 @@ Facts GoodMachine() {
   facts.isElevated = true;
   facts.freeBytes = kNeededBytes;
   facts.codePage = 1252;
+  facts.windowsDrive = "C:";
   facts.folderLength = kLongestFolder;
   return facts;
 }
@@ -61,6 +62,8 @@ TEST(AcceptanceRefusalTest, EachFaultSaysWhatToDo) {
        "the drive of Windows has only 2047 MB free: make 2048 MB free"},
       {[](Facts& facts) { facts.folderLength = kLongestFolder + 1; },
        "the path of this folder has 101 characters: move it to one with at most 100, such as C:\\accept"},
+      {[](Facts& facts) { facts.windowsDrive = "D:"; },
+       "Windows is on the drive D:, and the tests expect it on C:. Use another machine"},
       {[](Facts& facts) { facts.hasShortNames = false; },
        "the drive of the temporary folder gives no short (8.3) names, which some tests need: run \"fsutil "
        "8dot3name set C: "

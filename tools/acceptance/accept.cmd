@@ -83,6 +83,8 @@ exit /b 2
 :hash
 set "hxHash="
 for /f "skip=1 delims=" %%h in ('certutil -hashfile "%hxProgram%" SHA256') do if not defined hxHash set "hxHash=%%h"
+rem A certutil that prints no hash says nothing; accept.exe checks itself, too.
+if not defined hxHash goto checked
 if /i "%hxHash: =%"=="@HASH@" goto checked
 echo   refused: bin\accept.exe is damaged: extract the archive again, into an empty folder.
 exit /b 2
@@ -110,7 +112,7 @@ set "hxAnswer="
 set /p "hxAnswer=Go on? (y/n) "
 if /i "%hxAnswer%"=="y" goto agreed
 echo Nothing was run and nothing was changed. accept.cmd /no-install runs only tests that change nothing.
-exit /b 2
+goto stop
 
 :agreed
 if defined hxReport goto named
@@ -122,9 +124,9 @@ set /a hxNumber+=1
 set "hxReport=%hxFolder%\report-%hxNumber%"
 goto number
 :named
-if exist "%hxReport%" echo   refused: %hxReport% exists: name a new folder for the report.& exit /b 2
+if exist "%hxReport%" echo   refused: %hxReport% exists: name a new folder for the report.& goto stop
 mkdir "%hxReport%"
-if not exist "%hxReport%" echo   refused: %hxReport% cannot be created: name another folder with /report.& exit /b 2
+if not exist "%hxReport%" echo   refused: %hxReport% cannot be created: name another folder with /report.& goto stop
 set "HX_PROCESSOR=%hxProcessor%"
 set "HX_PACKAGES=%hxFolder%\packages"
 
@@ -143,6 +145,10 @@ set "hxCode=%ERRORLEVEL%"
 rmdir "%hxTemp%" >nul 2>nul
 echo The report and all logs: %hxReport%
 exit /b %hxCode%
+
+:stop
+rmdir "%hxTemp%" >nul 2>nul
+exit /b 2
 
 rem run LEVEL SECONDS PROGRAM: runs a test program with its time limit.
 :run

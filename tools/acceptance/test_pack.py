@@ -70,6 +70,10 @@ class PackTest(unittest.TestCase):
         used = set(re.findall(r"(?:goto|call) :?(\w+)", text)) - {"eof"}
         self.assertEqual(labels, used)
 
+    def test_each_program_of_the_script_is_there(self):
+        programs = set(re.findall(r"^call :run \S+ \d+ (\S+)$", pack.SCRIPT.read_text(encoding="ascii"), re.MULTILINE))
+        self.assertEqual({*programs, "accept.exe"}, set(dict((folder, files) for folder, _, files in pack.BUILT)["bin"]))
+
     def test_twice_the_same(self):
         first, _ = self.contents("first")
         second, _ = self.contents("second")
