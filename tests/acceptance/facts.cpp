@@ -234,7 +234,9 @@ Facts Gather(const std::wstring& folder) {
   if (ask) ask(&version);
   facts.major = version.dwMajorVersion;
   facts.build = version.dwBuildNumber;
-  facts.edition = RegistryText("ProductName") + " " + RegistryText("DisplayVersion");
+  // Older versions have no display version.
+  const std::string display = RegistryText("DisplayVersion");
+  facts.edition = RegistryText("ProductName") + (display.empty() ? "" : " " + display);
   auto* wine =
       reinterpret_cast<WineVersion*>(reinterpret_cast<void*>(GetProcAddress(ntdll, "wine_get_version")));
   facts.engine = wine ? std::string("Wine's (") + wine() + ")" : "Microsoft's";
