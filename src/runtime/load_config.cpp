@@ -6,10 +6,13 @@
 
 extern "C" {
 
-// Defined by the linker: the table of functions that may be called through a pointer, its number of entries,
-// and the flags of the image. Count and flags are absolute symbols: their address is their value.
+// Defined by the linker: the table of functions that may be called through a pointer and the table of imports
+// whose addresses are taken, their numbers of entries, and the flags of the image. Counts and flags are absolute
+// symbols: their address is their value.
 extern char __guard_fids_table[];
 extern char __guard_fids_count[];
+extern char __guard_iat_table[];
+extern char __guard_iat_count[];
 extern char __guard_flags[];
 
 /// The stack guard (stack_guard.cpp); the loader chooses its value.
@@ -73,7 +76,7 @@ struct LoadConfig {
   DWORD codeIntegrityCatalogOffset;
   DWORD codeIntegrityReserved;
   const void* guardAddressTakenIatEntryTable;
-  ULONGLONG guardAddressTakenIatEntryCount;
+  const void* guardAddressTakenIatEntryCount;
   const void* guardLongJumpTargetTable;
   ULONGLONG guardLongJumpTargetCount;
 };
@@ -100,6 +103,8 @@ __attribute__((used)) const LoadConfig _load_config_used = {
     .guardFunctionTable = __guard_fids_table,
     .guardFunctionCount = __guard_fids_count,
     .guardFlagsAndCodeIntegrity = __guard_flags,
+    .guardAddressTakenIatEntryTable = __guard_iat_table,
+    .guardAddressTakenIatEntryCount = __guard_iat_count,
 };
 
 }  // extern "C"
