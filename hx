@@ -55,7 +55,7 @@ usage: ./hx COMMAND
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   explain LOG...          say what happened in logs of Windows Installer, as docs/explain.html does
        --summary --mask   only the verdict and what needs attention; without names of users, hosts and domains
-  bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files
+  bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files, and installations
         arm64             count the instructions of the ARM64 library, and compare them with the committed table
        --write            write that table, for a change that is on purpose
   dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12

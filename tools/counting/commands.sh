@@ -10,7 +10,7 @@ usage: ./hx bench [full]
 
 Builds the benchmarks and runs them on x64, which takes about two minutes after the build.
 
-  full       adds trees of 10,000 and 100,000 files; takes a quarter of an hour
+  full       adds trees of 10,000 and 100,000 files, and installations on both processors; takes half an hour
   arm64      counts the instructions of the ARM64 library instead, and prints by how much they differ from the table
              bench/counts/arm64.txt; takes half a minute after the build. The exit status is 1 if a count differs.
     --write  writes that table, for a change that is on purpose
@@ -56,6 +56,18 @@ bench_arm64() {
   exec python3 tools/counting/count_instructions.py "$runFolder/arm64" "${benchOptions[@]}"
 }
 
+# Measures what the library adds to an installation, on both processors.
+bench_installations() {
+  local processor folder
+  for processor in x64 arm64; do
+    need_windows "$processor"
+    with_build_lock take_build "$processor hxsetup agent ostrack witness" "$processor-tests calls nothing"
+    folder=$runFolder/$processor
+    cp "$runFolder/$processor-tests"/*.dll "$folder/"
+    python3 tools/counting/installations.py "$processor" "$folder" || die "the installations on $processor failed"
+  done
+}
+
 bench_command() {
   local program
   read_bench_words "$@"
@@ -70,4 +82,5 @@ bench_command() {
       'HX_LIBRARY_DIR=Z:\run' 'HX_ARTIFACTS=Z:\run' wine64 "Z:\\run\\$program" ${benchPart:+"$benchPart"} ||
       die "$program failed"
   done
+  [[ $benchPart != full ]] || bench_installations
 }

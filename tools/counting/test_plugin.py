@@ -115,6 +115,9 @@ text_end:
         self.assert_counts(["0 3 case", "0 1 case"],
                            "begin\nnop\nend\nnop\nbegin\nnop\nnop\nend\nwrite_line\nbegin\nnop\nend\nwrite_line")
 
+    def test_own_instructions_add_up_too(self):
+        self.assert_counts(["6 8 case"], "begin\nbl work\nend\nbegin\nbl work\nend\nwrite_line", own="work:\nnop\nnop\nret")
+
     def test_every_byte_of_the_name(self):
         self.assert_counts(["0 0 %08lX\t\u20ac~"], "begin\nend\nwrite_line", text="%08lX\\t\u20ac~")
 
