@@ -20,10 +20,10 @@ void SkipUsedUp(PathPiece* piece) {
   while (piece->node && !piece->length) *piece = PieceBefore(*piece);
 }
 
-// Returns the last piece of `path` without its last `dropped` bytes; `path` has as many.
+// Returns the last piece of `path` without its last `dropped` bytes.
 PathPiece LastPieceWithout(const PathObject* path, int64_t dropped) {
   PathPiece piece = LastPiece(path);
-  while (dropped > piece.length) {
+  while (piece.node && dropped > piece.length) {
     dropped -= piece.length;
     piece = PieceBefore(piece);
   }
@@ -69,8 +69,7 @@ int PathCompare(Object* first, Object* second) {
   for (;;) {
     SkipUsedUp(&pieceA);
     SkipUsedUp(&pieceB);
-    // Both have as many bytes left, so both come to their end, or to the same node, together.
-    if (pieceA.node == pieceB.node) return result;
+    if (pieceA.node == pieceB.node || !pieceA.node || !pieceB.node) return result;
     int stretch = pieceA.length < pieceB.length ? pieceA.length : pieceB.length;
     pieceA.length -= stretch;
     pieceB.length -= stretch;
