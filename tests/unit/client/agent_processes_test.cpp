@@ -39,6 +39,19 @@ TEST_F(AgentProcessesTest, ARootIsAFolder) {
               "JN Setup Log: \\osua.exe"});
 }
 
+TEST_F(AgentProcessesTest, FoldersAreComparedWithoutWhatFollowsThem) {
+  TheRig().MakeLoud("CompareStringW");
+  TheWorld().sessions.processes = {{1, 2, "osua.exe", "C:\\Windows\\Installer\\MSI1.tmp"}};
+  EXPECT_EQ(Stop(L"C:\\Vendor\\Client\\bin\\osua.exe"), 1);
+  EXPECT_EQ(
+      TheRig().trace.LinesStarting({"CompareStringW("}),
+      (std::vector<std::string>{
+          R"(CompareStringW(0, 1, "osua.exe", -1, "osua.exe", -1) = 2)",
+          R"(CompareStringW(0, 1, "C:\\Windows\\Installer\\", 21, "C:\\Vendor\\Client\\bin\\", 21) = 3)",
+          R"(CompareStringW(0, 1, "C:\\Windows\\Installer\\", 21, "C:\\Windows\\Installer\\", 21) = 2)",
+      }));
+}
+
 TEST_F(AgentProcessesTest, ANullListHasNoAgents) {
   EXPECT_EQ(Stop(L"C:\\Client\\osua.exe"), 0);
 }

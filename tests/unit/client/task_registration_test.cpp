@@ -382,6 +382,13 @@ TEST_F(AgentTaskTest, AFolderThatCannotBeCreatedFails) {
   EXPECT_EQ(Calls("folder."), std::vector<std::string>{});
 }
 
+// Also the one that is one less than success.
+TEST_F(AgentTaskTest, EveryNegativeResultIsAFailure) {
+  Tasks().FailMethod("program.put_Path", HRESULT{-1});
+  EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, 1), -30);
+  EXPECT_TRUE(Tasks().tasks.empty());
+}
+
 TEST_F(AgentTaskTest, ATriggerOfAnotherKindFails) {
   Tasks().MissingInterface("daily");
   EXPECT_EQ(RegisterAgentTask(kTask, kProgram, nullptr, kGroup, 1), -22);

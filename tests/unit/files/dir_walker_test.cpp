@@ -94,6 +94,32 @@ TEST_F(DirWalkerTest, AFolderWithoutANameMatchesByItsWholePath) {
   }
 }
 
+TEST_F(DirWalkerTest, AFolderThatIsNeitherReturnedNorEnteredTakesNoMemory) {
+  MakeFolder(folder_ / L"b");
+  MakeFolder(folder_ / L"c");
+  OwnPath root(folder_.Path());
+  OwnWalker walker(root.get());
+  walker->flags = kReturnFiles;
+  walker->maxDepth = 1;
+  int entries = 0;
+  size_t blocks = 0;
+  TheRig().On<::FindNextFileW>([&](HANDLE search, WIN32_FIND_DATAW* found) {
+    const BOOL isFound = rig::Function<&::FindNextFileW>::Real()(search, found);
+    if (!isFound) return isFound;
+    ++entries;
+    TheRig().On<::HeapAlloc>([&](HANDLE, DWORD, SIZE_T) -> void* {
+      ++blocks;
+      return nullptr;
+    });
+    return isFound;
+  });
+  EXPECT_EQ(DirWalkerNext(walker.get()), nullptr);
+  EXPECT_EQ(entries, 3);
+  // Only the way back to the folder around asks for one.
+  EXPECT_EQ(blocks, 1u);
+  EXPECT_EQ(walker->frames, nullptr);
+}
+
 TEST_F(DirWalkerTest, ItsFieldsShowItsPlace) {
   MakeSmallTree();
   OwnPath root(folder_.Path());
