@@ -19,17 +19,19 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/counting/commands.sh
 # shellcheck source=tools/acceptance/commands.sh
 . tools/acceptance/commands.sh
+# shellcheck source=tools/fuzz/commands.sh
+. tools/fuzz/commands.sh
 
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
 levels=(images unit actions install)
-otherLevels=(tools packages page acceptance)
+otherLevels=(tools packages page acceptance corpus)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
-commands=(setup build package check-package try test coverage mutants acceptance check run explain bench dist lint clean help)
+commands=(setup build package check-package try test coverage mutants acceptance check run explain bench fuzz dist lint clean help)
 declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache [bench]=--write
   [package]="--processor --define --out" [coverage]="--processor --lines --suites" [mutants]=--survivors
-  [acceptance]="--processor --try")
+  [acceptance]="--processor --try" [fuzz]="--planted --merge --input")
 
 help_overview() {
   cat <<HELP
@@ -43,7 +45,8 @@ usage: ./hx COMMAND
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER is a GoogleTest filter ("Path*"); run only by name:
-                          tools (hxrun), packages (packages of new authors), page (explain.html in a browser), acceptance
+                          tools (hxrun), packages (packages of new authors), page (explain.html in a browser), acceptance,
+                          corpus (the inputs of the fuzzer)
        --only x64         skip ARM64 (--only arm64 skips x64)
   coverage                measure what of src/ the unit and actions tests run, and compare it with the list of what they do
                           not run; --processor arm64 or x64, --lines FILE
@@ -58,6 +61,7 @@ usage: ./hx COMMAND
   bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files, and installations
         arm64             count the instructions of the ARM64 library, and compare them with the committed table
        --write            write that table, for a change that is on purpose
+  fuzz [TARGET] [SECONDS] run parts of the x64 library on made-up input, with checks of every address
   dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12
                           (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
        --verify           make it again in another folder, from a fresh clone, and compare
@@ -109,6 +113,7 @@ What the tests leave is in build/artifacts.
                packages  packages of new authors, made and tried, and planted mistakes; only if it is named
                page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
                acceptance  the archives for another Windows and their script, with a few tests; only if it is named
+               corpus    the inputs of the fuzzer, and a planted bug for each of its targets; on x64; only if it is named
   FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
   --only P   only on the processor P: x64 or arm64
 
@@ -414,7 +419,7 @@ take_build() {
     read -r preset targets <<<"$build"
     names=()
     for target in ${targets:-"*"}; do
-      names+=(-o -name "$target.dll" -o -name "$target.pdb" -o -name "$target.exe")
+      names+=(-o -name "$target" -o -name "$target.dll" -o -name "$target.pdb" -o -name "$target.exe")
     done
     mkdir -p "$runFolder/$preset"
     find "build/$preset" -maxdepth 1 -type f \( "${names[@]:1}" \) -exec cp -t "$runFolder/$preset" {} +
@@ -536,7 +541,7 @@ lint() {
   need_page_tools
   with_build_lock build_presets x64
   say "clang-format"
-  mapfile -t files < <(find src tests hxrun bench packages tools -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
+  mapfile -t files < <(find src tests hxrun bench fuzz packages tools -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
   say "shellcheck"
   shellcheck -x hx hxrun/*.sh tools/*/*.sh || failed=1

@@ -3,6 +3,7 @@
 
 option(HX_CHECKED "Trap on undefined behaviour" OFF)
 option(HX_COVERAGE "Count what runs, for ./hx coverage" OFF)
+option(HX_FUZZ "Check addresses and count edges, for the fuzzer" OFF)
 
 find_program(HX_DLLTOOL NAMES llvm-dlltool-19 REQUIRED)
 find_program(HX_RC NAMES llvm-rc-19 REQUIRED)
@@ -34,6 +35,12 @@ endfunction()
 
 # The complete list of the Windows functions that the library imports.
 hx_import_libraries(importLibraries src/imports)
+
+# The functions of the address checks, which the fuzzer answers.
+if(HX_FUZZ)
+  hx_import_libraries(fuzzImports fuzz/image)
+  list(APPEND importLibraries ${fuzzImports})
+endif()
 add_custom_target(imports DEPENDS ${importLibraries})
 
 # ---- compiling the library
@@ -49,6 +56,15 @@ set(compileOptions
 # below), on systems that keep one.
 if(HX_PROCESSOR STREQUAL "arm64")
   list(APPEND compileOptions -mbranch-protection=standard)
+endif()
+# The fuzzer loads the image into a native process of Linux, so the shadow memory is where Linux has it. The linker's
+# own sections for globals do not exist in such an image. The functions of the ignore list read after the end of a text
+# on purpose, but never after the end of its page.
+if(HX_FUZZ)
+  set(fuzzIgnored ${CMAKE_SOURCE_DIR}/fuzz/image/ignored.txt)
+  list(APPEND compileOptions -fsanitize=address -fsanitize-address-use-after-return=never
+    "SHELL:-mllvm -asan-globals=0 -mllvm -asan-mapping-offset=0x7fff8000 -mllvm -asan-mapping-scale=3"
+    -fsanitize-ignorelist=${fuzzIgnored} -fsanitize-coverage=inline-8bit-counters,pc-table -Wframe-larger-than=20000)
 endif()
 set(systemIncludes /usr/share/mingw-w64/include)
 # These macros of system libraries (_ADVAPI32_, ...) stop the headers from declaring functions as dllimport. Calls then go
@@ -102,6 +118,9 @@ function(hx_objects target)
   target_compile_options(${target} PRIVATE ${compileOptions} $<IF:$<BOOL:${HX_CHECKED}>,-O1,-Os>)
 endfunction()
 
+if(HX_FUZZ)
+  list(APPEND runtimeSources ${CMAKE_SOURCE_DIR}/fuzz/image/sections.cpp)
+endif()
 hx_objects(runtime ${runtimeSources})
 # The compiler must not turn the bodies of memcpy and similar functions into calls of themselves, nor vectorize them for
 # large blocks. They have no stack protector, because they are part of its implementation.

@@ -30,6 +30,8 @@ TEST_TIME_LIMIT = 1800
 
 # The targets of the presets PROCESSOR, PROCESSOR-checked and PROCESSOR-tests that each level needs.
 LIBRARY, CHECKED, TESTS = "", "-checked", "-tests"
+# The preset of the library that the fuzzer loads, after its processor.
+FUZZ = "-fuzz"
 TARGETS = {
     "images": {LIBRARY: ("hxsetup",)},
     "unit": {LIBRARY: ("hxinternals", "rigsubject"), CHECKED: ("hxinternals", "rigsubject"), TESTS: ("unit_tests",)},
@@ -45,13 +47,17 @@ PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TE
 
 class Suite(NamedTuple):
     """A level whose tests are scripts: Python's unittest finds them in the folder `folder` of tools/ by the pattern `files`.
-    They open each Windows that they need. HX_RUN_FOLDER is the run's folder with the builds, HX_PROCESSORS the processors."""
+    They open each Windows that they need, if they need one. HX_RUN_FOLDER is the run's folder with the builds, HX_PROCESSORS the processors."""
     folder: str
     files: str
     # The targets that it needs, as in TARGETS.
     targets: dict
     # The targets of the x64 builds besides, even if only ARM64 is tested.
     host: dict
+    # The presets of programs of this machine, with their targets.
+    native: tuple = ()
+    # False if no test opens a Windows.
+    windows: bool = True
 
 
 SUITES = {
@@ -61,6 +67,7 @@ SUITES = {
         LIBRARY: ("hxsetup", "hxinternals", "rigsubject", "agent", "ostrack", "witness"),
         CHECKED: ("hxinternals", "rigsubject"),
         TESTS: ("accept", "unit_tests", "action_tests", "install_tests")}, {}),
+    "corpus": Suite("fuzz", "trial_*.py", {}, {FUZZ: ("hxinternals",)}, (("fuzz", ("hxfuzz",)),), False),
 }
 
 # The install tests in two parts, which run in two Windows.
@@ -133,11 +140,11 @@ def builds(request):
     for processor in PROCESSORS:
         needs = wanted if processor in request.processors else []
         needs = [*needs, suite.host] if suite and processor == HOST else needs
-        for kind in (LIBRARY, TESTS, CHECKED):
+        for kind in (LIBRARY, TESTS, CHECKED, FUZZ):
             targets = [target for targets in needs for target in targets.get(kind, ())]
             if targets:
                 found.append((processor + kind, tuple(dict.fromkeys(targets))))
-    return found
+    return [*found, *suite.native] if suite else found
 
 
 def programs(request, processor, levels, part=""):
@@ -178,7 +185,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     add_arguments(parser)
     request = request_of(parser.parse_args())
-    for processor in request.processors if request.running or request.suite else ():
+    for processor in request.processors if request.running or (request.suite and request.suite.windows) else ():
         print("windows", processor)
     for preset, targets in builds(request):
         print("build", preset, *targets)

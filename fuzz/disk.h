@@ -1,0 +1,35 @@
+// A made-up disk: drive C: with folders, files and links to folders, which the answers of the file functions
+// show and change. Used by the answers and by the targets of paths, of the engine and of actions.
+#pragma once
+
+#include "data.h"
+
+/// An entry of the disk.
+struct Entry {
+  std::u16string name;                           ///< its long name
+  std::u16string shortName;                      ///< its short name, or empty
+  Entry* parent = nullptr;                       ///< the folder that holds it; null for the root
+  bool isFolder = false;                         ///< a folder, or a link to one
+  bool isLink = false;                           ///< a link to a folder
+  Entry* target = nullptr;                       ///< where a link leads; null for nowhere
+  uint32_t content = 0;                          ///< the content of a file; a copy has the same
+  std::vector<std::unique_ptr<Entry>> children;  ///< the contents of a folder
+};
+
+/// Makes the disk empty, but for the folder that is the current one.
+void ResetDisk();
+
+/// Makes folders, files and links from `data`, most of them in "C:\".
+void ChooseDisk(Data* data);
+
+/// Returns all entries, each after its folder.
+std::vector<Entry*> AllEntries();
+
+/// Returns a text that says everything about an entry: its path, kind and content.
+std::string Described(const Entry& entry);
+
+/// Takes a path from `data`: most often of an entry, sometimes of none.
+std::u16string TakePath(Data* data);
+
+/// True if a folder on the way to the last name of `path` is a link.
+bool LeadsThroughLink(const std::u16string& path);

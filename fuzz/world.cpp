@@ -1,0 +1,114 @@
+#include "world.h"
+
+#include <cstdarg>
+
+#include "disk.h"
+#include "guarded.h"
+#include "require.h"
+
+World world;
+
+namespace {
+
+std::unordered_map<const void*, Kind> held;
+uintptr_t lastHandle;
+bool hasFailed;
+
+const char* NameOf(Kind kind) {
+  static constexpr const char* kNames[] = {
+      "block",   "local block", "task block", "search", "file",   "handle",    "key",       "record",
+      "service", "module",      "policy",     "buffer", "string", "reference", "COM start", "binding"};
+  return kNames[static_cast<int>(kind)];
+}
+
+}  // namespace
+
+void Fail(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  fputs("\nhxfuzz: ", stderr);
+  vfprintf(stderr, format, arguments);
+  fputs("\n", stderr);
+  va_end(arguments);
+  abort();
+}
+
+void BeginWorld() {
+  held.clear();
+  hasFailed = false;
+  lastHandle = 0;
+  world = World{};
+  ForgetGuarded();
+  ResetDisk();
+}
+
+void EndWorld() {
+  for (const auto& [thing, kind] : held) Fail("a %s is left over", NameOf(kind));
+  REQUIRE(world.mode == 0, "the error mode is left at %u", world.mode);
+}
+
+void TakeFailure(Data* data) {
+  // Half of the runs have no failure.
+  uint8_t choice = data->Byte();
+  if (!(choice & 1)) return;
+  world.failsOn = choice & 2;
+  world.failing = uint32_t{data->Byte()} + 1;
+}
+
+bool MustFail() {
+  ++world.calls;
+  bool fails =
+      world.failing && (world.calls == world.failing || (world.failsOn && world.calls > world.failing));
+  hasFailed = hasFailed || fails;
+  return fails;
+}
+
+bool HasFailed() {
+  return hasFailed;
+}
+
+void* Took(Kind kind, void* thing) {
+  REQUIRE(held.emplace(thing, kind).second, "a %s is taken twice", NameOf(kind));
+  return thing;
+}
+
+void NeedHeld(Kind kind, const void* thing) {
+  auto found = held.find(thing);
+  REQUIRE(found != held.end(), "a %s is used that is not held: %p", NameOf(kind), thing);
+  REQUIRE(found->second == kind, "a %s is used as a %s", NameOf(found->second), NameOf(kind));
+}
+
+void GaveBack(Kind kind, const void* thing) {
+  NeedHeld(kind, thing);
+  held.erase(thing);
+}
+
+void* NewHandle(Kind kind) {
+  // Addresses that no block can have, and that are not small, like real handles, nor the value of a failure.
+  constexpr uintptr_t kFirstHandle = 0x1000;
+  constexpr uintptr_t kStep = 4;
+  return Took(kind, reinterpret_cast<void*>(kFirstHandle + kStep * ++lastHandle));
+}
+
+void Keep(Kind kind) {
+  for (auto at = held.begin(); at != held.end();) at = at->second == kind ? held.erase(at) : std::next(at);
+}
+
+void* NewBlock(Kind kind, size_t size) {
+  constexpr int kRubbish = 0xA5;
+  void* block = malloc(size ? size : 1);
+  REQUIRE(block, "no memory for a block");
+  memset(block, kRubbish, size);
+  return Took(kind, block);
+}
+
+void FreeBlock(Kind kind, void* block) {
+  GaveBack(kind, block);
+  free(block);
+}
+
+std::u16string_view ViewOf(const wchar_t* text) {
+  size_t length = 0;
+  while (text[length]) ++length;
+  return {reinterpret_cast<const char16_t*>(text), length};
+}

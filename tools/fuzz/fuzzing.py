@@ -1,0 +1,141 @@
+"""Running the fuzzer: one target, on the library or on one with a bug in it."""
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+from typing import NamedTuple, Optional
+
+ROOT = Path(__file__).resolve().parents[2]
+CORPUS = ROOT / "fuzz/corpus"
+FOUND = ROOT / "build/fuzz/found"
+# For a target whose input is text: words that the fuzzer puts into it.
+WORDS = ROOT / "fuzz/words"
+# What make_image links, and its objects.
+BUILD = ROOT / "build/x64-fuzz"
+
+# The targets, in the order of a run of all.
+TARGETS = ("formats", "raw-formats")
+
+# The longest inputs of a target, in bytes.
+LONGEST_INPUT = 4096
+# One run that takes more seconds than this has found something.
+SLOWEST_RUN = 10
+# The memory that the fuzzer may use, in megabytes.
+MEMORY = 2048
+
+# The image is loaded there (fuzz/image.cpp), and linked for there.
+LOADED_AT, LINKED_AT = 0x480000000000, 0x180000000
+PLACE = re.compile(r"0x(4800[0-9a-f]{8})\s+\(<unknown module>\)")
+
+
+class Tools(NamedTuple):
+    """The fuzzer and the library that it loads."""
+    program: Path = ROOT / "build/fuzz/hxfuzz"
+    image: Path = BUILD / "hxinternals.dll"
+
+
+class Result(NamedTuple):
+    """What a run of the fuzzer did."""
+    runs: int
+    # Runs in a second.
+    speed: int
+    # The edges of the library that were reached.
+    edges: int
+    # The input that fails, if one was found.
+    input: Optional[Path]
+    # Everything that the fuzzer printed.
+    output: str
+
+    @property
+    def message(self):
+        """The line that says what is wrong."""
+        for pattern in (r"^hxfuzz: (.*)", r"^SUMMARY: AddressSanitizer: (.*)", r"^SUMMARY: (.*)"):
+            if found := re.search(pattern, self.output, re.MULTILINE):
+                return found[1]
+        lines = self.output.splitlines()
+        return lines[-1] if lines else "the fuzzer printed nothing"
+
+
+def start(tools, target, words, folder, limit=None):
+    """Runs the fuzzer for a target with the words of its command line; returns its status and what it printed."""
+    command = [tools.program, *words, f"-artifact_prefix={folder}/", f"-timeout={SLOWEST_RUN}", f"-rss_limit_mb={MEMORY}",
+               f"-max_len={LONGEST_INPUT}"]
+    if (WORDS / f"{target}.txt").is_file():
+        command.append(f"-dict={WORDS / target}.txt")
+    # The library's blocks are counted by the targets. The fuzzer's own search for leaks cannot see into the image.
+    environment = {**os.environ, "HX_FUZZ_TARGET": target, "HX_FUZZ_IMAGE": str(tools.image),
+                   "ASAN_OPTIONS": "detect_leaks=0:allocator_may_return_null=1"}
+    ended = subprocess.run([str(word) for word in command], env=environment, stdout=subprocess.PIPE,
+                           stderr=subprocess.STDOUT, timeout=limit, check=False)
+    return ended.returncode, ended.stdout.decode(errors="replace")
+
+
+def read_result(status, output, folder):
+    """The result of a run that ended with this status."""
+    def number(pattern):
+        found = re.findall(pattern, output)
+        return int(found[-1]) if found else 0
+
+    kept = re.findall(r"Test unit written to (\S+)", output)
+    if not kept:
+        kept = re.findall(r"^Running: (\S+)", output, re.MULTILINE)
+    found = Path(kept[-1]) if status and kept else None
+    if status and not found:
+        # The fuzzer itself could not run.
+        raise SystemExit(f"the fuzzer ended with status {status}:\n{output[-2000:]}")
+    return Result(number(r"stat::number_of_executed_units:\s*(\d+)"), number(r"stat::average_exec_per_sec:\s*(\d+)"),
+                  number(r"cov: (\d+)"), found, output)
+
+
+def fuzz(tools, target, folder, seeds=None, seconds=None, runs=None, seed=None):
+    """Fuzzes a target for some seconds, or for a number of runs. New inputs go to `folder`/new; it begins with those of the
+    folder `seeds`. Stops at the first input that fails."""
+    new = folder / "new"
+    new.mkdir(parents=True, exist_ok=True)
+    words = [new, *([seeds] if seeds else []), "-print_final_stats=1", "-reload=0"]
+    words += [f"-max_total_time={seconds}"] if seconds else []
+    words += [f"-runs={runs}"] if runs is not None else []
+    words += [f"-seed={seed}"] if seed else []
+    return read_result(*start(tools, target, words, folder), folder)
+
+
+def replay(tools, target, inputs, folder):
+    """Runs a target once with each of the files `inputs`. Stops at the first one that fails."""
+    folder.mkdir(parents=True, exist_ok=True)
+    status, output = start(tools, target, ["-runs=1", *inputs], folder)
+    return read_result(status, output, folder)
+
+
+def merge(tools, target, folders, into, folder):
+    """Writes to the folder `into` as few inputs from `folders` as reach every edge that these reach."""
+    into.mkdir(parents=True)
+    status, output = start(tools, target, ["-set_cover_merge=1", "-use_counters=0", into, *folders], folder)
+    if status:
+        raise SystemExit(f"the inputs of {target} cannot be merged:\n{output[-2000:]}")
+
+
+def name_places(text, image):
+    """The report with the names of functions, files and lines in place of addresses in the library."""
+    addresses = sorted(set(PLACE.findall(text)))
+    if not addresses:
+        return text
+    asked = "".join(f"0x{int(address, 16) - LOADED_AT + LINKED_AT:x}\n" for address in addresses)
+    answer = subprocess.run(["llvm-symbolizer-19", f"--obj={image}", "--output-style=GNU", "--no-inlines"], input=asked,
+                            stdout=subprocess.PIPE, text=True, check=True).stdout.splitlines()
+    names = {address: f"{function} {place}" for address, function, place in zip(addresses, answer[::2], answer[1::2])}
+    return PLACE.sub(lambda match: names[match[1]], text)
+
+
+def corpus(target):
+    """The inputs of a target that are in the repository."""
+    return sorted((CORPUS / target).iterdir()) if (CORPUS / target).is_dir() else []
+
+
+def replace_corpus(target, folder):
+    """Puts the inputs of a folder in the place of the target's corpus."""
+    shutil.rmtree(CORPUS / target, ignore_errors=True)
+    (CORPUS / target).mkdir(parents=True)
+    for file in sorted(folder.iterdir()):
+        shutil.copyfile(file, CORPUS / target / file.name)

@@ -1,0 +1,68 @@
+"""Bugs that are planted to prove the targets of the fuzzer: a library with one of them is built beside the real one."""
+
+import json
+import shlex
+import subprocess
+from pathlib import Path
+from typing import NamedTuple
+
+from fuzz.fuzzing import BUILD, ROOT, Tools
+
+
+class Bug(NamedTuple):
+    """A bug: in the file of src/, the text `right`, which occurs once, becomes `wrong`."""
+    what: str
+    file: str
+    right: str
+    wrong: str
+    # The most runs that the fuzzer may need, without the corpus.
+    runs: int
+
+
+BUGS = {
+    "formats": Bug("a text in braces is not limited to the space that is left",
+                   "format/text_writer.cpp", "  if (count > room) count = room;\n", "", 100_000),
+    "raw-formats": Bug("a brace at the end of a format is read as if something followed it",
+                       "format/directive.cpp", "  if (*inside == 0) return at;\n", "", 100_000),
+}
+
+
+class Misfit(Exception):
+    """A bug that cannot be planted, because the source has changed."""
+
+
+def planted_source(bug):
+    """The text of the bug's source file with the bug."""
+    text = (ROOT / "src" / bug.file).read_text(encoding="utf-8")
+    if text.count(bug.right) != 1:
+        raise Misfit(f"src/{bug.file} has the text of the bug {text.count(bug.right)} times, not once: {bug.right!r}")
+    return text.replace(bug.right, bug.wrong)
+
+
+def command_of(text, changes):
+    """The words of a command, some of them replaced. Ninja puts a link between two empty commands."""
+    return [changes.get(word, word) for word in shlex.split(text) if word not in (":", "&&")]
+
+
+def link_command():
+    """The command that links the library, which is the last one of its build."""
+    return subprocess.run(["ninja", "-C", str(BUILD), "-t", "commands", "hxinternals.dll"], stdout=subprocess.PIPE,
+                          text=True, check=True).stdout.splitlines()[-1]
+
+
+def make_image(bug, folder):
+    """Makes the library with the bug in a folder, from the objects of the real one. Returns the tools that load it."""
+    source, image, thing = ROOT / "src" / bug.file, folder / "hxinternals.dll", folder / "planted.obj"
+    copy = folder / source.name
+    copy.write_text(planted_source(bug), encoding="utf-8")
+    entries = json.loads((BUILD / "compile_commands.json").read_text(encoding="utf-8"))
+    entry = next(entry for entry in entries if Path(entry["file"]) == source)
+    words = shlex.split(entry["command"])
+    own = words[words.index("-o") + 1]
+    # The bug may leave a variable unused.
+    subprocess.run([*command_of(entry["command"], {entry["file"]: str(copy), own: str(thing)}), "-Wno-error"],
+                   cwd=entry["directory"], check=True)
+    subprocess.run(command_of(link_command(), {own: str(thing), "hxinternals.dll": str(image),
+                                               "-Wl,--pdb=hxinternals.pdb": f"-Wl,--pdb={image.with_suffix('.pdb')}"}),
+                   cwd=BUILD, check=True)
+    return Tools(image=image)
