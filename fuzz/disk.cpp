@@ -11,7 +11,7 @@ constexpr size_t kLongestPath = 320;
 // A run that needs more calls sees a disk that does not answer any more: links can make a tree endless.
 constexpr uint32_t kMostCalls = 4000;
 
-std::unique_ptr<Entry> root;
+std::unique_ptr<Entry> root, away;
 uint32_t calls;
 
 struct Search {
@@ -160,8 +160,10 @@ std::unique_ptr<Entry> TakeOut(Entry* entry) {
 
 // Links to what is gone lead nowhere.
 void ForgetTarget(const Entry* gone) {
-  for (Entry* entry : AllEntries()) {
-    if (entry->target == gone) entry->target = nullptr;
+  for (auto entries : {AllEntries(), AwayEntries()}) {
+    for (Entry* entry : entries) {
+      if (entry->target == gone) entry->target = nullptr;
+    }
   }
 }
 
@@ -319,11 +321,42 @@ BOOL WINAPI AnswerMoveFileExW(LPCWSTR from, LPCWSTR to, DWORD flags) {
   return Move(from, to, flags & MOVEFILE_REPLACE_EXISTING);
 }
 
-HANDLE WINAPI AnswerCreateFileW(LPCWSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+HANDLE OpenFile(const std::u16string& path) {
   if (Refuses()) return INVALID_HANDLE_VALUE;
-  Entry* entry = Find(ParseText(path));
+  Entry* entry = Find(Parse(path));
   if (!entry) return INVALID_HANDLE_VALUE;
   return entry->isFolder ? WithError(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE) : NewHandle(Kind::kFile);
+}
+
+HANDLE WINAPI AnswerCreateFileA(LPCSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+  return OpenFile(WideOf(path));
+}
+
+DWORD WINAPI AnswerSetFilePointer(HANDLE file, LONG, PLONG, DWORD) {
+  NeedHeld(Kind::kFile, file);
+  return MustFail() ? INVALID_SET_FILE_POINTER : 0;
+}
+
+BOOL WINAPI AnswerSetEndOfFile(HANDLE file) {
+  NeedHeld(Kind::kFile, file);
+  return !MustFail();
+}
+
+BOOL WINAPI AnswerWriteFile(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written, LPOVERLAPPED) {
+  NeedHeld(Kind::kFile, file);
+  for (DWORD i = 0; i < size; ++i)
+    REQUIRE(!static_cast<const uint8_t*>(bytes)[i], "a byte of the audit file is not zero");
+  *written = size;
+  return !MustFail();
+}
+
+BOOL WINAPI AnswerCloseHandle(HANDLE handle) {
+  GaveBack(Kind::kFile, handle);
+  return TRUE;
+}
+
+HANDLE WINAPI AnswerCreateFileW(LPCWSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+  return OpenFile(std::u16string(ViewOf(path)));
 }
 
 // Copies `text` with the rules of the functions that return a folder: the length, or the size that is needed.
@@ -353,9 +386,12 @@ DWORD WINAPI AnswerGetCurrentDirectoryW(DWORD capacity, LPWSTR buffer) {
   return DeliverPath(u"C:\\current", capacity, buffer);
 }
 
+const AtBegin kDiskReset(ResetDisk);
 const Answers kDisk{
+    ANSWER(CloseHandle, AnswerCloseHandle),
     ANSWER(CopyFileW, AnswerCopyFileW),
     ANSWER(CreateDirectoryW, AnswerCreateDirectoryW),
+    ANSWER(CreateFileA, AnswerCreateFileA),
     ANSWER(CreateFileW, AnswerCreateFileW),
     ANSWER(DeleteFileW, AnswerDeleteFileW),
     ANSWER(FindClose, AnswerFindClose),
@@ -367,6 +403,9 @@ const Answers kDisk{
     ANSWER(MoveFileExW, AnswerMoveFileExW),
     ANSWER(MoveFileW, AnswerMoveFileW),
     ANSWER(RemoveDirectoryW, AnswerRemoveDirectoryW),
+    ANSWER(SetEndOfFile, AnswerSetEndOfFile),
+    ANSWER(SetFilePointer, AnswerSetFilePointer),
+    ANSWER(WriteFile, AnswerWriteFile),
 };
 
 void Collect(Entry* entry, std::vector<Entry*>* all) {
@@ -406,7 +445,7 @@ constexpr struct {
 };
 
 std::u16string PathOf(const Entry& entry) {
-  if (!entry.parent) return u"C:";
+  if (!entry.parent) return entry.name;
   return PathOf(*entry.parent) + u"\\" + entry.name;
 }
 
@@ -417,7 +456,13 @@ void ResetDisk() {
   searches.clear();
   root = std::make_unique<Entry>();
   root->isFolder = true;
+  root->name = u"C:";
   AddTo(root.get(), u"current", true);
+  away = std::make_unique<Entry>();
+  away->isFolder = true;
+  away->name = u"D:";
+  AddTo(AddTo(away.get(), u"a", true), u"b", false);
+  AddTo(away.get(), u"c.txt", false);
 }
 
 void ChooseDisk(Data* data) {
@@ -433,14 +478,23 @@ void ChooseDisk(Data* data) {
     Entry* entry = AddTo(folder, name.name, kind & 1);
     if (!Child(folder, name.shortName)) entry->shortName = name.shortName;
     entry->content = ++content;
-    entry->isLink = entry->isFolder && (kind & 6) == 6;
-    if (entry->isLink && !(kind & 8)) entry->target = target;
+    entry->isLink = entry->isFolder && (kind & 2);
+    if (!entry->isLink) continue;
+    // Half of the links lead to the other drive, some to nowhere.
+    if (kind & 4) entry->target = away.get();
+    if ((kind & 12) == 8) entry->target = target;
   }
 }
 
 std::vector<Entry*> AllEntries() {
   std::vector<Entry*> all;
   Collect(root.get(), &all);
+  return all;
+}
+
+std::vector<Entry*> AwayEntries() {
+  std::vector<Entry*> all;
+  Collect(away.get(), &all);
   return all;
 }
 
@@ -466,11 +520,9 @@ std::u16string TakePath(Data* data) {
 }
 
 bool LeadsThroughLink(const std::u16string& path) {
-  Parsed parsed = Parse(path);
-  Entry* folder = root.get();
-  for (size_t i = 0; folder && i + 1 < parsed.names.size(); ++i) {
-    folder = Child(folder, parsed.names[i]);
-    if (folder && folder->isLink) return true;
+  for (size_t at = 0; (at = path.find_first_of(u"\\/", at)) != std::u16string::npos; ++at) {
+    Entry* entry = Find(Parse(path.substr(0, at)));
+    if (entry && entry->isLink) return true;
   }
   return false;
 }

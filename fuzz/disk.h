@@ -6,7 +6,7 @@
 
 /// An entry of the disk.
 struct Entry {
-  std::u16string name;                           ///< its long name
+  std::u16string name;                           ///< its long name; of a root, its drive
   std::u16string shortName;                      ///< its short name, or empty
   Entry* parent = nullptr;                       ///< the folder that holds it; null for the root
   bool isFolder = false;                         ///< a folder, or a link to one
@@ -22,8 +22,11 @@ void ResetDisk();
 /// Makes folders, files and links from `data`, most of them in "C:\".
 void ChooseDisk(Data* data);
 
-/// Returns all entries, each after its folder.
+/// Returns all entries of drive C:, each after its folder.
 std::vector<Entry*> AllEntries();
+
+/// Returns all entries of drive D:.
+std::vector<Entry*> AwayEntries();
 
 /// Returns a text that says everything about an entry: its path, kind and content.
 std::string Described(const Entry& entry);
@@ -31,5 +34,5 @@ std::string Described(const Entry& entry);
 /// Takes a path from `data`: most often of an entry, sometimes of none.
 std::u16string TakePath(Data* data);
 
-/// True if a folder on the way to the last name of `path` is a link.
+/// True if a part of `path` before a backslash is a link.
 bool LeadsThroughLink(const std::u16string& path);

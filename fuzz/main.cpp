@@ -18,8 +18,8 @@ const char* NeedVariable(const char* name) {
 }  // namespace
 
 const Target kTargets[] = {
-    {"formats", RunFormats},
-    {"raw-formats", RunRawFormats},
+    {"formats", RunFormats}, {"raw-formats", RunRawFormats}, {"locale", RunLocale}, {"dates", RunDates},
+    {"paths", RunPaths},     {"wildcards", RunWildcards},    {"engine", RunEngine}, {"actions", RunActions},
 };
 const size_t kTargetCount = std::size(kTargets);
 

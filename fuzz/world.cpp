@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 
-#include "disk.h"
 #include "guarded.h"
 #include "require.h"
 
@@ -13,6 +12,11 @@ namespace {
 std::unordered_map<const void*, Kind> held;
 uintptr_t lastHandle;
 bool hasFailed;
+
+std::vector<void (*)()>& Resets() {
+  static std::vector<void (*)()> resets;
+  return resets;
+}
 
 const char* NameOf(Kind kind) {
   static constexpr const char* kNames[] = {
@@ -33,13 +37,17 @@ void Fail(const char* format, ...) {
   abort();
 }
 
+AtBegin::AtBegin(void (*reset)()) {
+  Resets().push_back(reset);
+}
+
 void BeginWorld() {
   held.clear();
   hasFailed = false;
   lastHandle = 0;
   world = World{};
   ForgetGuarded();
-  ResetDisk();
+  for (auto* reset : Resets()) reset();
 }
 
 void EndWorld() {
@@ -88,10 +96,6 @@ void* NewHandle(Kind kind) {
   constexpr uintptr_t kFirstHandle = 0x1000;
   constexpr uintptr_t kStep = 4;
   return Took(kind, reinterpret_cast<void*>(kFirstHandle + kStep * ++lastHandle));
-}
-
-void Keep(Kind kind) {
-  for (auto at = held.begin(); at != held.end();) at = at->second == kind ? held.erase(at) : std::next(at);
 }
 
 void* NewBlock(Kind kind, size_t size) {

@@ -52,6 +52,12 @@ struct World {
 /// The world of the current run.
 extern World world;
 
+/// Calls `reset` at the beginning of each run. For the files of answers that have a state of their own.
+struct AtBegin {
+  /// Registers `reset` before main.
+  explicit AtBegin(void (*reset)());
+};
+
 /// Begins a run: an empty world.
 void BeginWorld();
 
@@ -75,8 +81,6 @@ void GaveBack(Kind kind, const void* thing);
 void NeedHeld(Kind kind, const void* thing);
 /// Returns a new value for a handle of `kind`, and notes that the library took it.
 void* NewHandle(Kind kind);
-/// Lets the library keep what it has of `kind`, because it keeps it on purpose.
-void Keep(Kind kind);
 
 /// Sets the last error and returns `result`.
 template <typename Result>

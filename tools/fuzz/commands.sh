@@ -4,7 +4,7 @@
 # shellcheck disable=SC2154  # set by ./hx
 
 # The targets, in the order of a run of all.
-fuzzTargets=(formats raw-formats)
+fuzzTargets=(formats raw-formats locale dates paths wildcards engine actions)
 
 help_fuzz() {
   cat <<HELP
@@ -17,6 +17,12 @@ that fails is kept in build/fuzz/found. The exit status is 0 if nothing was foun
   TARGET        only one target:
                   formats      formats with fitting arguments
                   raw-formats  any text as a format
+                  locale       answers of the locale, of any form
+                  dates        date patterns
+                  paths        operations on paths, with failing allocations and damaged records
+                  wildcards    patterns with "*" and "?", against a plain matcher
+                  engine       command lines of the copy/move engine, on a made-up disk
+                  actions      26 whole actions, on a made-up machine
   SECONDS       the time for each target; 60 if it is not given
   --planted     prove the targets instead: plant one bug for each, and let the fuzzer find it, without the corpus
   --merge       afterwards add the inputs that reached something new to fuzz/corpus, and leave out what is not needed

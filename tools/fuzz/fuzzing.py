@@ -16,7 +16,7 @@ WORDS = ROOT / "fuzz/words"
 BUILD = ROOT / "build/x64-fuzz"
 
 # The targets, in the order of a run of all.
-TARGETS = ("formats", "raw-formats")
+TARGETS = ("formats", "raw-formats", "locale", "dates", "paths", "wildcards", "engine", "actions")
 
 # The longest inputs of a target, in bytes.
 LONGEST_INPUT = 4096

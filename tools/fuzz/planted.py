@@ -24,6 +24,21 @@ BUGS = {
                    "format/text_writer.cpp", "  if (count > room) count = room;\n", "", 100_000),
     "raw-formats": Bug("a brace at the end of a format is read as if something followed it",
                        "format/directive.cpp", "  if (*inside == 0) return at;\n", "", 100_000),
+    "locale": Bug("a field of the locale is cut within a character",
+                  "format/locale_record.cpp", "while (length > 0 && (converted[length] & 0xC0) == 0x80) --length;\n", "",
+                  100_000),
+    "dates": Bug("the last day of a year that belongs to the next year's first week has week 53",
+                 "format/date_pattern.cpp", "thursday >= static_cast<int32_t>(DaysOfYear(year))",
+                 "thursday > static_cast<int32_t>(DaysOfYear(year))", 200_000),
+    "paths": Bug("a record that ends before its padding is read as a whole one",
+                 "paths/path_query.cpp", "EntrySize(length) > left", "kTextOffset + length > left", 100_000),
+    "wildcards": Bug("after a mismatch the name goes on where it is, not after the start of the last match",
+                     "files/wildcard.cpp", "      name = starName;\n", "      name.Skip();\n", 100_000),
+    "engine": Bug("what is deleted for a copy is deleted behind links, too",
+                  "files/tree_copy.cpp", "DWORD links = options_ & kTreeKeepLinks;", "DWORD links = 0;", 200_000),
+    "actions": Bug("a text of the registry is terminated one byte too late",
+                   "base/registry_text.cpp", "status == ERROR_SUCCESS ? size - 1 : 0", "status == ERROR_SUCCESS ? size : 0",
+                   200_000),
 }
 
 
