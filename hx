@@ -539,7 +539,7 @@ lint() {
   local failed=0 files
   need_packages
   need_page_tools
-  with_build_lock build_presets x64
+  with_build_lock build_presets x64 fuzz
   say "clang-format"
   mapfile -t files < <(find src tests hxrun bench fuzz packages tools -name '*.cpp' -o -name '*.c' -o -name '*.h' | sort)
   clang-format-19 --dry-run -Werror "${files[@]}" || failed=1
@@ -550,6 +550,10 @@ lint() {
   # Its findings go to standard output; its error output has only counts.
   printf '%s\0' "${files[@]}" |
     xargs -0 -n 4 -P 2 clang-tidy-19 -p build/x64 --quiet --warnings-as-errors='*' 2>build/clang-tidy.log ||
+    failed=1
+  mapfile -t files < <(find fuzz -name '*.cpp' ! -path 'fuzz/image/*' | sort)
+  printf '%s\0' "${files[@]}" |
+    xargs -0 -n 4 -P 2 clang-tidy-19 -p build/fuzz --quiet --warnings-as-errors='*' 2>>build/clang-tidy.log ||
     failed=1
   say "types and lint of explain/"
   node "${pageTools:?}/node_modules/typescript/bin/tsc" -p explain --typeRoots "$pageTools/node_modules/@types" || failed=1

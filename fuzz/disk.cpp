@@ -7,9 +7,9 @@
 namespace {
 
 // Longer paths are refused, like those of old programs on Windows.
-constexpr size_t kLongestPath = 320;
+constexpr size_t kLongestPath = 160;
 // A run that needs more calls sees a disk that does not answer any more: links can make a tree endless.
-constexpr uint32_t kMostCalls = 4000;
+constexpr uint32_t kMostCalls = 1500;
 
 std::unique_ptr<Entry> root, away;
 uint32_t calls;
@@ -160,7 +160,7 @@ std::unique_ptr<Entry> TakeOut(Entry* entry) {
 
 // Links to what is gone lead nowhere.
 void ForgetTarget(const Entry* gone) {
-  for (auto entries : {AllEntries(), AwayEntries()}) {
+  for (const auto& entries : {AllEntries(), AwayEntries()}) {
     for (Entry* entry : entries) {
       if (entry->target == gone) entry->target = nullptr;
     }

@@ -50,12 +50,9 @@ const IMAGE_DATA_DIRECTORY& Directory(int index) {
 }
 
 std::vector<uint8_t> ReadFileOf(const char* name) {
-  FILE* file = fopen(name, "rb");
-  REQUIRE(file, "cannot open the image %s", name);
-  std::vector<uint8_t> bytes;
-  uint8_t block[1 << 16];
-  while (size_t count = fread(block, 1, sizeof block, file)) bytes.insert(bytes.end(), block, block + count);
-  fclose(file);
+  std::ifstream file(name, std::ios::binary);
+  std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  REQUIRE(!bytes.empty(), "cannot read the image %s", name);
   return bytes;
 }
 

@@ -39,7 +39,7 @@ struct Passed<function> {
   IMAGE_ABI static Result Call(Arguments... arguments) { return function(arguments...); }
 };
 
-#define PASS(name) {#name, reinterpret_cast<void*>(&Passed<&name>::Call)}
+#define PASS(name) {#name, reinterpret_cast<void*>(&Passed<&(name)>::Call)}
 
 const Answers kAddressChecks{
     PASS(__asan_handle_no_return), PASS(__asan_memcpy),        PASS(__asan_memmove),

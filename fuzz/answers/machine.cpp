@@ -69,7 +69,7 @@ LSTATUS WINAPI AnswerRegQueryValueExA(HKEY key, LPCSTR name, LPDWORD, LPDWORD ty
     memset(bytes, kRubbish, capacity);
     return ERROR_MORE_DATA;
   }
-  memcpy(bytes, value.bytes.data(), value.bytes.size());
+  std::copy(value.bytes.begin(), value.bytes.end(), bytes);
   return ERROR_SUCCESS;
 }
 
@@ -437,6 +437,8 @@ BOOL WINAPI AnswerCreateWellKnownSid(WELL_KNOWN_SID_TYPE, PSID, PSID sid, DWORD*
   if (MustFail()) return FALSE;
   constexpr int kAnything = 0x22;
   memset(sid, kAnything, *size);
+  constexpr DWORD kSmallestSid = 12;
+  *size = kSmallestSid;
   return TRUE;
 }
 

@@ -11,7 +11,7 @@ namespace {
 // Larger requests fail, as on a machine without that much memory.
 constexpr SIZE_T kLargestBlock = SIZE_T{64} << 20;
 
-const HANDLE kHeap = reinterpret_cast<HANDLE>(0x10);
+void* const kHeap = reinterpret_cast<void*>(0x10);
 
 HANDLE WINAPI AnswerGetProcessHeap() {
   return kHeap;

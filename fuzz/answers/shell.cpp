@@ -69,10 +69,13 @@ LPWSTR* WINAPI AnswerCommandLineToArgvW(LPCWSTR line, int* count) {
 }
 
 // Formats with "%s" and "%0Nd" only, as the library does; cuts the text to 1024 characters, as Windows does.
-int IMAGE_ABI AnswerWsprintfW(LPWSTR buffer, LPCWSTR format, ...) {
+int IMAGE_ABI AnswerWsprintfW(LPWSTR buffer, LPCWSTR format, uint64_t first, uint64_t second, uint64_t third,
+                              uint64_t fourth, uint64_t fifth, uint64_t sixth, uint64_t seventh) {
   constexpr size_t kMost = 1024;
-  __builtin_ms_va_list arguments;
-  __builtin_ms_va_start(arguments, format);
+  // The library passes at most seven arguments. Those that it does not pass are rubbish, and no directive
+  // asks for them.
+  const uint64_t slots[] = {first, second, third, fourth, fifth, sixth, seventh};
+  size_t next = 0;
   std::u16string text;
   for (; *format; ++format) {
     if (*format != L'%') {
@@ -82,16 +85,17 @@ int IMAGE_ABI AnswerWsprintfW(LPWSTR buffer, LPCWSTR format, ...) {
     ++format;
     size_t width = 0;
     while (*format >= L'0' && *format <= L'9') width = width * 10 + static_cast<size_t>(*format++ - L'0');
+    REQUIRE(next < std::size(slots), "wsprintfW is called with more directives");
+    const uint64_t slot = slots[next++];
     if (*format == L's') {
-      text += ViewOf(__builtin_va_arg(arguments, wchar_t*));
+      text += ViewOf(reinterpret_cast<const wchar_t*>(slot));
     } else {
       REQUIRE(*format == L'd', "wsprintfW is called with another directive");
-      std::u16string digits = WideOf(std::to_string(__builtin_va_arg(arguments, int)));
+      std::u16string digits = WideOf(std::to_string(static_cast<int>(slot)));
       if (digits.size() < width) digits.insert(0, width - digits.size(), u'0');
       text += digits;
     }
   }
-  __builtin_ms_va_end(arguments);
   text.resize(std::min(text.size(), kMost));
   memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
   return static_cast<int>(text.size());

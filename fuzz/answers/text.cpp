@@ -70,7 +70,7 @@ template <typename Unit, typename Text>
 int Deliver(const Text& result, Unit* to, int capacity) {
   if (capacity == 0) return static_cast<int>(result.size());
   if (result.size() > static_cast<size_t>(capacity)) return WithError(ERROR_INSUFFICIENT_BUFFER, 0);
-  memcpy(to, result.data(), result.size() * sizeof(Unit));
+  std::copy(result.begin(), result.end(), to);
   return static_cast<int>(result.size());
 }
 
@@ -84,10 +84,9 @@ int WINAPI AnswerMultiByteToWideChar(UINT page, DWORD flags, LPCCH text, int len
 }
 
 int WINAPI AnswerWideCharToMultiByte(UINT page, DWORD flags, LPCWCH text, int length, LPSTR narrow,
-                                     int capacity, LPCCH replacement, LPBOOL replaced) {
+                                     int capacity, LPCCH replacement, LPBOOL) {
   REQUIRE(page == CP_UTF8 && flags == 0, "WideCharToMultiByte is called with page %u, flags %u", page, flags);
-  REQUIRE(!replacement && !replaced,
-          "WideCharToMultiByte is called with a replacement, which UTF-8 does not allow");
+  REQUIRE(!replacement, "WideCharToMultiByte is called with a replacement, which UTF-8 does not allow");
   if (length == 0 || capacity < 0) return WithError(ERROR_INVALID_PARAMETER, 0);
   if (MustFail()) return WithError(ERROR_INVALID_PARAMETER, 0);
   std::u16string_view units = length < 0 ? ViewOf(text) : std::u16string_view{};

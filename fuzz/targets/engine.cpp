@@ -64,6 +64,7 @@ std::u16string MakeLine(Data* data, Promises* promises) {
 
 std::vector<std::string> Describe(const std::vector<Entry*>& entries) {
   std::vector<std::string> described;
+  described.reserve(entries.size());
   for (const Entry* entry : entries) described.push_back(Described(*entry));
   return described;
 }

@@ -40,7 +40,7 @@ IMAGE_ABI unsigned CopyObjectText(Object* object, char* buffer, unsigned room, i
   const std::string& text = reinterpret_cast<PrintedObject*>(object)->text;
   if (!buffer) return static_cast<unsigned>(text.size());
   const size_t count = std::min<size_t>(room, text.size());
-  memcpy(buffer, text.data(), count);
+  std::copy_n(text.data(), count, buffer);
   return static_cast<unsigned>(count);
 }
 
@@ -110,7 +110,7 @@ void FormatMaker::AddNumber(bool isWidth) {
       break;
     case 2:
       format_.push_back('*');
-      Slot(static_cast<uint64_t>(static_cast<uint32_t>(data_->Below(kMost)) - 10u));
+      Slot(uint64_t{data_->Below(kMost) - 10u});
       break;
     default:
       if (!isWidth) format_.pop_back();

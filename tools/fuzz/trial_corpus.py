@@ -10,7 +10,7 @@ from fuzz import fuzzing
 from fuzz.planted import BUGS, make_image
 
 # The most inputs of a target, and the most bytes of all.
-MOST_INPUTS = 150
+MOST_INPUTS = 200
 MOST_BYTES = 600_000
 
 

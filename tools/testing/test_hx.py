@@ -12,7 +12,7 @@ from support import TOOLS
 
 ROOT = TOOLS.parent
 COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "mutants", "acceptance", "check", "run",
-            "explain", "bench", "dist", "lint", "clean", "help"]
+            "explain", "bench", "fuzz", "dist", "lint", "clean", "help"]
 
 
 def copy_commands(project):
@@ -200,6 +200,23 @@ class CommandLineTest(unittest.TestCase):
                  "try takes one package, and then properties as NAME=VALUE, not 'more.msi'.")):
             self.assert_package_refused(arguments, text)
 
+    def test_fuzz(self):
+        for arguments, text in (
+                (["fuzz", "fromats"], "fuzz does not take 'fromats'. Did you mean formats? ./hx fuzz --help lists what it takes."),
+                (["fuzz", "path", "5"], "fuzz does not take 'path'. Did you mean paths? ./hx fuzz --help lists what it takes."),
+                (["fuzz", "paths", "dates"], "fuzz does not take 'dates'. ./hx fuzz --help lists what it takes."),
+                (["fuzz", "0"], "fuzz takes a number of seconds from 1 to 999999, not 0."),
+                (["fuzz", "1000000"], "fuzz takes a number of seconds from 1 to 999999, not 1000000."),
+                (["fuzz", "5", "6"], "fuzz takes one number of seconds, not 5 and 6."),
+                (["fuzz", "--plantd"],
+                 "fuzz does not take the option '--plantd'. Did you mean --planted? ./hx fuzz --help lists what it takes."),
+                (["fuzz", "--planted", "--merge"], "fuzz takes only one of --planted and --merge."),
+                (["fuzz", "5", "--planted"], "fuzz does not take a number of seconds with --planted."),
+                (["fuzz", "--input", "own.wxs"], "--input needs the target: ./hx fuzz TARGET --input FILE."),
+                (["fuzz", "paths", "--input"], "fuzz needs the path of an input. ./hx fuzz --help says more."),
+                (["fuzz", "paths", "--input", "none"], "there is no file 'none'. fuzz needs the path of an input.")):
+            self.assert_package_refused(arguments, text)
+
     def test_paths_begin_where_the_user_is(self):
         (self.project / "tools/near.wxs").write_text("not read\n", encoding="utf-8")
         self.before = self.state()
@@ -228,7 +245,9 @@ class RightCommandsTest(unittest.TestCase):
                           ["coverage"], ["mutants"], ["mutants", "5", "77", "--survivors"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
                           ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["dist", "--verify"], ["lint"],
                           ["test", "acceptance"], ["acceptance"], ["acceptance", "--try", "--processor", "arm64"],
-                          ["test", "packages"], ["package", f"{project}/own.wxs", "--processor", "x64"],
+                          ["test", "packages"], ["test", "corpus"], ["fuzz"], ["fuzz", "20"], ["fuzz", "paths"],
+                          ["fuzz", "paths", "20", "--merge"], ["fuzz", "20", "raw-formats"], ["fuzz", "--planted", "dates"],
+                          ["fuzz", "dates", "--input", f"{project}/own.wxs"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",
                            f"{project}/own.wxs"],
                           ["check-package", f"{project}/own.msi"], ["try", f"{project}/own.msi", "A=1", "B= x"]):

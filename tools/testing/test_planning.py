@@ -51,6 +51,16 @@ class BuildsTest(unittest.TestCase):
                                            rf"|foreach\(level [\w ]*\b{name}\b")
 
 
+    def test_the_level_of_the_corpus(self):
+        for only in (None, "x64", "arm64"):
+            with self.subTest(only):
+                self.assertEqual(builds(Request("corpus", None, only)), [("x64-fuzz", ("hxinternals",)), ("fuzz", ("hxfuzz",))])
+                self.assertEqual(shown(Request("corpus", None, only)), [])
+        output = subprocess.run([sys.executable, TOOLS / "testing/planning.py", "--level", "corpus"], capture_output=True,
+                                text=True, check=True).stdout
+        # It needs no Windows.
+        self.assertEqual(output, "build x64-fuzz hxinternals\nbuild fuzz hxfuzz\n")
+
     def test_the_level_of_packages(self):
         programs = ("hxsetup", "agent", "ostrack", "witness")
         host = ("x64", (*programs, "ices"))

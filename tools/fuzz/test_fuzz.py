@@ -1,0 +1,131 @@
+"""The tools of the fuzzer, without the fuzzer: its targets, its planted bugs, and what they read of its output."""
+
+import json
+import re
+import tempfile
+import unittest
+from pathlib import Path
+from unittest import mock
+
+from fuzz import fuzzing, planted
+from fuzz.planted import BUGS, Bug
+from support import TOOLS
+
+ROOT = TOOLS.parent
+
+FOUND = """#618 NEW    cov: 88 ft: 206 corp: 56/2619b
+hxfuzz: a block is left over
+==1== ERROR: libFuzzer: deadly signal
+    #7 0x48000001ae9c  (<unknown module>)
+Test unit written to /tmp/x/crash-12
+stat::number_of_executed_units: 618
+stat::average_exec_per_sec:     309
+"""
+FINISHED = """#1000 DONE   cov: 90 ft: 206 corp: 56/2619b
+stat::number_of_executed_units: 1000
+stat::average_exec_per_sec:     500
+"""
+
+
+class TargetsTest(unittest.TestCase):
+    def test_all_lists_are_the_same(self):
+        program = (ROOT / "fuzz/main.cpp").read_text(encoding="utf-8")
+        self.assertEqual(tuple(re.findall(r'\{"([a-z-]+)", Run\w+\}', program)), fuzzing.TARGETS)
+        shell = (TOOLS / "fuzz/commands.sh").read_text(encoding="utf-8")
+        self.assertEqual(tuple(re.search(r"^fuzzTargets=\((.*)\)$", shell, re.MULTILINE)[1].split()), fuzzing.TARGETS)
+        self.assertEqual(tuple(re.findall(r"^                  ([a-z-]+)  +\S", shell, re.MULTILINE)), fuzzing.TARGETS)
+        self.assertEqual(tuple(BUGS), fuzzing.TARGETS)
+        self.assertEqual({folder.name for folder in fuzzing.CORPUS.iterdir()}, set(fuzzing.TARGETS))
+
+    def test_words_belong_to_a_target(self):
+        for file in fuzzing.WORDS.iterdir():
+            self.assertIn(file.stem, fuzzing.TARGETS)
+
+
+class PlantedTest(unittest.TestCase):
+    def test_each_bug_can_be_planted(self):
+        for target, bug in BUGS.items():
+            with self.subTest(target):
+                right = (ROOT / "src" / bug.file).read_text(encoding="utf-8")
+                self.assertEqual(planted.planted_source(bug), right.replace(bug.right, bug.wrong))
+                self.assertNotEqual(planted.planted_source(bug), right)
+
+    def test_a_bug_that_fits_no_more(self):
+        with self.assertRaisesRegex(planted.Misfit, "has the text of the bug 0 times, not once: 'no such text'"):
+            planted.planted_source(Bug("", "format/format.cpp", "no such text", "", 1))
+        with self.assertRaisesRegex(planted.Misfit, "times, not once"):
+            planted.planted_source(Bug("", "format/format.cpp", "case", "", 1))
+
+    def test_the_library_with_a_bug(self):
+        """One object is compiled again, and linked with the objects of the real library."""
+        with tempfile.TemporaryDirectory() as folder:
+            build, own = Path(folder) / "build", Path(folder) / "own"
+            build.mkdir()
+            own.mkdir()
+            source = ROOT / "src/format/format.cpp"
+            (build / "compile_commands.json").write_text(json.dumps([
+                {"directory": str(build), "file": str(ROOT / "src/format/other.cpp"), "command": "false"},
+                {"directory": str(build), "file": str(source), "command": f"cc -DA='b c' -o o/format.obj -c {source}"}]))
+            commands = []
+
+            def run(words, **options):
+                commands.append((list(map(str, words)), str(options.get("cwd"))))
+                return mock.Mock(stdout="first\n: && cc -Wl,--pdb=hxinternals.pdb -o hxinternals.dll o/a.obj o/format.obj && :\n")
+
+            bug = Bug("", "format/format.cpp", "if (buffer) *output.at = 0;", "", 1)
+            with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted.subprocess, "run", run):
+                tools = planted.make_image(bug, own)
+            self.assertEqual(tools.image, own / "hxinternals.dll")
+            self.assertNotIn("*output.at = 0", (own / "format.cpp").read_text(encoding="utf-8"))
+            self.assertEqual([commands[0], commands[2]], [
+                (["cc", "-DA=b c", "-o", f"{own}/planted.obj", "-c", f"{own}/format.cpp", "-Wno-error"], str(build)),
+                (["cc", f"-Wl,--pdb={own}/hxinternals.pdb", "-o", f"{own}/hxinternals.dll", "o/a.obj", f"{own}/planted.obj"],
+                 str(build))])
+
+
+class ResultTest(unittest.TestCase):
+    def test_nothing_found(self):
+        result = fuzzing.read_result(0, FINISHED, Path("/tmp"))
+        self.assertEqual(result[:4], (1000, 500, 90, None))
+
+    def test_found(self):
+        result = fuzzing.read_result(77, FOUND, Path("/tmp"))
+        self.assertEqual(result[:4], (618, 309, 88, Path("/tmp/x/crash-12")))
+        self.assertEqual(result.message, "a block is left over")
+
+    def test_found_by_the_checker(self):
+        output = "Running: /tmp/in\n==1==ERROR: AddressSanitizer: SEGV\nSUMMARY: AddressSanitizer: SEGV in Load\n"
+        result = fuzzing.read_result(1, output, Path("/tmp"))
+        self.assertEqual((result.input, result.message), (Path("/tmp/in"), "SEGV in Load"))
+
+    def test_a_fuzzer_that_does_not_start(self):
+        with self.assertRaisesRegex(SystemExit, "ended with status 77:\nhxfuzz: cannot open the image x"):
+            fuzzing.read_result(77, "hxfuzz: cannot open the image x", Path("/tmp"))
+
+    def test_names_of_places(self):
+        def run(words, **options):
+            self.assertEqual((words[1], options["input"]), ("--obj=x.dll", "0x18001ae9c\n"))
+            return mock.Mock(stdout="Convert\nsrc/format/format.cpp:7:3\n")
+
+        with mock.patch.object(fuzzing.subprocess, "run", run):
+            text = fuzzing.name_places(FOUND, "x.dll")
+        self.assertIn("    #7 Convert src/format/format.cpp:7:3\n", text)
+        self.assertEqual(fuzzing.name_places(FINISHED, "x.dll"), FINISHED)
+
+
+class CorpusTest(unittest.TestCase):
+    def test_replacing(self):
+        with tempfile.TemporaryDirectory() as folder:
+            folder = Path(folder)
+            (folder / "corpus/dates").mkdir(parents=True)
+            (folder / "corpus/dates/old").write_bytes(b"old")
+            (folder / "new").mkdir()
+            (folder / "new/b").write_bytes(b"\r\n\0")
+            with mock.patch.object(fuzzing, "CORPUS", folder / "corpus"):
+                self.assertEqual(fuzzing.corpus("paths"), [])
+                fuzzing.replace_corpus("dates", folder / "new")
+                self.assertEqual([file.read_bytes() for file in fuzzing.corpus("dates")], [b"\r\n\0"])
+
+
+if __name__ == "__main__":
+    unittest.main()
