@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "install/security_rig.h"
+#include "machine/services.h"
 
 namespace install {
 
@@ -261,29 +262,6 @@ bool IsPassword(const std::string& text, size_t start, size_t width) {
     if (!fits) return false;
   }
   return true;
-}
-
-// True if the service of this name has been deleted, but still exists because its process or a handle does.
-// It cannot be created again until then.
-bool IsGoing(const wchar_t* name) {
-  SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-  SC_HANDLE service = OpenServiceW(manager, name, SERVICE_CHANGE_CONFIG);
-  bool isRefused = !service;
-  if (service) {
-    isRefused = !ChangeServiceConfigW(service, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
-                                      nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  }
-  const bool isGoing = isRefused && GetLastError() == ERROR_SERVICE_MARKED_FOR_DELETE;
-  if (service) CloseServiceHandle(service);
-  CloseServiceHandle(manager);
-  return isGoing;
-}
-
-// A removal ends before the process of the deleted service does.
-void WaitForDeletedServices() {
-  for (const wchar_t* name : {L"Ostrel", L"Vantor", L"Gauge"}) {
-    for (DWORD waited = 0; IsGoing(name) && waited < kInstallerTimeLimit; waited += 50) Sleep(50);
-  }
 }
 
 // Prints the important part of a run's log: the library's actions and lines, failures, and the properties.
@@ -622,7 +600,7 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   run.name = name;
   std::wstring log = Environment(L"HX_ARTIFACTS") + L"\\" + ToWide(name) + L".log";
   const std::wstring command = L"msiexec.exe " + arguments + L" /l*v \"" + log + L"\"";
-  WaitForDeletedServices();
+  machine::WaitForDeletedServices(kInstallerTimeLimit);
   bool isDone = false;
   for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);
   for (int attempt = 0; run.exitCode == ERROR_INSTALL_ALREADY_RUNNING && attempt < kBusyAttempts; ++attempt) {

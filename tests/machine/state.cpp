@@ -59,12 +59,6 @@ constexpr char kServiceKeys[] = "HKLM\\SYSTEM\\CurrentControlSet\\Services\\";
 const char* const kServiceValues[] = {"Description", "DisplayName", "ErrorControl", "ImagePath",
                                       "ObjectName",  "Start",       "Type"};
 
-std::string Hash(const std::string& bytes) {
-  uint64_t hash = 14695981039346656037u;
-  for (unsigned char c : bytes) hash = (hash ^ c) * 1099511628211u;
-  return std::to_string(bytes.size()) + "/" + std::to_string(hash);
-}
-
 std::string ValueText(DWORD type, const std::vector<BYTE>& data) {
   if (type == REG_DWORD && data.size() == sizeof(DWORD))
     return std::to_string(*reinterpret_cast<const DWORD*>(data.data()));
@@ -91,6 +85,25 @@ const char* StateName(DWORD state) {
 }
 
 }  // namespace
+
+std::string Hash(const std::string& bytes) {
+  uint64_t hash = 14695981039346656037u;
+  for (unsigned char c : bytes) hash = (hash ^ c) * 1099511628211u;
+  return std::to_string(bytes.size()) + "/" + std::to_string(hash);
+}
+
+std::string ContentOf(const std::wstring& path) {
+  HANDLE file =
+      CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return "(unreadable)";
+  std::string bytes;
+  char block[16384];
+  for (DWORD count; ReadFile(file, block, sizeof block, &count, nullptr) && count;)
+    bytes.append(block, count);
+  CloseHandle(file);
+  return bytes;
+}
 
 class State::Collector {
  public:
@@ -209,7 +222,7 @@ class State::Collector {
     return MsiGetProductInfoW(product, property, value, &length) == ERROR_SUCCESS ? FromWide(value) : "";
   }
 
-  void Add(const std::string& name, const std::string& value) { entries_[name] = {value, " = " + value}; }
+  void Add(const std::string& name, const std::string& value) { entries_[name] = {value, " = " + value, ""}; }
 
   void AddFile(const std::wstring& path, const WIN32_FIND_DATAW& found) {
     for (const wchar_t* foreign : kForeignFolders) {
@@ -225,7 +238,8 @@ class State::Collector {
       // Where entries are inherited, a list depends on its folder and on the machine's accounts.
       const bool isShown = scope_ == Scope::kWhole && access != (isFolder ? usualFolder_ : usualFile_);
       if (isShown) entry.shown = " = " + access;
-      entry.value = access + (isFolder ? "" : Hash(Content(path)));
+      if (!isFolder) entry.content = Hash(ContentOf(path));
+      entry.value = access + entry.content;
     }
     entries_[FromWide(path) + (isFolder ? "\\" : "")] = entry;
     if (isFolder && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) AddFiles(path);
@@ -236,19 +250,6 @@ class State::Collector {
     const FILETIME& time = found.ftLastWriteTime;
     return std::to_string(found.nFileSizeLow) + "/" + std::to_string(time.dwHighDateTime) + "/" +
            std::to_string(time.dwLowDateTime);
-  }
-
-  static std::string Content(const std::wstring& path) {
-    HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                    nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return "unreadable";
-    std::string bytes;
-    char block[16384];
-    for (DWORD count; ReadFile(file, block, sizeof block, &count, nullptr) && count;)
-      bytes.append(block, count);
-    CloseHandle(file);
-    return bytes;
   }
 
   // Closes the key.
@@ -326,7 +327,7 @@ State State::Now(const Names& names, Scope scope) {
   return state;
 }
 
-std::vector<std::string> State::Since(const State& before) const {
+std::vector<std::string> State::Since(const State& before, Shown shown) const {
   std::vector<std::string> lines;
   std::string gone;
   auto older = before.entries_.begin();
@@ -336,12 +337,16 @@ std::vector<std::string> State::Since(const State& before) const {
     lines.push_back("- " + name);
     gone = name.back() == '\\' ? name : "";
   };
+  auto text = [&](const Entry& entry) {
+    const bool hasContent = shown == Shown::kContents && !entry.content.empty();
+    return entry.shown + (hasContent ? " = " + entry.content : "");
+  };
   for (const auto& [name, entry] : entries_) {
     while (older != before.entries_.end() && older->first < name) lose();
     if (older == before.entries_.end() || older->first != name) {
-      lines.push_back("+ " + name + entry.shown);
+      lines.push_back("+ " + name + text(entry));
     } else if (older++->second.value != entry.value) {
-      lines.push_back("~ " + name + entry.shown);
+      lines.push_back("~ " + name + text(entry));
     }
   }
   while (older != before.entries_.end()) lose();

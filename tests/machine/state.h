@@ -32,6 +32,15 @@ enum class Scope {
 /// Texts that are shown as other ones, such as product codes as names: each (text, shown).
 using Names = std::vector<std::pair<std::string, std::string>>;
 
+/// What State::Since shows of a file: only its name, or its size and hash too.
+enum class Shown { kNames, kContents };
+
+/// Returns the size of `bytes`, "/", and their hash (FNV-1a, 64 bits), in decimal digits.
+std::string Hash(const std::string& bytes);
+
+/// Returns the bytes of a file, also of one that is in use; "(unreadable)" if it cannot be opened.
+std::string ContentOf(const std::wstring& path);
+
 /// The state of the machine at one moment: each file and folder of drive C: with its content, and with its
 /// access list if that is unusual (in the Windows folder, only with size and time); each value and key of the
 /// registry that an installation can reach; each service's state; each product that the engine knows. On a
@@ -47,13 +56,15 @@ class State {
 
   /// Returns the changes since `before`, ordered by name: "+ NAME" is new, "- NAME" is gone, "~ NAME" has
   /// changed. Folders and keys end in a backslash; the content of deleted ones is not listed. A new or
-  /// changed name is followed by " = " and its value, except a file's content.
-  std::vector<std::string> Since(const State& before) const;
+  /// changed name is followed by " = " and its value. The content of a file is left out, or shown as Hash
+  /// does; that of a file in the Windows folder is always left out.
+  std::vector<std::string> Since(const State& before, Shown shown = Shown::kNames) const;
 
  private:
   struct Entry {
-    std::string value;  ///< what is compared
-    std::string shown;  ///< the shown part, after " = "; empty if nothing is shown
+    std::string value;    ///< what is compared
+    std::string shown;    ///< the shown part, after " = "; empty if nothing is shown
+    std::string content;  ///< the hash of a file, which is shown only if it is asked for
   };
   class Collector;
 
