@@ -21,6 +21,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . tools/acceptance/commands.sh
 # shellcheck source=tools/fuzz/commands.sh
 . tools/fuzz/commands.sh
+# shellcheck source=tools/lives/commands.sh
+. tools/lives/commands.sh
 
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
@@ -28,7 +30,7 @@ levels=(images unit actions install)
 otherLevels=(tools packages page acceptance corpus)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
-commands=(setup build package check-package try test coverage mutants acceptance check run explain bench fuzz dist lint clean help)
+commands=(setup build package check-package try test coverage mutants acceptance lives check run explain bench fuzz dist lint clean help)
 declare -A optionsOf=([test]=--only [explain]="--summary --mask" [dist]=--verify [clean]=--cache [bench]=--write
   [package]="--processor --define --out" [coverage]="--processor --lines --suites" [mutants]=--survivors
   [acceptance]="--processor --try" [fuzz]="--planted --merge --input")
@@ -54,6 +56,7 @@ usage: ./hx COMMAND
        --survivors        run only those again that survived
   acceptance              make archives that run the tests on another Windows; --processor arm64 or x64
        --try              run them in the Windows here, too
+  lives [N] [N] [SEED]    take random steps in the lives of packages, and kill the engine in upgrades (50 orders, 20 kills)
   check                   check the files, in seconds: sources, pages, fragments, and the libraries if they are built
   run                     install a client and upgrade a server on the ARM64 Windows, and show what happened
   explain LOG...          say what happened in logs of Windows Installer, as docs/explain.html does

@@ -11,7 +11,7 @@ from pathlib import Path
 from support import TOOLS
 
 ROOT = TOOLS.parent
-COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "mutants", "acceptance", "check", "run",
+COMMANDS = ["setup", "build", "package", "check-package", "try", "test", "coverage", "mutants", "acceptance", "lives", "check", "run",
             "explain", "bench", "fuzz", "dist", "lint", "clean", "help"]
 
 
@@ -132,6 +132,17 @@ class CommandLineTest(unittest.TestCase):
             with self.subTest(arguments):
                 self.assert_refused(arguments, text)
 
+    def test_lives(self):
+        for arguments, text in (
+                (["many"], "lives takes the number of orders first, such as 50 or 17-17, not 'many'."),
+                (["1-2-3"], "lives takes the number of orders first, such as 50 or 17-17, not '1-2-3'."),
+                (["5", "few"], "lives takes the number of kills after that of the orders, such as 20 or 3-3, not 'few'."),
+                (["5", "2", "x"], "the seed of lives is a number of at most nine digits, not 'x'."),
+                (["5", "2", "1", "9"], "lives does not take '9'. ./hx lives --help lists what it takes."),
+                (["--seed"], "lives does not take the option '--seed'. ./hx lives --help lists what it takes.")):
+            with self.subTest(arguments):
+                self.assert_refused(["lives", *arguments], text)
+
     def test_processor(self):
         for arguments in (["--only"], ["--only", "arm"], ["--only", "unit"]):
             with self.subTest(arguments):
@@ -243,7 +254,7 @@ class RightCommandsTest(unittest.TestCase):
             for words in (["setup"], ["build"], ["test"], ["test", "unit"], ["test", "unit", "Path*"],
                           ["test", "--only", "x64"], ["test", "unit", "Path*", "--only", "arm64"], ["check"], ["run"], ["bench"],
                           ["coverage"], ["mutants"], ["mutants", "5", "77", "--survivors"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
-                          ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["dist", "--verify"], ["lint"],
+                          ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["lives"], ["lives", "3"], ["lives", "17-17", "0", "42"], ["dist", "--verify"], ["lint"],
                           ["test", "acceptance"], ["acceptance"], ["acceptance", "--try", "--processor", "arm64"],
                           ["test", "packages"], ["test", "corpus"], ["fuzz"], ["fuzz", "20"], ["fuzz", "paths"],
                           ["fuzz", "paths", "20", "--merge"], ["fuzz", "20", "raw-formats"], ["fuzz", "--planted", "dates"],
