@@ -34,6 +34,8 @@ from windows.windows_session import Ended, Windows
 # The seconds that an order, or a kill with its second attempt, may take.
 TIME_LIMIT = 400
 SEEDS = 1_000_000
+# A kill that comes after the end of the upgrade is tried again: at which share of the time, and how often in all.
+EARLIER, ATTEMPTS = 0.7, 4
 RANGE = re.compile(r"(\d+)-(\d+)")
 # What looks like the password of a service's account: five groups of four characters. No log that is kept has one.
 PASSWORD = re.compile(rb"(?:[A-Va-v0-9!=$\-+.,~^_]\0?[A-D]\0?A\0?A\0?){5}")
@@ -135,6 +137,18 @@ def measure(rig, place):
     return [int(word) for word in times]
 
 
+def kill(rig, place, seed, moment, name):
+    """Kills an upgrade and tries it again. If the upgrade ends before the kill, begins again with an earlier moment. Returns
+    the output, and whether the upgrade was killed."""
+    for _ in range(ATTEMPTS):
+        lines = rig.run(kills.killing(place, random.Random(seed), rig.codes, moment), name)
+        said, _ = kills.parse(lines)
+        if said.get(("kill", "killed"), [""])[0] != "ended":
+            break
+        moment = int(moment[0] * EARLIER), moment[1]
+    return lines, said.get(("kill", "killed"), [""])[0] == "killed"
+
+
 def run_kills(rig, seed, numbers):
     """Runs the kills. Returns how many went wrong."""
     times, phases, losses = {}, Counter(), 0
@@ -145,9 +159,7 @@ def run_kills(rig, seed, numbers):
         chance = kills.random_of(seed, number)
         moment = kills.moment(chance, number, times[place])
         name = f"kill-{number:03}"
-        lines = rig.run(kills.killing(place, chance, rig.codes, moment), name)
-        said, _ = kills.parse(lines)
-        was_killed = said.get(("kill", "killed"), [""])[0] == "killed"
+        lines, was_killed = kill(rig, place, chance.random(), moment, name)
         phase = kills.phase_of(log_text(rig.logs / name / "killed.log")) if was_killed else "after the end"
         wrong = kills.judge(place, lines)
         phases[phase] += 1

@@ -323,6 +323,20 @@ class CommandTest(unittest.TestCase):
         self.assertIn("InstallFiles: WRONG\n    after another attempt the data folder is not whole", printed)
         self.assertIn("2 kills, 1 with a loss\n     2 InstallFiles\n", printed)
 
+    def test_a_kill_that_comes_too_late_comes_earlier(self):
+        test, delays = KillsTest(), []
+
+        def outputs(instructions, name):
+            if name == "measured":
+                return ["watch measured 0 1000 3000 4000"]
+            delays.append(int(next(line for line in instructions if line.startswith("kill\t")).split("\t")[2]))
+            lines = test.output(test.DATA, {}, test.NEW)
+            return lines if len(delays) == 3 else ["kill killed ended 0", *lines[1:]]
+        status, printed, _ = self.run_main("0", "19-19", "9", outputs=outputs)
+        self.assertEqual((status, len(delays)), (0, 3))
+        self.assertEqual(delays[1:], [int(delay * lives.EARLIER) for delay in delays[:2]])
+        self.assertIn("1 kills, 0 with a loss\n     1 before the first action\n", printed)
+
     def test_an_upgrade_that_fails_without_a_kill(self):
         status, _, errors = self.run_main("0", "1", "9", outputs=lambda *_: ["watch measured 1603 -1 -1 400"])
         self.assertEqual((status, errors), (1, "hx: the upgrade with the data outside fails without a kill, with 1603: "
