@@ -97,7 +97,7 @@ def run_orders(rig, seed, numbers):
         lines = rig.run(orders.instructions(steps, rig.codes, rig.machine()), name)
         wrong, differences = orders.judge(steps, rig.machine(), lines)
         done = steps[:wrong] if wrong else steps
-        kinds.update(f"{product} {kind}" for product, kind, _ in done)
+        kinds.update(meaning for _, meaning in rig.machine().meanings(done))
         states += len(done)
         say(f"order {number}: {', '.join(map(orders.title, done))}: {'DIFFERS' if wrong else 'as the model says'}")
         if not wrong:

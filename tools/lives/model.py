@@ -78,6 +78,15 @@ class Product:
             found += [("fail", "next"), ("cancel", "next")]
         return found
 
+    def meaning(self, kind, version):
+        """What a step is now: the kind, but an installation over this product has a name of its own."""
+        if kind != "install" or not self.registered:
+            return kind
+        if version in self.registered:
+            return "same version again"
+        is_higher = self.versions.index(version) > self.versions.index(self.registered[-1])
+        return "upgrade" if is_higher else "lower version"
+
     def take(self, kind, version):
         """Takes a step. Returns the engine's result."""
         return getattr(self, kind)(version)
@@ -449,6 +458,14 @@ class Machine:
     def take(self, product, kind, version):
         """Takes a step. Returns the engine's result; None if the step is not the engine's."""
         return self.products[product].take(kind, version)
+
+    def meanings(self, steps):
+        """Takes steps. Returns what each of them was: (product, meaning)."""
+        found = []
+        for product, kind, version in steps:
+            found.append((product, self.products[product].meaning(kind, version)))
+            self.take(product, kind, version)
+        return found
 
     def entries(self):
         """What there is besides the machine at the beginning: {name: value}."""

@@ -9,7 +9,7 @@ from lives.packages import CANCELLED, STOP_FOLDER
 # The number of steps of an order: at least, at most.
 LENGTHS = 4, 8
 # How often each kind of step is chosen, compared with the others that can be taken.
-WEIGHTS = {"install": 3, "repair": 1, "remove": 1, "fail": 2, "cancel": 1, "use": 2}
+WEIGHTS = {"install": 6, "repair": 2, "remove": 2, "fail": 2, "cancel": 1, "use": 3}
 # What msiexec is given for each kind of step, after the package.
 ARGUMENTS = {"install": "/i", "repair": "/i", "fail": "/i", "cancel": "/i", "remove": "/x"}
 PACKAGES = {"fail": "fails", "cancel": "cancels"}
@@ -30,7 +30,10 @@ def order_of(seed, number, machine):
     steps = []
     for _ in range(chance.randint(*LENGTHS)):
         choices = machine.steps()
-        step = chance.choices(choices, [WEIGHTS[kind] for _, kind, _ in choices])[0]
+        # First the kind, because a kind with more versions would be taken more often.
+        kinds = sorted({kind for _, kind, _ in choices})
+        taken = chance.choices(kinds, [WEIGHTS[kind] for kind in kinds])[0]
+        step = chance.choice([step for step in choices if step[1] == taken])
         machine.take(*step)
         steps.append(step)
     return steps

@@ -183,6 +183,13 @@ class ModelTest(unittest.TestCase):
             "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs",
             "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs", "service Schedule"]))
 
+    def test_meanings(self):
+        steps = [("client", "install", "first"), ("client", "install", "first"), ("client", "fail", "next"),
+                 ("client", "repair", "first"), ("client", "install", "next"), ("other", "install", "next"),
+                 ("other", "install", "first")]
+        self.assertEqual([meaning for _, meaning in machine().meanings(steps)],
+                         ["install", "same version again", "fail", "repair", "upgrade", "install", "lower version"])
+
     def test_a_lower_version_is_refused_and_an_unknown_one_cannot_be_removed(self):
         model = machine()
         self.assertEqual(model.take("client", "remove", "first"), 1605)
