@@ -389,6 +389,13 @@ class Server(Product):
         self.tree = {name: value for name, value in (self.tree or {}).items() if name not in self.program_names} or None
         self.has_setting = self.has_source = False
 
+    def remove(self, version):
+        source = self.has_source
+        result = super().remove(version)
+        # The version "older" runs no section that takes the source away; a failed installation may have left it.
+        self.has_source = source if version == "older" else self.has_source
+        return result
+
     def fail(self, version):
         before, service = self.tree, self.running
         is_upgrade, account = bool(self.registered), self.account
