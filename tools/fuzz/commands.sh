@@ -24,7 +24,8 @@ that fails is kept in build/fuzz/found. The exit status is 0 if nothing was foun
                   engine       command lines of the copy/move engine, on a made-up disk
                   actions      26 whole actions, on a made-up machine
   SECONDS       the time for each target; 60 if it is not given
-  --planted     prove the targets instead: plant one bug for each, and let the fuzzer find it, without the corpus
+  --planted     prove the targets instead: plant one bug for each, and let the fuzzer find it, without the corpus;
+                keep the input that finds it in fuzz/corpus
   --merge       afterwards add the inputs that reached something new to fuzz/corpus, and leave out what is not needed
   --input FILE  run TARGET once, with this input, and print what happens
 

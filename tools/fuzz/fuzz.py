@@ -62,7 +62,10 @@ def prove_targets(targets, folder):
         own.mkdir()
         result = fuzzing.fuzz(make_image(bug, own), target, own, runs=bug.runs, seed=1)
         row(target, result, f"{bug.what}: {'found' if result.input else 'NOT FOUND'}")
-        failed = failed if result.input else 1
+        if result.input:
+            shutil.copyfile(result.input, fuzzing.CORPUS / target / fuzzing.PLANTED)
+        else:
+            failed = 1
     return failed
 
 

@@ -18,6 +18,9 @@ BUILD = ROOT / "build/x64-fuzz"
 # The targets, in the order of a run of all.
 TARGETS = ("formats", "raw-formats", "locale", "dates", "paths", "wildcards", "engine", "actions")
 
+# The name of the input, in the corpus of a target, that finds the target's planted bug.
+PLANTED = "planted"
+
 # The longest inputs of a target, in bytes.
 LONGEST_INPUT = 4096
 # One run that takes more seconds than this has found something.
@@ -134,8 +137,10 @@ def corpus(target):
 
 
 def replace_corpus(target, folder):
-    """Puts the inputs of a folder in the place of the target's corpus."""
-    shutil.rmtree(CORPUS / target, ignore_errors=True)
-    (CORPUS / target).mkdir(parents=True)
+    """Puts the inputs of a folder in the place of the target's corpus, but keeps the one that finds the planted bug."""
+    for file in corpus(target):
+        if file.name != PLANTED:
+            file.unlink()
+    (CORPUS / target).mkdir(parents=True, exist_ok=True)
     for file in sorted(folder.iterdir()):
         shutil.copyfile(file, CORPUS / target / file.name)

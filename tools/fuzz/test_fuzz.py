@@ -37,6 +37,10 @@ class TargetsTest(unittest.TestCase):
         self.assertEqual(tuple(BUGS), fuzzing.TARGETS)
         self.assertEqual({folder.name for folder in fuzzing.CORPUS.iterdir()}, set(fuzzing.TARGETS))
 
+    def test_each_corpus_has_the_input_of_its_bug(self):
+        for target in fuzzing.TARGETS:
+            self.assertIn(fuzzing.PLANTED, [file.name for file in fuzzing.corpus(target)])
+
     def test_words_belong_to_a_target(self):
         for file in fuzzing.WORDS.iterdir():
             self.assertIn(file.stem, fuzzing.TARGETS)
@@ -125,6 +129,10 @@ class CorpusTest(unittest.TestCase):
                 self.assertEqual(fuzzing.corpus("paths"), [])
                 fuzzing.replace_corpus("dates", folder / "new")
                 self.assertEqual([file.read_bytes() for file in fuzzing.corpus("dates")], [b"\r\n\0"])
+                # It finds the bug, but reaches nothing that another input does not reach.
+                (folder / "corpus/dates/planted").write_bytes(b"bug")
+                fuzzing.replace_corpus("dates", folder / "new")
+                self.assertEqual([file.read_bytes() for file in fuzzing.corpus("dates")], [b"\r\n\0", b"bug"])
 
 
 if __name__ == "__main__":
