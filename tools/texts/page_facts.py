@@ -120,7 +120,7 @@ WORDS = re.compile(r"[A-Za-z]+(?: [A-Za-z()]+)+[^\\.]*")
 def project_text(root):
     """The texts of the project's files except the pages, those without the tests' files, and the names of all files."""
     parts, sources, names = [], [], set()
-    folders = ("src", "packages", "tests", "tools", "cmake", "bench", "hxrun", "docs", "explain", ".ci")
+    folders = ("src", "packages", "tests", "tools", "cmake", "bench", "hxrun", "fuzz", "docs", "explain", ".ci")
     files = [file for folder in folders for file in sorted((root / folder).rglob("*"))] + sorted(root.glob("*"))
     for file in files:
         if not file.is_file() or "__pycache__" in file.parts:
