@@ -184,7 +184,8 @@ hx_library(hxsetup OBJECTS runtime objects ${coverageParts} INPUTS ${versionReso
 add_dependencies(hxsetup version)
 hx_library(hxinternals OBJECTS runtime objects ${coverageParts})
 target_link_options(hxinternals PRIVATE -Wl,--export-all-symbols)
-if(HX_CHECKED)
+# Only on x64: loading takes longer, which costs much under emulation, and the constants are the same.
+if(HX_CHECKED AND HX_PROCESSOR STREQUAL "x64")
   hx_guard_constants(hxsetup)
   hx_guard_constants(hxinternals)
 endif()

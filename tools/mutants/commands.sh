@@ -17,7 +17,7 @@ neither a survivor without an entry nor an entry without its line.
 
   --survivors  runs only those again that survived the last run of this SEED, for example after a new test
 
-Measures at first for about six minutes what the tests run, and takes about 20 seconds for each change. Each result is kept in
+Measures at first for some minutes what the tests run, and then takes some seconds for each change. Each result is kept in
 build/mutants at once: a run that was interrupted continues if neither src/ nor the tests have changed. The report is
 build/mutants/report.txt.
 HELP
