@@ -97,10 +97,9 @@ std::string Copies(const Call& call) {
 }
 
 bool OpensForWriting(const Call& call) {
-  const auto access = static_cast<DWORD>(call.words[1]);
   const auto disposition = static_cast<DWORD>(call.words[4]);
-  constexpr DWORD kWrites = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA | FILE_APPEND_DATA | DELETE;
-  return disposition != OPEN_EXISTING && (disposition != OPEN_ALWAYS || (access & kWrites) != 0);
+  const auto flags = static_cast<DWORD>(call.words[5]);
+  return disposition != OPEN_EXISTING || (flags & FILE_FLAG_DELETE_ON_CLOSE) != 0;
 }
 
 void FillWritten(const Call& call) {

@@ -132,9 +132,15 @@ bool IsOption(const std::string& word) {
   return std::find(names.begin(), names.end(), word) != names.end();
 }
 
+// Returns what a message shows of a word that is not known: not the value that may come after a name, because
+// it may be a password.
+std::string WithoutValue(const std::string& word) {
+  return word.substr(0, word.find_first_of("=:"));
+}
+
 [[noreturn]] void UnknownOption(const std::string& word) {
-  throw UsageError("there is no option '" + word + "'." + NearestHint(word, OptionNames()) +
-                   " hxrun --help lists the options.");
+  throw UsageError("there is no option '" + WithoutValue(word) + "'." +
+                   NearestHint(WithoutValue(word), OptionNames()) + " hxrun --help lists the options.");
 }
 
 // Refuses a word that nobody can place and that comes after a password: it may be the rest of a password with
@@ -184,7 +190,8 @@ void TakeAction(Options& options, const std::string& word) {
   const bool isKnown = FindEntryPoint(entryPoint) != nullptr;
   if (!isKnown) CheckNotOfPassword(options);
   if (!options.action.empty()) {
-    throw UsageError("'" + word + "' is one action too many: hxrun runs one, here " + options.action +
+    throw UsageError("'" + WithoutValue(word) + "' is one action too many: hxrun runs one, here " +
+                     options.action +
                      ". A property is given as NAME=VALUE, or NAME=\"VALUE\" if the value has blanks.");
   }
   options.action = word;
@@ -192,8 +199,8 @@ void TakeAction(Options& options, const std::string& word) {
   if (isKnown) return;
   std::vector<std::string> names;
   for (const EntryPoint& entry : EntryPoints()) names.emplace_back(entry.name);
-  throw UsageError("there is no entry point '" + entryPoint + "'." + NearestHint(entryPoint, names) +
-                   " hxrun --list lists them.");
+  throw UsageError("there is no entry point '" + WithoutValue(entryPoint) + "'." +
+                   NearestHint(entryPoint, names) + " hxrun --list lists them.");
 }
 
 // Refuses a session that the installer never makes for this entry point.

@@ -10,6 +10,12 @@
 namespace hxrun {
 namespace {
 
+// Answers a call as it would fail.
+uint64_t Fail(const Outlook& outlook) {
+  if (outlook.setsLastError) SetLastError(outlook.error);
+  return outlook.result;
+}
+
 template <class T>
 T Pointer(uint64_t word) {
   return reinterpret_cast<T>(static_cast<uintptr_t>(word));
@@ -125,8 +131,7 @@ uint64_t RunWatcher::Change(const rig::Declaration& declaration, const Row& row,
   switch (outlook.kind) {
     case Outlook::Kind::kFails:
       AddToList(row, call, outlook.error);
-      if (outlook.setsLastError) SetLastError(outlook.error);
-      return outlook.result;
+      return Fail(outlook);
     case Outlook::Kind::kUnknown:
       if (outlook.change != Changes::kNone) EndAsking(declaration.Name(), outlook.change);
       AddToList(row, call, std::nullopt);
@@ -165,8 +170,10 @@ std::optional<uint64_t> RunWatcher::Instead(const rig::Declaration& declaration,
   const bool isChange = row->effect == Effect::kChanges && (row->isChange == nullptr || row->isChange(call));
   if (rule_ == ChangeRule::kRecord) return InDryRun(declaration, *row, call, isChange);
   if (isChange && rule_ != ChangeRule::kAllow) {
-    // A call that fails changes nothing.
-    if (row->look(call).kind == Outlook::Kind::kFails) return std::nullopt;
+    // Nothing is asked for a call that would fail, and it is not made either: the machine may have changed
+    // after the look.
+    const Outlook outlook = row->look(call);
+    if (outlook.kind == Outlook::Kind::kFails) return Fail(outlook);
     AskFor(row->describe(call));
   }
   return std::nullopt;

@@ -80,6 +80,15 @@ TEST(HxRunUsageTest, EachMistakeIsNamedWithWhatToDo) {
        "'you' is one action too many: hxrun runs one, here CustomAction6. A property is given as NAME=VALUE, "
        "or "
        "NAME=\"VALUE\" if the value has blanks."},
+      // The value after a name that is written wrongly may be a password.
+      {L"CustomAction6 /PROP_TASKPASS=secret",
+       "there is no option '/PROP_TASKPASS'. hxrun --help lists the options."},
+      {L"CustomAction6 PROP_TASKPASS:secret",
+       "'PROP_TASKPASS' is one action too many: hxrun runs one, here CustomAction6. A property is given as "
+       "NAME=VALUE, "
+       "or NAME=\"VALUE\" if the value has blanks."},
+      {L"PROP_TASKPASS:secret CustomAction6",
+       "there is no entry point 'PROP_TASKPASS'. hxrun --list lists them."},
       // The rest of a password with a blank is not shown.
       {L"CustomAction6 PROP_TASKPASS=my secret",
        "a word after PROP_TASKPASS is neither an option nor an entry point nor NAME=VALUE. If the value has "
