@@ -143,7 +143,10 @@ std::string DescribeMachine() {
   // The engine leaves the maker's folder empty.
   for (const std::string& name : Names(Environment(L"ProgramW6432") + L"\\Halvorstead"))
     text += "program folder " + name + "\n";
-  for (const std::string& name : Names(L"C:")) text += "folder " + name + "\n";
+  for (const std::string& name : Names(L"C:")) {
+    // The engine's own: it keeps files that were in use there until the machine restarts.
+    if (_stricmp(name.c_str(), "Config.Msi") != 0) text += "folder " + name + "\n";
+  }
   if (FileExists(InstalledFile())) text += "file " + FromWide(InstalledFile()) + "\n";
   if (FileExists(SettingsFile())) text += "file " + FromWide(SettingsFile()) + "\n";
   if (KeyExists(HKEY_CURRENT_USER, kUserKeyAbove)) text += std::string("key ") + kUserKeyAbove + "\n";
@@ -599,7 +602,9 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   InstallerRun run;
   run.name = name;
   std::wstring log = Environment(L"HX_ARTIFACTS") + L"\\" + ToWide(name) + L".log";
-  const std::wstring command = L"msiexec.exe " + arguments + L" /l*v \"" + log + L"\"";
+  // Without a user interface Windows would restart itself if a file is in use.
+  const wchar_t* restart = ThisEngine() == Engine::kWindows ? L" /norestart" : L"";
+  const std::wstring command = L"msiexec.exe " + arguments + restart + L" /l*v \"" + log + L"\"";
   machine::WaitForDeletedServices(kInstallerTimeLimit);
   bool isDone = false;
   for (int attempt = 0; !isDone && attempt < kStartAttempts; ++attempt) isDone = RunOnce(command, log, run);

@@ -48,6 +48,7 @@ const char* const kForeignKeys[] = {
 };
 
 constexpr wchar_t kWindowsFolder[] = L"C:\\windows\\";
+constexpr wchar_t kTaskFiles[] = L"C:\\windows\\system32\\tasks\\";
 
 constexpr char kUninstallKeys[] = "\\CurrentVersion\\Uninstall\\";
 // The values that a package writes into its entry in the list of installed programs; the engine writes twenty
@@ -136,8 +137,10 @@ class State::Collector {
     HANDLE search = FindFirstFileW(L"C:\\*", &found);
     if (search != INVALID_HANDLE_VALUE) {
       do {
+        // The engine keeps files that were in use in Config.Msi until the machine restarts.
         const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
-        if (isFolder) entries_[FromWide(std::wstring(L"C:\\") + found.cFileName) + "\\"] = {};
+        if (isFolder && _wcsicmp(found.cFileName, L"Config.Msi") != 0)
+          entries_[FromWide(std::wstring(L"C:\\") + found.cFileName) + "\\"] = {};
       } while (FindNextFileW(search, &found));
       FindClose(search);
     }
@@ -231,8 +234,9 @@ class State::Collector {
     const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
     Entry entry;
     if (path.rfind(kWindowsFolder, 0) == 0) {
-      // A thousand files of the system, which take seconds to open.
-      if (!isFolder) entry.value = Stamp(found);
+      // A thousand files of the system, which take seconds to open. Each run writes the files of tasks again.
+      const bool isTask = scope_ == Scope::kPlaces && path.rfind(kTaskFiles, 0) == 0;
+      if (!isFolder && !isTask) entry.value = Stamp(found);
     } else {
       const std::string access = AccessTo(path);
       // Where entries are inherited, a list depends on its folder and on the machine's accounts.

@@ -33,6 +33,7 @@ goto words
 :report
 if "%~2"=="" echo accept.cmd: /report needs a new folder.& exit /b 2
 set "hxReport=%~f2"
+if "%hxReport:~-1%"=="\" set "hxReport=%hxReport:~0,-1%"
 shift
 shift
 goto words
@@ -77,7 +78,13 @@ set "hxCode=%ERRORLEVEL%"
 if "%hxCode%"=="0" goto ready
 rmdir "%hxTemp%" >nul 2>nul
 if "%hxCode%"=="2" echo Nothing was run and nothing was changed.& exit /b 2
+if "%hxMachine%"=="ARM64" if "%hxProcessor%"=="x64" goto notemulated
 echo   refused: bin\accept.exe cannot be started: extract the archive again, into an empty folder.
+echo   If Windows says that it blocked the program: turn off Smart App Control, or let the policy allow this folder.
+exit /b 2
+
+:notemulated
+echo   refused: this Windows does not run x64 programs on ARM64: use the archive for arm64, or Windows 11.
 exit /b 2
 
 :hash

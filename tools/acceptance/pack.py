@@ -46,7 +46,8 @@ def script_for(template, version, processor, program):
 
 def read_me(version, processor):
     return (f"hxsetup {version}, tests for {processor}\n\n"
-            "Start accept.cmd in a Command Prompt with administrator's rights, on a Windows that you can reset.\n"
+            "Start accept.cmd in a Command Prompt with administrator's rights, on a Windows that you can reset. Do not start\n"
+            "it by a double click: the window would close with its answer.\n"
             "accept.cmd /help describes it. The first line of report\\report.txt is the verdict.\n"
             "If it is not \"passed\", send back the whole folder of the report, as a zip.\n")
 
