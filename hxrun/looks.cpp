@@ -119,6 +119,17 @@ std::vector<std::wstring> EntriesOf(const std::wstring& folder) {
   return names;
 }
 
+// True if there is a link to a folder: deleting it leaves what is in that folder.
+bool IsFolderLink(const Entry& found, const std::wstring& path) {
+  if (!found.isReal || (found.attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
+  WIN32_FIND_DATAW entry;
+  HANDLE search = FindFirstFileW(path.c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return false;
+  FindClose(search);
+  // A system that does not report tags leaves the field 0.
+  return entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0);
+}
+
 // True if the folder has an entry after the recorded changes.
 bool HasEntries(const Call& call, const std::wstring& path, bool isReal) {
   size_t change = Changes::kNone;
@@ -298,7 +309,8 @@ Outlook LookAtFolderToDelete(const Call& call) {
   if (!folder.IsFolder()) return WouldLeave(ERROR_DIRECTORY);
   if (folder.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
   if (const DWORD held = HeldError(folder, path, DELETE)) return WouldLeave(held);
-  return WouldLeave(HasEntries(call, path, folder.isReal) ? ERROR_DIR_NOT_EMPTY : ERROR_SUCCESS);
+  const bool isFull = !IsFolderLink(folder, path) && HasEntries(call, path, folder.isReal);
+  return WouldLeave(isFull ? ERROR_DIR_NOT_EMPTY : ERROR_SUCCESS);
 }
 
 Outlook LookAtFileToDelete(const Call& call) {

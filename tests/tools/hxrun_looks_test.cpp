@@ -11,6 +11,7 @@
 #include "hxrun/effects.h"
 #include "hxrun/run.h"
 #include "install/agent_scheduler.h"
+#include "install/server_rig.h"
 #include "rig/com.h"
 #include "rig/directory_interfaces.h"
 #include "rig/function.h"
@@ -152,6 +153,14 @@ TEST_F(HxRunLooksTest, AFolderIsDeletedOnlyIfItIsEmptyThen) {
   ExpectFailure(remove(L"new"), ERROR_DIR_NOT_EMPTY, "delete the folder C:\\hxrun-looks\\new");
   ExpectChange(erase(L"new\\x"), "delete C:\\hxrun-looks\\new\\x");
   ExpectChange(remove(L"new"), "delete the folder C:\\hxrun-looks\\new");
+}
+
+// Only the link is deleted.
+TEST_F(HxRunLooksTest, ALinkToAFullFolderIsDeleted) {
+  install::MakeLink(kPlace + L"link", kPlace + L"A");
+  ExpectChange(Call<&::RemoveDirectoryW>(In(L"link").c_str()), "delete the folder C:\\hxrun-looks\\link");
+  EXPECT_TRUE(RemoveDirectoryW(In(L"link").c_str()));
+  EXPECT_EQ(ReadBytes(In(L"A\\f.txt")), "one");
 }
 
 TEST_F(HxRunLooksTest, AFileIsDeletedOnce) {
