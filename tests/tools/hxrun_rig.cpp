@@ -52,6 +52,9 @@ std::wstring TemporaryFile(const wchar_t* name) {
 
 }  // namespace
 
+// How often hxrun is started before a test gives up.
+constexpr int kStartAttempts = 3;
+
 const wchar_t kRunFolder[] = L"C:\\hxrun";
 
 void LayDownHxRun() {
@@ -74,8 +77,12 @@ HxRun RunHxRun(const std::wstring& arguments) {
   startup.hStdError = errors;
   PROCESS_INFORMATION process = {};
   std::wstring line = L"\"" + std::wstring(kRunFolder) + L"\\hxrun.exe\" " + arguments;
-  const BOOL isStarted = CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, kRunFolder,
-                                        &startup, &process);
+  // Under emulation a process sometimes dies before its first instruction.
+  BOOL isStarted = FALSE;
+  for (int attempt = 0; !isStarted && attempt < kStartAttempts; ++attempt) {
+    isStarted = CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, kRunFolder, &startup,
+                               &process);
+  }
   CloseHandle(output);
   CloseHandle(errors);
   if (!isStarted) throw std::runtime_error("hxrun cannot be started");
