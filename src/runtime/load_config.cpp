@@ -7,8 +7,8 @@
 extern "C" {
 
 // Defined by the linker: the table of functions that may be called through a pointer and the table of imports
-// whose addresses are taken, their numbers of entries, and the flags of the image. Counts and flags are absolute
-// symbols: their address is their value.
+// whose addresses are taken, their numbers of entries, and the flags of the image. Counts and flags are
+// absolute symbols: their address is their value.
 extern char __guard_fids_table[];
 extern char __guard_fids_count[];
 extern char __guard_iat_table[];
