@@ -43,7 +43,7 @@ bool IsThisComputer(const wchar_t* domain) {
 }
 
 // Finds the computer that looks up accounts of `domain`, whose name has `length` bytes, not 0. Leaves
-// `controller` empty if that is this computer. Returns false if there is none.
+// `controller` empty if that is this computer. Returns false if none is found.
 bool FindAuthority(const char* domain, int length, NetworkName* controller) {
   HeapStringW name(Utf8ToWide(domain, length));
   if (!name) return false;

@@ -43,7 +43,7 @@ struct InstallerRun {
   /// Returns the log's lines that contain `mark`, whole and in order.
   std::vector<std::string> LinesWith(const std::string& mark) const;
   /// Returns the lines that the library wrote. Where the engine runs tasks, they have started agents that no
-  /// test counts: there "0 agent(s) stopped" stands for every number.
+  /// test counts: there "0 agent(s) stopped" means any number.
   std::vector<std::string> SetupLines() const;
   /// Returns the lines that say that an action failed.
   std::vector<std::string> FailuresOf(const std::string& action) const;

@@ -78,7 +78,7 @@ std::vector<DWORD> ProcessesOf(const wchar_t* name) {
 }
 
 // Ends every process of the engine: that which the command line started, its service, and those that run
-// actions. Again until there is none, because one may start another meanwhile.
+// actions. Repeats until none is left, because one may start another meanwhile.
 void KillEngine() {
   for (std::vector<DWORD> found; !(found = ProcessesOf(L"msiexec.exe")).empty();) {
     for (DWORD id : found) {
