@@ -36,13 +36,21 @@ Secret::~Secret() {
 }
 
 std::string Secret::Masked(std::string text) {
-  for (const auto& [secret, by] : Kept()) {
-    for (size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at)) {
-      text.replace(at, secret.size(), by);
-      at += by.size();
-    }
+  // The mark replaces itself, so that a text that is masked twice stays the same.
+  const Replacement mark{kSecretMark, kSecretMark};
+  std::string masked;
+  for (size_t at = 0; at < text.size();) {
+    const Replacement* longest = nullptr;
+    const auto take = [&](const Replacement& one) {
+      if (longest != nullptr && one.text.size() <= longest->text.size()) return;
+      if (!one.text.empty() && text.compare(at, one.text.size(), one.text) == 0) longest = &one;
+    };
+    take(mark);
+    for (const Replacement& one : Kept()) take(one);
+    masked += longest == nullptr ? text.substr(at, 1) : longest->by;
+    at += longest == nullptr ? 1 : longest->text.size();
   }
-  return text;
+  return masked;
 }
 
 }  // namespace rig

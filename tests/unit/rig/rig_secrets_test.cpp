@@ -1,5 +1,5 @@
-// Searching what an action leaves in memory: a secret is found on its stack, and in the heap blocks that it
-// freed or reallocated.
+// Hiding secrets, and searching what an action leaves in memory: a secret is found on its stack, and in the
+// heap blocks that it freed or reallocated.
 
 #include "rig/secrets.h"
 
@@ -59,6 +59,38 @@ TEST_F(RigTest, AnActionThatFailsIsReported) {
   rig::FailureCapture capture;
   rig::RunAndSearch([] { return 1603u; }, Finder("a text that nobody writes"));
   EXPECT_EQ(capture.Texts(), Texts{"the action returned 1603"});
+}
+
+// A line is masked by each part of the rig that it passes.
+TEST_F(RigTest, AMaskedTextStaysTheSame) {
+  const auto mask = [](const std::string& text) {
+    const std::string masked = rig::Secret::Masked(text);
+    EXPECT_EQ(rig::Secret::Masked(masked), masked);
+    return masked;
+  };
+  {
+    const rig::Secret one("password");
+    EXPECT_EQ(mask("my password, password"), "my <password>, <password>");
+    EXPECT_EQ(mask("<password>"), "<password>");
+    const rig::Secret two("<pass"), three("word>");
+    EXPECT_EQ(mask("a <pass, a word> and passwords"), "a <password>, a <password> and <password>s");
+  }
+  {
+    // A secret can have the mark in it.
+    const rig::Secret one("<password>!"), two("x<password>");
+    EXPECT_EQ(mask("<password>! x<password> <password>"), "<password> <password> <password>");
+  }
+  {
+    // The longest one counts, in any order.
+    const rig::Secret one("secret"), two("secret-1"), three("-1-");
+    EXPECT_EQ(mask("secret-1-secret secret-1"), "<password>-<password> <password>");
+  }
+  {
+    const rig::Secret one("e", rig::Secret::Where::kWholeValue);
+    const rig::Secret two("<password>", rig::Secret::Where::kWholeValue);
+    EXPECT_EQ(mask("the \"e\" and \"<password>\""), "the \"<password>\" and \"<password>\"");
+  }
+  EXPECT_EQ(mask("password"), "password");
 }
 
 }  // namespace rig_test
