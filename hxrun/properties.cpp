@@ -351,6 +351,16 @@ void NoteTaken(const Log& log, const std::vector<Item>& items, const std::string
   notes.push_back(note);
 }
 
+// Says how to choose one of several actions, by their names. The command line takes only those names that
+// begin with the entry point's; of the others it takes the data.
+std::string HowToChoose(const std::map<std::string, std::string>& found, const std::string& entryPoint) {
+  std::set<std::string> taken, others;
+  for (const auto& [name, value] : found) (StartsWith(name, entryPoint + ".") ? taken : others).insert(name);
+  if (taken.empty()) return ": " + Listed(others) + ". Give the data of one of them with --data.";
+  const std::string names = ". Name one of them: " + Listed(taken) + ".";
+  return others.empty() ? names : names + " For another, give the data with --data: " + Listed(others) + ".";
+}
+
 // Finds the data of a deferred action: what the log shows as scheduled or, in the log of an engine that does
 // not show it, the property with the action's name.
 std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& scheduled,
@@ -365,11 +375,8 @@ std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& 
   }
   auto taken = found.find(action);
   if (taken == found.end() && found.size() > 1) {
-    std::string names;
-    for (const auto& [name, value] : found) names += (names.empty() ? "" : ", ") + name;
-    throw UsageError(
-        file + " has the data of more than one action with this entry point. Name one of them: " + names +
-        ".");
+    throw UsageError(file + " has the data of more than one action with this entry point" +
+                     HowToChoose(found, action));
   }
   if (taken == found.end()) taken = found.begin();
   if (taken == found.end()) return std::nullopt;
@@ -381,6 +388,16 @@ std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& 
     throw UsageError(file + " hides the CustomActionData of " + action + ": give it with --data.");
   }
   return taken->second;
+}
+
+// Notes what the log does not say of the values.
+void NoteSource(const Log& log, size_t installation, const std::string& file,
+                std::vector<std::string>& notes) {
+  if (log.changes.empty()) {
+    notes.push_back(file + " does not say when properties changed: the values are those of its end");
+  } else if (!log.installations[installation].atEnd) {
+    notes.push_back(file + " has no list of properties at its end: only those that changed are known");
+  }
 }
 
 }  // namespace
@@ -449,15 +466,13 @@ LoggedAction ReadLog(const std::vector<std::string>& lines, const std::string& a
   if (isDeferred) {
     found.data = DataOf(log, scheduled, found.values, action, file, found.notes);
     if (!found.data) throw UsageError(file + " does not show the CustomActionData of " + action + ".");
-  } else {
-    NoteTaken(log, places, "runs of " + action, file, found.notes);
-    if (log.changes.empty()) {
-      found.notes.push_back(file + " does not say when properties changed: the values are those of its end");
-    } else if (!log.installations[installation].atEnd) {
-      found.notes.push_back(file +
-                            " has no list of properties at its end: only those that changed are known");
-    }
   }
+  const bool isFromList = isDeferred && scheduled.empty();
+  if (!isDeferred || (isFromList && ProductsOf(log, places).size() > 1)) {
+    // Such a log can have the action's name twice for one run: where it is scheduled and where it runs.
+    NoteTaken(log, places, "runs of " + action, file, found.notes);
+  }
+  if (!isDeferred || isFromList) NoteSource(log, installation, file, found.notes);
   for (auto value = found.values.begin(); value != found.values.end();) {
     if (value->second == kHiddenValue) {
       found.hidden.push_back(value->first);

@@ -262,6 +262,29 @@ TEST(HxRunLogTest, OfSeveralSchedulesTheLastIsTakenAndNoted) {
                               "a.log has 2 CustomActionSchedule lines of Move; this is the last, in line 2"});
 }
 
+// The engine of these tests does not log the data where the action is scheduled.
+TEST(HxRunLogTest, TheNotesOfADeferredActionAreThoseOfItsData) {
+  const std::string run = "Action start 12:00:01: CustomAction15.Server.\n";
+  const std::string ofB = "Property(S): CustomAction15.Server = two\nProperty(S): ProductCode = {B}\n";
+  const std::string ofTheEnd = "a.log does not say when properties changed: the values are those of its end";
+  const LoggedAction one = ReadLog(LinesOf(run + ofB), "CustomAction15", true, "a.log");
+  EXPECT_EQ(one.data, "two");
+  EXPECT_EQ(one.notes, std::vector<std::string>{ofTheEnd});
+  // Two products, each with its log.
+  const std::string start = "=== Verbose logging started: 11/22/2026 ===\n" + run;
+  const std::string ofA = "Property(S): CustomAction15.Server = one\nProperty(S): ProductCode = {A}\n";
+  const LoggedAction two = ReadLog(LinesOf(start + ofA + start + ofB), "CustomAction15", true, "a.log");
+  EXPECT_EQ(two.data, "two");
+  EXPECT_EQ(two.notes, (std::vector<std::string>{
+                           "a.log has 2 runs of CustomAction15; this is the last, in line 6, of the "
+                           "product {B}. ProductCode=CODE takes that of another: {A}, {B}",
+                           ofTheEnd}));
+  EXPECT_EQ(ReadLog(LinesOf(start + ofA + start + ofB), "CustomAction15", true, "a.log", "{A}").notes,
+            std::vector<std::string>{ofTheEnd});
+  // Where the log says when the action was scheduled, the data are those of that time.
+  EXPECT_EQ(ReadLog(LinesOf(kLog), "CustomAction15", true, "a.log").notes, std::vector<std::string>{});
+}
+
 std::string MistakeIn(const std::string& log, const std::string& action, bool isDeferred) {
   try {
     ReadLog(LinesOf(log), action, isDeferred, "a.log");
@@ -286,6 +309,92 @@ TEST(HxRunLogTest, WhatALogDoesNotHave) {
   EXPECT_EQ(MistakeIn("Action start 12:00:01: CustomAction15.\nProperty(S): CustomAction15 = **********\n",
                       "CustomAction15", true),
             hidden);
+}
+
+// A line of Microsoft's log in which an action with this name is scheduled.
+std::string ScheduleOf(const std::string& name, const std::string& data) {
+  return "MSI (s) (E0:64) [12:00:02:000]: Executing op: CustomActionSchedule(Action=" + name +
+         ",ActionType=3073,Source=BinaryData,Target=CustomAction15,CustomActionData=" + data + ")\n";
+}
+
+// Whatever a message offers must work.
+TEST(HxRunLogTest, WhatAMessageOffersIsAccepted) {
+  LayDownHxRun();
+  const std::wstring log = L"C:\\hxrun-given\\a.log";
+  const std::wstring from = L"--dry-run --from-log " + log + L" ";
+  const std::string path = "C:\\hxrun-given\\a.log";
+  const auto data = [](const std::string& name) {
+    return "hxsetup -m \"C:\\hxrun-given\\none\\.\" \"C:\\hxrun-given\\" + name + "\\.\"";
+  };
+  const auto moves = [](const std::string& name) {
+    return std::vector<std::string>{"  would fail to move C:\\hxrun-given\\none to C:\\hxrun-given\\" + name +
+                                    " (error 2)"};
+  };
+  const auto failing = [](const HxRun& run) {
+    std::vector<std::string> lines;
+    for (const std::string& line : run.Lines("  would fail")) lines.push_back("  would fail" + line);
+    return lines;
+  };
+  const std::wstring given =
+      L" --data \"hxsetup -m \\\"C:\\hxrun-given\\none\\.\\\" "
+      L"\\\"C:\\hxrun-given\\three\\.\\\"\"";
+  const std::string several =
+      "hxrun: " + path + " has the data of more than one action with this entry point";
+
+  // Names that the command line takes.
+  WriteBytes(log,
+             ScheduleOf("CustomAction15.One", data("one")) + ScheduleOf("CustomAction15.Two", data("two")));
+  HxRun run = RunHxRun(from + L"CustomAction15");
+  EXPECT_EQ(run.status, 2u);
+  EXPECT_EQ(run.errors, several + ". Name one of them: CustomAction15.One, CustomAction15.Two.\n");
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15.One")), moves("one"));
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15.Two")), moves("two"));
+
+  // Names that the package chose freely.
+  WriteBytes(log, ScheduleOf("MoveAside", data("one")) + ScheduleOf("MoveBack", data("two")));
+  run = RunHxRun(from + L"CustomAction15");
+  EXPECT_EQ(run.status, 2u);
+  EXPECT_EQ(run.errors, several + ": MoveAside, MoveBack. Give the data of one of them with --data.\n");
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15" + given)), moves("three"));
+
+  // Both.
+  WriteBytes(log, ScheduleOf("MoveAside", data("one")) + ScheduleOf("CustomAction15.Two", data("two")));
+  run = RunHxRun(from + L"CustomAction15");
+  EXPECT_EQ(run.status, 2u);
+  EXPECT_EQ(
+      run.errors,
+      several +
+          ". Name one of them: CustomAction15.Two. For another, give the data with --data: MoveAside.\n");
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15.Two")), moves("two"));
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15" + given)), moves("three"));
+
+  // Hidden data.
+  WriteBytes(log, ScheduleOf("MoveAside", "**********"));
+  run = RunHxRun(from + L"CustomAction15");
+  EXPECT_EQ(run.status, 2u);
+  EXPECT_EQ(run.errors,
+            "hxrun: " + path + " hides the CustomActionData of CustomAction15: give it with --data.\n");
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15" + given)), moves("three"));
+
+  // Another product.
+  WriteBytes(log,
+             "MSI (s) (E0:64) [12:00:00:000]: PROPERTY CHANGE: Adding ProductCode property. Its value is "
+             "'{A}'.\n" +
+                 ScheduleOf("MoveAside", data("one")) +
+                 "Property(S): ProductCode = {A}\n"
+                 "=== Verbose logging started: 11/22/2026 ===\n"
+                 "MSI (s) (E0:64) [12:00:00:000]: PROPERTY CHANGE: Adding ProductCode property. Its value is "
+                 "'{B}'.\n" +
+                 ScheduleOf("MoveAside", data("two")) + "Property(S): ProductCode = {B}\n");
+  run = RunHxRun(from + L"CustomAction15");
+  EXPECT_EQ(failing(run), moves("two"));
+  EXPECT_EQ(
+      run.Lines("note: "),
+      std::vector<std::string>{path + " has 2 CustomActionSchedule lines of MoveAside; this is the last, in "
+                                      "line 6, of the product {B}. ProductCode=CODE takes that of another: "
+                                      "{A}, {B}"});
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15 ProductCode={A}")), moves("one"));
+  DeleteFolder(L"C:\\hxrun-given");
 }
 
 TEST(HxRunPropertiesTest, LinesOfNamesAndValues) {
@@ -360,7 +469,10 @@ TEST(HxRunPropertiesTest, ADeferredActionSeesOnlyItsData) {
              "\"C:\\hxrun-given\\x\\.\"\n");
   const HxRun run = RunHxRun(L"--yes --from-log C:\\hxrun-given\\b.log CustomAction15");
   EXPECT_EQ(run.status, 3u);
-  EXPECT_EQ(run.Story(), "returned 1603: ends the installation with an error\n");
+  EXPECT_EQ(
+      run.Story(),
+      "note: C:\\hxrun-given\\b.log does not say when properties changed: the values are those of its end\n"
+      "returned 1603: ends the installation with an error\n");
   DeleteFolder(L"C:\\hxrun-given");
 }
 
