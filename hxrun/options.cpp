@@ -164,6 +164,16 @@ std::string TakeValue(const Valued& option, const std::vector<std::wstring>& wor
   return value;
 }
 
+// Refuses an option with a value in the same word. Does not show the value.
+void CheckNotJoined(const std::string& word) {
+  const std::string name = WithoutValue(word);
+  if (name == word || !IsOption(name)) return;
+  const bool hasValue = std::any_of(std::begin(kValued), std::end(kValued),
+                                    [&](const Valued& one) { return name == one.name; });
+  throw UsageError(name + (hasValue ? " takes the next word as its value: write " + name + " VALUE."
+                                    : " takes no value: write only " + name + "."));
+}
+
 // Sets what the option at `index` says; moves `index` to its last word.
 void ReadOption(Options& options, std::set<std::string>& given, const std::vector<std::wstring>& words,
                 size_t& index) {
@@ -181,6 +191,7 @@ void ReadOption(Options& options, std::set<std::string>& given, const std::vecto
     if (one.member == &Options::data) options.hasData = true;
     return;
   }
+  CheckNotJoined(word);
   CheckNotOfPassword(options);
   UnknownOption(word);
 }

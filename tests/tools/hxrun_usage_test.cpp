@@ -42,6 +42,14 @@ TEST(HxRunUsageTest, EachMistakeIsNamedWithWhatToDo) {
       {L"--dry-rum CustomAction12",
        "there is no option '--dry-rum'. Did you mean --dry-run? hxrun --help lists "
        "the options."},
+      {L"--dry-run=yes CustomAction12", "--dry-run takes no value: write only --dry-run."},
+      {L"--data=x CustomAction15", "--data takes the next word as its value: write --data VALUE."},
+      {L"--from-log:a.log CustomAction20",
+       "--from-log takes the next word as its value: write --from-log VALUE."},
+      {L"PROP_TASKPASS=my --data=secret CustomAction6",
+       "--data takes the next word as its value: write --data VALUE."},
+      {L"--dat=x CustomAction15",
+       "there is no option '--dat'. Did you mean --data? hxrun --help lists the options."},
       {L"--zzzzzzzz CustomAction12", "there is no option '--zzzzzzzz'. hxrun --help lists the options."},
       {L"CustomAction12 CustomAction14",
        "'CustomAction14' is one action too many: hxrun runs one, here "
