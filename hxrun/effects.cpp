@@ -63,6 +63,17 @@ std::vector<Touch> MovedFiles(const Call& call) {
   return {{FileSubject(WideText(call, 0)), Way::kGone}, {FileSubject(WideText(call, 1)), Way::kOther}};
 }
 
+// A copy is read-only if its source is, and then not every later change of it succeeds.
+std::vector<Touch> CopiedFile(const Call& call) {
+  const std::wstring source = WideText(call, 0);
+  size_t change = Changes::kNone;
+  const bool isNew = call.changes.StateOf(FileSubject(source), &change) == FileState::kFile;
+  const DWORD attributes = GetFileAttributesW(source.c_str());
+  const bool isPlain =
+      isNew || (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) == 0);
+  return {{FileSubject(WideText(call, 1)), isPlain ? Way::kMade : Way::kOther}};
+}
+
 // What is put into a folder while its entries are listed may be listed too.
 Subjects MadeInSearch(const Call& call) {
   const std::string folder = call.Name(kSearchName, 0);
@@ -367,9 +378,15 @@ Subjects CalledTask(const Call&) {
   return {TaskSubject(TextOfCalled<&IRegisteredTask::get_Path, IRegisteredTask>())};
 }
 
+// A flag of IRegisteredTask.RunEx that is missing from the compiler's headers: the session counts.
+constexpr uint64_t kRunInSession = 4;
+
 std::string RunsTask(const Call& call) {
-  return "run the task " + TextOfCalled<&IRegisteredTask::get_Path, IRegisteredTask>() + " for the user " +
-         call.Wide(3) + " in session " + Number(call.words[2]);
+  const std::string user = call.Wide(3);
+  const bool isInSession = (call.words[1] & kRunInSession) != 0;
+  return "run the task " + TextOfCalled<&IRegisteredTask::get_Path, IRegisteredTask>() +
+         (user.empty() ? std::string() : " for the user " + user) +
+         (isInSession ? " in session " + Number(call.words[2]) : std::string());
 }
 
 // The file of a work item that was not saved before.
@@ -459,7 +476,7 @@ const Row kRows[] = {
     {"DeleteFileW", kChanges, nullptr, As<kGone, Files<0>>, HX_PATH("delete "), LookAtFileToDelete},
     {"MoveFileW", kChanges, nullptr, MovedFiles, Moves, LookAtMove},
     {"MoveFileExW", kChanges, nullptr, MovedFiles, Replaces, LookAtReplacingMove},
-    {"CopyFileW", kChanges, nullptr, As<kMade, Files<1>>, Copies, LookAtCopy},
+    {"CopyFileW", kChanges, nullptr, CopiedFile, Copies, LookAtCopy},
     {"SetFileAttributesW", kChanges, nullptr, As<kOther, Files<0>>,
      [](const Call& call) {
        return "set the attributes of " + PathText(call, 0) + " to " +
@@ -710,7 +727,7 @@ const Row kRows[] = {
     {"INetFwPolicy2.get_FirewallEnabled", kKeeps},
     {"INetFwRules.Item", kKeeps, Exception},
     {"INetFwRules.Add", kChanges, nullptr, As<kMade, NewException>,
-     [](const Call& call) { return "add the rule to the firewall: " + NameOfNew(call); }, LookAtNothing},
+     [](const Call& call) { return "add the rule to the firewall: " + NameOfNew(call); }, LookAtRuleToAdd},
     {"INetFwRules.Remove", kChanges, Exception, As<kGone, Exception>,
      HX_TEXT("remove from the firewall the rule "), LookAtRuleToRemove},
     {"INetFwRule.put_Name", kKeeps},
@@ -740,7 +757,7 @@ const Row kRows[] = {
     {"INetFwAuthorizedApplications.Item", kKeeps, Exception},
     {"INetFwAuthorizedApplications.Add", kChanges, nullptr, As<kMade, NewException>,
      [](const Call& call) { return "add the program to the firewall's exceptions: " + NameOfNew(call); },
-     LookAtNothing},
+     LookAtProgramToAdd},
     {"INetFwAuthorizedApplications.Remove", kChanges, Exception, As<kGone, Exception>,
      HX_TEXT("remove from the firewall's exceptions the program "), LookAtProgramToRemove},
     {"INetFwAuthorizedApplication.put_ProcessImageFileName", kKeeps},

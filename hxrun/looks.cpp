@@ -4,6 +4,7 @@
 #include <lm.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "hxrun/com_objects.h"
 #include "rig/directory_interfaces.h"
@@ -39,13 +40,33 @@ Outlook NobodyKnows(size_t change = Changes::kNone) {
 
 // ---- files and folders
 
+// A path that begins with this can have any length.
+constexpr wchar_t kAnyLength[] = L"\\\\?\\";
+
+// From this length on, in characters, Windows takes the path of a new folder for too long: a file with a
+// short name must have room in it. All other paths may have MAX_PATH - 1 characters.
+constexpr size_t kTooLongFolder = MAX_PATH - 12;
+
+// True if the full path has this length or more, and does not say that it can have any. That holds whatever
+// the machine's setting for long paths is: neither this program nor the installer is one that takes them.
+bool IsTooLong(const std::wstring& path, size_t length = MAX_PATH) {
+  return path.rfind(kAnyLength, 0) != 0 && FullPath(path).size() >= length;
+}
+
+// The error of the look at a path is also that of every call with it.
+bool IsErrorOfEachCall(DWORD error) {
+  const DWORD plain[] = {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_NOT_READY,
+                         ERROR_BAD_NETPATH,    ERROR_BAD_NET_NAME,   ERROR_INVALID_NAME};
+  return std::find(std::begin(plain), std::end(plain), error) != std::end(plain);
+}
+
 // What is at a path after the recorded changes.
 struct Entry {
   DWORD error = ERROR_SUCCESS;  // ERROR_SUCCESS if there is something
   DWORD attributes = 0;
-  bool isReal = false;             // the machine has it, and no change touched it
-  bool isKnown = true;             // false if a change decides that was not made
-  size_t change = Changes::kNone;  // that change
+  bool isReal = false;  // the machine has it, and no change touched it
+  bool isKnown = true;  // false if a change decides that was not made, or if Windows does not say it
+  size_t change = Changes::kNone;  // that change, if there is one
 
   bool Exists() const { return error == ERROR_SUCCESS; }
   bool IsFolder() const { return Exists() && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
@@ -54,11 +75,16 @@ struct Entry {
 
 Entry EntryAt(const Call& call, const std::wstring& path) {
   Entry found;
+  if (IsTooLong(path)) {
+    found.error = ERROR_PATH_NOT_FOUND;
+    return found;
+  }
   switch (call.changes.StateOf(FileSubject(path), &found.change)) {
     case FileState::kAsIs:
       found.attributes = GetFileAttributesW(path.c_str());
       if (found.attributes == INVALID_FILE_ATTRIBUTES) found.error = GetLastError();
       found.isReal = found.Exists();
+      found.isKnown = found.Exists() || IsErrorOfEachCall(found.error);
       break;
     case FileState::kFile:
       found.attributes = FILE_ATTRIBUTE_NORMAL;
@@ -78,45 +104,110 @@ Entry EntryAt(const Call& call, const std::wstring& path) {
   return found;
 }
 
+// A file or folder that was opened for a look, with everything shared.
+class LookedAtFile {
+ public:
+  LookedAtFile(const std::wstring& path, DWORD access, DWORD flags)
+      : file_(CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                          nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr)),
+        error_(file_ == INVALID_HANDLE_VALUE ? GetLastError() : DWORD{ERROR_SUCCESS}) {}
+  ~LookedAtFile() {
+    if (file_ != INVALID_HANDLE_VALUE) CloseHandle(file_);
+  }
+  LookedAtFile(const LookedAtFile&) = delete;
+  LookedAtFile& operator=(const LookedAtFile&) = delete;
+  // The error of the opening; ERROR_SUCCESS if it is open.
+  DWORD Error() const { return error_; }
+  // What Windows says of it; nothing if it says nothing.
+  std::optional<BY_HANDLE_FILE_INFORMATION> Information() const {
+    BY_HANDLE_FILE_INFORMATION information = {};
+    if (error_ != ERROR_SUCCESS || !GetFileInformationByHandle(file_, &information)) return std::nullopt;
+    return information;
+  }
+
+ private:
+  HANDLE file_;
+  DWORD error_;
+};
+
 // The error of a file or folder that a program has open without sharing it for this access. Rights are not
 // looked at.
 DWORD HeldError(const Entry& found, const std::wstring& path, DWORD access) {
   if (!found.isReal) return ERROR_SUCCESS;
-  HANDLE file =
-      CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-  if (file == INVALID_HANDLE_VALUE) {
-    return GetLastError() == ERROR_SHARING_VIOLATION ? DWORD{ERROR_SHARING_VIOLATION} : DWORD{ERROR_SUCCESS};
-  }
-  CloseHandle(file);
-  return ERROR_SUCCESS;
+  const DWORD error = LookedAtFile(path, access, FILE_FLAG_OPEN_REPARSE_POINT).Error();
+  return error == ERROR_SHARING_VIOLATION ? error : DWORD{ERROR_SUCCESS};
 }
 
-// The drive or mounted folder that a path is on.
-std::wstring VolumeOf(const std::wstring& path) {
-  std::wstring volume(path.size() + MAX_PATH, L'\0');
-  if (!GetVolumePathNameW(path.c_str(), volume.data(), static_cast<DWORD>(volume.size()))) return {};
-  volume.resize(volume.find(L'\0'));
-  CharLowerBuffW(volume.data(), static_cast<DWORD>(volume.size()));
-  return volume;
+// Looks whether a file could be deleted or replaced. Windows opens a program that runs and a library that is
+// loaded for deletion, and then does not delete it. Nobody may write to such a file. But other files are like
+// that too, and can be deleted.
+Outlook LookAtHeldFile(const Entry& found, const std::wstring& path) {
+  if (const DWORD held = HeldError(found, path, DELETE)) return WouldLeave(held);
+  return HeldError(found, path, FILE_WRITE_DATA) == ERROR_SUCCESS ? Outlook() : NobodyKnows();
+}
+
+// The error of reading or writing what is at the path, or what a link there leads to. Rights are not looked
+// at.
+DWORD FollowedError(const Entry& found, const std::wstring& path, DWORD access) {
+  if (!found.isReal) return ERROR_SUCCESS;
+  const LookedAtFile file(path, access, 0);
+  if (file.Error() == ERROR_ACCESS_DENIED) return ERROR_SUCCESS;
+  const auto information = file.Information();
+  const bool isFolder = information && (information->dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  return isFolder ? DWORD{ERROR_ACCESS_DENIED} : file.Error();
+}
+
+std::optional<DWORD> VolumeOf(const LookedAtFile& file) {
+  const auto information = file.Information();
+  return information ? std::optional<DWORD>(information->dwVolumeSerialNumber) : std::nullopt;
+}
+
+// The volume of a new file or folder: that of the nearest folder above it that the machine has.
+std::optional<DWORD> VolumeOfNew(const std::wstring& path) {
+  std::wstring folder = FullPath(path);
+  while (true) {
+    const size_t backslash = folder.find_last_of(L'\\');
+    if (backslash == std::wstring::npos) return std::nullopt;
+    folder.resize(backslash);
+    const LookedAtFile file(folder + L"\\", 0, 0);
+    const bool isMissing = file.Error() == ERROR_FILE_NOT_FOUND || file.Error() == ERROR_PATH_NOT_FOUND;
+    if (!isMissing) return VolumeOf(file);
+  }
+}
+
+// True if a move from `from`, where `source` is, to `to` stays on one volume; nothing if Windows does not say
+// it. A link is moved itself, but a link above the target is followed.
+std::optional<bool> StaysOnVolume(const Entry& source, const std::wstring& from, const std::wstring& to) {
+  const std::optional<DWORD> before =
+      source.isReal ? VolumeOf(LookedAtFile(from, 0, FILE_FLAG_OPEN_REPARSE_POINT)) : VolumeOfNew(from);
+  const std::optional<DWORD> after = VolumeOfNew(to);
+  if (!before || !after) return std::nullopt;
+  return *before == *after;
 }
 
 bool LiesBelow(const std::string& inner, const std::string& outer) {
   return inner.compare(0, outer.size() + 1, outer + "\\") == 0;
 }
 
-// The names in a folder of the machine.
-std::vector<std::wstring> EntriesOf(const std::wstring& folder) {
+// The names in a folder of the machine; nothing if it cannot be listed.
+std::optional<std::vector<std::wstring>> EntriesOf(const std::wstring& folder) {
+  std::wstring pattern = FullPath(folder);
+  while (pattern.size() > 1 && pattern.back() == L'\\') pattern.pop_back();
+  pattern += L"\\*";
+  // A pattern can be longer than Windows takes where the folder's path is not.
+  const bool isOfDrive = pattern.size() > 2 && pattern[1] == L':';
+  if (pattern.size() >= MAX_PATH && isOfDrive) pattern = kAnyLength + pattern;
   std::vector<std::wstring> names;
   WIN32_FIND_DATAW found;
-  HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
-  if (search == INVALID_HANDLE_VALUE) return names;
+  HANDLE search = FindFirstFileW(pattern.c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return std::nullopt;
   do {
     const std::wstring name = found.cFileName;
     if (name != L"." && name != L"..") names.push_back(name);
   } while (FindNextFileW(search, &found));
+  const bool isWhole = GetLastError() == ERROR_NO_MORE_FILES;
   FindClose(search);
-  return names;
+  return isWhole ? std::optional(names) : std::nullopt;
 }
 
 // True if there is a link to a folder: deleting it leaves what is in that folder.
@@ -130,8 +221,8 @@ bool IsFolderLink(const Entry& found, const std::wstring& path) {
   return entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0);
 }
 
-// True if the folder has an entry after the recorded changes.
-bool HasEntries(const Call& call, const std::wstring& path, bool isReal) {
+// True if the folder has an entry after the recorded changes; nothing if it cannot be listed.
+std::optional<bool> HasEntries(const Call& call, const std::wstring& path, bool isReal) {
   size_t change = Changes::kNone;
   const auto exists = [&](const std::string& subject) {
     const FileState state = call.changes.StateOf(subject, &change);
@@ -140,8 +231,9 @@ bool HasEntries(const Call& call, const std::wstring& path, bool isReal) {
   const Subjects made = call.changes.MadeIn(FileSubject(path));
   if (std::any_of(made.begin(), made.end(), exists)) return true;
   if (!isReal) return false;
-  const std::vector<std::wstring> names = EntriesOf(path);
-  return std::any_of(names.begin(), names.end(),
+  const auto names = EntriesOf(path);
+  if (!names) return std::nullopt;
+  return std::any_of(names->begin(), names->end(),
                      [&](const std::wstring& name) { return exists(FileSubject(path + L"\\" + name)); });
 }
 
@@ -207,7 +299,46 @@ bool HasRunningDependents(SC_HANDLE service) {
   return !isEmpty && GetLastError() == ERROR_MORE_DATA;
 }
 
+// ---- accounts
+
+// True if Windows refuses the name for an account of this computer.
+bool IsBadAccountName(const std::wstring& name) {
+  const std::wstring refused = L"\"/\\[]:;|=,+*?<>";
+  const bool hasRefused = std::any_of(name.begin(), name.end(), [&](wchar_t unit) {
+    return unit < L' ' || refused.find(unit) != std::wstring::npos;
+  });
+  return name.size() > LM20_UNLEN || hasRefused || (!name.empty() && name.back() == L'.');
+}
+
+// True if this computer has a local group of this name; nothing if it does not list its groups. The groups
+// are listed, because some systems find a group of every name if they are asked for one.
+std::optional<bool> HasLocalGroup(const std::wstring& name) {
+  BYTE* block = nullptr;
+  DWORD count = 0, all = 0;
+  const DWORD error = NetLocalGroupEnum(nullptr, 0, &block, MAX_PREFERRED_LENGTH, &count, &all, nullptr);
+  const auto* groups = reinterpret_cast<const LOCALGROUP_INFO_0*>(block);
+  const std::string wanted = Lower(ToUtf8(name));
+  const bool isFound = std::any_of(groups, groups + count, [&](const LOCALGROUP_INFO_0& group) {
+    return Lower(ToUtf8(group.lgrpi0_name)) == wanted;
+  });
+  if (block != nullptr) NetApiBufferFree(block);
+  return error == NERR_Success ? std::optional<bool>(isFound) : std::nullopt;
+}
+
+// The error of the look-up of an account.
+DWORD ErrorOfAccount(const wchar_t* name) {
+  BYTE sid[SECURITY_MAX_SID_SIZE];
+  wchar_t domain[256];
+  DWORD sidSize = sizeof sid, domainSize = 256;
+  SID_NAME_USE use;
+  const bool isFound = LookupAccountNameW(nullptr, name, sid, &sidSize, domain, &domainSize, &use) != FALSE;
+  return isFound ? DWORD{ERROR_SUCCESS} : GetLastError();
+}
+
 // ---- COM objects
+
+// What every call of the firewall returns while its service does not run.
+constexpr HRESULT kFirewallStopped = static_cast<HRESULT>(0x800706D9);
 
 template <class Interface>
 Interface* Called() {
@@ -225,6 +356,31 @@ Outlook LookedUp(HRESULT result, IUnknown* found) {
   const bool isMissing = std::find(std::begin(missing), std::end(missing), result) != std::end(missing);
   return isMissing ? WouldReturn(static_cast<uint32_t>(result)) : NobodyKnows();
 }
+
+// Takes the answer of the firewall to a look-up of an exception that is to be removed.
+Outlook LookedUpToRemove(HRESULT result, IUnknown* found) {
+  return result == kFirewallStopped ? WouldReturn(static_cast<uint32_t>(result)) : LookedUp(result, found);
+}
+
+// Does so for an exception that is to be added, which may be there or not.
+Outlook LookedUpToAdd(HRESULT result, IUnknown* found) {
+  const Outlook outlook = LookedUpToRemove(result, found);
+  return result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) ? Outlook() : outlook;
+}
+
+// The text by which the firewall finds the exception in argument 0.
+class KeyOfNew {
+ public:
+  explicit KeyOfNew(const Call& call)
+      : text_(SysAllocString(ExceptionKey(Pointer<void*>(call, 0)).c_str())) {}
+  ~KeyOfNew() { SysFreeString(text_); }
+  KeyOfNew(const KeyOfNew&) = delete;
+  KeyOfNew& operator=(const KeyOfNew&) = delete;
+  BSTR get() const { return text_; }
+
+ private:
+  BSTR text_;
+};
 
 // A folder of the Task Scheduler cannot be deleted while a folder or a task is in it that no recorded change
 // deletes.
@@ -263,14 +419,25 @@ Outlook LookIntoTaskFolder(const Call& call, ITaskFolder* folder) {
   return WouldReturn(count == 0 ? 0 : notEmpty);
 }
 
+// What the directory says of an object.
+struct DirectoryObject {
+  HRESULT result;           // of the look-up
+  std::string objectClass;  // in small letters; empty if it is not known
+};
+
 // Looks for an object of the directory.
-HRESULT DirectoryHas(const wchar_t* path) {
+DirectoryObject FindInDirectory(const wchar_t* path) {
   auto* function = rig::Function<&::ADsGetObject>::Real();
   IADs* found = nullptr;
-  if (function == nullptr) return E_NOTIMPL;
+  if (function == nullptr) return {E_NOTIMPL, {}};
   const HRESULT result = function(path, __uuidof(IADs), reinterpret_cast<void**>(&found));
-  if (SUCCEEDED(result) && found != nullptr) found->Release();
-  return result;
+  if (FAILED(result) || found == nullptr) return {result, {}};
+  BSTR name = nullptr;
+  const bool isNamed = SUCCEEDED(found->get_Class(&name)) && name != nullptr;
+  const std::string objectClass = isNamed ? Lower(ToUtf8(name)) : std::string();
+  SysFreeString(name);
+  found->Release();
+  return {result, objectClass};
 }
 
 }  // namespace
@@ -297,7 +464,9 @@ Outlook LookInVain(const Call&) {
 }
 
 Outlook LookAtNewFolder(const Call& call) {
-  const Entry found = EntryAt(call, WideText(call, 0));
+  const std::wstring path = WideText(call, 0);
+  if (IsTooLong(path, kTooLongFolder)) return WouldLeave(ERROR_FILENAME_EXCED_RANGE);
+  const Entry found = EntryAt(call, path);
   return found.isKnown ? WouldLeave(ErrorOfNew(found)) : NobodyKnows(found.change);
 }
 
@@ -309,8 +478,10 @@ Outlook LookAtFolderToDelete(const Call& call) {
   if (!folder.IsFolder()) return WouldLeave(ERROR_DIRECTORY);
   if (folder.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
   if (const DWORD held = HeldError(folder, path, DELETE)) return WouldLeave(held);
-  const bool isFull = !IsFolderLink(folder, path) && HasEntries(call, path, folder.isReal);
-  return WouldLeave(isFull ? ERROR_DIR_NOT_EMPTY : ERROR_SUCCESS);
+  if (IsFolderLink(folder, path)) return {};
+  const std::optional<bool> isFull = HasEntries(call, path, folder.isReal);
+  if (!isFull) return NobodyKnows();
+  return WouldLeave(*isFull ? ERROR_DIR_NOT_EMPTY : ERROR_SUCCESS);
 }
 
 Outlook LookAtFileToDelete(const Call& call) {
@@ -319,7 +490,7 @@ Outlook LookAtFileToDelete(const Call& call) {
   if (!file.isKnown) return NobodyKnows(file.change);
   if (!file.Exists()) return WouldLeave(file.error);
   if (file.IsFolder() || file.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
-  return WouldLeave(HeldError(file, path, DELETE));
+  return LookAtHeldFile(file, path);
 }
 
 Outlook LookAtMove(const Call& call) {
@@ -331,8 +502,12 @@ Outlook LookAtMove(const Call& call) {
   const bool isSame = FileSubject(from) == FileSubject(to);
   if (const DWORD error = isSame ? DWORD{ERROR_SUCCESS} : ErrorOfNew(target)) return WouldLeave(error);
   if (LiesBelow(FileSubject(to), FileSubject(from))) return NobodyKnows();
-  // A file is copied to another volume; a folder is not.
-  if (source.IsFolder() && VolumeOf(from) != VolumeOf(to)) return WouldLeave(ERROR_ACCESS_DENIED);
+  if (source.IsFolder()) {
+    // A file is copied to another volume; a folder is not.
+    const std::optional<bool> stays = StaysOnVolume(source, from, to);
+    if (!stays) return NobodyKnows();
+    if (!*stays) return WouldLeave(ERROR_ACCESS_DENIED);
+  }
   return WouldLeave(HeldError(source, from, DELETE));
 }
 
@@ -348,13 +523,16 @@ Outlook LookAtReplacingMove(const Call& call) {
   if (target.Exists() && !isSame) {
     if ((flags & MOVEFILE_REPLACE_EXISTING) == 0) return WouldLeave(ERROR_ALREADY_EXISTS);
     if (source.IsFolder() || target.IsFolder() || target.IsReadOnly()) return WouldLeave(ERROR_ACCESS_DENIED);
-    if (const DWORD held = HeldError(target, to, DELETE)) return WouldLeave(held);
+    const Outlook held = LookAtHeldFile(target, to);
+    if (held.kind != Outlook::Kind::kBegins) return held;
   } else if (!target.Exists() && target.error != ERROR_FILE_NOT_FOUND) {
     return WouldLeave(target.error);
   }
-  if (VolumeOf(from) != VolumeOf(to)) {
-    if ((flags & MOVEFILE_COPY_ALLOWED) == 0) return WouldLeave(ERROR_NOT_SAME_DEVICE);
-    if (source.IsFolder()) return WouldLeave(ERROR_ACCESS_DENIED);
+  const bool mayBeCopied = (flags & MOVEFILE_COPY_ALLOWED) != 0;
+  if (source.IsFolder() || !mayBeCopied) {
+    const std::optional<bool> stays = StaysOnVolume(source, from, to);
+    if (!stays) return NobodyKnows();
+    if (!*stays) return WouldLeave(mayBeCopied ? ERROR_ACCESS_DENIED : ERROR_NOT_SAME_DEVICE);
   }
   return WouldLeave(HeldError(source, from, DELETE));
 }
@@ -365,7 +543,7 @@ Outlook LookAtCopy(const Call& call) {
   if (!source.isKnown) return NobodyKnows(source.change);
   if (!source.Exists()) return WouldLeave(source.error);
   if (source.IsFolder()) return WouldLeave(ERROR_ACCESS_DENIED);
-  if (const DWORD held = HeldError(source, from, GENERIC_READ)) return WouldLeave(held);
+  if (const DWORD error = FollowedError(source, from, GENERIC_READ)) return WouldLeave(error);
   if (!target.isKnown) return NobodyKnows(target.change);
   if (!target.Exists()) return WouldLeave(ErrorOfNew(target));
   if (call.words[2] != 0) return WouldLeave(ERROR_FILE_EXISTS);
@@ -410,7 +588,7 @@ Outlook LookAtSetupSection(const Call& call) {
   const std::string section = line.substr(0, first);
   const std::wstring path = ToWide(line.substr(second + 1));
   // A path without a folder is looked for in the folders of the setup library.
-  if (path.find(L'\\') == std::wstring::npos) return NobodyKnows();
+  if (path.find(L'\\') == std::wstring::npos || IsTooLong(path)) return NobodyKnows();
   const Entry file = EntryAt(call, path);
   if (!file.isKnown) return NobodyKnows(file.change);
   if (!file.Exists()) return WouldReturn(file.error);
@@ -501,14 +679,19 @@ Outlook LookAtProcess(const Call& call) {
 }
 
 Outlook LookAtNewAccount(const Call& call) {
-  auto* user = Pointer<const USER_INFO_2*>(call, 2);
+  const std::wstring name = Pointer<const USER_INFO_2*>(call, 2)->usri2_name;
+  if (IsBadAccountName(name)) return WouldReturn(NERR_BadUsername);
+  if (name.find_first_not_of(L' ') == std::wstring::npos) return NobodyKnows();
   void* found = nullptr;
-  const DWORD error = NetUserGetInfo(nullptr, user->usri2_name, 0, reinterpret_cast<BYTE**>(&found));
+  const DWORD error = NetUserGetInfo(nullptr, name.c_str(), 0, reinterpret_cast<BYTE**>(&found));
   if (error == NERR_Success) {
     NetApiBufferFree(found);
     return WouldReturn(NERR_UserExists);
   }
-  return error == NERR_UserNotFound ? Outlook() : NobodyKnows();
+  if (error != NERR_UserNotFound) return NobodyKnows();
+  const std::optional<bool> isGroup = HasLocalGroup(name);
+  if (!isGroup) return NobodyKnows();
+  return WouldReturn(*isGroup ? DWORD{NERR_GroupExists} : DWORD{NERR_Success});
 }
 
 Outlook LookAtAccountToDelete(const Call& call) {
@@ -526,7 +709,7 @@ Outlook LookAtPrincipalNames(const Call& call) {
     if (unit == L'/') path += L'\\';
     path += unit;
   }
-  return SUCCEEDED(DirectoryHas(path.c_str())) ? Outlook() : NobodyKnows();
+  return SUCCEEDED(FindInDirectory(path.c_str()).result) ? Outlook() : NobodyKnows();
 }
 
 Outlook LookAtNewTaskFolder(const Call& call) {
@@ -570,7 +753,13 @@ Outlook LookAtTaskToRegister(const Call& call) {
       VARIANT{}, &task);
   if (task != nullptr) task->Release();
   // The look has no account, so a failure may be its own.
-  return FAILED(result) ? NobodyKnows() : Outlook();
+  if (FAILED(result)) return NobodyKnows();
+  const auto* user = Pointer<const VARIANT*>(call, 3);
+  if (user->vt != VT_BSTR || SysStringLen(user->bstrVal) == 0) return {};
+  const DWORD error = ErrorOfAccount(user->bstrVal);
+  if (error == ERROR_SUCCESS) return {};
+  return error == ERROR_NONE_MAPPED ? WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(error)))
+                                    : NobodyKnows();
 }
 
 Outlook LookAtTaskToRun(const Call&) {
@@ -587,17 +776,29 @@ Outlook LookAtWorkItemToDelete(const Call& call) {
   return LookedUp(result, found);
 }
 
+Outlook LookAtRuleToAdd(const Call& call) {
+  INetFwRule* rule = nullptr;
+  const HRESULT result = Called<INetFwRules>()->Item(KeyOfNew(call).get(), &rule);
+  return LookedUpToAdd(result, rule);
+}
+
 Outlook LookAtRuleToRemove(const Call& call) {
   INetFwRule* rule = nullptr;
   const HRESULT result = Called<INetFwRules>()->Item(Pointer<wchar_t*>(call, 0), &rule);
-  return LookedUp(result, rule);
+  return LookedUpToRemove(result, rule);
+}
+
+Outlook LookAtProgramToAdd(const Call& call) {
+  INetFwAuthorizedApplication* application = nullptr;
+  const HRESULT result = Called<INetFwAuthorizedApplications>()->Item(KeyOfNew(call).get(), &application);
+  return LookedUpToAdd(result, application);
 }
 
 Outlook LookAtProgramToRemove(const Call& call) {
   INetFwAuthorizedApplication* application = nullptr;
   const HRESULT result =
       Called<INetFwAuthorizedApplications>()->Item(Pointer<wchar_t*>(call, 0), &application);
-  return LookedUp(result, application);
+  return LookedUpToRemove(result, application);
 }
 
 Outlook LookAtUserToDelete(const Call& call) {
@@ -610,10 +811,14 @@ Outlook LookAtUserToDelete(const Call& call) {
 Outlook LookAtNewUser(const Call&) {
   BSTR path = nullptr;
   if (FAILED(Called<IADsUser>()->get_ADsPath(&path)) || path == nullptr) return NobodyKnows();
-  const HRESULT result = DirectoryHas(path);
+  const DirectoryObject found = FindInDirectory(path);
   SysFreeString(path);
-  if (SUCCEEDED(result)) return WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(NERR_UserExists)));
-  return LookedUp(result, nullptr).kind == Outlook::Kind::kFails ? Outlook() : NobodyKnows();
+  if (FAILED(found.result)) {
+    return LookedUp(found.result, nullptr).kind == Outlook::Kind::kFails ? Outlook() : NobodyKnows();
+  }
+  // The path can also be that of a computer or of a group.
+  return found.objectClass == "user" ? WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(NERR_UserExists)))
+                                     : NobodyKnows();
 }
 
 }  // namespace hxrun

@@ -60,7 +60,9 @@ Outlook LookAtTaskToDelete(const Call& call);        ///< for ITaskFolder.Delete
 Outlook LookAtTaskToRegister(const Call& call);      ///< for ITaskFolder.RegisterTaskDefinition
 Outlook LookAtTaskToRun(const Call& call);           ///< for IRegisteredTask.RunEx
 Outlook LookAtWorkItemToDelete(const Call& call);    ///< for ITaskScheduler.Delete
+Outlook LookAtRuleToAdd(const Call& call);           ///< for INetFwRules.Add
 Outlook LookAtRuleToRemove(const Call& call);        ///< for INetFwRules.Remove
+Outlook LookAtProgramToAdd(const Call& call);        ///< for INetFwAuthorizedApplications.Add
 Outlook LookAtProgramToRemove(const Call& call);     ///< for INetFwAuthorizedApplications.Remove
 Outlook LookAtUserToDelete(const Call& call);        ///< for IADsContainer.Delete
 Outlook LookAtNewUser(const Call& call);             ///< for IADsUser.SetInfo

@@ -261,10 +261,12 @@ TEST_F(HxRunDryRunTest, EmptiesAFile) {
 
 TEST_F(HxRunDryRunTest, AddsFirewallRules) {
   const HxRun run = DryRun("CustomAction5");
-  EXPECT_EQ(run.Changes(), Texts{"add the rule to the firewall: @C:\\hxrun-given\\vt.exe,-1000"})
-      << run.output;
+  const std::string rule = "add the rule to the firewall: @C:\\hxrun-given\\vt.exe,-1000";
+  EXPECT_EQ(run.Changes(), Texts{rule}) << run.output;
   EXPECT_EQ(run.Lines("    INetFwRule.put_Name"), Texts{"(\"@C:\\\\hxrun-given\\\\vt.exe,-1000\") = 0"});
   // The engine of these tests cannot look a rule up.
+  EXPECT_EQ(run.Lines("the rest depends on this change: "),
+            Texts{rule + " (nothing shows whether it would succeed)"});
   EXPECT_EQ(
       StoryOf("CustomAction19"),
       "log: Hx Setup Log: removing complex firewall rules\n"

@@ -7,112 +7,18 @@
 #include <setupapi.h>
 #include <shlwapi.h>
 
-#include "hxrun/com_objects.h"
 #include "hxrun/effects.h"
-#include "hxrun/run.h"
 #include "install/agent_scheduler.h"
 #include "install/server_rig.h"
-#include "rig/com.h"
 #include "rig/directory_interfaces.h"
-#include "rig/function.h"
 #include "rig/print.h"
 #include "rig/task_interfaces.h"
-#include "tools/hxrun_rig.h"
+#include "tools/hxrun_looks_rig.h"
 // Must come after the interfaces of the directory.
 #include <netfw.h>
 
 namespace hxrun_test {
 namespace {
-
-using Texts = std::vector<std::string>;
-
-// How a dry run ended before its action did.
-struct Ended {
-  hxrun::ExitStatus status;
-  std::string text;
-};
-
-const std::wstring kPlace = L"C:\\hxrun-looks\\";
-
-class HxRunLooksTest : public testing::Test {
- protected:
-  void SetUp() override {
-    DeleteFolder(L"C:\\hxrun-looks");
-    WriteBytes(kPlace + L"A\\f.txt", "one");
-    WriteBytes(kPlace + L"B\\sub\\g.txt", "two");
-    WriteBytes(kPlace + L"fixed.txt", "three");
-    SetFileAttributesW((kPlace + L"fixed.txt").c_str(), FILE_ATTRIBUTE_READONLY);
-    Begin();
-  }
-  void TearDown() override {
-    rig_->watcher = nullptr;
-    SetFileAttributesW((kPlace + L"fixed.txt").c_str(), FILE_ATTRIBUTE_NORMAL);
-    DeleteFolder(L"C:\\hxrun-looks");
-  }
-
-  // Begins another dry run.
-  void Begin() {
-    rig_.reset();
-    rig_ = std::make_unique<rig::Rig>(rig::Policy::kReal);
-    rig_->spoils = false;
-    watcher_ = std::make_unique<hxrun::RunWatcher>(
-        hxrun::ChangeRule::kRecord, std::function<void(const std::string&)>(), nullptr,
-        [](hxrun::ExitStatus status, const std::string& text) { throw Ended{status, text}; });
-    hxrun::PassObjects(*rig_, *watcher_);
-    rig_->watcher = watcher_.get();
-  }
-
-  // Calls a function as the library does.
-  template <auto Fn, class... Arguments>
-  static auto Call(Arguments... arguments) {
-    using Type = decltype(Fn);
-    auto* thunk = const_cast<void*>(rig::Function<Fn>::GetDeclaration().Thunk());
-    SetLastError(0);
-    return reinterpret_cast<Type>(thunk)(arguments...);
-  }
-
-  // The changes that are listed since the last call of this, each with its error.
-  Texts Listed() {
-    Texts texts;
-    const auto& changes = watcher_->Recorded();
-    for (; listed_ < changes.size(); ++listed_) {
-      texts.push_back((changes[listed_].fails ? "fails: " : "") + changes[listed_].text);
-    }
-    return texts;
-  }
-
-  // Makes a call that must end the run, and returns how it says so.
-  template <class Action>
-  static std::string EndOf(Action action) {
-    try {
-      action();
-    } catch (const Ended& ended) {
-      EXPECT_EQ(ended.status, hxrun::kExitDependent);
-      return ended.text;
-    }
-    return "the run went on";
-  }
-
-  // Expects that the call fails with this last error, and that the list says so.
-  void ExpectFailure(BOOL result, DWORD error, const std::string& change) {
-    const DWORD left = GetLastError();
-    EXPECT_FALSE(result) << change;
-    EXPECT_EQ(left, error) << change;
-    EXPECT_EQ(Listed(), Texts{"fails: " + change + " (error " + std::to_string(error) + ")"});
-  }
-  void ExpectChange(BOOL result, const std::string& change) {
-    EXPECT_TRUE(result) << change;
-    EXPECT_EQ(Listed(), Texts{change});
-  }
-
-  std::unique_ptr<rig::Rig> rig_;
-  std::unique_ptr<hxrun::RunWatcher> watcher_;
-  size_t listed_ = 0;
-};
-
-std::wstring In(const wchar_t* name) {
-  return kPlace + name;
-}
 
 TEST_F(HxRunLooksTest, AFolderIsCreatedOnlyInAFolderAndOnce) {
   const auto create = [](const wchar_t* name) {
@@ -148,8 +54,8 @@ TEST_F(HxRunLooksTest, AFolderIsDeletedOnlyIfItIsEmptyThen) {
   // What the run itself puts into a folder counts, too.
   ExpectChange(Call<&::CreateDirectoryW>(In(L"new").c_str(), nullptr),
                "create the folder C:\\hxrun-looks\\new");
-  ExpectChange(Call<&::CopyFileW>(In(L"fixed.txt").c_str(), In(L"new\\x").c_str(), TRUE),
-               "copy C:\\hxrun-looks\\fixed.txt to C:\\hxrun-looks\\new\\x");
+  ExpectChange(Call<&::CopyFileW>(In(L"B\\sub\\g.txt").c_str(), In(L"new\\x").c_str(), TRUE),
+               "copy C:\\hxrun-looks\\B\\sub\\g.txt to C:\\hxrun-looks\\new\\x");
   ExpectFailure(remove(L"new"), ERROR_DIR_NOT_EMPTY, "delete the folder C:\\hxrun-looks\\new");
   ExpectChange(erase(L"new\\x"), "delete C:\\hxrun-looks\\new\\x");
   ExpectChange(remove(L"new"), "delete the folder C:\\hxrun-looks\\new");
@@ -198,7 +104,6 @@ TEST_F(HxRunLooksTest, AMoveNeedsItsSourceAndNoTarget) {
             "the rest depends on this change: " + text("B", "aside") +
                 " (MoveFileW asks for what it would have changed)");
   Begin();
-  listed_ = 0;
   EXPECT_EQ(EndOf([&] { move(L"A", L"A\\in"); }), "the rest depends on this change: " + text("A", "A\\in") +
                                                       " (nothing shows whether it would succeed)");
 }
@@ -244,6 +149,21 @@ TEST_F(HxRunLooksTest, ACopyNeedsAFileAndRoom) {
   HANDLE held = CreateFileW(In(L"A\\f.txt").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   ExpectFailure(copy(L"A\\f.txt", L"y", TRUE), ERROR_SHARING_VIOLATION, text("A\\f.txt", "y"));
   CloseHandle(held);
+}
+
+// A copy has the attributes of its source, so nobody deletes a copy of a read-only file.
+TEST_F(HxRunLooksTest, ACopyOfAReadOnlyFileMayNotBeDeletable) {
+  const auto copy = [](const wchar_t* from, const wchar_t* to) {
+    return Call<&::CopyFileW>(In(from).c_str(), In(to).c_str(), TRUE);
+  };
+  const std::string text = "copy C:\\hxrun-looks\\fixed.txt to C:\\hxrun-looks\\x";
+  ExpectChange(copy(L"A\\f.txt", L"w"), "copy C:\\hxrun-looks\\A\\f.txt to C:\\hxrun-looks\\w");
+  ExpectChange(copy(L"w", L"v"), "copy C:\\hxrun-looks\\w to C:\\hxrun-looks\\v");
+  ExpectChange(Call<&::DeleteFileW>(In(L"v").c_str()), "delete C:\\hxrun-looks\\v");
+  ExpectChange(copy(L"fixed.txt", L"x"), text);
+  EXPECT_EQ(
+      EndOf([] { Call<&::DeleteFileW>(In(L"x").c_str()); }),
+      "the rest depends on this change: " + text + " (DeleteFileW asks for what it would have changed)");
 }
 
 TEST_F(HxRunLooksTest, AttributesAndAccessNeedAFile) {
@@ -420,7 +340,6 @@ TEST_F(HxRunLooksTest, AWindowOrAProcessThatIsGone) {
   ASSERT_NE(opened, nullptr);
   ExpectChange(Call<&::TerminateProcess>(opened, UINT{0}), text);
   Begin();
-  listed_ = 0;
   opened = Call<&::OpenProcess>(DWORD{PROCESS_TERMINATE | SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION},
                                 FALSE, process.dwProcessId);
   TerminateProcess(process.hProcess, 0);
@@ -476,39 +395,6 @@ TEST_F(HxRunLooksTest, ASectionNeedsItsFile) {
             "the rest depends on this change: " + run +
                 "there 128 C:\\hxrun-looks\\x.inf (InstallHinfSectionA asks for what it would have changed)");
 }
-
-// A text for a method of COM.
-class Text {
- public:
-  explicit Text(const wchar_t* text) : text_(SysAllocString(text)) {}
-  ~Text() { SysFreeString(text_); }
-  Text(const Text&) = delete;
-  Text& operator=(const Text&) = delete;
-  operator BSTR() const { return text_; }
-
- private:
-  BSTR text_;
-};
-
-// An object that stands for one of Windows, with the methods that a test gives it. All others return
-// E_NOTIMPL.
-class RawObject {
- public:
-  RawObject() { slots_.fill(reinterpret_cast<const void*>(&Missing)); }
-  RawObject(const RawObject&) = delete;
-  RawObject& operator=(const RawObject&) = delete;
-  template <auto Member, class Answer>
-  void Set(Answer* answer) {
-    slots_[rig::MethodThunk<Member>::Slot()] = reinterpret_cast<const void*>(answer);
-  }
-  void* Pointer() { return &table_; }
-
- private:
-  static HRESULT Missing(void*) { return E_NOTIMPL; }
-
-  std::array<const void*, 64> slots_;
-  const void* const* table_ = slots_.data();
-};
 
 RawObject* rawRules = nullptr;
 RawObject* rawRule = nullptr;
@@ -613,7 +499,8 @@ TEST_F(HxRunLooksTest, TheTaskSchedulerIsAsked) {
   IRegisteredTask* task = nullptr;
   ASSERT_EQ(folder->GetTask(Text(install::kUserTask), &task), S_OK);
   IRunningTask* running = nullptr;
-  EXPECT_EQ(task->RunEx({}, 0, 3, Text(L"meter"), &running), S_OK);
+  constexpr LONG kInSession = 4;
+  EXPECT_EQ(task->RunEx({}, kInSession, 3, Text(L"meter"), &running), S_OK);
   const std::string run =
       "run the task \\Quillfern\\" + rig::ToUtf8(install::kUserTask) + " for the user meter in session 3";
   EXPECT_EQ(Listed(), Texts{run});
