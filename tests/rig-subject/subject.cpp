@@ -75,6 +75,12 @@ int SubjectReadNull() {
   return *static_cast<volatile int*>(nowhere);
 }
 
+int SubjectRecurse(int depth) {
+  // Each call needs some stack.
+  volatile int room[64] = {depth};
+  return depth == 0 ? 0 : SubjectRecurse(depth - 1) + room[0];
+}
+
 void SubjectTrap() {
   __builtin_trap();
 }

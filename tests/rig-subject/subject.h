@@ -28,6 +28,8 @@ void SubjectFreeTwice();
 void SubjectFreeForeign();
 /// Reads through a null pointer.
 int SubjectReadNull();
+/// Calls itself `depth` times. Returns the sum of the numbers up to `depth`.
+int SubjectRecurse(int depth);
 /// Executes a trap instruction.
 void SubjectTrap();
 /// Returns the byte at `address`.

@@ -46,6 +46,7 @@ bool IsCrash(DWORD code) {
     case EXCEPTION_INT_DIVIDE_BY_ZERO:
     case EXCEPTION_INT_OVERFLOW:
     case EXCEPTION_DATATYPE_MISALIGNMENT:
+    case EXCEPTION_STACK_OVERFLOW:
       return true;
     default:
       return false;
@@ -62,6 +63,23 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
   watch->crashed = true;
   *pointers->ContextRecord = watch->start;
   return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+// What the handler of an overflow may use of the stack, in bytes.
+constexpr ULONG kHandlerStack = 64 * 1024;
+constexpr size_t kStackGuardPage = 4096;
+
+// Makes the lowest page of the stack that is in use a guard page again. An overflow takes the guard away, and
+// without it the next one ends the process.
+__attribute__((noinline)) void GuardStackAgain() {
+  MEMORY_BASIC_INFORMATION region = {};
+  VirtualQuery(&region, &region, sizeof region);
+  auto* at = static_cast<char*>(region.AllocationBase);
+  while (VirtualQuery(at, &region, sizeof region) != 0 && region.State != MEM_COMMIT) {
+    at = static_cast<char*>(region.BaseAddress) + region.RegionSize;
+  }
+  DWORD before = 0;
+  VirtualProtect(region.BaseAddress, kStackGuardPage + kHandlerStack, PAGE_READWRITE | PAGE_GUARD, &before);
 }
 
 std::string Where(const void* code) {
@@ -112,6 +130,7 @@ std::string Describe(const EXCEPTION_RECORD& record) {
   if (record.ExceptionCode == EXCEPTION_ILLEGAL_INSTRUCTION || record.ExceptionCode == EXCEPTION_BREAKPOINT) {
     return text + "trap instruction (undefined behaviour found by the checked build)";
   }
+  if (record.ExceptionCode == EXCEPTION_STACK_OVERFLOW) return text + "the stack is used up";
   return text + "exception " + HexText(record.ExceptionCode);
 }
 
@@ -122,10 +141,13 @@ std::string Describe(const EXCEPTION_RECORD& record) {
 __attribute__((noinline)) bool RunCatching(void (*body)(void*), void* argument, std::string& text) {
   static PVOID handler = AddVectoredExceptionHandler(1, OnException);
   (void)handler;
+  ULONG handlerStack = kHandlerStack;
+  SetThreadStackGuarantee(&handlerStack);
   Watch watch;
   Watching watching(watch);
   RtlCaptureContext(&watch.start);
   if (watch.crashed) {
+    if (watch.record.ExceptionCode == EXCEPTION_STACK_OVERFLOW) GuardStackAgain();
     text = Describe(watch.record);
     return false;
   }

@@ -18,8 +18,8 @@ class LibraryCrash : public std::runtime_error {
 };
 
 /// Runs `body(argument)`. Returns true if it finished. Returns false if it crashed (access violation,
-/// illegal instruction, breakpoint, division) and describes the crash in `text`. Nothing is unwound: what
-/// the interrupted frames owned is lost.
+/// illegal instruction, breakpoint, division, a stack that is used up) and describes the crash in `text`.
+/// Nothing is unwound: what the interrupted frames owned is lost.
 bool RunCatching(void (*body)(void*), void* argument, std::string& text);
 
 /// Fails the test with `text` and throws LibraryCrash.

@@ -184,6 +184,14 @@ TEST_F(HxRunLooksTest, AFolderThatCannotBeListedEndsTheRun) {
   });
   EXPECT_EQ(EndOf([&] { Call<&::RemoveDirectoryW>(In(L"A").c_str()); }),
             EndAt("delete the folder C:\\hxrun-looks\\A"));
+  // Nor can one whose list breaks off.
+  OwnImport<&::FindNextFileW> next("FindNextFileW", [](HANDLE, WIN32_FIND_DATAW*) {
+    SetLastError(ERROR_NETNAME_DELETED);
+    return FALSE;
+  });
+  Begin();
+  EXPECT_EQ(EndOf([&] { Call<&::RemoveDirectoryW>(In(L"B").c_str()); }),
+            EndAt("delete the folder C:\\hxrun-looks\\B"));
 }
 
 // Windows lets a program that runs and a library that is loaded be opened for deletion, but deletes neither.

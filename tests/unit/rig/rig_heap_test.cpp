@@ -104,6 +104,15 @@ TEST_F(RigTest, ATrapIsACrash) {
   EXPECT_TRUE(Has(Reported([] { SubjectTrap(); }), "trap instruction"));
 }
 
+TEST_F(RigTest, AnEndlessRecursionIsACrash) {
+  EXPECT_EQ(SubjectRecurse(10), 55);
+  // Each time: the guard of the stack is there again.
+  for (int time = 0; time < 3; ++time) {
+    EXPECT_TRUE(Has(Reported([] { SubjectRecurse(1 << 30); }), ": the stack is used up"));
+  }
+  EXPECT_EQ(SubjectRecurse(10), 55);
+}
+
 TEST_F(RigTest, ACrashEndsTheTest) {
   rig::FailureCapture capture;
   EXPECT_THROW(SubjectReadNull(), rig::LibraryCrash);

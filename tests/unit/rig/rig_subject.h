@@ -18,6 +18,7 @@ HX_INTERNAL(SubjectGrow);
 HX_INTERNAL(SubjectFreeTwice);
 HX_INTERNAL(SubjectFreeForeign);
 HX_INTERNAL(SubjectReadNull);
+HX_INTERNAL(SubjectRecurse);
 HX_INTERNAL(SubjectTrap);
 HX_INTERNAL(SubjectPeek);
 HX_INTERNAL(SubjectReadConstant);
