@@ -368,6 +368,11 @@ def check_size(image):
     return [f"{size} bytes, more than {limit}"] if limit and size > limit else []
 
 
+def check_path_limits(image):
+    """The installer has the limits of Windows for the lengths of paths, so a dry run must have them too."""
+    return ["it is declared longPathAware"] if b"longPathAware" in image.bytes else []
+
+
 CHECKS = {
     "machine": check_machine,
     "exports": check_exports,
@@ -400,6 +405,7 @@ PROGRAM_CHECKS = {
     "no-local-paths": check_no_local_paths,
     "timestamps": check_timestamps,
     "relocations": check_relocations,
+    "path-limits": check_path_limits,
 }
 
 

@@ -561,6 +561,12 @@ class ProgramTest(ImageTest):
 
         self.assert_program_fails(self.program(change), "version-resource", "not 1.2.3")
 
+    def test_long_paths(self):
+        def declare(data):
+            data.extend(b"<longPathAware>true</longPathAware>")
+
+        self.assert_program_fails(self.program(declare), "path-limits", "it is declared longPathAware")
+
     def test_a_missing_one(self):
         failed, _, code = judge(good["x64"], options=["--program"])
         self.assertEqual(list(failed), ["image"])
