@@ -82,6 +82,7 @@ struct Log {
   std::vector<Place> starts;  // "Action start" lines of the action
   std::vector<Place> calls;   // lines with its entry point
   std::vector<Scheduled> data;
+  std::set<std::string> actions;  // the names of all actions that began
 };
 
 // The text between `head` and `tail`, which begin and end the rest of `line` from `head` on.
@@ -188,8 +189,9 @@ class LogReader {
       log_.installations[Current(side_)].product = "{" + *product + "}";
     } else if (line.find("PROPERTY CHANGE: ") != std::string::npos) {
       TakeChange(lines, index);
-    } else if (auto started = StartedAction(line); started && IsAskedFor(*started, action_)) {
-      log_.starts.push_back({index, Current(side_)});
+    } else if (auto started = StartedAction(line)) {
+      log_.actions.insert(*started);
+      if (IsAskedFor(*started, action_)) log_.starts.push_back({index, Current(side_)});
     } else if (EndsWith(line, called_)) {
       log_.calls.push_back({index, Current(side_)});
     } else if (auto scheduled = ScheduledIn(line, action_)) {
@@ -390,6 +392,20 @@ std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& 
   return taken->second;
 }
 
+// Returns " Did you mean X?" for the action of the log that is most like the one that is asked for by its
+// name; empty for an entry point, and if no action of the same entry point is like it.
+std::string ActionHint(const Log& log, const std::string& action) {
+  const std::string head = action.substr(0, action.find('.') + 1);
+  std::vector<std::string> names;
+  // What they have in common makes no name like another.
+  std::copy_if(log.actions.begin(), log.actions.end(), std::back_inserter(names),
+               [&](const std::string& name) {
+                 return !head.empty() && StartsWith(name, head) &&
+                        !NearestHint(action.substr(head.size()), {name.substr(head.size())}).empty();
+               });
+  return NearestHint(action, names);
+}
+
 // Notes what the log does not say of the values.
 void NoteSource(const Log& log, size_t installation, const std::string& file,
                 std::vector<std::string>& notes) {
@@ -455,7 +471,9 @@ LoggedAction ReadLog(const std::vector<std::string>& lines, const std::string& a
   // The line with the entry point counts more than the action's name, which a package chooses.
   std::vector<Place> places = log.calls.empty() ? log.starts : log.calls;
   std::vector<Scheduled> scheduled = log.data;
-  if (places.empty() && scheduled.empty()) throw UsageError(file + " has no run of " + action + ".");
+  if (places.empty() && scheduled.empty()) {
+    throw UsageError(file + " has no run of " + action + "." + ActionHint(log, action));
+  }
   LeaveProduct(log, places, product);
   LeaveProduct(log, scheduled, product);
   const Place place =

@@ -297,6 +297,15 @@ std::string MistakeIn(const std::string& log, const std::string& action, bool is
 TEST(HxRunLogTest, WhatALogDoesNotHave) {
   EXPECT_EQ(MistakeIn(kLog, "CustomAction3", false), "a.log has no run of CustomAction3.");
   EXPECT_EQ(MistakeIn("", "CustomAction3", false), "a.log has no run of CustomAction3.");
+  // The name of an action can be mistyped, too.
+  const std::string names =
+      "Action start 12:00:01: CustomAction15.Server.\nAction start 12:00:02: CustomAction15.Data.\n"
+      "Action start 12:00:02: CustomAction16.Servr.\n";
+  EXPECT_EQ(MistakeIn(names, "CustomAction15.Servr", true),
+            "a.log has no run of CustomAction15.Servr. Did you mean CustomAction15.Server?");
+  EXPECT_EQ(MistakeIn(names, "CustomAction15.LookAtOlder", true),
+            "a.log has no run of CustomAction15.LookAtOlder.");
+  EXPECT_EQ(MistakeIn(names, "CustomAction17", true), "a.log has no run of CustomAction17.");
   EXPECT_EQ(MistakeIn("Action start 12:00:01: CustomAction15.\n", "CustomAction15", true),
             "a.log does not show the CustomActionData of CustomAction15.");
   const char* const hidden = "a.log hides the CustomActionData of CustomAction15: give it with --data.";
