@@ -364,8 +364,9 @@ Outlook LookedUpToRemove(HRESULT result, IUnknown* found) {
 
 // Does so for an exception that is to be added, which may be there or not.
 Outlook LookedUpToAdd(HRESULT result, IUnknown* found) {
-  const Outlook outlook = LookedUpToRemove(result, found);
-  return result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) ? Outlook() : outlook;
+  if (found != nullptr) found->Release();
+  if (SUCCEEDED(result) || result == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)) return {};
+  return result == kFirewallStopped ? WouldReturn(static_cast<uint32_t>(result)) : NobodyKnows();
 }
 
 // The text by which the firewall finds the exception in argument 0.

@@ -450,6 +450,7 @@ HRESULT FindException(void*, BSTR name, Interface** out) {
   if (text == L"none") return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
   if (text == L"stopped") return kFirewallStopped;
   if (text == L"unknown") return E_NOTIMPL;
+  if (text == L"no path") return HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
   // It is released, and nothing else is done with it.
   *out = static_cast<Interface*>(rawExceptions->Pointer());
   return S_OK;
@@ -494,7 +495,9 @@ TEST_F(HxRunLooksTest, ARuleIsAddedIfItsNameCanBeLookedUp) {
                              "INetFwRule.put_Name(\"stopped\") = 0",
                              "fails: remove from the firewall the rule stopped (error 0x800706d9)",
                              text("none"), text("here")}));
-  EXPECT_EQ(EndOf([&] { add(L"unknown"); }), EndAt("add the rule to the firewall: unknown"));
+  for (const wchar_t* name : {L"unknown", L"no path"}) {
+    EXPECT_EQ(EndOf([&] { add(name); }), EndAt("add the rule to the firewall: " + rig::ToUtf8(name)));
+  }
 }
 
 TEST_F(HxRunLooksTest, AProgramIsAddedIfItCanBeLookedUp) {
@@ -539,7 +542,10 @@ TEST_F(HxRunLooksTest, AProgramIsAddedIfItCanBeLookedUp) {
             (Texts{"fails: " + text("stopped", " (error 0x800706d9)"),
                    "fails: remove from the firewall's exceptions the program stopped (error 0x800706d9)",
                    text("none"), text("here")}));
-  EXPECT_EQ(EndOf([&] { add(L"unknown"); }), EndAt("add the program to the firewall's exceptions: unknown"));
+  for (const wchar_t* name : {L"unknown", L"no path"}) {
+    EXPECT_EQ(EndOf([&] { add(name); }),
+              EndAt("add the program to the firewall's exceptions: " + rig::ToUtf8(name)));
+  }
 }
 
 // ---- tasks
