@@ -58,8 +58,8 @@ if(HX_PROCESSOR STREQUAL "arm64")
   list(APPEND compileOptions -mbranch-protection=standard)
 endif()
 # The fuzzer loads the image into a native process of Linux, so the shadow memory is where Linux has it. The linker's
-# own sections for globals do not exist in such an image. The functions of the ignore list read after the end of a text
-# on purpose, but never after the end of its page.
+# own sections for globals do not exist in such an image. The function of the ignore list reads after the end of a text on
+# purpose, but never after the end of its page.
 if(HX_FUZZ)
   set(fuzzIgnored ${CMAKE_SOURCE_DIR}/fuzz/image/ignored.txt)
   list(APPEND compileOptions -fsanitize=address -fsanitize-address-use-after-return=never

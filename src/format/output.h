@@ -76,6 +76,13 @@ inline bool IsWithinPage(const char* text) {
   return (reinterpret_cast<uintptr_t>(text) & (kPageSize - 1)) <= kPageSize - 8;
 }
 
+/// Reads the 8 bytes at `text`, for which IsWithinPage is true. The text may end in them.
+inline uint64_t LoadTextEnd(const char* text) {
+  uint64_t value;
+  __builtin_memcpy(&value, text, sizeof value);
+  return value;
+}
+
 /// Copies from `text` to `at` up to the terminator, a byte `stop` or the end of `room`, 8 bytes at a time
 /// where that is safe. Advances `at`, reduces `room`, and returns the place in `text` where it stopped.
 /// Touches nothing after the copied bytes. With a null `at` only counts the bytes.
@@ -88,7 +95,7 @@ inline const char* CopyRun(char** at, uint32_t* room, const char* text) {
   }
   for (;;) {
     if (*room >= 8 && IsWithinPage(text)) {
-      const uint64_t word = Load8(text);
+      const uint64_t word = LoadTextEnd(text);
       const uint64_t ends = ZeroBytes(word) | (stop != 0 ? ZeroBytes(word ^ kEachStop) : 0);
       const uint32_t count = ends == 0 ? 8 : static_cast<uint32_t>(__builtin_ctzll(ends)) / 8;
       text += count;
