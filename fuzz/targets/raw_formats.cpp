@@ -1,5 +1,6 @@
-// Any text as a format. All arguments are small addresses, each at once a text, a wide text, an object, and a
-// number of bytes that can be read there: whatever the format takes an argument for, reading it is allowed.
+// Any text as a format. Each argument is at once the address of a text, a wide text or an object, and, in its
+// low half, a number of bytes that can be read there: whatever the format takes an argument for, reading it
+// is allowed.
 
 #include <sys/mman.h>
 
@@ -15,12 +16,13 @@ namespace {
 
 constinit Operation<unsigned(char*, unsigned, const char*, const uint64_t*)> callFormat("FormatStringV");
 
-// The zone begins at the lowest address that a process may use. The arguments are in its first part; what is
-// read from one as text of as many wide characters as its address says ends within the zone.
-constexpr uintptr_t kZone = 0x10000;
-constexpr size_t kArgumentPart = 0x4000;
-constexpr size_t kZoneSize = 0x40000;
-static_assert(kZone + kZoneSize >= (kZone + kArgumentPart) * 3);
+// The low half of the zone's address is 0, so that the arguments, which are in its first part, are small
+// numbers: the engine takes a length, a width or a precision from the low half. What is read from one as text
+// of as many wide characters as that number says ends within the zone.
+constexpr uintptr_t kZone = 0x490000000000;
+constexpr size_t kArgumentPart = 0x400;
+constexpr size_t kZoneSize = 0x4000;
+static_assert(kZoneSize >= kArgumentPart * 3);
 
 constexpr size_t kSlots = 64;
 
@@ -36,7 +38,7 @@ uint8_t* NeedZone() {
   static uint8_t* const kPlace = [] {
     void* place = mmap(reinterpret_cast<void*>(kZone), kZoneSize, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
-    REQUIRE(place == reinterpret_cast<void*>(kZone), "the lowest addresses are not free");
+    REQUIRE(place == reinterpret_cast<void*>(kZone), "the zone's addresses are not free");
     constexpr size_t kTextSize = 64;
     for (size_t at = 0; at < kZoneSize; at += kTextSize)
       memset(static_cast<uint8_t*>(place) + at, 'z', kTextSize - 2);
