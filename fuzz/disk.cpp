@@ -9,13 +9,18 @@ namespace {
 // Longer paths are refused, like those of old programs on Windows.
 constexpr size_t kLongestPath = 160;
 // A run that needs more calls sees a disk that does not answer any more: links can make a tree endless.
-constexpr uint32_t kMostCalls = 1500;
+constexpr uint32_t kMostCalls = 800;
 
 std::unique_ptr<Entry> root, away;
 uint32_t calls;
 
+// What a search has found: the disk as it was then.
+struct Found {
+  std::u16string name, shortName;
+  DWORD attributes;
+};
 struct Search {
-  std::vector<WIN32_FIND_DATAW> found;
+  std::vector<Found> found;
   size_t next = 0;
 };
 std::unordered_map<const void*, Search> searches;
@@ -40,43 +45,70 @@ bool Matches(std::u16string_view pattern, std::u16string_view name) {
          Matches(pattern.substr(1), name.substr(1));
 }
 
-// A path, taken apart as Windows does.
-struct Parsed {
-  bool isValid = false;
-  bool endsWithBackslash = false;
-  std::vector<std::u16string> names;
+// True if the pattern means the entry: by its long or its short name.
+bool IsMatch(std::u16string_view pattern, const Entry& entry) {
+  return Matches(pattern, entry.name) || (!entry.shortName.empty() && Matches(pattern, entry.shortName));
+}
+
+// A path, taken apart as Windows does. It holds its text itself: a run takes apart hundreds of paths, and to
+// allocate memory for each would take most of its time.
+class Parsed {
+ public:
+  explicit Parsed(std::u16string_view path);
+  Parsed(const Parsed&) = delete;
+  Parsed& operator=(const Parsed&) = delete;
+
+  bool isValid() const { return isValid_; }
+  bool endsWithBackslash() const { return endsWithBackslash_; }
+  bool isRoot() const { return count_ == 0; }
+  // The names, in their order.
+  size_t count() const { return count_; }
+  std::u16string_view name(size_t index) const { return names_[index]; }
+  std::u16string_view last() const { return names_[count_ - 1]; }
+
+ private:
+  void Put(std::u16string_view text) {
+    for (char16_t unit : text) text_[length_++] = unit == u'/' ? u'\\' : unit;
+  }
+
+  static constexpr std::u16string_view kCurrent = u"\\current\\";
+  bool isValid_ = false;
+  bool endsWithBackslash_ = false;
+  size_t count_ = 0, length_ = 0;
+  char16_t text_[kLongestPath + kCurrent.size()];
+  std::u16string_view names_[kLongestPath + kCurrent.size()];
 };
 
-Parsed Parse(std::u16string path) {
-  Parsed parsed;
+Parsed::Parsed(std::u16string_view path) {
   constexpr std::u16string_view kUncut = u"\\\\?\\";
-  const bool isCut = path.compare(0, kUncut.size(), kUncut) != 0;
-  if (!isCut) path.erase(0, kUncut.size());
-  std::replace(path.begin(), path.end(), u'/', u'\\');
-  if (path.size() > kLongestPath) return parsed;
+  auto isBackslash = [](char16_t unit) { return unit == u'\\' || unit == u'/'; };
+  const bool isCut = path.substr(0, kUncut.size()) != kUncut;
+  if (!isCut) path.remove_prefix(kUncut.size());
+  if (path.size() > kLongestPath) return;
   if (path.size() >= 2 && path[1] == u':') {
-    if (Folded(path[0]) != u'C') return parsed;
-    path.erase(0, 2);
-    if (path.empty() || path[0] != u'\\') path.insert(0, u"\\");
-  } else if (path.empty() || path[0] != u'\\') {
-    path.insert(0, u"\\current\\");
-  } else if (path.size() > 1 && path[1] == u'\\') {
-    return parsed;
+    if (Folded(path[0]) != u'C') return;
+    path.remove_prefix(2);
+    if (path.empty() || !isBackslash(path[0])) Put(u"\\");
+  } else if (path.empty() || !isBackslash(path[0])) {
+    Put(kCurrent);
+  } else if (path.size() > 1 && isBackslash(path[1])) {
+    return;
   }
-  parsed.isValid = true;
-  parsed.endsWithBackslash = path.back() == u'\\';
-  for (size_t at = 1; at <= path.size();) {
-    size_t end = std::min(path.find(u'\\', at), path.size());
-    std::u16string name = path.substr(at, end - at);
+  Put(path);
+  isValid_ = true;
+  const std::u16string_view text(text_, length_);
+  for (size_t at = 1; at <= text.size();) {
+    const size_t end = std::min(text.find(u'\\', at), text.size());
+    std::u16string_view name = text.substr(at, end - at);
     at = end + 1;
-    if (name == u"..") {
-      if (!parsed.names.empty()) parsed.names.pop_back();
-      continue;
-    }
-    while (isCut && !name.empty() && (name.back() == u'.' || name.back() == u' ')) name.pop_back();
-    if (!name.empty()) parsed.names.push_back(std::move(name));
+    const bool isOwn = isCut && name == u".";
+    const bool isUp = name == u"..";
+    if (isUp && count_) --count_;
+    while (isCut && !name.empty() && (name.back() == u'.' || name.back() == u' ')) name.remove_suffix(1);
+    // So does a path whose last name has only dots and blanks.
+    endsWithBackslash_ = name.empty() && !isOwn && !isUp;
+    if (!name.empty() && !isUp) names_[count_++] = name;
   }
-  return parsed;
 }
 
 bool IsValidName(std::u16string_view name) {
@@ -106,8 +138,8 @@ Entry* Contents(Entry* entry) {
 // Returns the folder that holds the last name of a path, or null.
 Entry* FolderOf(const Parsed& parsed) {
   Entry* folder = root.get();
-  for (size_t i = 0; folder && i + 1 < parsed.names.size(); ++i) {
-    folder = Child(folder, parsed.names[i]);
+  for (size_t i = 0; folder && i + 1 < parsed.count(); ++i) {
+    folder = Child(folder, parsed.name(i));
     if (folder) folder = Contents(folder);
   }
   return folder;
@@ -115,16 +147,12 @@ Entry* FolderOf(const Parsed& parsed) {
 
 // Returns the entry of a path, or null. Sets the error.
 Entry* Find(const Parsed& parsed) {
-  if (!parsed.isValid) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
-  if (parsed.names.empty()) return root.get();
+  if (!parsed.isValid()) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
+  if (parsed.isRoot()) return root.get();
   Entry* folder = FolderOf(parsed);
   if (!folder) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
-  Entry* entry = Child(folder, parsed.names.back());
+  Entry* entry = Child(folder, parsed.last());
   return entry ? entry : WithError(ERROR_FILE_NOT_FOUND, nullptr);
-}
-
-Parsed ParseText(LPCWSTR text) {
-  return Parse(std::u16string(ViewOf(text)));
 }
 
 // Counts a call. Returns true, and sets the error, if it must fail.
@@ -137,10 +165,10 @@ bool Refuses() {
 
 // Adds an entry; null if the name is barred or exists, and then sets the error.
 Entry* Add(const Parsed& parsed, std::unique_ptr<Entry> entry) {
-  if (!parsed.isValid || parsed.names.empty()) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
+  if (!parsed.isValid() || parsed.isRoot()) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
   Entry* folder = FolderOf(parsed);
   if (!folder) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
-  const std::u16string& name = parsed.names.back();
+  const std::u16string_view name = parsed.last();
   if (!IsValidName(name)) return WithError(ERROR_INVALID_NAME, nullptr);
   if (Child(folder, name)) return WithError(ERROR_ALREADY_EXISTS, nullptr);
   entry->name = name;
@@ -179,27 +207,29 @@ DWORD Attributes(const Entry& entry) {
   return entry.isLink ? attributes | FILE_ATTRIBUTE_REPARSE_POINT : attributes;
 }
 
-WIN32_FIND_DATAW Record(const Entry& entry, std::u16string_view name) {
-  WIN32_FIND_DATAW record;
+Found Record(const Entry& entry, std::u16string_view name) {
+  return {std::u16string(name), entry.shortName, Attributes(entry)};
+}
+
+// Stores what the search finds next.
+void Deliver(Search* search, LPWIN32_FIND_DATAW record) {
+  const Found& found = search->found[search->next++];
   constexpr int kRubbish = 0xA5;
-  memset(&record, kRubbish, sizeof record);
-  record.dwFileAttributes = Attributes(entry);
-  record.dwReserved0 = entry.isLink ? IO_REPARSE_TAG_MOUNT_POINT : 0;
-  memcpy(record.cFileName, name.data(), name.size() * sizeof(wchar_t));
-  record.cFileName[name.size()] = 0;
-  memcpy(record.cAlternateFileName, entry.shortName.data(), entry.shortName.size() * sizeof(wchar_t));
-  record.cAlternateFileName[entry.shortName.size()] = 0;
-  return record;
+  memset(record, kRubbish, sizeof *record);
+  record->dwFileAttributes = found.attributes;
+  record->dwReserved0 = found.attributes & FILE_ATTRIBUTE_REPARSE_POINT ? IO_REPARSE_TAG_MOUNT_POINT : 0;
+  memcpy(record->cFileName, found.name.c_str(), (found.name.size() + 1) * sizeof(wchar_t));
+  memcpy(record->cAlternateFileName, found.shortName.c_str(), (found.shortName.size() + 1) * sizeof(wchar_t));
 }
 
 HANDLE WINAPI AnswerFindFirstFileW(LPCWSTR text, LPWIN32_FIND_DATAW found) {
   if (Refuses()) return INVALID_HANDLE_VALUE;
-  Parsed parsed = ParseText(text);
-  if (!parsed.isValid) return WithError(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
-  if (parsed.endsWithBackslash || parsed.names.empty())
+  const Parsed parsed(ViewOf(text));
+  if (!parsed.isValid()) return WithError(ERROR_PATH_NOT_FOUND, INVALID_HANDLE_VALUE);
+  if (parsed.endsWithBackslash() || parsed.isRoot())
     return WithError(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
   Search search;
-  const std::u16string& last = parsed.names.back();
+  const std::u16string_view last = parsed.last();
   if (last.find_first_of(u"*?") == std::u16string::npos) {
     Entry* entry = Find(parsed);
     if (!entry) return INVALID_HANDLE_VALUE;
@@ -212,13 +242,11 @@ HANDLE WINAPI AnswerFindFirstFileW(LPCWSTR text, LPWIN32_FIND_DATAW found) {
       if (Matches(last, u"..")) search.found.push_back(Record(*folder, u".."));
     }
     for (const auto& child : folder->children) {
-      if (Matches(last, child->name) || (!child->shortName.empty() && Matches(last, child->shortName))) {
-        search.found.push_back(Record(*child, child->name));
-      }
+      if (IsMatch(last, *child)) search.found.push_back(Record(*child, child->name));
     }
   }
   if (search.found.empty()) return WithError(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
-  *found = search.found[search.next++];
+  Deliver(&search, found);
   HANDLE handle = NewHandle(Kind::kSearch);
   searches[handle] = std::move(search);
   return handle;
@@ -229,7 +257,7 @@ BOOL WINAPI AnswerFindNextFileW(HANDLE handle, LPWIN32_FIND_DATAW found) {
   if (Refuses()) return FALSE;
   Search& search = searches[handle];
   if (search.next == search.found.size()) return WithError(ERROR_NO_MORE_FILES, FALSE);
-  *found = search.found[search.next++];
+  Deliver(&search, found);
   return TRUE;
 }
 
@@ -241,7 +269,7 @@ BOOL WINAPI AnswerFindClose(HANDLE handle) {
 
 DWORD WINAPI AnswerGetFileAttributesW(LPCWSTR path) {
   if (Refuses()) return INVALID_FILE_ATTRIBUTES;
-  Entry* entry = Find(ParseText(path));
+  Entry* entry = Find(Parsed(ViewOf(path)));
   return entry ? Attributes(*entry) : INVALID_FILE_ATTRIBUTES;
 }
 
@@ -249,12 +277,12 @@ BOOL WINAPI AnswerCreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES) {
   if (Refuses()) return FALSE;
   auto folder = std::make_unique<Entry>();
   folder->isFolder = true;
-  return Add(ParseText(path), std::move(folder)) != nullptr;
+  return Add(Parsed(ViewOf(path)), std::move(folder)) != nullptr;
 }
 
 BOOL WINAPI AnswerRemoveDirectoryW(LPCWSTR path) {
   if (Refuses()) return FALSE;
-  Entry* entry = Find(ParseText(path));
+  Entry* entry = Find(Parsed(ViewOf(path)));
   if (!entry) return FALSE;
   if (!entry->isFolder || !entry->parent) return WithError(ERROR_DIRECTORY, FALSE);
   if (!entry->children.empty()) return WithError(ERROR_DIR_NOT_EMPTY, FALSE);
@@ -265,7 +293,7 @@ BOOL WINAPI AnswerRemoveDirectoryW(LPCWSTR path) {
 
 BOOL WINAPI AnswerDeleteFileW(LPCWSTR path) {
   if (Refuses()) return FALSE;
-  Entry* entry = Find(ParseText(path));
+  Entry* entry = Find(Parsed(ViewOf(path)));
   if (!entry) return FALSE;
   if (entry->isFolder) return WithError(ERROR_ACCESS_DENIED, FALSE);
   TakeOut(entry);
@@ -274,10 +302,10 @@ BOOL WINAPI AnswerDeleteFileW(LPCWSTR path) {
 
 BOOL WINAPI AnswerCopyFileW(LPCWSTR from, LPCWSTR to, BOOL refusesExisting) {
   if (Refuses()) return FALSE;
-  Entry* source = Find(ParseText(from));
+  Entry* source = Find(Parsed(ViewOf(from)));
   if (!source) return FALSE;
   if (source->isFolder) return WithError(ERROR_ACCESS_DENIED, FALSE);
-  Parsed parsed = ParseText(to);
+  const Parsed parsed(ViewOf(to));
   if (Entry* existing = Find(parsed)) {
     if (refusesExisting) return WithError(ERROR_FILE_EXISTS, FALSE);
     if (existing->isFolder) return WithError(ERROR_ACCESS_DENIED, FALSE);
@@ -291,22 +319,22 @@ BOOL WINAPI AnswerCopyFileW(LPCWSTR from, LPCWSTR to, BOOL refusesExisting) {
 
 BOOL Move(LPCWSTR from, LPCWSTR to, bool replaces) {
   if (Refuses()) return FALSE;
-  Entry* source = Find(ParseText(from));
+  Entry* source = Find(Parsed(ViewOf(from)));
   if (!source) return FALSE;
   if (!source->parent) return WithError(ERROR_ACCESS_DENIED, FALSE);
-  Parsed parsed = ParseText(to);
-  if (!parsed.isValid || parsed.names.empty()) return WithError(ERROR_PATH_NOT_FOUND, FALSE);
+  const Parsed parsed(ViewOf(to));
+  if (!parsed.isValid() || parsed.isRoot()) return WithError(ERROR_PATH_NOT_FOUND, FALSE);
   Entry* folder = FolderOf(parsed);
   if (!folder) return WithError(ERROR_PATH_NOT_FOUND, FALSE);
-  if (!IsValidName(parsed.names.back())) return WithError(ERROR_INVALID_NAME, FALSE);
+  if (!IsValidName(parsed.last())) return WithError(ERROR_INVALID_NAME, FALSE);
   if (IsWithin(folder, source)) return WithError(ERROR_SHARING_VIOLATION, FALSE);
-  Entry* existing = Child(folder, parsed.names.back());
+  Entry* existing = Child(folder, parsed.last());
   if (existing && existing != source) {
     if (!replaces || existing->isFolder) return WithError(ERROR_ALREADY_EXISTS, FALSE);
     TakeOut(existing);
   }
   std::unique_ptr<Entry> taken = TakeOut(source);
-  taken->name = parsed.names.back();
+  taken->name = parsed.last();
   taken->shortName.clear();
   taken->parent = folder;
   folder->children.push_back(std::move(taken));
@@ -323,9 +351,9 @@ BOOL WINAPI AnswerMoveFileExW(LPCWSTR from, LPCWSTR to, DWORD flags) {
 
 HANDLE OpenFile(const std::u16string& path) {
   if (Refuses()) return INVALID_HANDLE_VALUE;
-  Entry* entry = Find(Parse(path));
+  Entry* entry = Find(Parsed(path));
   if (!entry) return INVALID_HANDLE_VALUE;
-  return entry->isFolder ? WithError(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE) : NewHandle(Kind::kFile);
+  return entry->isFolder ? WithError(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE) : NewHandle(Kind::kHandle);
 }
 
 HANDLE WINAPI AnswerCreateFileA(LPCSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
@@ -333,17 +361,17 @@ HANDLE WINAPI AnswerCreateFileA(LPCSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES
 }
 
 DWORD WINAPI AnswerSetFilePointer(HANDLE file, LONG, PLONG, DWORD) {
-  NeedHeld(Kind::kFile, file);
+  NeedHeld(Kind::kHandle, file);
   return MustFail() ? INVALID_SET_FILE_POINTER : 0;
 }
 
 BOOL WINAPI AnswerSetEndOfFile(HANDLE file) {
-  NeedHeld(Kind::kFile, file);
+  NeedHeld(Kind::kHandle, file);
   return !MustFail();
 }
 
 BOOL WINAPI AnswerWriteFile(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written, LPOVERLAPPED) {
-  NeedHeld(Kind::kFile, file);
+  NeedHeld(Kind::kHandle, file);
   for (DWORD i = 0; i < size; ++i)
     REQUIRE(!static_cast<const uint8_t*>(bytes)[i], "a byte of the audit file is not zero");
   *written = size;
@@ -351,7 +379,7 @@ BOOL WINAPI AnswerWriteFile(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD writ
 }
 
 BOOL WINAPI AnswerCloseHandle(HANDLE handle) {
-  GaveBack(Kind::kFile, handle);
+  GaveBack(Kind::kHandle, handle);
   return TRUE;
 }
 
@@ -444,11 +472,6 @@ constexpr struct {
     {u"\xD83D\xDE00", u"EMOJI~1"},
 };
 
-std::u16string PathOf(const Entry& entry) {
-  if (!entry.parent) return entry.name;
-  return PathOf(*entry.parent) + u"\\" + entry.name;
-}
-
 }  // namespace
 
 void ResetDisk() {
@@ -498,6 +521,49 @@ std::vector<Entry*> AwayEntries() {
   return all;
 }
 
+std::u16string PathOf(const Entry& entry) {
+  if (!entry.parent) return entry.name;
+  return PathOf(*entry.parent) + u"\\" + entry.name;
+}
+
+Entry* EntryAt(const std::u16string& path) {
+  return Find(Parsed(path));
+}
+
+std::vector<Entry*> EntriesAt(const std::u16string& path) {
+  const Parsed parsed(path);
+  if (!parsed.isValid() || parsed.endsWithBackslash() || parsed.isRoot()) return {};
+  Entry* folder = FolderOf(parsed);
+  if (!folder) return {};
+  const std::u16string_view last = parsed.last();
+  std::vector<Entry*> entries;
+  if (last.find_first_of(u"*?") == std::u16string::npos) {
+    if (Entry* entry = Child(folder, last)) entries.push_back(entry);
+    return entries;
+  }
+  for (const auto& child : folder->children) {
+    if (IsMatch(last, *child)) entries.push_back(child.get());
+  }
+  return entries;
+}
+
+Entry* FolderAt(const std::u16string& path) {
+  const Parsed parsed(path);
+  return parsed.isValid() && !parsed.isRoot() ? FolderOf(parsed) : nullptr;
+}
+
+Entry* ChildOf(Entry* folder, const std::u16string& name) {
+  return Child(folder, name);
+}
+
+Entry* ContentsOf(Entry* entry) {
+  return Contents(entry);
+}
+
+bool DiskIsWorn() {
+  return calls > kMostCalls;
+}
+
 std::string Described(const Entry& entry) {
   std::string text = NarrowOf(PathOf(entry));
   if (entry.isLink) return text + " link";
@@ -521,7 +587,7 @@ std::u16string TakePath(Data* data) {
 
 bool LeadsThroughLink(const std::u16string& path) {
   for (size_t at = 0; (at = path.find_first_of(u"\\/", at)) != std::u16string::npos; ++at) {
-    Entry* entry = Find(Parse(path.substr(0, at)));
+    Entry* entry = Find(Parsed(path.substr(0, at)));
     if (entry && entry->isLink) return true;
   }
   return false;

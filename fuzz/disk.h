@@ -36,3 +36,24 @@ std::u16string TakePath(Data* data);
 
 /// True if a part of `path` before a backslash is a link.
 bool LeadsThroughLink(const std::u16string& path);
+
+/// Returns the path of an entry.
+std::u16string PathOf(const Entry& entry);
+
+/// Returns the entry to which `path` leads, or null.
+Entry* EntryAt(const std::u16string& path);
+
+/// Returns the entries that the last name of `path`, which may be a pattern, means in its folder.
+std::vector<Entry*> EntriesAt(const std::u16string& path);
+
+/// Returns the folder that holds the last name of `path`, or null.
+Entry* FolderAt(const std::u16string& path);
+
+/// Returns the entry called `name` in a folder, or null.
+Entry* ChildOf(Entry* folder, const std::u16string& name);
+
+/// Returns where the contents of a folder or of a link are; null for a file and for a link to nowhere.
+Entry* ContentsOf(Entry* entry);
+
+/// True if the disk has refused a call because there were too many.
+bool DiskIsWorn();

@@ -9,7 +9,8 @@ World world;
 
 namespace {
 
-std::unordered_map<const void*, Kind> held;
+// What the library has, the newest last: it is given back soon, and then found at once.
+std::vector<std::pair<const void*, Kind>> held;
 uintptr_t lastHandle;
 bool hasFailed;
 
@@ -18,10 +19,14 @@ std::vector<void (*)()>& Resets() {
   return resets;
 }
 
+auto FindHeld(const void* thing) {
+  return std::find_if(held.rbegin(), held.rend(), [thing](const auto& each) { return each.first == thing; });
+}
+
 const char* NameOf(Kind kind) {
-  static constexpr const char* kNames[] = {
-      "block",   "local block", "task block", "search", "file",   "handle",    "key",       "record",
-      "service", "module",      "policy",     "buffer", "string", "reference", "COM start", "binding"};
+  static constexpr const char* kNames[] = {"block",         "local block", "task block", "search", "handle",
+                                           "key",           "record",      "service",    "module", "buffer",
+                                           "session block", "string",      "reference"};
   return kNames[static_cast<int>(kind)];
 }
 
@@ -52,12 +57,15 @@ void BeginWorld() {
 
 void EndWorld() {
   for (const auto& [thing, kind] : held) Fail("a %s is left over", NameOf(kind));
-  REQUIRE(world.mode == 0, "the error mode is left at %u", world.mode);
+  REQUIRE(world.mode == world.modeBefore, "the error mode is left at %u; it was %u", world.mode,
+          world.modeBefore);
 }
 
 void TakeFailure(Data* data) {
   // Half of the runs have no failure.
+  constexpr UINT kModes[] = {SEM_NOGPFAULTERRORBOX, SEM_FAILCRITICALERRORS, SEM_NOOPENFILEERRORBOX, 0};
   uint8_t choice = data->Byte();
+  world.mode = world.modeBefore = kModes[choice >> 2 & 3];
   if (!(choice & 1)) return;
   world.failsOn = choice & 2;
   world.failing = uint32_t{data->Byte()} + 1;
@@ -76,19 +84,20 @@ bool HasFailed() {
 }
 
 void* Took(Kind kind, void* thing) {
-  REQUIRE(held.emplace(thing, kind).second, "a %s is taken twice", NameOf(kind));
+  REQUIRE(FindHeld(thing) == held.rend(), "a %s is taken twice", NameOf(kind));
+  held.emplace_back(thing, kind);
   return thing;
 }
 
 void NeedHeld(Kind kind, const void* thing) {
-  auto found = held.find(thing);
-  REQUIRE(found != held.end(), "a %s is used that is not held: %p", NameOf(kind), thing);
+  const auto found = FindHeld(thing);
+  REQUIRE(found != held.rend(), "a %s is used that is not held: %p", NameOf(kind), thing);
   REQUIRE(found->second == kind, "a %s is used as a %s", NameOf(found->second), NameOf(kind));
 }
 
 void GaveBack(Kind kind, const void* thing) {
   NeedHeld(kind, thing);
-  held.erase(thing);
+  held.erase(std::next(FindHeld(thing)).base());
 }
 
 void* NewHandle(Kind kind) {

@@ -5,22 +5,19 @@
 
 /// The kinds of things that the library must give back.
 enum class Kind {
-  kBlock,       ///< a block of the process heap
-  kLocalBlock,  ///< a block that LocalFree frees
-  kTaskBlock,   ///< a block that CoTaskMemFree frees
-  kSearch,      ///< a search for files
-  kFile,        ///< an open file
-  kHandle,      ///< a token or a process
-  kKey,         ///< a registry key
-  kRecord,      ///< a record of the installer
-  kService,     ///< the service manager or a service
-  kModule,      ///< a loaded module
-  kPolicy,      ///< a policy of the security authority
-  kBuffer,      ///< a buffer of the network functions
-  kString,      ///< a system string
-  kReference,   ///< a reference to an object
-  kCom,         ///< a start of COM
-  kBinding,     ///< a binding to a directory
+  kBlock,         ///< a block of the process heap
+  kLocalBlock,    ///< a block that LocalFree frees
+  kTaskBlock,     ///< a block that CoTaskMemFree frees
+  kSearch,        ///< a search for files
+  kHandle,        ///< an open file, a token or a process
+  kKey,           ///< a registry key
+  kRecord,        ///< a record of the installer
+  kService,       ///< the service manager or a service
+  kModule,        ///< a loaded module
+  kBuffer,        ///< a buffer of the network functions
+  kSessionBlock,  ///< a block that WTSFreeMemory frees
+  kString,        ///< a system string
+  kReference,     ///< a reference to an object
 };
 
 /// Everything that lasts for one run.
@@ -35,8 +32,8 @@ struct World {
   uint32_t calls = 0;
   /// The last error.
   DWORD error = 0;
-  /// The error mode.
-  UINT mode = 0;
+  /// The error mode of the process, and the one with which the run began.
+  UINT mode = SEM_NOGPFAULTERRORBOX, modeBefore = mode;
   /// The local time, and system time; the answers of the clock.
   SYSTEMTIME local{}, system{};
   /// The zone; `zoneResult` is the answer of GetTimeZoneInformation.
@@ -64,7 +61,7 @@ void BeginWorld();
 /// Ends a run: fails if something was not given back or if the error mode is not restored.
 void EndWorld();
 
-/// Takes from `data` which call fails; most often none.
+/// Takes from `data` which call fails, most often none, and the error mode with which the run begins.
 void TakeFailure(Data* data);
 
 /// Counts a call that can fail, and returns true if it has to fail.

@@ -242,11 +242,13 @@ int WINAPI AnswerMessageBoxA(HWND, LPCSTR text, LPCSTR title, UINT) {
 // ---- modules
 
 // The modules, each with a fixed place. A module that is loaded twice is held once.
-constexpr const char* kModules[] = {"KERNEL32", "OLE32",    "ADVAPI32", "SHELL32", "SHFOLDER",
-                                    "SHLWAPI",  "SETUPAPI", "NETAPI32", "USER32",  "MSI"};
+constexpr const char* kModules[] = {"KERNEL32", "OLE32",    "ADVAPI32", "SHELL32", "SHFOLDER", "SHLWAPI",
+                                    "SETUPAPI", "NETAPI32", "USER32",   "MSI",     "WTSAPI32"};
 // The first ones are loaded before the library is.
 constexpr size_t kLoadedBefore = 4;
-std::map<void*, int> loads;
+std::map<void*, size_t> loads;
+// The functions that were found in each module.
+std::map<void*, std::set<std::string>> functions;
 
 HMODULE PlaceOf(std::string name) {
   if (name.size() > 4 && !strcasecmp(name.c_str() + name.size() - 4, ".dll")) name.resize(name.size() - 4);
@@ -261,6 +263,8 @@ bool IsLoadedBefore(HMODULE module) {
 }
 
 HMODULE LoadModule(const std::string& name) {
+  REQUIRE(world.mode & SEM_FAILCRITICALERRORS,
+          "a module is loaded while message boxes of Windows may appear");
   HMODULE module = PlaceOf(name);
   if (MustFail() || !module) return WithError(ERROR_MOD_NOT_FOUND, nullptr);
   if (!loads[module]++) Took(Kind::kModule, module);
@@ -268,12 +272,10 @@ HMODULE LoadModule(const std::string& name) {
 }
 
 HMODULE WINAPI AnswerLoadLibraryA(LPCSTR name) {
-  REQUIRE(world.mode != 0, "a module is loaded while message boxes of Windows may appear");
   return LoadModule(name);
 }
 
 HMODULE WINAPI AnswerLoadLibraryW(LPCWSTR name) {
-  REQUIRE(world.mode != 0, "a module is loaded while message boxes of Windows may appear");
   return LoadModule(NarrowOf(ViewOf(name)));
 }
 
@@ -304,6 +306,7 @@ FARPROC WINAPI AnswerGetProcAddress(HMODULE module, LPCSTR name) {
   // Without the function that frees buffers nothing could free one, so it is always found.
   const bool fails = strcmp(name, "NetApiBufferFree") != 0 && MustFail();
   void* answer = fails ? nullptr : FindAnswer(name);
+  if (answer) functions[module].insert(name);
   return answer ? reinterpret_cast<FARPROC>(answer) : WithError(ERROR_PROC_NOT_FOUND, nullptr);
 }
 
@@ -469,6 +472,7 @@ void Reset() {
   account.clear();
   hasAccount = false;
   loads.clear();
+  functions.clear();
   version = 0;
 }
 
@@ -529,9 +533,17 @@ const Answers kMachine{
 }  // namespace
 
 void KeepModules() {
-  // The library looks up functions in these once and keeps the module.
-  for (const char* name : {"SHELL32", "SHFOLDER", "ADVAPI32", "NETAPI32"}) {
-    HMODULE module = PlaceOf(name);
-    if (std::exchange(loads[module], 0)) GaveBack(Kind::kModule, module);
+  // The library keeps some modules for all of their functions, and loads others once for each function.
+  constexpr struct {
+    const char* name;
+    bool isForAll;
+  } kKept[] = {
+      {"ADVAPI32", true}, {"NETAPI32", true}, {"WTSAPI32", true}, {"SHELL32", false}, {"SHFOLDER", false}};
+  for (const auto& kept : kKept) {
+    HMODULE module = PlaceOf(kept.name);
+    const size_t count = std::exchange(loads[module], 0);
+    const size_t most = kept.isForAll ? 1 : functions[module].size();
+    REQUIRE(count <= most, "%s is loaded %zu times and kept, not %zu times", kept.name, count, most);
+    if (count) GaveBack(Kind::kModule, module);
   }
 }

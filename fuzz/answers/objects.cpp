@@ -2,6 +2,7 @@
 
 #include "answers/objects.h"
 
+#include "answers/fake_object.h"
 #include "image.h"
 #include "require.h"
 #include "world.h"
@@ -11,98 +12,6 @@
 #include <oleauto.h>
 
 namespace {
-
-// An object of COM whose methods are set one by one. All others succeed and do nothing.
-struct FakeObject {
-  void* const* methods;
-  LONG references;
-};
-
-constexpr size_t kMostMethods = 48;
-
-// The place of a method in the table of its interface.
-template <typename Method>
-size_t SlotOf(Method method) {
-  uintptr_t value;
-  memcpy(&value, &method, sizeof value);
-  // A pointer to a virtual method is one more than its offset in the table.
-  return (value - 1) / sizeof(void*);
-}
-
-std::vector<std::unique_ptr<FakeObject>> objects;
-
-HRESULT IMAGE_ABI AnswerQueryInterface(FakeObject*, REFIID, void**) {
-  return E_NOINTERFACE;
-}
-
-ULONG IMAGE_ABI AnswerAddRef(FakeObject* object) {
-  NeedHeld(Kind::kReference, object);
-  return static_cast<ULONG>(++object->references);
-}
-
-ULONG IMAGE_ABI AnswerRelease(FakeObject* object) {
-  NeedHeld(Kind::kReference, object);
-  if (--object->references == 0) GaveBack(Kind::kReference, object);
-  return static_cast<ULONG>(object->references);
-}
-
-HRESULT IMAGE_ABI AnswerAnyMethod(FakeObject* object) {
-  NeedHeld(Kind::kReference, object);
-  return MustFail() ? E_FAIL : S_OK;
-}
-
-// A method that only reads a text.
-HRESULT IMAGE_ABI AnswerPutText(FakeObject* object, BSTR text) {
-  NeedHeld(Kind::kReference, object);
-  REQUIRE(!ViewOf(text).empty(), "an empty text is set");
-  return MustFail() ? E_FAIL : S_OK;
-}
-
-// The table of an interface.
-struct Table {
-  std::array<void*, kMostMethods> methods;
-
-  Table() {
-    methods.fill(reinterpret_cast<void*>(&AnswerAnyMethod));
-    methods[0] = reinterpret_cast<void*>(&AnswerQueryInterface);
-    methods[1] = reinterpret_cast<void*>(&AnswerAddRef);
-    methods[2] = reinterpret_cast<void*>(&AnswerRelease);
-  }
-  template <typename Method, typename Function>
-  Table& Set(Method method, Function function) {
-    methods[SlotOf(method)] = reinterpret_cast<void*>(function);
-    return *this;
-  }
-};
-
-// Stores a new object; now and then a success without an object, or a failure.
-HRESULT Hand(const Table& table, void** out) {
-  if (MustFail()) {
-    *out = reinterpret_cast<void*>(0xA5A5);
-    return E_FAIL;
-  }
-  if (world.data.Below(16) == 1) {
-    *out = nullptr;
-    return S_OK;
-  }
-  objects.push_back(std::make_unique<FakeObject>(FakeObject{table.methods.data(), 1}));
-  *out = Took(Kind::kReference, objects.back().get());
-  return S_OK;
-}
-
-BSTR MakeString(std::u16string_view text) {
-  auto* string = static_cast<wchar_t*>(NewBlock(Kind::kString, (text.size() + 1) * sizeof(wchar_t)));
-  memcpy(string, text.data(), text.size() * sizeof(wchar_t));
-  string[text.size()] = 0;
-  return string;
-}
-
-HRESULT IMAGE_ABI AnswerGetText(FakeObject* object, BSTR* text) {
-  NeedHeld(Kind::kReference, object);
-  if (MustFail()) return E_FAIL;
-  *text = world.data.Below(8) ? MakeString(world.data.Wide(20)) : nullptr;
-  return S_OK;
-}
 
 HRESULT IMAGE_ABI AnswerGetTruth(FakeObject* object, VARIANT_BOOL* truth) {
   NeedHeld(Kind::kReference, object);
@@ -214,28 +123,15 @@ HRESULT WINAPI AnswerCoInitializeEx(LPVOID, DWORD) {
 
 void WINAPI AnswerCoUninitialize() {
   REQUIRE(starts > 0, "COM is ended without a start");
-  REQUIRE(--starts > 0 || objects.empty() ||
-              std::all_of(objects.begin(), objects.end(),
-                          [](const auto& object) { return object->references == 0; }),
-          "COM is ended before its objects are released");
+  REQUIRE(--starts > 0 || AllObjectsAreReleased(), "COM is ended before its objects are released");
 }
 
-// The objects by the first number of their class.
 HRESULT WINAPI AnswerCoCreateInstance(REFCLSID classId, LPUNKNOWN, DWORD, REFIID, LPVOID* object) {
-  const struct {
-    DWORD first;
-    const Table& table;
-  } kClasses[] = {
-      {0xE2B3C97F, Policy2()}, {0x304CE942, Manager()}, {0x2C5BC43E, Rule()}, {0xEC9846B3, Application()}};
-  for (const auto& known : kClasses) {
-    if (known.first != classId.Data1) continue;
-    if (MustFail()) break;
-    objects.push_back(std::make_unique<FakeObject>(FakeObject{known.table.methods.data(), 1}));
-    *object = Took(Kind::kReference, objects.back().get());
-    return S_OK;
-  }
+  const Table* table = TableOfClass(classId.Data1);
   *object = nullptr;
-  return REGDB_E_CLASSNOTREG;
+  if (!table || MustFail()) return REGDB_E_CLASSNOTREG;
+  *object = NewObject(*table);
+  return S_OK;
 }
 
 BSTR WINAPI AnswerSysAllocString(const OLECHAR* text) {
@@ -251,10 +147,13 @@ void WINAPI AnswerCoTaskMemFree(LPVOID block) {
 }
 
 void Reset() {
-  objects.clear();
   starts = 0;
 }
 
+const FakeClass kPolicy2Class(0xE2B3C97F, &Policy2);
+const FakeClass kManagerClass(0x304CE942, &Manager);
+const FakeClass kRuleClass(0x2C5BC43E, &Rule);
+const FakeClass kApplicationClass(0xEC9846B3, &Application);
 const AtBegin kReset(Reset);
 const Answers kObjects{
     ANSWER(CoCreateInstance, AnswerCoCreateInstance), ANSWER(CoInitializeEx, AnswerCoInitializeEx),

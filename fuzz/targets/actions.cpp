@@ -1,6 +1,6 @@
-// Whole actions on a made-up machine: those that need neither the Task Scheduler nor a directory nor sessions
-// of users. After an action nothing is left over, no line of the log is too long, and the result is one that
-// the action may return.
+// Whole actions on a made-up machine: all but those that create and delete accounts. After an
+// action nothing is left over, no line of the log is too long, and the result is one that the action may
+// return.
 
 #include "answers/installer.h"
 #include "answers/machine.h"
@@ -22,6 +22,7 @@ enum class Form {
   kAccess,    // an account, letters and a path
   kEngine,    // a command line of the copy/move engine
   kFolder,    // a folder
+  kTask,      // the properties of tasks
 };
 
 // An action. One that may fail returns 1602 or 1603 then.
@@ -44,6 +45,10 @@ constexpr Action kActions[] = {
     {"CustomAction30", Form::kNone, false},     {"CustomAction33", Form::kAccess, false},
     {"CustomAction34", Form::kNone, false},     {"CustomAction35", Form::kNone, false},
     {"CustomAction36", Form::kFolder, false},   {"CustomAction37", Form::kNone, false},
+    {"CustomAction6", Form::kTask, false},      {"CustomAction7", Form::kNone, false},
+    {"CustomAction8", Form::kNone, false},      {"CustomAction27", Form::kTask, false},
+    {"CustomAction28", Form::kNone, false},     {"CustomAction31", Form::kTask, false},
+    {"CustomAction32", Form::kNone, false},     {"CustomAction38", Form::kTask, false},
 };
 
 // The properties that the actions read, besides their data.
@@ -121,7 +126,22 @@ std::u16string TakeData(Data* data, Form form) {
   }
 }
 
+// Sets the properties from which tasks are made; some of them have no value, or a wrong one.
+void ChooseTask(Data* data) {
+  for (const char16_t* name : {u"PROP_TASKUSER", u"PROP_TASKPASS", u"PROP_TASKPARAM"}) {
+    SetProperty(name, WithoutZeros(data->Wide(140)));
+  }
+  for (const char16_t* name : {u"PROP_TASKHOUR", u"PROP_TASKTIME", u"PROP_UPDATEINTERVAL"}) {
+    SetProperty(name,
+                data->Flag() ? WideOf(std::to_string(data->Take<int16_t>())) : WithoutZeros(data->Wide(70)));
+  }
+  for (const char16_t* name : {u"DIR_CLIENT", u"DIR_APPDATA"}) {
+    SetProperty(name, WithoutZeros(TakePath(data)));
+  }
+}
+
 void ChooseProperties(Data* data, Form form) {
+  if (form == Form::kTask) ChooseTask(data);
   SetProperty(form == Form::kFirewall ? u"PROP_FIREWALLDATA" : u"CustomActionData",
               WithoutZeros(TakeData(data, form)));
   static constexpr const char16_t* kValues[] = {u"-1", u"1", u"0", u"Force", u"yes", u"vantor"};

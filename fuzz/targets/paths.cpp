@@ -1,5 +1,6 @@
-// Operations on paths, with failing allocations, and with records that are damaged or of another kind. Every
-// path is well-formed, its text has the length that is measured, and everything is given back.
+// Operations on paths, with failing allocations, and with records that are damaged or of another kind. The
+// nodes of every path have the form that they must have, all operations give the text that the nodes say, and
+// a name that is joined and taken away again leaves the path that was there.
 
 #include "disk.h"
 #include "guarded.h"
@@ -45,6 +46,50 @@ void Release(Object* object) {
   if (object) CallOperation(object->ops.Release, object);
 }
 
+bool IsDriveLetter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+// Returns the text of a path: those of its nodes, with one backslash between two of them.
+std::string TextOf(const PathObject* path) {
+  if (!path) return {};
+  std::string text = TextOf(path->parent);
+  const char* own = path->text;
+  if (!text.empty() && text.back() == '\\' && *own == '\\') ++own;
+  return text + own;
+}
+
+std::string WithoutBackslash(std::string text) {
+  if (!text.empty() && text.back() == '\\') text.pop_back();
+  return text;
+}
+
+// Returns the wide text of a path: a bare drive gets a backslash.
+std::u16string WideTextOf(const PathObject* path) {
+  std::u16string text = WideOf(TextOf(path));
+  if (text.size() == 2 && text[1] == u':') text.push_back(u'\\');
+  return text;
+}
+
+// True if `name` is one that joining neither trims nor divides.
+bool IsPlainName(const std::string& name) {
+  return !name.empty() && name.find('\\') == std::string::npos && name != "." && name != "..";
+}
+
+bool IsOnDisk(const std::string& name) {
+  const std::vector<Entry*> all = AllEntries();
+  return std::any_of(all.begin(), all.end(),
+                     [&](const Entry* entry) { return NarrowOf(entry->name) == name; });
+}
+
+// Returns `text` with small letters of ASCII as capital ones.
+std::string Folded(std::string text) {
+  for (char& c : text) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+  }
+  return text;
+}
+
 // The paths of a run; each holds one reference.
 class Paths {
  public:
@@ -56,6 +101,13 @@ class Paths {
   PathObject*& Any() { return paths_[data_->Below(kPlaces)]; }
   void Put(PathObject* path);
   void CheckText(PathObject* path);
+  void CheckJoined(const std::string& folder, const std::string& name, PathObject* joined);
+  void Join();
+  void ReplaceLeaf();
+  void AppendLnk();
+  void CommonAncestor();
+  void Flatten();
+  void FromEntry();
   void Compare();
   void StoreAndRead();
   void ReadDamaged();
@@ -73,24 +125,126 @@ void Paths::Put(PathObject* path) {
   place = path;
 }
 
-// The nodes of a path begin with a backslash, but for a drive; and the text of the path is as long as its
-// measure.
+// The nodes of a path begin with a backslash, but for a drive at its start; the text of the path is that of
+// its nodes, and as long as its measure.
 void Paths::CheckText(PathObject* path) {
   REQUIRE(path->typeTag == kPathTag, "a path has the tag %x", path->typeTag);
   for (const PathObject* node = path; node; node = node->parent) {
     REQUIRE(node->refCount >= 1, "a node has %d references", node->refCount);
     REQUIRE(node->length >= 0, "a node has the length %d", node->length);
     REQUIRE(node->text[node->length] == '\0', "a node's text is not terminated");
+    REQUIRE(strlen(node->text) == static_cast<size_t>(node->length), "a node's text of %d bytes ends early",
+            node->length);
+    const bool isDrive = !node->parent && IsDriveLetter(node->text[0]) && node->text[1] == ':' &&
+                         (node->text[2] == '\\' || node->length == 2);
+    REQUIRE(isDrive || node->text[0] == '\\', "a node's text is \"%s\"", node->text);
   }
+  const std::string expected = TextOf(path);
   const unsigned measured = CallOperation(path->ops.CopyText, path, nullptr, 0, -1, nullptr, 'O');
   if (measured + 1 >= kMostGuarded) return;
   char* text = static_cast<char*>(GuardedBuffer(measured));
   const unsigned written = CallOperation(path->ops.CopyText, path, text, measured, -1, nullptr, 'O');
   REQUIRE(HasFailed() || written == measured, "a path of %u bytes has %u", measured, written);
+  REQUIRE(HasFailed() || (written == expected.size() && !memcmp(text, expected.data(), written)),
+          "a path is copied as \"%.*s\", not as \"%s\"", static_cast<int>(written), text, expected.c_str());
   const unsigned room = measured / 2;
   char* part = static_cast<char*>(GuardedBuffer(room));
   const unsigned count = CallOperation(path->ops.CopyText, path, part, room, -1, nullptr, 'O');
-  REQUIRE(count <= room && (HasFailed() || !memcmp(part, text, count)), "a cut path is another one");
+  REQUIRE(count <= room && (HasFailed() || (count == room && !memcmp(part, text, count))),
+          "a cut path is another one");
+}
+
+// `joined` is what `name` becomes on `folder`, the text of a path: the folder of it is that path again.
+void Paths::CheckJoined(const std::string& folder, const std::string& name, PathObject* joined) {
+  if (!joined || folder.empty() || !IsPlainName(name)) return;
+  const std::string text = TextOf(joined);
+  const std::string before = WithoutBackslash(folder);
+  const size_t leaf = text.rfind('\\');
+  REQUIRE(leaf != std::string::npos && text.substr(0, leaf) == before, "\"%s\" and \"%s\" become \"%s\"",
+          folder.c_str(), name.c_str(), text.c_str());
+  // A name that is on the disk is spelled as it is there.
+  const std::string spelled = text.substr(leaf + 1);
+  REQUIRE(spelled == name || IsOnDisk(spelled), "the name \"%s\" becomes \"%s\"", name.c_str(), text.c_str());
+  PathObject* again = callPathFolder(joined);
+  REQUIRE(again || HasFailed() || before.empty(), "\"%s\" has no folder", text.c_str());
+  if (!again) return;
+  REQUIRE(WithoutBackslash(TextOf(again)) == before, "the folder of \"%s\" is \"%s\"", text.c_str(),
+          TextOf(again).c_str());
+  Release(again);
+}
+
+void Paths::Join() {
+  PathObject* folder = Any();
+  const std::string text = TextOf(folder);
+  const std::string name = data_->Text(20).c_str();
+  PathObject* joined = callPathJoin(folder, GuardedText(name));
+  CheckJoined(text, name, joined);
+  Put(joined);
+}
+
+void Paths::ReplaceLeaf() {
+  PathObject* path = Any();
+  const std::string name = data_->Text(20).c_str();
+  PathObject* folder = callPathFolder(path);
+  const std::string text = TextOf(folder);
+  Release(folder);
+  PathObject* replaced = callPathReplaceLeaf(path, GuardedText(name));
+  if (!HasFailed()) CheckJoined(text, name, replaced);
+  Put(replaced);
+}
+
+void Paths::AppendLnk() {
+  PathObject* path = Any();
+  PathObject* link = callPathAppendLnk(path);
+  if (!link) return;
+  REQUIRE(TextOf(link) == TextOf(path) + ".lnk", "the link to \"%s\" is \"%s\"", TextOf(path).c_str(),
+          TextOf(link).c_str());
+  Release(link);
+}
+
+void Paths::CommonAncestor() {
+  PathObject* a = Any();
+  PathObject* b = Any();
+  PathObject* common = callPathCommonAncestor(a, b);
+  if (common) {
+    const std::string start = Folded(WithoutBackslash(TextOf(common)));
+    for (const PathObject* path : {a, b}) {
+      const std::string text = Folded(TextOf(path));
+      const bool isWhole = text.size() <= start.size() || text[start.size()] == '\\';
+      REQUIRE(text.compare(0, start.size(), start) == 0 && isWhole, "\"%s\" does not begin with \"%s\"",
+              text.c_str(), start.c_str());
+    }
+  }
+  Put(common);
+}
+
+void Paths::Flatten() {
+  PathObject* path = Any();
+  PathObject* flat = callPathFlatten(path);
+  if (flat) {
+    REQUIRE(!flat->parent && TextOf(path) == flat->text, "\"%s\" is flattened to \"%s\"",
+            TextOf(path).c_str(), flat->text);
+    const int order = CallOperation(path->ops.Compare, path, flat);
+    REQUIRE(HasFailed() || order == 0, "a path compares with itself in one node as %d", order);
+  }
+  Put(flat);
+}
+
+// A path of an entry with long names is used as it is.
+void Paths::FromEntry() {
+  const std::vector<Entry*> all = AllEntries();
+  const Entry* entry = all[data_->Below(static_cast<uint32_t>(all.size()))];
+  PathObject* path = callPathFromWide(GuardedWide(PathOf(*entry)));
+  // Windows drops the end of some names.
+  bool isCut = !entry->parent;
+  for (const Entry* each = entry; each; each = each->parent) {
+    isCut = isCut || each->name.back() == u'.' || each->name.back() == u' ';
+  }
+  if (path && !isCut && !HasFailed()) {
+    REQUIRE(WideOf(TextOf(path)) == PathOf(*entry), "the path of an entry, \"%s\", becomes \"%s\"",
+            NarrowOf(PathOf(*entry)).c_str(), TextOf(path).c_str());
+  }
+  Put(path);
 }
 
 void Paths::Compare() {
@@ -187,12 +341,16 @@ void Paths::Walk() {
 }
 
 void Paths::CopyToBuffer() {
-  PathObject* path = Any();
+  const PathObject* path = Any();
   const unsigned capacity = data_->Below(40);
   auto* buffer = static_cast<wchar_t*>(GuardedBuffer(capacity * sizeof(wchar_t)));
-  const unsigned count = callPathCopyToBuffer(path, buffer, capacity);
+  const unsigned count = callPathCopyToBuffer(const_cast<PathObject*>(path), buffer, capacity);
   REQUIRE(capacity == 0 ? count == 0 : count < capacity, "%u characters are copied into %u", count, capacity);
-  REQUIRE(capacity == 0 || buffer[count] == 0, "the text of a path is not terminated");
+  if (capacity == 0) return;
+  REQUIRE(buffer[count] == 0, "the text of a path is not terminated");
+  const std::u16string text = WideTextOf(path).substr(0, capacity - 1);
+  REQUIRE(HasFailed() || ViewOf(buffer) == text, "a path is copied as \"%s\", not as \"%s\"",
+          NarrowOf(ViewOf(buffer)).c_str(), NarrowOf(text).c_str());
 }
 
 void Paths::Run() {
@@ -220,6 +378,8 @@ void Paths::Run() {
         break;
       }
       case 2:
+        FromEntry();
+        break;
       case 3:
         Put(callPathFromWide(GuardedWide(TakePath(data_))));
         break;
@@ -234,37 +394,32 @@ void Paths::Run() {
         break;
       case 7:
       case 8:
-        Put(callPathJoin(Any(), GuardedText(data_->Text(20).c_str())));
+        Join();
         break;
       case 9:
         Put(callPathFolder(Any()));
         break;
       case 10:
-        Put(callPathReplaceLeaf(Any(), GuardedText(data_->Text(20).c_str())));
+        ReplaceLeaf();
         break;
-      case 11: {
-        PathObject* link = callPathAppendLnk(Any());
-        if (link) {
-          REQUIRE(!strcmp(link->text + strlen(link->text) - 4, ".lnk"), "a link's name ends with %s",
-                  link->text);
-          Release(link);
-        }
+      case 11:
+        AppendLnk();
         break;
-      }
-      case 12: {
-        PathObject* a = Any();
-        Put(callPathCommonAncestor(a, Any()));
+      case 12:
+        CommonAncestor();
         break;
-      }
       case 13:
-        Put(callPathFlatten(Any()));
+        Flatten();
         break;
-      case 14:
-        if (wchar_t* text = callPathToWide(Any())) {
-          REQUIRE(*text, "the wide text of a path is empty");
+      case 14: {
+        PathObject* path = Any();
+        if (wchar_t* text = callPathToWide(path)) {
+          REQUIRE(ViewOf(text) == WideTextOf(path), "the wide text of \"%s\" is \"%s\"", TextOf(path).c_str(),
+                  NarrowOf(ViewOf(text)).c_str());
           callHeapFreeSafe(text);
         }
         break;
+      }
       case 15:
         CopyToBuffer();
         break;
