@@ -22,10 +22,10 @@ that fails is kept in build/fuzz/found. The exit status is 0 if nothing was foun
                   paths        operations on paths, with failing allocations and damaged records
                   wildcards    patterns with "*" and "?", against a plain matcher
                   engine       command lines of the copy/move engine, on a made-up disk
-                  actions      26 whole actions, on a made-up machine
+                  actions      34 whole actions, on a made-up machine
   SECONDS       the time for each target; 60 if it is not given
-  --planted     prove the targets instead: plant one bug for each, and let the fuzzer find it, without the corpus;
-                keep the input that finds it in fuzz/corpus
+  --planted     prove the targets instead: plant their bugs, one at a time, and let the fuzzer find each, without the
+                corpus; keep the inputs that find them in fuzz/corpus
   --merge       afterwards add the inputs that reached something new to fuzz/corpus, and leave out what is not needed
   --input FILE  run TARGET once, with this input, and print what happens
 

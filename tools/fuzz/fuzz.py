@@ -54,18 +54,20 @@ def run_targets(targets, seconds, merges, folder):
 
 
 def prove_targets(targets, folder):
-    """Plants the bug of each target and fuzzes it. Returns 0 if the fuzzer finds them all."""
+    """Plants the bugs of each target one by one and fuzzes it. Returns 0 if the fuzzer finds them all."""
     failed = 0
-    for target in targets:
-        bug = BUGS[target]
-        own = folder / target
-        own.mkdir()
+    for target, index, bug in ((target, index, bug) for target in targets for index, bug in enumerate(BUGS[target])):
+        own = folder / target / str(index)
+        own.mkdir(parents=True)
         result = fuzzing.fuzz(make_image(bug, own), target, own, runs=bug.runs, seed=1)
-        row(target, result, f"{bug.what}: {'found' if result.input else 'NOT FOUND'}")
-        if result.input:
-            shutil.copyfile(result.input, fuzzing.CORPUS / target / fuzzing.PLANTED)
+        found = bug.is_found(result)
+        row(target, result, f"{bug.what}: {'found' if found else 'NOT FOUND'}")
+        if found:
+            shutil.copyfile(result.input, fuzzing.CORPUS / target / fuzzing.planted_name(index))
         else:
             failed = 1
+            if result.input:
+                print(f"{'':12} found instead: {result.message}", flush=True)
     return failed
 
 

@@ -1,6 +1,7 @@
 """Bugs that are planted to prove the targets of the fuzzer: a library with one of them is built beside the real one."""
 
 import json
+import re
 import shlex
 import subprocess
 from pathlib import Path
@@ -17,28 +18,63 @@ class Bug(NamedTuple):
     wrong: str
     # The most runs that the fuzzer may need, without the corpus.
     runs: int
+    # What the fuzzer must say about it, as a regular expression: the check that is proven by the bug.
+    says: str = ""
+
+    def is_found(self, result):
+        """True if the fuzzer has found the bug, by the check that it proves."""
+        return result.input is not None and re.search(self.says, result.message) is not None
 
 
+# The bugs of each target, one for each check that is worth a proof.
 BUGS = {
-    "formats": Bug("a text in braces is not limited to the space that is left",
+    "formats": (Bug("a text in braces is not limited to the space that is left",
                    "format/text_writer.cpp", "  if (count > room) count = room;\n", "", 100_000),
-    "raw-formats": Bug("a brace at the end of a format is read as if something followed it",
-                       "format/directive.cpp", "  if (*inside == 0) return at;\n", "", 100_000),
-    "locale": Bug("a field of the locale is cut within a character",
+                Bug("a text is cut one byte too early",
+                    "format/text_writer.cpp", "  if (count > room) count = room;\n",
+                    "  if (count > room) count = room - (room != 0);\n", 100_000, "^the format .* in [0-9]+ bytes is "),
+                Bug("an escaped text is cut although its last character fits",
+                    "format/text_sink.cpp", "unit.length > output_->room", "unit.length >= output_->room", 100_000,
+                    "^the format .* in [0-9]+ bytes is ")),
+    "raw-formats": (Bug("a brace at the end of a format is read as if something followed it",
+                       "format/directive.cpp", "  if (*inside == 0) return at;\n", "", 100_000),),
+    "locale": (Bug("a field of the locale is cut within a character",
                   "format/locale_record.cpp", "while (length > 0 && (converted[length] & 0xC0) == 0x80) --length;\n", "",
-                  100_000),
-    "dates": Bug("the last day of a year that belongs to the next year's first week has week 53",
+                  100_000),),
+    "dates": (Bug("the last day of a year that belongs to the next year's first week has week 53",
                  "format/date_pattern.cpp", "thursday >= static_cast<int32_t>(DaysOfYear(year))",
-                 "thursday > static_cast<int32_t>(DaysOfYear(year))", 200_000),
-    "paths": Bug("a record that ends before its padding is read as a whole one",
+                 "thursday > static_cast<int32_t>(DaysOfYear(year))", 200_000),),
+    "paths": (Bug("a record that ends before its padding is read as a whole one",
                  "paths/path_query.cpp", "EntrySize(length) > left", "kTextOffset + length > left", 100_000),
-    "wildcards": Bug("after a mismatch the name goes on where it is, not after the start of the last match",
-                     "files/wildcard.cpp", "      name = starName;\n", "      name.Skip();\n", 100_000),
-    "engine": Bug("the new name of a target that is renamed has no space for its terminator",
+              Bug("a name is joined with a slash",
+                  "paths/path.cpp", "if (!standsAlone) *end++ = '\\\\';", "if (!standsAlone) *end++ = '/';", 100_000,
+                  "^a node's text is "),
+              Bug("two nodes of a path become one with a text that is not that of the path",
+                  "paths/path_text.cpp", "    flat->text[length] = '\\0';\n", "    flat->text[--length] = '\\0';\n", 100_000,
+                  "is flattened to|is copied as"),
+              Bug("the error mode becomes 0 instead of what it was",
+                  "files/dir_walker.cpp", "  ErrorModeGuard errorMode;\n",
+                  "  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);\n"
+                  "  struct Zero { ~Zero() { SetErrorMode(0); } } errorMode;\n", 200_000, "^the error mode is left at 0;")),
+    "wildcards": (Bug("after a mismatch the name goes on where it is, not after the start of the last match",
+                     "files/wildcard.cpp", "      name = starName;\n", "      name.Skip();\n", 100_000),),
+    "engine": (Bug("the new name of a target that is renamed has no space for its terminator",
                   "files/tree_copy.cpp", "constexpr size_t kStampRoom = 32;", "constexpr size_t kStampRoom = 20;", 200_000),
-    "actions": Bug("a text of the registry is terminated one byte too late",
+               Bug("a file that is copied is not there, although the result is success",
+                   "files/tree_copy.cpp", "return isReached && CopyFileW(source, target, TRUE) ?",
+                   "return isReached ?", 200_000, "is not at its target"),
+               Bug("a target that is to be renamed is deleted before a move",
+                   "files/tree_copy.cpp", "  if (Has(kTreeKeepAside)) return", "  if (Has(kTreeKeepAside) && !Has(kTreeMove)) return",
+                   200_000, "^the content [0-9]+ is lost")),
+    "actions": (Bug("a text of the registry is terminated one byte too late",
                    "base/registry_text.cpp", "status == ERROR_SUCCESS ? size - 1 : 0", "status == ERROR_SUCCESS ? size : 0",
                    200_000),
+                Bug("a line of the log is larger than its buffer",
+                    "frame/session.cpp", "FormatStringV(text, kLogLineSize,", "FormatStringV(text, kLogLineSize + 8,",
+                    1_000_000, "^stack-buffer-overflow"),
+                Bug("a module is loaded each time that a function in it is called",
+                    "base/late_binding.cpp", "  if (entry->function || entry->isFinal) return entry->function;\n", "",
+                    200_000, "is loaded 2 times and kept, not 1 times")),
 }
 
 

@@ -37,9 +37,10 @@ class TargetsTest(unittest.TestCase):
         self.assertEqual(tuple(BUGS), fuzzing.TARGETS)
         self.assertEqual({folder.name for folder in fuzzing.CORPUS.iterdir()}, set(fuzzing.TARGETS))
 
-    def test_each_corpus_has_the_input_of_its_bug(self):
+    def test_each_corpus_has_the_inputs_of_its_bugs(self):
         for target in fuzzing.TARGETS:
-            self.assertIn(fuzzing.PLANTED, [file.name for file in fuzzing.corpus(target)])
+            planted_inputs = [file.name for file in fuzzing.corpus(target) if file.name.startswith(fuzzing.PLANTED)]
+            self.assertEqual(planted_inputs, sorted(fuzzing.planted_name(index) for index in range(len(BUGS[target]))))
 
     def test_words_belong_to_a_target(self):
         for file in fuzzing.WORDS.iterdir():
@@ -48,11 +49,18 @@ class TargetsTest(unittest.TestCase):
 
 class PlantedTest(unittest.TestCase):
     def test_each_bug_can_be_planted(self):
-        for target, bug in BUGS.items():
-            with self.subTest(target):
+        for bug in (bug for bugs in BUGS.values() for bug in bugs):
+            with self.subTest(bug.what):
                 right = (ROOT / "src" / bug.file).read_text(encoding="utf-8")
                 self.assertEqual(planted.planted_source(bug), right.replace(bug.right, bug.wrong))
                 self.assertNotEqual(planted.planted_source(bug), right)
+
+    def test_a_bug_is_found_by_its_own_check(self):
+        result = fuzzing.read_result(77, FOUND, Path("/tmp"))
+        bug = Bug("", "", "", "", 1, "^a block is ")
+        self.assertTrue(bug.is_found(result))
+        self.assertFalse(bug._replace(says="^a record is ").is_found(result))
+        self.assertFalse(bug.is_found(result._replace(input=None)))
 
     def test_a_bug_that_fits_no_more(self):
         with self.assertRaisesRegex(planted.Misfit, "has the text of the bug 0 times, not once: 'no such text'"):
@@ -129,10 +137,11 @@ class CorpusTest(unittest.TestCase):
                 self.assertEqual(fuzzing.corpus("paths"), [])
                 fuzzing.replace_corpus("dates", folder / "new")
                 self.assertEqual([file.read_bytes() for file in fuzzing.corpus("dates")], [b"\r\n\0"])
-                # It finds the bug, but reaches nothing that another input does not reach.
+                # They find bugs, but reach nothing that another input does not reach.
                 (folder / "corpus/dates/planted").write_bytes(b"bug")
+                (folder / "corpus/dates/planted-2").write_bytes(b"second")
                 fuzzing.replace_corpus("dates", folder / "new")
-                self.assertEqual([file.read_bytes() for file in fuzzing.corpus("dates")], [b"\r\n\0", b"bug"])
+                self.assertEqual([file.read_bytes() for file in fuzzing.corpus("dates")], [b"\r\n\0", b"bug", b"second"])
 
 
 if __name__ == "__main__":
