@@ -88,7 +88,8 @@ Parsed::Parsed(std::u16string_view path) {
   if (path.size() >= 2 && path[1] == u':') {
     if (Folded(path[0]) != u'C') return;
     path.remove_prefix(2);
-    if (path.empty() || !isBackslash(path[0])) Put(u"\\");
+    // Without a backslash the drive means its current folder.
+    if (path.empty() || !isBackslash(path[0])) Put(kCurrent);
   } else if (path.empty() || !isBackslash(path[0])) {
     Put(kCurrent);
   } else if (path.size() > 1 && isBackslash(path[1])) {
@@ -400,7 +401,11 @@ DWORD WINAPI AnswerGetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR buffer,
   std::replace(text.begin(), text.end(), u'/', u'\\');
   if (text.empty()) return WithError(ERROR_INVALID_NAME, 0u);
   if (text.size() >= 2 && text[1] == u':') {
-    if (text.size() == 2 || text[2] != u'\\') text.insert(2, u"\\");
+    if (text.size() == 2) {
+      text += u"\\current";
+    } else if (text[2] != u'\\') {
+      text.insert(2, u"\\current\\");
+    }
   } else if (text[0] != u'\\') {
     text.insert(0, u"C:\\current\\");
   } else if (text.size() < 2 || text[1] != u'\\') {

@@ -148,8 +148,10 @@ void EngineModel::NotePlaces(const std::u16string& source, const std::u16string&
   for (const auto& [entry, path] : pairs) {
     Placed placed;
     placed.target = path;
-    // An empty name, a drive, and a name that ends with a backslash are never found.
-    isForeseen_ = isForeseen_ && !path.empty() && path.back() != u'\\' && path.back() != u':';
+    // An empty name, and one that ends with a backslash, are never found.
+    isForeseen_ = isForeseen_ && !path.empty() && path.back() != u'\\';
+    // A link that is moved to where it leads cannot be reached by that path any more.
+    isForeseen_ = isForeseen_ && !(first_.moves && LeadsThroughLink(path));
     if (entry) isForeseen_ = isForeseen_ && Take(entry, 0, &placed.source);
     if (first_.overwrites) NoteLosses(EntryAt(path));
     placed_.push_back(std::move(placed));

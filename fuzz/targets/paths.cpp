@@ -66,9 +66,9 @@ std::string WithoutBackslash(std::string text) {
 
 // Returns the wide text of a path: a bare drive gets a backslash.
 std::u16string WideTextOf(const PathObject* path) {
-  std::u16string text = WideOf(TextOf(path));
-  if (text.size() == 2 && text[1] == u':') text.push_back(u'\\');
-  return text;
+  const std::string text = TextOf(path);
+  const bool isDrive = text.size() == 2 && IsDriveLetter(text[0]) && text[1] == ':';
+  return WideOf(isDrive ? text + "\\" : text);
 }
 
 // True if `name` is one that joining neither trims nor divides.

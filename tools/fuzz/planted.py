@@ -19,7 +19,9 @@ class Bug(NamedTuple):
     # The most runs that the fuzzer may need, without the corpus.
     runs: int
     # What the fuzzer must say about it, as a regular expression: the check that is proven by the bug.
-    says: str = ""
+    says: str
+    # The source that is compiled with the bug, if `file` is a header.
+    compiled: str = ""
 
     def is_found(self, result):
         """True if the fuzzer has found the bug, by the check that it proves."""
@@ -29,7 +31,7 @@ class Bug(NamedTuple):
 # The bugs of each target, one for each check that is worth a proof.
 BUGS = {
     "formats": (Bug("a text in braces is not limited to the space that is left",
-                   "format/text_writer.cpp", "  if (count > room) count = room;\n", "", 100_000),
+                   "format/text_writer.cpp", "  if (count > room) count = room;\n", "", 100_000, "^SEGV "),
                 Bug("a text is cut one byte too early",
                     "format/text_writer.cpp", "  if (count > room) count = room;\n",
                     "  if (count > room) count = room - (room != 0);\n", 100_000, "^the format .* in [0-9]+ bytes is "),
@@ -37,15 +39,15 @@ BUGS = {
                     "format/text_sink.cpp", "unit.length > output_->room", "unit.length >= output_->room", 100_000,
                     "^the format .* in [0-9]+ bytes is ")),
     "raw-formats": (Bug("a brace at the end of a format is read as if something followed it",
-                       "format/directive.cpp", "  if (*inside == 0) return at;\n", "", 100_000),),
+                       "format/directive.cpp", "  if (*inside == 0) return at;\n", "", 100_000, "^SEGV "),),
     "locale": (Bug("a field of the locale is cut within a character",
                   "format/locale_record.cpp", "while (length > 0 && (converted[length] & 0xC0) == 0x80) --length;\n", "",
-                  100_000),),
+                  100_000, "^the field .* ends within a character$"),),
     "dates": (Bug("the last day of a year that belongs to the next year's first week has week 53",
                  "format/date_pattern.cpp", "thursday >= static_cast<int32_t>(DaysOfYear(year))",
-                 "thursday > static_cast<int32_t>(DaysOfYear(year))", 200_000),),
+                 "thursday > static_cast<int32_t>(DaysOfYear(year))", 200_000, "seconds are .*, not "),),
     "paths": (Bug("a record that ends before its padding is read as a whole one",
-                 "paths/path_query.cpp", "EntrySize(length) > left", "kTextOffset + length > left", 100_000),
+                 "paths/path_query.cpp", "EntrySize(length) > left", "kTextOffset + length > left", 200_000, "^an entry ends at "),
               Bug("a name is joined with a slash",
                   "paths/path.cpp", "if (!standsAlone) *end++ = '\\\\';", "if (!standsAlone) *end++ = '/';", 100_000,
                   "^a node's text is "),
@@ -57,9 +59,11 @@ BUGS = {
                   "  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);\n"
                   "  struct Zero { ~Zero() { SetErrorMode(0); } } errorMode;\n", 200_000, "^the error mode is left at 0;")),
     "wildcards": (Bug("after a mismatch the name goes on where it is, not after the start of the last match",
-                     "files/wildcard.cpp", "      name = starName;\n", "      name.Skip();\n", 100_000),),
+                     "files/wildcard.cpp", "      name = starName;\n", "      name.Skip();\n", 100_000,
+                      "^the pattern .* and the .*name "),),
     "engine": (Bug("the new name of a target that is renamed has no space for its terminator",
-                  "files/tree_copy.cpp", "constexpr size_t kStampRoom = 32;", "constexpr size_t kStampRoom = 20;", 200_000),
+                  "files/tree_copy.cpp", "constexpr size_t kStampRoom = 32;", "constexpr size_t kStampRoom = 20;", 200_000,
+                   "^heap-buffer-overflow"),
                Bug("a file that is copied is not there, although the result is success",
                    "files/tree_copy.cpp", "return isReached && CopyFileW(source, target, TRUE) ?",
                    "return isReached ?", 200_000, "is not at its target"),
@@ -68,13 +72,16 @@ BUGS = {
                    200_000, "^the content [0-9]+ is lost")),
     "actions": (Bug("a text of the registry is terminated one byte too late",
                    "base/registry_text.cpp", "status == ERROR_SUCCESS ? size - 1 : 0", "status == ERROR_SUCCESS ? size : 0",
-                   200_000),
+                   200_000, "^stack-buffer-overflow"),
                 Bug("a line of the log is larger than its buffer",
                     "frame/session.cpp", "FormatStringV(text, kLogLineSize,", "FormatStringV(text, kLogLineSize + 8,",
                     1_000_000, "^stack-buffer-overflow"),
                 Bug("a module is loaded each time that a function in it is called",
                     "base/late_binding.cpp", "  if (entry->function || entry->isFinal) return entry->function;\n", "",
-                    200_000, "is loaded 2 times and kept, not 1 times")),
+                    200_000, "is loaded 2 times and kept, not 1 times"),
+                Bug("after a single byte of a text one byte too many is cleared",
+                    "format/output.h", "    *(*at)++ = *text++;\n", "    (*at)[2] = 0;\n    *(*at)++ = *text++;\n", 1_000_000,
+                    "^stack-buffer-overflow", "format/format.cpp")),
 }
 
 
@@ -103,16 +110,19 @@ def link_command():
 
 def make_image(bug, folder):
     """Makes the library with the bug in a folder, from the objects of the real one. Returns the tools that load it."""
-    source, image, thing = ROOT / "src" / bug.file, folder / "hxinternals.dll", folder / "planted.obj"
-    copy = folder / source.name
-    copy.write_text(planted_source(bug), encoding="utf-8")
+    source, image, thing = ROOT / "src" / (bug.compiled or bug.file), folder / "hxinternals.dll", folder / "planted.obj"
+    changed = folder / bug.file
+    changed.parent.mkdir(exist_ok=True)
+    changed.write_text(planted_source(bug), encoding="utf-8")
+    # A header is found in the folder before it is found in src/.
+    copy = source if bug.compiled else changed
     entries = json.loads((BUILD / "compile_commands.json").read_text(encoding="utf-8"))
     entry = next(entry for entry in entries if Path(entry["file"]) == source)
     words = shlex.split(entry["command"])
     own = words[words.index("-o") + 1]
     # The bug may leave a variable unused.
-    subprocess.run([*command_of(entry["command"], {entry["file"]: str(copy), own: str(thing)}), "-Wno-error"],
-                   cwd=entry["directory"], check=True)
+    subprocess.run([*command_of(entry["command"], {entry["file"]: str(copy), own: str(thing)}), "-Wno-error",
+                    "-iquote", str(folder)], cwd=entry["directory"], check=True)
     subprocess.run(command_of(link_command(), {own: str(thing), "hxinternals.dll": str(image),
                                                "-Wl,--pdb=hxinternals.pdb": f"-Wl,--pdb={image.with_suffix('.pdb')}"}),
                    cwd=BUILD, check=True)

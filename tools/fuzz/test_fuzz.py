@@ -64,9 +64,9 @@ class PlantedTest(unittest.TestCase):
 
     def test_a_bug_that_fits_no_more(self):
         with self.assertRaisesRegex(planted.Misfit, "has the text of the bug 0 times, not once: 'no such text'"):
-            planted.planted_source(Bug("", "format/format.cpp", "no such text", "", 1))
+            planted.planted_source(Bug("", "format/format.cpp", "no such text", "", 1, ""))
         with self.assertRaisesRegex(planted.Misfit, "times, not once"):
-            planted.planted_source(Bug("", "format/format.cpp", "case", "", 1))
+            planted.planted_source(Bug("", "format/format.cpp", "case", "", 1, ""))
 
     def test_the_library_with_a_bug(self):
         """One object is compiled again, and linked with the objects of the real library."""
@@ -84,15 +84,24 @@ class PlantedTest(unittest.TestCase):
                 commands.append((list(map(str, words)), str(options.get("cwd"))))
                 return mock.Mock(stdout="first\n: && cc -Wl,--pdb=hxinternals.pdb -o hxinternals.dll o/a.obj o/format.obj && :\n")
 
-            bug = Bug("", "format/format.cpp", "if (buffer) *output.at = 0;", "", 1)
+            bug = Bug("", "format/format.cpp", "if (buffer) *output.at = 0;", "", 1, "")
             with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted.subprocess, "run", run):
                 tools = planted.make_image(bug, own)
             self.assertEqual(tools.image, own / "hxinternals.dll")
-            self.assertNotIn("*output.at = 0", (own / "format.cpp").read_text(encoding="utf-8"))
+            self.assertNotIn("*output.at = 0", (own / "format/format.cpp").read_text(encoding="utf-8"))
             self.assertEqual([commands[0], commands[2]], [
-                (["cc", "-DA=b c", "-o", f"{own}/planted.obj", "-c", f"{own}/format.cpp", "-Wno-error"], str(build)),
+                (["cc", "-DA=b c", "-o", f"{own}/planted.obj", "-c", f"{own}/format/format.cpp", "-Wno-error",
+                  "-iquote", str(own)], str(build)),
                 (["cc", f"-Wl,--pdb={own}/hxinternals.pdb", "-o", f"{own}/hxinternals.dll", "o/a.obj", f"{own}/planted.obj"],
                  str(build))])
+
+            # A bug in a header: the source is compiled as it is, and finds the changed header first.
+            bug = Bug("", "format/output.h", "if (room == 0) return;", "", 1, "", compiled="format/format.cpp")
+            with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted.subprocess, "run", run):
+                planted.make_image(bug, own)
+            self.assertNotIn("if (room == 0) return;", (own / "format/output.h").read_text(encoding="utf-8"))
+            self.assertEqual(commands[3][0], ["cc", "-DA=b c", "-o", f"{own}/planted.obj", "-c", str(source), "-Wno-error",
+                                              "-iquote", str(own)])
 
 
 class ResultTest(unittest.TestCase):
