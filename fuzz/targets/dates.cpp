@@ -20,9 +20,6 @@ OPERATION(SecondsToDate);
 // The letters whose text does not depend on the locale or the zone.
 constexpr char kPlainLetters[] = "CdegGHIjklmMSuUVwWyYDFRT";
 
-// The largest piece of a pattern that is written whole or not at all: a name of the locale.
-constexpr unsigned kLargestPiece = 3 * 256;
-
 std::string OfStrftime(time_t seconds, const std::string& pattern) {
   tm date;
   gmtime_r(&seconds, &date);
@@ -85,5 +82,5 @@ void RunDates(Data* data) {
       [&](char* buffer, unsigned capacity) {
         return callFormatDatePattern(buffer, capacity, place, length, date, escape);
       },
-      size, 0, kLargestPiece);
+      size, 0, 0);
 }
