@@ -64,7 +64,7 @@ usage: ./hx COMMAND
   bench [full]            run the benchmarks, on x64; "full" adds trees of 10,000 and 100,000 files, and installations
         arm64             count the instructions of the ARM64 library, and compare them with the committed table
        --write            write that table, for a change that is on purpose
-  fuzz [TARGET] [SECONDS] run parts of the x64 library on made-up input, with checks of every address
+  fuzz [TARGET] [SECONDS] run parts of the x64 library on made-up input, with checks of addresses
   dist                    make the release archive build/dist/hxsetup-VERSION.zip; signs the libraries if HX_SIGN_PKCS12
                           (or HX_SIGN_CERTIFICATE and HX_SIGN_KEY) names a certificate, see docs/release.md
        --verify           make it again in another folder, from a fresh clone, and compare
@@ -116,7 +116,7 @@ What the tests leave is in build/artifacts.
                packages  packages of new authors, made and tried, and planted mistakes; only if it is named
                page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
                acceptance  the archives for another Windows and their script, with a few tests; only if it is named
-               corpus    the inputs of the fuzzer, and a planted bug for each of its targets; on x64; only if it is named
+               corpus    the inputs of the fuzzer, and planted bugs for its targets; on x64; only if it is named
   FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
   --only P   only on the processor P: x64 or arm64
 

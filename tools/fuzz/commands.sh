@@ -10,7 +10,7 @@ help_fuzz() {
   cat <<HELP
 usage: ./hx fuzz [TARGET] [SECONDS] [--planted | --merge | --input FILE]
 
-Runs parts of the x64 library on made-up input, with checks of every address, in a program of this machine that answers
+Runs parts of the x64 library on made-up input, with checks of addresses, in a program of this machine that answers
 Windows. Begins with the inputs in fuzz/corpus. Prints for each target how many runs there were and what was found; an input
 that fails is kept in build/fuzz/found. The exit status is 0 if nothing was found.
 
