@@ -180,6 +180,19 @@ TEST_F(FormatParseTest, PrecisionsLimitTheBytesOfAConversion) {
   EXPECT_EQ(Formatted("%.99999999999999999999d|", 5), "5|");
 }
 
+// 2^32 and a little more: in 32 bits these would be small numbers.
+TEST_F(FormatParseTest, ANumberThatIsTooLargeIsTheLargestOne) {
+  for (const char* format : {"%.2147483647s|", "%.2147483648s|", "%.4294967295s|", "%.4294967296s|",
+                             "%.4294967297s|", "%.18446744073709551616s|", "%.18446744073709551618s|"}) {
+    EXPECT_EQ(Formatted(format, "abc"), "abc|") << format;
+  }
+  for (const char* format :
+       {"%2147483647d", "%2147483648d", "%4294967296d", "%4294967298d", "%18446744073709551617d"}) {
+    EXPECT_EQ(Cut(8, format, 5), std::string(7, ' ')) << format;
+    EXPECT_EQ(FormatString(nullptr, 0, format, 5), 0x7FFFFFFFu) << format;
+  }
+}
+
 TEST_F(FormatParseTest, APrecisionCutsThePaddingToo) {
   // The padding is that of the whole text.
   EXPECT_EQ(Formatted("%10.3d|", 12345), "   |");

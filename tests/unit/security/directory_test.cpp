@@ -239,6 +239,16 @@ TEST_F(DirectoryTest, AnUnknownUserOfTheProcessHasNoName) {
   EXPECT_EQ(Asked().size(), 0u);
 }
 
+// Each name has at most 63 characters; one more does not fit (see above).
+TEST_F(DirectoryTest, TheLongestNamesOfAUserOfTheProcessAreTranslated) {
+  const std::string user(63, 'u');
+  const std::string domain(63, 'd');
+  Accounts().processUser = domain + "\\" + user;
+  Accounts().domains[domain].accounts[user];
+  EXPECT_EQ(NameOf(nullptr, nullptr), "CN=" + user + ",CN=Users,DC=" + domain);
+  EXPECT_EQ(Asked(), std::vector<std::string>{"translator.Set(3, \"" + domain + "\\\\" + user + "\") = 0"});
+}
+
 TEST_F(DirectoryTest, ALongNameIsCutTo1023Characters) {
   for (size_t size : {1, 1022, 1023, 1024, 1025, 3000}) {
     Directory().distinguishedNames["CORP\\svc"] = std::string(size, 'N');
