@@ -92,6 +92,19 @@ TEST_F(ServiceAccountCreationTest, AnAccountOfTheDomainIsCreatedInItsDirectory) 
   EXPECT_EQ(Published(), "svc|<password>|CORP");
 }
 
+// The longest one has 1023 characters.
+TEST_F(ServiceAccountCreationTest, TheLongestDistinguishedNameGetsItsNames) {
+  const std::string name = "CN=" + std::string(1020, 'n');
+  Directory().distinguishedNames["CORP\\svc"] = name;
+  SetType("0");
+  EXPECT_EQ(Run(23), 0u);
+  EXPECT_LOG({"Hx Setup Log: creating domain service account CORP\\svc",
+              "Hx Setup Log: adding service principal name",
+              "Hx Setup Log: " + ("added service principal name for " + name).substr(0, 255)});
+  EXPECT_EQ(Directory().registered,
+            (std::set<std::string>{name + " VANTOR/PC7", name + " VANTOR/pc7.corp.example"}));
+}
+
 TEST_F(ServiceAccountCreationTest, OnlyTheFirstCharacterOfTheTypeCounts) {
   for (const char* type : {"1x", "10", "1 ", "0x", "01"}) {
     Accounts().users.clear();

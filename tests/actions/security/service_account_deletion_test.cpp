@@ -67,6 +67,17 @@ TEST_F(ServiceAccountDeletionTest, TheServicesAccountOfADomainIsDeletedThereWith
   EXPECT_EQ(Directory().registered, std::set<std::string>{"CN=svc,CN=Users,DC=CORP HOST/PC7"});
 }
 
+// The longest one has 1023 characters.
+TEST_F(ServiceAccountDeletionTest, TheLongestDistinguishedNameLosesItsNames) {
+  const std::string name = "CN=" + std::string(1020, 'n');
+  Directory().distinguishedNames["CORP\\svc"] = name;
+  Directory().registered = {name + " VANTOR/PC7", name + " VANTOR/pc7.corp.example", name + " HOST/PC7"};
+  SetService("CORP\\svc");
+  EXPECT_EQ(Run(24), 0u);
+  EXPECT_EQ(Left(), kDomainDeleted);
+  EXPECT_EQ(Directory().registered, std::set<std::string>{name + " HOST/PC7"});
+}
+
 TEST_F(ServiceAccountDeletionTest, WithoutAServiceThePublishedAccountIsDeleted) {
   Installer().Set("PROP_ACCOUNTNAME", "svc");
   Installer().Set("PROP_ACCOUNTDOMAIN", "PC7");
