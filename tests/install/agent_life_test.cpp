@@ -194,10 +194,11 @@ TEST_F(AgentLifeTest, TheLogNamesEachTaskAgentAndSession) {
   // The agents of the client folder and of the installer's cache; the latter again before the removal. Then
   // those that the run before has started.
   const int code = ByEngine(Differs::kTasks, -6, 0);
-  EXPECT_EQ(installed.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, 2, code));
-  EXPECT_EQ(repaired.run.LinesWith("Setup Log: "), RestartLines(registered, foreign, StartedAgents(), code));
-  // The tasks' folder is gone by then.
-  EXPECT_EQ(removed.run.LinesWith("Setup Log: "), RestartLines({}, foreign, 1 + StartedAgents(), -5));
+  EXPECT_EQ(installed.run.AgentLines(), RestartLines(registered, foreign, 2, code));
+  EXPECT_EQ(repaired.run.AgentLines(), RestartLines(registered, foreign, StartedAgents(), code));
+  // The tasks' folder is gone by then. The removal deletes the agent's program, which is in use where agents
+  // run.
+  EXPECT_EQ(removed.run.AgentLines(), RestartLines({}, foreign, 1 + StartedAgents(), -5));
 }
 
 TEST_F(AgentLifeTest, OldTasksAreDeletedAndTheFolderGoesWithTheProduct) {

@@ -1,10 +1,12 @@
 #include "install/agent_rig.h"
 
 #include <lm.h>
+#include <tlhelp32.h>
 
 #include <ostream>
 
 #include "install/agent_scheduler.h"
+#include "machine/signed_libraries.h"
 
 namespace install {
 
@@ -113,6 +115,7 @@ void WaitUntil(const std::string& what, const std::function<bool()>& isTrue) {
 const wchar_t kClientFolder[] = L"C:\\Program Files\\Halvorstead\\Ostrel";
 const wchar_t kOtherFolder[] = L"C:\\Ostrel elsewhere";
 const wchar_t kInstallerCache[] = L"C:\\Windows\\Installer";
+const wchar_t kMovedFiles[] = L"C:\\Config.Msi";
 
 // ---- the record
 
@@ -179,6 +182,27 @@ std::unique_ptr<Process> StartAgent(const std::wstring& path) {
   auto agent = std::make_unique<Process>(path, L"");
   WaitUntil("an agent runs", [&] { return RecordOf("osua.exe: started").size() > before; });
   return agent;
+}
+
+void EndAgentsIn(const std::wstring& folder) {
+  if (ThisEngine() == Engine::kWine) return;
+  EnableDebugPrivilege();
+  const std::wstring head = folder + L"\\";
+  HANDLE processes = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+  PROCESSENTRY32W entry = {};
+  entry.dwSize = sizeof entry;
+  for (BOOL more = Process32FirstW(processes, &entry); more; more = Process32NextW(processes, &entry)) {
+    if (_wcsicmp(entry.szExeFile, L"osua.exe") != 0) continue;
+    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, entry.th32ProcessID);
+    if (!process) continue;
+    wchar_t path[MAX_PATH];
+    DWORD length = MAX_PATH;
+    const bool isThere = QueryFullProcessImageNameW(process, 0, path, &length) &&
+                         _wcsnicmp(path, head.c_str(), head.size()) == 0;
+    CloseHandle(process);
+    if (isThere) EndProcess(entry.th32ProcessID);
+  }
+  CloseHandle(processes);
 }
 
 std::unique_ptr<Process> OpenTool(const std::string& windowClass, const std::string& title, int refusals,
@@ -330,13 +354,24 @@ void WriteAuditFile(const std::string& bytes) {
   WriteTree(Variable(L"ProgramData"), {{"Ostrel Audit", bytes}});
 }
 
+void OnlySignedLibraries::SetUp() {
+  if (ThisEngine() == Engine::kWindows) EXPECT_TRUE(machine::RequireSignedLibraries());
+}
+
+void OnlySignedLibraries::TearDown() {
+  if (ThisEngine() == Engine::kWindows) EXPECT_TRUE(machine::RestoreSignedLibraries());
+}
+
+[[maybe_unused]] static testing::Environment* const onlySignedLibraries =
+    testing::AddGlobalTestEnvironment(new OnlySignedLibraries);
+
 // ---- the machine
 
 std::string AgentMachine::Describe() {
   std::string text;
   for (const std::wstring& folder :
        {std::wstring(L"C:"), Variable(L"ProgramData"), Variable(L"ProgramW6432") + L"\\Halvorstead"}) {
-    for (const std::string& name : Names(folder)) text += FromWide(folder) + "\\" + name + "\n";
+    for (const std::string& name : ComparedNames(folder)) text += FromWide(folder) + "\\" + name + "\n";
   }
   for (const char* key : {kMakerKey, kServiceKeyAbove}) {
     if (KeyExists(HKEY_LOCAL_MACHINE, key)) text += std::string(key) + "\n";
@@ -356,6 +391,8 @@ void AgentMachine::Take() {
 
 void AgentMachine::Clear() {
   DeleteAgentService();
+  EndAgentsIn(kMovedFiles);
+  EndAgentsIn(kClientFolder);
   DeleteTree(kClientFolder);
   DeleteTree(kOtherFolder);
   DeleteFileW(kAgentOfCache.c_str());

@@ -20,6 +20,8 @@ extern const wchar_t kClientFolder[];
 extern const wchar_t kOtherFolder[];
 /// The folder in which the installer keeps what it runs from a package.
 extern const wchar_t kInstallerCache[];
+/// The folder into which Microsoft's engine moves files that are in use.
+extern const wchar_t kMovedFiles[];
 
 /// Limit in milliseconds for what a program or the service manager does at once, even on an emulated
 /// processor.
@@ -61,6 +63,9 @@ class Process {
 /// Starts the program, laid down before, as an agent of this session, and waits until it has recorded its
 /// start.
 std::unique_ptr<Process> StartAgent(const std::wstring& path);
+/// Ends the processes of "osua.exe" whose program is in `folder` or below it. On Windows the client's task
+/// has started them, and they would be in the next test's log. Does nothing on Wine.
+void EndAgentsIn(const std::wstring& folder);
 /// Opens a tool's window, which refuses the first `refusals` requests to close, and closes `delay`
 /// milliseconds after the next one. Waits until the window exists.
 std::unique_ptr<Process> OpenTool(const std::string& windowClass, const std::string& title, int refusals = 0,
@@ -105,6 +110,15 @@ std::wstring AuditFile();
 /// Returns the bytes of the audit file; empty if there is none.
 std::optional<std::string> AuditBytes();
 void WriteAuditFile(const std::string& bytes);
+
+/// Lets Windows load no library of the list that is not signed, from the first test to the last one: the
+/// stand-in for the tracking library would be in use in every program. Does nothing on Wine, which loads
+/// none.
+class OnlySignedLibraries : public testing::Environment {
+ public:
+  void SetUp() override;
+  void TearDown() override;
+};
 
 /// The account of the audit's task, "auditor". Microsoft's scheduler accepts only an account that exists, so
 /// it is made there, and deleted at the end. Wine's does not check it.

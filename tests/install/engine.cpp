@@ -33,7 +33,7 @@ const Difference kDifferences[] = {
      "Obtaining Context Information for Deferred Execution Custom Actions"},
     {"rollback", "a rollback does not restore what the older version had installed",
      "it restores the older version's files, values, services and product", "Rollback Installation"},
-    {"empty-folders", "the folder of the maker stays after a removal",
+    {"empty-folders", "the folder above that of the product stays after a removal",
      "a folder that the installation made is removed when it is empty",
      "RemoveFolders Action; Directory Table"},
     {"service-key", "a service's key has PreshutdownTimeout, and its program without quotation marks",
@@ -74,6 +74,17 @@ const Difference kDifferences[] = {
     {"shares", "a folder on a missing share is accepted",
      "the installation fails, because the share cannot be reached (error 1606)",
      "Windows Installer Error Messages"},
+    {"files-in-use", "files in use are replaced or deleted at once, and the run ends with 0",
+     "they are moved to C:\\Config.Msi until the machine restarts, and the run ends with 3010, which counts "
+     "as success; an agent whose program was moved is not stopped, because its path is not the client's",
+     "Logging of Reboot Requests; Windows Installer Error Codes"},
+    {"tracking-library", "nothing loads the libraries of \"AppInit_DLLs\"",
+     "without Secure Boot every new program with windows loads them, so the tests allow only signed ones "
+     "(RequireSignedAppInit_DLLs = 1); the stand-in is not signed",
+     "AppInit_DLLs in Windows 7; AppInit DLLs and Secure Boot"},
+    {"notices-in-log", "a notice is one line of the log",
+     "the log has a notice again, after \"Product: NAME -- \", because it goes to the event log too",
+     "Event Logging"},
     {"whole-machine", "the whole machine is compared, because nothing else changes it",
      "the places of tests/machine/places.cpp are compared, because other programs change the rest at any "
      "time",
@@ -98,6 +109,16 @@ class DifferencesFile : public testing::Environment {
 
 [[maybe_unused]] testing::Environment* const kDifferencesFile =
     testing::AddGlobalTestEnvironment(new DifferencesFile);
+
+// The folder into which Microsoft's engine moves files that are in use, and the head of its own lines.
+constexpr char kFolderOfMoved[] = "C:\\Config.Msi\\";
+constexpr char kEngineLine[] = "MSI (";
+
+// The lines of the library about an agent that is not the client's: the process, its path, and the client's.
+constexpr char kAgentHead[] = "Hx Setup Log: agent restart:  ";
+constexpr char kNotOurs[] = " is not ours, left alone (";
+constexpr char kPathHead[] = "JN Setup Log: ";
+constexpr char kStopped[] = " agent(s) stopped";
 
 // A line that differs: what Wine's engine gives, and what Microsoft's gives in its place. `wine` is a part of
 // the line.
@@ -131,6 +152,11 @@ const std::vector<LineRow>& LineRows() {
 
 bool Has(const std::string& line, const std::string& text) {
   return line.find(text) != std::string::npos;
+}
+
+// The names of files differ in the case of their letters.
+bool BeginsWithPath(const std::string& text, const std::string& path) {
+  return _strnicmp(text.c_str(), path.c_str(), path.size()) == 0;
 }
 
 }  // namespace
@@ -198,6 +224,46 @@ std::vector<std::string> ScriptActions(Engine engine, const std::vector<std::str
       actions.push_back(action);
   }
   return actions;
+}
+
+std::vector<std::string> WithoutRepeats(Engine engine, const std::vector<std::string>& lines) {
+  std::vector<std::string> others;
+  for (const std::string& line : lines) {
+    const size_t product = line.find("]: Product: ");
+    const bool isRepeat = engine == Engine::kWindows && line.rfind(kEngineLine, 0) == 0 &&
+                          product != std::string::npos && line.find(" -- ", product) != std::string::npos;
+    if (!isRepeat) others.push_back(line);
+  }
+  return others;
+}
+
+unsigned long ResultOf(Engine engine, unsigned long code) {
+  return engine == Engine::kWindows && code == ERROR_SUCCESS_REBOOT_REQUIRED ? ERROR_SUCCESS : code;
+}
+
+std::vector<std::string> WithMovedAgents(Engine engine, const std::vector<std::string>& lines) {
+  if (engine == Engine::kWine) return lines;
+  std::vector<std::string> others;
+  unsigned long moved = 0;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    const bool isMoved = i + 2 < lines.size() && lines[i].rfind(kAgentHead, 0) == 0 &&
+                         Has(lines[i], kNotOurs) &&
+                         BeginsWithPath(lines[i + 1], std::string(kPathHead) + kFolderOfMoved);
+    if (isMoved) {
+      ++moved;
+      i += 2;
+      continue;
+    }
+    const size_t end = lines[i].find(kStopped);
+    const bool isCount = lines[i].rfind(kAgentHead, 0) == 0 && end != std::string::npos;
+    if (!isCount) {
+      others.push_back(lines[i]);
+      continue;
+    }
+    const unsigned long stopped = std::strtoul(lines[i].c_str() + sizeof kAgentHead - 1, nullptr, 10);
+    others.push_back(kAgentHead + std::to_string(stopped + moved) + lines[i].substr(end));
+  }
+  return others;
 }
 
 std::vector<std::string> LinesOf(Engine engine, const std::vector<std::string>& lines) {

@@ -39,6 +39,9 @@ enum class Differs {
   kLinks,
   kCaseOfNames,
   kShares,
+  kFilesInUse,
+  kTrackingLibrary,
+  kNoticesInLog,
   kWholeMachine,
   kCount,
 };
@@ -82,6 +85,18 @@ std::string StartedAction(Engine engine, const std::string& line);
 /// Returns the actions of `names` that ran in the script of a log, in order, also in a rollback.
 std::vector<std::string> ScriptActions(Engine engine, const std::vector<std::string>& lines,
                                        const std::vector<std::string>& names);
+
+/// Returns the lines of a log without those that repeat a notice for the event log.
+std::vector<std::string> WithoutRepeats(Engine engine, const std::vector<std::string>& lines);
+
+/// Returns the result of a run: `code`, but success if files in use are only replaced or deleted at the next
+/// start of the machine. Wine's engine never says that.
+unsigned long ResultOf(Engine engine, unsigned long code);
+
+/// Returns the lines of the library as if it had stopped the agents whose program the run has moved aside
+/// because it was in use: by its path such an agent is not the client's any more, so the library leaves it
+/// alone and writes three lines about it. Wine's engine never moves a program aside.
+std::vector<std::string> WithMovedAgents(Engine engine, const std::vector<std::string>& lines);
 
 // ---- what the library and the packages leave
 

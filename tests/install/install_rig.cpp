@@ -5,12 +5,15 @@
 #include <tlhelp32.h>
 #include <wtsapi32.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ostream>
 #include <set>
 #include <stdexcept>
 
+#include "install/agent_rig.h"
 #include "install/security_rig.h"
+#include "machine/places.h"
 #include "machine/services.h"
 
 namespace install {
@@ -128,11 +131,21 @@ std::set<std::string> UninstallEntries(REGSAM view) {
   return entries;
 }
 
+bool IsCodeOfAPackage(const std::string& code) {
+  for (const Package* package : AllPackages()) {
+    if (_stricmp(package->productCode.c_str(), code.c_str()) == 0) return true;
+  }
+  return false;
+}
+
 // Describes everything that a test of this level may change, as a text.
 std::string DescribeMachine() {
   std::string text;
   for (REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
-    for (const std::string& entry : UninstallEntries(view)) text += "uninstall entry " + entry + "\n";
+    for (const std::string& entry : UninstallEntries(view)) {
+      // Other programs of a Windows update themselves at any time.
+      if (ThisEngine() == Engine::kWine || IsCodeOfAPackage(entry)) text += "uninstall entry " + entry + "\n";
+    }
   }
   for (const Package* package : {&Client(), &NewerClient(), &OlderServer(), &Server()}) {
     if (package->IsInstalled()) text += "installed: " + FromWide(package->path) + "\n";
@@ -143,10 +156,7 @@ std::string DescribeMachine() {
   // The engine leaves the maker's folder empty.
   for (const std::string& name : Names(Environment(L"ProgramW6432") + L"\\Halvorstead"))
     text += "program folder " + name + "\n";
-  for (const std::string& name : Names(L"C:")) {
-    // The engine's own: it keeps files that were in use there until the machine restarts.
-    if (_stricmp(name.c_str(), "Config.Msi") != 0) text += "folder " + name + "\n";
-  }
+  for (const std::string& name : ComparedNames(L"C:")) text += "folder " + name + "\n";
   if (FileExists(InstalledFile())) text += "file " + FromWide(InstalledFile()) + "\n";
   if (FileExists(SettingsFile())) text += "file " + FromWide(SettingsFile()) + "\n";
   if (KeyExists(HKEY_CURRENT_USER, kUserKeyAbove)) text += std::string("key ") + kUserKeyAbove + "\n";
@@ -243,30 +253,6 @@ bool RunOnce(std::wstring command, const std::wstring& log, InstallerRun& run) {
   return !isLost;
 }
 
-// Overwrites a log, so that no log that is kept contains a password.
-void WriteBytes(const std::wstring& path, const std::string& bytes) {
-  HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-  DWORD written = 0;
-  EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
-  CloseHandle(file);
-}
-
-// True if a password begins at `start`; a character of `text` has `width` bytes.
-bool IsPassword(const std::string& text, size_t start, size_t width) {
-  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVabcdefghijklmnopqrstuv0123456789!=$-+.,~^_";
-  constexpr size_t kLength = 20, kGroup = 4;
-  if (start + kLength * width > text.size()) return false;
-  for (size_t i = 0; i < kLength; ++i) {
-    const char c = text[start + i * width];
-    if (width > 1 && text[start + i * width + 1] != 0) return false;
-    bool fits = c == 'A';
-    if (i % kGroup == 0) fits = alphabet.find(c) != std::string::npos;
-    if (i % kGroup == 1) fits = c >= 'A' && c <= 'D';
-    if (!fits) return false;
-  }
-  return true;
-}
-
 // Prints the important part of a run's log: the library's actions and lines, failures, and the properties.
 void PrintRun(const InstallerRun& run) {
   static const char* const marks[] = {"start", "Setup Log:", "Return value 0.", "Return value 3.",
@@ -292,20 +278,6 @@ std::string TestName() {
 
 }  // namespace
 
-const char kHiddenPassword[] = "********************";
-
-bool HidePasswords(std::string& text) {
-  bool isHidden = false;
-  for (size_t width : {1, 2}) {
-    for (size_t start = 0; start < text.size(); ++start) {
-      if (!IsPassword(text, start, width)) continue;
-      for (size_t i = 0; i + 1 < sizeof kHiddenPassword; ++i) text[start + i * width] = kHiddenPassword[i];
-      isHidden = true;
-    }
-  }
-  return isHidden;
-}
-
 const char kUserKey[] = "Software\\Quillfern\\Ostrel";
 const char kUserKeyAbove[] = "Software\\Quillfern";
 const char kServiceKey[] = "SYSTEM\\CurrentControlSet\\Services\\Ostrel\\Settings";
@@ -321,11 +293,18 @@ std::vector<std::string> InstallerRun::LinesWith(const std::string& mark) const 
   for (const std::string& line : lines) {
     if (line.find(mark) != std::string::npos) found.push_back(line);
   }
-  return found;
+  const std::vector<std::string> once = WithoutRepeats(ThisEngine(), found);
+  if (once.size() != found.size()) Note(Differs::kNoticesInLog);
+  return once;
 }
 
 std::vector<std::string> InstallerRun::SetupLines() const {
-  std::vector<std::string> found = LinesWith("Hx Setup Log:");
+  // With the lines of paths, which are left out afterwards.
+  std::vector<std::string> found = AgentLines();
+  found.erase(
+      std::remove_if(found.begin(), found.end(),
+                     [](const std::string& line) { return line.find("Hx Setup Log:") == std::string::npos; }),
+      found.end());
   static const std::string mark = "agent restart:  ", end = " agent(s) stopped";
   for (std::string& line : found) {
     const size_t start = line.find(mark), stop = line.find(end);
@@ -333,6 +312,17 @@ std::vector<std::string> InstallerRun::SetupLines() const {
     line.replace(start + mark.size(), stop - start - mark.size(), "0");
   }
   return found;
+}
+
+std::vector<std::string> InstallerRun::AgentLines() const {
+  const std::vector<std::string> found = LinesWith("Setup Log: ");
+  const std::vector<std::string> others = WithMovedAgents(ThisEngine(), found);
+  if (others.size() != found.size()) Note(Differs::kFilesInUse);
+  return others;
+}
+
+bool InstallerRun::HasMovedAgents() const {
+  return AgentLines() != LinesWith("Setup Log: ");
 }
 
 std::vector<std::string> InstallerRun::FailuresOf(const std::string& action) const {
@@ -495,6 +485,21 @@ const Package& WatchedServer() {
   return package;
 }
 
+std::vector<const Package*> AllPackages() {
+  return {&Client(),         &NewerClient(),   &OlderServer(), &Server(),     &WatchedServer(),
+          &GuideClient(),    &GuideServer(),   &Gauge(),       &NewerGauge(), &Gauge("firewall"),
+          &Gauge("account"), &Gauge("access"), &Probe(),       &NewerProbe()};
+}
+
+std::vector<std::string> ComparedNames(const std::wstring& folder) {
+  std::vector<std::string> names;
+  for (const std::string& name : Names(folder)) {
+    if (_stricmp(name.c_str(), "Config.Msi") == 0) continue;
+    if (ThisEngine() == Engine::kWine || machine::CanBeOurs(folder, ToWide(name))) names.push_back(name);
+  }
+  return names;
+}
+
 std::wstring InstalledFile() {
   return Environment(L"ProgramW6432") + L"\\Halvorstead\\Ostrel\\about.txt";
 }
@@ -614,8 +619,14 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
   }
   if (!isDone) ADD_FAILURE() << "cannot run " << FromWide(command);
 
-  std::string bytes = ReadBytes(log);
-  if (HidePasswords(bytes)) WriteBytes(log, bytes);
+  if (FileExists(log)) EXPECT_TRUE(machine::HidePasswordsInFile(log)) << FromWide(log);
+  const unsigned long result = ResultOf(ThisEngine(), run.exitCode);
+  if (result != run.exitCode) {
+    std::printf("---- %s: ended with %lu, a file was in use\n", name.c_str(), run.exitCode);
+    Note(Differs::kFilesInUse);
+    run.exitCode = result;
+  }
+  const std::string bytes = ReadBytes(log);
   run.lines = SplitLines(LogText(bytes));
   const std::string mark = "Property(S): ";
   for (const std::string& line : run.lines) {
@@ -627,6 +638,7 @@ InstallerRun RunInstaller(const std::string& name, const std::wstring& arguments
 }
 
 void InstallTest::SetUp() {
+  EndAgentsIn(kMovedFiles);
   EmptyStores();
   before_ = DescribeMachine();
 }

@@ -15,36 +15,38 @@
 #include <vector>
 
 #include "install/engine.h"
+#include "machine/passwords.h"
 #include "machine/texts.h"
 
 namespace install {
 
 using machine::FromWide;
+using machine::HidePasswords;
 using machine::Joined;
+using machine::kHiddenPassword;
 using machine::Replaced;
 using machine::ToWide;
 
-/// Replaces a password of the server's account in the logs, and so in the lines and properties of a run.
-extern const char kHiddenPassword[];
-/// Puts kHiddenPassword in place of everything in `text` that looks like such a password, in bytes or in
-/// UTF-16: five groups of four characters, of which the first is one of the password's alphabet, the second
-/// one of four letters, and the others "AA". Returns true if there was one.
-bool HidePasswords(std::string& text);
-
 /// The result of one run of msiexec.
 struct InstallerRun {
-  std::string name;                               ///< the step, and the name of its log
-  DWORD exitCode = 0;                             ///< the whole code of the process, not its low byte
+  std::string name;    ///< the step, and the name of its log
+  DWORD exitCode = 0;  ///< the whole code of the process, not its low byte, as ResultOf returns it
   std::vector<std::string> lines;                 ///< the verbose log
   std::map<std::string, std::string> properties;  ///< the properties at the end of the run
 
   /// Returns the value of a property; empty if it was not set.
   std::string Property(const std::string& property) const;
-  /// Returns the log's lines that contain `mark`, whole and in order.
+  /// Returns the log's lines that contain `mark`, whole and in order. A notice counts once, also where the
+  /// engine repeats it for the event log.
   std::vector<std::string> LinesWith(const std::string& mark) const;
   /// Returns the lines that the library wrote. Where the engine runs tasks, they have started agents that no
-  /// test counts: there "0 agent(s) stopped" means any number.
+  /// test counts: there "0 agent(s) stopped" means any number, also of agents whose program was moved aside.
   std::vector<std::string> SetupLines() const;
+  /// Returns all lines of the library, those with paths too. An agent whose program was moved aside counts as
+  /// stopped.
+  std::vector<std::string> AgentLines() const;
+  /// True if the library left an agent alone because its program was moved aside.
+  bool HasMovedAgents() const;
   /// Returns the lines that say that an action failed.
   std::vector<std::string> FailuresOf(const std::string& action) const;
   /// Returns the actions that ran in the script and whose names begin with one of `names`, in order, also in
@@ -105,6 +107,15 @@ const Package& Gauge(const std::string& fragment);
 /// The client package of that maker, and its next version.
 const Package& Probe();
 const Package& NewerProbe();
+
+/// Returns all packages.
+std::vector<const Package*> AllPackages();
+
+/// Returns the entries of a folder, ordered by name, that count in a comparison of the machine: all of them
+/// on Wine, and on Windows, where other programs make and delete theirs, those that the tests can have made
+/// (machine::CanBeOurs). Never the engine's own folder "Config.Msi", which keeps files that were in use until
+/// the machine restarts.
+std::vector<std::string> ComparedNames(const std::wstring& folder);
 
 /// Returns the path of the file that the client package installs.
 std::wstring InstalledFile();

@@ -8,9 +8,7 @@ namespace install {
 
 MachineState MachineState::Now() {
   machine::Names names;
-  for (const Package* package : {&Client(), &NewerClient(), &OlderServer(), &Server(), &WatchedServer(),
-                                 &GuideClient(), &GuideServer(), &Gauge(), &NewerGauge(), &Gauge("firewall"),
-                                 &Gauge("account"), &Gauge("access"), &Probe(), &NewerProbe()}) {
+  for (const Package* package : AllPackages()) {
     const std::wstring stem = package->path.substr(package->path.rfind(L'\\') + 1);
     names.emplace_back(package->productCode, "{" + FromWide(stem.substr(0, stem.rfind(L'.'))) + "}");
   }

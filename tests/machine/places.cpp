@@ -1,5 +1,7 @@
 #include "machine/places.h"
 
+#include <cwchar>
+
 namespace machine {
 
 const std::vector<std::wstring> kFolders = {
@@ -21,6 +23,24 @@ const std::vector<std::wstring> kFiles = {
     L"C:\\windows\\system32\\OSTRACK.DLL",
     L"C:\\windows\\tasks\\Ostrel.job",
 };
+
+bool CanBeOurs(const std::wstring& folder, const std::wstring& name) {
+  for (const wchar_t* head : {L"Ostrel", L"Vantor"}) {
+    if (_wcsnicmp(name.c_str(), head, std::wcslen(head)) == 0) return true;
+  }
+  // True if `inner` is `outer`, or in it.
+  const auto isIn = [](const std::wstring& inner, const std::wstring& outer) {
+    return _wcsnicmp(inner.c_str(), outer.c_str(), outer.size()) == 0 &&
+           (inner.size() == outer.size() || inner[outer.size()] == L'\\');
+  };
+  const std::wstring path = folder + L"\\" + name;
+  for (const auto* places : {&kFolders, &kFiles}) {
+    for (const std::wstring& place : *places) {
+      if (isIn(place, path) || isIn(path, place)) return true;
+    }
+  }
+  return false;
+}
 
 const std::vector<std::string> kKeys = {
     "HKCU\\Software\\Quillfern",

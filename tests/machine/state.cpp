@@ -137,9 +137,10 @@ class State::Collector {
     HANDLE search = FindFirstFileW(L"C:\\*", &found);
     if (search != INVALID_HANDLE_VALUE) {
       do {
-        // The engine keeps files that were in use in Config.Msi until the machine restarts.
+        // The engine keeps files that were in use in Config.Msi until the machine restarts. Updates of
+        // Windows make folders whose names begin with "$".
         const bool isFolder = found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
-        if (isFolder && _wcsicmp(found.cFileName, L"Config.Msi") != 0)
+        if (isFolder && _wcsicmp(found.cFileName, L"Config.Msi") != 0 && found.cFileName[0] != L'$')
           entries_[FromWide(std::wstring(L"C:\\") + found.cFileName) + "\\"] = {};
       } while (FindNextFileW(search, &found));
       FindClose(search);

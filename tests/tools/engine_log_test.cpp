@@ -55,6 +55,56 @@ TEST(EngineLogTest, ActionsOfTheScript) {
       (Texts{"CustomAction15.Server", "CustomAction15.Rollback"}));
 }
 
+// A notice to the user, with the lines around it.
+TEST(EngineLogTest, ANoticeCountsOnce) {
+  const std::string notice = "Halvorstead Client is running as a service on this computer.  Setup will try.",
+                    repeat = "MSI (s) (50:20) [09:10:00:321]: Product: Ostrel -- " + notice;
+  const Texts log = {"MSI (s) (50:20) [09:10:00:300]: Doing action: CustomAction1",
+                     "Action start 9:10:00: CustomAction1.",
+                     "MSI (s) (50:20) [09:10:00:318]: Note: 1: 2205 2:  3: Error ",
+                     notice,
+                     repeat,
+                     "MSI (s) (50:20) [09:10:01:100]: Product: Ostrel. Restart required.",
+                     "Property(S): Text = [x]: Product: Ostrel -- " + notice,
+                     "Action ended 9:10:01: CustomAction1. Return value 1."};
+  EXPECT_EQ(WithoutRepeats(Engine::kWine, log), log);
+  Texts once = log;
+  once.erase(once.begin() + 4);
+  EXPECT_EQ(WithoutRepeats(Engine::kWindows, log), once);
+}
+
+TEST(EngineLogTest, ARunWithFilesInUseHasSucceeded) {
+  for (unsigned long code : {0ul, 1602ul, 1603ul, 1618ul, 1641ul}) {
+    EXPECT_EQ(ResultOf(Engine::kWine, code), code);
+    EXPECT_EQ(ResultOf(Engine::kWindows, code), code);
+  }
+  EXPECT_EQ(ResultOf(Engine::kWine, 3010), 3010u);
+  EXPECT_EQ(ResultOf(Engine::kWindows, 3010), 0u);
+}
+
+TEST(EngineLogTest, AnAgentWhoseProgramWasMovedCountsAsStopped) {
+  const std::string head = "Hx Setup Log: agent restart:  ",
+                    client = "JN Setup Log: C:\\Program Files\\Halvorstead\\Ostrel\\osua.exe";
+  const Texts log = {"Hx Setup Log: set ARP version to 1.0.0 (default)",
+                     head + "pid 4711 is not ours, left alone (36)",
+                     "JN Setup Log: C:\\Config.Msi\\3c2d1.rbf",
+                     client,
+                     head + "pid 4712 is not ours, left alone (36)",
+                     "JN Setup Log: C:\\Ostrel elsewhere\\osua.exe",
+                     client,
+                     head + "pid 4713 is not ours, left alone (36)",
+                     "JN Setup Log: C:\\CONFIG.MSI\\3c2d2.rbf",
+                     client,
+                     head + "1 agent(s) stopped",
+                     head + "session 1 (me) started"};
+  EXPECT_EQ(WithMovedAgents(Engine::kWine, log), log);
+  EXPECT_EQ(WithMovedAgents(Engine::kWindows, log),
+            (Texts{log[0], log[4], log[5], log[6], head + "3 agent(s) stopped", log[11]}));
+  // The lines of one agent that was cut off are left as they are.
+  const Texts cut(log.begin(), log.begin() + 3);
+  EXPECT_EQ(WithMovedAgents(Engine::kWindows, cut), cut);
+}
+
 TEST(EngineLogTest, LinesThatDiffer) {
   const Texts wine = {"Hx Setup Log: creating local service account vantor",
                       "Hx Setup Log: could not grant right to logon as service",

@@ -30,7 +30,7 @@ class PlacesTest : public testing::Test {
 
  private:
   static void Clear() {
-    for (const wchar_t* folder : {L"C:\\Metering", L"C:\\Program Files\\Someone else"})
+    for (const wchar_t* folder : {L"C:\\Metering", L"C:\\Program Files\\Someone else", L"C:\\$WinREAgent"})
       install::DeleteTree(folder);
     DeleteFileW(L"C:\\windows\\ostrel.ini");
     DeleteFileW(L"C:\\windows\\somebody.ini");
@@ -60,6 +60,7 @@ TEST_F(PlacesTest, WhatTheTestsChangeIsFoundAndNothingElse) {
   // Other programs.
   install::WriteTree(L"C:\\Program Files\\Someone else", {{"b.txt", "2"}});
   install::WriteTree(L"C:\\windows", {{"somebody.ini", "x"}});
+  install::WriteTree(L"C:\\$WinREAgent", {});
   Set("SOFTWARE\\Somebody", "Name", "x");
   Set(Entry("{another}"), "DisplayName", "Another");
 
@@ -91,6 +92,33 @@ TEST_F(PlacesTest, AnEntryThatIsNotInheritedIsFound) {
   EXPECT_FALSE(HasOwnEntry("D:AI(A;OICIID;FA;;;SY)(A;ID;FR;;;WD)"));
   EXPECT_FALSE(HasOwnEntry("D:"));
   EXPECT_FALSE(HasOwnEntry("(unreadable)"));
+}
+
+// Other programs make and delete names in the same folders at any time.
+TEST_F(PlacesTest, OnlyNamesThatTheTestsCanHaveMadeCount) {
+  struct Case {
+    const wchar_t *folder, *name;
+    bool isOurs;
+  };
+  for (const Case& entry : {Case{L"C:", L"Metering", true},
+                            {L"C:", L"METERING", true},
+                            {L"C:", L"Ostrel elsewhere", true},
+                            {L"C:", L"Program Files", true},
+                            {L"C:", L"Vantor Store", true},
+                            {L"C:", L"Meter", false},
+                            {L"C:", L"Metering more", false},
+                            {L"C:", L"$WinREAgent", false},
+                            {L"C:", L"Program Files (x86)", false},
+                            {L"C:\\ProgramData", L"Ostrel Audit", true},
+                            {L"C:\\ProgramData", L"Ostrel record.txt", true},
+                            {L"C:\\ProgramData", L"Brackwell", true},
+                            {L"C:\\Program Files\\Halvorstead", L"Another", true},
+                            {L"C:\\Program Files\\Brackwell\\Probe", L"probe.exe", true},
+                            {L"C:\\Program Files", L"Another", false},
+                            {L"C:\\ProgramData", L"Microsoft", false},
+                            {L"C:\\ProgramData", L"Another Ostrel", false}}) {
+    EXPECT_EQ(CanBeOurs(entry.folder, entry.name), entry.isOurs) << FromWide(entry.name);
+  }
 }
 
 // Otherwise a change there would be lost on a machine that other programs change.
