@@ -117,6 +117,47 @@ std::string HashOf(const std::wstring& path) {
   return text;
 }
 
+bool IsRemote(const std::wstring& path) {
+  return path.rfind(L"\\\\", 0) == 0 || GetDriveTypeW((path.substr(0, 2) + L"\\").c_str()) == DRIVE_REMOTE;
+}
+
+bool IsInOneDrive(const std::wstring& path) {
+  for (const wchar_t* variable : {L"OneDrive", L"OneDriveConsumer", L"OneDriveCommercial"}) {
+    wchar_t folder[MAX_PATH] = {};
+    const DWORD length = GetEnvironmentVariableW(variable, folder, MAX_PATH);
+    if (length && length < MAX_PATH && IsIn(path, folder)) return true;
+  }
+  return false;
+}
+
+std::string LanguageName(LANGID language) {
+  wchar_t name[LOCALE_NAME_MAX_LENGTH] = {};
+  LCIDToLocaleName(MAKELCID(language, SORT_DEFAULT), name, LOCALE_NAME_MAX_LENGTH, 0);
+  return FromWide(name);
+}
+
+// True if the user of this process has an account of this computer, and not one of a domain or of a service.
+bool IsLocalUser() {
+  HANDLE token = nullptr;
+  alignas(TOKEN_USER) BYTE user[256];
+  DWORD size = sizeof user;
+  wchar_t name[256] = {}, domain[256] = {}, computer[256] = {};
+  DWORD nameLength = 256, domainLength = 256, computerLength = 256;
+  SID_NAME_USE use;
+  const bool isFound = OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token) &&
+                       GetTokenInformation(token, TokenUser, user, sizeof user, &size) &&
+                       LookupAccountSidW(nullptr, reinterpret_cast<TOKEN_USER*>(user)->User.Sid, name,
+                                         &nameLength, domain, &domainLength, &use) &&
+                       GetComputerNameW(computer, &computerLength);
+  if (token) CloseHandle(token);
+  BYTE* information = nullptr;
+  if (!isFound || _wcsicmp(domain, computer) != 0 ||
+      NetUserGetInfo(nullptr, name, 1, &information) != NERR_Success)
+    return false;
+  NetApiBufferFree(information);
+  return true;
+}
+
 bool HasService(const std::wstring& name) {
   SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   SC_HANDLE service = OpenServiceW(manager, name.c_str(), SERVICE_QUERY_STATUS);
@@ -202,6 +243,24 @@ std::vector<std::string> InUse(const std::wstring& folder) {
 
 }  // namespace
 
+bool FitsCodePage(const std::wstring& path, unsigned codePage) {
+  // This code page has every character, and takes neither the flag nor the answer.
+  if (codePage == CP_UTF8 || path.empty()) return true;
+  BOOL isReplaced = FALSE;
+  const int length = WideCharToMultiByte(codePage, WC_NO_BEST_FIT_CHARS, path.c_str(),
+                                         static_cast<int>(path.size()), nullptr, 0, nullptr, &isReplaced);
+  return length > 0 && !isReplaced;
+}
+
+bool IsIn(const std::wstring& path, const std::wstring& folder) {
+  if (folder.empty() || _wcsnicmp(path.c_str(), folder.c_str(), folder.size()) != 0) return false;
+  return path.size() == folder.size() || folder.back() == L'\\' || path[folder.size()] == L'\\';
+}
+
+bool IsEnglish(const std::string& language) {
+  return language.substr(0, language.find('-')) == "en";
+}
+
 std::vector<std::string> Damaged(const std::wstring& folder) {
   std::FILE* file = _wfopen((folder + L"\\files.txt").c_str(), L"rb");
   if (!file) return {"files.txt"};
@@ -221,7 +280,7 @@ std::vector<std::string> Damaged(const std::wstring& folder) {
   return damaged;
 }
 
-Facts Gather(const std::wstring& folder) {
+Facts Gather(const std::wstring& folder, const std::wstring& report) {
   Facts facts;
   facts.native = NativeProcessor();
   using Version = LONG WINAPI(OSVERSIONINFOW*);
@@ -267,6 +326,13 @@ Facts Gather(const std::wstring& folder) {
   facts.time = time;
   facts.hasShortNames = GivesShortNames();
   facts.folderLength = folder.size();
+  facts.reportLength = report.size();
+  facts.fitsCodePage = FitsCodePage(folder, facts.codePage) && FitsCodePage(report, facts.codePage);
+  facts.isOnNetwork = IsRemote(folder) || (!report.empty() && IsRemote(report));
+  facts.isInOneDrive = IsInOneDrive(folder) || IsInOneDrive(report);
+  facts.userLanguage = LanguageName(GetUserDefaultUILanguage());
+  facts.systemLanguage = LanguageName(GetSystemDefaultUILanguage());
+  facts.isLocalUser = IsLocalUser();
   facts.damaged = Damaged(folder);
   facts.inUse = InUse(folder);
   return facts;
@@ -311,6 +377,39 @@ std::vector<std::string> Refusals(const Facts& facts, const std::string& process
                        " characters: move it to one with at most " + Number(kLongestFolder) +
                        ", such as C:\\accept");
   }
+  if (facts.reportLength > kLongestReport) {
+    refusals.push_back("the path of the report has " + Number(facts.reportLength) +
+                       " characters: name one with at most " + Number(kLongestReport) +
+                       ", such as C:\\report");
+  }
+  if (!facts.fitsCodePage) {
+    refusals.push_back(
+        "the path of this folder or of the report has characters that are not in the 8-bit code "
+        "page " +
+        Number(facts.codePage) +
+        " of this Windows: use folders with plain letters, such as C:\\accept and C:\\report");
+  }
+  if (facts.isOnNetwork) {
+    refusals.push_back(
+        "this folder or that of the report is on the network: copy the archive to a drive of this computer, "
+        "such as C:\\accept, and start accept.cmd there");
+  }
+  if (facts.isInOneDrive) {
+    refusals.push_back(
+        "this folder or that of the report is in OneDrive, which opens the files during the tests and copies "
+        "the logs to the network: move the archive to C:\\accept, and start accept.cmd there");
+  }
+  if (installs && !(IsEnglish(facts.userLanguage) && IsEnglish(facts.systemLanguage))) {
+    refusals.push_back(
+        "the install tests read texts of Windows in English, and here the user's language is " +
+        facts.userLanguage + " and that of Windows " + facts.systemLanguage +
+        ": use a Windows that was installed in English. /no-install leaves out these tests");
+  }
+  if (installs && !facts.isLocalUser) {
+    refusals.push_back(
+        "this user has no account of this computer, which the install tests need: add a local user to the "
+        "administrators, log on with it, and start again. /no-install leaves out these tests");
+  }
   if (!facts.hasShortNames) {
     refusals.push_back(
         "the drive of the temporary folder gives no short (8.3) names, which some tests need: run \"fsutil "
@@ -347,6 +446,7 @@ std::vector<std::string> Lines(const Facts& facts) {
           "processor: " + facts.native,
           "memory: " + facts.memory,
           "locale: " + facts.locale + ", code page " + Number(facts.codePage),
+          "language: " + facts.userLanguage + ", of Windows " + facts.systemLanguage,
           "time: " + facts.time + " UTC, zone " + facts.zone};
 }
 

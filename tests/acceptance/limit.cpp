@@ -52,6 +52,8 @@ class Watcher {
 }  // namespace
 
 DWORD RunLimited(std::wstring command, const std::wstring& output, DWORD seconds) {
+  // Nobody touches the machine for hours, and it must not go to sleep.
+  SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
   SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
   HANDLE log = CreateFileW(output.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
                            CREATE_ALWAYS, 0, nullptr);
@@ -98,6 +100,7 @@ DWORD RunLimited(std::wstring command, const std::wstring& output, DWORD seconds
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
   }
+  SetThreadExecutionState(ES_CONTINUOUS);
   CloseHandle(job);
   CloseHandle(empty);
   CloseHandle(log);

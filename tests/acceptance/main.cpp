@@ -1,13 +1,14 @@
 // accept.exe: what accept.cmd cannot do by itself. A person starts accept.cmd.
 //
-//   accept.exe check PROCESSOR FOLDER [/in-use] [/no-install]
-//     Prints why this machine or the archive in FOLDER, which is for PROCESSOR, cannot be used, and what the
-//     person should know. The exit status is 0 if it can, and 2 if not.
+//   accept.exe check PROCESSOR FOLDER [/in-use] [/no-install] [/report REPORT]
+//     Prints why this machine, the archive in FOLDER, which is for PROCESSOR, or the folder REPORT cannot be
+//     used, and what the person should know. The exit status is 0 if it can, and 2 if not. Restores what an
+//     interrupted run has left.
 //   accept.exe run REPORT LEVEL SECONDS PROGRAM [FILTER]
 //     Runs a test program, for at most SECONDS. Its results, output and logs are in REPORT\LEVEL afterwards.
-//   accept.exe report REPORT PROCESSOR FOLDER
-//     Writes REPORT\report.txt and prints its verdict. The exit status is 0 if all tests passed, 1 if not,
-//     and 2 if none was run.
+//   accept.exe report REPORT PROCESSOR FOLDER [/no-install] [/filter FILTER]
+//     Writes REPORT\report.txt and prints its verdict. The words are those with which the tests were run. The
+//     exit status is 0 if all tests passed, 1 if not, and 2 if none was run.
 #include <windows.h>
 // After windows.h, which it needs.
 #include <shellapi.h>
@@ -22,6 +23,8 @@
 #include "acceptance/facts.h"
 #include "acceptance/limit.h"
 #include "acceptance/report.h"
+#include "machine/passwords.h"
+#include "machine/signed_libraries.h"
 #include "machine/texts.h"
 
 namespace {
@@ -55,9 +58,40 @@ bool Has(int count, wchar_t** words, int first, const wchar_t* word) {
   return false;
 }
 
+// Returns the word after `word`; empty if there is none.
+std::wstring After(int count, wchar_t** words, int first, const wchar_t* word) {
+  for (int i = first; i + 1 < count; ++i) {
+    if (_wcsicmp(words[i], word) == 0) return words[i + 1];
+  }
+  return L"";
+}
+
+// A program that was ended has not restored it.
+void RestoreSetting() {
+  if (!machine::RestoreSignedLibraries()) return;
+  std::printf("  restored the setting %s, which interrupted tests had changed\n", machine::kSignedSetting);
+}
+
+// Takes the passwords of the server's account out of all logs in `folder`: a program that was ended has left
+// the last one as it was.
+void HidePasswords(const std::wstring& folder) {
+  WIN32_FIND_DATAW entry;
+  HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return;
+  do {
+    if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
+    const std::wstring path = folder + L"\\" + entry.cFileName;
+    if (!machine::HidePasswordsInFile(path))
+      std::printf("  %s is still in use and may have a password in it: do not send it back\n",
+                  FromWide(path).c_str());
+  } while (FindNextFileW(search, &entry));
+  FindClose(search);
+}
+
 int Check(int count, wchar_t** words) {
   const std::string processor = FromWide(words[2]);
-  const acceptance::Facts facts = acceptance::Gather(words[3]);
+  RestoreSetting();
+  const acceptance::Facts facts = acceptance::Gather(words[3], After(count, words, 4, L"/report"));
   const auto refusals = acceptance::Refusals(facts, processor, Has(count, words, 4, L"/in-use"),
                                              !Has(count, words, 4, L"/no-install"));
   for (const std::string& line : acceptance::Lines(facts)) std::printf("  %s\n", line.c_str());
@@ -81,10 +115,12 @@ int Run(int count, wchar_t** words) {
   WriteFile(report + L"\\runs.txt",
             FromWide(level) + "\t" + std::to_string(status) + "\t" + std::to_string(seconds) + "\n", L"ab");
   std::printf("  ended with status %lu after %u s\n", status, seconds);
+  HidePasswords(folder);
   return 0;
 }
 
-int Report(wchar_t** words) {
+int Report(int count, wchar_t** words) {
+  RestoreSetting();
   const std::wstring report = words[2];
   acceptance::Run run;
   run.processor = FromWide(words[3]);
@@ -92,6 +128,8 @@ int Report(wchar_t** words) {
   run.isMicrosofts = facts.engine.rfind("Microsoft", 0) == 0;
   run.facts = acceptance::Lines(facts);
   run.remarks = acceptance::Remarks(facts, run.processor);
+  run.leavesInstall = Has(count, words, 5, L"/no-install");
+  run.filter = FromWide(After(count, words, 5, L"/filter"));
   const std::string runs = ReadFile(report + L"\\runs.txt");
   std::string failed;
   for (size_t start = 0, end; (end = runs.find('\n', start)) != std::string::npos; start = end + 1) {
@@ -111,6 +149,9 @@ int Report(wchar_t** words) {
       failed += level.name + "\t" + names + "\n";
     run.levels.push_back(std::move(level));
   }
+  std::vector<std::string> levels = {"unit", "unit-checked", "actions"};
+  if (!run.leavesInstall) levels.push_back("install");
+  acceptance::AddMissingLevels(run, levels);
   WriteFile(report + L"\\report.txt", acceptance::ReportOf(run));
   WriteFile(report + L"\\failed.txt", failed);
   const acceptance::Verdict verdict = acceptance::VerdictOf(run);
@@ -128,7 +169,7 @@ int main() {
     const std::wstring what = count > 1 ? words[1] : L"";
     if (what == L"check" && count >= 4) return Check(count, words);
     if (what == L"run" && count >= 6) return Run(count, words);
-    if (what == L"report" && count >= 5) return Report(words);
+    if (what == L"report" && count >= 5) return Report(count, words);
     std::fprintf(stderr, "accept.exe: start accept.cmd instead; docs\\acceptance.md describes it\n");
   } catch (const std::exception& error) {
     std::fprintf(stderr, "accept.exe: %s\n", error.what());

@@ -52,11 +52,15 @@ bool IsJudged(const Run& run, const TestResult& test) {
 
 std::string HowItEnded(const LevelResult& level) {
   const std::string where = level.lastStarted.empty() ? "before its first test" : "in " + level.lastStarted;
-  if (level.status == kTimedOut) return "was ended at its time limit, " + where;
   if (level.status == kNotStarted) return "could not be started";
   char status[16];
   std::snprintf(status, sizeof status, "0x%x", level.status);
-  return std::string("broke off with status ") + status + ", " + where;
+  std::string text = level.status == kTimedOut ? "was ended at its time limit, "
+                                               : std::string("broke off with status ") + status + ", ";
+  text += where;
+  // The installer's service goes on without the program that has asked it.
+  if (level.name == "install") text += " (an installation may still be going on: reset the machine)";
+  return text;
 }
 
 }  // namespace
@@ -115,6 +119,18 @@ std::vector<DifferenceRow> RowsOf(const std::string& text) {
   return rows;
 }
 
+void AddMissingLevels(Run& run, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    const bool isThere = std::any_of(run.levels.begin(), run.levels.end(),
+                                     [&](const LevelResult& level) { return level.name == name; });
+    if (isThere) continue;
+    LevelResult missing;
+    missing.name = name;
+    missing.status = kNotStarted;
+    run.levels.push_back(std::move(missing));
+  }
+}
+
 Verdict VerdictOf(const Run& run) {
   size_t passed = 0, failed = 0, unexpected = 0, leftOut = 0;
   std::string broken;
@@ -146,6 +162,8 @@ Verdict VerdictOf(const Run& run) {
     line = "passed: " + Count(passed, "test");
   }
   if (leftOut) line += "; " + std::to_string(leftOut) + " left out";
+  if (run.leavesInstall) line += "; without the install tests";
+  if (!run.filter.empty()) line += "; only tests that match " + run.filter;
   return {failed || unexpected || !broken.empty() ? 1 : 0, line};
 }
 

@@ -41,7 +41,12 @@ struct Run {
   std::vector<std::string> remarks;  ///< what the person should know
   std::vector<LevelResult> levels;   ///< in the order of the run
   std::vector<DifferenceRow> differences;
+  std::string filter;          ///< only tests that match it were run; empty for all
+  bool leavesInstall = false;  ///< the tests that change the machine were left out
 };
+
+/// Adds the levels of `names` that a run has no trace of, as programs that could not be started.
+void AddMissingLevels(Run& run, const std::vector<std::string>& names);
 
 /// Returns the tests of GoogleTest's results, an XML file.
 std::vector<TestResult> TestsOf(const std::string& xml);

@@ -13,8 +13,8 @@ namespace machine {
 extern const std::vector<std::wstring> kFolders, kFiles;
 
 /// Returns true if the tests or their packages can have made the entry `name` of the folder `folder`: a place
-/// of kFolders or kFiles, something in one, a folder above one, or a name that begins with "Ostrel" or "Vantor", as those of
-/// the programs' own files do. The case of letters does not count.
+/// of kFolders or kFiles, something in one, a folder above one, or a name that begins with "Ostrel" or
+/// "Vantor", as those of the programs' own files do. The case of letters does not count.
 bool CanBeOurs(const std::wstring& folder, const std::wstring& name);
 
 /// Keys of the registry, compared with everything in them, as "HKLM\PATH" or "HKCU\PATH".

@@ -23,6 +23,9 @@ Facts GoodMachine() {
   facts.codePage = 1252;
   facts.windowsDrive = "C:";
   facts.folderLength = kLongestFolder;
+  facts.reportLength = kLongestReport;
+  facts.userLanguage = "en-GB";
+  facts.systemLanguage = "en-US";
   return facts;
 }
 
@@ -62,6 +65,20 @@ TEST(AcceptanceRefusalTest, EachFaultSaysWhatToDo) {
        "the drive of Windows has only 2047 MB free: make 2048 MB free"},
       {[](Facts& facts) { facts.folderLength = kLongestFolder + 1; },
        "the path of this folder has 101 characters: move it to one with at most 100, such as C:\\accept"},
+      {[](Facts& facts) { facts.reportLength = kLongestReport + 1; },
+       "the path of the report has 111 characters: name one with at most 110, such as C:\\report"},
+      {[](Facts& facts) { facts.fitsCodePage = false; },
+       "the path of this folder or of the report has characters that are not in the 8-bit code page 1252 of "
+       "this "
+       "Windows: use folders with plain letters, such as C:\\accept and C:\\report"},
+      {[](Facts& facts) { facts.isOnNetwork = true; },
+       "this folder or that of the report is on the network: copy the archive to a drive of this computer, "
+       "such "
+       "as C:\\accept, and start accept.cmd there"},
+      {[](Facts& facts) { facts.isInOneDrive = true; },
+       "this folder or that of the report is in OneDrive, which opens the files during the tests and copies "
+       "the "
+       "logs to the network: move the archive to C:\\accept, and start accept.cmd there"},
       {[](Facts& facts) { facts.windowsDrive = "D:"; },
        "Windows is on the drive D:, and the tests expect it on C:. Use another machine"},
       {[](Facts& facts) { facts.hasShortNames = false; },
@@ -92,6 +109,56 @@ TEST(AcceptanceRefusalTest, AMachineInUseIsRefusedUnlessThePersonGoesOn) {
           "tests that change the machine"});
   EXPECT_EQ(Refusals(facts, "x64", true, true), Texts());
   EXPECT_EQ(Refusals(facts, "x64", false, false), Texts());
+}
+
+TEST(AcceptanceRefusalTest, OnlyTheInstallTestsNeedEnglishAndALocalUser) {
+  struct Case {
+    void (*spoil)(Facts&);
+    const char* text;
+  };
+  const Case cases[] = {
+      {[](Facts& facts) { facts.userLanguage = "de-DE"; },
+       "the install tests read texts of Windows in English, and here the user's language is de-DE and that "
+       "of "
+       "Windows en-US: use a Windows that was installed in English. /no-install leaves out these tests"},
+      {[](Facts& facts) { facts.systemLanguage = "fr-FR"; },
+       "the install tests read texts of Windows in English, and here the user's language is en-GB and that "
+       "of "
+       "Windows fr-FR: use a Windows that was installed in English. /no-install leaves out these tests"},
+      {[](Facts& facts) { facts.isLocalUser = false; },
+       "this user has no account of this computer, which the install tests need: add a local user to the "
+       "administrators, log on with it, and start again. /no-install leaves out these tests"},
+  };
+  for (const Case& fault : cases) {
+    Facts facts = GoodMachine();
+    fault.spoil(facts);
+    EXPECT_EQ(Refusals(facts, "x64", false, true), Texts{fault.text});
+    EXPECT_EQ(Refusals(facts, "x64", false, false), Texts());
+  }
+}
+
+TEST(AcceptanceRefusalTest, English) {
+  for (const char* language : {"en", "en-US", "en-GB"}) EXPECT_TRUE(IsEnglish(language)) << language;
+  for (const char* language : {"", "de-DE", "enu", "fr-CA"}) EXPECT_FALSE(IsEnglish(language)) << language;
+}
+
+TEST(AcceptanceRefusalTest, APathMustFitTheCodePage) {
+  EXPECT_TRUE(FitsCodePage(L"C:\\Z\u00E4hler & \u20AC", 1252));
+  EXPECT_FALSE(FitsCodePage(L"C:\\Z\u00E4hler \u0416", 1252));
+  // A letter for which another one would be taken: that is another path.
+  EXPECT_FALSE(FitsCodePage(L"C:\\\u0100", 1252));
+  EXPECT_TRUE(FitsCodePage(L"C:\\\u0416", 1251));
+  EXPECT_FALSE(FitsCodePage(L"C:\\Z\u00E4hler", 1251));
+  EXPECT_TRUE(FitsCodePage(L"C:\\\u0416\u00E4", CP_UTF8));
+  EXPECT_TRUE(FitsCodePage(L"", 1252));
+}
+
+TEST(AcceptanceRefusalTest, APathInAFolder) {
+  EXPECT_TRUE(IsIn(L"C:\\Users\\a\\OneDrive\\x", L"C:\\Users\\A\\OneDrive"));
+  EXPECT_TRUE(IsIn(L"C:\\Users\\a\\OneDrive", L"C:\\Users\\a\\OneDrive"));
+  EXPECT_TRUE(IsIn(L"D:\\x", L"D:\\"));
+  EXPECT_FALSE(IsIn(L"C:\\Users\\a\\OneDrive 2\\x", L"C:\\Users\\a\\OneDrive"));
+  EXPECT_FALSE(IsIn(L"C:\\x", L""));
 }
 
 TEST(AcceptanceRefusalTest, AnotherCodePageIsRemarked) {
@@ -154,6 +221,13 @@ TEST_F(AcceptanceFactsTest, ThisMachine) {
   EXPECT_TRUE(facts.isElevated);
   EXPECT_TRUE(facts.hasShortNames);
   EXPECT_EQ(facts.folderLength, folder_.size());
+  EXPECT_EQ(facts.reportLength, 0u);
+  EXPECT_TRUE(facts.fitsCodePage);
+  EXPECT_FALSE(facts.isOnNetwork);
+  EXPECT_FALSE(facts.isInOneDrive);
+  EXPECT_EQ(facts.userLanguage, "en-US");
+  EXPECT_EQ(facts.systemLanguage, "en-US");
+  EXPECT_TRUE(facts.isLocalUser);
   EXPECT_GT(facts.freeBytes, 0u);
   EXPECT_EQ(facts.inUse, Texts());
   EXPECT_EQ(facts.time.size(), sizeof "2026-11-22 06:30:00" - 1);
@@ -165,6 +239,20 @@ TEST_F(AcceptanceFactsTest, ThisMachine) {
   RegCloseKey(key);
   EXPECT_EQ(Gather(folder_).inUse, Texts{"the key HKLM\\SOFTWARE\\Brackwell"});
   RegDeleteKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Brackwell");
+}
+
+TEST_F(AcceptanceFactsTest, TheReportsFolderIsLookedAtToo) {
+  const Facts facts = Gather(folder_, L"C:\\\u0416");
+  EXPECT_EQ(facts.reportLength, 4u);
+  EXPECT_FALSE(facts.fitsCodePage);
+  EXPECT_FALSE(Gather(L"C:\\\u0416").fitsCodePage);
+  EXPECT_TRUE(Gather(folder_, L"\\\\server\\share\\report").isOnNetwork);
+  EXPECT_TRUE(Gather(L"\\\\server\\share").isOnNetwork);
+  ASSERT_TRUE(SetEnvironmentVariableW(L"OneDriveCommercial", L"C:\\Cloud"));
+  EXPECT_TRUE(Gather(folder_, L"C:\\cloud\\report").isInOneDrive);
+  EXPECT_TRUE(Gather(L"C:\\Cloud").isInOneDrive);
+  EXPECT_FALSE(Gather(folder_, L"C:\\Clouds").isInOneDrive);
+  SetEnvironmentVariableW(L"OneDriveCommercial", nullptr);
 }
 
 // ---- the time limit
@@ -284,6 +372,43 @@ TEST(AcceptanceReportTest, AProgramThatBreaksOffFailsTheRun) {
   run.levels[1] = Level("actions", {Result("A.a", Outcome::kPassed)});
   run.levels[1].status = 1;
   EXPECT_EQ(VerdictOf(run).line, "failed: 0 of 2 tests; the level actions failed outside its tests");
+}
+
+// The engine's service goes on with the installation.
+TEST(AcceptanceReportTest, AnInterruptedInstallationSaysToResetTheMachine) {
+  acceptance::Run run;
+  LevelResult level;
+  level.name = "install";
+  level.lastStarted = "A.waits";
+  level.status = kTimedOut;
+  run.levels = {level};
+  EXPECT_EQ(
+      VerdictOf(run).line,
+      "failed: 0 of 0 tests; the level install was ended at its time limit, in A.waits (an installation may "
+      "still be going on: reset the machine)");
+  run.levels[0].status = 0xC0000005;
+  EXPECT_EQ(VerdictOf(run).line,
+            "failed: 0 of 0 tests; the level install broke off with status 0xc0000005, in A.waits (an "
+            "installation may still be going on: reset the machine)");
+}
+
+TEST(AcceptanceReportTest, ALevelThatWasNeverRunFailsTheRun) {
+  acceptance::Run run;
+  run.levels = {Level("unit", {Result("A.a", Outcome::kPassed)})};
+  AddMissingLevels(run, {"unit"});
+  EXPECT_EQ(VerdictOf(run).line, "passed: 1 test");
+  AddMissingLevels(run, {"unit", "install"});
+  EXPECT_EQ(VerdictOf(run).code, 1);
+  EXPECT_EQ(VerdictOf(run).line, "failed: 0 of 1 test; the level install could not be started");
+}
+
+TEST(AcceptanceReportTest, TheVerdictSaysWhatWasNotRun) {
+  acceptance::Run run;
+  run.levels = {Level("unit", {Result("A.a", Outcome::kPassed)})};
+  run.leavesInstall = true;
+  EXPECT_EQ(VerdictOf(run).line, "passed: 1 test; without the install tests");
+  run.filter = "A.*";
+  EXPECT_EQ(VerdictOf(run).line, "passed: 1 test; without the install tests; only tests that match A.*");
 }
 
 TEST(AcceptanceReportTest, TheWholeReport) {

@@ -10,6 +10,9 @@ set "hxFilter="
 set "hxYes="
 set "hxInUse="
 set "hxInstall=yes"
+rem Windows asks before each start of a program that was downloaded, also in the middle of the run. The person has started
+rem this script on purpose.
+set "SEE_MASK_NOZONECHECKS=1"
 
 :words
 if "%~1"=="" goto given
@@ -73,7 +76,12 @@ set "TEMP=%hxTemp%"
 set "TMP=%hxTemp%"
 set "hxNoInstall="
 if not defined hxInstall set "hxNoInstall=/no-install"
+if defined hxReport goto checkreport
 "%hxProgram%" check %hxProcessor% "%hxFolder%" %hxInUse% %hxNoInstall%
+goto answered
+:checkreport
+"%hxProgram%" check %hxProcessor% "%hxFolder%" %hxInUse% %hxNoInstall% /report "%hxReport%"
+:answered
 set "hxCode=%ERRORLEVEL%"
 if "%hxCode%"=="0" goto ready
 rmdir "%hxTemp%" >nul 2>nul
@@ -89,10 +97,13 @@ exit /b 2
 
 :hash
 set "hxHash="
-for /f "skip=1 delims=" %%h in ('certutil -hashfile "%hxProgram%" SHA256') do if not defined hxHash set "hxHash=%%h"
-rem A certutil that prints no hash says nothing; accept.exe checks itself, too.
+for /f "skip=1 delims=" %%h in ('%SystemRoot%\System32\certutil.exe -hashfile "%hxProgram%" SHA256') do if not defined hxHash set "hxHash=%%h"
+rem Older versions put blanks between the bytes. A line of another length is no hash, and accept.exe checks itself, too.
 if not defined hxHash goto checked
-if /i "%hxHash: =%"=="@HASH@" goto checked
+set "hxHash=%hxHash: =%"
+if "%hxHash:~63,1%"=="" goto checked
+if not "%hxHash:~64,1%"=="" goto checked
+if /i "%hxHash%"=="@HASH@" goto checked
 echo   refused: bin\accept.exe is damaged: extract the archive again, into an empty folder.
 exit /b 2
 
@@ -118,6 +129,7 @@ echo write to the registry. Use a machine that you can reset.
 set "hxAnswer="
 set /p "hxAnswer=Go on? (y/n) "
 if /i "%hxAnswer%"=="y" goto agreed
+if /i "%hxAnswer%"=="yes" goto agreed
 echo Nothing was run and nothing was changed. accept.cmd /no-install runs only tests that change nothing.
 goto stop
 
@@ -131,9 +143,9 @@ set /a hxNumber+=1
 set "hxReport=%hxFolder%\report-%hxNumber%"
 goto number
 :named
-if exist "%hxReport%" echo   refused: %hxReport% exists: name a new folder for the report.& goto stop
+if exist "%hxReport%" echo   refused: "%hxReport%" exists: name a new folder for the report.& goto stop
 mkdir "%hxReport%"
-if not exist "%hxReport%" echo   refused: %hxReport% cannot be created: name another folder with /report.& goto stop
+if not exist "%hxReport%" echo   refused: "%hxReport%" cannot be created: name another folder with /report.& goto stop
 set "HX_PROCESSOR=%hxProcessor%"
 set "HX_PACKAGES=%hxFolder%\packages"
 
@@ -147,10 +159,16 @@ if not defined hxInstall goto judge
 call :run install 9000 install_tests.exe
 
 :judge
-"%hxProgram%" report "%hxReport%" %hxProcessor% "%hxFolder%"
+if defined hxFilter goto judgefiltered
+"%hxProgram%" report "%hxReport%" %hxProcessor% "%hxFolder%" %hxNoInstall%
+goto judged
+:judgefiltered
+"%hxProgram%" report "%hxReport%" %hxProcessor% "%hxFolder%" %hxNoInstall% /filter "%hxFilter%"
+:judged
 set "hxCode=%ERRORLEVEL%"
 rmdir "%hxTemp%" >nul 2>nul
-echo The report and all logs: %hxReport%
+echo The report and all logs: "%hxReport%"
+if not exist "%hxReport%\report.txt" echo The report could not be written: bin\accept.exe was blocked or is damaged.& exit /b 1
 exit /b %hxCode%
 
 :stop

@@ -46,8 +46,8 @@ def extract(archive, folder):
     return folder / archive.stem
 
 
-def run_script(top, processor, words, show=lambda line: None, number=0, limit=TIME_LIMIT):
-    """Runs accept.cmd of an extracted archive in a new Windows of `processor`."""
+def run_script(top, processor, words, show=lambda line: None, number=0, limit=TIME_LIMIT, script="accept.cmd"):
+    """Runs a script of an extracted archive in a new Windows of `processor`."""
     lines = []
 
     def take(line):
@@ -56,7 +56,7 @@ def run_script(top, processor, words, show=lambda line: None, number=0, limit=TI
 
     before = set(top.glob("report*"))
     with Windows(processor, top.parent, number, limit, take) as windows:
-        status = windows.run({}, ["wine64", "cmd", "/d", "/c", f"Z:\\run\\{top.name}\\accept.cmd", *words], take)
+        status = windows.run({}, ["wine64", "cmd", "/d", "/c", f"Z:\\run\\{top.name}\\{script}", *words], take)
     reports = sorted(set(top.glob("report*")) - before)
     return Outcome(status, lines, reports[0] if reports else None)
 
