@@ -116,7 +116,7 @@ export class Knower {
       return { entry, start, pattern: new RegExp(`^${pattern}${escaped(entry.format.slice(end))}\\s*$`, "s") };
     });
     this.refusals = knowledge.refusals.map((/** @type {any} */ entry) => ({
-      entry, pattern: new RegExp(entry.text.split(/\[\w+\]/).map(escaped).join(".*")),
+      entry, pattern: new RegExp(entry.text.split(/\{[^{}]*\}|\[\w+\]/).map(escaped).join(".*")),
     }));
     /** @type {Map<string, string>} */
     this.entries = new Map();
@@ -527,9 +527,13 @@ class Explainer {
     return launch ? { text: WORDS.possible(launch.entry.text), todo: launch.entry.todo } : null;
   }
 
-  /** @param {string} text @param {number} line */
+  /** Replaces the names of properties by their values, as the engine does: a part in braces is left out if a property in it
+   * is empty.
+   * @param {string} text @param {number} line */
   filled(text, line) {
-    return text.replace(/\[(\w+)\]/g, (whole, name) => {
+    const parts = text.replace(/\{([^{}]*)\}/g, (whole, part) => (
+      [...part.matchAll(/\[(\w+)\]/g)].every(([, name]) => this.value(name, line)) ? part : ""));
+    return parts.replace(/\[(\w+)\]/g, (whole, name) => {
       const value = this.value(name, line);
       return value === undefined ? whole : value;
     });

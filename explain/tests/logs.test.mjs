@@ -300,7 +300,7 @@ describe("the refusals of the packages", () => {
   for (const { text, actions, todo } of knower.knowledge.refusals) {
     for (const action of actions) {
       it(action, async () => {
-        const log = ["Action start 10:00:00: INSTALL.", `Action start 10:00:00: ${action}.`, text.replace(/\[\w+\]/g, "C:\\Somewhere"),
+        const log = ["Action start 10:00:00: INSTALL.", `Action start 10:00:00: ${action}.`, text.replace(/[{}]/g, "").replace(/\[\w+\]/g, "C:\\Somewhere"),
           `Action ended 10:00:01: ${action}. Return value 3.`, "Action ended 10:00:01: INSTALL. Return value 3.", ""].join("\r\n");
         const [report] = (await explained(log)).reports;
         assert.equal(report.failed, action);
@@ -308,6 +308,24 @@ describe("the refusals of the packages", () => {
         assert.match(causesOf(report)[1], /^The package refuses this run: /);
       });
     }
+  }
+});
+
+describe("a part of a refusal in braces", () => {
+  const start = ["Action start 10:00:00: INSTALL.", "Action start 10:00:00: RefuseInterrupted.",
+    "Action ended 10:00:01: RefuseInterrupted. Return value 3.", "Action ended 10:00:01: INSTALL. Return value 3.",
+    "Property(S): NOTEDSERVER = C:\\Vantor\\", "Property(S): NOTEDASIDE = C:\\Vantor (previous)\\",
+    "Property(S): UpgradeNote = HKLM\\Key"];
+  for (const [name, more, expected] of /** @type {[string, string[], string][]} */ ([
+    ["is there if its properties are", ["Property(S): NOTEDDATA = D:\\Data\\", "Property(S): NOTEDASIDEDATA = D:\\Data 2026-11-15\\"],
+      "back as C:\\Vantor\\, D:\\Data 2026-11-15\\ as D:\\Data\\, delete HKLM\\Key,"],
+    ["is left out without one of them", ["Property(S): NOTEDDATA = D:\\Data\\"], "back as C:\\Vantor\\, delete HKLM\\Key,"],
+    ["is left out without them", [], "back as C:\\Vantor\\, delete HKLM\\Key,"]])) {
+    it(name, async () => {
+      const [report] = (await explained([...start, ...more, ""].join("\r\n"))).reports;
+      assert.equal(report.failed, "RefuseInterrupted");
+      assert.ok(causesOf(report).some((cause) => cause.includes(expected)), causesOf(report).join("\n"));
+    });
   }
 });
 

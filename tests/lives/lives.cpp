@@ -17,6 +17,12 @@
 //   folder PATH               makes a folder, and those above it
 //   setting KEY NAME VALUE    writes a text below HKEY_LOCAL_MACHINE
 //   delete PATH               deletes a file
+//   restore NAME KEY          puts an older server back by hand, as docs/server-upgrade.md says: stops the
+//   service
+//                             "Vantor". Renames what is in the places that the note in KEY names (" (part)"
+//                             after its name, or a number before the bracket), and gives the folders that are
+//                             kept their names again. Deletes KEY. Prints "restore NAME done", or "restore
+//                             NAME none" without a note
 //   tree NAME PATH            prints "tree NAME", the entries of a folder at all depths, and "end": "+
 //   ENTRY\" for a
 //                             folder, "+ ENTRY = HASH" for a file. A missing folder prints "missing".
@@ -206,6 +212,53 @@ void SetText(const std::string& path, const std::string& name, const std::string
   RegCloseKey(key);
 }
 
+// Returns a text below HKEY_LOCAL_MACHINE; empty without it.
+std::wstring GetText(const std::string& path, const wchar_t* name) {
+  wchar_t text[1024] = {};
+  DWORD size = sizeof text - sizeof *text;
+  return RegGetValueW(HKEY_LOCAL_MACHINE, ToWide(path).c_str(), name, RRF_RT_REG_SZ, nullptr, text, &size) ==
+                 ERROR_SUCCESS
+             ? text
+             : L"";
+}
+
+// ---- putting an older server back
+
+void StopServer() {
+  const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  if (const SC_HANDLE service = OpenServiceW(manager, L"Vantor", SERVICE_STOP | SERVICE_QUERY_STATUS)) {
+    SERVICE_STATUS status = {};
+    ControlService(service, SERVICE_CONTROL_STOP, &status);
+    for (DWORD waited = 0; QueryServiceStatus(service, &status) && status.dwCurrentState != SERVICE_STOPPED &&
+                           waited < kServiceTimeLimit;
+         waited += 20) {
+      Sleep(20);
+    }
+    CloseServiceHandle(service);
+  }
+  CloseServiceHandle(manager);
+}
+
+// Returns a free name for the part of a server that is at `place`.
+std::wstring PartName(const std::wstring& place) {
+  std::wstring name = place + L" (part)";
+  for (int number = 2; Exists(name); ++number) name = place + L" (part " + std::to_wstring(number) + L")";
+  return name;
+}
+
+void Rename(const std::wstring& from, const std::wstring& to) {
+  if (!MoveFileW(from.c_str(), to.c_str())) throw std::runtime_error("cannot rename " + FromWide(from));
+}
+
+// `kept` and `place` are folders of the note, with a backslash at the end.
+void PutBack(std::wstring kept, std::wstring place) {
+  if (kept.empty() || place.empty() || !Exists(kept)) return;
+  kept.pop_back();
+  place.pop_back();
+  if (Exists(place)) Rename(place, PartName(place));
+  Rename(kept, place);
+}
+
 // ---- the instructions
 
 using Words = std::vector<std::string>;
@@ -248,6 +301,19 @@ void Kill(const Words& words) {
   std::printf("kill %s killed\n", words[1].c_str());
 }
 
+void Restore(const Words& words) {
+  const std::string& key = words[2];
+  const bool isNoted = !GetText(key, L"Server").empty();
+  if (isNoted) {
+    StopServer();
+    PutBack(GetText(key, L"Aside"), GetText(key, L"Server"));
+    PutBack(GetText(key, L"AsideData"), GetText(key, L"Data"));
+    if (RegDeleteKeyW(HKEY_LOCAL_MACHINE, ToWide(key).c_str()) != ERROR_SUCCESS)
+      throw std::runtime_error("cannot delete " + key);
+  }
+  std::printf("restore %s %s\n", words[1].c_str(), isNoted ? "done" : "none");
+}
+
 struct Instruction {
   const char* name;
   size_t words;  ///< with the name
@@ -269,6 +335,7 @@ const Instruction kInstructions[] = {
     {"folder", 2, [](const Words& words) { MakeFolders(ToWide(words[1] + "\\")); }},
     {"setting", 4, [](const Words& words) { SetText(words[1], words[2], words[3]); }},
     {"delete", 2, [](const Words& words) { DeleteFileW(ToWide(words[1]).c_str()); }},
+    {"restore", 3, Restore},
     {"tree", 3,
      [](const Words& words) {
        std::printf("tree %s\n", words[1].c_str());

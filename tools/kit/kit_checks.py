@@ -8,7 +8,7 @@ from collections import namedtuple
 from kit.installer_run import APP_SEARCH, names_in, run_sequence
 from kit.package_facts import (LIBRARY_FRAGMENT, PUBLIC, VARIABLE, guard_variable, named_in, read_code_properties,
                                read_fragments, read_jobs, read_mentions, read_models, read_notices, read_packages,
-                               read_sections)
+                               read_sections, written_by)
 from kit.package_runs import ANSWERS
 from kit.texts import FOLDER, default_file, default_texts
 from lint.entry_points import LIST, PAGE, heading_pages, listed
@@ -73,6 +73,10 @@ LONGEST_TARGET = 255
 
 # The place where costing begins. A refusal before it must be in the dialogs' sequence too.
 COST_INITIALIZE = 800
+
+# The first place after InstallInitialize, which rolls back a run that was interrupted: the place of the refusal after such a
+# run. The actions before it change nothing then (server_migration.wxi).
+INITIALIZED = 1501
 
 # The places directly after InstallFinalize: MajorUpgrade puts the removal of older versions at the first free one.
 REMOVAL_PLACES = range(6601, 6604)
@@ -386,7 +390,7 @@ def check_refusals(kit):
         for row in sorted(rows):
             if not fragment.actions.get(row[2], {}).get("Error"):
                 continue
-            if row[0] == "execute" and row[1] > 1400:
+            if row[0] == "execute" and row[1] > 1400 and row[1] != INITIALIZED:
                 yield f"{fragment.name}: {row[2]} refuses at {row[1]}, when something may have changed"
             other = {"UI": "execute", "execute": "UI"}[row[0]]
             if row[1] < COST_INITIALIZE and (other, *row[1:]) not in rows:
@@ -571,10 +575,11 @@ def check_searches(kit):
     """A model writes the registry values that its fragments search for in later runs. Checks only keys that variables name;
     other keys belong to the system."""
     for model in kit.models:
+        written = set(model.registry) | written_by(model.actions)
         for name in model.fragments:
             searches = next(file.searches for file in model.files if file.name == name)
             yield from (f"{model.name}: does not write {value} of {key}, which {name} searches for"
-                        for key, value in sorted(searches - set(model.registry))
+                        for key, value in sorted(searches - written)
                         if key in model.variables.values())
 
 

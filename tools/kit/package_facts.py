@@ -78,7 +78,7 @@ class Authoring:
             element.tag = element.tag.rpartition("}")[2]
         comment = re.search(r"<!--(.*?)-->", self.text, re.DOTALL)
         self.head = re.sub(r"[ \t]+", " ", comment[1]).strip() if comment else ""
-        self.actions = {element.get("Id"): element.attrib for element in self.root.iter("CustomAction")}
+        self.actions = {element.get("Id"): program_named(element.attrib) for element in self.root.iter("CustomAction")}
         self.properties = {element.get("Id"): element.attrib for element in self.root.iter("Property")}
         self.searched = {element.get("Id") for element in self.root.iter("Property") if len(element)}
         self.found = set(self.searched)
@@ -132,8 +132,8 @@ class Authoring:
 
     def values(self):
         """All formatted texts of the actions."""
-        return [action[key] for action in self.actions.values() for key in ("Value", "ExeCommand", "Error")
-                if action.get(key)]
+        texts = [action[key] for action in self.actions.values() for key in ("Value", "ExeCommand", "Error") if action.get(key)]
+        return texts + [f"[{action['Program']}]" for action in self.actions.values() if action.get("Program")]
 
     def entry_points(self):
         return [action["DllEntry"] for action in self.actions.values() if action.get("BinaryKey") == "hxsetup"]
@@ -172,6 +172,23 @@ class Model:
 def sentences(text):
     """The sentences of a comment."""
     return re.split(r"(?<=\.)\s+(?=\S)", " ".join(text.split()))
+
+
+def program_named(action):
+    """The attributes of an action. "Property" names what it sets; if it runs a program instead, "Program" names the property
+    with its path."""
+    if "ExeCommand" not in action or "Property" not in action:
+        return action
+    return {"Program" if key == "Property" else key: value for key, value in action.items()}
+
+
+# A value that an action writes with the system's program: its key and its name.
+WRITES = re.compile(r'add "HKLM\\(.+?)" /v (\w+) /d ')
+
+
+def written_by(actions):
+    """The registry values that actions write with the system's program: {(key, name)}."""
+    return {match.groups() for action in actions.values() if (match := WRITES.match(action.get("ExeCommand", "")))}
 
 
 def named_in(text):

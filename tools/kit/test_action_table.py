@@ -481,7 +481,9 @@ class ChecksTest(KitTest):
                 ("InstallExecuteSequence", 700, ["service.wxi: Refuse refuses in one sequence only"]),
                 ("InstallUISequence", 701, ["service.wxi: Refuse refuses in one sequence only"]),
                 ("InstallExecuteSequence", 1010, []),
-                ("InstallExecuteSequence", 1450, ["service.wxi: Refuse refuses at 1450, when something may have changed"])):
+                ("InstallExecuteSequence", 1450, ["service.wxi: Refuse refuses at 1450, when something may have changed"]),
+                ("InstallExecuteSequence", 1501, []),
+                ("InstallExecuteSequence", 1502, ["service.wxi: Refuse refuses at 1502, when something may have changed"])):
             self.write({SERVICE: SERVICE_TEXT})
             self.assert_broken(SERVICE, "</Include>", refusal.format(sequence, number), *expected)
 
@@ -558,6 +560,12 @@ class ChecksTest(KitTest):
                            "task.wxi: PROP_SYSTEM is searched for, but not forgotten before that in both sequences")
         self.write({CLIENT: model("notices", "service", "task", content=f'<RegistryValue Key="{key}" Name="Old"/>')})
         self.assertEqual([line for line in self.regenerate() if "client.wxs" in line], [])
+        # An action writes it with the system's program.
+        for name, missing in (("Old", []), ("Older", [f"client/client.wxs: does not write Old of {key}, which task.wxi searches for"])):
+            action = (f'<CustomAction Id="Note" Property="Program" Execute="deferred" Impersonate="no" Return="check" '
+                      f'ExeCommand="add &quot;HKLM\\{key}&quot; /v {name} /d 1 /f"/>')
+            self.write({CLIENT: model("notices", "service", "task", content=action)})
+            self.assertEqual([line for line in self.regenerate() if "does not write" in line], missing)
 
     def test_property_that_the_page_does_not_name(self):
         self.write({"src/client/more.cpp": 'Read("PROP_MORE");\n'})

@@ -1,5 +1,7 @@
 """Kills of the engine during upgrades of the server, each followed by another attempt of the same upgrade. The data must
-always be whole in one of their two places, and in the end in the right one."""
+always be whole in one of their two places. The other attempt succeeds, or is refused because of the note that the upgrade was
+interrupted. Then the older server is put back by hand, as docs/server-upgrade.md says, and the attempt after that must succeed.
+In the end the data are whole and converted in the right place."""
 
 import random
 import re
@@ -9,6 +11,8 @@ from lives.packages import hash_of
 
 SERVER = "C:\\Program Files\\Halvorstead\\Vantor"
 ASIDE = SERVER + " (previous)"
+# The key of the note that an upgrade is under way, and the action that refuses the next attempt.
+NOTE, REFUSAL = "SOFTWARE\\Halvorstead\\Vantor\\Upgrade", "RefuseInterrupted"
 SETTINGS = "SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings", "vtdf"
 MARKER = "dbcon_completed.txt"
 UNCONVERTED, CONVERTED = hash_of(b"1\r\n"), hash_of(b"2\r\n")
@@ -80,9 +84,10 @@ def look(name, place):
 
 
 def killing(place, chance, codes, kill):
-    """The instructions of a kill and another attempt. `kill` is the time to wait, and the path to wait for before that."""
+    """The instructions of a kill and the attempts after it. `kill` is the time to wait, and the path to wait for before that."""
     return [*arrangement(place, chance, codes), "\t".join(("kill", "killed", *map(str, kill), UPGRADE)), *look("killed", place),
-            f"run\tagain\t{UPGRADE}", *look("again", place)]
+            f"run\tagain\t{UPGRADE}", *look("again", place), f"restore\tback\t{NOTE}", *look("back", place),
+            f"run\tlast\t{UPGRADE}", *look("last", place), f"restore\tend\t{NOTE}"]
 
 
 def moment(chance, number, times):
@@ -111,7 +116,7 @@ def parse(lines):
                 tree[name] = value
         elif words[0] == "tree":
             tree = trees[words[1]] = {}
-        elif words[0] in ("run", "kill", "watch"):
+        elif words[0] in ("run", "kill", "watch", "restore"):
             said[words[0], words[1]] = words[2:]
     return said, trees
 
@@ -131,25 +136,63 @@ def moved(place, tree):
     return found
 
 
-def judge(place, lines):
-    """What is wrong after a kill and after another attempt: lines, or []."""
+def is_in_a_place(place, before, trees, name):
+    """Whether the data are whole in the data folder or where an upgrade keeps them."""
+    return is_whole(before, trees[f"{name}-data"]) or is_whole(before, moved(place, trees[f"{name}-beside"]), (UNCONVERTED,))
+
+
+def judge(place, lines, log=""):
+    """What is wrong after a kill and after the attempts that follow: lines, or []. `log` is the log of the next attempt."""
     said, trees = parse(lines)
     before = trees.get("before")
     if not before:
         return ["the data were not made"]
-    if "again-beside" not in trees:
+    if ("restore", "end") not in said:
         return ["the program did not come to its end"]
     wrong = []
-    if not is_whole(before, trees["killed-data"]) and not is_whole(before, moved(place, trees["killed-beside"]), (UNCONVERTED,)):
+    if not is_in_a_place(place, before, trees, "killed"):
         wrong.append("after the kill the data are whole in neither place")
+    if is_refused(said):
+        return [*wrong, *judge_refusal(place, before, said, trees, log)]
     if said["run", "again"] != ["0"]:
         wrong.append(f"another attempt ends with {said['run', 'again'][0]}")
-    data = trees["again-data"]
+    if said["restore", "back"] != ["none"]:
+        wrong.append("another attempt leaves a note")
+    return wrong + judge_data(before, trees["again-data"], "another attempt")
+
+
+def is_refused(said):
+    """Whether another attempt has failed, and there is a note of the upgrade that was killed."""
+    return said.get(("run", "again"), ["0"]) != ["0"] and said.get(("restore", "back")) == ["done"]
+
+
+def judge_refusal(place, before, said, trees, log):
+    """What is wrong with an attempt that found a note, and after the older server was put back."""
+    failed = FAILED_ACTION.findall(log)
+    if said["run", "again"] != ["1603"] or failed != [REFUSAL]:
+        yield f"another attempt ends with {said['run', 'again'][0]}: {', '.join(failed) or 'no action'} failed, not {REFUSAL}"
+    for part in ("data", "beside"):
+        if trees[f"again-{part}"] != trees[f"killed-{part}"]:
+            yield "the attempt that is refused changes the folders"
+    if not is_in_a_place(place, before, trees, "again"):
+        yield "after the attempt that is refused the data are whole in neither place"
+    if not is_whole(before, trees["back-data"], (UNCONVERTED,)):
+        yield "the older data are not whole after they were put back: " + missing(before, trees["back-data"])
+    if said["run", "last"] != ["0"]:
+        yield f"the attempt after the older server was put back ends with {said['run', 'last'][0]}"
+    if said["restore", "end"] != ["none"]:
+        yield "the last attempt leaves a note"
+    yield from judge_data(before, trees["last-data"], "the last attempt")
+
+
+def judge_data(before, data, attempt):
+    """What is wrong with the data folder after an attempt that succeeded."""
+    wrong = []
     if not is_whole(before, data, (CONVERTED,)):
-        wrong.append("after another attempt the data folder is not whole: " + missing(before, data))
+        wrong.append(f"after {attempt} the data folder is not whole: " + missing(before, data))
     more = sorted(set(data) - set(before))
     if more:
-        wrong.append("after another attempt the data folder has more: " + ", ".join(more[:3]))
+        wrong.append(f"after {attempt} the data folder has more: " + ", ".join(more[:3]))
     return wrong
 
 
@@ -158,6 +201,8 @@ def missing(before, data):
     return f"{len(names)} of {len(before)} entries differ" + (f", first {sorted(names)[0]}" if names else "; its format is wrong")
 
 
+# The engine here ends the log of an action that failed with 0, and that of a sequence too, which has no action of its name.
+FAILED_ACTION = re.compile(r"^Action ended [\d:]+: (?!INSTALL\b|ExecuteAction\b)(.+)\. Return value 0\.$", re.MULTILINE)
 ACTION = re.compile(r"Action start [\d:]+: (.+)\.$")
 
 

@@ -151,7 +151,7 @@ def kill(rig, place, seed, moment, name):
 
 def run_kills(rig, seed, numbers):
     """Runs the kills. Returns how many went wrong."""
-    times, phases, losses = {}, Counter(), 0
+    times, phases, losses, refused = {}, Counter(), 0, 0
     for number in numbers:
         place = kills.PLACES[number % len(kills.PLACES)]
         if place not in times:
@@ -161,15 +161,18 @@ def run_kills(rig, seed, numbers):
         name = f"kill-{number:03}"
         lines, was_killed = kill(rig, place, chance.random(), moment, name)
         phase = kills.phase_of(log_text(rig.logs / name / "killed.log")) if was_killed else "after the end"
-        wrong = kills.judge(place, lines)
+        again = rig.logs / name / "again.log"
+        wrong = kills.judge(place, lines, log_text(again) if again.is_file() else "")
         phases[phase] += 1
         losses += bool(wrong)
-        say(f"kill {number}: data {place.name}; {phase}: {'WRONG' if wrong else 'the data are whole'}")
+        refused += kills.is_refused(kills.parse(lines)[0])
+        then = "; refused, and put back" if kills.is_refused(kills.parse(lines)[0]) else ""
+        say(f"kill {number}: data {place.name}; {phase}{then}: {'WRONG' if wrong else 'the data are whole'}")
         for line in wrong:
             say(f"    {line}")
         if wrong:
             say(f"    the logs are in {rig.logs / name}")
-    say(f"{len(numbers)} kills, {losses} with a loss")
+    say(f"{len(numbers)} kills, {refused} with an attempt that was refused, {losses} with a loss")
     for phase, count in sorted(phases.items()):
         say(f"  {count:4} {phase}")
     return losses

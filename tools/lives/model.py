@@ -327,6 +327,9 @@ class Server(Product):
         self.stamped = {"Vantor (previous)": [], "Vantor": []}
         # The values "ServerFolder" and "vtdf", and the source in the event log.
         self.has_place = self.has_setting = self.has_source = False
+        # There is the note of an upgrade that was cancelled. What was in the server's folder then, and was renamed by hand
+        # when the older server was put back: the trees, the oldest first.
+        self.noted, self.parts = False, []
         self.uses = 0
 
     def uninstall_texts(self, version):
@@ -337,7 +340,28 @@ class Server(Product):
         found = super().steps()
         if self.tree is not None and not self.cancelled:
             found.append(("use", ""))
+        if self.noted:
+            found.append(("restore", ""))
         return found
+
+    def meaning(self, kind, version):
+        return "refused" if self.noted and kind != "restore" else super().meaning(kind, version)
+
+    def take(self, kind, version):
+        # After an upgrade that was interrupted every attempt is refused, and changes nothing.
+        return FAILED if self.noted and kind != "restore" else super().take(kind, version)
+
+    def restore(self, _):
+        """The older server is put back by hand. Returns no result of the engine."""
+        if self.tree is not None:
+            self.parts.append(self.tree)
+        self.tree, self.previous, self.noted = self.previous, None, False
+
+    def cancel(self, version):
+        before = self.previous
+        result = super().cancel(version)
+        self.noted = self.previous is not before
+        return result
 
     def use(self, _):
         """The server writes data. Returns no result of the engine."""
@@ -443,6 +467,14 @@ class Server(Product):
             if tree is not None:
                 found[folder] = ""
                 found.update({folder + name: value for name, value in tree.items()})
+        for number, tree in enumerate(self.parts, 1):
+            folder = f"{self.folder[:-1]} ({'part' if number == 1 else f'part {number}'})\\"
+            found[folder] = ""
+            found.update({folder + name: value for name, value in tree.items()})
+        if self.noted:
+            key = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"
+            found.update({key: "", key + "Upgrade\\": "", key + "Upgrade\\Server": text(self.folder),
+                          key + "Upgrade\\Aside": text(self.folder[:-1] + " (previous)\\")})
         if self.has_place:
             key = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"
             found.update({key: "", key + "ServerFolder": text(self.folder)})

@@ -3,13 +3,14 @@
 import random
 import re
 
+from lives.kills import NOTE
 from lives.model import GONE, Machine
 from lives.packages import CANCELLED, STOP_FOLDER
 
 # The number of steps of an order: at least, at most.
 LENGTHS = 4, 8
 # How often each kind of step is chosen, compared with the others that can be taken.
-WEIGHTS = {"install": 6, "repair": 2, "remove": 2, "fail": 2, "cancel": 1, "use": 3}
+WEIGHTS = {"install": 6, "repair": 2, "remove": 2, "fail": 2, "cancel": 1, "use": 3, "restore": 3}
 # What msiexec is given for each kind of step, after the package.
 ARGUMENTS = {"install": "/i", "repair": "/i", "fail": "/i", "cancel": "/i", "remove": "/x"}
 PACKAGES = {"fail": "fails", "cancel": "cancels"}
@@ -58,6 +59,8 @@ def instructions(steps, codes, machine):
             server = machine.products["server"]
             folder = server.folder + "Data\\"
             lines += [f"once\t{folder}format.txt\t1", f"text\t{folder}counts {server.uses}.dat\tcounts {server.uses}"]
+        elif kind == "restore":
+            lines.append(f"restore\t{log_name(number, step)}\t{NOTE}")
         else:
             if kind == "cancel":
                 lines.append(f"text\t{CANCELLED}\tcancelled")

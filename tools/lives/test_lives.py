@@ -89,6 +89,11 @@ class OrdersTest(unittest.TestCase):
         # A stopping package has the product code of the version that it is a copy of.
         self.assertNotIn("stops", "".join(lines[:9]))
 
+    def test_instructions_of_a_server_that_is_put_back(self):
+        steps = [("server", "install", "first"), ("server", "cancel", "next"), ("server", "restore", "")]
+        self.assertEqual(orders.instructions(steps, CODES, machine())[-2:],
+                         ["restore\t03-server-restore\tSOFTWARE\\Halvorstead\\Vantor\\Upgrade", "state\t03-server-restore"])
+
     def test_times_after_names_become_numbers(self):
         lines = ["+ C:\\Vantor 2026-11-15 13-07-59\\", "+ C:\\Vantor 2026-11-15 13-07-59\\a = 1/2",
                  "+ C:\\Vantor 2026-11-15 13-07-55\\", "- C:\\gone\\", "~ C:\\changed = 3/4", "~ service RpcSs = running"]
@@ -183,6 +188,32 @@ class ModelTest(unittest.TestCase):
             "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\AppInit_DLLs",
             "HKLM\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Windows\\LoadAppInit_DLLs", "service Schedule"]))
 
+    def test_an_upgrade_that_was_cancelled_is_refused_until_the_older_server_is_back(self):
+        model, server = machine(), "C:\\Program Files\\Halvorstead\\Vantor"
+        note = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Upgrade\\"
+        for step in (("server", "install", "first"), ("server", "use", ""), ("server", "cancel", "next")):
+            model.take(*step)
+        entries = model.entries()
+        self.assertEqual({name: value for name, value in entries.items() if name.startswith(note)},
+                         {note: "", note + "Server": f'"{server}\\"', note + "Aside": f'"{server} (previous)\\"'})
+        self.assertEqual(model.products["server"].steps(), [("install", "next"), ("cancel", "next"), ("restore", "")])
+        for kind in ("install", "cancel"):
+            self.assertEqual(model.take("server", kind, "next"), 1603)
+            self.assertEqual(model.entries(), entries)
+        model.take("server", "restore", "")
+        back = model.entries()
+        self.assertEqual([name for name in back if name.startswith(note)], [])
+        self.assertEqual(back[server + "\\Data\\format.txt"], kills.UNCONVERTED)
+        self.assertEqual(back[server + " (part)\\Data\\format.txt"], kills.CONVERTED)
+        self.assertEqual(model.take("server", "install", "next"), 0)
+        self.assertEqual(model.entries()[server + "\\Data\\format.txt"], kills.CONVERTED)
+
+    def test_a_first_installation_that_was_cancelled_leaves_no_note(self):
+        model = machine()
+        model.take("server", "cancel", "next")
+        self.assertEqual(model.products["server"].steps(), [("install", "next"), ("cancel", "next")])
+        self.assertEqual(model.take("server", "install", "next"), 0)
+
     def test_meanings(self):
         steps = [("client", "install", "first"), ("client", "install", "first"), ("client", "fail", "next"),
                  ("client", "repair", "first"), ("client", "install", "next"), ("other", "install", "next"),
@@ -205,13 +236,31 @@ class KillsTest(unittest.TestCase):
     NEW = {**DATA, "format.txt": kills.CONVERTED}
     DATED = "Data 2026-11-15"
 
-    def output(self, killed, killed_beside, again, result="0"):
-        trees = {"before": self.DATA, "killed-data": killed, "killed-beside": killed_beside, "again-data": again,
-                 "again-beside": {}}
-        lines = ["kill killed killed", f"run again {result}"]
+    REFUSED = "Action start 1:02:03: RefuseInterrupted.\nAction ended 1:02:03: RefuseInterrupted. Return value 0.\n" \
+              "Action ended 1:02:03: INSTALL. Return value 0.\n"
+
+    @staticmethod
+    def lines_of(trees, *words):
+        lines = ["kill killed killed", *words]
         for name, tree in trees.items():
             lines += [f"tree {name}", *(f"+ {key}" + (f" = {value}" if value else "") for key, value in tree.items()), "end"]
         return lines
+
+    def output(self, killed, killed_beside, again, result="0"):
+        """What the program prints if another attempt finds no note."""
+        trees = {"before": self.DATA, "killed-data": killed, "killed-beside": killed_beside, "again-data": again,
+                 "again-beside": {}, "back-data": again, "back-beside": {}, "last-data": again, "last-beside": {}}
+        return self.lines_of(trees, f"run again {result}", "restore back none", "run last 0", "restore end none")
+
+    def refused(self, change=lambda trees, words: None):
+        """What the program prints if another attempt is refused, and all data are kept. `change` may change its trees, and its
+        other lines: {the words before the last one: the last word}."""
+        kept, part = self.beside("Data", self.DATA), {"b.dat": "7/7"}
+        trees = {"before": self.DATA, "killed-data": part, "killed-beside": kept, "again-data": part, "again-beside": kept,
+                 "back-data": self.DATA, "back-beside": {}, "last-data": self.NEW, "last-beside": kept}
+        words = {"run again": "1603", "restore back": "done", "run last": "0", "restore end": "none"}
+        change(trees, words)
+        return self.lines_of(trees, *(f"{key} {value}" for key, value in words.items()))
 
     def beside(self, folder, tree):
         return {f"{folder}\\": "", **{f"{folder}\\{name}": value for name, value in tree.items()}}
@@ -250,8 +299,54 @@ class KillsTest(unittest.TestCase):
         self.assertEqual(judge(self.INSIDE, self.output(*whole, {**self.NEW, "dbcon_failed.txt": "1/1"})),
                          ["after another attempt the data folder has more: dbcon_failed.txt"])
         self.assertEqual(judge(self.INSIDE, self.output(*whole, self.NEW, "1603")), ["another attempt ends with 1603"])
-        self.assertEqual(judge(self.INSIDE, self.output(*whole, self.NEW)[:-2]), ["the program did not come to its end"])
+        lines = [line for line in self.output(*whole, self.NEW) if not line.startswith("restore end")]
+        self.assertEqual(judge(self.INSIDE, lines), ["the program did not come to its end"])
+        lines = [line.replace("restore back none", "restore back done") for line in self.output(*whole, self.NEW)]
+        self.assertEqual(judge(self.INSIDE, lines), ["another attempt leaves a note"])
         self.assertEqual(judge(self.INSIDE, []), ["the data were not made"])
+
+    def test_an_attempt_that_is_refused(self):
+        lines = self.refused()
+        self.assertEqual(kills.judge(self.INSIDE, lines, self.REFUSED), [])
+        self.assertTrue(kills.is_refused(kills.parse(lines)[0]))
+        self.assertFalse(kills.is_refused(kills.parse(self.output(self.DATA, {}, self.NEW, "1603"))[0]))
+
+    def test_faults_of_an_attempt_that_is_refused(self):
+        lost = {"format.txt": kills.UNCONVERTED}
+        neither = "after the attempt that is refused the data are whole in neither place"
+        changed = "the attempt that is refused changes the folders"
+        differ = "is not whole: 2 of 4 entries differ, first a\\counts.dat"
+
+        def lose_kept(trees, _):
+            trees["again-beside"] = self.beside("Data", lost)
+        faults = (
+            (lambda trees, words: words.update({"run again": "1602"}),
+             ["another attempt ends with 1602: RefuseInterrupted failed, not RefuseInterrupted"]),
+            (lambda trees, words: trees["again-data"].update({"dbcon_failed.txt": "1/1"}) or
+             trees.update({"killed-data": {"b.dat": "7/7"}}), [changed]),
+            (lose_kept, [changed, neither]),
+            (lambda trees, words: trees.update({"back-data": {"a\\": "", **lost}}),
+             [f"the older data are not whole after they were put back: {differ[len('is not whole: '):]}"]),
+            (lambda trees, words: trees.update({"back-data": self.NEW}),
+             ["the older data are not whole after they were put back: 0 of 4 entries differ; its format is wrong"]),
+            (lambda trees, words: words.update({"run last": "1603"}),
+             ["the attempt after the older server was put back ends with 1603"]),
+            (lambda trees, words: words.update({"restore end": "done"}), ["the last attempt leaves a note"]),
+            (lambda trees, words: trees.update({"last-data": {**self.NEW, "b.dat": "7/8"}}),
+             ["after the last attempt the data folder is not whole: 1 of 4 entries differ, first b.dat"]),
+            (lambda trees, words: trees.update({"last-data": self.DATA}),
+             ["after the last attempt the data folder is not whole: 0 of 4 entries differ; its format is wrong"]),
+            (lambda trees, words: trees.update({"last-data": {**self.NEW, "more.dat": "1/1"}}),
+             ["after the last attempt the data folder has more: more.dat"]),
+        )
+        for change, wrong in faults:
+            with self.subTest(wrong):
+                self.assertEqual(kills.judge(self.INSIDE, self.refused(change), self.REFUSED), wrong)
+
+    def test_an_attempt_that_another_action_refuses(self):
+        for log, failed in ((self.REFUSED.replace("RefuseInterrupted", "RefuseMissingData"), "RefuseMissingData"), ("", "no action")):
+            self.assertEqual(kills.judge(self.INSIDE, self.refused(), log),
+                             [f"another attempt ends with 1603: {failed} failed, not RefuseInterrupted"])
 
     def test_kills_are_spread_over_the_run(self):
         times = 1000, 3000, 4000
@@ -328,7 +423,25 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(status, 1)
         self.assertIn("kill 1: data outside; InstallFiles: the data are whole\n", printed)
         self.assertIn("InstallFiles: WRONG\n    after another attempt the data folder is not whole", printed)
-        self.assertIn("2 kills, 1 with a loss\n     2 InstallFiles\n", printed)
+        self.assertIn("2 kills, 0 with an attempt that was refused, 1 with a loss\n     2 InstallFiles\n", printed)
+
+    def test_a_kill_whose_next_attempt_is_refused(self):
+        test = KillsTest()
+
+        def outputs(_, name):
+            if name == "measured":
+                return ["watch measured 0 1000 3000 4000"]
+            (self.logs / name).mkdir(parents=True)
+            (self.logs / name / "killed.log").write_text("Action start 1:02:03: InstallFiles.\n")
+            (self.logs / name / "again.log").write_text(test.REFUSED if name == "kill-003" else "")
+            return test.refused()
+        status, printed, _ = self.run_main("0", "3-3", "9", outputs=outputs)
+        self.assertIn("kill 3: data inside the server's folder; InstallFiles; refused, and put back: the data are whole\n", printed)
+        self.assertIn("1 kills, 1 with an attempt that was refused, 0 with a loss\n", printed)
+        self.assertEqual(status, 0)
+        status, printed, _ = self.run_main("0", "6-6", "9", outputs=outputs)
+        self.assertIn("WRONG\n    another attempt ends with 1603: no action failed, not RefuseInterrupted\n", printed)
+        self.assertEqual(status, 1)
 
     def test_a_kill_that_comes_too_late_comes_earlier(self):
         test, delays = KillsTest(), []
@@ -342,7 +455,7 @@ class CommandTest(unittest.TestCase):
         status, printed, _ = self.run_main("0", "19-19", "9", outputs=outputs)
         self.assertEqual((status, len(delays)), (0, 3))
         self.assertEqual(delays[1:], [int(delay * lives.EARLIER) for delay in delays[:2]])
-        self.assertIn("1 kills, 0 with a loss\n     1 before the first action\n", printed)
+        self.assertIn("1 kills, 0 with an attempt that was refused, 0 with a loss\n     1 before the first action\n", printed)
 
     def test_an_upgrade_that_fails_without_a_kill(self):
         status, _, errors = self.run_main("0", "1", "9", outputs=lambda *_: ["watch measured 1603 -1 -1 400"])

@@ -7,14 +7,14 @@ from collections import namedtuple
 from pathlib import Path
 
 from kit.kit_checks import ENGINE
-from kit.package_facts import VARIABLE, Authoring
+from kit.package_facts import VARIABLE, Authoring, written_by
 from packages.conditions import is_met, names_of, parse
 
 FRAGMENTS = Path(__file__).resolve().parents[2] / "packages"
 
 # Types of actions: the bits that select what an action is, parts of them, their values, and other bits.
 WHOLE, KIND, IN_FILES = 0x3F, 0x07, 0x30
-DLL, REFUSES, SETS = 1, 19, 51
+DLL, REFUSES, RUNS_IN, RUNS, SETS = 1, 19, 34, 50, 51
 IGNORED, ONCE, ROLLBACK, COMMIT, LATER, AS_SYSTEM, HIDDEN = 0x40, 0x100, 0x100, 0x200, 0x400, 0x800, 0x2000
 PHASES = {"immediate": 0, "firstSequence": ONCE, "deferred": LATER, "rollback": LATER + ROLLBACK, "commit": LATER + COMMIT}
 
@@ -60,10 +60,16 @@ def pattern_of(text):
 
 def type_of(action):
     """The number of an action's type, from its attributes."""
-    kind = REFUSES if action.get("Error") else SETS if action.get("Property") else DLL
+    kind = next((kind for name, kind in (("Error", REFUSES), ("Program", RUNS), ("Directory", RUNS_IN), ("Property", SETS))
+                 if action.get(name)), DLL)
     phase = PHASES[action.get("Execute", "immediate")]
     return kind + phase + AS_SYSTEM * (action.get("Impersonate") == "no") + IGNORED * (action.get("Return") == "ignore") + (
         HIDDEN * (action.get("HideTarget") == "yes"))
+
+
+def first_of(action, names):
+    """The first of these attributes that an action has."""
+    return next((action[name] for name in names.split() if action.get(name)), None)
 
 
 class Fragment:
@@ -73,7 +79,7 @@ class Fragment:
     `fronts`             the fragments that must come before it
     `calls_with_data`    the entry points that it calls with data
     `searches`           {name of a search: (property, key, name)}; `key` is a pattern
-    `written`            the searches whose key is a variable: the package writes the value
+    `written`            the searches whose key is a variable, and whose value no action of the fragment writes: the package does
     `texts`, `progress`  the numbers of its Error texts, the actions with a text for the progress
     `defaults`           the variables that it defines, with the values
     `named_together`     the variables of which a package defines all or none, as a text
@@ -85,8 +91,8 @@ class Fragment:
         self.name, text = path.name, path.read_text(encoding="utf-8")
         file = Authoring(path, {name: f"«{name}»" for name in VARIABLE.findall(text)})
         self.defaults = file.defines
-        self.actions = {name: Action(type_of(action), action.get("BinaryKey") or action.get("Property"),
-                                     pattern_of(action.get("Error") or action.get("Value") or action.get("DllEntry")))
+        self.actions = {name: Action(type_of(action), first_of(action, "BinaryKey Program Directory Property"),
+                                     pattern_of(first_of(action, "Error Value DllEntry ExeCommand")))
                         for name, action in file.actions.items()}
         self.rows = {(TABLES[row.place], row.action): (row.number, row.condition) for row in file.rows}
         self.fronts = file.fronts()
@@ -96,8 +102,8 @@ class Fragment:
         self.properties = file.properties
         self.searches = {search.get("Id"): (element.get("Id"), pattern_of(search.get("Key")), search.get("Name"))
                          for element in file.root.iter("Property") for search in element.iter("RegistrySearch")}
-        self.written = {search.get("Id") for search in file.root.iter("RegistrySearch")
-                        if OPEN.fullmatch(search.get("Key"))}
+        self.written = {search.get("Id") for search in file.root.iter("RegistrySearch") if OPEN.fullmatch(search.get("Key"))
+                        and (search.get("Key"), search.get("Name")) not in written_by(file.actions)}
         self.texts = file.errors
         self.progress = [element.get("Action") for element in file.root.iter("ProgressText")]
         self.named_together = next((match[1] for guard in file.guards if (match := TOGETHER.search(guard[2]))), "")

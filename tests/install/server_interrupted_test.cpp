@@ -1,0 +1,369 @@
+// Upgrades of a server that were interrupted in their script, and the attempts after that. The engine here
+// does not roll back a script that was cancelled, so a package that is cancelled at a place of the sequence
+// stands for an engine that was ended. The note in the registry that an upgrade is under way refuses the next
+// attempt.
+
+#include <msi.h>
+#include <msiquery.h>
+
+#include <algorithm>
+
+#include "install/machine_state.h"
+#include "install/server_rig.h"
+
+namespace install {
+namespace {
+
+const char kNoteKey[] = "SOFTWARE\\Halvorstead\\Vantor\\Upgrade";
+
+// The action that refuses, and its text in the package.
+const char kRefusal[] = "RefuseInterrupted";
+const char kText[] =
+    "An upgrade of this server was interrupted. Start the installation again. If this text comes again, "
+    "nothing was "
+    "undone: put [NOTEDASIDE] back as [NOTEDSERVER]{, [NOTEDASIDEDATA] as [NOTEDDATA]}, delete "
+    "[UpgradeNote], install "
+    "again (see server-upgrade.md).";
+
+// Types of actions: an entry point of the library, deferred or in a rollback, without impersonation.
+constexpr int kDeferredAction = 3073, kRollbackAction = 3329;
+
+// Returns the property of a run that the refusal's text names, as the engine replaces it.
+std::string Formatted(const std::wstring& package, const std::string& text, const InstallerRun& run) {
+  constexpr DWORD kIgnoreMachine = 1;  // MSIOPENPACKAGEFLAGS_IGNOREMACHINESTATE
+  MSIHANDLE session = 0;
+  MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+  EXPECT_EQ(MsiOpenPackageExW(package.c_str(), kIgnoreMachine, &session), 0u);
+  for (const char* name : {"NOTEDSERVER", "NOTEDASIDE", "NOTEDDATA", "NOTEDASIDEDATA"})
+    MsiSetPropertyA(session, name, run.Property(name).c_str());
+  MSIHANDLE record = MsiCreateRecord(0);
+  MsiRecordSetStringW(record, 0, ToWide(text).c_str());
+  wchar_t shown[2048] = {};
+  DWORD size = static_cast<DWORD>(std::size(shown));
+  EXPECT_EQ(MsiFormatRecordW(session, record, shown, &size), 0u);
+  MsiCloseHandle(record);
+  MsiCloseHandle(session);
+  return FromWide(shown);
+}
+
+// Runs a command as an administrator does at a prompt. Returns its result.
+DWORD Command(const std::wstring& command) {
+  std::wstring line = L"cmd.exe /d /c " + command;
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
+    return GetLastError();
+  WaitForSingleObject(process.hProcess, INFINITE);
+  DWORD code = 0;
+  GetExitCodeProcess(process.hProcess, &code);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  return code;
+}
+
+// The end of a script that a package is given: cancelled, or failed.
+enum class End { kCancelled, kFailed };
+
+class ServerInterruptedTest : public ServerTest {
+ protected:
+  void TearDown() override {
+    DeleteTree(stop);
+    ServerTest::TearDown();
+  }
+
+  /// Installs a copy of the server package whose script ends at this place of the sequence.
+  const InstallerRun& InstallUntil(int place, End end = End::kCancelled,
+                                   std::vector<std::string> statements = {},
+                                   const std::wstring& properties = L"") {
+    const std::wstring package = stop + L"\\until.msi";
+    WriteTree(stop, end == End::kCancelled ? Tree{{"dbcon_cancelled.txt", ""}} : Tree{});
+    for (const std::string& statement :
+         {"INSERT INTO `Property` (`Property`, `Value`) VALUES ('Stop', '" + FromWide(stop) + "\\')",
+          "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Stop', " +
+              std::to_string(kDeferredAction) + ", 'hxsetup', 'CustomAction17')",
+          "INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('Stop', " +
+              std::to_string(place) + ")"})
+      statements.push_back(statement);
+    ChangePackage(Server().path, package, statements);
+    const InstallerRun& run = Msiexec("until", L"/i \"" + package + L"\" /qn " + properties);
+    EXPECT_EQ(run.exitCode,
+              static_cast<DWORD>(end == End::kCancelled ? ERROR_INSTALL_USEREXIT : ERROR_INSTALL_FAILURE));
+    EXPECT_FALSE(Server().IsInstalled());
+    DeleteTree(stop);
+    return run;
+  }
+
+  /// Writes an older server, which the engine does not know, with its data in `data`. Returns its folder.
+  Tree WriteOlder(const std::wstring& data) {
+    Tree older = OlderProgram();
+    if (data == inside) older = With(older, "Data", OlderData("1"));
+    WriteTree(server, older);
+    WriteTree(data, OlderData("1"));
+    SetDataSetting(data);
+    return older;
+  }
+
+  /// Returns a value of the note; empty without one.
+  static std::string Note(const char* name) {
+    return GetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, name).value_or("");
+  }
+  static bool HasNote() { return KeyExists(HKEY_LOCAL_MACHINE, kNoteKey); }
+  static void WriteNote(const std::wstring& noted, const std::wstring& kept) {
+    SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "Aside", FromWide(kept) + "\\");
+    SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "Server", FromWide(noted) + "\\");
+  }
+
+  /// Returns the folder next to the outside data whose name is theirs and a date.
+  std::wstring Dated() const {
+    for (const std::string& name : Names(elsewhere)) {
+      if (name.size() == sizeof "Data 2026-11-15" - 1 && name.rfind("Data ", 0) == 0)
+        return elsewhere + L"\\" + ToWide(name);
+    }
+    return elsewhere + L"\\(no date)";
+  }
+
+  /// Expects that an attempt is refused with the text for the note in the registry, and that it changes
+  /// nothing.
+  void ExpectInterrupted(const std::wstring& properties = L"") {
+    const std::string kept = Note("AsideData");
+    const std::string data = kept.empty() ? "" : ", " + kept + " as " + Note("Data");
+    const MachineState before = MachineState::Now();
+    const InstallerRun& run = Install(Server(), properties);
+    EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+    EXPECT_EQ(MachineState::Now().Since(before), "");
+    EXPECT_EQ(run.FailuresOf(kRefusal).size(), 1u);
+    for (const std::string& line : run.LinesWith(": Refuse"))
+      EXPECT_NE(line.find(kRefusal), std::string::npos) << line;
+    EXPECT_EQ(run.LinesWith(": CustomAction13.").size(), 0u);
+    EXPECT_EQ(DeferredActions(run), std::vector<std::string>());
+    EXPECT_EQ(
+        Formatted(Server().path, RefusalText(Server().path, kRefusal), run),
+        "An upgrade of this server was interrupted. Start the installation again. If this text comes again, "
+        "nothing was undone: put " +
+            Note("Aside") + " back as " + Note("Server") + data +
+            ", delete HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Upgrade, install again (see server-upgrade.md).");
+  }
+
+  /// Does what the page says: the part is renamed, and each folder of the note gets its name back.
+  void PutBack() {
+    Command(L"sc stop Vantor");
+    const std::wstring pairs[][2] = {{ToWide(Note("Aside")), ToWide(Note("Server"))},
+                                     {ToWide(Note("AsideData")), ToWide(Note("Data"))}};
+    for (const auto& [kept, place] : pairs) {
+      if (kept.empty() || !FileExists(kept)) continue;
+      const std::wstring from = kept.substr(0, kept.size() - 1), to = place.substr(0, place.size() - 1);
+      if (FileExists(to)) EXPECT_EQ(Command(L"move \"" + to + L"\" \"" + to + L" (part)\""), 0u);
+      EXPECT_EQ(Command(L"move \"" + from + L"\" \"" + to + L"\""), 0u);
+    }
+    EXPECT_EQ(Command(L"reg delete HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Upgrade /f"), 0u);
+    EXPECT_FALSE(HasNote());
+  }
+
+  const std::wstring inside = server + L"\\Data";
+  const std::wstring stop = L"C:\\Vantor Stop";
+};
+
+TEST_F(ServerInterruptedTest, TheTextOfTheRefusal) {
+  EXPECT_EQ(RefusalText(Server().path, kRefusal), kText);
+}
+
+// After the move of the server and before that of the data, after both, with the folders of the new server,
+// with its files, with the copied data, with the converted data, and at the end.
+constexpr int kPlaces[] = {2015, 2040, 3720, 4100, 4115, 4160, 5893};
+
+TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBack) {
+  for (const std::wstring& data : {inside, outsideData}) {
+    for (int place : kPlaces) {
+      SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
+      DeleteServer();
+      DeleteTree(programs);
+      DeleteTree(elsewhere);
+      const Tree older = WriteOlder(data);
+      InstallUntil(place);
+      const bool isMoved = data != inside && place > 2020;
+      // The folder of the data gets the day of the upgrade, whether it was moved already or not.
+      const std::string kept = Note("AsideData");
+      EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+      EXPECT_EQ(Note("Aside"), FromWide(aside) + "\\");
+      EXPECT_EQ(Note("Data"), data == inside ? "" : FromWide(data) + "\\");
+      EXPECT_EQ(kept.rfind(FromWide(outsideData) + " 20", 0), data == inside ? std::string::npos : 0);
+      if (isMoved) EXPECT_EQ(kept, FromWide(Dated()) + "\\");
+      EXPECT_EQ(ReadTree(aside), older);
+      if (isMoved) EXPECT_EQ(ReadTree(Dated()), OlderData("1"));
+      // A part of the copied data: one file is there in part, the others are missing.
+      if (place == 4100) WriteTree(data, {{"format.txt", "1\r\n"}, {"a.b.c", "do"}});
+
+      ExpectInterrupted();
+      ExpectInterrupted(L"PROP_UPGRADE=1");
+      EXPECT_EQ(ReadTree(aside), older);
+
+      PutBack();
+      EXPECT_EQ(ReadTree(server), older);
+      EXPECT_EQ(ReadTree(data), OlderData("1"));
+      const InstallerRun& run = Install(Server());
+      ExpectInstalled(run);
+      EXPECT_EQ(ReadTree(aside), older);
+      EXPECT_EQ(ReadTree(data), Converted(OlderData("1")));
+      if (data != inside) EXPECT_EQ(ReadTree(Dated()), OlderData("1"));
+      EXPECT_EQ(DataSetting(), FromWide(data) + "\\");
+      EXPECT_FALSE(HasNote());
+      EXPECT_EQ(Remove(Server()).exitCode, 0u);
+    }
+  }
+}
+
+// The engine knows the older server, which has no data: nothing was copied, and the note is there all the
+// same.
+TEST_F(ServerInterruptedTest, AServerWithoutDataIsRefusedToo) {
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  InstallUntil(3720);
+  EXPECT_EQ(Note("Data"), "");
+  ExpectInterrupted();
+  PutBack();
+  EXPECT_EQ(ReadTree(server), OlderProgram());
+  const InstallerRun& run = Install(Server());
+  EXPECT_EQ(run.exitCode, 0u);
+  EXPECT_EQ(ReadTree(aside), OlderProgram());
+  EXPECT_FALSE(HasNote());
+}
+
+// The note is deleted after the conversion and before the service starts. What is there then is whole, and
+// the new server may have data of its own: the next attempt takes it for the older server.
+TEST_F(ServerInterruptedTest, AfterTheNoteIsDeletedTheNextAttemptGoesOnWithTheNewData) {
+  const Tree older = WriteOlder(inside);
+  InstallUntil(5898);
+  EXPECT_FALSE(HasNote());
+  WriteTree(inside, {{"counted since.dat", "18"}});
+  ExpectInstalled(Install(Server()));
+  Tree data = Converted(OlderData("1"));
+  data["counted since.dat"] = "18";
+  EXPECT_EQ(ReadTree(inside), data);
+  EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(NameWithTime(programs, "Vantor (previous)"))), older);
+}
+
+// Before the note nothing was moved, so nothing is refused.
+TEST_F(ServerInterruptedTest, AnUpgradeThatEndsBeforeItsNoteIsNotRefused) {
+  const Tree older = WriteOlder(inside);
+  InstallUntil(2004);
+  EXPECT_FALSE(HasNote());
+  EXPECT_EQ(ReadTree(server), older);
+  // The first value of a note without its last one, and one of another upgrade.
+  SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "Aside", FromWide(aside) + "\\");
+  SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "AsideData", "D:\\earlier\\");
+  InstallUntil(2015);
+  EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+  EXPECT_EQ(Note("AsideData"), "");
+  PutBack();
+  ExpectInstalled(Install(Server()));
+  EXPECT_EQ(ReadTree(inside), Converted(OlderData("1")));
+}
+
+TEST_F(ServerInterruptedTest, ARollbackDeletesTheNote) {
+  for (const std::wstring& data : {inside, outsideData}) {
+    for (int place : {2003, 2015, 2040, 3720, 4160, 5893}) {
+      SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
+      DeleteServer();
+      DeleteTree(programs);
+      DeleteTree(elsewhere);
+      const Tree older = WriteOlder(data);
+      const InstallerRun& failed = InstallUntil(place, End::kFailed);
+      ExpectRolledBack(failed);
+      EXPECT_FALSE(HasNote());
+      EXPECT_EQ(ReadTree(server), older);
+      EXPECT_EQ(ReadTree(data), OlderData("1"));
+    }
+  }
+  // The engine's rollback deletes the setting.
+  SetDataSetting(outsideData);
+  ExpectInstalled(Install(Server()));
+  EXPECT_EQ(ReadTree(outsideData), Converted(OlderData("1")));
+  EXPECT_FALSE(HasNote());
+}
+
+// A rollback that was interrupted runs again from its beginning. Its actions are in the script twice here:
+// the second time they find each folder in its place, and must not rename it.
+TEST_F(ServerInterruptedTest, ARollbackThatRunsTwiceChangesNothingMore) {
+  const std::pair<const char*, std::string> strings[] = {
+      {"Server", "hxsetup -cel \"[DIR_UPG]no such entry*\" -mobl \"[DIR_UPG].\" \"[DIR_EXSERVER].\""},
+      {"Entries", "hxsetup -mobinl \"[DIR_UPG]*\" \"[DIR_EXSERVER].\""},
+      {"Data", "hxsetup -cel \"[DIR_UPG_DATA]no such entry*\" -mobl \"[DIR_UPG_DATA].\" \"[DIR_EXDATA].\""}};
+  std::vector<std::string> statements;
+  int place = 2051;
+  for (const auto& [name, text] : strings) {
+    const std::string action = std::string("CustomAction16.Again") + name;
+    for (const std::string& row :
+         {std::string("'Set") + name + "', 51, '" + action + "', '" + text + "'",
+          "'" + action + "', " + std::to_string(kRollbackAction) + ", 'hxsetup', 'CustomAction16'"})
+      statements.push_back("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES (" +
+                           row + ")");
+    for (const auto& [placed, number] : {std::pair(std::string("Set") + name, place - 500), {action, place}})
+      statements.push_back(
+          "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('" + placed +
+          "', 'UpgradeData', " + std::to_string(number) + ")");
+    ++place;
+  }
+  const Tree older = WriteOlder(outsideData);
+  const InstallerRun& failed = InstallUntil(4160, End::kFailed, statements);
+  const std::vector<std::string> actions = DeferredActions(failed);
+  for (const char* name :
+       {"CustomAction16.AgainServer", "CustomAction16.AgainEntries", "CustomAction16.AgainData"})
+    EXPECT_EQ(std::count(actions.begin(), actions.end(), name), 1) << name;
+  const auto first = std::find(actions.begin(), actions.end(), "CustomAction16.RollbackServerReplace"),
+             second = std::find(actions.begin(), actions.end(), "CustomAction16.AgainServer");
+  EXPECT_TRUE(first != actions.end() && first < second);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
+  // The copies that the first run has renamed, and nothing else.
+  const std::string copies = NameWithTime(elsewhere, "Data");
+  EXPECT_NE(copies, "");
+  EXPECT_EQ(Names(elsewhere), (std::vector<std::string>{"Data", copies}));
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+}
+
+// Also a first installation, a server that the engine knows, and the note of a server in another folder.
+TEST_F(ServerInterruptedTest, EveryInstallationAndUpgradeIsRefusedWithANote) {
+  WriteNote(server, aside);
+  ExpectInterrupted();
+  ExpectInterrupted(L"DIR_SERVER=\"C:\\Vantor Store\\Server\" DIR_DATAFOLDER=\"C:\\Vantor Store\\Data\"");
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  WriteTree(inside, OlderData("1"));
+  ExpectInterrupted();
+  WriteNote(elsewhere + L"\\Other", elsewhere + L"\\Other (previous)");
+  ExpectInterrupted();
+  // What would refuse the run for another reason, which may come from the interruption.
+  SetDataSetting(outsideData);
+  ExpectInterrupted();
+  SetDataSetting(inside + L"\\Helper Data");
+  ExpectInterrupted();
+}
+
+TEST_F(ServerInterruptedTest, ARepairAndARemovalAreNotRefused) {
+  ASSERT_EQ(Install(Server()).exitCode, 0u);
+  WriteNote(server, aside);
+  const InstallerRun& repaired = Reinstall(Server());
+  EXPECT_EQ(repaired.exitCode, 0u);
+  EXPECT_EQ(repaired.Property("NOTEDSERVER"), FromWide(server) + "\\");
+  EXPECT_EQ(Install(Server()).exitCode, 0u);
+  EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  EXPECT_FALSE(Server().IsInstalled());
+  // The note says where the older server is. A removal leaves it.
+  EXPECT_EQ(Note("Aside"), FromWide(aside) + "\\");
+}
+
+TEST_F(ServerInterruptedTest, ACommandLineMakesNoNote) {
+  const Tree older = WriteOlder(inside);
+  const std::wstring given = L"NOTEDSERVER=\"" + server + L"\" NOTEDASIDE=\"" + elsewhere +
+                             L"\" NOTEDDATA=\"" + inside + L"\" NOTEDASIDEDATA=\"" + elsewhere + L"\"";
+  const InstallerRun& run = Install(Server(), given);
+  ExpectInstalled(run);
+  for (const char* name : {"NOTEDSERVER", "NOTEDASIDE", "NOTEDDATA", "NOTEDASIDEDATA"})
+    EXPECT_EQ(run.Property(name), "") << name;
+  EXPECT_NE(run.LinesWith(": CustomAction13.").size(), 0u);
+  EXPECT_EQ(ReadTree(aside), older);
+  EXPECT_EQ(ReadTree(inside), Converted(OlderData("1")));
+  EXPECT_FALSE(HasNote());
+}
+
+}  // namespace
+}  // namespace install

@@ -1,0 +1,93 @@
+"""After an upgrade of the server that was interrupted, the next attempt is refused at the place right after InstallInitialize,
+where the engine rolls the interrupted run back. Nothing else refuses it before, and nothing changes the machine before."""
+
+import unittest
+
+from support import TOOLS, load_script
+
+CHECKS = load_script("kit/kit_checks.py")
+RUNS = load_script("kit/package_runs.py")
+RUN = load_script("kit/installer_run.py")
+
+MODEL, REFUSAL = "server/server.wxs", "RefuseInterrupted"
+NOTE = {"NOTEDSERVER": "P\\Vantor\\", "NOTEDASIDE": "P\\Vantor (previous)\\"}
+# The actions that only read, and set properties.
+FINDERS = {"CustomAction12", "CustomAction14", "CustomAction20", "CustomAction22", "CustomAction34", "CustomAction35"}
+UPGRADE = {**RUNS.SERVER, **RUNS.SERVICE, "PROP_UPGRADE": "1", "DIR_SERVER": "P\\Vantor\\"}
+# What the next attempt can find: the properties, and the refusal that comes first without a note.
+FOUND = {
+    "a server": (UPGRADE, None),
+    "nothing": (RUNS.NO_SERVER, None),
+    "a server of the earlier layout": ({**RUNS.NO_SERVER, "PROP_PRE75SERVER": "P\\Old\\"}, None),
+    "no data where the setting names them": ({**UPGRADE, "DIR_EXDATA": "D\\Data\\"}, "RefuseMissingData"),
+    "data in another place": ({**UPGRADE, "PROP_PREVVTDF": "P\\Vantor\\Data\\Store\\"}, "RefuseDeepData"),
+    "no folders": ({**UPGRADE, "DIR_UPG": ""}, "RefuseNoFolders"),
+    "a folder around it": ({**UPGRADE, "DIR_UPG": "P\\"}, "RefuseAsideFolder"),
+    "a folder around the data": ({**UPGRADE, **RUNS.OUTSIDE, "DIR_UPG_DATA": "D\\"}, "RefuseAsideData"),
+}
+
+
+class InterruptedTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.model, = [model for model in CHECKS.read_kit(TOOLS.parent).models if model.name == MODEL]
+
+    def run_of(self, place, properties):
+        """The rows of a sequence that run until one of them refuses the run, which is the last one then."""
+        rows = [row for row in self.model.rows if row.place == place]
+        found = []
+        for row, _ in RUN.run_sequence(rows, self.model.actions, {**self.model.defaults(), **properties}, self.model.found,
+                                       RUNS.ANSWERS):
+            found.append(row)
+            if self.model.actions.get(row.action, {}).get("Error"):
+                break
+        return found
+
+    def last(self, place, properties):
+        row = self.run_of(place, properties)[-1]
+        return row.action if self.model.actions.get(row.action, {}).get("Error") else None
+
+    def test_with_a_note(self):
+        for name, (properties, _) in FOUND.items():
+            with self.subTest(name):
+                rows = self.run_of("execute", {**properties, **NOTE})
+                self.assertEqual(rows[-1][1:3], (CHECKS.INITIALIZED, REFUSAL))
+                called = {row.action for row in rows if CHECKS.is_library(self.model.actions.get(row.action, {}))}
+                self.assertLessEqual(called, FINDERS)
+                later = [row.action for row in rows if CHECKS.kind_of(self.model.actions.get(row.action, {})) in CHECKS.LATER]
+                self.assertEqual(later, [])
+                # The dialogs' sequence has no such place, and goes on to the other.
+                self.assertIsNone(self.last("UI", {**properties, **NOTE}))
+
+    def test_without_a_note(self):
+        for name, (properties, refusal) in FOUND.items():
+            with self.subTest(name):
+                self.assertEqual(self.last("execute", properties), refusal)
+                self.assertEqual(self.last("UI", properties), refusal)
+        called = [row.action for row in self.run_of("execute", UPGRADE)]
+        for action in ("CustomAction13", "NoteServer", "CustomAction15.Server", "ForgetNote"):
+            self.assertIn(action, called)
+
+    def test_a_repair_and_a_removal_are_not_refused(self):
+        for more in ({"REINSTALL": "ALL"}, {"REMOVE": "ALL"}):
+            properties = {**RUNS.SERVER, **RUNS.SERVICE, **RUNS.INSTALLED, **NOTE, **more}
+            self.assertIsNone(self.last("execute", properties), more)
+
+    def test_the_note_is_first_and_last(self):
+        """It is written before the first folder is moved, its value Server last; and deleted before services start. In a
+        rollback it is deleted last."""
+        place = {row.action: row.number for row in self.model.rows if row.place == "execute"}
+        notes = ["NoteAside", "NoteData", "NoteAsideData", "NoteServer"]
+        self.assertEqual(sorted(notes, key=place.get)[-1], "NoteServer")
+        self.assertLess(place["NoteServer"], place["CustomAction15.Server"])
+        self.assertLess(max(number for action, number in place.items() if action.startswith(("CustomAction16", "CustomAction17",
+                                                                                              "Convert"))), place["ForgetNote"])
+        self.assertLess(place["ForgetNote"], 5900)
+        undone = [number for action, number in place.items() if self.model.actions.get(action, {}).get("Execute") == "rollback"]
+        self.assertEqual(min(undone), place["ForgetNoteBack"])
+        for name in (*notes, "ForgetNote"):
+            self.assertEqual(self.model.actions[name].get("Return"), "check", name)
+
+
+if __name__ == "__main__":
+    unittest.main()
