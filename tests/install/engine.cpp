@@ -33,6 +33,8 @@ const Difference kDifferences[] = {
      "Obtaining Context Information for Deferred Execution Custom Actions"},
     {"rollback", "a rollback does not restore what the older version had installed",
      "it restores the older version's files, values, services and product", "Rollback Installation"},
+    {"cancelled", "a script that is cancelled is not rolled back", "it is rolled back like one that failed",
+     "Rollback Installation"},
     {"empty-folders", "the folder above that of the product stays after a removal",
      "a folder that the installation made is removed when it is empty",
      "RemoveFolders Action; Directory Table"},

@@ -23,6 +23,7 @@ enum class Differs {
   kHiddenProperties,
   kDeferredProperties,
   kRollback,
+  kCancelled,
   kEmptyFolders,
   kServiceKey,
   kServiceWithoutPassword,

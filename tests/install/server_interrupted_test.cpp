@@ -28,7 +28,7 @@ const char kText[] =
 // Types of actions: an entry point of the library, deferred or in a rollback, without impersonation.
 constexpr int kDeferredAction = 3073, kRollbackAction = 3329;
 
-// Returns the property of a run that the refusal's text names, as the engine replaces it.
+// Returns a refusal's text with the properties of a run in place of their names, as the engine shows it.
 std::string Formatted(const std::wstring& package, const std::string& text, const InstallerRun& run) {
   constexpr DWORD kIgnoreMachine = 1;  // MSIOPENPACKAGEFLAGS_IGNOREMACHINESTATE
   MSIHANDLE session = 0;
@@ -133,8 +133,10 @@ class ServerInterruptedTest : public ServerTest {
     EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
     EXPECT_EQ(MachineState::Now().Since(before), "");
     EXPECT_EQ(run.FailuresOf(kRefusal).size(), 1u);
-    for (const std::string& line : run.LinesWith(": Refuse"))
-      EXPECT_NE(line.find(kRefusal), std::string::npos) << line;
+    for (const std::string& line : run.LinesWith("Action start ")) {
+      if (line.find(": Refuse") != std::string::npos)
+        EXPECT_NE(line.find(kRefusal), std::string::npos) << line;
+    }
     EXPECT_EQ(run.LinesWith(": CustomAction13.").size(), 0u);
     EXPECT_EQ(DeferredActions(run), std::vector<std::string>());
     EXPECT_EQ(
@@ -173,6 +175,7 @@ TEST_F(ServerInterruptedTest, TheTextOfTheRefusal) {
 constexpr int kPlaces[] = {2015, 2040, 3720, 4100, 4115, 4160, 5893};
 
 TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBack) {
+  HX_NEEDS_WINE(Differs::kCancelled);
   for (const std::wstring& data : {inside, outsideData}) {
     for (int place : kPlaces) {
       SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
@@ -216,6 +219,7 @@ TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBac
 // The engine knows the older server, which has no data: nothing was copied, and the note is there all the
 // same.
 TEST_F(ServerInterruptedTest, AServerWithoutDataIsRefusedToo) {
+  HX_NEEDS_WINE(Differs::kCancelled);
   ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
   InstallUntil(3720);
   EXPECT_EQ(Note("Data"), "");
@@ -231,6 +235,7 @@ TEST_F(ServerInterruptedTest, AServerWithoutDataIsRefusedToo) {
 // The note is deleted after the conversion and before the service starts. What is there then is whole, and
 // the new server may have data of its own: the next attempt takes it for the older server.
 TEST_F(ServerInterruptedTest, AfterTheNoteIsDeletedTheNextAttemptGoesOnWithTheNewData) {
+  HX_NEEDS_WINE(Differs::kCancelled);
   const Tree older = WriteOlder(inside);
   InstallUntil(5898);
   EXPECT_FALSE(HasNote());
@@ -244,6 +249,7 @@ TEST_F(ServerInterruptedTest, AfterTheNoteIsDeletedTheNextAttemptGoesOnWithTheNe
 
 // Before the note nothing was moved, so nothing is refused.
 TEST_F(ServerInterruptedTest, AnUpgradeThatEndsBeforeItsNoteIsNotRefused) {
+  HX_NEEDS_WINE(Differs::kCancelled);
   const Tree older = WriteOlder(inside);
   InstallUntil(2004);
   EXPECT_FALSE(HasNote());
@@ -309,6 +315,12 @@ TEST_F(ServerInterruptedTest, ARollbackThatRunsTwiceChangesNothingMore) {
   for (const char* name :
        {"CustomAction16.AgainServer", "CustomAction16.AgainEntries", "CustomAction16.AgainData"})
     EXPECT_EQ(std::count(actions.begin(), actions.end(), name), 1) << name;
+  // They are the package's own.
+  for (const auto& [again, own] : {std::pair("AgainServer", "RollbackServerReplace"),
+                                   {"AgainEntries", "RollbackServerEntries"},
+                                   {"AgainData", "RollbackDataReplace"}})
+    EXPECT_EQ(failed.Property(std::string("CustomAction16.") + again),
+              failed.Property(std::string("CustomAction16.") + own));
   const auto first = std::find(actions.begin(), actions.end(), "CustomAction16.RollbackServerReplace"),
              second = std::find(actions.begin(), actions.end(), "CustomAction16.AgainServer");
   EXPECT_TRUE(first != actions.end() && first < second);

@@ -78,6 +78,8 @@ TEST_F(ServerLinksTest, LinksInTheNewDataFolderStopAnUpgrade) {
   const std::wstring earlier = elsewhere + L"\\Vantor 7";
   const Tree older =
       With(OlderProgram(), "Data", With({{"format.txt", "1\r\n"}}, "Reports", {{"first.txt", "1"}}));
+  // The note of the upgrade leaves the keys above it.
+  SetRegistryText(HKEY_LOCAL_MACHINE, std::string(kMakerKey) + "\\Vantor", "Kept", "1");
   for (const bool isAllLink : {false, true}) {
     SCOPED_TRACE(isAllLink);
     DeleteTree(programs);

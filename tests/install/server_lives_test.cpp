@@ -145,7 +145,8 @@ TEST_F(ServerLivesTest, AnUpgradeThatFailsLeavesTheOlderServer) {
                     copy = replaced + "Data\\";
   Texts changes = {"+ " + replaced, "+ " + copy, "+ " + copy + "Helper Data\\",
                    "+ " + copy + "Helper Data\\counts.dat", "+ " + copy + "format.txt"};
-  if (!OnWindows(Differs::kRollback)) changes.push_back("- HKLM\\SOFTWARE\\Halvorstead\\");
+  if (!OnWindows(Differs::kRollback))
+    changes.push_back("- HKLM\\SOFTWARE\\Halvorstead\\Vantor\\ServerFolder");
   EXPECT_EQ(MachineState::Now().Since(older), Joined(changes));
 }
 
@@ -167,9 +168,11 @@ TEST_F(ServerLivesTest, UnattendedWithEveryProperty) {
   };
   // The properties that the engine sets for the package; and PROP_PRE75SERVER, for a package that looks for a
   // server of the earlier layout.
-  const Texts own = {"ACCOUNTDOMAINFOUND", "DATAFOLDERFOUND",          "SERVERFOLDERFOUND",
-                     "ACCOUNTFOUND",       "PROP_INSTALLEDSERVER",     "PROP_NEWERSERVER",
-                     "PROP_PRE75SERVER",   "PROP_UPGRADE_PRODUCTCODE", "SERVICEFOUND"};
+  const Texts own = {
+      "ACCOUNTDOMAINFOUND",   "DATAFOLDERFOUND",  "SERVERFOLDERFOUND", "ACCOUNTFOUND",
+      "PROP_INSTALLEDSERVER", "PROP_NEWERSERVER", "PROP_PRE75SERVER",  "PROP_UPGRADE_PRODUCTCODE",
+      "SERVICEFOUND",         "NOTEDSERVER",      "NOTEDASIDE",        "NOTEDDATA",
+      "NOTEDASIDEDATA"};
   const InstallerRun& run = Install(Server(), CommandLine(given));
   ASSERT_EQ(run.exitCode, 0u);
   // The package sets the names of the folders in the data folder; they need not come from dialogs.

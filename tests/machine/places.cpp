@@ -13,6 +13,7 @@ const std::vector<std::wstring> kFolders = {
     L"C:\\Program Files\\Brackwell",
     L"C:\\Program Files\\Halvorstead",
     L"C:\\ProgramData\\Brackwell",
+    L"C:\\Vantor Stop",
     L"C:\\Vantor Store",
     L"C:\\windows\\system32\\tasks\\Quillfern",
 };

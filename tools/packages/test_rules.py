@@ -11,6 +11,7 @@ from unittest import mock
 from kit.kit_checks import reads_data, read_kit
 from kit.guide_examples import examples
 from packages import rules
+from packages.compiler import compile_source
 from packages.fragments import read_fragments
 from packages.sample_library import ROOT, make_library
 from packages.tables import Column, PackageError, Table, read_package
@@ -176,6 +177,36 @@ class RulesTest(unittest.TestCase):
                           "docs/actions.md lists the entry points.",
                           "client_close.wxi: the action CustomAction29 is not as the fragment has it. Include the fragment "
                           "unchanged.")
+
+    def test_command_of_a_fragment(self):
+        """Another command, and another program."""
+        changed = "server_migration.wxi: the action {} is not as the fragment has it. Include the fragment unchanged."
+        self.assert_found(SERVER, lambda tables: tables.change("CustomAction", "NoteServer", Target="add HKLM\\Key"),
+                          changed.format("NoteServer"))
+        self.assert_found(SERVER, lambda tables: tables.change("CustomAction", "ForgetNote", Source="OtherProgram"),
+                          changed.format("ForgetNote"))
+
+    def test_key_of_the_note(self):
+        """A package names its own key, and does not write the note itself."""
+        own, standard = "SOFTWARE\\Maker\\Note", "SOFTWARE\\Halvorstead\\Vantor\\Upgrade"
+        text = (ROOT / "packages/server/server.wxs").read_text(encoding="utf-8")
+        (self.folder / "note").mkdir()
+        (self.folder / "note/server.wxs").write_text(
+            text.replace("<?include library.wxi?>", f'<?define UpgradeKey = "{own}"?><?include library.wxi?>'), encoding="utf-8")
+        variables = {name: "x" for name in ("Version", "Processor", "LibraryFile", "ProgramFile")}
+        for folder, there, missing in ((self.folder / "note", own, standard), (ROOT / "packages/server", standard, own)):
+            database = compile_source(folder / "server.wxs", [ROOT / "packages", ROOT / "packages/server"], {
+                **variables, "Version": "1.2.3", "ProductCode": "{11111111-2222-3333-4444-555555555555}"})
+            keys = [row["Key"] for row in database.rows("RegLocator") if row["Name"] in ("Server", "Aside", "Data", "AsideData")]
+            self.assertEqual(keys, [there] * 4)
+            commands = {row["Action"]: row["Target"] for row in database.rows("CustomAction")
+                        if row["Source"] == "RegistryProgram" and row["Target"].startswith(("add ", "delete "))}
+            self.assertEqual(set(commands), {"ForgetNoteBack", "ForgetOlderNote", "NoteAside", "NoteData", "NoteAsideData",
+                                             "NoteServer", "ForgetNote"})
+            for command in commands.values():
+                self.assertIn(f'"HKLM\\{there}"', command)
+                self.assertNotIn(missing, command)
+            self.assertEqual(database.properties()["UpgradeNote"], f"HKLM\\{there}")
 
     def test_binary_is_missing(self):
         calls = "CustomAction5, CustomAction19, CustomAction23, CustomAction23.Rollback"

@@ -152,6 +152,23 @@ TEST_F(TreeCopyLineTest, OptionsApplyToTheSourcesAfterThem) {
   EXPECT_EQ(Made(), (Names{L"a", L"c", L"t\\", L"t\\a = a", L"t\\b = b", L"t\\c = c"}));
 }
 
+// What gives an older folder its name again in a rollback, which can run twice.
+TEST_F(TreeCopyLineTest, AMoveBackThatRunsTwiceChangesNothingMore) {
+  const wchar_t* const back = L"x -cel 'T:\\Kept\\no such entry*' -mobl 'T:\\Kept\\.' 'T:\\Server\\.'";
+  Make({L"Kept\\", L"Kept\\f", L"Server\\", L"Server\\g"});
+  const Names once = {L"Server\\", L"Server 2026-11-15 11-30-45\\",
+                      L"Server 2026-11-15 11-30-45\\g = Server\\g", L"Server\\f = Kept\\f"};
+  EXPECT_EQ(Run(back), 0);
+  EXPECT_EQ(Made(), once);
+  EXPECT_EQ(Run(back), -43);
+  EXPECT_EQ(Made(), once);
+  EXPECT_CALLS({
+      R"(CommandLineToArgvW("x -cel \"T:\\Kept\\no such entry*\" -mobl \"T:\\Kept\\.\" \"T:\\Server\\.\"", *) = local-memory#1)",
+      R"(FindFirstFileW("T:\\Kept\\no such entry*", *) = INVALID_HANDLE_VALUE)",
+      "LocalFree(local-memory#1) = null",
+  });
+}
+
 TEST_F(TreeCopyLineTest, APackagesMoveAside) {
   Make({L"Server\\", L"Server\\data\\", L"Server\\data\\f", L"Old\\", L"Old\\g"});
   EXPECT_EQ(Run(L"x -m 'T:\\Server\\' 'T:\\Old\\'"), -15);
