@@ -20,10 +20,8 @@ const char kNoteKey[] = "SOFTWARE\\Halvorstead\\Vantor\\Upgrade";
 const char kRefusal[] = "RefuseInterrupted";
 const char kText[] =
     "An upgrade of this server was interrupted. Start the installation again. If this text comes again, "
-    "nothing was "
-    "undone: put [NOTEDASIDE] back as [NOTEDSERVER]{, [NOTEDASIDEDATA] as [NOTEDDATA]}, delete "
-    "[UpgradeNote], install "
-    "again (see server-upgrade.md).";
+    "nothing was undone: put [NOTEDASIDE] back as [NOTEDSERVER]{, [NOTEDASIDEDATA] as [NOTEDDATA]}, delete "
+    "[UpgradeNote], install again (see server-upgrade.md).";
 
 // Types of actions: an entry point of the library, deferred or in a rollback, without impersonation.
 constexpr int kDeferredAction = 3073, kRollbackAction = 3329;
