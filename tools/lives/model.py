@@ -330,6 +330,8 @@ class Server(Product):
         # There is the note of an upgrade that was cancelled. What was in the server's folder then, and was renamed by hand
         # when the older server was put back: the trees, the oldest first.
         self.noted, self.parts = False, []
+        # The key above a note that a rollback has deleted.
+        self.has_key = False
         self.uses = 0
 
     def uninstall_texts(self, version):
@@ -418,6 +420,8 @@ class Server(Product):
         result = super().remove(version)
         # The version "older" runs no section that takes the source away; a failed installation may have left it.
         self.has_source = source if version == "older" else self.has_source
+        # Nor does it have values, with the last of which the engine deletes an empty key.
+        self.has_key = self.has_key and (result != 0 or version == "older")
         return result
 
     def fail(self, version):
@@ -439,6 +443,7 @@ class Server(Product):
         self.running, self.account = (service and "stopped", account)
         # The source stays, because the engine has deleted the file with the section that takes it away.
         self.has_place = self.has_setting = False
+        self.has_key = self.has_key or is_moved
         return FAILED
 
     def service_values(self):
@@ -475,6 +480,8 @@ class Server(Product):
             key = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"
             found.update({key: "", key + "Upgrade\\": "", key + "Upgrade\\Server": text(self.folder),
                           key + "Upgrade\\Aside": text(self.folder[:-1] + " (previous)\\")})
+        if self.has_key:
+            found["HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"] = ""
         if self.has_place:
             key = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"
             found.update({key: "", key + "ServerFolder": text(self.folder)})
