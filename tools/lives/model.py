@@ -443,7 +443,7 @@ class Server(Product):
         self.running, self.account = (service and "stopped", account)
         # The source stays, because the engine has deleted the file with the section that takes it away.
         self.has_place = self.has_setting = False
-        self.has_key = self.has_key or is_moved
+        self.has_key = is_moved
         return FAILED
 
     def service_values(self):
