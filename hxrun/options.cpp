@@ -1,5 +1,7 @@
 #include "hxrun/options.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <cctype>
 #include <set>
@@ -78,6 +80,41 @@ std::wstring TakeWord(std::wstring_view line, size_t& at) {
   return word;
 }
 
+// Takes the word "NAME=VALUE" at `at`, which a shell has put in quotation marks. Windows PowerShell 5.1
+// leaves a backslash before the last mark as it is, and later ones double it. So a backslash and a mark
+// before a blank end the word, unless they close a mark of the text.
+std::wstring TakeQuotedAssignment(std::wstring_view line, size_t& at) {
+  std::wstring word;
+  bool isMarked = false;
+  for (++at; at < line.size();) {
+    size_t backslashes = 0;
+    while (at < line.size() && line[at] == L'\\') ++backslashes, ++at;
+    if (at == line.size() || line[at] != L'"') {
+      word.append(backslashes, L'\\');
+      if (at < line.size()) word += line[at++];
+      continue;
+    }
+    ++at;
+    const bool isLast = at == line.size() || IsBlank(line[at]);
+    if (backslashes % 2 != 0 && isLast && !isMarked) {
+      word.append(backslashes, L'\\');
+      break;
+    }
+    word.append(backslashes / 2, L'\\');
+    if (backslashes % 2 != 0) {
+      word += L'"';
+      isMarked = !isMarked;
+    } else if (!isLast && line[at] == L'"') {
+      word += L'"';
+      ++at;
+    } else {
+      break;
+    }
+  }
+  while (at < line.size() && !IsBlank(line[at])) word += line[at++];
+  return word;
+}
+
 // The number of edits that turn `a` into `b`: a letter changed, added, removed or swapped with the next one.
 size_t Distance(const std::string& a, const std::string& b) {
   std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
@@ -132,14 +169,22 @@ bool IsOption(const std::string& word) {
   return std::find(names.begin(), names.end(), word) != names.end();
 }
 
-// Returns what a message shows of a word that is not known: not the value that may come after a name, because
-// it may be a password.
+// Returns a word that is not known without the value that may come after a name, because it may be a
+// password.
 std::string WithoutValue(const std::string& word) {
-  return word.substr(0, word.find_first_of("=:"));
+  return word.substr(0, word.find_first_of("=: \t"));
+}
+
+// Returns what a message shows of such a word. A word with a blank was in quotation marks; "..." is for the
+// rest of it.
+std::string Shown(const std::string& word) {
+  const size_t end = word.find_first_of("=: \t");
+  const bool hasBlank = end != std::string::npos && (word[end] == ' ' || word[end] == '\t');
+  return "'" + word.substr(0, end) + (hasBlank ? " ..." : "") + "'";
 }
 
 [[noreturn]] void UnknownOption(const std::string& word) {
-  throw UsageError("there is no option '" + WithoutValue(word) + "'." +
+  throw UsageError("there is no option " + Shown(word) + "." +
                    NearestHint(WithoutValue(word), OptionNames()) + " hxrun --help lists the options.");
 }
 
@@ -154,13 +199,29 @@ void CheckNotOfPassword(const Options& options) {
   }
 }
 
+// Refuses a value that names no file and that may be a property, whose value may be a password. `needed` says
+// what the option needs.
+void CheckNotProperty(const std::wstring& value, const std::string& needed) {
+  // The colon of a drive is in every full path.
+  size_t colon = value.find(L':', 2);
+  if (value.find_first_of(L"\\/") < colon) colon = value.find(L':', value.find_last_of(L"\\/"));
+  const size_t end = std::min(value.find(L'='), colon);
+  if (end == std::wstring::npos || GetFileAttributesW(value.c_str()) != INVALID_FILE_ATTRIBUTES) return;
+  const std::string head = ToUtf8(value.substr(0, end));
+  throw UsageError(needed + (NameLength(value) == end ? ", and " + head + " is a property."
+                                                      : ", and there is no file '" + head +
+                                                            ToUtf8(value.substr(end, 1)) + "...'."));
+}
+
 // Takes the value of an option, the word after `index`; moves `index` there.
 std::string TakeValue(const Valued& option, const std::vector<std::wstring>& words, size_t& index) {
   const std::string needed = std::string(option.name) + " needs " + option.what + " after it";
   if (index + 1 == words.size()) throw UsageError(needed + ".");
   const std::string value = ToUtf8(words[++index]);
   if (IsOption(value)) throw UsageError(needed + ", and " + value + " is an option.");
-  if (value.empty() && option.member != &Options::data) throw UsageError(needed + ".");
+  if (option.member == &Options::data) return value;
+  if (value.empty()) throw UsageError(needed + ".");
+  CheckNotProperty(words[index], needed);
   return value;
 }
 
@@ -201,8 +262,7 @@ void TakeAction(Options& options, const std::string& word) {
   const bool isKnown = FindEntryPoint(entryPoint) != nullptr;
   if (!isKnown) CheckNotOfPassword(options);
   if (!options.action.empty()) {
-    throw UsageError("'" + WithoutValue(word) + "' is one action too many: hxrun runs one, here " +
-                     options.action +
+    throw UsageError(Shown(word) + " is one action too many: hxrun runs one, here " + options.action +
                      ". A property is given as NAME=VALUE, or NAME=\"VALUE\" if the value has blanks.");
   }
   options.action = word;
@@ -210,8 +270,8 @@ void TakeAction(Options& options, const std::string& word) {
   if (isKnown) return;
   std::vector<std::string> names;
   for (const EntryPoint& entry : EntryPoints()) names.emplace_back(entry.name);
-  throw UsageError("there is no entry point '" + WithoutValue(entryPoint) + "'." +
-                   NearestHint(entryPoint, names) + " hxrun --list lists them.");
+  throw UsageError("there is no entry point " + Shown(entryPoint) + "." +
+                   NearestHint(WithoutValue(entryPoint), names) + " hxrun --list lists them.");
 }
 
 // Refuses a session that the installer never makes for this entry point.
@@ -303,6 +363,10 @@ std::vector<std::wstring> SplitCommandLine(std::wstring_view line) {
     }
     const size_t name = NameLength(line.substr(at));
     const size_t value = at + name + 1;
+    if (line[at] == L'"' && NameLength(line.substr(at + 1)) != 0) {
+      words.push_back(TakeQuotedAssignment(line, at));
+      continue;
+    }
     if (name != 0 && value < line.size() && line[value] == L'"') {
       words.push_back(TakeAssignment(line, at, value + 1));
     } else {

@@ -47,7 +47,8 @@ extern const char kHelp[];
 
 /// Splits a command line into words, without the program's name. A word NAME="VALUE" is read as the installer
 /// reads it: a backslash is a backslash, and two quotation marks are one. All other words are read as Windows
-/// programs read them.
+/// programs read them, but a word "NAME=VALUE" ends at a backslash and a quotation mark before a blank, which
+/// some shells write for a value that ends with a backslash.
 std::vector<std::wstring> SplitCommandLine(std::wstring_view line);
 
 /// Reads the words. Throws UsageError.

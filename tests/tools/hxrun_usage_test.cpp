@@ -25,6 +25,35 @@ TEST(HxRunWordsTest, OtherWordsAreReadAsProgramsReadThem) {
   EXPECT_EQ(SplitCommandLine(L"hxrun \"a \"\"b\"\" c\" \"\""), (Words{L"a \"b\" c", L""}));
 }
 
+// Windows PowerShell 5.1 makes "NAME=VALUE" of NAME="VALUE" and leaves a backslash before the last mark as it
+// is. PowerShell 7 doubles it.
+TEST(HxRunWordsTest, APropertyThatAShellPutsInQuotationMarks) {
+  const Words plain = {L"A=C:\\P F\\V\\", L"B=c"};
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"A=C:\\P F\\V\\\" B=c"), plain);
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"A=C:\\P F\\V\\\"\tB=c"), plain);
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"A=C:\\P F\\V\\\\\" B=c"), plain);
+  EXPECT_EQ(SplitCommandLine(L"hxrun B=c \"A=C:\\P F\\V\\\""), (Words{L"B=c", L"A=C:\\P F\\V\\"}));
+  EXPECT_EQ(SplitCommandLine(L"hxrun B=c \"A=C:\\P F\\V\\\\\""), (Words{L"B=c", L"A=C:\\P F\\V\\"}));
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"A=\\\\server\\V F\" B=c"), (Words{L"A=\\\\server\\V F", L"B=c"}));
+  // Marks of the text.
+  const Words marked = {L"A=say \"x\" y", L"B=c"};
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"A=say \\\"x\\\" y\" B=c"), marked);
+  EXPECT_EQ(SplitCommandLine(L"hxrun \"A=say \"\"x\"\" y\" B=c"), marked);
+  EXPECT_EQ(SplitCommandLine(L"hxrun --data \"A=\\\"C:\\A\\.\\\" \\\"C:\\B\\.\\\"\" x"),
+            (Words{L"--data", L"A=\"C:\\A\\.\" \"C:\\B\\.\"", L"x"}));
+}
+
+TEST(HxRunWordsTest, TheFirstExampleWorksInPowerShell) {
+  LayDownHxRun();
+  const Words lines = {L"\"DIR_SERVER=C:\\hxrun given\\V\\\"", L"\"DIR_SERVER=C:\\hxrun given\\V\\\\\""};
+  for (const std::wstring& server : lines) {
+    const HxRun run = RunHxRun(L"CustomAction20 " + server + L" \"DIR_UPG=Older one\"");
+    EXPECT_EQ(run.status, 0u) << run.errors;
+    EXPECT_EQ(run.Lines("set: DIR_UPG = "),
+              std::vector<std::string>{"\"C:\\hxrun given\\Older one\\\" (was \"Older one\")"});
+  }
+}
+
 struct Mistake {
   const wchar_t* arguments;
   const char* message;
@@ -114,6 +143,28 @@ TEST(HxRunUsageTest, EachMistakeIsNamedWithWhatToDo) {
        "a word after PROP_TASKPASS is neither an option nor an entry point nor NAME=VALUE. If the value has "
        "blanks, "
        "write PROP_TASKPASS=\"VALUE\"."},
+      // A value is not shown where a file is expected, nor if its word is not known.
+      {L"CustomAction6 --properties PROP_TASKPASS=Geheim-123",
+       "--properties needs a file with lines NAME=VALUE after it, and PROP_TASKPASS is a property."},
+      {L"--from-log \"PROP_TASKPASS=Geheim 123\" CustomAction6",
+       "--from-log needs a verbose log of the installer after it, and PROP_TASKPASS is a property."},
+      {L"--properties PROP_TASKPASS=\"Geheim 123\" CustomAction6",
+       "--properties needs a file with lines NAME=VALUE after it, and PROP_TASKPASS is a property."},
+      {L"CustomAction6 --properties PROP_TASKPASS:Geheim-123",
+       "--properties needs a file with lines NAME=VALUE after it, and there is no file 'PROP_TASKPASS:...'."},
+      {L"CustomAction6 --from-log C:\\1PASS=Geheim-123",
+       "--from-log needs a verbose log of the installer after it, and there is no file 'C:\\1PASS=...'."},
+      {L"\"--data Geheim-123\" CustomAction15",
+       "--data takes the next word as its value: write --data VALUE."},
+      {L"\"--dat Geheim-123\" CustomAction15",
+       "there is no option '--dat ...'. Did you mean --data? hxrun --help lists the options."},
+      {L"\"CustomAction6 Geheim-123\"",
+       "there is no entry point 'CustomAction6 ...'. Did you mean CustomAction6? hxrun --list lists them."},
+      {L"CustomAction12 \"PROP_TASKPASS Geheim-123\"",
+       "'PROP_TASKPASS ...' is one action too many: hxrun runs one, here CustomAction12. A property is given "
+       "as NAME=VALUE, or NAME=\"VALUE\" if the value has blanks."},
+      {L"\"CustomAction6 PROP_TASKPASS=Geheim-123\"",
+       "'CustomAction6 PROP_TASKPASS' is not the name of a property. A property is given as NAME=VALUE."},
       {L"--dry-run --yes CustomAction12",
        "--yes allows changes, and --dry-run makes none: give one of them."},
       {L"--list CustomAction12", "--list runs nothing: give it alone."},
@@ -133,6 +184,18 @@ TEST(HxRunUsageTest, EachMistakeIsNamedWithWhatToDo) {
     EXPECT_EQ(run.status, 2u);
     EXPECT_EQ(run.output, "");
   }
+}
+
+// A file may have such a name. Files of the command line are in the user's folder.
+TEST(HxRunUsageTest, AFileWithTheNameOfAProperty) {
+  LayDownHxRun();
+  const std::wstring file = std::wstring(kRunFolder) + L"\\A=b";
+  WriteBytes(file, "DIR_UPG=Older\nDIR_SERVER=C:\\hxrun-given\\V\\\n");
+  const HxRun run = RunHxRun(L"CustomAction20 --properties A=b");
+  EXPECT_EQ(run.status, 0u) << run.errors;
+  EXPECT_EQ(run.Lines("set: DIR_UPG = "),
+            std::vector<std::string>{"\"C:\\hxrun-given\\Older\\\" (was \"Older\")"});
+  DeleteFileW(file.c_str());
 }
 
 TEST(HxRunUsageTest, HelpAndListNeedNoLibrary) {
