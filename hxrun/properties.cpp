@@ -6,6 +6,7 @@
 #include <set>
 #include <string_view>
 
+#include "hxrun/entry_points.h"
 #include "hxrun/options.h"
 #include "rig/print.h"
 
@@ -82,6 +83,7 @@ struct Log {
   std::vector<Place> starts;  // "Action start" lines of the action
   std::vector<Place> calls;   // lines with its entry point
   std::vector<Scheduled> data;
+  std::vector<Scheduled> hidden;  // of actions that may call any entry point, because the log hides which
   std::set<std::string> actions;  // the names of all actions that began
 };
 
@@ -99,6 +101,22 @@ char SideOf(const std::string& line, char fallback) {
   if (StartsWith(line, "MSI (N)")) return 'n';
   return StartsWith(line, "MSI (s)") ? 's' : fallback;
 }
+
+// True if a line cannot be one of a value with line ends, because each entry of a log begins like this.
+bool BeginsEntry(std::string_view line) {
+  return StartsWith(line, "MSI (") || StartsWith(line, "Action ") || StartsWith(line, "=== ") ||
+         StartsWith(line, "Property(");
+}
+
+// True if a log may have broken off in the first word of an entry, which is this line.
+bool IsBrokenEntry(std::string_view line) {
+  const std::string_view heads[] = {"MSI (", "Action ", "=== ", "Property("};
+  return !line.empty() && std::any_of(std::begin(heads), std::end(heads),
+                                      [&](std::string_view head) { return StartsWith(head, line); });
+}
+
+// The longest values of a package are texts of a few lines.
+constexpr size_t kMostLines = 50;
 
 // Reads "PROPERTY CHANGE: ..." of a line; a value may have line ends in it.
 std::optional<Change> ChangeIn(const std::string& text, size_t line, size_t installation) {
@@ -137,19 +155,28 @@ std::optional<std::string> StartedAction(const std::string& line) {
 }
 
 // "... CustomActionSchedule(Action=NAME,ActionType=3073,Source=BinaryData,Target=CustomAction15,
-// CustomActionData=TEXT)", in one line.
-std::optional<Scheduled> ScheduledIn(const std::string& line, const std::string& action) {
-  auto inner = Between(line, "CustomActionSchedule(Action=", ")");
+// CustomActionData=TEXT)". The data may have line ends in them. Returns the action, whatever it calls;
+// `entry` becomes its target.
+std::optional<Scheduled> ScheduledIn(const std::vector<std::string>& lines, size_t index,
+                                     std::string& entry) {
+  constexpr char kSchedule[] = "CustomActionSchedule(Action=";
+  if (lines[index].find(kSchedule) == std::string::npos) return std::nullopt;
+  // A line of the data may end like the entry, so the last one counts.
+  auto inner = Between(lines[index], kSchedule, ")");
+  std::string whole = lines[index];
+  for (size_t next = index + 1; next < lines.size() && next < index + kMostLines; ++next) {
+    if (BeginsEntry(lines[next])) break;
+    whole += "\n" + lines[next];
+    if (auto longer = Between(whole, kSchedule, ")")) inner = longer;
+  }
   if (!inner) return std::nullopt;
   const std::string name = inner->substr(0, inner->find(','));
   const size_t target = inner->find(",Target=");
   if (target == std::string::npos) return std::nullopt;
   const size_t comma = inner->find(',', target + 1);
-  const std::string entry =
-      inner->substr(target + 8, comma == std::string::npos ? comma : comma - target - 8);
-  if (!IsAskedFor(name, action) && entry != action) return std::nullopt;
+  entry = inner->substr(target + 8, comma == std::string::npos ? comma : comma - target - 8);
   const size_t data = inner->find(",CustomActionData=");
-  return Scheduled{0, 0, name, data == std::string::npos ? std::string() : inner->substr(data + 18)};
+  return Scheduled{index, 0, name, data == std::string::npos ? std::string() : inner->substr(data + 18)};
 }
 
 // Reads a log line by line.
@@ -176,10 +203,10 @@ class LogReader {
 
   void ReadLine(const std::vector<std::string>& lines, size_t index) {
     const std::string& line = lines[index];
-    if (TakeProperty(line, index + 1 == lines.size())) return;
+    if (TakeProperty(lines, index)) return;
     side_ = SideOf(line, side_);
     // A value may have line ends in it, so other lines do not end a list.
-    if (StartsWith(line, "MSI (") || StartsWith(line, "Action ") || StartsWith(line, "=== ")) list_.reset();
+    if (BeginsEntry(line)) list_.reset();
     if (StartsWith(line, "=== ") && line.find("logging started") != std::string::npos) {
       open_.clear();
       ++part_;
@@ -194,15 +221,27 @@ class LogReader {
       if (IsAskedFor(*started, action_)) log_.starts.push_back({index, Current(side_)});
     } else if (EndsWith(line, called_)) {
       log_.calls.push_back({index, Current(side_)});
-    } else if (auto scheduled = ScheduledIn(line, action_)) {
-      scheduled->line = index;
-      scheduled->installation = Current(side_);
-      log_.data.push_back(*scheduled);
+    } else {
+      TakeSchedule(lines, index);
     }
   }
 
-  // "Property(S): NAME = VALUE", in the list at the end of an installation.
-  bool TakeProperty(const std::string& line, bool isLast) {
+  void TakeSchedule(const std::vector<std::string>& lines, size_t index) {
+    std::string entry;
+    auto scheduled = ScheduledIn(lines, index, entry);
+    if (!scheduled) return;
+    scheduled->installation = Current(side_);
+    if (IsAskedFor(scheduled->action, action_) || entry == action_) {
+      log_.data.push_back(*scheduled);
+    } else if (entry == kHiddenValue) {
+      log_.hidden.push_back(*scheduled);
+    }
+  }
+
+  // "Property(S): NAME = VALUE", in the list at the end of an installation. The value has all lines up to the
+  // next entry.
+  bool TakeProperty(const std::vector<std::string>& lines, size_t index) {
+    const std::string& line = lines[index];
     const size_t equals = line.find(" = ");
     if (!StartsWith(line, "Property(") || line.size() <= 13 || line[10] != ')' ||
         equals == std::string::npos) {
@@ -216,8 +255,15 @@ class LogReader {
     Installation& installation = log_.installations[*list_];
     const std::string name = line.substr(13, equals - 13);
     std::string value = line.substr(equals + 3);
+    size_t next = index + 1;
+    for (; next < lines.size() && !BeginsEntry(lines[next]); ++next) {
+      if (next + 1 < lines.size() || !IsBrokenEntry(lines[next])) value += "\n" + lines[next];
+    }
+    // Nobody knows whether empty lines at the end of a log belong to a value.
+    if (next == lines.size()) value.resize(value.find_last_not_of('\n') + 1);
     // A log can break off in the value.
-    if (isLast && !value.empty() && value.find_first_not_of('*') == std::string::npos) value = kHiddenValue;
+    if (next == lines.size() && !value.empty() && value.find_first_not_of('*') == std::string::npos)
+      value = kHiddenValue;
     if (name == "ProductCode") installation.product = value;
     (*installation.atEnd)[name] = value;
     return true;
@@ -239,8 +285,7 @@ class LogReader {
     size_t last = index;
     const size_t installation = Current(side_);
     auto change = ChangeIn(whole, index, installation);
-    // The longest values of a package are texts of a few lines.
-    while (!change && last + 1 < lines.size() && last < index + 50) {
+    while (!change && last + 1 < lines.size() && last < index + kMostLines && !BeginsEntry(lines[last + 1])) {
       whole += "\n" + lines[++last];
       change = ChangeIn(whole, index, installation);
     }
@@ -363,6 +408,42 @@ std::string HowToChoose(const std::map<std::string, std::string>& found, const s
   return others.empty() ? names : names + " For another, give the data with --data: " + Listed(others) + ".";
 }
 
+[[noreturn]] void ThrowHidden(const std::string& action, const std::string& file) {
+  throw UsageError(file + " hides the CustomActionData of " + action + ": give it with --data.");
+}
+
+// True if the installer can run the action's entry point as a deferred action.
+bool IsEverDeferred(const std::string& action) {
+  const EntryPoint* entry = FindEntryPoint(action.substr(0, action.find('.')));
+  return entry != nullptr && (entry->CanBeDeferred() || entry->CanRollBack());
+}
+
+// Returns " Did you mean X?" for the action of the log that is most like the one that is asked for by its
+// name; empty for an entry point, and if no action of the same entry point is like it.
+std::string ActionHint(const Log& log, const std::string& action) {
+  const std::string head = action.substr(0, action.find('.') + 1);
+  std::vector<std::string> names;
+  // What they have in common makes no name like another.
+  std::copy_if(log.actions.begin(), log.actions.end(), std::back_inserter(names),
+               [&](const std::string& name) {
+                 return !head.empty() && StartsWith(name, head) &&
+                        !NearestHint(action.substr(head.size()), {name.substr(head.size())}).empty();
+               });
+  return NearestHint(action, names);
+}
+
+// Throws UsageError because the log has no place where the action ran.
+[[noreturn]] void ThrowMissing(const Log& log, const std::string& action, bool isDeferred,
+                               const std::string& file) {
+  if (!isDeferred || log.hidden.empty()) {
+    throw UsageError(file + " has no run of " + action + "." + ActionHint(log, action));
+  }
+  std::set<std::string> names;
+  for (const Scheduled& one : log.hidden) names.insert(one.action);
+  throw UsageError(file + " shows no run of " + action +
+                   ", and hides what these actions call: " + Listed(names) + ". Give the data with --data.");
+}
+
 // Finds the data of a deferred action: what the log shows as scheduled or, in the log of an engine that does
 // not show it, the property with the action's name.
 std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& scheduled,
@@ -370,6 +451,8 @@ std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& 
                                   const std::string& file, std::vector<std::string>& notes) {
   std::map<std::string, std::string> found;
   for (const Scheduled& one : scheduled) found[one.action] = one.data;
+  // One of the hidden ones may be the action.
+  if (found.empty() && !log.hidden.empty()) ThrowHidden(action, file);
   if (found.empty()) {
     for (const auto& [name, value] : values) {
       if (IsAskedFor(name, action)) found[name] = value;
@@ -386,24 +469,8 @@ std::optional<std::string> DataOf(const Log& log, const std::vector<Scheduled>& 
   std::copy_if(scheduled.begin(), scheduled.end(), std::back_inserter(same),
                [&](const Scheduled& one) { return one.action == taken->first; });
   NoteTaken(log, same, "CustomActionSchedule lines of " + taken->first, file, notes);
-  if (taken->second == kHiddenValue) {
-    throw UsageError(file + " hides the CustomActionData of " + action + ": give it with --data.");
-  }
+  if (taken->second == kHiddenValue) ThrowHidden(action, file);
   return taken->second;
-}
-
-// Returns " Did you mean X?" for the action of the log that is most like the one that is asked for by its
-// name; empty for an entry point, and if no action of the same entry point is like it.
-std::string ActionHint(const Log& log, const std::string& action) {
-  const std::string head = action.substr(0, action.find('.') + 1);
-  std::vector<std::string> names;
-  // What they have in common makes no name like another.
-  std::copy_if(log.actions.begin(), log.actions.end(), std::back_inserter(names),
-               [&](const std::string& name) {
-                 return !head.empty() && StartsWith(name, head) &&
-                        !NearestHint(action.substr(head.size()), {name.substr(head.size())}).empty();
-               });
-  return NearestHint(action, names);
 }
 
 // Notes what the log does not say of the values.
@@ -467,15 +534,19 @@ Properties ReadProperties(const std::vector<std::string>& lines, const std::stri
 
 LoggedAction ReadLog(const std::vector<std::string>& lines, const std::string& action, bool isDeferred,
                      const std::string& file, const std::string& product) {
-  const Log log = LogReader(action).Read(lines);
+  Log log = LogReader(action).Read(lines);
   // The line with the entry point counts more than the action's name, which a package chooses.
   std::vector<Place> places = log.calls.empty() ? log.starts : log.calls;
   std::vector<Scheduled> scheduled = log.data;
   if (places.empty() && scheduled.empty()) {
-    throw UsageError(file + " has no run of " + action + "." + ActionHint(log, action));
+    if (isDeferred || !IsEverDeferred(action) || log.hidden.empty())
+      ThrowMissing(log, action, isDeferred, file);
+    // Its data are known, so only the product counts.
+    scheduled = log.hidden;
   }
   LeaveProduct(log, places, product);
   LeaveProduct(log, scheduled, product);
+  LeaveProduct(log, log.hidden, product);
   const Place place =
       places.empty() ? Place{scheduled.back().line, scheduled.back().installation} : places.back();
   LoggedAction found;

@@ -320,6 +320,83 @@ TEST(HxRunLogTest, WhatALogDoesNotHave) {
             hidden);
 }
 
+// A head of a line of Microsoft's log.
+constexpr char kHead[] = "MSI (s) (E0:64) [12:00:02:000]: ";
+
+TEST(HxRunLogTest, AValueWithLineEndsIsReadWhole) {
+  const std::string head = kHead;
+  const std::string log =
+      "Action start 12:00:01: CustomAction34.\r\n" + head +
+      "PROPERTY CHANGE: Modifying LIST property. Its current value is 'one\r\nzwéi'. Its new value: "
+      "'three\r\nvier'.\r\n" +
+      head +
+      "Executing op: CustomActionSchedule(Action=Move,ActionType=3073,Source=BinaryData,"
+      "Target=CustomAction15,CustomActionData=hxsetup -mob \"C:\\A (1)\r\né\\.\"\r\n \"C:\\B (2)\\.\")\r\n" +
+      head +
+      "Creating MSIHANDLE (1)\r\nProperty(S): FIRST = a = b\r\n\r\nc é\r\nProperty(S): LIST = "
+      "three\r\nvier\r\n"
+      "Property(S): LAST = x\r\ny\r\n" +
+      head + "Note: 1: 1729\r\nnothing of the list\r\n=== Logging stopped: 11/22/2026 ===\r\n";
+  for (const std::string& bytes : {AsUtf16(log), InCodePage(log)}) {
+    EXPECT_EQ(ReadLog(LinesOf(bytes), "CustomAction34", false, "a.log").values,
+              (Properties{{"FIRST", "a = b\n\nc é"}, {"LIST", "one\nzwéi"}, {"LAST", "x\ny"}}));
+    EXPECT_EQ(ReadLog(LinesOf(bytes), "CustomAction15", true, "a.log").data,
+              "hxsetup -mob \"C:\\A (1)\né\\.\"\n \"C:\\B (2)\\.\"");
+  }
+}
+
+TEST(HxRunLogTest, ALineOfTheLogEndsAValue) {
+  const std::string run = "Action start 12:00:01: CustomAction34.\n";
+  const auto values = [&](const std::string& log) {
+    return ReadLog(LinesOf(run + log), "CustomAction34", false, "a.log").values;
+  };
+  for (const char* next : {"Property(S): B = 1\n", "MSI (s) (E0:64) [12:00:02:000]: text\nmore\n",
+                           "Action ended 12:00:02: INSTALL. Return value 1.\nmore\n",
+                           "=== Logging stopped: 11/22/2026 ===\nmore\n", "\n\n", ""}) {
+    EXPECT_EQ(values(std::string("Property(S): A = x\ny\n") + next)["A"], "x\ny") << next;
+  }
+  // A change of which the log does not show the end.
+  const std::string head = kHead;
+  EXPECT_EQ(ReadLog(LinesOf(head + "PROPERTY CHANGE: Adding A property. Its value is 'x\n" + head +
+                            "Another 'text'.\n" + run),
+                    "CustomAction34", false, "a.log")
+                .values,
+            Properties{});
+  EXPECT_EQ(ReadLog(LinesOf("Action start 12:00:01: CustomAction15.Server.\nProperty(S): "
+                            "CustomAction15.Server = one\ntwo\n"),
+                    "CustomAction15", true, "a.log")
+                .data,
+            "one\ntwo");
+}
+
+// A package can hide what an action calls and its data; then the log hides both.
+TEST(HxRunLogTest, AnActionWithAHiddenTarget) {
+  const std::string head = kHead;
+  const std::string hidden = head +
+                             "Executing op: CustomActionSchedule(Action=MoveAside,ActionType=11265,"
+                             "Source=BinaryData,Target=**********,CustomActionData=**********)\n";
+  const std::string call =
+      head + "Invoking remote custom action. DLL: C:\\MSI2.tmp, Entrypoint: CustomAction15\n";
+  const std::string list = "Property(S): CustomAction15.Other = of another action\n";
+  const std::string give = "a.log hides the CustomActionData of CustomAction15: give it with --data.";
+  EXPECT_EQ(MistakeIn(hidden + call, "CustomAction15", true), give);
+  EXPECT_EQ(MistakeIn(hidden + call + list, "CustomAction15", true), give);
+  EXPECT_EQ(
+      MistakeIn(hidden, "CustomAction15", true),
+      "a.log shows no run of CustomAction15, and hides what these actions call: MoveAside. Give the data "
+      "with --data.");
+  EXPECT_EQ(MistakeIn(hidden, "CustomAction34", false), "a.log has no run of CustomAction34.");
+  // By its name, it is known.
+  EXPECT_EQ(MistakeIn(hidden, "MoveAside", true),
+            "a.log hides the CustomActionData of MoveAside: give it with --data.");
+  // An action whose target is shown is taken.
+  const std::string shown =
+      head +
+      "Executing op: CustomActionSchedule(Action=Move,ActionType=3073,Source=BinaryData,"
+      "Target=CustomAction15,CustomActionData=x)\n";
+  EXPECT_EQ(ReadLog(LinesOf(shown + hidden + call), "CustomAction15", true, "a.log").data, "x");
+}
+
 // A line of Microsoft's log in which an action with this name is scheduled.
 std::string ScheduleOf(const std::string& name, const std::string& data) {
   return "MSI (s) (E0:64) [12:00:02:000]: Executing op: CustomActionSchedule(Action=" + name +
@@ -383,6 +460,18 @@ TEST(HxRunLogTest, WhatAMessageOffersIsAccepted) {
   EXPECT_EQ(run.status, 2u);
   EXPECT_EQ(run.errors,
             "hxrun: " + path + " hides the CustomActionData of CustomAction15: give it with --data.\n");
+  EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15" + given)), moves("three"));
+
+  // A hidden target.
+  WriteBytes(log,
+             "MSI (s) (E0:64) [12:00:02:000]: Executing op: CustomActionSchedule(Action=MoveAside,"
+             "ActionType=11265,Source=BinaryData,Target=**********,CustomActionData=**********)\n");
+  run = RunHxRun(from + L"CustomAction15");
+  EXPECT_EQ(run.status, 2u);
+  EXPECT_EQ(run.errors,
+            "hxrun: " + path +
+                " shows no run of CustomAction15, and hides what these actions call: MoveAside. Give "
+                "the data with --data.\n");
   EXPECT_EQ(failing(RunHxRun(from + L"CustomAction15" + given)), moves("three"));
 
   // Another product.
