@@ -182,6 +182,15 @@ Given Collect(const Options& options) {
   return given;
 }
 
+// Goes to the folder in which the installer's process runs: relative paths of an action begin there.
+void EnterSystemFolder() {
+  wchar_t folder[MAX_PATH];
+  const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
+  if (length == 0 || length >= MAX_PATH || !SetCurrentDirectoryW(folder)) {
+    throw Failure("cannot go to the system folder: error " + std::to_string(GetLastError()) + ".");
+  }
+}
+
 void FillSession(rig::Rig& rig, rig::InstallerSession& session, Reporter& reporter, const Given& given) {
   for (const char* name : kSecretProperties) {
     auto found = given.values.find(name);
@@ -220,6 +229,7 @@ ExitStatus Run(const Options& options) {
   const std::wstring folder = OwnFolder();
   const std::string version = CheckLibrary(folder);
   const Given given = Collect(options);
+  EnterSystemFolder();
 
   const ChangeRule rule = options.dryRun ? ChangeRule::kRecord
                           : options.yes  ? ChangeRule::kAllow
