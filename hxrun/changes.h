@@ -46,6 +46,8 @@ class Changes {
   /// No change.
   static constexpr size_t kNone = static_cast<size_t>(-1);
 
+  /// True if nothing was recorded.
+  bool IsEmpty() const { return touched_.empty(); }
   /// Adds what the change with this number touches.
   void Add(const std::vector<Touch>& touches, size_t change);
   /// Returns the number of a change that the answer about one of these subjects depends on; kNone if there is

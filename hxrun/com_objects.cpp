@@ -30,6 +30,8 @@ struct Context {
   std::map<void*, std::wstring> keys;
   // The path of the new folder of the Task Scheduler.
   std::string newFolder;
+  // The account of the work item.
+  std::wstring workItemAccount;
   // The real object whose method was called last.
   void* called = nullptr;
 };
@@ -268,7 +270,11 @@ void Equip(Passed<ITask>& object) {
   object.Pass<&ITask::SetApplicationName>();
   object.Pass<&ITask::SetParameters>();
   object.Pass<&ITask::SetMaxRunTime>();
-  object.Pass<&IScheduledWorkItem::SetAccountInformation>();
+  object.PassWith<&IScheduledWorkItem::SetAccountInformation>(
+      [&object](const wchar_t* account, const wchar_t* password) {
+        context->workItemAccount = account == nullptr ? L"" : account;
+        return object.Real()->SetAccountInformation(account, password);
+      });
   object.Pass<&IScheduledWorkItem::CreateTrigger>();
 }
 
@@ -438,7 +444,7 @@ void EquipEach(List<Interfaces...>) {
 
 void PassObjects(rig::Rig& rig, RunWatcher& watcher) {
   static std::unique_ptr<Context> owner;
-  owner.reset(new Context{rig, watcher, {}, {}, {}, {}, {}, nullptr});
+  owner.reset(new Context{rig, watcher, {}, {}, {}, {}, {}, {}, nullptr});
   context = owner.get();
   rig.On<::CoCreateInstance>(
       [](const CLSID& clsid, IUnknown* outer, DWORD where, const IID& iid, void** out) {
@@ -473,6 +479,10 @@ void* RealObject(void* pointer) {
 
 std::wstring ExceptionKey(void* object) {
   return context->keys[object];
+}
+
+const std::wstring& WorkItemAccount() {
+  return context->workItemAccount;
 }
 
 const std::string& NewFolderPath() {

@@ -29,6 +29,9 @@ void* RealObject(void* pointer);
 /// the program of an application. Empty if it was given none.
 std::wstring ExceptionKey(void* object);
 
+/// Returns the account that the library gave a work item last; empty if it gave none.
+const std::wstring& WorkItemAccount();
+
 /// Returns an object in place of the one that the method would have made if its change had been made; a call
 /// of any method ends the run. `path` is the path of a folder of the Task Scheduler. Null for a method that
 /// makes none.

@@ -48,6 +48,20 @@ Subjects File8(const Call& call) {
   return {FileSubject(ToWide(call.Narrow(0)))};
 }
 
+// The subjects of a file that the library asks for. Its path may lead through a link that a change deleted or
+// moved, so the path as it is written counts, too.
+Subjects AskedFor(const std::wstring& path) {
+  return {FileSubject(path), WrittenSubject(path)};
+}
+
+Subjects AskedFile(const Call& call) {
+  return AskedFor(WideText(call, 0));
+}
+
+Subjects AskedFile8(const Call& call) {
+  return AskedFor(ToWide(call.Narrow(0)));
+}
+
 Subjects OpenFileOf(const Call& call) {
   return {FileSubject(ToWide(call.Name(kFileName, 0)))};
 }
@@ -56,7 +70,9 @@ Subjects OpenFileOf(const Call& call) {
 Subjects Found(const Call& call) {
   const std::wstring path = WideText(call, 0);
   const std::string folder = SearchedFolder(path);
-  return {folder.empty() ? FileSubject(path) : "list:" + folder};
+  if (folder.empty()) return AskedFor(path);
+  const std::string entry = WrittenSubject(path);
+  return {"list:" + folder, "list:" + entry.substr(0, entry.rfind('\\'))};
 }
 
 std::vector<Touch> MovedFiles(const Call& call) {
@@ -483,16 +499,16 @@ const Row kRows[] = {
               rig::HexText(static_cast<DWORD>(call.words[1]));
      },
      LookAtFile},
-    {"CreateFileW", kChanges, Files<0>, As<kMade, Files<0>>, HX_PATH("create or empty "), LookAtFileToWrite,
+    {"CreateFileW", kChanges, AskedFile, As<kMade, Files<0>>, HX_PATH("create or empty "), LookAtFileToWrite,
      OpensForWriting},
-    {"CreateFileA", kChanges, File8, As<kMade, File8>,
+    {"CreateFileA", kChanges, AskedFile8, As<kMade, File8>,
      [](const Call& call) { return "create or empty " + ToUtf8(FullPath(ToWide(call.Narrow(0)))); },
      LookAtFileToWrite8, OpensForWriting},
     {"WriteFile", kChanges, nullptr, As<kContent, OpenFileOf>, Writes, LookAtNothing, nullptr, FillWritten},
     {"SetEndOfFile", kChanges, nullptr, As<kContent, OpenFileOf>, Cuts, LookAtNothing},
     {"ReadFile", kKeeps, OpenFileOf},
     {"SetFilePointer", kKeeps},
-    {"GetFileAttributesW", kKeeps, Files<0>},
+    {"GetFileAttributesW", kKeeps, AskedFile},
     {"FindFirstFileW", kKeeps, Found},
     {"FindNextFileW", kKeeps, MadeInSearch},
     {"FindClose", kKeeps},
@@ -720,7 +736,7 @@ const Row kRows[] = {
     {"ITask.SetAccountInformation", kKeeps},
     {"ITask.CreateTrigger", kKeeps},
     {"ITaskTrigger.SetTrigger", kKeeps},
-    {"IPersistFile.Save", kChanges, nullptr, nullptr, SavesWorkItem, LookAtNothing},
+    {"IPersistFile.Save", kChanges, nullptr, nullptr, SavesWorkItem, LookAtWorkItemToSave},
 
     // The firewall. A rule is in memory until it is added; one that was there is changed at once.
     {"INetFwPolicy2.get_Rules", kKeeps},
@@ -792,6 +808,38 @@ const Row kRows[] = {
 #undef HX_PATH
 #undef HX_TASK
 
+// The path of a folder of the machine, without its links and with long names; empty if it is missing or
+// Windows does not say it.
+std::wstring FinalPath(const std::wstring& folder) {
+  const HANDLE file = CreateFileW((PathOfAnyLength(folder) + L"\\").c_str(), 0,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return {};
+  // The longest path of Windows has 32767 characters.
+  std::wstring path(1 << 15, L'\0');
+  const DWORD length =
+      GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_DOS);
+  CloseHandle(file);
+  path.resize(length < path.size() ? length : 0);
+  if (path.empty()) return path;
+  // Some systems leave short names in it.
+  const std::wstring plain = PlainPath(path);
+  wchar_t longPath[MAX_PATH];
+  const bool isDrive = plain.find(L'\\') == std::wstring::npos;
+  const DWORD longLength = isDrive ? 0 : GetLongPathNameW(plain.c_str(), longPath, MAX_PATH);
+  return longLength == 0 || longLength >= MAX_PATH ? plain : std::wstring(longPath, longLength);
+}
+
+// The long name of what a folder has under a name; the name itself if it has nothing.
+std::wstring LongName(const std::wstring& folder, const std::wstring& name) {
+  if (name.find_first_of(L"*?") != std::wstring::npos) return name;
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirstFileW((PathOfAnyLength(folder) + L"\\" + name).c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return name;
+  FindClose(search);
+  return found.cFileName;
+}
+
 }  // namespace
 
 std::string Call::Wide(int index) const {
@@ -846,10 +894,21 @@ std::string CheckEffects() {
 }
 
 std::string FileSubject(const std::wstring& path) {
-  std::wstring full = FullPath(path);
-  if (full.rfind(L"\\\\?\\", 0) == 0) full.erase(0, 4);
-  while (full.size() > 1 && full.back() == L'\\') full.pop_back();
-  return "file:" + Lower(ToUtf8(full));
+  const std::wstring plain = PlainPath(path);
+  // The nearest folder above the file that the machine has.
+  for (size_t end = plain.rfind(L'\\'); end != std::wstring::npos && end > 1;
+       end = plain.rfind(L'\\', end - 1)) {
+    const std::wstring folder = FinalPath(plain.substr(0, end));
+    if (folder.empty()) continue;
+    const bool isEntry = plain.find(L'\\', end + 1) == std::wstring::npos;
+    const std::wstring rest = plain.substr(end + 1);
+    return "file:" + Lower(ToUtf8(folder + L"\\" + (isEntry ? LongName(folder, rest) : rest)));
+  }
+  return "file:" + Lower(ToUtf8(plain));
+}
+
+std::string WrittenSubject(const std::wstring& path) {
+  return "file:" + Lower(ToUtf8(PlainPath(path)));
 }
 
 std::string TaskSubject(const std::string& path) {
@@ -860,7 +919,10 @@ std::string SearchedFolder(const std::wstring& path) {
   const size_t backslash = path.find_last_of(L"\\/");
   const std::wstring name = backslash == std::wstring::npos ? path : path.substr(backslash + 1);
   if (name.find_first_of(L"*?") == std::wstring::npos) return {};
-  return FileSubject(backslash == std::wstring::npos ? L"." : path.substr(0, backslash + 1));
+  // The entries are those of the folder to which a link leads.
+  const std::string entry =
+      FileSubject((backslash == std::wstring::npos ? L"." : path.substr(0, backslash)) + L"\\x");
+  return entry.substr(0, entry.rfind('\\'));
 }
 
 std::string Lower(const std::string& text) {

@@ -84,8 +84,12 @@ const Row* FindRow(const std::string& name);
 /// description or a look. Empty if nothing is.
 std::string CheckEffects();
 
-/// Returns the full path of a file, without a backslash at its end, as a subject of files.
+/// Returns a file as a subject of files: by its full path without a backslash at its end, in which links to
+/// the folder above it are followed and short names are made long. A link itself is not followed.
 std::string FileSubject(const std::wstring& path);
+
+/// Does so without following a link and without long names.
+std::string WrittenSubject(const std::wstring& path);
 
 /// Returns a task as a subject, by its path or its name.
 std::string TaskSubject(const std::string& path);

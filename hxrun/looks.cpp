@@ -41,7 +41,7 @@ Outlook NobodyKnows(size_t change = Changes::kNone) {
 // ---- files and folders
 
 // A path that begins with this can have any length.
-constexpr wchar_t kAnyLength[] = L"\\\\?\\";
+constexpr wchar_t kAnyLength[] = L"\\\\?\\", kAnyLengthOfServer[] = L"\\\\?\\UNC\\";
 
 // From this length on, in characters, Windows takes the path of a new folder for too long: a file with a
 // short name must have room in it. All other paths may have MAX_PATH - 1 characters.
@@ -51,6 +51,13 @@ constexpr size_t kTooLongFolder = MAX_PATH - 12;
 // the machine's setting for long paths is: neither this program nor the installer is one that takes them.
 bool IsTooLong(const std::wstring& path, size_t length = MAX_PATH) {
   return path.rfind(kAnyLength, 0) != 0 && FullPath(path).size() >= length;
+}
+
+// True for the root of a drive or of a shared folder.
+bool IsRoot(const std::wstring& path) {
+  std::wstring full = PlainPath(path);
+  if (full.rfind(L"\\\\", 0) != 0) return full.find(L'\\') == std::wstring::npos;
+  return std::count(full.begin(), full.end(), L'\\') <= 3;
 }
 
 // The error of the look at a path is also that of every call with it.
@@ -79,7 +86,10 @@ Entry EntryAt(const Call& call, const std::wstring& path) {
     found.error = ERROR_PATH_NOT_FOUND;
     return found;
   }
-  switch (call.changes.StateOf(FileSubject(path), &found.change)) {
+  FileState state = call.changes.StateOf(FileSubject(path), &found.change);
+  // The path may lead through a link that a change deleted or moved.
+  if (state == FileState::kAsIs) state = call.changes.StateOf(WrittenSubject(path), &found.change);
+  switch (state) {
     case FileState::kAsIs:
       found.attributes = GetFileAttributesW(path.c_str());
       if (found.attributes == INVALID_FILE_ATTRIBUTES) found.error = GetLastError();
@@ -157,9 +167,12 @@ DWORD FollowedError(const Entry& found, const std::wstring& path, DWORD access) 
   return isFolder ? DWORD{ERROR_ACCESS_DENIED} : file.Error();
 }
 
+// The number of the volume; nothing if Windows does not say it. 0 is the number of each file system that has
+// no numbers.
 std::optional<DWORD> VolumeOf(const LookedAtFile& file) {
   const auto information = file.Information();
-  return information ? std::optional<DWORD>(information->dwVolumeSerialNumber) : std::nullopt;
+  const DWORD number = information ? information->dwVolumeSerialNumber : 0;
+  return number == 0 ? std::nullopt : std::optional<DWORD>(number);
 }
 
 // The volume of a new file or folder: that of the nearest folder above it that the machine has.
@@ -189,25 +202,27 @@ bool LiesBelow(const std::string& inner, const std::string& outer) {
   return inner.compare(0, outer.size() + 1, outer + "\\") == 0;
 }
 
-// The names in a folder of the machine; nothing if it cannot be listed.
-std::optional<std::vector<std::wstring>> EntriesOf(const std::wstring& folder) {
-  std::wstring pattern = FullPath(folder);
-  while (pattern.size() > 1 && pattern.back() == L'\\') pattern.pop_back();
-  pattern += L"\\*";
+// What is in a folder of the machine; nothing if it cannot be listed.
+std::optional<std::vector<WIN32_FIND_DATAW>> EntriesOf(const std::wstring& folder) {
   // A pattern can be longer than Windows takes where the folder's path is not.
-  const bool isOfDrive = pattern.size() > 2 && pattern[1] == L':';
-  if (pattern.size() >= MAX_PATH && isOfDrive) pattern = kAnyLength + pattern;
-  std::vector<std::wstring> names;
+  const std::wstring pattern = PathOfAnyLength(PlainPath(folder)) + L"\\*";
+  std::vector<WIN32_FIND_DATAW> entries;
   WIN32_FIND_DATAW found;
   HANDLE search = FindFirstFileW(pattern.c_str(), &found);
   if (search == INVALID_HANDLE_VALUE) return std::nullopt;
   do {
     const std::wstring name = found.cFileName;
-    if (name != L"." && name != L"..") names.push_back(name);
+    if (name != L"." && name != L"..") entries.push_back(found);
   } while (FindNextFileW(search, &found));
   const bool isWhole = GetLastError() == ERROR_NO_MORE_FILES;
   FindClose(search);
-  return isWhole ? std::optional(names) : std::nullopt;
+  return isWhole ? std::optional(entries) : std::nullopt;
+}
+
+// True for a link to a file or folder. A system that does not report tags leaves the field 0.
+bool IsLink(const WIN32_FIND_DATAW& entry) {
+  return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         (entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0));
 }
 
 // True if there is a link to a folder: deleting it leaves what is in that folder.
@@ -217,8 +232,54 @@ bool IsFolderLink(const Entry& found, const std::wstring& path) {
   HANDLE search = FindFirstFileW(path.c_str(), &entry);
   if (search == INVALID_HANDLE_VALUE) return false;
   FindClose(search);
-  // A system that does not report tags leaves the field 0.
-  return entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0);
+  return IsLink(entry);
+}
+
+// What programs hold in a folder.
+enum class Held : uint8_t {
+  kNothing,  // as far as the look sees
+  kUnknown,  // something may be held in such a way that Windows does not rename the folder
+  kFile,     // something is open, so Windows does not rename the folder
+};
+
+// Looks at everything in a real folder, but not at what a link leads to. What a recorded change deleted or
+// moved away is not in it any more.
+Held HeldIn(const Call& call, const std::wstring& folder) {
+  const auto entries = EntriesOf(folder);
+  if (!entries) return Held::kUnknown;
+  Held worst = Held::kNothing;
+  for (const WIN32_FIND_DATAW& entry : *entries) {
+    const std::wstring path = folder + L"\\" + entry.cFileName;
+    if (!call.changes.IsEmpty()) {
+      size_t change = Changes::kNone;
+      const FileState state = call.changes.StateOf(FileSubject(path), &change);
+      if (state == FileState::kMissing || state == FileState::kNoPath) continue;
+    }
+    Entry found;
+    found.isReal = true;
+    if (HeldError(found, path, DELETE) != ERROR_SUCCESS) return Held::kFile;
+    // A program that runs and a library that is loaded are not open.
+    if (HeldError(found, path, FILE_WRITE_DATA) != ERROR_SUCCESS) worst = Held::kUnknown;
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 || IsLink(entry)) continue;
+    const Held inside = HeldIn(call, path);
+    if (inside == Held::kFile) return inside;
+    if (inside == Held::kUnknown) worst = inside;
+  }
+  return worst;
+}
+
+// Looks whether what is at the path could be renamed.
+Outlook LookAtRename(const Call& call, const Entry& source, const std::wstring& path) {
+  if (const DWORD held = HeldError(source, path, DELETE)) return WouldLeave(held);
+  if (!source.isReal || !source.IsFolder() || IsFolderLink(source, path)) return {};
+  switch (HeldIn(call, PathOfAnyLength(PlainPath(path)))) {
+    case Held::kFile:
+      return WouldLeave(ERROR_ACCESS_DENIED);
+    case Held::kUnknown:
+      return NobodyKnows();
+    default:
+      return {};
+  }
 }
 
 // True if the folder has an entry after the recorded changes; nothing if it cannot be listed.
@@ -231,10 +292,11 @@ std::optional<bool> HasEntries(const Call& call, const std::wstring& path, bool 
   const Subjects made = call.changes.MadeIn(FileSubject(path));
   if (std::any_of(made.begin(), made.end(), exists)) return true;
   if (!isReal) return false;
-  const auto names = EntriesOf(path);
-  if (!names) return std::nullopt;
-  return std::any_of(names->begin(), names->end(),
-                     [&](const std::wstring& name) { return exists(FileSubject(path + L"\\" + name)); });
+  const auto entries = EntriesOf(path);
+  if (!entries) return std::nullopt;
+  return std::any_of(entries->begin(), entries->end(), [&](const WIN32_FIND_DATAW& entry) {
+    return exists(FileSubject(path + L"\\" + entry.cFileName));
+  });
 }
 
 // The error of a target that must not exist and whose folder must.
@@ -456,6 +518,22 @@ std::wstring FullPath(const std::wstring& path) {
   return full.empty() ? path : full;
 }
 
+std::wstring PlainPath(const std::wstring& path) {
+  std::wstring full = FullPath(path);
+  if (full.rfind(kAnyLengthOfServer, 0) == 0) {
+    full.replace(0, std::size(kAnyLengthOfServer) - 1, L"\\\\");
+  } else if (full.rfind(kAnyLength, 0) == 0) {
+    full.erase(0, std::size(kAnyLength) - 1);
+  }
+  while (full.size() > 1 && full.back() == L'\\') full.pop_back();
+  return full;
+}
+
+std::wstring PathOfAnyLength(const std::wstring& path) {
+  if (path.rfind(L"\\\\", 0) == 0) return kAnyLengthOfServer + path.substr(2);
+  return path.size() > 1 && path[1] == L':' ? kAnyLength + path : path;
+}
+
 Outlook LookAtNothing(const Call&) {
   return {};
 }
@@ -468,7 +546,10 @@ Outlook LookAtNewFolder(const Call& call) {
   const std::wstring path = WideText(call, 0);
   if (IsTooLong(path, kTooLongFolder)) return WouldLeave(ERROR_FILENAME_EXCED_RANGE);
   const Entry found = EntryAt(call, path);
-  return found.isKnown ? WouldLeave(ErrorOfNew(found)) : NobodyKnows(found.change);
+  if (!found.isKnown) return NobodyKnows(found.change);
+  // Windows refuses the root of a drive with one of two errors.
+  if (found.Exists() && IsRoot(path)) return NobodyKnows();
+  return WouldLeave(ErrorOfNew(found));
 }
 
 Outlook LookAtFolderToDelete(const Call& call) {
@@ -509,7 +590,7 @@ Outlook LookAtMove(const Call& call) {
     if (!stays) return NobodyKnows();
     if (!*stays) return WouldLeave(ERROR_ACCESS_DENIED);
   }
-  return WouldLeave(HeldError(source, from, DELETE));
+  return LookAtRename(call, source, from);
 }
 
 Outlook LookAtReplacingMove(const Call& call) {
@@ -535,7 +616,7 @@ Outlook LookAtReplacingMove(const Call& call) {
     if (!stays) return NobodyKnows();
     if (!*stays) return WouldLeave(mayBeCopied ? ERROR_ACCESS_DENIED : ERROR_NOT_SAME_DEVICE);
   }
-  return WouldLeave(HeldError(source, from, DELETE));
+  return LookAtRename(call, source, from);
 }
 
 Outlook LookAtCopy(const Call& call) {
@@ -690,9 +771,9 @@ Outlook LookAtNewAccount(const Call& call) {
     return WouldReturn(NERR_UserExists);
   }
   if (error != NERR_UserNotFound) return NobodyKnows();
+  // It is not documented which error the group gives.
   const std::optional<bool> isGroup = HasLocalGroup(name);
-  if (!isGroup) return NobodyKnows();
-  return WouldReturn(*isGroup ? DWORD{NERR_GroupExists} : DWORD{NERR_Success});
+  return isGroup && !*isGroup ? Outlook() : NobodyKnows();
 }
 
 Outlook LookAtAccountToDelete(const Call& call) {
@@ -715,11 +796,10 @@ Outlook LookAtPrincipalNames(const Call& call) {
 
 Outlook LookAtNewTaskFolder(const Call& call) {
   ITaskFolder* found = nullptr;
-  if (SUCCEEDED(Called<ITaskFolder>()->GetFolder(Pointer<wchar_t*>(call, 0), &found))) {
-    found->Release();
-    return WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS)));
-  }
-  return {};
+  const HRESULT result = Called<ITaskFolder>()->GetFolder(Pointer<wchar_t*>(call, 0), &found);
+  const Outlook outlook = LookedUp(result, found);
+  if (SUCCEEDED(result)) return WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS)));
+  return outlook.kind == Outlook::Kind::kFails ? Outlook() : NobodyKnows();
 }
 
 Outlook LookAtTaskFolderToDelete(const Call& call) {
@@ -759,8 +839,11 @@ Outlook LookAtTaskToRegister(const Call& call) {
   if (user->vt != VT_BSTR || SysStringLen(user->bstrVal) == 0) return {};
   const DWORD error = ErrorOfAccount(user->bstrVal);
   if (error == ERROR_SUCCESS) return {};
-  return error == ERROR_NONE_MAPPED ? WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(error)))
-                                    : NobodyKnows();
+  // The Task Scheduler knows the English name of a service's account in each language; the look-up does not.
+  const bool isOfService = static_cast<TASK_LOGON_TYPE>(call.words[5]) == TASK_LOGON_SERVICE_ACCOUNT;
+  return error == ERROR_NONE_MAPPED && !isOfService
+             ? WouldReturn(static_cast<uint32_t>(HRESULT_FROM_WIN32(error)))
+             : NobodyKnows();
 }
 
 Outlook LookAtTaskToRun(const Call&) {
@@ -775,6 +858,12 @@ Outlook LookAtWorkItemToDelete(const Call& call) {
   const HRESULT result =
       Called<ITaskScheduler>()->Activate(Pointer<const wchar_t*>(call, 0), __uuidof(ITask), &found);
   return LookedUp(result, found);
+}
+
+Outlook LookAtWorkItemToSave(const Call&) {
+  // The empty name is that of SYSTEM.
+  const std::wstring& account = WorkItemAccount();
+  return account.empty() || ErrorOfAccount(account.c_str()) == ERROR_SUCCESS ? Outlook() : NobodyKnows();
 }
 
 Outlook LookAtRuleToAdd(const Call& call) {

@@ -18,6 +18,12 @@ std::wstring WideText(const Call& call, int index);
 /// Returns the full path of a file; the path itself if Windows cannot make it full.
 std::wstring FullPath(const std::wstring& path);
 
+/// Returns the full path of a file without the head for any length and without a backslash at its end.
+std::wstring PlainPath(const std::wstring& path);
+
+/// Returns such a path with the head for any length.
+std::wstring PathOfAnyLength(const std::wstring& path);
+
 /// The call has a handle or an object that was opened or made for this change, so it can begin.
 Outlook LookAtNothing(const Call& call);
 /// Nothing on the machine says whether the call would succeed.
@@ -60,6 +66,7 @@ Outlook LookAtTaskToDelete(const Call& call);        ///< for ITaskFolder.Delete
 Outlook LookAtTaskToRegister(const Call& call);      ///< for ITaskFolder.RegisterTaskDefinition
 Outlook LookAtTaskToRun(const Call& call);           ///< for IRegisteredTask.RunEx
 Outlook LookAtWorkItemToDelete(const Call& call);    ///< for ITaskScheduler.Delete
+Outlook LookAtWorkItemToSave(const Call& call);      ///< for IPersistFile.Save of a work item
 Outlook LookAtRuleToAdd(const Call& call);           ///< for INetFwRules.Add
 Outlook LookAtRuleToRemove(const Call& call);        ///< for INetFwRules.Remove
 Outlook LookAtProgramToAdd(const Call& call);        ///< for INetFwAuthorizedApplications.Add

@@ -21,7 +21,8 @@ std::wstring CommandOf(const std::string& name) {
   static const std::map<std::string, const wchar_t*> given = {
       {"CustomAction4", L"CustomAction4 PROP_CLEAN=yes"},
       {"CustomAction5", L"CustomAction5 PROP_FIREWALLDATA=\"Vantor@tcp/C:\\hxrun-given\\vt.exe\""},
-      {"CustomAction6", L"CustomAction6 PROP_TASKUSER=me PROP_TASKPASS=secret DIR_CLIENT=C:\\hxrun-given\\"},
+      {"CustomAction6",
+       L"CustomAction6 PROP_TASKUSER=root PROP_TASKPASS=secret DIR_CLIENT=C:\\hxrun-given\\"},
       {"CustomAction15",
        L"CustomAction15 --data \"hxsetup -mobl \\\"C:\\hxrun-given\\A\\.\\\" "
        L"\\\"C:\\hxrun-given\\B\\.\\\"\""},
@@ -178,6 +179,16 @@ TEST_F(HxRunDryRunTest, AChangeThatWouldFailFails) {
             "returned 1603: ends the installation with an error\n");
 }
 
+// The installer's process runs in the system folder.
+TEST_F(HxRunDryRunTest, RelativePathsAreThoseOfTheInstallersProcess) {
+  WriteBytes(std::wstring(kRunFolder) + L"\\here\\f.txt", "x");
+  const HxRun run =
+      RunHxRun(L"--dry-run CustomAction15 --data \"hxsetup -m \\\"here\\.\\\" \\\"\\there\\.\\\"\"");
+  EXPECT_EQ(run.Lines("  would fail to move "), Texts{"C:\\windows\\system32\\here to C:\\there (error 2)"})
+      << run.output;
+  DeleteFolder(std::wstring(kRunFolder) + L"\\here");
+}
+
 // A folder above one that would have been moved, and what lies in it.
 TEST_F(HxRunDryRunTest, ALookAtTheFolderAboveAChangeDependsOnIt) {
   const HxRun run = RunHxRun(
@@ -189,6 +200,24 @@ TEST_F(HxRunDryRunTest, ALookAtTheFolderAboveAChangeDependsOnIt) {
       Texts{"create the folder C:\\hxrun-given\\A\\sub\\deep\\A (FindFirstFileW asks for what it would have "
             "changed)"})
       << run.output;
+}
+
+// The same folder by its long and by its short name.
+TEST_F(HxRunDryRunTest, KnowsAFolderByItsShortName) {
+  const std::wstring folder = std::wstring(kGiven) + L"\\A long name";
+  WriteBytes(folder + L"\\Old\\f.txt", "x");
+  wchar_t given[MAX_PATH];
+  ASSERT_NE(GetShortPathNameW(folder.c_str(), given, MAX_PATH), 0u);
+  const std::wstring brief = given;
+  ASSERT_NE(brief, folder);
+  const HxRun run = RunHxRun(L"--dry-run CustomAction15 --data \"hxsetup -mo \\\"" + brief +
+                             L"\\Old\\.\\\" \\\"" + folder + L"\\Old\\.\\\"\"");
+  EXPECT_EQ(run.Lines("  would "), (Texts{"delete C:\\hxrun-given\\A long name\\Old\\f.txt",
+                                          "delete the folder C:\\hxrun-given\\A long name\\Old",
+                                          "fail to move " + rig::ToUtf8(brief) +
+                                              "\\Old to C:\\hxrun-given\\A long name\\Old (error 2)"}))
+      << run.output;
+  DeleteFolder(folder);
 }
 
 TEST_F(HxRunDryRunTest, DeletesATree) {
@@ -309,9 +338,16 @@ TEST_F(HxRunDryRunTest, SavesAWorkItemOrStartsItsServiceFirst) {
             "  would save the work item C:\\windows\\Tasks\\Ostrel.job\n"
             "    ITask.SetApplicationName(\"C:\\\\hxrun-given\\\\ostrel32.exe\") = 0\n"
             "    ITask.SetParameters(\"-auditmode\") = 0\n"
-            "    ITask.SetAccountInformation(\"me\", \"<password>\") = 0\n"
+            "    ITask.SetAccountInformation(\"root\", \"<password>\") = 0\n"
             "    ITaskTrigger.SetTrigger(*) = 0\n"
             "returned 0: success, if all of this succeeds\n");
+  // Windows refuses the work item of an account that it does not find.
+  const HxRun unknown = RunHxRun(
+      L"--dry-run CustomAction6 PROP_TASKUSER=nobody PROP_TASKPASS=secret DIR_CLIENT=C:\\hxrun-given\\");
+  EXPECT_EQ(unknown.status, 4u);
+  EXPECT_EQ(
+      unknown.Lines("the rest depends on this change: "),
+      Texts{"save the work item C:\\windows\\Tasks\\Ostrel.job (nothing shows whether it would succeed)"});
   EXPECT_EQ(StoryOf("CustomAction7"),
             "nothing would be changed, because these calls would fail:\n"
             "  would fail to delete the work item Ostrel (error 0x80070002)\n"

@@ -108,6 +108,82 @@ TEST_F(HxRunLooksTest, AMoveNeedsItsSourceAndNoTarget) {
                                                       " (nothing shows whether it would succeed)");
 }
 
+// Windows does not rename a folder while a program has something in it open.
+TEST_F(HxRunLooksTest, AFolderInWhichAProgramHasAFileOpenIsNotMoved) {
+  const std::string text = "move C:\\hxrun-looks\\B to C:\\hxrun-looks\\C";
+  const auto move = [] { return Call<&::MoveFileW>(In(L"B").c_str(), In(L"C").c_str()); };
+  const auto replace = [] {
+    return Call<&::MoveFileExW>(In(L"B").c_str(), In(L"C").c_str(), DWORD{MOVEFILE_REPLACE_EXISTING});
+  };
+  const auto hold = [](const std::wstring& path) {
+    return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                       FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  };
+  // A path below the folder can be longer than that of a call.
+  const std::wstring deep = L"\\\\?\\" + In(L"B\\sub\\") + std::wstring(250, L'n');
+  ASSERT_TRUE(CreateDirectoryW(deep.c_str(), nullptr));
+  for (const std::wstring& path : {In(L"B\\sub\\g.txt"), In(L"B\\sub"), deep}) {
+    HANDLE held = hold(path);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    ExpectFailure(move(), ERROR_ACCESS_DENIED, text);
+    ExpectFailure(replace(), ERROR_ACCESS_DENIED, text);
+    CloseHandle(held);
+  }
+  // The current folder of a program.
+  wchar_t before[MAX_PATH];
+  GetCurrentDirectoryW(MAX_PATH, before);
+  SetCurrentDirectoryW(In(L"B\\sub").c_str());
+  ExpectFailure(move(), ERROR_ACCESS_DENIED, text);
+  SetCurrentDirectoryW(before);
+  // The folder itself.
+  HANDLE held = hold(In(L"B"));
+  ExpectFailure(move(), ERROR_SHARING_VIOLATION, text);
+  CloseHandle(held);
+  ExpectChange(move(), text);
+  EXPECT_TRUE(RemoveDirectoryW(deep.c_str()));
+}
+
+TEST_F(HxRunLooksTest, AFileThatALinkLeadsToDoesNotHoldTheFolderOfTheLink) {
+  install::MakeLink(kPlace + L"B\\link", kPlace + L"A");
+  HANDLE held =
+      CreateFileW(In(L"A\\f.txt").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(held, INVALID_HANDLE_VALUE);
+  ExpectChange(Call<&::MoveFileW>(In(L"B").c_str(), In(L"C").c_str()),
+               "move C:\\hxrun-looks\\B to C:\\hxrun-looks\\C");
+  CloseHandle(held);
+  install::DeleteTree(L"C:\\hxrun-looks");
+}
+
+// One file or folder can have several names: a short one, and those of links to the folder above it.
+TEST_F(HxRunLooksTest, AFileIsKnownByEachOfItsNames) {
+  WriteBytes(kPlace + L"A long name\\A long file.text", "x");
+  wchar_t folder[MAX_PATH], file[MAX_PATH];
+  ASSERT_NE(GetShortPathNameW(In(L"A long name").c_str(), folder, MAX_PATH), 0u);
+  ASSERT_NE(GetShortPathNameW(In(L"A long name\\A long file.text").c_str(), file, MAX_PATH), 0u);
+  ASSERT_NE(folder, In(L"A long name"));
+  const std::wstring inFolder = std::wstring(folder) + L"\\A long file.text";
+  for (const std::wstring& name :
+       {inFolder, std::wstring(file), L"\\\\?\\" + In(L"A long name\\A long file.text")}) {
+    Begin();
+    ExpectChange(Call<&::DeleteFileW>(In(L"A long name\\A long file.text").c_str()),
+                 "delete C:\\hxrun-looks\\A long name\\A long file.text");
+    ExpectFailure(Call<&::DeleteFileW>(name.c_str()), ERROR_FILE_NOT_FOUND, "delete " + rig::ToUtf8(name));
+  }
+  // What is made in a folder is in it by each of its names.
+  ExpectChange(Call<&::RemoveDirectoryW>(folder), "delete the folder " + rig::ToUtf8(folder));
+  ExpectFailure(Call<&::CreateDirectoryW>(In(L"A long name\\new").c_str(), nullptr), ERROR_PATH_NOT_FOUND,
+                "create the folder C:\\hxrun-looks\\A long name\\new");
+  Begin();
+  ExpectChange(Call<&::CreateDirectoryW>((std::wstring(folder) + L"\\new").c_str(), nullptr),
+               "create the folder " + rig::ToUtf8(folder) + "\\new");
+  ExpectFailure(Call<&::CreateDirectoryW>(In(L"A long name\\new").c_str(), nullptr), ERROR_ALREADY_EXISTS,
+                "create the folder C:\\hxrun-looks\\A long name\\new");
+  WIN32_FIND_DATAW found;
+  EXPECT_EQ(EndOf([&] { Call<&::FindFirstFileW>(In(L"A long name\\*").c_str(), &found); }),
+            "the rest depends on this change: create the folder " + rig::ToUtf8(folder) +
+                "\\new (FindFirstFileW asks for what it would have changed)");
+}
+
 TEST_F(HxRunLooksTest, AReplacingMoveReplacesFilesOnly) {
   const auto move = [](const wchar_t* from, const wchar_t* to, DWORD flags = MOVEFILE_REPLACE_EXISTING) {
     return Call<&::MoveFileExW>(In(from).c_str(), In(to).c_str(), flags);

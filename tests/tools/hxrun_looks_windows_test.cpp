@@ -227,6 +227,107 @@ TEST_F(HxRunLooksTest, AProgramThatRunsMayNotBeDeletable) {
   CloseHandle(held);
 }
 
+// A program does not have its own file open, so Windows may rename the folder above it.
+TEST_F(HxRunLooksTest, AFolderWithAProgramThatRunsMayNotBeMovable) {
+  LayDownHxRun();
+  const std::wstring library = In(L"B\\sub\\loaded.dll");
+  ASSERT_TRUE(CopyFileW((std::wstring(kRunFolder) + L"\\hxsetup.dll").c_str(), library.c_str(), TRUE));
+  HMODULE loaded = LoadLibraryW(library.c_str());
+  ASSERT_NE(loaded, nullptr);
+  const auto move = [] { return Call<&::MoveFileW>(In(L"B").c_str(), In(L"C").c_str()); };
+  const std::string text = "move C:\\hxrun-looks\\B to C:\\hxrun-looks\\C";
+  EXPECT_EQ(EndOf(move), EndAt(text));
+  Begin();
+  EXPECT_EQ(EndOf([&] {
+              Call<&::MoveFileExW>(In(L"B").c_str(), In(L"C").c_str(), DWORD{MOVEFILE_REPLACE_EXISTING});
+            }),
+            EndAt(text));
+  // A file that is open is an obstacle in any case.
+  Begin();
+  WriteBytes(In(L"B\\z.txt"), "z");
+  HANDLE held =
+      CreateFileW(In(L"B\\z.txt").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(held, INVALID_HANDLE_VALUE);
+  ExpectFailure(move(), ERROR_ACCESS_DENIED, text);
+  CloseHandle(held);
+  // What the run moved away before is not in the folder.
+  Begin();
+  ExpectChange(Call<&::MoveFileW>(library.c_str(), In(L"aside.dll").c_str()),
+               "move C:\\hxrun-looks\\B\\sub\\loaded.dll to C:\\hxrun-looks\\aside.dll");
+  ExpectChange(move(), text);
+  FreeLibrary(loaded);
+}
+
+TEST_F(HxRunLooksTest, AFolderThatCannotBeListedMayNotBeMovable) {
+  OwnImport<&::FindFirstFileW> find("FindFirstFileW", [](const wchar_t* pattern, WIN32_FIND_DATAW* found) {
+    if (!EndsWithName(pattern, L"sub\\*")) return OwnImport<&::FindFirstFileW>::Real(pattern, found);
+    SetLastError(ERROR_ACCESS_DENIED);
+    return INVALID_HANDLE_VALUE;
+  });
+  EXPECT_EQ(EndOf([] { Call<&::MoveFileW>(In(L"B").c_str(), In(L"C").c_str()); }),
+            EndAt("move C:\\hxrun-looks\\B to C:\\hxrun-looks\\C"));
+}
+
+// Windows refuses to create the root of a drive with one of two errors.
+TEST_F(HxRunLooksTest, TheRootOfADrive) {
+  const auto create = [](const wchar_t* path) { return Call<&::CreateDirectoryW>(path, nullptr); };
+  for (const wchar_t* root : {L"C:\\", L"\\\\?\\C:\\"}) {
+    Begin();
+    EXPECT_EQ(EndOf([&] { create(root); }), EndAt("create the folder " + rig::ToUtf8(root)));
+  }
+  Begin();
+  ExpectFailure(create(L"Q:\\"), ERROR_PATH_NOT_FOUND, "create the folder Q:\\");
+}
+
+// ---- names
+
+// The engine of these tests does not say where a link leads to.
+TEST_F(HxRunLooksTest, AFileIsKnownBelowALinkToItsFolder) {
+  std::map<HANDLE, std::wstring> opened;
+  OwnImport<&::CreateFileW> open("CreateFileW", [&](const wchar_t* path, DWORD access, DWORD sharing,
+                                                    SECURITY_ATTRIBUTES* security, DWORD disposition,
+                                                    DWORD flags, HANDLE model) {
+    HANDLE file = OwnImport<&::CreateFileW>::Real(path, access, sharing, security, disposition, flags, model);
+    opened[file] = path;
+    return file;
+  });
+  OwnImport<&::GetFinalPathNameByHandleW> final(
+      "GetFinalPathNameByHandleW", [&](HANDLE file, wchar_t* path, DWORD size, DWORD flags) -> DWORD {
+        if (!EndsWithName(opened.at(file), L"hxrun-looks\\link\\")) {
+          return OwnImport<&::GetFinalPathNameByHandleW>::Real(file, path, size, flags);
+        }
+        const std::wstring target = L"\\\\?\\" + In(L"A");
+        EXPECT_LT(target.size(), size);
+        target.copy(path, target.size());
+        return static_cast<DWORD>(target.size());
+      });
+  install::MakeLink(kPlace + L"link", kPlace + L"A");
+  ExpectChange(Call<&::DeleteFileW>(In(L"link\\f.txt").c_str()), "delete C:\\hxrun-looks\\link\\f.txt");
+  ExpectFailure(Call<&::DeleteFileW>(In(L"A\\f.txt").c_str()), ERROR_FILE_NOT_FOUND,
+                "delete C:\\hxrun-looks\\A\\f.txt");
+  ExpectChange(Call<&::CreateDirectoryW>(In(L"A\\new").c_str(), nullptr),
+               "create the folder C:\\hxrun-looks\\A\\new");
+  WIN32_FIND_DATAW found;
+  EXPECT_EQ(
+      EndOf([&] { Call<&::FindFirstFileW>(In(L"link\\*").c_str(), &found); }),
+      "the rest depends on this change: delete C:\\hxrun-looks\\link\\f.txt (FindFirstFileW asks for what it "
+      "would have changed)");
+  // The link itself is not the folder, and nothing can be reached through a link that is gone.
+  Begin();
+  const std::string link = "delete the folder C:\\hxrun-looks\\link";
+  ExpectChange(Call<&::RemoveDirectoryW>(In(L"link").c_str()), link);
+  ExpectFailure(Call<&::DeleteFileW>(In(L"link\\f.txt").c_str()), ERROR_PATH_NOT_FOUND,
+                "delete C:\\hxrun-looks\\link\\f.txt");
+  EXPECT_EQ(EndOf([&] { Call<&::GetFileAttributesW>(In(L"link\\none").c_str()); }),
+            "the rest depends on this change: " + link +
+                " (GetFileAttributesW asks for what it would have changed)");
+  EXPECT_EQ(
+      EndOf([&] { Call<&::FindFirstFileW>(In(L"link\\*").c_str(), &found); }),
+      "the rest depends on this change: " + link + " (FindFirstFileW asks for what it would have changed)");
+  ExpectChange(Call<&::DeleteFileW>(In(L"A\\f.txt").c_str()), "delete C:\\hxrun-looks\\A\\f.txt");
+  install::DeleteTree(L"C:\\hxrun-looks");
+}
+
 // ---- volumes
 
 // Answers which volume a file is on, by the path with which hxrun opens it and by whether it follows links.
@@ -311,9 +412,13 @@ TEST_F(HxRunVolumeTest, ALinkIsOnTheVolumeOfItsFolderAndItsTargetOnAnother) {
 }
 
 TEST_F(HxRunVolumeTest, AVolumeThatWindowsDoesNotNameEndsTheRun) {
-  for (const wchar_t silent : {L'C', L'Z'}) {
-    const Volumes volumes(
-        [&](const std::wstring& path, bool) { return path[0] == silent ? Volumes::kSilent : 1; });
+  // Some file systems have no serial numbers: 0 is that of several volumes.
+  const std::pair<wchar_t, DWORD> cases[] = {
+      {L'C', Volumes::kSilent}, {L'Z', Volumes::kSilent}, {L'C', 0}, {L'Z', 0}, {L'*', 0}};
+  for (const auto& [silent, number] : cases) {
+    const Volumes volumes([drive = silent, given = number](const std::wstring& path, bool) {
+      return drive == L'*' || path[0] == drive ? given : 1;
+    });
     Begin();
     EXPECT_EQ(EndOf([&] { Move(In(L"A"), L"Z:\\hxrun-looks"); }), EndAt(Text("A", "Z:\\hxrun-looks")));
     Begin();
@@ -420,7 +525,9 @@ TEST_F(HxRunAccountTest, ANameOfALocalGroup) {
     *count = *all = 2;
     return error;
   });
-  ExpectRefused(L"meter READERS", NERR_GroupExists);
+  // It refuses the account, but with an error that is not documented for it.
+  EXPECT_EQ(EndOf([&] { Add(L"meter READERS"); }), EndAt(Text(L"meter READERS")));
+  Begin();
   EXPECT_EQ(Add(L"meter"), DWORD{NERR_Success});
   EXPECT_EQ(Listed(), Texts{Text(L"meter")});
   for (const DWORD silent : {DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_MORE_DATA}}) {
@@ -631,7 +738,7 @@ TEST_F(HxRunTaskTest, ATaskNeedsItsAccount) {
         SetLastError(error);
         return std::wstring(name) == L"VORDEFINIERT\\Benutzer";
       });
-  const auto save = [&](const wchar_t* user) {
+  const auto save = [&](const wchar_t* user, TASK_LOGON_TYPE logon = TASK_LOGON_GROUP) {
     Begin();
     Connect();
     const Text account(user == nullptr ? L"" : user);
@@ -641,8 +748,8 @@ TEST_F(HxRunTaskTest, ATaskNeedsItsAccount) {
       given.bstrVal = account;
     }
     IRegisteredTask* registered = nullptr;
-    return folder_->RegisterTaskDefinition(Text(L"Agent"), nullptr, TASK_CREATE_OR_UPDATE, given, {},
-                                           TASK_LOGON_GROUP, {}, &registered);
+    return folder_->RegisterTaskDefinition(Text(L"Agent"), nullptr, TASK_CREATE_OR_UPDATE, given, {}, logon,
+                                           {}, &registered);
   };
   const std::string text = "register the task \\Quillfern\\Agent\\Agent";
   EXPECT_EQ(save(L"Builtin\\Users"), HRESULT_FROM_WIN32(ERROR_NONE_MAPPED));
@@ -651,8 +758,77 @@ TEST_F(HxRunTaskTest, ATaskNeedsItsAccount) {
     EXPECT_EQ(save(user), S_OK);
     EXPECT_EQ(Listed(), Texts{text});
   }
+  // The Task Scheduler knows SYSTEM in each language, and the look-up does not.
+  EXPECT_EQ(EndOf([&] { save(L"SYSTEM", TASK_LOGON_SERVICE_ACCOUNT); }), EndAt(text));
   error = ERROR_TRUSTED_RELATIONSHIP_FAILURE;
   EXPECT_EQ(EndOf([&] { save(L"CORP\\meter"); }), EndAt(text));
+}
+
+HRESULT lookUpOfFolder = S_OK;
+HRESULT LookUpFolder(void*, BSTR, ITaskFolder** out) {
+  *out = SUCCEEDED(lookUpOfFolder) ? static_cast<ITaskFolder*>(rawSchedulerFolder->Pointer()) : nullptr;
+  return lookUpOfFolder;
+}
+
+TEST_F(HxRunTaskTest, AFolderOfTasksIsCreatedIfItIsMissing) {
+  const auto create = [&](HRESULT lookUp) {
+    Begin();
+    Connect();
+    rawFolder_.Set<&ITaskFolder::GetFolder>(&LookUpFolder);
+    lookUpOfFolder = lookUp;
+    ITaskFolder* made = nullptr;
+    return folder_->CreateFolder(Text(L"Quillfern"), {}, &made);
+  };
+  const std::string text = "create the folder of the Task Scheduler \\Quillfern\\Agent\\Quillfern";
+  for (const DWORD missing : {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND}) {
+    EXPECT_EQ(create(HRESULT_FROM_WIN32(missing)), S_OK);
+    EXPECT_EQ(Listed(), Texts{text});
+  }
+  EXPECT_EQ(create(S_OK), HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS));
+  EXPECT_EQ(Listed(), Texts{"fails: " + text + " (error 0x800700b7)"});
+  for (const HRESULT other : {E_ACCESSDENIED, HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE)}) {
+    EXPECT_EQ(EndOf([&] { create(other); }), EndAt(text));
+  }
+}
+
+// A work item's account is looked up where the work item is saved.
+TEST_F(HxRunLooksTest, AWorkItemNeedsItsAccount) {
+  DWORD error = ERROR_SUCCESS;
+  std::wstring asked;
+  OwnImport<&::LookupAccountNameW> find(
+      "LookupAccountNameW",
+      [&](const wchar_t* computer, const wchar_t* name, PSID, DWORD*, wchar_t*, DWORD*, SID_NAME_USE*) {
+        EXPECT_EQ(computer, nullptr);
+        asked = name;
+        SetLastError(error);
+        return error == ERROR_SUCCESS;
+      });
+  RawObject raw, rawFile;
+  raw.Set<&IScheduledWorkItem::SetAccountInformation>(
+      +[](void*, const wchar_t*, const wchar_t*) -> HRESULT { return S_OK; });
+  const auto save = [&](const wchar_t* account) {
+    Begin();
+    ITask* item = nullptr;
+    IPersistFile* file = nullptr;
+    EXPECT_EQ(hxrun::PassObject(__uuidof(ITask), raw.Pointer(), reinterpret_cast<void**>(&item)), S_OK);
+    EXPECT_EQ(hxrun::PassObject(__uuidof(IPersistFile), rawFile.Pointer(), reinterpret_cast<void**>(&file)),
+              S_OK);
+    if (account != nullptr) {
+      EXPECT_EQ(item->SetAccountInformation(account, L"1-Look-at-this"), S_OK);
+    }
+    return file->Save(nullptr, TRUE);
+  };
+  EXPECT_EQ(save(L"CORP\\meter"), S_OK);
+  EXPECT_EQ(asked, L"CORP\\meter");
+  EXPECT_EQ(
+      Listed(),
+      Texts{"save the work item\n    ITask.SetAccountInformation(\"CORP\\\\meter\", \"<password>\") = 0"});
+  for (const DWORD failure : {ERROR_NONE_MAPPED, ERROR_TRUSTED_RELATIONSHIP_FAILURE}) {
+    error = failure;
+    EXPECT_EQ(EndOf([&] { save(L"meter"); }), EndAt("save the work item"));
+  }
+  // Without an account, or with the empty one, which is SYSTEM, there is nothing to look up.
+  for (const wchar_t* none : {L"", static_cast<const wchar_t*>(nullptr)}) EXPECT_EQ(save(none), S_OK);
 }
 
 // The Windows of these tests has the group.

@@ -35,13 +35,13 @@ TEST(HxRunSecretsTest, ThePasswordOfTheWorkItem) {
 // A short password is a part of other words, which stay as they are.
 TEST(HxRunSecretsTest, AShortPassword) {
   LayDownHxRun();
-  const std::wstring given = L"CustomAction6 PROP_TASKUSER=meter DIR_CLIENT=C:\\hxrun-given\\ PROP_TASKPASS=";
+  const std::wstring given = L"CustomAction6 PROP_TASKUSER=root DIR_CLIENT=C:\\hxrun-given\\ PROP_TASKPASS=";
   const HxRun run = RunHxRun(L"--dry-run --trace " + given + L"e");
   EXPECT_EQ(run.status, 0u) << run.output << run.errors;
   EXPECT_EQ(run.Lines("call: ITask.SetAccountInformation"),
-            std::vector<std::string>{std::string("(\"meter\", \"") + kMark + "\") = 0"});
+            std::vector<std::string>{std::string("(\"root\", \"") + kMark + "\") = 0"});
   EXPECT_EQ(run.Lines("    ITask.SetAccountInformation"),
-            std::vector<std::string>{std::string("(\"meter\", \"") + kMark + "\") = 0"});
+            std::vector<std::string>{std::string("(\"root\", \"") + kMark + "\") = 0"});
   std::string rest = run.output;
   for (size_t at = rest.find(kMark); at != std::string::npos; at = rest.find(kMark)) {
     EXPECT_EQ(rest.substr(at - 1, 1) + rest.substr(at + sizeof kMark - 1, 1), "\"\"") << rest.substr(at);
