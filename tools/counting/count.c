@@ -3,16 +3,15 @@
 //
 //   qemu-aarch64 -plugin count.so,out=FILE PROGRAM
 //
-// The program marks with hints, which a processor ignores (bench/marks.h has them in C++):
+// The program marks with hints, which a processor ignores (tests/rig/marks.h has them in C++):
 //
 //   begin        from here on instructions are counted
 //   end          up to here
 //   zero, one    sends a bit to this plugin, the lowest bit of a byte first
-//   image        the 16 bytes sent are the addresses of the first and of the last byte of an image, whose
-//   instructions are
-//                the "own" ones from now on
+//   image        the 16 bytes sent are the addresses of the first and of the last byte of an image: from now
+//                on its instructions are the "own" ones
 //   write        writes a line to FILE: the own instructions and all instructions since the last line, and
-//   the text sent
+//                the text sent
 //
 // Every thread of the process is counted, so nothing else may run in it between "begin" and "end". An
 // instruction that causes a page fault which the program itself handles is counted each time that it is
@@ -139,8 +138,14 @@ typedef struct Mark {
   void (*executed)(unsigned cpu, void* data);
   void* data;
 } Mark;
-static const Mark marks[] = {{Begin, NULL}, {End, NULL},      {Send, NULL},
-                             {Send, sent},  {SetImage, NULL}, {Write, NULL}};
+static const Mark marks[] = {
+    {Begin, NULL},     // begin
+    {End, NULL},       // end
+    {Send, NULL},      // zero
+    {Send, sent},      // one
+    {SetImage, NULL},  // image
+    {Write, NULL},     // write
+};
 
 // Returns the mark that an instruction is, or null.
 static const Mark* MarkOf(const Instruction* instruction) {

@@ -4,7 +4,8 @@
 FOLDER has hxsetup.dll, the stand-ins of the packages, calls.dll and nothing.dll, all for the processor. Makes the model
 packages of client and server four times: as they are ("with"), with nothing.dll in the library's place ("empty"), without
 the library's actions ("without"), and with calls.dll in its place ("counted"). Installs and removes the first three in turns,
-N times each, and prints the medians of the ratios; then the last once, and prints how many calls of Windows the library made.
+N times each, and prints the medians of the ratios; then the last twice, and prints how many calls of Windows the library made,
+which must be the same both times.
 """
 
 import argparse
@@ -127,6 +128,18 @@ def read_calls(text):
 
 
 def count_calls(windows, folder, model):
+    """{step: {entry point: [calls of each run]}}, counted twice."""
+    first, second = (count_calls_once(windows, folder, model) for _ in range(2))
+    for step in STEPS:
+        for name in sorted(first[step].keys() | second[step].keys()):
+            counts = first[step].get(name, []), second[step].get(name, [])
+            if counts[0] != counts[1]:
+                raise MeasureError(f"two runs of the {model}'s {step} did not count alike: {name} made {counts[0]} and "
+                                   f"{counts[1]} calls")
+    return first
+
+
+def count_calls_once(windows, folder, model):
     """{step: {entry point: [calls of each run]}}."""
     found = {}
     for step in STEPS:

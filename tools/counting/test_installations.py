@@ -95,6 +95,30 @@ class InstallationsTest(unittest.TestCase):
         with self.assertRaisesRegex(self.module.MeasureError, "the calls could not be counted: fault: no library"):
             self.module.read_calls("CustomAction7 12\nfault: no library\n")
 
+    def test_the_calls_are_counted_twice(self):
+        calls = {"/i": "CustomAction7 12\nCustomAction9 5\n", "/x": "CustomAction7 3\n"}
+        runs = []
+
+        def install(windows, kind, model, step):
+            runs.append((kind, model, step))
+            (self.folder / "calls.txt").write_text(calls[self.module.STEPS[step]], encoding="utf-8")
+            if len(runs) == 3:
+                calls["/x"] = other
+
+        with mock.patch.object(self.module, "install", install):
+            other = calls["/x"]
+            self.assertEqual(self.module.count_calls(None, self.folder, "client"), {
+                "installation": {"CustomAction7": [12], "CustomAction9": [5]}, "removal": {"CustomAction7": [3]}})
+            self.assertEqual(runs, [("counted", "client", "installation"), ("counted", "client", "removal")] * 2)
+            for other, counts in (("CustomAction7 4\n", r"CustomAction7 made \[3\] and \[4\] calls"),
+                                  ("CustomAction7 3\nCustomAction7 3\n", r"CustomAction7 made \[3\] and \[3, 3\] calls"),
+                                  ("CustomAction7 3\nCustomAction8 1\n", r"CustomAction8 made \[\] and \[1\] calls")):
+                runs.clear()
+                calls["/x"] = "CustomAction7 3\n"
+                with self.assertRaisesRegex(self.module.MeasureError,
+                                            f"two runs of the client's removal did not count alike: {counts}"):
+                    self.module.count_calls(None, self.folder, "client")
+
     def test_what_is_printed(self):
         calls = {step: {"CustomAction7": [12, 3], "CustomAction9": [5]} for step in self.module.STEPS}
         result = self.module.Result({"with": 3.0, "empty": 2.5, "without": 2.0}, 1.5, 1.25)
