@@ -127,12 +127,15 @@ std::string CounterSums::Profile() const {
   return profile;
 }
 
+std::wstring CoverageFolder() {
+  std::wstring path(GetEnvironmentVariableW(L"HX_COVERAGE", nullptr, 0), L'\0');
+  path.resize(GetEnvironmentVariableW(L"HX_COVERAGE", path.data(), static_cast<DWORD>(path.size())));
+  return path;
+}
+
 void BeginCoverage() {
-  wchar_t path[MAX_PATH];
-  const DWORD length = GetEnvironmentVariableW(L"HX_COVERAGE", path, MAX_PATH);
-  if (length == 0 || length >= MAX_PATH) return;
-  folder = path;
-  Library::BeforeUnloading(AddCounters);
+  folder = CoverageFolder();
+  if (!folder.empty()) Library::BeforeUnloading(AddCounters);
 }
 
 bool WriteCoverage(const std::string& suite) {

@@ -47,6 +47,9 @@ class CounterSums {
   uint32_t bitmapDelta_ = 0;
 };
 
+/// Returns the folder that HX_COVERAGE names, of any length; empty if it names none.
+std::wstring CoverageFolder();
+
 /// Begins to add up the counters if HX_COVERAGE names a folder. Call it before the first library is loaded.
 /// Libraries without counters are left out.
 void BeginCoverage();

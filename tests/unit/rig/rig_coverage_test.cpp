@@ -114,4 +114,17 @@ TEST(RigCoverageTest, SectionsAreFoundByTheirNames) {
   EXPECT_EQ(found.names.size, 5u);
 }
 
+// A name that is too long for a file must not end as a run that counts nothing.
+TEST(RigCoverageTest, TheNameOfTheFolderCanHaveAnyLength) {
+  const std::wstring before = rig::CoverageFolder();
+  for (const size_t length : {1, MAX_PATH - 1, MAX_PATH, 4000}) {
+    const std::wstring path(length, L'x');
+    SetEnvironmentVariableW(L"HX_COVERAGE", path.c_str());
+    EXPECT_EQ(rig::CoverageFolder(), path);
+  }
+  SetEnvironmentVariableW(L"HX_COVERAGE", nullptr);
+  EXPECT_EQ(rig::CoverageFolder(), L"");
+  if (!before.empty()) SetEnvironmentVariableW(L"HX_COVERAGE", before.c_str());
+}
+
 }  // namespace rig_coverage_test
