@@ -21,6 +21,11 @@ Takes about two minutes after the build on x64.
 HELP
 }
 
+# True if a file can be written, before anything is measured for it.
+file_can_be_written() {
+  if [[ -e $1 ]]; then [[ -w $1 ]]; else [[ -d $(dirname "$1") && -w $(dirname "$1") ]]; fi
+}
+
 # Reads the command line of "coverage" into coverageProcessor and coverageWords.
 read_coverage_words() {
   local level='' filter=''
@@ -36,6 +41,8 @@ read_coverage_words() {
       --lines | --suites)
         [[ -n ${2-} ]] || wrong "$1 needs the path of a file. ./hx coverage --help lists what coverage takes."
         [[ ! -d $(from_caller "$2") ]] || wrong "$1 needs the path of a file; '$2' is a folder."
+        file_can_be_written "$(from_caller "$2")" ||
+          wrong "$1 cannot write '$2': its folder must exist, and you need the right to write there."
         coverageWords+=("$1" "$(from_caller "$2")")
         shift
         ;;

@@ -4,8 +4,8 @@
 
 FOLDER is the folder of a run, with the builds PROCESSOR-coverage and PROCESSOR-tests; ./hx coverage makes it and calls this
 script. Prints a table, and writes an HTML report to build/coverage/PROCESSOR. A measurement of all tests is compared with
-not-run.txt: each line and each branch that no test runs must be there, with its reason, and nothing else. The exit status is
-0 if it is so.
+not-run.txt: each line and each branch that no test runs, and each source that is not measured, must be there, with its reason,
+and nothing else. The exit status is 0 if it is so.
 
 --lines writes the numbers of the lines that ran to a file, as JSON: {"src/FOLDER/NAME": [NUMBER, ...], ...}. --suites writes
 them for each suite of tests: {"LEVEL": {"SUITE": {"src/FOLDER/NAME": [NUMBER, ...], ...}, ...}, ...}.
@@ -52,7 +52,8 @@ def check(files, processor):
     except not_run.Malformed as error:
         print(f"{LIST_NAME}:{error}")
         return 1
-    findings = not_run.compare(not_run.places(files, sources), entries)
+    names = [str(path.relative_to(ROOT)) for path in (ROOT / "src").glob("*/*.cpp")]
+    findings = not_run.compare(not_run.unmeasured(files, names) + not_run.places(files, sources), entries)
     for finding in findings:
         print(finding)
     if findings:

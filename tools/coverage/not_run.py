@@ -6,11 +6,12 @@ begin with "#". Each entry is one line:
     FILE :: never run :: LINE
     FILE :: never true: CONDITION :: LINE
     FILE :: never false: CONDITION :: LINE
+    FILE :: not measured
 
 LINE and CONDITION are texts of the source, each run of blanks as one blank. Numbers of lines are not part of an entry, so
 that a change elsewhere in the file does not matter. Two places with the same texts need two entries. A condition that was
 never evaluated needs none, because the line or the branch before it does. "[x64] " or "[arm64] "
-before an entry means that it is for this processor only.
+before an entry means that it is for this processor only. A file is not measured if it has nothing that the compiler counts.
 """
 
 import collections
@@ -18,9 +19,9 @@ import re
 from typing import NamedTuple, Optional
 
 SEPARATOR = " :: "
-RUN, TRUE, FALSE = "never run", "never true: ", "never false: "
+RUN, TRUE, FALSE, UNMEASURED = "never run", "never true: ", "never false: ", "not measured"
 ENTRY = re.compile(r"(?:\[(?P<processor>x64|arm64)\] )?(?P<file>src/\S+) :: "
-                   r"(?P<what>never run|never (?:true|false): .+?) :: (?P<line>.+)")
+                   r"(?:(?P<unmeasured>not measured)|(?P<what>never run|never (?:true|false): .+?) :: (?P<line>.+))")
 # Lines that have only brackets, a comment or a directive: the lines around them say the same.
 SILENT = re.compile(r"[\s{}()\[\];,]*(?://.*)?|\s*#.*")
 
@@ -71,7 +72,8 @@ def read(text):
             if not " ".join(reason).strip():
                 raise Malformed(f"{number}: this entry has no reason: put it in a line with # before it")
             seen = True
-            entries.append(Entry(Key(match["file"], match["what"], match["line"]), match["processor"], " ".join(reason)))
+            key = Key(match["file"], match["unmeasured"] or match["what"], match["line"] or "")
+            entries.append(Entry(key, match["processor"], " ".join(reason)))
     return entries
 
 
@@ -101,6 +103,11 @@ def places(files, sources):
     return found
 
 
+def unmeasured(files, names):
+    """The sources of which nothing was measured, as places. `names` are those of all sources."""
+    return [Place(Key(name, UNMEASURED, ""), 1) for name in sorted(names) if name not in files]
+
+
 def entries_for(processor, entries):
     """The entries that count on a processor."""
     return [entry for entry in entries if entry.processor in (None, processor)]
@@ -113,9 +120,12 @@ def compare(found, entries):
     for place in found:
         if listed[place.key]:
             listed[place.key] -= 1
+        elif place.key.what == UNMEASURED:
+            findings.append(f"{place.key.file}: {UNMEASURED}: compile it with the counters (coverageOptions in "
+                            "cmake/library.cmake), or list it with its reason")
         else:
             file, what, line = place.key
             findings.append(f"{file}:{place.number}: {what}{SEPARATOR}{line}: test it, or list it with its reason")
     for key, count in listed.items():
-        findings += [f"{SEPARATOR.join(key)}: this entry of the list ran, or is not there any more: remove it"] * count
+        findings += [f"{SEPARATOR.join(filter(None, key))}: this entry of the list ran, or is not there any more: remove it"] * count
     return findings

@@ -141,6 +141,13 @@ class RunTest(unittest.TestCase):
             with self.assertRaisesRegex(Failed, "the unit tests ended with status 139"):
                 measured.run(FakeWindows(self.folder, 0, ["A.hxsetup.profraw"], crashes), "unit")
 
+    def test_other_libraries_do_not_count(self):
+        # The rig's subject and the empty library have objects in common with what is tested.
+        windows = FakeWindows(self.folder, 0, ["RigTest.rigsubject.profraw", "Test.empty.profraw", "A+B.hxsetup.profraw",
+                                               "A.hxinternals.profraw", "RigTest.hxinternals.profraw"])
+        self.assertEqual([profile.name for profile in self.measurement.run(windows, "unit")],
+                         ["A+B.hxsetup.profraw", "A.hxinternals.profraw", "RigTest.hxinternals.profraw"])
+
     def test_without_counts_there_is_no_measurement(self):
         with self.assertRaisesRegex(Failed, "no test that ran has loaded the library"):
             self.measurement.merge([])
@@ -237,6 +244,21 @@ class WholeTest(unittest.TestCase):
         self.assertEqual((status, lines[-2:]),
                          (1, [f"{self.entry}: this entry of the list ran, or is not there any more: remove it",
                               "hx: not-run.txt and what ran differ in 1 places"]))
+
+    def test_a_source_that_is_not_measured_fails(self):
+        other = self.folder / "src/base/other.cpp"
+        other.parent.mkdir(parents=True)
+        other.write_text("int x;\n", encoding="utf-8")
+        status, lines = self.run_main("", 1)
+        self.assertEqual((status, lines[-2:]),
+                         (1, ["src/base/other.cpp: not measured: compile it with the counters (coverageOptions in "
+                              "cmake/library.cmake), or list it with its reason",
+                              "hx: not-run.txt and what ran differ in 1 places"]))
+        self.assertEqual(self.run_main("# It has no code.\nsrc/base/other.cpp :: not measured\n", 1)[0], 0)
+        other.unlink()
+        status, lines = self.run_main("# It has no code.\nsrc/base/other.cpp :: not measured\n", 1)
+        self.assertEqual((status, lines[-2]), (1, "src/base/other.cpp :: not measured: this entry of the list ran, or is not there "
+                                                  "any more: remove it"))
 
     def test_a_malformed_list_fails(self):
         status, lines = self.run_main(f"{self.entry}\n", 0)

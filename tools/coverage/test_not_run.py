@@ -48,6 +48,10 @@ class ListTest(unittest.TestCase):
         (entry,) = read("# R\n[arm64] src/a.cpp :: never run :: x :: y(a :: b);\n")
         self.assertEqual((entry.processor, entry.key), ("arm64", Key("src/a.cpp", "never run", "x :: y(a :: b);")))
 
+    def test_entries_of_files(self):
+        (entry,) = read("# R\nsrc/a.cpp :: not measured\n")
+        self.assertEqual((entry.processor, entry.key), (None, Key("src/a.cpp", "not measured", "")))
+
     def test_what_cannot_be_read(self):
         for text, problem in (
                 ("src/a.cpp :: never run :: x;\n", "1: this entry has no reason: put it in a line with # before it"),
@@ -57,6 +61,8 @@ class ListTest(unittest.TestCase):
                 ("# R\nsrc/a.cpp :: not run :: x;\n", "2: this is not 'FILE :: never ... :: LINE': src/a.cpp :: not run :: x;"),
                 ("# R\nsrc/a.cpp :: never true :: x;\n",
                  "2: this is not 'FILE :: never ... :: LINE': src/a.cpp :: never true :: x;"),
+                ("# R\nsrc/a.cpp :: not measured :: x;\n",
+                 "2: this is not 'FILE :: never ... :: LINE': src/a.cpp :: not measured :: x;"),
                 ("# R\ntests/a.cpp :: never run :: x;\n",
                  "2: this is not 'FILE :: never ... :: LINE': tests/a.cpp :: never run :: x;")):
             with self.subTest(text), self.assertRaises(Malformed) as caught:
