@@ -32,6 +32,8 @@ from testing.progress import duration
 from windows.windows_session import Ended
 
 ROOT = Path(__file__).resolve().parents[2]
+JUDGES = [Path(__file__).resolve().parents[1] / name
+          for name in ("coverage/measurement.py", "images/guarded_constants.py", "mutants/library.py", "mutants/tests.py")]
 COUNT, SEED = 100, 1
 # The bytes of memory that a mutant may use: one that allocates without end must not take all of the machine's.
 MEMORY = 6 << 30
@@ -110,7 +112,8 @@ class Run:
         self.kept.mkdir(parents=True, exist_ok=True)
         self.sources = sources_of(root)
         self.programs = self.folder / f"x64{planning.TESTS}"
-        self.of_sources = digest(*(name + text for name, text in self.sources.items()))
+        # What other scripts have measured or judged is not used again.
+        self.of_sources = digest(*(name + text for name, text in self.sources.items()), *JUDGES)
         self.of_all = digest(self.of_sources, *(self.programs / program for program in PROGRAMS.values()))
         self.entries = settled.read(settled.LIST.read_text(encoding="utf-8"))
         self.skipped = {"does not compile": 0, "same code": 0}

@@ -35,7 +35,9 @@ BETWEEN = {
     ">>=": ("bits", "<<="),
 }
 # What can replace an operator with one operand. "" removes it.
-ALONE = {"++": ("arithmetic", "--"), "--": ("arithmetic", "++"), "!": ("logic", ""), "~": ("bits", "")}
+ALONE = {"++": ("arithmetic", "--"), "--": ("arithmetic", "++"), "-": ("arithmetic", ""), "!": ("logic", ""), "~": ("bits", "")}
+# What ends an operand of "&&" and "||" on either side, besides brackets.
+OPERAND_ENDS = {",", ";", "=", "return", "?", ":", "||", "+=", "-=", "|=", "&="}
 # The words that begin a statement with a condition in brackets.
 CONDITIONED = {"if", "while", "for"}
 # The words that a removed statement does not begin with. "break" and "continue" can be removed, and "return" without a value.
@@ -43,6 +45,10 @@ KEPT = {"if", "else", "for", "while", "do", "switch", "case", "default", "return
         "enum", "class", "public", "private", "protected", "static", "constexpr", "template", "friend", "goto", "namespace"}
 INTEGER = re.compile(r"(0[xX][0-9a-fA-F']+|[0-9][0-9']*)([uUlLzZ]*)")
 CONSTANT = re.compile(r"k[A-Z]\w*|[A-Z][A-Z0-9]*(?:_[A-Z0-9]+)+")
+CHARACTER = re.compile(r"(?P<prefix>u8|[uUL])?'(?:(?P<plain>[^\\])|\\(?:(?P<octal>[0-7]{1,3})|x(?P<hex>[0-9a-fA-F]+)|(?P<named>.)))'")
+NAMED = {"a": 7, "b": 8, "t": 9, "n": 10, "v": 11, "f": 12, "r": 13}
+# Words before the type that a function returns.
+SPECIFIERS = {"inline", "static", "constexpr", "extern"}
 
 
 def neighbours(number):
@@ -61,6 +67,24 @@ def neighbours(number):
     return form.format(value + 1) + suffix, below
 
 
+def other_characters(literal):
+    """The literals of the next character and of the one with the value 0."""
+    match = CHARACTER.fullmatch(literal)
+    if not match:
+        return ()
+    if match["plain"]:
+        value = ord(match["plain"])
+    elif match["octal"]:
+        value = int(match["octal"], 8)
+    elif match["hex"]:
+        value = int(match["hex"], 16)
+    else:
+        value = NAMED.get(match["named"], ord(match["named"]))
+    prefix, following = match["prefix"] or "", value + 1
+    plain = 32 <= following < 127 and chr(following) not in "'\\"
+    return (f"{prefix}'{chr(following) if plain else f'{chr(92)}x{following:X}'}'", *([f"{prefix}'{chr(92)}0'"] if value else ()))
+
+
 class Places:
     """Finds the places of a source at which a change can be made. Each place has one or more changes."""
 
@@ -69,7 +93,9 @@ class Places:
         self.tokens = tokens_of(text)
         self.partners = partners_of(self.tokens)
         self.places = []
+        self.enumerators = self.find_enumerators()
         for first, last in bodies_of(self.tokens, self.partners):
+            self.body = first
             for index in range(first + 1, last):
                 self.visit(index)
 
@@ -77,10 +103,27 @@ class Places:
         if afters:
             self.places.append([Change(name, start, self.text[start:end], after) for after in afters])
 
+    def find_enumerators(self):
+        """The names that the file has after "NAME::", by that NAME; those of the enumerations that it defines are all there."""
+        found, tokens = {}, self.tokens
+        for index, token in enumerate(tokens):
+            if token.text == "::" and CONSTANT.fullmatch(tokens[index + 1].text) and tokens[index - 1].kind == "word":
+                found.setdefault(tokens[index - 1].text, {})[tokens[index + 1].text] = None
+            elif token.text == "enum" and tokens[index + 1].text == "class":
+                names, at = found.setdefault(tokens[index + 2].text, {}), index + 3
+                while tokens[at].text not in ("{", ";"):
+                    at += 1
+                for inside in range(at + 1, self.partners.get(at, at)):
+                    if tokens[inside - 1].text in ("{", ","):
+                        names[tokens[inside].text] = None
+        return found
+
     def visit(self, index):
         token = self.tokens[index]
         if token.kind == "number":
             self.add("constant", token.start, token.end, *neighbours(token.text))
+        elif token.kind == "character":
+            self.add("character", token.start, token.end, *other_characters(token.text))
         elif token.kind == "word":
             self.visit_word(index, token)
         elif token.kind == "sign":
@@ -94,6 +137,10 @@ class Places:
         elif CONSTANT.fullmatch(token.text) and self.tokens[index - 1].text not in ("::", ".", "->") and \
                 self.tokens[index + 1].text not in ("(", "[", "::", "."):
             self.add("constant", token.start, token.end, f"({token.text} + 1)", f"({token.text} - 1)")
+        elif CONSTANT.fullmatch(token.text) and self.tokens[index - 1].text == "::" and \
+                self.tokens[index + 1].text not in ("(", "[", "::", "."):
+            others = self.enumerators.get(self.tokens[index - 2].text, ())
+            self.add("enumerator", token.start, token.end, *(name for name in others if name != token.text))
         elif token.text in CONDITIONED:
             self.visit_condition(index)
 
@@ -125,12 +172,44 @@ class Places:
         if token.text in BETWEEN and spaced:
             name, *afters = BETWEEN[token.text]
             self.add(name, token.start, token.end, *afters)
+            if name == "logic":
+                self.visit_operands(index)
         elif token.text in ALONE and not spaced:
             name, *afters = ALONE[token.text]
             self.add(name, token.start, token.end, *afters)
         elif token.text == "?" and spaced:
             start = self.operand_before(index)
             self.negate(start, self.tokens[index - 1].end)
+
+    def visit_operands(self, index):
+        """Removes either operand of the "&&" or "||" at `index`."""
+        ends = OPERAND_ENDS | ({"&&"} if self.tokens[index].text == "&&" else set())
+        first, last = index - 1, index + 1
+        while self.tokens[first].text not in ends | {"(", "[", "{"}:
+            first = self.partners[first] - 1 if self.tokens[first].text in (")", "]", "}") else first - 1
+        while self.tokens[last].text not in ends | {")", "]", "}"}:
+            last = self.partners[last] + 1 if self.tokens[last].text in ("(", "[", "{") else last + 1
+        left, right = self.tokens[first + 1].start, self.tokens[last - 1].end
+        both = self.text[left:right]
+        self.places.append([Change("operand", left, both, self.text[left:self.tokens[index - 1].end]),
+                            Change("operand", left, both, self.text[self.tokens[index + 1].start:right])])
+
+    def returned_type(self):
+        """The type that the function around returns, as text; "" if it is not before its name."""
+        at = self.body - 1
+        while self.tokens[at].kind == "word":
+            at -= 1
+        if self.tokens[at].text != ")":
+            return ""
+        name = self.partners[at] - 1
+        while self.tokens[name - 1].text == "::":
+            name -= 2
+        first = name
+        while self.tokens[first - 1].kind == "word" or self.tokens[first - 1].text in ("*", "::", "<", ">"):
+            first -= 1
+        while self.tokens[first].text in SPECIFIERS:
+            first += 1
+        return self.text[self.tokens[first].start:self.tokens[name].start].strip() if first < name else ""
 
     def operand_before(self, index):
         """Where the condition of the "?" at `index` begins."""
@@ -183,6 +262,9 @@ class Places:
         last = self.tokens[end]
         if token.text == "return" and end > index + 1:
             first, value = self.tokens[index + 1].start, self.text[self.tokens[index + 1].start:last.start]
+            # An address that nothing has.
+            if value == "nullptr" and (type := self.returned_type()).endswith("*"):
+                self.add("value", first, last.start, f"reinterpret_cast<{type}>(8)")
             self.add("value", first, last.start, *(after for after in ("{}", f"!({value})", f"({value}) + 1")
                                                    if value not in ("{}", "true", "false", "0", "nullptr")))
         elif token.text not in KEPT or token.text == "return":

@@ -261,6 +261,38 @@ class TestsTest(TreeTest):
         with self.opened() as tests:
             self.assertIsNone(tests.kill([round_of_a]))
             self.assertEqual(FakeWindows.opened, 2)
+        self.answers = [failing, failing, failing, ([], 0)]
+        with self.opened() as tests:
+            self.assertEqual(tests.kill([round_of_a]), ("unit", Killed("A.B", "failed")))
+
+    def test_a_run_that_hangs_or_breaks_off_counts_if_it_does_so_again(self):
+        begun = ["[ RUN      ] A.B"]
+        rounds = [[Suite("unit", "A", 1, "a_test.cpp"), Suite("unit", "B", 1, "b_test.cpp")]]
+        for status, how in ((124, "hung"), (5, "broke off"), (None, "broke off")):
+            with self.subTest(status):
+                self.given.clear()
+                self.answers = [(begun, status), ([], 0), (begun, status)]
+                with self.opened() as tests:
+                    self.assertEqual(tests.kill(rounds), ("unit", Killed("A.B", how)))
+                self.assertEqual([(variables["HX_LIBRARY_DIR"], flags.splitlines()[0]) for variables, _, flags in self.given],
+                                 [("Z:\\run\\guarded", "--gtest_filter=A.*:B.*"), ("Z:\\run\\guarded-unchanged", "--gtest_filter=A.*:B.*"),
+                                  ("Z:\\run\\guarded", "--gtest_filter=A.*:B.*")])
+                # The machine was the reason.
+                self.answers = [(begun, status), ([], 0), ([], 0)]
+                with self.opened() as tests:
+                    self.assertIsNone(tests.kill(rounds))
+                self.answers = [(begun, status), (begun, status), ([], 0)]
+                with self.opened() as tests:
+                    self.assertIsNone(tests.kill(rounds))
+                self.assertEqual(self.answers, [])
+
+    def test_an_unchanged_library_that_never_passes_ends_the_run(self):
+        for answer, how in ((([], None), " broke off"), ((["[  FAILED  ] A.B (1 ms)"], 1), "A.B failed")):
+            self.answers = [answer] * 6
+            with self.subTest(how), self.opened() as tests, \
+                    self.assertRaisesRegex(Failed, f"^{how} with the library as it is, 3 times$"):
+                tests.kill([[Suite("unit", "A", 1, "a_test.cpp")]])
+            self.assertEqual(self.answers, [])
 
 
 class RunTest(BuiltTest):

@@ -3,7 +3,7 @@
 import unittest
 
 from mutants.lexer import bodies_of, partners_of, tokens_of
-from mutants.operators import line_of, neighbours, places_of
+from mutants.operators import line_of, neighbours, other_characters, places_of
 
 
 def changes(text):
@@ -70,16 +70,26 @@ class OperatorsTest(unittest.TestCase):
     def test_arithmetic(self):
         self.assert_changes("a += b - c * d / e % f;", ("+=", "-="), ("+=", "="), ("-", "+"), ("*", "/"), ("/", "*"), ("%", "/"))
         self.assert_changes("++a; b--;", ("++", "--"), ("--", "++"))
+        self.assert_changes("x(-1);", ("-", ""))
+        self.assertEqual([after for before, after in changes_in("x(a - b);") if before == "-"], ["+"])
 
     def test_logic(self):
         self.assert_changes("x(a && b || !c);", ("&&", "||"), ("||", "&&"), ("!", ""))
+
+    def test_operands(self):
+        self.assert_changes("x(a && b || !c);", ("a && b", "a"), ("a && b", "b"), ("a && b || !c", "a && b"), ("a && b || !c", "!c"))
+        self.assert_changes("if (F(a, b) && (c || d) && e[f]) return g || h ? i : j;",
+                            ("F(a, b) && (c || d)", "F(a, b)"), ("F(a, b) && (c || d)", "(c || d)"), ("c || d", "c"),
+                            ("(c || d) && e[f]", "e[f]"), ("g || h", "h"))
+        self.assert_changes("bool k = a.b() &&\n  c; d = [] { return e; }() || f;", ("a.b() &&\n  c", "a.b()"),
+                            ("[] { return e; }() || f", "f"))
 
     def test_bits(self):
         self.assert_changes("a |= b & c | d << e ^ ~f;", ("|=", "&="), ("|=", "="), ("&", "|"), ("|", "&"), ("<<", ">>"),
                             ("^", "|"), ("~", ""))
 
     def test_what_only_looks_like_an_operator(self):
-        found = changes_in("const T* p = static_cast<U*>(q); V& r = *s; x(-1); t->u();")
+        found = changes_in("const T* p = static_cast<U*>(q); V& r = *s; t->u();")
         self.assertEqual({before for before, _ in found} & {"*", "&", "<", ">", "-", "->"}, set())
 
     def test_constants(self):
@@ -92,6 +102,20 @@ class OperatorsTest(unittest.TestCase):
         self.assert_changes("x(kSize, true, ERROR_SUCCESS);", ("kSize", "(kSize + 1)"), ("kSize", "(kSize - 1)"),
                             ("true", "false"), ("ERROR_SUCCESS", "(ERROR_SUCCESS + 1)"))
         self.assertEqual(changes_in("x(Job::kText, y.kSize);")[1:], [])
+
+    def test_characters(self):
+        for literal, others in (("'a'", ("'b'", r"'\0'")), ("L'Z'", ("L'['", r"L'\0'")), ("'&'", (r"'\x27'", r"'\0'")),
+                                ("'['", (r"'\x5C'", r"'\0'")), (r"'\\'", ("']'", r"'\0'")), (r"'\''", ("'('", r"'\0'")),
+                                (r"'\n'", (r"'\xB'", r"'\0'")), (r"'\0'", (r"'\x1'",)), (r"'\x7E'", (r"'\x7F'", r"'\0'")),
+                                ("'ab'", ())):
+            with self.subTest(literal):
+                self.assertEqual(other_characters(literal), others)
+        self.assert_changes("x('a');", ("'a'", "'b'"), ("'a'", r"'\0'"))
+
+    def test_enumerators(self):
+        text = "enum class A : int { kOne, kTwo = 2, kThree };\nint F() { x(A::kTwo, n::B::kOne, B::kMore, C::kOnly, A::Call()); }"
+        self.assertEqual([(before, after) for before, after in changes(text) if before.startswith("k")],
+                         [("kTwo", "kOne"), ("kTwo", "kThree"), ("kOne", "kMore"), ("kMore", "kOne")])
 
     def test_conditions(self):
         self.assert_changes("if (a + b) return 1;", ("a + b", "!(a + b)"))
@@ -115,13 +139,21 @@ class OperatorsTest(unittest.TestCase):
         self.assert_changes("return a.b;", ("a.b", "{}"), ("a.b", "!(a.b)"), ("a.b", "(a.b) + 1"))
         self.assertEqual(changes_in("return true;"), [("true", "false")])
 
+    def test_null_becomes_an_address_of_the_type_that_is_returned(self):
+        for text, afters in (("const char* F(int a) { return nullptr; }", ["reinterpret_cast<const char*>(8)"]),
+                             ("x(); inline n::T<A>* C::F() const { return nullptr; }", ["reinterpret_cast<n::T<A>*>(8)"]),
+                             ("static T** F() noexcept { if (a) { return nullptr; } }", ["reinterpret_cast<T**>(8)"]),
+                             ("Owner F() { return nullptr; }", []), ("auto f = [](int a) { return nullptr; };", [])):
+            with self.subTest(text):
+                self.assertEqual([after for before, after in changes(text) if before == "nullptr"], afters)
+
     def test_only_bodies_are_changed(self):
         text = """// a + 1
             #define A 1 + 1
             constexpr int kSize = 1 + 1;
             struct S { int a = 2; };
-            int F(int a = 3) { return g("5 + 6", '7'); }"""
-        self.assertEqual({before for before, _ in changes(text)}, {"g(\"5 + 6\", '7')"})
+            char Kind(char c = '3') { return g("5 + 6"); }"""
+        self.assertEqual({before for before, _ in changes(text)}, {"g(\"5 + 6\")"})
 
     def test_a_change_is_applied_where_it_was_found(self):
         text = "int F(int a) {\n  // a < 1\n  return a < 1 && a < 1;\n}\n"

@@ -9,6 +9,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from mutants.library import Failed
 from windows.windows_session import Ended, Windows
 
 PROGRAMS = {"unit": "unit_tests.exe", "actions": "action_tests.exe"}
@@ -20,6 +21,8 @@ FIRST_SECONDS, LONG_SECONDS = 4, 3
 # How much longer than usual tests may take before they are ended.
 PATIENCE, GRACE_SECONDS = 4, 15
 ENDED_BY_TIME = 124
+# How often a changed library is run at most until it is clear whether the tests notice it.
+TRIES = 3
 BEGUN = re.compile(r"\[ RUN      \] (\S+)")
 FAILED = re.compile(r"\[  FAILED  \] ([^\s,]+)(?:, where .*)? \(\d+ ms\)")
 
@@ -135,15 +138,30 @@ class Tests:
     def kill(self, rounds):
         """Runs the rounds of tests until one fails: None, or (the level, how the library was noticed)."""
         for suites in rounds:
-            seconds = sum(suite.seconds for suite in suites)
-            killed = self.run(suites[0].level, filter_of(suites), seconds)
-            if killed and killed.how == "failed" and self.run(suites[0].level, killed.test, seconds, libraries=UNCHANGED):
-                # An earlier mutant has left something that lets this test fail, too.
-                self.close()
-                killed = self.run(suites[0].level, filter_of(suites), seconds)
-            if killed:
-                return suites[0].level, killed
+            level = suites[0].level
+            if killed := self.notice(level, filter_of(suites), sum(suite.seconds for suite in suites)):
+                return level, killed
         return None
+
+    def notice(self, level, filter, seconds):
+        """None, or how tests of a level notice the changed library. They must pass with the library as it is: a failing test
+        by itself, and all of them after a run that hung or broke off. Such a run does not say why, and the machine can be the
+        reason, so it counts only if the next run with the changed library is not passed either."""
+        had_no_test = False
+        for _ in range(TRIES):
+            killed = self.run(level, filter, seconds)
+            if not killed or had_no_test:
+                return killed
+            failed = killed.how == "failed"
+            unchanged = self.run(level, killed.test if failed else filter, seconds, libraries=UNCHANGED)
+            if unchanged:
+                # An earlier mutant may have left something: a new Windows decides.
+                self.close()
+            elif failed:
+                return killed
+            else:
+                had_no_test = True
+        raise Failed(f"{unchanged.test} {unchanged.how} with the library as it is, {TRIES} times")
 
 
 def last(pattern, lines):
