@@ -205,11 +205,26 @@ class Places:
         while self.tokens[name - 1].text == "::":
             name -= 2
         first = name
-        while self.tokens[first - 1].kind == "word" or self.tokens[first - 1].text in ("*", "::", "<", ">"):
+        while self.tokens[first - 1].kind == "word" or self.tokens[first - 1].text in ("*", "::", ">"):
             first -= 1
+            if self.tokens[first].text == ">":
+                opening = self.opening_angle(first)
+                if self.tokens[opening - 1].text == "template":
+                    first += 1
+                    break
+                first = opening
         while self.tokens[first].text in SPECIFIERS:
             first += 1
         return self.text[self.tokens[first].start:self.tokens[name].start].strip() if first < name else ""
+
+    def opening_angle(self, index):
+        """The index of the "<" for the ">" at `index`."""
+        depth = 0
+        for at in range(index, -1, -1):
+            depth += {">": 1, "<": -1}.get(self.tokens[at].text, 0)
+            if depth == 0:
+                return at
+        raise ValueError("'>' is not opened")
 
     def operand_before(self, index):
         """Where the condition of the "?" at `index` begins."""

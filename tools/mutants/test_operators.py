@@ -142,6 +142,8 @@ class OperatorsTest(unittest.TestCase):
     def test_null_becomes_an_address_of_the_type_that_is_returned(self):
         for text, afters in (("const char* F(int a) { return nullptr; }", ["reinterpret_cast<const char*>(8)"]),
                              ("x(); inline n::T<A>* C::F() const { return nullptr; }", ["reinterpret_cast<n::T<A>*>(8)"]),
+                             ("template <auto N, typename C>\nC* F() { return nullptr; }", ["reinterpret_cast<C*>(8)"]),
+                             ("static T<A, B>* F() { return nullptr; }", ["reinterpret_cast<T<A, B>*>(8)"]),
                              ("static T** F() noexcept { if (a) { return nullptr; } }", ["reinterpret_cast<T**>(8)"]),
                              ("Owner F() { return nullptr; }", []), ("auto f = [](int a) { return nullptr; };", [])):
             with self.subTest(text):
