@@ -24,9 +24,9 @@ auto FindHeld(const void* thing) {
 }
 
 const char* NameOf(Kind kind) {
-  static constexpr const char* kNames[] = {"block",         "local block", "task block", "search", "handle",
-                                           "key",           "record",      "service",    "module", "buffer",
-                                           "session block", "string",      "reference"};
+  static constexpr const char* kNames[] = {
+      "block",  "local block", "task block",    "search", "handle",    "key",    "record",  "service",
+      "module", "buffer",      "session block", "string", "reference", "policy", "binding", "list of names"};
   return kNames[static_cast<int>(kind)];
 }
 

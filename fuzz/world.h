@@ -18,6 +18,9 @@ enum class Kind {
   kSessionBlock,  ///< a block that WTSFreeMemory frees
   kString,        ///< a system string
   kReference,     ///< a reference to an object
+  kPolicy,        ///< the policy that has the rights of accounts
+  kBinding,       ///< a connection to the directory
+  kNames,         ///< a list of names that the directory makes
 };
 
 /// Everything that lasts for one run.
@@ -96,5 +99,7 @@ void FreeBlock(Kind kind, void* block);
 std::u16string WideOf(std::string_view text);
 /// Converts UTF-16 as Windows does: half a pair becomes U+FFFD.
 std::string NarrowOf(std::u16string_view text);
+/// True if two names are the same to CompareStringW, which ignores case as this Windows folds it.
+bool IsSameName(std::u16string_view a, std::u16string_view b);
 /// Returns the units of a terminated text.
 std::u16string_view ViewOf(const wchar_t* text);

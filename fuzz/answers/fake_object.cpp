@@ -1,7 +1,5 @@
 #include "answers/fake_object.h"
 
-#include "require.h"
-
 namespace {
 
 std::vector<std::unique_ptr<FakeObject>> objects;
@@ -74,6 +72,11 @@ HRESULT Hand(const Table& table, void** out) {
   if (world.data.Below(16) != 1) return Give(table, out);
   *out = nullptr;
   return S_OK;
+}
+
+void LoseOnPurpose(FakeObject* object) {
+  GaveBack(Kind::kReference, object);
+  object->references = 0;
 }
 
 bool AllObjectsAreReleased() {

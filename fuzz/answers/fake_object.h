@@ -1,6 +1,7 @@
 // Objects of COM whose methods are answered one by one. Used by the answers that have such objects.
 #pragma once
 
+#include "require.h"
 #include "world.h"
 
 #include <objbase.h>
@@ -24,8 +25,8 @@ size_t SlotOf(Method method) {
 /// The table of an interface. A method without an answer of its own succeeds, unless it has to fail, and does
 /// nothing.
 struct Table {
-  static constexpr size_t kMostMethods = 48;  ///< more than any interface has
-  std::array<void*, kMostMethods> methods;    ///< the answers
+  static constexpr size_t kMostMethods = 128;  ///< more than any interface has
+  std::array<void*, kMostMethods> methods;     ///< the answers
 
   Table();
   /// Answers QueryInterface by `function`; without that it finds no other interface.
@@ -36,7 +37,9 @@ struct Table {
   /// Answers `method` by `function`, which takes the object and then the arguments of the method.
   template <typename Method, typename Function>
   Table& Set(Method method, Function function) {
-    methods[SlotOf(method)] = reinterpret_cast<void*>(function);
+    const size_t slot = SlotOf(method);
+    REQUIRE(slot < kMostMethods, "an interface has %zu methods", slot + 1);
+    methods[slot] = reinterpret_cast<void*>(function);
     return *this;
   }
 };
@@ -58,6 +61,10 @@ HRESULT Give(const Table& table, void** out);
 
 /// The same, but now and then a success without an object.
 HRESULT Hand(const Table& table, void** out);
+
+/// Says that the library loses its references to `object` on purpose: they are not noted as taken any more,
+/// and using the object fails.
+void LoseOnPurpose(FakeObject* object);
 
 /// True if the library has no reference to any object.
 bool AllObjectsAreReleased();

@@ -121,8 +121,8 @@ UINT WINAPI AnswerMsiRecordSetStringW(MSIHANDLE handle, UINT field, LPCWSTR text
 
 UINT WINAPI AnswerMsiRecordSetInteger(MSIHANDLE handle, UINT field, int number) {
   Record& record = RecordOf(handle);
-  REQUIRE(field == 1 && number >= 25000 && number <= 26001, "the field %u is set to the notice %d", field,
-          number);
+  REQUIRE(field == 1 && ((number >= 25000 && number <= 26001) || number == 27000),
+          "the field %u is set to the notice %d", field, number);
   record.fields[field] = std::to_string(number);
   return MustFail() ? ERROR_FUNCTION_FAILED : ERROR_SUCCESS;
 }
@@ -171,6 +171,10 @@ const Answers kInstaller{
 
 void SetProperty(const std::u16string& name, const std::u16string& value) {
   properties[name] = value;
+}
+
+const std::u16string& PropertyOf(const std::u16string& name) {
+  return ValueOf(name);
 }
 
 void SetRollback(bool rollback) {

@@ -242,8 +242,9 @@ int WINAPI AnswerMessageBoxA(HWND, LPCSTR text, LPCSTR title, UINT) {
 // ---- modules
 
 // The modules, each with a fixed place. A module that is loaded twice is held once.
-constexpr const char* kModules[] = {"KERNEL32", "OLE32",    "ADVAPI32", "SHELL32", "SHFOLDER", "SHLWAPI",
-                                    "SETUPAPI", "NETAPI32", "USER32",   "MSI",     "WTSAPI32"};
+constexpr const char* kModules[] = {"KERNEL32", "OLE32",    "ADVAPI32", "SHELL32", "SHFOLDER",
+                                    "SHLWAPI",  "SETUPAPI", "NETAPI32", "USER32",  "MSI",
+                                    "WTSAPI32", "ACTIVEDS", "NTDSAPI"};
 // The first ones are loaded before the library is.
 constexpr size_t kLoadedBefore = 4;
 std::map<void*, size_t> loads;
@@ -301,10 +302,14 @@ HMODULE WINAPI AnswerGetModuleHandleW(LPCWSTR name) {
   return FindModule(NarrowOf(ViewOf(name)));
 }
 
+// A function that gives something back. On purpose, the library loses that thing if the function is missing.
+bool IsAlwaysFound(std::string_view name) {
+  return name == "NetApiBufferFree" || name == "DsUnBindW" || name == "DsFreeSpnArrayW";
+}
+
 FARPROC WINAPI AnswerGetProcAddress(HMODULE module, LPCSTR name) {
   if (!IsLoadedBefore(module)) NeedHeld(Kind::kModule, module);
-  // Without the function that frees buffers nothing could free one, so it is always found.
-  const bool fails = strcmp(name, "NetApiBufferFree") != 0 && MustFail();
+  const bool fails = !IsAlwaysFound(name) && MustFail();
   void* answer = fails ? nullptr : FindAnswer(name);
   if (answer) functions[module].insert(name);
   return answer ? reinterpret_cast<FARPROC>(answer) : WithError(ERROR_PROC_NOT_FOUND, nullptr);
@@ -537,8 +542,8 @@ void KeepModules() {
   constexpr struct {
     const char* name;
     bool isForAll;
-  } kKept[] = {
-      {"ADVAPI32", true}, {"NETAPI32", true}, {"WTSAPI32", true}, {"SHELL32", false}, {"SHFOLDER", false}};
+  } kKept[] = {{"ADVAPI32", true}, {"NETAPI32", true}, {"WTSAPI32", true}, {"ACTIVEDS", true},
+               {"NTDSAPI", true},  {"SHELL32", false}, {"SHFOLDER", false}};
   for (const auto& kept : kKept) {
     HMODULE module = PlaceOf(kept.name);
     const size_t count = std::exchange(loads[module], 0);

@@ -223,6 +223,10 @@ const Answers kText{
 
 }  // namespace
 
+bool IsSameName(std::u16string_view a, std::u16string_view b) {
+  return Compare(a, b, true) == CSTR_EQUAL;
+}
+
 std::u16string WideOf(std::string_view text) {
   std::u16string wide;
   while (!text.empty()) {

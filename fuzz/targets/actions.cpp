@@ -1,7 +1,7 @@
-// Whole actions on a made-up machine: all but those that create and delete accounts. After an
-// action nothing is left over, no line of the log is too long, and the result is one that the action may
-// return.
+// Whole actions on a made-up machine. After an action nothing is left over, no line of the log is too long,
+// and the result is one that the action may return.
 
+#include "answers/accounts.h"
 #include "answers/installer.h"
 #include "answers/machine.h"
 #include "answers/objects.h"
@@ -23,6 +23,7 @@ enum class Form {
   kEngine,    // a command line of the copy/move engine
   kFolder,    // a folder
   kTask,      // the properties of tasks
+  kAccount,   // the properties of the service's account
 };
 
 // An action. One that may fail returns 1602 or 1603 then.
@@ -49,6 +50,7 @@ constexpr Action kActions[] = {
     {"CustomAction8", Form::kNone, false},      {"CustomAction27", Form::kTask, false},
     {"CustomAction28", Form::kNone, false},     {"CustomAction31", Form::kTask, false},
     {"CustomAction32", Form::kNone, false},     {"CustomAction38", Form::kTask, false},
+    {"CustomAction23", Form::kAccount, false},  {"CustomAction24", Form::kAccount, false},
 };
 
 // The properties that the actions read, besides their data.
@@ -140,8 +142,29 @@ void ChooseTask(Data* data) {
   }
 }
 
+// Sets most of the properties from which the account is made, or by which it is found.
+void ChooseAccount(Data* data) {
+  static constexpr struct {
+    const char16_t* name;
+    const char16_t* values[4];
+  } kOwn[] = {
+      {u"PROP_ACCOUNTTYPE", {u"0", u"1", u"0", u"2"}},
+      {u"PROP_ACCOUNTID", {u"user", u"USER", u"x", u"user"}},
+      {u"PROP_ACCOUNTDESC", {u"The account", u"%s", u"\"", u" "}},
+      {u"PROP_ACCOUNTNAME", {u"user", u"DOMAIN\\user", u"\\", u"user"}},
+      {u"PROP_ACCOUNTDOMAIN", {u"DOMAIN", u".", u"PC7", u"pc7"}},
+      {u"PROP_SERVICENAME", {u"VANTOR", u"HOST", u"/", u"VANTOR"}},
+  };
+  for (const auto& property : kOwn) {
+    const uint32_t kind = data->Below(8);
+    if (kind == 0) continue;
+    SetProperty(property.name, WithoutZeros(kind == 1 ? data->Wide(255) : data->OneOf(property.values)));
+  }
+}
+
 void ChooseProperties(Data* data, Form form) {
   if (form == Form::kTask) ChooseTask(data);
+  if (form == Form::kAccount) ChooseAccount(data);
   SetProperty(form == Form::kFirewall ? u"PROP_FIREWALLDATA" : u"CustomActionData",
               WithoutZeros(TakeData(data, form)));
   static constexpr const char16_t* kValues[] = {u"-1", u"1", u"0", u"Force", u"yes", u"vantor"};
@@ -170,5 +193,6 @@ void RunActions(Data* data) {
   const bool isFailure = result == ERROR_INSTALL_USEREXIT || result == ERROR_INSTALL_FAILURE;
   REQUIRE(result == ERROR_SUCCESS || (action.mayFail && isFailure), "%s returns %u", action.name, result);
   REQUIRE(ComStarts() == 0, "%s does not end COM", action.name);
+  CheckNewAccount();
   KeepModules();
 }

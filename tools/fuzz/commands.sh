@@ -22,7 +22,7 @@ that fails is kept in build/fuzz/found. The exit status is 0 if nothing was foun
                   paths        operations on paths, with failing allocations and damaged records
                   wildcards    patterns with "*" and "?", against a plain matcher
                   engine       command lines of the copy/move engine, on a made-up disk
-                  actions      34 whole actions, on a made-up machine
+                  actions      each action as a whole, on a made-up machine
   SECONDS       the time for each target; 60 if it is not given
   --planted     prove the targets instead: plant their bugs, one at a time, and let the fuzzer find each, without the
                 corpus; keep the inputs that find them in fuzz/corpus

@@ -85,7 +85,16 @@ BUGS = {
                     200_000, "is loaded 2 times and kept, not 1 times"),
                 Bug("after a single byte of a text one byte too many is cleared",
                     "format/output.h", "    *(*at)++ = *text++;\n", "    (*at)[2] = 0;\n    *(*at)++ = *text++;\n", 1_000_000,
-                    "^stack-buffer-overflow", "format/format.cpp")),
+                    "^stack-buffer-overflow", "format/format.cpp"),
+                Bug("the policy that has the rights of accounts is not closed",
+                    "security/service_account_creation.cpp", "  LsaClose(policy);\n", "", 400_000, "^a policy is left over$"),
+                Bug("the password of a new account is not published",
+                    "security/service_account_creation.cpp",
+                    "  MsiSetPropertyW(session, L\"PROP_ACCOUNTPASS\", account.password.text);\n", "", 400_000,
+                    "^an account is made, but PROP_ACCOUNTPASS is "),
+                Bug("an account is deleted that the installer did not make",
+                    "security/service_account_deletion.cpp", "!ownName || !IsSameName(user, ownName.get())", "!ownName",
+                    200_000, "is deleted, which the installer did not make$")),
 }
 
 

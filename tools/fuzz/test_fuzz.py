@@ -42,6 +42,11 @@ class TargetsTest(unittest.TestCase):
             planted_inputs = [file.name for file in fuzzing.corpus(target) if file.name.startswith(fuzzing.PLANTED)]
             self.assertEqual(planted_inputs, sorted(fuzzing.planted_name(index) for index in range(len(BUGS[target]))))
 
+    def test_actions_runs_each_entry_point(self):
+        entries = re.findall(r"^CustomAction\d+$", (ROOT / "src/frame/entry_points.def").read_text(encoding="utf-8"), re.MULTILINE)
+        actions = (ROOT / "fuzz/targets/actions.cpp").read_text(encoding="utf-8")
+        self.assertEqual(sorted(re.findall(r'\{"(CustomAction\d+)", Form::', actions)), sorted(entries))
+
     def test_words_belong_to_a_target(self):
         for file in fuzzing.WORDS.iterdir():
             self.assertIn(file.stem, fuzzing.TARGETS)
