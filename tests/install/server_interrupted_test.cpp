@@ -14,14 +14,27 @@
 namespace install {
 namespace {
 
-const char kNoteKey[] = "SOFTWARE\\Halvorstead\\Vantor\\Upgrade";
-
 // The action that refuses, and its text in the package.
 const char kRefusal[] = "RefuseInterrupted";
 const char kText[] =
     "An upgrade of this server was interrupted. Start the installation again. If this text comes again, "
     "nothing was undone: put [NOTEDASIDE] back as [NOTEDSERVER]{, [NOTEDASIDEDATA] as [NOTEDDATA]}, delete "
     "[UpgradeNote], install again (see server-upgrade.md).";
+
+// The lines that docs/server-upgrade.md has for an administrator, in their order, and the page's folders of
+// the data.
+const char kStop[] = R"page(net stop Vantor)page";
+const char kLook[] = R"page(reg query HKLM\SOFTWARE\Halvorstead\Vantor\Upgrade)page";
+const char kServerAway[] = R"page(ren "C:\Program Files\Halvorstead\Vantor" "Vantor (part)")page";
+const char kServerBack[] = R"page(ren "C:\Program Files\Halvorstead\Vantor (previous)" "Vantor")page";
+const char kDataAway[] = R"page(ren "D:\Store\Data" "Data (part)")page";
+const char kDataBack[] = R"page(ren "D:\Store\Data 2026-11-15" "Data")page";
+const char kNewAway[] = R"page(ren "D:\New Store\Data" "Data (part)")page";
+const char kSetting[] =
+    R"page(reg add HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings /v vtdf /d "D:\Store\Data\\" /f)page";
+const char kCompare[] = R"page(dir "C:\Program Files\Halvorstead\Vantor" "D:\Store\Data")page";
+const char kForget[] = R"page(reg delete HKLM\SOFTWARE\Halvorstead\Vantor\Upgrade /f)page";
+const char kPagesData[] = "D:\\Store\\Data", kPagesNew[] = "D:\\New Store\\Data";
 
 // Types of actions: an entry point of the library, deferred or in a rollback, without impersonation.
 constexpr int kDeferredAction = 3073, kRollbackAction = 3329;
@@ -58,6 +71,12 @@ DWORD Command(const std::wstring& command) {
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
   return code;
+}
+
+// Returns a folder of the note without its last backslash.
+std::string Folder(std::string noted) {
+  if (!noted.empty()) noted.pop_back();
+  return noted;
 }
 
 // The end of a script that a package is given: cancelled, or failed.
@@ -104,12 +123,12 @@ class ServerInterruptedTest : public ServerTest {
 
   /// Returns a value of the note; empty without one.
   static std::string Note(const char* name) {
-    return GetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, name).value_or("");
+    return GetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, name).value_or("");
   }
-  static bool HasNote() { return KeyExists(HKEY_LOCAL_MACHINE, kNoteKey); }
+  static bool HasNote() { return KeyExists(HKEY_LOCAL_MACHINE, kUpgradeKey); }
   static void WriteNote(const std::wstring& noted, const std::wstring& kept) {
-    SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "Aside", FromWide(kept) + "\\");
-    SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "Server", FromWide(noted) + "\\");
+    SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "Aside", FromWide(kept) + "\\");
+    SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "Server", FromWide(noted) + "\\");
   }
 
   /// Returns the folder next to the outside data whose name is theirs and a date.
@@ -145,19 +164,48 @@ class ServerInterruptedTest : public ServerTest {
             ", delete HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Upgrade, install again (see server-upgrade.md).");
   }
 
-  /// Does what the page says: the part is renamed, and each folder of the note gets its name back.
-  void PutBack() {
-    Command(L"sc stop Vantor");
-    const std::wstring pairs[][2] = {{ToWide(Note("Aside")), ToWide(Note("Server"))},
-                                     {ToWide(Note("AsideData")), ToWide(Note("Data"))}};
-    for (const auto& [kept, place] : pairs) {
-      if (kept.empty() || !FileExists(kept)) continue;
-      const std::wstring from = kept.substr(0, kept.size() - 1), to = place.substr(0, place.size() - 1);
-      if (FileExists(to)) EXPECT_EQ(Command(L"move \"" + to + L"\" \"" + to + L" (part)\""), 0u);
-      EXPECT_EQ(Command(L"move \"" + from + L"\" \"" + to + L"\""), 0u);
+  /// Types a line of the page, with this test's folders of the data in place of the page's. Returns its
+  /// result.
+  DWORD Type(const char* line, const std::wstring& newData = L"") {
+    std::string text = line;
+    const auto replace = [&text](const std::string& from, const std::string& to) {
+      for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+        text.replace(at, from.size(), to);
+    };
+    const std::string data = Note("Data");
+    replace(kPagesNew, FromWide(newData));
+    replace(std::string(kPagesData) + " 2026-11-15", Folder(Note("AsideData")));
+    replace(kPagesData, data.empty() ? FromWide(inside) : Folder(data));
+    return Command(ToWide(text));
+  }
+
+  /// Does what the page says: types its lines, each of them only if the folder exists that it names. Ends at
+  /// the first one that fails, and returns whether there is none.
+  bool PutBack() {
+    const auto exists = [](const std::string& folder) {
+      return !folder.empty() && FileExists(ToWide(folder));
+    };
+    const std::string data = Note("Data").empty() ? FromWide(inside) + "\\" : Note("Data");
+    const std::string newData = Note("NewData");
+    const bool isNewElsewhere = newData != data;
+    const bool isServerAside = exists(Note("Aside")), isDataAside = exists(Note("AsideData"));
+    const std::pair<const char*, bool> lines[] = {{kStop, true},
+                                                  {kLook, true},
+                                                  {kServerAway, isServerAside && exists(Note("Server"))},
+                                                  {kServerBack, isServerAside},
+                                                  {kDataAway, isDataAside && exists(Note("Data"))},
+                                                  {kDataBack, isDataAside},
+                                                  {kNewAway, isNewElsewhere && exists(newData)},
+                                                  {kSetting, isNewElsewhere || !Note("Data").empty()},
+                                                  {kCompare, true},
+                                                  {kForget, true}};
+    for (const auto& [line, isNeeded] : lines) {
+      if (!isNeeded || Type(line, ToWide(Folder(newData))) == 0 || line == kStop || line == kCompare)
+        continue;
+      return false;
     }
-    EXPECT_EQ(Command(L"reg delete HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Upgrade /f"), 0u);
     EXPECT_FALSE(HasNote());
+    return true;
   }
 
   const std::wstring inside = server + L"\\Data";
@@ -199,7 +247,7 @@ TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBac
       ExpectInterrupted(L"PROP_UPGRADE=1");
       EXPECT_EQ(ReadTree(aside), older);
 
-      PutBack();
+      EXPECT_TRUE(PutBack());
       EXPECT_EQ(ReadTree(server), older);
       EXPECT_EQ(ReadTree(data), OlderData("1"));
       const InstallerRun& run = Install(Server());
@@ -214,6 +262,36 @@ TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBac
   }
 }
 
+// The new server's data folder is another one, and has a part of a file. The copies in it would win over the
+// data, and the setting names it.
+TEST_F(ServerInterruptedTest, ACopyInAnotherFolderIsMovedAway) {
+  HX_NEEDS_WINE(Differs::kCancelled);
+  const std::wstring other = elsewhere + L"\\New";
+  const std::wstring given = L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + other + L"\"";
+  for (const std::wstring& data : {inside, outsideData}) {
+    SCOPED_TRACE(FromWide(data));
+    DeleteServer();
+    DeleteTree(programs);
+    DeleteTree(elsewhere);
+    const Tree older = WriteOlder(data);
+    InstallUntil(5893, End::kCancelled, {}, given);
+    EXPECT_EQ(Note("NewData"), FromWide(other) + "\\");
+    EXPECT_EQ(DataSetting(), FromWide(other) + "\\");
+    WriteTree(other, {{"a.b.c", "do"}});
+    const Tree part = ReadTree(other);
+    ExpectInterrupted(given);
+    EXPECT_TRUE(PutBack());
+    EXPECT_EQ(ReadTree(server), older);
+    EXPECT_EQ(ReadTree(data), OlderData("1"));
+    EXPECT_EQ(ReadTree(other + L" (part)"), part);
+    EXPECT_EQ(DataSetting(), FromWide(data) + "\\");
+    ExpectInstalled(Install(Server(), given));
+    EXPECT_EQ(ReadTree(other), Converted(OlderData("1")));
+    EXPECT_EQ(ReadTree(aside), older);
+    EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  }
+}
+
 // The engine knows the older server, which has no data: nothing was copied, and the note is there all the
 // same.
 TEST_F(ServerInterruptedTest, AServerWithoutDataIsRefusedToo) {
@@ -222,7 +300,7 @@ TEST_F(ServerInterruptedTest, AServerWithoutDataIsRefusedToo) {
   InstallUntil(3720);
   EXPECT_EQ(Note("Data"), "");
   ExpectInterrupted();
-  PutBack();
+  EXPECT_TRUE(PutBack());
   EXPECT_EQ(ReadTree(server), OlderProgram());
   const InstallerRun& run = Install(Server());
   EXPECT_EQ(run.exitCode, 0u);
@@ -249,23 +327,23 @@ TEST_F(ServerInterruptedTest, AfterTheNoteIsDeletedTheNextAttemptGoesOnWithTheNe
 TEST_F(ServerInterruptedTest, AnUpgradeThatEndsBeforeItsNoteIsNotRefused) {
   HX_NEEDS_WINE(Differs::kCancelled);
   const Tree older = WriteOlder(inside);
-  InstallUntil(2004);
+  InstallUntil(1996);
   EXPECT_FALSE(HasNote());
   EXPECT_EQ(ReadTree(server), older);
   // The first value of a note without its last one, and one of another upgrade.
-  SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "Aside", FromWide(aside) + "\\");
-  SetRegistryText(HKEY_LOCAL_MACHINE, kNoteKey, "AsideData", "D:\\earlier\\");
+  SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "Aside", FromWide(aside) + "\\");
+  SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "AsideData", "D:\\earlier\\");
   InstallUntil(2015);
   EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
   EXPECT_EQ(Note("AsideData"), "");
-  PutBack();
+  EXPECT_TRUE(PutBack());
   ExpectInstalled(Install(Server()));
   EXPECT_EQ(ReadTree(inside), Converted(OlderData("1")));
 }
 
 TEST_F(ServerInterruptedTest, ARollbackDeletesTheNote) {
   for (const std::wstring& data : {inside, outsideData}) {
-    for (int place : {2003, 2015, 2040, 3720, 4160, 5893}) {
+    for (int place : {1996, 2005, 2015, 2040, 3720, 4160, 5893}) {
       SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
       DeleteServer();
       DeleteTree(programs);
@@ -329,6 +407,107 @@ TEST_F(ServerInterruptedTest, ARollbackThatRunsTwiceChangesNothingMore) {
   EXPECT_NE(copies, "");
   EXPECT_EQ(Names(elsewhere), (std::vector<std::string>{"Data", copies}));
   EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+}
+
+// What an earlier upgrade has kept has another name before there is a note. So the note's folders exist only
+// if this upgrade has moved them.
+TEST_F(ServerInterruptedTest, TheNotesFoldersAreFreeUntilTheFirstMove) {
+  HX_NEEDS_WINE(Differs::kCancelled);
+  const Tree earlier = {{"vt.exe", "of an earlier version"}}, earlierData = {{"format.txt", "0\r\n"}};
+  for (const std::wstring& data : {inside, outsideData}) {
+    SCOPED_TRACE(FromWide(data));
+    DeleteServer();
+    DeleteTree(programs);
+    DeleteTree(elsewhere);
+    const Tree older = WriteOlder(data);
+    WriteTree(aside, earlier);
+    const std::wstring dated = data == inside ? L"" : outsideData + DateBehindName();
+    if (data != inside) WriteTree(dated, earlierData);
+    InstallUntil(2010, End::kCancelled,
+                 {"UPDATE `InstallExecuteSequence` SET `Sequence` = 2011 WHERE `Action` = "
+                  "'CustomAction15.Server'"});
+    EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+    EXPECT_EQ(Note("Aside"), FromWide(aside) + "\\");
+    EXPECT_EQ(Note("AsideData"), data == inside ? "" : FromWide(dated) + "\\");
+    EXPECT_EQ(ReadTree(server), older);
+    EXPECT_EQ(ReadTree(data), OlderData("1"));
+    const std::string renamed = NameWithTime(programs, "Vantor (previous)");
+    EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", renamed}));
+    EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(renamed)), earlier);
+    if (data != inside) {
+      const std::string renamedData = NameWithTime(elsewhere, "Data" + FromWide(DateBehindName()));
+      EXPECT_EQ(Names(elsewhere), (std::vector<std::string>{"Data", renamedData}));
+      EXPECT_EQ(ReadTree(elsewhere + L"\\" + ToWide(renamedData)), earlierData);
+    }
+
+    ExpectInterrupted();
+    EXPECT_TRUE(PutBack());
+    ExpectInstalled(Install(Server()));
+    EXPECT_EQ(ReadTree(aside), older);
+    EXPECT_EQ(ReadTree(data), Converted(OlderData("1")));
+    EXPECT_FALSE(HasNote());
+    EXPECT_EQ(Remove(Server()).exitCode, 0u);
+  }
+}
+
+// The earlier folder of the data is held: the run ends before its note, and nothing of this server was
+// changed.
+TEST_F(ServerInterruptedTest, APlaceThatCannotBeFreedEndsTheRunBeforeItsNote) {
+  const Tree earlier = {{"format.txt", "0\r\n"}};
+  for (const std::wstring& data : {inside, outsideData}) {
+    SCOPED_TRACE(FromWide(data));
+    DeleteServer();
+    DeleteTree(programs);
+    DeleteTree(elsewhere);
+    const Tree older = WriteOlder(data);
+    const std::wstring taken = data == inside ? aside : outsideData + DateBehindName();
+    WriteTree(taken, earlier);
+    HANDLE held = HoldFolder(taken);
+    const MachineState before = MachineState::Now();
+    const InstallerRun& run = Install(Server());
+    const std::string changed = MachineState::Now().Since(before);
+    CloseHandle(held);
+    // Wine's engine has another code for a program that fails.
+    ExpectRolledBack(run);
+    EXPECT_EQ(run.FailuresOf(data == inside ? "CheckServerFree" : "CheckDataFree").size(), 1u);
+    EXPECT_EQ(changed, "");
+    EXPECT_EQ(ReadTree(taken), earlier);
+    EXPECT_EQ(ReadTree(server), older);
+    EXPECT_EQ(ReadTree(data), OlderData("1"));
+    EXPECT_FALSE(HasNote());
+  }
+}
+
+// The copies of the data cannot be renamed, so the rollback cannot give the older data their name again. The
+// next attempt would take the copies for all data.
+TEST_F(ServerInterruptedTest, ARollbackThatPutsNotEverythingBackKeepsTheNote) {
+  const Tree older = WriteOlder(outsideData);
+  const InstallerRun& failed = InstallInterrupted([] {}, outsideData);
+  ExpectRolledBack(failed);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_FALSE(FileExists(aside));
+  EXPECT_EQ(ReadTree(Dated()), OlderData("1"));
+  EXPECT_EQ(Note("AsideData"), FromWide(Dated()) + "\\");
+  EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+
+  // The engine's rollback deletes the setting.
+  SetDataSetting(outsideData);
+  ExpectInterrupted();
+  // As long as the copies are held, the page's lines end at them. Nothing is moved into another folder, and
+  // the note stays.
+  HANDLE held = HoldFolder(outsideData);
+  EXPECT_FALSE(PutBack());
+  CloseHandle(held);
+  EXPECT_EQ(Names(elsewhere),
+            (std::vector<std::string>{"Data", FromWide(Dated()).substr(elsewhere.size() + 1)}));
+  EXPECT_EQ(ReadTree(Dated()), OlderData("1"));
+  EXPECT_TRUE(HasNote());
+  EXPECT_TRUE(PutBack());
+  EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
+  ExpectInstalled(Install(Server()));
+  EXPECT_EQ(ReadTree(aside), older);
+  EXPECT_EQ(ReadTree(outsideData), Converted(OlderData("1")));
+  EXPECT_FALSE(HasNote());
 }
 
 // Also a first installation, a server that the engine knows, and the note of a server in another folder.

@@ -83,8 +83,8 @@ TEST_F(ServerObstaclesTest, RollbackRestoresAServerWhoseFolderIsHeld) {
   Tree restored = ReadTree(server);
   EXPECT_EQ(TakeStamped(restored), With({}, "Data", OlderData("1")));
   EXPECT_EQ(restored, older);
-  EXPECT_EQ(ReadTree(aside), Tree());
-  EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", "Vantor (previous)"}));
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+  EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kUpgradeKey));
 }
 
 // What an earlier upgrade has moved aside cannot be renamed, or the server's folder cannot be moved. Nothing
@@ -104,9 +104,12 @@ TEST_F(ServerObstaclesTest, AServerThatCannotBeMovedAsideStaysAsItIs) {
       HANDLE held = HoldFolder(folder);
       const InstallerRun& stopped = Install(Server(), L"PROP_SILENCE=-1");
       CloseHandle(held);
-      EXPECT_EQ(stopped.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
+      // Wine's engine has another code for a program that fails, which is the check of the place here.
+      if (folder == server) EXPECT_EQ(stopped.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
       ExpectRolledBack(stopped);
-      EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), NoticesOfTheScript());
+      EXPECT_EQ(stopped.LinesWith(kCannotMoveAside).size(), folder == aside ? 0 : NoticesOfTheScript());
+      EXPECT_EQ(stopped.FailuresOf("CheckServerFree").size(), folder == aside ? 1u : 0u);
+      EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kUpgradeKey));
       EXPECT_EQ(ReadTree(server), older);
       // If only the server's folder is held, the earlier one has another name by then.
       const std::wstring kept =
@@ -144,7 +147,8 @@ TEST_F(ServerObstaclesTest, RollbackLosesNeitherOfTwoNamesThatDifferInCaseOnly) 
     EXPECT_EQ(ContentsOf(folder, "notes.txt"), both);
     // Data outside are moved back by renaming their folder.
     const std::wstring kept = ToWide(failed.Property(isOutside ? "DIR_UPG_DATA" : "DIR_UPG"));
-    EXPECT_EQ(ReadTree(kept + L"."), isOutside ? (Tree{{"(missing)", ""}}) : Tree());
+    EXPECT_EQ(ReadTree(kept + L"."), (Tree{{"(missing)", ""}}));
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kUpgradeKey));
   }
 }
 
@@ -182,10 +186,11 @@ TEST_F(ServerObstaclesTest, GivenFoldersTakePrecedenceOverFoundOnes) {
   const InstallerRun& upgraded = Install(
       Server(), L"PROP_SILENCE=-1 DIR_SERVER=\"" + server + L"\" DIR_DATAFOLDER=\"" + server + L"\\Data\"");
   ExpectInstalled(upgraded);
-  EXPECT_EQ(DeferredActions(upgraded),
-            (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server",
-                                      "CustomAction15.LookAtData", "CustomAction16.Data",
-                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
+  EXPECT_EQ(
+      DeferredActions(upgraded),
+      (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.LookAtOlder",
+                                "CustomAction15.Server", "CustomAction15.LookAtData", "CustomAction16.Data",
+                                "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 0u);
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
@@ -205,8 +210,9 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsUpgraded) {
   const InstallerRun& missing = Install(Server(), L"PROP_SILENCE=-1");
   ExpectInstalled(missing);
   EXPECT_EQ(DeferredActions(missing),
-            (std::vector<std::string>{"CustomAction15.Server", "CustomAction15.LookAtData",
-                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
+            (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.Server",
+                                      "CustomAction15.LookAtData", "CustomAction17.Clear",
+                                      "CustomAction17.Judge"}));
   EXPECT_EQ(missing.LinesWith(kCannotMerge).size(), 0u);
   EXPECT_EQ(ReadTree(aside), OlderProgram());
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", {}));
@@ -221,10 +227,11 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsUpgraded) {
   WriteTree(server, With(OlderProgram(), "Data", {}));
   const InstallerRun& empty = Install(Server(), L"PROP_SILENCE=-1 PROP_UPGRADE=1");
   ExpectInstalled(empty);
-  EXPECT_EQ(DeferredActions(empty),
-            (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server",
-                                      "CustomAction15.LookAtData", "CustomAction16.Data",
-                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
+  EXPECT_EQ(
+      DeferredActions(empty),
+      (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.LookAtOlder",
+                                "CustomAction15.Server", "CustomAction15.LookAtData", "CustomAction16.Data",
+                                "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(empty.LinesWith(kCannotMerge).size(), 0u);
   EXPECT_EQ(ReadTree(aside), With(OlderProgram(), "Data", {}));
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", {}));

@@ -140,6 +140,7 @@ const char kLink[] = "(link)";
 const char kServerKeyAbove[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor";
 const char kServerSettingsKey[] = "SYSTEM\\CurrentControlSet\\Services\\Vantor\\Settings";
 const char kMakerKey[] = "SOFTWARE\\Halvorstead";
+const char kUpgradeKey[] = "SOFTWARE\\Halvorstead\\Vantor\\Upgrade";
 
 Tree ReadTree(const std::wstring& folder) {
   Tree tree;
@@ -356,6 +357,14 @@ void ServerTest::TearDown() {
 
 void ServerTest::SetDataSetting(const std::wstring& folder) {
   SetRegistryText(HKEY_LOCAL_MACHINE, kServerSettingsKey, "vtdf", FromWide(folder));
+}
+
+std::wstring ServerTest::DateBehindName() {
+  SYSTEMTIME now = {};
+  GetLocalTime(&now);
+  wchar_t text[16] = {};
+  swprintf(text, std::size(text), L" %04u-%02u-%02u", now.wYear, now.wMonth, now.wDay);
+  return text;
 }
 
 std::optional<std::string> ServerTest::DataSetting() {

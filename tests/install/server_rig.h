@@ -49,6 +49,9 @@ const Package& OlderServer();
 /// packages keep the server's folder.
 extern const char kServerSettingsKey[], kServerKeyAbove[], kMakerKey[];
 
+/// The key of the note that an upgrade is under way.
+extern const char kUpgradeKey[];
+
 /// Returns data of an older server: nested folders; long names, names outside ASCII and outside the system's
 /// code page, names like short (8.3) names; an empty file and an empty folder. The converter reads `format`:
 /// it converts "1" to "2", and fails for anything but "1" and "2".
@@ -85,6 +88,9 @@ class ServerTest : public InstallTest {
   /// A place for data outside the server's folder, and for a server of the earlier layout.
   const std::wstring elsewhere = L"C:\\Vantor Store";
   const std::wstring outsideData = elsewhere + L"\\Data";
+
+  /// Returns a blank and the local ISO date, as CustomAction20 writes them after a name.
+  static std::wstring DateBehindName();
 
   /// Sets the data folder in the server's settings.
   void SetDataSetting(const std::wstring& folder);

@@ -10,15 +10,6 @@ namespace {
 
 class ServerUpgradeTest : public ServerTest {
  protected:
-  /// Returns a blank and the local ISO date, as CustomAction20 writes them after a name.
-  static std::wstring DateBehindName() {
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    wchar_t text[16];
-    swprintf(text, 16, L" %04d-%02d-%02d", now.wYear, now.wMonth, now.wDay);
-    return text;
-  }
-
   /// Expects that the program contains the texts that the firewall shows for its rules.
   static void ExpectFirewallTexts(const std::wstring& program) {
     HMODULE image = LoadLibraryExW(program.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
@@ -65,10 +56,11 @@ TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
   WriteTree(server, older);
   const InstallerRun& upgraded = Install(Server());
   ExpectInstalled(upgraded);
-  EXPECT_EQ(DeferredActions(upgraded),
-            (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server",
-                                      "CustomAction15.LookAtData", "CustomAction16.Data",
-                                      "CustomAction17.Clear", "CustomAction17.Judge"}));
+  EXPECT_EQ(
+      DeferredActions(upgraded),
+      (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.LookAtOlder",
+                                "CustomAction15.Server", "CustomAction15.LookAtData", "CustomAction16.Data",
+                                "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(ReadTree(server), With(NewProgram(), "Data", Converted(OlderData("1"))));
   EXPECT_EQ(DataSetting(), FromWide(server + L"\\Data\\"));
@@ -148,11 +140,11 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   if (upgraded.Property("DIR_UPG_DATA").find(FromWide(date)) == std::string::npos) date = DateBehindName();
 
   ExpectInstalled(upgraded);
-  EXPECT_EQ(
-      DeferredActions(upgraded),
-      (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.Server", "CustomAction15.Data",
-                                "CustomAction15.LookAtData", "CustomAction16.Data", "CustomAction17.Clear",
-                                "CustomAction17.Judge"}));
+  EXPECT_EQ(DeferredActions(upgraded),
+            (std::vector<std::string>{
+                "CustomAction15.FreeServer", "CustomAction15.FreeData", "CustomAction15.LookAtOlder",
+                "CustomAction15.Server", "CustomAction15.Data", "CustomAction15.LookAtData",
+                "CustomAction16.Data", "CustomAction17.Clear", "CustomAction17.Judge"}));
   const std::wstring data = outsideData + date;
   EXPECT_EQ(ReadTree(aside), OlderProgram());
   EXPECT_EQ(ReadTree(server), NewProgram());

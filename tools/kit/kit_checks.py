@@ -57,6 +57,7 @@ PATH_SOURCES = {
     "DIR_EXDATA": "CustomAction20, in the same sequence",
     "DIR_UPG": "CustomAction20, in the same sequence",
     "DIR_UPG_DATA": "CustomAction20, in the same sequence",
+    "LastAside": "DIR_UPG or DIR_UPG_DATA, in the same sequence",
     "ServerDataName": "the package",
     "System64Folder": "the engine",
 }

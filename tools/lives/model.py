@@ -479,7 +479,8 @@ class Server(Product):
         if self.noted:
             key = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"
             found.update({key: "", key + "Upgrade\\": "", key + "Upgrade\\Server": text(self.folder),
-                          key + "Upgrade\\Aside": text(self.folder[:-1] + " (previous)\\")})
+                          key + "Upgrade\\Aside": text(self.folder[:-1] + " (previous)\\"),
+                          key + "Upgrade\\NewData": text(self.folder + "Data\\")})
         if self.has_key:
             found["HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"] = ""
         if self.has_place:

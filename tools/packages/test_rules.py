@@ -11,7 +11,7 @@ from unittest import mock
 from kit.kit_checks import reads_data, read_kit
 from kit.guide_examples import examples
 from packages import rules
-from packages.compiler import compile_source
+from packages.compiler import CompilerError, compile_source
 from packages.fragments import read_fragments
 from packages.sample_library import ROOT, make_library
 from packages.tables import Column, PackageError, Table, read_package
@@ -187,26 +187,27 @@ class RulesTest(unittest.TestCase):
                           changed.format("ForgetNote"))
 
     def test_key_of_the_note(self):
-        """A package names its own key, and does not write the note itself."""
-        own, standard = "SOFTWARE\\Maker\\Note", "SOFTWARE\\Halvorstead\\Vantor\\Upgrade"
+        """All packages have the same key. A package cannot name another one."""
+        key = "SOFTWARE\\Halvorstead\\Vantor\\Upgrade"
         text = (ROOT / "packages/server/server.wxs").read_text(encoding="utf-8")
         (self.folder / "note").mkdir()
         (self.folder / "note/server.wxs").write_text(
-            text.replace("<?include library.wxi?>", f'<?define UpgradeKey = "{own}"?><?include library.wxi?>'), encoding="utf-8")
-        variables = {name: "x" for name in ("Version", "Processor", "LibraryFile", "ProgramFile")}
-        for folder, there, missing in ((self.folder / "note", own, standard), (ROOT / "packages/server", standard, own)):
-            database = compile_source(folder / "server.wxs", [ROOT / "packages", ROOT / "packages/server"], {
-                **variables, "Version": "1.2.3", "ProductCode": "{11111111-2222-3333-4444-555555555555}"})
-            keys = [row["Key"] for row in database.rows("RegLocator") if row["Name"] in ("Server", "Aside", "Data", "AsideData")]
-            self.assertEqual(keys, [there] * 4)
-            commands = {row["Action"]: row["Target"] for row in database.rows("CustomAction")
-                        if row["Source"] == "RegistryProgram" and row["Target"].startswith(("add ", "delete "))}
-            self.assertEqual(set(commands), {"ForgetNoteBack", "ForgetOlderNote", "NoteAside", "NoteData", "NoteAsideData",
-                                             "NoteServer", "ForgetNote"})
-            for command in commands.values():
-                self.assertIn(f'"HKLM\\{there}"', command)
-                self.assertNotIn(missing, command)
-            self.assertEqual(database.properties()["UpgradeNote"], f"HKLM\\{there}")
+            text.replace("<?include library.wxi?>", '<?define NoteKey = "SOFTWARE\\Own"?><?include library.wxi?>'), encoding="utf-8")
+        folders = [ROOT / "packages", ROOT / "packages/server"]
+        variables = {**{name: "x" for name in ("Processor", "LibraryFile", "ProgramFile")}, "Version": "1.2.3",
+                     "ProductCode": "{11111111-2222-3333-4444-555555555555}"}
+        with self.assertRaisesRegex(CompilerError, "The variable 'NoteKey' .* was previously declared"):
+            compile_source(self.folder / "note/server.wxs", folders, variables)
+        database = compile_source(folders[1] / "server.wxs", folders, variables)
+        keys = [row["Key"] for row in database.rows("RegLocator") if row["Name"] in ("Server", "Aside", "Data", "AsideData")]
+        self.assertEqual(keys, [key] * 4)
+        commands = {row["Action"]: row["Target"] for row in database.rows("CustomAction")
+                    if row["Source"] in ("RegistryProgram", "CommandProgram") and "HKLM" in row["Target"]}
+        self.assertEqual(set(commands), {"ForgetNoteBack", "ForgetOlderNote", "NoteNewData", "NoteAside", "NoteData",
+                                         "NoteAsideData", "NoteServer", "ForgetNote"})
+        for command in commands.values():
+            self.assertIn(f'"HKLM\\{key}"', command)
+        self.assertEqual(database.properties()["UpgradeNote"], f"HKLM\\{key}")
 
     def test_binary_is_missing(self):
         calls = "CustomAction5, CustomAction19, CustomAction23, CustomAction23.Rollback"

@@ -170,6 +170,26 @@ TEST_F(TreeCopyLineTest, AMoveBackThatRunsTwiceChangesNothingMore) {
                    "LocalFree(local-memory#2) = null"}));
 }
 
+// What makes a place free before an upgrade: the source does not exist.
+TEST_F(TreeCopyLineTest, APlaceIsMadeFree) {
+  const wchar_t* const free = L"x -mobil 'T:\\Kept\\no such entry' 'T:\\Kept\\.'";
+  const Names renamed = {L"Kept 2026-11-15 11-30-45\\", L"Kept 2026-11-15 11-30-45\\f = Kept\\f"};
+  Make({L"Kept\\", L"Kept\\f"});
+  EXPECT_EQ(Run(free), 0);
+  EXPECT_EQ(Made(), renamed);
+  // Nothing is there any more.
+  EXPECT_EQ(Run(free), 0);
+  EXPECT_EQ(Made(), renamed);
+  EXPECT_CALLS({});
+}
+
+TEST_F(TreeCopyLineTest, APlaceThatCannotBeMadeFreeStays) {
+  Make({L"Kept\\", L"Kept\\no such entry", L"Kept 2026-11-15 11-30-45\\"});
+  EXPECT_EQ(Run(L"x -mobil 'T:\\Kept\\no such entry' 'T:\\Kept\\.'"), 0);
+  EXPECT_EQ(Made(),
+            (Names{L"Kept\\", L"Kept 2026-11-15 11-30-45\\", L"Kept\\no such entry = Kept\\no such entry"}));
+}
+
 TEST_F(TreeCopyLineTest, APackagesMoveAside) {
   Make({L"Server\\", L"Server\\data\\", L"Server\\data\\f", L"Old\\", L"Old\\g"});
   EXPECT_EQ(Run(L"x -m 'T:\\Server\\' 'T:\\Old\\'"), -15);
