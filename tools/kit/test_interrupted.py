@@ -1,6 +1,7 @@
 """After an upgrade of the server that was interrupted, the next attempt is refused at the place right after InstallInitialize,
 where the engine rolls the interrupted run back. Nothing else refuses it before, and nothing changes the machine before."""
 
+import re
 import unittest
 
 from support import TOOLS, load_script
@@ -77,16 +78,29 @@ class InterruptedTest(unittest.TestCase):
         """It is written before the first folder is moved, its value Server last; and deleted before services start. In a
         rollback it is deleted last."""
         place = {row.action: row.number for row in self.model.rows if row.place == "execute"}
-        notes = ["NoteAside", "NoteData", "NoteAsideData", "NoteServer"]
+        notes = ["NoteNewData", "NoteAside", "NoteData", "NoteAsideData", "NoteServer"]
         self.assertEqual(sorted(notes, key=place.get)[-1], "NoteServer")
         self.assertLess(place["NoteServer"], place["CustomAction15.Server"])
         self.assertLess(max(number for action, number in place.items() if action.startswith(("CustomAction16", "CustomAction17",
                                                                                               "Convert"))), place["ForgetNote"])
         self.assertLess(place["ForgetNote"], 5900)
+        # Nothing has the places of the folders then: they are freed, and checked.
+        freed = ["CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree", "CheckDataFree"]
+        self.assertEqual(sorted(freed, key=place.get), freed)
+        self.assertLess(place["CheckDataFree"], min(place[name] for name in notes))
         undone = [number for action, number in place.items() if self.model.actions.get(action, {}).get("Execute") == "rollback"]
         self.assertEqual(min(undone), place["ForgetNoteBack"])
-        for name in (*notes, "ForgetNote"):
+        for name in (*notes, *freed, "ForgetNote"):
             self.assertEqual(self.model.actions[name].get("Return"), "check", name)
+
+    def test_the_page_has_the_lines_that_the_tests_type(self):
+        page = (TOOLS.parent / "docs/server-upgrade.md").read_text(encoding="utf-8")
+        section = re.search(r"^### An upgrade that was interrupted\n(.*?)^### ", page, re.MULTILINE | re.DOTALL)[1]
+        lines = re.findall(r"^    (\S.*)$", section, re.MULTILINE)
+        test = (TOOLS.parent / "tests/install/server_interrupted_test.cpp").read_text(encoding="utf-8")
+        typed = re.findall(r'const char k\w+\[\] =\s+R"page\((.*?)\)page";', test)
+        self.assertEqual(lines, typed)
+        self.assertEqual(len(lines), 10)
 
 
 if __name__ == "__main__":
