@@ -266,7 +266,7 @@ TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBac
 // data, and the setting names it.
 TEST_F(ServerInterruptedTest, ACopyInAnotherFolderIsMovedAway) {
   HX_NEEDS_WINE(Differs::kCancelled);
-  const std::wstring other = elsewhere + L"\\New";
+  const std::wstring other = elsewhere + L"\\New\\Data";
   const std::wstring given = L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + other + L"\"";
   for (const std::wstring& data : {inside, outsideData}) {
     SCOPED_TRACE(FromWide(data));
