@@ -188,7 +188,7 @@ TEST_F(ServerObstaclesTest, GivenFoldersTakePrecedenceOverFoundOnes) {
   ExpectInstalled(upgraded);
   EXPECT_EQ(
       DeferredActions(upgraded),
-      (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.LookAtOlder",
+      (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.FreeServer",
                                 "CustomAction15.Server", "CustomAction15.LookAtData", "CustomAction16.Data",
                                 "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(upgraded.LinesWith(kCannotMerge).size(), 0u);
@@ -229,7 +229,7 @@ TEST_F(ServerObstaclesTest, AServerWithoutDataIsUpgraded) {
   ExpectInstalled(empty);
   EXPECT_EQ(
       DeferredActions(empty),
-      (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.LookAtOlder",
+      (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.FreeServer",
                                 "CustomAction15.Server", "CustomAction15.LookAtData", "CustomAction16.Data",
                                 "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(empty.LinesWith(kCannotMerge).size(), 0u);

@@ -58,7 +58,7 @@ TEST_F(ServerUpgradeTest, DataInsideTheOlderFolder) {
   ExpectInstalled(upgraded);
   EXPECT_EQ(
       DeferredActions(upgraded),
-      (std::vector<std::string>{"CustomAction15.FreeServer", "CustomAction15.LookAtOlder",
+      (std::vector<std::string>{"CustomAction15.LookAtOlder", "CustomAction15.FreeServer",
                                 "CustomAction15.Server", "CustomAction15.LookAtData", "CustomAction16.Data",
                                 "CustomAction17.Clear", "CustomAction17.Judge"}));
   EXPECT_EQ(ReadTree(aside), older);
@@ -142,7 +142,7 @@ TEST_F(ServerUpgradeTest, DataOutsideTheOlderFolderOfAServerThatTheEngineDoesNot
   ExpectInstalled(upgraded);
   EXPECT_EQ(DeferredActions(upgraded),
             (std::vector<std::string>{
-                "CustomAction15.FreeServer", "CustomAction15.FreeData", "CustomAction15.LookAtOlder",
+                "CustomAction15.LookAtOlder", "CustomAction15.FreeServer", "CustomAction15.FreeData",
                 "CustomAction15.Server", "CustomAction15.Data", "CustomAction15.LookAtData",
                 "CustomAction16.Data", "CustomAction17.Clear", "CustomAction17.Judge"}));
   const std::wstring data = outsideData + date;
