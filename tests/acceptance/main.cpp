@@ -58,7 +58,7 @@ bool Has(int count, wchar_t** words, int first, const wchar_t* word) {
   return false;
 }
 
-// Returns the word after `word`; empty if there is none.
+// Returns the word after `word`; empty if `word` is the last or is missing.
 std::wstring After(int count, wchar_t** words, int first, const wchar_t* word) {
   for (int i = first; i + 1 < count; ++i) {
     if (_wcsicmp(words[i], word) == 0) return words[i + 1];

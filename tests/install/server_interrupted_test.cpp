@@ -1,7 +1,7 @@
 // Upgrades of a server that were interrupted in their script, and the attempts after that. The engine here
 // does not roll back a script that was cancelled, so a package that is cancelled at a place of the sequence
-// stands for an engine that was ended. The note in the registry that an upgrade is under way refuses the next
-// attempt.
+// does what an engine does that is ended there. The next attempt is refused, because the registry has the
+// note that an upgrade is under way.
 
 #include <msi.h>
 #include <msiquery.h>
@@ -179,8 +179,17 @@ class ServerInterruptedTest : public ServerTest {
     return Command(ToWide(text));
   }
 
+  /// Deletes what an earlier round has left, and writes an older server with its data in `data`. Returns its
+  /// folder.
+  Tree WriteOnlyOlder(const std::wstring& data) {
+    DeleteServer();
+    DeleteTree(programs);
+    DeleteTree(elsewhere);
+    return WriteOlder(data);
+  }
+
   /// Does what the page says: types its lines, each of them only if the folder exists that it names. Ends at
-  /// the first one that fails, and returns whether there is none.
+  /// the first one that fails. Returns true if all succeeded.
   bool PutBack() {
     const auto exists = [](const std::string& folder) {
       return !folder.empty() && FileExists(ToWide(folder));
@@ -222,10 +231,7 @@ TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBac
   HX_NEEDS_WINE(Differs::kCancelled);
   for (const auto& [data, place] : {std::pair(inside, 4100), {outsideData, 4115}}) {
     SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
-    DeleteServer();
-    DeleteTree(programs);
-    DeleteTree(elsewhere);
-    const Tree older = WriteOlder(data);
+    const Tree older = WriteOnlyOlder(data);
     InstallUntil(place);
     const bool isOutside = data != inside;
     EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
@@ -263,10 +269,7 @@ TEST_F(ServerInterruptedTest, ACopyInAnotherFolderIsMovedAway) {
   const std::wstring given = L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + other + L"\"";
   for (const std::wstring& data : {inside, outsideData}) {
     SCOPED_TRACE(FromWide(data));
-    DeleteServer();
-    DeleteTree(programs);
-    DeleteTree(elsewhere);
-    const Tree older = WriteOlder(data);
+    const Tree older = WriteOnlyOlder(data);
     InstallUntil(5893, End::kCancelled, {}, given);
     EXPECT_EQ(Note("NewData"), FromWide(other) + "\\");
     EXPECT_EQ(DataSetting(), FromWide(other) + "\\");
@@ -342,10 +345,7 @@ TEST_F(ServerInterruptedTest, ARollbackDeletesTheNote) {
                                     {outsideData, 2040},
                                     {outsideData, 5893}}) {
     SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
-    DeleteServer();
-    DeleteTree(programs);
-    DeleteTree(elsewhere);
-    const Tree older = WriteOlder(data);
+    const Tree older = WriteOnlyOlder(data);
     const InstallerRun& failed = InstallUntil(place, End::kFailed);
     ExpectRolledBack(failed);
     EXPECT_FALSE(HasNote());
@@ -412,10 +412,7 @@ TEST_F(ServerInterruptedTest, TheNotesFoldersAreFreeUntilTheFirstMove) {
   const Tree earlier = {{"vt.exe", "of an earlier version"}}, earlierData = {{"format.txt", "0\r\n"}};
   for (const std::wstring& data : {inside, outsideData}) {
     SCOPED_TRACE(FromWide(data));
-    DeleteServer();
-    DeleteTree(programs);
-    DeleteTree(elsewhere);
-    const Tree older = WriteOlder(data);
+    const Tree older = WriteOnlyOlder(data);
     WriteTree(aside, earlier);
     const std::wstring dated = data == inside ? L"" : outsideData + DateBehindName();
     if (data != inside) WriteTree(dated, earlierData);
@@ -452,10 +449,7 @@ TEST_F(ServerInterruptedTest, APlaceThatCannotBeFreedEndsTheRunBeforeItsNote) {
   const Tree earlier = {{"format.txt", "0\r\n"}};
   for (const std::wstring& data : {inside, outsideData}) {
     SCOPED_TRACE(FromWide(data));
-    DeleteServer();
-    DeleteTree(programs);
-    DeleteTree(elsewhere);
-    const Tree older = WriteOlder(data);
+    const Tree older = WriteOnlyOlder(data);
     const std::wstring taken = data == inside ? aside : outsideData + DateBehindName();
     WriteTree(taken, earlier);
     HANDLE held = HoldFolder(taken);

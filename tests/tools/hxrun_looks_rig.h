@@ -132,7 +132,7 @@ class Text {
   BSTR text_;
 };
 
-/// An object that stands for one of Windows, with the methods that a test gives it. All others return
+/// A made-up object in place of one of Windows, with the methods that a test gives it. All others return
 /// E_NOTIMPL.
 class RawObject {
  public:
