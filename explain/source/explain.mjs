@@ -387,6 +387,7 @@ class Explainer {
     if (run.engine === "wine" && all.includes(0)) return "failed";
     if (code === 1602 || all.includes(2)) return "cancelled";
     if (all.includes(3)) return "failed";
+    if (all.includes(4)) return "suspended";
     if (code > 0 && code !== 3010 && code !== 1641) return run.acted ? "failed" : "refused";
     if (code === 0 || code === 3010 || code === 1641) return "success";
     if (run.outcomes.length) return OUTCOMES.get(run.outcomes[run.outcomes.length - 1].number) ? "success" : "failed";
@@ -400,7 +401,7 @@ class Explainer {
     const { run } = this;
     const kind = this.kind();
     const outcome = this.outcome();
-    const failed = outcome === "success" || outcome === "refused" ? null : this.failure();
+    const failed = ["success", "refused", "suspended"].includes(outcome) ? null : this.failure();
     const said = this.lines(kind);
     const { cause, todo, anchor, line } = this.cause(outcome, failed, said);
     const product = this.property("ProductName");
@@ -436,6 +437,10 @@ class Explainer {
       return { cause, todo, anchor, line };
     }
     if (!run.begun) cause.push(WORDS.headless);
+    if (outcome === "suspended") {
+      cause.push(WORDS.suspended);
+      return { cause, todo: WORDS.afterSuspended, anchor, line: run.last };
+    }
     if (outcome === "unfinished") cause.push(WORDS.unfinished);
     if (outcome === "refused" || (!failed && code > 0 && !run.errors.length)) {
       const known = knowledge.engine[code];

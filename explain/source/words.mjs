@@ -6,6 +6,7 @@ export const WORDS = {
   kinds: { install: "The installation", upgrade: "The upgrade", repair: "The repair", remove: "The removal",
     change: "The change", replaced: "The upgrade's own removal", unknown: "The run" },
   outcomes: { success: "succeeded", failed: "failed", cancelled: "was cancelled", unfinished: "has no end in this log",
+    suspended: "has stopped for a restart and is not complete",
     refused: "was refused", unknown: "has no result in this log" },
   /** @param {string} kind @param {string} product @param {string} outcome @param {boolean} back */
   sentence: (kind, product, outcome, back) => `${kind}${product ? ` of ${product}` : ""} ${outcome}${back ? " and was rolled back" : ""}.`,
@@ -24,6 +25,8 @@ export const WORDS = {
   noAction: "The log shows no action that failed.",
   restart: "The machine must be restarted to complete it.",
   restarting: "The machine is restarted to complete it.",
+  suspended: "An action of the package (ForceReboot) stopped it. Windows Installer does the rest after the restart.",
+  afterSuspended: "restart the machine and log on, and Windows Installer continues. If it does not, run the same package again. That run has a log of its own",
   unfinished: "The log ends in the middle of the run: it was cut, the run is still going on, or the installer was ended.",
   headless: "The beginning of the run is missing in this log.",
   cancelHidden: "This engine writes a cancelled run like one that failed.",

@@ -73,6 +73,15 @@ describe("a log that is unlike others", () => {
       ["3010", "done; something that was in use is replaced at the next start of the machine"]]);
   });
 
+  it("of an installation that an action stops for a restart", async () => {
+    const text = microsoft("ForceReboot", [], { result: 4 });
+    for (const end of ["", "MSI (s) (2C:1C) [10:00:02:000]: MainEngineThread is returning 3010\r\n", "MSI (s) (2C:1C) [10:00:02:000]: MainEngineThread is returning 1641\r\n"]) {
+      const { reports } = await explained(text + end);
+      assert.deepEqual(reports.map(({ outcome, sentence }) => [outcome, sentence]), [["suspended", "The installation has stopped for a restart and is not complete."]]);
+      assert.deepEqual([causesOf(reports[0]), reports[0].todo, reports[0].failed, reports[0].causeLine], [[WORDS.suspended], WORDS.afterSuspended, "", reports[0].last]);
+    }
+  });
+
   it("of a run that was cancelled while its script ran", async () => {
     const [report] = await reportsOf("cancelled-in-script");
     assert.equal(report.sentence, "The installation of P 1.0.1 was cancelled and was rolled back.");
