@@ -101,7 +101,7 @@ OTHER_NUMBERS = {
     "docs/actions/server.md": "1970",        # the first year of a time stamp
     "docs/authoring-v4.md": "65001",         # the code page of UTF-8
     "docs/authoring.md": "38 200 5890",
-    "docs/before-you-adopt.md": "64,000,000,000",
+    "docs/before-you-adopt.md": "64,000,000,000 2016",
     "docs/hxrun.md": "38 183 247 259 32769",  # a folder's number and an error mode, in a trace; an error and limits of Windows
     "docs/server-upgrade.md": "2026",        # the day of an example
     "docs/troubleshooting.md": "37 38 200 400 700",
