@@ -286,8 +286,23 @@ class TestsTest(TreeTest):
                     self.assertIsNone(tests.kill(rounds))
                 self.assertEqual(self.answers, [])
 
+    def test_the_second_run_of_a_mutant_is_not_one_of_the_tries(self):
+        begun = ["[ RUN      ] A.B"]
+        rounds = [[Suite("unit", "A", 1, "a_test.cpp")]]
+        for last, result in (((begun, 124), ("unit", Killed("A.B", "hung"))), (([], 0), None)):
+            with self.subTest(result):
+                # The library as it is passes only in the third try.
+                self.given.clear()
+                self.answers = [(begun, 124)] * 5 + [([], 0), last]
+                with self.opened() as tests:
+                    self.assertEqual(tests.kill(rounds), result)
+                self.assertEqual(self.answers, [])
+                self.assertEqual([variables["HX_LIBRARY_DIR"].removeprefix("Z:\\run\\") for variables, _, _ in self.given],
+                                 ["guarded", "guarded-unchanged"] * 3 + ["guarded"])
+
     def test_an_unchanged_library_that_never_passes_ends_the_run(self):
-        for answer, how in ((([], None), " broke off"), ((["[  FAILED  ] A.B (1 ms)"], 1), "A.B failed")):
+        for answer, how in ((([], None), " broke off"), ((["[ RUN      ] A.B"], 124), "A.B hung"),
+                            ((["[  FAILED  ] A.B (1 ms)"], 1), "A.B failed")):
             self.answers = [answer] * 6
             with self.subTest(how), self.opened() as tests, \
                     self.assertRaisesRegex(Failed, f"^{how} with the library as it is, 3 times$"):

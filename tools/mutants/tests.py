@@ -146,21 +146,17 @@ class Tests:
     def notice(self, level, filter, seconds):
         """None, or how tests of a level notice the changed library. They must pass with the library as it is: a failing test
         by itself, and all of them after a run that hung or broke off. Such a run does not say why, and the machine can be the
-        reason, so it counts only if the next run with the changed library is not passed either."""
-        had_no_test = False
+        reason, so it counts only if the changed library does not pass directly after that either."""
         for _ in range(TRIES):
             killed = self.run(level, filter, seconds)
-            if not killed or had_no_test:
-                return killed
+            if not killed:
+                return None
             failed = killed.how == "failed"
             unchanged = self.run(level, killed.test if failed else filter, seconds, libraries=UNCHANGED)
-            if unchanged:
-                # An earlier mutant may have left something: a new Windows decides.
-                self.close()
-            elif failed:
-                return killed
-            else:
-                had_no_test = True
+            if not unchanged:
+                return killed if failed else self.run(level, filter, seconds)
+            # An earlier mutant may have left something: a new Windows decides.
+            self.close()
         raise Failed(f"{unchanged.test} {unchanged.how} with the library as it is, {TRIES} times")
 
 
