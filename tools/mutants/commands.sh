@@ -12,8 +12,8 @@ of src/ that the unit and the actions tests run, and builds and tests a library 
 without it) takes the same changes. A changed library that hangs is ended. Changes that do not compile, or that make the same
 code, do not count.
 
-A survivor needs a new test, or an entry with its reason in tools/mutants/settled.txt. The exit status is 0 if there is
-neither a survivor without an entry nor an entry without its line.
+A survivor needs a new test, or an entry with its reason in tools/mutants/settled.txt. The exit status is 0 if every survivor
+has an entry, every entry has its line, and no test notices a mutant that has an entry.
 
   --survivors  runs only those again that survived the last run of this SEED, for example after a new test
 

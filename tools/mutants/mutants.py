@@ -5,11 +5,12 @@
 
 FOLDER is the folder of a run with the test programs and the libraries that count what runs; ./hx mutants makes it and calls
 this script. Takes COUNT random changes of lines that the tests run; the same SEED takes the same ones. Each result is kept in
-build/mutants at once, so that a run that was interrupted continues where it was. The exit status is 0 if each mutant was
-noticed or is in settled.txt.
+build/mutants at once, so that a run that was interrupted continues where it was. The exit status is 0 if settled.txt has
+exactly the right entries: the mutants that no test notices, and no other ones.
 """
 
 import argparse
+import functools
 import hashlib
 import json
 import random
@@ -57,15 +58,18 @@ def sources_of(root):
             for path in sorted((root / "src").glob("*/*")) if path.suffix in (".cpp", ".h")}
 
 
+def mutant_of(source, text, change):
+    before, after = settled.lines_of(text, change)
+    return Mutant(source, line_of(text, change.start), change.name, change, before, after)
+
+
 def candidates(sources, seed):
     """A change of each place of the sources, in an order and with a choice that depend only on the seed and on the sources."""
     places = [(source, changes) for source, text in sorted(sources.items()) for changes in places_of(text)]
     chance = random.Random(seed)
     chance.shuffle(places)
     for source, changes in places:
-        change = chance.choice(changes)
-        before, after = settled.lines_of(sources[source], change)
-        yield Mutant(source, line_of(sources[source], change.start), change.name, change, before, after)
+        yield mutant_of(source, sources[source], chance.choice(changes))
 
 
 class Reach:
@@ -115,7 +119,9 @@ class Run:
         # What other scripts have measured or judged is not used again.
         self.of_sources = digest(*(name + text for name, text in self.sources.items()), *JUDGES)
         self.of_all = digest(self.of_sources, *(self.programs / program for program in PROGRAMS.values()))
+        self.places_in = functools.cache(lambda source: settled.places_in(self.sources[source]) if source in self.sources else None)
         self.entries = settled.read(settled.LIST.read_text(encoding="utf-8"))
+        settled.check(self.entries, self.places_in)
         self.skipped = {"does not compile": 0, "same code": 0}
 
     # ---- what is measured once
@@ -209,22 +215,29 @@ class Run:
 
     def report(self, results):
         """Prints what became of the mutants, and writes the same to report.txt. Returns the exit status."""
-        lines, survivors, listed = [], [], {kind: 0 for kind in settled.KINDS}
+        lines, survivors, wrong, listed = [], [], [], {kind: 0 for kind in settled.KINDS}
         for mutant, result in results:
-            if result["outcome"] == SURVIVED:
-                entry = settled.reason_of(self.entries, mutant.source, mutant.before, mutant.after)
-                if entry:
-                    listed[entry.kind] += 1
-                else:
-                    survivors.append(mutant)
+            key = settled.key_of(mutant.source, self.sources[mutant.source], mutant.change, self.places_in(mutant.source))
+            entry = settled.entry_of(self.entries, key)
+            if result["outcome"] == SURVIVED and entry:
+                listed[entry.kind] += 1
+            elif result["outcome"] == SURVIVED:
+                survivors.append((mutant, key))
+            elif entry:
+                wrong.append((mutant, result))
         killed = [result for _, result in results if result["outcome"] == KILLED]
-        for mutant in survivors:
+        for mutant, key in survivors:
             lines += ["", f"{mutant.source}:{mutant.line} ({mutant.name}, seed {self.seed}) survived:",
                       f"  - {mutant.before}", f"  + {mutant.after}"]
-        gone = settled.gone(self.entries, self.changes_of)
+            if key.of > 1:
+                lines.append(f"  (an entry of {settled.LIST.name} begins with \"{key.place}\")")
+        for mutant, result in wrong:
+            lines += ["", f"{settled.LIST.name}: {result['test'] or 'a test'} notices this mutant: remove the entry",
+                      f"  {mutant.source}:{mutant.line}", f"  - {mutant.before}", f"  + {mutant.after}"]
+        gone = settled.gone(self.entries, self.places_in)
         for entry in gone:
-            lines += ["", f"{settled.LIST.name}: {entry.source} has no such line and change any more:",
-                      f"  - {entry.before}", f"  + {entry.after}"]
+            lines += ["", f"{settled.LIST.name}: {entry.key.source} has no such line and change any more:",
+                      f"  - {entry.key.before}", f"  + {entry.key.after}"]
         lines += ["", f"{len(results)} mutants of seed {self.seed}: {len(killed)} killed "
                       f"({sum(result['how'] == 'hung' for result in killed)} of them hung), "
                       f"{listed['equivalent']} equivalent, {listed['out of reach']} out of reach, {len(survivors)} survived",
@@ -235,14 +248,7 @@ class Run:
             self.show(line)
         all_lines = [line_about(*each) for each in results] + lines
         (self.kept / "report.txt").write_text("\n".join(all_lines) + "\n", encoding="utf-8")
-        return 1 if survivors or gone else 0
-
-    def changes_of(self, source):
-        """All changes of a source, as the lines before and after; None if there is no such source."""
-        text = self.sources.get(source)
-        if text is None:
-            return None
-        return {settled.lines_of(text, change) for changes in places_of(text) for change in changes}
+        return 1 if survivors or wrong or gone else 0
 
 
 def line_about(mutant, result):

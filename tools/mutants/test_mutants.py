@@ -346,6 +346,7 @@ class RunTest(BuiltTest):
         self.assertRegex(text, r"src/one/checked.cpp:3 .* \| failed CheckedTest.Answers")
         self.assertRegex(text, r"src/one/checked.cpp:6 .* \| hung CheckedTest.Ends")
         self.assertRegex(text, r"src/two/free.cpp:2 \((constant|value), seed 1\) survived:\n  - return 0x5EED0081;\n  \+ return ")
+        self.assertNotIn("an entry of settled.txt begins", text)
         # Nothing runs these lines.
         self.assertNotIn("0061", text)
         self.assertNotIn("shared.h", text)
@@ -382,6 +383,23 @@ class RunTest(BuiltTest):
             self.run_all()
         self.assertEqual(set(self.results().values()), {"killed"})
 
+    def change(self, name, text):
+        """Writes a file of the project until the end of the test."""
+        path = self.root / name
+        before = path.stat() if path.exists() else None
+        content = path.read_bytes() if before else None
+
+        def restore():
+            if not before:
+                return path.unlink()
+            path.write_bytes(content)
+            os.utime(path, ns=(before.st_atime_ns, before.st_mtime_ns))
+
+        self.addCleanup(restore)
+        path.write_bytes(text.encode("utf-8", "surrogateescape"))
+        if before:
+            os.utime(path, ns=(before.st_atime_ns, before.st_mtime_ns))
+
     def settle_all(self):
         """Runs, and writes the two survivors to the list: one of each kind."""
         self.run_all()
@@ -404,6 +422,57 @@ class RunTest(BuiltTest):
         text = "\n".join(self.shown)
         self.assertIn("settled.txt: src/two/free.cpp has no such line and change any more:\n  - return 5;\n  + return 6;", text)
         self.assertIn(" 1 equivalent, 1 out of reach, 0 survived", text)
+
+    def test_an_entry_whose_mutant_a_test_notices(self):
+        for kind in settled.KINDS:
+            with self.subTest(kind):
+                self.list.write_text("src/one/checked.cpp\n- return 0x5EED0041;\n+ return 0x5EED0042;\n" + kind + ": nobody asks\n",
+                                     encoding="utf-8")
+                killed = {"outcome": "killed", "level": "unit", "test": "CheckedTest.Answers", "how": "failed"}
+                with mock.patch.object(mutants, "candidates", self.only("0x5EED0042")), \
+                        mock.patch.object(mutants.Run, "settle", return_value=killed):
+                    self.assertEqual(self.run_all(count=1), 1)
+                at = self.shown.index("settled.txt: CheckedTest.Answers notices this mutant: remove the entry")
+                self.assertEqual(self.shown[at + 1:at + 4],
+                                 ["  src/one/checked.cpp:3", "  - return 0x5EED0041;", "  + return 0x5EED0042;"])
+                self.assertIn("1 mutants of seed 1: 1 killed (0 of them hung), 0 equivalent, 0 out of reach, 0 survived", self.shown)
+        # Without its entry it is a mutant like any other.
+        self.list.write_text("", encoding="utf-8")
+        with mock.patch.object(mutants, "candidates", self.only("0x5EED0042")):
+            self.assertEqual(self.run_all(count=1), 0)
+
+    def only(self, after):
+        """Candidates that are only the change to a text."""
+        def candidates(sources, seed):
+            for source, text in sources.items():
+                for place in places_of(text):
+                    for change in place:
+                        if change.after == after:
+                            yield mutants.mutant_of(source, text, change)
+        return candidates
+
+    def test_an_entry_for_one_of_several_places(self):
+        twice = 'extern "C" int Free() {\n  return 0x5EED0081;\n}\nextern "C" int Other() {\n  return 0x5EED0081;\n}\n'
+        self.change("src/two/free.cpp", twice)
+        entry = "\n- return 0x5EED0081;\n+ return 0x5EED0082;\nequivalent: nobody asks\n"
+        lines = {"unit": {"FreeTest": {"src/two/free.cpp": [2, 5]}}, "actions": {}}
+        with mock.patch.object(mutants, "candidates", self.only("0x5EED0082")), \
+                mock.patch.object(mutants.Run, "lines_of_suites", lambda run: lines), \
+                mock.patch.object(mutants.Run, "settle", return_value={"outcome": "survived"}):
+            self.run_all(count=2)
+            at = self.shown.index("src/two/free.cpp:5 (constant, seed 1) survived:")
+            self.assertEqual(self.shown[at + 1:at + 4], ["  - return 0x5EED0081;", "  + return 0x5EED0082;",
+                                                         "  (an entry of settled.txt begins with \"src/two/free.cpp (2 of 2)\")"])
+            self.list.write_text("src/two/free.cpp (2 of 2)" + entry, encoding="utf-8")
+            self.assertEqual(self.run_all(count=2), 1)
+            self.assertIn("src/two/free.cpp:2 (constant, seed 1) survived:", self.shown)
+            self.assertNotIn("src/two/free.cpp:5 (constant, seed 1) survived:", self.shown)
+            self.assertIn(" 1 equivalent, 0 out of reach, 1 survived", "\n".join(self.shown))
+            # An entry that does not say which is refused before anything runs.
+            self.list.write_text("src/two/free.cpp" + entry, encoding="utf-8")
+            with self.assertRaisesRegex(settled.Malformed, r'"src/two/free.cpp \(1 of 2\)"'):
+                self.run_all(count=2)
+            self.assertEqual(self.shown, [])
 
     def test_what_fails_as_it_is(self):
         FakeWindows.spoiled = 1
