@@ -51,7 +51,7 @@ usage: ./hx COMMAND
                           corpus (the inputs of the fuzzer)
        --only x64         skip ARM64 (--only arm64 skips x64)
   coverage                measure what of src/ the unit and actions tests run, and compare it with the list of what they do
-                          not run; --processor arm64 or x64, --lines FILE
+                          not run; --processor arm64 or x64, --lines FILE, --suites FILE
   mutants [COUNT] [SEED]  change the library in small ways, and say which changes no test notices
        --survivors        run only those again that survived
   acceptance              make archives that run the tests on another Windows; --processor arm64 or x64

@@ -32,7 +32,7 @@ read_mutants_words() {
       --survivors) ;;
       -*) no_option mutants "$word" ;;
       *)
-        [[ $word =~ ^[1-9][0-9]{0,5}$ ]] || wrong "mutants takes numbers from 1 on, not '$word'. ./hx mutants --help says more."
+        [[ $word =~ ^[1-9][0-9]{0,5}$ ]] || wrong "mutants takes numbers from 1 to 999999, not '$word'. ./hx mutants --help says more."
         numbers=$((numbers + 1))
         [[ $numbers -le 2 ]] || no_word mutants "$word"
         ;;

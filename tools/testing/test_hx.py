@@ -173,7 +173,7 @@ class CommandLineTest(unittest.TestCase):
 
     def test_mutants(self):
         for word in ("0", "-1x", "many", "1.5", "1234567"):
-            refused = "does not take the option" if word[0] == "-" else "takes numbers from 1 on, not"
+            refused = "does not take the option" if word[0] == "-" else "takes numbers from 1 to 999999, not"
             with self.subTest(word):
                 status, output, errors = self.hx("mutants", word)
                 self.assertEqual((status, output), (2, ""))
