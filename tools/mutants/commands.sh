@@ -15,11 +15,14 @@ code, do not count.
 A survivor needs a new test, or an entry with its reason in tools/mutants/settled.txt. The exit status is 0 if every survivor
 has an entry, every entry has its line, and no test notices a mutant that has an entry.
 
-  --survivors  runs only those again that survived the last run of this SEED, for example after a new test
+  --survivors  runs only those again that survived the last run of this SEED, for example after a new test. The other results
+               stay, also those of earlier tests.
 
 Measures at first for some minutes what the tests run, and then takes some seconds for each change. Each result is kept in
-build/mutants at once: a run that was interrupted continues if neither src/ nor the tests have changed. The report is
+build/mutants at once: a run that was interrupted continues if neither src/, the build nor the tests have changed. The report is
 build/mutants/report.txt.
+
+Leave src/ and build/x64 alone until the run ends, because it reads them for each change. If src/ changes, the run stops.
 HELP
 }
 

@@ -76,6 +76,19 @@ class Library:
         linked = [word for word in self.links[NAMES[0]] if word.endswith(".obj")]
         return {name: Object(commands[name], frozenset(sources[name])) for name in linked}
 
+    def commands(self):
+        """The commands that compile the objects and link the libraries, as lists of words."""
+        return [*(each.command for each in self.objects.values()), *self.links.values()]
+
+    def is_older_than_sources(self):
+        """True if a source was changed or removed after an object that has it was made."""
+        for name, each in self.objects.items():
+            made = (self.build / name).stat().st_mtime_ns
+            for source in (self.root / source for source in each.sources):
+                if not source.exists() or source.stat().st_mtime_ns > made:
+                    return True
+        return False
+
     def keep(self, name, data):
         """Writes a guarded object to the folder of results; returns its path."""
         path = self.folder / "objects" / Path(name).name

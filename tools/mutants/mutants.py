@@ -10,6 +10,8 @@ exactly the right entries: the mutants that no test notices, and no other ones.
 """
 
 import argparse
+import contextlib
+import fcntl
 import functools
 import hashlib
 import json
@@ -35,6 +37,8 @@ from windows.windows_session import Ended
 ROOT = Path(__file__).resolve().parents[2]
 JUDGES = [Path(__file__).resolve().parents[1] / name
           for name in ("coverage/measurement.py", "images/guarded_constants.py", "mutants/library.py", "mutants/tests.py")]
+# The files of src/ that the libraries are made of.
+SUFFIXES = (".cpp", ".h", ".def", ".rc")
 COUNT, SEED = 100, 1
 # The bytes of memory that a mutant may use: one that allocates without end must not take all of the machine's.
 MEMORY = 6 << 30
@@ -52,10 +56,15 @@ class Mutant(NamedTuple):
     after: str
 
 
-def sources_of(root):
-    """The text of each source, by its name from the project's folder."""
+def files_of(root):
+    """The text of each file of src/ that the libraries are made of, by its name from the project's folder."""
     return {str(path.relative_to(root)): path.read_text(encoding="utf-8")
-            for path in sorted((root / "src").glob("*/*")) if path.suffix in (".cpp", ".h")}
+            for path in sorted((root / "src").rglob("*")) if path.suffix in SUFFIXES and not path.name.startswith(".")}
+
+
+def sources_of(files):
+    """Those of the files that are changed."""
+    return {name: text for name, text in files.items() if name.endswith((".cpp", ".h"))}
 
 
 def mutant_of(source, text, change):
@@ -106,6 +115,17 @@ def write_json(path, content):
     new.replace(path)
 
 
+@contextlib.contextmanager
+def only_run(folder):
+    """Keeps other runs away from the folder in which results are kept."""
+    with (folder / ".lock").open("w") as lock:
+        try:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise Failed("another run of mutants is at work in this folder: wait for its end") from None
+        yield
+
+
 class Run:
     """One run. `folder` is the folder of the run, `kept` the one whose content stays."""
 
@@ -114,11 +134,12 @@ class Run:
         self.root, self.show = root, show
         self.kept = root / "build/mutants"
         self.kept.mkdir(parents=True, exist_ok=True)
-        self.sources = sources_of(root)
+        self.files = files_of(root)
+        self.sources = sources_of(self.files)
         self.programs = self.folder / f"x64{planning.TESTS}"
-        # What other scripts have measured or judged is not used again.
-        self.of_sources = digest(*(name + text for name, text in self.sources.items()), *JUDGES)
-        self.of_all = digest(self.of_sources, *(self.programs / program for program in PROGRAMS.values()))
+        # What results belong to: what was changed and how it was built and judged, and the tests.
+        self.of_sources = None
+        self.of_tests = digest(*(self.programs / program for program in PROGRAMS.values()))
         self.places_in = functools.cache(lambda source: settled.places_in(self.sources[source]) if source in self.sources else None)
         self.entries = settled.read(settled.LIST.read_text(encoding="utf-8"))
         settled.check(self.entries, self.places_in)
@@ -128,10 +149,10 @@ class Run:
 
     def measure(self, tests):
         """The Reach of the tests; what was measured with the same sources and tests is used again."""
-        file = self.kept / "reach.json"
+        file, of = self.kept / "reach.json", digest(self.of_sources, self.of_tests)
         known = read_json(file)
-        if known.get("of") != self.of_all:
-            known = {"of": self.of_all}
+        if known.get("of") != of:
+            known = {"of": of}
         for part, measure in (("suites", lambda: self.time_suites(tests)), ("lines", self.lines_of_suites)):
             if part not in known:
                 known[part] = measure()
@@ -159,8 +180,15 @@ class Run:
 
     def run(self):
         """Runs everything; returns the exit status."""
+        with only_run(self.kept):
+            return self.run_alone()
+
+    def run_alone(self):
         resource.setrlimit(resource.RLIMIT_DATA, (MEMORY, resource.getrlimit(resource.RLIMIT_DATA)[1]))
         library = Library(self.root / "build/x64", self.folder / "mutants", self.root)
+        if library.is_older_than_sources():
+            raise Failed("src/ has changed since the libraries were built: start it again")
+        self.of_sources = digest(*(name + text for name, text in self.files.items()), json.dumps(library.commands()), *JUDGES)
         with Tests(self.programs, self.folder / "windows") as tests:
             for place in (tests.unchanged, tests.libraries):
                 library.link({}, place)
@@ -174,10 +202,11 @@ class Run:
         """The results of all mutants of the run: those that an earlier run has kept, and those that were missing."""
         file = self.kept / f"results-{self.seed}.json"
         known = read_json(file)
-        of = "of_sources" if self.survivors else "of_all"
-        kept = known.get("results", {}) if known.get(of) == getattr(self, of) else {}
+        kept = known.get("results", {}) if known.get("of_sources") == self.of_sources else {}
         if self.survivors:
-            kept = {key: result for key, result in kept.items() if result["outcome"] != SURVIVED}
+            self.say_what_else_runs(known, kept)
+        again = {key for key, result in kept.items()
+                 if (result["outcome"] == SURVIVED if self.survivors else result["tests"] != self.of_tests)}
         results = []
         for mutant in candidates(self.sources, self.seed):
             if len(results) == self.count:
@@ -186,10 +215,13 @@ class Run:
             if not suites:
                 continue
             key = f"{mutant.source}:{mutant.change.start}:{mutant.change.before}:{mutant.change.after}"
-            if key not in kept:
+            if key not in kept or key in again:
                 began = time.monotonic()
-                kept[key] = {**self.settle(mutant, library, tests, suites), "seconds": round(time.monotonic() - began, 1)}
-                write_json(file, {"of_sources": self.of_sources, "of_all": self.of_all, "results": kept})
+                result = self.settle(mutant, library, tests, suites)
+                if self.has_changed():
+                    raise Failed("src/ has changed during the run, so its results are wrong from here on: start it again")
+                kept[key] = {**result, "seconds": round(time.monotonic() - began, 1), "tests": self.of_tests}
+                write_json(file, {"of_sources": self.of_sources, "results": kept})
             result = kept[key]
             if result["outcome"] in self.skipped:
                 self.skipped[result["outcome"]] += 1
@@ -197,6 +229,25 @@ class Run:
             results.append((mutant, result))
             self.show(f"{len(results):4}/{self.count} {line_about(mutant, result)}")
         return results
+
+    def has_changed(self):
+        """True if src/ is not what it was when the run began."""
+        try:
+            return files_of(self.root) != self.files
+        except (OSError, ValueError):
+            # Somebody is writing a file.
+            return True
+
+    def say_what_else_runs(self, known, kept):
+        """Says it if not only survivors run. `known` is what was read, `kept` the results of it that are of these sources."""
+        there = sum(result["outcome"] not in self.skipped for result in kept.values())
+        if not known.get("results"):
+            self.show(f"hx: --survivors: there is no earlier run of seed {self.seed}, so all {self.count} mutants run")
+        elif not kept:
+            self.show("hx: --survivors: src/, the build or tools/mutants has changed since the last run of seed "
+                      f"{self.seed}, so all {self.count} mutants run")
+        elif there < self.count:
+            self.show(f"hx: --survivors: the earlier runs of seed {self.seed} have only {there} mutants, so others run, too")
 
     def settle(self, mutant, library, tests, suites):
         """What becomes of a mutant."""
@@ -244,6 +295,10 @@ class Run:
                   f"({self.skipped['does not compile']} more changes did not compile, and {self.skipped['same code']} made the same code)"]
         if len(results) < self.count:
             lines.append(f"there are only {len(results)} such changes, not {self.count}")
+        earlier = sum(result["tests"] != self.of_tests for _, result in results)
+        if earlier:
+            lines.append(f"({earlier} of these results are from earlier tests: run it without --survivors to have all of them from "
+                         "the present ones)")
         for line in lines:
             self.show(line)
         all_lines = [line_about(*each) for each in results] + lines

@@ -354,7 +354,7 @@ class RunTest(BuiltTest):
 
     def test_the_same_seed_takes_the_same_changes(self):
         def taken(seed):
-            return [mutant[:3] + mutant[4:] for mutant in mutants.candidates(mutants.sources_of(self.root), seed)]
+            return [mutant[:3] + mutant[4:] for mutant in mutants.candidates(mutants.sources_of(mutants.files_of(self.root)), seed)]
 
         self.assertEqual(taken(5), taken(5))
         self.assertNotEqual(taken(5), taken(6))
@@ -380,8 +380,44 @@ class RunTest(BuiltTest):
         with mock.patch.object(mutants.Run, "settle", return_value={"outcome": "killed", "level": "unit", "test": "New", "how": "failed"}):
             self.assertEqual(self.run_all(survivors=True), 0)
             self.assertEqual(self.results(), {key: "killed" if key in again else outcome for key, outcome in before.items()})
+            self.assertIn(f"({len(before) - len(again)} of these results are from earlier tests: run it without --survivors to have "
+                          "all of them from the present ones)", self.shown)
+        # What earlier tests have noticed says nothing about the present ones.
+        with mock.patch.object(mutants.Run, "settle", return_value={"outcome": "survived"}) as settle:
             self.run_all()
-        self.assertEqual(set(self.results().values()), {"killed"})
+            self.assertEqual(settle.call_count, len(before) - len(again))
+            self.assertEqual(self.results(), {key: "killed" if key in again else "survived" for key in before})
+            self.assertNotIn("earlier tests", "\n".join(self.shown))
+            self.run_all()
+            self.assertEqual(settle.call_count, len(before) - len(again))
+
+    def test_results_of_earlier_tests_stay_until_there_are_others(self):
+        self.run_all()
+        before = self.results()
+        (self.folder / "x64-tests/unit_tests.exe").write_text("newer tests", encoding="utf-8")
+        with mock.patch.object(mutants.Run, "settle", side_effect=[{"outcome": "survived"}, KeyboardInterrupt]), \
+                self.assertRaises(KeyboardInterrupt):
+            self.run_all()
+        self.assertEqual(set(self.results()), set(before))
+
+    def test_survivors_without_an_earlier_run(self):
+        def said():
+            return [line for line in self.shown if line.startswith("hx: --survivors")]
+
+        self.run_all(count=2, survivors=True)
+        self.assertEqual(said(), ["hx: --survivors: there is no earlier run of seed 1, so all 2 mutants run"])
+        self.run_all(count=2, survivors=True)
+        self.assertEqual(said(), [])
+        self.run_all(count=3, survivors=True)
+        self.assertEqual(said(), ["hx: --survivors: the earlier runs of seed 1 have only 2 mutants, so others run, too"])
+        self.run_all(count=2, seed=2, survivors=True)
+        self.assertEqual(said(), ["hx: --survivors: there is no earlier run of seed 2, so all 2 mutants run"])
+        with mock.patch.object(mutants, "JUDGES", [self.list]):
+            self.run_all(count=2, survivors=True)
+        self.assertEqual(said(), ["hx: --survivors: src/, the build or tools/mutants has changed since the last run of seed 1, so all 2 "
+                                  "mutants run"])
+        self.run_all(count=2)
+        self.assertEqual(said(), [])
 
     def change(self, name, text):
         """Writes a file of the project until the end of the test."""
@@ -399,6 +435,70 @@ class RunTest(BuiltTest):
         path.write_bytes(text.encode("utf-8", "surrogateescape"))
         if before:
             os.utime(path, ns=(before.st_atime_ns, before.st_mtime_ns))
+
+    def test_what_the_results_belong_to(self):
+        def begins_again():
+            with mock.patch.object(mutants.Run, "settle", return_value={"outcome": "survived"}) as settle:
+                self.run_all()
+            self.assertIn(settle.call_count, (0, len(self.results())))
+            return settle.call_count > 0
+
+        self.assertTrue(begins_again())
+        self.assertFalse(begins_again())
+        build = self.build / "build.ninja"
+        commands = self.build / "compile_commands.json"
+        changes = (("src/two/names.def", "LIBRARY two.dll\n"), ("src/two/names.def", "LIBRARY three.dll\n"),
+                   (str(commands.relative_to(self.root)), commands.read_text(encoding="utf-8").replace("-Os", "-O2")),
+                   (str(build.relative_to(self.root)), build.read_text(encoding="utf-8").replace("--entry,Entry", "--entry,Free")))
+        for name, text in changes:
+            with self.subTest(name):
+                self.change(name, text)
+                self.assertTrue(begins_again())
+                self.assertFalse(begins_again())
+        # Not read: what an editor leaves.
+        self.change("src/two/.free.cpp.swp", "x")
+        self.change("src/two/.#free.cpp", "x")
+        self.assertFalse(begins_again())
+
+    def test_a_source_that_changes_during_the_run(self):
+        settle = mutants.Run.settle
+        for name, text in (("src/two/free.cpp", "int other;\n"), ("src/one/other.h", "int other;\n"),
+                           ("src/two/names.def", "LIBRARY two.dll\n"), ("src/two/free.cpp", "not UTF-8: \udcff\n")):
+            count = 0
+
+            def edit(run, *arguments):
+                nonlocal count
+                count += 1
+                if count == 2:
+                    self.change(name, text)
+                return settle(run, *arguments)
+
+            with self.subTest(name, text=text):
+                with mock.patch.object(mutants.Run, "settle", edit), self.assertRaisesRegex(
+                        Failed, "^src/ has changed during the run, so its results are wrong from here on: start it again$"):
+                    self.run_all()
+                # The result before the change is kept, the one after it is not.
+                self.assertEqual(len(self.results()), 1)
+                self.doCleanups()
+                self.setUp()
+
+    def test_a_source_that_is_newer_than_the_build(self):
+        header = self.root / "src/one/shared.h"
+        self.change("src/one/shared.h", "int other;\n")
+        for edit in (lambda: os.utime(header), header.unlink):
+            edit()
+            with self.assertRaisesRegex(Failed, "^src/ has changed since the libraries were built: start it again$"):
+                self.run_all()
+            self.assertFalse((self.root / "build/mutants/reach.json").exists())
+
+    def test_two_runs_at_once(self):
+        self.run_all(count=1)
+        before = {path: path.read_bytes() for path in (self.root / "build/mutants").iterdir()}
+        with mutants.only_run(self.root / "build/mutants"):
+            with self.assertRaisesRegex(Failed, "^another run of mutants is at work in this folder: wait for its end$"):
+                self.run_all()
+        self.assertEqual({path: path.read_bytes() for path in (self.root / "build/mutants").iterdir()}, before)
+        self.run_all()
 
     def settle_all(self):
         """Runs, and writes the two survivors to the list: one of each kind."""

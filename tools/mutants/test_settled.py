@@ -3,7 +3,7 @@
 import unittest
 
 from mutants import settled
-from mutants.mutants import ROOT, sources_of
+from mutants.mutants import ROOT, files_of, sources_of
 from mutants.operators import places_of
 from mutants.settled import Key
 
@@ -101,7 +101,7 @@ class SettledTest(unittest.TestCase):
     def test_the_list_of_the_project(self):
         entries = settled.read(settled.LIST.read_text(encoding="utf-8"))
         self.assertEqual(len(entries), len({entry.key for entry in entries}), "an entry is there twice")
-        sources = sources_of(ROOT)
+        sources = sources_of(files_of(ROOT))
         places = {entry.key.source: settled.places_in(sources[entry.key.source]) for entry in entries if entry.key.source in sources}
         settled.check(entries, places.get)
         self.assertEqual(settled.gone(entries, places.get), [])
