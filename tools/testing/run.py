@@ -224,7 +224,7 @@ class Run:
             self.check_facts()
         stop()
         self.keep_artifacts()
-        return summary.report(self.artifacts, len(self.broken))
+        return summary.report(self.artifacts, len(self.broken), self.request)
 
 
 def end_group(*_):

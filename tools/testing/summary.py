@@ -9,7 +9,7 @@ import re
 import sys
 from typing import NamedTuple
 
-from testing.planning import PROGRAMS
+from testing.planning import PAGE, PROGRAMS, SUITES
 from testing.results import RESULTS, STATUS, cases_of, repeated_in
 
 # The run fails if more tests than these pass only when they run again. The emulator sometimes spoils a few.
@@ -20,6 +20,22 @@ FOLDER = re.compile(rf"({'|'.join(PROGRAMS)})-((?:x64|arm64)(?:-checked)?)(?:-\w
 SCRIPTS = {"checks": "checks of files and libraries", "tools": "tests of the tools", "program": "checks of hxrun.exe",
            "explain": "tests of explain.html", "page": "tests of explain.html in a browser", "packages": "tests of packages",
            "runs": "checks of the installer's runs", "facts": "checks of what the entry points did"}
+
+# Where Python's unittest says what failed: the test or the fixture, which is named again for each of its parts that fails.
+FAILURE = re.compile(r"^={70}\n(?:FAIL|ERROR|UNEXPECTED SUCCESS): (\S+ \(\S+?\))", re.MULTILINE)
+# Fixtures, which are not counted as tests that ran.
+FIXTURES = ("setUpClass ", "tearDownClass ", "setUpModule ", "tearDownModule ")
+
+# What a filter is, by what runs the tests.
+GOOGLETEST_FILTER = 'a GoogleTest filter of whole names, such as "Path*"'
+UNITTEST_FILTER = ('a part of a test\'s name, such as "planted", or with "*" a pattern for the whole name, such as '
+                   '"*Trial.test_p*"')
+PAGE_FILTER = 'a part of a test\'s name, such as "contrast"'
+
+
+def filter_of(level):
+    """What a filter of a level is."""
+    return PAGE_FILTER if level == PAGE else UNITTEST_FILTER if level in SUITES else GOOGLETEST_FILTER
 
 
 class Outcome(NamedTuple):
@@ -32,16 +48,18 @@ def output_outcome(path):
     text = path.read_text(errors="replace") if path.is_file() else ""
     if match := re.search(r"^(\d+) passed, (\d+) failed\s*\Z", text, re.MULTILINE):
         return Outcome(int(match[1]), int(match[2]))
-    if match := re.search(r"^Ran (\d+) tests? in .*\n\n(?:OK|FAILED \((.*)\))\s*\Z", text, re.MULTILINE):
-        failed = sum(int(number) for number in re.findall(r"(?:failures|errors)=(\d+)", match[2] or ""))
-        return Outcome(int(match[1]) - failed, failed)
+    if match := re.search(r"^Ran (\d+) tests? in .*\n\n(?:OK|FAILED \(.*\))\s*\Z", text, re.MULTILINE):
+        failed = set(FAILURE.findall(text))
+        tests = [name for name in failed if not name.startswith(FIXTURES)]
+        return Outcome(max(0, int(match[1]) - len(tests)), len(failed))
     return None
 
 
 class Sum:
     """The results of a run, folder by folder."""
 
-    def __init__(self, artifacts, broken):
+    def __init__(self, artifacts, broken, request):
+        self.request = request
         self.passed, self.failed = 0, broken
         # For each level: the names of its tests, the number of all runs of them, and the libraries that they ran with.
         self.tests, self.runs, self.presets = {}, {}, {}
@@ -85,6 +103,14 @@ class Sum:
         self.repeated += [f"{folder.name}: {name}" for name in repeated_in(folder) if name not in failed]
         return Outcome(len(cases) - len(failed), len(failed))
 
+    @property
+    def empty(self):
+        """Whether no test ran. What is checked after the tests of a program is none."""
+        if self.failed:
+            return False
+        programs = self.request.level in PROGRAMS
+        return not (sum(self.runs.values()) if programs else self.passed)
+
     def lines(self):
         """The lines that say what ran and how it ended; the last one is the sum."""
         for level in sorted(self.tests, key=[*PROGRAMS].index):
@@ -97,8 +123,9 @@ class Sum:
             yield from (f"  {name}" for name in self.repeated)
         if len(self.repeated) > MOST_REPEATED:
             yield f"more than {MOST_REPEATED} of them count as one more failure: the cause may not be the emulator"
-        if self.passed + self.failed == 0:
-            yield 'no test ran: a filter is a GoogleTest filter of whole names, such as "Path*"'
+        if self.empty:
+            level = self.request.level
+            yield "no test ran" + (f": at the level {level} a filter is {filter_of(level)}" if self.request.filter else "")
         yield f"{self.passed} passed, {self.failed} failed"
 
 
@@ -106,10 +133,10 @@ def counted(number, noun):
     return f"{number} {noun}{'s' * (number != 1)}"
 
 
-def report(artifacts, broken):
+def report(artifacts, broken, request):
     """Prints what failed to the error output, and then what ran, with the sum as the last line. `broken` is the number of
     jobs that could not be run to the end; each counts as one failure, and so does a program that ended with an error.
-    Returns the exit status: 0 if something ran and nothing failed."""
-    result = Sum(artifacts, broken)
+    Returns the exit status: 0 if a test ran and nothing failed."""
+    result = Sum(artifacts, broken, request)
     print("\n".join(result.lines()), flush=True)
-    return 0 if result.passed > 0 and result.failed == 0 else 1
+    return 1 if result.failed or result.empty else 0

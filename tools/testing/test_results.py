@@ -2,10 +2,13 @@
 
 import contextlib
 import io
+import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
 
+from testing.planning import Request
 from testing.results import Misfit, failed, merge, note_repeated, repeated_in
 from testing.summary import report
 
@@ -46,16 +49,16 @@ class RunFolderTest(unittest.TestCase):
         (self.root / folder / "output.txt").write_text(text)
         (self.root / folder / "status").write_text(f"{status}\n")
 
-    def summary(self, broken=0):
+    def summary(self, broken=0, request=Request()):
         """Adds up the results: (the output, the error output, the exit status)."""
         output, errors = io.StringIO(), io.StringIO()
         with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
-            status = report(self.root, broken)
+            status = report(self.root, broken, request)
         return output.getvalue(), errors.getvalue(), status
 
-    def closing(self, broken=0):
+    def closing(self, broken=0, request=Request()):
         """The same, with only the last line of the output."""
-        output, errors, status = self.summary(broken)
+        output, errors, status = self.summary(broken, request)
         return output.splitlines(keepends=True)[-1], errors, status
 
 
@@ -82,14 +85,48 @@ class ResultsTest(RunFolderTest):
         self.assertEqual(self.closing(1), ("1 passed, 1 failed\n", "", 1))
 
     def test_an_empty_run_is_not_a_success(self):
-        self.assertEqual(self.closing(), ("0 passed, 0 failed\n", "", 1))
+        self.assertEqual(self.summary(), ("no test ran\n0 passed, 0 failed\n", "", 1))
 
     def test_a_filter_that_no_test_matches(self):
+        """The message says what a filter of that level is."""
         self.write("actions-x64", suite(), 0)
-        self.assertEqual(self.summary(), (
+        self.assertEqual(self.summary(request=Request("actions", "Path")), (
             "actions: 0 tests, run 0 times (x64)\n"
-            'no test ran: a filter is a GoogleTest filter of whole names, such as "Path*"\n'
+            'no test ran: at the level actions a filter is a GoogleTest filter of whole names, such as "Path*"\n'
             "0 passed, 0 failed\n", "", 1))
+
+    def test_a_filter_that_no_script_matches(self):
+        for level, text in (("packages", "Ran 0 tests in 0.000s\n\nOK\n"), ("acceptance", "Ran 0 tests in 0.000s\n\nOK\n"),
+                            ("corpus", "Ran 0 tests in 0.000s\n\nOK\n")):
+            with self.subTest(level):
+                self.say(level, f"\n{'-' * 70}\n{text}", 0)
+                self.assertEqual(self.summary(request=Request(level, "A*:B*"))[0].splitlines()[-2:], [
+                    f"no test ran: at the level {level} a filter is a part of a test's name, such as \"planted\", or with \"*\" a "
+                    "pattern for the whole name, such as \"*Trial.test_p*\"",
+                    "0 passed, 0 failed"])
+                (self.root / level / "status").unlink()
+        self.say("page", "0 passed, 0 failed\n", 0)
+        self.assertEqual(self.summary(request=Request("page", "A*:B*")), (
+            "tests of explain.html in a browser: 0\n"
+            "no test ran: at the level page a filter is a part of a test's name, such as \"contrast\"\n"
+            "0 passed, 0 failed\n", "", 1))
+
+    def test_what_is_checked_after_a_filter_that_no_test_matches_is_no_test(self):
+        """The checks of what the entry points did, of the installer's runs, and of hxrun.exe also run with a filter."""
+        for level, script in (("actions", "facts-x64"), ("install", "runs-x64"), ("tools", "program")):
+            with self.subTest(level):
+                self.write(f"{level}-x64", suite(), 0)
+                self.say(script, "1 passed, 0 failed\n", 0)
+                output, errors, status = self.summary(request=Request(level, "None*"))
+                self.assertEqual((output.splitlines()[-2:], errors, status), ([
+                    f'no test ran: at the level {level} a filter is a GoogleTest filter of whole names, such as "Path*"',
+                    "1 passed, 0 failed"], "", 1))
+                (self.root / f"{level}-x64/status").unlink()
+                (self.root / script / "status").unlink()
+
+    def test_no_advice_about_a_filter_if_something_failed(self):
+        self.write("actions-x64", None, 1)
+        self.assertEqual(self.summary(request=Request("actions", "Path*"))[::2], ("0 passed, 1 failed\n", 1))
 
     def test_failed_tests(self):
         self.assertEqual(failed(self.write("a", suite(One="x", Two=None, Three="y"))), ["S.One", "S.Three"])
@@ -142,8 +179,81 @@ class ResultsTest(RunFolderTest):
     def test_a_script_that_broke_off_is_a_failure(self):
         self.write("unit-x64", suite(One=None), 0)
         self.say("checks", "ok one\n", 1)
-        self.say("tools", "..F.\nRan 4 tests in 0.1s\n\nFAILED (failures=1)\n", 1)
+        self.say("tools", f"..F.\n{'=' * 70}\nFAIL: test_a (b.C.test_a)\nRan 4 tests in 0.1s\n\nFAILED (failures=1)\n", 1)
         self.assertEqual(self.closing(), ("4 passed, 2 failed\n", "checks: ended with status 1 before its last test\n", 1))
+
+
+class UnittestTest(RunFolderTest):
+    """The output of Python's unittest: how many tests passed and failed."""
+
+    def outcome(self, tests):
+        """Runs a module of tests: the last line of the report about it."""
+        (self.root / "test_made_up.py").write_text(f"import unittest\n{tests}", encoding="utf-8")
+        result = subprocess.run([sys.executable, "-m", "unittest", "discover", self.root], text=True, check=False,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.say("corpus", result.stdout, result.returncode)
+        return self.closing()
+
+    def test_a_test_whose_parts_fail_is_one_failure(self):
+        self.assertEqual(self.outcome("""
+class Corpus(unittest.TestCase):
+    def test_each(self):
+        'Says what it does.'
+        for number in range(26):
+            with self.subTest(number):
+                self.assertEqual(number, 7)
+        with self.subTest("another", path="a (b)"):
+            raise KeyError("k")
+
+    def test_quiet(self):
+        for number in range(3):
+            with self.subTest(number):
+                self.fail()
+
+    def test_right(self):
+        pass
+
+    def tearDown(self):
+        self.assertNotIn("quiet", self.id())
+"""), ("1 passed, 2 failed\n", "", 1))
+
+    def test_what_fails_before_and_after_the_tests_is_a_failure_but_no_test(self):
+        self.assertEqual(self.outcome("""
+class Before(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        raise ValueError
+
+    def test_never(self):
+        pass
+
+class Beyond(unittest.TestCase):
+    @classmethod
+    def tearDownClass(cls):
+        raise ValueError
+
+    def test_one(self):
+        pass
+
+    def test_two(self):
+        pass
+"""), ("2 passed, 2 failed\n", "", 1))
+
+    def test_other_failures(self):
+        self.assertEqual(self.outcome("""
+import missing_module
+"""), ("0 passed, 1 failed\n", "", 1))
+
+    def test_an_unexpected_success_is_a_failure(self):
+        self.assertEqual(self.outcome("""
+class Lucky(unittest.TestCase):
+    @unittest.expectedFailure
+    def test_lucky(self):
+        pass
+
+    def test_right(self):
+        pass
+"""), ("1 passed, 1 failed\n", "", 1))
 
 
 class RepeatedTest(RunFolderTest):
