@@ -46,7 +46,7 @@ usage: ./hx COMMAND
   check-package FILE.msi  check a package: the rules of the fragments, of its tables, and of the engine (ICEs)
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
-                          images, unit, actions, install; FILTER is a GoogleTest filter ("Path*"); run only by name:
+                          images, unit, actions, install; FILTER chooses tests ("Path*"); run only by name:
                           tools (hxrun), packages (packages of new authors), page (explain.html in a browser), acceptance,
                           corpus (the inputs of the fuzzer)
        --only x64         skip ARM64 (--only arm64 skips x64)
@@ -74,8 +74,9 @@ usage: ./hx COMMAND
 
 Every command does the set-up that it needs. What it downloads or makes is kept, for all clones, in
 $hxCache
-(about 3 GB). It writes nothing outside that folder and build/, except that it installs missing Debian packages, and
-except for the file of --out.
+(about 3 GB). It installs missing Debian packages. It writes nothing else outside that folder and build/, unless an option
+says so: --out, --lines and --suites write your files, --write writes bench/counts/arm64.txt, and --merge and --planted
+write fuzz/corpus.
 HELP
 }
 
@@ -104,7 +105,7 @@ help_test() {
 usage: ./hx test [LEVEL] [FILTER] [--only x64|arm64]
 
 Builds what the tests need and runs them on both processors. Prints at the end how many tests there are and which passed
-only when they were run again. The last line reads like "6454 passed, 0 failed"; the exit status is 0 if none failed.
+only when they were run again. The last line is like "N passed, 0 failed"; the exit status is 0 if none failed.
 What the tests leave is in build/artifacts.
 
   LEVEL      only one level:
@@ -117,8 +118,12 @@ What the tests leave is in build/artifacts.
                page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
                acceptance  the archives for another Windows and their script, with a few tests; only if it is named
                corpus    the inputs of the fuzzer, and planted bugs for its targets; on x64; only if it is named
-  FILTER     only tests whose names match this GoogleTest filter, such as "Path*"; needs a LEVEL before it
-  --only P   only on the processor P: x64 or arm64
+  FILTER     only tests whose names match; needs a LEVEL before it, and images takes none:
+               unit, actions, install, tools  a GoogleTest filter of whole names, such as "Path*" or "Path*:Tree*"
+               packages, acceptance, corpus   for the option -k of Python's unittest: a part of a name, such as
+                         "planted", or with "*" a pattern for the whole name, such as "*Trial.test_p*"
+               page      a part of a name, such as "contrast"
+  --only P   only on the processor P: x64 or arm64; corpus has only x64
 
 docs/testing.md describes the levels.
 HELP
@@ -299,6 +304,10 @@ read_test_words() {
     esac
     shift
   done
+  [[ $chosenLevel != images || -z $chosenTests ]] ||
+    wrong "the level images always runs all its checks: it takes no filter. ./hx test --help lists what test takes."
+  [[ $chosenLevel != corpus || $onlyProcessor != arm64 ]] ||
+    wrong "the level corpus runs on x64 only, not with --only arm64. ./hx test --help lists what test takes."
 }
 
 # Prints help and exits if the command line asks for it. Exits with a message if the command line has a word that its

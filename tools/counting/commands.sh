@@ -28,7 +28,7 @@ read_bench_words() {
       --write) benchOptions=(--write) ;;
       -*) no_option bench "$word" ;;
       full | arm64)
-        [[ -z $benchPart ]] || no_word bench "$word"
+        [[ -z $benchPart ]] || wrong "bench takes one of full and arm64, not $benchPart and $word."
         benchPart=$word
         ;;
       *) no_word bench "$word" full arm64 ;;
@@ -50,6 +50,7 @@ take_bench() {
 # Counts the instructions of the ARM64 library.
 bench_arm64() {
   need_packages
+  need_rights arm64 ""
   need_windows arm64
   with_build_lock take_build "arm64 hxsetup hxinternals" "arm64-tests bench_format bench_path bench_messages action_tests"
   cp "$runFolder/arm64-tests"/*.exe "$runFolder/arm64/"
@@ -73,6 +74,11 @@ bench_command() {
   read_bench_words "$@"
   [[ $benchPart != arm64 ]] || bench_arm64
   need_packages
+  if [[ $benchPart == full ]]; then
+    # Half of the work would be done before the installations need it.
+    need_rights arm64 "leave out the installations: ./hx bench"
+    need_windows arm64
+  fi
   need_windows x64
   with_build_lock take_bench
   for program in "$runFolder"/bench_*.exe; do

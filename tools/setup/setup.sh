@@ -225,9 +225,10 @@ make_wine_prefix() {
   [[ -s $folder/windows/prefix/system.reg && -d $folder/windows/prefix/drive_c/windows/system32 ]]
 }
 
-# Exits with a message if this machine cannot run a Windows of PROCESSOR.
+# need_rights PROCESSOR [ADVICE]: exits with a message if this machine cannot run a Windows of PROCESSOR. ADVICE is what to do
+# without ARM64; "" if nothing can be done.
 need_rights() {
-  local processor=$1
+  local processor=$1 advice=${2-skip ARM64: ./hx test --only x64}
   unshare --user --map-root-user --mount --pid --fork --mount-proc true 2>/dev/null ||
     die "this machine does not let programs make user namespaces, in which Windows runs here
     (if sysctl has kernel.unprivileged_userns_clone or kernel.apparmor_restrict_unprivileged_userns, look there)"
@@ -237,8 +238,8 @@ need_rights() {
     mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc 2>/dev/null ||
     grep -qs '^flags:.*F' /proc/sys/fs/binfmt_misc/qemu-aarch64 ||
     die "this machine cannot run ARM64 programs: only Linux 6.7 and later lets users register an emulator (this is
-    $(uname -r)), and qemu-aarch64 is not registered. Register it as root (systemctl restart systemd-binfmt), or skip
-    ARM64: ./hx test --only x64"
+    $(uname -r)), and qemu-aarch64 is not registered. Register it as root (systemctl restart systemd-binfmt)${advice:+, or
+    $advice}"
 }
 
 # Sets wineTree and winePrefix to the file tree and the pristine prefix for PROCESSOR.

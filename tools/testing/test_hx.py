@@ -94,6 +94,15 @@ class CommandLineTest(unittest.TestCase):
                 self.assertIn(option, self.hx(command, "--help")[1])
                 self.assertIn(option, self.hx("help")[1])
 
+    def test_the_help_says_what_a_filter_is_and_what_is_written(self):
+        levels = self.hx("test", "--help")[1]
+        for text in ('"Path*"', "-k", "images takes none", '"N passed, 0 failed"'):
+            self.assertIn(text, levels)
+        self.assertNotRegex(levels, r"\d passed")
+        written = self.hx("help")[1].split("\n\n")[-1]
+        for option in ("--out", "--write", "--lines", "--suites", "--merge", "--planted"):
+            self.assertIn(option, written)
+
     def test_unknown_commands(self):
         self.assert_refused(["tset"], "there is no command 'tset'. Did you mean test? ./hx help lists the commands.")
         self.assert_refused(["instal"], "there is no command 'instal'. ./hx help lists the commands.")
@@ -120,10 +129,17 @@ class CommandLineTest(unittest.TestCase):
                  "clean does not take 'cache'. Did you mean --cache? ./hx clean --help lists what it takes."),
                 (["bench", "ful"], "bench does not take 'ful'. Did you mean full? ./hx bench --help lists what it takes."),
                 (["bench", "amr64"], "bench does not take 'amr64'. Did you mean arm64? ./hx bench --help lists what it takes."),
-                (["bench", "full", "arm64"], "bench does not take 'arm64'. ./hx bench --help lists what it takes."),
+                (["bench", "full", "arm64"], "bench takes one of full and arm64, not full and arm64."),
+                (["bench", "arm64", "full"], "bench takes one of full and arm64, not arm64 and full."),
                 (["bench", "--write"], "--write belongs to 'bench arm64'. ./hx bench --help lists what bench takes."),
                 (["bench", "full", "--write"], "--write belongs to 'bench arm64'. ./hx bench --help lists what bench takes."),
                 (["test", "unti"], "test does not take 'unti'. Did you mean unit? ./hx test --help lists what it takes."),
+                (["test", "images", "Path*"],
+                 "the level images always runs all its checks: it takes no filter. ./hx test --help lists what test takes."),
+                (["test", "corpus", "--only", "arm64"],
+                 "the level corpus runs on x64 only, not with --only arm64. ./hx test --help lists what test takes."),
+                (["test", "--only", "arm64", "corpus", "paths"],
+                 "the level corpus runs on x64 only, not with --only arm64. ./hx test --help lists what test takes."),
                 (["test", "unit", "Path*", "Tree*"],
                  "test does not take 'Tree*'. ./hx test --help lists what it takes."),
                 (["explain"], "explain needs a log. ./hx explain --help lists what it takes."),
@@ -260,7 +276,8 @@ class RightCommandsTest(unittest.TestCase):
                           ["coverage"], ["mutants"], ["mutants", "5", "77", "--survivors"], ["coverage", "unit", "Path*", "--processor", "arm64", "--lines", f"{project}/l.json", "--suites", "s.json"],
                           ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["lives"], ["lives", "3"], ["lives", "17-17", "0", "42"], ["dist", "--verify"], ["lint"],
                           ["test", "acceptance"], ["acceptance"], ["acceptance", "--try", "--processor", "arm64"],
-                          ["test", "packages"], ["test", "corpus"], ["fuzz"], ["fuzz", "20"], ["fuzz", "paths"],
+                          ["test", "packages"], ["test", "corpus"], ["test", "corpus", "paths", "--only", "x64"], ["test", "images", "--only", "arm64"],
+                          ["fuzz"], ["fuzz", "20"], ["fuzz", "paths"],
                           ["fuzz", "paths", "20", "--merge"], ["fuzz", "20", "raw-formats"], ["fuzz", "--planted", "dates"],
                           ["fuzz", "dates", "--input", f"{project}/own.wxs"], ["package", f"{project}/own.wxs", "--processor", "x64"],
                           ["package", "--define", "A=", "--out", "x.msi", "--processor", "arm64", "--define", "B=c d",
