@@ -1,6 +1,7 @@
-// Stands in front of the library in a package: runs each action in the library Z:\run\library\hxsetup.dll,
-// and appends to Z:\run\calls.txt how many calls of Windows it made: "CustomAction7 12". Calls of methods
-// count too. What goes wrong is a line that begins with "fault: ".
+// Is in the library's place in a package: runs each action in the library Z:\run\library\hxsetup.dll, and
+// counts the calls of Windows that it makes, those of methods too. Appends two lines to Z:\run\calls.txt for
+// each run of an action: "CustomAction7 begins", before anything else, and "CustomAction7 12", its calls. So
+// an action that crashes leaves the first line alone. What goes wrong is a line that begins with "fault: ".
 #include <windows.h>
 
 #include <msi.h>
@@ -36,6 +37,8 @@ class Counter : public hxrun::RunWatcher {
 };
 
 UINT Run(int number, MSIHANDLE session) {
+  const std::string name = "CustomAction" + std::to_string(number);
+  Write(name + " begins");
   // The installer unloads this library, but the rig has hooked what lives longer.
   HMODULE self = nullptr;
   GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
@@ -52,7 +55,7 @@ UINT Run(int number, MSIHANDLE session) {
     rig.Attach(library);
     const UINT result = library.CustomAction(number, session);
     rig.watcher = nullptr;
-    Write("CustomAction" + std::to_string(number) + " " + std::to_string(counter.count));
+    Write(name + " " + std::to_string(counter.count));
     return result;
   } catch (const std::exception& failure) {
     Write("fault: " + std::string(failure.what()));

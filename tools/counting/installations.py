@@ -35,7 +35,7 @@ IN_ITS_PLACE = {"counted": "calls.dll", "empty": "nothing.dll"}
 
 # The kind of an action that is a function of a library in the package.
 KIND_MASK, LIBRARY_ACTION = 0x3F, 1
-CALLS = re.compile(r"(CustomAction\d+) (\d+)")
+CALLS = re.compile(r"(CustomAction\d+) (\d+|begins)")
 
 
 class MeasureError(Exception):
@@ -117,13 +117,22 @@ def measure(windows, model, rounds):
 
 
 def read_calls(text):
-    """{entry point: [calls of each run]} of the lines of calls.dll."""
-    found = {}
+    """{entry point: [calls of each run]} of the lines of calls.dll. Each run has two: that it begins, and its calls."""
+    found, begun = {}, []
     for line in text.splitlines():
         match = CALLS.fullmatch(line)
         if not match:
             raise MeasureError(f"the calls could not be counted: {line}")
-        found.setdefault(match[1], []).append(int(match[2]))
+        name, calls = match.groups()
+        if calls == "begins":
+            begun.append(name)
+        elif name not in begun:
+            raise MeasureError(f"the calls could not be counted: {line}, but it did not begin")
+        else:
+            begun.remove(name)
+            found.setdefault(name, []).append(int(calls))
+    if begun:
+        raise MeasureError(f"the calls could not be counted: {begun[0]} began, but did not end: it crashed, or was ended")
     return found
 
 
@@ -146,6 +155,8 @@ def count_calls_once(windows, folder, model):
         calls = folder / "calls.txt"
         calls.unlink(missing_ok=True)
         install(windows, "counted", model, step)
+        if not calls.is_file():
+            raise MeasureError(f"the calls could not be counted: no action of the library wrote a line in the {model}'s {step}")
         found[step] = read_calls(calls.read_text(encoding="utf-8"))
     return found
 

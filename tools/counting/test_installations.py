@@ -89,19 +89,46 @@ class InstallationsTest(unittest.TestCase):
                                     r"the installation of with/client.msi failed with status 67\nwhat it says"):
             self.module.measure(FakeWindows(self.clock, lambda *_: 1, 67), "client", 1)
 
+    @staticmethod
+    def lines(*runs):
+        """What calls.dll writes for runs (entry point, calls)."""
+        return "".join(f"{name} begins\n{name} {count}\n" for name, count in runs)
+
     def test_the_lines_of_the_counter(self):
-        self.assertEqual(self.module.read_calls("CustomAction7 12\nCustomAction9 5\nCustomAction7 3\n"),
+        self.assertEqual(self.module.read_calls(self.lines(("CustomAction7", 12), ("CustomAction9", 5), ("CustomAction7", 3))),
                          {"CustomAction7": [12, 3], "CustomAction9": [5]})
         with self.assertRaisesRegex(self.module.MeasureError, "the calls could not be counted: fault: no library"):
-            self.module.read_calls("CustomAction7 12\nfault: no library\n")
+            self.module.read_calls("CustomAction7 begins\nCustomAction7 12\nCustomAction9 begins\nfault: no library\n")
+
+    def test_an_action_that_ends_before_it_is_counted(self):
+        """The installer ignores it if the result of such an action is ignored."""
+        for text in ("CustomAction28 begins\n", "CustomAction28 begins\n" + self.lines(("CustomAction7", 12)),
+                     self.lines(("CustomAction28", 3)) + "CustomAction28 begins\n",
+                     "CustomAction28 begins\nCustomAction28 begins\nCustomAction28 3\n"):
+            with self.subTest(text), self.assertRaises(self.module.MeasureError) as raised:
+                self.module.read_calls(text)
+            self.assertEqual(str(raised.exception), "the calls could not be counted: CustomAction28 began, but did not end: it "
+                                                    "crashed, or was ended")
+
+    def test_a_count_of_an_action_that_did_not_begin(self):
+        for text in ("CustomAction7 12\n", self.lines(("CustomAction7", 12)) + "CustomAction7 12\n"):
+            with self.subTest(text), self.assertRaisesRegex(
+                    self.module.MeasureError, "the calls could not be counted: CustomAction7 12, but it did not begin"):
+                self.module.read_calls(text)
+
+    def test_no_action_writes_a_line(self):
+        with mock.patch.object(self.module, "install"), self.assertRaisesRegex(
+                self.module.MeasureError, "the calls could not be counted: no action of the library wrote a line in the client's "
+                                          "installation"):
+            self.module.count_calls(None, self.folder, "client")
 
     def test_the_calls_are_counted_twice(self):
-        calls = {"/i": "CustomAction7 12\nCustomAction9 5\n", "/x": "CustomAction7 3\n"}
+        calls = {"/i": (("CustomAction7", 12), ("CustomAction9", 5)), "/x": (("CustomAction7", 3),)}
         runs = []
 
         def install(windows, kind, model, step):
             runs.append((kind, model, step))
-            (self.folder / "calls.txt").write_text(calls[self.module.STEPS[step]], encoding="utf-8")
+            (self.folder / "calls.txt").write_text(self.lines(*calls[self.module.STEPS[step]]), encoding="utf-8")
             if len(runs) == 3:
                 calls["/x"] = other
 
@@ -110,11 +137,11 @@ class InstallationsTest(unittest.TestCase):
             self.assertEqual(self.module.count_calls(None, self.folder, "client"), {
                 "installation": {"CustomAction7": [12], "CustomAction9": [5]}, "removal": {"CustomAction7": [3]}})
             self.assertEqual(runs, [("counted", "client", "installation"), ("counted", "client", "removal")] * 2)
-            for other, counts in (("CustomAction7 4\n", r"CustomAction7 made \[3\] and \[4\] calls"),
-                                  ("CustomAction7 3\nCustomAction7 3\n", r"CustomAction7 made \[3\] and \[3, 3\] calls"),
-                                  ("CustomAction7 3\nCustomAction8 1\n", r"CustomAction8 made \[\] and \[1\] calls")):
+            for other, counts in (([("CustomAction7", 4)], r"CustomAction7 made \[3\] and \[4\] calls"),
+                                  ([("CustomAction7", 3)] * 2, r"CustomAction7 made \[3\] and \[3, 3\] calls"),
+                                  ([("CustomAction7", 3), ("CustomAction8", 1)], r"CustomAction8 made \[\] and \[1\] calls")):
                 runs.clear()
-                calls["/x"] = "CustomAction7 3\n"
+                calls["/x"] = (("CustomAction7", 3),)
                 with self.assertRaisesRegex(self.module.MeasureError,
                                             f"two runs of the client's removal did not count alike: {counts}"):
                     self.module.count_calls(None, self.folder, "client")
