@@ -111,7 +111,8 @@ class InstallationsTest(unittest.TestCase):
                                                     "crashed, or was ended")
 
     def test_a_count_of_an_action_that_did_not_begin(self):
-        for text in ("CustomAction7 12\n", self.lines(("CustomAction7", 12)) + "CustomAction7 12\n"):
+        for text in ("CustomAction7 12\n", self.lines(("CustomAction7", 12)) + "CustomAction7 12\n",
+                     "CustomAction28 begins\nCustomAction7 12\n"):
             with self.subTest(text), self.assertRaisesRegex(
                     self.module.MeasureError, "the calls could not be counted: CustomAction7 12, but it did not begin"):
                 self.module.read_calls(text)

@@ -101,6 +101,12 @@ class RunTest(unittest.TestCase):
         self.assertIn("x64: [       OK ] S.A (0 ms)", output)
         self.assertEqual(self.filters(), ["S.A"])
 
+    def test_a_filter_that_no_test_matches(self):
+        status, output, errors = self.run_tests({"actions-x64": [program()]}, Request("actions", "N*", "x64"))
+        self.assertEqual((status, errors), (1, ["hx: facts-x64", "hx: facts-x64: done"]))
+        self.assertEqual(output[-2:], [
+            'no test ran: at the level actions a filter is a GoogleTest filter of whole names, such as "Path*"', "1 passed, 0 failed"])
+
     def test_facts_of_the_actions(self):
         """A whole run must have seen all facts, a chosen one may have seen some."""
         for names, options in ((None, []), ("S.A", ["--some"])):
