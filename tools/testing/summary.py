@@ -105,7 +105,7 @@ class Sum:
 
     @property
     def empty(self):
-        """Whether no test ran. What is checked after the tests of a program is none."""
+        """Whether no test ran. The checks after the tests of a program are not tests."""
         if self.failed:
             return False
         programs = self.request.level in PROGRAMS
