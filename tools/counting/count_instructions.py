@@ -15,7 +15,8 @@ import sys
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from counting.counts import CountError, Report, differences_between, own_counts, read_actions, read_counts, read_table, table_text
+from counting.counts import (CountError, Report, differences_between, read_actions, read_counts, read_summary, read_table,
+                             table_text)
 from support import load_script
 from windows.windows_session import Ended, Windows
 
@@ -95,13 +96,15 @@ def main(arguments):
         tables = count_all(parsed.folder, print)
         if different := differences_between(tables, count_all(parsed.folder, print)):
             raise CountError("\n".join(["two runs did not count alike:", *different]))
-        report = Report(tables, read_table(TABLE.read_text(encoding="utf-8")) if TABLE.exists() else {})
+        before = TABLE.read_text(encoding="utf-8") if TABLE.exists() else ""
+        report = Report(tables, read_table(before), read_summary(before), parsed.write)
     except (CountError, Ended) as error:
         sys.exit(f"hx: {error}")
     print("\n".join(report.lines))
     if parsed.write:
-        TABLE.write_text(table_text(own_counts(tables)), encoding="utf-8")
-        print("They are written.")
+        if (text := table_text(tables)) != before:
+            TABLE.write_text(text, encoding="utf-8")
+            print("bench/counts/arm64.txt is written again.")
         return 0
     return 1 if report.changed else 0
 

@@ -6,12 +6,18 @@ instructions between the marks, and what they belong to. The subject "hx" is the
 
 import math
 import re
+import statistics
 from typing import NamedTuple
 
 OURS = "hx"
 # The formatters that the library is compared with. The aim is to need fewer instructions than each of them.
 FORMATTERS = ("snprintf", "stb", "fmt")
-ACTIONS = "Actions"
+MESSAGES, PATHS, ACTIONS = "Messages", "Paths", "Actions"
+
+# The rows of values with which a format is counted (kRows of bench/values.h). Its count is the sum.
+ROWS = 16
+# How the summary names one call of a table without rivals, and how many calls a count of that table is.
+CALLS = {MESSAGES: ("a message", ROWS), ACTIONS: ("a typical run of an action", 1)}
 
 LINE = re.compile(r"(\d+) (\d+) ([^\t]*)\t([^\t]*)\t(.*)")
 ROW = re.compile(r" *(\d+)  (.*)")
@@ -19,7 +25,11 @@ ROW = re.compile(r" *(\d+)  (.*)")
 HEAD = """\
 # The instructions of the library itself on ARM64, by ./hx bench arm64. If a change of them is on purpose,
 # ./hx bench arm64 --write writes this file again. docs/benchmarks.md says what is counted.
+#
+# In short: the geometric mean of the ratios and, in brackets, the worst case; and the library's own instructions of
+# one call. docs/benchmarks.md has these figures.
 """
+SUMMARY_LINE = "#   "
 
 
 class CountError(Exception):
@@ -84,12 +94,17 @@ def own_counts(tables):
     return {table: {name: subjects[OURS].own for name, subjects in rows.items()} for table, rows in tables.items()}
 
 
-def table_text(counts):
-    """The text of the committed table."""
-    parts = [HEAD]
-    for table, rows in counts.items():
+def table_text(tables):
+    """The text of the committed table: the summary, and the counts of the library itself."""
+    parts = [HEAD, *(f"{SUMMARY_LINE}{line}\n" for line in summary(tables))]
+    for table, rows in own_counts(tables).items():
         parts.append(f"\n{table}\n" + "".join(f"{count:8}  {name}\n" for name, count in rows.items()))
     return "".join(parts)
+
+
+def read_summary(text):
+    """The lines of the summary in the committed table."""
+    return [line.removeprefix(SUMMARY_LINE) for line in text.splitlines() if line.startswith(SUMMARY_LINE)]
 
 
 def read_table(text):
@@ -128,18 +143,57 @@ def ratio(subjects, rival):
     return subjects[rival].all / subjects[OURS].all
 
 
-class Report:
-    """The lines to print, and what they found."""
+def ratios_line(name, cases):
+    """A line of the summary: for each rival the geometric mean of its ratios and the least of them."""
+    ratios = {}
+    for subjects in cases:
+        for rival in subjects:
+            if rival != OURS:
+                ratios.setdefault(rival, []).append(ratio(subjects, rival))
+    return f"{name}: " + ", ".join(f"{rival} {geometric_mean(each):.2f} ({min(each):.2f})" for rival, each in ratios.items())
 
-    def __init__(self, tables, committed):
+
+def calls_line(table, counts):
+    """A line of the summary: the own instructions of one call. `counts` are those of the table, {name: instructions}."""
+    name, number = CALLS[table]
+    calls = [count / number for count in counts.values()]
+    return f"{name}: least {min(calls):,.0f}, median {statistics.median(calls):,.0f}, greatest {max(calls):,.0f}"
+
+
+def summary(tables):
+    """A line "NAME: KIND FIGURE, ..." for each group of formats and for all of them, for each operation of paths, and for one
+    call of what has no rivals."""
+    formats = {table: rows for table, rows in tables.items() if table != PATHS and table not in CALLS}
+    # A note in brackets is not part of a group's name.
+    lines = [ratios_line(table.partition(" (")[0], rows.values()) for table, rows in formats.items()]
+    if formats:
+        lines.append(ratios_line("All formats", [subjects for rows in formats.values() for subjects in rows.values()]))
+    operations = {}
+    for name, subjects in tables.get(PATHS, {}).items():
+        operations.setdefault(name.partition(": ")[0], []).append(subjects)
+    lines += [ratios_line(operation, cases) for operation, cases in operations.items()]
+    own = own_counts(tables)
+    return lines + [calls_line(table, own[table]) for table in CALLS if table in own]
+
+
+class Report:
+    """The lines to print, and what they found. `committed` and `before` are the counts and the summary of the committed table.
+    If the command `writes` the table, it does not advise to do so."""
+
+    def __init__(self, tables, committed, before, writes=False):
         self.tables = tables
         self.committed = committed
+        self.before = before
+        self.writes = writes
         self.changed = 0
         self.lines = []
         for table, rows in tables.items():
             self.add_table(table, rows)
         self.add_missing()
-        self.add_formatters()
+        self.summary = summary(tables)
+        self.lines += ["", "In short: the geometric mean of the ratios and, in brackets, the worst case; and the library's own "
+                           "instructions of one call", *(f"  {line}" for line in self.summary)]
+        self.add_aim()
         self.add_result()
 
     def add_table(self, table, rows):
@@ -152,9 +206,6 @@ class Report:
             self.changed += bool(changed)
             ratios = "".join(f" {ratio(subjects, rival):9.2f}" if rival in subjects else f" {'-':>9}" for rival in rivals)
             self.lines.append(f"  {name:{width}} {subjects[OURS].own:8}{ratios}{changed and '  ' + changed}")
-        if rivals:
-            means = [geometric_mean([ratio(s, rival) for s in rows.values() if rival in s]) for rival in rivals]
-            self.lines.append(f"  {'geometric mean':{width}} {'':8}" + "".join(f" {mean:9.2f}" for mean in means))
 
     def add_missing(self):
         """Names what only the committed table has."""
@@ -164,22 +215,23 @@ class Report:
                     self.changed += 1
                     self.lines.append(f"gone: {table} / {name}")
 
-    def add_formatters(self):
+    def add_aim(self):
         """Says whether the aim of the format engine is met."""
         cases = [subjects for rows in self.tables.values() for subjects in rows.values()]
         means = {rival: [ratio(subjects, rival) for subjects in cases if rival in subjects] for rival in FORMATTERS}
         means = {rival: geometric_mean(ratios) for rival, ratios in means.items() if ratios}
         if not means:
             return
-        shown = ", ".join(f"{rival} {mean:.2f}" for rival, mean in means.items())
         behind = [rival for rival, mean in means.items() if mean <= 1]
         aim = f"not met: not fewer than {' and '.join(behind)}" if behind else "met"
-        self.lines += ["", f"All formats, geometric mean: {shown}. The aim, fewer instructions than each, is {aim}."]
+        self.lines.append(f"The aim, fewer instructions for all formats than each of snprintf, stb and fmt, is {aim}.")
 
     def add_result(self):
-        count = sum(map(len, self.tables.values()))
         if self.changed:
-            self.lines += [f"Of the library's own counts, {self.changed} differ from bench/counts/arm64.txt. If this is on "
-                           "purpose, write them: ./hx bench arm64 --write"]
-        else:
-            self.lines += [f"The library's own counts, {count}, are those of bench/counts/arm64.txt."]
+            advice = "" if self.writes else " If this is on purpose, write them: ./hx bench arm64 --write"
+            self.lines.append(f"Of the library's own counts, {self.changed} differ from bench/counts/arm64.txt.{advice}")
+            return
+        other = "" if self.summary == self.before else \
+            " Its summary differs, because the rivals or Windows are not those with which it was written."
+        count = sum(map(len, self.tables.values()))
+        self.lines.append(f"The library's own counts, {count}, are those of bench/counts/arm64.txt.{other}")

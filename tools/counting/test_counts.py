@@ -1,14 +1,28 @@
 """Reading, comparing and printing counts."""
 
+import re
 import unittest
 
-from counting.counts import (Count, CountError, Report, differences_between, own_counts, read_actions, read_counts, read_table,
-                             table_text)
+from counting.counts import (ROWS, Count, CountError, Report, differences_between, own_counts, read_actions, read_counts,
+                             read_summary, read_table, summary, table_text)
+from support import TOOLS
 
 LINES = ["100 110 Texts\thx\t%d", "0 220 Texts\tsnprintf\t%d", "0 55 Texts\tstb\t%d", "0 110 Texts\tfmt\t%d",
          "200 200 Texts\thx\t%s  of %s", "0 400 Texts\tsnprintf\t%s  of %s",
          "0 800 Texts\tstb\t%s  of %s", "0 800 Texts\tfmt\t%s  of %s",
          "7 30 Paths\thx\tjoin: C:\\", "0 15 Paths\tstandard\tjoin: C:\\"]
+# A second path, the same operations in another order, a message with a colon, and actions, an even number of them.
+MORE = ["8 10 Paths\thx\tway: C:\\", "0 30 Paths\tstandard\tway: C:\\", "9 10 Paths\thx\tway: D:\\", "0 20 Paths\tstandard\tway: D:\\",
+        "9 10 Paths\thx\tjoin: D:\\", "0 80 Paths\tstandard\tjoin: D:\\",
+        "16000 20000 Messages\thx\tno: %s", "1600 2000 Messages\thx\tnone", "3210 4000 Messages\thx\tpath: %s",
+        "4 0 Actions\thx\tA", "1004 0 Actions\thx\tB", "10 0 Actions\thx\tC", "8 0 Actions\thx\tD",
+        "500 500 More texts (stb has no such directive)\thx\t%ls", "0 250 More texts (stb has no such directive)\tsnprintf\t%ls"]
+SUMMARY = ["Texts: snprintf 2.00 (2.00), stb 1.41 (0.50), fmt 2.00 (1.00)",
+           "More texts: snprintf 0.50 (0.50)",
+           "All formats: snprintf 1.26 (0.50), stb 1.41 (0.50), fmt 2.00 (1.00)",
+           "join: standard 2.00 (0.50)", "way: standard 2.45 (2.00)",
+           "a message: least 100, median 201, greatest 1,000",
+           "a typical run of an action: least 4, median 9, greatest 1,004"]
 
 
 def tables():
@@ -57,19 +71,33 @@ class TwoRunsTest(unittest.TestCase):
 
 class TableTest(unittest.TestCase):
     def test_the_text(self):
-        text = table_text(own_counts(tables()))
+        text = table_text(tables())
         self.assertTrue(text.startswith("# The instructions of the library itself on ARM64"))
         self.assertEqual(text.split("\n\n", 1)[1],
                          "Texts\n     100  %d\n     200  %s  of %s\n\nPaths\n       7  join: C:\\\n")
 
     def test_it_is_read_as_it_was_written(self):
-        counts = own_counts(tables())
-        self.assertEqual(read_table(table_text(counts)), counts)
+        counted = read_counts(LINES + MORE)
+        self.assertEqual(read_table(table_text(counted)), own_counts(counted))
+        self.assertEqual(read_summary(table_text(counted)), SUMMARY)
+        self.assertEqual(read_summary("# A table without a summary.\n\nTexts\n     100  %d\n"), [])
 
     def test_a_damaged_table(self):
         for text in ("  12  no heading\n", "Texts\n  x  %d\n", "Texts\n  12\n"):
             with self.subTest(text), self.assertRaisesRegex(CountError, r"line \d of the table is not 'COUNT  NAME'"):
                 read_table(text)
+
+
+class SummaryTest(unittest.TestCase):
+    def test_each_group_of_formats_each_operation_of_paths_and_one_call(self):
+        # The means of the ratios and the least of them. A number of instructions is that of one call; the counts of messages
+        # are those of sixteen.
+        self.assertEqual(summary(read_counts(LINES + MORE)), SUMMARY)
+
+    def test_the_rows_of_a_message(self):
+        rows, = re.findall(r"^constexpr unsigned kRows = (\d+);", (TOOLS.parent / "bench/values.h").read_text(encoding="utf-8"),
+                           re.MULTILINE)
+        self.assertEqual(ROWS, int(rows))
 
 
 class ReportTest(unittest.TestCase):
@@ -83,7 +111,7 @@ class ReportTest(unittest.TestCase):
                 committed["Texts"]["%d"] = count
             else:
                 committed["Texts"][name] = count
-        return Report(tables(), committed)
+        return Report(tables(), committed, summary(tables()))
 
     def row(self, report, name):
         line, = [line for line in report.lines if line.startswith(f"  {name} ")]
@@ -109,19 +137,34 @@ class ReportTest(unittest.TestCase):
         self.assertEqual(report.changed, 1)
         self.assertIn("gone: Texts / old", report.lines)
 
-    def test_the_means_and_the_aim(self):
+    def test_the_summary_and_the_aim(self):
         report = self.report()
-        # Of 2.00 and 2.00, 0.50 and 4.00, 1.00 and 4.00; in the table of paths 0.50.
-        self.assertEqual([line.split()[2:] for line in report.lines if line.startswith("  geometric mean")],
-                         [["2.00", "1.41", "2.00"], ["0.50"]])
-        self.assertEqual(report.lines[-2], "All formats, geometric mean: snprintf 2.00, stb 1.41, fmt 2.00. The aim, fewer "
-                                           "instructions than each, is met.")
+        self.assertEqual(report.lines[-7:-1], [
+            "", "In short: the geometric mean of the ratios and, in brackets, the worst case; and the library's own instructions of "
+                "one call",
+            *(f"  {line}" for line in summary(tables())),
+            "The aim, fewer instructions for all formats than each of snprintf, stb and fmt, is met."])
 
     def test_the_aim_is_not_met(self):
         lines = [line.replace("800", "200") if "\tstb\t" in line else line for line in LINES]
-        report = Report(read_counts(lines), own_counts(read_counts(lines)))
-        self.assertEqual(report.lines[-2], "All formats, geometric mean: snprintf 2.00, stb 0.71, fmt 2.00. The aim, fewer "
-                                           "instructions than each, is not met: not fewer than stb.")
+        counted = read_counts(lines)
+        report = Report(counted, own_counts(counted), summary(counted))
+        self.assertIn("  All formats: snprintf 2.00 (2.00), stb 0.71 (0.50), fmt 2.00 (1.00)", report.lines)
+        self.assertEqual(report.lines[-2], "The aim, fewer instructions for all formats than each of snprintf, stb and fmt, is not "
+                                           "met: not fewer than stb.")
+
+    def test_another_summary_is_said_but_fails_nothing(self):
+        """The rivals are not the library's code."""
+        report = Report(tables(), own_counts(tables()), ["Texts: snprintf 2.01 (2.00)"])
+        self.assertEqual(report.changed, 0)
+        self.assertEqual(report.lines[-1], "The library's own counts, 3, are those of bench/counts/arm64.txt. Its summary "
+                                           "differs, because the rivals or Windows are not those with which it was written.")
+
+    def test_no_advice_to_write_what_is_written(self):
+        committed = own_counts(tables())
+        committed["Texts"]["%d"] = 99
+        report = Report(tables(), committed, summary(tables()), writes=True)
+        self.assertEqual(report.lines[-1], "Of the library's own counts, 1 differ from bench/counts/arm64.txt.")
 
 
 if __name__ == "__main__":
