@@ -27,7 +27,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 processors=(x64 arm64)
 # The levels of a run of all tests, and those that are run only by name.
 levels=(images unit actions install)
-otherLevels=(tools packages page acceptance corpus)
+otherLevels=(emulated tools packages page acceptance corpus)
 
 # The commands, in the order of the help, and the options that each takes besides --help.
 commands=(setup build package check-package try test coverage mutants acceptance lives check run explain bench fuzz dist lint clean help)
@@ -47,8 +47,8 @@ usage: ./hx COMMAND
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
   test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
                           images, unit, actions, install; FILTER chooses tests ("Path*"); run only by name:
-                          tools (hxrun), packages (packages of new authors), page (explain.html in a browser), acceptance,
-                          corpus (the inputs of the fuzzer)
+                          emulated (what takes long on ARM64), tools (hxrun), packages (packages of new authors),
+                          page (explain.html in a browser), acceptance, corpus (the inputs of the fuzzer)
        --only x64         skip ARM64 (--only arm64 skips x64)
   coverage                measure what of src/ the unit and actions tests run, and compare it with the list of what they do
                           not run; --processor arm64 or x64, --lines FILE, --suites FILE
@@ -113,17 +113,19 @@ What the tests leave is in build/artifacts.
                unit      the internal operations
                actions   the exported entry points in a rigged Windows
                install   packages that are installed, upgraded and removed
+               emulated  on ARM64, what a run without a level does on x64 only: the install tests of refused, failing and
+                         interrupted runs, and the checked build; only if it is named
                tools     hxrun; only if it is named
                packages  packages of new authors, made and tried, and planted mistakes; only if it is named
                page      docs/explain.html in a browser, with the logs that the install level has left; only if it is named
                acceptance  the archives for another Windows and their script, with a few tests; only if it is named
                corpus    the inputs of the fuzzer, and planted bugs for its targets; on x64; only if it is named
-  FILTER     only tests whose names match; needs a LEVEL before it, and images takes none:
+  FILTER     only tests whose names match; needs a LEVEL before it, and images and emulated take none:
                unit, actions, install, tools  a GoogleTest filter of whole names, such as "Path*" or "Path*:Tree*"
                packages, acceptance, corpus   for the option -k of Python's unittest: a part of a name, such as
                          "planted", or with "*" a pattern for the whole name, such as "*Trial.test_p*"
                page      a part of a name, such as "contrast"
-  --only P   only on the processor P: x64 or arm64; corpus has only x64
+  --only P   only on the processor P: x64 or arm64; corpus has only x64, emulated only arm64
 
 docs/testing.md describes the levels.
 HELP
@@ -308,6 +310,10 @@ read_test_words() {
     wrong "the level images always runs all its checks: it takes no filter. ./hx test --help lists what test takes."
   [[ $chosenLevel != corpus || $onlyProcessor != arm64 ]] ||
     wrong "the level corpus runs on x64 only, not with --only arm64. ./hx test --help lists what test takes."
+  [[ $chosenLevel != emulated || $onlyProcessor != x64 ]] ||
+    wrong "the level emulated runs on ARM64 only, not with --only x64. ./hx test --help lists what test takes."
+  [[ $chosenLevel != emulated || -z $chosenTests ]] ||
+    wrong "the level emulated takes no filter: use ./hx test install FILTER --only arm64, or unit in place of install."
 }
 
 # Prints help and exits if the command line asks for it. Exits with a message if the command line has a word that its

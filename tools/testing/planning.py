@@ -15,13 +15,15 @@ import argparse
 import sys
 from typing import NamedTuple, Optional
 
-# The levels of a run without a level. "tools", "page" and those of SUITES are run only by name.
+# The levels of a run without a level. The others are run only by name.
 LEVELS = ("images", "unit", "actions", "install")
 # Needs the logs that the install level has left.
 PAGE = "page"
 PROCESSORS = ("x64", "arm64")
 # The processor whose programs run under emulation.
 EMULATED = "arm64"
+# The level with the tests of LEVELS that only a run by name does on the emulated processor, where they take long.
+REST = "emulated"
 # The processor of this machine, whose Windows some tools use whatever they work on.
 HOST = "x64"
 
@@ -41,8 +43,9 @@ TARGETS = {
     "tools": {LIBRARY: ("hxsetup", "hxinternals", "agent", "ostrack", "witness"), TESTS: ("tool_tests", "hxrun")},
 }
 # The levels whose tests run packages.
-PACKAGED = {"install", "tools", "acceptance"}
+PACKAGED = {"install", REST, "tools", "acceptance"}
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
+TARGETS[REST] = {LIBRARY: TARGETS["install"][LIBRARY], CHECKED: TARGETS["unit"][CHECKED], TESTS: ("unit_tests", "install_tests")}
 
 
 class Suite(NamedTuple):
@@ -70,8 +73,12 @@ SUITES = {
     "corpus": Suite("fuzz", "trial_*.py", {}, {FUZZ: ("hxinternals",)}, (("fuzz", ("hxfuzz",)),), False),
 }
 
-# The install tests in two parts, which run in two Windows.
-PART_FILTERS = {"servers": "Server*:Security*:Conversion*:Guide*", "others": "-Server*:Security*:Conversion*:Guide*"}
+# The parts of the install tests on the emulated processor. The first one is a part of a run of everything. The others are
+# the level REST: runs that are refused, that fail or that are interrupted. The engine and the package decide their course;
+# what the library does in them, it does in the tests of other levels too.
+LIVES, REFUSED, INTERRUPTED = "lives", "refused", "interrupted"
+PART_FILTERS = {REFUSED: "Maintenance*:PackageRefusals*", INTERRUPTED: "ServerInterrupted*:ServerLinks*:ServerObstacles*:ServerRefusals*"}
+PART_FILTERS[LIVES] = f"-{PART_FILTERS[REFUSED]}:{PART_FILTERS[INTERRUPTED]}"
 
 
 class Request(NamedTuple):
@@ -92,10 +99,12 @@ class Request(NamedTuple):
     @property
     def running(self):
         """The levels that run in a Windows."""
-        return tuple(level for level in self.levels if level in PROGRAMS)
+        return tuple(level for level in self.levels if level in PROGRAMS or level == REST)
 
     @property
     def processors(self):
+        if self.level == REST:
+            return (EMULATED,)
         return (self.processor,) if self.processor else PROCESSORS
 
 
@@ -142,33 +151,42 @@ def builds(request):
         needs = [*needs, suite.host] if suite and processor == HOST else needs
         for kind in (LIBRARY, TESTS, CHECKED, FUZZ):
             targets = [target for targets in needs for target in targets.get(kind, ())]
-            if targets:
+            if targets and not (kind == CHECKED and processor == EMULATED and not request.level):
                 found.append((processor + kind, tuple(dict.fromkeys(targets))))
     return [*found, *suite.native] if suite else found
 
 
-def programs(request, processor, levels, part=""):
+def programs(request, processor, levels, kinds=(LIBRARY, CHECKED)):
     for level in levels:
-        for kind in (LIBRARY, CHECKED):
+        for kind in kinds:
             # The level's tests run with each build of the library that TARGETS names for it.
             if kind in TARGETS[level]:
-                yield Program(level, processor, processor + kind, PART_FILTERS.get(part, request.filter), part)
+                yield Program(level, processor, processor + kind, request.filter)
+
+
+def installs(part):
+    """The program with a part of the install tests on the emulated processor."""
+    return Program("install", EMULATED, EMULATED, PART_FILTERS[part], part)
 
 
 def lanes(request):
-    """The lanes of a run: one for each processor. A run of everything has three for the emulated one, because each emulated
-    Windows uses only one processor of this machine. On a machine with two processors, lanes of even numbers share one and
-    lanes of odd numbers the other: so the two lanes of install tests share one, because these mostly wait."""
-    groups = []
+    """The lanes of a run: one for each processor. A run of everything, and the level REST, have two, because a Windows mostly
+    uses only one processor of this machine. On a machine with two processors, lanes of even numbers share one and lanes of
+    odd numbers the other: the order is the one in which both have about the same to do."""
+    groups, last = [], []
     for processor in request.processors if request.running else ():
-        if processor == EMULATED and not request.filter and not request.level:
-            others = [level for level in request.running if level != "install"]
-            groups += [(processor, programs(request, processor, ["install"], "others")),
-                       (processor, programs(request, processor, others)),
-                       (processor, programs(request, processor, ["install"], "servers"))]
-        else:
+        if request.level == REST:
+            groups += [(processor, [*programs(request, processor, ["unit"], [CHECKED]), installs(REFUSED)]),
+                       (processor, [installs(INTERRUPTED)])]
+        elif request.level:
             groups.append((processor, programs(request, processor, request.running)))
-    return [Lane(number, processor, tuple(group)) for number, (processor, group) in enumerate(groups)]
+        elif processor == EMULATED:
+            groups += [(processor, [installs(LIVES)]),
+                       (processor, programs(request, processor, ["unit", "actions"], [LIBRARY]))]
+        else:
+            groups.append((processor, programs(request, processor, request.running, [LIBRARY])))
+            last.append((processor, programs(request, processor, request.running, [CHECKED])))
+    return [Lane(number, processor, tuple(group)) for number, (processor, group) in enumerate(groups + last)]
 
 
 def add_arguments(parser):

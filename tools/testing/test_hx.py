@@ -96,7 +96,7 @@ class CommandLineTest(unittest.TestCase):
 
     def test_the_help_says_what_a_filter_is_and_what_is_written(self):
         levels = self.hx("test", "--help")[1]
-        for text in ('"Path*"', "-k", "images takes none", '"N passed, 0 failed"'):
+        for text in ('"Path*"', "-k", "images and emulated take none", '"N passed, 0 failed"'):
             self.assertIn(text, levels)
         self.assertNotRegex(levels, r"\d passed")
         written = self.hx("help")[1].split("\n\n")[-1]
@@ -138,6 +138,10 @@ class CommandLineTest(unittest.TestCase):
                  "the level images always runs all its checks: it takes no filter. ./hx test --help lists what test takes."),
                 (["test", "corpus", "--only", "arm64"],
                  "the level corpus runs on x64 only, not with --only arm64. ./hx test --help lists what test takes."),
+                (["test", "emulated", "--only", "x64"],
+                 "the level emulated runs on ARM64 only, not with --only x64. ./hx test --help lists what test takes."),
+                (["test", "emulated", "Server*"],
+                 "the level emulated takes no filter: use ./hx test install FILTER --only arm64, or unit in place of install."),
                 (["test", "--only", "arm64", "corpus", "paths"],
                  "the level corpus runs on x64 only, not with --only arm64. ./hx test --help lists what test takes."),
                 (["test", "unit", "Path*", "Tree*"],
@@ -277,6 +281,7 @@ class RightCommandsTest(unittest.TestCase):
                           ["bench", "full"], ["bench", "arm64"], ["bench", "--write", "arm64"], ["dist"], ["lives"], ["lives", "3"], ["lives", "17-17", "0", "42"], ["dist", "--verify"], ["lint"],
                           ["test", "acceptance"], ["acceptance"], ["acceptance", "--try", "--processor", "arm64"],
                           ["test", "packages"], ["test", "corpus"], ["test", "corpus", "paths", "--only", "x64"], ["test", "images", "--only", "arm64"],
+                          ["test", "emulated"], ["test", "emulated", "--only", "arm64"],
                           ["fuzz"], ["fuzz", "20"], ["fuzz", "paths"],
                           ["fuzz", "paths", "20", "--merge"], ["fuzz", "20", "raw-formats"], ["fuzz", "--planted", "dates"],
                           ["fuzz", "dates", "--input", f"{project}/own.wxs"], ["package", f"{project}/own.wxs", "--processor", "x64"],

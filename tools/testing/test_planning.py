@@ -1,11 +1,13 @@
 """planning.py: the targets that each level needs, and which programs run at the same time."""
 
+import fnmatch
+import re
 import subprocess
 import sys
 import unittest
 
 from support import TOOLS
-from testing.planning import PART_FILTERS, Request, builds, lanes
+from testing.planning import INTERRUPTED, LIVES, PART_FILTERS, REFUSED, Request, builds, lanes
 
 UNIT_BUILD = ("hxinternals", "rigsubject")
 INSTALL_BUILD = ("hxsetup", "hxinternals", "agent", "ostrack", "witness")
@@ -34,7 +36,7 @@ class BuildsTest(unittest.TestCase):
             for only in (None, "x64", "arm64"):
                 with self.subTest(level=level, only=only):
                     expected = [(processor + kind, targets) for processor in ([only] if only else ["x64", "arm64"])
-                                for kind, targets in kinds.items()]
+                                for kind, targets in kinds.items() if level or processor + kind != "arm64-checked"]
                     self.assertEqual(builds(Request(level, None, only)), expected)
                     self.assertEqual(builds(Request(level, "Path*", only)), expected)
 
@@ -61,6 +63,36 @@ class BuildsTest(unittest.TestCase):
         # It needs no Windows.
         self.assertEqual(output, "build x64-fuzz hxinternals\nbuild fuzz hxfuzz\n")
 
+    def test_the_rest_of_the_emulated_processor(self):
+        for only in (None, "arm64"):
+            with self.subTest(only):
+                self.assertEqual(builds(Request("emulated", None, only)), [
+                    ("arm64", INSTALL_BUILD), ("arm64-tests", ("unit_tests", "install_tests")), ("arm64-checked", UNIT_BUILD)])
+                self.assertEqual(shown(Request("emulated", None, only)), [
+                    (0, "arm64", ["unit-arm64-checked", "install-arm64-refused"]), (1, "arm64", ["install-arm64-interrupted"])])
+
+    def test_a_run_of_everything_and_the_rest_run_each_test_with_each_library(self):
+        """Of the emulated processor: what runs in the levels by their names."""
+        def runs(*requests):
+            return sorted((program.name.removesuffix("-" + program.part), program.part or "whole")
+                          for request in requests for lane in lanes(request) for program in lane.programs if program.processor == "arm64")
+
+        self.assertEqual(runs(Request(), Request("emulated")), sorted(
+            [run for run in runs(Request("unit"), Request("actions"), Request("install")) if run[0] != "install-arm64"]
+            + [("install-arm64", part) for part in PART_FILTERS]))
+
+    def test_the_parts_of_the_install_tests_are_all_of_them(self):
+        self.assertEqual(PART_FILTERS[LIVES], "-" + PART_FILTERS[REFUSED] + ":" + PART_FILTERS[INTERRUPTED])
+        self.assertEqual(set(PART_FILTERS), {LIVES, REFUSED, INTERRUPTED})
+
+    def test_each_part_has_suites(self):
+        """A suite that gets another name is not silently moved to the run of everything."""
+        suites = set(re.findall(r"^TEST_[FP]\((\w+),", "".join(
+            file.read_text(encoding="utf-8") for file in (TOOLS.parent / "tests/install").glob("*.cpp")), re.MULTILINE))
+        for pattern in (PART_FILTERS[REFUSED] + ":" + PART_FILTERS[INTERRUPTED]).split(":"):
+            with self.subTest(pattern):
+                self.assertTrue(fnmatch.filter(suites, pattern))
+
     def test_the_level_of_packages(self):
         programs = ("hxsetup", "agent", "ostrack", "witness")
         host = ("x64", (*programs, "ices"))
@@ -79,18 +111,17 @@ class BuildsTest(unittest.TestCase):
 class LanesTest(unittest.TestCase):
     def test_a_whole_run(self):
         self.assertEqual(shown(Request()), [
-            (0, "x64", ["unit-x64", "unit-x64-checked", "actions-x64", "install-x64"]),
-            (1, "arm64", ["install-arm64-others"]),
-            (2, "arm64", ["unit-arm64", "unit-arm64-checked", "actions-arm64"]),
-            (3, "arm64", ["install-arm64-servers"])])
+            (0, "x64", ["unit-x64", "actions-x64", "install-x64"]),
+            (1, "arm64", ["install-arm64-lives"]),
+            (2, "arm64", ["unit-arm64", "actions-arm64"]),
+            (3, "x64", ["unit-x64-checked"])])
 
     def test_one_processor(self):
         self.assertEqual(shown(Request(None, None, "x64")),
-                         [(0, "x64", ["unit-x64", "unit-x64-checked", "actions-x64", "install-x64"])])
+                         [(0, "x64", ["unit-x64", "actions-x64", "install-x64"]), (1, "x64", ["unit-x64-checked"])])
         self.assertEqual(shown(Request(None, None, "arm64")), [
-            (0, "arm64", ["install-arm64-others"]),
-            (1, "arm64", ["unit-arm64", "unit-arm64-checked", "actions-arm64"]),
-            (2, "arm64", ["install-arm64-servers"])])
+            (0, "arm64", ["install-arm64-lives"]),
+            (1, "arm64", ["unit-arm64", "actions-arm64"])])
 
     def test_one_level_has_one_windows_for_each_processor(self):
         self.assertEqual(shown(Request("unit")), [(0, "x64", ["unit-x64", "unit-x64-checked"]),
@@ -107,14 +138,11 @@ class LanesTest(unittest.TestCase):
             return {program.name: program.filter for lane in lanes(request) for program in lane.programs}
 
         self.assertEqual(filters(Request("unit", "Path*", "x64")), {"unit-x64": "Path*", "unit-x64-checked": "Path*"})
-        whole = filters(Request())
-        self.assertEqual((whole["install-arm64-servers"], whole["install-arm64-others"]),
-                         (PART_FILTERS["servers"], PART_FILTERS["others"]))
-        self.assertEqual({name for name, chosen in whole.items() if chosen},
-                         {"install-arm64-servers", "install-arm64-others"})
-
-    def test_the_two_parts_of_the_install_tests_are_all_of_them(self):
-        self.assertEqual(PART_FILTERS["others"], "-" + PART_FILTERS["servers"])
+        self.assertEqual({name: chosen for name, chosen in filters(Request()).items() if chosen},
+                         {"install-arm64-lives": PART_FILTERS[LIVES]})
+        self.assertEqual(filters(Request("emulated")), {
+            "unit-arm64-checked": None, "install-arm64-refused": PART_FILTERS[REFUSED],
+            "install-arm64-interrupted": PART_FILTERS[INTERRUPTED]})
 
     def test_programs(self):
         unit, checked = lanes(Request("unit", None, "arm64"))[0].programs
@@ -160,7 +188,12 @@ class ScriptTest(unittest.TestCase):
         lines = self.plan()
         self.assertEqual([line for line in lines if not line.startswith("build")],
                          ["windows x64", "windows arm64", "packages x64", "packages arm64"])
-        self.assertEqual(sum(line.startswith("build") for line in lines), 6)
+        self.assertEqual(sum(line.startswith("build") for line in lines), 5)
+
+    def test_the_rest_of_the_emulated_processor(self):
+        self.assertEqual(self.plan("--level", "emulated"), [
+            "windows arm64", "build arm64 hxsetup hxinternals agent ostrack witness",
+            "build arm64-tests unit_tests install_tests", "build arm64-checked hxinternals rigsubject", "packages arm64"])
 
 
 if __name__ == "__main__":
