@@ -261,6 +261,17 @@ test("a narrow window shows it too", async (page) => {
   await picture(page, "narrow");
 });
 
+// The picture is the one of README.md: after a change of the page copy it to docs/explain.png.
+test("several logs are listed, with the runs in them", async (page) => {
+  await page.setViewportSize({ width: 1180, height: 1500 });
+  await open(page, ...["server-rolled-back", "client-upgraded-german", "client-stopped"].map(sampleFile));
+  assert.deepEqual(await page.locator("nav .run").allTextContents(), ["The upgrade of Vantor Server 1.0.0 failed and was rolled back.",
+    "The upgrade of Ostrel 1.0.1 succeeded.", "The upgrade's own removal of Ostrel 1.0.0 succeeded.", "The upgrade of Ostrel 1.0.1 failed."]);
+  await page.locator("nav .run").first().click();
+  assert.equal(await page.locator("main .sentence").textContent(), "The upgrade of Vantor Server 1.0.0 failed and was rolled back.");
+  await page.screenshot({ path: join(artifacts, "readme.png") });
+});
+
 // ---- files that are not as they should be
 
 test("a hostile log stays a text", async (page) => {
