@@ -20,7 +20,7 @@ BUILDS = {
     "actions": {"": ("hxsetup",), "-tests": ("action_tests",)},
     "install": {"": INSTALL_BUILD, "-tests": ("install_tests",)},
     "page": {},
-    "tools": {"": INSTALL_BUILD, "-tests": ("tool_tests", "hxrun")},
+    "tools": {"": INSTALL_BUILD, "-tests": ("tool_tests", "hxrun", "calls", "nothing")},
     None: {"": ALL_BUILD, "-tests": ("unit_tests", "action_tests", "install_tests"), "-checked": UNIT_BUILD},
 }
 
@@ -50,7 +50,7 @@ class BuildsTest(unittest.TestCase):
                 name = target.removesuffix("_tests").replace("action", "actions").replace("tool", "tools")
                 with self.subTest(target):
                     self.assertRegex(text, rf"hx_library\({target} |hx_stand_in\({target} |add_executable\({target} "
-                                           rf"|foreach\(level [\w ]*\b{name}\b")
+                                           rf"|foreach\((?:level|name) [\w ]*\b{name}\b")
 
 
     def test_the_level_of_the_corpus(self):
@@ -173,7 +173,7 @@ class ScriptTest(unittest.TestCase):
     def test_tools(self):
         self.assertNotIn("tools", Request().levels)
         self.assertEqual(self.plan("--level", "tools", "--only", "arm64"), [
-            "windows arm64", "build arm64 hxsetup hxinternals agent ostrack witness", "build arm64-tests tool_tests hxrun",
+            "windows arm64", "build arm64 hxsetup hxinternals agent ostrack witness", "build arm64-tests tool_tests hxrun calls nothing",
             "packages arm64"])
 
     def test_acceptance(self):
