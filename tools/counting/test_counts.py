@@ -68,6 +68,16 @@ class TwoRunsTest(unittest.TestCase):
             "Texts / %d / hx: Count(own=100, all=110) and Count(own=101, all=110)",
             "Paths / join: C:\\ / standard: Count(own=0, all=15) and None"])
 
+    def test_windows_may_need_a_thousandth_more(self):
+        def counted(own, whole):
+            return read_counts([f"{own} {whole} Texts\thx\t%d"])
+
+        self.assertEqual(differences_between(counted(100, 22000), counted(100, 22022)), [])
+        self.assertEqual(differences_between(counted(100, 22000), counted(100, 21978)), [])
+        self.assertEqual(len(differences_between(counted(100, 22000), counted(100, 22023))), 1)
+        self.assertEqual(len(differences_between(counted(100, 22000), counted(101, 22000))), 1)
+        self.assertEqual(len(differences_between(counted(100, 999), counted(100, 1000))), 1)
+
 
 class TableTest(unittest.TestCase):
     def test_the_text(self):
