@@ -49,7 +49,7 @@ read_fuzz_words() {
         ;;
       -*) no_option fuzz "$1" ;;
       *[!0-9]* | '')
-        [[ -z $target ]] || no_word fuzz "$1"
+        [[ -z $target ]] || wrong "fuzz takes one target, not $target and $1."
         [[ " ${fuzzTargets[*]} " == *" $1 "* ]] || no_word fuzz "$1" "${fuzzTargets[@]}"
         target=$1
         ;;

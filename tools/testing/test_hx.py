@@ -239,7 +239,8 @@ class CommandLineTest(unittest.TestCase):
         for arguments, text in (
                 (["fuzz", "fromats"], "fuzz does not take 'fromats'. Did you mean formats? ./hx fuzz --help lists what it takes."),
                 (["fuzz", "path", "5"], "fuzz does not take 'path'. Did you mean paths? ./hx fuzz --help lists what it takes."),
-                (["fuzz", "paths", "dates"], "fuzz does not take 'dates'. ./hx fuzz --help lists what it takes."),
+                (["fuzz", "paths", "dates"], "fuzz takes one target, not paths and dates."),
+                (["fuzz", "paths", "5", "dates"], "fuzz takes one target, not paths and dates."),
                 (["fuzz", "0"], "fuzz takes a number of seconds from 1 to 999999, not 0."),
                 (["fuzz", "1000000"], "fuzz takes a number of seconds from 1 to 999999, not 1000000."),
                 (["fuzz", "5", "6"], "fuzz takes one number of seconds, not 5 and 6."),
