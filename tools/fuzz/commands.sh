@@ -11,8 +11,9 @@ help_fuzz() {
 usage: ./hx fuzz [TARGET] [SECONDS] [--planted | --merge | --input FILE]
 
 Runs parts of the x64 library on made-up input, with checks of addresses, in a program of this machine that answers
-Windows. Begins with the inputs in fuzz/corpus. Prints for each target how many runs there were and what was found; an input
-that fails is kept in build/fuzz/found. The exit status is 0 if nothing was found.
+Windows. Begins with the inputs in fuzz/corpus. Prints for each target how many runs there were, how many edges of the
+library's code they reached, and what was found; an input that fails is kept in build/fuzz/found. The exit status is 0 if
+nothing was found.
 
   TARGET        only one target:
                   formats      formats with fitting arguments
@@ -26,7 +27,8 @@ that fails is kept in build/fuzz/found. The exit status is 0 if nothing was foun
   SECONDS       the time for each target; 60 if it is not given
   --planted     prove the targets instead: plant their bugs, one at a time, and let the fuzzer find each, without the
                 corpus; keep the inputs that find them in fuzz/corpus
-  --merge       afterwards add the inputs that reached something new to fuzz/corpus, and leave out what is not needed
+  --merge       after each target, add the inputs that reached something new to fuzz/corpus, and leave out what is not needed.
+                An interrupted run does not keep what the target that it was fuzzing has reached
   --input FILE  run TARGET once, with this input, and print what happens
 
 docs/testing.md describes the targets. ./hx test corpus runs the inputs of fuzz/corpus, and each planted bug.
@@ -68,14 +70,10 @@ read_fuzz_words() {
   [[ -z $input ]] || fuzzWords+=("$input")
 }
 
-build_fuzz() {
-  build_preset x64-fuzz hxinternals
-  build_preset fuzz hxfuzz
-}
-
 fuzz() {
   read_fuzz_words "$@"
   need_packages
-  with_build_lock build_fuzz
-  exec python3 tools/fuzz/fuzz.py "${fuzzWords[@]}"
+  with_build_lock take_build "x64-fuzz hxinternals" "fuzz hxfuzz"
+  # exec, so that fuzz.py itself receives the signal that ends this process.
+  exec python3 tools/fuzz/fuzz.py "$runFolder" "${fuzzWords[@]}"
 }

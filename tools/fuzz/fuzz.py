@@ -1,26 +1,27 @@
 #!/usr/bin/env python3
-"""Fuzzes targets: tools/fuzz/fuzz.py all|TARGET [--seconds N] [--planted | --merge | --input FILE]
+"""Fuzzes targets: tools/fuzz/fuzz.py FOLDER all|TARGET [--seconds N] [--planted | --merge | --input FILE]
 
-./hx fuzz checks the words and builds the fuzzer and the library before it calls this script.
+FOLDER is the folder of this run. It has the fuzzer and the library, in a folder for each preset, and gets everything that the
+run writes. ./hx fuzz checks the words, makes the folder, and removes it afterwards.
 """
 
 import argparse
 import shutil
 import sys
-import tempfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from fuzz import fuzzing
 from fuzz.planted import BUGS, make_image
+from testing.ending import end_with_front
 
 # The end of what the fuzzer printed that is shown if it found something, in lines.
 SHOWN = 40
 
 
 def row(target, result, words):
-    speed = f"{result.speed:,} a second" if result.speed else ""
-    print(f"{target:12} {result.runs:>12,} runs {speed:>18} {result.edges:>6,} edges  {words}", flush=True)
+    speed = f"{result.speed:,} a second, {result.processor_speed:,} a second of processor time" if result.speed else ""
+    print(f"{target:12} {result.runs:>12,} runs {speed:>51} {result.edges:>6,} of {result.all_edges:,} edges  {words}", flush=True)
 
 
 def show_found(target, result, tools):
@@ -33,9 +34,9 @@ def show_found(target, result, tools):
           f"    ./hx fuzz {target} --input {kept.relative_to(fuzzing.ROOT)}", flush=True)
 
 
-def run_targets(targets, seconds, merges, folder):
+def run_targets(targets, seconds, merges, folder, tools):
     """Fuzzes the targets one after the other. Returns 0 if nothing was found."""
-    tools, failed = fuzzing.Tools(), 0
+    failed = 0
     for target in targets:
         own = folder / target
         seeds = fuzzing.CORPUS / target
@@ -53,13 +54,13 @@ def run_targets(targets, seconds, merges, folder):
     return failed
 
 
-def prove_targets(targets, folder):
+def prove_targets(targets, folder, tools):
     """Plants the bugs of each target one by one and fuzzes it. Returns 0 if the fuzzer finds them all."""
     failed = 0
     for target, index, bug in ((target, index, bug) for target in targets for index, bug in enumerate(BUGS[target])):
         own = folder / target / str(index)
         own.mkdir(parents=True)
-        result = fuzzing.fuzz(make_image(bug, own), target, own, runs=bug.runs, seed=1)
+        result = fuzzing.fuzz(tools._replace(image=make_image(bug, own)), target, own, runs=bug.runs, seed=1)
         found = bug.is_found(result)
         row(target, result, f"{bug.what}: {'found' if found else 'NOT FOUND'}")
         if found:
@@ -71,9 +72,8 @@ def prove_targets(targets, folder):
     return failed
 
 
-def run_input(target, file, folder):
+def run_input(target, file, folder, tools):
     """Runs a target once and prints everything. Returns 0 if nothing is wrong."""
-    tools = fuzzing.Tools()
     result = fuzzing.replay(tools, target, [file], folder)
     print(fuzzing.name_places(result.output, tools.image))
     return 1 if result.input else 0
@@ -81,6 +81,7 @@ def run_input(target, file, folder):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("folder", type=Path)
     parser.add_argument("target", choices=("all", *fuzzing.TARGETS))
     parser.add_argument("--seconds", type=int, default=60)
     kind = parser.add_mutually_exclusive_group()
@@ -89,13 +90,13 @@ def main():
     kind.add_argument("--input", type=Path)
     words = parser.parse_args()
     targets = fuzzing.TARGETS if words.target == "all" else (words.target,)
-    with tempfile.TemporaryDirectory(prefix="hx-fuzz-") as folder:
-        folder = Path(folder)
-        if words.planted:
-            return prove_targets(targets, folder)
-        if words.input:
-            return run_input(words.target, words.input, folder)
-        return run_targets(targets, words.seconds, words.merge, folder)
+    end_with_front()
+    tools, folder = fuzzing.tools_of(words.folder), words.folder / "targets"
+    if words.planted:
+        return prove_targets(targets, folder, tools)
+    if words.input:
+        return run_input(words.target, words.input, folder, tools)
+    return run_targets(targets, words.seconds, words.merge, folder, tools)
 
 
 if __name__ == "__main__":

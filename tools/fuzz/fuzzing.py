@@ -2,6 +2,7 @@
 
 import os
 import re
+import resource
 import shutil
 import subprocess
 from pathlib import Path
@@ -38,17 +39,28 @@ PLACE = re.compile(r"0x(4800[0-9a-f]{8})\s+\(<unknown module>\)")
 
 class Tools(NamedTuple):
     """The fuzzer and the library that it loads."""
-    program: Path = ROOT / "build/fuzz/hxfuzz"
-    image: Path = BUILD / "hxinternals.dll"
+    program: Path
+    image: Path
+
+
+class Ended(NamedTuple):
+    """How the fuzzer ended."""
+    status: int
+    # Everything that it printed.
+    output: str
+    # The processor time that it took, in seconds.
+    processor: float
 
 
 class Result(NamedTuple):
     """What a run of the fuzzer did."""
     runs: int
-    # Runs in a second.
+    # Runs in a second, and in a second of processor time.
     speed: int
-    # The edges of the library that were reached.
+    processor_speed: int
+    # The edges of the library that were reached, and all that it has.
     edges: int
+    all_edges: int
     # The input that fails, if one was found.
     input: Optional[Path]
     # Everything that the fuzzer printed.
@@ -64,8 +76,19 @@ class Result(NamedTuple):
         return lines[-1] if lines else "the fuzzer printed nothing"
 
 
-def start(tools, target, words, folder, limit=None):
-    """Runs the fuzzer for a target with the words of its command line; returns its status and what it printed."""
+def tools_of(folder):
+    """The fuzzer and the library that ./hx has copied into the folder of this run."""
+    return Tools(folder / "fuzz/hxfuzz", folder / "x64-fuzz/hxinternals.dll")
+
+
+def processor_time():
+    """The processor time of all processes that have ended, in seconds."""
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
+
+
+def start(tools, target, words, folder):
+    """Runs the fuzzer for a target with the words of its command line. Returns how it ended."""
     command = [tools.program, *words, f"-artifact_prefix={folder}/", f"-timeout={SLOWEST_RUN}", f"-rss_limit_mb={MEMORY}",
                f"-max_len={LONGEST_INPUT}", *FASTER]
     if (WORDS / f"{target}.txt").is_file():
@@ -74,13 +97,16 @@ def start(tools, target, words, folder, limit=None):
     # much less than 16 MB; without that limit the search takes new memory all the time.
     environment = {**os.environ, "HX_FUZZ_TARGET": target, "HX_FUZZ_IMAGE": str(tools.image),
                    "ASAN_OPTIONS": "detect_leaks=0:allocator_may_return_null=1:quarantine_size_mb=16"}
+    before = processor_time()
     ended = subprocess.run([str(word) for word in command], env=environment, stdout=subprocess.PIPE,
-                           stderr=subprocess.STDOUT, timeout=limit, check=False)
-    return ended.returncode, ended.stdout.decode(errors="replace")
+                           stderr=subprocess.STDOUT, check=False)
+    return Ended(ended.returncode, ended.stdout.decode(errors="replace"), processor_time() - before)
 
 
-def read_result(status, output, folder):
-    """The result of a run that ended with this status."""
+def read_result(ended):
+    """The result of a run that ended so."""
+    status, output, processor = ended
+
     def number(pattern):
         found = re.findall(pattern, output)
         return int(found[-1]) if found else 0
@@ -92,8 +118,9 @@ def read_result(status, output, folder):
     if status and not found:
         # The fuzzer itself could not run.
         raise SystemExit(f"the fuzzer ended with status {status}:\n{output[-2000:]}")
-    return Result(number(r"stat::number_of_executed_units:\s*(\d+)"), number(r"stat::average_exec_per_sec:\s*(\d+)"),
-                  number(r"cov: (\d+)"), found, output)
+    runs = number(r"stat::number_of_executed_units:\s*(\d+)")
+    return Result(runs, number(r"stat::average_exec_per_sec:\s*(\d+)"), round(runs / processor) if processor else 0,
+                  number(r"cov: (\d+)"), number(r"\((\d+) inline 8-bit counters\)"), found, output)
 
 
 def fuzz(tools, target, folder, seeds=None, seconds=None, runs=None, seed=None):
@@ -105,22 +132,21 @@ def fuzz(tools, target, folder, seeds=None, seconds=None, runs=None, seed=None):
     words += [f"-max_total_time={seconds}"] if seconds else []
     words += [f"-runs={runs}"] if runs is not None else []
     words += [f"-seed={seed}"] if seed else []
-    return read_result(*start(tools, target, words, folder), folder)
+    return read_result(start(tools, target, words, folder))
 
 
 def replay(tools, target, inputs, folder):
     """Runs a target once with each of the files `inputs`. Stops at the first one that fails."""
     folder.mkdir(parents=True, exist_ok=True)
-    status, output = start(tools, target, ["-runs=1", *inputs], folder)
-    return read_result(status, output, folder)
+    return read_result(start(tools, target, ["-runs=1", *inputs], folder))
 
 
 def merge(tools, target, folders, into, folder):
     """Writes to the folder `into` as few inputs from `folders` as reach every edge that these reach."""
     into.mkdir(parents=True)
-    status, output = start(tools, target, ["-set_cover_merge=1", "-use_counters=0", into, *folders], folder)
-    if status:
-        raise SystemExit(f"the inputs of {target} cannot be merged:\n{output[-2000:]}")
+    ended = start(tools, target, ["-set_cover_merge=1", "-use_counters=0", into, *folders], folder)
+    if ended.status:
+        raise SystemExit(f"the inputs of {target} cannot be merged:\n{ended.output[-2000:]}")
 
 
 def name_places(text, image):

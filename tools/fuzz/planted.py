@@ -1,5 +1,7 @@
 """Bugs that are planted to prove the targets of the fuzzer: a library with one of them is built beside the real one."""
 
+import contextlib
+import fcntl
 import json
 import re
 import shlex
@@ -7,7 +9,10 @@ import subprocess
 from pathlib import Path
 from typing import NamedTuple
 
-from fuzz.fuzzing import BUILD, ROOT, Tools
+from fuzz.fuzzing import BUILD, ROOT
+
+# The lock of ./hx: who holds it builds in this folder.
+LOCK = ROOT / "build/.lock"
 
 
 class Bug(NamedTuple):
@@ -121,8 +126,22 @@ def link_command():
                           text=True, check=True).stdout.splitlines()[-1]
 
 
+@contextlib.contextmanager
+def build_lock():
+    """Waits until no other run builds in this folder, and lets none begin."""
+    with LOCK.open("w", encoding="utf-8") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
+
+
 def make_image(bug, folder):
-    """Makes the library with the bug in a folder, from the objects of the real one. Returns the tools that load it."""
+    """Makes the library with the bug in a folder, from the objects of the real one. Returns its path."""
+    with build_lock():
+        return make_image_alone(bug, folder)
+
+
+def make_image_alone(bug, folder):
+    """The same, while no other run builds."""
     source, image, thing = ROOT / "src" / (bug.compiled or bug.file), folder / "hxinternals.dll", folder / "planted.obj"
     changed = folder / bug.file
     changed.parent.mkdir(exist_ok=True)
@@ -139,4 +158,4 @@ def make_image(bug, folder):
     subprocess.run(command_of(link_command(), {own: str(thing), "hxinternals.dll": str(image),
                                                "-Wl,--pdb=hxinternals.pdb": f"-Wl,--pdb={image.with_suffix('.pdb')}"}),
                    cwd=BUILD, check=True)
-    return Tools(image=image)
+    return image

@@ -1,6 +1,10 @@
 """The tools of the fuzzer, without the fuzzer: its targets, its planted bugs, and what they read of its output."""
 
+import contextlib
+import fcntl
+import io
 import json
+import os
 import re
 import tempfile
 import unittest
@@ -9,11 +13,13 @@ from unittest import mock
 
 from fuzz import fuzzing, planted
 from fuzz.planted import BUGS, Bug
-from support import TOOLS
+from support import TOOLS, load_script
 
 ROOT = TOOLS.parent
+FUZZ, TRIAL = load_script("fuzz/fuzz.py"), load_script("fuzz/trial_corpus.py")
 
-FOUND = """#618 NEW    cov: 88 ft: 206 corp: 56/2619b
+FOUND = """INFO: Loaded 1 modules   (3073 inline 8-bit counters): 3073 [0x480000047000, 0x480000047c01),
+#618 NEW    cov: 88 ft: 206 corp: 56/2619b
 hxfuzz: a block is left over
 ==1== ERROR: libFuzzer: deadly signal
     #7 0x48000001ae9c  (<unknown module>)
@@ -21,7 +27,8 @@ Test unit written to /tmp/x/crash-12
 stat::number_of_executed_units: 618
 stat::average_exec_per_sec:     309
 """
-FINISHED = """#1000 DONE   cov: 90 ft: 206 corp: 56/2619b
+FINISHED = """INFO: Loaded 1 modules   (3073 inline 8-bit counters): 3073 [0x480000047000, 0x480000047c01),
+#1000 DONE   cov: 90 ft: 206 corp: 56/2619b
 stat::number_of_executed_units: 1000
 stat::average_exec_per_sec:     500
 """
@@ -61,7 +68,7 @@ class PlantedTest(unittest.TestCase):
                 self.assertNotEqual(planted.planted_source(bug), right)
 
     def test_a_bug_is_found_by_its_own_check(self):
-        result = fuzzing.read_result(77, FOUND, Path("/tmp"))
+        result = fuzzing.read_result(fuzzing.Ended(77, FOUND, 1))
         bug = Bug("", "", "", "", 1, "^a block is ")
         self.assertTrue(bug.is_found(result))
         self.assertFalse(bug._replace(says="^a record is ").is_found(result))
@@ -86,13 +93,16 @@ class PlantedTest(unittest.TestCase):
             commands = []
 
             def run(words, **options):
+                with (Path(folder) / "lock").open() as lock, self.assertRaises(BlockingIOError):
+                    fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
                 commands.append((list(map(str, words)), str(options.get("cwd"))))
                 return mock.Mock(stdout="first\n: && cc -Wl,--pdb=hxinternals.pdb -o hxinternals.dll o/a.obj o/format.obj && :\n")
 
             bug = Bug("", "format/format.cpp", "if (buffer) *output.at = 0;", "", 1, "")
-            with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted.subprocess, "run", run):
-                tools = planted.make_image(bug, own)
-            self.assertEqual(tools.image, own / "hxinternals.dll")
+            with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted, "LOCK", Path(folder) / "lock"), \
+                    mock.patch.object(planted.subprocess, "run", run):
+                image = planted.make_image(bug, own)
+            self.assertEqual(image, own / "hxinternals.dll")
             self.assertNotIn("*output.at = 0", (own / "format/format.cpp").read_text(encoding="utf-8"))
             self.assertEqual([commands[0], commands[2]], [
                 (["cc", "-DA=b c", "-o", f"{own}/planted.obj", "-c", f"{own}/format/format.cpp", "-Wno-error",
@@ -102,7 +112,8 @@ class PlantedTest(unittest.TestCase):
 
             # A bug in a header: the source is compiled as it is, and finds the changed header first.
             bug = Bug("", "format/output.h", "if (room == 0) return;", "", 1, "", compiled="format/format.cpp")
-            with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted.subprocess, "run", run):
+            with mock.patch.object(planted, "BUILD", build), mock.patch.object(planted, "LOCK", Path(folder) / "lock"), \
+                    mock.patch.object(planted.subprocess, "run", run):
                 planted.make_image(bug, own)
             self.assertNotIn("if (room == 0) return;", (own / "format/output.h").read_text(encoding="utf-8"))
             self.assertEqual(commands[3][0], ["cc", "-DA=b c", "-o", f"{own}/planted.obj", "-c", str(source), "-Wno-error",
@@ -111,22 +122,42 @@ class PlantedTest(unittest.TestCase):
 
 class ResultTest(unittest.TestCase):
     def test_nothing_found(self):
-        result = fuzzing.read_result(0, FINISHED, Path("/tmp"))
-        self.assertEqual(result[:4], (1000, 500, 90, None))
+        result = fuzzing.read_result(fuzzing.Ended(0, FINISHED, 1.6))
+        self.assertEqual(result[:6], (1000, 500, 625, 90, 3073, None))
 
     def test_found(self):
-        result = fuzzing.read_result(77, FOUND, Path("/tmp"))
-        self.assertEqual(result[:4], (618, 309, 88, Path("/tmp/x/crash-12")))
+        result = fuzzing.read_result(fuzzing.Ended(77, FOUND, 0))
+        self.assertEqual(result[:6], (618, 309, 0, 88, 3073, Path("/tmp/x/crash-12")))
         self.assertEqual(result.message, "a block is left over")
 
     def test_found_by_the_checker(self):
         output = "Running: /tmp/in\n==1==ERROR: AddressSanitizer: SEGV\nSUMMARY: AddressSanitizer: SEGV in Load\n"
-        result = fuzzing.read_result(1, output, Path("/tmp"))
+        result = fuzzing.read_result(fuzzing.Ended(1, output, 0))
         self.assertEqual((result.input, result.message), (Path("/tmp/in"), "SEGV in Load"))
 
     def test_a_fuzzer_that_does_not_start(self):
         with self.assertRaisesRegex(SystemExit, "ended with status 77:\nhxfuzz: cannot open the image x"):
-            fuzzing.read_result(77, "hxfuzz: cannot open the image x", Path("/tmp"))
+            fuzzing.read_result(fuzzing.Ended(77, "hxfuzz: cannot open the image x", 0))
+
+    def test_processor_time(self):
+        """Only that of the fuzzer counts, not that of an earlier run."""
+        with tempfile.TemporaryDirectory() as folder:
+            program = Path(folder) / "hxfuzz"
+            program.write_text("#!/bin/sh\nfor i in $(seq 50000); do :; done\n")
+            program.chmod(0o755)
+            began = fuzzing.processor_time()
+            ended = fuzzing.start(fuzzing.Tools(program, "x.dll"), "dates", [], folder)
+            self.assertGreater(ended.processor, 0)
+            self.assertAlmostEqual(began + ended.processor, fuzzing.processor_time())
+            with mock.patch.object(fuzzing, "processor_time", side_effect=[5, 7.5]):
+                self.assertEqual(fuzzing.start(fuzzing.Tools(program, "x.dll"), "dates", [], folder).processor, 2.5)
+
+    def test_a_row_has_every_figure_of_the_page(self):
+        output = io.StringIO()
+        with contextlib.redirect_stdout(output):
+            FUZZ.row("dates", fuzzing.read_result(fuzzing.Ended(0, FINISHED, 1.6)), "nothing found")
+        self.assertEqual(re.sub(" +", " ", output.getvalue()), "dates 1,000 runs 500 a second, 625 a second of processor time "
+                                                               "90 of 3,073 edges nothing found\n")
 
     def test_names_of_places(self):
         def run(words, **options):
@@ -140,6 +171,15 @@ class ResultTest(unittest.TestCase):
 
 
 class CorpusTest(unittest.TestCase):
+    def test_the_trial_writes_into_the_folder_of_the_run(self):
+        with tempfile.TemporaryDirectory() as folder, mock.patch.dict(os.environ, {"HX_RUN_FOLDER": folder}):
+            trial = TRIAL.CorpusTrial("test_size")
+            trial.setUp()
+            self.assertEqual(trial.folder.parent, Path(folder))
+            self.assertEqual(trial.tools, (Path(folder) / "fuzz/hxfuzz", Path(folder) / "x64-fuzz/hxinternals.dll"))
+            trial.doCleanups()
+            self.assertEqual(list(Path(folder).iterdir()), [])
+
     def test_replacing(self):
         with tempfile.TemporaryDirectory() as folder:
             folder = Path(folder)

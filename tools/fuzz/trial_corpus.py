@@ -1,4 +1,4 @@
-"""The corpus of the fuzzer: each input of each target runs without a fault, and the fuzzer finds the bug that is planted for
+"""The corpus of the fuzzer: each input of each target runs without a fault, and the fuzzer finds all bugs that are planted for
 each target."""
 
 import os
@@ -14,15 +14,11 @@ MOST_INPUTS = 400
 MOST_BYTES = 600_000
 
 
-def tools():
-    """The fuzzer and the library of this run."""
-    folder = Path(os.environ["HX_RUN_FOLDER"])
-    return fuzzing.Tools(folder / "fuzz/hxfuzz", folder / "x64-fuzz/hxinternals.dll")
-
-
 class CorpusTrial(unittest.TestCase):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="hx-fuzz-")
+        run = Path(os.environ["HX_RUN_FOLDER"])
+        self.tools = fuzzing.tools_of(run)
+        folder = tempfile.TemporaryDirectory(prefix="fuzz-", dir=run)
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
 
@@ -30,8 +26,8 @@ class CorpusTrial(unittest.TestCase):
         for target in fuzzing.TARGETS:
             with self.subTest(target):
                 inputs = fuzzing.corpus(target)
-                result = fuzzing.replay(tools(), target, inputs, self.folder / target)
-                self.assertIsNone(result.input, fuzzing.name_places(result.output, tools().image)[-4000:])
+                result = fuzzing.replay(self.tools, target, inputs, self.folder / target)
+                self.assertIsNone(result.input, fuzzing.name_places(result.output, self.tools.image)[-4000:])
                 self.assertEqual(result.output.count("Executed "), len(inputs))
 
     def test_planted_bugs(self):
@@ -40,7 +36,7 @@ class CorpusTrial(unittest.TestCase):
             with self.subTest(target, bug=bug.what):
                 folder = self.folder / target / str(index)
                 folder.mkdir(parents=True)
-                planted = make_image(bug, folder)._replace(program=tools().program)
+                planted = self.tools._replace(image=make_image(bug, folder))
                 # The kept input alone first: with the whole corpus another input may meet another check.
                 kept = fuzzing.CORPUS / target / fuzzing.planted_name(index)
                 result = fuzzing.replay(planted, target, [kept], folder)

@@ -9,7 +9,6 @@ The last line reads "N passed, N failed"; the exit status is 0 if something ran 
 import argparse
 import os
 import shutil
-import signal
 import subprocess
 import sys
 import threading
@@ -19,6 +18,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from testing import planning, repeating, summary
+from testing.ending import end_with_front
 from testing.progress import Screen, TestStream, duration
 from testing.results import RESULTS, STATUS, Misfit, failed, merge, note_repeated
 from windows.windows_session import Ended, Windows
@@ -232,20 +232,12 @@ class Run:
         return summary.report(self.artifacts, len(self.broken), self.request)
 
 
-def end_group(*_):
-    """Handles the signal that comes if the process that waits for this one was killed: ends the whole group."""
-    signal.signal(signal.SIGTERM, signal.SIG_IGN)
-    os.killpg(0, signal.SIGTERM)
-    os._exit(128 + signal.SIGTERM)
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("folder", type=Path)
     planning.add_arguments(parser)
     arguments = parser.parse_args()
-    if os.getpgrp() == os.getpid():
-        signal.signal(signal.SIGTERM, end_group)
+    end_with_front()
     return Run(planning.request_of(arguments), arguments.folder.resolve()).run()
 
 

@@ -294,6 +294,16 @@ mkdir -p "$2"
 touch "$2"/{hxsetup,hxinternals}.{dll,pdb} "$2"/{action,unit}_tests.exe
 echo "${@:2}" >>build/ninja.txt
 """
+# Follows NINJA: makes a fuzzer that never ends.
+FUZZER = """
+cat >"$2/hxfuzz" <<'END'
+#!/bin/bash
+sleep 1000 &
+echo $! >"${HX_FUZZ_IMAGE%%/build/*}/build/pid"
+wait
+END
+chmod +x "$2/hxfuzz"
+"""
 
 
 class FrontTest(unittest.TestCase):
@@ -351,6 +361,9 @@ class InterruptedTest(FrontTest):
     """If hx ends, in any way, everything that it started ends too."""
 
     serve = ENDLESS
+    words = ("test", "actions", "--only", "x64")
+    # A line that is printed before the program runs.
+    said = "x64: hx: actions tests on x64, libraries of x64\n"
 
     def wait_until(self, met, what):
         for _ in range(600):
@@ -362,7 +375,7 @@ class InterruptedTest(FrontTest):
     def interrupt(self, number):
         """Starts a run, sends hx the signal `number` while a program runs, and waits for its end: (its exit status, its
         output)."""
-        front = self.start("test", "actions", "--only", "x64")
+        front = self.start(*self.words)
         self.wait_until(lambda: (self.root / "build/pid").is_file() and (self.root / "build/pid").read_text().strip()
                         or front.poll() is not None, "a program runs")
         if front.poll() is not None:
@@ -385,13 +398,35 @@ class InterruptedTest(FrontTest):
                 (self.root / "build/pid").unlink(missing_ok=True)
                 got, output = self.interrupt(number)
                 self.assertEqual((got, output.splitlines()[-1]), (status, "hx: interrupted"))
-                self.assertIn("x64: hx: actions tests on x64, libraries of x64\n", output)
+                self.assertIn(self.said, output)
                 self.assertFalse(self.alive())
                 self.assertEqual([path for path in (self.root / "build/.runs").iterdir() if path.is_dir()], [])
 
     def test_if_hx_is_killed(self):
         self.interrupt(signal.SIGKILL)
         self.wait_until(lambda: not self.alive(), "the program ends")
+
+
+class InterruptedFuzzTest(InterruptedTest):
+    """The same for the fuzzer. It leaves nothing outside the folder of its run."""
+
+    words = ("fuzz", "dates", "--merge")
+    said = "hx: building fuzz: hxfuzz\n"
+
+    def setUp(self):
+        super().setUp()
+        for path in (TOOLS / "fuzz").glob("*.py"):
+            (self.root / "tools/fuzz" / path.name).write_bytes(path.read_bytes())
+        (self.root / "bin/ninja").write_text(NINJA + FUZZER)
+        (self.root / "tmp").mkdir()
+        temporary = mock.patch.dict(os.environ, {"TMPDIR": f"{self.root}/tmp"})
+        temporary.start()
+        self.addCleanup(temporary.stop)
+
+    def interrupt(self, number):
+        result = super().interrupt(number)
+        self.assertEqual(list((self.root / "tmp").iterdir()), [])
+        return result
 
 
 if __name__ == "__main__":
