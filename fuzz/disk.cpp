@@ -25,23 +25,13 @@ struct Search {
 };
 std::unordered_map<const void*, Search> searches;
 
-char16_t Folded(char16_t unit) {
-  if (unit >= u'a' && unit <= u'z') return static_cast<char16_t>(unit - 32);
-  return unit >= 0xE0 && unit <= 0xFE && unit != 0xF7 ? static_cast<char16_t>(unit - 32) : unit;
-}
-
-bool IsSameName(std::u16string_view a, std::u16string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char16_t left, char16_t right) { return Folded(left) == Folded(right); });
-}
-
 bool Matches(std::u16string_view pattern, std::u16string_view name) {
   if (pattern == u"*.*") return true;
   if (pattern.empty()) return name.empty();
   if (pattern[0] == u'*')
     return Matches(pattern.substr(1), name) || (!name.empty() && Matches(pattern, name.substr(1)));
   if (name.empty()) return false;
-  return (pattern[0] == u'?' || Folded(pattern[0]) == Folded(name[0])) &&
+  return (pattern[0] == u'?' || FoldedUnit(pattern[0]) == FoldedUnit(name[0])) &&
          Matches(pattern.substr(1), name.substr(1));
 }
 
@@ -86,7 +76,7 @@ Parsed::Parsed(std::u16string_view path) {
   if (!isCut) path.remove_prefix(kUncut.size());
   if (path.size() > kLongestPath) return;
   if (path.size() >= 2 && path[1] == u':') {
-    if (Folded(path[0]) != u'C') return;
+    if (FoldedUnit(path[0]) != u'C') return;
     path.remove_prefix(2);
     // Without a backslash the drive means its current folder.
     if (path.empty() || !isBackslash(path[0])) Put(kCurrent);
@@ -386,13 +376,6 @@ BOOL WINAPI AnswerCloseHandle(HANDLE handle) {
 
 HANDLE WINAPI AnswerCreateFileW(LPCWSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
   return OpenFile(std::u16string(ViewOf(path)));
-}
-
-// Copies `text` with the rules of the functions that return a folder: the length, or the size that is needed.
-DWORD DeliverPath(const std::u16string& text, DWORD capacity, LPWSTR buffer) {
-  if (text.size() >= capacity) return static_cast<DWORD>(text.size()) + 1;
-  memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
-  return static_cast<DWORD>(text.size());
 }
 
 DWORD WINAPI AnswerGetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR buffer, LPWSTR*) {

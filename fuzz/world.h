@@ -64,7 +64,8 @@ void BeginWorld();
 /// Ends a run: fails if something was not given back or if the error mode is not restored.
 void EndWorld();
 
-/// Takes from `data` which call fails, most often none, and the error mode with which the run begins.
+/// Takes from `data` which call fails, in half of the runs none, and the error mode with which the run
+/// begins.
 void TakeFailure(Data* data);
 
 /// Counts a call that can fail, and returns true if it has to fail.
@@ -99,7 +100,13 @@ void FreeBlock(Kind kind, void* block);
 std::u16string WideOf(std::string_view text);
 /// Converts UTF-16 as Windows does: half a pair becomes U+FFFD.
 std::string NarrowOf(std::u16string_view text);
-/// True if two names are the same to CompareStringW, which ignores case as this Windows folds it.
+/// Returns `unit` as this Windows folds it to ignore case.
+char16_t FoldedUnit(char16_t unit);
+/// True if two names are the same to this Windows, which ignores case.
 bool IsSameName(std::u16string_view a, std::u16string_view b);
+/// Stores `text` by the rules of the functions that return a folder, for a buffer of `capacity` units.
+/// Returns the length without the terminator, or, if the buffer is too small, the size that is needed with
+/// it.
+DWORD DeliverPath(const std::u16string& text, DWORD capacity, LPWSTR buffer);
 /// Returns the units of a terminated text.
 std::u16string_view ViewOf(const wchar_t* text);

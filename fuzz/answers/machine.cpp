@@ -315,12 +315,6 @@ FARPROC WINAPI AnswerGetProcAddress(HMODULE module, LPCSTR name) {
   return answer ? reinterpret_cast<FARPROC>(answer) : WithError(ERROR_PROC_NOT_FOUND, nullptr);
 }
 
-DWORD DeliverName(const std::u16string& text, DWORD capacity, LPWSTR buffer) {
-  if (text.size() >= capacity) return static_cast<DWORD>(text.size()) + 1;
-  memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
-  return static_cast<DWORD>(text.size());
-}
-
 // ---- folders
 
 // A folder of Windows; now and then one of any form, without a zero character.
@@ -332,7 +326,7 @@ std::u16string TakeFolder(const char16_t* usual) {
 }
 
 UINT WINAPI AnswerGetWindowsDirectoryW(LPWSTR buffer, UINT capacity) {
-  return MustFail() ? 0 : DeliverName(TakeFolder(u"C:\\Windows"), capacity, buffer);
+  return MustFail() ? 0 : DeliverPath(TakeFolder(u"C:\\Windows"), capacity, buffer);
 }
 
 UINT WINAPI AnswerGetWindowsDirectoryA(LPSTR buffer, UINT capacity) {
@@ -344,26 +338,26 @@ UINT WINAPI AnswerGetWindowsDirectoryA(LPSTR buffer, UINT capacity) {
 }
 
 UINT WINAPI AnswerGetSystemDirectoryW(LPWSTR buffer, UINT capacity) {
-  return MustFail() ? 0 : DeliverName(u"C:\\Windows\\System32", capacity, buffer);
+  return MustFail() ? 0 : DeliverPath(u"C:\\Windows\\System32", capacity, buffer);
 }
 
 UINT WINAPI AnswerGetSystemWindowsDirectoryW(LPWSTR buffer, UINT capacity) {
-  return MustFail() ? 0 : DeliverName(TakeFolder(u"C:\\Windows"), capacity, buffer);
+  return MustFail() ? 0 : DeliverPath(TakeFolder(u"C:\\Windows"), capacity, buffer);
 }
 
 DWORD WINAPI AnswerGetTempPathW(DWORD capacity, LPWSTR buffer) {
-  return MustFail() ? 0 : DeliverName(TakeFolder(u"C:\\Temp\\"), capacity, buffer);
+  return MustFail() ? 0 : DeliverPath(TakeFolder(u"C:\\Temp\\"), capacity, buffer);
 }
 
 DWORD WINAPI AnswerGetModuleFileNameW(HMODULE, LPWSTR buffer, DWORD capacity) {
-  return MustFail() ? 0 : DeliverName(u"C:\\Windows\\System32\\msiexec.exe", capacity, buffer);
+  return MustFail() ? 0 : DeliverPath(u"C:\\Windows\\System32\\msiexec.exe", capacity, buffer);
 }
 
 HRESULT WINAPI AnswerSHGetFolderPathW(HWND, int, HANDLE, DWORD, LPWSTR buffer) {
   if (MustFail()) return E_FAIL;
   static constexpr const char16_t* kFolders[] = {u"C:\\Program Files (x86)", u"C:\\folder", u"C:\\a\\b",
                                                  u"C:\\current"};
-  DeliverName(TakeFolder(world.data.OneOf(kFolders)), MAX_PATH, buffer);
+  DeliverPath(TakeFolder(world.data.OneOf(kFolders)), MAX_PATH, buffer);
   return S_OK;
 }
 
@@ -396,7 +390,7 @@ WINBOOL WINAPI AnswerGetVersionExA(LPOSVERSIONINFOA info) {
 
 BOOL WINAPI AnswerGetComputerNameExW(COMPUTER_NAME_FORMAT, LPWSTR buffer, LPDWORD count) {
   if (MustFail()) return WithError(ERROR_ACCESS_DENIED, FALSE);
-  const DWORD length = DeliverName(u"DOMAIN", *count, buffer);
+  const DWORD length = DeliverPath(u"DOMAIN", *count, buffer);
   const bool fits = length < *count;
   *count = length;
   return fits ? TRUE : WithError(ERROR_MORE_DATA, FALSE);

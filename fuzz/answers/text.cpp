@@ -96,22 +96,11 @@ int WINAPI AnswerWideCharToMultiByte(UINT page, DWORD flags, LPCWCH text, int le
   return Deliver(NarrowOf(units), narrow, capacity);
 }
 
-// The simple folding of this Windows: letters a to z, and those of Latin-1, Greek and Cyrillic that a fixed
-// distance separates.
-char16_t Folded(char16_t unit) {
-  if (unit >= u'a' && unit <= u'z') return static_cast<char16_t>(unit - 32);
-  if ((unit >= 0xE0 && unit <= 0xFE && unit != 0xF7) || (unit >= 0x3B1 && unit <= 0x3C9 && unit != 0x3C2) ||
-      (unit >= 0x430 && unit <= 0x44F)) {
-    return static_cast<char16_t>(unit - 32);
-  }
-  return unit;
-}
-
 template <typename Text>
 int Compare(Text a, Text b, bool foldsCase) {
   for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
     auto left = static_cast<char16_t>(a[i]), right = static_cast<char16_t>(b[i]);
-    if (foldsCase) left = Folded(left), right = Folded(right);
+    if (foldsCase) left = FoldedUnit(left), right = FoldedUnit(right);
     if (left != right) return left < right ? CSTR_LESS_THAN : CSTR_GREATER_THAN;
   }
   if (a.size() == b.size()) return CSTR_EQUAL;
@@ -223,8 +212,24 @@ const Answers kText{
 
 }  // namespace
 
+// Letters a to z, and those of Latin-1, Greek and Cyrillic that a fixed distance separates.
+char16_t FoldedUnit(char16_t unit) {
+  if (unit >= u'a' && unit <= u'z') return static_cast<char16_t>(unit - 32);
+  if ((unit >= 0xE0 && unit <= 0xFE && unit != 0xF7) || (unit >= 0x3B1 && unit <= 0x3C9 && unit != 0x3C2) ||
+      (unit >= 0x430 && unit <= 0x44F)) {
+    return static_cast<char16_t>(unit - 32);
+  }
+  return unit;
+}
+
 bool IsSameName(std::u16string_view a, std::u16string_view b) {
   return Compare(a, b, true) == CSTR_EQUAL;
+}
+
+DWORD DeliverPath(const std::u16string& text, DWORD capacity, LPWSTR buffer) {
+  if (text.size() >= capacity) return static_cast<DWORD>(text.size()) + 1;
+  memcpy(buffer, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+  return static_cast<DWORD>(text.size());
 }
 
 std::u16string WideOf(std::string_view text) {
