@@ -13,6 +13,7 @@ constexpr uint32_t kMostCalls = 800;
 
 std::unique_ptr<Entry> root, away;
 uint32_t calls;
+DiskWatcher watcher;
 
 // What a search has found: the disk as it was then.
 struct Found {
@@ -154,6 +155,11 @@ bool Refuses() {
   return true;
 }
 
+// Reports that a call is about to change the entry of a path.
+void Report(LPCWSTR path, bool isMoved = false) {
+  if (watcher) watcher(std::u16string(ViewOf(path)), isMoved);
+}
+
 // Adds an entry; null if the name is barred or exists, and then sets the error.
 Entry* Add(const Parsed& parsed, std::unique_ptr<Entry> entry) {
   if (!parsed.isValid() || parsed.isRoot()) return WithError(ERROR_PATH_NOT_FOUND, nullptr);
@@ -266,6 +272,7 @@ DWORD WINAPI AnswerGetFileAttributesW(LPCWSTR path) {
 
 BOOL WINAPI AnswerCreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES) {
   if (Refuses()) return FALSE;
+  Report(path);
   auto folder = std::make_unique<Entry>();
   folder->isFolder = true;
   return Add(Parsed(ViewOf(path)), std::move(folder)) != nullptr;
@@ -273,6 +280,7 @@ BOOL WINAPI AnswerCreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES) {
 
 BOOL WINAPI AnswerRemoveDirectoryW(LPCWSTR path) {
   if (Refuses()) return FALSE;
+  Report(path);
   Entry* entry = Find(Parsed(ViewOf(path)));
   if (!entry) return FALSE;
   if (!entry->isFolder || !entry->parent) return WithError(ERROR_DIRECTORY, FALSE);
@@ -284,6 +292,7 @@ BOOL WINAPI AnswerRemoveDirectoryW(LPCWSTR path) {
 
 BOOL WINAPI AnswerDeleteFileW(LPCWSTR path) {
   if (Refuses()) return FALSE;
+  Report(path);
   Entry* entry = Find(Parsed(ViewOf(path)));
   if (!entry) return FALSE;
   if (entry->isFolder) return WithError(ERROR_ACCESS_DENIED, FALSE);
@@ -293,6 +302,7 @@ BOOL WINAPI AnswerDeleteFileW(LPCWSTR path) {
 
 BOOL WINAPI AnswerCopyFileW(LPCWSTR from, LPCWSTR to, BOOL refusesExisting) {
   if (Refuses()) return FALSE;
+  Report(to);
   Entry* source = Find(Parsed(ViewOf(from)));
   if (!source) return FALSE;
   if (source->isFolder) return WithError(ERROR_ACCESS_DENIED, FALSE);
@@ -310,6 +320,8 @@ BOOL WINAPI AnswerCopyFileW(LPCWSTR from, LPCWSTR to, BOOL refusesExisting) {
 
 BOOL Move(LPCWSTR from, LPCWSTR to, bool replaces) {
   if (Refuses()) return FALSE;
+  Report(from, true);
+  Report(to);
   Entry* source = Find(Parsed(ViewOf(from)));
   if (!source) return FALSE;
   if (!source->parent) return WithError(ERROR_ACCESS_DENIED, FALSE);
@@ -464,6 +476,7 @@ constexpr struct {
 
 void ResetDisk() {
   calls = 0;
+  watcher = nullptr;
   searches.clear();
   root = std::make_unique<Entry>();
   root->isFolder = true;
@@ -573,8 +586,14 @@ std::u16string TakePath(Data* data) {
   return path;
 }
 
-bool LeadsThroughLink(const std::u16string& path) {
-  for (size_t at = 0; (at = path.find_first_of(u"\\/", at)) != std::u16string::npos; ++at) {
+void WatchDisk(DiskWatcher watch) {
+  watcher = std::move(watch);
+}
+
+bool LeadsThroughLink(const std::u16string& path, size_t from) {
+  for (size_t at = from; (at = path.find_first_of(u"\\/", at)) != std::u16string::npos; ++at) {
+    // A drive alone means its current folder, but not at the beginning of a longer path.
+    if (at && path[at - 1] == u':') continue;
     Entry* entry = Find(Parsed(path.substr(0, at)));
     if (entry && entry->isLink) return true;
   }

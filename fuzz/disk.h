@@ -16,8 +16,15 @@ struct Entry {
   std::vector<std::unique_ptr<Entry>> children;  ///< the contents of a folder
 };
 
-/// Makes the disk empty, but for the folder that is the current one.
+/// Sees each call that changes the disk, before it does: the path that it changes, and whether that is the
+/// path from which something is moved away. A move is seen twice, with both paths.
+using DiskWatcher = std::function<void(const std::u16string& path, bool isMoved)>;
+
+/// Makes the disk empty, but for the folder that is the current one. Nothing watches it.
 void ResetDisk();
+
+/// Lets `watch` see the calls until the next reset.
+void WatchDisk(DiskWatcher watch);
 
 /// Makes folders, files and links from `data`, most of them in "C:\".
 void ChooseDisk(Data* data);
@@ -34,8 +41,8 @@ std::string Described(const Entry& entry);
 /// Takes a path from `data`: most often of an entry, sometimes of none.
 std::u16string TakePath(Data* data);
 
-/// True if a part of `path` before a backslash is a link.
-bool LeadsThroughLink(const std::u16string& path);
+/// True if a part of `path` before a backslash is a link. Backslashes before the place `from` do not count.
+bool LeadsThroughLink(const std::u16string& path, size_t from = 0);
 
 /// Returns the path of an entry.
 std::u16string PathOf(const Entry& entry);

@@ -25,8 +25,18 @@ class EngineModel {
   /// the target.
   explicit EngineModel(const std::vector<std::u16string>& elements);
 
-  /// Fails if the content of a file is lost. Content may be lost only to the letter "o" without "b", and
-  /// then, if there is only one source, only below its target. For any result, also with calls that failed.
+  /// True if no source is moved or overwrites something.
+  bool KeepsAll() const { return keepsAll_; }
+
+  /// Fails if a change of `path`, which is about to happen, is not one of this command line. Something is
+  /// moved away from `path` if `isMoved` is true. Only the targets may change, what is below them, and
+  /// sources that are moved. With "l" for all sources, no part of the path may be a link, except in front of
+  /// the name of a source or of a target.
+  void CheckChange(const std::u16string& path, bool isMoved) const;
+
+  /// Fails if the content of a file is lost. Content may be lost only to the letter "o" without "b". It must
+  /// have been below the target of a source with "o", or, before a source that deletes, in what another one
+  /// has moved. For any result, also with calls that failed.
   void CheckNothingLost() const;
 
   /// Fails if what the first source means is not at its target. For a command line that succeeded although no
@@ -34,6 +44,14 @@ class EngineModel {
   void CheckPlaced() const;
 
  private:
+  // A source with the options before it.
+  struct Source {
+    std::u16string path;
+    EngineOptions options;
+
+    // True if an existing target is deleted.
+    bool Deletes() const { return options.overwrites && !options.keepsAside; }
+  };
   // A copy of an entry as it was before.
   struct Shot {
     const Entry* entry = nullptr;
@@ -50,7 +68,9 @@ class EngineModel {
 
   bool WasThere(const Entry* entry) const { return before_.count(entry) != 0; }
   void NotePlaces(const std::u16string& source, const std::u16string& target);
-  void NoteLosses(Entry* entry);
+  void NoteLosses(Entry* entry, bool keepsLinks);
+  void NoteAllLosses();
+  void NoteFolders();
   bool IsTouched(const Shot& shot) const;
   bool Take(Entry* entry, int depth, Shot* shot);
   void CheckCopy(const Shot& source, Entry* target, const std::u16string& path) const;
@@ -62,8 +82,12 @@ class EngineModel {
   std::set<const Entry*> seen_;
   EngineOptions first_;
   std::vector<Placed> placed_;
-  size_t sources_ = 0;
-  bool mayLoseAll_ = false;
+  std::u16string target_;
+  std::vector<Source> sources_;
+  bool keepsAll_ = true;
+  bool keepsLinks_ = true;
+  // How the paths of targets begin, and those of sources that are moved: up to the backslash before the name.
+  std::vector<std::u16string> targetFolders_, movedFolders_;
   // False if only the engine can say what must be at the target.
   bool isForeseen_ = true;
 };
