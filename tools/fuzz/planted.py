@@ -109,7 +109,10 @@ BUGS = {
                     "^an account is made, but PROP_ACCOUNTPASS is "),
                 Bug("an account is deleted that the installer did not make",
                     "security/service_account_deletion.cpp", "!ownName || !IsSameName(user, ownName.get())", "!ownName",
-                    200_000, "is deleted, which the installer did not make$")),
+                    200_000, "is deleted, which the installer did not make$"),
+                Bug("a line of the log can have 511 bytes",
+                    "frame/session.cpp", "kLogLineSize = 256", "kLogLineSize = 512", 1_000_000,
+                    "^a line of the log has [0-9]+ bytes$")),
 }
 
 
