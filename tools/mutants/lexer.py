@@ -104,3 +104,16 @@ def bodies_of(tokens, partners):
             index = partners[index]
         index += 1
     return bodies
+
+
+def is_constant(text, offset):
+    """True if the offset is in the body of a function that the compiler can run itself. What the tests run of its lines does not
+    say then which of them depend on it."""
+    tokens = tokens_of(text)
+    for first, last in bodies_of(tokens, partners_of(tokens)):
+        if tokens[first].start <= offset < tokens[last].end:
+            head = first - 1
+            while head >= 0 and tokens[head].text not in (";", "{", "}"):
+                head -= 1
+            return any(token.text in ("constexpr", "consteval") for token in tokens[head + 1:first])
+    return False

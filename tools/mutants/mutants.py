@@ -27,6 +27,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from coverage.measurement import Failed as NotMeasured
 from coverage.measurement import Measurement
 from mutants import settled
+from mutants.lexer import is_constant
 from mutants.library import Failed, Library
 from mutants.operators import line_of, places_of
 from mutants.tests import PROGRAMS, Suite, Tests, rounds_of, suites_of
@@ -88,9 +89,12 @@ class Reach:
         self.suites, self.lines = suites, {level: {name: {source: set(numbers) for source, numbers in files.items()}
                                                    for name, files in each.items()} for level, each in lines.items()}
 
-    def suites_for(self, source, line):
-        """The suites whose tests run a line."""
-        return [suite for suite in self.suites if line in self.lines[suite.level].get(suite.name, {}).get(source, ())]
+    def suites_for(self, mutant, text):
+        """The suites whose tests can notice a change of the source `text`: those that run its line. If the compiler can run it,
+        all suites, if one of them runs it."""
+        running = [suite for suite in self.suites
+                   if mutant.line in self.lines[suite.level].get(suite.name, {}).get(mutant.source, ())]
+        return self.suites if running and is_constant(text, mutant.change.start) else running
 
 
 def digest(*parts):
@@ -211,7 +215,7 @@ class Run:
         for mutant in candidates(self.sources, self.seed):
             if len(results) == self.count:
                 break
-            suites = reach.suites_for(mutant.source, mutant.line)
+            suites = reach.suites_for(mutant, self.sources[mutant.source])
             if not suites:
                 continue
             key = f"{mutant.source}:{mutant.change.start}:{mutant.change.before}:{mutant.change.after}"

@@ -138,6 +138,17 @@ class SuitesTest(TreeTest):
                         '</testsuite><testsuite name="Empty" time="0"/></testsuites>', encoding="utf-8")
         self.assertEqual(suites_of("unit", path), [("unit", "A/BTest", 1.5, "/t/unit/a/b_test.cpp")])
 
+    def test_a_line_that_the_compiler_can_run_concerns_all_suites(self):
+        text = """constexpr int Twice(int a) { return a * 2; }
+            constexpr int kSize = 1; int Thrice(int a) { return a * 3; }
+            struct S { static constexpr int Half(int a) { return a / 2; } int Rest(int a) { return a % 2; } };
+            constexpr int Never(int a) { return a - 1; }"""
+        first, second = Suite("unit", "A", 1.0, ""), Suite("actions", "B", 1.0, "")
+        reach = mutants.Reach([first, second], {"unit": {"A": {"x.h": [1, 2, 3]}}, "actions": {"B": {}}})
+        found = [(changes[0].before, len(reach.suites_for(mutants.mutant_of("x.h", text, changes[0]), text)))
+                 for changes in places_of(text) if changes[0].name == "arithmetic"]
+        self.assertEqual(found, [("*", 2), ("*", 1), ("/", 2), ("%", 1), ("-", 0)])
+
     def test_near_tests_come_first_and_long_ones_last(self):
         def suite(level, name, seconds, file):
             return Suite(level, name, seconds, f"/t/{level}/{file}")
