@@ -82,7 +82,11 @@ void Drives::Answer(rig::World& world) {
     if (shortened != shortened_.end()) {
       path = shortened->second.c_str();
     }
-    return real(rig::Function<&::FindFirstFileW>::Real(), path, INVALID_HANDLE_VALUE, found);
+    HANDLE search = real(rig::Function<&::FindFirstFileW>::Real(), path, INVALID_HANDLE_VALUE, found);
+    // What a failing search leaves is not defined. Here it looks like a folder, so that a test notices its
+    // use.
+    if (search == INVALID_HANDLE_VALUE) found->dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    return search;
   });
   world.On<::GetFileAttributesW>([=](const wchar_t* path) {
     return real(rig::Function<&::GetFileAttributesW>::Real(), path, INVALID_FILE_ATTRIBUTES);

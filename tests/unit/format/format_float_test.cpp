@@ -110,6 +110,12 @@ TEST_F(FormatFloatTest, Grouping) {
   EXPECT_EQ(Formatted("%'f", 1e22), "10,000,000,000,000,000,000,000.000000");
 }
 
+TEST_F(FormatFloatTest, AWidthCountsTheBytesOfTheSeparators) {
+  culture[LOCALE_STHOUSAND] = L"\u202F";
+  EXPECT_EQ(Formatted("%'21f|%-'21f|%0'21f|", 1234567.5, 1234567.5, 1234567.5),
+            " 1\u202F234\u202F567.500000|1\u202F234\u202F567.500000 |01\u202F234\u202F567.500000|");
+}
+
 TEST_F(FormatFloatTest, ModifiersDoNotChangeNumbers) {
   EXPECT_EQ(Formatted("%f{:^~}|%e{:^}|%5g{:&}", 1.5, 1.5, 1.5), "1.500000|1.500000e+00|  1.5");
 }
