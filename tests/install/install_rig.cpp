@@ -460,6 +460,14 @@ std::string RefusalText(const std::wstring& path, const std::string& action) {
   return text;
 }
 
+std::string ActionTarget(const std::wstring& path, const std::string& action) {
+  MSIHANDLE database = OpenDatabase(path);
+  std::string text = PackageText(
+      database, L"SELECT `Target` FROM `CustomAction` WHERE `Action` = '" + ToWide(action) + L"'");
+  MsiCloseHandle(database);
+  return text;
+}
+
 const Package& GuideClient() {
   static const Package package = OpenPackage(L"guide-client.msi");
   return package;

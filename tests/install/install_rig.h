@@ -77,6 +77,9 @@ struct Package {
 /// Returns the text that an action which ends the run shows to the user, from the package file `path`; empty
 /// if there is no such action. This engine only shows the text, so no log has it.
 std::string RefusalText(const std::wstring& path, const std::string& action);
+/// Returns the column Target of an action in a package: its command line, or the value that it sets; empty if
+/// there is no such action.
+std::string ActionTarget(const std::wstring& path, const std::string& action);
 
 /// Returns the sessions of users of this machine, each as "session N (USER)", as the library's log names
 /// them. On Wine that is this process's session.

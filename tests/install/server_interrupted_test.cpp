@@ -7,6 +7,8 @@
 #include <msiquery.h>
 
 #include <algorithm>
+#include <thread>
+#include <tuple>
 
 #include "install/machine_state.h"
 #include "install/server_rig.h"
@@ -17,14 +19,18 @@ namespace {
 // The action that refuses, and its text in the package.
 const char kRefusal[] = "RefuseInterrupted";
 const char kText[] =
-    "An upgrade of this server was interrupted. Start the installation again. If this text comes again, "
-    "nothing was undone: put [NOTEDASIDE] back as [NOTEDSERVER]{, [NOTEDASIDEDATA] as [NOTEDDATA]}, delete "
-    "[UpgradeNote], install again (see server-upgrade.md).";
+    "An upgrade of this server was interrupted, or not all of it was undone. Start the installation again. "
+    "If this text comes again, do what server-upgrade.md says. Server: [NOTEDSERVER], kept in [NOTEDASIDE]{; "
+    "data: [NOTEDDATA], kept in [NOTEDASIDEDATA]}.";
 
 // The lines that docs/server-upgrade.md has for an administrator, in their order, and the page's folders of
 // the data.
 const char kStop[] = R"page(net stop Vantor)page";
 const char kLook[] = R"page(reg query HKLM\SOFTWARE\Halvorstead\Vantor\Upgrade)page";
+const char kCopyAway[] = R"page(ren "C:\Program Files\Halvorstead\Vantor\Data" "Data (part)")page";
+const char kEntryBack[] =
+    R"page(move "C:\Program Files\Halvorstead\Vantor (previous) (rest)\Data" "C:\Program Files\Halvorstead\Vantor")page";
+const char kNoRest[] = R"page(rd "C:\Program Files\Halvorstead\Vantor (previous) (rest)")page";
 const char kServerAway[] = R"page(ren "C:\Program Files\Halvorstead\Vantor" "Vantor (part)")page";
 const char kServerBack[] = R"page(ren "C:\Program Files\Halvorstead\Vantor (previous)" "Vantor")page";
 const char kDataAway[] = R"page(ren "D:\Store\Data" "Data (part)")page";
@@ -34,19 +40,29 @@ const char kSetting[] =
     R"page(reg add HKLM\SYSTEM\CurrentControlSet\Services\Vantor\Settings /v vtdf /d "D:\Store\Data\\" /f)page";
 const char kCompare[] = R"page(dir "C:\Program Files\Halvorstead\Vantor" "D:\Store\Data")page";
 const char kForget[] = R"page(reg delete HKLM\SOFTWARE\Halvorstead\Vantor\Upgrade /f)page";
+const char kPagesEntry[] = "Data";
 const char kPagesData[] = "D:\\Store\\Data", kPagesNew[] = "D:\\New Store\\Data";
 
 // Types of actions: an entry point of the library, deferred or in a rollback, without impersonation.
 constexpr int kDeferredAction = 3073, kRollbackAction = 3329;
+// The type of an action that runs the program in a property in a rollback, in the same way.
+constexpr int kRollbackProgram = 3442;
 
-// Returns a refusal's text with the properties of a run in place of their names, as the engine shows it.
-std::string Formatted(const std::wstring& package, const std::string& text, const InstallerRun& run) {
+// Replaces each `from` in `text`.
+void Replace(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+    text.replace(at, from.size(), to);
+}
+
+// Returns a text of a package with these properties in place of their names, as the engine makes it.
+std::string WithProperties(const std::wstring& package, const std::string& text,
+                           const std::map<std::string, std::string>& properties) {
   constexpr DWORD kIgnoreMachine = 1;  // MSIOPENPACKAGEFLAGS_IGNOREMACHINESTATE
   MSIHANDLE session = 0;
   MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
   EXPECT_EQ(MsiOpenPackageExW(package.c_str(), kIgnoreMachine, &session), 0u);
-  for (const char* name : {"NOTEDSERVER", "NOTEDASIDE", "NOTEDDATA", "NOTEDASIDEDATA"})
-    MsiSetPropertyA(session, name, run.Property(name).c_str());
+  for (const auto& [name, value] : properties)
+    EXPECT_EQ(MsiSetPropertyW(session, ToWide(name).c_str(), ToWide(value).c_str()), 0u);
   MSIHANDLE record = MsiCreateRecord(0);
   MsiRecordSetStringW(record, 0, ToWide(text).c_str());
   wchar_t shown[2048] = {};
@@ -57,9 +73,17 @@ std::string Formatted(const std::wstring& package, const std::string& text, cons
   return FromWide(shown);
 }
 
-// Runs a command as an administrator does at a prompt. Returns its result.
-DWORD Command(const std::wstring& command) {
-  std::wstring line = L"cmd.exe /d /c " + command;
+// Returns a refusal's text with the properties of a run in place of their names, as the engine shows it.
+std::string Formatted(const std::wstring& package, const std::string& text, const InstallerRun& run) {
+  std::map<std::string, std::string> properties;
+  for (const char* name : {"NOTEDSERVER", "NOTEDASIDE", "NOTEDDATA", "NOTEDASIDEDATA"})
+    properties[name] = run.Property(name);
+  return WithProperties(package, text, properties);
+}
+
+// Runs the command processor with these arguments. Returns its result.
+DWORD RunCommand(const std::wstring& arguments) {
+  std::wstring line = L"cmd.exe " + arguments;
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
@@ -71,6 +95,11 @@ DWORD Command(const std::wstring& command) {
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
   return code;
+}
+
+// Runs a command as an administrator does at a prompt. Returns its result.
+DWORD Command(const std::wstring& command) {
+  return RunCommand(L"/d /c " + command);
 }
 
 // Returns a folder of the note without its last backslash.
@@ -144,7 +173,7 @@ class ServerInterruptedTest : public ServerTest {
   /// nothing.
   void ExpectInterrupted(const std::wstring& properties = L"") {
     const std::string kept = Note("AsideData");
-    const std::string data = kept.empty() ? "" : ", " + kept + " as " + Note("Data");
+    const std::string data = kept.empty() ? "" : "; data: " + Note("Data") + ", kept in " + kept;
     const MachineState before = MachineState::Now();
     const InstallerRun& run = Install(Server(), properties);
     EXPECT_EQ(run.exitCode, static_cast<DWORD>(ERROR_INSTALL_FAILURE));
@@ -158,24 +187,19 @@ class ServerInterruptedTest : public ServerTest {
     EXPECT_EQ(DeferredActions(run), std::vector<std::string>());
     EXPECT_EQ(
         Formatted(Server().path, RefusalText(Server().path, kRefusal), run),
-        "An upgrade of this server was interrupted. Start the installation again. If this text comes again, "
-        "nothing was undone: put " +
-            Note("Aside") + " back as " + Note("Server") + data +
-            ", delete HKLM\\SOFTWARE\\Halvorstead\\Vantor\\Upgrade, install again (see server-upgrade.md).");
+        "An upgrade of this server was interrupted, or not all of it was undone. Start the installation "
+        "again. If this text comes again, do what server-upgrade.md says. Server: " +
+            Note("Server") + ", kept in " + Note("Aside") + data + ".");
   }
 
   /// Types a line of the page, with this test's folders of the data in place of the page's. Returns its
   /// result.
   DWORD Type(const char* line, const std::wstring& newData = L"") {
     std::string text = line;
-    const auto replace = [&text](const std::string& from, const std::string& to) {
-      for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
-        text.replace(at, from.size(), to);
-    };
     const std::string data = Note("Data");
-    replace(kPagesNew, FromWide(newData));
-    replace(std::string(kPagesData) + " 2026-11-15", Folder(Note("AsideData")));
-    replace(kPagesData, data.empty() ? FromWide(inside) : Folder(data));
+    Replace(text, kPagesNew, FromWide(newData));
+    Replace(text, std::string(kPagesData) + " 2026-11-15", Folder(Note("AsideData")));
+    Replace(text, kPagesData, data.empty() ? FromWide(inside) : Folder(data));
     return Command(ToWide(text));
   }
 
@@ -191,32 +215,46 @@ class ServerInterruptedTest : public ServerTest {
   /// Does what the page says: types its lines, each of them only if the folder exists that it names. Ends at
   /// the first one that fails. Returns true if all succeeded.
   bool PutBack() {
-    const auto exists = [](const std::string& folder) {
-      return !folder.empty() && FileExists(ToWide(folder));
-    };
-    const std::string data = Note("Data").empty() ? FromWide(inside) + "\\" : Note("Data");
-    const std::string newData = Note("NewData");
-    const bool isNewElsewhere = newData != data;
-    const bool isServerAside = exists(Note("Aside")), isDataAside = exists(Note("AsideData"));
-    const std::pair<const char*, bool> lines[] = {{kStop, true},
-                                                  {kLook, true},
-                                                  {kServerAway, isServerAside && exists(Note("Server"))},
-                                                  {kServerBack, isServerAside},
-                                                  {kDataAway, isDataAside && exists(Note("Data"))},
-                                                  {kDataBack, isDataAside},
-                                                  {kNewAway, isNewElsewhere && exists(newData)},
-                                                  {kSetting, isNewElsewhere || !Note("Data").empty()},
-                                                  {kCompare, true},
-                                                  {kForget, true}};
-    for (const auto& [line, isNeeded] : lines) {
-      if (!isNeeded || Type(line, ToWide(Folder(newData))) == 0 || line == kStop || line == kCompare)
-        continue;
-      return false;
-    }
+    Type(kStop);
+    if (Type(kLook)) return false;
+    const bool isElsewhere = !Note("NewData").empty(), isOutside = !Note("Data").empty();
+    const bool isPutBack =
+        PutEntriesBack() && PutFolderBack("Aside", "Server", kServerAway, kServerBack) &&
+        PutFolderBack("AsideData", "Data", kDataAway, kDataBack) &&
+        (!Exists(Note("NewData")) || Type(kNewAway, ToWide(Folder(Note("NewData")))) == 0) &&
+        ((!isElsewhere && !isOutside) || Type(kSetting) == 0);
+    if (!isPutBack) return false;
+    Type(kCompare);
+    if (Type(kForget)) return false;
     EXPECT_FALSE(HasNote());
     return true;
   }
 
+  static bool Exists(const std::string& folder) {
+    return !folder.empty() && FileExists(ToWide(Folder(folder)));
+  }
+
+  /// Types the page's lines for one of the two folders of the older server.
+  bool PutFolderBack(const char* kept, const char* noted, const char* awayLine, const char* backLine) {
+    if (!Exists(Note(kept))) return true;
+    return (!Exists(Note(noted)) || Type(awayLine) == 0) && Type(backLine) == 0;
+  }
+
+  /// Types the page's lines for the entries that a rollback has not moved back.
+  bool PutEntriesBack() {
+    if (!FileExists(rest)) return true;
+    for (const std::string& name : Names(rest)) {
+      std::string away = kCopyAway, back = kEntryBack;
+      Replace(away, std::string("\\") + kPagesEntry + "\"", "\\" + name + "\"");
+      Replace(away, std::string("\"") + kPagesEntry + " ", "\"" + name + " ");
+      Replace(back, std::string("\\") + kPagesEntry + "\"", "\\" + name + "\"");
+      if (FileExists(server + L"\\" + ToWide(name)) && Type(away.c_str())) return false;
+      if (Type(back.c_str())) return false;
+    }
+    return Type(kNoRest) == 0;
+  }
+
+  const std::wstring rest = aside + L" (rest)";
   const std::wstring inside = server + L"\\Data";
   const std::wstring stop = L"C:\\Vantor Stop";
 };
@@ -261,18 +299,19 @@ TEST_F(ServerInterruptedTest, TheNextAttemptIsRefusedUntilTheOlderServerIsPutBac
   }
 }
 
-// The new server's data folder is another one, and has a part of a file. The copies in it would win over the
-// data, and the setting names it.
+// The data are copied to a folder that no rollback renames, and it has a part of a file. The copies in it
+// would win over the data, and the setting names it. So the note stays also after a rollback.
 TEST_F(ServerInterruptedTest, ACopyInAnotherFolderIsMovedAway) {
   HX_NEEDS_WINE(Differs::kCancelled);
   const std::wstring other = elsewhere + L"\\New\\Data";
   const std::wstring given = L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + other + L"\"";
-  for (const std::wstring& data : {inside, outsideData}) {
+  for (const auto& [data, end] : {std::pair(inside, End::kFailed), {outsideData, End::kCancelled}}) {
     SCOPED_TRACE(FromWide(data));
     const Tree older = WriteOnlyOlder(data);
-    InstallUntil(5893, End::kCancelled, {}, given);
+    InstallUntil(5893, end, {}, given);
     EXPECT_EQ(Note("NewData"), FromWide(other) + "\\");
-    EXPECT_EQ(DataSetting(), FromWide(other) + "\\");
+    if (end == End::kCancelled) EXPECT_EQ(DataSetting(), FromWide(other) + "\\");
+    if (end == End::kFailed) EXPECT_EQ(ReadTree(server), older);
     WriteTree(other, {{"a.b.c", "do"}});
     const Tree part = ReadTree(other);
     ExpectInterrupted(given);
@@ -284,8 +323,49 @@ TEST_F(ServerInterruptedTest, ACopyInAnotherFolderIsMovedAway) {
     ExpectInstalled(Install(Server(), given));
     EXPECT_EQ(ReadTree(other), Converted(OlderData("1")));
     EXPECT_EQ(ReadTree(aside), older);
+    EXPECT_FALSE(HasNote());
     EXPECT_EQ(Remove(Server()).exitCode, 0u);
   }
+}
+
+// The setting names a folder that cannot be found, and the command line names the folder with the only data:
+// they are converted in place. Nothing is copied, and nothing must be renamed.
+TEST_F(ServerInterruptedTest, DataThatAreConvertedInPlaceStayThere) {
+  HX_NEEDS_WINE(Differs::kCancelled);
+  const std::wstring only = elsewhere + L"\\Only\\Data";
+  const std::wstring given = L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + only + L"\"";
+  WriteTree(server, OlderProgram());
+  WriteTree(only, OlderData("1"));
+  SetDataSetting(elsewhere + L"\\gone");
+  InstallUntil(4110, End::kCancelled, {}, given);
+  EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+  EXPECT_EQ(Note("NewData"), "");
+  ExpectInterrupted(given);
+  EXPECT_TRUE(PutBack());
+  EXPECT_EQ(ReadTree(server), OlderProgram());
+  EXPECT_EQ(ReadTree(only), OlderData("1"));
+  ExpectInstalled(Install(Server(), given));
+  EXPECT_EQ(ReadTree(only), Converted(OlderData("1")));
+  EXPECT_EQ(ReadTree(aside), OlderProgram());
+}
+
+// The data move into the server's folder, where they are copied. The copies go away with that folder.
+TEST_F(ServerInterruptedTest, CopiesInTheServersFolderGoAwayWithIt) {
+  HX_NEEDS_WINE(Differs::kCancelled);
+  const std::wstring given = L"PROP_UPGRADE=1 DIR_DATAFOLDER=\"" + inside + L"\"";
+  const Tree older = WriteOlder(outsideData);
+  InstallUntil(5893, End::kCancelled, {}, given);
+  EXPECT_EQ(Note("Data"), FromWide(outsideData) + "\\");
+  EXPECT_EQ(Note("NewData"), "");
+  EXPECT_EQ(DataSetting(), FromWide(inside) + "\\");
+  ExpectInterrupted(given);
+  EXPECT_TRUE(PutBack());
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
+  EXPECT_EQ(DataSetting(), FromWide(outsideData) + "\\");
+  ExpectInstalled(Install(Server(), given));
+  EXPECT_EQ(ReadTree(inside), Converted(OlderData("1")));
+  EXPECT_EQ(ReadTree(aside), older);
 }
 
 // The engine knows the older server, which has no data: nothing was copied, and the note is there all the
@@ -341,7 +421,7 @@ TEST_F(ServerInterruptedTest, ARollbackDeletesTheNote) {
   for (const auto& [data, place] : {std::pair(inside, 1996),
                                     {inside, 2015},
                                     {inside, 4160},
-                                    {outsideData, 2005},
+                                    {outsideData, 2007},
                                     {outsideData, 2040},
                                     {outsideData, 5893}}) {
     SCOPED_TRACE(FromWide(data) + ", " + std::to_string(place));
@@ -409,11 +489,13 @@ TEST_F(ServerInterruptedTest, ARollbackThatRunsTwiceChangesNothingMore) {
 // if this upgrade has moved them.
 TEST_F(ServerInterruptedTest, TheNotesFoldersAreFreeUntilTheFirstMove) {
   HX_NEEDS_WINE(Differs::kCancelled);
-  const Tree earlier = {{"vt.exe", "of an earlier version"}}, earlierData = {{"format.txt", "0\r\n"}};
+  const Tree earlier = {{"vt.exe", "of an earlier version"}}, earlierData = {{"format.txt", "0\r\n"}},
+             earlierRest = {{"older.txt", "what a rollback has not moved back"}};
   for (const std::wstring& data : {inside, outsideData}) {
     SCOPED_TRACE(FromWide(data));
     const Tree older = WriteOnlyOlder(data);
     WriteTree(aside, earlier);
+    WriteTree(rest, earlierRest);
     const std::wstring dated = data == inside ? L"" : outsideData + DateBehindName();
     if (data != inside) WriteTree(dated, earlierData);
     InstallUntil(2010, End::kCancelled,
@@ -425,8 +507,10 @@ TEST_F(ServerInterruptedTest, TheNotesFoldersAreFreeUntilTheFirstMove) {
     EXPECT_EQ(ReadTree(server), older);
     EXPECT_EQ(ReadTree(data), OlderData("1"));
     const std::string renamed = NameWithTime(programs, "Vantor (previous)");
-    EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", renamed}));
+    const std::string renamedRest = NameWithTime(programs, "Vantor (previous) (rest)");
+    EXPECT_EQ(Names(programs), (std::vector<std::string>{"Vantor", renamedRest, renamed}));
     EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(renamed)), earlier);
+    EXPECT_EQ(ReadTree(programs + L"\\" + ToWide(renamedRest)), earlierRest);
     if (data != inside) {
       const std::string renamedData = NameWithTime(elsewhere, "Data" + FromWide(DateBehindName()));
       EXPECT_EQ(Names(elsewhere), (std::vector<std::string>{"Data", renamedData}));
@@ -443,14 +527,14 @@ TEST_F(ServerInterruptedTest, TheNotesFoldersAreFreeUntilTheFirstMove) {
   }
 }
 
-// The earlier folder of the data is held: the run ends before its note, and nothing of this server was
-// changed.
+// The folder of an earlier upgrade, of its data, or of what an earlier rollback has left is held: the run
+// ends before its note, and nothing of this server was changed.
 TEST_F(ServerInterruptedTest, APlaceThatCannotBeFreedEndsTheRunBeforeItsNote) {
   const Tree earlier = {{"format.txt", "0\r\n"}};
-  for (const std::wstring& data : {inside, outsideData}) {
-    SCOPED_TRACE(FromWide(data));
+  for (const auto& [data, taken] :
+       {std::pair(inside, aside), {inside, rest}, {outsideData, outsideData + DateBehindName()}}) {
+    SCOPED_TRACE(FromWide(taken));
     const Tree older = WriteOnlyOlder(data);
-    const std::wstring taken = data == inside ? aside : outsideData + DateBehindName();
     WriteTree(taken, earlier);
     HANDLE held = HoldFolder(taken);
     const MachineState before = MachineState::Now();
@@ -498,6 +582,186 @@ TEST_F(ServerInterruptedTest, ARollbackThatPutsNotEverythingBackKeepsTheNote) {
   EXPECT_EQ(ReadTree(aside), older);
   EXPECT_EQ(ReadTree(outsideData), Converted(OlderData("1")));
   EXPECT_FALSE(HasNote());
+}
+
+// The drive with the data is not connected when the rollback runs, so none of its folders exists. It comes
+// back with a part of the data in their place.
+TEST_F(ServerInterruptedTest, ARollbackWithoutTheDriveOfTheDataKeepsTheNote) {
+  const std::wstring drive = elsewhere + L"\\Drive", away = elsewhere + L"\\Away", data = drive + L"\\Data";
+  const Tree older = WriteOlder(data);
+  const InstallerRun& failed =
+      InstallInterrupted([&] { EXPECT_TRUE(MoveFileW(drive.c_str(), away.c_str())); });
+  ExpectRolledBack(failed);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+  EXPECT_EQ(Note("Data"), FromWide(data) + "\\");
+  DeleteTree(drive);
+  EXPECT_TRUE(MoveFileW(away.c_str(), drive.c_str()));
+  SetDataSetting(data);
+  ExpectInterrupted();
+  EXPECT_TRUE(PutBack());
+  EXPECT_EQ(ReadTree(data), OlderData("1"));
+  EXPECT_EQ(ReadTree(server), older);
+}
+
+// The note is deleted before the service starts. The installation fails then, and the folder of the data is
+// in use: the rollback cannot put them back, and has written the note again.
+TEST_F(ServerInterruptedTest, AFailureAfterTheNoteIsDeletedWritesItAgain) {
+  const Tree older = WriteOlder(outsideData);
+  const InstallerRun& failed = InstallInterrupted(
+      [] {}, outsideData,
+      {"UPDATE `InstallExecuteSequence` SET `Sequence` = 5898 WHERE `Action` = 'CustomAction17.Judge'"});
+  ExpectRolledBack(failed);
+  EXPECT_EQ(failed.FailuresOf("CustomAction17.Judge").size(), 1u);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(ReadTree(Dated()), OlderData("1"));
+  EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+  EXPECT_EQ(Note("Aside"), FromWide(aside) + "\\");
+  EXPECT_EQ(Note("Data"), FromWide(outsideData) + "\\");
+  EXPECT_EQ(Note("AsideData"), FromWide(Dated()) + "\\");
+  EXPECT_EQ(Note("NewData"), "");
+  SetDataSetting(outsideData);
+  ExpectInterrupted();
+  EXPECT_TRUE(PutBack());
+  EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
+}
+
+// The server's folder cannot be renamed, nor the copies of the data in it: the entries are moved back, but
+// for the data.
+TEST_F(ServerInterruptedTest, EntriesThatARollbackLeavesAreMovedBackByHand) {
+  const Tree older = WriteOlder(inside);
+  HANDLE held = nullptr;
+  const InstallerRun& failed = InstallInterrupted([&] { held = HoldFolder(server); }, inside);
+  CloseHandle(held);
+  ExpectRolledBack(failed);
+  EXPECT_EQ(ReadTree(rest), With({}, "Data", OlderData("1")));
+  EXPECT_FALSE(FileExists(aside));
+  EXPECT_EQ(ReadTree(server), With(OlderProgram(), "Data", OlderData("1")));
+  EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
+  SetDataSetting(inside);
+  WriteTree(inside, {{"a.b.c", "do"}});
+  ExpectInterrupted();
+  EXPECT_TRUE(PutBack());
+  EXPECT_FALSE(FileExists(rest));
+  EXPECT_FALSE(HasNote());
+  Tree part = OlderData("1");
+  part["a.b.c"] = "do";
+  EXPECT_EQ(ReadTree(server), With(older, "Data (part)", part));
+}
+
+// The rollback is interrupted while it moves entries back, and runs again from its beginning. The folder
+// can be renamed by then, but has entries that are back already.
+TEST_F(ServerInterruptedTest, ARollbackOfEntriesGoesOnIfItRunsAgain) {
+  const Tree older = WriteOlder(inside);
+  const std::wstring reached = stop + L"\\reached.txt", go = stop + L"\\go.txt";
+  WriteTree(stop, {{"again.cmd", "@echo off\r\necho >\"" + FromWide(reached) +
+                                     "\"\r\n:wait\r\nif not exist \"" + FromWide(go) + "\" goto wait\r\n"}});
+  std::vector<std::string> statements = {
+      "INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Again', " +
+          std::to_string(kRollbackProgram) + ", 'CommandProgram', '/d /c \"\"" + FromWide(stop) +
+          "\\again.cmd\"\"')",
+      "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('Again', "
+      "'UpgradeServer', 2059)"};
+  int place = 2058;
+  for (const char* name : {"ServerReplace", "ServerRest", "ServerEntries"}) {
+    const std::string action = std::string("CustomAction16.Again") + name;
+    statements.push_back("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Set" +
+                         action + "', 51, '" + action + "', '[CustomAction16.Rollback" + name + "]')");
+    statements.push_back("INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('" +
+                         action + "', " + std::to_string(kRollbackAction) + ", 'hxsetup', 'CustomAction16')");
+    for (const auto& [placed, number] : {std::pair("Set" + action, place - 500), {action, place}})
+      statements.push_back(
+          "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES ('" + placed +
+          "', 'UpgradeServer', " + std::to_string(number) + ")");
+    --place;
+  }
+  HANDLE heldServer = nullptr, heldData = nullptr;
+  Tree rested;
+  std::thread other([&] {
+    WaitUntil("the entries are moved", [&] { return FileExists(reached); });
+    rested = ReadTree(rest);
+    CloseHandle(heldData);
+    CloseHandle(heldServer);
+    WriteTree(stop, {{"go.txt", ""}});
+  });
+  const InstallerRun& failed = InstallInterrupted(
+      [&] {
+        heldServer = HoldFolder(server);
+        heldData = HoldFolder(inside);
+      },
+      L"", statements);
+  other.join();
+  ExpectRolledBack(failed);
+  // The first run has left the data; the second has moved them.
+  EXPECT_EQ(rested, With({}, "Data", OlderData("1")));
+  Tree restored = ReadTree(server);
+  TakeStamped(restored);
+  EXPECT_EQ(restored, older);
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+  EXPECT_FALSE(HasNote());
+}
+
+// The last command of a rollback, with every state of the folders.
+TEST_F(ServerInterruptedTest, TheNoteIsDeletedOnlyIfEverythingIsBack) {
+  const std::wstring kept = elsewhere + L"\\Server (previous)", left = kept + L" (rest)",
+                     home = elsewhere + L"\\Server", dated = elsewhere + L"\\Data 2026-11-15",
+                     other = elsewhere + L"\\New (x) & 'y' Data";
+  const Tree file = {{"f.txt", "1"}}, empty;
+  struct Case {
+    const char* name;
+    std::vector<std::pair<std::wstring, Tree>> folders;
+    bool isOutside, isNoted, isDeleted;
+    std::wstring server = L"", newData = L"";
+  };
+  const Case cases[] = {
+      {"all back", {}, false, false, true},
+      {"kept", {{kept, file}}, false, false, false},
+      {"kept folder", {{kept, {{"sub\\", ""}}}}, false, false, false},
+      {"emptied", {{kept, empty}}, false, false, true},
+      {"rest", {{left, file}}, false, false, false},
+      {"emptied rest", {{left, empty}}, false, false, true},
+      {"no drive", {}, false, false, false, L"Q:\\Server"},
+      {"data back", {{outsideData, file}}, true, false, true},
+      {"data kept", {{outsideData, file}, {dated, file}}, true, false, false},
+      {"data kept, none there", {{dated, file}}, true, false, false},
+      {"no drive of the data", {}, true, false, false},
+      {"copies that are not noted", {{other, file}}, false, false, true},
+      {"no copies", {}, false, true, true},
+      {"an empty folder for copies", {{other, empty}}, false, true, true},
+      {"copies", {{other, file}}, false, true, false},
+      {"a copied folder", {{other, {{"sub\\", ""}}}}, false, true, false},
+      {"a name with a semicolon", {{other, {{";f.txt", ""}}}}, false, true, false},
+      {"a name with a blank", {{other, {{" f", ""}}}}, false, true, false},
+      {"copies and data", {{other, file}, {outsideData, file}}, true, true, false},
+      {"no drive of the copies", {}, false, true, false, L"", L"Q:\\Data"},
+  };
+  const auto textOf = [](const char* action) { return ActionTarget(Server().path, action); };
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.name);
+    DeleteTree(elsewhere);
+    WriteTree(elsewhere, {});
+    for (const auto& [folder, tree] : one.folders) WriteTree(folder, tree);
+    WriteNote(home, kept);
+    if (one.isNoted) SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "NewData", FromWide(other) + "\\");
+    std::map<std::string, std::string> properties = {
+        {"DIR_UPG", FromWide(kept) + "\\"},
+        {"DIR_EXSERVER", FromWide(one.server.empty() ? home : one.server) + "\\"},
+        {"DIR_EXDATA", FromWide(outsideData) + "\\"},
+        {"DIR_UPG_DATA", FromWide(dated) + "\\"},
+        {"DIR_DATAFOLDER", FromWide(one.newData.empty() ? other : one.newData) + "\\"},
+        {"ServerAsideName", "Server (previous)"},
+        {"System64Folder", "C:\\windows\\system32\\"}};
+    // In the order in which the package sets them.
+    for (const auto& [name, action, isSet] : {std::tuple("AsideRest", "SetAsideRest", true),
+                                              {"IfDataBack", "SetIfDataBack", one.isOutside},
+                                              {"UnlessNewData", "SetUnlessNewData", true}}) {
+      if (isSet) properties[name] = WithProperties(Server().path, textOf(action), properties);
+    }
+    RunCommand(ToWide(WithProperties(Server().path, textOf("ForgetNoteBack"), properties)));
+    EXPECT_EQ(HasNote(), !one.isDeleted);
+    for (const auto& [folder, tree] : one.folders)
+      EXPECT_EQ(FileExists(folder), tree.size() != 0 || folder == other) << FromWide(folder);
+  }
 }
 
 // Also a first installation, a server that the engine knows, and the note of a server in another folder.

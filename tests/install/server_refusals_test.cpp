@@ -116,6 +116,27 @@ TEST_F(ServerRefusalsTest, NamesThatTheFragmentsNeed) {
   EXPECT_EQ(DataSetting(), std::nullopt);
 }
 
+// The engine knows the older server, and the registry says where it is. The folder that is given would be
+// taken for the older server's.
+TEST_F(ServerRefusalsTest, AnUpgradeIntoAnotherFolder) {
+  ASSERT_EQ(Install(OlderServer()).exitCode, 0u);
+  WriteTree(server + L"\\Data", kData);
+  const std::wstring other = elsewhere + L"\\Server";
+  WriteTree(other, {{"notes.txt", "the administrator's"}});
+  const Tree before = ReadTree(programs), prepared = ReadTree(elsewhere);
+  for (const std::wstring& folder : {other, elsewhere + L"\\missing"}) {
+    ExpectRefused(Install(Server(), L"DIR_SERVER=\"" + folder + L"\""), "RefuseOtherFolder");
+    EXPECT_TRUE(OlderServer().IsInstalled());
+    EXPECT_EQ(ReadTree(programs), before);
+    EXPECT_EQ(ReadTree(elsewhere), prepared);
+  }
+  // The same folder, in other letters; the registry's has no backslash at its end.
+  SetRegistryText(HKEY_LOCAL_MACHINE, std::string(kMakerKey) + "\\Vantor", "ServerFolder", FromWide(server));
+  EXPECT_EQ(Install(Server(), L"DIR_SERVER=\"C:\\PROGRAM FILES\\halvorstead\\VANTOR\"").exitCode, 0u);
+  EXPECT_TRUE(Server().IsInstalled());
+  EXPECT_FALSE(OlderServer().IsInstalled());
+}
+
 TEST_F(ServerRefusalsTest, FoldersInAnUnusableForm) {
   LayDownOlderServer();
   for (const wchar_t* folder :

@@ -372,15 +372,16 @@ std::optional<std::string> ServerTest::DataSetting() {
 }
 
 const InstallerRun& ServerTest::InstallInterrupted(const std::function<void()>& meanwhile,
-                                                   const std::wstring& held) {
+                                                   const std::wstring& held,
+                                                   std::vector<std::string> statements) {
   const std::wstring package = elsewhere + L"\\server.msi", script = elsewhere + L"\\wait.cmd",
                      reached = elsewhere + L"\\reached.txt", go = elsewhere + L"\\go.txt";
   WriteTree(elsewhere,
             {{"wait.cmd", "@echo off\r\necho >\"" + FromWide(reached) + "\"\r\n:wait\r\nif not exist \"" +
                               FromWide(go) + "\" goto wait\r\n"}});
-  ChangePackage(Server().path, package,
-                {"UPDATE `CustomAction` SET `Target` = '\"[System64Folder]cmd.exe\" /d /c \"\"" +
-                 FromWide(script) + "\"\"' WHERE `Action` = 'ConvertDatabase'"});
+  statements.push_back("UPDATE `CustomAction` SET `Target` = '\"[System64Folder]cmd.exe\" /d /c \"\"" +
+                       FromWide(script) + "\"\"' WHERE `Action` = 'ConvertDatabase'");
+  ChangePackage(Server().path, package, statements);
   HANDLE folder = nullptr;
   std::thread other([&] {
     for (DWORD waited = 0; !FileExists(reached) && waited < kWaitLimit; waited += kWaitStep) Sleep(kWaitStep);

@@ -103,9 +103,10 @@ class ServerTest : public InstallTest {
 
   /// Installs a copy of the server package. Its conversion waits while `meanwhile` runs, and leaves no
   /// marker, so the run fails. From then until the end of the run this process holds the folder `held`; empty
-  /// for none.
+  /// for none. `statements` are run on the copy too.
   const InstallerRun& InstallInterrupted(const std::function<void()>& meanwhile,
-                                         const std::wstring& held = L"");
+                                         const std::wstring& held = L"",
+                                         std::vector<std::string> statements = {});
 
   /// Checks the product's state and the program files, after a run that installed it.
   void ExpectInstalled(const InstallerRun& run);

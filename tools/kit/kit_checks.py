@@ -57,7 +57,10 @@ PATH_SOURCES = {
     "DIR_EXDATA": "CustomAction20, in the same sequence",
     "DIR_UPG": "CustomAction20, in the same sequence",
     "DIR_UPG_DATA": "CustomAction20, in the same sequence",
-    "LastAside": "DIR_UPG or DIR_UPG_DATA, in the same sequence",
+    "AsideRest": "DIR_UPG and ServerAsideName, in the same sequence",
+    "IfDataBack": "DIR_UPG_DATA and DIR_EXDATA, in the same sequence",
+    "UnlessNewData": "DIR_DATAFOLDER, in the same sequence",
+    "UpgradeNote": "the package",
     "ServerDataName": "the package",
     "System64Folder": "the engine",
 }

@@ -37,8 +37,9 @@ class InterruptedTest(unittest.TestCase):
         """The rows of a sequence that run until one of them refuses the run, which is the last one then."""
         rows = [row for row in self.model.rows if row.place == place]
         found = []
-        for row, _ in RUN.run_sequence(rows, self.model.actions, {**self.model.defaults(), **properties}, self.model.found,
-                                       RUNS.ANSWERS):
+        # The engine finds the older products too, after the package has forgotten them.
+        searched = self.model.found | {"PROP_UPGRADE_PRODUCTCODE"}
+        for row, _ in RUN.run_sequence(rows, self.model.actions, {**self.model.defaults(), **properties}, searched, RUNS.ANSWERS):
             found.append(row)
             if self.model.actions.get(row.action, {}).get("Error"):
                 break
@@ -78,20 +79,64 @@ class InterruptedTest(unittest.TestCase):
         """It is written before the first folder is moved, its value Server last; and deleted before services start. In a
         rollback it is deleted last."""
         place = {row.action: row.number for row in self.model.rows if row.place == "execute"}
-        notes = ["NoteNewData", "NoteAside", "NoteData", "NoteAsideData", "NoteServer"]
+        notes = ["NoteAside", "NoteData", "NoteAsideData", "NoteServer"]
         self.assertEqual(sorted(notes, key=place.get)[-1], "NoteServer")
         self.assertLess(place["NoteServer"], place["CustomAction15.Server"])
+        # The new data folder, directly before something is copied there.
+        later = sorted(number for number in place.values() if number > place["NoteNewData"])
+        self.assertEqual(place["CustomAction16.Data"], later[0])
         self.assertLess(max(number for action, number in place.items() if action.startswith(("CustomAction16", "CustomAction17",
                                                                                               "Convert"))), place["ForgetNote"])
         self.assertLess(place["ForgetNote"], 5900)
         # Nothing has the places of the folders then: they are freed, and checked.
-        freed = ["CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree", "CheckDataFree"]
+        freed = ["CustomAction15.FreeRest", "CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree",
+                 "CheckDataFree", "ForgetNoteBack"]
         self.assertEqual(sorted(freed, key=place.get), freed)
-        self.assertLess(place["CheckDataFree"], min(place[name] for name in notes))
+        self.assertLess(place["ForgetNoteBack"], min(place[name] for name in notes))
         undone = [number for action, number in place.items() if self.model.actions.get(action, {}).get("Execute") == "rollback"]
         self.assertEqual(min(undone), place["ForgetNoteBack"])
-        for name in (*notes, *freed, "ForgetNote"):
+        for name in (*notes, *freed[:-1], "NoteNewData", "ForgetNote"):
             self.assertEqual(self.model.actions[name].get("Return"), "check", name)
+
+    def test_a_rollback_writes_what_the_end_has_deleted(self):
+        """Each value, and Server last, after which there is a note: a rollback runs backwards."""
+        place = {row.action: (row.number, row.condition) for row in self.model.rows if row.place == "execute"}
+        notes = ["NoteServer", "NoteAsideData", "NoteData", "NoteAside", "NoteNewData"]
+        numbers = [place[f"{name}Again"][0] for name in notes]
+        self.assertEqual(sorted(numbers), numbers)
+        self.assertLess(numbers[-1], place["ForgetNote"][0])
+        # Nothing moves a folder back before that.
+        self.assertGreater(numbers[0], max(place[name][0] for name in place if name.startswith("CustomAction16")))
+        for name in notes:
+            again = self.model.actions[f"{name}Again"]
+            self.assertEqual(again, {**self.model.actions[name], "Id": f"{name}Again", "Execute": "rollback", "Return": "ignore"})
+            self.assertEqual(place[f"{name}Again"][1], place[name][1])
+
+    def test_new_data_are_noted_if_they_are_copied_out_of_the_older_places(self):
+        inside, outside = UPGRADE, {**UPGRADE, **RUNS.OUTSIDE}
+        in_place = {**UPGRADE, "PROP_PREVVTDF": "P\\Vantor\\(no data)\\Data\\"}
+        for name, properties, folder, is_noted in (
+                ("inside", inside, "P\\Vantor\\Data\\", False), ("inside, moved", inside, "D\\New\\", True),
+                ("outside", outside, "d\\data\\", False), ("outside, in it", outside, "D\\Data\\New\\", False),
+                ("outside, moved", outside, "D\\New\\", True), ("outside, moved home", outside, "p\\vantor\\Data\\", False),
+                ("in place", in_place, "D\\New\\", False)):
+            with self.subTest(name):
+                called = {row.action for row in self.run_of("execute", {**properties, "DIR_DATAFOLDER": folder})}
+                self.assertEqual("CustomAction16.Data" in called, properties is not in_place)
+                for action in ("NoteNewData", "NoteNewDataAgain", "SetUnlessNewData"):
+                    self.assertEqual(action in called, is_noted, action)
+
+    def test_another_folder_is_refused(self):
+        known = {**UPGRADE, "PROP_UPGRADE_PRODUCTCODE": "{old}", "SERVERFOLDERFOUND": "P\\Vantor\\"}
+        for name, more, refusal in (
+                ("the same", {}, None), ("in other letters", {"DIR_SERVER": "p\\VANTOR\\"}, None),
+                ("another", {"DIR_SERVER": "D\\Vantor\\"}, "RefuseOtherFolder"),
+                ("with a note", {"DIR_SERVER": "D\\Vantor\\", **NOTE}, REFUSAL),
+                ("not known", {"DIR_SERVER": "D\\Vantor\\", "PROP_UPGRADE_PRODUCTCODE": ""}, None),
+                ("not remembered", {"DIR_SERVER": "D\\Vantor\\", "SERVERFOLDERFOUND": ""}, None),
+                ("of the earlier layout", {"DIR_SERVER": "D\\Vantor\\", "PROP_PRE75SERVER": "P\\Old\\"}, None)):
+            with self.subTest(name):
+                self.assertEqual(self.last("execute", {**known, **more}), refusal)
 
     def test_the_page_has_the_lines_that_the_tests_type(self):
         page = (TOOLS.parent / "docs/server-upgrade.md").read_text(encoding="utf-8")
@@ -100,7 +145,7 @@ class InterruptedTest(unittest.TestCase):
         test = (TOOLS.parent / "tests/install/server_interrupted_test.cpp").read_text(encoding="utf-8")
         typed = re.findall(r'const char k\w+\[\] =\s+R"page\((.*?)\)page";', test)
         self.assertEqual(lines, typed)
-        self.assertEqual(len(lines), 10)
+        self.assertEqual(len(lines), 13)
 
 
 if __name__ == "__main__":

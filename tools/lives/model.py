@@ -479,8 +479,7 @@ class Server(Product):
         if self.noted:
             key = "HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"
             found.update({key: "", key + "Upgrade\\": "", key + "Upgrade\\Server": text(self.folder),
-                          key + "Upgrade\\Aside": text(self.folder[:-1] + " (previous)\\"),
-                          key + "Upgrade\\NewData": text(self.folder + "Data\\")})
+                          key + "Upgrade\\Aside": text(self.folder[:-1] + " (previous)\\")})
         if self.has_key:
             found["HKLM\\SOFTWARE\\Halvorstead\\Vantor\\"] = ""
         if self.has_place:

@@ -195,8 +195,7 @@ class ModelTest(unittest.TestCase):
             model.take(*step)
         entries = model.entries()
         self.assertEqual({name: value for name, value in entries.items() if name.startswith(note)},
-                         {note: "", note + "Server": f'"{server}\\"', note + "Aside": f'"{server} (previous)\\"',
-                          note + "NewData": f'"{server}\\Data\\"'})
+                         {note: "", note + "Server": f'"{server}\\"', note + "Aside": f'"{server} (previous)\\"'})
         self.assertEqual(model.products["server"].steps(), [("install", "next"), ("cancel", "next"), ("restore", "")])
         for kind in ("install", "cancel"):
             self.assertEqual(model.take("server", kind, "next"), 1603)

@@ -203,10 +203,13 @@ class RulesTest(unittest.TestCase):
         self.assertEqual(keys, [key] * 4)
         commands = {row["Action"]: row["Target"] for row in database.rows("CustomAction")
                     if row["Source"] in ("RegistryProgram", "CommandProgram") and "HKLM" in row["Target"]}
-        self.assertEqual(set(commands), {"ForgetNoteBack", "ForgetOlderNote", "NoteNewData", "NoteAside", "NoteData",
-                                         "NoteAsideData", "NoteServer", "ForgetNote"})
+        notes = {"NoteNewData", "NoteAside", "NoteData", "NoteAsideData", "NoteServer"}
+        self.assertEqual(set(commands), {"ForgetOlderNote", "ForgetNote", *notes, *(f"{name}Again" for name in notes)})
         for command in commands.values():
             self.assertIn(f'"HKLM\\{key}"', command)
+        targets = {row["Action"]: row["Target"] for row in database.rows("CustomAction")}
+        for name in ("ForgetNoteBack", "SetUnlessNewData"):
+            self.assertIn('"[UpgradeNote]"', targets[name])
         self.assertEqual(database.properties()["UpgradeNote"], f"HKLM\\{key}")
 
     def test_binary_is_missing(self):
