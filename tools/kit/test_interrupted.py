@@ -89,7 +89,7 @@ class InterruptedTest(unittest.TestCase):
                                                                                               "Convert"))), place["ForgetNote"])
         self.assertLess(place["ForgetNote"], 5900)
         # Nothing has the places of the folders then: they are freed, and checked.
-        freed = ["CustomAction15.FreeRest", "CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree",
+        freed = ["CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree",
                  "CheckDataFree", "ForgetNoteBack"]
         self.assertEqual(sorted(freed, key=place.get), freed)
         self.assertLess(place["ForgetNoteBack"], min(place[name] for name in notes))
