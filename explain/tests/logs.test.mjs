@@ -314,13 +314,12 @@ describe("the refusals of the packages", () => {
 describe("a part of a refusal in braces", () => {
   const start = ["Action start 10:00:00: INSTALL.", "Action start 10:00:00: RefuseInterrupted.",
     "Action ended 10:00:01: RefuseInterrupted. Return value 3.", "Action ended 10:00:01: INSTALL. Return value 3.",
-    "Property(S): NOTEDSERVER = C:\\Vantor\\", "Property(S): NOTEDASIDE = C:\\Vantor (previous)\\",
-    "Property(S): UpgradeNote = HKLM\\Key"];
+    "Property(S): NOTEDSERVER = C:\\Vantor\\", "Property(S): NOTEDASIDE = C:\\Vantor (previous)\\"];
   for (const [name, more, expected] of /** @type {[string, string[], string][]} */ ([
     ["is there if its properties are", ["Property(S): NOTEDDATA = D:\\Data\\", "Property(S): NOTEDASIDEDATA = D:\\Data 2026-11-15\\"],
-      "back as C:\\Vantor\\, D:\\Data 2026-11-15\\ as D:\\Data\\, delete HKLM\\Key,"],
-    ["is left out without one of them", ["Property(S): NOTEDDATA = D:\\Data\\"], "back as C:\\Vantor\\, delete HKLM\\Key,"],
-    ["is left out without them", [], "back as C:\\Vantor\\, delete HKLM\\Key,"]])) {
+      "kept in C:\\Vantor (previous)\\; data: D:\\Data\\, kept in D:\\Data 2026-11-15\\."],
+    ["is left out without one of them", ["Property(S): NOTEDDATA = D:\\Data\\"], "kept in C:\\Vantor (previous)\\."],
+    ["is left out without them", [], "kept in C:\\Vantor (previous)\\."]])) {
     it(name, async () => {
       const [report] = (await explained([...start, ...more, ""].join("\r\n"))).reports;
       assert.equal(report.failed, "RefuseInterrupted");

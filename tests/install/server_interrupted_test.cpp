@@ -444,7 +444,7 @@ TEST_F(ServerInterruptedTest, ARollbackDeletesTheNote) {
 TEST_F(ServerInterruptedTest, ARollbackThatRunsTwiceChangesNothingMore) {
   const std::pair<const char*, std::string> strings[] = {
       {"Server", "hxsetup -cel \"[DIR_UPG]no such entry*\" -mobl \"[DIR_UPG].\" \"[DIR_EXSERVER].\""},
-      {"Entries", "hxsetup -mobinl \"[DIR_UPG]*\" \"[DIR_EXSERVER].\""},
+      {"Entries", "hxsetup -mobinl \"[AsideRest]*\" \"[DIR_EXSERVER].\""},
       {"Data", "hxsetup -cel \"[DIR_UPG_DATA]no such entry*\" -mobl \"[DIR_UPG_DATA].\" \"[DIR_EXDATA].\""}};
   std::vector<std::string> statements;
   int place = 2051;
