@@ -308,7 +308,8 @@ TEST_F(ServerInterruptedTest, ACopyInAnotherFolderIsMovedAway) {
   for (const auto& [data, end] : {std::pair(inside, End::kFailed), {outsideData, End::kCancelled}}) {
     SCOPED_TRACE(FromWide(data));
     const Tree older = WriteOnlyOlder(data);
-    InstallUntil(5893, end, {}, given);
+    // The failure is after the note is deleted.
+    InstallUntil(end == End::kFailed ? 5898 : 5893, end, {}, given);
     EXPECT_EQ(Note("NewData"), FromWide(other) + "\\");
     if (end == End::kCancelled) EXPECT_EQ(DataSetting(), FromWide(other) + "\\");
     if (end == End::kFailed) EXPECT_EQ(ReadTree(server), older);
@@ -340,7 +341,6 @@ TEST_F(ServerInterruptedTest, DataThatAreConvertedInPlaceStayThere) {
   InstallUntil(4110, End::kCancelled, {}, given);
   EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
   EXPECT_EQ(Note("NewData"), "");
-  ExpectInterrupted(given);
   EXPECT_TRUE(PutBack());
   EXPECT_EQ(ReadTree(server), OlderProgram());
   EXPECT_EQ(ReadTree(only), OlderData("1"));
@@ -358,14 +358,10 @@ TEST_F(ServerInterruptedTest, CopiesInTheServersFolderGoAwayWithIt) {
   EXPECT_EQ(Note("Data"), FromWide(outsideData) + "\\");
   EXPECT_EQ(Note("NewData"), "");
   EXPECT_EQ(DataSetting(), FromWide(inside) + "\\");
-  ExpectInterrupted(given);
   EXPECT_TRUE(PutBack());
   EXPECT_EQ(ReadTree(server), older);
   EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
   EXPECT_EQ(DataSetting(), FromWide(outsideData) + "\\");
-  ExpectInstalled(Install(Server(), given));
-  EXPECT_EQ(ReadTree(inside), Converted(OlderData("1")));
-  EXPECT_EQ(ReadTree(aside), older);
 }
 
 // The engine knows the older server, which has no data: nothing was copied, and the note is there all the
@@ -594,8 +590,6 @@ TEST_F(ServerInterruptedTest, ARollbackWithoutTheDriveOfTheDataKeepsTheNote) {
   EXPECT_EQ(Note("Data"), FromWide(data) + "\\");
   DeleteTree(drive);
   EXPECT_TRUE(MoveFileW(away.c_str(), drive.c_str()));
-  SetDataSetting(data);
-  ExpectInterrupted();
   EXPECT_TRUE(PutBack());
   EXPECT_EQ(ReadTree(data), OlderData("1"));
   EXPECT_EQ(ReadTree(server), older);
@@ -617,8 +611,6 @@ TEST_F(ServerInterruptedTest, AFailureAfterTheNoteIsDeletedWritesItAgain) {
   EXPECT_EQ(Note("Data"), FromWide(outsideData) + "\\");
   EXPECT_EQ(Note("AsideData"), FromWide(Dated()) + "\\");
   EXPECT_EQ(Note("NewData"), "");
-  SetDataSetting(outsideData);
-  ExpectInterrupted();
   EXPECT_TRUE(PutBack());
   EXPECT_EQ(ReadTree(outsideData), OlderData("1"));
 }
@@ -635,9 +627,7 @@ TEST_F(ServerInterruptedTest, EntriesThatARollbackLeavesAreMovedBackByHand) {
   EXPECT_FALSE(FileExists(aside));
   EXPECT_EQ(ReadTree(server), With(OlderProgram(), "Data", OlderData("1")));
   EXPECT_EQ(Note("Server"), FromWide(server) + "\\");
-  SetDataSetting(inside);
   WriteTree(inside, {{"a.b.c", "do"}});
-  ExpectInterrupted();
   EXPECT_TRUE(PutBack());
   EXPECT_FALSE(FileExists(rest));
   EXPECT_FALSE(HasNote());

@@ -108,8 +108,14 @@ class InterruptedTest(unittest.TestCase):
         # Nothing moves a folder back before that.
         self.assertGreater(numbers[0], max(place[name][0] for name in place if name.startswith("CustomAction16")))
         for name in notes:
-            again = self.model.actions[f"{name}Again"]
-            self.assertEqual(again, {**self.model.actions[name], "Id": f"{name}Again", "Execute": "rollback", "Return": "ignore"})
+            again, noted = self.model.actions[f"{name}Again"], self.model.actions[name]
+            changed = {"Id": f"{name}Again", "Execute": "rollback", "Return": "ignore"}
+            if name == "NoteNewData":
+                # Only if the key is missing.
+                changed |= {"Program": "CommandProgram", "ExeCommand": again["ExeCommand"]}
+                program, key = '"[System64Folder]reg.exe"', re.search(r'"HKLM[^"]*"', noted["ExeCommand"])[0]
+                self.assertEqual(again["ExeCommand"], f'/d /c "{program} query {key} || {program} {noted["ExeCommand"]}"')
+            self.assertEqual(again, {**noted, **changed})
             self.assertEqual(place[f"{name}Again"][1], place[name][1])
 
     def test_new_data_are_noted_if_they_are_copied_out_of_the_older_places(self):
