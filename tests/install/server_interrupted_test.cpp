@@ -723,13 +723,11 @@ TEST_F(ServerInterruptedTest, TheNoteIsDeletedOnlyIfEverythingIsBack) {
       {"no drive of the copies", {}, false, true, false, L"", L"Q:\\Data"},
   };
   const auto textOf = [](const char* action) { return ActionTarget(Server().path, action); };
-  for (const Case& one : cases) {
-    SCOPED_TRACE(one.name);
-    DeleteTree(elsewhere);
-    WriteTree(elsewhere, {});
-    for (const auto& [folder, tree] : one.folders) WriteTree(folder, tree);
-    WriteNote(home, kept);
-    if (one.isNoted) SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "NewData", FromWide(other) + "\\");
+  // The command line for a case, as the package makes it.
+  std::map<std::tuple<std::wstring, std::wstring, bool>, std::wstring> commands;
+  const auto commandOf = [&](const Case& one) -> const std::wstring& {
+    std::wstring& command = commands[{one.server, one.newData, one.isOutside}];
+    if (!command.empty()) return command;
     std::map<std::string, std::string> properties = {
         {"DIR_UPG", FromWide(kept) + "\\"},
         {"DIR_EXSERVER", FromWide(one.server.empty() ? home : one.server) + "\\"},
@@ -738,13 +736,22 @@ TEST_F(ServerInterruptedTest, TheNoteIsDeletedOnlyIfEverythingIsBack) {
         {"DIR_DATAFOLDER", FromWide(one.newData.empty() ? other : one.newData) + "\\"},
         {"ServerAsideName", "Server (previous)"},
         {"System64Folder", "C:\\windows\\system32\\"}};
-    // In the order in which the package sets them.
-    for (const auto& [name, action, isSet] : {std::tuple("AsideRest", "SetAsideRest", true),
-                                              {"IfDataBack", "SetIfDataBack", one.isOutside},
-                                              {"UnlessNewData", "SetUnlessNewData", true}}) {
-      if (isSet) properties[name] = WithProperties(Server().path, textOf(action), properties);
+    for (const auto& [name, action] : {std::pair("AsideRest", "SetAsideRest"),
+                                       {"IfDataBack", "SetIfDataBack"},
+                                       {"UnlessNewData", "SetUnlessNewData"}}) {
+      if (std::string(name) != "IfDataBack" || one.isOutside)
+        properties[name] = WithProperties(Server().path, textOf(action), properties);
     }
-    RunCommand(ToWide(WithProperties(Server().path, textOf("ForgetNoteBack"), properties)));
+    return command = ToWide(WithProperties(Server().path, textOf("ForgetNoteBack"), properties));
+  };
+  for (const Case& one : cases) {
+    SCOPED_TRACE(one.name);
+    DeleteTree(elsewhere);
+    WriteTree(elsewhere, {});
+    for (const auto& [folder, tree] : one.folders) WriteTree(folder, tree);
+    WriteNote(home, kept);
+    if (one.isNoted) SetRegistryText(HKEY_LOCAL_MACHINE, kUpgradeKey, "NewData", FromWide(other) + "\\");
+    RunCommand(commandOf(one));
     EXPECT_EQ(HasNote(), !one.isDeleted);
     for (const auto& [folder, tree] : one.folders)
       EXPECT_EQ(FileExists(folder), tree.size() != 0 || folder == other) << FromWide(folder);
