@@ -45,7 +45,7 @@ usage: ./hx COMMAND
   package SOURCE.wxs      make your own package, with the compilers and the fragments; --processor arm64 or x64
   check-package FILE.msi  check a package: the rules of the fragments, of its tables, and of the engine (ICEs)
   try FILE.msi [N=V]...   install a package in a fresh Windows, show what it did, and remove it again
-  test [LEVEL] [FILTER]   build and run the tests on both processors: all, or one level of
+  test [LEVEL] [FILTER]   build and run the tests on both processors: all but what takes long on ARM64, or one level of
                           images, unit, actions, install; FILTER chooses tests ("Path*"); run only by name:
                           emulated (what takes long on ARM64), tools (hxrun), packages (packages of new authors),
                           page (explain.html in a browser), acceptance, corpus (the inputs of the fuzzer)
@@ -104,8 +104,8 @@ help_test() {
   cat <<HELP
 usage: ./hx test [LEVEL] [FILTER] [--only x64|arm64]
 
-Builds what the tests need and runs them on both processors. Prints at the end how many tests there are and which passed
-only when they were run again. The last line is like "N passed, 0 failed"; the exit status is 0 if none failed.
+Builds what the tests need and runs them on both processors; without a LEVEL all of the first four but what takes long on
+ARM64. Prints at the end how many tests there are and which passed only when they were run again. The last line is like "N passed, 0 failed"; the exit status is 0 if none failed.
 What the tests leave is in build/artifacts.
 
   LEVEL      only one level:
@@ -481,7 +481,7 @@ test_command() {
     export HX_PAGE_TOOLS=${pageTools:?}
   fi
   for processor in "${windows[@]}"; do
-    need_rights "$processor"
+    need_rights "$processor" "skip ARM64: ./hx test --only x64"
   done
   for processor in "${windows[@]}"; do
     need_windows "$processor"

@@ -700,7 +700,8 @@ class Explainer {
       found.push({ line: message.line, name: number, text: `${notice.when}: ${notice.follows}`, todo: notice.todo, anchor: notice.anchor, values: [{ name: "", value: message.text, most: QUOTED }] });
     }
     const code = this.code();
-    if (code > 0 && knowledge.engine[code] && !found.some((each) => each.name === `${code}`)) {
+    // Of a run that has stopped for a restart, the code says what is true only of one that is complete.
+    if (code > 0 && this.outcome() !== "suspended" && knowledge.engine[code] && !found.some((each) => each.name === `${code}`)) {
       const { means, todo, anchor } = knowledge.engine[code];
       found.push({ line: run.codes[run.codes.length - 1].line, name: `${code}`, text: means, todo, anchor, values: [] });
     }

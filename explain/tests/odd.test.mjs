@@ -79,6 +79,7 @@ describe("a log that is unlike others", () => {
       const { reports } = await explained(text + end);
       assert.deepEqual(reports.map(({ outcome, sentence }) => [outcome, sentence]), [["suspended", "The installation has stopped for a restart and is not complete."]]);
       assert.deepEqual([causesOf(reports[0]), reports[0].todo, reports[0].failed, reports[0].causeLine], [[WORDS.suspended], WORDS.afterSuspended, "", reports[0].last]);
+      assert.deepEqual(reports[0].errors, []);
     }
   });
 

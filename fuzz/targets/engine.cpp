@@ -1,6 +1,6 @@
-// Command lines of the copy/move engine on a made-up disk. Only what the line names changes, with "l" nothing
-// to which a link leads, a copy without "o" changes nothing that was there, no content is lost but that of a
-// target, and after a success the first source is at its target.
+// Command lines of the copy/move engine on a made-up disk. Changes are only in the folders of targets and of
+// sources that are moved, with "l" not in what a link leads to, a copy without "o" changes nothing that was
+// there, no content is lost but that of a target, and after a success the first source is at its target.
 
 #include "disk.h"
 #include "guarded.h"

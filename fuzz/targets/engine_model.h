@@ -29,7 +29,7 @@ class EngineModel {
   bool KeepsAll() const { return keepsAll_; }
 
   /// Fails if a change of `path`, which is about to happen, is not one of this command line. Something is
-  /// moved away from `path` if `isMoved` is true. Only the targets may change, what is below them, and
+  /// moved away from `path` if `isMoved` is true. Changes may be in the folders of the targets, and of
   /// sources that are moved. With "l" for all sources, no part of the path may be a link, except in front of
   /// the name of a source or of a target.
   void CheckChange(const std::u16string& path, bool isMoved) const;

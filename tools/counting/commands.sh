@@ -50,7 +50,6 @@ take_bench() {
 # Counts the instructions of the ARM64 library.
 bench_arm64() {
   need_packages
-  need_rights arm64 ""
   need_windows arm64
   with_build_lock take_build "arm64 hxsetup hxinternals" "arm64-tests bench_format bench_path bench_messages action_tests"
   cp "$runFolder/arm64-tests"/*.exe "$runFolder/arm64/"

@@ -37,7 +37,8 @@ from windows.windows_session import Ended
 
 ROOT = Path(__file__).resolve().parents[2]
 JUDGES = [Path(__file__).resolve().parents[1] / name
-          for name in ("coverage/measurement.py", "images/guarded_constants.py", "mutants/library.py", "mutants/tests.py")]
+          for name in ("coverage/measurement.py", "images/guarded_constants.py", "mutants/lexer.py", "mutants/library.py",
+                       "mutants/mutants.py", "mutants/tests.py")]
 # The files of src/ that the libraries are made of.
 SUFFIXES = (".cpp", ".h", ".def", ".rc")
 COUNT, SEED = 100, 1

@@ -226,9 +226,9 @@ make_wine_prefix() {
 }
 
 # need_rights PROCESSOR [ADVICE]: exits with a message if this machine cannot run a Windows of PROCESSOR. ADVICE is what to do
-# without ARM64; "" if nothing can be done.
+# without ARM64, if something can be done.
 need_rights() {
-  local processor=$1 advice=${2-skip ARM64: ./hx test --only x64}
+  local processor=$1 advice=${2-}
   unshare --user --map-root-user --mount --pid --fork --mount-proc true 2>/dev/null ||
     die "this machine does not let programs make user namespaces, in which Windows runs here
     (if sysctl has kernel.unprivileged_userns_clone or kernel.apparmor_restrict_unprivileged_userns, look there)"

@@ -47,6 +47,7 @@ TARGETS = {
 # The levels whose tests run packages.
 PACKAGED = {"install", REST, "tools", "acceptance"}
 PROGRAMS = {level: targets[TESTS][0] for level, targets in TARGETS.items() if TESTS in targets}
+# After PROGRAMS, because this level has no program of its own.
 TARGETS[REST] = {LIBRARY: TARGETS["install"][LIBRARY], CHECKED: TARGETS["unit"][CHECKED], TESTS: ("unit_tests", "install_tests")}
 
 

@@ -204,9 +204,17 @@ class Run:
     # ---- the whole
 
     def keep_artifacts(self):
-        """Copies the artifacts to build/artifacts, folder by folder."""
+        """Copies the artifacts to build/artifacts, folder by folder. What an earlier run has left of second runs, and of parts
+        that there are no more, goes: others read these folders."""
         kept = ROOT / "build/artifacts"
         kept.mkdir(parents=True, exist_ok=True)
+        for lane in self.lanes:
+            for program in lane.programs:
+                shutil.rmtree(kept / f"{program.name}-again", ignore_errors=True)
+        for folder in kept.glob("install-*"):
+            part = folder.name.removesuffix("-again").split("-")[2:]
+            if part and part[0] not in planning.PART_FILTERS:
+                shutil.rmtree(folder)
         for folder in sorted(path for path in self.artifacts.iterdir() if path.is_dir()):
             shutil.rmtree(kept / folder.name, ignore_errors=True)
             shutil.copytree(folder, kept / folder.name, symlinks=True)

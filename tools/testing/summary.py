@@ -48,10 +48,11 @@ def output_outcome(path):
     text = path.read_text(errors="replace") if path.is_file() else ""
     if match := re.search(r"^(\d+) passed, (\d+) failed\s*\Z", text, re.MULTILINE):
         return Outcome(int(match[1]), int(match[2]))
-    if match := re.search(r"^Ran (\d+) tests? in .*\n\n(?:OK|FAILED \(.*\))\s*\Z", text, re.MULTILINE):
+    if match := re.search(r"^Ran (\d+) tests? in .*\n\n(?:OK|FAILED)(?: \((.*)\))?\s*\Z", text, re.MULTILINE):
         failed = set(FAILURE.findall(text))
         tests = [name for name in failed if not name.startswith(FIXTURES)]
-        return Outcome(max(0, int(match[1]) - len(tests)), len(failed))
+        skipped = re.search(r"skipped=(\d+)", match[2] or "")
+        return Outcome(max(0, int(match[1]) - len(tests) - int(skipped[1] if skipped else 0)), len(failed))
     return None
 
 

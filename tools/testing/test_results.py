@@ -186,6 +186,15 @@ class ResultsTest(RunFolderTest):
 class UnittestTest(RunFolderTest):
     """The output of Python's unittest: how many tests passed and failed."""
 
+    SKIPPED = """
+class Some(unittest.TestCase):
+    @unittest.skip("not here")
+    def test_skipped(self):
+        pass
+
+    def test_other(self):
+        assert """
+
     def outcome(self, tests):
         """Runs a module of tests: the last line of the report about it."""
         (self.root / "test_made_up.py").write_text(f"import unittest\n{tests}", encoding="utf-8")
@@ -243,6 +252,12 @@ class Beyond(unittest.TestCase):
         self.assertEqual(self.outcome("""
 import missing_module
 """), ("0 passed, 1 failed\n", "", 1))
+
+    def test_a_skipped_test_counts_as_nothing(self):
+        self.assertEqual(self.outcome(self.SKIPPED + "True"), ("1 passed, 0 failed\n", "", 0))
+
+    def test_a_skipped_test_beside_a_failing_one_counts_as_nothing(self):
+        self.assertEqual(self.outcome(self.SKIPPED + "False"), ("0 passed, 1 failed\n", "", 1))
 
     def test_an_unexpected_success_is_a_failure(self):
         self.assertEqual(self.outcome("""

@@ -90,12 +90,13 @@ class RunTest(unittest.TestCase):
         self.assertIn("[       OK ] S.B (0 ms)\n", (kept / "program.txt").read_text())
 
     def test_artifacts_of_an_earlier_run_are_replaced_folder_by_folder(self):
-        for name in ("unit-x64", "install-x64"):
+        for name in ("unit-x64", "unit-x64-again", "unit-arm64-again", "actions-x64", "install-x64", "install-x64-again",
+                     "install-arm64-lives-again", "install-arm64-formerly", "install-arm64-formerly-again"):
             (self.root / "build/artifacts" / name).mkdir(parents=True)
             (self.root / "build/artifacts" / name / "left.txt").write_text("left\n")
         self.run_tests({"unit-x64": [program(A=None)], "unit-x64-checked": [program(A=None)]}, Request("unit", None, "x64"))
         left = sorted(path.parent.name for path in (self.root / "build/artifacts").glob("*/left.txt"))
-        self.assertEqual(left, ["install-x64"])
+        self.assertEqual(left, ["actions-x64", "install-arm64-lives-again", "install-x64", "install-x64-again", "unit-arm64-again"])
 
     def test_chosen_tests_are_shown(self):
         _, output, _ = self.run_tests({"actions-x64": [program(A=None)]}, Request("actions", "S.A", "x64"))
