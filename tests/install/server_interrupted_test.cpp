@@ -45,8 +45,8 @@ const char kPagesData[] = "D:\\Store\\Data", kPagesNew[] = "D:\\New Store\\Data"
 
 // Types of actions: an entry point of the library, deferred or in a rollback, without impersonation.
 constexpr int kDeferredAction = 3073, kRollbackAction = 3329;
-// The type of an action that runs the program in a property in a rollback, in the same way.
-constexpr int kRollbackProgram = 3442;
+// The types of actions that run the program in a property, in the same way.
+constexpr int kDeferredProgram = 3122, kRollbackProgram = 3442;
 
 // Replaces each `from` in `text`.
 void Replace(std::string& text, const std::string& from, const std::string& to) {
@@ -545,6 +545,24 @@ TEST_F(ServerInterruptedTest, APlaceThatCannotBeFreedEndsTheRunBeforeItsNote) {
   }
 }
 
+// The engine rolls an interrupted run back after the attempt has looked for a note. What cannot be put back
+// then has one all the same. An action of the package writes it here.
+TEST_F(ServerInterruptedTest, ANoteThatIsWrittenMeanwhileEndsTheRun) {
+  const Tree older = WriteOlder(inside);
+  const std::wstring package = stop + L"\\resumed.msi";
+  WriteTree(stop, {});
+  ChangePackage(Server().path, package,
+                {"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES ('Resumed', " +
+                     std::to_string(kDeferredProgram) +
+                     ", 'RegistryProgram', 'add \"[UpgradeNote]\" /v Server /d x /f')",
+                 "INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('Resumed', 1996)"});
+  const InstallerRun& run = Msiexec("resumed", L"/i \"" + package + L"\" /qn");
+  ExpectRolledBack(run);
+  EXPECT_EQ(run.FailuresOf("CheckNoNote").size(), 1u);
+  EXPECT_EQ(ReadTree(server), older);
+  EXPECT_EQ(Names(programs), std::vector<std::string>{"Vantor"});
+}
+
 // The copies of the data cannot be renamed, so the rollback cannot give the older data their name again. The
 // next attempt would take the copies for all data.
 TEST_F(ServerInterruptedTest, ARollbackThatPutsNotEverythingBackKeepsTheNote) {
@@ -737,6 +755,7 @@ TEST_F(ServerInterruptedTest, TheNoteIsDeletedOnlyIfEverythingIsBack) {
         {"ServerAsideName", "Server (previous)"},
         {"System64Folder", "C:\\windows\\system32\\"}};
     for (const auto& [name, action] : {std::pair("AsideRest", "SetAsideRest"),
+                                       {"UnlessKept", "SetUnlessKept"},
                                        {"IfDataBack", "SetIfDataBack"},
                                        {"UnlessNewData", "SetUnlessNewData"}}) {
       if (std::string(name) != "IfDataBack" || one.isOutside)
@@ -755,6 +774,16 @@ TEST_F(ServerInterruptedTest, TheNoteIsDeletedOnlyIfEverythingIsBack) {
     EXPECT_EQ(HasNote(), !one.isDeleted);
     for (const auto& [folder, tree] : one.folders)
       EXPECT_EQ(FileExists(folder), tree.size() != 0 || folder == other) << FromWide(folder);
+  }
+  // A link to a folder with entries, which a server's folder can be.
+  for (const std::wstring& folder : {kept, left}) {
+    DeleteTree(elsewhere);
+    WriteTree(other, file);
+    MakeLink(folder, other);
+    WriteNote(home, kept);
+    RunCommand(commandOf(cases[0]));
+    EXPECT_TRUE(HasNote());
+    EXPECT_TRUE(FileExists(folder));
   }
 }
 

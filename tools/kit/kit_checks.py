@@ -60,6 +60,7 @@ PATH_SOURCES = {
     "AsideRest": "DIR_UPG and ServerAsideName, in the same sequence",
     "IfDataBack": "DIR_UPG_DATA and DIR_EXDATA, in the same sequence",
     "UnlessNewData": "DIR_DATAFOLDER, in the same sequence",
+    "UnlessKept": "DIR_UPG and AsideRest, in the same sequence",
     "UpgradeNote": "the package",
     "ServerDataName": "the package",
     "System64Folder": "the engine",

@@ -89,13 +89,13 @@ class InterruptedTest(unittest.TestCase):
                                                                                               "Convert"))), place["ForgetNote"])
         self.assertLess(place["ForgetNote"], 5900)
         # Nothing has the places of the folders then: they are freed, and checked.
-        freed = ["CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree",
+        freed = ["ForgetOlderNote", "CheckNoNote", "CustomAction15.FreeServer", "CustomAction15.FreeData", "CheckServerFree",
                  "CheckDataFree", "ForgetNoteBack"]
         self.assertEqual(sorted(freed, key=place.get), freed)
         self.assertLess(place["ForgetNoteBack"], min(place[name] for name in notes))
         undone = [number for action, number in place.items() if self.model.actions.get(action, {}).get("Execute") == "rollback"]
         self.assertEqual(min(undone), place["ForgetNoteBack"])
-        for name in (*notes, *freed[:-1], "NoteNewData", "ForgetNote"):
+        for name in (*notes, *freed[1:-1], "NoteNewData", "ForgetNote"):
             self.assertEqual(self.model.actions[name].get("Return"), "check", name)
 
     def test_a_rollback_writes_what_the_end_has_deleted(self):

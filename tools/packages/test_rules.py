@@ -208,7 +208,7 @@ class RulesTest(unittest.TestCase):
         for command in commands.values():
             self.assertIn(f'"HKLM\\{key}"', command)
         targets = {row["Action"]: row["Target"] for row in database.rows("CustomAction")}
-        for name in ("ForgetNoteBack", "SetUnlessNewData"):
+        for name in ("CheckNoNote", "ForgetNoteBack", "SetUnlessNewData"):
             self.assertIn('"[UpgradeNote]"', targets[name])
         self.assertEqual(database.properties()["UpgradeNote"], f"HKLM\\{key}")
 
