@@ -80,7 +80,7 @@ SUITES = {
 # the level REST: runs that are refused, that fail or that are interrupted. The engine and the package decide their course;
 # what the library does in them, it does in the tests of other levels too.
 LIVES, REFUSED, INTERRUPTED = "lives", "refused", "interrupted"
-PART_FILTERS = {REFUSED: "Maintenance*:PackageRefusals*", INTERRUPTED: "ServerInterrupted*:ServerLinks*:ServerObstacles*:ServerRefusals*"}
+PART_FILTERS = {REFUSED: "Maintenance*:PackageRefusals*:ServerLinks*:ServerObstacles*:ServerRefusals*", INTERRUPTED: "ServerInterrupted*"}
 PART_FILTERS[LIVES] = f"-{PART_FILTERS[REFUSED]}:{PART_FILTERS[INTERRUPTED]}"
 
 
