@@ -89,6 +89,25 @@ class InstallationsTest(unittest.TestCase):
                                     r"the installation of with/client.msi failed with status 67\nwhat it says"):
             self.module.measure(FakeWindows(self.clock, lambda *_: 1, 67), "client", 1)
 
+    def test_an_installer_that_does_not_start_is_started_again(self):
+        for failing, starts, passes in ((0, 1, True), (1, 2, True), (2, 3, True), (3, 3, False)):
+            with self.subTest(failing):
+                said = []
+
+                class Windows:
+                    def run(self, variables, words, show):
+                        said.append(words)
+                        if len(said) <= failing:
+                            show("ShellExecuteEx failed: ")
+                        return 1 if len(said) <= failing else 0
+
+                if passes:
+                    self.module.install(Windows(), "with", "client", "removal")
+                else:
+                    with self.assertRaisesRegex(self.module.MeasureError, "^the removal of with/client.msi failed with status 1\n"):
+                        self.module.install(Windows(), "with", "client", "removal")
+                self.assertEqual(len(said), starts)
+
     @staticmethod
     def lines(*runs):
         """What calls.dll writes for runs (entry point, calls)."""
