@@ -37,8 +37,9 @@ IN_ITS_PLACE = {"counted": "calls.dll", "empty": "nothing.dll"}
 KIND_MASK, LIBRARY_ACTION = 0x3F, 1
 CALLS = re.compile(r"(CustomAction\d+) (\d+|begins)")
 
-# What Windows says if a program did not start, as happens under emulation now and then; and how often it is started at most.
-NOT_STARTED, STARTS = "ShellExecuteEx failed", 3
+# Under emulation a program sometimes does not start: what Windows says then, or the low byte of the installer's status if it was
+# the process that runs the actions (ERROR_FUNCTION_FAILED). And how often the installer is started at most.
+NOT_STARTED, LOST, STARTS = "ShellExecuteEx failed", 1627 & 0xFF, 3
 
 
 class MeasureError(Exception):
@@ -96,7 +97,7 @@ def install(windows, kind, model, step):
         status = windows.run({}, ["wine64", "msiexec", STEPS[step], f"Z:\\run\\{kind}\\{model}.msi", "/qn", *PROPERTIES[model]],
                              lines.append)
         taken = time.monotonic() - begin
-        if not any(NOT_STARTED in line for line in lines):
+        if status != LOST and not any(NOT_STARTED in line for line in lines):
             break
     if status != 0:
         raise MeasureError("\n".join([f"the {step} of {kind}/{model}.msi failed with status {status}", *lines]))

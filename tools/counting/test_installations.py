@@ -90,21 +90,22 @@ class InstallationsTest(unittest.TestCase):
             self.module.measure(FakeWindows(self.clock, lambda *_: 1, 67), "client", 1)
 
     def test_an_installer_that_does_not_start_is_started_again(self):
-        for failing, starts, passes in ((0, 1, True), (1, 2, True), (2, 3, True), (3, 3, False)):
-            with self.subTest(failing):
+        for failing, starts, passes, line, status in (
+                (0, 1, True, "", 0), (1, 2, True, "ShellExecuteEx failed: ", 1), (2, 3, True, "", 91), (3, 3, False, "", 91),
+                (3, 3, False, "ShellExecuteEx failed: ", 1), (1, 1, False, "", 67)):
+            with self.subTest(failing=failing, status=status):
                 said = []
 
                 class Windows:
                     def run(self, variables, words, show):
                         said.append(words)
-                        if len(said) <= failing:
-                            show("ShellExecuteEx failed: ")
-                        return 1 if len(said) <= failing else 0
+                        show(line if len(said) <= failing else "")
+                        return status if len(said) <= failing else 0
 
                 if passes:
                     self.module.install(Windows(), "with", "client", "removal")
                 else:
-                    with self.assertRaisesRegex(self.module.MeasureError, "^the removal of with/client.msi failed with status 1\n"):
+                    with self.assertRaisesRegex(self.module.MeasureError, f"^the removal of with/client.msi failed with status {status}\n"):
                         self.module.install(Windows(), "with", "client", "removal")
                 self.assertEqual(len(said), starts)
 
