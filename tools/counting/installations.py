@@ -20,6 +20,7 @@ from typing import NamedTuple
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from packages.make_packages import OLDER_VERSION, PROGRAM, TRACKING, WITNESS, make_package
 from packages.tables import PackageError, read_package, run
+from testing.repeating import EMULATOR_CRASHED
 from windows.windows_session import Ended, Windows
 
 ROUNDS = 5
@@ -38,8 +39,8 @@ KIND_MASK, LIBRARY_ACTION = 0x3F, 1
 CALLS = re.compile(r"(CustomAction\d+) (\d+|begins)")
 
 # Under emulation a program sometimes does not start: what Windows says then, or the low byte of the installer's status if it was
-# the process that runs the actions (ERROR_FUNCTION_FAILED). And how often the installer is started at most.
-NOT_STARTED, LOST, STARTS = "ShellExecuteEx failed", 1627 & 0xFF, 3
+# the process that runs the actions (ERROR_FUNCTION_FAILED). Or the emulator crashes. And how often the installer is started at most.
+NOT_STARTED, LOST, STARTS = "ShellExecuteEx failed", (1627 & 0xFF, EMULATOR_CRASHED), 3
 
 
 class MeasureError(Exception):
@@ -97,7 +98,7 @@ def install(windows, kind, model, step):
         status = windows.run({}, ["wine64", "msiexec", STEPS[step], f"Z:\\run\\{kind}\\{model}.msi", "/qn", *PROPERTIES[model]],
                              lines.append)
         taken = time.monotonic() - begin
-        if status != LOST and not any(NOT_STARTED in line for line in lines):
+        if status not in LOST and not any(NOT_STARTED in line for line in lines):
             break
     if status != 0:
         raise MeasureError("\n".join([f"the {step} of {kind}/{model}.msi failed with status {status}", *lines]))

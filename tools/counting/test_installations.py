@@ -91,7 +91,7 @@ class InstallationsTest(unittest.TestCase):
 
     def test_an_installer_that_does_not_start_is_started_again(self):
         for failing, starts, passes, line, status in (
-                (0, 1, True, "", 0), (1, 2, True, "ShellExecuteEx failed: ", 1), (2, 3, True, "", 91), (3, 3, False, "", 91),
+                (0, 1, True, "", 0), (1, 2, True, "ShellExecuteEx failed: ", 1), (2, 3, True, "", 91), (3, 3, False, "", 91), (1, 2, True, "", 139),
                 (3, 3, False, "ShellExecuteEx failed: ", 1), (1, 1, False, "", 67)):
             with self.subTest(failing=failing, status=status):
                 said = []
