@@ -597,17 +597,30 @@ clean() {
 
 # ---- one run: from here to the end of its last process
 
+# within SECONDS COMMAND...: runs the command until it succeeds; fails after this time.
+within() {
+  local end=$((SECONDS + $1))
+  shift
+  until "$@"; do
+    ((SECONDS <= end)) || return 1
+    sleep 0.1
+  done
+}
+worker_is_gone() { ! kill -0 -- "-$worker" 2>/dev/null; }
+remove_run_folder() { rm -rf "$runFolder" 2>/dev/null; }
+
 # Ends the worker's process group and removes the run's folder. Reads worker and runFolder.
 end_run() {
   trap '' INT TERM HUP
   kill -TERM -- "-$worker" 2>/dev/null || true
   # The worker's end also ends its Windows sessions. Its compilers get 2 seconds to stop by themselves.
-  for _ in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do
-    kill -0 -- "-$worker" 2>/dev/null || break
-    sleep 0.1
-  done
-  kill -KILL -- "-$worker" 2>/dev/null || true
-  rm -rf "$runFolder"
+  if ! within 2 worker_is_gone; then
+    kill -KILL -- "-$worker" 2>/dev/null || true
+    within 10 worker_is_gone || true
+  fi
+  # A process of a session may end a moment later, and may have written a file while its folder was removed. The next run
+  # removes what is left.
+  within 10 remove_run_folder || say "note: this could not be removed: $runFolder"
 }
 interrupted() {
   end_run
