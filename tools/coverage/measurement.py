@@ -133,19 +133,18 @@ class Measurement:
             stream, seen = TestStream(), []
 
             def take(line, stream=stream, seen=seen):
-                if stream.feed(line):
-                    seen.append(line)
+                seen += stream.feed(line)
 
             status = windows.run(
                 {"HX_LIBRARY_DIR": f"Z:\\run\\{preset_of(self.processor)}", "HX_ARTIFACTS": folder, "HX_COVERAGE": folder,
                  "HX_PROCESSOR": self.processor},
                 ["wine64", f"Z:\\run\\{self.processor}{planning.TESTS}\\{planning.PROGRAMS[level]}.exe",
                  *([f"--gtest_filter={filter}"] if filter else [])], take)
-            if not repeating.starts_again(self, status, attempt):
+            if not repeating.starts_again(self.processor, level, status, stream, attempt):
                 break
-            self.show(f"hx: {level} tests on {self.processor}: the emulator crashed (status {status}); running them again")
+            self.show(f"hx: {level} tests on {self.processor}: {repeating.why_again(status)}")
         if status != 0:
-            raise Failed("\n".join([*seen, f"the {level} tests ended with status {status}"]))
+            raise Failed("\n".join([*seen, *stream.rest(), f"the {level} tests ended with status {status}"]))
         self.show(f"hx: {level} tests on {self.processor}: {stream} in {duration(time.monotonic() - began)}")
         # The rig's own tests load other libraries with the same objects; those are not what is tested.
         return sorted(profile for profile in place.glob("*.profraw") if profile.name.split(".")[1] in LIBRARIES)

@@ -9,7 +9,7 @@ import time
 RUNNING = re.compile(r"\[==========\] Running (\d+) tests?")
 STARTS = re.compile(r"\[ RUN      \] ([\w./]+)")
 ENDS = re.compile(r"\[ *(OK|FAILED|SKIPPED) *\] ([\w./]+).*\(\d+ ms\)")
-# What GoogleTest prints for tests that pass, and before and after all tests.
+# What GoogleTest prints before, between and after the tests.
 CHATTER = re.compile(r"\[ RUN      \]|\[       OK \]|\[----------\]|\[==========\] Running |Note: |$")
 
 # Seconds between two updates: at a terminal, and if the output goes elsewhere.
@@ -26,19 +26,35 @@ class TestStream:
         # The test that is running, or None; and the last one that ended.
         self.running = self.last = None
         self.failed = []
+        # The lines of the test that is running.
+        self.held = []
 
     def feed(self, line):
-        """Reads a line of the output. Returns true if a run of all tests should show it."""
+        """Reads a line of the output. Returns the lines that a run of all tests should show now. The lines of a test are shown
+        when it ends, and only if it did not pass."""
         if match := RUNNING.match(line):
             self.total = int(match[1])
-        elif match := STARTS.search(line):
+        if match := STARTS.search(line):
             self.running = match[1]
-        elif match := ENDS.search(line):
+            # Another process may have begun the line.
+            self.held = [] if CHATTER.match(line) else [line]
+            return []
+        if match := ENDS.search(line):
             self.done += 1
             self.running, self.last = None, match[2]
             if match[1] == "FAILED":
                 self.failed.append(match[2])
-        return not CHATTER.match(line)
+            lines = self.rest()
+            return [] if match[1] == "OK" else [*lines, line]
+        if self.running:
+            self.held.append(line)
+            return []
+        return [] if CHATTER.match(line) else [line]
+
+    def rest(self):
+        """The lines of a test that has not ended, which are to be shown if the program broke off in it."""
+        lines, self.held = self.held, []
+        return lines
 
     def __str__(self):
         return f"{self.done}/{self.total}" if self.total is not None else "starting"

@@ -45,7 +45,7 @@ class Run:
         self.artifacts.mkdir(exist_ok=True)
         self.checks = self.check_jobs()
         self.screen = Screen(sum(len(lane.programs) for lane in self.lanes) + len(self.checks))
-        # The jobs and lanes that could not be run to the end.
+        # A text for each job or lane that could not be run to the end.
         self.broken = []
         # The progress of each program by its name; and the lanes in which the emulator crashed.
         self.streams, self.crashed = {}, set()
@@ -76,20 +76,23 @@ class Run:
                 def take(line):
                     log.write(line + "\n")
                     self.notice_crash(lane, line)
-                    # A run without a filter shows only failures and other unexpected lines, one with a filter every line.
-                    if stream.feed(line) or not whole:
-                        self.show(lane, line)
+                    # A run without a filter shows only tests that do not pass and unexpected lines, one with a filter every line.
+                    lines = stream.feed(line)
+                    for shown in lines if whole else [line]:
+                        self.show(lane, shown)
 
                 status = windows.run(
                     {"HX_LIBRARY_DIR": windows_path(program.preset), "HX_ARTIFACTS": windows_path("artifacts", folder.name),
                      "HX_PACKAGES": windows_path("packages", program.processor), "HX_PROCESSOR": program.processor},
                     ["wine64", windows_path(program.file), *options,
                      f"--gtest_output=xml:{windows_path('artifacts', folder.name, RESULTS)}"], take)
+            for shown in stream.rest() if whole else []:
+                self.show(lane, shown)
             self.show(lane, f"hx: {program.title}: {stream} in {duration(time.monotonic() - began)}")
-            if not repeating.starts_again(program, status, attempt):
+            if not repeating.starts_again(program.processor, program.level, status, stream, attempt):
                 break
             note_repeated(self.artifacts / program.name, repeating.broken_off(stream))
-            self.show(lane, f"hx: {program.title}: the emulator crashed (status {status}); running them again")
+            self.show(lane, f"hx: {program.title}: {repeating.why_again(status)}")
         (folder / STATUS).write_text(f"{status}\n", encoding="utf-8")
         return folder
 
@@ -130,8 +133,8 @@ class Run:
         except Exception as error:
             if not isinstance(error, (Ended, Misfit, OSError)):
                 self.screen.line(traceback.format_exc().rstrip("\n"))
-            self.screen.say(f"{getattr(lane, 'processor', lane)}: {error}")
-            self.broken.append(lane)
+            self.broken.append(f"{getattr(lane, 'processor', lane)}: {error}")
+            self.screen.say(self.broken[-1])
         finally:
             self.screen.leave(lane)
 
@@ -237,7 +240,7 @@ class Run:
             self.check_facts()
         stop()
         self.keep_artifacts()
-        return summary.report(self.artifacts, len(self.broken), self.request)
+        return summary.report(self.artifacts, self.broken, self.request)
 
 
 def main():

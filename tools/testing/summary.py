@@ -6,7 +6,6 @@ The folder of a test program is named LEVEL-PRESET or LEVEL-PRESET-PART; the fol
 """
 
 import re
-import sys
 from typing import NamedTuple
 
 from testing.planning import PAGE, PROGRAMS, SUITES
@@ -41,6 +40,8 @@ def filter_of(level):
 class Outcome(NamedTuple):
     passed: int
     failed: int
+    # What failed, as far as the output names it.
+    names: tuple = ()
 
 
 def output_outcome(path):
@@ -49,10 +50,10 @@ def output_outcome(path):
     if match := re.search(r"^(\d+) passed, (\d+) failed\s*\Z", text, re.MULTILINE):
         return Outcome(int(match[1]), int(match[2]))
     if match := re.search(r"^Ran (\d+) tests? in .*\n\n(?:OK|FAILED)(?: \((.*)\))?\s*\Z", text, re.MULTILINE):
-        failed = set(FAILURE.findall(text))
+        failed = tuple(dict.fromkeys(FAILURE.findall(text)))
         tests = [name for name in failed if not name.startswith(FIXTURES)]
         skipped = re.search(r"skipped=(\d+)", match[2] or "")
-        return Outcome(max(0, int(match[1]) - len(tests) - int(skipped[1] if skipped else 0)), len(failed))
+        return Outcome(max(0, int(match[1]) - len(tests) - int(skipped[1] if skipped else 0)), len(failed), failed)
     return None
 
 
@@ -61,7 +62,9 @@ class Sum:
 
     def __init__(self, artifacts, broken, request):
         self.request = request
-        self.passed, self.failed = 0, broken
+        self.passed, self.failed = 0, len(broken)
+        # What failed, one text each; those of a test program may have several lines.
+        self.failures = list(broken)
         # For each level: the names of its tests, the number of all runs of them, and the libraries that they ran with.
         self.tests, self.runs, self.presets = {}, {}, {}
         # The number of checks that the scripts ran, by kind.
@@ -83,19 +86,24 @@ class Sum:
             outcome = output_outcome(folder / "output.txt")
             if outcome:
                 what = SCRIPTS.get(folder.name.partition("-")[0], folder.name)
-                self.scripts[what] = self.scripts.get(what, 0) + sum(outcome)
-        passed, failed = outcome or (0, 0)
+                self.scripts[what] = self.scripts.get(what, 0) + outcome.passed + outcome.failed
+                self.add_failures(folder.name, outcome)
+        passed, failed = (outcome.passed, outcome.failed) if outcome else (0, 0)
         if outcome is None or (status != 0 and failed == 0):
-            print(f"{folder.name}: ended with status {status} before its last test", file=sys.stderr)
+            self.failures.append(f"{folder.name}: ended with status {status} before its last test")
             failed += 1
         self.passed += passed
         self.failed += failed
 
+    def add_failures(self, script, outcome):
+        """Notes what of a script failed."""
+        self.failures += [f"{script}: {name}" for name in outcome.names]
+        if outcome.failed > len(outcome.names):
+            self.failures.append(f"{script}: {outcome.failed} failed, see build/artifacts/{script}/output.txt")
+
     def add_cases(self, folder, cases):
         for case in cases:
-            # Repeated here, because the program's own output may be far above.
-            for failure in case.failures:
-                print(f"{folder.name}: {case.name}: {failure}", file=sys.stderr)
+            self.failures += [f"{folder.name}: {case.name}: {failure}" for failure in case.failures]
         level, preset = FOLDER.fullmatch(folder.name).groups()
         self.tests.setdefault(level, set()).update(case.name for case in cases)
         self.runs[level] = self.runs.get(level, 0) + len(cases)
@@ -124,6 +132,10 @@ class Sum:
             yield from (f"  {name}" for name in self.repeated)
         if len(self.repeated) > MOST_REPEATED:
             yield f"more than {MOST_REPEATED} of them count as one more failure: the cause may not be the emulator"
+        if self.failures:
+            # Repeated here, because the output of what failed may be far above.
+            yield "what failed:"
+            yield from ("  " + failure.replace("\n", "\n    ") for failure in self.failures)
         if self.empty:
             level = self.request.level
             yield "no test ran" + (f": at the level {level} a filter is {filter_of(level)}" if self.request.filter else "")
@@ -135,9 +147,9 @@ def counted(number, noun):
 
 
 def report(artifacts, broken, request):
-    """Prints what failed to the error output, and then what ran, with the sum as the last line. `broken` is the number of
-    jobs that could not be run to the end; each counts as one failure, and so does a program that ended with an error.
-    Returns the exit status: 0 if a test ran and nothing failed."""
+    """Prints what ran and what failed, with the sum as the last line. `broken` has a text for each job that could not be run
+    to the end; each counts as one failure, and so does a program that ended with an error. Returns the exit status: 0 if a
+    test ran and nothing failed."""
     result = Sum(artifacts, broken, request)
     print("\n".join(result.lines()), flush=True)
     return 1 if result.failed or result.empty else 0

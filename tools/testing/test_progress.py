@@ -15,8 +15,10 @@ Note: Google Test filter = S.*
 [ RUN      ] S.Good
 seen on the way
 [       OK ] S.Good (12 ms)
+between two tests
 [ RUN      ] S.Bad/1
 file.cpp:7: Failure
+
 wrong
 [  FAILED  ] S.Bad/1, where GetParam() = 7 (1 ms)
 [----------] 2 tests from S (13 ms total)
@@ -30,8 +32,9 @@ half a line[  SKIPPED ] T.Left (0 ms)
 """
 
 WORTH_SHOWING = """\
-seen on the way
+between two tests
 file.cpp:7: Failure
+
 wrong
 [  FAILED  ] S.Bad/1, where GetParam() = 7 (1 ms)
 half a line[  SKIPPED ] T.Left (0 ms)
@@ -45,7 +48,20 @@ half a line[  SKIPPED ] T.Left (0 ms)
 class StreamTest(unittest.TestCase):
     def test_passing_tests_are_not_shown(self):
         stream = TestStream()
-        self.assertEqual([line for line in OUTPUT.splitlines() if stream.feed(line)], WORTH_SHOWING.splitlines())
+        self.assertEqual([shown for line in OUTPUT.splitlines() for shown in stream.feed(line)], WORTH_SHOWING.splitlines())
+        self.assertEqual(stream.rest(), [])
+
+    def test_a_test_is_shown_when_it_has_failed(self):
+        stream = TestStream()
+        shown = [stream.feed(line) for line in ("qemu: crash[ RUN      ] S.Bad", "file.cpp:7: Failure", "[  FAILED  ] S.Bad (1 ms)")]
+        self.assertEqual(shown, [[], [], ["qemu: crash[ RUN      ] S.Bad", "file.cpp:7: Failure", "[  FAILED  ] S.Bad (1 ms)"]])
+
+    def test_what_a_test_printed_in_which_the_program_broke_off(self):
+        stream = TestStream()
+        for line in ("[ RUN      ] S.Bad", "file.cpp:7: Failure", "qemu: uncaught target signal 11"):
+            self.assertEqual(stream.feed(line), [])
+        self.assertEqual(stream.rest(), ["file.cpp:7: Failure", "qemu: uncaught target signal 11"])
+        self.assertEqual(stream.rest(), [])
 
     def test_progress(self):
         stream, seen = TestStream(), []
@@ -119,7 +135,10 @@ class ScreenTest(unittest.TestCase):
         screen.start("a", "unit-x64")
         with mock.patch("testing.progress.TERMINAL_PACE", 0.01):
             stop = screen.follow()
-            time.sleep(0.2)
+            for _ in range(1000):
+                if output.getvalue().count("unit-x64") > 1:
+                    break
+                time.sleep(0.02)
             stop()
         drawn = output.getvalue()
         self.assertGreater(drawn.count("unit-x64"), 1)

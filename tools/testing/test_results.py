@@ -49,15 +49,17 @@ class RunFolderTest(unittest.TestCase):
         (self.root / folder / "output.txt").write_text(text)
         (self.root / folder / "status").write_text(f"{status}\n")
 
-    def summary(self, broken=0, request=Request()):
-        """Adds up the results: (the output, the error output, the exit status)."""
-        output, errors = io.StringIO(), io.StringIO()
-        with contextlib.redirect_stdout(output), contextlib.redirect_stderr(errors):
+    def summary(self, broken=(), request=Request()):
+        """Adds up the results: (the output, what it says of failures, the exit status)."""
+        output = io.StringIO()
+        with contextlib.redirect_stdout(output):
             status = report(self.root, broken, request)
-        return output.getvalue(), errors.getvalue(), status
+        text, _, rest = output.getvalue().partition("what failed:\n")
+        *failures, last = rest.splitlines(keepends=True) or [""]
+        return text + last, "".join(failures), status
 
-    def closing(self, broken=0, request=Request()):
-        """The same, with only the last line of the output."""
+    def closing(self, broken=(), request=Request()):
+        """The same, with only the last line in place of the output."""
         output, errors, status = self.summary(broken, request)
         return output.splitlines(keepends=True)[-1], errors, status
 
@@ -71,18 +73,18 @@ class ResultsTest(RunFolderTest):
 
     def test_failures_are_shown_and_counted(self):
         self.write("unit-x64", suite(One=None, Two="file.cpp:7&#x0A;wrong"), 1)
-        self.assertEqual(self.closing(), ("1 passed, 1 failed\n", "unit-x64: S.Two: file.cpp:7\nwrong\n", 1))
+        self.assertEqual(self.closing(), ("1 passed, 1 failed\n", "  unit-x64: S.Two: file.cpp:7\n    wrong\n", 1))
 
     def test_a_program_that_ended_with_an_error_is_a_failure(self):
         self.write("unit-x64", suite(One=None), 3)
         self.write("unit-arm64", None, 0)
-        said = ("unit-arm64: ended with status 0 before its last test\n"
-                "unit-x64: ended with status 3 before its last test\n")
+        said = ("  unit-arm64: ended with status 0 before its last test\n"
+                "  unit-x64: ended with status 3 before its last test\n")
         self.assertEqual(self.closing(), ("1 passed, 2 failed\n", said, 1))
 
     def test_a_lane_that_broke_is_a_failure(self):
         self.write("unit-x64", suite(One=None), 0)
-        self.assertEqual(self.closing(1), ("1 passed, 1 failed\n", "", 1))
+        self.assertEqual(self.closing(["x64: lost"]), ("1 passed, 1 failed\n", "  x64: lost\n", 1))
 
     def test_an_empty_run_is_not_a_success(self):
         self.assertEqual(self.summary(), ("no test ran\n0 passed, 0 failed\n", "", 1))
@@ -138,7 +140,7 @@ class ResultsTest(RunFolderTest):
         first = self.write("unit-arm64", suite(One="x", Two=None, Three="y"), 1)
         again = self.write("unit-arm64-again", suite(One=None, Two="not run", Three="z"))
         merge(first, again)
-        self.assertEqual(self.closing(), ("2 passed, 1 failed\n", "unit-arm64: S.Three: z\n", 1))
+        self.assertEqual(self.closing(), ("2 passed, 1 failed\n", "  unit-arm64: S.Three: z\n", 1))
 
     def test_repeated_results_replace_missing_ones(self):
         first = self.write("unit-arm64", None, 139)
@@ -174,13 +176,15 @@ class ResultsTest(RunFolderTest):
             "checks of files and libraries: 12\n"
             "checks of the installer's runs: 6\n"
             "tests of the tools: 4\n"
-            "34 passed, 2 failed\n", "actions-x64: S.Two: wrong\n", 1))
+            "34 passed, 2 failed\n",
+            "  actions-x64: S.Two: wrong\n  runs-arm64: 1 failed, see build/artifacts/runs-arm64/output.txt\n", 1))
 
     def test_a_script_that_broke_off_is_a_failure(self):
         self.write("unit-x64", suite(One=None), 0)
         self.say("checks", "ok one\n", 1)
         self.say("tools", f"..F.\n{'=' * 70}\nFAIL: test_a (b.C.test_a)\nRan 4 tests in 0.1s\n\nFAILED (failures=1)\n", 1)
-        self.assertEqual(self.closing(), ("4 passed, 2 failed\n", "checks: ended with status 1 before its last test\n", 1))
+        self.assertEqual(self.closing(), (
+            "4 passed, 2 failed\n", "  checks: ended with status 1 before its last test\n  tools: test_a (b.C.test_a)\n", 1))
 
 
 class UnittestTest(RunFolderTest):
@@ -224,7 +228,8 @@ class Corpus(unittest.TestCase):
 
     def tearDown(self):
         self.assertNotIn("quiet", self.id())
-"""), ("1 passed, 2 failed\n", "", 1))
+"""), ("1 passed, 2 failed\n", "  corpus: test_each (test_made_up.Corpus.test_each)\n"
+                                     "  corpus: test_quiet (test_made_up.Corpus.test_quiet)\n", 1))
 
     def test_what_fails_before_and_after_the_tests_is_a_failure_but_no_test(self):
         self.assertEqual(self.outcome("""
@@ -246,18 +251,20 @@ class Beyond(unittest.TestCase):
 
     def test_two(self):
         pass
-"""), ("2 passed, 2 failed\n", "", 1))
+"""), ("2 passed, 2 failed\n", "  corpus: setUpClass (test_made_up.Before)\n"
+                                     "  corpus: tearDownClass (test_made_up.Beyond)\n", 1))
 
     def test_other_failures(self):
         self.assertEqual(self.outcome("""
 import missing_module
-"""), ("0 passed, 1 failed\n", "", 1))
+"""), ("0 passed, 1 failed\n", "  corpus: test_made_up (unittest.loader._FailedTest.test_made_up)\n", 1))
 
     def test_a_skipped_test_counts_as_nothing(self):
         self.assertEqual(self.outcome(self.SKIPPED + "True"), ("1 passed, 0 failed\n", "", 0))
 
     def test_a_skipped_test_beside_a_failing_one_counts_as_nothing(self):
-        self.assertEqual(self.outcome(self.SKIPPED + "False"), ("0 passed, 1 failed\n", "", 1))
+        self.assertEqual(self.outcome(self.SKIPPED + "False"), (
+            "0 passed, 1 failed\n", "  corpus: test_other (test_made_up.Some.test_other)\n", 1))
 
     def test_an_unexpected_success_is_a_failure(self):
         self.assertEqual(self.outcome("""
@@ -268,7 +275,7 @@ class Lucky(unittest.TestCase):
 
     def test_right(self):
         pass
-"""), ("1 passed, 1 failed\n", "", 1))
+"""), ("1 passed, 1 failed\n", "  corpus: test_lucky (test_made_up.Lucky.test_lucky)\n", 1))
 
 
 class RepeatedTest(RunFolderTest):
@@ -312,7 +319,7 @@ class RepeatedTest(RunFolderTest):
         note_repeated(self.root / "install-arm64", ["S.Bad"])
         output, errors, status = self.summary()
         self.assertIn("passed only when they were run again: 1\n  install-arm64: S.T0\n1 passed", output)
-        self.assertEqual((errors, status), ("install-arm64: S.Bad: wrong\n", 1))
+        self.assertEqual((errors, status), ("  install-arm64: S.Bad: wrong\n", 1))
 
     def test_each_counts_once(self):
         self.repeat(1)
