@@ -67,10 +67,7 @@ session=$tree/windows
 mount -t tmpfs -o mode=755 tmpfs "$session"
 mkdir -m 1777 "$session/tmp"
 state=$pristine
-if [[ $mode != --make ]]; then
-  state=$session/state
-  cp -a "$pristine" "$state"
-fi
+[[ $mode == --make ]] || state=$session/state
 
 # The folders of this machine that the session sees.
 outside=()
@@ -104,8 +101,21 @@ if [[ $mode == --make ]]; then
   exit
 fi
 
-# The server runs during the whole session, so that programs start in a fraction of a second.
-inside wineserver -p || die "Wine for $processor does not start"
+# Starts the server, which runs during the whole session, so that programs start in a fraction of a second.
+start() {
+  { rm -rf "$state" && cp -a "$pristine" "$state"; } || die "there is no room for a copy of Windows"
+  inside wineserver -p || die "Wine for $processor does not start"
+  # The emulator sometimes loses a process of the system while it starts. Then there are no services, and each program that
+  # needs one fails. This command lists them; the first program of a Windows also starts the processes of the system.
+  [[ $processor != arm64 ]] || inside wine64 net start >/dev/null 2>&1
+}
+
+limit 120
+for attempt in 1 2 3; do
+  if start; then break; fi
+  [[ $attempt -lt 3 ]] || die "the services of Wine for $processor do not start"
+  inside wineserver -k || true
+done
 while read -r line; do
   eval "command=($line)"
   variables=()

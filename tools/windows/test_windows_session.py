@@ -3,6 +3,7 @@
 import contextlib
 import io
 import os
+import subprocess
 import tempfile
 import unittest
 from pathlib import Path
@@ -85,6 +86,58 @@ class WindowsTest(ServedTest):
             with self.open() as windows:
                 self.run_in(windows, "echo 0 >&9")
         self.assertEqual(len(os.listdir("/proc/self/fd")), before)
+
+
+class SessionTest(unittest.TestCase):
+    """session.sh, with scripts in place of Wine in a tree with nothing but a shell."""
+
+    # Writes down what is run; the services start when the server has started so many times.
+    WINE = """#!/bin/dash
+echo "${{0##*/}} $*" >>/run/calls
+[ "$*" != "net start" ] || [ "$(/bin/grep -c "wineserver -p" /run/calls)" -ge {starts} ]
+"""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="hx-session-")
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name)
+        self.tree = self.root / "tree"
+        for name in ("bin", "usr/bin", "proc", "dev", "sys", "tmp", "run", "windows"):
+            (self.tree / name).mkdir(parents=True)
+        (self.root / "pristine/prefix").mkdir(parents=True)
+        (self.root / "run").mkdir()
+        needed = [Path("/bin/dash"), Path("/bin/grep")]
+        for program in list(needed):
+            listed = subprocess.run(["ldd", program], capture_output=True, text=True, check=True).stdout
+            needed += [Path(word) for word in listed.split() if word.startswith("/")]
+        for path in set(needed):
+            copy = self.tree / path.relative_to("/")
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            copy.write_bytes(path.read_bytes())
+            copy.chmod(0o755)
+
+    def serve(self, processor, starts):
+        """Starts such a Windows, whose services start only then, and runs a command: (exit status, errors, the calls)."""
+        for name in ("wine64", "wineserver"):
+            (self.tree / "usr/bin" / name).write_text(self.WINE.format(starts=starts))
+            (self.tree / "usr/bin" / name).chmod(0o755)
+        result = subprocess.run(
+            ["bash", "-c", 'exec "$@" 3>/dev/null', "bash", Path(__file__).parent / "session.sh", processor, self.tree,
+             self.root / "pristine", "--serve"],
+            input="wine64 cmd\n", capture_output=True, text=True, check=False, timeout=60,
+            env={"PATH": os.environ["PATH"], "HX_RUN_FOLDER": str(self.root / "run"), "HX_LANE": "0"})
+        return result.returncode, result.stderr, (self.root / "run/calls").read_text().splitlines()
+
+    def test_an_emulated_one_starts_again_without_services(self):
+        self.assertEqual(self.serve("arm64", 3), (0, "", [
+            *["wineserver -p", "wine64 net start", "wineserver -k"] * 2, "wineserver -p", "wine64 net start", "wine64 cmd"]))
+
+    def test_it_does_not_start_a_fourth_time(self):
+        self.assertEqual(self.serve("arm64", 4), (1, "hx: the services of Wine for arm64 do not start\n", [
+            *["wineserver -p", "wine64 net start", "wineserver -k"] * 2, "wineserver -p", "wine64 net start"]))
+
+    def test_no_other_one_is_asked(self):
+        self.assertEqual(self.serve("x64", 4), (0, "", ["wineserver -p", "wine64 cmd"]))
 
 
 class OneCommandTest(ServedTest):
