@@ -1,10 +1,13 @@
-"""Decides which tests run a second time. On x64 none does.
+"""Decides which tests run a second time.
+
+An install test runs many processes, of the installer and of the system, and waits for them. Every one that failed runs
+again, once, in a fresh Windows, when no other test is running: so a machine that was busy for a moment fails no run.
 
 On ARM64 the programs run under emulation, and the emulator has faults that are not faults of the library:
 - The emulator itself ends with a segmentation fault: its program starts again, at most twice.
 - It loses a process of the system while Windows starts: install tests that end in their first test start again, too.
-- It crashes in another process of that Windows: the tests that failed there run again, once, in a fresh Windows.
-- It loses the process of a service without a message: every install test that failed runs again, once, in a fresh Windows.
+- It crashes in another process, or loses one without a message: every test that failed, of any level, runs again in the
+  same way.
 """
 
 from testing.planning import EMULATED
@@ -14,9 +17,6 @@ EMULATOR_CRASHED = 139
 # The status of a program that took longer than it may.
 TOO_LONG = 124
 ATTEMPTS = 3
-
-# What the emulator prints when it crashes in a process.
-CRASH_TEXT = "qemu: uncaught target signal"
 
 # Replaces the name of a test if a program broke off before its first test.
 BEFORE_THE_FIRST = "(the program's start)"
@@ -46,12 +46,12 @@ def broken_off(stream):
     return list(dict.fromkeys([*stream.failed, last]))
 
 
-def second_run(program, failed, stream, emulator_crashed):
+def second_run(program, failed, stream):
     """The second run of a program: (its filter, the tests that count as run again); None if it does not run again.
 
     `failed` are the names of its failed tests; None if it broke off before it wrote its results: then all its tests run
-    again. `stream` is the progress that it printed. `emulator_crashed` is true if CRASH_TEXT was printed in its lane."""
-    if program.processor != EMULATED or not (program.level == "install" or emulator_crashed):
+    again. `stream` is the progress that it printed."""
+    if program.processor != EMULATED and program.level != "install":
         return None
     if failed is None:
         return program.filter or "*", broken_off(stream)

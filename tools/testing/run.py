@@ -47,17 +47,12 @@ class Run:
         self.screen = Screen(sum(len(lane.programs) for lane in self.lanes) + len(self.checks))
         # A text for each job or lane that could not be run to the end.
         self.broken = []
-        # The progress of each program by its name; and the lanes in which the emulator crashed.
-        self.streams, self.crashed = {}, set()
+        # The progress of each program by its name.
+        self.streams = {}
 
     # ---- programs in a Windows
 
-    def notice_crash(self, lane, line):
-        if repeating.CRASH_TEXT in line:
-            self.crashed.add(lane.number)
-
     def show(self, lane, line):
-        self.notice_crash(lane, line)
         self.screen.line(f"{lane.processor}: {line}")
 
     def run_program(self, windows, lane, program, again=False):
@@ -75,7 +70,6 @@ class Run:
             with (folder / OUTPUT).open("a", encoding="utf-8") as log:
                 def take(line):
                     log.write(line + "\n")
-                    self.notice_crash(lane, line)
                     # A run without a filter shows only tests that do not pass and unexpected lines, one with a filter every line.
                     lines = stream.feed(line)
                     for shown in lines if whole else [line]:
@@ -113,12 +107,11 @@ class Run:
             folder = self.artifacts / program.name
             if not (folder / STATUS).is_file():
                 continue  # The lane ended before this program, which already counts as a failure.
-            second = repeating.second_run(program, failed(folder / RESULTS), self.streams[program.name],
-                                          lane.number in self.crashed)
+            second = repeating.second_run(program, failed(folder / RESULTS), self.streams[program.name])
             if second is None:
                 continue
             names, counted = second
-            self.show(lane, f"hx: {program.title}: failed, perhaps because of the emulator; running again: {names}")
+            self.show(lane, f"hx: {program.title}: failed; running again: {names}")
             note_repeated(folder, counted)
             with self.open_windows(lane) as windows:
                 again = self.run_program(windows, lane, program._replace(filter=names), again=True)

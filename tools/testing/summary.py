@@ -11,7 +11,8 @@ from typing import NamedTuple
 from testing.planning import PAGE, PROGRAMS, SUITES
 from testing.results import RESULTS, STATUS, cases_of, repeated_in
 
-# The run fails if more tests than these pass only when they run again. The emulator sometimes spoils a few.
+# The run fails if more tests than these pass only when they run again. The emulator sometimes spoils a few, and a busy
+# machine one.
 MOST_REPEATED = 5
 
 FOLDER = re.compile(rf"({'|'.join(PROGRAMS)})-((?:x64|arm64)(?:-checked)?)(?:-\w+)?")
@@ -131,7 +132,7 @@ class Sum:
             yield f"passed only when they were run again: {len(self.repeated)}"
             yield from (f"  {name}" for name in self.repeated)
         if len(self.repeated) > MOST_REPEATED:
-            yield f"more than {MOST_REPEATED} of them count as one more failure: the cause may not be the emulator"
+            yield f"more than {MOST_REPEATED} of them count as one more failure: look for the cause"
         if self.failures:
             # Repeated here, because the output of what failed may be far above.
             yield "what failed:"

@@ -1,4 +1,4 @@
-"""repeating.py: no test runs a second time on x64; on ARM64 those do that the emulator may have spoilt."""
+"""repeating.py: install tests that failed run a second time; on ARM64 all that failed, because the emulator may have spoilt them."""
 
 import unittest
 
@@ -8,7 +8,7 @@ from testing.repeating import BEFORE_THE_FIRST, broken_off, second_run, starts_a
 
 UNIT = Program("unit", "arm64", "arm64")
 INSTALL = Program("install", "arm64", "arm64", "-Server*", "others")
-X64 = [Program("unit", "x64", "x64"), Program("install", "x64", "x64")]
+X64 = [Program("unit", "x64", "x64"), Program("actions", "x64", "x64"), Program("unit", "x64", "x64-checked")]
 
 
 def stream(*lines):
@@ -60,29 +60,26 @@ class BrokenOffTest(unittest.TestCase):
 
 
 class SecondRunTest(unittest.TestCase):
-    def test_never_on_x64(self):
+    def test_on_x64_only_install_tests(self):
         for program in X64:
-            self.assertIsNone(second_run(program, ["S.A"], WHOLE, True))
-            self.assertIsNone(second_run(program, None, WHOLE, True))
+            self.assertIsNone(second_run(program, ["S.A"], WHOLE))
+            self.assertIsNone(second_run(program, None, WHOLE))
+        self.assertEqual(second_run(Program("install", "x64", "x64"), ["S.A"], WHOLE), ("S.A", ["S.A"]))
 
     def test_nothing_failed(self):
         for program in (UNIT, INSTALL):
-            self.assertIsNone(second_run(program, [], WHOLE, True))
+            self.assertIsNone(second_run(program, [], WHOLE))
 
-    def test_failures_with_a_crash_of_the_emulator(self):
-        self.assertEqual(second_run(UNIT, ["S.A", "S.C"], WHOLE, True), ("S.A:S.C", ["S.A", "S.C"]))
-        self.assertIsNone(second_run(UNIT, ["S.A", "S.C"], WHOLE, False))
-
-    def test_failed_install_tests_in_any_case(self):
-        self.assertEqual(second_run(INSTALL, ["S.A"], WHOLE, False), ("S.A", ["S.A"]))
+    def test_on_arm64_all_that_failed(self):
+        for program in (UNIT, INSTALL):
+            self.assertEqual(second_run(program, ["S.A", "S.C"], WHOLE), ("S.A:S.C", ["S.A", "S.C"]))
 
     def test_a_program_without_results_runs_all_its_tests(self):
         ended = stream(*BrokenOffTest.BEGINNING, "[ RUN      ] S.B")
-        self.assertEqual(second_run(UNIT, None, ended, True), ("*", ["S.A", "S.B"]))
-        self.assertIsNone(second_run(UNIT, None, ended, False))
+        self.assertEqual(second_run(UNIT, None, ended), ("*", ["S.A", "S.B"]))
 
     def test_a_program_without_results_keeps_its_filter(self):
-        self.assertEqual(second_run(INSTALL, None, stream(), False), ("-Server*", [BEFORE_THE_FIRST]))
+        self.assertEqual(second_run(INSTALL, None, stream()), ("-Server*", [BEFORE_THE_FIRST]))
 
 
 if __name__ == "__main__":

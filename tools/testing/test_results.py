@@ -305,7 +305,7 @@ class RepeatedTest(RunFolderTest):
         self.assertEqual((errors, status), ("", 1))
         self.assertEqual(output.splitlines()[1], "passed only when they were run again: 6")
         self.assertEqual(output.splitlines()[-2:], [
-            "more than 5 of them count as one more failure: the cause may not be the emulator",
+            "more than 5 of them count as one more failure: look for the cause",
             "6 passed, 1 failed"])
 
     def test_repeated_tests_of_several_programs_are_added(self):
