@@ -63,7 +63,8 @@ TEST_F(ClockTest, TheRealClocksAgree) {
   const uint32_t utc = CurrentTimeUtc();
   const uint32_t local = CurrentTimeLocal();
   EXPECT_GE(local, utc);
-  EXPECT_LE(local - utc, 2u);
+  // A busy machine may take its time between two calls.
+  EXPECT_LE(local, CurrentTimeUtc());
   EXPECT_GT(utc, 1700000000u);
 }
 
