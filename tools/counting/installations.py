@@ -20,7 +20,7 @@ from typing import NamedTuple
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from packages.make_packages import OLDER_VERSION, PROGRAM, TRACKING, WITNESS, make_package
 from packages.tables import PackageError, read_package, run
-from testing.repeating import EMULATOR_CRASHED
+from testing.planning import EMULATED
 from windows.windows_session import Ended, Windows
 
 ROUNDS = 5
@@ -38,13 +38,18 @@ IN_ITS_PLACE = {"counted": "calls.dll", "empty": "nothing.dll"}
 KIND_MASK, LIBRARY_ACTION = 0x3F, 1
 CALLS = re.compile(r"(CustomAction\d+) (\d+|begins)")
 
-# Under emulation a program sometimes does not start: what Windows says then, or the low byte of the installer's status if it was
-# the process that runs the actions (ERROR_FUNCTION_FAILED). Or the emulator crashes. And how often the installer is started at most.
-NOT_STARTED, LOST, STARTS = "ShellExecuteEx failed", (1627 & 0xFF, EMULATOR_CRASHED), 3
+# The seconds that an installer may take; the slowest takes a tenth of this.
+TIME_LIMIT = 120
+# In how many Windows an installer may fail under emulation, which sometimes crashes, or loses a process.
+ATTEMPTS = 5
 
 
 class MeasureError(Exception):
     """Nothing can be measured; the text says why."""
+
+
+class InstallerError(MeasureError):
+    """An installer failed."""
 
 
 class Result(NamedTuple):
@@ -92,17 +97,13 @@ def make_packages(processor, folder):
 
 def install(windows, kind, model, step):
     """Installs or removes one of the packages; returns the seconds that it took."""
-    for _ in range(STARTS):
-        lines = []
-        begin = time.monotonic()
-        status = windows.run({}, ["wine64", "msiexec", STEPS[step], f"Z:\\run\\{kind}\\{model}.msi", "/qn", *PROPERTIES[model]],
-                             lines.append)
-        taken = time.monotonic() - begin
-        if status not in LOST and not any(NOT_STARTED in line for line in lines):
-            break
+    lines = []
+    begin = time.monotonic()
+    status = windows.run({}, ["wine64", "msiexec", STEPS[step], f"Z:\\run\\{kind}\\{model}.msi", "/qn", *PROPERTIES[model]],
+                         lines.append)
     if status != 0:
-        raise MeasureError("\n".join([f"the {step} of {kind}/{model}.msi failed with status {status}", *lines]))
-    return taken
+        raise InstallerError("\n".join([f"the {step} of {kind}/{model}.msi failed with status {status}", *lines]))
+    return time.monotonic() - begin
 
 
 def result_of(rounds):
@@ -112,15 +113,40 @@ def result_of(rounds):
                   statistics.median(taken["empty"] / taken["without"] for taken in rounds))
 
 
-def measure(windows, model, rounds):
-    """{step: Result}. The first round, in which everything is read from the disk, does not count."""
+class Machine:
+    """Where the packages in a folder are installed."""
+
+    def __init__(self, processor, folder):
+        self.processor, self.folder = processor, folder
+
+    def run(self, work):
+        """Returns work(windows) in a fresh Windows. Under emulation the work begins again in another one if an installer fails."""
+        for attempt in range(1, ATTEMPTS + 1):
+            try:
+                with Windows(self.processor, self.folder, "", TIME_LIMIT, print) as windows:
+                    return work(windows)
+            except (InstallerError, Ended) as error:
+                if self.processor != EMULATED or attempt == ATTEMPTS:
+                    raise
+                print(f"hx: {error}\nhx: perhaps because of the emulator; going on in another Windows", file=sys.stderr)
+
+
+def one_round(windows, model, number):
+    """{kind: {step: seconds}}; the number says which kind begins."""
+    first = number % len(KINDS)
+    return {kind: {step: install(windows, kind, model, step) for step in STEPS} for kind in KINDS[first:] + KINDS[:first]}
+
+
+def measure(machine, model, rounds):
+    """{step: Result}. The first round in a Windows, in which everything is read from the disk, does not count."""
     found = []
-    for number in range(rounds + 1):
-        first = number % len(KINDS)
-        taken = {kind: {step: install(windows, kind, model, step) for step in STEPS}
-                 for kind in KINDS[first:] + KINDS[:first]}
-        if number:
-            found.append(taken)
+
+    def work(windows):
+        one_round(windows, model, 0)
+        while len(found) < rounds:
+            found.append(one_round(windows, model, len(found) + 1))
+
+    machine.run(work)
     return {step: result_of([{kind: taken[kind][step] for kind in KINDS} for taken in found]) for step in STEPS}
 
 
@@ -144,9 +170,9 @@ def read_calls(text):
     return found
 
 
-def count_calls(windows, folder, model):
+def count_calls(machine, model):
     """{step: {entry point: [calls of each run]}}, counted twice."""
-    first, second = (count_calls_once(windows, folder, model) for _ in range(2))
+    first, second = (machine.run(lambda windows: count_calls_once(windows, machine.folder, model)) for _ in range(2))
     for step in STEPS:
         for name in sorted(first[step].keys() | second[step].keys()):
             counts = first[step].get(name, []), second[step].get(name, [])
@@ -189,11 +215,10 @@ def main(arguments):
         print(f"\nWhat the library adds to an installation, on {parsed.processor}: seconds with its actions, with empty ones, and "
               "without;\nthe ratios of the first two to the third; the runs of its actions, and their calls of Windows")
         print(f"  {'':6} {'':21}", *(f"{title:>8}" for title in (*KINDS, "ratio", "empty", "actions", "calls")))
-        with Windows(parsed.processor, parsed.folder, "", 300, print) as windows:
-            for model in MODELS:
-                results = measure(windows, model, parsed.rounds)
-                print("\n".join(table(parsed.processor, model, results, count_calls(windows, parsed.folder, model))),
-                      flush=True)
+        machine = Machine(parsed.processor, parsed.folder)
+        for model in MODELS:
+            results = measure(machine, model, parsed.rounds)
+            print("\n".join(table(parsed.processor, model, results, count_calls(machine, model))), flush=True)
     except (MeasureError, PackageError, Ended) as error:
         sys.exit(f"hx: {error}")
     return 0
