@@ -192,6 +192,34 @@ class InstallationsTest(unittest.TestCase):
                                             f"two runs of the client's removal did not count alike: {counts}"):
                     self.module.count_calls(machine, "client")
 
+    def test_under_emulation_two_counts_of_three_must_be_the_same(self):
+        lost = {"installation": {}, "removal": {"CustomAction7": [3]}}
+        whole = {"installation": {"CustomAction9": [5]}, "removal": {"CustomAction7": [3]}}
+        for counts, processor, passes in (([whole, whole], "arm64", True), ([lost, whole, whole], "arm64", True), ([whole, lost, whole], "arm64", True),
+                                          ([lost, whole, {**lost, "removal": {}}], "arm64", False), ([lost, whole], "x64", False)):
+            with self.subTest(counts=counts, processor=processor), \
+                    mock.patch.object(self.module, "count_calls_once", side_effect=counts) as count, \
+                    mock.patch.object(self.module, "Windows", mock.MagicMock()):
+                machine = self.module.Machine(processor, self.folder)
+                if passes:
+                    self.assertEqual(self.module.count_calls(machine, "client"), whole)
+                else:
+                    with self.assertRaisesRegex(self.module.MeasureError, "did not count alike"):
+                        self.module.count_calls(machine, "client")
+                self.assertEqual(count.call_count, len(counts))
+
+    def test_under_emulation_an_action_that_was_lost_is_counted_in_another_windows(self):
+        texts = ["CustomAction28 begins\n", self.lines(("CustomAction28", 3)), self.lines(("CustomAction28", 3))] * 2
+
+        def install(windows, kind, model, step):
+            (self.folder / "calls.txt").write_text(texts.pop(0), encoding="utf-8")
+
+        with mock.patch.object(self.module, "install", install), mock.patch.object(self.module, "Windows", mock.MagicMock()), \
+                redirect_stderr(io.StringIO()) as said:
+            self.assertEqual(self.module.count_calls(self.module.Machine("arm64", self.folder), "client"),
+                             dict.fromkeys(self.module.STEPS, {"CustomAction28": [3]}))
+        self.assertEqual((texts, said.getvalue().count("CustomAction28 began, but did not end")), ([], 2))
+
     def test_what_is_printed(self):
         calls = {step: {"CustomAction7": [12, 3], "CustomAction9": [5]} for step in self.module.STEPS}
         result = self.module.Result({"with": 3.0, "empty": 2.5, "without": 2.0}, 1.5, 1.25)
