@@ -609,6 +609,9 @@ within() {
 worker_is_gone() { ! kill -0 -- "-$worker" 2>/dev/null; }
 remove_run_folder() { rm -rf "$runFolder" 2>/dev/null; }
 
+# remove_left FOLDER: removes the folder of a run that has ended, or says that this failed.
+remove_left() { rm -rf "$1" || say "note: this could not be removed: $1"; }
+
 # Ends the worker's process group and removes the run's folder. Reads worker and runFolder.
 end_run() {
   trap '' INT TERM HUP
@@ -620,7 +623,7 @@ end_run() {
   fi
   # A process of a session may end a moment later, and may have written a file while its folder was removed. The next run
   # removes what is left.
-  within 10 remove_run_folder || say "note: this could not be removed: $runFolder"
+  within 10 remove_run_folder || remove_left "$runFolder"
 }
 interrupted() {
   end_run
@@ -671,7 +674,7 @@ main() {
   for left in build/.runs/*/; do
     [[ -d $left ]] || continue
     if (flock -n 9) 9>"$left.lock"; then
-      rm -rf "$left"
+      remove_left "${left%/}"
     fi
   done
   mkdir "$runFolder"

@@ -67,7 +67,6 @@ session=$tree/windows
 mount -t tmpfs -o mode=755 tmpfs "$session"
 mkdir -m 1777 "$session/tmp"
 state=$pristine
-[[ $mode == --make ]] || state=$session/state
 
 # The folders of this machine that the session sees.
 outside=()
@@ -101,19 +100,22 @@ if [[ $mode == --make ]]; then
   exit
 fi
 
-# Starts the server, which runs during the whole session, so that programs start in a fraction of a second.
+# start ATTEMPT: starts the server, which runs during the whole session, so that programs start in a fraction of a second.
 start() {
-  { rm -rf "$state" && cp -a "$pristine" "$state"; } || die "there is no room for a copy of Windows"
-  inside wineserver -p || die "Wine for $processor does not start"
+  state=$session/state$1
+  cp -a "$pristine" "$state" || die "there is no room for a copy of Windows"
+  inside wineserver -p || return
   # The emulator sometimes loses a process of the system while it starts. Then there are no services, and each program that
-  # needs one fails. This command lists them; the first program of a Windows also starts the processes of the system.
-  [[ $processor != arm64 ]] || inside wine64 net start >/dev/null 2>&1
+  # needs one fails. This command lists them; the first program of a Windows also starts the processes of the system, whose
+  # error output is then that of this command.
+  [[ $processor != arm64 ]] || inside wine64 net start >/dev/null
 }
 
 limit 120
 for attempt in 1 2 3; do
-  if start; then break; fi
-  [[ $attempt -lt 3 ]] || die "the services of Wine for $processor do not start"
+  if start "$attempt"; then break; fi
+  [[ $attempt -lt 3 ]] || die "Wine for $processor, or its services, did not start three times"
+  printf '%s\n' "hx: Wine for $processor, or its services, did not start; starting again" >&2
   inside wineserver -k || true
 done
 while read -r line; do
