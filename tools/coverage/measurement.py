@@ -140,9 +140,9 @@ class Measurement:
                  "HX_PROCESSOR": self.processor},
                 ["wine64", f"Z:\\run\\{self.processor}{planning.TESTS}\\{planning.PROGRAMS[level]}.exe",
                  *([f"--gtest_filter={filter}"] if filter else [])], take)
-            if not repeating.starts_again(self.processor, level, status, stream, attempt):
+            if not repeating.starts_again(self.processor, status, attempt):
                 break
-            self.show(f"hx: {level} tests on {self.processor}: {repeating.why_again(status)}")
+            self.show(f"hx: {level} tests on {self.processor}: the emulator crashed (status {status}); running them again")
         if status != 0:
             raise Failed("\n".join([*seen, *stream.rest(), f"the {level} tests ended with status {status}"]))
         self.show(f"hx: {level} tests on {self.processor}: {stream} in {duration(time.monotonic() - began)}")

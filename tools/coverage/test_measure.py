@@ -136,7 +136,7 @@ class RunTest(unittest.TestCase):
         emulated = Measurement(self.folder, "arm64", show=said.append)
         windows = FakeWindows(self.folder, 0, ["A.hxsetup.profraw"], crashes=2)
         self.assertEqual([profile.name for profile in emulated.run(windows, "unit")], ["A.hxsetup.profraw"])
-        self.assertEqual(said[:2], ["hx: unit tests on arm64: ended with status 139, perhaps because of the emulator; running them again"] * 2)
+        self.assertEqual(said[:2], ["hx: unit tests on arm64: the emulator crashed (status 139); running them again"] * 2)
         for measured, crashes in ((emulated, 3), (self.measurement, 1)):
             with self.assertRaisesRegex(Failed, "the unit tests ended with status 139"):
                 measured.run(FakeWindows(self.folder, 0, ["A.hxsetup.profraw"], crashes), "unit")

@@ -5,7 +5,6 @@ again, once, in a fresh Windows, when no other test is running: so a machine tha
 
 On ARM64 the programs run under emulation, and the emulator has faults that are not faults of the library:
 - The emulator itself ends with a segmentation fault: its program starts again, at most twice.
-- It loses a process of the system while Windows starts: install tests that end in their first test start again, too.
 - It crashes in another process, or loses one without a message: every test that failed, of any level, runs again in the
   same way.
 """
@@ -14,26 +13,15 @@ from testing.planning import EMULATED
 
 # A Windows program that crashes ends with the low byte of its exception; only the emulator itself ends by this signal.
 EMULATOR_CRASHED = 139
-# The status of a program that took longer than it may.
-TOO_LONG = 124
 ATTEMPTS = 3
 
 # Replaces the name of a test if a program broke off before its first test.
 BEFORE_THE_FIRST = "(the program's start)"
 
 
-def starts_again(processor, level, status, stream, attempt):
-    """True if a program with tests of `level` that ended with `status` in its attempt number `attempt`, from 1, starts again at once. `stream` is
-    the progress that it printed."""
-    if processor != EMULATED or attempt >= ATTEMPTS:
-        return False
-    at_the_start = level == "install" and not stream.done and status not in (0, TOO_LONG)
-    return status == EMULATOR_CRASHED or at_the_start
-
-
-def why_again(status):
-    """What is said of such a program."""
-    return f"ended with status {status}, perhaps because of the emulator; running them again"
+def starts_again(processor, status, attempt):
+    """True if a program that ended with `status` in its attempt number `attempt`, from 1, starts again at once."""
+    return processor == EMULATED and status == EMULATOR_CRASHED and attempt < ATTEMPTS
 
 
 def broken_off(stream):

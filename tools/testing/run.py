@@ -75,18 +75,22 @@ class Run:
                     for shown in lines if whole else [line]:
                         self.show(lane, shown)
 
-                status = windows.run(
-                    {"HX_LIBRARY_DIR": windows_path(program.preset), "HX_ARTIFACTS": windows_path("artifacts", folder.name),
-                     "HX_PACKAGES": windows_path("packages", program.processor), "HX_PROCESSOR": program.processor},
-                    ["wine64", windows_path(program.file), *options,
-                     f"--gtest_output=xml:{windows_path('artifacts', folder.name, RESULTS)}"], take)
-            for shown in stream.rest() if whole else []:
-                self.show(lane, shown)
+                try:
+                    status = windows.run(
+                        {"HX_LIBRARY_DIR": windows_path(program.preset), "HX_ARTIFACTS": windows_path("artifacts", folder.name),
+                         "HX_PACKAGES": windows_path("packages", program.processor), "HX_PROCESSOR": program.processor},
+                        ["wine64", windows_path(program.file), *options,
+                         f"--gtest_output=xml:{windows_path('artifacts', folder.name, RESULTS)}"], take)
+                except Ended as error:
+                    raise Ended(f"{program.title}, {stream.running or 'between two tests'}: {error}") from error
+                finally:
+                    for shown in stream.rest() if whole else []:
+                        self.show(lane, shown)
             self.show(lane, f"hx: {program.title}: {stream} in {duration(time.monotonic() - began)}")
-            if not repeating.starts_again(program.processor, program.level, status, stream, attempt):
+            if not repeating.starts_again(program.processor, status, attempt):
                 break
             note_repeated(self.artifacts / program.name, repeating.broken_off(stream))
-            self.show(lane, f"hx: {program.title}: {repeating.why_again(status)}")
+            self.show(lane, f"hx: {program.title}: the emulator crashed (status {status}); running them again")
         (folder / STATUS).write_text(f"{status}\n", encoding="utf-8")
         return folder
 
@@ -100,24 +104,31 @@ class Run:
         return Windows(lane.processor, self.folder, lane.number, planning.TEST_TIME_LIMIT,
                        lambda line: self.show(lane, line))
 
-    def repeat(self, lane):
-        """Runs the tests of a lane again that repeating.py names, those of each program in a new Windows. The results of
-        this run count."""
-        for program in lane.programs:
-            folder = self.artifacts / program.name
-            if not (folder / STATUS).is_file():
-                continue  # The lane ended before this program, which already counts as a failure.
-            second = repeating.second_run(program, failed(folder / RESULTS), self.streams[program.name])
-            if second is None:
-                continue
-            names, counted = second
-            self.show(lane, f"hx: {program.title}: failed; running again: {names}")
-            note_repeated(folder, counted)
-            with self.open_windows(lane) as windows:
-                again = self.run_program(windows, lane, program._replace(filter=names), again=True)
+    def repeat(self, lane, program):
+        """Runs the tests of a program again that repeating.py names, in a new Windows. The results of this run count."""
+        folder = self.artifacts / program.name
+        if not (folder / STATUS).is_file():
+            return  # The lane ended before this program, which already counts as a failure.
+        first = int((folder / STATUS).read_text())
+        failures = failed(folder / RESULTS)
+        second = repeating.second_run(program, failures, self.streams[program.name])
+        if second is None:
+            return
+        names, counted = second
+        self.show(lane, f"hx: {program.title}: failed; running again: {names}")
+        note_repeated(folder, counted)
+        with self.open_windows(lane) as windows:
+            again = self.run_program(windows, lane, program._replace(filter=names), again=True)
+        status = (again / STATUS).read_text()
+        # The results of the two runs are counted together.
+        (again / STATUS).unlink()
+        try:
             merge(folder / RESULTS, again / RESULTS)
-            # The results are merged, so the status of the second run is now that of the program.
-            (again / STATUS).replace(folder / STATUS)
+        except Misfit as error:
+            raise Misfit(f"{program.title}: {str(error).replace(str(self.artifacts), 'build/artifacts')}") from error
+        # Except for a program that wrote its results and crashed then.
+        if failures is None or first in (0, 1):
+            (folder / STATUS).write_text(status, encoding="utf-8")
 
     def guarded(self, work, lane, *arguments):
         """Calls work(lane, *arguments). If it raises an exception, that counts as one more failure."""
@@ -190,9 +201,11 @@ class Run:
                 if program.level == "actions":
                     folders = [self.artifacts / (program.name + again) for again in ("", "-again")]
                     options = ["--some"] if self.request.filter else []
-                    folders = [folder for folder in folders if (folder / FACTS if options else folder).exists()]
-                    if options and not folders:
+                    # A second run of tests that call no entry point has seen nothing.
+                    seen = [folder for folder in folders if (folder / FACTS).exists()]
+                    if options and not seen:
                         continue
+                    folders = seen or folders[:1]
                     self.screen.jobs += 1
                     self.run_script(f"facts-{program.preset}",
                                     [sys.executable, ROOT / "tools/texts/observed-facts.py", *options, *folders])
@@ -226,7 +239,8 @@ class Run:
         for thread in threads:
             thread.join()
         for lane in self.lanes:
-            self.guarded(self.repeat, lane)
+            for program in lane.programs:
+                self.guarded(self.repeat, lane, program)
         if "install" in self.request.levels:
             self.check_runs()
         if "actions" in self.request.levels:

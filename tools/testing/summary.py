@@ -91,7 +91,7 @@ class Sum:
                 self.add_failures(folder.name, outcome)
         passed, failed = (outcome.passed, outcome.failed) if outcome else (0, 0)
         if outcome is None or (status != 0 and failed == 0):
-            self.failures.append(f"{folder.name}: ended with status {status} before its last test")
+            self.failures.append(f"{folder.name}: ended with status {status} {'after its tests' if outcome else 'before its last test'}")
             failed += 1
         self.passed += passed
         self.failed += failed

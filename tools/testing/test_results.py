@@ -79,7 +79,7 @@ class ResultsTest(RunFolderTest):
         self.write("unit-x64", suite(One=None), 3)
         self.write("unit-arm64", None, 0)
         said = ("  unit-arm64: ended with status 0 before its last test\n"
-                "  unit-x64: ended with status 3 before its last test\n")
+                "  unit-x64: ended with status 3 after its tests\n")
         self.assertEqual(self.closing(), ("1 passed, 2 failed\n", said, 1))
 
     def test_a_lane_that_broke_is_a_failure(self):

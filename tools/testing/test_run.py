@@ -138,7 +138,7 @@ class RunTest(unittest.TestCase):
         status, output, errors = self.run_tests({"actions-arm64": [broken, broken, program(A=None, B=None)]},
                                                 Request("actions", None, "arm64"))
         self.assertEqual((status, errors), (0, ["hx: facts-arm64", "hx: facts-arm64: done"]))
-        again = "arm64: hx: actions tests on arm64, libraries of arm64: ended with status 139, perhaps because of the emulator; running them again"
+        again = "arm64: hx: actions tests on arm64, libraries of arm64: the emulator crashed (status 139); running them again"
         self.assertEqual(output.count(again), 2)
         self.assertEqual(output[-5:], ["actions: 2 tests, run 2 times (arm64)",
                                        "checks of what the entry points did: 1", "passed only when they were run again: 1",
@@ -159,10 +159,8 @@ class RunTest(unittest.TestCase):
         status, output, _ = self.run_tests({"actions-arm64": [broken] * 3, "actions-arm64-again": [broken] * 3},
                                            Request("actions", None, "arm64"))
         self.assertEqual((status, len(self.calls())), (1, 6))
-        self.assertIn("has no results", output[-4])
-        self.assertEqual(output[-3:], ["  actions-arm64: ended with status 139 before its last test",
-                                       "  actions-arm64-again: ended with status 139 before its last test",
-                                       "1 passed, 3 failed"])
+        self.assertIn("has no results", output[-3])
+        self.assertEqual(output[-2:], ["  actions-arm64: ended with status 139 before its last test", "1 passed, 2 failed"])
 
     def test_failures_on_arm64_run_again(self):
         status, output, errors = self.run_tests({
@@ -205,17 +203,42 @@ class RunTest(unittest.TestCase):
         status, output, errors = self.run_tests({"install-arm64": [program(1, A="wrong")],
                                                  "install-arm64-again": [program(1, results=False, A=None)]},
                                                 Request("install", None, "arm64"))
-        self.assertEqual(status, 1)
+        self.assertEqual((status, output[-4:]), (1, [
+            "what failed:",
+            "  arm64: install tests on arm64, libraries of arm64: build/artifacts/install-arm64-again/results.xml: has no results",
+            "  install-arm64: S.A: wrong", "1 passed, 2 failed"]))
         self.assertIn("has no results", errors[0])
-        self.assertIn("  install-arm64-again: ended with status 1 before its last test", output)
-        self.assertEqual(output[-1], "1 passed, 3 failed")
+
+    def test_a_second_run_without_results_stops_no_other_one(self):
+        status, output, _ = self.run_tests({
+            "unit-arm64": [program(1, A="wrong")], "unit-arm64-again": [program(1, results=False, A=None)],
+            "unit-arm64-checked": [program(1, A="wrong")], "unit-arm64-checked-again": [program(A=None)]},
+            Request("unit", None, "arm64"))
+        self.assertEqual((status, output[-1]), (1, "1 passed, 2 failed"))
+        self.assertIn("  unit-arm64-checked: S.A", output)
+
+    def test_a_program_that_crashed_after_its_tests_stays_a_failure(self):
+        status, output, _ = self.run_tests({"install-x64": [program(5, A="wrong")], "install-x64-again": [program(A=None)]},
+                                           Request("install", None, "x64"))
+        self.assertEqual((status, output[-3:]), (1, [
+            "what failed:", "  install-x64: ended with status 5 after its tests", "2 passed, 1 failed"]))
+
+    def test_a_second_run_that_has_seen_no_facts(self):
+        for folder in ("actions-arm64", "actions-arm64-again"):
+            (self.folder / "artifacts" / folder).mkdir(parents=True)
+        (self.folder / "artifacts/actions-arm64/facts.txt").write_text("")
+        self.run_tests({"actions-arm64": [program(1, A="wrong")], "actions-arm64-again": [program(A=None)]},
+                       Request("actions", None, "arm64"))
+        said = (self.root / "build/artifacts/facts-arm64/output.txt").read_text().splitlines()[0]
+        self.assertEqual(said.split(), [str(self.folder / "artifacts/actions-arm64")])
 
     def test_a_windows_that_ends_is_a_failure(self):
-        status, output, errors = self.run_tests({"unit-x64": [{"ends": True, "lines": ["the server died"]}]},
+        said = "x64: unit tests on x64, libraries of x64, S.A: Windows ended unexpectedly"
+        status, output, errors = self.run_tests({"unit-x64": [{"ends": True, "lines": ["[ RUN      ] S.A", "the server died"]}]},
                                                 Request("unit", None, "x64"))
-        self.assertEqual((status, output[-3:]), (1, ["what failed:", "  x64: Windows ended unexpectedly", "0 passed, 1 failed"]))
+        self.assertEqual((status, output[-3:]), (1, ["what failed:", f"  {said}", "0 passed, 1 failed"]))
         self.assertIn("x64: the server died", output)
-        self.assertEqual(errors, ["hx: x64: Windows ended unexpectedly"])
+        self.assertEqual(errors, [f"hx: {said}"])
 
     def test_an_error_of_the_tools_is_a_failure(self):
         with mock.patch.object(RUN.Run, "run_program", side_effect=KeyError("lost")):
@@ -386,7 +409,12 @@ class RemovedFolderTest(FrontTest):
     def test_never(self):
         status, output = self.run_check(10000)
         name, = self.left()
-        self.assertEqual((status, output), (0, f"hx: note: this could not be removed: {self.root}/build/.runs/{name}\n"))
+        note = "hx: note: this could not be removed: {}build/.runs/" + name + "\n"
+        self.assertEqual((status, output), (0, note.format(f"{self.root}/")))
+        # The next run goes on, too.
+        (self.root / "bin/rm").write_text(f'#!/bin/sh\ncase "$2" in *{name}) exit 1;; esac\nexec /bin/rm "$@"\n')
+        front = self.start("check")
+        self.assertEqual((front.communicate(timeout=60)[0], front.returncode, self.left()), (note.format(""), 0, [name]))
 
 
 class InterruptedTest(FrontTest):

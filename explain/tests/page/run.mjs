@@ -332,7 +332,7 @@ test("a log with very many actions and lines does not freeze the page", async (p
 // ---- the logs of the install tests
 
 const machines = existsSync(logs) ? readdirSync(logs).filter((name) => /^install-(?:x64|arm64)/.test(name) && name.includes(processor)).map((name) => join(logs, name)) : [];
-// Of a test that ran again, because the emulator had spoilt it, the second log counts.
+// Of a test that ran again, the second log counts.
 const left = machines.flatMap((machine) => readdirSync(machine).filter((name) => name.endsWith(".log") && !existsSync(join(`${machine}-again`, name))).map((name) => join(machine, name)));
 
 test("the install tests have left logs, with lives, upgrades and rollbacks", async () => {
